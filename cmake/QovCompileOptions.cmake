@@ -1,0 +1,14 @@
+# Options of our own code only; an installed qov::qovpub hands none of them to its users.
+add_library(qov_compile_options INTERFACE)
+target_compile_options(
+  qov_compile_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+                                -fno-omit-frame-pointer)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # Calls inside the library bind directly; data symbols (singletons) still unify across libraries.
+  target_compile_options(qov_compile_options INTERFACE -fno-semantic-interposition)
+endif()
+
+if(QOV_SANITIZE)
+  add_compile_options(-fsanitize=${QOV_SANITIZE} -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${QOV_SANITIZE})
+endif()

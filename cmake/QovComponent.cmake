@@ -1,0 +1,23 @@
+# qov_component(<name> SOURCES <file>... [USES <component>...] [LIBRARIES <target>...])
+#
+# Adds one component to libqovpub. USES names the components whose headers it may include; a test
+# compares that list with the includes it really has.
+function(qov_component name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;USES;LIBRARIES" ${ARGN})
+  add_library(qov_${name} OBJECT ${ARG_SOURCES})
+  target_include_directories(
+    qov_${name} PUBLIC "${PROJECT_SOURCE_DIR}/agent/common/include" "${PROJECT_SOURCE_DIR}")
+  target_link_libraries(qov_${name} PUBLIC qov::platform PkgConfig::ACE PkgConfig::JSONCPP
+                                           Threads::Threads ${ARG_LIBRARIES}
+                                    PRIVATE qov_compile_options)
+  foreach(used IN LISTS ARG_USES)
+    if(NOT TARGET qov_${used})
+      message(FATAL_ERROR "component ${name} uses ${used}, which is not below it")
+    endif()
+  endforeach()
+  target_sources(qovpub PRIVATE $<TARGET_OBJECTS:qov_${name}>)
+  set_property(GLOBAL APPEND PROPERTY QOV_COMPONENTS ${name})
+  set_property(GLOBAL PROPERTY QOV_COMPONENT_${name}_USES "${ARG_USES}")
+  set_property(GLOBAL PROPERTY QOV_COMPONENT_${name}_FOLDER "${CMAKE_CURRENT_SOURCE_DIR}")
+  set_property(GLOBAL PROPERTY QOV_COMPONENT_${name}_SOURCES "${ARG_SOURCES}")
+endfunction()

@@ -1,0 +1,11 @@
+# Links libqovpub from its components.
+set_target_properties(
+  qovpub PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+                    EXPORT_NAME qovpub OUTPUT_NAME qovpub)
+target_include_directories(
+  qovpub PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/agent/common/include>
+                $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+target_link_libraries(
+  qovpub
+  PUBLIC qov::platform PkgConfig::ACE PkgConfig::JSONCPP Threads::Threads
+  PRIVATE PkgConfig::SAFEC OpenSSL::Crypto ${CMAKE_DL_LIBS})

@@ -1,0 +1,18 @@
+# qov_test(<name> SOURCES <file>... [LIBRARIES <target>...] [LABELS <label>...] [TIMEOUT <s>])
+#
+# One GoogleTest program. Test programs may include private headers, from the root of the tree.
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+function(qov_test name)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBRARIES;LABELS" ${ARGN})
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 120)
+  endif()
+  add_executable(${name} ${ARG_SOURCES})
+  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
+  target_link_libraries(${name} PRIVATE qov::qovpub qov_compile_options GTest::gmock GTest::gtest
+                                        GTest::gtest_main ${ARG_LIBRARIES})
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+                       PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT})
+endfunction()
