@@ -1,0 +1,117 @@
+#ifndef QOVPUB_QOV_MODULE_LOADER_H
+#define QOVPUB_QOV_MODULE_LOADER_H
+
+#include <ace/RW_Thread_Mutex.h>
+#include <ace/Singleton.h>
+#include <ace/Thread_Mutex.h>
+#include <sys/types.h>
+
+#include <array>
+#include <list>
+#include <memory>
+#include <string>
+
+class ACE_DLL_Handle;
+class ACE_Message_Block;
+class CQOVDebugKitGuard;
+class CQOV_TaskMgr;
+
+namespace qov {
+class ModuleShutdown;
+}
+
+/// Finds, loads and unloads the modules of this process and routes message blocks between them.
+///
+/// The one loader of a process is `ACE_Singleton<CQOV_Module_Loader,
+/// ACE_Thread_Mutex>::instance()`.
+///
+/// A module is a shared library with the C function `QOV_CreateModule`, which takes nothing and
+/// returns a new CQOV_TaskMgr (null on failure) that the loader then owns. The manager's gid, 0 to
+/// 255 and unique in the process, is the number that messages name the module by (`pid` below).
+///
+/// Thread: load() and unload() from the main thread; sendMsg() and sendMsg2All() from any thread,
+///         but not from a module's init() on the thread that runs it: load() holds the table then.
+/// Owns:   the task managers of the loaded modules; the libraries belong to ACE's DLL manager.
+/// Errors: reported by the result and one log line of debug kit 0; never thrown. A lock that cannot
+///         be taken leaves its code in errno and the operation goes on without it.
+class CQOV_Module_Loader {
+ public:
+  /// Starts with an empty table.
+  CQOV_Module_Loader();
+
+  /// Calls unload(), then stops what a failed load() left running.
+  ~CQOV_Module_Loader();
+
+  CQOV_Module_Loader(const CQOV_Module_Loader&) = delete;
+  CQOV_Module_Loader& operator=(const CQOV_Module_Loader&) = delete;
+
+  /// Loads and initialises every module that getModuleList() names, in that order.
+  ///
+  /// Returns true when all of them run, at once when they already did. On the first failure it
+  /// returns false: the modules before the failing one stay in the table and keep running, unload()
+  /// leaves them alone, and they are stopped and joined when the process ends, before any static
+  /// object is destroyed. The failing module's library stays open.
+  ///
+  /// A bare module name is handed to ACE, which tries lib<name>.so, <name>.so and <name> on the
+  /// dynamic loader's own search path (LD_LIBRARY_PATH, run path); no directory is added.
+  /// A module's exception counts as its failure.
+  bool load();
+
+  /// Stops, joins and deletes the loaded modules in the order of their gids and closes their
+  /// libraries. Does nothing unless load() succeeded; a second call does nothing.
+  ///
+  /// Each module leaves the table before it is stopped: a block sent to it from then on is refused
+  /// as for a gid that never existed.
+  void unload();
+
+  /// Puts `mb` into the queue of module `pid` (0 to 255).
+  ///
+  /// Returns 0 and hands `mb` over, or returns -1 and leaves `mb` with the caller. The one second
+  /// that it passes to CQOV_TaskMgr::putq() is an absolute time long gone: a full queue refuses at
+  /// once, so that a leader never waits for another module.
+  int sendMsg(u_short pid, ACE_Message_Block* mb);
+
+  /// Puts a deep copy of `mb` into the queue of every module, in the order of their gids, then
+  /// frees `mb`.
+  ///
+  /// A package block (MB_DATA, 8 bytes, a CQOV_MsgPackage pointer that is not null) is copied with
+  /// its package, so that each receiver owns one, and without a continuation; the caller's package
+  /// is freed with `mb`. Only plain CQOV_MsgPackage objects have such a copy: a class derived from
+  /// it is refused rather than cut down to its base. Any other block is a plain clone.
+  ///
+  /// A queue that refuses its copy is logged and passed over. When a copy cannot be made the
+  /// broadcast ends there and `mb`, with its package, stays with the caller; modules before that
+  /// have got theirs.
+  void sendMsg2All(ACE_Message_Block* mb);
+
+  /// Appends the names of this process's modules to `names`: the part before ".mod" of the file
+  /// names in the process configuration directory, in the order of the directory.
+  ///
+  /// A name counts only if its first ".mod" is its end and something stands before it. The files'
+  /// contents are never read. A directory that cannot be opened is logged and adds nothing.
+  void getModuleList(std::list<std::string>& names) const;
+
+ private:
+  friend class qov::ModuleShutdown;
+
+  struct ModuleEntry;
+
+  bool loadModules(const std::list<std::string>& names, std::unique_ptr<CQOV_TaskMgr>& rejected,
+                   CQOVDebugKitGuard& guard);
+  bool loadModule(const std::string& name, std::unique_ptr<CQOV_TaskMgr>& rejected,
+                  CQOVDebugKitGuard& guard);
+  std::unique_ptr<CQOV_TaskMgr> createModule(const std::string& name, ACE_DLL_Handle*& dll,
+                                             CQOVDebugKitGuard& guard);
+  bool startModule(CQOV_TaskMgr& manager, const std::string& name, CQOVDebugKitGuard& guard);
+  std::unique_ptr<ModuleEntry> takeFrom(std::size_t first);
+  void stopLeftovers();
+
+  /// Set by a load() that succeeded; guarded by lock_.
+  static bool bModuleLoaded_;
+
+  ACE_RW_Thread_Mutex lock_;
+  /// Guarded by lock_; a null pointer is a free gid.
+  std::array<std::unique_ptr<ModuleEntry>, 256> modules_;
+};
+
+#endif

@@ -1,0 +1,75 @@
+#ifndef QOVPUB_QOV_PLUGINS_H
+#define QOVPUB_QOV_PLUGINS_H
+
+#include <ace/Thread_Mutex.h>
+#include <sys/types.h>
+
+#include <atomic>
+#include <map>
+
+class ACE_DLL_Handle;
+
+/// Binds its owner to a plug-in library that CQOV_Plugins has just opened.
+///
+/// Thread: called on the thread that calls CQOV_Plugins::open(), outside the registry's lock.
+/// Owns:   nothing; the registry never keeps or deletes an operator.
+/// Errors: by the result.
+class CQOV_PluginOperator {
+ public:
+  virtual ~CQOV_PluginOperator();
+
+  /// Looks up in `dll` what the caller needs. False refuses the plug-in, which is closed again.
+  virtual bool init(ACE_DLL_Handle* dll) = 0;
+};
+
+/// The process's open plug-in libraries under numbers that their users choose.
+///
+/// Thread: every operation from any thread. instance() must not race with close(): the frame closes
+///         the registry when the modules have stopped.
+/// Owns:   nothing but its table; the libraries belong to ACE's DLL manager, which counts how often
+///         each one was opened.
+/// Errors: reported by the result and one log line of debug kit 0; never thrown.
+class CQOV_Plugins {
+ public:
+  CQOV_Plugins();
+
+  /// Calls clear().
+  ~CQOV_Plugins();
+
+  CQOV_Plugins(const CQOV_Plugins&) = delete;
+  CQOV_Plugins& operator=(const CQOV_Plugins&) = delete;
+
+  /// The registry, made by the first call; null only when there is no memory for it (errno ENOMEM).
+  static CQOV_Plugins* instance();
+
+  /// Destroys the registry, if there is one. A later instance() makes a new one.
+  static void close();
+
+  /// Opens the library `name`, which ACE decorates and searches as it does a module's, lets `op`
+  /// bind to it and registers it under `id`; several libraries may share one id.
+  ///
+  /// Returns false, with nothing registered and the library closed again, when `name` is null, the
+  /// library cannot be opened or `op` refuses it. An exception of `op` counts as its refusal.
+  bool open(const char* name, CQOV_PluginOperator& op, u_int id);
+
+  /// Closes and forgets every plug-in registered under `id`. No operator is told: whoever points
+  /// into a library drops that before.
+  void remove(u_int id);
+
+  /// Closes and forgets the first plug-in, in the order of ids, that was opened as `name`.
+  void remove(const char* name);
+
+  /// Closes and forgets all plug-ins.
+  void clear();
+
+ private:
+  static std::atomic<CQOV_Plugins*> pInstance_;
+  /// Guards making and destroying the registry. The capitals are kept as they stand.
+  static ACE_Thread_Mutex oSingLetonMutex_;
+
+  ACE_Thread_Mutex lock_;
+  /// Guarded by lock_.
+  std::multimap<u_int, ACE_DLL_Handle*> plugins_;
+};
+
+#endif
