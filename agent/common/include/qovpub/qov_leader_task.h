@@ -1,0 +1,155 @@
+#ifndef QOVPUB_QOV_LEADER_TASK_H
+#define QOVPUB_QOV_LEADER_TASK_H
+
+#include <ace/Functor.h>
+#include <ace/Hash_Map_Manager_T.h>
+#include <ace/Null_Mutex.h>
+#include <ace/Reactor.h>
+#include <ace/Reactor_Notification_Strategy.h>
+#include <ace/Thread_Mutex.h>
+#include <ace/Time_Value.h>
+#include <qovpub/qov_task.h>
+
+#include <cstdint>
+#include <list>
+#include <memory>
+
+class CQOV_TaskScheduler;
+
+namespace qov {
+class LeaderQueue;
+class WaitReactor;
+}  // namespace qov
+
+/// Block types of the runtime, beside ACE's MB_DATA (1), MB_STOP (135) and MB_HANGUP (137), which
+/// carry: one pointer to a package; nothing, ends a task; nothing, releases the senders that wait
+/// for another process.
+
+/// The identity of one request: copied from its header.
+struct MsgKey {
+  std::uint64_t opc_;
+  std::uint32_t sn_;
+  std::uint8_t spid_;
+  std::uint8_t smid_;
+  std::uint8_t rpid_;
+  std::uint8_t rmid_;
+
+  bool operator==(const MsgKey& other) const {
+    return opc_ == other.opc_ && sn_ == other.sn_ && spid_ == other.spid_ &&
+           smid_ == other.smid_ && rpid_ == other.rpid_ && rmid_ == other.rmid_;
+  }
+};
+
+/// A sender that waits for its response. Made by the sender, owned by the leader from the moment
+/// the request is in the leader's queue.
+struct TimeoutDesc {
+  CQOV_Task* task_;         ///< The waiting worker; borrowed.
+  ACE_Time_Value timeout_;  ///< Relative; zero waits without limit.
+  long timerId_;            ///< -1 while no timer runs.
+};
+
+/// Hash of an operation code.
+struct LLHashFunctor {
+  unsigned long operator()(unsigned long long value) const;
+};
+
+struct MsgKeyHash {
+  unsigned long operator()(const MsgKey& key) const;
+};
+
+/// The dispatcher thread of one module: every message for or from the module passes through its
+/// queue. It remembers which worker waits for which response, ends these waits in time, and delivers
+/// each message to the pool, to a static scheduled task, to a waiting worker or to another module.
+///
+/// The leader never waits for its own module: requests that find no idle worker wait in the
+/// scheduler's queue, which has no limit of its own but counts against the leader's (see
+/// CQOV_TaskMgr::putq()), while responses are delivered and time-outs fire.
+///
+/// Thread: run() and notifyExit() from any thread; insertStaticScheduledTask() from any thread;
+///         everything else on the leader thread.
+/// Owns:   the scheduler, the pending requests' TimeoutDesc, and every block in its queue with its
+///         package.
+/// Errors: by result and log.
+class CQOV_Leader_Task : public CQOV_Task {
+ public:
+  /// Throws CQOV_Exception when the process id cannot be read from the process configuration.
+  CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize);
+  ~CQOV_Leader_Task() override;
+
+  /// Starts the leader thread and the scheduler thread. False when either fails; a leader that runs
+  /// already has then been told to end.
+  bool run();
+
+  int svc() override;
+  int handle_output(ACE_HANDLE handle = ACE_INVALID_HANDLE) override;
+  int handle_timeout(const ACE_Time_Value& now, const void* act = nullptr) override;
+  int handle_close(ACE_HANDLE handle, ACE_Reactor_Mask mask) override;
+
+  void handleDataMsg(ACE_Message_Block* mb);
+  void handleReqMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg);
+  void handleRspMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg);
+  void handleAsyncMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg);
+  void handleUnknownMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg);
+  void handle_mb_hangup();
+
+  /// Delivers `mb`, whose package has the header `head`: inside the module, or to another module of
+  /// the process. 0 when `mb` was taken over, else -1. A message to another process is logged as
+  /// "recv msg error.", neither delivered nor released, and reported as 0: kept, since whoever
+  /// bridges processes still holds the package then.
+  int forwordMessage(const QOVMsgHead* head, ACE_Message_Block* mb);
+
+  /// Routes the operation codes of `task`, which runs on `threadId`, to it. A null task is ignored.
+  void insertStaticScheduledTask(unsigned long threadId, CQOV_StaticSchecheduledTask* task);
+
+  CQOV_TaskScheduler& scheduler() { return *scheduler_; }
+
+  /// Ends what the leader still holds, once: called by the leader thread on its way out, and by the
+  /// manager for a leader that never ran.
+  void shutDown();
+
+ private:
+  using PendingMap = ACE_Hash_Map_Manager_Ex<MsgKey, TimeoutDesc*, MsgKeyHash,
+                                             ACE_Equal_To<MsgKey>, ACE_Null_Mutex>;
+  using PendingEntry = PendingMap::ENTRY;
+  using OpcMap =
+      ACE_Hash_Map_Manager_Ex<ACE_UINT64, CQOV_StaticSchecheduledTask*, LLHashFunctor,
+                              ACE_Equal_To<ACE_UINT64>, ACE_Null_Mutex>;
+  using Handler = void (CQOV_Leader_Task::*)(ACE_Message_Block*, CQOV_MsgPackage*);
+
+  int dispatch(ACE_Message_Block* mb);
+  bool isLocal(std::uint8_t pid, std::uint8_t mid) const;
+  bool takeTimeoutDesc(ACE_Message_Block* mb, TimeoutDesc*& desc);
+  bool bindPending(const MsgKey& key, TimeoutDesc* desc);
+  void dropFailedRequest(const MsgKey& key, TimeoutDesc* desc);
+  void deliver(const QOVMsgHead& head, ACE_Message_Block* mb);
+  CQOV_StaticSchecheduledTask* findStaticTask(std::uint64_t opc);
+  void cancelTimer(TimeoutDesc& desc);
+  /// Unbinds `key`, cancels its timer, wakes its sender.
+  void releasePending(const MsgKey& key);
+  void wakeLeftOverSender(ACE_Message_Block* mb);
+  void bindOpcs(CQOV_StaticSchecheduledTask& task);
+
+  static const Handler kHandlers[5];
+
+  // Constant after construction.
+  const std::unique_ptr<CQOV_TaskScheduler> scheduler_;
+  const unsigned int moduleId_;
+  const unsigned int processId_;
+  qov::LeaderQueue& leaderQueue_;
+
+  // The own reactor; its implementation comes first since the reactor uses it to its end.
+  const std::unique_ptr<qov::WaitReactor> reactorImpl_;
+  ACE_Reactor reactor_;
+  ACE_Reactor_Notification_Strategy notification_;
+
+  // Leader thread only.
+  PendingMap pending_;
+  bool closed_ = false;
+
+  // The static-task registry, guarded by lock_.
+  ACE_Thread_Mutex lock_;
+  std::list<CQOV_StaticSchecheduledTask*> staticTasks_;
+  OpcMap opcTasks_;
+};
+
+#endif

@@ -1,0 +1,186 @@
+#ifndef QOVPUB_QOV_TASK_H
+#define QOVPUB_QOV_TASK_H
+
+#include <ace/Message_Block.h>
+#include <ace/Task.h>
+#include <qovpub/qov_message_package.h>
+
+#include <list>
+#include <memory>
+
+class CQOV_TaskMgr;
+
+namespace qov {
+class ResponseSlot;
+class TaskQueue;
+class TaskRoster;
+}  // namespace qov
+
+/// Base of every thread-owning object of the runtime: a message queue, a way to be woken, a way to
+/// be told to end, and the two operations that send messages to other modules.
+///
+/// Thread: putMsg(), wakeup() and notifyExit() from any thread; getMsg() and send() from the task's
+///         own thread only (one waiter per task).
+/// Owns:   its queue; whatever is left in it at the end is freed together with its package. The
+///         task manager is borrowed and must outlive every use of the task's operations.
+/// Errors: by result; nothing is thrown by the runtime's own code.
+class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
+ public:
+  /// `mgr` is the module that the task belongs to; it gives the module id and the leader's queue.
+  explicit CQOV_Task(CQOV_TaskMgr* mgr);
+  /// Frees the queue. The task's threads must have ended.
+  ~CQOV_Task() override;
+
+  CQOV_Task(const CQOV_Task&) = delete;
+  CQOV_Task& operator=(const CQOV_Task&) = delete;
+
+  /// Tells the task to end: queues an empty MB_STOP block behind what is queued already, also into
+  /// a full queue, and logs "Task will exit!". A send() that waits ends without a response.
+  virtual void notifyExit();
+
+  /// Ends the getMsg() that waits now, or else the next one, without a message. The leader calls it
+  /// exactly once for a request that gets no response; other callers make send() return early while
+  /// its response may still come.
+  virtual int wakeup();
+
+  /// Puts `mb` at the tail of the own queue. `type` is the message type of the header (1 request,
+  /// 2 response, 3 and 4 asynchronous); this class ignores it. `timeout` is an absolute time of day
+  /// for a full queue, null waits. Returns the number of queued blocks and takes `mb` over, or -1 and
+  /// leaves `mb` with the caller.
+  virtual int putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout);
+
+  /// Hands the task back to its module's pool of idle workers.
+  virtual int idle();
+
+  /// Waits for the next block without limit. When the wait was ended by wakeup(), or by an MB_STOP
+  /// block (which stays queued for the task's own loop), `mb` is left as it was. The result only
+  /// says how the queue felt about it: test `mb`.
+  virtual int getMsg(ACE_Message_Block*& mb);
+
+  /// Sends the request `req` and waits for its response.
+  ///
+  /// `rsp` must come in null. `timeout` is relative, null or zero waits without limit; it bounds the
+  /// wait for room in the module's queue and then, anew, the wait for the response.
+  /// Returns 0 with `rsp` owned by the caller; the response's MST byte, when that is not zero, with
+  /// `rsp` null; or -1: no response (time-out, stop, hang-up, no such receiver) or a failure.
+  /// `req` is handed over: from a successful hand-over on it belongs to the runtime, also when the
+  /// result is -1 then. When the hand-over fails it is deleted if `freeReq`, or else stays with the
+  /// caller. When memory for the hand-over runs out (errno ENOMEM) it is deleted in any case.
+  int send(const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp, ACE_Time_Value* timeout, bool freeReq);
+
+  /// Sends `req` and does not wait: asynchronous messages (types 3 and 4) and responses (type 2).
+  /// `timeout` and `freeReq` are as above. Returns 0 or -1.
+  int send(const CQOV_MsgPackage* req, ACE_Time_Value* timeout, bool freeReq);
+
+  /// Starts the task's threads as ACE does, and makes them known: getCurrentTask() finds the task
+  /// on them, and a task of the module's thread group is told to end, and joined, with its module.
+  int activate(long flags = THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED, int n_threads = 1,
+               int force_active = 0, long priority = ACE_DEFAULT_THREAD_PRIORITY, int grp_id = -1,
+               ACE_Task_Base* task = nullptr, ACE_hthread_t thread_handles[] = nullptr,
+               void* stack[] = nullptr, size_t stack_size[] = nullptr,
+               ACE_thread_t thread_ids[] = nullptr, const char* thr_name[] = nullptr) override;
+
+  /// ACE's hook at the end of each of the task's threads: getCurrentTask() forgets the thread.
+  /// An override must call it.
+  int close(u_long flags = 0) override;
+
+  CQOV_TaskMgr* taskMgr() const { return taskMgr_; }
+
+ protected:
+  /// For tasks that bring a queue of their own kind.
+  CQOV_Task(CQOV_TaskMgr* mgr, std::unique_ptr<qov::TaskQueue> queue);
+
+  qov::TaskQueue& taskQueue() const { return *queue_; }
+
+  /// Where responses of a static scheduled task arrive; null for every other task.
+  std::unique_ptr<qov::ResponseSlot> slot_;
+
+ private:
+  int moduleId() const;
+  /// Forgets a wake-up or a response that came too late for the send() it was meant for.
+  void forgetLateAnswer();
+  int waitForResponse(CQOV_MsgPackage*& rsp);
+  int receive(ACE_Message_Block* block, CQOV_MsgPackage*& rsp);
+
+  // Constant after construction.
+  CQOV_TaskMgr* const taskMgr_;
+  const std::unique_ptr<qov::TaskQueue> queue_;
+
+  // Set by the first activate() into the module's thread group.
+  std::shared_ptr<qov::TaskRoster> roster_;
+};
+
+/// A pooled worker: its thread takes one message at a time, calls the module's handler and returns
+/// to the pool.
+///
+/// Thread: handleMessage() runs on the task's own thread.
+/// Errors: a result other than 0 is logged with a dump of the message. Whatever the handler throws
+///         is logged and the worker goes on.
+class CQOV_CommonTask : public CQOV_Task {
+ public:
+  explicit CQOV_CommonTask(CQOV_TaskMgr* mgr);
+
+  int svc() override;
+
+  /// Handles one message. `pkg` stays with the caller, which deletes it afterwards; a handler that
+  /// wants to keep something copies it.
+  virtual int handleMessage(CQOV_MsgPackage& pkg) = 0;
+
+ private:
+  void serve(ACE_Message_Block* block);
+  void handle(CQOV_MsgPackage& pkg);
+};
+
+/// A worker that answers requests by itself.
+///
+/// The answer carries the request's four addresses as they are, not exchanged. The leader matches
+/// responses crosswise, so these answers reach only requesters of the worker's own module. A worker
+/// that answers other modules derives from CQOV_CommonTask and sends what CreateQovRspPackage()
+/// builds.
+class CQOV_CommonTaskEx : public CQOV_CommonTask {
+ public:
+  explicit CQOV_CommonTaskEx(CQOV_TaskMgr* mgr);
+
+  int handleMessage(CQOV_MsgPackage& pkg) override;
+
+  /// Handles one message and may set `rsp` (null on entry) to a package that is sent as the answer;
+  /// its header is overwritten and it is taken over. A request (type 1) for which `rsp` stays null
+  /// is answered by one record: the command code of the request's first record (0 without records)
+  /// and one unsigned cell of 4 bytes, tag 4095, that holds the result.
+  virtual int handleRequest(CQOV_MsgPackage& req, CQOV_MsgPackage*& rsp) = 0;
+};
+
+/// A worker with a thread of its own that serves a fixed set of operation codes instead of drawing
+/// from the pool (the name is kept as it is; modules rely on it).
+///
+/// Requests queue in its own queue while it may wait for a response in its response slot. Started
+/// with CQOV_TaskMgr::insertStaticScheduledTask().
+///
+/// Owns:   nothing of the module, and no one owns it: it belongs to the caller and must outlive the
+///         destructor of its task manager, which stops it and joins its thread.
+class CQOV_StaticSchecheduledTask : public CQOV_CommonTask {
+ public:
+  explicit CQOV_StaticSchecheduledTask(CQOV_TaskMgr* mgr);
+  ~CQOV_StaticSchecheduledTask() override;
+
+  /// Also ends a wait in the response slot, now and from now on.
+  void notifyExit() override;
+  int wakeup() override;
+  /// A response (type 2) goes to the response slot, where it replaces one that nobody took; returns
+  /// 0 then. Every other type goes to the own queue.
+  int putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout) override;
+  /// Does nothing: the task never joins the pool.
+  int idle() override;
+  /// Waits, without limit, for a response in the slot; `mb` is null when the wait was ended by
+  /// wakeup() or notifyExit().
+  int getMsg(ACE_Message_Block*& mb) override;
+
+  /// Appends the operation codes that the task serves. Called once, while the task is registered. A
+  /// code that another task of the module serves already stays with that one.
+  virtual void getOpcList(std::list<unsigned long long>& opcs) = 0;
+};
+
+/// The task that owns the calling thread, or null.
+CQOV_Task* getCurrentTask();
+
+#endif

@@ -1,0 +1,70 @@
+#ifndef QOVPUB_QOV_TASK_SCHEDULER_H
+#define QOVPUB_QOV_TASK_SCHEDULER_H
+
+#include <ace/Condition_Thread_Mutex.h>
+#include <ace/Thread_Mutex.h>
+#include <ace/Unbounded_Queue.h>
+#include <qovpub/qov_task.h>
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+/// One thread per module that hands each message to the next idle worker of the module's pool.
+///
+/// Thread: svc(), createPool() and handle_mb_data() on the scheduler's own thread; return_to_work()
+///         from any thread.
+/// Owns:   the workers, from their creation until its destructor, which runs after their threads
+///         have been joined. The task manager is borrowed.
+/// Errors: by result and log.
+class CQOV_TaskScheduler : public CQOV_Task {
+ public:
+  CQOV_TaskScheduler(CQOV_TaskMgr* mgr, unsigned int poolSize);
+  ~CQOV_TaskScheduler() override;
+
+  int svc() override;
+
+  /// Also ends a wait for an idle worker; the message that waits for it is dropped.
+  void notifyExit() override;
+
+  /// Creates and starts the workers; fewer when the factory returns null or a thread cannot be
+  /// started. Returns 0.
+  int createPool();
+
+  /// Puts `worker` at the tail of the idle list. 0, or -1 for null.
+  int return_to_work(CQOV_Task* worker);
+
+  /// Hands `mb` to the worker that has been idle for longest, waiting for one as long as it takes;
+  /// only a stop ends the wait, and frees `mb` with its package. Returns 0, or -1 when `mb` was
+  /// dropped.
+  int handle_mb_data(ACE_Message_Block* mb);
+
+  /// Waits until createPool() has ended or the scheduler thread has, at most `seconds`.
+  bool waitForPool(unsigned int seconds);
+
+  /// Numbers the waits for an idle worker, process-wide. Incremented by a load and a store, not as
+  /// one atomic step, whatever the name says: two modules may draw the same number. Kept; it is only
+  /// printed and used to thin out log lines.
+  static std::atomic<unsigned long long> oAtomicSerialNum_;
+
+ private:
+  bool addWorker();
+  void poolStands();
+  void waitForIdleWorker();
+  CQOV_Task* takeIdleWorker();
+
+  // Constant after construction.
+  const unsigned int poolSize_;
+
+  ACE_Thread_Mutex lock_;
+  ACE_Condition<ACE_Thread_Mutex> idleSignal_;
+  ACE_Condition<ACE_Thread_Mutex> poolSignal_;
+
+  // Guarded by lock_.
+  ACE_Unbounded_Queue<CQOV_Task*> idleTasks_;
+  std::vector<std::unique_ptr<CQOV_Task>> workers_;
+  bool stopping_ = false;
+  bool poolStands_ = false;
+};
+
+#endif
