@@ -9,10 +9,15 @@ function(qov_test name)
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 120)
   endif()
+  set(properties TIMEOUT ${ARG_TIMEOUT} ${QOV_SANITIZER_FIXTURE})
+  if(ARG_LABELS)
+    list(APPEND properties LABELS "${ARG_LABELS}")
+  endif()
   add_executable(${name} ${ARG_SOURCES})
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
   target_link_libraries(${name} PRIVATE qov::qovpub qov_compile_options GTest::gmock GTest::gtest
                                         GTest::gtest_main ${ARG_LIBRARIES})
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-                       PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT})
+  gtest_discover_tests(
+    ${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+    PROPERTIES ${properties})
 endfunction()

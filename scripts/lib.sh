@@ -1,0 +1,37 @@
+# Shared by the scripts of this folder, which source it. Leaves the shell in the root of the tree.
+set -euo pipefail
+
+# One locale for every tool that is called, whatever the caller's; no terminal is ever asked.
+export LC_ALL=C.UTF-8
+unset CDPATH LANGUAGE
+exec </dev/null
+
+script_name="scripts/$(basename -- "$0")"
+tree_root="$(cd -P -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd)"
+cd -- "$tree_root"
+
+# Prints one line that says what failed, and ends the script.
+fail() {
+  printf '%s: %s\n' "$script_name" "$*" >&2
+  exit 1
+}
+
+say() {
+  printf '== %s\n' "$*"
+}
+
+jobs_here() {
+  nproc 2>/dev/null || echo 2
+}
+
+# Configures and builds a preset of CMakePresets.json.
+build_preset() {
+  local preset="$1" launcher=()
+  if command -v ccache >/dev/null; then
+    launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+  fi
+  say "configure $preset"
+  cmake --preset "$preset" "${launcher[@]}" || fail "configuring preset $preset failed"
+  say "build $preset"
+  cmake --build --preset "$preset" -j "$(jobs_here)" || fail "building preset $preset failed"
+}

@@ -1,0 +1,8 @@
+file(GLOB found "${REPORTS}/*")
+foreach(report IN LISTS found)
+  file(READ "${report}" text)
+  message("${report}:\n${text}")
+endforeach()
+if(found)
+  message(FATAL_ERROR "a sanitizer reported a fault")
+endif()
