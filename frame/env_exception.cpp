@@ -1,0 +1,9 @@
+#include <qovpub/qov_exception.h>
+
+CQOV_Exception::CQOV_Exception(const std::string& message) : text_("CQOV_Exception: " + message) {}
+
+CQOV_Exception::~CQOV_Exception() = default;
+
+const char* CQOV_Exception::what() const noexcept {
+  return text_.what();
+}

@@ -1,0 +1,113 @@
+#include <openssl/sha.h>
+#include <qovplatform/platform_guard.h>
+#include <qovpub/qov_utility.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <mutex>
+#include <new>
+
+namespace {
+
+// ACE's singleton is found by reading a plain pointer, which is no way to learn from another thread
+// that the object is complete. So the flag says it; the pointer is read only behind it.
+const CProcInfo& procInfo() {
+  using Singleton = ACE_Singleton<CProcInfo, ACE_Thread_Mutex>;
+  static std::atomic<bool> built{false};
+  static std::mutex building;
+
+  if (built.load(std::memory_order_acquire)) {
+    return *Singleton::instance();
+  }
+  const std::lock_guard<std::mutex> held(building);
+  const CProcInfo* info = Singleton::instance();
+  if (info == nullptr) {
+    throw std::bad_alloc();
+  }
+  built.store(true, std::memory_order_release);
+  return *info;
+}
+
+// What the platform's gate takes with command 512; the meaning of the words is the platform's.
+struct NodeIdRequest {
+  std::uint32_t word0 = 0;
+  std::uint32_t word1 = 2;
+  std::uint32_t word2 = 0;
+  std::uint32_t padding = 0;
+  std::uint64_t reserved = 0;
+  u_short* nodeId;
+};
+static_assert(sizeof(NodeIdRequest) == 32 && offsetof(NodeIdRequest, reserved) == 16 &&
+                  offsetof(NodeIdRequest, nodeId) == 24,
+              "the platform reads this record by its offsets");
+
+constexpr unsigned kReadNodeId = 512;
+
+}  // namespace
+
+std::string QOV_Utility::getQOVRootEnv() {
+  const char* value = std::getenv("QOV_ROOT");
+  std::string root = value != nullptr ? value : "";
+  std::replace(root.begin(), root.end(), '\\', '/');
+  return root;
+}
+
+std::string QOV_Utility::GetLastNCharacter(const std::string& s, u_int n) {
+  return n >= s.size() ? s : s.substr(s.size() - n);
+}
+
+int QOV_Utility::GetNodeIdLocal(u_short& nodeId) {
+  NodeIdRequest request;
+  request.nodeId = &nodeId;
+  return PXOS_SysCall(kReadNodeId, &request);
+}
+
+u_int QOV_Utility::getProcPID() {
+  return procInfo().pid();
+}
+
+const std::string& QOV_Utility::getProcessName() {
+  return procInfo().procName();
+}
+
+const std::string& QOV_Utility::getProcessCfgPath() {
+  return procInfo().cfgPath();
+}
+
+const std::string& QOV_Utility::getProcessCfgFileName() {
+  return procInfo().cfgFileName();
+}
+
+const std::string& QOV_Utility::getProcessLogPath() {
+  return procInfo().logPath();
+}
+
+const std::string& QOV_Utility::getProcessLogFileName() {
+  return procInfo().logFileName();
+}
+
+std::string QOV_Utility::DigestSHA256(const std::string& data) {
+  std::array<unsigned char, SHA256_DIGEST_LENGTH> digest{};
+  SHA256_CTX context;
+// Deprecated in OpenSSL 3 in favour of calls that allocate and can fail; these do neither, and the
+// same source builds against the older release on the devices.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+  SHA256_Init(&context);
+  SHA256_Update(&context, data.data(), data.size());
+  SHA256_Final(digest.data(), &context);
+#pragma GCC diagnostic pop
+
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  text.reserve(2 * digest.size());
+  for (const unsigned char byte : digest) {
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 0x0F];
+  }
+  return text;
+}

@@ -1,0 +1,28 @@
+#ifndef QOV_FRAME_SHUTDOWN_SUPERVISION_H
+#define QOV_FRAME_SHUTDOWN_SUPERVISION_H
+
+#include <type_traits>
+#include <utility>
+
+namespace qov {
+
+template <class Guard, class = void>
+struct HasShutdownBegins : std::false_type {};
+
+template <class Guard>
+struct HasShutdownBegins<Guard, std::void_t<decltype(std::declval<Guard&>().shutdownBegins())>>
+    : std::true_type {};
+
+/// Tells the guard that lives through the process's shutdown that it begins now. The stand-in of
+/// the platform guard library needs to hear it; the platform's own guard has no such operation, and
+/// then this does nothing. Not for signal handlers.
+template <class Guard>
+void shutdownBegins(Guard& guard) {
+  if constexpr (HasShutdownBegins<Guard>::value) {
+    guard.shutdownBegins();
+  }
+}
+
+}  // namespace qov
+
+#endif

@@ -1,0 +1,35 @@
+#include <cerrno>
+
+#include "platform/guard_time.h"
+#include "platform/overdue_watch.h"
+#include "qovplatform/platform_guard.h"
+
+using qov::platform::GuardSlot;
+using qov::platform::OverdueWatch;
+using qov::platform::ThreadSlots;
+using std::chrono::nanoseconds;
+using std::chrono::steady_clock;
+
+FowGuard::FowGuard(unsigned kind, unsigned level, unsigned seconds)
+    : kind_(kind), level_(level), seconds_(seconds), slot_(nullptr) {
+  if (seconds_ == 0) {
+    return;
+  }
+  const nanoseconds limit = qov::platform::guardTime(seconds_);
+  deadline_ = steady_clock::now() + limit;
+  ThreadSlots* mine = ThreadSlots::mine();
+  slot_ = mine != nullptr ? mine->freeSlot() : nullptr;
+  if (slot_ != nullptr) {
+    slot_->open(nanoseconds(deadline_.time_since_epoch()).count(), kind_, level_, seconds_);
+    OverdueWatch::instance().cover(limit.count());
+  }
+}
+
+FowGuard::~FowGuard() {
+  const bool alreadyLogged = slot_ != nullptr && slot_->close();
+  if (seconds_ != 0 && !alreadyLogged && steady_clock::now() >= deadline_) {
+    const int error = errno;
+    qov::platform::logClosedLate({kind_, level_, seconds_});
+    errno = error;
+  }
+}

@@ -1,0 +1,16 @@
+#ifndef QOV_PLATFORM_GUARD_TIME_H
+#define QOV_PLATFORM_GUARD_TIME_H
+
+#include <chrono>
+
+namespace qov::platform {
+
+/// The length of `seconds` seconds as the guards count them.
+///
+/// The environment variable "PXOS_GUARD_SECOND_MS" (1 to 1000, milliseconds) shortens a guard's
+/// second, to try an agent's guards out without waiting for hours; it is read once, at first use.
+std::chrono::nanoseconds guardTime(unsigned seconds);
+
+}  // namespace qov::platform
+
+#endif

@@ -1,0 +1,80 @@
+#ifndef QOVPLATFORM_PLATFORM_GUARD_H
+#define QOVPLATFORM_PLATFORM_GUARD_H
+
+#include <chrono>
+#include <memory>
+
+namespace qov::platform {
+class GuardSlot;
+class ShutdownWatchdog;
+}  // namespace qov::platform
+
+/// Watches the handling of one message: a handling that outlasts its time is logged once.
+///
+/// While the handling still hangs, a background thread writes the line; when it ends late before
+/// that thread has looked, the guard writes it on closing. The line goes through ACE's log at
+/// warning level. The background thread starts with the first guard of the process (and again with
+/// the first one after a fork), takes no signals, is unknown to ACE_Thread_Manager and ends when
+/// the process exits. It sleeps as long as no guard can become overdue.
+///
+/// A guard makes no system call unless it is overdue, or has a shorter time than any before it.
+///
+/// Thread: opened and closed by the same thread; any number of threads at once. Guards nest.
+/// Owns:   nothing that outlives it.
+/// Errors: none; without a background thread the line appears when the guard closes.
+class FowGuard {
+ public:
+  /// `kind` and `level` name the handling in the log line; `seconds` is the time it may take,
+  /// 0 for no limit.
+  FowGuard(unsigned kind, unsigned level, unsigned seconds);
+  ~FowGuard();
+
+  FowGuard(const FowGuard&) = delete;
+  FowGuard& operator=(const FowGuard&) = delete;
+
+ private:
+  unsigned kind_;
+  unsigned level_;
+  unsigned seconds_;
+  std::chrono::steady_clock::time_point deadline_;
+  qov::platform::GuardSlot* slot_;
+};
+
+/// Ends a process whose shutdown hangs.
+///
+/// The guard is made before the process starts to work and lives until the shutdown is over. It is
+/// at rest until shutdownBegins(); when it is not destroyed within its time from then on, it writes
+/// one line to standard error and aborts the process (SIGABRT, shell status 134), so that a core
+/// image shows what hangs. It works from a thread of its own that takes no signals, whatever state
+/// the other threads are in.
+///
+/// Thread: made and destroyed by one thread; shutdownBegins() from any thread meanwhile.
+/// Owns:   its thread, which runs only while a shutdown is under way.
+/// Errors: a thread that cannot be started is reported by one line on standard error; the shutdown
+///         then goes on unsupervised.
+class MonitorGuard {
+ public:
+  /// `seconds` is the time that the shutdown may take, 0 for no limit.
+  explicit MonitorGuard(unsigned seconds);
+  ~MonitorGuard();
+
+  MonitorGuard(const MonitorGuard&) = delete;
+  MonitorGuard& operator=(const MonitorGuard&) = delete;
+
+  /// Starts the time; later calls change nothing. Not for signal handlers.
+  void shutdownBegins();
+
+ private:
+  std::unique_ptr<qov::platform::ShutdownWatchdog> watchdog_;
+};
+
+/// The platform's system-call gate. Returns 0, or -1 with errno EINVAL.
+///
+/// Command 512 reads the local node id. `request` points to 32 bytes: three unsigned words 0, 2, 0,
+/// a word of padding, a null pointer and the address of the caller's 16-bit node id. The id is the
+/// value of the environment variable "PXOS_NODE_ID", whose whole text must be a decimal number from
+/// 0 to 65535; otherwise the call fails and leaves the caller's node id as it was. Any other
+/// command or request fails.
+int PXOS_SysCall(unsigned command, void* request);
+
+#endif

@@ -1,0 +1,18 @@
+#include "platform/guard_time.h"
+#include "platform/shutdown_watchdog.h"
+#include "qovplatform/platform_guard.h"
+
+MonitorGuard::MonitorGuard(unsigned seconds) {
+  if (seconds != 0) {
+    watchdog_ = std::make_unique<qov::platform::ShutdownWatchdog>(qov::platform::guardTime(seconds),
+                                                                  seconds);
+  }
+}
+
+MonitorGuard::~MonitorGuard() = default;
+
+void MonitorGuard::shutdownBegins() {
+  if (watchdog_ != nullptr) {
+    watchdog_->start();
+  }
+}

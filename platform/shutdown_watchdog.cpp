@@ -1,0 +1,68 @@
+#include "platform/shutdown_watchdog.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <system_error>
+
+#include "platform/all_signals_blocked.h"
+
+namespace qov::platform {
+namespace {
+
+// Straight to the descriptor: a hanging thread may hold the lock of stdio or of the log.
+template <class... Arguments>
+void writeToStandardError(const char* format, Arguments... arguments) {
+  std::array<char, 160> line;
+  const int length = std::snprintf(line.data(), line.size(), format, arguments...);
+  if (length > 0 &&
+      ::write(STDERR_FILENO, line.data(), std::min<std::size_t>(length, line.size() - 1)) < 0) {
+    return;  // nobody left to tell
+  }
+}
+
+}  // namespace
+
+ShutdownWatchdog::ShutdownWatchdog(std::chrono::nanoseconds bound, unsigned seconds)
+    : bound_(bound), seconds_(seconds) {}
+
+ShutdownWatchdog::~ShutdownWatchdog() {
+  std::thread thread;
+  {
+    const std::lock_guard<std::mutex> held(lock_);
+    over_ = true;
+    thread.swap(thread_);
+    changed_.notify_one();
+  }
+  if (thread.joinable()) {
+    thread.join();
+  }
+}
+
+void ShutdownWatchdog::start() {
+  const std::lock_guard<std::mutex> held(lock_);
+  if (over_ || thread_.joinable()) {
+    return;
+  }
+  const AllSignalsBlocked blocked;
+  try {
+    thread_ = std::thread(&ShutdownWatchdog::run, this, std::chrono::steady_clock::now() + bound_);
+  } catch (const std::system_error& error) {
+    writeToStandardError("MonitorGuard: the shutdown of process %d is not supervised: %s\n",
+                         static_cast<int>(::getpid()), error.what());
+  }
+}
+
+void ShutdownWatchdog::run(std::chrono::steady_clock::time_point deadline) {
+  std::unique_lock<std::mutex> held(lock_);
+  if (!changed_.wait_until(held, deadline, [this] { return over_; })) {
+    writeToStandardError(
+        "MonitorGuard: the shutdown of process %d has not ended within %u s, aborting\n",
+        static_cast<int>(::getpid()), seconds_);
+    std::abort();
+  }
+}
+
+}  // namespace qov::platform
