@@ -103,7 +103,7 @@ class CQOV_Module_Loader {
   std::unique_ptr<CQOV_TaskMgr> createModule(const std::string& name, ACE_DLL_Handle*& dll,
                                              CQOVDebugKitGuard& guard);
   bool startModule(CQOV_TaskMgr& manager, const std::string& name, CQOVDebugKitGuard& guard);
-  std::unique_ptr<ModuleEntry> takeFrom(std::size_t first);
+  std::unique_ptr<ModuleEntry> takeFirst();
   void stopLeftovers();
 
   /// Set by a load() that succeeded; guarded by lock_.

@@ -1,0 +1,116 @@
+#ifndef QOVPUB_QOV_APP_H
+#define QOVPUB_QOV_APP_H
+
+#include <ace/Event_Handler.h>
+
+#include <memory>
+#include <string>
+
+class CQOV_Logging_Strategy;
+
+/// What the signals of the process do: SIGINT ends the event loop, SIGUSR1 applies the log
+/// configuration again, SIGPIPE and any other do nothing.
+///
+/// ACE runs handle_signal() in signal context, on whichever thread takes the signal. There it only
+/// notes the signal and wakes the process reactor, which carries it out on the thread that runs its
+/// event loop. Signals of one kind that come before that are carried out as one: a SIGUSR1 is
+/// always followed by a reading of the configuration that begins after it.
+///
+/// Thread: constructor and destructor on the thread that runs the process reactor; handle_signal()
+///         without a siginfo there, too; with one from signal context on any thread.
+/// Owns:   nothing; the logging strategy is borrowed.
+/// Errors: none.
+class SigintHandler : public ACE_Event_Handler {
+ public:
+  /// `logStrategy` is what SIGUSR1 initialises again; null for none. Prepares the process reactor
+  /// for noted signals; of several handlers the one made last carries them out.
+  explicit SigintHandler(CQOV_Logging_Strategy* logStrategy);
+  ~SigintHandler() override;
+
+  /// With a null `info`, as a program calls it: does what `signum` asks for, at once. With one, as
+  /// the system calls it: notes `signum` for the process reactor. Always returns 0.
+  int handle_signal(int signum, siginfo_t* info = nullptr, ucontext_t* context = nullptr) override;
+
+ private:
+  friend class CQOVapp;
+
+  CQOV_Logging_Strategy* logStrategy_;
+};
+
+/// The frame of an agent process: its main builds one, calls init() and, when that returned 0,
+/// event_loop_done(), and returns.
+///
+///     int main(int argc, char** argv) {
+///       try {
+///         CQOVapp app;
+///         if (app.init(argc, argv) != 0) {
+///           return 1;
+///         }
+///         app.event_loop_done();
+///         return 0;
+///       } catch (const CQOV_Exception& e) {
+///         std::cerr << e.what() << '\n';
+///         return 1;
+///       }
+///     }
+///
+/// Signals: init() blocks SIGINT and SIGUSR1 while it works, so that the modules' threads never
+/// take them, gives the caller's signal mask back on every way out, and delivers what came
+/// meanwhile. From init() on a broken pipe (SIGPIPE) never ends the process, even when init()
+/// fails; a handler that the program has set itself stays until init() succeeds.
+///
+/// Thread: the main thread for everything. init() makes it the owner of the process reactor.
+/// Owns:   the logging strategy. The modules belong to the loader, but the destructor stops those
+///         that init() loaded and nobody unloaded.
+/// Errors: by result. init() throws CQOV_Exception when the process configuration cannot be read.
+class CQOVapp {
+ public:
+  CQOVapp();
+
+  /// Stops the modules that are still there, frees the logging strategy and the debug kits. A log
+  /// call after that makes the public kit anew.
+  ~CQOVapp();
+
+  CQOVapp(const CQOVapp&) = delete;
+  CQOVapp& operator=(const CQOVapp&) = delete;
+
+  /// Starts the agent: becomes a daemon unless told not to, sets up the allocator, the debug kits,
+  /// the log and the plug-in registry, loads the modules and registers the signals.
+  ///
+  /// Returns 0, or -1 when memory for the logging strategy runs out (errno ENOMEM) or a module
+  /// cannot be loaded. Failures to become a daemon, to configure the log or to register a signal
+  /// are ignored. After -1 there is nothing to do but to end the process; modules that were loaded
+  /// before the failing one run until this object is destroyed or the process exits.
+  ///
+  /// A daemon works in the directory "QOV_ROOT", which should therefore be absolute, with its
+  /// descriptors 0 to 2 on /dev/null and all others closed: what the program opens before init() is
+  /// lost, the process reactor (ACE_Reactor::instance()) included, so that must not be used before.
+  /// The file mode mask is the caller's. The calling process exits with status 0 from within
+  /// init(); a failure after that shows in the log only.
+  int init(int argc, char** argv);
+
+  /// Runs the process reactor's event loop until SIGINT, then unloads the modules, closes the
+  /// plug-in registry and waits for all threads of ACE's thread manager. A shutdown that takes
+  /// longer than 450 seconds ends the process.
+  void event_loop_done();
+
+  /// Reads the command line: "-n" anywhere, alone or among other letters ("-xn"), after "--" as
+  /// well, clears bDeaemonize_. Words of two dashes ("--name") and everything else are ignored.
+  /// `argv` keeps its order. Called by init().
+  void parse_args(int argc, char** argv);
+
+  /// Whether init() makes a daemon of the process; initially true. The name is kept as it stands.
+  static bool bDeaemonize_;
+
+ private:
+  void handleSignals();
+
+  /// Lives until the process ends, since a signal may come at any time.
+  static SigintHandler* signalHandler_;
+
+  std::unique_ptr<CQOV_Logging_Strategy> logStrategy_;
+  std::string programName_;
+  bool modulesLoaded_ = false;
+};
+
+#endif
