@@ -6,63 +6,173 @@
 #include <ace/Singleton.h>
 #include <ace/Thread_Mutex.h>
 
+#include <array>
+#include <atomic>
 #include <cstdarg>
 #include <sstream>
 #include <string>
 
+/// A named logger: turns a message into one record of the fixed bracketed layout
+///
+///     [2026/11/13 19:50:30][65556][ERR][QOVPUBLIC][svc,377][][agent:140093214717696] message
+///
+/// and hands it to ACE logging at the level's priority. The fields are the local time, the log id,
+/// the level's tag, the kit's name, function and line of the caller, an always empty field, process
+/// name and thread id. A record is one line unless the message brings line breaks of its own; it is
+/// written whole, never mixed with another thread's, whatever its length.
+///
+/// A level operation first tests the level in ACE's process-wide priority mask and returns at once
+/// when it is off: nothing is built or formatted then. The `const char*` forms exist so that a
+/// literal message costs no string either. errno is the same after the call as before it.
+///
+/// Thread: any; name and id never change.
+/// Owns:   nothing beyond its name. Kits in the registry belong to the registry.
+/// Errors: none are reported and nothing is thrown. A message ends at its first NUL. A formatted
+///         message is cut to 65,535 characters, and at a conversion that cannot be carried out
+///         ("%n" among them: it is never obeyed). A null message is an empty one. A null function
+///         ends the record in front of that field.
 class CQOVDebugKit {
  public:
   CQOVDebugKit(const std::string& name, unsigned int id);
+  ~CQOVDebugKit();
+  CQOVDebugKit(const CQOVDebugKit&) = delete;
+  CQOVDebugKit& operator=(const CQOVDebugKit&) = delete;
 
   const std::string& name() const { return name_; }
+  /// The key under which CQOVDebugKitMgr::add() registers the kit.
   unsigned int id() const { return id_; }
 
+  /// Tag "DBG", priority LM_DEBUG. `logId` is the caller's own number for this record, `function`
+  /// its `__FUNCTION__`, `line` its source line. The last form prints `format` with `args` as
+  /// vprintf does; `args` is consumed only when the level is on.
   void debug(unsigned long long logId, const char* function, unsigned int line,
-             const std::string& message);
+             const std::string& message) const;
+  void debug(unsigned long long logId, const char* function, unsigned int line,
+             const char* message) const;
   void debug(unsigned long long logId, const char* function, unsigned int line, const char* format,
-             va_list args);
+             va_list args) const __attribute__((format(printf, 5, 0)));
+
+  /// Tag "INFO", priority LM_INFO.
   void info(unsigned long long logId, const char* function, unsigned int line,
-            const std::string& message);
+            const std::string& message) const;
+  void info(unsigned long long logId, const char* function, unsigned int line,
+            const char* message) const;
   void info(unsigned long long logId, const char* function, unsigned int line, const char* format,
-            va_list args);
+            va_list args) const __attribute__((format(printf, 5, 0)));
+
+  /// Tag "WARN", priority LM_WARNING.
   void warn(unsigned long long logId, const char* function, unsigned int line,
-            const std::string& message);
+            const std::string& message) const;
+  void warn(unsigned long long logId, const char* function, unsigned int line,
+            const char* message) const;
   void warn(unsigned long long logId, const char* function, unsigned int line, const char* format,
-            va_list args);
+            va_list args) const __attribute__((format(printf, 5, 0)));
+
+  /// Tag "ERR", priority LM_ERROR.
   void error(unsigned long long logId, const char* function, unsigned int line,
-             const std::string& message);
+             const std::string& message) const;
+  void error(unsigned long long logId, const char* function, unsigned int line,
+             const char* message) const;
   void error(unsigned long long logId, const char* function, unsigned int line, const char* format,
-             va_list args);
+             va_list args) const __attribute__((format(printf, 5, 0)));
+
+  /// Tag "CRI", priority LM_CRITICAL. Every level that CQOV_Logging_Strategy sets switches this
+  /// priority off, so these records pass only where no strategy is in force.
   void critical(unsigned long long logId, const char* function, unsigned int line,
-                const std::string& message);
+                const std::string& message) const;
   void critical(unsigned long long logId, const char* function, unsigned int line,
-                const char* format, va_list args);
-  void trace(const std::string& message);
+                const char* message) const;
+  void critical(unsigned long long logId, const char* function, unsigned int line,
+                const char* format, va_list args) const __attribute__((format(printf, 5, 0)));
+
+  /// Tag "TRACE", priority LM_TRACE; log id 18446744073709551615, no function, line 0.
+  void trace(const std::string& message) const;
+  void trace(const char* message) const;
+
+  /// Appends one record, its newline included, to `out` whatever the priority mask says, and
+  /// flushes `out`. A null `tag` or `function` leaves `out` in its bad state behind the fields
+  /// before it, as inserting the null text would.
+  void makeLog(std::ostringstream& out, unsigned long long logId, const char* tag,
+               const char* function, unsigned int line, const std::string& message) const;
+  void makeLog(std::ostringstream& out, unsigned long long logId, const char* tag,
+               const char* function, unsigned int line, const char* format, va_list args) const
+      __attribute__((format(printf, 7, 0)));
+
+  /// The current second in local time, for example "2026/11/13 19:50:30".
+  std::string makeLogTime() const;
 
  private:
-  std::string name_;
-  unsigned int id_;
+  const std::string name_;
+  const unsigned int id_;
 };
 
+/// The process's registry of debug kits by id; id 0 is the public kit "QOVPUBLIC", through which
+/// the library itself logs.
+///
+/// Thread: any, for all operations. The destructor and close() only when no other thread logs.
+/// Owns:   the kits that it holds; its destructor deletes them. A kit that remove() returned
+///         belongs to the caller.
+/// Errors: reported by the results; never thrown.
+///
+/// A pointer from find() stays good as long as its kit is registered. Whoever removes and deletes
+/// a kit does so when no thread can still be using it: a module after its threads were joined.
+/// Guards that stay open across such a deletion notice it and go on through whatever find() has.
 class CQOVDebugKitMgr {
  public:
+  /// A registry that holds the public kit. A program needs only the one of instance().
   CQOVDebugKitMgr();
   ~CQOVDebugKitMgr();
+  CQOVDebugKitMgr(const CQOVDebugKitMgr&) = delete;
+  CQOVDebugKitMgr& operator=(const CQOVDebugKitMgr&) = delete;
 
+  /// The process's registry, made on the first call and never destroyed by the library itself.
   static CQOVDebugKitMgr* instance();
+  /// Deletes the process's registry with its kits, if there is one. A later instance() makes a
+  /// new one.
+  static void close();
 
+  /// Registers `kit` under its own id and takes it over. Returns 1, or 0 with the kit left to the
+  /// caller: null, id taken (first come, first served), no memory (errno ENOMEM).
   int add(CQOVDebugKit* kit);
+  /// Takes the kit of `id` out and gives it to the caller; null with errno ENOENT if there is none.
   CQOVDebugKit* remove(unsigned int id);
+  /// The kit of `id`, or the public kit when there is none; null only when that was removed, too.
   CQOVDebugKit* find(unsigned int id);
+
+ private:
+  using KitMap = ACE_Hash_Map_Manager_Ex<unsigned int, CQOVDebugKit*, ACE_Hash<unsigned int>,
+                                         ACE_Equal_To<unsigned int>, ACE_Thread_Mutex>;
+  static constexpr unsigned int kBuckets = 256;
+
+  CQOVDebugKit* lookUp(unsigned int id);
+  void publish(unsigned int id, CQOVDebugKit* kit);
+
+  ACE_Thread_Mutex changes_;  ///< keeps kits_ and small_ in step
+  KitMap kits_;
+  /// Copy of the map's entries below 256, read without a lock: a guard looks its kit up on every
+  /// call of a traced function.
+  std::array<std::atomic<CQOVDebugKit*>, kBuckets> small_;
 };
 
+/// Traces entry to and exit from a function, and whether it logged a warning or an error through
+/// the guard on the way: "enter " + name + "..." and "leave " + name + ": OK" (or "NOK").
+///
+/// Thread: the one that made it.
+/// Owns:   nothing; the kit is the registry's.
+/// Errors: none; it writes nothing when no kit is to be had.
 class CQOVDebugKitGuard {
  public:
+  /// Takes the kit registered under `kitId` (or the public one) and traces the entry into `name`,
+  /// the function's full signature.
   CQOVDebugKitGuard(int kitId, const std::string& name);
-  /// `name` is borrowed for the guard's life: a literal.
+  /// The same for a literal: `name` is borrowed for the guard's life, null counts as empty.
   CQOVDebugKitGuard(int kitId, const char* name);
   ~CQOVDebugKitGuard();
+  CQOVDebugKitGuard(const CQOVDebugKitGuard&) = delete;
+  CQOVDebugKitGuard& operator=(const CQOVDebugKitGuard&) = delete;
 
+  /// Log through the kit like its operations of the same names. warn() and error() also make the
+  /// guard leave with "NOK", whether or not their level is on.
   void debug(unsigned long long logId, const char* function, unsigned int line, const char* format,
              ...) __attribute__((format(printf, 5, 6)));
   void info(unsigned long long logId, const char* function, unsigned int line, const char* format,
@@ -71,6 +181,19 @@ class CQOVDebugKitGuard {
             ...) __attribute__((format(printf, 5, 6)));
   void error(unsigned long long logId, const char* function, unsigned int line, const char* format,
              ...) __attribute__((format(printf, 5, 6)));
+
+ private:
+  void findKit();
+  const CQOVDebugKit* kit();
+  void trace(const char* before, const char* after);
+
+  const CQOVDebugKit* kit_ = nullptr;
+  const unsigned int kitId_;
+  /// How many kits had been deleted when kit_ was found: kit_ is good while that number stands.
+  unsigned int deletedKits_ = 0;
+  const std::string owned_;  ///< the name, when it was no literal
+  const char* const name_;
+  bool ok_ = true;
 };
 
 #endif

@@ -1,0 +1,98 @@
+#include <ace/Guard_T.h>
+#include <ace/Log_Msg.h>
+#include <qovpub/qov_common_debugkit.h>
+
+#include <memory>
+#include <mutex>
+#include <new>
+
+namespace {
+
+constexpr unsigned int kPublicKit = 0;
+
+using Registry = ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
+
+/// The registry of instance(). ACE's own double check reads its pointer without any ordering, so
+/// the pointer that threads go by is this one.
+std::atomic<CQOVDebugKitMgr*> processRegistry{nullptr};
+
+CQOVDebugKitMgr* makeProcessRegistry() {
+  static std::mutex creation;
+  const std::lock_guard<std::mutex> lock(creation);
+  CQOVDebugKitMgr* const registry = Registry::instance();
+  processRegistry.store(registry, std::memory_order_release);
+  return registry;
+}
+
+}  // namespace
+
+CQOVDebugKitMgr::CQOVDebugKitMgr() : small_{} {
+  if (kits_.open(kBuckets) == -1) {
+    ACE_ERROR((LM_ERROR, "%p\n", "ACE_Hash_Map_Manager_Ex open"));
+    return;
+  }
+  auto kit = std::make_unique<CQOVDebugKit>("QOVPUBLIC", kPublicKit);
+  if (add(kit.get()) == 1) {
+    static_cast<void>(kit.release());
+  }
+}
+
+CQOVDebugKitMgr::~CQOVDebugKitMgr() {
+  CQOVDebugKitMgr* self = this;
+  processRegistry.compare_exchange_strong(self, nullptr);
+  for (auto& entry : kits_) {
+    delete entry.item();
+  }
+  kits_.unbind_all();
+  kits_.close();
+}
+
+CQOVDebugKitMgr* CQOVDebugKitMgr::instance() {
+  CQOVDebugKitMgr* const known = processRegistry.load(std::memory_order_acquire);
+  return known != nullptr ? known : makeProcessRegistry();
+}
+
+void CQOVDebugKitMgr::close() {
+  Registry::close();
+}
+
+int CQOVDebugKitMgr::add(CQOVDebugKit* kit) {
+  if (kit == nullptr || kits_.total_size() == 0) {
+    return 0;
+  }
+  ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, changes_, 0);
+  if (kits_.bind(kit->id(), kit) != 0) {
+    return 0;
+  }
+  publish(kit->id(), kit);
+  return 1;
+}
+
+CQOVDebugKit* CQOVDebugKitMgr::remove(unsigned int id) {
+  ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, changes_, nullptr);
+  CQOVDebugKit* kit = nullptr;
+  if (kits_.unbind(id, kit) != 0) {
+    return nullptr;
+  }
+  publish(id, nullptr);
+  return kit;
+}
+
+CQOVDebugKit* CQOVDebugKitMgr::find(unsigned int id) {
+  CQOVDebugKit* const kit = lookUp(id);
+  return kit != nullptr ? kit : lookUp(kPublicKit);
+}
+
+CQOVDebugKit* CQOVDebugKitMgr::lookUp(unsigned int id) {
+  if (id < small_.size()) {
+    return small_[id].load(std::memory_order_acquire);
+  }
+  CQOVDebugKit* kit = nullptr;
+  return kits_.find(id, kit) == 0 ? kit : nullptr;
+}
+
+void CQOVDebugKitMgr::publish(unsigned int id, CQOVDebugKit* kit) {
+  if (id < small_.size()) {
+    small_[id].store(kit, std::memory_order_release);
+  }
+}

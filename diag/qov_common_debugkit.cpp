@@ -1,0 +1,223 @@
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_utility.h>
+
+#include <cerrno>
+#include <ctime>
+#include <string_view>
+
+#include "diag/deleted_kits.h"
+#include "diag/log_level.h"
+#include "diag/log_output.h"
+#include "diag/message_text.h"
+#include "diag/record_head.h"
+
+namespace {
+
+using qov::LogLevel;
+
+constexpr unsigned long long kTraceId = ~0ULL;
+
+/// Where a record comes from.
+struct Origin {
+  unsigned long long logId;
+  const char* function;
+  unsigned int line;
+  int sourceLine;  ///< of the level operation, for ACE
+};
+
+/// errno is the caller's: logging stands between a failed call and the look at its reason.
+class ErrnoKeeper {
+ public:
+  ErrnoKeeper() : kept_(errno) {}
+  ~ErrnoKeeper() { errno = kept_; }
+  ErrnoKeeper(const ErrnoKeeper&) = delete;
+  ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
+
+  int kept() const { return kept_; }
+
+ private:
+  const int kept_;
+};
+
+std::string_view textOf(const std::string& message) {
+  return std::string_view(message).substr(0, message.find('\0'));
+}
+
+std::string_view textOf(const char* message) {
+  return message != nullptr ? std::string_view(message) : std::string_view();
+}
+
+void write(ACE_Log_Msg& log, const LogLevel& level, const std::string& kitName,
+           const Origin& origin, std::string_view message, int errnum) {
+  const qov::RecordHead head(kitName, origin.logId, level.tag, origin.function, origin.line);
+  qov::writeRecord(log, {level.priority, origin.sourceLine, errnum}, head.text(),
+                   head.complete() ? message : std::string_view());
+}
+
+// Logging is called in destructors and in handlers of exceptions, so nothing may leave it: both
+// kinds of writing give up a record for which there is no memory, or whose destination throws.
+
+template <class Message>
+void writeMessage(ACE_Log_Msg& log, const LogLevel& level, const std::string& kitName,
+                  const Origin& origin, const Message& message) noexcept {
+  const ErrnoKeeper errnoKeeper;
+  try {
+    write(log, level, kitName, origin, textOf(message), errnoKeeper.kept());
+  } catch (...) {
+  }
+}
+
+/// Never inlined: its frame is 64 KiB, which a disabled level must not pay for.
+__attribute__((noinline, format(printf, 5, 0))) void writeFormatted(
+    ACE_Log_Msg& log, const LogLevel& level, const std::string& kitName, const Origin& origin,
+    const char* format, va_list args) noexcept {
+  const ErrnoKeeper errnoKeeper;
+  try {
+    const qov::MessageText message(format, args);
+    write(log, level, kitName, origin, message.text(), errnoKeeper.kept());
+  } catch (...) {
+  }
+}
+
+template <class Message>
+inline void logMessage(const LogLevel& level, const std::string& kitName, const Origin& origin,
+                       const Message& message) {
+  if (ACE_Log_Msg* const log = qov::openLog(level)) {
+    writeMessage(*log, level, kitName, origin, message);
+  }
+}
+
+__attribute__((format(printf, 4, 0))) inline void logFormatted(const LogLevel& level,
+                                                               const std::string& kitName,
+                                                               const Origin& origin,
+                                                               const char* format, va_list args) {
+  if (ACE_Log_Msg* const log = qov::openLog(level)) {
+    writeFormatted(*log, level, kitName, origin, format, args);
+  }
+}
+
+void appendRecord(std::ostringstream& out, const qov::RecordHead& head, std::string_view message) {
+  const std::string_view text = head.text();
+  out.write(text.data(), static_cast<std::streamsize>(text.size()));
+  if (!head.complete()) {
+    out.setstate(std::ios_base::badbit);
+    return;
+  }
+  out.write(message.data(), static_cast<std::streamsize>(message.size()));
+  out.put('\n');
+  out.flush();
+}
+
+}  // namespace
+
+namespace qov {
+
+std::atomic<unsigned int> deletedKits{0};
+
+}  // namespace qov
+
+CQOVDebugKit::CQOVDebugKit(const std::string& name, unsigned int id) : name_(name), id_(id) {}
+
+CQOVDebugKit::~CQOVDebugKit() {
+  qov::deletedKits.fetch_add(1, std::memory_order_acq_rel);
+}
+
+void CQOVDebugKit::debug(unsigned long long logId, const char* function, unsigned int line,
+                         const std::string& message) const {
+  logMessage(qov::kDebug, name_, {logId, function, line, __LINE__}, message);
+}
+
+void CQOVDebugKit::debug(unsigned long long logId, const char* function, unsigned int line,
+                         const char* message) const {
+  logMessage(qov::kDebug, name_, {logId, function, line, __LINE__}, message);
+}
+
+void CQOVDebugKit::debug(unsigned long long logId, const char* function, unsigned int line,
+                         const char* format, va_list args) const {
+  logFormatted(qov::kDebug, name_, {logId, function, line, __LINE__}, format, args);
+}
+
+void CQOVDebugKit::info(unsigned long long logId, const char* function, unsigned int line,
+                        const std::string& message) const {
+  logMessage(qov::kInfo, name_, {logId, function, line, __LINE__}, message);
+}
+
+void CQOVDebugKit::info(unsigned long long logId, const char* function, unsigned int line,
+                        const char* message) const {
+  logMessage(qov::kInfo, name_, {logId, function, line, __LINE__}, message);
+}
+
+void CQOVDebugKit::info(unsigned long long logId, const char* function, unsigned int line,
+                        const char* format, va_list args) const {
+  logFormatted(qov::kInfo, name_, {logId, function, line, __LINE__}, format, args);
+}
+
+void CQOVDebugKit::warn(unsigned long long logId, const char* function, unsigned int line,
+                        const std::string& message) const {
+  logMessage(qov::kWarn, name_, {logId, function, line, __LINE__}, message);
+}
+
+void CQOVDebugKit::warn(unsigned long long logId, const char* function, unsigned int line,
+                        const char* message) const {
+  logMessage(qov::kWarn, name_, {logId, function, line, __LINE__}, message);
+}
+
+void CQOVDebugKit::warn(unsigned long long logId, const char* function, unsigned int line,
+                        const char* format, va_list args) const {
+  logFormatted(qov::kWarn, name_, {logId, function, line, __LINE__}, format, args);
+}
+
+void CQOVDebugKit::error(unsigned long long logId, const char* function, unsigned int line,
+                         const std::string& message) const {
+  logMessage(qov::kError, name_, {logId, function, line, __LINE__}, message);
+}
+
+void CQOVDebugKit::error(unsigned long long logId, const char* function, unsigned int line,
+                         const char* message) const {
+  logMessage(qov::kError, name_, {logId, function, line, __LINE__}, message);
+}
+
+void CQOVDebugKit::error(unsigned long long logId, const char* function, unsigned int line,
+                         const char* format, va_list args) const {
+  logFormatted(qov::kError, name_, {logId, function, line, __LINE__}, format, args);
+}
+
+void CQOVDebugKit::critical(unsigned long long logId, const char* function, unsigned int line,
+                            const std::string& message) const {
+  logMessage(qov::kCritical, name_, {logId, function, line, __LINE__}, message);
+}
+
+void CQOVDebugKit::critical(unsigned long long logId, const char* function, unsigned int line,
+                            const char* message) const {
+  logMessage(qov::kCritical, name_, {logId, function, line, __LINE__}, message);
+}
+
+void CQOVDebugKit::critical(unsigned long long logId, const char* function, unsigned int line,
+                            const char* format, va_list args) const {
+  logFormatted(qov::kCritical, name_, {logId, function, line, __LINE__}, format, args);
+}
+
+void CQOVDebugKit::trace(const std::string& message) const {
+  logMessage(qov::kTrace, name_, {kTraceId, "", 0, __LINE__}, message);
+}
+
+void CQOVDebugKit::trace(const char* message) const {
+  logMessage(qov::kTrace, name_, {kTraceId, "", 0, __LINE__}, message);
+}
+
+void CQOVDebugKit::makeLog(std::ostringstream& out, unsigned long long logId, const char* tag,
+                           const char* function, unsigned int line,
+                           const std::string& message) const {
+  appendRecord(out, qov::RecordHead(name_, logId, tag, function, line), textOf(message));
+}
+
+void CQOVDebugKit::makeLog(std::ostringstream& out, unsigned long long logId, const char* tag,
+                           const char* function, unsigned int line, const char* format,
+                           va_list args) const {
+  const qov::MessageText message(format, args);
+  appendRecord(out, qov::RecordHead(name_, logId, tag, function, line), message.text());
+}
+
+std::string CQOVDebugKit::makeLogTime() const {
+  return UtcTimeToLocalTimeStr(time(nullptr), "/");
+}
