@@ -1,0 +1,151 @@
+#include <ace/Log_Msg_Callback.h>
+#include <ace/Log_Record.h>
+#include <gmock/gmock.h>
+#include <qovpub/qov_common_debugkit.h>
+
+#include <streambuf>
+#include <thread>
+#include <vector>
+
+#include "tests/diag/log_capture.h"
+
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+
+class RecordOutput : public testing::Test {
+ protected:
+  const CQOVDebugKit kit_{"KIT", 5};
+  LogCapture capture_;
+};
+
+TEST_F(RecordOutput, WritesARecordOf65536CharactersWhole) {
+  const std::string message(65536, 'x');
+  kit_.info(1, "f", 2, message);
+  EXPECT_THAT(capture_.text(), EndsWith("] " + message + "\n"));
+  EXPECT_EQ(capture_.lines(), 1);
+}
+
+TEST_F(RecordOutput, WritesToStandardError) {
+  LogCapture::log().clr_flags(ACE_Log_Msg::OSTREAM);
+  LogCapture::log().set_flags(ACE_Log_Msg::STDERR);
+  const std::string message(65536, 'x');
+  testing::internal::CaptureStderr();
+  kit_.info(1, "f", 2, message);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith("] " + message + "\n"));
+  EXPECT_EQ(capture_.text(), "");
+}
+
+TEST_F(RecordOutput, WritesToStandardErrorAndTheStreamWhenBothAreOn) {
+  LogCapture::log().set_flags(ACE_Log_Msg::STDERR);
+  testing::internal::CaptureStderr();
+  kit_.info(1, "f", 2, "m");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), capture_.text());
+}
+
+TEST_F(RecordOutput, WritesNothingWhenAceIsSilent) {
+  LogCapture::log().set_flags(ACE_Log_Msg::SILENT);
+  kit_.info(1, "f", 2, "m");
+  EXPECT_EQ(capture_.text(), "");
+}
+
+class Listener : public ACE_Log_Msg_Callback {
+ public:
+  void log(ACE_Log_Record& record) override { heard_ += record.msg_data(); }
+  std::string heard_;
+};
+
+TEST_F(RecordOutput, ReachesACallback) {
+  Listener listener;
+  LogCapture::log().msg_callback(&listener);
+  LogCapture::log().set_flags(ACE_Log_Msg::MSG_CALLBACK);
+  kit_.info(1, "f", 2, "100%s %n");
+  EXPECT_THAT(listener.heard_, EndsWith("] 100%s %n\n"));
+  EXPECT_EQ(capture_.text(), listener.heard_);
+  listener.heard_.clear();
+  const std::string message(65536, 'x');
+  kit_.info(1, "f", 2, message);
+  EXPECT_THAT(listener.heard_, EndsWith("] " + message + "\n"));
+  LogCapture::log().msg_callback(nullptr);
+}
+
+TEST_F(RecordOutput, KeepsAcesOwnDecorationsWhereTheyAreOn) {
+  LogCapture::log().set_flags(ACE_Log_Msg::VERBOSE_LITE);
+  kit_.info(1, "f", 2, "m");
+  EXPECT_THAT(capture_.text(), HasSubstr("@LM_INFO@["));
+  EXPECT_THAT(capture_.text(), EndsWith("] m\n"));
+}
+
+/// A destination that refuses everything until told otherwise.
+class FullDisk : public std::streambuf {
+ public:
+  bool full_ = true;
+  std::string text_;
+
+ protected:
+  std::streamsize xsputn(const char* from, std::streamsize size) override {
+    if (full_) {
+      return 0;
+    }
+    text_.append(from, static_cast<size_t>(size));
+    return size;
+  }
+  int overflow(int c) override {
+    if (full_) {
+      return traits_type::eof();
+    }
+    text_.push_back(static_cast<char>(c));
+    return c;
+  }
+};
+
+TEST_F(RecordOutput, GoesOnWithAStreamThatFailedForAWhile) {
+  FullDisk disk;
+  std::ostream stream(&disk);
+  LogCapture::log().msg_ostream(&stream);
+  kit_.info(1, "f", 2, "lost");
+  disk.full_ = false;
+  kit_.info(1, "f", 2, "kept");
+  EXPECT_THAT(disk.text_, EndsWith("] kept\n"));
+}
+
+TEST_F(RecordOutput, SurvivesAStreamThatThrows) {
+  FullDisk disk;
+  std::ostream stream(&disk);
+  stream.exceptions(std::ios_base::badbit | std::ios_base::failbit);
+  LogCapture::log().msg_ostream(&stream);
+  EXPECT_NO_THROW(kit_.info(1, "f", 2, "lost"));
+  disk.full_ = false;
+  kit_.info(1, "f", 2, "kept");
+  EXPECT_THAT(disk.text_, EndsWith("] kept\n"));
+}
+
+TEST_F(RecordOutput, NeverMixesTheRecordsOfTwoThreads) {
+  constexpr int kRecords = 50;
+  std::ostream* const shared = LogCapture::log().msg_ostream();
+  const auto logMany = [this, shared](char letter, size_t size) {
+    LogCapture::log().msg_ostream(shared);
+    for (int i = 0; i < kRecords; ++i) {
+      kit_.info(1, "f", 2, std::string(size, letter));
+    }
+    LogCapture::log().msg_ostream(nullptr);
+  };
+  std::thread a(logMany, 'a', 65536);
+  std::thread b(logMany, 'b', 9000);
+  std::thread c(logMany, 'c', 10);
+  a.join();
+  b.join();
+  c.join();
+  std::istringstream lines(capture_.text());
+  int whole = 0;
+  for (std::string line; std::getline(lines, line); ++whole) {
+    const std::string message = line.substr(line.rfind("] ") + 2);
+    EXPECT_TRUE(message == std::string(65536, 'a') || message == std::string(9000, 'b') ||
+                message == std::string(10, 'c'));
+  }
+  EXPECT_EQ(whole, 3 * kRecords);
+}
+
+}  // namespace
