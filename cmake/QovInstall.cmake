@@ -1,15 +1,10 @@
-# Installs the library, the platform library when it is ours, the headers, and what find_package()
-# and pkg-config need. Nothing of the build tree, and none of our compile options, goes with it.
+# Installs the library, its headers, and what find_package() and pkg-config need. Nothing of the
+# build tree, and none of our compile options, goes with it.
 include(CMakePackageConfigHelpers)
 
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/qovpub")
 
-set(installed qovpub)
-if(TARGET qov_platform)
-  list(APPEND installed qov_platform)
-endif()
-install(TARGETS ${installed} EXPORT qovpubTargets
-        LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+install(TARGETS qovpub EXPORT qovpubTargets LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/agent/common/include/qovpub"
         DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" FILES_MATCHING PATTERN "*.h")
 install(EXPORT qovpubTargets NAMESPACE qov:: DESTINATION "${package_dir}")
@@ -23,6 +18,8 @@ install(FILES "${CMAKE_CURRENT_BINARY_DIR}/qovpubConfig.cmake"
               "${CMAKE_CURRENT_BINARY_DIR}/qovpubConfigVersion.cmake"
         DESTINATION "${package_dir}")
 
+# The prefix as seen from the .pc file, so that an installed tree may be moved.
+file(RELATIVE_PATH QOV_PC_TO_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 configure_file(
   "${PROJECT_SOURCE_DIR}/cmake/qovpub.pc.in" "${CMAKE_CURRENT_BINARY_DIR}/qovpub.pc" @ONLY)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/qovpub.pc"

@@ -15,7 +15,9 @@ namespace {
 const fs::path kTreeRoot = QOV_TREE_ROOT;
 const fs::path kPublicHeaders = QOV_PUBLIC_HEADERS_DIR;
 
-Components readTree() { return Components::read(QOV_COMPONENTS_FILE, QOV_HEADER_OWNERS_FILE); }
+Components readTree() {
+  return Components::read(QOV_COMPONENTS_FILE, QOV_HEADER_OWNERS_FILE);
+}
 
 /// The component that `include` belongs to; empty for files of other projects.
 std::string ownerOfInclude(const Components& tree, const std::string& include) {
@@ -91,8 +93,7 @@ TEST(LayersReader, FindsIncludesOfBothFormsAndSkipsCommentedOnes) {
   std::ofstream(file) << "#include <qovpub/qov_msg.h>\n"
                          "  #  include \"diag/rotation.h\"  // why\n"
                          "// #include \"task/worker.h\"\n";
-  EXPECT_EQ(includesOf(file),
-            (std::vector<std::string>{"qovpub/qov_msg.h", "diag/rotation.h"}));
+  EXPECT_EQ(includesOf(file), (std::vector<std::string>{"qovpub/qov_msg.h", "diag/rotation.h"}));
   fs::remove(file);
 }
 

@@ -1,0 +1,23 @@
+// An agent that stops itself as soon as it runs.
+#include <qovpub/qov_app.h>
+#include <qovpub/qov_exception.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <iostream>
+
+int main(int argc, char** argv) {
+  try {
+    CQOVapp app;
+    if (app.init(argc, argv) != 0) {
+      std::cerr << "the agent does not start\n";
+      return 1;
+    }
+    kill(getpid(), SIGINT);
+    app.event_loop_done();
+    return 0;
+  } catch (const CQOV_Exception& failure) {
+    std::cerr << failure.what() << '\n';
+    return 1;
+  }
+}

@@ -1,0 +1,8 @@
+# Configures and builds the consumer from scratch, with the installed copy at PREFIX.
+file(REMOVE_RECURSE "${BUILD}")
+execute_process(
+  COMMAND "${CMAKE_COMMAND}" -S "${SOURCE}" -B "${BUILD}" -G "${GENERATOR}"
+          "-DCMAKE_CXX_COMPILER=${COMPILER}" "-DCMAKE_CXX_FLAGS=${FLAGS}"
+          "-DCMAKE_PREFIX_PATH=${PREFIX}"
+  COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND "${CMAKE_COMMAND}" --build "${BUILD}" COMMAND_ERROR_IS_FATAL ANY)
