@@ -1,30 +1,532 @@
 #ifndef QOVPUB_QOV_MSG_H
 #define QOVPUB_QOV_MSG_H
 
+#include <json/forwards.h>
+
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <iterator>
+#include <memory>
 #include <sstream>
+#include <string>
+#include <string_view>
+
+namespace qov {
+class CellBlock;
+class RecordCodec;
+class TagIndex;
+}  // namespace qov
+
+/// The largest tag of a cell.
+inline constexpr unsigned short MAX_TAG_VALUE = 4095;
+/// Bytes of a record's head on the wire: command code and record length.
+inline constexpr unsigned int MIN_RECORD_SIZE = 10;
+/// Bytes of a cell's head on the wire: type and tag, and value length.
+inline constexpr unsigned int MIN_TLV_SIZE = 4;
 
 /// Header of the messages between the modules of one process: 32 bytes, host byte order.
+///
+/// The fields are named by their width and meaning on the wire; MST and CID are carried unchanged.
+///
+/// Thread: a value. Building one takes the next serial number under a lock of its own, from any
+///         thread and at any time, static initialisation included.
+/// Owns:   nothing.
+/// Errors: none.
 struct __attribute__((packed)) QOVMsgHead {
-  QOVMsgHead();  // defaults, sn_ = next serial
+  static constexpr std::uint32_t kMagic = 20080808;
+  static constexpr std::uint8_t kVersion = 1;
+  /// Set in flags_ when the message carries a whole V3 package as its body.
+  static constexpr std::uint8_t kFlagOm = 1;
+
+  /// The defaults: no type, all four addresses 255, CID -1 and a serial number of its own.
+  QOVMsgHead();
 
   std::uint32_t magic_;
   std::uint8_t version_;
-  std::uint8_t type_;
-  std::uint8_t mst_;
-  std::uint8_t spid_;
-  std::uint8_t smid_;
-  std::uint8_t rpid_;
-  std::uint8_t rmid_;
+  std::uint8_t type_;  ///< 1 request, 2 response, 3 and 4 asynchronous; 0 is not a valid message
+  std::uint8_t mst_;   ///< in a response: the responder's result
+  std::uint8_t spid_;  ///< sender's process id
+  std::uint8_t smid_;  ///< sender's module id
+  std::uint8_t rpid_;  ///< receiver's process id
+  std::uint8_t rmid_;  ///< receiver's module id
   std::uint8_t flags_;
   std::int32_t cid_;
-  std::uint32_t sn_;
-  std::uint64_t opc_;
-  std::uint32_t len_;
+  std::uint32_t sn_;   ///< serial number
+  std::uint64_t opc_;  ///< operation code
+  std::uint32_t len_;  ///< record bytes that follow; encode() and decode() set it
 
+  /// Writes the eleven lines of the header's text form.
   void dump(std::ostringstream& out) const;
 
+  /// The last serial number given out. It starts at a value that differs from process to process
+  /// and wraps at 2^32.
   static std::uint32_t u32SN_;
 };
+static_assert(sizeof(QOVMsgHead) == 32, "copied byte for byte");
+
+/// Header of the V3 messages on the management link: 28 bytes, host byte order.
+///
+/// Thread: a value; allocateSerial() from any thread.
+/// Owns:   nothing.
+/// Errors: none.
+struct TLVMsgHeadV3 {
+  static constexpr std::uint32_t kMagic = 0x55555555;
+  static constexpr std::uint32_t kVersion = 3;
+
+  std::uint32_t magic_ = kMagic;
+  std::uint32_t version_ = kVersion;
+  std::uint32_t ret_ = 0;           ///< result code
+  std::uint32_t ssk_ = 0xFFFFFFFF;  ///< session key; never printed as it is
+  std::uint16_t nid_ = 0xFFFD;
+  std::uint16_t reserved_ = 0xFFFF;
+  std::uint16_t bid_ = 0xFFFF;
+  std::uint16_t ser_ = 0xFFFF;  ///< serial number; 0xFFFF until one is allocated
+  std::uint32_t len_ = 0;       ///< record bytes that follow; encode() and decode() set it
+
+  /// Writes the next serial number, 1 to 32767, into `head`. The count restarts so that 1 comes
+  /// only once per process. Two threads that meet at the restart may get the same number; that is
+  /// accepted, the link matches a reply with one outstanding request only.
+  static void allocateSerial(TLVMsgHeadV3& head);
+
+  /// Writes the six lines of the header's text form; of the session key only the end of its digest.
+  void dump(std::ostringstream& out) const;
+
+  static std::atomic<std::uint16_t> oAtomicSerial_;
+};
+static_assert(sizeof(TLVMsgHeadV3) == 28, "copied byte for byte");
+
+/// One tagged, typed value.
+///
+/// Values of up to 19 bytes live inside the cell, longer ones in one allocation. An empty value has
+/// an oddity that is kept: a cell of length 0 arrives at the receiver with tag 4094 and no type,
+/// since decoding goes through setCell().
+///
+/// Thread: a value; const operations may run in several threads at once.
+/// Owns:   its value.
+/// Errors: CQOV_Exception for a tag above 4095, a value above 65535 bytes, and a typed getter on a
+///         cell of another type; the cell is unchanged then. std::bad_alloc with errno ENOMEM when
+///         there is no memory for the value, the cell is unchanged too.
+class CTLVCell {
+ public:
+  enum ETLVType : unsigned short {
+    TLV_INVALID = 0,
+    TLV_OCTET = 1,
+    TLV_STRING = 2,
+    TLV_UINT = 3,
+    TLV_INT = 4,
+    TLV_BOOL = 5,
+    TLV_ENUM = 6,
+    TLV_ARRAY = 7,
+    TLV_JSON = 8,
+    TLV_TIME = 9
+  };
+
+  /// The longest value: its length travels in 16 bits.
+  static constexpr unsigned long kMaxLength = 65535;
+
+  /// An empty cell without a type, tag 4094.
+  CTLVCell() noexcept : CTLVCell(Place::kAlone) {}
+  /// As set_i() on an empty cell.
+  CTLVCell(ETLVType type, unsigned short tag, const void* data, unsigned long len);
+  CTLVCell(const CTLVCell& other);
+  /// Takes the value over and leaves `other` empty, its type and tag as they are.
+  CTLVCell(CTLVCell&& other) noexcept;
+  CTLVCell& operator=(const CTLVCell& other);
+  CTLVCell& operator=(CTLVCell&& other) noexcept;
+  ~CTLVCell() { freeValue(); }
+
+  /// Equal type, tag, length and bytes.
+  bool operator==(const CTLVCell& other) const noexcept;
+  bool operator!=(const CTLVCell& other) const noexcept { return !(*this == other); }
+
+  /// Sets type and tag and copies `len` bytes, which may lie in this cell's own value. `data` null
+  /// or `len` 0 makes the value empty.
+  void set_i(ETLVType type, unsigned short tag, const void* data, unsigned long len);
+
+  /// Stores `v` as compact JSON text with a NUL: type Array when it is an array, Json otherwise.
+  void set(unsigned short tag, const Json::Value& v);
+
+  /// Stores type and tag packed as on the wire (tag << 4 | type, unchecked) and a copy of the
+  /// bytes. With `data` null or `len` 0 the value becomes empty and type and tag stay what they
+  /// were; that differs from set_i() and is kept, decoding relies on it.
+  void setCell(unsigned short typeTag, const char* data, unsigned long len);
+
+  // Typed setters. Numbers take the fewest of 1, 2, 4 and 8 bytes.
+  void setUnsigned(unsigned short tag, std::uint64_t v) { setNumber(TLV_UINT, tag, v, width(v)); }
+  void setSigned(unsigned short tag, std::int64_t v);
+  void setBool(unsigned short tag, bool v) { setNumber(TLV_BOOL, tag, v ? 1 : 0, 1); }
+  void setEnum(unsigned short tag, std::uint64_t v) { setNumber(TLV_ENUM, tag, v, width(v)); }
+  void setTime(unsigned short tag, std::uint64_t v) { setNumber(TLV_TIME, tag, v, width(v)); }
+  /// Stores the text and its NUL, 65535 bytes in all. It is read back up to its first NUL.
+  void setString(unsigned short tag, std::string_view text);
+  void setOctets(unsigned short tag, const void* data, unsigned long len) {
+    set_i(TLV_OCTET, tag, data, len);
+  }
+  void setJson(unsigned short tag, const Json::Value& v) { set(tag, v); }
+
+  // Typed getters.
+  /// The value of a Uint, Bool, Enum or Time cell.
+  std::uint64_t getUnsigned() const {
+    require(1U << TLV_UINT | 1U << TLV_BOOL | 1U << TLV_ENUM | 1U << TLV_TIME, "unsigned");
+    return number();
+  }
+  std::int64_t getSigned() const {
+    require(1U << TLV_INT, "signed");
+    return static_cast<std::int64_t>(number());
+  }
+  bool getBool() const {
+    require(1U << TLV_BOOL, "bool");
+    return number() != 0;
+  }
+  /// The text up to its first NUL or the end of the value; a view into the cell, valid until the
+  /// cell is changed or destroyed.
+  std::string_view getString() const {
+    require(1U << TLV_STRING, "string");
+    return text();
+  }
+  /// All bytes of the value, a view as with getString().
+  std::string_view getOctets() const {
+    require(1U << TLV_OCTET, "octet");
+    return {reinterpret_cast<const char*>(value()), length_};
+  }
+  /// The parsed value of a Json or Array cell; throws as well when the text is not JSON.
+  Json::Value getJson() const;
+
+  /// Parses the text of a Json cell. Returns false, and leaves `v` untouched, when the cell has
+  /// another type or its text is not JSON or is nested deeper than 1000 levels.
+  bool getJson(Json::Value& v) const;
+  /// The same for an Array cell.
+  bool getArray(Json::Value& v) const;
+
+  /// Throws for the types Invalid, Octet and String. Array and Json pass; that is narrower than the
+  /// name says and is kept.
+  void checkNumerical() const;
+
+  /// The value as a number whatever the type, as dumps and conversions read it: the first 8 bytes
+  /// at most, little-endian, zero-extended; an Int of 1, 2 or 4 bytes is sign-extended.
+  std::uint64_t number() const noexcept;
+
+  /// The value as text: octets and text as they are, an Array through buildArrayValue(), numbers in
+  /// decimal. Bool, Enum and Time print signed here although a dump prints them unsigned; kept.
+  std::string toString() const;
+
+  /// The elements of the Array cell `cell`, separated by commas and without brackets; empty when
+  /// its text is no array. Kept as they are: an integer that fits 32 bits signed and unsigned is
+  /// written twice in a row, and an element that is neither such an integer nor a string writes
+  /// nothing.
+  std::string buildArrayValue(const CTLVCell& cell) const;
+
+  unsigned short tag() const noexcept { return static_cast<unsigned short>(typeTag_ >> 4); }
+  ETLVType type() const noexcept { return static_cast<ETLVType>(typeTag_ & 0xF); }
+  unsigned short typeTag() const noexcept { return typeTag_; }
+  unsigned short length() const noexcept { return length_; }
+  /// The `length()` bytes of the value, valid until the cell is changed or destroyed. They need not
+  /// end in a NUL, also in a text cell: what came over the wire is kept as it came.
+  const unsigned char* value() const noexcept { return outside() ? heap() : value_; }
+  /// The value up to its first NUL or its end, whatever the type; a view into the cell.
+  std::string_view text() const noexcept;
+
+  /// The name of a type as dumps print it; "Invalid" for a code above 9.
+  static const char* typeName(unsigned int type) noexcept;
+
+ private:
+  friend class CTLVRecordV3;
+  friend class qov::RecordCodec;
+
+  /// Who frees the cell itself.
+  enum class Place : unsigned char { kAlone, kAdopted, kInBlock };
+
+  static constexpr unsigned short kInside = 19;
+  static constexpr unsigned short kUnsetTypeTag = 4094U << 4;
+
+  explicit CTLVCell(Place place) noexcept
+      : place_(place), typeTag_(kUnsetTypeTag), length_(0), next_(nullptr) {
+    storeNumber(0);
+  }
+
+  static unsigned short width(std::uint64_t v) noexcept;
+  static unsigned short packed(unsigned short type, unsigned short tag);
+
+  bool outside() const noexcept { return length_ > kInside; }
+  unsigned char* heap() const noexcept {
+    unsigned char* bytes;
+    std::memcpy(&bytes, value_, sizeof bytes);
+    return bytes;
+  }
+  void storeNumber(std::uint64_t v) noexcept { std::memcpy(value_, &v, sizeof v); }
+  void freeValue() noexcept {
+    if (outside()) {
+      delete[] heap();
+    }
+  }
+  void setNumber(unsigned short type, unsigned short tag, std::uint64_t v, unsigned short bytes);
+  /// Copies the value, plus a NUL if `nul`; false, with errno ENOMEM, leaves the cell as it was.
+  bool replaceValue(const void* data, unsigned short len, bool nul) noexcept;
+  void replaceOrThrow(const void* data, unsigned long len, bool nul);
+  void takeValue(CTLVCell& other) noexcept;
+  bool parse(Json::Value& v) const;
+
+  void require(unsigned int types, const char* wanted) const {
+    if ((types >> type() & 1U) == 0) {
+      throwWrongType(wanted);
+    }
+  }
+  [[noreturn]] void throwWrongType(const char* wanted) const;
+  [[noreturn]] static void throwBadTag(unsigned short tag);
+
+  // A value of at most 8 bytes is padded with zeros to 8. One of more than kInside bytes is an
+  // array of its own and its address stands here.
+  alignas(8) unsigned char value_[kInside];
+  Place place_;
+  // Side by side and in this order as on the wire.
+  unsigned short typeTag_;
+  unsigned short length_;
+  // The next cell of the record that the cell belongs to.
+  CTLVCell* next_;
+};
+
+/// A command code and an ordered list of cells.
+///
+/// Cells that the record makes itself (add...(), copies, decoding) live in a few blocks of the
+/// record. They never move: a reference to a cell is valid until the record is cleared, assigned to
+/// or destroyed. Cells of equal tag stand in the order they were appended and look-ups find the
+/// first. A cell whose tag was changed through a reference is found under the tag it has now.
+///
+/// Thread: const operations may run in several threads at once; all others need the record alone.
+/// Owns:   its cells.
+/// Errors: CQOV_Exception for a missing tag and as CTLVCell's; std::bad_alloc with errno ENOMEM.
+/// The
+///         record is unchanged then.
+class CTLVRecordV3 {
+ public:
+  /// The longest record that can be encoded, without its head.
+  static constexpr unsigned long kMaxLength = 65535;
+
+  explicit CTLVRecordV3(std::uint64_t cmd = 0) noexcept : cmd_(cmd) {}
+  CTLVRecordV3(const CTLVRecordV3& other) : cmd_(0) { clone(other); }
+  CTLVRecordV3& operator=(const CTLVRecordV3& other) {
+    clone(other);
+    return *this;
+  }
+  ~CTLVRecordV3() { freeCells(); }
+
+  /// Makes a record together with the room for its first `cells` cells, in one allocation as far as
+  /// that stays small. Null, with errno ENOMEM, when there is no memory.
+  static std::unique_ptr<CTLVRecordV3> create(std::uint64_t cmd, unsigned long cells);
+  /// Records differ in size because of create().
+  static void operator delete(void* record) noexcept { ::operator delete(record); }
+
+  std::uint64_t cmd() const noexcept { return cmd_; }
+  void setCmd(std::uint64_t cmd) noexcept { cmd_ = cmd; }
+
+  /// Puts the cell itself, which must come from `new`, at the end and takes it over; null is
+  /// ignored. Throws, and takes nothing, when a record owns the cell already.
+  ///
+  /// The length is not limited here; a record above 65535 bytes cannot be encoded.
+  void append(const CTLVCell* cell) { append_int(cell); }
+  void append_int(const CTLVCell* cell);
+
+  // Append a new cell, as CTLVCell's setter of that name. They throw, too, when the record would
+  // grow beyond 65535 bytes.
+  CTLVRecordV3& addUnsigned(unsigned short tag, std::uint64_t v);
+  CTLVRecordV3& addSigned(unsigned short tag, std::int64_t v);
+  CTLVRecordV3& addBool(unsigned short tag, bool v);
+  CTLVRecordV3& addEnum(unsigned short tag, std::uint64_t v);
+  CTLVRecordV3& addTime(unsigned short tag, std::uint64_t v);
+  CTLVRecordV3& addString(unsigned short tag, std::string_view text);
+  CTLVRecordV3& addOctets(unsigned short tag, const void* data, unsigned long len);
+  CTLVRecordV3& addJson(unsigned short tag, const Json::Value& v);
+  /// Appends a copy of `cell`.
+  CTLVRecordV3& add(const CTLVCell& cell);
+
+  /// The first cell with `tag`, or null.
+  const CTLVCell* find(unsigned short tag) const noexcept;
+  CTLVCell* find(unsigned short tag) noexcept;
+  /// The first cell with `tag`; throws when there is none.
+  const CTLVCell& operator[](unsigned short tag) const;
+  CTLVCell& operator[](unsigned short tag);
+
+  // The value of the first cell with `tag`; throw when it is missing or of another type.
+  std::uint64_t getUnsigned(unsigned short tag) const { return (*this)[tag].getUnsigned(); }
+  std::int64_t getSigned(unsigned short tag) const { return (*this)[tag].getSigned(); }
+  bool getBool(unsigned short tag) const { return (*this)[tag].getBool(); }
+  /// A view into the cell, as the next one.
+  std::string_view getString(unsigned short tag) const { return (*this)[tag].getString(); }
+  std::string_view getOctets(unsigned short tag) const { return (*this)[tag].getOctets(); }
+  Json::Value getJson(unsigned short tag) const;
+
+  /// Forward iteration over the cells in their order.
+  template <class Cell>
+  class Iterator {
+   public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = CTLVCell;
+    using difference_type = std::ptrdiff_t;
+    using pointer = Cell*;
+    using reference = Cell&;
+
+    explicit Iterator(Cell* cell = nullptr) noexcept : cell_(cell) {}
+    Cell& operator*() const noexcept { return *cell_; }
+    Cell* operator->() const noexcept { return cell_; }
+    Iterator& operator++() noexcept {
+      cell_ = cell_->next_;
+      return *this;
+    }
+    Iterator operator++(int) noexcept {
+      Iterator before = *this;
+      ++*this;
+      return before;
+    }
+    bool operator==(const Iterator& other) const noexcept { return cell_ == other.cell_; }
+    bool operator!=(const Iterator& other) const noexcept { return cell_ != other.cell_; }
+
+   private:
+    Cell* cell_;
+  };
+  using const_iterator = Iterator<const CTLVCell>;
+  using iterator = Iterator<CTLVCell>;
+
+  const_iterator begin() const noexcept { return const_iterator(first_); }
+  const_iterator end() const noexcept { return const_iterator(); }
+  iterator begin() noexcept { return iterator(loosen(first_)); }
+  iterator end() noexcept { return iterator(); }
+
+  /// Number of cells.
+  unsigned long count() const noexcept { return count_; }
+  /// Bytes of the cells on the wire, each 4 and its value; the record's head of 10 not included.
+  unsigned long length() const noexcept { return loose_ ? measure() : length_; }
+
+  /// Makes this record a deep copy of `other`.
+  void clone(const CTLVRecordV3& other);
+  /// Frees all cells; the command code stays.
+  void clear() noexcept;
+
+  /// Writes the record's text form: of text values the length only, never the text.
+  void dump(std::ostringstream& out) const;
+  /// Writes one cell's value as dump() does.
+  void dump_i(const CTLVCell& cell, std::ostringstream& out) const;
+
+ private:
+  friend class qov::RecordCodec;
+
+  /// Up to this many cells a scan beats an index.
+  static constexpr unsigned long kScanLimit = 64;
+
+  /// Notes that someone may change `cell` from outside.
+  CTLVCell* loosen(CTLVCell* cell) noexcept {
+    loose_ = loose_ || cell != nullptr;
+    return cell;
+  }
+  CTLVCell* newCell();
+  bool makeRoom(unsigned long cells) noexcept;
+  void addNew(CTLVCell* cell);
+  void link(CTLVCell* cell) noexcept;
+  void addToIndex(CTLVCell* cell) noexcept;
+  qov::TagIndex* buildIndex() const noexcept;
+  const CTLVCell* scan(unsigned short tag) const noexcept;
+  const CTLVCell* findIndexed(unsigned short tag) const noexcept;
+  unsigned long measure() const noexcept;
+  void freeCells() noexcept;
+  void swapCells(CTLVRecordV3& other) noexcept;
+  [[noreturn]] static void throwMissing(unsigned short tag);
+
+  std::uint64_t cmd_;
+  CTLVCell* first_ = nullptr;
+  CTLVCell* last_ = nullptr;
+  // Unused cells: the rest of the newest block, or of the room behind a record from create().
+  CTLVCell* room_ = nullptr;
+  CTLVCell* roomEnd_ = nullptr;
+  qov::CellBlock* blocks_ = nullptr;
+  unsigned long count_ = 0;
+  // Sum of the cells' sizes while they were appended; exact unless loose_.
+  unsigned long length_ = 0;
+  // Made by the first look-up in a record above kScanLimit, possibly by several threads at once.
+  mutable std::atomic<qov::TagIndex*> index_{nullptr};
+  // A cell may have been changed since it was appended.
+  bool loose_ = false;
+  // A cell may own memory outside the blocks.
+  bool sweep_ = false;
+};
+
+inline unsigned short CTLVCell::width(std::uint64_t v) noexcept {
+  if (v <= 0xFF) {
+    return 1;
+  }
+  if (v <= 0xFFFF) {
+    return 2;
+  }
+  return v <= 0xFFFFFFFF ? 4 : 8;
+}
+
+inline unsigned short CTLVCell::packed(unsigned short type, unsigned short tag) {
+  if (tag > MAX_TAG_VALUE) {
+    throwBadTag(tag);
+  }
+  return static_cast<unsigned short>(tag << 4 | (type & 0xF));
+}
+
+inline void CTLVCell::setNumber(unsigned short type, unsigned short tag, std::uint64_t v,
+                                unsigned short bytes) {
+  typeTag_ = packed(type, tag);
+  freeValue();
+  storeNumber(v);
+  length_ = bytes;
+}
+
+inline std::uint64_t CTLVCell::number() const noexcept {
+  std::uint64_t raw;
+  std::memcpy(&raw, value(), sizeof raw);
+  if (type() != TLV_INT) {
+    return raw;
+  }
+  switch (length_) {
+    case 1:
+      return static_cast<std::uint64_t>(static_cast<std::int8_t>(raw));
+    case 2:
+      return static_cast<std::uint64_t>(static_cast<std::int16_t>(raw));
+    case 4:
+      return static_cast<std::uint64_t>(static_cast<std::int32_t>(raw));
+    default:
+      return raw;
+  }
+}
+
+inline std::string_view CTLVCell::text() const noexcept {
+  const char* bytes = reinterpret_cast<const char*>(value());
+  return {bytes, ::strnlen(bytes, length_)};
+}
+
+inline const CTLVCell* CTLVRecordV3::scan(unsigned short tag) const noexcept {
+  const CTLVCell* cell = first_;
+  while (cell != nullptr && cell->tag() != tag) {
+    cell = cell->next_;
+  }
+  return cell;
+}
+
+inline const CTLVCell* CTLVRecordV3::find(unsigned short tag) const noexcept {
+  if (count_ > kScanLimit) {
+    return findIndexed(tag);
+  }
+  return scan(tag);
+}
+
+inline CTLVCell* CTLVRecordV3::find(unsigned short tag) noexcept {
+  return loosen(const_cast<CTLVCell*>(static_cast<const CTLVRecordV3*>(this)->find(tag)));
+}
+
+inline const CTLVCell& CTLVRecordV3::operator[](unsigned short tag) const {
+  const CTLVCell* cell = find(tag);
+  if (cell == nullptr) {
+    throwMissing(tag);
+  }
+  return *cell;
+}
+
+inline CTLVCell& CTLVRecordV3::operator[](unsigned short tag) {
+  return *loosen(const_cast<CTLVCell*>(&static_cast<const CTLVRecordV3&>(*this)[tag]));
+}
 
 #endif

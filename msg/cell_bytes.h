@@ -1,0 +1,59 @@
+#ifndef MSG_CELL_BYTES_H
+#define MSG_CELL_BYTES_H
+
+#include <cstdint>
+#include <cstring>
+
+namespace qov {
+
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
+              "messages are in the byte order of the host, and that is little-endian");
+
+template <class Word>
+inline Word loadWord(const unsigned char* p) noexcept {
+  Word word;
+  std::memcpy(&word, p, sizeof word);
+  return word;
+}
+
+template <class Word>
+inline void storeWord(unsigned char* p, Word word) noexcept {
+  std::memcpy(p, &word, sizeof word);
+}
+
+/// The `n` bytes (0 to 8) at `p`, zero-extended. Reads those bytes only.
+inline std::uint64_t loadUpTo8(const unsigned char* p, unsigned int n) noexcept {
+  if (n == 8) {
+    return loadWord<std::uint64_t>(p);
+  }
+  if (n >= 4) {
+    const std::uint64_t high = loadWord<std::uint32_t>(p + n - 4);
+    return loadWord<std::uint32_t>(p) | high << (n - 4) * 8;
+  }
+  if (n >= 2) {
+    const std::uint64_t high = loadWord<std::uint16_t>(p + n - 2);
+    return loadWord<std::uint16_t>(p) | high << (n - 2) * 8;
+  }
+  return n == 0 ? 0 : *p;
+}
+
+/// Copies `n` bytes (0 to 24) into `to`, which has room for 8 at least and gets zeros up to there.
+/// All is read before anything is written: the ranges may overlap.
+inline void copySmall(unsigned char* to, const unsigned char* from, unsigned int n) noexcept {
+  if (n <= 8) {
+    storeWord(to, loadUpTo8(from, n));
+    return;
+  }
+  const auto first = loadWord<std::uint64_t>(from);
+  const auto last = loadWord<std::uint64_t>(from + n - 8);
+  if (n > 16) {
+    const auto middle = loadWord<std::uint64_t>(from + 8);
+    storeWord(to + 8, middle);
+  }
+  storeWord(to, first);
+  storeWord(to + n - 8, last);
+}
+
+}  // namespace qov
+
+#endif

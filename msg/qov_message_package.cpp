@@ -1,0 +1,333 @@
+#include <ace/Log_Msg.h>
+#include <qovpub/qov_message_package.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+#include <string>
+#include <utility>
+
+#include "msg/cell_bytes.h"
+#include "msg/record_codec.h"
+
+namespace {
+
+// The failure texts name the header of the package template, from the root of the tree, wherever
+// the library was built, and one form of the parsing function's signature, whatever the compiler:
+// log watchers match both.
+constexpr const char* kFile = "agent/common/include/qovpub/qov_message_package.h";
+
+constexpr const char* signature(const QOVMsgHead*) {
+  return "u_int CTLVPackageV3<MSG_S_HEAD>::getRecord(unsigned char*, unsigned int, CTLVRecordV3*&) "
+         "[with MSG_S_HEAD = QOVMsgHead; u_int = unsigned int]";
+}
+constexpr const char* signature(const TLVMsgHeadV3*) {
+  return "u_int CTLVPackageV3<MSG_S_HEAD>::getRecord(unsigned char*, unsigned int, CTLVRecordV3*&) "
+         "[with MSG_S_HEAD = TLVMsgHeadV3; u_int = unsigned int]";
+}
+
+void logParseFailure(const char* function, int line, const std::string& text) {
+  const std::string full = std::string("at File=") + kFile + ",Line=" + std::to_string(line) +
+                           ",Function=" + function + text;
+  ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) %s\n"), full.c_str()));
+}
+
+bool isValid(const QOVMsgHead& head) {
+  return head.magic_ == QOVMsgHead::kMagic && head.version_ == QOVMsgHead::kVersion &&
+         head.type_ >= 1 && head.type_ <= 4;
+}
+bool isValid(const TLVMsgHeadV3& head) {
+  return head.magic_ == TLVMsgHeadV3::kMagic && head.version_ == TLVMsgHeadV3::kVersion;
+}
+
+void logInvalidHead() {
+  ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) invalid MSG header!\n")));
+}
+
+/// Copies the header at `buf` into `head`, or logs why it cannot be one.
+template <class Head>
+bool verifyMsgHead(const unsigned char* buf, unsigned int size, Head& head) {
+  if (buf == nullptr || size < sizeof(Head)) {
+    ACE_ERROR((LM_ERROR,
+               ACE_TEXT("%D %M (%t) at File=%s,Line=%d,Function=CTLVPackageV3::verifyMsgHead: pBuf "
+                        "is null or uiBufSize equal zero!\n"),
+               kFile, __LINE__));
+    logInvalidHead();
+    return false;
+  }
+  std::memcpy(&head, buf, sizeof(Head));
+  if (!isValid(head) || std::uint64_t{head.len_} + sizeof(Head) > size) {
+    logInvalidHead();
+    return false;
+  }
+  return true;
+}
+
+/// How many records these bytes hold if they are sound.
+unsigned long countRecords(const unsigned char* p, unsigned int len) {
+  unsigned long records = 0;
+  while (len >= MIN_RECORD_SIZE) {
+    const unsigned int step = MIN_RECORD_SIZE + qov::loadWord<std::uint16_t>(p + 8);
+    ++records;
+    if (step > len) {
+      break;
+    }
+    p += step;
+    len -= step;
+  }
+  return records;
+}
+
+/// What is wrong with a record, in the words that log watchers know; some comparison signs read the
+/// wrong way and are kept.
+std::string describe(const qov::RecordScan& found, unsigned int remain) {
+  using Fault = qov::RecordScan::Fault;
+  const std::string pos = std::to_string(found.pos);
+  const std::string value = std::to_string(found.value);
+  const std::string recordLength = std::to_string(found.recordLength);
+  switch (found.fault) {
+    case Fault::kNone:
+      break;
+    case Fault::kNoHead:
+      return ": MIN_RECORD_SIZE(10) > uiRemainLen, buf size=" + std::to_string(remain) +
+             ", parsing pos=0";
+    case Fault::kRecordTooLong:
+      return " : record length is too long, (usRecordLen +  MIN_RECORD_SIZE) > uiBufSize ->" +
+             recordLength + "+10 < " + std::to_string(remain);
+    case Fault::kNoCellHead:
+      return " : (MIN_TLV_SIZE > uiBufSize - pos) ->4 < uiBufSize - " + pos;
+    case Fault::kBadType:
+      return " : data type unmated, received type is " + value;
+    case Fault::kCellTooLong:
+      return " : data length is too long, ((sDataLen + pos) > usRecordLen + MIN_RECORD_SIZE) ->" +
+             value + "+" + pos + " > " + recordLength + "+10";
+  }
+  return {};
+}
+
+std::string place(const char* text, unsigned int size, unsigned int pos) {
+  return std::string(text) + "buf size=" + std::to_string(size) +
+         ", parsing pos=" + std::to_string(pos);
+}
+
+}  // namespace
+
+template <class MSG_S_HEAD>
+CTLVPackageV3<MSG_S_HEAD>::CTLVPackageV3() = default;
+
+template <class MSG_S_HEAD>
+CTLVPackageV3<MSG_S_HEAD>::CTLVPackageV3(const MSG_S_HEAD& head) : head_(head) {}
+
+template <class MSG_S_HEAD>
+CTLVPackageV3<MSG_S_HEAD>::CTLVPackageV3(const CTLVPackageV3& other) : head_(other.head_) {
+  records_.reserve(other.records_.size());
+  for (const auto& record : other.records_) {
+    records_.push_back(std::make_unique<CTLVRecordV3>(*record));
+  }
+}
+
+template <class MSG_S_HEAD>
+CTLVPackageV3<MSG_S_HEAD>& CTLVPackageV3<MSG_S_HEAD>::operator=(const CTLVPackageV3& other) {
+  CTLVPackageV3 copy(other);
+  head_ = copy.head_;
+  records_.swap(copy.records_);
+  return *this;
+}
+
+template <class MSG_S_HEAD>
+CTLVPackageV3<MSG_S_HEAD>::~CTLVPackageV3() = default;
+
+template <class MSG_S_HEAD>
+void CTLVPackageV3<MSG_S_HEAD>::clear() {
+  records_.clear();
+}
+
+template <class MSG_S_HEAD>
+void CTLVPackageV3<MSG_S_HEAD>::dump(std::ostringstream& out) const {
+  out << "{" << std::endl;
+  head_.dump(out);
+  for (const auto& record : records_) {
+    record->dump(out);
+  }
+  out << "}" << std::endl;
+}
+
+template <class MSG_S_HEAD>
+void CTLVPackageV3<MSG_S_HEAD>::append(CTLVRecordV3* record) {
+  std::unique_ptr<CTLVRecordV3> own(record);
+  if (own != nullptr) {
+    records_.push_back(std::move(own));
+  }
+}
+
+template <class MSG_S_HEAD>
+CTLVRecordV3& CTLVPackageV3<MSG_S_HEAD>::addRecord(std::uint64_t cmd, unsigned long cells) {
+  auto record = CTLVRecordV3::create(cmd, cells);
+  if (record == nullptr) {
+    throw std::bad_alloc();
+  }
+  records_.push_back(std::move(record));
+  return *records_.back();
+}
+
+template <class MSG_S_HEAD>
+void CTLVPackageV3<MSG_S_HEAD>::throwMissing(unsigned long i) {
+  throw CQOV_Exception("record don't exist, index is " + std::to_string(i));
+}
+
+template <class MSG_S_HEAD>
+bool CTLVPackageV3<MSG_S_HEAD>::reserve(unsigned long records) noexcept {
+  try {
+    records_.reserve(records_.size() + records);
+    return true;
+  } catch (const std::exception&) {
+    errno = ENOMEM;
+    return false;
+  }
+}
+
+template <class MSG_S_HEAD>
+unsigned int CTLVPackageV3<MSG_S_HEAD>::decode(unsigned char* buf, unsigned int size) {
+  MSG_S_HEAD head(head_);
+  if (!verifyMsgHead(buf, size, head)) {
+    return kFailed;
+  }
+  if (!decodeRecords(buf, size, static_cast<unsigned int>(sizeof head) + head.len_)) {
+    const int error = errno;
+    clear();
+    errno = error;
+    return kFailed;
+  }
+  head_ = head;
+  return head.len_;
+}
+
+/// Appends the records that end at `end`; positions count from the start of the message.
+template <class MSG_S_HEAD>
+bool CTLVPackageV3<MSG_S_HEAD>::decodeRecords(unsigned char* buf, unsigned int size,
+                                              unsigned int end) {
+  const char* function = signature(&head_);
+  unsigned int pos = sizeof(MSG_S_HEAD);
+  if (!reserve(countRecords(buf + pos, end - pos))) {
+    return false;
+  }
+  while (pos < end) {
+    if (end - pos < MIN_RECORD_SIZE) {
+      logParseFailure(function, __LINE__,
+                      place(": MIN_RECORD_SIZE(10) > uiRemainLen, ", size, pos));
+      return false;
+    }
+    CTLVRecordV3* record = nullptr;
+    const unsigned int taken = getRecord(buf + pos, end - pos, record);
+    if (record == nullptr) {
+      const int error = errno;
+      logParseFailure(function, __LINE__, place(" : it failed to parse record, ", size, pos));
+      errno = error;
+      return false;
+    }
+    records_.emplace_back(record);
+    pos += taken;
+  }
+  return true;
+}
+
+template <class MSG_S_HEAD>
+unsigned int CTLVPackageV3<MSG_S_HEAD>::getRecord(unsigned char* p, unsigned int remain,
+                                                  CTLVRecordV3*& rec) {
+  const qov::RecordScan found = qov::RecordCodec::scan(p, remain);
+  if (found.fault != qov::RecordScan::Fault::kNone) {
+    logParseFailure(signature(&head_), __LINE__, describe(found, remain));
+    rec = nullptr;
+    return 0;
+  }
+  rec = qov::RecordCodec::build(p, found).release();
+  return rec == nullptr ? 0 : found.recordLength + MIN_RECORD_SIZE;
+}
+
+/// Sums up the whole message in 64 bits; false, and a log line, if a record is too long to encode.
+template <class MSG_S_HEAD>
+bool CTLVPackageV3<MSG_S_HEAD>::measure(std::uint64_t& needed) const {
+  needed = sizeof(MSG_S_HEAD);
+  for (const auto& record : records_) {
+    const unsigned long length = record->length();
+    if (length > CTLVRecordV3::kMaxLength) {
+      ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) record is too long! record length=%u, limit=%u!\n"),
+                 static_cast<unsigned int>(length),
+                 static_cast<unsigned int>(CTLVRecordV3::kMaxLength)));
+      return false;
+    }
+    needed += MIN_RECORD_SIZE + length;
+  }
+  return true;
+}
+
+template <class MSG_S_HEAD>
+unsigned int CTLVPackageV3<MSG_S_HEAD>::write(unsigned char* buf, std::uint64_t needed) noexcept {
+  head_.len_ = static_cast<std::uint32_t>(needed - sizeof(MSG_S_HEAD));
+  std::memcpy(buf, &head_, sizeof(MSG_S_HEAD));
+  unsigned char* out = buf + sizeof(MSG_S_HEAD);
+  for (const auto& record : records_) {
+    out = qov::RecordCodec::write(*record, out);
+  }
+  return static_cast<unsigned int>(needed);
+}
+
+template <class MSG_S_HEAD>
+unsigned int CTLVPackageV3<MSG_S_HEAD>::encode(unsigned char* buf, unsigned int size) {
+  if (buf == nullptr) {
+    ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) buf pointer is null!\n")));
+    return kFailed;
+  }
+  std::uint64_t needed = 0;
+  if (!measure(needed)) {
+    return kFailed;
+  }
+  if (size < needed) {
+    ACE_ERROR((LM_ERROR,
+               ACE_TEXT("%D %M (%t) buf size is less than data size! buf size=%u, data size=%u!\n"),
+               size, static_cast<unsigned int>(std::min<std::uint64_t>(needed, kFailed))));
+    return kFailed;
+  }
+  return write(buf, needed);
+}
+
+template <class MSG_S_HEAD>
+unsigned int CTLVPackageV3<MSG_S_HEAD>::encode(unsigned char*& buf) {
+  buf = nullptr;
+  std::uint64_t needed = 0;
+  if (!measure(needed)) {
+    return kFailed;
+  }
+  if (needed < kFailed) {
+    buf = new (std::nothrow) unsigned char[needed];
+  }
+  if (buf == nullptr) {
+    errno = ENOMEM;
+    return kFailed;
+  }
+  return write(buf, needed);
+}
+
+template class CTLVPackageV3<QOVMsgHead>;
+template class CTLVPackageV3<TLVMsgHeadV3>;
+
+std::unique_ptr<CQOV_MsgPackage> CreateQovRspPackage(const CQOV_MsgPackage& request,
+                                                     std::uint8_t mst) {
+  constexpr std::uint8_t kResponse = 2;
+  const QOVMsgHead& asked = request.head();
+  QOVMsgHead head(asked);
+  head.type_ = kResponse;
+  head.mst_ = mst;
+  head.spid_ = asked.rpid_;
+  head.smid_ = asked.rmid_;
+  head.rpid_ = asked.spid_;
+  head.rmid_ = asked.smid_;
+  // The answer is a plain package whatever the request was.
+  head.flags_ = static_cast<std::uint8_t>(asked.flags_ & ~QOVMsgHead::kFlagOm);
+  head.len_ = 0;
+  std::unique_ptr<CQOV_MsgPackage> response(new (std::nothrow) CQOV_MsgPackage(head));
+  if (response == nullptr) {
+    errno = ENOMEM;
+  }
+  return response;
+}
