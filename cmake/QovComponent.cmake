@@ -1,9 +1,11 @@
-# qov_component(<name> SOURCES <file>... [USES <component>...] [LIBRARIES <target>...])
+# qov_component(<name> SOURCES <file>... [USES <component>...] [BESIDE <component>...]
+#               [LIBRARIES <target>...])
 #
-# Adds one component to libqovpub. USES names the components whose headers it may include; a test
-# compares that list with the includes it really has.
+# Adds one component to libqovpub. USES names the components below it whose headers it may include,
+# BESIDE those of its own layer that it shares a cycle with; a test compares both with the includes it
+# really has.
 function(qov_component name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;USES;LIBRARIES" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;USES;BESIDE;LIBRARIES" ${ARGN})
   add_library(qov_${name} OBJECT ${ARG_SOURCES})
   target_include_directories(
     qov_${name} PUBLIC "${PROJECT_SOURCE_DIR}/agent/common/include" "${PROJECT_SOURCE_DIR}")
@@ -17,7 +19,7 @@ function(qov_component name)
   endforeach()
   target_sources(qovpub PRIVATE $<TARGET_OBJECTS:qov_${name}>)
   set_property(GLOBAL APPEND PROPERTY QOV_COMPONENTS ${name})
-  set_property(GLOBAL PROPERTY QOV_COMPONENT_${name}_USES "${ARG_USES}")
+  set_property(GLOBAL PROPERTY QOV_COMPONENT_${name}_USES "${ARG_USES};${ARG_BESIDE}")
   set_property(GLOBAL PROPERTY QOV_COMPONENT_${name}_FOLDER "${CMAKE_CURRENT_SOURCE_DIR}")
   set_property(GLOBAL PROPERTY QOV_COMPONENT_${name}_SOURCES "${ARG_SOURCES}")
 endfunction()

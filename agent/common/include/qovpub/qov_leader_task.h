@@ -10,6 +10,7 @@
 #include <ace/Time_Value.h>
 #include <qovpub/qov_task.h>
 
+#include <atomic>
 #include <cstdint>
 #include <list>
 #include <memory>
@@ -35,8 +36,8 @@ struct MsgKey {
   std::uint8_t rmid_;
 
   bool operator==(const MsgKey& other) const {
-    return opc_ == other.opc_ && sn_ == other.sn_ && spid_ == other.spid_ &&
-           smid_ == other.smid_ && rpid_ == other.rpid_ && rmid_ == other.rmid_;
+    return opc_ == other.opc_ && sn_ == other.sn_ && spid_ == other.spid_ && smid_ == other.smid_ &&
+           rpid_ == other.rpid_ && rmid_ == other.rmid_;
   }
 };
 
@@ -58,8 +59,9 @@ struct MsgKeyHash {
 };
 
 /// The dispatcher thread of one module: every message for or from the module passes through its
-/// queue. It remembers which worker waits for which response, ends these waits in time, and delivers
-/// each message to the pool, to a static scheduled task, to a waiting worker or to another module.
+/// queue. It remembers which worker waits for which response, ends these waits in time, and
+/// delivers each message to the pool, to a static scheduled task, to a waiting worker or to another
+/// module.
 ///
 /// The leader never waits for its own module: requests that find no idle worker wait in the
 /// scheduler's queue, which has no limit of its own but counts against the leader's (see
@@ -108,33 +110,46 @@ class CQOV_Leader_Task : public CQOV_Task {
   void shutDown();
 
  private:
-  using PendingMap = ACE_Hash_Map_Manager_Ex<MsgKey, TimeoutDesc*, MsgKeyHash,
-                                             ACE_Equal_To<MsgKey>, ACE_Null_Mutex>;
+  using PendingMap = ACE_Hash_Map_Manager_Ex<MsgKey, TimeoutDesc*, MsgKeyHash, ACE_Equal_To<MsgKey>,
+                                             ACE_Null_Mutex>;
   using PendingEntry = PendingMap::ENTRY;
-  using OpcMap =
-      ACE_Hash_Map_Manager_Ex<ACE_UINT64, CQOV_StaticSchecheduledTask*, LLHashFunctor,
-                              ACE_Equal_To<ACE_UINT64>, ACE_Null_Mutex>;
+  using OpcMap = ACE_Hash_Map_Manager_Ex<ACE_UINT64, CQOV_StaticSchecheduledTask*, LLHashFunctor,
+                                         ACE_Equal_To<ACE_UINT64>, ACE_Null_Mutex>;
   using Handler = void (CQOV_Leader_Task::*)(ACE_Message_Block*, CQOV_MsgPackage*);
 
+  enum class Scope { kAll, kOtherProcesses };
+
+  CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize,
+                   std::unique_ptr<qov::LeaderQueue> queue);
+
   int dispatch(ACE_Message_Block* mb);
-  bool isLocal(std::uint8_t pid, std::uint8_t mid) const;
-  bool takeTimeoutDesc(ACE_Message_Block* mb, TimeoutDesc*& desc);
-  bool bindPending(const MsgKey& key, TimeoutDesc* desc);
-  void dropFailedRequest(const MsgKey& key, TimeoutDesc* desc);
   void deliver(const QOVMsgHead& head, ACE_Message_Block* mb);
   CQOV_StaticSchecheduledTask* findStaticTask(std::uint64_t opc);
-  void cancelTimer(TimeoutDesc& desc);
-  /// Unbinds `key`, cancels its timer, wakes its sender.
-  void releasePending(const MsgKey& key);
-  void wakeLeftOverSender(ACE_Message_Block* mb);
-  void bindOpcs(CQOV_StaticSchecheduledTask& task);
+
+  /// True for a request of a worker of this module that waits for the response.
+  bool isWaitedFor(const QOVMsgHead& head) const;
+  /// Remembers who waits for the response to `pkg`. False when that is not possible: `mb` has been
+  /// dropped then.
+  bool beginWait(CQOVDebugKitGuard& log, const MsgKey& key, ACE_Message_Block* mb,
+                 CQOV_MsgPackage* pkg);
+  /// Takes the descriptor out of the continuation of `mb`, and the continuation off `mb`; null when
+  /// there is none.
+  std::unique_ptr<TimeoutDesc> takeTimeoutDesc(ACE_Message_Block& mb);
+  /// Binds `key` and starts its timer; takes `desc` over on success only.
+  bool bindPending(const MsgKey& key, std::unique_ptr<TimeoutDesc>& desc);
+  /// Unbinds `key` and cancels its timer; null when it is not pending.
+  std::unique_ptr<TimeoutDesc> unbindPending(const MsgKey& key);
+  void dropFailedRequest(const MsgKey& key);
+  /// Wakes the senders of the pending requests without a response and forgets them.
+  void releasePending(Scope scope);
+  /// Wakes the sender of a request that the leader never came to handle.
+  void wakeLeftOverSender(ACE_Message_Block& mb);
 
   static const Handler kHandlers[5];
 
   // Constant after construction.
   const std::unique_ptr<CQOV_TaskScheduler> scheduler_;
   const unsigned int moduleId_;
-  const unsigned int processId_;
   qov::LeaderQueue& leaderQueue_;
 
   // The own reactor; its implementation comes first since the reactor uses it to its end.
@@ -146,10 +161,12 @@ class CQOV_Leader_Task : public CQOV_Task {
   PendingMap pending_;
   bool closed_ = false;
 
-  // The static-task registry, guarded by lock_.
-  ACE_Thread_Mutex lock_;
+  // The static-task registry, guarded by staticLock_.
+  ACE_Thread_Mutex staticLock_;
   std::list<CQOV_StaticSchecheduledTask*> staticTasks_;
   OpcMap opcTasks_;
+  // Set under staticLock_; spares modules without static tasks the lock.
+  std::atomic<bool> hasStaticTasks_{false};
 };
 
 #endif

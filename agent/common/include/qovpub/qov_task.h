@@ -8,9 +8,11 @@
 #include <list>
 #include <memory>
 
+class CQOVDebugKitGuard;
 class CQOV_TaskMgr;
 
 namespace qov {
+class ModuleLoad;
 class ResponseSlot;
 class TaskQueue;
 class TaskRoster;
@@ -45,8 +47,8 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
 
   /// Puts `mb` at the tail of the own queue. `type` is the message type of the header (1 request,
   /// 2 response, 3 and 4 asynchronous); this class ignores it. `timeout` is an absolute time of day
-  /// for a full queue, null waits. Returns the number of queued blocks and takes `mb` over, or -1 and
-  /// leaves `mb` with the caller.
+  /// for a full queue, null waits. Returns the number of queued blocks and takes `mb` over, or -1
+  /// and leaves `mb` with the caller.
   virtual int putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout);
 
   /// Hands the task back to its module's pool of idle workers.
@@ -59,14 +61,16 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
 
   /// Sends the request `req` and waits for its response.
   ///
-  /// `rsp` must come in null. `timeout` is relative, null or zero waits without limit; it bounds the
-  /// wait for room in the module's queue and then, anew, the wait for the response.
+  /// `rsp` must come in null. `timeout` is relative and bounds the wait for room in the module's
+  /// queue and then, anew, the wait for the response. Null waits without limit for both; zero does
+  /// not wait for room and then waits without limit for the response.
   /// Returns 0 with `rsp` owned by the caller; the response's MST byte, when that is not zero, with
   /// `rsp` null; or -1: no response (time-out, stop, hang-up, no such receiver) or a failure.
   /// `req` is handed over: from a successful hand-over on it belongs to the runtime, also when the
   /// result is -1 then. When the hand-over fails it is deleted if `freeReq`, or else stays with the
   /// caller. When memory for the hand-over runs out (errno ENOMEM) it is deleted in any case.
-  int send(const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp, ACE_Time_Value* timeout, bool freeReq);
+  int send(const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp, ACE_Time_Value* timeout,
+           bool freeReq);
 
   /// Sends `req` and does not wait: asynchronous messages (types 3 and 4) and responses (type 2).
   /// `timeout` and `freeReq` are as above. Returns 0 or -1.
@@ -96,16 +100,22 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   std::unique_ptr<qov::ResponseSlot> slot_;
 
  private:
-  int moduleId() const;
+  friend class CQOV_Leader_Task;
+
+  /// Counts what waits in the own queue into the load of the module.
+  void countLoadInto(const std::shared_ptr<qov::ModuleLoad>& load);
+  /// True when the task was started and none of its threads runs any more.
+  bool hasEnded() const;
   /// Forgets a wake-up or a response that came too late for the send() it was meant for.
   void forgetLateAnswer();
-  int waitForResponse(CQOV_MsgPackage*& rsp);
-  int receive(ACE_Message_Block* block, CQOV_MsgPackage*& rsp);
+  int waitForResponse(CQOVDebugKitGuard& log, CQOV_MsgPackage*& rsp);
 
   // Constant after construction.
   CQOV_TaskMgr* const taskMgr_;
   const std::unique_ptr<qov::TaskQueue> queue_;
 
+  // Written by activate() while the thread registry is locked.
+  bool started_ = false;
   // Set by the first activate() into the module's thread group.
   std::shared_ptr<qov::TaskRoster> roster_;
 };
@@ -127,8 +137,8 @@ class CQOV_CommonTask : public CQOV_Task {
   virtual int handleMessage(CQOV_MsgPackage& pkg) = 0;
 
  private:
-  void serve(ACE_Message_Block* block);
-  void handle(CQOV_MsgPackage& pkg);
+  void serve(CQOVDebugKitGuard& log, const ACE_Message_Block& block);
+  void handle(CQOVDebugKitGuard& log, CQOV_MsgPackage& pkg);
 };
 
 /// A worker that answers requests by itself.

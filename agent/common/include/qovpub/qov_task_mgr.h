@@ -52,8 +52,11 @@ class CQOV_TaskMgr {
   /// deleted.
   bool init();
 
-  /// The module id; -1 when the leader could not be made.
+  /// The module id as the leader task has it; -1 when the leader could not be made.
   int gid();
+
+  /// The module id as given to the constructor, without the lock that gid() takes.
+  unsigned int moduleId() const { return moduleId_; }
 
   const std::string& name() const { return name_; }
 
@@ -65,12 +68,12 @@ class CQOV_TaskMgr {
   /// `timeout` goes to ACE's queue as it is: an absolute time of day until which to wait while the
   /// module has no room; null waits without limit, and a short span such as 1 second is long past:
   /// it means "refuse at once when full". Returns the number of queued blocks (above 0) and takes
-  /// `mb` over, or -1 (errno EWOULDBLOCK when full, ESHUTDOWN when the module has stopped) and leaves
-  /// `mb` with the caller.
+  /// `mb` over, or -1 (errno EWOULDBLOCK when full, ESHUTDOWN when the module has stopped) and
+  /// leaves `mb` with the caller.
   ///
-  /// There is no room for a request or an asynchronous message to this module while 16 KiB of blocks
-  /// wait for its leader, its pool and its static tasks together. Responses and stop blocks get in
-  /// even then, so that a module under load still gets its answers.
+  /// There is no room for a request or an asynchronous message to this module while 16 KiB of
+  /// blocks wait for its leader, its pool and its static tasks together. Responses and stop blocks
+  /// get in even then, so that a module under load still gets its answers.
   int putq(ACE_Message_Block* mb, ACE_Time_Value* timeout);
 
   /// Starts `task` on a thread of its own and routes its operation codes to it. 0, or -1 for a null
@@ -80,11 +83,13 @@ class CQOV_TaskMgr {
   int insertStaticScheduledTask(CQOV_StaticSchecheduledTask* task);
 
  private:
+  friend class CQOV_Leader_Task;
   friend class CQOV_Task;
 
   void joinTasks();
 
   // Constant after construction.
+  const unsigned int moduleId_;
   std::shared_ptr<qov::TaskRoster> roster_;
   std::unique_ptr<CQOV_Leader_Task> leader_;
   std::string name_;

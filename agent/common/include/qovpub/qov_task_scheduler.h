@@ -7,7 +7,9 @@
 #include <qovpub/qov_task.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 /// One thread per module that hands each message to the next idle worker of the module's pool.
@@ -43,28 +45,29 @@ class CQOV_TaskScheduler : public CQOV_Task {
   bool waitForPool(unsigned int seconds);
 
   /// Numbers the waits for an idle worker, process-wide. Incremented by a load and a store, not as
-  /// one atomic step, whatever the name says: two modules may draw the same number. Kept; it is only
-  /// printed and used to thin out log lines.
+  /// one atomic step, whatever the name says: two modules may draw the same number. Kept; it is
+  /// only printed and used to thin out log lines.
   static std::atomic<unsigned long long> oAtomicSerialNum_;
 
  private:
-  bool addWorker();
+  bool addWorker(std::unique_ptr<CQOV_Task> worker);
   void poolStands();
-  void waitForIdleWorker();
-  CQOV_Task* takeIdleWorker();
+  void waitForIdleWorker(CQOVDebugKitGuard& log);
 
   // Constant after construction.
   const unsigned int poolSize_;
 
-  ACE_Thread_Mutex lock_;
+  ACE_Thread_Mutex poolLock_;
   ACE_Condition<ACE_Thread_Mutex> idleSignal_;
-  ACE_Condition<ACE_Thread_Mutex> poolSignal_;
-
-  // Guarded by lock_.
+  // Guarded by poolLock_.
   ACE_Unbounded_Queue<CQOV_Task*> idleTasks_;
   std::vector<std::unique_ptr<CQOV_Task>> workers_;
   bool stopping_ = false;
-  bool poolStands_ = false;
+
+  std::mutex standsLock_;
+  std::condition_variable standsSignal_;
+  // Guarded by standsLock_.
+  bool stands_ = false;
 };
 
 #endif

@@ -1,0 +1,126 @@
+#include <ace/Guard_T.h>
+#include <ace/Singleton.h>
+#include <qovplatform/platform_guard.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_leader_task.h>
+#include <qovpub/qov_module_loader.h>
+#include <qovpub/qov_task_mgr.h>
+#include <qovpub/qov_task_scheduler.h>
+
+#include "task/leader_queue.h"
+#include "task/log_ids.h"
+#include "task/message_block.h"
+#include "task/message_types.h"
+
+// Which message goes where.
+
+const CQOV_Leader_Task::Handler CQOV_Leader_Task::kHandlers[] = {
+    &CQOV_Leader_Task::handleUnknownMsg, &CQOV_Leader_Task::handleReqMsg,
+    &CQOV_Leader_Task::handleRspMsg, &CQOV_Leader_Task::handleAsyncMsg,
+    &CQOV_Leader_Task::handleAsyncMsg};
+
+void CQOV_Leader_Task::handleDataMsg(ACE_Message_Block* mb) {
+  CQOVDebugKitGuard log(qov::kPublicKit,
+                        "void CQOV_Leader_Task::handleDataMsg(ACE_Message_Block*)");
+  FowGuard watch(0, 1, 3600);
+  if (mb == nullptr) {
+    log.error(qov::kLogIdBase + 28, __FUNCTION__, __LINE__, "Invalid parameter, mb is null.");
+    return;
+  }
+  if (mb->length() != qov::kPointerSize) {
+    log.warn(qov::kLogIdBase + 29, __FUNCTION__, __LINE__,
+             "Manager thread(%d) received invalid message!", taskMgr()->moduleId());
+    mb->release();
+    return;
+  }
+  void* pointer = nullptr;
+  if (!qov::readPointer(*mb, pointer)) {
+    log.error(qov::kLogIdBase + 30, __FUNCTION__, __LINE__, "Copy message error!");
+    mb->release();
+    return;
+  }
+  if (pointer == nullptr) {
+    log.warn(qov::kLogIdBase + 31, __FUNCTION__, __LINE__, "Null message!");
+    mb->release();
+    return;
+  }
+  auto* const pkg = static_cast<CQOV_MsgPackage*>(pointer);
+  const QOVMsgHead& head = pkg->head();
+  log.debug(qov::kTrafficLogId, __FUNCTION__, __LINE__,
+            "Module(%d) recv msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u.",
+            taskMgr()->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
+            static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
+  const Handler handler =
+      qov::isKnownType(head.type_) ? kHandlers[head.type_] : kHandlers[qov::kUnknownType];
+  (this->*handler)(mb, pkg);
+}
+
+void CQOV_Leader_Task::handleAsyncMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg) {
+  CQOVDebugKitGuard log(
+      qov::kPublicKit,
+      "void CQOV_Leader_Task::handleAsyncMsg(ACE_Message_Block*, CQOV_MsgPackage*)");
+  if (mb == nullptr || pkg == nullptr) {
+    log.error(qov::kLogIdBase + 32, __FUNCTION__, __LINE__,
+              "Invalid Parameter, pMsgPkg or mb is null.");
+    return;
+  }
+  const QOVMsgHead& head = pkg->head();
+  if (forwordMessage(&head, mb) != 0) {
+    log.warn(qov::kLogIdBase + 33, __FUNCTION__, __LINE__,
+             "Failed to forword message: RPID=%u,RMID=%u,OPC=%llu,SN=%u!\n", head.rpid_, head.rmid_,
+             static_cast<unsigned long long>(head.opc_), head.sn_);
+    delete pkg;
+    mb->release();
+  }
+}
+
+void CQOV_Leader_Task::handleUnknownMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg) {
+  CQOVDebugKitGuard log(
+      qov::kPublicKit,
+      "void CQOV_Leader_Task::handleUnknownMsg(ACE_Message_Block*, CQOV_MsgPackage*)");
+  log.warn(qov::kLogIdBase + 34, __FUNCTION__, __LINE__,
+           "Manager thread(%d) received unknown message type!", taskMgr()->moduleId());
+  delete pkg;
+  ACE_Message_Block::release(mb);
+}
+
+int CQOV_Leader_Task::forwordMessage(const QOVMsgHead* head, ACE_Message_Block* mb) {
+  CQOVDebugKitGuard log(
+      qov::kPublicKit,
+      "int CQOV_Leader_Task::forwordMessage(const QOVMsgHead*, ACE_Message_Block*)");
+  if (head == nullptr || mb == nullptr) {
+    log.error(qov::kLogIdBase + 35, __FUNCTION__, __LINE__,
+              "Invalid Parameter, pMsg or mb is null.");
+    return -1;
+  }
+  if (head->rpid_ != leaderQueue_.processId()) {
+    log.error(qov::kLogIdBase + 36, __FUNCTION__, __LINE__, "recv msg error.");
+    return 0;
+  }
+  if (head->rmid_ != moduleId_) {
+    return ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance()->sendMsg(head->rmid_,
+                                                                                    mb);
+  }
+  deliver(*head, mb);
+  return 0;
+}
+
+void CQOV_Leader_Task::deliver(const QOVMsgHead& head, ACE_Message_Block* mb) {
+  CQOV_Task* receiver = findStaticTask(head.opc_);
+  if (receiver == nullptr) {
+    receiver = scheduler_.get();
+  }
+  if (receiver->putMsg(head.type_, mb, nullptr) == -1) {
+    // The receiver has ended; nobody else takes the message over.
+    qov::releaseWithPackage(mb);
+  }
+}
+
+CQOV_StaticSchecheduledTask* CQOV_Leader_Task::findStaticTask(std::uint64_t opc) {
+  if (!hasStaticTasks_) {
+    return nullptr;
+  }
+  ACE_Guard<ACE_Thread_Mutex> guard(staticLock_);
+  CQOV_StaticSchecheduledTask* task = nullptr;
+  return opcTasks_.find(opc, task) == 0 ? task : nullptr;
+}

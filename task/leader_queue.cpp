@@ -1,0 +1,115 @@
+#include "task/leader_queue.h"
+
+#include <ace/Guard_T.h>
+#include <ace/OS_NS_sys_time.h>
+#include <ace/Time_Value.h>
+
+#include <cerrno>
+
+#include "task/message_block.h"
+#include "task/message_types.h"
+
+namespace qov {
+
+namespace {
+
+/// The moment at which `timeout`, an absolute time of day, comes; on the steady clock, so that a
+/// change of the time of day does not stretch a wait that has begun.
+ModuleLoad::Clock::time_point steadyDeadline(const ACE_Time_Value& timeout) {
+  // Longer waits than a year are waits without limit to any user, and would overflow the clock.
+  constexpr std::chrono::microseconds kLongest = std::chrono::hours(24 * 365);
+  const ACE_Time_Value left = timeout - ACE_OS::gettimeofday();
+  const std::chrono::microseconds span =
+      left > ACE_Time_Value(std::chrono::duration_cast<std::chrono::seconds>(kLongest).count())
+          ? kLongest
+          : std::chrono::seconds(left.sec()) + std::chrono::microseconds(left.usec());
+  return ModuleLoad::Clock::now() + span;
+}
+
+}  // namespace
+
+LeaderQueue::LeaderQueue(std::uint8_t processId, std::uint8_t moduleId)
+    : processId_(processId), moduleId_(moduleId), load_(std::make_shared<ModuleLoad>()) {}
+
+int LeaderQueue::enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
+  if (mb == nullptr) {
+    errno = EINVAL;
+    return -1;
+  }
+  switch (kindOf(*mb)) {
+    case Kind::kControl:
+      return forceTail(mb);
+    case Kind::kResponse:
+      if (responsesFit()) {
+        return forceTail(mb);
+      }
+      break;
+    case Kind::kForOwnWorkers:
+      if (!waitForModule(timeout)) {
+        return -1;
+      }
+      break;
+    case Kind::kPassedOn:
+      break;
+  }
+  return TaskQueue::enqueue_tail(mb, timeout);
+}
+
+int LeaderQueue::deactivate() {
+  const int previous = TaskQueue::deactivate();
+  load_->roomMayHaveCome();
+  return previous;
+}
+
+ACE_Message_Block* LeaderQueue::takeBatch() {
+  ACE_Message_Block* const batch = takeAll();
+  load_->roomMayHaveCome();
+  return batch;
+}
+
+LeaderQueue::Kind LeaderQueue::kindOf(const ACE_Message_Block& mb) const {
+  if (mb.msg_type() == ACE_Message_Block::MB_STOP ||
+      mb.msg_type() == ACE_Message_Block::MB_HANGUP) {
+    return Kind::kControl;
+  }
+  const CQOV_MsgPackage* const pkg = packageOf(mb);
+  if (pkg == nullptr) {
+    return Kind::kPassedOn;
+  }
+  const QOVMsgHead& head = pkg->head();
+  if (head.type_ == kResponseType) {
+    return Kind::kResponse;
+  }
+  const bool own = head.rpid_ == processId_ && head.rmid_ == moduleId_;
+  return own && isKnownType(head.type_) ? Kind::kForOwnWorkers : Kind::kPassedOn;
+}
+
+bool LeaderQueue::responsesFit() {
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  return cur_bytes_ < 2 * high_water_mark_;
+}
+
+bool LeaderQueue::moduleHasRoom() {
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  // A stopped queue lets everybody through, to be refused by the queue itself.
+  return state_ == DEACTIVATED || cur_bytes_ + load_->waiting() < high_water_mark_;
+}
+
+bool LeaderQueue::waitForModule(const ACE_Time_Value* timeout) {
+  const auto hasRoom = [this] { return moduleHasRoom(); };
+  if (hasRoom()) {
+    return true;
+  }
+  bool room = false;
+  if (timeout == nullptr) {
+    room = load_->waitForRoom(nullptr, hasRoom);
+  } else if (const auto deadline = steadyDeadline(*timeout); deadline > ModuleLoad::Clock::now()) {
+    room = load_->waitForRoom(&deadline, hasRoom);
+  }
+  if (!room) {
+    errno = EWOULDBLOCK;
+  }
+  return room;
+}
+
+}  // namespace qov

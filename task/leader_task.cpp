@@ -1,0 +1,179 @@
+#include <ace/Guard_T.h>
+#include <ace/Reactor.h>
+#include <ace/Thread.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_leader_task.h>
+#include <qovpub/qov_task_mgr.h>
+#include <qovpub/qov_task_scheduler.h>
+#include <qovpub/qov_utility.h>
+
+#include "task/leader_queue.h"
+#include "task/log_ids.h"
+#include "task/message_block.h"
+#include "task/start_task.h"
+#include "task/task_registry.h"
+#include "task/task_roster.h"
+#include "task/wait_reactor.h"
+
+namespace {
+
+constexpr std::size_t kBuckets = 1024;
+
+/// Addresses in headers are one byte wide.
+std::uint8_t addressOf(unsigned int id) {
+  return static_cast<std::uint8_t>(id & 0xFFU);
+}
+
+}  // namespace
+
+CQOV_Leader_Task::CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize)
+    : CQOV_Leader_Task(mgr, poolSize,
+                       std::make_unique<qov::LeaderQueue>(addressOf(QOV_Utility::getProcPID()),
+                                                          addressOf(mgr->moduleId()))) {}
+
+CQOV_Leader_Task::CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize,
+                                   std::unique_ptr<qov::LeaderQueue> queue)
+    : CQOV_Task(mgr, std::move(queue)),
+      scheduler_(std::make_unique<CQOV_TaskScheduler>(mgr, poolSize)),
+      moduleId_(mgr->moduleId()),
+      leaderQueue_(static_cast<qov::LeaderQueue&>(taskQueue())),
+      reactorImpl_(std::make_unique<qov::WaitReactor>()),
+      reactor_(reactorImpl_.get()),
+      notification_(&reactor_, this, ACE_Event_Handler::WRITE_MASK),
+      pending_(kBuckets),
+      opcTasks_(kBuckets) {
+  // Made by whoever loads the modules: the thread that first touches the process reactor owns it.
+  ACE_Reactor::instance();
+  scheduler_->countLoadInto(leaderQueue_.load());
+  msg_queue()->notification_strategy(&notification_);
+}
+
+CQOV_Leader_Task::~CQOV_Leader_Task() {
+  msg_queue()->notification_strategy(nullptr);
+  // The base class would reach for the reactor, which is gone by then.
+  reactor(nullptr);
+}
+
+bool CQOV_Leader_Task::run() {
+  CQOVDebugKitGuard log(qov::kPublicKit, "bool CQOV_Leader_Task::run()");
+  ACE_thread_t thread = 0;
+  if (qov::startTask(*this, grp_id(), thread) != 0) {
+    return false;
+  }
+  if (qov::startTask(*scheduler_, grp_id(), thread) != 0) {
+    notifyExit();
+    return false;
+  }
+  return true;
+}
+
+int CQOV_Leader_Task::svc() {
+  CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_Leader_Task::svc()");
+  reactor_.owner(ACE_Thread::self());
+  ACE_Reactor& processReactor = *ACE_Reactor::instance();
+  while (processReactor.reactor_event_loop_done() == 0 && reactorImpl_->deactivated() == 0) {
+    reactor_.handle_events();
+  }
+  shutDown();
+  log.warn(qov::kLogIdBase + 24, __FUNCTION__, __LINE__, "Manager thread(%d) exit!",
+           taskMgr()->moduleId());
+  return 0;
+}
+
+int CQOV_Leader_Task::handle_output(ACE_HANDLE) {
+  int result = 0;
+  // What stands in the queue now; what comes meanwhile has notified again. So timers get their turn
+  // under constant traffic.
+  for (ACE_Message_Block* mb = leaderQueue_.takeBatch(); mb != nullptr;) {
+    ACE_Message_Block* const next = mb->next();
+    mb->next(nullptr);
+    if (dispatch(mb) == -1) {
+      result = -1;
+    }
+    mb = next;
+  }
+  return result;
+}
+
+int CQOV_Leader_Task::dispatch(ACE_Message_Block* mb) {
+  if (mb->msg_type() == ACE_Message_Block::MB_DATA) {
+    handleDataMsg(mb);
+    return 0;
+  }
+  CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_Leader_Task::handle_output(ACE_HANDLE)");
+  const qov::BlockPtr block(mb);
+  switch (mb->msg_type()) {
+    case ACE_Message_Block::MB_STOP:
+      log.info(qov::kLogIdBase + 25, __FUNCTION__, __LINE__,
+               "Manager thread(%d) received stop-message!", taskMgr()->moduleId());
+      return -1;
+    case ACE_Message_Block::MB_HANGUP:
+      log.info(qov::kLogIdBase + 26, __FUNCTION__, __LINE__,
+               "Manager thread(%d) received hangup-message!", taskMgr()->moduleId());
+      handle_mb_hangup();
+      return 0;
+    default:
+      log.warn(qov::kLogIdBase + 27, __FUNCTION__, __LINE__,
+               "Manager thread(%d) received unknown message type!", taskMgr()->moduleId());
+      return 0;
+  }
+}
+
+int CQOV_Leader_Task::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
+  shutDown();
+  return 0;
+}
+
+void CQOV_Leader_Task::shutDown() {
+  if (closed_) {
+    return;
+  }
+  closed_ = true;
+  reactor_.end_reactor_event_loop();
+  // Closed before it is drained, so that no sender can slip a request in that nobody would answer.
+  leaderQueue_.deactivate();
+  for (ACE_Message_Block* mb = leaderQueue_.takeBatch(); mb != nullptr;) {
+    ACE_Message_Block* const next = mb->next();
+    wakeLeftOverSender(*mb);
+    qov::releaseWithPackage(mb);
+    mb = next;
+  }
+  releasePending(Scope::kAll);
+  for (CQOV_Task* const task : taskMgr()->roster_->beginStop()) {
+    if (task != this) {
+      task->notifyExit();
+    }
+  }
+}
+
+void CQOV_Leader_Task::wakeLeftOverSender(ACE_Message_Block& mb) {
+  const CQOV_MsgPackage* const pkg = qov::packageOf(mb);
+  if (pkg == nullptr || !isWaitedFor(pkg->head())) {
+    return;
+  }
+  if (const std::unique_ptr<TimeoutDesc> desc = takeTimeoutDesc(mb)) {
+    desc->task_->wakeup();
+  }
+}
+
+void CQOV_Leader_Task::insertStaticScheduledTask(unsigned long threadId,
+                                                 CQOV_StaticSchecheduledTask* task) {
+  CQOVDebugKitGuard log(qov::kPublicKit,
+                        "void CQOV_Leader_Task::insertStaticScheduledTask(unsigned long, "
+                        "CQOV_StaticSchecheduledTask*)");
+  if (task == nullptr) {
+    return;
+  }
+  task->countLoadInto(leaderQueue_.load());
+  ACE_Guard<ACE_Thread_Mutex> guard(staticLock_);
+  qov::TaskRegistry::instance().bindIf(threadId, task, [task] { return !task->hasEnded(); });
+  staticTasks_.push_back(task);
+  std::list<unsigned long long> opcs;
+  task->getOpcList(opcs);
+  for (const unsigned long long opc : opcs) {
+    if (opcTasks_.bind(opc, task) == -1) {
+      errno = ENOMEM;
+    }
+  }
+  hasStaticTasks_ = true;
+}

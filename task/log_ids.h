@@ -1,0 +1,17 @@
+#ifndef QOV_TASK_LOG_IDS_H
+#define QOV_TASK_LOG_IDS_H
+
+namespace qov {
+
+/// Log id of the debug traces of message traffic.
+constexpr unsigned long long kTrafficLogId = 65535;
+
+/// First log id of the library's own records; each call site adds a small number of its own.
+constexpr unsigned long long kLogIdBase = 65536;
+
+/// Debug kit of the library's own records.
+constexpr int kPublicKit = 0;
+
+}  // namespace qov
+
+#endif

@@ -1,0 +1,45 @@
+#include "task/message_block.h"
+
+#include <safe_mem_lib.h>
+
+#include <cerrno>
+#include <new>
+
+namespace qov {
+
+ACE_Message_Block* makePointerBlock(const void* pointer) {
+  auto* mb = new (std::nothrow) ACE_Message_Block(kPointerSize);
+  // ACE leaves the block without room when only its buffer could not be had.
+  if (mb == nullptr || mb->size() < kPointerSize) {
+    ACE_Message_Block::release(mb);
+    errno = ENOMEM;
+    return nullptr;
+  }
+  memcpy_s(mb->wr_ptr(), mb->space(), &pointer, kPointerSize);
+  mb->wr_ptr(kPointerSize);
+  return mb;
+}
+
+bool readPointer(const ACE_Message_Block& mb, void*& pointer) {
+  pointer = nullptr;
+  return mb.length() == kPointerSize &&
+         memcpy_s(&pointer, sizeof pointer, mb.rd_ptr(), kPointerSize) == EOK;
+}
+
+CQOV_MsgPackage* packageOf(const ACE_Message_Block& mb) {
+  void* pointer = nullptr;
+  if (mb.msg_type() != ACE_Message_Block::MB_DATA || !readPointer(mb, pointer)) {
+    return nullptr;
+  }
+  return static_cast<CQOV_MsgPackage*>(pointer);
+}
+
+void releaseWithPackage(ACE_Message_Block* mb) {
+  if (mb == nullptr) {
+    return;
+  }
+  delete packageOf(*mb);
+  mb->release();
+}
+
+}  // namespace qov

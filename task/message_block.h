@@ -1,0 +1,35 @@
+#ifndef QOV_TASK_MESSAGE_BLOCK_H
+#define QOV_TASK_MESSAGE_BLOCK_H
+
+#include <ace/Message_Block.h>
+#include <qovpub/qov_message_package.h>
+
+#include <cstddef>
+#include <memory>
+
+namespace qov {
+
+/// Bytes of a block that carries a pointer.
+constexpr std::size_t kPointerSize = sizeof(void*);
+
+struct BlockReleaser {
+  void operator()(ACE_Message_Block* mb) const { mb->release(); }
+};
+using BlockPtr = std::unique_ptr<ACE_Message_Block, BlockReleaser>;
+
+/// A data block of 8 bytes that holds `pointer`; null with errno ENOMEM without memory.
+ACE_Message_Block* makePointerBlock(const void* pointer);
+
+/// Copies the pointer out of a block of exactly 8 bytes. False, and `pointer` null, for any other
+/// block.
+bool readPointer(const ACE_Message_Block& mb, void*& pointer);
+
+/// Reads the package of a data block; null when it carries none.
+CQOV_MsgPackage* packageOf(const ACE_Message_Block& mb);
+
+/// Releases `mb`, and deletes its package first when it is a data block that carries one.
+void releaseWithPackage(ACE_Message_Block* mb);
+
+}  // namespace qov
+
+#endif

@@ -1,0 +1,96 @@
+#include <ace/Thread.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_leader_task.h>
+#include <qovpub/qov_task.h>
+#include <qovpub/qov_task_mgr.h>
+
+#include <cerrno>
+#include <new>
+#include <utility>
+#include <vector>
+
+#include "task/log_ids.h"
+#include "task/response_slot.h"
+#include "task/task_queue.h"
+#include "task/task_registry.h"
+#include "task/task_roster.h"
+
+using qov::TaskRegistry;
+
+CQOV_Task::CQOV_Task(CQOV_TaskMgr* mgr) : CQOV_Task(mgr, std::make_unique<qov::TaskQueue>()) {}
+
+CQOV_Task::CQOV_Task(CQOV_TaskMgr* mgr, std::unique_ptr<qov::TaskQueue> queue)
+    : ACE_Task<ACE_MT_SYNCH>(nullptr, queue.get()), taskMgr_(mgr), queue_(std::move(queue)) {}
+
+CQOV_Task::~CQOV_Task() {
+  TaskRegistry::instance().unbindAll(this);
+  if (roster_) {
+    roster_->remove(this);
+  }
+}
+
+void CQOV_Task::notifyExit() {
+  CQOVDebugKitGuard log(qov::kPublicKit, "virtual void CQOV_Task::notifyExit()");
+  auto* stop = new (std::nothrow) ACE_Message_Block(0, ACE_Message_Block::MB_STOP);
+  if (stop == nullptr) {
+    errno = ENOMEM;
+  } else if (msg_queue()->enqueue_tail(stop) == -1) {
+    // The queue is closed: the task has ended or is about to.
+    stop->release();
+  }
+  log.info(qov::kLogIdBase + 1, __FUNCTION__, __LINE__, "Task will exit!");
+}
+
+int CQOV_Task::wakeup() {
+  return msg_queue()->pulse();
+}
+
+int CQOV_Task::putMsg(int, ACE_Message_Block* mb, ACE_Time_Value* timeout) {
+  return msg_queue()->enqueue_tail(mb, timeout);
+}
+
+int CQOV_Task::idle() {
+  return taskMgr_->idle(this);
+}
+
+int CQOV_Task::getMsg(ACE_Message_Block*& mb) {
+  const int result = queue_->dequeueBeforeStop(mb);
+  return result != -1 ? result : queue_->activate();
+}
+
+int CQOV_Task::activate(long flags, int n_threads, int force_active, long priority, int grp_id,
+                        ACE_Task_Base* task, ACE_hthread_t thread_handles[], void* stack[],
+                        size_t stack_size[], ACE_thread_t thread_ids[], const char* thr_name[]) {
+  const std::size_t count = n_threads > 0 ? static_cast<std::size_t>(n_threads) : 0;
+  std::vector<ACE_thread_t> ids(count);
+  ACE_thread_t* const started = thread_ids != nullptr ? thread_ids : ids.data();
+  const int result = TaskRegistry::instance().bindStarted(this, started, count, [&] {
+    started_ = true;
+    return ACE_Task<ACE_MT_SYNCH>::activate(flags, n_threads, force_active, priority, grp_id, task,
+                                            thread_handles, stack, stack_size, started, thr_name);
+  });
+  if (result == 0 && taskMgr_ != nullptr && this->grp_id() == taskMgr_->gid()) {
+    roster_ = taskMgr_->roster_;
+    if (!roster_->add(this)) {
+      notifyExit();
+    }
+  }
+  return result;
+}
+
+bool CQOV_Task::hasEnded() const {
+  return started_ && thr_count() == 0;
+}
+
+void CQOV_Task::countLoadInto(const std::shared_ptr<qov::ModuleLoad>& load) {
+  queue_->countInto(load);
+}
+
+int CQOV_Task::close(u_long) {
+  TaskRegistry::instance().unbind(ACE_Thread::self(), this);
+  return 0;
+}
+
+CQOV_Task* getCurrentTask() {
+  return TaskRegistry::instance().find(ACE_Thread::self());
+}

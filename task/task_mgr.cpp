@@ -1,0 +1,114 @@
+#include <ace/Thread_Manager.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_leader_task.h>
+#include <qovpub/qov_task_mgr.h>
+#include <qovpub/qov_task_scheduler.h>
+
+#include <cerrno>
+#include <new>
+
+#include "task/log_ids.h"
+#include "task/start_task.h"
+#include "task/task_roster.h"
+
+namespace {
+
+/// Name of modules that give none: the class's run-time type name. Kept, as users know it from
+/// logs.
+constexpr const char* kDefaultName = "12CQOV_TaskMgr";
+
+/// How long init() waits for the pool at the most.
+constexpr unsigned int kPoolSeconds = 30;
+
+/// Registers a debug kit for a module; null when the id has one already.
+CQOVDebugKit* registerKit(const std::string& name, unsigned int moduleId) {
+  auto kit = std::make_unique<CQOVDebugKit>(name, moduleId);
+  return CQOVDebugKitMgr::instance()->add(kit.get()) == 1 ? kit.release() : nullptr;
+}
+
+}  // namespace
+
+CQOV_TaskMgr::CQOV_TaskMgr(unsigned int moduleId, unsigned int poolSize, const char* name)
+    : moduleId_(moduleId),
+      roster_(std::make_shared<qov::TaskRoster>()),
+      leader_(new (std::nothrow) CQOV_Leader_Task(this, poolSize)),
+      name_(name != nullptr ? name : kDefaultName) {
+  if (leader_ != nullptr) {
+    leader_->grp_id(static_cast<int>(moduleId));
+  } else {
+    errno = ENOMEM;
+  }
+  kit_ = registerKit(name_, moduleId);
+}
+
+CQOV_TaskMgr::~CQOV_TaskMgr() {
+  if (leader_ != nullptr) {
+    leader_->notifyExit();
+    joinTasks();
+    leader_.reset();
+  }
+  // The id may belong to somebody else's kit.
+  if (kit_ != nullptr && CQOVDebugKitMgr::instance()->find(moduleId_) == kit_) {
+    delete CQOVDebugKitMgr::instance()->remove(moduleId_);
+  }
+}
+
+void CQOV_TaskMgr::joinTasks() {
+  // Leader first, then the rest: until it has ended, the leader (and its scheduler) may start
+  // others.
+  ACE_Thread_Manager& threads = *ACE_Thread_Manager::instance();
+  threads.wait_task(leader_.get());
+  // A leader that never ran has told nobody yet.
+  leader_->shutDown();
+  threads.wait_task(&leader_->scheduler());
+  for (CQOV_Task* const task : roster_->tasks()) {
+    threads.wait_task(task);
+  }
+}
+
+bool CQOV_TaskMgr::initEnv() {
+  return true;
+}
+
+bool CQOV_TaskMgr::init() {
+  CQOVDebugKitGuard log(qov::kPublicKit, "bool CQOV_TaskMgr::init()");
+  if (leader_ == nullptr || !leader_->run()) {
+    return false;
+  }
+  if (!leader_->scheduler().waitForPool(kPoolSeconds)) {
+    log.warn(qov::kLogIdBase + 44, __FUNCTION__, __LINE__,
+             "Module(%d) thread pool does not stand after %u seconds.", moduleId(), kPoolSeconds);
+  }
+  return initEnv();
+}
+
+int CQOV_TaskMgr::gid() {
+  return leader_ != nullptr ? leader_->grp_id() : -1;
+}
+
+int CQOV_TaskMgr::idle(CQOV_Task* task) {
+  return leader_ != nullptr ? leader_->scheduler().return_to_work(task) : -1;
+}
+
+int CQOV_TaskMgr::putq(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
+  if (leader_ == nullptr) {
+    errno = ESHUTDOWN;
+    return -1;
+  }
+  return leader_->msg_queue()->enqueue_tail(mb, timeout);
+}
+
+int CQOV_TaskMgr::insertStaticScheduledTask(CQOV_StaticSchecheduledTask* task) {
+  CQOVDebugKitGuard log(
+      qov::kPublicKit, "int CQOV_TaskMgr::insertStaticScheduledTask(CQOV_StaticSchecheduledTask*)");
+  if (task == nullptr) {
+    log.warn(qov::kLogIdBase + 45, __FUNCTION__, __LINE__, "Null pointer of pStaticScheduledTask.");
+    return -1;
+  }
+  ACE_thread_t thread = 0;
+  if (leader_ == nullptr || qov::startTask(*task, gid(), thread) != 0) {
+    return -1;
+  }
+  leader_->insertStaticScheduledTask(thread, task);
+  return 0;
+}

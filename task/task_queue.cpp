@@ -1,0 +1,143 @@
+#include "task/task_queue.h"
+
+#include <ace/Guard_T.h>
+#include <ace/Notification_Strategy.h>
+
+#include <cerrno>
+#include <limits>
+#include <utility>
+
+#include "task/message_block.h"
+
+namespace qov {
+
+TaskQueue::~TaskQueue() {
+  for (ACE_Message_Block* mb = takeAll(); mb != nullptr;) {
+    ACE_Message_Block* const next = mb->next();
+    releaseWithPackage(mb);
+    mb = next;
+  }
+}
+
+int TaskQueue::enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
+  if (mb != nullptr && mb->msg_type() == ACE_Message_Block::MB_STOP) {
+    return forceTail(mb);
+  }
+  return ACE_Message_Queue<ACE_MT_SYNCH>::enqueue_tail(mb, timeout);
+}
+
+int TaskQueue::forceTail(ACE_Message_Block* mb) {
+  int count = 0;
+  ACE_Notification_Strategy* notifier = nullptr;
+  {
+    ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+    if (state_ == DEACTIVATED) {
+      errno = ESHUTDOWN;
+      return -1;
+    }
+    count = enqueue_tail_i(mb);
+    notifier = notification_strategy_;
+  }
+  if (notifier != nullptr && count != -1) {
+    notifier->notify();
+  }
+  return count;
+}
+
+int TaskQueue::pulse() {
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  pulsed_ = true;
+  not_empty_cond_.broadcast();
+  return state_;
+}
+
+void TaskQueue::clearPulse() {
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  pulsed_ = false;
+}
+
+int TaskQueue::dequeueBeforeStop(ACE_Message_Block*& mb) {
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  if (state_ == DEACTIVATED) {
+    errno = ESHUTDOWN;
+    return -1;
+  }
+  if (wait_not_empty_cond(nullptr) == -1) {
+    return -1;
+  }
+  if (head_->msg_type() == ACE_Message_Block::MB_STOP) {
+    errno = ESHUTDOWN;
+    return -1;
+  }
+  return dequeue_head_i(mb);
+}
+
+void TaskQueue::countInto(std::shared_ptr<ModuleLoad> load) {
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  high_water_mark_ = std::numeric_limits<std::size_t>::max();
+  low_water_mark_ = high_water_mark_;
+  if (load_) {
+    load_->subtract(cur_bytes_);
+  }
+  load_ = std::move(load);
+  load_->add(cur_bytes_);
+  not_full_cond_.broadcast();
+}
+
+ACE_Message_Block* TaskQueue::takeAll() {
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  ACE_Message_Block* const all = head_;
+  if (load_) {
+    load_->subtract(cur_bytes_);
+  }
+  head_ = nullptr;
+  tail_ = nullptr;
+  cur_bytes_ = 0;
+  cur_length_ = 0;
+  cur_count_ = 0;
+  if (all != nullptr) {
+    not_full_cond_.broadcast();
+  }
+  return all;
+}
+
+int TaskQueue::enqueue_tail_i(ACE_Message_Block* mb) {
+  const std::size_t before = cur_bytes_;
+  const int count = ACE_Message_Queue<ACE_MT_SYNCH>::enqueue_tail_i(mb);
+  if (load_) {
+    load_->add(cur_bytes_ - before);
+  }
+  return count;
+}
+
+int TaskQueue::dequeue_head_i(ACE_Message_Block*& mb) {
+  const std::size_t before = cur_bytes_;
+  const int count = ACE_Message_Queue<ACE_MT_SYNCH>::dequeue_head_i(mb);
+  if (load_) {
+    load_->subtract(before - cur_bytes_);
+  }
+  return count;
+}
+
+int TaskQueue::wait_not_empty_cond(ACE_Time_Value* timeout) {
+  while (is_empty_i()) {
+    if (pulsed_) {
+      pulsed_ = false;
+      errno = ESHUTDOWN;
+      return -1;
+    }
+    if (not_empty_cond_.wait(timeout) == -1) {
+      if (errno == ETIME) {
+        errno = EWOULDBLOCK;
+      }
+      return -1;
+    }
+    if (state_ != ACTIVATED) {
+      errno = ESHUTDOWN;
+      return -1;
+    }
+  }
+  return 0;
+}
+
+}  // namespace qov

@@ -1,0 +1,63 @@
+#ifndef QOV_TASK_TASK_QUEUE_H
+#define QOV_TASK_TASK_QUEUE_H
+
+#include <ace/Condition_Thread_Mutex.h>
+#include <ace/Message_Queue_T.h>
+#include <ace/Synch_Traits.h>
+#include <ace/Thread_Mutex.h>
+
+#include <memory>
+
+#include "task/module_load.h"
+
+namespace qov {
+
+/// The message queue of a task. Differs from ACE's own in four ways:
+///
+/// - pulse() is not lost when nobody waits yet: it ends the next wait. (ACE's leaves the queue in a
+///   state in which the waiter cannot even take the message that arrives next.)
+/// - MB_STOP blocks get in however full the queue is.
+/// - It can count its bytes into the load of its module.
+/// - It frees what is left in it together with the packages.
+///
+/// Thread: any; one thread dequeues.
+class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
+ public:
+  TaskQueue() = default;
+  ~TaskQueue() override;
+
+  int enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value* timeout = nullptr) override;
+  int pulse() override;
+
+  /// Forgets a pulse() that nobody has waited for.
+  void clearPulse();
+
+  /// As dequeue_head() without time-out, but fails (errno ESHUTDOWN) when the next block is an
+  /// MB_STOP, which stays where it is.
+  int dequeueBeforeStop(ACE_Message_Block*& mb);
+
+  /// Counts the queue's bytes into `load` from now on and lifts the queue's own limit: whoever
+  /// fills the queue never waits.
+  void countInto(std::shared_ptr<ModuleLoad> load);
+
+  /// Takes every block out at once, also from a deactivated queue: a list linked by next(), null
+  /// when empty.
+  ACE_Message_Block* takeAll();
+
+ protected:
+  int enqueue_tail_i(ACE_Message_Block* mb) override;
+  int dequeue_head_i(ACE_Message_Block*& mb) override;
+  int wait_not_empty_cond(ACE_Time_Value* timeout) override;
+
+  /// Queues `mb` without regard to the limit.
+  int forceTail(ACE_Message_Block* mb);
+
+ private:
+  // Guarded by the queue's lock.
+  bool pulsed_ = false;
+  std::shared_ptr<ModuleLoad> load_;
+};
+
+}  // namespace qov
+
+#endif

@@ -1,0 +1,39 @@
+#include "task/task_registry.h"
+
+#include <vector>
+
+namespace qov {
+
+TaskRegistry& TaskRegistry::instance() {
+  static TaskRegistry* const registry = new TaskRegistry;
+  return *registry;
+}
+
+void TaskRegistry::unbind(ACE_thread_t thread, const CQOV_Task* task) {
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  CQOV_Task* bound = nullptr;
+  if (tasks_.find(thread, bound) == 0 && bound == task) {
+    tasks_.unbind(thread);
+  }
+}
+
+void TaskRegistry::unbindAll(const CQOV_Task* task) {
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  std::vector<ACE_thread_t> threads;
+  for (const auto& entry : tasks_) {
+    if (entry.item() == task) {
+      threads.push_back(entry.key());
+    }
+  }
+  for (const ACE_thread_t thread : threads) {
+    tasks_.unbind(thread);
+  }
+}
+
+CQOV_Task* TaskRegistry::find(ACE_thread_t thread) {
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  CQOV_Task* task = nullptr;
+  return tasks_.find(thread, task) == 0 ? task : nullptr;
+}
+
+}  // namespace qov

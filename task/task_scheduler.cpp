@@ -1,0 +1,169 @@
+#include <ace/Guard_T.h>
+#include <ace/OS_NS_time.h>
+#include <qovplatform/platform_guard.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_task_mgr.h>
+#include <qovpub/qov_task_scheduler.h>
+
+#include <chrono>
+#include <utility>
+
+#include "task/log_ids.h"
+#include "task/message_block.h"
+#include "task/start_task.h"
+
+namespace {
+
+/// Waits for an idle worker that are worth an info line: every so many, and those longer than this.
+constexpr unsigned long long kNotedWaits = 500;
+constexpr time_t kLongWaitSeconds = 10;
+
+}  // namespace
+
+std::atomic<unsigned long long> CQOV_TaskScheduler::oAtomicSerialNum_{0};
+
+CQOV_TaskScheduler::CQOV_TaskScheduler(CQOV_TaskMgr* mgr, unsigned int poolSize)
+    : CQOV_Task(mgr), poolSize_(poolSize), idleSignal_(poolLock_) {}
+
+CQOV_TaskScheduler::~CQOV_TaskScheduler() = default;
+
+int CQOV_TaskScheduler::svc() {
+  CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_TaskScheduler::svc()");
+  const int created = createPool();
+  poolStands();
+  if (created != 0) {
+    log.error(qov::kLogIdBase + 14, __FUNCTION__, __LINE__, "Module(%d) create thread pool failed.",
+              taskMgr()->moduleId());
+    return -1;
+  }
+  for (;;) {
+    ACE_Message_Block* block = nullptr;
+    if (msg_queue()->dequeue_head(block) == -1) {
+      continue;
+    }
+    switch (block->msg_type()) {
+      case ACE_Message_Block::MB_DATA:
+        handle_mb_data(block);
+        break;
+      case ACE_Message_Block::MB_STOP:
+        log.info(qov::kLogIdBase + 15, __FUNCTION__, __LINE__,
+                 "Scheduler thread(%d) received stop-message!", taskMgr()->moduleId());
+        block->release();
+        return 0;
+      default:
+        log.warn(qov::kLogIdBase + 16, __FUNCTION__, __LINE__,
+                 "Scheduler thread(%d) received unknown message type!", taskMgr()->moduleId());
+        block->release();
+        break;
+    }
+  }
+}
+
+void CQOV_TaskScheduler::notifyExit() {
+  CQOV_Task::notifyExit();
+  ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
+  stopping_ = true;
+  idleSignal_.broadcast();
+}
+
+int CQOV_TaskScheduler::createPool() {
+  CQOVDebugKitGuard log(qov::kPublicKit, "int CQOV_TaskScheduler::createPool()");
+  for (unsigned int i = 0; i < poolSize_; ++i) {
+    std::unique_ptr<CQOV_Task> worker(taskMgr()->createTask());
+    if (worker == nullptr) {
+      log.warn(qov::kLogIdBase + 17, __FUNCTION__, __LINE__, "Failed to create task in module %d!",
+               taskMgr()->moduleId());
+      break;
+    }
+    if (!addWorker(std::move(worker))) {
+      log.warn(qov::kLogIdBase + 18, __FUNCTION__, __LINE__,
+               "Failed to start a worker thread in module %d!", taskMgr()->moduleId());
+      break;
+    }
+  }
+  log.info(qov::kLogIdBase + 19, __FUNCTION__, __LINE__,
+           "Module(%d) thread inited, threads size is %u!", taskMgr()->moduleId(), poolSize_);
+  return 0;
+}
+
+bool CQOV_TaskScheduler::addWorker(std::unique_ptr<CQOV_Task> worker) {
+  worker->grp_id(taskMgr()->gid());
+  CQOV_Task* const task = worker.get();
+  ACE_thread_t thread = 0;
+  {
+    ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
+    workers_.push_back(std::move(worker));
+  }
+  if (qov::startTask(*task, taskMgr()->gid(), thread) != 0) {
+    ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
+    workers_.pop_back();
+    return false;
+  }
+  // A worker that is busy with nothing yet is as idle before its thread runs as after.
+  return_to_work(task);
+  return true;
+}
+
+void CQOV_TaskScheduler::poolStands() {
+  const std::lock_guard<std::mutex> lock(standsLock_);
+  stands_ = true;
+  standsSignal_.notify_all();
+}
+
+bool CQOV_TaskScheduler::waitForPool(unsigned int seconds) {
+  std::unique_lock<std::mutex> lock(standsLock_);
+  return standsSignal_.wait_for(lock, std::chrono::seconds(seconds), [this] { return stands_; });
+}
+
+int CQOV_TaskScheduler::return_to_work(CQOV_Task* worker) {
+  CQOVDebugKitGuard log(qov::kPublicKit, "int CQOV_TaskScheduler::return_to_work(CQOV_Task*)");
+  if (worker == nullptr) {
+    log.warn(qov::kLogIdBase + 20, __FUNCTION__, __LINE__, "Null pointer of pWorkerTask!");
+    return -1;
+  }
+  ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
+  idleTasks_.enqueue_tail(worker);
+  idleSignal_.signal();
+  return 0;
+}
+
+int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
+  CQOVDebugKitGuard log(qov::kPublicKit,
+                        "int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block*)");
+  FowGuard watch(5, 1, 3600);
+  ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
+  for (;;) {
+    while (idleTasks_.is_empty() && !stopping_) {
+      waitForIdleWorker(log);
+    }
+    CQOV_Task* worker = nullptr;
+    if (idleTasks_.dequeue_head(worker) == -1) {
+      break;
+    }
+    // Refused only by a worker that was told to end on its own: the next one takes the message.
+    if (worker->msg_queue()->enqueue_tail(mb) != -1) {
+      return 0;
+    }
+  }
+  qov::releaseWithPackage(mb);
+  return -1;
+}
+
+void CQOV_TaskScheduler::waitForIdleWorker(CQOVDebugKitGuard& log) {
+  const unsigned long long serial = oAtomicSerialNum_.load(std::memory_order_relaxed);
+  oAtomicSerialNum_.store(serial + 1, std::memory_order_relaxed);
+  const time_t begin = ACE_OS::time();
+  log.debug(qov::kLogIdBase + 21, __FUNCTION__, __LINE__,
+            "wait worker thread is empty begin num(%d), time(%d)", static_cast<int>(serial),
+            static_cast<int>(begin));
+  idleSignal_.wait();
+  const time_t end = ACE_OS::time();
+  log.debug(qov::kLogIdBase + 22, __FUNCTION__, __LINE__,
+            "wait worker thread is empty end wait num(%d), time(%d).", static_cast<int>(serial),
+            static_cast<int>(end));
+  if (serial % kNotedWaits == 0 || end - begin > kLongWaitSeconds) {
+    log.info(qov::kLogIdBase + 23, __FUNCTION__, __LINE__,
+             "wait worker thread is empty end wait num(%d), time(%llu).", static_cast<int>(serial),
+             static_cast<unsigned long long>(end - begin));
+  }
+}

@@ -1,0 +1,127 @@
+#include <cxxabi.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_task.h>
+#include <qovpub/qov_task_mgr.h>
+
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <sstream>
+
+#include "task/log_ids.h"
+#include "task/message_block.h"
+#include "task/message_types.h"
+
+namespace {
+
+/// Tag of the cell that carries a handler's result in an automatic answer.
+constexpr unsigned short kResultTag = 4095;
+
+std::string dumpOf(const CQOV_MsgPackage& pkg) {
+  std::ostringstream text;
+  pkg.dump(text);
+  return text.str();
+}
+
+/// The answer to a request whose handler built none: the request's first command code and the
+/// handler's result.
+std::unique_ptr<CQOV_MsgPackage> makeDefaultResponse(const CQOV_MsgPackage& req, int result) {
+  auto response = std::make_unique<CQOV_MsgPackage>();
+  auto record = std::make_unique<CTLVRecordV3>(req.count() > 0 ? req[0].cmd() : 0);
+  CTLVCell cell;
+  cell.set_i(CTLVCell::TLV_UINT, kResultTag, &result, sizeof result);
+  record->add(cell);
+  response->append(record.release());
+  return response;
+}
+
+}  // namespace
+
+CQOV_CommonTask::CQOV_CommonTask(CQOV_TaskMgr* mgr) : CQOV_Task(mgr) {}
+
+int CQOV_CommonTask::svc() {
+  CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_CommonTask::svc()");
+  for (;;) {
+    ACE_Message_Block* head = nullptr;
+    if (msg_queue()->dequeue_head(head) == -1) {
+      log.warn(qov::kLogIdBase + 8, __FUNCTION__, __LINE__,
+               "Get message from message queue failed.");
+      msg_queue()->activate();
+      continue;
+    }
+    qov::BlockPtr block(head);
+    if (block->msg_type() == ACE_Message_Block::MB_STOP) {
+      msg_queue()->deactivate();
+      log.info(qov::kLogIdBase + 9, __FUNCTION__, __LINE__, "Task(%d) will exit!",
+               taskMgr()->moduleId());
+      return 0;
+    }
+    serve(log, *block);
+  }
+}
+
+void CQOV_CommonTask::serve(CQOVDebugKitGuard& log, const ACE_Message_Block& block) {
+  void* pointer = nullptr;
+  std::unique_ptr<CQOV_MsgPackage> pkg;
+  if (!qov::readPointer(block, pointer)) {
+    log.warn(qov::kLogIdBase + 10, __FUNCTION__, __LINE__,
+             "Invalid message, length isn't equal to %u.",
+             static_cast<unsigned int>(qov::kPointerSize));
+  } else if (pointer != nullptr) {
+    pkg.reset(static_cast<CQOV_MsgPackage*>(pointer));
+    handle(log, *pkg);
+  }
+  idle();
+}
+
+void CQOV_CommonTask::handle(CQOVDebugKitGuard& log, CQOV_MsgPackage& pkg) {
+  const QOVMsgHead& head = pkg.head();
+  // The place of RPID shows RMID: kept, tools that read these lines expect it.
+  log.debug(qov::kTrafficLogId, __FUNCTION__, __LINE__,
+            "Worker(%d) recv msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u!\n",
+            taskMgr()->moduleId(), head.spid_, head.smid_, head.rmid_, head.rmid_,
+            static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
+  try {
+    const int result = handleMessage(pkg);
+    if (result != 0) {
+      log.warn(qov::kLogIdBase + 11, __FUNCTION__, __LINE__,
+               "Failed to handle message, error code is %d!\n%s", result, dumpOf(pkg).c_str());
+    }
+  } catch (const std::exception& error) {
+    // The number is the address of the exception's text: kept.
+    log.error(qov::kLogIdBase + 12, __FUNCTION__, __LINE__,
+              "Failed to handle message, error is %d!\n%s",
+              static_cast<int>(reinterpret_cast<std::intptr_t>(error.what())), dumpOf(pkg).c_str());
+  } catch (const abi::__forced_unwind&) {
+    // The thread is being cancelled; swallowing that would abort the process.
+    throw;
+  } catch (...) {
+    log.error(qov::kLogIdBase + 13, __FUNCTION__, __LINE__,
+              "Failed to handle message, error is %d!\n%s", 0, dumpOf(pkg).c_str());
+  }
+}
+
+CQOV_CommonTaskEx::CQOV_CommonTaskEx(CQOV_TaskMgr* mgr) : CQOV_CommonTask(mgr) {}
+
+int CQOV_CommonTaskEx::handleMessage(CQOV_MsgPackage& req) {
+  CQOV_MsgPackage* answer = nullptr;
+  int result = 0;
+  try {
+    result = handleRequest(req, answer);
+  } catch (...) {
+    delete answer;
+    throw;
+  }
+  std::unique_ptr<CQOV_MsgPackage> response(answer);
+  if (response == nullptr) {
+    if (req.head().type_ != qov::kRequestType) {
+      return result;
+    }
+    response = makeDefaultResponse(req, result);
+  }
+  // The addresses stay as they are, see the class: kept.
+  response->head() = req.head();
+  response->head().type_ = qov::kResponseType;
+  send(response.release(), nullptr, true);
+  return result;
+}
