@@ -1,3 +1,5 @@
+#include <ace/Log_Msg.h>
+
 #include <cerrno>
 
 #include "platform/guard_time.h"
@@ -20,7 +22,8 @@ FowGuard::FowGuard(unsigned kind, unsigned level, unsigned seconds)
   ThreadSlots* mine = ThreadSlots::mine();
   slot_ = mine != nullptr ? mine->freeSlot() : nullptr;
   if (slot_ != nullptr) {
-    slot_->open(nanoseconds(deadline_.time_since_epoch()).count(), kind_, level_, seconds_);
+    slot_->open(nanoseconds(deadline_.time_since_epoch()).count(),
+                {kind_, level_, seconds_, ACE_LOG_MSG->msg_ostream()});
     OverdueWatch::instance().cover(limit.count());
   }
 }
@@ -29,7 +32,7 @@ FowGuard::~FowGuard() {
   const bool alreadyLogged = slot_ != nullptr && slot_->close();
   if (seconds_ != 0 && !alreadyLogged && steady_clock::now() >= deadline_) {
     const int error = errno;
-    qov::platform::logClosedLate({kind_, level_, seconds_});
+    qov::platform::logClosedLate({kind_, level_, seconds_, nullptr});
     errno = error;
   }
 }

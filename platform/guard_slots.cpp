@@ -6,10 +6,11 @@
 
 namespace qov::platform {
 
-void GuardSlot::open(std::int64_t deadline, unsigned kind, unsigned level, unsigned seconds) {
-  kind_.store(kind, std::memory_order_relaxed);
-  level_.store(level, std::memory_order_relaxed);
-  seconds_.store(seconds, std::memory_order_relaxed);
+void GuardSlot::open(std::int64_t deadline, const Handling& handling) {
+  kind_.store(handling.kind, std::memory_order_relaxed);
+  level_.store(handling.level, std::memory_order_relaxed);
+  seconds_.store(handling.seconds, std::memory_order_relaxed);
+  log_.store(handling.log, std::memory_order_relaxed);
   deadline_.store(deadline, std::memory_order_release);
 }
 
@@ -22,10 +23,10 @@ std::int64_t GuardSlot::deadline() const {
   return deadline > 0 ? deadline : 0;
 }
 
-bool GuardSlot::claim(std::int64_t deadline, Overdue& overdue) {
+bool GuardSlot::claim(std::int64_t deadline, Handling& overdue) {
   // Read before claiming: from then on the guard's thread may close the slot and open it anew.
   overdue = {kind_.load(std::memory_order_relaxed), level_.load(std::memory_order_relaxed),
-             seconds_.load(std::memory_order_relaxed)};
+             seconds_.load(std::memory_order_relaxed), log_.load(std::memory_order_relaxed)};
   return deadline_.compare_exchange_strong(deadline, kClaimed, std::memory_order_acq_rel);
 }
 

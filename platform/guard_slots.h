@@ -4,6 +4,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <iosfwd>
 
 namespace qov::platform {
 
@@ -13,8 +14,16 @@ class GuardSlot {
  public:
   bool isFree() const { return deadline_.load(std::memory_order_relaxed) == kFree; }
 
+  /// What the log line says of a guard, and the stream its thread's records go to (or null).
+  struct Handling {
+    unsigned kind;
+    unsigned level;
+    unsigned seconds;
+    std::ostream* log;
+  };
+
   /// `deadline` is in nanoseconds of the steady clock, above 0.
-  void open(std::int64_t deadline, unsigned kind, unsigned level, unsigned seconds);
+  void open(std::int64_t deadline, const Handling& handling);
 
   /// Frees the slot. True if the watching thread has claimed it, so that the line is its business.
   bool close();
@@ -22,15 +31,8 @@ class GuardSlot {
   /// 0 when nothing is left to watch here.
   std::int64_t deadline() const;
 
-  /// What the log line says of an overdue guard.
-  struct Overdue {
-    unsigned kind;
-    unsigned level;
-    unsigned seconds;
-  };
-
   /// Takes the guard that had `deadline` over from its thread; false if it has closed meanwhile.
-  bool claim(std::int64_t deadline, Overdue& overdue);
+  bool claim(std::int64_t deadline, Handling& overdue);
 
   void reset() { deadline_.store(kFree, std::memory_order_relaxed); }
 
@@ -42,6 +44,7 @@ class GuardSlot {
   std::atomic<unsigned> kind_{0};
   std::atomic<unsigned> level_{0};
   std::atomic<unsigned> seconds_{0};
+  std::atomic<std::ostream*> log_{nullptr};
 };
 
 /// The slots of one thread. They are never freed, so that the watching thread can walk them without

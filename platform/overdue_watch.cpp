@@ -1,9 +1,8 @@
 #include "platform/overdue_watch.h"
 
 #include <ace/Log_Msg.h>
-#include <ace/Thread.h>
-#include <pthread.h>
 
+#include <algorithm>
 #include <limits>
 #include <new>
 
@@ -37,7 +36,7 @@ OverdueWatch::OverdueWatch() : shortest_(kNothingCovered) {
 }
 
 void OverdueWatch::forgetThreadAfterFork() {
-  running_ = false;
+  running_ = false;  // the thread has not come along
   stopping_ = false;
   new (&changed_) std::condition_variable;  // the old one counts a waiter that is not here
   shortest_.store(kNothingCovered, std::memory_order_relaxed);
@@ -59,14 +58,16 @@ void OverdueWatch::lowerShortest(std::int64_t limit) {
 }
 
 void OverdueWatch::startThread() {
-  // Spawned the ACE way, since such a thread writes to the log file of the thread that starts it.
   const AllSignalsBlocked blocked;
-  running_ = ACE_Thread::spawn(
-                 [](void* watch) -> ACE_THR_FUNC_RETURN {
-                   static_cast<OverdueWatch*>(watch)->run();
-                   return nullptr;
-                 },
-                 this, THR_NEW_LWP | THR_JOINABLE, nullptr, &thread_) == 0;
+  const auto body = [](void* watch) -> void* {
+    static_cast<OverdueWatch*>(watch)->run();
+    return nullptr;
+  };
+  // Without the thread the guards still look at the clock when they close.
+  running_ = pthread_create(&thread_, nullptr, body, this) == 0;
+  if (running_) {
+    pthread_setname_np(thread_, "qov-overdue");
+  }
 }
 
 void OverdueWatch::stop() {
@@ -79,7 +80,7 @@ void OverdueWatch::stop() {
     changed_.notify_one();
   }
   if (join) {
-    ACE_Thread::join(thread_);
+    pthread_join(thread_, nullptr);
   }
 }
 
@@ -100,7 +101,7 @@ steady_clock::time_point OverdueWatch::look() {
   for (ThreadSlots* thread = ThreadSlots::first(); thread != nullptr; thread = thread->next()) {
     for (GuardSlot& slot : thread->slots()) {
       const std::int64_t deadline = slot.deadline();
-      GuardSlot::Overdue overdue;
+      GuardSlot::Handling overdue;
       if (deadline > now) {
         next = std::min(next, deadline);
       } else if (deadline != 0 && slot.claim(deadline, overdue)) {
@@ -111,14 +112,15 @@ steady_clock::time_point OverdueWatch::look() {
   return steady_clock::time_point(nanoseconds(next));
 }
 
-void logStillOpen(const GuardSlot::Overdue& overdue, int threadId) {
+void logStillOpen(const GuardSlot::Handling& overdue, int threadId) {
+  ACE_LOG_MSG->msg_ostream(overdue.log, false);
   ACE_ERROR((LM_WARNING,
              "%D %M (%t) FowGuard: handling of kind %u, level %u in thread %d is still going on "
              "after %u s\n",
              overdue.kind, overdue.level, threadId, overdue.seconds));
 }
 
-void logClosedLate(const GuardSlot::Overdue& overdue) {
+void logClosedLate(const GuardSlot::Handling& overdue) {
   ACE_ERROR((LM_WARNING,
              "%D %M (%t) FowGuard: handling of kind %u, level %u took longer than %u s\n",
              overdue.kind, overdue.level, overdue.seconds));

@@ -1,7 +1,7 @@
 #ifndef QOV_PLATFORM_OVERDUE_WATCH_H
 #define QOV_PLATFORM_OVERDUE_WATCH_H
 
-#include <ace/OS_NS_Thread.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <chrono>
@@ -48,16 +48,16 @@ class OverdueWatch {
   std::mutex lock_;
   std::condition_variable changed_;
   // Guarded by lock_.
-  bool running_ = false;
   bool stopping_ = false;
   bool shorter_ = false;
-  ACE_hthread_t thread_{};
+  bool running_ = false;
+  pthread_t thread_{};
 };
 
-/// Writes the line of a handling that still goes on.
-void logStillOpen(const GuardSlot::Overdue& overdue, int threadId);
-/// Writes the line of a handling that has ended late.
-void logClosedLate(const GuardSlot::Overdue& overdue);
+/// Writes the line of a handling that still goes on in thread `threadId`, to that thread's log.
+void logStillOpen(const GuardSlot::Handling& overdue, int threadId);
+/// Writes the line of a handling of the calling thread that has ended late.
+void logClosedLate(const GuardSlot::Handling& overdue);
 
 }  // namespace qov::platform
 

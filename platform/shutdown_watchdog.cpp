@@ -49,6 +49,7 @@ void ShutdownWatchdog::start() {
   const AllSignalsBlocked blocked;
   try {
     thread_ = std::thread(&ShutdownWatchdog::run, this, std::chrono::steady_clock::now() + bound_);
+    pthread_setname_np(thread_.native_handle(), "qov-shutdown");
   } catch (const std::system_error& error) {
     writeToStandardError("MonitorGuard: the shutdown of process %d is not supervised: %s\n",
                          static_cast<int>(::getpid()), error.what());

@@ -13,9 +13,10 @@ class ShutdownWatchdog;
 ///
 /// While the handling still hangs, a background thread writes the line; when it ends late before
 /// that thread has looked, the guard writes it on closing. The line goes through ACE's log at
-/// warning level. The background thread starts with the first guard of the process (and again with
-/// the first one after a fork), takes no signals, is unknown to ACE_Thread_Manager and ends when
-/// the process exits. It sleeps as long as no guard can become overdue.
+/// warning level, where the guarded thread's own records go. The background thread starts with the
+/// first guard of the process (and again with the first one after a fork), takes no signals, is
+/// unknown to ACE_Thread_Manager and ends when the process exits. It sleeps as long as no guard can
+/// become overdue.
 ///
 /// A guard makes no system call unless it is overdue, or has a shorter time than any before it.
 ///

@@ -1,0 +1,194 @@
+#include <gtest/gtest.h>
+#include <qovplatform/platform_guard.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "platform/guard_slots.h"
+#include "tests/platform/guard_environment.h"
+#include "tests/support/sanitizers.h"
+
+using qov::platform::ThreadSlots;
+using qov::test::countGuardLines;
+using qov::test::kLongGuard;
+using qov::test::letTheWatchLook;
+using qov::test::logHere;
+using qov::test::waitForGuardLine;
+
+namespace {
+
+// Stays until a guard of one (millisecond-long) second that opens now must be overdue.
+void outlastOneSecond() {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(2);
+  while (std::chrono::steady_clock::now() < end) {
+    std::this_thread::yield();
+  }
+}
+
+int slotsEverMade() {
+  int count = 0;
+  for (ThreadSlots* slots = ThreadSlots::first(); slots != nullptr; slots = slots->next()) {
+    ++count;
+  }
+  return count;
+}
+
+}  // namespace
+
+TEST(FowGuard, LogsAHandlingWhileItStillHangs) {
+  const FowGuard guard(101, 7, 20);
+  EXPECT_TRUE(waitForGuardLine("FowGuard: handling of kind 101, level 7 in thread " +
+                               std::to_string(::gettid()) + " is still going on after 20 s\n"));
+}
+
+TEST(FowGuard, LogsOneLineForAHandlingThatHangsAndThenEnds) {
+  {
+    const FowGuard guard(102, 0, 5);
+    ASSERT_TRUE(waitForGuardLine("kind 102,"));
+  }
+  ASSERT_TRUE(letTheWatchLook());
+  EXPECT_EQ(countGuardLines("kind 102,"), 1);
+}
+
+TEST(FowGuard, SaysNothingOfAHandlingThatEndsInTime) {
+  { const FowGuard guard(103, 0, kLongGuard); }
+  ASSERT_TRUE(letTheWatchLook());
+  EXPECT_EQ(countGuardLines("kind 103,"), 0);
+}
+
+TEST(FowGuard, SaysNothingOfAHandlingThatStillHasTime) {
+  const FowGuard guard(104, 0, kLongGuard);
+  ASSERT_TRUE(letTheWatchLook());
+  EXPECT_EQ(countGuardLines("kind 104,"), 0);
+}
+
+TEST(FowGuard, HasNoLimitWithZeroSeconds) {
+  {
+    const FowGuard guard(105, 0, 0);
+    ASSERT_TRUE(letTheWatchLook());
+  }
+  EXPECT_EQ(countGuardLines("kind 105,"), 0);
+}
+
+TEST(FowGuard, SeesNestedGuardsOfOneThreadEachForItself) {
+  const FowGuard outer(106, 1, 30);
+  const FowGuard inner(106, 2, 5);
+  EXPECT_TRUE(waitForGuardLine("kind 106, level 2 "));
+  EXPECT_TRUE(waitForGuardLine("kind 106, level 1 "));
+}
+
+TEST(FowGuard, LogsOnClosingWhatIsNestedTooDeepToBeSeenBefore) {
+  {
+    std::vector<std::unique_ptr<FowGuard>> nest;
+    for (std::size_t i = 0; i < ThreadSlots::kDepth; ++i) {
+      nest.push_back(std::make_unique<FowGuard>(107, 0, kLongGuard));
+    }
+    const FowGuard tooDeep(108, 3, 1);
+    outlastOneSecond();
+  }
+  EXPECT_EQ(countGuardLines("FowGuard: handling of kind 108, level 3 took longer than 1 s\n"), 1);
+  EXPECT_EQ(countGuardLines("kind 107,"), 0);
+}
+
+TEST(FowGuard, LogsExactlyOneLineWhoeverNoticesFirst) {
+  constexpr int kRounds = 50;
+  for (int i = 0; i < kRounds; ++i) {
+    const FowGuard guard(109, 0, 1);
+    outlastOneSecond();
+  }
+  ASSERT_TRUE(letTheWatchLook());
+  EXPECT_EQ(countGuardLines("kind 109,"), kRounds);
+}
+
+TEST(FowGuard, KeepsErrnoWhenItLogs) {
+  errno = EXDEV;
+  {
+    const FowGuard guard(110, 0, 1);
+    outlastOneSecond();
+    errno = ENOTTY;
+  }
+  EXPECT_EQ(errno, ENOTTY);
+}
+
+TEST(FowGuard, WatchesManyThreadsAtOnce) {
+  std::vector<std::thread> threads;
+  for (unsigned level = 0; level < 8; ++level) {
+    threads.emplace_back([level] {
+      logHere();
+      for (int i = 0; i < 1000; ++i) {
+        const FowGuard quick(111, level, kLongGuard);
+      }
+      const FowGuard hanging(112, level, 10);
+      EXPECT_TRUE(waitForGuardLine("kind 112, level " + std::to_string(level) + " "));
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(countGuardLines("kind 111,"), 0);
+  EXPECT_EQ(countGuardLines("kind 112,"), 8);
+}
+
+TEST(FowGuard, LeavesNothingBehindForThreadsThatHaveEnded) {
+  std::thread([] { const FowGuard guard(113, 0, kLongGuard); }).join();
+  const int before = slotsEverMade();
+  for (int i = 0; i < 50; ++i) {
+    std::thread([] { const FowGuard guard(113, 0, kLongGuard); }).join();
+  }
+  EXPECT_EQ(slotsEverMade(), before);
+}
+
+TEST(FowGuardDeathTest, DoesNotDisturbTheExitOfAProcessInTheMiddleOfAHandling) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        const FowGuard guard(114, 0, 5);
+        if (waitForGuardLine("kind 114,")) {
+          std::exit(0);
+        }
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
+// ThreadSanitizer ends a process that starts a thread after forking from several ones.
+#if !QOV_TEST_TSAN
+TEST(FowGuard, WorksInTheChildOfAProcessThatHadGuards) {
+  const FowGuard ofTheParent(115, 0, kLongGuard);
+  ASSERT_TRUE(letTheWatchLook());
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    const FowGuard guard(116, 0, 5);
+    ::_exit(waitForGuardLine("kind 116,") ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_TRUE(letTheWatchLook()) << "the parent's own watch must go on";
+}
+
+TEST(FowGuard, ForgetsInAChildWhatOtherThreadsHadOpen) {
+  std::thread([] {
+    const FowGuard ofAThreadThatDoesNotFork(117, 0, 200);
+    std::thread forker([] {
+      const pid_t child = ::fork();
+      if (child == 0) {
+        logHere();
+        const FowGuard later(118, 0, 400);  // overdue well after the other would be
+        ::_exit(waitForGuardLine("kind 118,") && countGuardLines("kind 117,") == 0 ? 0 : 1);
+      }
+      int status = 0;
+      EXPECT_EQ(::waitpid(child, &status, 0), child);
+      EXPECT_TRUE(WIFEXITED(status));
+      EXPECT_EQ(WEXITSTATUS(status), 0);
+    });
+    forker.join();
+  }).join();
+}
+#endif

@@ -1,0 +1,150 @@
+#include <gtest/gtest.h>
+#include <qovplatform/platform_guard.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <thread>
+
+#include "tests/platform/guard_environment.h"
+#include "tests/support/files.h"
+#include "tests/support/sanitizers.h"
+
+using qov::test::kLongGuard;
+
+namespace {
+
+// Threads that watch over a shutdown in this process.
+int countWatchdogs() {
+  int count = 0;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    if (qov::test::readFile(task.path() / "comm") == "qov-shutdown\n") {
+      ++count;
+    }
+  }
+  return count;
+}
+
+// A thread that was joined may still be listed for a moment.
+void waitUntilNoWatchdogIsLeft() {
+  while (countWatchdogs() != 0) {
+    std::this_thread::yield();
+  }
+}
+
+[[noreturn]] void hang() {
+  for (;;) {
+    ::pause();
+  }
+}
+
+class MonitorGuardDeathTest : public ::testing::Test {
+ protected:
+  MonitorGuardDeathTest() { ::testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+};
+
+}  // namespace
+
+TEST_F(MonitorGuardDeathTest, AbortsAShutdownThatHangs) {
+  EXPECT_EXIT(
+      {
+        MonitorGuard guard(20);
+        guard.shutdownBegins();
+        hang();
+      },
+      ::testing::KilledBySignal(SIGABRT),
+      "MonitorGuard: the shutdown of process [0-9]+ has not ended within 20 s, aborting\n");
+}
+
+TEST_F(MonitorGuardDeathTest, AbortsEvenWithEverySignalBlocked) {
+  EXPECT_EXIT(
+      {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, nullptr);
+        MonitorGuard guard(20);
+        guard.shutdownBegins();
+        hang();
+      },
+      ::testing::KilledBySignal(SIGABRT), "has not ended within 20 s, aborting");
+}
+
+// ThreadSanitizer's own abort() flushes the standard streams first, and waits for the lock.
+#if !QOV_TEST_TSAN
+TEST_F(MonitorGuardDeathTest, AbortsAlthoughStandardErrorIsLockedByTheHangingThread) {
+  EXPECT_EXIT(
+      {
+        ::flockfile(stderr);
+        MonitorGuard guard(20);
+        guard.shutdownBegins();
+        hang();
+      },
+      ::testing::KilledBySignal(SIGABRT), "has not ended within 20 s, aborting");
+}
+#endif
+
+TEST_F(MonitorGuardDeathTest, LetsAProcessRunLongerThanItsTimeBeforeTheShutdownBegins) {
+  EXPECT_EXIT(
+      {
+        const MonitorGuard guard(1);
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
+        while (std::chrono::steady_clock::now() < end) {
+          std::this_thread::yield();
+        }
+        std::exit(0);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(MonitorGuardDeathTest, HasNoLimitWithZeroSeconds) {
+  EXPECT_EXIT(
+      {
+        MonitorGuard guard(0);
+        guard.shutdownBegins();
+        std::exit(countWatchdogs() == 0 ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
+TEST(MonitorGuard, StartsItsThreadOnlyWhenTheShutdownBegins) {
+  waitUntilNoWatchdogIsLeft();
+  {
+    MonitorGuard guard(kLongGuard);
+    EXPECT_EQ(countWatchdogs(), 0);
+    guard.shutdownBegins();
+    EXPECT_EQ(countWatchdogs(), 1);
+    guard.shutdownBegins();
+    EXPECT_EQ(countWatchdogs(), 1) << "a later call changes nothing";
+  }
+  waitUntilNoWatchdogIsLeft();
+}
+
+TEST(MonitorGuard, EndsWithoutAWordWhenTheShutdownIsInTime) {
+  ::testing::internal::CaptureStderr();
+  {
+    MonitorGuard guard(kLongGuard);
+    guard.shutdownBegins();
+  }
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+}
+
+// A sanitizer's runtime needs address space all the time.
+#if !QOV_TEST_ASAN && !QOV_TEST_TSAN
+TEST_F(MonitorGuardDeathTest, SaysThatAShutdownIsNotSupervisedWhenThereIsNoThreadForIt) {
+  EXPECT_EXIT(
+      {
+        MonitorGuard guard(kLongGuard);
+        rlimit noMore{};
+        noMore.rlim_cur = 1;
+        noMore.rlim_max = 1;
+        ::setrlimit(RLIMIT_AS, &noMore);
+        guard.shutdownBegins();
+        ::_exit(0);
+      },
+      ::testing::ExitedWithCode(0),
+      "MonitorGuard: the shutdown of process [0-9]+ is not supervised");
+}
+#endif
