@@ -1,5 +1,5 @@
-// Includes run one way, bottom up: a component includes only what it declares under USES, and
-// declares nothing that it does not include.
+// A component includes only what it declares under USES or BESIDE, and declares nothing that it
+// does not include. That USES runs one way, bottom up, is checked when the build is configured.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -51,7 +51,7 @@ TEST(Layers, AComponentIncludesOnlyWhatItUses) {
     for (const auto& [owner, evidence] : includedComponents(tree, component)) {
       EXPECT_EQ(component.uses.count(owner), 1u)
           << evidence << ", but component " << component.name << " does not list " << owner
-          << " under USES in " << component.folder / "CMakeLists.txt";
+          << " under USES or BESIDE in " << component.folder / "CMakeLists.txt";
     }
   }
 }
@@ -62,7 +62,7 @@ TEST(Layers, AComponentListsNothingThatItDoesNotInclude) {
     const std::map<std::string, std::string> included = includedComponents(tree, component);
     for (const std::string& used : component.uses) {
       EXPECT_EQ(included.count(used), 1u) << "component " << component.name << " lists " << used
-                                          << " under USES and includes nothing of it";
+                                          << " and includes nothing of it";
     }
   }
 }
