@@ -24,14 +24,19 @@ jobs_here() {
   nproc 2>/dev/null || echo 2
 }
 
-# Configures and builds a preset of CMakePresets.json.
+# build_preset <preset> [<target>...]: configures and builds a preset of CMakePresets.json.
 build_preset() {
-  local preset="$1" launcher=()
+  local preset="$1" launcher=() targets=()
+  shift
+  if [ "$#" -gt 0 ]; then
+    targets=(--target "$@")
+  fi
   if command -v ccache >/dev/null; then
     launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
   fi
   say "configure $preset"
   cmake --preset "$preset" "${launcher[@]}" || fail "configuring preset $preset failed"
   say "build $preset"
-  cmake --build --preset "$preset" -j "$(jobs_here)" || fail "building preset $preset failed"
+  cmake --build --preset "$preset" -j "$(jobs_here)" "${targets[@]}" ||
+    fail "building preset $preset failed"
 }

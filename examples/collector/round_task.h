@@ -1,0 +1,41 @@
+#ifndef QOV_EXAMPLES_COLLECTOR_ROUND_TASK_H
+#define QOV_EXAMPLES_COLLECTOR_ROUND_TASK_H
+
+#include <qovpub/qov_task.h>
+
+#include <cstdint>
+#include <memory>
+
+#include "examples/collector/collection.h"
+#include "examples/common/messages.h"
+
+namespace devagent {
+
+/// Runs a round when asked to: reads the machine's state from the inventory, keeps it and tells the
+/// journal. Being a static scheduled task it serves its own operation on a thread of its own, one
+/// round at a time, while the pool stays free.
+class RoundTask : public CQOV_StaticSchecheduledTask {
+ public:
+  RoundTask(CQOV_TaskMgr* module, std::shared_ptr<Collection> collection);
+
+  void getOpcList(std::list<unsigned long long>& opcs) override;
+  int handleMessage(CQOV_MsgPackage& request) override;
+
+ private:
+  /// False when the agent stops in the middle of it.
+  bool runRound();
+  /// Asks for records and keeps them. False when it ended for another reason than an answer or the
+  /// time-out.
+  bool collect(Operation operation, double timeoutSeconds);
+  bool askInventoryTally();
+  std::unique_ptr<CQOV_MsgPackage> ask(Operation operation, double timeoutSeconds, bool& ended);
+  void noteTimeout(Operation operation);
+  void finishRound();
+
+  const std::shared_ptr<Collection> collection_;
+  Tally tally_;
+};
+
+}  // namespace devagent
+
+#endif

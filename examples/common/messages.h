@@ -1,0 +1,109 @@
+#ifndef QOV_EXAMPLES_COMMON_MESSAGES_H
+#define QOV_EXAMPLES_COMMON_MESSAGES_H
+
+#include <qovpub/qov_message_package.h>
+#include <qovpub/qov_utility.h>
+
+#include <cstdint>
+#include <memory>
+
+/// What the modules of the example agent say to one another.
+namespace devagent {
+
+/// The modules by their ids: message addresses, thread groups and debug kits go by them.
+enum Module : std::uint8_t { kInventory = 10, kCollector = 20, kJournal = 30 };
+
+/// Message types. Nobody answers a notice or an event; the runtime treats the two alike.
+enum MessageType : std::uint8_t { kRequest = 1, kResponse = 2, kNotice = 3, kEvent = 4 };
+
+/// Operation codes.
+enum Operation : std::uint64_t {
+  // Requests to the inventory; the answer holds the records named below.
+  kReadHost = 0x1001,         ///< one kHostRecord
+  kReadInterfaces = 0x1002,   ///< a kInterfaceRecord per network interface
+  kReadFileSystems = 0x1003,  ///< a kFileSystemRecord per mounted file system
+  kReadNothing = 0x10FF,      ///< an operation that nobody answers
+
+  /// Request to the inventory or the collector; the answer holds one kTallyRecord.
+  kReadTally = 0x2001,
+  /// Request of the collector to itself: run one round.
+  kRunRound = 0x2002,
+
+  // Notices and events to the journal.
+  kWriteEntry = 0x3001,     ///< one kEntryRecord
+  kRoundFinished = 0x3002,  ///< no record; the collector's tally has changed
+};
+
+/// Command codes of records, each followed by the tags of its cells.
+enum Record : std::uint64_t {
+  kHostRecord = 1,
+  kInterfaceRecord = 2,
+  kFileSystemRecord = 3,
+  kTallyRecord = 4,
+  kEntryRecord = 5,
+};
+
+enum HostTag : unsigned short {
+  kHostName = 1,           // String
+  kKernel = 2,             // String
+  kUptimeSeconds = 3,      // Uint
+  kProcessors = 4,         // Uint
+  kMemoryTotalKb = 5,      // Uint
+  kMemoryAvailableKb = 6,  // Uint
+  kLoadThousandths = 7,    // Array: over 1, 5 and 15 minutes
+};
+
+enum InterfaceTag : unsigned short {
+  kInterfaceName = 1,       // String
+  kInterfaceUp = 2,         // Bool
+  kInterfaceHardware = 3,   // Octet; missing when the interface has no hardware address
+  kInterfaceAddresses = 4,  // Array of strings
+};
+
+enum FileSystemTag : unsigned short {
+  kMountPoint = 1,   // String
+  kMountDevice = 2,  // String
+  kMountType = 3,    // String
+  kSizeKb = 4,       // Uint; missing, with kFreeKb, when the file system does not tell
+  kFreeKb = 5,       // Uint
+};
+
+enum TallyTag : unsigned short {
+  kRounds = 1,           // Uint, all of them
+  kSent = 2,             // requests that the collector sent
+  kAnswered = 3,         // of these: answered
+  kTimedOut = 4,         // of these: not answered in time
+  kRecordsReceived = 5,  // records about the machine that the collector got
+  kRecordsSent = 6,      // records about the machine that the inventory sent
+  kInterfaces = 7,       // network interfaces in the last round
+  kFileSystems = 8,      // mounted file systems in the last round
+};
+
+enum EntryTag : unsigned short { kEntryText = 1 };  // String
+
+/// A message from one module of this process to another, still without records.
+inline std::unique_ptr<CQOV_MsgPackage> makeMessage(MessageType type, Module from, Module to,
+                                                    Operation operation) {
+  const auto process = static_cast<std::uint8_t>(QOV_Utility::getProcPID());
+  auto message = std::make_unique<CQOV_MsgPackage>();
+  QOVMsgHead& head = message->head();
+  head.type_ = type;
+  head.spid_ = process;
+  head.smid_ = from;
+  head.rpid_ = process;
+  head.rmid_ = to;
+  head.opc_ = operation;
+  return message;
+}
+
+/// A notice or event that makes the journal write `text`.
+inline std::unique_ptr<CQOV_MsgPackage> makeJournalEntry(MessageType type, Module from,
+                                                         std::string_view text) {
+  auto message = makeMessage(type, from, kJournal, kWriteEntry);
+  message->addRecord(kEntryRecord, 1).addString(kEntryText, text);
+  return message;
+}
+
+}  // namespace devagent
+
+#endif

@@ -1,0 +1,33 @@
+// The module `inventory`: a pool of workers that read the machine's state when asked.
+#include <qovpub/qov_task_mgr.h>
+
+#include <memory>
+
+#include "examples/common/messages.h"
+#include "examples/inventory/inventory_worker.h"
+
+namespace devagent {
+namespace {
+
+class InventoryModule : public CQOV_TaskMgr {
+ public:
+  InventoryModule() : CQOV_TaskMgr(kInventory, kWorkers, "inventory") {}
+
+  CQOV_Task* createTask() override {
+    return std::make_unique<InventoryWorker>(this, recordsSent_).release();
+  }
+
+ private:
+  static constexpr unsigned int kWorkers = 3;
+
+  // Shared with the workers, which outlive this part of the object: the base class joins them.
+  const std::shared_ptr<InventoryWorker::RecordCount> recordsSent_ =
+      std::make_shared<InventoryWorker::RecordCount>(0);
+};
+
+}  // namespace
+}  // namespace devagent
+
+extern "C" CQOV_TaskMgr* QOV_CreateModule() {
+  return std::make_unique<devagent::InventoryModule>().release();
+}

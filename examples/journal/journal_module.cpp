@@ -1,0 +1,33 @@
+// The module `journal`: writes what the other modules report.
+#include <qovpub/qov_task_mgr.h>
+
+#include <memory>
+
+#include "examples/common/messages.h"
+#include "examples/journal/journal_worker.h"
+
+namespace devagent {
+namespace {
+
+class JournalModule : public CQOV_TaskMgr {
+ public:
+  JournalModule() : CQOV_TaskMgr(kJournal, kWorkers, "journal") {}
+
+  CQOV_Task* createTask() override {
+    return std::make_unique<JournalWorker>(this, entries_).release();
+  }
+
+ private:
+  static constexpr unsigned int kWorkers = 2;
+
+  // Shared with the workers, which outlive this part of the object: the base class joins them.
+  const std::shared_ptr<JournalWorker::EntryCount> entries_ =
+      std::make_shared<JournalWorker::EntryCount>(0);
+};
+
+}  // namespace
+}  // namespace devagent
+
+extern "C" CQOV_TaskMgr* QOV_CreateModule() {
+  return std::make_unique<devagent::JournalModule>().release();
+}

@@ -1,0 +1,76 @@
+#include "examples/journal/journal_worker.h"
+
+#include <qovpub/qov_common_debugkit.h>
+
+#include <cinttypes>
+#include <sstream>
+#include <utility>
+
+#include "examples/common/messages.h"
+
+namespace devagent {
+namespace {
+
+const char* nameOf(std::uint8_t module) {
+  switch (module) {
+    case kInventory:
+      return "inventory";
+    case kCollector:
+      return "collector";
+    default:
+      return "another module";
+  }
+}
+
+std::string describe(const CTLVRecordV3& host, const CTLVRecordV3& tally) {
+  std::ostringstream text;
+  text << "round " << tally.getUnsigned(kRounds) << ": requests sent " << tally.getUnsigned(kSent)
+       << ", answered " << tally.getUnsigned(kAnswered) << ", timed out "
+       << tally.getUnsigned(kTimedOut) << "; records received "
+       << tally.getUnsigned(kRecordsReceived) << ", sent by the inventory "
+       << tally.getUnsigned(kRecordsSent) << "; interfaces " << tally.getUnsigned(kInterfaces)
+       << ", file systems " << tally.getUnsigned(kFileSystems) << "; host "
+       << host.getString(kHostName) << ", " << host.getString(kKernel) << ", up "
+       << host.getUnsigned(kUptimeSeconds) << " s, " << host.getUnsigned(kProcessors) << " CPUs";
+  return text.str();
+}
+
+}  // namespace
+
+JournalWorker::JournalWorker(CQOV_TaskMgr* module, std::shared_ptr<EntryCount> entries)
+    : CQOV_CommonTask(module), entries_(std::move(entries)) {}
+
+int JournalWorker::handleMessage(CQOV_MsgPackage& message) {
+  const QOVMsgHead& head = message.head();
+  if (head.type_ != kNotice && head.type_ != kEvent) {
+    return 0;
+  }
+  switch (head.opc_) {
+    case kWriteEntry:
+      write(head, std::string(message[0].getString(kEntryText)));
+      return 0;
+    case kRoundFinished:
+      write(head, describeRound());
+      return 0;
+    default:
+      return -1;
+  }
+}
+
+std::string JournalWorker::describeRound() {
+  ACE_Time_Value timeout(20);
+  CQOV_MsgPackage* response = nullptr;
+  const int result = send(makeMessage(kRequest, kJournal, kCollector, kReadTally).release(),
+                          response, &timeout, true);
+  const std::unique_ptr<CQOV_MsgPackage> answer(response);
+  return result == 0 ? describe((*answer)[0], (*answer)[1]) : "the collector does not answer";
+}
+
+void JournalWorker::write(const QOVMsgHead& head, const std::string& text) {
+  CQOVDebugKitGuard guard(kJournal,
+                          "void JournalWorker::write(const QOVMsgHead&, const std::string&)");
+  guard.info(1, __FUNCTION__, __LINE__, "entry %" PRIu64 ", %s from %s: %s", ++*entries_,
+             head.type_ == kNotice ? "notice" : "event", nameOf(head.smid_), text.c_str());
+}
+
+}  // namespace devagent

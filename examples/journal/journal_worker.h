@@ -1,0 +1,33 @@
+#ifndef QOV_EXAMPLES_JOURNAL_JOURNAL_WORKER_H
+#define QOV_EXAMPLES_JOURNAL_JOURNAL_WORKER_H
+
+#include <qovpub/qov_task.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace devagent {
+
+/// Writes what notices and events say through the journal's own debug kit, each as a numbered
+/// entry.
+class JournalWorker : public CQOV_CommonTask {
+ public:
+  using EntryCount = std::atomic<std::uint64_t>;
+
+  JournalWorker(CQOV_TaskMgr* module, std::shared_ptr<EntryCount> entries);
+
+  int handleMessage(CQOV_MsgPackage& message) override;
+
+ private:
+  /// Asks the collector what it has got.
+  std::string describeRound();
+  void write(const QOVMsgHead& head, const std::string& text);
+
+  const std::shared_ptr<EntryCount> entries_;
+};
+
+}  // namespace devagent
+
+#endif
