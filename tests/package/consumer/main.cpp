@@ -1,9 +1,7 @@
-// An agent that stops itself as soon as it runs.
+// The smallest agent.
 #include <qovpub/qov_app.h>
 #include <qovpub/qov_exception.h>
-#include <unistd.h>
 
-#include <csignal>
 #include <iostream>
 
 int main(int argc, char** argv) {
@@ -13,7 +11,6 @@ int main(int argc, char** argv) {
       std::cerr << "the agent does not start\n";
       return 1;
     }
-    kill(getpid(), SIGINT);
     app.event_loop_done();
     return 0;
   } catch (const CQOV_Exception& failure) {

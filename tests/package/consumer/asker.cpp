@@ -1,0 +1,54 @@
+// A module that asks the one of README.md, as README.md shows it, and stops the agent when it got
+// the answer.
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_task.h>
+#include <qovpub/qov_task_mgr.h>
+#include <qovpub/qov_utility.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace {
+
+constexpr unsigned int kModule = 8;
+
+class Asker : public CQOV_Task {
+ public:
+  using CQOV_Task::CQOV_Task;
+
+  int svc() override {
+#include "request.inc"
+    const std::unique_ptr<CQOV_MsgPackage> answer(response);
+    const std::string text =
+        result == 0 ? std::string((*answer)[0].getString(1)) : std::to_string(result);
+    CQOVDebugKitMgr::instance()->find(kModule)->info(1, __FUNCTION__, __LINE__, "got " + text);
+    return kill(getpid(), SIGINT);
+  }
+};
+
+/// Destroyed after the task manager, which joins the task's thread.
+struct OwnTask {
+  std::unique_ptr<Asker> asker_;
+};
+
+class Module : private OwnTask, public CQOV_TaskMgr {
+ public:
+  Module() : CQOV_TaskMgr(kModule, 0, "asker") {}
+
+  CQOV_Task* createTask() override { return nullptr; }
+
+  bool initEnv() override {
+    asker_ = std::make_unique<Asker>(this);
+    return asker_->activate(THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED, 1, 0,
+                            ACE_DEFAULT_THREAD_PRIORITY, gid()) == 0;
+  }
+};
+
+}  // namespace
+
+extern "C" CQOV_TaskMgr* QOV_CreateModule() {
+  return std::make_unique<Module>().release();
+}
