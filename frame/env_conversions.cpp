@@ -19,8 +19,8 @@ std::string padded(long value, std::size_t width) {
 struct tm UtcTimeToLocalTime(time_t t) {
   struct tm local {};
   ::tzset();
-  ::localtime_r(&t, &local);
-  return local;
+  // It leaves a half-made answer behind when the year is out of range.
+  return ::localtime_r(&t, &local) != nullptr ? local : tm{};
 }
 
 std::string UtcTimeToLocalTimeStr(time_t t, std::string dateSep) {

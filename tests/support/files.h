@@ -10,22 +10,29 @@
 
 namespace qov::test {
 
-/// A directory of its own, without a dot in its name, gone with everything in it at the end.
+/// A directory of its own, gone with everything in it at the end. Its path has no dot, which would
+/// end the process name of a program that runs from there.
 class TemporaryDirectory {
  public:
   TemporaryDirectory() {
     std::string name = (std::filesystem::temp_directory_path() / "qovtestXXXXXX").string();
+    if (name.find('.') != std::string::npos) {
+      name = "/tmp/qovtestXXXXXX";
+    }
     if (::mkdtemp(name.data()) == nullptr) {
       throw std::runtime_error("cannot make a temporary directory");
     }
     path_ = name;
   }
-  ~TemporaryDirectory() {
+  ~TemporaryDirectory() { remove(); }
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+  /// For a process that is left by another way than by destructors.
+  void remove() const {
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);
   }
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
   const std::filesystem::path& path() const { return path_; }
   std::string file(const std::string& name) const { return (path_ / name).string(); }
