@@ -82,11 +82,6 @@ class SinkThatAsksForTheName : public ACE_Log_Msg_Callback {
   int unanswered = 0;
 };
 
-// Ends a death test's process: with 0 if `expected`.
-[[noreturn]] void leave(bool expected) {
-  std::exit(expected ? 0 : 1);
-}
-
 const auto leftWithZero = ::testing::ExitedWithCode(0);
 
 std::string caughtFrom(const std::function<void()>& call) {
