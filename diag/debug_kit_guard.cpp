@@ -4,13 +4,18 @@
 #include "diag/log_level.h"
 
 CQOVDebugKitGuard::CQOVDebugKitGuard(int kitId, const std::string& name)
-    : kitId_(static_cast<unsigned int>(kitId)), owned_(name), name_(owned_.c_str()) {
+    : log_(ACE_Log_Msg::instance()),
+      kitId_(static_cast<unsigned int>(kitId)),
+      owned_(name),
+      name_(owned_.c_str()) {
   findKit();
   trace("enter ", "...");
 }
 
 CQOVDebugKitGuard::CQOVDebugKitGuard(int kitId, const char* name)
-    : kitId_(static_cast<unsigned int>(kitId)), name_(name != nullptr ? name : "") {
+    : log_(ACE_Log_Msg::instance()),
+      kitId_(static_cast<unsigned int>(kitId)),
+      name_(name != nullptr ? name : "") {
   findKit();
   trace("enter ", "...");
 }
@@ -33,7 +38,7 @@ const CQOVDebugKit* CQOVDebugKitGuard::kit() {
 }
 
 void CQOVDebugKitGuard::trace(const char* before, const char* after) {
-  if (qov::openLog(qov::kTrace) == nullptr) {
+  if (!qov::isOn(qov::kTrace, log_)) {
     return;
   }
   try {
@@ -46,6 +51,9 @@ void CQOVDebugKitGuard::trace(const char* before, const char* after) {
 
 void CQOVDebugKitGuard::debug(unsigned long long logId, const char* function, unsigned int line,
                               const char* format, ...) {
+  if (!qov::isOn(qov::kDebug, log_)) {
+    return;
+  }
   va_list args;
   va_start(args, format);
   if (const CQOVDebugKit* const to = kit()) {
@@ -56,6 +64,9 @@ void CQOVDebugKitGuard::debug(unsigned long long logId, const char* function, un
 
 void CQOVDebugKitGuard::info(unsigned long long logId, const char* function, unsigned int line,
                              const char* format, ...) {
+  if (!qov::isOn(qov::kInfo, log_)) {
+    return;
+  }
   va_list args;
   va_start(args, format);
   if (const CQOVDebugKit* const to = kit()) {
@@ -67,6 +78,9 @@ void CQOVDebugKitGuard::info(unsigned long long logId, const char* function, uns
 void CQOVDebugKitGuard::warn(unsigned long long logId, const char* function, unsigned int line,
                              const char* format, ...) {
   ok_ = false;
+  if (!qov::isOn(qov::kWarn, log_)) {
+    return;
+  }
   va_list args;
   va_start(args, format);
   if (const CQOVDebugKit* const to = kit()) {
@@ -78,6 +92,9 @@ void CQOVDebugKitGuard::warn(unsigned long long logId, const char* function, uns
 void CQOVDebugKitGuard::error(unsigned long long logId, const char* function, unsigned int line,
                               const char* format, ...) {
   ok_ = false;
+  if (!qov::isOn(qov::kError, log_)) {
+    return;
+  }
   va_list args;
   va_start(args, format);
   if (const CQOVDebugKit* const to = kit()) {

@@ -19,11 +19,9 @@ constexpr LogLevel kWarn{"WARN", LM_WARNING};
 constexpr LogLevel kError{"ERR", LM_ERROR};
 constexpr LogLevel kCritical{"CRI", LM_CRITICAL};
 
-/// The calling thread's ACE logging object when `level` is on, else null.
-inline ACE_Log_Msg* openLog(const LogLevel& level) {
-  ACE_Log_Msg* const log = ACE_Log_Msg::instance();
-  const bool on = log != nullptr && (log->priority_mask(ACE_Log_Msg::PROCESS) & level.priority);
-  return on ? log : nullptr;
+/// `log` is the calling thread's object, or null; the mask is the process's.
+inline bool isOn(const LogLevel& level, ACE_Log_Msg* log) {
+  return log != nullptr && (log->priority_mask(ACE_Log_Msg::PROCESS) & level.priority) != 0;
 }
 
 }  // namespace qov

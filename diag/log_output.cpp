@@ -1,10 +1,12 @@
 #include "diag/log_output.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <ostream>
 #include <string>
+
+#include "diag/destination_lock.h"
+#include "diag/log_stream.h"
+#include "diag/orphan_threads.h"
+#include "diag/standard_error.h"
 
 namespace qov {
 
@@ -15,25 +17,16 @@ constexpr const char* kSource = "qov_common_debugkit";
 /// ACE's record buffer takes 4,095 characters and cuts the rest.
 constexpr size_t kAcePiece = 4000;
 
-/// ACE's lock around the log's destinations. It is recursive.
-class DestinationLock {
- public:
-  explicit DestinationLock(ACE_Log_Msg& log) : log_(log) { log_.acquire(); }
-  ~DestinationLock() { log_.release(); }
-  DestinationLock(const DestinationLock&) = delete;
-  DestinationLock& operator=(const DestinationLock&) = delete;
-
- private:
-  ACE_Log_Msg& log_;
-};
-
 /// Destinations and decorations that only ACE's own logging serves.
 bool needsAce(const ACE_Log_Msg& log, u_long flags) {
-  constexpr u_long kOurs = ACE_Log_Msg::STDERR | ACE_Log_Msg::OSTREAM;
-  if ((flags & ACE_Log_Msg::MSG_CALLBACK) != 0 && log.msg_callback() == nullptr) {
-    flags &= ~static_cast<u_long>(ACE_Log_Msg::MSG_CALLBACK);
+  u_long served = ACE_Log_Msg::STDERR | ACE_Log_Msg::OSTREAM;
+  if (log.msg_callback() == nullptr) {
+    served |= ACE_Log_Msg::MSG_CALLBACK;
   }
-  return (flags & ~kOurs) != 0;
+  if ((flags & ACE_Log_Msg::CUSTOM) != 0 && OrphanThreads::areAdopted()) {
+    served |= ACE_Log_Msg::CUSTOM;
+  }
+  return (flags & ~served) != 0;
 }
 
 void logPieces(ACE_Log_Msg& log, ACE_Log_Priority priority, std::string_view text) {
@@ -57,30 +50,23 @@ void writeThroughAce(ACE_Log_Msg& log, ACE_Log_Priority priority, std::string_vi
   }
 }
 
-/// stderr is unbuffered, so an interrupted call is the only way to lose the rest of a text.
-void writeStderr(std::string_view text) {
-  while (!text.empty()) {
-    const size_t written = std::fwrite(text.data(), 1, text.size(), stderr);
-    text.remove_prefix(written);
-    if (!text.empty()) {
-      const bool interrupted = std::ferror(stderr) != 0 && errno == EINTR;
-      std::clearerr(stderr);
-      if (!interrupted) {
-        return;
-      }
-    }
-  }
-}
-
 /// A stream that failed once (a full disk) gets its next chance with the next record.
-void writeStream(std::ostream& out, std::string_view head, std::string_view message) {
-  if (!out.good()) {
-    out.clear();
+void writeStream(std::ostream* out, std::string_view head, std::string_view message) {
+  if (out == nullptr) {
+    return;
   }
-  out.write(head.data(), static_cast<std::streamsize>(head.size()));
-  out.write(message.data(), static_cast<std::streamsize>(message.size()));
-  out.put('\n');
-  out.flush();
+  LogStream* const logFile = LogStream::process();
+  if (out == logFile) {
+    logFile->writeRecord(head, message);
+    return;
+  }
+  if (!out->good()) {
+    out->clear();
+  }
+  out->write(head.data(), static_cast<std::streamsize>(head.size()));
+  out->write(message.data(), static_cast<std::streamsize>(message.size()));
+  out->put('\n');
+  out->flush();
 }
 
 }  // namespace
@@ -96,12 +82,13 @@ void writeRecord(ACE_Log_Msg& log, const RecordInfo& info, std::string_view head
   }
   const DestinationLock lock(log);
   if ((flags & ACE_Log_Msg::STDERR) != 0) {
-    writeStderr(head);
-    writeStderr(message);
-    writeStderr("\n");
+    writeStandardError(head);
+    writeStandardError(message);
+    writeStandardError("\n");
   }
-  if ((flags & ACE_Log_Msg::OSTREAM) != 0 && log.msg_ostream() != nullptr) {
-    writeStream(*log.msg_ostream(), head, message);
+  if ((flags & ACE_Log_Msg::OSTREAM) != 0) {
+    OrphanThreads::adopt(log);
+    writeStream(log.msg_ostream(), head, message);
   }
 }
 

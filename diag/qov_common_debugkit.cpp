@@ -82,7 +82,8 @@ __attribute__((noinline, format(printf, 5, 0))) void writeFormatted(
 template <class Message>
 inline void logMessage(const LogLevel& level, const std::string& kitName, const Origin& origin,
                        const Message& message) {
-  if (ACE_Log_Msg* const log = qov::openLog(level)) {
+  ACE_Log_Msg* const log = ACE_Log_Msg::instance();
+  if (qov::isOn(level, log)) {
     writeMessage(*log, level, kitName, origin, message);
   }
 }
@@ -91,7 +92,8 @@ __attribute__((format(printf, 4, 0))) inline void logFormatted(const LogLevel& l
                                                                const std::string& kitName,
                                                                const Origin& origin,
                                                                const char* format, va_list args) {
-  if (ACE_Log_Msg* const log = qov::openLog(level)) {
+  ACE_Log_Msg* const log = ACE_Log_Msg::instance();
+  if (qov::isOn(level, log)) {
     writeFormatted(*log, level, kitName, origin, format, args);
   }
 }

@@ -46,7 +46,9 @@ TEST(DebugKitMgr, FindsNothingOnceThePublicKitIsGone) {
 TEST(DebugKitMgr, RefusesATakenIdAndKeepsTheFirstKit) {
   CQOVDebugKitMgr kits;
   for (const unsigned int id : {0U, kSmallId, kLargeId}) {
-    kits.add(new CQOVDebugKit("FIRST", id));
+    if (id != 0) {
+      ASSERT_EQ(kits.add(new CQOVDebugKit("FIRST", id)), 1);
+    }
     CQOVDebugKit* const first = kits.find(id);
     CQOVDebugKit second("SECOND", id);
     EXPECT_EQ(kits.add(&second), 0);

@@ -3,6 +3,7 @@
 
 #include <ace/Functor.h>
 #include <ace/Hash_Map_Manager_T.h>
+#include <ace/Log_Msg.h>
 #include <ace/Singleton.h>
 #include <ace/Thread_Mutex.h>
 
@@ -187,6 +188,7 @@ class CQOVDebugKitGuard {
   const CQOVDebugKit* kit();
   void trace(const char* before, const char* after);
 
+  ACE_Log_Msg* const log_;  ///< of the guard's thread, to ask which levels are on
   const CQOVDebugKit* kit_ = nullptr;
   const unsigned int kitId_;
   /// How many kits had been deleted when kit_ was found: kit_ is good while that number stands.

@@ -1,0 +1,17 @@
+# qov_bench(<name> SOURCES <file>... [LIBRARIES <target>...])
+#
+# One Google Benchmark program. It repeats each benchmark and prints median and spread; a tiny run
+# of it is a test.
+find_package(benchmark REQUIRED)
+
+function(qov_bench name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
+  target_link_libraries(${name} PRIVATE qov::qovpub qov_compile_options benchmark::benchmark
+                                        ${ARG_LIBRARIES})
+  if(QOV_BUILD_TESTS)
+    add_test(NAME ${name} COMMAND ${name} --benchmark_min_time=0.001)
+    set_tests_properties(${name} PROPERTIES LABELS bench TIMEOUT 120 ${QOV_SANITIZER_FIXTURE})
+  endif()
+endfunction()

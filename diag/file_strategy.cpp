@@ -1,0 +1,49 @@
+#include "diag/file_strategy.h"
+
+#include <ace/Reactor.h>
+
+#include "diag/destination_lock.h"
+#include "diag/log_stream.h"
+#include "diag/timer_clock.h"
+
+namespace qov {
+
+FileStrategy::FileStrategy(long long maxBytes, int predecessors)
+    : maxBytes_(maxBytes), predecessors_(predecessors) {}
+
+FileStrategy::~FileStrategy() {
+  FileStrategy::reactor(nullptr);
+}
+
+void FileStrategy::arm(int seconds) {
+  const ACE_Time_Value period(seconds);
+  useHighResolutionClock(*reactor());
+  reactor()->schedule_timer(this, nullptr, period, period);
+}
+
+int FileStrategy::handle_timeout(const ACE_Time_Value&, const void*) {
+  if (LogStream* const stream = LogStream::process()) {
+    const DestinationLock lock(*ACE_Log_Msg::instance());
+    stream->checkFile(maxBytes_, predecessors_);
+  }
+  return 0;
+}
+
+int FileStrategy::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
+  ACE_Service_Object::reactor(nullptr);  // it has let go of us, there is nothing to cancel
+  return 0;
+}
+
+void FileStrategy::reactor(ACE_Reactor* reactor) {
+  ACE_Reactor* const former = ACE_Service_Object::reactor();
+  if (former != nullptr && former != reactor) {
+    former->cancel_timer(this);
+  }
+  ACE_Service_Object::reactor(reactor);
+}
+
+ACE_Reactor* FileStrategy::reactor() const {
+  return ACE_Service_Object::reactor();
+}
+
+}  // namespace qov

@@ -1,0 +1,36 @@
+#ifndef QOV_DIAG_FILE_STRATEGY_H
+#define QOV_DIAG_FILE_STRATEGY_H
+
+#include <ace/Logging_Strategy.h>
+
+namespace qov {
+
+/// ACE's logging strategy with a file of ours: it parses the options, sets masks and flags, and its
+/// time-out looks after the file. ACE's own time-out reads the stream while others write to it,
+/// forgets with each new strategy how many files it has rotated, creates files for everyone to
+/// write to, and keeps a timer beside any other that is armed for it.
+///
+/// Thread: the one that runs the reactor.
+/// Owns:   its timer, cancelled at the latest by the destructor.
+class FileStrategy : public ACE_Logging_Strategy {
+ public:
+  FileStrategy(long long maxBytes, int predecessors);
+  ~FileStrategy() override;
+
+  /// Has the reactor call handle_timeout() every `seconds`.
+  void arm(int seconds);
+
+  int handle_timeout(const ACE_Time_Value& now, const void* act) override;
+  int handle_close(ACE_HANDLE handle, ACE_Reactor_Mask mask) override;
+  /// Unlike ACE's it arms no timer.
+  void reactor(ACE_Reactor* reactor) override;
+  ACE_Reactor* reactor() const override;
+
+ private:
+  const long long maxBytes_;
+  const int predecessors_;
+};
+
+}  // namespace qov
+
+#endif

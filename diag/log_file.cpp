@@ -1,0 +1,176 @@
+#include "diag/log_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+
+namespace qov {
+
+namespace {
+
+/// Daemonising sets the process's file mode mask to 0, so this is all that protects the file.
+constexpr mode_t kMode = S_IRUSR | S_IWUSR | S_IRGRP;
+
+bool exists(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0;
+}
+
+/// A file that an earlier version left behind may be open to every writer.
+void closeToOthers(int fd) {
+  struct stat status {};
+  if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && (status.st_mode & S_IWOTH) != 0) {
+    constexpr mode_t kPermissions = 07777;
+    static_cast<void>(::fchmod(fd, status.st_mode & kPermissions & ~mode_t{S_IWOTH}));
+  }
+}
+
+/// Writes all of `size` bytes unless that fails; returns how many it wrote.
+size_t writeAll(int fd, const char* from, size_t size) {
+  size_t written = 0;
+  while (written < size) {
+    const ssize_t result = ::write(fd, from + written, size - written);
+    if (result > 0) {
+      written += static_cast<size_t>(result);
+    } else if (result == 0 || errno != EINTR) {
+      break;
+    }
+  }
+  return written;
+}
+
+}  // namespace
+
+LogFile::~LogFile() {
+  close();
+}
+
+bool LogFile::open(const std::string& path) {
+  if (path != path_) {
+    close();
+    path_ = path;
+  }
+  return begin(nullptr);
+}
+
+/// Opens path_ in place of the file so far, which stays open when that fails.
+bool LogFile::begin(const struct stat* predecessor) {
+  const int fd = ::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, kMode);
+  if (fd < 0) {
+    return false;
+  }
+  close();
+  fd_ = fd;
+  closeToOthers(fd_);
+  if (predecessor != nullptr) {
+    static_cast<void>(::fchown(fd_, predecessor->st_uid, predecessor->st_gid));
+  }
+  return true;
+}
+
+/// Looks once a second whether the file still has a name. To look before every record would double
+/// its cost: the kernel keeps finer times for a file that is asked about between its changes.
+bool LogFile::isReady() {
+  const time_t now = time(nullptr);
+  if (fd_ >= 0 && now == lastLook_) {
+    return true;
+  }
+  lastLook_ = now;
+  struct stat own {};
+  if (fd_ < 0 || ::fstat(fd_, &own) != 0) {
+    return begin(nullptr);
+  }
+  const bool isDeleted = S_ISREG(own.st_mode) && own.st_nlink == 0;
+  return !isDeleted || begin(&own);
+}
+
+bool LogFile::write(const iovec* pieces, int count) {
+  if (!isReady()) {
+    return false;
+  }
+  size_t size = 0;
+  for (int i = 0; i < count; ++i) {
+    size += pieces[i].iov_len;
+  }
+  size_t written = static_cast<size_t>(std::max<ssize_t>(0, ::writev(fd_, pieces, count)));
+  if (written < size) {
+    written += writeRest(pieces, count, written);
+  }
+  if (written < size) {
+    takeBack(written);
+  }
+  return written == size;
+}
+
+/// After a call that wrote only the first `skipped` bytes (an interruption, a disk that is almost
+/// full). Returns how many bytes more it wrote.
+size_t LogFile::writeRest(const iovec* pieces, int count, size_t skipped) {
+  size_t written = 0;
+  for (int i = 0; i < count; ++i) {
+    const size_t from = std::min(skipped, pieces[i].iov_len);
+    skipped -= from;
+    const size_t size = pieces[i].iov_len - from;
+    const size_t result = writeAll(fd_, static_cast<const char*>(pieces[i].iov_base) + from, size);
+    written += result;
+    if (result != size) {
+      break;
+    }
+  }
+  return written;
+}
+
+/// Removes the torn beginning of a record, unless someone else has written behind it.
+void LogFile::takeBack(size_t written) const {
+  const off_t end = ::lseek(fd_, 0, SEEK_CUR);  // appending has moved it behind what we wrote
+  struct stat own {};
+  if (::fstat(fd_, &own) == 0 && S_ISREG(own.st_mode) && own.st_size == end) {
+    static_cast<void>(::ftruncate(fd_, end - static_cast<off_t>(written)));
+  }
+}
+
+void LogFile::check(long long maxBytes, int predecessors) {
+  struct stat own {};
+  if (fd_ < 0 || ::fstat(fd_, &own) != 0) {
+    begin(nullptr);
+    return;
+  }
+  if (isMoved(own)) {
+    begin(&own);
+  } else if (maxBytes > 0 && own.st_size > maxBytes && putAside(predecessors)) {
+    begin(&own);
+  }
+}
+
+bool LogFile::isMoved(const struct stat& own) const {
+  struct stat there {};
+  return ::stat(path_.c_str(), &there) != 0 || there.st_dev != own.st_dev ||
+         there.st_ino != own.st_ino;
+}
+
+/// Frees path_ for a new file. False when that is not possible (a directory without the right to
+/// write): the file goes on growing then, which is better than losing what it holds.
+bool LogFile::putAside(int predecessors) const {
+  if (predecessors < 1) {
+    return ::unlink(path_.c_str()) == 0;
+  }
+  int oldest = 1;
+  while (oldest < predecessors && exists(numbered(oldest))) {
+    ++oldest;
+  }
+  for (int number = oldest; number > 1; --number) {
+    static_cast<void>(std::rename(numbered(number - 1).c_str(), numbered(number).c_str()));
+  }
+  return std::rename(path_.c_str(), numbered(1).c_str()) == 0;
+}
+
+void LogFile::close() {
+  if (fd_ >= 0) {
+    ::close(fd_);
+    fd_ = -1;
+  }
+}
+
+}  // namespace qov

@@ -1,0 +1,54 @@
+#ifndef QOV_DIAG_LOG_FILE_H
+#define QOV_DIAG_LOG_FILE_H
+
+#include <sys/stat.h>
+#include <sys/uio.h>
+
+#include <cstddef>
+#include <ctime>
+#include <string>
+
+namespace qov {
+
+/// The log file: appended to record by record, rotated by size, begun anew when someone moved or
+/// deleted it (a deletion is noticed within a second).
+///
+/// Thread: not locked; LogStream uses it under ACE's log lock.
+/// Owns:   its descriptor.
+/// Errors: answered by the results, errno says why.
+class LogFile {
+ public:
+  LogFile() = default;
+  ~LogFile();
+  LogFile(const LogFile&) = delete;
+  LogFile& operator=(const LogFile&) = delete;
+
+  /// Goes over to `path`, which is opened or created for appending; the same path counts, too. On
+  /// failure false: write() goes on trying, and only a file of that same path stays open.
+  bool open(const std::string& path);
+
+  /// Appends the pieces as one: all of them, or nothing and false.
+  bool write(const iovec* pieces, int count);
+
+  /// Begins the file anew when its path no longer leads to it, then rotates it when it has more
+  /// than `maxBytes` (0: no limit): path -> path.1 -> path.2 and so on up to `predecessors`.
+  void check(long long maxBytes, int predecessors);
+
+ private:
+  bool begin(const struct stat* predecessor);
+  bool isReady();
+  bool isMoved(const struct stat& own) const;
+  bool putAside(int predecessors) const;
+  size_t writeRest(const iovec* pieces, int count, size_t skipped);
+  void takeBack(size_t written) const;
+  std::string numbered(int number) const { return path_ + "." + std::to_string(number); }
+  void close();
+
+  std::string path_;
+  int fd_ = -1;
+  time_t lastLook_ = 0;  ///< second in which the file was last seen to have a name
+};
+
+}  // namespace qov
+
+#endif

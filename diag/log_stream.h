@@ -1,0 +1,65 @@
+#ifndef QOV_DIAG_LOG_STREAM_H
+#define QOV_DIAG_LOG_STREAM_H
+
+#include <ostream>
+#include <streambuf>
+#include <string>
+#include <string_view>
+
+#include "diag/log_file.h"
+
+namespace qov {
+
+/// The stream through which every thread of the process writes to the log file.
+///
+/// ACE gives each thread a stream pointer of its own and lets new threads inherit it, so whatever
+/// it points to must outlive them all: there is one stream, it is never freed, and the file behind
+/// it changes (another name, rotation) without any thread noticing.
+///
+/// Thread: any that holds ACE's log lock (ACE_Log_Msg::acquire()), except process().
+class LogStream : public std::ostream {
+ public:
+  LogStream(const LogStream&) = delete;
+  LogStream& operator=(const LogStream&) = delete;
+
+  /// The stream of this process; null until use() was called once.
+  static LogStream* process();
+  /// Makes the process's stream write to `path`, and makes the stream if there is none. A file
+  /// that cannot be opened is tried again with every record.
+  static LogStream& use(const std::string& path);
+
+  /// Writes head, message and a newline as one record.
+  void writeRecord(std::string_view head, std::string_view message);
+
+  /// Looks after the file's size, see LogFile::check().
+  void checkFile(long long maxBytes, int predecessors) { file_.check(maxBytes, predecessors); }
+
+ private:
+  /// Unbuffered: each insertion of ACE's is a record or a part of one. Claims success always, since
+  /// a stream that failed once would refuse everything from then on.
+  class Buffer : public std::streambuf {
+   public:
+    explicit Buffer(LogStream& stream) : stream_(stream) {}
+
+   protected:
+    std::streamsize xsputn(const char* from, std::streamsize size) override;
+    int_type overflow(int_type character) override;
+
+   private:
+    LogStream& stream_;
+  };
+
+  LogStream();
+  ~LogStream() override = default;
+
+  void write(const iovec* pieces, int count);
+  void reportLost();
+
+  Buffer buffer_;
+  LogFile file_;
+  unsigned long long lost_ = 0;  ///< records that the file did not take since it took the last one
+};
+
+}  // namespace qov
+
+#endif

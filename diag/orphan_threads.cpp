@@ -1,0 +1,50 @@
+#include "diag/orphan_threads.h"
+
+#include <ace/Log_Msg_Backend.h>
+
+#include "diag/log_stream.h"
+
+namespace qov {
+
+namespace {
+
+/// ACE calls its backend for each record, on the thread that logs, before it looks for that
+/// thread's stream.
+class Adopter : public ACE_Log_Msg_Backend {
+ public:
+  int open(const ACE_TCHAR*) override { return 0; }
+  int reset() override { return 0; }
+  int close() override { return 0; }
+  ssize_t log(ACE_Log_Record&) override {
+    OrphanThreads::adopt(*ACE_Log_Msg::instance());
+    return 0;
+  }
+};
+
+Adopter& adopter() {
+  static auto* const object = new Adopter;  // never freed: threads may log to the very end
+  return *object;
+}
+
+}  // namespace
+
+void OrphanThreads::adoptAll(ACE_Log_Msg& log) {
+  if (ACE_Log_Msg::msg_backend() == nullptr) {
+    ACE_Log_Msg::msg_backend(&adopter());
+  }
+  if (areAdopted()) {
+    log.set_flags(ACE_Log_Msg::CUSTOM);
+  }
+}
+
+bool OrphanThreads::areAdopted() {
+  return ACE_Log_Msg::msg_backend() == &adopter();
+}
+
+void OrphanThreads::adopt(ACE_Log_Msg& log) {
+  if (log.msg_ostream() == nullptr) {
+    log.msg_ostream(LogStream::process(), false);
+  }
+}
+
+}  // namespace qov

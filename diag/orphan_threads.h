@@ -1,0 +1,23 @@
+#ifndef QOV_DIAG_ORPHAN_THREADS_H
+#define QOV_DIAG_ORPHAN_THREADS_H
+
+#include <ace/Log_Msg.h>
+
+namespace qov {
+
+/// Threads without a stream of their own: those that std::thread started, and those from before
+/// the log file was configured. ACE drops what they log to a stream; they get the process's.
+class OrphanThreads {
+ public:
+  /// From now on any thread without a stream is adopted by its first record, also when that goes
+  /// to ACE directly. Does nothing where the program has a logging backend of its own.
+  static void adoptAll(ACE_Log_Msg& log);
+  /// Whether ACE's backend is the one of adoptAll(), which writes nothing itself.
+  static bool areAdopted();
+  /// Gives the calling thread, whose object `log` is, the process's stream if it has none.
+  static void adopt(ACE_Log_Msg& log);
+};
+
+}  // namespace qov
+
+#endif
