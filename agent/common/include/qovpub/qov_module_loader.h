@@ -104,6 +104,7 @@ class CQOV_Module_Loader {
                                              CQOVDebugKitGuard& guard);
   bool startModule(CQOV_TaskMgr& manager, const std::string& name, CQOVDebugKitGuard& guard);
   std::unique_ptr<ModuleEntry> takeFirst();
+  bool holdsModules();
   void stopLeftovers();
 
   /// Set by a load() that succeeded; guarded by lock_.

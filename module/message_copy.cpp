@@ -1,0 +1,59 @@
+#include "module/message_copy.h"
+
+#include <ace/Message_Block.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <typeinfo>
+
+#include <qovpub/qov_message_package.h>
+
+#include "task/message_block.h"
+
+namespace qov {
+namespace {
+
+struct ReleaseBlock {
+  void operator()(ACE_Message_Block* mb) const { mb->release(); }
+};
+using BlockPtr = std::unique_ptr<ACE_Message_Block, ReleaseBlock>;
+
+std::unique_ptr<CQOV_MsgPackage> copyPackage(const CQOV_MsgPackage& package) {
+  if (typeid(package) != typeid(CQOV_MsgPackage)) {
+    errno = ENOTSUP;
+    return nullptr;
+  }
+  try {
+    return std::make_unique<CQOV_MsgPackage>(package);
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+}
+
+BlockPtr copyPackageBlock(const ACE_Message_Block& mb, const CQOV_MsgPackage& package) {
+  std::unique_ptr<CQOV_MsgPackage> packageCopy = copyPackage(package);
+  if (packageCopy == nullptr) {
+    return nullptr;
+  }
+  BlockPtr copy(mb.clone());
+  if (copy == nullptr) {
+    return nullptr;
+  }
+  BlockPtr continuation(copy->cont());
+  copy->cont(nullptr);
+  const CQOV_MsgPackage* const pointer = packageCopy.release();
+  std::memcpy(copy->rd_ptr(), &pointer, sizeof pointer);
+  return copy;
+}
+
+}  // namespace
+
+ACE_Message_Block* copyMessage(const ACE_Message_Block& mb) {
+  const CQOV_MsgPackage* const package = packageOf(mb);
+  return package == nullptr ? mb.clone() : copyPackageBlock(mb, *package).release();
+}
+
+}  // namespace qov

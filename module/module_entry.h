@@ -1,0 +1,18 @@
+#ifndef QOV_MODULE_MODULE_ENTRY_H
+#define QOV_MODULE_MODULE_ENTRY_H
+
+#include <ace/DLL_Manager.h>
+
+#include <memory>
+
+#include <qovpub/qov_module_loader.h>
+#include <qovpub/qov_task_mgr.h>
+
+/// One loaded module: its manager, and the library that the manager's code lives in.
+struct CQOV_Module_Loader::ModuleEntry {
+  std::unique_ptr<CQOV_TaskMgr> taskMgr;
+  /// Belongs to ACE's DLL manager, which keeps handle and name even after the library is closed.
+  ACE_DLL_Handle* dll = nullptr;
+};
+
+#endif

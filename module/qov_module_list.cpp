@@ -1,0 +1,60 @@
+#include <dirent.h>
+
+#include <exception>
+#include <memory>
+
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_module_loader.h>
+#include <qovpub/qov_utility.h>
+
+namespace {
+
+constexpr const char kMarker[] = ".mod";
+constexpr std::size_t kMarkerLength = sizeof kMarker - 1;
+
+struct CloseDir {
+  void operator()(DIR* dir) const { ::closedir(dir); }
+};
+
+/// The module that `file` marks; empty when it marks none.
+std::string moduleOf(const std::string& file) {
+  const std::size_t marker = file.find(kMarker);
+  // Only the first marker counts, so that a.mod.mod is none on purpose.
+  if (marker == std::string::npos || file.size() - marker > kMarkerLength) {
+    return {};
+  }
+  return file.substr(0, marker);
+}
+
+/// The process configuration directory. Without a process configuration there is none to look in:
+/// the reason is logged and the result is empty.
+std::string configDirectory(CQOVDebugKitGuard& guard) {
+  try {
+    return QOV_Utility::getProcessCfgPath();
+  } catch (const std::exception& e) {
+    guard.error(65570, __FUNCTION__, __LINE__, "%s", e.what());
+    return {};
+  }
+}
+
+}  // namespace
+
+void CQOV_Module_Loader::getModuleList(std::list<std::string>& names) const {
+  CQOVDebugKitGuard guard(0,
+                          "void CQOV_Module_Loader::getModuleList(std::list<std::string>&) const");
+  const std::string directory = configDirectory(guard);
+  if (directory.empty()) {
+    return;
+  }
+  const std::unique_ptr<DIR, CloseDir> dir(::opendir(directory.c_str()));
+  if (dir == nullptr) {
+    guard.error(65571, __FUNCTION__, __LINE__, "Failed to open %s", directory.c_str());
+    return;
+  }
+  while (const dirent* const entry = ::readdir(dir.get())) {
+    std::string name = moduleOf(entry->d_name);
+    if (!name.empty()) {
+      names.push_back(std::move(name));
+    }
+  }
+}

@@ -1,0 +1,184 @@
+#include <qovpub/qov_module_loader.h>
+
+#include <ace/Guard_T.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+#include <utility>
+
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_task_mgr.h>
+
+#include "module/dll_manager.h"
+#include "module/module_entry.h"
+#include "module/module_shutdown.h"
+
+namespace {
+
+constexpr const char* kEntryFunction = "QOV_CreateModule";
+constexpr unsigned int kMaxGid = 255;
+
+using CreateModule = CQOV_TaskMgr* (*)();
+
+}  // namespace
+
+bool CQOV_Module_Loader::bModuleLoaded_ = false;
+
+CQOV_Module_Loader::CQOV_Module_Loader() = default;
+
+CQOV_Module_Loader::~CQOV_Module_Loader() {
+  unload();
+  stopLeftovers();
+}
+
+bool CQOV_Module_Loader::load() {
+  CQOVDebugKitGuard guard(0, "bool CQOV_Module_Loader::load()");
+  std::list<std::string> names;
+  getModuleList(names);
+  if (names.empty()) {
+    guard.error(65560, __FUNCTION__, __LINE__, "Failed to load module, because module is empty!");
+    return false;
+  }
+  bool loaded = false;
+  // Outlives the write lock: joining a manager's threads under it would wait for good on a leader
+  // that is waiting for the read lock.
+  std::unique_ptr<CQOV_TaskMgr> rejected;
+  {
+    const ACE_Write_Guard<ACE_RW_Thread_Mutex> lock(lock_);
+    if (bModuleLoaded_) {
+      return true;
+    }
+    loaded = loadModules(names, rejected, guard);
+    bModuleLoaded_ = loaded;
+  }
+  rejected.reset();
+  qov::ModuleShutdown::stopAtExit();
+  return loaded;
+}
+
+bool CQOV_Module_Loader::loadModules(const std::list<std::string>& names,
+                                     std::unique_ptr<CQOV_TaskMgr>& rejected,
+                                     CQOVDebugKitGuard& guard) {
+  for (const std::string& name : names) {
+    if (!loadModule(name, rejected, guard)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool CQOV_Module_Loader::loadModule(const std::string& name,
+                                    std::unique_ptr<CQOV_TaskMgr>& rejected,
+                                    CQOVDebugKitGuard& guard) {
+  ACE_DLL_Handle* dll = nullptr;
+  std::unique_ptr<CQOV_TaskMgr> manager = createModule(name, dll, guard);
+  if (manager == nullptr) {
+    return false;
+  }
+  // A gid of -1 (the manager could not read it) is above every valid one, too.
+  const auto gid = static_cast<unsigned int>(manager->gid());
+  if (gid > kMaxGid || modules_[gid] != nullptr) {
+    guard.error(65564, __FUNCTION__, __LINE__, "gid(%u) is invalid which module name is %s!", gid,
+                name.c_str());
+    rejected = std::move(manager);
+    return false;
+  }
+  if (!startModule(*manager, name, guard)) {
+    rejected = std::move(manager);
+    return false;
+  }
+  std::unique_ptr<ModuleEntry> entry(new (std::nothrow) ModuleEntry);
+  if (entry == nullptr) {
+    errno = ENOMEM;
+    rejected = std::move(manager);
+    return false;
+  }
+  entry->taskMgr = std::move(manager);
+  entry->dll = dll;
+  modules_[gid] = std::move(entry);
+  guard.info(65566, __FUNCTION__, __LINE__, "Successed to init module %s!", name.c_str());
+  return true;
+}
+
+std::unique_ptr<CQOV_TaskMgr> CQOV_Module_Loader::createModule(const std::string& name,
+                                                               ACE_DLL_Handle*& dll,
+                                                               CQOVDebugKitGuard& guard) {
+  dll = qov::openLibrary(name.c_str());
+  if (dll == nullptr) {
+    guard.error(65561, __FUNCTION__, __LINE__,
+                "Failed to load module %s, because module file doesn't exist!", name.c_str());
+    return nullptr;
+  }
+  const auto create = reinterpret_cast<CreateModule>(dll->symbol(kEntryFunction));
+  if (create == nullptr) {
+    guard.error(65562, __FUNCTION__, __LINE__,
+                "Failed to load module %s, because entry function %s is null!", name.c_str(),
+                kEntryFunction);
+    return nullptr;
+  }
+  std::unique_ptr<CQOV_TaskMgr> manager;
+  try {
+    manager.reset(create());
+  } catch (...) {
+    // Foreign code; what it throws says no more than that there is no module.
+  }
+  if (manager == nullptr) {
+    guard.error(65563, __FUNCTION__, __LINE__,
+                "Failed to load module %s, because module object is null!", name.c_str());
+  }
+  return manager;
+}
+
+bool CQOV_Module_Loader::startModule(CQOV_TaskMgr& manager, const std::string& name,
+                                     CQOVDebugKitGuard& guard) {
+  bool started = false;
+  try {
+    started = manager.init();
+  } catch (...) {
+    // As for the entry function: a module that throws has not started.
+  }
+  if (!started) {
+    guard.error(65565, __FUNCTION__, __LINE__, "Failed to init module %s!", name.c_str());
+  }
+  return started;
+}
+
+void CQOV_Module_Loader::unload() {
+  CQOVDebugKitGuard guard(0, "void CQOV_Module_Loader::unload()");
+  {
+    const ACE_Write_Guard<ACE_RW_Thread_Mutex> lock(lock_);
+    if (!bModuleLoaded_) {
+      return;
+    }
+    bModuleLoaded_ = false;
+  }
+  while (const std::unique_ptr<ModuleEntry> entry = takeFirst()) {
+    entry->taskMgr.reset();
+    const char* const name = entry->dll->dll_name();
+    guard.warn(65567, __FUNCTION__, __LINE__, "Unload module %s!", name);
+    qov::dllManager().close_dll(name);
+  }
+}
+
+std::unique_ptr<CQOV_Module_Loader::ModuleEntry> CQOV_Module_Loader::takeFirst() {
+  const ACE_Write_Guard<ACE_RW_Thread_Mutex> lock(lock_);
+  for (std::unique_ptr<ModuleEntry>& slot : modules_) {
+    if (slot != nullptr) {
+      return std::move(slot);
+    }
+  }
+  return nullptr;
+}
+
+bool CQOV_Module_Loader::holdsModules() {
+  const ACE_Read_Guard<ACE_RW_Thread_Mutex> lock(lock_);
+  return std::any_of(modules_.begin(), modules_.end(),
+                     [](const auto& slot) { return slot != nullptr; });
+}
+
+void CQOV_Module_Loader::stopLeftovers() {
+  while (const std::unique_ptr<ModuleEntry> entry = takeFirst()) {
+    entry->taskMgr.reset();
+  }
+}

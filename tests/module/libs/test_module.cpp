@@ -1,0 +1,51 @@
+// A module whose gid, name and misbehaviour come from its compile definitions:
+//   QOV_TEST_NAME  the name in its events
+//   QOV_TEST_GID   its gid
+//   QOV_TEST_INIT  what initEnv() does: a statement
+#include <qovpub/qov_message_package.h>
+#include <qovpub/qov_task.h>
+#include <qovpub/qov_task_mgr.h>
+
+#include <string>
+
+#include "tests/module/libs/events.h"
+#include "tests/module/libs/opcodes.h"
+
+namespace {
+
+void record(const std::string& event) {
+  qov::test::recordEvent(QOV_TEST_NAME " " + event);
+}
+
+class Worker : public CQOV_CommonTask {
+ public:
+  explicit Worker(CQOV_TaskMgr* mgr) : CQOV_CommonTask(mgr) {}
+
+  int handleMessage(CQOV_MsgPackage& package) override {
+    const unsigned long long opc = package.head().opc_;
+    record("got " + std::to_string(opc) + " with " + std::to_string(package.count()) + " records");
+    if (opc == qov::test::kWaitAtGate) {
+      qov::test::waitAtGate();
+    }
+    return 0;
+  }
+};
+
+class Module : public CQOV_TaskMgr {
+ public:
+  Module() : CQOV_TaskMgr(QOV_TEST_GID, 1, QOV_TEST_NAME) { record("created"); }
+  ~Module() override { record("deleted"); }
+
+  CQOV_Task* createTask() override { return new Worker(this); }
+
+  bool initEnv() override {
+    record("initialised");
+    QOV_TEST_INIT;
+  }
+};
+
+}  // namespace
+
+extern "C" CQOV_TaskMgr* QOV_CreateModule() {
+  return new Module;
+}
