@@ -1,0 +1,46 @@
+#ifndef QOV_FRAME_APP_SIGNAL_RELAY_H
+#define QOV_FRAME_APP_SIGNAL_RELAY_H
+
+#include <ace/Event_Handler.h>
+
+class SigintHandler;
+
+namespace qov {
+
+/// Carries signals out of signal context into the process reactor's event loop.
+///
+/// Thread: note() in signal context on any thread; everything else on the thread that runs the
+///         process reactor.
+/// Owns:   an event descriptor, for as long as the process lives: a signal may come at any time.
+/// Errors: without a descriptor signals are noted, but nothing wakes the reactor for them.
+class SignalRelay : public ACE_Event_Handler {
+ public:
+  static SignalRelay& instance();
+
+  /// Makes `handler` the one that carries out noted signals, beginning with those that come from now
+  /// on, and has the process reactor listen.
+  void attach(SigintHandler& handler);
+
+  /// Forgets `handler`, if it is the one, and leaves the process reactor.
+  void detach(const SigintHandler& handler);
+
+  /// Notes `signum` and wakes the reactor. Async-signal-safe; errno is kept. Signals other than
+  /// SIGINT and SIGUSR1 have nothing to carry out.
+  static void note(int signum);
+
+  ACE_HANDLE get_handle() const override;
+
+  /// Carries out the noted signals: the log first, since after SIGINT nothing more is carried out.
+  int handle_input(ACE_HANDLE handle) override;
+
+ private:
+  SignalRelay() = default;
+
+  void openEvent();
+
+  SigintHandler* handler_ = nullptr;
+};
+
+}  // namespace qov
+
+#endif

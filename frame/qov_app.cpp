@@ -1,0 +1,153 @@
+#include <qovpub/qov_app.h>
+
+#include <ace/Get_Opt.h>
+#include <ace/Reactor.h>
+#include <ace/Reactor_Impl.h>
+#include <ace/Singleton.h>
+#include <ace/Thread.h>
+#include <ace/Thread_Manager.h>
+#include <malloc.h>
+
+#include <cerrno>
+#include <csignal>
+#include <new>
+
+#include <qovplatform/platform_guard.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_logging_strategy.h>
+#include <qovpub/qov_module_loader.h>
+#include <qovpub/qov_plugins.h>
+#include <qovpub/qov_utility.h>
+
+#include "frame/app_daemon.h"
+#include "frame/app_signal_block.h"
+#include "frame/app_signal_relay.h"
+#include "frame/shutdown_supervision.h"
+#include "module/module_shutdown.h"
+
+namespace {
+
+constexpr unsigned kShutdownSeconds = 450;
+
+CQOV_Module_Loader& moduleLoader() {
+  return *ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance();
+}
+
+/// Long-running agents do not hold freed memory: larger blocks are mappings of their own and small
+/// ones are merged at once.
+void tuneAllocator() {
+  ::mallopt(M_MMAP_THRESHOLD, 1024);
+  ::mallopt(M_MXFAST, 0);
+}
+
+/// Makes the calling thread the one that runs the process reactor, whoever touched it first, and
+/// undoes the end of an event loop that an earlier frame of this process has run.
+void ownReactor() {
+  ACE_Reactor& reactor = *ACE_Reactor::instance();
+  reactor.owner(ACE_Thread::self());
+  if (reactor.implementation()->deactivated() != 0) {
+    reactor.implementation()->deactivate(0);
+  }
+}
+
+void runReactor() {
+  ACE_Reactor& reactor = *ACE_Reactor::instance();
+  reactor.owner(ACE_Thread::self());
+  while (reactor.implementation()->deactivated() == 0) {
+    reactor.handle_events();
+  }
+}
+
+}  // namespace
+
+bool CQOVapp::bDeaemonize_ = true;
+SigintHandler* CQOVapp::signalHandler_ = nullptr;
+
+CQOVapp::CQOVapp() = default;
+
+CQOVapp::~CQOVapp() {
+  if (modulesLoaded_) {
+    // Their threads log, so they end before what they log through.
+    qov::ModuleShutdown::stopAll();
+  }
+  if (signalHandler_ != nullptr && signalHandler_->logStrategy_ == logStrategy_.get()) {
+    signalHandler_->logStrategy_ = nullptr;
+  }
+  logStrategy_.reset();
+  ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>::close();
+}
+
+int CQOVapp::init(int argc, char** argv) {
+  parse_args(argc, argv);
+  const qov::SignalBlock block;
+  qov::ignoreBrokenPipes();
+  if (bDeaemonize_) {
+    qov::becomeDaemon(QOV_Utility::getQOVRootEnv());
+  }
+  // Not before: a daemon has lost the descriptors of an earlier reactor. Not later: a module's
+  // thread that came first would own it.
+  ownReactor();
+  tuneAllocator();
+  CQOVDebugKitMgr::instance();
+  programName_ = argc > 0 && argv != nullptr && argv[0] != nullptr ? argv[0] : "";
+  const std::string& cfgFile = QOV_Utility::getProcessCfgFileName();
+  const std::string& logFile = QOV_Utility::getProcessLogFileName();
+  logStrategy_.reset(new (std::nothrow) CQOV_Logging_Strategy);
+  if (logStrategy_ == nullptr) {
+    errno = ENOMEM;
+    return -1;
+  }
+  logStrategy_->initLogStrategy(cfgFile.c_str(), logFile.c_str());
+  CQOV_Plugins::instance();
+  modulesLoaded_ = true;
+  if (!moduleLoader().load()) {
+    moduleLoader().unload();
+    logStrategy_.reset();
+    return -1;
+  }
+  CQOVDebugKitGuard guard(0, "int CQOVapp::init(int, ACE_TCHAR**)");
+  handleSignals();
+  guard.info(65600, __FUNCTION__, __LINE__, "Successed to init %s", programName_.c_str());
+  return 0;
+}
+
+void CQOVapp::handleSignals() {
+  if (signalHandler_ == nullptr) {
+    signalHandler_ = new (std::nothrow) SigintHandler(nullptr);
+  }
+  if (signalHandler_ == nullptr) {
+    return;
+  }
+  // Of an earlier frame, what it has not carried out any more is forgotten.
+  qov::SignalRelay::instance().attach(*signalHandler_);
+  signalHandler_->logStrategy_ = logStrategy_.get();
+  for (const int signum : {SIGINT, SIGPIPE, SIGUSR1}) {
+    ACE_Reactor::instance()->register_handler(signum, signalHandler_);
+  }
+}
+
+void CQOVapp::event_loop_done() {
+  CQOVDebugKitGuard guard(0, "void CQOVapp::event_loop_done()");
+  {
+    MonitorGuard monitor(kShutdownSeconds);
+    runReactor();
+    qov::shutdownBegins(monitor);
+    moduleLoader().unload();
+    CQOV_Plugins::close();
+    ACE_Thread_Manager::instance()->wait(nullptr, false, true);
+    guard.info(65601, __FUNCTION__, __LINE__, "%s had shutdown.", programName_.c_str());
+  }
+}
+
+void CQOVapp::parse_args(int argc, char** argv) {
+  // One scanner per word: a single one would end at "--" and, with POSIXLY_CORRECT in the
+  // environment, at the first word that is no option.
+  for (int word = 1; word < argc && argv[word] != nullptr; ++word) {
+    ACE_Get_Opt options(word + 1, argv, "n", word, 0, ACE_Get_Opt::RETURN_IN_ORDER);
+    for (int option = options(); option != EOF; option = options()) {
+      if (option == 'n') {
+        bDeaemonize_ = false;
+      }
+    }
+  }
+}

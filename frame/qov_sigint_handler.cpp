@@ -1,0 +1,30 @@
+#include <ace/Reactor.h>
+#include <ace/Reactor_Impl.h>
+
+#include <csignal>
+
+#include <qovpub/qov_app.h>
+#include <qovpub/qov_logging_strategy.h>
+#include <qovpub/qov_utility.h>
+
+#include "frame/app_signal_relay.h"
+
+SigintHandler::SigintHandler(CQOV_Logging_Strategy* logStrategy) : logStrategy_(logStrategy) {
+  qov::SignalRelay::instance().attach(*this);
+}
+
+SigintHandler::~SigintHandler() {
+  qov::SignalRelay::instance().detach(*this);
+}
+
+int SigintHandler::handle_signal(int signum, siginfo_t* info, ucontext_t*) {
+  if (info != nullptr) {
+    qov::SignalRelay::note(signum);
+  } else if (signum == SIGINT) {
+    ACE_Reactor::instance()->implementation()->deactivate(1);
+  } else if (signum == SIGUSR1 && logStrategy_ != nullptr) {
+    logStrategy_->initLogStrategy(QOV_Utility::getProcessCfgFileName().c_str(),
+                                  QOV_Utility::getProcessLogFileName().c_str());
+  }
+  return 0;
+}
