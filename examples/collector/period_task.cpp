@@ -9,7 +9,7 @@
 
 namespace devagent {
 
-PeriodTask::PeriodTask(CQOV_TaskMgr* module, ACE_Time_Value period)
+PeriodTask::PeriodTask(CQOV_TaskMgr* module, const ACE_Time_Value& period)
     : CQOV_Task(module), period_(period) {}
 
 int PeriodTask::start() {

@@ -13,7 +13,7 @@ namespace devagent {
 /// module tells its tasks to end ends it at once.
 class PeriodTask : public CQOV_Task {
  public:
-  PeriodTask(CQOV_TaskMgr* module, ACE_Time_Value period);
+  PeriodTask(CQOV_TaskMgr* module, const ACE_Time_Value& period);
 
   /// Starts the thread among those of the module, which stops and joins it. 0 or -1.
   int start();

@@ -61,8 +61,8 @@ TEST(Layers, AComponentListsNothingThatItDoesNotInclude) {
   for (const Component& component : tree.all()) {
     const std::map<std::string, std::string> included = includedComponents(tree, component);
     for (const std::string& used : component.uses) {
-      EXPECT_EQ(included.count(used), 1u) << "component " << component.name << " lists " << used
-                                          << " and includes nothing of it";
+      EXPECT_EQ(included.count(used), 1u)
+          << "component " << component.name << " lists " << used << " and includes nothing of it";
     }
   }
 }
