@@ -37,21 +37,25 @@ inline std::uint64_t loadUpTo8(const unsigned char* p, unsigned int n) noexcept 
   return n == 0 ? 0 : *p;
 }
 
-/// Copies `n` bytes (0 to 24) into `to`, which has room for 8 at least and gets zeros up to there.
-/// All is read before anything is written: the ranges may overlap.
-inline void copySmall(unsigned char* to, const unsigned char* from, unsigned int n) noexcept {
+/// Copies `n` bytes, and a NUL if `nul`, into a cell's inside `to`: 19 bytes at most, of which the
+/// first 8 are padded with zeros. All is read before anything is written: the ranges may overlap.
+inline void copySmall(unsigned char* to, const unsigned char* from, unsigned int n,
+                      bool nul) noexcept {
   if (n <= 8) {
     storeWord(to, loadUpTo8(from, n));
-    return;
+  } else {
+    const auto first = loadWord<std::uint64_t>(from);
+    const auto last = loadWord<std::uint64_t>(from + n - 8);
+    if (n > 16) {
+      const auto middle = loadWord<std::uint64_t>(from + 8);
+      storeWord(to + 8, middle);
+    }
+    storeWord(to, first);
+    storeWord(to + n - 8, last);
   }
-  const auto first = loadWord<std::uint64_t>(from);
-  const auto last = loadWord<std::uint64_t>(from + n - 8);
-  if (n > 16) {
-    const auto middle = loadWord<std::uint64_t>(from + 8);
-    storeWord(to + 8, middle);
+  if (nul) {
+    to[n] = 0;
   }
-  storeWord(to, first);
-  storeWord(to + n - 8, last);
 }
 
 }  // namespace qov

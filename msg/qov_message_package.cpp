@@ -240,7 +240,7 @@ unsigned int CTLVPackageV3<MSG_S_HEAD>::getRecord(unsigned char* p, unsigned int
     rec = nullptr;
     return 0;
   }
-  rec = qov::RecordCodec::build(p, found).release();
+  rec = qov::RecordCodec::build(p, remain, found).release();
   return rec == nullptr ? 0 : found.recordLength + MIN_RECORD_SIZE;
 }
 
@@ -267,7 +267,7 @@ unsigned int CTLVPackageV3<MSG_S_HEAD>::write(unsigned char* buf, std::uint64_t 
   std::memcpy(buf, &head_, sizeof(MSG_S_HEAD));
   unsigned char* out = buf + sizeof(MSG_S_HEAD);
   for (const auto& record : records_) {
-    out = qov::RecordCodec::write(*record, out);
+    out = qov::RecordCodec::write(*record, out, buf + needed);
   }
   return static_cast<unsigned int>(needed);
 }

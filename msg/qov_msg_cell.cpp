@@ -21,8 +21,7 @@ CTLVCell::CTLVCell(CTLVCell&& other) noexcept : CTLVCell() {
 }
 
 CTLVCell& CTLVCell::operator=(const CTLVCell& other) {
-  replaceOrThrow(other.value(), other.length_, false);
-  typeTag_ = other.typeTag_;
+  replaceOrThrow(other.typeTag(), other.value(), other.length(), false);
   return *this;
 }
 
@@ -30,76 +29,61 @@ CTLVCell& CTLVCell::operator=(CTLVCell&& other) noexcept {
   if (this != &other) {
     freeValue();
     std::memcpy(value_, other.value_, sizeof value_);
-    length_ = other.length_;
-    typeTag_ = other.typeTag_;
-    other.length_ = 0;
+    head_ = other.head_;
     other.storeNumber(0);
+    other.setHead(other.typeTag(), 0);
   }
   return *this;
 }
 
 bool CTLVCell::operator==(const CTLVCell& other) const noexcept {
-  return typeTag_ == other.typeTag_ && length_ == other.length_ &&
-         std::memcmp(value(), other.value(), length_) == 0;
+  return head_ == other.head_ && std::memcmp(value(), other.value(), length()) == 0;
 }
 
 void CTLVCell::set_i(ETLVType type, unsigned short tag, const void* data, unsigned long len) {
-  const unsigned short typeTag = packed(type, tag);
-  replaceOrThrow(data, data == nullptr ? 0 : len, false);
-  typeTag_ = typeTag;
+  replaceOrThrow(packed(type, tag), data, data == nullptr ? 0 : len, false);
 }
 
 void CTLVCell::setCell(unsigned short typeTag, const char* data, unsigned long len) {
   const bool empty = data == nullptr || len == 0;
-  replaceOrThrow(data, empty ? 0 : len, false);
-  if (!empty) {
-    typeTag_ = typeTag;
-  }
-}
-
-void CTLVCell::setSigned(unsigned short tag, std::int64_t v) {
-  // The shortest form that reads back the same: one bit more than the magnitude needs.
-  const auto magnitude = static_cast<std::uint64_t>(v < 0 ? ~v : v);
-  const unsigned short bytes = width(magnitude << 1 | (magnitude >> 63));
-  const std::uint64_t keep = bytes == 8 ? ~0ULL : (1ULL << bytes * 8) - 1;
-  setNumber(TLV_INT, tag, static_cast<std::uint64_t>(v) & keep, bytes);
+  replaceOrThrow(empty ? this->typeTag() : typeTag, data, empty ? 0 : len, false);
 }
 
 void CTLVCell::setString(unsigned short tag, std::string_view text) {
-  const unsigned short typeTag = packed(TLV_STRING, tag);
-  replaceOrThrow(text.data(), text.size(), true);
-  typeTag_ = typeTag;
+  replaceOrThrow(packed(TLV_STRING, tag), text.data(), text.size(), true);
 }
 
-bool CTLVCell::replaceValue(const void* data, unsigned short len, bool nul) noexcept {
+bool CTLVCell::replace(unsigned int typeTag, const void* data, unsigned int len,
+                       bool nul) noexcept {
   const auto* bytes = static_cast<const unsigned char*>(data);
   const unsigned int total = len + (nul ? 1U : 0U);
-  unsigned char* const old = outside() ? heap() : nullptr;
-  unsigned char* to = value_;
+  unsigned char* const old = outside() ? pointer<unsigned char>() : nullptr;
   if (total <= kInside) {
-    qov::copySmall(value_, bytes, len);
+    qov::copySmall(value_, bytes, len, nul);
   } else {
-    to = new (std::nothrow) unsigned char[total];
+    auto* to = new (std::nothrow) unsigned char[total];
     if (to == nullptr) {
       errno = ENOMEM;
       return false;
     }
     std::memcpy(to, bytes, len);
-    std::memcpy(value_, &to, sizeof to);
+    if (nul) {
+      to[len] = 0;
+    }
+    storePointer(to);
   }
-  if (nul) {
-    to[len] = 0;
-  }
-  length_ = static_cast<unsigned short>(total);
+  setHead(typeTag, total);
   delete[] old;
   return true;
 }
 
-void CTLVCell::replaceOrThrow(const void* data, unsigned long len, bool nul) {
-  if (len > kMaxLength - (nul ? 1 : 0)) {
-    throw CQOV_Exception("value is too long, length is " + std::to_string(len));
-  }
-  if (!replaceValue(data, static_cast<unsigned short>(len), nul)) {
+void CTLVCell::throwTooLong(unsigned long len) {
+  throw CQOV_Exception("value is too long, length is " + std::to_string(len));
+}
+
+void CTLVCell::replaceOrThrow(unsigned int typeTag, const void* data, unsigned long len, bool nul) {
+  checkLength(len, nul);
+  if (!replace(typeTag, data, static_cast<unsigned int>(len), nul)) {
     throw std::bad_alloc();
   }
 }

@@ -37,8 +37,7 @@ void writeElement(const Json::Value& element, std::string& out) {
 void CTLVCell::set(unsigned short tag, const Json::Value& v) {
   const unsigned short typeTag = packed(v.isArray() ? TLV_ARRAY : TLV_JSON, tag);
   const std::string text = compactText(v);
-  replaceOrThrow(text.data(), text.size(), true);
-  typeTag_ = typeTag;
+  replaceOrThrow(typeTag, text.data(), text.size(), true);
 }
 
 bool CTLVCell::parse(Json::Value& v) const {
@@ -93,7 +92,7 @@ std::string CTLVCell::toString() const {
     case TLV_INVALID:
       return {};
     case TLV_OCTET:
-      return {reinterpret_cast<const char*>(value()), length_};
+      return {reinterpret_cast<const char*>(value()), length()};
     case TLV_STRING:
     case TLV_JSON:
       return std::string(text());
@@ -107,10 +106,9 @@ std::string CTLVCell::toString() const {
 }
 
 CTLVRecordV3& CTLVRecordV3::addJson(unsigned short tag, const Json::Value& v) {
-  CTLVCell* cell = newCell();
-  cell->set(tag, v);
-  addNew(cell);
-  return *this;
+  CTLVCell cell;
+  cell.set(tag, v);
+  return add(std::move(cell));
 }
 
 Json::Value CTLVRecordV3::getJson(unsigned short tag) const {

@@ -2,68 +2,51 @@
 #include <qovpub/qov_msg.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <new>
 #include <utility>
 
-#include "msg/cell_block.h"
+#include "msg/cell_bytes.h"
 #include "msg/tag_index.h"
 
-static_assert(sizeof(CTLVCell) == 32, "what a block holds is reckoned with this");
-static_assert(sizeof(CTLVRecordV3) % alignof(CTLVCell) == 0, "cells stand behind the record");
-
-std::unique_ptr<CTLVRecordV3> CTLVRecordV3::create(std::uint64_t cmd, unsigned long cells) {
-  cells = std::min(cells, qov::CellBlock::capacity(sizeof(CTLVRecordV3)));
-  void* memory = ::operator new(sizeof(CTLVRecordV3) + cells * sizeof(CTLVCell), std::nothrow);
-  if (memory == nullptr) {
-    errno = ENOMEM;
+std::unique_ptr<CTLVRecordV3> CTLVRecordV3::create(std::uint64_t cmd,
+                                                   unsigned long cells) noexcept {
+  void* memory = nullptr;
+  qov::CellBlock* block = qov::CellBlock::makeBehind(sizeof(CTLVRecordV3), cells, memory);
+  if (block == nullptr) {
     return nullptr;
   }
-  auto* record = ::new (memory) CTLVRecordV3(cmd);
-  record->room_ = static_cast<CTLVCell*>(static_cast<void*>(record + 1));
-  record->roomEnd_ = record->room_ + cells;
-  return std::unique_ptr<CTLVRecordV3>(record);
+  std::unique_ptr<CTLVRecordV3> record(::new (memory) CTLVRecordV3(cmd));
+  record->first_ = record->last_ = block;
+  return record;
+}
+
+unsigned long CTLVRecordV3::count() const noexcept {
+  unsigned long cells = 0;
+  for (qov::CellBlock* block = first_; block != nullptr; block = block->next()) {
+    cells += static_cast<unsigned long>(block->end() - block->begin());
+  }
+  return cells;
 }
 
 bool CTLVRecordV3::makeRoom(unsigned long cells) noexcept {
-  qov::CellBlock* block = qov::CellBlock::make(blocks_, cells);
+  qov::CellBlock* block = qov::CellBlock::make(cells);
   if (block == nullptr) {
-    errno = ENOMEM;
     return false;
   }
-  blocks_ = block;
-  room_ = static_cast<CTLVCell*>(block->cells());
-  roomEnd_ = room_ + cells;
+  if (last_ == nullptr) {
+    first_ = block;
+  } else {
+    last_->setNext(block);
+  }
+  last_ = block;
+  large_ = large_ || count() > kScanLimit;
   return true;
 }
 
-/// A cell in the record's room that does not belong to the record yet: if its value cannot be set,
-/// the next one takes its place.
-CTLVCell* CTLVRecordV3::newCell() {
+void CTLVRecordV3::makeRoomOrThrow() {
   constexpr unsigned long kFirst = 4;
-  if (room_ == roomEnd_ && !makeRoom(std::max(kFirst, count_))) {
+  if (!makeRoom(std::max(kFirst, count()))) {
     throw std::bad_alloc();
-  }
-  return ::new (room_) CTLVCell(CTLVCell::Place::kInBlock);
-}
-
-void CTLVRecordV3::addNew(CTLVCell* cell) {
-  const unsigned long size = MIN_TLV_SIZE + cell->length_;
-  if (length_ + size > kMaxLength && length() + size > kMaxLength) {
-    cell->freeValue();
-    throw CQOV_Exception("record is too long, length is " + std::to_string(length() + size));
-  }
-  ++room_;
-  link(cell);
-}
-
-void CTLVRecordV3::link(CTLVCell* cell) noexcept {
-  (last_ == nullptr ? first_ : last_->next_) = cell;
-  last_ = cell;
-  length_ += MIN_TLV_SIZE + cell->length_;
-  sweep_ = sweep_ || cell->outside();
-  if (++count_ > kScanLimit) {
-    addToIndex(cell);
   }
 }
 
@@ -74,66 +57,52 @@ void CTLVRecordV3::append_int(const CTLVCell* cell) {
   if (cell->place_ != CTLVCell::Place::kAlone) {
     throw CQOV_Exception("cell belongs to a record already, tag is " + std::to_string(cell->tag()));
   }
-  // The record owns the cell from here on, and whoever made it may still hold a pointer to it.
-  auto* own = const_cast<CTLVCell*>(cell);
+  auto* standIn = ::new (slot()) CTLVCell(CTLVCell::Place::kStandIn);
+  // The record owns the cell from here on, and whoever made it may still change it.
+  CTLVCell* own = loosen(cell);
   own->place_ = CTLVCell::Place::kAdopted;
-  link(loosen(own));
+  standIn->storePointer(own);
+  commit(standIn, own->length());
 }
 
-CTLVRecordV3& CTLVRecordV3::addUnsigned(unsigned short tag, std::uint64_t v) {
-  CTLVCell* cell = newCell();
-  cell->setUnsigned(tag, v);
-  addNew(cell);
+CTLVRecordV3& CTLVRecordV3::add(CTLVCell cell) {
+  checkGrowth(cell.length());
+  auto* own = ::new (slot()) CTLVCell(CTLVCell::Place::kInBlock);
+  *own = std::move(cell);
+  sweep_ = sweep_ || own->outside();
+  commit(own, own->length());
   return *this;
 }
 
-CTLVRecordV3& CTLVRecordV3::addSigned(unsigned short tag, std::int64_t v) {
-  CTLVCell* cell = newCell();
-  cell->setSigned(tag, v);
-  addNew(cell);
+CTLVRecordV3& CTLVRecordV3::addBytes(unsigned int type, unsigned short tag, const void* data,
+                                     unsigned long len, bool nul) {
+  const unsigned int typeTag = CTLVCell::packed(type, tag);
+  CTLVCell::checkLength(len, nul);
+  const unsigned int total = static_cast<unsigned int>(len) + (nul ? 1 : 0);
+  checkGrowth(total);
+  constexpr auto kPlace = CTLVCell::Place::kInBlock;
+  CTLVCell* cell = slot();
+  if (total <= CTLVCell::kInside) {
+    ::new (cell) CTLVCell(kPlace, typeTag | total << 16, 0);
+    qov::copySmall(cell->value_, static_cast<const unsigned char*>(data),
+                   static_cast<unsigned int>(len), nul);
+  } else {
+    ::new (cell) CTLVCell(kPlace);
+    if (!cell->replace(typeTag, data, static_cast<unsigned int>(len), nul)) {
+      throw std::bad_alloc();
+    }
+    sweep_ = true;
+  }
+  commit(cell, total);
   return *this;
 }
 
-CTLVRecordV3& CTLVRecordV3::addBool(unsigned short tag, bool v) {
-  CTLVCell* cell = newCell();
-  cell->setBool(tag, v);
-  addNew(cell);
-  return *this;
-}
-
-CTLVRecordV3& CTLVRecordV3::addEnum(unsigned short tag, std::uint64_t v) {
-  CTLVCell* cell = newCell();
-  cell->setEnum(tag, v);
-  addNew(cell);
-  return *this;
-}
-
-CTLVRecordV3& CTLVRecordV3::addTime(unsigned short tag, std::uint64_t v) {
-  CTLVCell* cell = newCell();
-  cell->setTime(tag, v);
-  addNew(cell);
-  return *this;
-}
-
-CTLVRecordV3& CTLVRecordV3::addString(unsigned short tag, std::string_view text) {
-  CTLVCell* cell = newCell();
-  cell->setString(tag, text);
-  addNew(cell);
-  return *this;
-}
-
-CTLVRecordV3& CTLVRecordV3::addOctets(unsigned short tag, const void* data, unsigned long len) {
-  CTLVCell* cell = newCell();
-  cell->setOctets(tag, data, len);
-  addNew(cell);
-  return *this;
-}
-
-CTLVRecordV3& CTLVRecordV3::add(const CTLVCell& cell) {
-  CTLVCell* copy = newCell();
-  *copy = cell;
-  addNew(copy);
-  return *this;
+/// The sum that is kept may be out of date, then it is not the last word.
+void CTLVRecordV3::checkExactGrowth(unsigned long bytes) const {
+  const unsigned long grown = length() + MIN_TLV_SIZE + bytes;
+  if (grown > kMaxLength) {
+    throw CQOV_Exception("record is too long, length is " + std::to_string(grown));
+  }
 }
 
 void CTLVRecordV3::addToIndex(CTLVCell* cell) noexcept {
@@ -144,11 +113,11 @@ void CTLVRecordV3::addToIndex(CTLVCell* cell) noexcept {
   }
 }
 
-/// Null when there is no memory; several threads may get here at once, one index stays.
+/// Null when there is no memory. Several threads may get here at once; the first one's index stays.
 qov::TagIndex* CTLVRecordV3::buildIndex() const noexcept {
   std::unique_ptr<qov::TagIndex> built(new (std::nothrow) qov::TagIndex());
-  for (CTLVCell* cell = first_; cell != nullptr && built != nullptr; cell = cell->next_) {
-    if (!built->insert(cell)) {
+  for (auto cell = begin(); cell != end() && built != nullptr; ++cell) {
+    if (!built->insert(const_cast<CTLVCell*>(&*cell))) {
       built.reset();
     }
   }
@@ -173,24 +142,34 @@ const CTLVCell* CTLVRecordV3::findIndexed(unsigned short tag) const noexcept {
   return scan(tag);
 }
 
+const CTLVCell* CTLVRecordV3::scan(unsigned short tag) const noexcept {
+  for (const CTLVCell& cell : *this) {
+    if (cell.tag() == tag) {
+      return &cell;
+    }
+  }
+  return nullptr;
+}
+
 unsigned long CTLVRecordV3::measure() const noexcept {
   unsigned long sum = 0;
-  for (const CTLVCell* cell = first_; cell != nullptr; cell = cell->next_) {
-    sum += MIN_TLV_SIZE + cell->length_;
+  for (const CTLVCell& cell : *this) {
+    sum += MIN_TLV_SIZE + cell.length();
   }
   return sum;
 }
 
 void CTLVRecordV3::clone(const CTLVRecordV3& other) {
   CTLVRecordV3 copy(other.cmd_);
-  if (other.count_ > 0 && !copy.makeRoom(other.count_)) {
+  const unsigned long cells = other.count();
+  if (cells > 0 && !copy.makeRoom(cells)) {
     throw std::bad_alloc();
   }
   for (const CTLVCell& cell : other) {
-    CTLVCell* own = copy.newCell();
+    auto* own = ::new (copy.slot()) CTLVCell(CTLVCell::Place::kInBlock);
     *own = cell;
-    ++copy.room_;
-    copy.link(own);
+    copy.sweep_ = copy.sweep_ || own->outside();
+    copy.commit(own, own->length());
   }
   cmd_ = copy.cmd_;
   swapCells(copy);
@@ -199,13 +178,10 @@ void CTLVRecordV3::clone(const CTLVRecordV3& other) {
 void CTLVRecordV3::swapCells(CTLVRecordV3& other) noexcept {
   std::swap(first_, other.first_);
   std::swap(last_, other.last_);
-  std::swap(room_, other.room_);
-  std::swap(roomEnd_, other.roomEnd_);
-  std::swap(blocks_, other.blocks_);
-  std::swap(count_, other.count_);
   std::swap(length_, other.length_);
   std::swap(loose_, other.loose_);
   std::swap(sweep_, other.sweep_);
+  std::swap(large_, other.large_);
   other.index_.store(index_.exchange(other.index_.load()));
 }
 
@@ -216,18 +192,22 @@ void CTLVRecordV3::clear() noexcept {
 
 void CTLVRecordV3::freeCells() noexcept {
   if (loose_ || sweep_) {
-    for (CTLVCell* cell = first_; cell != nullptr;) {
-      CTLVCell* next = cell->next_;
-      if (cell->place_ == CTLVCell::Place::kAdopted) {
-        delete cell;
+    freeValues();
+  }
+  qov::CellBlock::freeAll(first_);
+  delete index_.load(std::memory_order_relaxed);
+}
+
+void CTLVRecordV3::freeValues() noexcept {
+  for (qov::CellBlock* block = first_; block != nullptr; block = block->next()) {
+    for (CTLVCell* slot = block->begin(); slot != block->end(); ++slot) {
+      if (slot->place_ == CTLVCell::Place::kStandIn) {
+        delete slot->pointer<CTLVCell>();
       } else {
-        cell->freeValue();
+        slot->freeValue();
       }
-      cell = next;
     }
   }
-  qov::CellBlock::freeAll(blocks_);
-  delete index_.load(std::memory_order_relaxed);
 }
 
 void CTLVRecordV3::throwMissing(unsigned short tag) {

@@ -1,5 +1,6 @@
 #include "msg/record_codec.h"
 
+#include <algorithm>
 #include <memory>
 #include <new>
 
@@ -57,45 +58,77 @@ RecordScan RecordCodec::scan(const unsigned char* p, unsigned int remain) noexce
   return found;
 }
 
-std::unique_ptr<CTLVRecordV3> RecordCodec::build(const unsigned char* p,
+std::unique_ptr<CTLVRecordV3> RecordCodec::build(const unsigned char* p, unsigned int remain,
                                                  const RecordScan& scan) noexcept {
   auto record = CTLVRecordV3::create(loadWord<std::uint64_t>(p), scan.cells);
   if (record == nullptr) {
     return nullptr;
   }
   const unsigned char* in = p + MIN_RECORD_SIZE;
-  for (unsigned int left = scan.cells; left > 0; --left) {
-    if (record->room_ == record->roomEnd_ && !record->makeRoom(left)) {
+  const unsigned char* const end = p + remain;
+  for (unsigned int left = scan.cells; left > 0;) {
+    if (record->last_->full() && !record->makeRoom(left)) {
       return nullptr;
     }
-    const auto head = loadWord<std::uint32_t>(in);
-    in += MIN_TLV_SIZE;
-    auto* cell = ::new (record->room_) CTLVCell(CTLVCell::Place::kInBlock);
-    // As CTLVCell::setCell(): an empty value leaves the new cell's tag and type as they are.
-    const auto length = static_cast<unsigned short>(lengthOf(head));
-    if (length > 0) {
-      if (!cell->replaceValue(in, length, false)) {
-        return nullptr;
-      }
-      cell->typeTag_ = static_cast<unsigned short>(head);
-      in += length;
+    if (!fillBlock(*record->last_, left, in, end, record->sweep_)) {
+      return nullptr;
     }
-    ++record->room_;
-    record->link(cell);
   }
+  record->length_ = scan.recordLength;
   return record;
 }
 
-unsigned char* RecordCodec::write(const CTLVRecordV3& record, unsigned char* out) noexcept {
+/// Makes cells from the bytes at `in` until the block is full or none is `left`; `end` bounds what
+/// may be read.
+bool RecordCodec::fillBlock(CellBlock& block, unsigned int& left, const unsigned char*& in,
+                            const unsigned char* end, bool& sweep) noexcept {
+  constexpr auto kPlace = CTLVCell::Place::kInBlock;
+  CTLVCell* slot = block.end();
+  CTLVCell* const limit = slot + std::min<std::ptrdiff_t>(left, block.limit() - slot);
+  left -= static_cast<unsigned int>(limit - slot);
+  for (; slot != limit; ++slot) {
+    const auto head = loadWord<std::uint32_t>(in);
+    const unsigned int length = lengthOf(head);
+    in += MIN_TLV_SIZE;
+    if (length - 1 < 8 && end - in >= 8) {
+      const std::uint64_t keep = ~0ULL >> (8 - length) * 8;
+      ::new (slot) CTLVCell(kPlace, head, loadWord<std::uint64_t>(in) & keep);
+    } else if (length - 1 < CTLVCell::kInside) {
+      ::new (slot) CTLVCell(kPlace, head, 0);
+      copySmall(slot->value_, in, length, false);
+    } else {
+      // As CTLVCell::setCell(): an empty value leaves the new cell's tag and type as they are.
+      ::new (slot) CTLVCell(kPlace);
+      sweep = sweep || length > 0;
+      if (length > 0 && !slot->replace(head & 0xFFFF, in, length, false)) {
+        block.setEnd(slot);
+        return false;
+      }
+    }
+    in += length;
+  }
+  block.setEnd(limit);
+  return true;
+}
+
+unsigned char* RecordCodec::write(const CTLVRecordV3& record, unsigned char* out,
+                                  unsigned char* end) noexcept {
   unsigned char* const start = out;
   storeWord(out, record.cmd_);
   out += MIN_RECORD_SIZE;
-  for (const CTLVCell* cell = record.first_; cell != nullptr; cell = cell->next_) {
-    storeWord(out, cell->typeTag_);
-    storeWord(out + 2, cell->length_);
+  for (const CTLVCell& cell : record) {
+    storeWord(out, cell.head_);
     out += MIN_TLV_SIZE;
-    std::memcpy(out, cell->value(), cell->length_);
-    out += cell->length_;
+    const unsigned int length = cell.length();
+    if (length <= 8 && end - out >= 8) {
+      // What is too much is overwritten by the next cell.
+      storeWord(out, loadWord<std::uint64_t>(cell.value_));
+    } else if (length <= CTLVCell::kInside && end - out >= CTLVCell::kInside) {
+      std::memcpy(out, cell.value_, CTLVCell::kInside);
+    } else {
+      std::memcpy(out, cell.value(), length);
+    }
+    out += length;
   }
   storeWord(start + kLengthAt, static_cast<std::uint16_t>(out - start - MIN_RECORD_SIZE));
   return out;

@@ -34,16 +34,19 @@ class RecordCodec {
   /// Judges the record at `p`, reading `remain` bytes at most.
   static RecordScan scan(const unsigned char* p, unsigned int remain) noexcept;
 
-  /// Makes the record at `p` that scan() found sound. Null, with errno ENOMEM, without memory.
-  static std::unique_ptr<CTLVRecordV3> build(const unsigned char* p,
+  /// Makes the record at `p` that scan() found sound; `remain` is the same. Null, with errno
+  /// ENOMEM, when there is no memory.
+  static std::unique_ptr<CTLVRecordV3> build(const unsigned char* p, unsigned int remain,
                                              const RecordScan& scan) noexcept;
 
-  /// Writes `record`, whose length() has been checked, to `out`, and nothing beyond it. Returns the
-  /// end.
-  static unsigned char* write(const CTLVRecordV3& record, unsigned char* out) noexcept;
+  /// Writes `record`, whose length() has been checked, to `out` and returns its end. `end` is that
+  /// of the whole message, nothing beyond it is written.
+  static unsigned char* write(const CTLVRecordV3& record, unsigned char* out,
+                              unsigned char* end) noexcept;
 
  private:
-  static void fillCell(CTLVCell& cell, const unsigned char* value, std::uint32_t head) noexcept;
+  static bool fillBlock(CellBlock& block, unsigned int& left, const unsigned char*& in,
+                        const unsigned char* end, bool& sweep) noexcept;
 };
 
 }  // namespace qov

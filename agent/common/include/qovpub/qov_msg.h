@@ -9,12 +9,12 @@
 #include <cstring>
 #include <iterator>
 #include <memory>
+#include <new>
 #include <sstream>
 #include <string>
 #include <string_view>
 
 namespace qov {
-class CellBlock;
 class RecordCodec;
 class TagIndex;
 }  // namespace qov
@@ -155,7 +155,9 @@ class CTLVCell {
 
   // Typed setters. Numbers take the fewest of 1, 2, 4 and 8 bytes.
   void setUnsigned(unsigned short tag, std::uint64_t v) { setNumber(TLV_UINT, tag, v, width(v)); }
-  void setSigned(unsigned short tag, std::int64_t v);
+  void setSigned(unsigned short tag, std::int64_t v) {
+    setNumber(TLV_INT, tag, cut(v, widthSigned(v)), widthSigned(v));
+  }
   void setBool(unsigned short tag, bool v) { setNumber(TLV_BOOL, tag, v ? 1 : 0, 1); }
   void setEnum(unsigned short tag, std::uint64_t v) { setNumber(TLV_ENUM, tag, v, width(v)); }
   void setTime(unsigned short tag, std::uint64_t v) { setNumber(TLV_TIME, tag, v, width(v)); }
@@ -189,7 +191,7 @@ class CTLVCell {
   /// All bytes of the value, a view as with getString().
   std::string_view getOctets() const {
     require(1U << TLV_OCTET, "octet");
-    return {reinterpret_cast<const char*>(value()), length_};
+    return {reinterpret_cast<const char*>(value()), length()};
   }
   /// The parsed value of a Json or Array cell; throws as well when the text is not JSON.
   Json::Value getJson() const;
@@ -218,13 +220,15 @@ class CTLVCell {
   /// nothing.
   std::string buildArrayValue(const CTLVCell& cell) const;
 
-  unsigned short tag() const noexcept { return static_cast<unsigned short>(typeTag_ >> 4); }
-  ETLVType type() const noexcept { return static_cast<ETLVType>(typeTag_ & 0xF); }
-  unsigned short typeTag() const noexcept { return typeTag_; }
-  unsigned short length() const noexcept { return length_; }
+  unsigned short tag() const noexcept { return typeTag() >> 4; }
+  ETLVType type() const noexcept { return static_cast<ETLVType>(head_ & 0xF); }
+  unsigned short typeTag() const noexcept { return static_cast<unsigned short>(head_); }
+  unsigned short length() const noexcept { return static_cast<unsigned short>(head_ >> 16); }
   /// The `length()` bytes of the value, valid until the cell is changed or destroyed. They need not
   /// end in a NUL, also in a text cell: what came over the wire is kept as it came.
-  const unsigned char* value() const noexcept { return outside() ? heap() : value_; }
+  const unsigned char* value() const noexcept {
+    return outside() ? pointer<const unsigned char>() : value_;
+  }
   /// The value up to its first NUL or its end, whatever the type; a view into the cell.
   std::string_view text() const noexcept;
 
@@ -235,62 +239,115 @@ class CTLVCell {
   friend class CTLVRecordV3;
   friend class qov::RecordCodec;
 
-  /// Who frees the cell itself.
-  enum class Place : unsigned char { kAlone, kAdopted, kInBlock };
+  /// Where a cell stands: on its own, on its own but owned by a record, in a record's block; or it
+  /// only holds the place, in a record's block, of a cell that stands elsewhere.
+  enum class Place : unsigned char { kAlone, kAdopted, kInBlock, kStandIn };
 
   static constexpr unsigned short kInside = 19;
   static constexpr unsigned short kUnsetTypeTag = 4094U << 4;
 
-  explicit CTLVCell(Place place) noexcept
-      : place_(place), typeTag_(kUnsetTypeTag), length_(0), next_(nullptr) {
-    storeNumber(0);
+  explicit CTLVCell(Place place) noexcept : CTLVCell(place, kUnsetTypeTag, 0) {}
+  /// A cell that holds the number `v`; `head` says how many bytes of it count.
+  CTLVCell(Place place, std::uint32_t head, std::uint64_t v) noexcept : place_(place), head_(head) {
+    storeNumber(v);
   }
 
-  static unsigned short width(std::uint64_t v) noexcept;
-  static unsigned short packed(unsigned short type, unsigned short tag);
+  static unsigned int width(std::uint64_t v) noexcept;
+  static unsigned int widthSigned(std::int64_t v) noexcept;
+  static std::uint64_t cut(std::int64_t v, unsigned int bytes) noexcept;
+  static unsigned short packed(unsigned int type, unsigned short tag);
 
-  bool outside() const noexcept { return length_ > kInside; }
-  unsigned char* heap() const noexcept {
-    unsigned char* bytes;
-    std::memcpy(&bytes, value_, sizeof bytes);
-    return bytes;
+  void setHead(unsigned int typeTag, unsigned int length) noexcept {
+    head_ = typeTag | length << 16;
   }
+  bool outside() const noexcept { return length() > kInside; }
+  template <class T>
+  T* pointer() const noexcept {
+    T* there;
+    std::memcpy(&there, value_, sizeof there);
+    return there;
+  }
+  void storePointer(const void* there) noexcept { std::memcpy(value_, &there, sizeof there); }
   void storeNumber(std::uint64_t v) noexcept { std::memcpy(value_, &v, sizeof v); }
   void freeValue() noexcept {
     if (outside()) {
-      delete[] heap();
+      delete[] pointer<unsigned char>();
     }
   }
-  void setNumber(unsigned short type, unsigned short tag, std::uint64_t v, unsigned short bytes);
-  /// Copies the value, plus a NUL if `nul`; false, with errno ENOMEM, leaves the cell as it was.
-  bool replaceValue(const void* data, unsigned short len, bool nul) noexcept;
-  void replaceOrThrow(const void* data, unsigned long len, bool nul);
-  void takeValue(CTLVCell& other) noexcept;
+  void setNumber(unsigned int type, unsigned short tag, std::uint64_t v, unsigned int bytes);
+  /// Sets type and tag and copies the value, plus a NUL if `nul`. Returns false, with errno ENOMEM
+  /// and the cell as it was, when there is no memory.
+  bool replace(unsigned int typeTag, const void* data, unsigned int len, bool nul) noexcept;
+  void replaceOrThrow(unsigned int typeTag, const void* data, unsigned long len, bool nul);
   bool parse(Json::Value& v) const;
 
+  static void checkLength(unsigned long len, bool nul) {
+    if (len > kMaxLength - (nul ? 1 : 0)) {
+      throwTooLong(len);
+    }
+  }
   void require(unsigned int types, const char* wanted) const {
     if ((types >> type() & 1U) == 0) {
       throwWrongType(wanted);
     }
   }
   [[noreturn]] void throwWrongType(const char* wanted) const;
+  [[noreturn]] static void throwTooLong(unsigned long len);
   [[noreturn]] static void throwBadTag(unsigned short tag);
 
   // A value of at most 8 bytes is padded with zeros to 8. One of more than kInside bytes is an
   // array of its own and its address stands here.
   alignas(8) unsigned char value_[kInside];
   Place place_;
-  // Side by side and in this order as on the wire.
-  unsigned short typeTag_;
-  unsigned short length_;
-  // The next cell of the record that the cell belongs to.
-  CTLVCell* next_;
+  // As on the wire: type and tag in the lower half, the length in the upper.
+  std::uint32_t head_;
 };
+static_assert(sizeof(CTLVCell) == 24, "what a block of cells holds is reckoned with this");
+
+namespace qov {
+
+/// Room for some cells of one record, in a list with the record's other blocks.
+///
+/// Thread: as the record.
+/// Owns:   its memory; the record owns what the cells hold.
+/// Errors: make() returns null, with errno ENOMEM, when there is no memory.
+class CellBlock {
+ public:
+  /// In an agent process an allocation of 1024 bytes or more is a mapping of its own, which costs
+  /// more than all the cells in it; blocks stay below, the allocator's bookkeeping included.
+  static constexpr std::size_t kMaxBytes = 1000;
+
+  /// A block for `cells` cells, or for as many as a block may have.
+  static CellBlock* make(std::size_t cells) noexcept;
+  /// The same behind `head` bytes of the caller's in one piece of memory, which the caller frees.
+  static CellBlock* makeBehind(std::size_t head, std::size_t cells, void*& memory) noexcept;
+  static void freeAll(CellBlock* first) noexcept;
+
+  CTLVCell* begin() noexcept { return reinterpret_cast<CTLVCell*>(this + 1); }
+  CTLVCell* end() const noexcept { return end_; }
+  CTLVCell* limit() const noexcept { return limit_; }
+  bool full() const noexcept { return end_ == limit_; }
+  void setEnd(CTLVCell* end) noexcept { end_ = end; }
+  CellBlock* next() const noexcept { return next_; }
+  void setNext(CellBlock* next) noexcept { next_ = next; }
+
+ private:
+  CellBlock(std::size_t capacity, bool embedded) noexcept
+      : end_(begin()), limit_(begin() + capacity), embedded_(embedded) {}
+
+  CellBlock* next_ = nullptr;
+  CTLVCell* end_;
+  CTLVCell* limit_;
+  bool embedded_;
+};
+static_assert(sizeof(CellBlock) % alignof(CTLVCell) == 0, "the cells stand right behind");
+
+}  // namespace qov
 
 /// A command code and an ordered list of cells.
 ///
-/// Cells that the record makes itself (add...(), copies, decoding) live in a few blocks of the
-/// record. They never move: a reference to a cell is valid until the record is cleared, assigned to
+/// Cells that the record makes itself (add...(), copies, decoding) live side by side in a few
+/// blocks. They never move: a reference to a cell is valid until the record is cleared, assigned to
 /// or destroyed. Cells of equal tag stand in the order they were appended and look-ups find the
 /// first. A cell whose tag was changed through a reference is found under the tag it has now.
 ///
@@ -314,7 +371,7 @@ class CTLVRecordV3 {
 
   /// Makes a record together with the room for its first `cells` cells, in one allocation as far as
   /// that stays small. Null, with errno ENOMEM, when there is no memory.
-  static std::unique_ptr<CTLVRecordV3> create(std::uint64_t cmd, unsigned long cells);
+  static std::unique_ptr<CTLVRecordV3> create(std::uint64_t cmd, unsigned long cells) noexcept;
   /// Records differ in size because of create().
   static void operator delete(void* record) noexcept { ::operator delete(record); }
 
@@ -330,23 +387,50 @@ class CTLVRecordV3 {
 
   // Append a new cell, as CTLVCell's setter of that name. They throw, too, when the record would
   // grow beyond 65535 bytes.
-  CTLVRecordV3& addUnsigned(unsigned short tag, std::uint64_t v);
-  CTLVRecordV3& addSigned(unsigned short tag, std::int64_t v);
-  CTLVRecordV3& addBool(unsigned short tag, bool v);
-  CTLVRecordV3& addEnum(unsigned short tag, std::uint64_t v);
-  CTLVRecordV3& addTime(unsigned short tag, std::uint64_t v);
-  CTLVRecordV3& addString(unsigned short tag, std::string_view text);
-  CTLVRecordV3& addOctets(unsigned short tag, const void* data, unsigned long len);
+  CTLVRecordV3& addUnsigned(unsigned short tag, std::uint64_t v) {
+    return addNumber(CTLVCell::TLV_UINT, tag, v, CTLVCell::width(v));
+  }
+  CTLVRecordV3& addSigned(unsigned short tag, std::int64_t v) {
+    const unsigned int bytes = CTLVCell::widthSigned(v);
+    return addNumber(CTLVCell::TLV_INT, tag, CTLVCell::cut(v, bytes), bytes);
+  }
+  CTLVRecordV3& addBool(unsigned short tag, bool v) {
+    return addNumber(CTLVCell::TLV_BOOL, tag, v ? 1 : 0, 1);
+  }
+  CTLVRecordV3& addEnum(unsigned short tag, std::uint64_t v) {
+    return addNumber(CTLVCell::TLV_ENUM, tag, v, CTLVCell::width(v));
+  }
+  CTLVRecordV3& addTime(unsigned short tag, std::uint64_t v) {
+    return addNumber(CTLVCell::TLV_TIME, tag, v, CTLVCell::width(v));
+  }
+  CTLVRecordV3& addString(unsigned short tag, std::string_view text) {
+    return addBytes(CTLVCell::TLV_STRING, tag, text.data(), text.size(), true);
+  }
+  CTLVRecordV3& addOctets(unsigned short tag, const void* data, unsigned long len) {
+    return addBytes(CTLVCell::TLV_OCTET, tag, data, data == nullptr ? 0 : len, false);
+  }
   CTLVRecordV3& addJson(unsigned short tag, const Json::Value& v);
-  /// Appends a copy of `cell`.
-  CTLVRecordV3& add(const CTLVCell& cell);
+  /// Appends `cell`, copied or moved.
+  CTLVRecordV3& add(CTLVCell cell);
 
   /// The first cell with `tag`, or null.
-  const CTLVCell* find(unsigned short tag) const noexcept;
-  CTLVCell* find(unsigned short tag) noexcept;
+  const CTLVCell* find(unsigned short tag) const noexcept {
+    return large_ ? findIndexed(tag) : scan(tag);
+  }
+  CTLVCell* find(unsigned short tag) noexcept {
+    return loosen(static_cast<const CTLVRecordV3*>(this)->find(tag));
+  }
   /// The first cell with `tag`; throws when there is none.
-  const CTLVCell& operator[](unsigned short tag) const;
-  CTLVCell& operator[](unsigned short tag);
+  const CTLVCell& operator[](unsigned short tag) const {
+    const CTLVCell* cell = find(tag);
+    if (cell == nullptr) {
+      throwMissing(tag);
+    }
+    return *cell;
+  }
+  CTLVCell& operator[](unsigned short tag) {
+    return *loosen(&static_cast<const CTLVRecordV3&>(*this)[tag]);
+  }
 
   // The value of the first cell with `tag`; throw when it is missing or of another type.
   std::uint64_t getUnsigned(unsigned short tag) const { return (*this)[tag].getUnsigned(); }
@@ -367,11 +451,13 @@ class CTLVRecordV3 {
     using pointer = Cell*;
     using reference = Cell&;
 
-    explicit Iterator(Cell* cell = nullptr) noexcept : cell_(cell) {}
-    Cell& operator*() const noexcept { return *cell_; }
-    Cell* operator->() const noexcept { return cell_; }
+    Iterator() noexcept = default;
+    Cell& operator*() const noexcept { return *resolve(slot_); }
+    Cell* operator->() const noexcept { return resolve(slot_); }
     Iterator& operator++() noexcept {
-      cell_ = cell_->next_;
+      if (++slot_ == end_) {
+        enter(block_->next());
+      }
       return *this;
     }
     Iterator operator++(int) noexcept {
@@ -379,22 +465,37 @@ class CTLVRecordV3 {
       ++*this;
       return before;
     }
-    bool operator==(const Iterator& other) const noexcept { return cell_ == other.cell_; }
-    bool operator!=(const Iterator& other) const noexcept { return cell_ != other.cell_; }
+    bool operator==(const Iterator& other) const noexcept { return slot_ == other.slot_; }
+    bool operator!=(const Iterator& other) const noexcept { return slot_ != other.slot_; }
 
    private:
-    Cell* cell_;
+    friend class CTLVRecordV3;
+    explicit Iterator(qov::CellBlock* block) noexcept { enter(block); }
+    /// Only the last block may be empty.
+    void enter(qov::CellBlock* block) noexcept {
+      const bool any = block != nullptr && block->begin() != block->end();
+      block_ = block;
+      slot_ = any ? block->begin() : nullptr;
+      end_ = any ? block->end() : nullptr;
+    }
+
+    CTLVCell* slot_ = nullptr;
+    CTLVCell* end_ = nullptr;
+    qov::CellBlock* block_ = nullptr;
   };
   using const_iterator = Iterator<const CTLVCell>;
   using iterator = Iterator<CTLVCell>;
 
   const_iterator begin() const noexcept { return const_iterator(first_); }
   const_iterator end() const noexcept { return const_iterator(); }
-  iterator begin() noexcept { return iterator(loosen(first_)); }
+  iterator begin() noexcept {
+    loose_ = true;
+    return iterator(first_);
+  }
   iterator end() noexcept { return iterator(); }
 
   /// Number of cells.
-  unsigned long count() const noexcept { return count_; }
+  unsigned long count() const noexcept;
   /// Bytes of the cells on the wire, each 4 and its value; the record's head of 10 not included.
   unsigned long length() const noexcept { return loose_ ? measure() : length_; }
 
@@ -411,46 +512,71 @@ class CTLVRecordV3 {
  private:
   friend class qov::RecordCodec;
 
-  /// Up to this many cells a scan beats an index.
+  /// With up to about so many cells a scan beats an index.
   static constexpr unsigned long kScanLimit = 64;
 
-  /// Notes that someone may change `cell` from outside.
-  CTLVCell* loosen(CTLVCell* cell) noexcept {
-    loose_ = loose_ || cell != nullptr;
-    return cell;
+  static CTLVCell* resolve(CTLVCell* slot) noexcept {
+    return slot->place_ == CTLVCell::Place::kStandIn ? slot->pointer<CTLVCell>() : slot;
   }
-  CTLVCell* newCell();
+  /// Notes that someone may change `cell` from outside.
+  CTLVCell* loosen(const CTLVCell* cell) noexcept {
+    loose_ = true;
+    return const_cast<CTLVCell*>(cell);
+  }
+
+  /// The place for one more cell; it counts once it is committed.
+  CTLVCell* slot() {
+    if (last_ == nullptr || last_->full()) {
+      makeRoomOrThrow();
+    }
+    return last_->end();
+  }
+  void commit(CTLVCell* slot, unsigned long length) noexcept {
+    last_->setEnd(slot + 1);
+    length_ += MIN_TLV_SIZE + length;
+    if (large_) {
+      addToIndex(resolve(slot));
+    }
+  }
+  CTLVRecordV3& addNumber(unsigned int type, unsigned short tag, std::uint64_t v,
+                          unsigned int bytes);
+  CTLVRecordV3& addBytes(unsigned int type, unsigned short tag, const void* data, unsigned long len,
+                         bool nul);
+  void checkGrowth(unsigned long bytes) const {
+    if (length_ + MIN_TLV_SIZE + bytes > kMaxLength) {
+      checkExactGrowth(bytes);
+    }
+  }
+  void checkExactGrowth(unsigned long bytes) const;
+
   bool makeRoom(unsigned long cells) noexcept;
-  void addNew(CTLVCell* cell);
-  void link(CTLVCell* cell) noexcept;
+  void makeRoomOrThrow();
   void addToIndex(CTLVCell* cell) noexcept;
   qov::TagIndex* buildIndex() const noexcept;
   const CTLVCell* scan(unsigned short tag) const noexcept;
   const CTLVCell* findIndexed(unsigned short tag) const noexcept;
   unsigned long measure() const noexcept;
   void freeCells() noexcept;
+  void freeValues() noexcept;
   void swapCells(CTLVRecordV3& other) noexcept;
   [[noreturn]] static void throwMissing(unsigned short tag);
 
   std::uint64_t cmd_;
-  CTLVCell* first_ = nullptr;
-  CTLVCell* last_ = nullptr;
-  // Unused cells: the rest of the newest block, or of the room behind a record from create().
-  CTLVCell* room_ = nullptr;
-  CTLVCell* roomEnd_ = nullptr;
-  qov::CellBlock* blocks_ = nullptr;
-  unsigned long count_ = 0;
+  qov::CellBlock* first_ = nullptr;
+  qov::CellBlock* last_ = nullptr;
   // Sum of the cells' sizes while they were appended; exact unless loose_.
   unsigned long length_ = 0;
-  // Made by the first look-up in a record above kScanLimit, possibly by several threads at once.
+  // Made by the first look-up in a large record, possibly by several threads at once.
   mutable std::atomic<qov::TagIndex*> index_{nullptr};
-  // A cell may have been changed since it was appended.
+  // Someone may have changed a cell since it was appended.
   bool loose_ = false;
   // A cell may own memory outside the blocks.
   bool sweep_ = false;
+  // Had more than kScanLimit cells when it last needed room.
+  bool large_ = false;
 };
 
-inline unsigned short CTLVCell::width(std::uint64_t v) noexcept {
+inline unsigned int CTLVCell::width(std::uint64_t v) noexcept {
   if (v <= 0xFF) {
     return 1;
   }
@@ -460,19 +586,29 @@ inline unsigned short CTLVCell::width(std::uint64_t v) noexcept {
   return v <= 0xFFFFFFFF ? 4 : 8;
 }
 
-inline unsigned short CTLVCell::packed(unsigned short type, unsigned short tag) {
+/// The shortest form that reads back the same needs one bit more than the magnitude.
+inline unsigned int CTLVCell::widthSigned(std::int64_t v) noexcept {
+  const auto magnitude = static_cast<std::uint64_t>(v < 0 ? ~v : v);
+  return magnitude >> 62 == 0 ? width(magnitude << 1) : 8;
+}
+
+inline std::uint64_t CTLVCell::cut(std::int64_t v, unsigned int bytes) noexcept {
+  return static_cast<std::uint64_t>(v) & ~0ULL >> (8 - bytes) * 8;
+}
+
+inline unsigned short CTLVCell::packed(unsigned int type, unsigned short tag) {
   if (tag > MAX_TAG_VALUE) {
     throwBadTag(tag);
   }
-  return static_cast<unsigned short>(tag << 4 | (type & 0xF));
+  return static_cast<unsigned short>(static_cast<unsigned int>(tag) << 4 | (type & 0xF));
 }
 
-inline void CTLVCell::setNumber(unsigned short type, unsigned short tag, std::uint64_t v,
-                                unsigned short bytes) {
-  typeTag_ = packed(type, tag);
+inline void CTLVCell::setNumber(unsigned int type, unsigned short tag, std::uint64_t v,
+                                unsigned int bytes) {
+  const unsigned short typeTag = packed(type, tag);
   freeValue();
   storeNumber(v);
-  length_ = bytes;
+  setHead(typeTag, bytes);
 }
 
 inline std::uint64_t CTLVCell::number() const noexcept {
@@ -481,7 +617,7 @@ inline std::uint64_t CTLVCell::number() const noexcept {
   if (type() != TLV_INT) {
     return raw;
   }
-  switch (length_) {
+  switch (length()) {
     case 1:
       return static_cast<std::uint64_t>(static_cast<std::int8_t>(raw));
     case 2:
@@ -495,38 +631,15 @@ inline std::uint64_t CTLVCell::number() const noexcept {
 
 inline std::string_view CTLVCell::text() const noexcept {
   const char* bytes = reinterpret_cast<const char*>(value());
-  return {bytes, ::strnlen(bytes, length_)};
+  return {bytes, ::strnlen(bytes, length())};
 }
 
-inline const CTLVCell* CTLVRecordV3::scan(unsigned short tag) const noexcept {
-  const CTLVCell* cell = first_;
-  while (cell != nullptr && cell->tag() != tag) {
-    cell = cell->next_;
-  }
-  return cell;
-}
-
-inline const CTLVCell* CTLVRecordV3::find(unsigned short tag) const noexcept {
-  if (count_ > kScanLimit) {
-    return findIndexed(tag);
-  }
-  return scan(tag);
-}
-
-inline CTLVCell* CTLVRecordV3::find(unsigned short tag) noexcept {
-  return loosen(const_cast<CTLVCell*>(static_cast<const CTLVRecordV3*>(this)->find(tag)));
-}
-
-inline const CTLVCell& CTLVRecordV3::operator[](unsigned short tag) const {
-  const CTLVCell* cell = find(tag);
-  if (cell == nullptr) {
-    throwMissing(tag);
-  }
-  return *cell;
-}
-
-inline CTLVCell& CTLVRecordV3::operator[](unsigned short tag) {
-  return *loosen(const_cast<CTLVCell*>(&static_cast<const CTLVRecordV3&>(*this)[tag]));
+inline CTLVRecordV3& CTLVRecordV3::addNumber(unsigned int type, unsigned short tag, std::uint64_t v,
+                                             unsigned int bytes) {
+  const std::uint32_t head = CTLVCell::packed(type, tag) | bytes << 16;
+  checkGrowth(bytes);
+  commit(::new (slot()) CTLVCell(CTLVCell::Place::kInBlock, head, v), bytes);
+  return *this;
 }
 
 #endif
