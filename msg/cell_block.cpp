@@ -5,26 +5,20 @@
 
 namespace qov {
 
-CellBlock* CellBlock::makeBehind(std::size_t head, std::size_t cells, void*& memory) noexcept {
-  const std::size_t front = head + sizeof(CellBlock);
-  cells = std::min(cells, (kMaxBytes - front) / sizeof(CTLVCell));
-  memory = ::operator new(front + cells * sizeof(CTLVCell), std::nothrow);
+CellBlock* CellBlock::make(std::size_t cells) noexcept {
+  cells = std::min(cells, (kMaxBytes - sizeof(CellBlock)) / sizeof(CTLVCell));
+  void* memory = ::operator new(sizeof(CellBlock) + cells * sizeof(CTLVCell), std::nothrow);
   if (memory == nullptr) {
     errno = ENOMEM;
     return nullptr;
   }
-  return ::new (static_cast<unsigned char*>(memory) + head) CellBlock(cells, head > 0);
-}
-
-CellBlock* CellBlock::make(std::size_t cells) noexcept {
-  void* memory = nullptr;
-  return makeBehind(0, cells, memory);
+  return ::new (memory) CellBlock(cells, true);
 }
 
 void CellBlock::freeAll(CellBlock* first) noexcept {
   while (first != nullptr) {
     CellBlock* next = first->next_;
-    if (!first->embedded_) {
+    if (first->own_) {
       ::operator delete(first);
     }
     first = next;

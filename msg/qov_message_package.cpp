@@ -29,7 +29,9 @@ constexpr const char* signature(const TLVMsgHeadV3*) {
 void logParseFailure(const char* function, int line, const std::string& text) {
   const std::string full = std::string("at File=") + kFile + ",Line=" + std::to_string(line) +
                            ",Function=" + function + text;
+  const int error = errno;
   ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) %s\n"), full.c_str()));
+  errno = error;
 }
 
 bool isValid(const QOVMsgHead& head) {
@@ -80,27 +82,29 @@ unsigned long countRecords(const unsigned char* p, unsigned int len) {
 
 /// What is wrong with a record, in the words that log watchers know; some comparison signs read the
 /// wrong way and are kept.
-std::string describe(const qov::RecordScan& found, unsigned int remain) {
-  using Fault = qov::RecordScan::Fault;
-  const std::string pos = std::to_string(found.pos);
-  const std::string value = std::to_string(found.value);
-  const std::string recordLength = std::to_string(found.recordLength);
-  switch (found.fault) {
-    case Fault::kNone:
+std::string describe(const qov::RecordFault& fault, unsigned int remain) {
+  using Kind = qov::RecordFault::Kind;
+  const std::string pos = std::to_string(fault.pos);
+  const std::string value = std::to_string(fault.value);
+  const std::string recordLength = std::to_string(fault.recordLength);
+  switch (fault.kind) {
+    case Kind::kNone:
       break;
-    case Fault::kNoHead:
+    case Kind::kNoHead:
       return ": MIN_RECORD_SIZE(10) > uiRemainLen, buf size=" + std::to_string(remain) +
              ", parsing pos=0";
-    case Fault::kRecordTooLong:
+    case Kind::kRecordTooLong:
       return " : record length is too long, (usRecordLen +  MIN_RECORD_SIZE) > uiBufSize ->" +
              recordLength + "+10 < " + std::to_string(remain);
-    case Fault::kNoCellHead:
+    case Kind::kNoCellHead:
       return " : (MIN_TLV_SIZE > uiBufSize - pos) ->4 < uiBufSize - " + pos;
-    case Fault::kBadType:
+    case Kind::kBadType:
       return " : data type unmated, received type is " + value;
-    case Fault::kCellTooLong:
+    case Kind::kCellTooLong:
       return " : data length is too long, ((sDataLen + pos) > usRecordLen + MIN_RECORD_SIZE) ->" +
              value + "+" + pos + " > " + recordLength + "+10";
+    case Kind::kNoMemory:
+      return " : no memory for the record";
   }
   return {};
 }
@@ -120,18 +124,24 @@ CTLVPackageV3<MSG_S_HEAD>::CTLVPackageV3(const MSG_S_HEAD& head) : head_(head) {
 
 template <class MSG_S_HEAD>
 CTLVPackageV3<MSG_S_HEAD>::CTLVPackageV3(const CTLVPackageV3& other) : head_(other.head_) {
-  records_.reserve(other.records_.size());
-  for (const auto& record : other.records_) {
-    records_.push_back(std::make_unique<CTLVRecordV3>(*record));
-  }
+  copyRecords(other);
 }
 
 template <class MSG_S_HEAD>
 CTLVPackageV3<MSG_S_HEAD>& CTLVPackageV3<MSG_S_HEAD>::operator=(const CTLVPackageV3& other) {
-  CTLVPackageV3 copy(other);
-  head_ = copy.head_;
-  records_.swap(copy.records_);
+  if (this != &other) {
+    records_.clear();
+    copyRecords(other);
+    head_ = other.head_;
+  }
   return *this;
+}
+
+template <class MSG_S_HEAD>
+void CTLVPackageV3<MSG_S_HEAD>::copyRecords(const CTLVPackageV3& other) {
+  for (const CTLVRecordV3* record : other.records_) {
+    addRecord(record->cmd()).addCopies(*record);
+  }
 }
 
 template <class MSG_S_HEAD>
@@ -146,7 +156,7 @@ template <class MSG_S_HEAD>
 void CTLVPackageV3<MSG_S_HEAD>::dump(std::ostringstream& out) const {
   out << "{" << std::endl;
   head_.dump(out);
-  for (const auto& record : records_) {
+  for (const CTLVRecordV3* record : records_) {
     record->dump(out);
   }
   out << "}" << std::endl;
@@ -154,36 +164,23 @@ void CTLVPackageV3<MSG_S_HEAD>::dump(std::ostringstream& out) const {
 
 template <class MSG_S_HEAD>
 void CTLVPackageV3<MSG_S_HEAD>::append(CTLVRecordV3* record) {
-  std::unique_ptr<CTLVRecordV3> own(record);
-  if (own != nullptr) {
-    records_.push_back(std::move(own));
+  if (record != nullptr && !records_.add(record)) {
+    throw std::bad_alloc();
   }
 }
 
 template <class MSG_S_HEAD>
-CTLVRecordV3& CTLVPackageV3<MSG_S_HEAD>::addRecord(std::uint64_t cmd, unsigned long cells) {
-  auto record = CTLVRecordV3::create(cmd, cells);
+CTLVRecordV3& CTLVPackageV3<MSG_S_HEAD>::addRecord(std::uint64_t cmd) {
+  CTLVRecordV3* record = records_.make(cmd);
   if (record == nullptr) {
     throw std::bad_alloc();
   }
-  records_.push_back(std::move(record));
-  return *records_.back();
+  return *record;
 }
 
 template <class MSG_S_HEAD>
 void CTLVPackageV3<MSG_S_HEAD>::throwMissing(unsigned long i) {
   throw CQOV_Exception("record don't exist, index is " + std::to_string(i));
-}
-
-template <class MSG_S_HEAD>
-bool CTLVPackageV3<MSG_S_HEAD>::reserve(unsigned long records) noexcept {
-  try {
-    records_.reserve(records_.size() + records);
-    return true;
-  } catch (const std::exception&) {
-    errno = ENOMEM;
-    return false;
-  }
 }
 
 template <class MSG_S_HEAD>
@@ -193,9 +190,7 @@ unsigned int CTLVPackageV3<MSG_S_HEAD>::decode(unsigned char* buf, unsigned int 
     return kFailed;
   }
   if (!decodeRecords(buf, size, static_cast<unsigned int>(sizeof head) + head.len_)) {
-    const int error = errno;
     clear();
-    errno = error;
     return kFailed;
   }
   head_ = head;
@@ -208,7 +203,7 @@ bool CTLVPackageV3<MSG_S_HEAD>::decodeRecords(unsigned char* buf, unsigned int s
                                               unsigned int end) {
   const char* function = signature(&head_);
   unsigned int pos = sizeof(MSG_S_HEAD);
-  if (!reserve(countRecords(buf + pos, end - pos))) {
+  if (!records_.reserve(countRecords(buf + pos, end - pos))) {
     return false;
   }
   while (pos < end) {
@@ -218,37 +213,38 @@ bool CTLVPackageV3<MSG_S_HEAD>::decodeRecords(unsigned char* buf, unsigned int s
       return false;
     }
     CTLVRecordV3* record = nullptr;
-    const unsigned int taken = getRecord(buf + pos, end - pos, record);
+    const unsigned int taken = parseRecord(buf + pos, end - pos, &records_, record);
     if (record == nullptr) {
-      const int error = errno;
       logParseFailure(function, __LINE__, place(" : it failed to parse record, ", size, pos));
-      errno = error;
       return false;
     }
-    records_.emplace_back(record);
     pos += taken;
   }
   return true;
 }
 
 template <class MSG_S_HEAD>
-unsigned int CTLVPackageV3<MSG_S_HEAD>::getRecord(unsigned char* p, unsigned int remain,
-                                                  CTLVRecordV3*& rec) {
-  const qov::RecordScan found = qov::RecordCodec::scan(p, remain);
-  if (found.fault != qov::RecordScan::Fault::kNone) {
-    logParseFailure(signature(&head_), __LINE__, describe(found, remain));
-    rec = nullptr;
+unsigned int CTLVPackageV3<MSG_S_HEAD>::parseRecord(const unsigned char* p, unsigned int remain,
+                                                    qov::RecordStore* store, CTLVRecordV3*& rec) {
+  const qov::RecordFault fault = qov::RecordCodec::parse(p, remain, store, rec);
+  if (rec == nullptr) {
+    logParseFailure(signature(&head_), __LINE__, describe(fault, remain));
     return 0;
   }
-  rec = qov::RecordCodec::build(p, remain, found).release();
-  return rec == nullptr ? 0 : found.recordLength + MIN_RECORD_SIZE;
+  return fault.recordLength + MIN_RECORD_SIZE;
+}
+
+template <class MSG_S_HEAD>
+unsigned int CTLVPackageV3<MSG_S_HEAD>::getRecord(unsigned char* p, unsigned int remain,
+                                                  CTLVRecordV3*& rec) {
+  return parseRecord(p, remain, nullptr, rec);
 }
 
 /// Sums up the whole message in 64 bits; false, and a log line, if a record is too long to encode.
 template <class MSG_S_HEAD>
 bool CTLVPackageV3<MSG_S_HEAD>::measure(std::uint64_t& needed) const {
   needed = sizeof(MSG_S_HEAD);
-  for (const auto& record : records_) {
+  for (const CTLVRecordV3* record : records_) {
     const unsigned long length = record->length();
     if (length > CTLVRecordV3::kMaxLength) {
       ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) record is too long! record length=%u, limit=%u!\n"),
@@ -266,7 +262,7 @@ unsigned int CTLVPackageV3<MSG_S_HEAD>::write(unsigned char* buf, std::uint64_t 
   head_.len_ = static_cast<std::uint32_t>(needed - sizeof(MSG_S_HEAD));
   std::memcpy(buf, &head_, sizeof(MSG_S_HEAD));
   unsigned char* out = buf + sizeof(MSG_S_HEAD);
-  for (const auto& record : records_) {
+  for (const CTLVRecordV3* record : records_) {
     out = qov::RecordCodec::write(*record, out, buf + needed);
   }
   return static_cast<unsigned int>(needed);

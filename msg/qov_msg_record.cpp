@@ -1,5 +1,5 @@
 #include <qovpub/qov_exception.h>
-#include <qovpub/qov_msg.h>
+#include <qovpub/qov_message_package.h>
 
 #include <algorithm>
 #include <new>
@@ -7,18 +7,6 @@
 
 #include "msg/cell_bytes.h"
 #include "msg/tag_index.h"
-
-std::unique_ptr<CTLVRecordV3> CTLVRecordV3::create(std::uint64_t cmd,
-                                                   unsigned long cells) noexcept {
-  void* memory = nullptr;
-  qov::CellBlock* block = qov::CellBlock::makeBehind(sizeof(CTLVRecordV3), cells, memory);
-  if (block == nullptr) {
-    return nullptr;
-  }
-  std::unique_ptr<CTLVRecordV3> record(::new (memory) CTLVRecordV3(cmd));
-  record->first_ = record->last_ = block;
-  return record;
-}
 
 unsigned long CTLVRecordV3::count() const noexcept {
   unsigned long cells = 0;
@@ -28,11 +16,7 @@ unsigned long CTLVRecordV3::count() const noexcept {
   return cells;
 }
 
-bool CTLVRecordV3::makeRoom(unsigned long cells) noexcept {
-  qov::CellBlock* block = qov::CellBlock::make(cells);
-  if (block == nullptr) {
-    return false;
-  }
+void CTLVRecordV3::addBlock(qov::CellBlock* block) noexcept {
   if (last_ == nullptr) {
     first_ = block;
   } else {
@@ -40,6 +24,18 @@ bool CTLVRecordV3::makeRoom(unsigned long cells) noexcept {
   }
   last_ = block;
   large_ = large_ || count() > kScanLimit;
+}
+
+bool CTLVRecordV3::makeRoom(unsigned long cells) noexcept {
+  if (store_ != nullptr && store_->extend(*this)) {
+    return true;
+  }
+  qov::CellBlock* block = qov::CellBlock::make(cells);
+  if (block == nullptr) {
+    return false;
+  }
+  addBlock(block);
+  ownBlocks_ = true;
   return true;
 }
 
@@ -159,18 +155,22 @@ unsigned long CTLVRecordV3::measure() const noexcept {
   return sum;
 }
 
+void CTLVRecordV3::addCopies(const CTLVRecordV3& other) {
+  for (const CTLVCell& cell : other) {
+    auto* own = ::new (slot()) CTLVCell(CTLVCell::Place::kInBlock);
+    *own = cell;
+    sweep_ = sweep_ || own->outside();
+    commit(own, own->length());
+  }
+}
+
 void CTLVRecordV3::clone(const CTLVRecordV3& other) {
   CTLVRecordV3 copy(other.cmd_);
   const unsigned long cells = other.count();
   if (cells > 0 && !copy.makeRoom(cells)) {
     throw std::bad_alloc();
   }
-  for (const CTLVCell& cell : other) {
-    auto* own = ::new (copy.slot()) CTLVCell(CTLVCell::Place::kInBlock);
-    *own = cell;
-    copy.sweep_ = copy.sweep_ || own->outside();
-    copy.commit(own, own->length());
-  }
+  copy.addCopies(other);
   cmd_ = copy.cmd_;
   swapCells(copy);
 }
@@ -182,6 +182,7 @@ void CTLVRecordV3::swapCells(CTLVRecordV3& other) noexcept {
   std::swap(loose_, other.loose_);
   std::swap(sweep_, other.sweep_);
   std::swap(large_, other.large_);
+  std::swap(ownBlocks_, other.ownBlocks_);
   other.index_.store(index_.exchange(other.index_.load()));
 }
 
@@ -190,10 +191,7 @@ void CTLVRecordV3::clear() noexcept {
   swapCells(empty);
 }
 
-void CTLVRecordV3::freeCells() noexcept {
-  if (loose_ || sweep_) {
-    freeValues();
-  }
+void CTLVRecordV3::freeBlocks() noexcept {
   qov::CellBlock::freeAll(first_);
   delete index_.load(std::memory_order_relaxed);
 }

@@ -1,19 +1,25 @@
 #ifndef MSG_RECORD_CODEC_H
 #define MSG_RECORD_CODEC_H
 
-#include <qovpub/qov_msg.h>
+#include <qovpub/qov_message_package.h>
 
 #include <cstdint>
 
 namespace qov {
 
-/// What a look over the bytes of one record found.
-struct RecordScan {
-  enum class Fault { kNone, kNoHead, kRecordTooLong, kNoCellHead, kBadType, kCellTooLong };
+/// What is wrong with the bytes of one record.
+struct RecordFault {
+  enum class Kind {
+    kNone,
+    kNoHead,
+    kRecordTooLong,
+    kNoCellHead,
+    kBadType,
+    kCellTooLong,
+    kNoMemory
+  };
 
-  Fault fault = Fault::kNone;
-  /// Cells of a sound record.
-  unsigned int cells = 0;
+  Kind kind = Kind::kNone;
   /// Bytes of the cells, as the record says.
   unsigned int recordLength = 0;
   /// The fault's place from the record's start: a cell's head, or its value for kCellTooLong.
@@ -24,20 +30,16 @@ struct RecordScan {
 
 /// The byte form of one record, the same in both kinds of packages.
 ///
-/// Decoding takes two steps so that bad bytes cost no memory: scan() judges them, build() copies.
-///
 /// Thread: no state.
 /// Owns:   nothing.
-/// Errors: in the result.
+/// Errors: in the result; errno is ENOMEM with kNoMemory.
 class RecordCodec {
  public:
-  /// Judges the record at `p`, reading `remain` bytes at most.
-  static RecordScan scan(const unsigned char* p, unsigned int remain) noexcept;
-
-  /// Makes the record at `p` that scan() found sound; `remain` is the same. Null, with errno
-  /// ENOMEM, when there is no memory.
-  static std::unique_ptr<CTLVRecordV3> build(const unsigned char* p, unsigned int remain,
-                                             const RecordScan& scan) noexcept;
+  /// Makes the record at `p`, reading `remain` bytes at most. It is appended to `store`, or belongs
+  /// to the caller if that is null. On a fault there is no record for the caller; one in `store` may
+  /// be there in part.
+  static RecordFault parse(const unsigned char* p, unsigned int remain, RecordStore* store,
+                           CTLVRecordV3*& rec) noexcept;
 
   /// Writes `record`, whose length() has been checked, to `out` and returns its end. `end` is that
   /// of the whole message, nothing beyond it is written.
@@ -45,8 +47,14 @@ class RecordCodec {
                               unsigned char* end) noexcept;
 
  private:
-  static bool fillBlock(CellBlock& block, unsigned int& left, const unsigned char*& in,
-                        const unsigned char* end, bool& sweep) noexcept;
+  struct Cursor;
+
+  static CTLVRecordV3* makeAlone(std::uint64_t cmd) noexcept;
+  static unsigned long countCells(const Cursor& at) noexcept;
+  static RecordFault::Kind parseCells(Cursor& at, CTLVRecordV3& record) noexcept;
+  static RecordFault::Kind parseBlock(Cursor& at, CellBlock& block, bool& sweep) noexcept;
+  static bool makeCell(CTLVCell* slot, std::uint32_t head, const unsigned char* in,
+                       const unsigned char* end) noexcept;
 };
 
 }  // namespace qov

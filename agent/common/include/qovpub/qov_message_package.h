@@ -4,10 +4,73 @@
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_msg.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <sstream>
-#include <vector>
+
+namespace qov {
+
+/// The records of one package, in their order, and the memory of those made here.
+///
+/// Records and their cells stand one behind the other in pieces of memory, the first of which lies
+/// in the store itself: a small message needs no memory but its package's. The newest record has all
+/// the rest of the newest piece to grow into, until the next record is made.
+///
+/// Thread: as the package. The newest record grows here, so it counts as a part of the package.
+/// Owns:   the records, those handed in included.
+/// Errors: missing memory is reported by the result, errno is ENOMEM.
+class RecordStore {
+ public:
+  RecordStore() noexcept = default;
+  RecordStore(const RecordStore&) = delete;
+  RecordStore& operator=(const RecordStore&) = delete;
+  ~RecordStore() { clear(); }
+
+  std::size_t size() const noexcept { return size_; }
+  CTLVRecordV3& operator[](std::size_t i) const noexcept { return *records_[i]; }
+  CTLVRecordV3* const* begin() const noexcept { return records_; }
+  CTLVRecordV3* const* end() const noexcept { return records_ + size_; }
+
+  /// Makes sure that `more` records can be added without a further table of records.
+  bool reserve(std::size_t more) noexcept {
+    return more <= capacity_ - size_ || growTable(size_ + more);
+  }
+  /// Appends a record from `new` and takes it over; on failure it stays with the caller.
+  bool add(CTLVRecordV3* record) noexcept;
+  /// Appends a new record and returns it, or null.
+  CTLVRecordV3* make(std::uint64_t cmd) noexcept;
+  /// Gives the newest record, whose room is used up, a further block. False for any other record.
+  bool extend(CTLVRecordV3& record) noexcept;
+  void clear() noexcept;
+
+ private:
+  static constexpr std::size_t kInsideRecords = 4;
+  static constexpr std::size_t kInsideBytes = 384;
+
+  struct Piece {
+    Piece* next;
+  };
+
+  bool growTable(std::size_t capacity) noexcept;
+  bool addPiece() noexcept;
+  void closeNewest() noexcept;
+  CellBlock* openBlock() noexcept;
+
+  CTLVRecordV3** records_ = inside_;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = kInsideRecords;
+  // The newest record's last block, which ends where the newest piece does.
+  CellBlock* open_ = nullptr;
+  // The newest piece's rest, behind the records there; without what open_ has used since.
+  unsigned char* room_ = memory_;
+  unsigned char* roomEnd_ = memory_ + kInsideBytes;
+  Piece* pieces_ = nullptr;
+  CTLVRecordV3* inside_[kInsideRecords];
+  alignas(8) unsigned char memory_[kInsideBytes];
+};
+
+}  // namespace qov
 
 /// One message: a header of type MSG_S_HEAD and an ordered list of records.
 ///
@@ -62,19 +125,20 @@ class CTLVPackageV3 {
 
   /// Puts `record`, which must come from `new`, at the end and takes it over; null is ignored.
   void append(CTLVRecordV3* record);
-  /// Appends an empty record with room for `cells` cells and returns it, valid until clear().
-  CTLVRecordV3& addRecord(std::uint64_t cmd, unsigned long cells = 0);
+  /// Appends an empty record and returns it; the reference is valid until clear(). Records are made
+  /// and filled fastest one after the other.
+  CTLVRecordV3& addRecord(std::uint64_t cmd);
 
   /// Number of records.
   unsigned long count() const noexcept { return records_.size(); }
   /// Record `i`, counted from 0; throws CQOV_Exception when there is none.
   CTLVRecordV3& operator[](unsigned long i) {
     checkIndex(i);
-    return *records_[i];
+    return records_[i];
   }
   const CTLVRecordV3& operator[](unsigned long i) const {
     checkIndex(i);
-    return *records_[i];
+    return records_[i];
   }
 
   /// Parses the record at `p`, of which `remain` bytes may be read. Returns the bytes it takes and
@@ -88,13 +152,15 @@ class CTLVPackageV3 {
     }
   }
   [[noreturn]] static void throwMissing(unsigned long i);
-  bool reserve(unsigned long records) noexcept;
+  void copyRecords(const CTLVPackageV3& other);
   bool decodeRecords(unsigned char* buf, unsigned int size, unsigned int end);
+  unsigned int parseRecord(const unsigned char* p, unsigned int remain, qov::RecordStore* store,
+                           CTLVRecordV3*& rec);
   bool measure(std::uint64_t& needed) const;
   unsigned int write(unsigned char* buf, std::uint64_t needed) noexcept;
 
   MSG_S_HEAD head_;
-  std::vector<std::unique_ptr<CTLVRecordV3>> records_;
+  qov::RecordStore records_;
 };
 
 /// The message that the modules of one process exchange.

@@ -16,8 +16,12 @@
 
 namespace qov {
 class RecordCodec;
+class RecordStore;
 class TagIndex;
 }  // namespace qov
+
+template <class MSG_S_HEAD>
+class CTLVPackageV3;
 
 /// The largest tag of a cell.
 inline constexpr unsigned short MAX_TAG_VALUE = 4095;
@@ -230,7 +234,10 @@ class CTLVCell {
     return outside() ? pointer<const unsigned char>() : value_;
   }
   /// The value up to its first NUL or its end, whatever the type; a view into the cell.
-  std::string_view text() const noexcept;
+  std::string_view text() const noexcept {
+    const char* bytes = reinterpret_cast<const char*>(value());
+    return {bytes, ::strnlen(bytes, length())};
+  }
 
   /// The name of a type as dumps print it; "Invalid" for a code above 9.
   static const char* typeName(unsigned int type) noexcept;
@@ -309,18 +316,20 @@ namespace qov {
 /// Room for some cells of one record, in a list with the record's other blocks.
 ///
 /// Thread: as the record.
-/// Owns:   its memory; the record owns what the cells hold.
+/// Owns:   its memory, unless it is part of a package's; the record owns what the cells hold.
 /// Errors: make() returns null, with errno ENOMEM, when there is no memory.
 class CellBlock {
  public:
   /// In an agent process an allocation of 1024 bytes or more is a mapping of its own, which costs
-  /// more than all the cells in it; blocks stay below, the allocator's bookkeeping included.
+  /// more than all that is in it; pieces stay below, the allocator's bookkeeping included.
   static constexpr std::size_t kMaxBytes = 1000;
 
-  /// A block for `cells` cells, or for as many as a block may have.
+  /// A block of its own for `cells` cells, or for as many as a block may have.
   static CellBlock* make(std::size_t cells) noexcept;
-  /// The same behind `head` bytes of the caller's in one piece of memory, which the caller frees.
-  static CellBlock* makeBehind(std::size_t head, std::size_t cells, void*& memory) noexcept;
+  /// A block in `bytes` bytes at `memory`, which somebody else frees.
+  static CellBlock* makeIn(void* memory, std::size_t bytes) noexcept {
+    return ::new (memory) CellBlock((bytes - sizeof(CellBlock)) / sizeof(CTLVCell), false);
+  }
   static void freeAll(CellBlock* first) noexcept;
 
   CTLVCell* begin() noexcept { return reinterpret_cast<CTLVCell*>(this + 1); }
@@ -328,17 +337,19 @@ class CellBlock {
   CTLVCell* limit() const noexcept { return limit_; }
   bool full() const noexcept { return end_ == limit_; }
   void setEnd(CTLVCell* end) noexcept { end_ = end; }
+  /// Lets nothing more in.
+  void close() noexcept { limit_ = end_; }
   CellBlock* next() const noexcept { return next_; }
   void setNext(CellBlock* next) noexcept { next_ = next; }
 
  private:
-  CellBlock(std::size_t capacity, bool embedded) noexcept
-      : end_(begin()), limit_(begin() + capacity), embedded_(embedded) {}
+  CellBlock(std::size_t capacity, bool own) noexcept
+      : end_(begin()), limit_(begin() + capacity), own_(own) {}
 
   CellBlock* next_ = nullptr;
   CTLVCell* end_;
   CTLVCell* limit_;
-  bool embedded_;
+  bool own_;
 };
 static_assert(sizeof(CellBlock) % alignof(CTLVCell) == 0, "the cells stand right behind");
 
@@ -367,13 +378,14 @@ class CTLVRecordV3 {
     clone(other);
     return *this;
   }
-  ~CTLVRecordV3() { freeCells(); }
-
-  /// Makes a record together with the room for its first `cells` cells, in one allocation as far as
-  /// that stays small. Null, with errno ENOMEM, when there is no memory.
-  static std::unique_ptr<CTLVRecordV3> create(std::uint64_t cmd, unsigned long cells) noexcept;
-  /// Records differ in size because of create().
-  static void operator delete(void* record) noexcept { ::operator delete(record); }
+  ~CTLVRecordV3() {
+    if (loose_ || sweep_) {
+      freeValues();
+    }
+    if (ownBlocks_ || large_) {
+      freeBlocks();
+    }
+  }
 
   std::uint64_t cmd() const noexcept { return cmd_; }
   void setCmd(std::uint64_t cmd) noexcept { cmd_ = cmd; }
@@ -511,9 +523,16 @@ class CTLVRecordV3 {
 
  private:
   friend class qov::RecordCodec;
+  friend class qov::RecordStore;
+  template <class MSG_S_HEAD>
+  friend class CTLVPackageV3;
 
   /// With up to about so many cells a scan beats an index.
   static constexpr unsigned long kScanLimit = 64;
+
+  /// Of a package: the first cells go into `block`.
+  CTLVRecordV3(std::uint64_t cmd, qov::RecordStore* store, qov::CellBlock* block) noexcept
+      : cmd_(cmd), first_(block), last_(block), store_(store) {}
 
   static CTLVCell* resolve(CTLVCell* slot) noexcept {
     return slot->place_ == CTLVCell::Place::kStandIn ? slot->pointer<CTLVCell>() : slot;
@@ -550,14 +569,16 @@ class CTLVRecordV3 {
   void checkExactGrowth(unsigned long bytes) const;
 
   bool makeRoom(unsigned long cells) noexcept;
+  void addBlock(qov::CellBlock* block) noexcept;
+  void addCopies(const CTLVRecordV3& other);
   void makeRoomOrThrow();
   void addToIndex(CTLVCell* cell) noexcept;
   qov::TagIndex* buildIndex() const noexcept;
   const CTLVCell* scan(unsigned short tag) const noexcept;
   const CTLVCell* findIndexed(unsigned short tag) const noexcept;
   unsigned long measure() const noexcept;
-  void freeCells() noexcept;
   void freeValues() noexcept;
+  void freeBlocks() noexcept;
   void swapCells(CTLVRecordV3& other) noexcept;
   [[noreturn]] static void throwMissing(unsigned short tag);
 
@@ -568,22 +589,21 @@ class CTLVRecordV3 {
   unsigned long length_ = 0;
   // Made by the first look-up in a large record, possibly by several threads at once.
   mutable std::atomic<qov::TagIndex*> index_{nullptr};
+  // The package's memory that the record stands in, or null.
+  qov::RecordStore* store_ = nullptr;
   // Someone may have changed a cell since it was appended.
   bool loose_ = false;
   // A cell may own memory outside the blocks.
   bool sweep_ = false;
   // Had more than kScanLimit cells when it last needed room.
   bool large_ = false;
+  // Has blocks that are not part of a package's memory.
+  bool ownBlocks_ = false;
 };
 
+/// 1, 2, 4 or 8, without a branch that small and large values in turn would mispredict.
 inline unsigned int CTLVCell::width(std::uint64_t v) noexcept {
-  if (v <= 0xFF) {
-    return 1;
-  }
-  if (v <= 0xFFFF) {
-    return 2;
-  }
-  return v <= 0xFFFFFFFF ? 4 : 8;
+  return 1U + (v > 0xFF ? 1U : 0U) + (v > 0xFFFF ? 2U : 0U) + (v > 0xFFFFFFFF ? 4U : 0U);
 }
 
 /// The shortest form that reads back the same needs one bit more than the magnitude.
@@ -627,11 +647,6 @@ inline std::uint64_t CTLVCell::number() const noexcept {
     default:
       return raw;
   }
-}
-
-inline std::string_view CTLVCell::text() const noexcept {
-  const char* bytes = reinterpret_cast<const char*>(value());
-  return {bytes, ::strnlen(bytes, length())};
 }
 
 inline CTLVRecordV3& CTLVRecordV3::addNumber(unsigned int type, unsigned short tag, std::uint64_t v,
