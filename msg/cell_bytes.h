@@ -58,6 +58,13 @@ inline void copySmall(unsigned char* to, const unsigned char* from, unsigned int
   }
 }
 
+/// Copies all 19 bytes of a cell's inside, whatever their number that counts.
+inline void copyInside(unsigned char* to, const unsigned char* from) noexcept {
+  storeWord(to, loadWord<std::uint64_t>(from));
+  storeWord(to + 8, loadWord<std::uint64_t>(from + 8));
+  storeWord(to + 15, loadWord<std::uint32_t>(from + 15));
+}
+
 }  // namespace qov
 
 #endif

@@ -58,15 +58,17 @@ void CTLVRecordV3::append_int(const CTLVCell* cell) {
   CTLVCell* own = loosen(cell);
   own->place_ = CTLVCell::Place::kAdopted;
   standIn->storePointer(own);
-  commit(standIn, own->length());
+  commit(standIn, length_ + MIN_TLV_SIZE + own->length());
+  index(standIn);
 }
 
 CTLVRecordV3& CTLVRecordV3::add(CTLVCell cell) {
-  checkGrowth(cell.length());
+  const unsigned long grown = grownLength(cell.length());
   auto* own = ::new (slot()) CTLVCell(CTLVCell::Place::kInBlock);
   *own = std::move(cell);
   sweep_ = sweep_ || own->outside();
-  commit(own, own->length());
+  commit(own, grown);
+  index(own);
   return *this;
 }
 
@@ -75,7 +77,7 @@ CTLVRecordV3& CTLVRecordV3::addBytes(unsigned int type, unsigned short tag, cons
   const unsigned int typeTag = CTLVCell::packed(type, tag);
   CTLVCell::checkLength(len, nul);
   const unsigned int total = static_cast<unsigned int>(len) + (nul ? 1 : 0);
-  checkGrowth(total);
+  const unsigned long grown = grownLength(total);
   constexpr auto kPlace = CTLVCell::Place::kInBlock;
   CTLVCell* cell = slot();
   if (total <= CTLVCell::kInside) {
@@ -89,7 +91,8 @@ CTLVRecordV3& CTLVRecordV3::addBytes(unsigned int type, unsigned short tag, cons
     }
     sweep_ = true;
   }
-  commit(cell, total);
+  commit(cell, grown);
+  index(cell);
   return *this;
 }
 
@@ -160,7 +163,8 @@ void CTLVRecordV3::addCopies(const CTLVRecordV3& other) {
     auto* own = ::new (slot()) CTLVCell(CTLVCell::Place::kInBlock);
     *own = cell;
     sweep_ = sweep_ || own->outside();
-    commit(own, own->length());
+    commit(own, length_ + MIN_TLV_SIZE + own->length());
+    index(own);
   }
 }
 

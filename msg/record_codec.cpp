@@ -20,13 +20,14 @@ unsigned int typeOf(std::uint32_t cellHead) {
 
 }  // namespace
 
-/// Where parsing stands in one record; positions count from its start.
+/// Where parsing stands in one record.
 struct RecordCodec::Cursor {
   const unsigned char* const start;
-  const unsigned int remain;
-  const unsigned int end;
-  unsigned int pos = MIN_RECORD_SIZE;
-  unsigned int value = 0;
+  /// The end of the record, and the end of what may be read.
+  const unsigned char* const end;
+  const unsigned char* const readable;
+  /// The next cell.
+  const unsigned char* in;
 };
 
 RecordFault RecordCodec::parse(const unsigned char* p, unsigned int remain, RecordStore* store,
@@ -45,15 +46,17 @@ RecordFault RecordCodec::parse(const unsigned char* p, unsigned int remain, Reco
   if (record == nullptr) {
     return {Kind::kNoMemory, length};
   }
-  Cursor at{p, remain, length + MIN_RECORD_SIZE};
-  const Kind fault = parseCells(at, *record);
   record->length_ = length;
-  if (fault == Kind::kNone) {
+  Cursor at{p, p + MIN_RECORD_SIZE + length, p + remain, p + MIN_RECORD_SIZE};
+  const Kind kind = parseCells(at, *record);
+  if (kind == Kind::kNone) {
     rec = record;
-  } else if (store == nullptr) {
+    return {kind, length};
+  }
+  if (store == nullptr) {
     delete record;
   }
-  return {fault, length, at.pos, at.value};
+  return kind == Kind::kNoMemory ? RecordFault{kind, length} : judge(at, length);
 }
 
 CTLVRecordV3* RecordCodec::makeAlone(std::uint64_t cmd) noexcept {
@@ -67,84 +70,94 @@ CTLVRecordV3* RecordCodec::makeAlone(std::uint64_t cmd) noexcept {
 /// How many cells there are from `at` on, if they are sound.
 unsigned long RecordCodec::countCells(const Cursor& at) noexcept {
   unsigned long cells = 0;
-  for (unsigned int pos = at.pos; pos + MIN_TLV_SIZE <= at.end; ++cells) {
-    pos += MIN_TLV_SIZE + lengthOf(loadWord<std::uint32_t>(at.start + pos));
+  for (std::ptrdiff_t left = at.end - at.in; left >= MIN_TLV_SIZE; ++cells) {
+    left -= MIN_TLV_SIZE + lengthOf(loadWord<std::uint32_t>(at.end - left));
   }
   return cells;
 }
 
 RecordFault::Kind RecordCodec::parseCells(Cursor& at, CTLVRecordV3& record) noexcept {
-  using Kind = RecordFault::Kind;
-  Kind fault = Kind::kNone;
-  while (at.pos < at.end && fault == Kind::kNone) {
+  auto kind = RecordFault::Kind::kNone;
+  while (at.in != at.end && kind == RecordFault::Kind::kNone) {
     if ((record.last_ == nullptr || record.last_->full()) &&
         !record.makeRoom(record.store_ == nullptr ? countCells(at) + 1 : 0)) {
-      return Kind::kNoMemory;
+      return RecordFault::Kind::kNoMemory;
     }
-    fault = parseBlock(at, *record.last_, record.sweep_);
+    kind = parseBlock(at, *record.last_, record.sweep_);
   }
-  return fault;
+  return kind;
 }
 
-/// Makes cells until the record ends, the block is full or something is wrong. No position passes
-/// the record's end, and that lies within what may be read.
+/// Makes cells until the record ends or the block is full. Stops at a bad cell with any fault.
 RecordFault::Kind RecordCodec::parseBlock(Cursor& at, CellBlock& block, bool& sweep) noexcept {
-  using Kind = RecordFault::Kind;
-  const unsigned char* const p = at.start;
-  const unsigned int end = at.end;
-  unsigned int pos = at.pos;
+  const unsigned char* const end = at.end;
+  const unsigned char* in = at.in;
   CTLVCell* cell = block.end();
   CTLVCell* const limit = block.limit();
-  Kind fault = Kind::kNone;
-  for (; pos < end && cell != limit; ++cell) {
-    if (at.remain - pos < MIN_TLV_SIZE) {
-      fault = Kind::kNoCellHead;
+  auto kind = RecordFault::Kind::kNone;
+  for (; in != end && cell != limit; ++cell) {
+    if (end - in < MIN_TLV_SIZE) {
+      kind = RecordFault::Kind::kNoCellHead;
       break;
     }
-    const auto head = loadWord<std::uint32_t>(p + pos);
-    const unsigned int length = lengthOf(head);
-    if (typeOf(head) > kMaxType) {
-      fault = Kind::kBadType;
-      at.value = typeOf(head);
+    const auto head = loadWord<std::uint32_t>(in);
+    const unsigned char* const value = in + MIN_TLV_SIZE;
+    if (typeOf(head) > kMaxType || lengthOf(head) > end - value) {
+      kind = RecordFault::Kind::kCellTooLong;
       break;
     }
-    pos += MIN_TLV_SIZE;
-    // A cell that runs into the next record is refused although its bytes are there: accepting it
-    // would let few bytes on the wire unfold into very many in memory.
-    if (length + pos > end) {
-      fault = Kind::kCellTooLong;
-      at.value = length;
+    if (!makeCell(cell, head, value, at.readable, sweep)) {
+      kind = RecordFault::Kind::kNoMemory;
       break;
     }
-    if (!makeCell(cell, head, p + pos, p + at.remain)) {
-      fault = Kind::kNoMemory;
-      break;
-    }
-    sweep = sweep || length > CTLVCell::kInside;
-    pos += length;
+    in = value + lengthOf(head);
   }
-  at.pos = pos;
   block.setEnd(cell);
-  return fault;
+  at.in = in;
+  return kind;
 }
 
-/// Makes the cell `head` with the value at `in`; `end` bounds what may be read.
+/// Says what is wrong with the bad cell at `at`.
+///
+/// Whether its head is there goes by what may be read, its end by the record's. A cell that runs
+/// into the next record is refused although its bytes are there: accepting it would let few bytes on
+/// the wire unfold into very many in memory.
+RecordFault RecordCodec::judge(const Cursor& at, unsigned int length) noexcept {
+  using Kind = RecordFault::Kind;
+  const auto pos = static_cast<unsigned int>(at.in - at.start);
+  if (at.readable - at.in < MIN_TLV_SIZE) {
+    return {Kind::kNoCellHead, length, pos};
+  }
+  const auto head = loadWord<std::uint32_t>(at.in);
+  if (typeOf(head) > kMaxType) {
+    return {Kind::kBadType, length, pos, typeOf(head)};
+  }
+  return {Kind::kCellTooLong, length, pos + MIN_TLV_SIZE, lengthOf(head)};
+}
+
+/// Makes the cell `head` with the value at `in`; `readable` bounds what may be read.
 inline bool RecordCodec::makeCell(CTLVCell* slot, std::uint32_t head, const unsigned char* in,
-                                  const unsigned char* end) noexcept {
+                                  const unsigned char* readable, bool& sweep) noexcept {
   constexpr auto kPlace = CTLVCell::Place::kInBlock;
   const unsigned int length = lengthOf(head);
-  if (length - 1 < 8 && end - in >= 8) {
-    const std::uint64_t keep = ~0ULL >> (8 - length) * 8;
-    ::new (slot) CTLVCell(kPlace, head, loadWord<std::uint64_t>(in) & keep);
-    return true;
-  }
   if (length - 1 < CTLVCell::kInside) {
+    const bool wide = readable - in >= CTLVCell::kInside;
+    if (wide && length <= 8) {
+      const std::uint64_t keep = ~0ULL >> (8 - length) * 8;
+      ::new (slot) CTLVCell(kPlace, head, loadWord<std::uint64_t>(in) & keep);
+      return true;
+    }
     ::new (slot) CTLVCell(kPlace, head, 0);
-    copySmall(slot->value_, in, length, false);
+    if (wide) {
+      copyInside(slot->value_, in);
+    } else {
+      copySmall(slot->value_, in, length, false);
+    }
     return true;
   }
   // As CTLVCell::setCell(): an empty value leaves the new cell's tag and type as they are.
   ::new (slot) CTLVCell(kPlace);
+  sweep = sweep || length > 0;
   return length == 0 || slot->replace(head & 0xFFFF, in, length, false);
 }
 
@@ -157,11 +170,9 @@ unsigned char* RecordCodec::write(const CTLVRecordV3& record, unsigned char* out
     storeWord(out, cell.head_);
     out += MIN_TLV_SIZE;
     const unsigned int length = cell.length();
-    if (length <= 8 && end - out >= 8) {
+    if (length <= CTLVCell::kInside && end - out >= CTLVCell::kInside) {
       // What is too much is overwritten by the next cell.
-      storeWord(out, loadWord<std::uint64_t>(cell.value_));
-    } else if (length <= CTLVCell::kInside && end - out >= CTLVCell::kInside) {
-      std::memcpy(out, cell.value_, CTLVCell::kInside);
+      copyInside(out, cell.value_);
     } else {
       std::memcpy(out, cell.value(), length);
     }

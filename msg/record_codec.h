@@ -53,8 +53,9 @@ class RecordCodec {
   static unsigned long countCells(const Cursor& at) noexcept;
   static RecordFault::Kind parseCells(Cursor& at, CTLVRecordV3& record) noexcept;
   static RecordFault::Kind parseBlock(Cursor& at, CellBlock& block, bool& sweep) noexcept;
+  static RecordFault judge(const Cursor& at, unsigned int length) noexcept;
   static bool makeCell(CTLVCell* slot, std::uint32_t head, const unsigned char* in,
-                       const unsigned char* end) noexcept;
+                       const unsigned char* readable, bool& sweep) noexcept;
 };
 
 }  // namespace qov

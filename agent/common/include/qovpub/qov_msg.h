@@ -236,7 +236,7 @@ class CTLVCell {
   /// The value up to its first NUL or its end, whatever the type; a view into the cell.
   std::string_view text() const noexcept {
     const char* bytes = reinterpret_cast<const char*>(value());
-    return {bytes, ::strnlen(bytes, length())};
+    return {bytes, outside() ? ::strnlen(bytes, length()) : insideTextLength()};
   }
 
   /// The name of a type as dumps print it; "Invalid" for a code above 9.
@@ -287,6 +287,8 @@ class CTLVCell {
   bool replace(unsigned int typeTag, const void* data, unsigned int len, bool nul) noexcept;
   void replaceOrThrow(unsigned int typeTag, const void* data, unsigned long len, bool nul);
   bool parse(Json::Value& v) const;
+  /// Bytes of an inside value before its first NUL.
+  std::size_t insideTextLength() const noexcept;
 
   static void checkLength(unsigned long len, bool nul) {
     if (len > kMaxLength - (nul ? 1 : 0)) {
@@ -543,29 +545,35 @@ class CTLVRecordV3 {
     return const_cast<CTLVCell*>(cell);
   }
 
-  /// The place for one more cell; it counts once it is committed.
+  /// The place for one more cell, which counts once it is committed.
   CTLVCell* slot() {
     if (last_ == nullptr || last_->full()) {
       makeRoomOrThrow();
     }
     return last_->end();
   }
-  void commit(CTLVCell* slot, unsigned long length) noexcept {
+  /// Counts the cell that stands, or will, at `slot`.
+  void commit(CTLVCell* slot, unsigned long grownLength) noexcept {
     last_->setEnd(slot + 1);
-    length_ += MIN_TLV_SIZE + length;
+    length_ = grownLength;
+  }
+  void index(CTLVCell* slot) noexcept {
     if (large_) {
       addToIndex(resolve(slot));
     }
+  }
+  /// The length with a value of `bytes` more; throws when that is too long.
+  unsigned long grownLength(unsigned long bytes) const {
+    const unsigned long grown = length_ + MIN_TLV_SIZE + bytes;
+    if (grown > kMaxLength) {
+      checkExactGrowth(bytes);
+    }
+    return grown;
   }
   CTLVRecordV3& addNumber(unsigned int type, unsigned short tag, std::uint64_t v,
                           unsigned int bytes);
   CTLVRecordV3& addBytes(unsigned int type, unsigned short tag, const void* data, unsigned long len,
                          bool nul);
-  void checkGrowth(unsigned long bytes) const {
-    if (length_ + MIN_TLV_SIZE + bytes > kMaxLength) {
-      checkExactGrowth(bytes);
-    }
-  }
   void checkExactGrowth(unsigned long bytes) const;
 
   bool makeRoom(unsigned long cells) noexcept;
@@ -649,11 +657,33 @@ inline std::uint64_t CTLVCell::number() const noexcept {
   }
 }
 
+inline std::size_t CTLVCell::insideTextLength() const noexcept {
+  // Eight bytes at a time: the lowest set bit marks the first zero byte.
+  constexpr std::uint64_t kOnes = 0x0101010101010101;
+  std::size_t at = 0;
+  for (; at + sizeof(std::uint64_t) <= kInside; at += sizeof(std::uint64_t)) {
+    std::uint64_t word;
+    std::memcpy(&word, value_ + at, sizeof word);
+    const std::uint64_t zeros = (word - kOnes) & ~word & kOnes << 7;
+    if (zeros != 0) {
+      at += static_cast<std::size_t>(__builtin_ctzll(zeros)) / 8;
+      break;
+    }
+  }
+  while (at < kInside && value_[at] != 0) {
+    ++at;
+  }
+  return at < length() ? at : length();
+}
+
 inline CTLVRecordV3& CTLVRecordV3::addNumber(unsigned int type, unsigned short tag, std::uint64_t v,
                                              unsigned int bytes) {
   const std::uint32_t head = CTLVCell::packed(type, tag) | bytes << 16;
-  checkGrowth(bytes);
-  commit(::new (slot()) CTLVCell(CTLVCell::Place::kInBlock, head, v), bytes);
+  const unsigned long grown = grownLength(bytes);
+  CTLVCell* cell = slot();
+  commit(cell, grown);
+  ::new (cell) CTLVCell(CTLVCell::Place::kInBlock, head, v);
+  index(cell);
   return *this;
 }
 
