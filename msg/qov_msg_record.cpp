@@ -74,23 +74,31 @@ CTLVRecordV3& CTLVRecordV3::add(CTLVCell cell) {
 
 CTLVRecordV3& CTLVRecordV3::addBytes(unsigned int type, unsigned short tag, const void* data,
                                      unsigned long len, bool nul) {
-  const unsigned int typeTag = CTLVCell::packed(type, tag);
-  CTLVCell::checkLength(len, nul);
-  const unsigned int total = static_cast<unsigned int>(len) + (nul ? 1 : 0);
-  const unsigned long grown = grownLength(total);
-  constexpr auto kPlace = CTLVCell::Place::kInBlock;
-  CTLVCell* cell = slot();
-  if (total <= CTLVCell::kInside) {
-    ::new (cell) CTLVCell(kPlace, typeTag | total << 16, 0);
-    qov::copySmall(cell->value_, static_cast<const unsigned char*>(data),
-                   static_cast<unsigned int>(len), nul);
-  } else {
-    ::new (cell) CTLVCell(kPlace);
-    if (!cell->replace(typeTag, data, static_cast<unsigned int>(len), nul)) {
-      throw std::bad_alloc();
-    }
-    sweep_ = true;
+  const unsigned long total = len + (nul ? 1 : 0);
+  if (len > CTLVCell::kInside || total > CTLVCell::kInside || !fits(tag, total)) {
+    return addChecked(type, tag, data, len, nul);
   }
+  CTLVCell* cell = last_->end();
+  commit(cell, length_ + MIN_TLV_SIZE + total);
+  const auto bytes = static_cast<unsigned int>(len);
+  const unsigned int typeTag = static_cast<unsigned int>(tag) << 4 | type;
+  ::new (cell)
+      CTLVCell(CTLVCell::Place::kInBlock, typeTag | static_cast<unsigned int>(total) << 16, 0);
+  qov::copySmall(cell->value_, static_cast<const unsigned char*>(data), bytes, nul);
+  return *this;
+}
+
+/// Adds any cell, or throws.
+CTLVRecordV3& CTLVRecordV3::addChecked(unsigned int type, unsigned short tag, const void* data,
+                                       unsigned long len, bool nul) {
+  const unsigned short typeTag = CTLVCell::packed(type, tag);
+  CTLVCell::checkLength(len, nul);
+  const unsigned long grown = grownLength(len + (nul ? 1 : 0));
+  auto* cell = ::new (slot()) CTLVCell(CTLVCell::Place::kInBlock);
+  if (!cell->replace(typeTag, data, static_cast<unsigned int>(len), nul)) {
+    throw std::bad_alloc();
+  }
+  sweep_ = sweep_ || cell->outside();
   commit(cell, grown);
   index(cell);
   return *this;

@@ -574,6 +574,13 @@ class CTLVRecordV3 {
                           unsigned int bytes);
   CTLVRecordV3& addBytes(unsigned int type, unsigned short tag, const void* data, unsigned long len,
                          bool nul);
+  CTLVRecordV3& addChecked(unsigned int type, unsigned short tag, const void* data,
+                           unsigned long len, bool nul);
+  /// True if a cell of `bytes` can be added at once: a good tag, short enough, room for it, no index.
+  bool fits(unsigned short tag, unsigned long bytes) const noexcept {
+    return tag <= MAX_TAG_VALUE && length_ + MIN_TLV_SIZE + bytes <= kMaxLength &&
+           last_ != nullptr && !last_->full() && !large_;
+  }
   void checkExactGrowth(unsigned long bytes) const;
 
   bool makeRoom(unsigned long cells) noexcept;
@@ -678,12 +685,13 @@ inline std::size_t CTLVCell::insideTextLength() const noexcept {
 
 inline CTLVRecordV3& CTLVRecordV3::addNumber(unsigned int type, unsigned short tag, std::uint64_t v,
                                              unsigned int bytes) {
-  const std::uint32_t head = CTLVCell::packed(type, tag) | bytes << 16;
-  const unsigned long grown = grownLength(bytes);
-  CTLVCell* cell = slot();
-  commit(cell, grown);
-  ::new (cell) CTLVCell(CTLVCell::Place::kInBlock, head, v);
-  index(cell);
+  if (!fits(tag, bytes)) {
+    return addChecked(type, tag, &v, bytes, false);
+  }
+  CTLVCell* cell = last_->end();
+  commit(cell, length_ + MIN_TLV_SIZE + bytes);
+  ::new (cell) CTLVCell(CTLVCell::Place::kInBlock,
+                        static_cast<unsigned int>(tag) << 4 | type | bytes << 16, v);
   return *this;
 }
 
