@@ -58,6 +58,21 @@ inline void copySmall(unsigned char* to, const unsigned char* from, unsigned int
   }
 }
 
+/// Writes the lowest `n` bytes (0 to 8) of `word` and nothing more.
+inline void storeUpTo8(unsigned char* to, std::uint64_t word, unsigned int n) noexcept {
+  if (n == 8) {
+    storeWord(to, word);
+  } else if (n >= 4) {
+    storeWord(to, static_cast<std::uint32_t>(word));
+    storeWord(to + n - 4, static_cast<std::uint32_t>(word >> (n - 4) * 8));
+  } else if (n >= 2) {
+    storeWord(to, static_cast<std::uint16_t>(word));
+    storeWord(to + n - 2, static_cast<std::uint16_t>(word >> (n - 2) * 8));
+  } else if (n == 1) {
+    *to = static_cast<unsigned char>(word);
+  }
+}
+
 /// Copies all 19 bytes of a cell's inside, whatever their number that counts.
 inline void copyInside(unsigned char* to, const unsigned char* from) noexcept {
   storeWord(to, loadWord<std::uint64_t>(from));

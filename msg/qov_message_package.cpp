@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
+#include <cstring>
 #include <new>
 #include <string>
 #include <utility>
@@ -34,21 +36,27 @@ void logParseFailure(const char* function, int line, const std::string& text) {
   errno = error;
 }
 
-bool isValid(const QOVMsgHead& head) {
-  return head.magic_ == QOVMsgHead::kMagic && head.version_ == QOVMsgHead::kVersion &&
-         head.type_ >= 1 && head.type_ <= 4;
+/// Whether the bytes at `p`, enough for a header, can be one of that kind.
+bool isHead(const unsigned char* p, const QOVMsgHead*) {
+  const unsigned int type = p[offsetof(QOVMsgHead, type_)];
+  return qov::loadWord<std::uint32_t>(p + offsetof(QOVMsgHead, magic_)) == QOVMsgHead::kMagic &&
+         p[offsetof(QOVMsgHead, version_)] == QOVMsgHead::kVersion && type >= 1 && type <= 4;
 }
-bool isValid(const TLVMsgHeadV3& head) {
-  return head.magic_ == TLVMsgHeadV3::kMagic && head.version_ == TLVMsgHeadV3::kVersion;
+bool isHead(const unsigned char* p, const TLVMsgHeadV3*) {
+  return qov::loadWord<std::uint32_t>(p + offsetof(TLVMsgHeadV3, magic_)) == TLVMsgHeadV3::kMagic &&
+         qov::loadWord<std::uint32_t>(p + offsetof(TLVMsgHeadV3, version_)) ==
+             TLVMsgHeadV3::kVersion;
 }
 
 void logInvalidHead() {
   ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) invalid MSG header!\n")));
 }
 
-/// Copies the header at `buf` into `head`, or logs why it cannot be one.
+/// Whether a message with a header like `kind` can start at `buf`; logs why not. `len` becomes the
+/// number of record bytes.
 template <class Head>
-bool verifyMsgHead(const unsigned char* buf, unsigned int size, Head& head) {
+bool verifyMsgHead(const unsigned char* buf, unsigned int size, const Head* kind,
+                   std::uint32_t& len) {
   if (buf == nullptr || size < sizeof(Head)) {
     ACE_ERROR((LM_ERROR,
                ACE_TEXT("%D %M (%t) at File=%s,Line=%d,Function=CTLVPackageV3::verifyMsgHead: pBuf "
@@ -57,8 +65,8 @@ bool verifyMsgHead(const unsigned char* buf, unsigned int size, Head& head) {
     logInvalidHead();
     return false;
   }
-  std::memcpy(&head, buf, sizeof(Head));
-  if (!isValid(head) || std::uint64_t{head.len_} + sizeof(Head) > size) {
+  len = qov::loadWord<std::uint32_t>(buf + offsetof(Head, len_));
+  if (!isHead(buf, kind) || std::uint64_t{len} + sizeof(Head) > size) {
     logInvalidHead();
     return false;
   }
@@ -185,16 +193,16 @@ void CTLVPackageV3<MSG_S_HEAD>::throwMissing(unsigned long i) {
 
 template <class MSG_S_HEAD>
 unsigned int CTLVPackageV3<MSG_S_HEAD>::decode(unsigned char* buf, unsigned int size) {
-  MSG_S_HEAD head(head_);
-  if (!verifyMsgHead(buf, size, head)) {
+  std::uint32_t len = 0;
+  if (!verifyMsgHead(buf, size, &head_, len)) {
     return kFailed;
   }
-  if (!decodeRecords(buf, size, static_cast<unsigned int>(sizeof head) + head.len_)) {
+  if (!decodeRecords(buf, size, static_cast<unsigned int>(sizeof(MSG_S_HEAD)) + len)) {
     clear();
     return kFailed;
   }
-  head_ = head;
-  return head.len_;
+  std::memcpy(&head_, buf, sizeof(MSG_S_HEAD));
+  return len;
 }
 
 /// Appends the records that end at `end`; positions count from the start of the message.
@@ -259,8 +267,10 @@ bool CTLVPackageV3<MSG_S_HEAD>::measure(std::uint64_t& needed) const {
 
 template <class MSG_S_HEAD>
 unsigned int CTLVPackageV3<MSG_S_HEAD>::write(unsigned char* buf, std::uint64_t needed) noexcept {
-  head_.len_ = static_cast<std::uint32_t>(needed - sizeof(MSG_S_HEAD));
+  const auto len = static_cast<std::uint32_t>(needed - sizeof(MSG_S_HEAD));
   std::memcpy(buf, &head_, sizeof(MSG_S_HEAD));
+  qov::storeWord(buf + offsetof(MSG_S_HEAD, len_), len);
+  head_.len_ = len;
   unsigned char* out = buf + sizeof(MSG_S_HEAD);
   for (const CTLVRecordV3* record : records_) {
     out = qov::RecordCodec::write(*record, out, buf + needed);

@@ -173,6 +173,8 @@ unsigned char* RecordCodec::write(const CTLVRecordV3& record, unsigned char* out
     if (length <= CTLVCell::kInside && end - out >= CTLVCell::kInside) {
       // What is too much is overwritten by the next cell.
       copyInside(out, cell.value_);
+    } else if (length <= 8) {
+      storeUpTo8(out, loadWord<std::uint64_t>(cell.value_), length);
     } else {
       std::memcpy(out, cell.value(), length);
     }
