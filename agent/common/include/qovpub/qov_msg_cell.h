@@ -1,0 +1,300 @@
+#ifndef QOVPUB_QOV_MSG_CELL_H
+#define QOVPUB_QOV_MSG_CELL_H
+
+#include <json/forwards.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+namespace qov {
+class RecordCodec;
+}  // namespace qov
+
+/// The largest tag of a cell.
+inline constexpr unsigned short MAX_TAG_VALUE = 4095;
+/// Bytes of a cell's head on the wire: type and tag, and value length.
+inline constexpr unsigned int MIN_TLV_SIZE = 4;
+
+/// One tagged, typed value.
+///
+/// Values of up to 19 bytes live inside the cell, longer ones in one allocation. An empty value has
+/// an oddity that is kept: a cell of length 0 arrives at the receiver with tag 4094 and no type,
+/// since decoding goes through setCell().
+///
+/// Thread: a value; const operations may run in several threads at once.
+/// Owns:   its value.
+/// Errors: CQOV_Exception for a tag above 4095, a value above 65535 bytes, and a typed getter on a
+///         cell of another type; the cell is unchanged then. std::bad_alloc with errno ENOMEM when
+///         there is no memory for the value, the cell is unchanged too.
+class CTLVCell {
+ public:
+  enum ETLVType : unsigned short {
+    TLV_INVALID = 0,
+    TLV_OCTET = 1,
+    TLV_STRING = 2,
+    TLV_UINT = 3,
+    TLV_INT = 4,
+    TLV_BOOL = 5,
+    TLV_ENUM = 6,
+    TLV_ARRAY = 7,
+    TLV_JSON = 8,
+    TLV_TIME = 9
+  };
+
+  /// The longest value: its length travels in 16 bits.
+  static constexpr unsigned long kMaxLength = 65535;
+
+  /// An empty cell without a type, tag 4094.
+  CTLVCell() noexcept : CTLVCell(Place::kAlone) {}
+  /// As set_i() on an empty cell.
+  CTLVCell(ETLVType type, unsigned short tag, const void* data, unsigned long len);
+  CTLVCell(const CTLVCell& other);
+  /// Takes the value over and leaves `other` empty, its type and tag as they are.
+  CTLVCell(CTLVCell&& other) noexcept;
+  CTLVCell& operator=(const CTLVCell& other);
+  CTLVCell& operator=(CTLVCell&& other) noexcept;
+  ~CTLVCell() { freeValue(); }
+
+  /// Equal type, tag, length and bytes.
+  bool operator==(const CTLVCell& other) const noexcept;
+  bool operator!=(const CTLVCell& other) const noexcept { return !(*this == other); }
+
+  /// Sets type and tag and copies `len` bytes, which may lie in this cell's own value. `data` null
+  /// or `len` 0 makes the value empty.
+  void set_i(ETLVType type, unsigned short tag, const void* data, unsigned long len);
+
+  /// Stores `v` as compact JSON text with a NUL: type Array when it is an array, Json otherwise.
+  void set(unsigned short tag, const Json::Value& v);
+
+  /// Stores type and tag packed as on the wire (tag << 4 | type, unchecked) and a copy of the
+  /// bytes. With `data` null or `len` 0 the value becomes empty and type and tag stay what they
+  /// were; that differs from set_i() and is kept, decoding relies on it.
+  void setCell(unsigned short typeTag, const char* data, unsigned long len);
+
+  // Typed setters. Numbers take the fewest of 1, 2, 4 and 8 bytes.
+  void setUnsigned(unsigned short tag, std::uint64_t v) { setNumber(TLV_UINT, tag, v, width(v)); }
+  void setSigned(unsigned short tag, std::int64_t v) {
+    setNumber(TLV_INT, tag, cut(v, widthSigned(v)), widthSigned(v));
+  }
+  void setBool(unsigned short tag, bool v) { setNumber(TLV_BOOL, tag, v ? 1 : 0, 1); }
+  void setEnum(unsigned short tag, std::uint64_t v) { setNumber(TLV_ENUM, tag, v, width(v)); }
+  void setTime(unsigned short tag, std::uint64_t v) { setNumber(TLV_TIME, tag, v, width(v)); }
+  /// Stores the text and its NUL, 65535 bytes in all. It is read back up to its first NUL.
+  void setString(unsigned short tag, std::string_view text);
+  void setOctets(unsigned short tag, const void* data, unsigned long len) {
+    set_i(TLV_OCTET, tag, data, len);
+  }
+  void setJson(unsigned short tag, const Json::Value& v) { set(tag, v); }
+
+  // Typed getters.
+  /// The value of a Uint, Bool, Enum or Time cell.
+  std::uint64_t getUnsigned() const {
+    require(1U << TLV_UINT | 1U << TLV_BOOL | 1U << TLV_ENUM | 1U << TLV_TIME, "unsigned");
+    return number();
+  }
+  std::int64_t getSigned() const {
+    require(1U << TLV_INT, "signed");
+    return static_cast<std::int64_t>(number());
+  }
+  bool getBool() const {
+    require(1U << TLV_BOOL, "bool");
+    return number() != 0;
+  }
+  /// The text up to its first NUL or the end of the value; a view into the cell, valid until the
+  /// cell is changed or destroyed.
+  std::string_view getString() const {
+    require(1U << TLV_STRING, "string");
+    return text();
+  }
+  /// All bytes of the value, a view as with getString().
+  std::string_view getOctets() const {
+    require(1U << TLV_OCTET, "octet");
+    return {reinterpret_cast<const char*>(value()), length()};
+  }
+  /// The parsed value of a Json or Array cell; throws as well when the text is not JSON.
+  Json::Value getJson() const;
+
+  /// Parses the text of a Json cell. Returns false, and leaves `v` untouched, when the cell has
+  /// another type or its text is not JSON or is nested deeper than 1000 levels.
+  bool getJson(Json::Value& v) const;
+  /// The same for an Array cell.
+  bool getArray(Json::Value& v) const;
+
+  /// Throws for the types Invalid, Octet and String. Array and Json pass; that is narrower than the
+  /// name says and is kept.
+  void checkNumerical() const;
+
+  /// The value as a number whatever the type, as dumps and conversions read it: the first 8 bytes
+  /// at most, little-endian, zero-extended; an Int of 1, 2 or 4 bytes is sign-extended.
+  std::uint64_t number() const noexcept;
+
+  /// The value as text: octets and text as they are, an Array through buildArrayValue(), numbers in
+  /// decimal. Bool, Enum and Time print signed here although a dump prints them unsigned; kept.
+  std::string toString() const;
+
+  /// The elements of the Array cell `cell`, separated by commas and without brackets; empty when
+  /// its text is no array. Kept as they are: an integer that fits 32 bits signed and unsigned is
+  /// written twice in a row, and an element that is neither such an integer nor a string writes
+  /// nothing.
+  std::string buildArrayValue(const CTLVCell& cell) const;
+
+  unsigned short tag() const noexcept { return typeTag() >> 4; }
+  ETLVType type() const noexcept { return static_cast<ETLVType>(head_ & 0xF); }
+  unsigned short typeTag() const noexcept { return static_cast<unsigned short>(head_); }
+  unsigned short length() const noexcept { return static_cast<unsigned short>(head_ >> 16); }
+  /// The `length()` bytes of the value, valid until the cell is changed or destroyed. They need not
+  /// end in a NUL, also in a text cell: what came over the wire is kept as it came.
+  const unsigned char* value() const noexcept {
+    return outside() ? pointer<const unsigned char>() : value_;
+  }
+  /// The value up to its first NUL or its end, whatever the type; a view into the cell.
+  std::string_view text() const noexcept {
+    const char* bytes = reinterpret_cast<const char*>(value());
+    return {bytes, outside() ? ::strnlen(bytes, length()) : insideTextLength()};
+  }
+
+  /// The name of a type as dumps print it; "Invalid" for a code above 9.
+  static const char* typeName(unsigned int type) noexcept;
+
+ private:
+  friend class CTLVRecordV3;
+  friend class qov::RecordCodec;
+
+  /// Where a cell stands: on its own, on its own but owned by a record, in a record's block; or it
+  /// only holds the place, in a record's block, of a cell that stands elsewhere.
+  enum class Place : unsigned char { kAlone, kAdopted, kInBlock, kStandIn };
+
+  static constexpr unsigned short kInside = 19;
+  static constexpr unsigned short kUnsetTypeTag = 4094U << 4;
+
+  explicit CTLVCell(Place place) noexcept : CTLVCell(place, kUnsetTypeTag, 0) {}
+  /// A cell that holds the number `v`; `head` says how many bytes of it count.
+  CTLVCell(Place place, std::uint32_t head, std::uint64_t v) noexcept : place_(place), head_(head) {
+    storeNumber(v);
+  }
+
+  static unsigned int width(std::uint64_t v) noexcept;
+  static unsigned int widthSigned(std::int64_t v) noexcept;
+  static std::uint64_t cut(std::int64_t v, unsigned int bytes) noexcept;
+  static unsigned short packed(unsigned int type, unsigned short tag);
+
+  void setHead(unsigned int typeTag, unsigned int length) noexcept {
+    head_ = typeTag | length << 16;
+  }
+  bool outside() const noexcept { return length() > kInside; }
+  template <class T>
+  T* pointer() const noexcept {
+    T* there;
+    std::memcpy(&there, value_, sizeof there);
+    return there;
+  }
+  void storePointer(const void* there) noexcept { std::memcpy(value_, &there, sizeof there); }
+  void storeNumber(std::uint64_t v) noexcept { std::memcpy(value_, &v, sizeof v); }
+  void freeValue() noexcept {
+    if (outside()) {
+      delete[] pointer<unsigned char>();
+    }
+  }
+  void setNumber(unsigned int type, unsigned short tag, std::uint64_t v, unsigned int bytes);
+  /// Sets type and tag and copies the value, plus a NUL if `nul`. Returns false, with errno ENOMEM
+  /// and the cell as it was, when there is no memory.
+  bool replace(unsigned int typeTag, const void* data, unsigned int len, bool nul) noexcept;
+  void replaceOrThrow(unsigned int typeTag, const void* data, unsigned long len, bool nul);
+  bool parse(Json::Value& v) const;
+  /// Bytes of an inside value before its first NUL.
+  std::size_t insideTextLength() const noexcept;
+
+  static void checkLength(unsigned long len, bool nul) {
+    if (len > kMaxLength - (nul ? 1 : 0)) {
+      throwTooLong(len);
+    }
+  }
+  void require(unsigned int types, const char* wanted) const {
+    if ((types >> type() & 1U) == 0) {
+      throwWrongType(wanted);
+    }
+  }
+  [[noreturn]] void throwWrongType(const char* wanted) const;
+  [[noreturn]] static void throwTooLong(unsigned long len);
+  [[noreturn]] static void throwBadTag(unsigned short tag);
+
+  // A value of at most 8 bytes is padded with zeros to 8. One of more than kInside bytes is an
+  // array of its own and its address stands here.
+  alignas(8) unsigned char value_[kInside];
+  Place place_;
+  // As on the wire: type and tag in the lower half, the length in the upper.
+  std::uint32_t head_;
+};
+static_assert(sizeof(CTLVCell) == 24, "what a block of cells holds is reckoned with this");
+
+/// 1, 2, 4 or 8, without a branch that small and large values in turn would mispredict.
+inline unsigned int CTLVCell::width(std::uint64_t v) noexcept {
+  return 1U + (v > 0xFF ? 1U : 0U) + (v > 0xFFFF ? 2U : 0U) + (v > 0xFFFFFFFF ? 4U : 0U);
+}
+
+/// The shortest form that reads back the same needs one bit more than the magnitude.
+inline unsigned int CTLVCell::widthSigned(std::int64_t v) noexcept {
+  const auto magnitude = static_cast<std::uint64_t>(v < 0 ? ~v : v);
+  return magnitude >> 62 == 0 ? width(magnitude << 1) : 8;
+}
+
+inline std::uint64_t CTLVCell::cut(std::int64_t v, unsigned int bytes) noexcept {
+  return static_cast<std::uint64_t>(v) & ~0ULL >> (8 - bytes) * 8;
+}
+
+inline unsigned short CTLVCell::packed(unsigned int type, unsigned short tag) {
+  if (tag > MAX_TAG_VALUE) {
+    throwBadTag(tag);
+  }
+  return static_cast<unsigned short>(static_cast<unsigned int>(tag) << 4 | (type & 0xF));
+}
+
+inline void CTLVCell::setNumber(unsigned int type, unsigned short tag, std::uint64_t v,
+                                unsigned int bytes) {
+  const unsigned short typeTag = packed(type, tag);
+  freeValue();
+  storeNumber(v);
+  setHead(typeTag, bytes);
+}
+
+inline std::uint64_t CTLVCell::number() const noexcept {
+  std::uint64_t raw;
+  std::memcpy(&raw, value(), sizeof raw);
+  if (type() != TLV_INT) {
+    return raw;
+  }
+  switch (length()) {
+    case 1:
+      return static_cast<std::uint64_t>(static_cast<std::int8_t>(raw));
+    case 2:
+      return static_cast<std::uint64_t>(static_cast<std::int16_t>(raw));
+    case 4:
+      return static_cast<std::uint64_t>(static_cast<std::int32_t>(raw));
+    default:
+      return raw;
+  }
+}
+
+inline std::size_t CTLVCell::insideTextLength() const noexcept {
+  // Eight bytes at a time: the lowest set bit marks the first zero byte.
+  constexpr std::uint64_t kOnes = 0x0101010101010101;
+  std::size_t at = 0;
+  for (; at + sizeof(std::uint64_t) <= kInside; at += sizeof(std::uint64_t)) {
+    std::uint64_t word;
+    std::memcpy(&word, value_ + at, sizeof word);
+    const std::uint64_t zeros = (word - kOnes) & ~word & kOnes << 7;
+    if (zeros != 0) {
+      at += static_cast<std::size_t>(__builtin_ctzll(zeros)) / 8;
+      break;
+    }
+  }
+  while (at < kInside && value_[at] != 0) {
+    ++at;
+  }
+  return at < length() ? at : length();
+}
+
+#endif
