@@ -9,7 +9,9 @@ target_link_libraries(
   qovpub
   PUBLIC qov::platform PkgConfig::ACE PkgConfig::JSONCPP Threads::Threads
   PRIVATE PkgConfig::SAFEC OpenSSL::Crypto ${CMAKE_DL_LIBS})
-set_target_properties(qovpub PROPERTIES INSTALL_RPATH "$ORIGIN")
+# Where an installed copy finds the platform library: beside itself, or where the real one was.
+set_target_properties(
+  qovpub PROPERTIES INSTALL_RPATH "$ORIGIN" INSTALL_RPATH_USE_LINK_PATH ON)
 if(NOT QOV_SANITIZE)
   # A symbol nobody defines shall fail here, not when an agent opens its first module.
   target_link_options(qovpub PRIVATE -Wl,--no-undefined)
