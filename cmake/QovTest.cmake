@@ -4,6 +4,12 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
+# With a sanitizer every test belongs to the fixture that looks for reports (tests/sanitizers).
+set(QOV_SANITIZER_FIXTURE)
+if(QOV_SANITIZE)
+  set(QOV_SANITIZER_FIXTURE FIXTURES_REQUIRED sanitizer_reports)
+endif()
+
 function(qov_test name)
   cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBRARIES;LABELS" ${ARGN})
   if(NOT ARG_TIMEOUT)
