@@ -2,10 +2,12 @@
 #include <ace/Log_Msg_Callback.h>
 #include <ace/Log_Record.h>
 #include <gtest/gtest.h>
+#include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_utility.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <functional>
 #include <string>
@@ -210,6 +212,36 @@ TEST_F(ProcInfoDeathTest, MayBeUsedFirstByManyThreadsAtOnce) {
           thread.join();
         }
         leave(pids == std::vector<u_int>(8, 42));
+      },
+      leftWithZero, "");
+}
+
+TEST_F(ProcInfoDeathTest, FailsAndSucceedsWhileOtherThreadsLogThroughAKit) {
+  EXPECT_EXIT(
+      {
+        ACE_LOG_MSG->clr_flags(ACE_Log_Msg::STDERR);  // for every thread of the process
+        std::atomic<bool> done{false};
+        std::vector<std::thread> loggers;
+        for (int i = 0; i < 3; ++i) {
+          loggers.emplace_back([&done] {
+            CQOVDebugKit kit("ENVTEST", 4711);
+            while (!done) {
+              kit.error(1, __func__, __LINE__, "the configuration is broken");
+            }
+          });
+        }
+        bool expected = true;
+        for (int i = 0; i < 100; ++i) {
+          configure(i % 2 == 0 ? "[QOV_GLOBAL\n" : "[QOV_GLOBAL]\n");
+          expected &= !caughtFrom([] { QOV_Utility::getProcPID(); }).empty();
+        }
+        configure(kGood);
+        expected &= QOV_Utility::getProcPID() == 42;
+        done = true;
+        for (std::thread& logger : loggers) {
+          logger.join();
+        }
+        leave(expected);
       },
       leftWithZero, "");
 }
