@@ -6,11 +6,11 @@
 #include "platform/overdue_watch.h"
 #include "qovplatform/platform_guard.h"
 
+using qov::platform::guardNow;
 using qov::platform::GuardSlot;
 using qov::platform::OverdueWatch;
 using qov::platform::ThreadSlots;
 using std::chrono::nanoseconds;
-using std::chrono::steady_clock;
 
 FowGuard::FowGuard(unsigned kind, unsigned level, unsigned seconds)
     : kind_(kind), level_(level), seconds_(seconds), slot_(nullptr) {
@@ -18,19 +18,18 @@ FowGuard::FowGuard(unsigned kind, unsigned level, unsigned seconds)
     return;
   }
   const nanoseconds limit = qov::platform::guardTime(seconds_);
-  deadline_ = steady_clock::now() + limit;
+  deadline_ = guardNow() + limit;
   ThreadSlots* mine = ThreadSlots::mine();
   slot_ = mine != nullptr ? mine->freeSlot() : nullptr;
   if (slot_ != nullptr) {
-    slot_->open(nanoseconds(deadline_.time_since_epoch()).count(),
-                {kind_, level_, seconds_, ACE_LOG_MSG->msg_ostream()});
+    slot_->open(deadline_.count(), {kind_, level_, seconds_, ACE_LOG_MSG->msg_ostream()});
     OverdueWatch::instance().cover(limit.count());
   }
 }
 
 FowGuard::~FowGuard() {
   const bool alreadyLogged = slot_ != nullptr && slot_->close();
-  if (seconds_ != 0 && !alreadyLogged && steady_clock::now() >= deadline_) {
+  if (seconds_ != 0 && !alreadyLogged && guardNow() >= deadline_) {
     const int error = errno;
     qov::platform::logClosedLate({kind_, level_, seconds_, nullptr});
     errno = error;

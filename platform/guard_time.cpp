@@ -1,6 +1,7 @@
 #include "platform/guard_time.h"
 
 #include <cstdlib>
+#include <ctime>
 
 #include "platform/whole_number.h"
 
@@ -22,6 +23,12 @@ std::chrono::milliseconds lengthOfOneSecond() {
 std::chrono::nanoseconds guardTime(unsigned seconds) {
   static const std::chrono::milliseconds second = lengthOfOneSecond();
   return second * static_cast<long long>(seconds);
+}
+
+std::chrono::nanoseconds guardNow() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
 }
 
 }  // namespace qov::platform

@@ -11,6 +11,10 @@ namespace qov::platform {
 /// second, to try an agent's guards out without waiting for hours; it is read once, at first use.
 std::chrono::nanoseconds guardTime(unsigned seconds);
 
+/// The time as the guards read it: the steady clock's, up to a few milliseconds old. Guards count
+/// whole seconds, and reading the exact time twice per message costs more than all the rest.
+std::chrono::nanoseconds guardNow();
+
 }  // namespace qov::platform
 
 #endif

@@ -96,6 +96,7 @@ void OverdueWatch::run() {
 }
 
 steady_clock::time_point OverdueWatch::look() {
+  // The exact time, at or after what the guards read: a look at a deadline must not come too soon.
   const std::int64_t now = nanoseconds(steady_clock::now().time_since_epoch()).count();
   std::int64_t next = now + shortest_.load(std::memory_order_relaxed);
   for (ThreadSlots* thread = ThreadSlots::first(); thread != nullptr; thread = thread->next()) {

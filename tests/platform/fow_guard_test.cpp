@@ -4,12 +4,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <memory>
 #include <thread>
 #include <vector>
 
 #include "platform/guard_slots.h"
+#include "platform/guard_time.h"
 #include "tests/platform/guard_environment.h"
 #include "tests/support/sanitizers.h"
 
@@ -24,8 +24,8 @@ namespace {
 
 // Stays until a guard of one (millisecond-long) second that opens now must be overdue.
 void outlastOneSecond() {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(2);
-  while (std::chrono::steady_clock::now() < end) {
+  const auto end = qov::platform::guardNow() + qov::platform::guardTime(1);
+  while (qov::platform::guardNow() < end) {
     std::this_thread::yield();
   }
 }

@@ -1,0 +1,74 @@
+// The agent of the process tests. QOV_TEST_MAIN in its environment says how it ends:
+//   (unset)     as an agent should
+//   return      returns without having run the event loop
+//   exit        calls exit() after init(), whatever that returned
+//   leak        returns without destroying its frame
+//   twice       runs the whole life of a frame two times
+// It begins with QOV_TEST_GREETING on standard output.
+#include <qovpub/qov_app.h>
+#include <qovpub/qov_exception.h>
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <string>
+
+/// Stands in front of the C library's for the whole process.
+extern "C" {
+std::atomic<long> qov_test_closes{0};
+
+int close(int descriptor) {
+  ++qov_test_closes;
+  return static_cast<int>(::syscall(SYS_close, descriptor));
+}
+}
+
+namespace {
+
+std::string mode() {
+  const char* const text = std::getenv("QOV_TEST_MAIN");
+  return text == nullptr ? "" : text;
+}
+
+int live(CQOVapp& app, int argc, char** argv) {
+  const int result = app.init(argc, argv);
+  if (mode() == "exit") {
+    std::exit(result == 0 ? 0 : 1);
+  }
+  if (result != 0) {
+    std::cerr << "the agent did not start\n";
+    return 1;
+  }
+  if (mode() != "return" && mode() != "leak") {
+    app.event_loop_done();
+  }
+  return 0;
+}
+
+int run(int argc, char** argv) {
+  if (mode() == "leak") {
+    static CQOVapp& app = *new CQOVapp;
+    return live(app, argc, argv);
+  }
+  CQOVapp app;
+  return live(app, argc, argv);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (const char* const greeting = std::getenv("QOV_TEST_GREETING")) {
+    std::fputs(greeting, stdout);
+  }
+  try {
+    const int result = run(argc, argv);
+    return mode() == "twice" && result == 0 ? run(argc, argv) : result;
+  } catch (const CQOV_Exception& e) {
+    std::cerr << e.what() << '\n';
+    return 1;
+  }
+}

@@ -1,0 +1,177 @@
+#include "tests/process/agent_process.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+namespace qov::test {
+namespace {
+
+constexpr std::chrono::seconds kLimit{90};
+
+void redirect(const std::filesystem::path& file, int descriptor) {
+  const int opened = ::open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+  ::dup2(opened, descriptor);
+  ::close(opened);
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+  std::vector<char*> result;
+  for (std::string& text : texts) {
+    result.push_back(text.data());
+  }
+  result.push_back(nullptr);
+  return result;
+}
+
+/// Nothing happens to a process that was collected, whose number may be another's by now.
+void killChild(pid_t pid) {
+  if (pid > 0 && ::waitpid(pid, nullptr, WNOHANG) == 0) {
+    ::kill(pid, SIGKILL);
+    ::waitpid(pid, nullptr, 0);
+  }
+}
+
+}  // namespace
+
+bool waitUntil(const std::function<bool()>& condition) {
+  const auto limit = std::chrono::steady_clock::now() + kLimit;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > limit) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+std::string readFile(const std::filesystem::path& file) {
+  std::ostringstream text;
+  text << std::ifstream(file).rdbuf();
+  return text.str();
+}
+
+AgentProcess::AgentProcess() : root_(QOV_TEST_AGENT_NAME) {
+  ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+  root_.writeConfig();
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    environment_.emplace_back(*variable);
+  }
+  setEnvironment("QOV_ROOT", root_.path());
+  setEnvironment("LD_LIBRARY_PATH", QOV_TEST_AGENT_LIBRARIES);
+}
+
+AgentProcess::~AgentProcess() {
+  killChild(started_);
+  if (daemon_ < 0) {
+    findDaemon();
+  }
+  killChild(daemon_);
+}
+
+void AgentProcess::setEnvironment(const std::string& name, const std::string& value) {
+  const std::string start = name + "=";
+  for (auto variable = environment_.begin(); variable != environment_.end(); ++variable) {
+    if (variable->compare(0, start.size(), start) == 0) {
+      environment_.erase(variable);
+      break;
+    }
+  }
+  environment_.push_back(start + value);
+}
+
+void AgentProcess::useModules(const std::vector<std::string>& modules) {
+  for (const std::string& module : modules) {
+    root_.addModule("qovp_" + module);
+  }
+}
+
+void AgentProcess::start(const std::vector<std::string>& arguments) {
+  started_ = ::fork();
+  if (started_ == 0) {
+    becomeAgent(arguments);
+  }
+}
+
+void AgentProcess::becomeAgent(const std::vector<std::string>& arguments) {
+  redirect(root_.path() / "stdout", STDOUT_FILENO);
+  redirect(root_.path() / "stderr", STDERR_FILENO);
+  std::vector<std::string> words{QOV_TEST_AGENT};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  prepare_();
+  ::execve(QOV_TEST_AGENT, pointers(words).data(), pointers(environment_).data());
+  ::_exit(127);
+}
+
+void AgentProcess::send(int signum) {
+  const pid_t target = daemon_ > 0 ? daemon_ : started_;
+  // A number of 0 or below would be every process there is.
+  if (target <= 0) {
+    throw std::logic_error("no agent to send a signal to");
+  }
+  ::kill(target, signum);
+}
+
+bool AgentProcess::waitForLog(const std::string& text) {
+  return waitUntil([&] { return log().find(text) != std::string::npos; });
+}
+
+bool AgentProcess::waitForFile(const std::string& name) {
+  return waitUntil([&] { return std::filesystem::exists(root_.path() / name); });
+}
+
+void AgentProcess::makeFile(const std::string& name) {
+  AgentRoot::write(root_.path() / name, "");
+}
+
+Ending AgentProcess::waitFor(pid_t& pid) {
+  Ending ending;
+  int status = 0;
+  if (pid <= 0) {
+    return ending;
+  }
+  ending.ended = waitUntil([&] { return ::waitpid(pid, &status, WNOHANG) == pid; });
+  if (ending.ended) {
+    pid = -1;
+    ending.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    ending.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+  }
+  return ending;
+}
+
+Ending AgentProcess::waitForEnd() {
+  return waitFor(started_);
+}
+
+bool AgentProcess::findDaemon() {
+  const std::string pid = state("pid");
+  daemon_ = pid.empty() ? -1 : static_cast<pid_t>(std::stol(pid));
+  if (daemon_ == started_) {
+    daemon_ = -1;
+  }
+  return daemon_ > 0;
+}
+
+Ending AgentProcess::waitForDaemonEnd() {
+  return waitFor(daemon_);
+}
+
+std::string AgentProcess::state(const std::string& key) const {
+  std::istringstream lines(readFile(root_.path() / "state"));
+  for (std::string line; std::getline(lines, line);) {
+    if (line.compare(0, key.size() + 1, key + " ") == 0) {
+      return line.substr(key.size() + 1);
+    }
+  }
+  return {};
+}
+
+}  // namespace qov::test

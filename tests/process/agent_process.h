@@ -1,0 +1,83 @@
+#ifndef QOV_TESTS_PROCESS_AGENT_PROCESS_H
+#define QOV_TESTS_PROCESS_AGENT_PROCESS_H
+
+#include <sys/types.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/support/agent_root.h"
+
+namespace qov::test {
+
+/// Waits until `condition` holds; false after a generous limit.
+bool waitUntil(const std::function<bool()>& condition);
+
+/// The whole text of `file`; empty when it cannot be read.
+std::string readFile(const std::filesystem::path& file);
+
+/// How a process ended.
+struct Ending {
+  bool ended = false;  ///< false when it was still there after a generous limit
+  int exitStatus = -1;
+  int signal = 0;
+};
+
+/// One run of the test agent in a root directory of its own. A process that is still there when the
+/// object goes is killed.
+///
+/// Daemons are collected by this process, too (it makes itself their reaper), so that the way they
+/// end is seen.
+class AgentProcess {
+ public:
+  AgentProcess();
+  ~AgentProcess();
+
+  AgentProcess(const AgentProcess&) = delete;
+  AgentProcess& operator=(const AgentProcess&) = delete;
+
+  AgentRoot& root() { return root_; }
+
+  /// For the next start.
+  void setEnvironment(const std::string& name, const std::string& value);
+  void useModules(const std::vector<std::string>& modules);
+  /// Runs in the child before the agent does; async-signal-safe calls only.
+  void prepareChild(std::function<void()> prepare) { prepare_ = std::move(prepare); }
+
+  void start(const std::vector<std::string>& arguments);
+
+  /// Sends to the daemon if there is one, else to the process that was started.
+  void send(int signum);
+
+  bool waitForLog(const std::string& text);
+  bool waitForFile(const std::string& name);
+  void makeFile(const std::string& name);
+
+  /// The end of the process that was started.
+  Ending waitForEnd();
+
+  /// Learns the daemon's process id from the module "state".
+  bool findDaemon();
+  Ending waitForDaemonEnd();
+
+  /// The value of `key` in what the module "state" has written.
+  std::string state(const std::string& key) const;
+  std::string log() const { return readFile(root_.logFile()); }
+  std::string output() const { return readFile(root_.path() / "stdout"); }
+  std::string errors() const { return readFile(root_.path() / "stderr"); }
+
+ private:
+  Ending waitFor(pid_t& pid);
+  [[noreturn]] void becomeAgent(const std::vector<std::string>& arguments);
+
+  AgentRoot root_;
+  std::vector<std::string> environment_;
+  std::function<void()> prepare_ = [] {};
+  pid_t started_ = -1;
+  pid_t daemon_ = -1;
+};
+
+}  // namespace qov::test
+
+#endif

@@ -1,0 +1,48 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+#include "tests/process/agent_process.h"
+
+using ::testing::HasSubstr;
+
+namespace qov::test {
+namespace {
+
+/// Modules work when the process ends in a way that nobody should choose: their threads must be
+/// gone before static objects are. Without that about every run crashes, so a few runs tell.
+class AgentEnd : public ::testing::TestWithParam<const char*> {
+ protected:
+  static constexpr int kRuns = 4;
+
+  static void endsInOrder(const std::vector<std::string>& modules, bool secondFails,
+                          int exitStatus) {
+    for (int run = 0; run < kRuns; ++run) {
+      AgentProcess agent;
+      agent.setEnvironment("QOV_TEST_MAIN", GetParam());
+      if (secondFails) {
+        agent.setEnvironment("QOV_TEST_SECOND_FAILS", "1");
+      }
+      agent.useModules(modules);
+      agent.start({"-n"});
+      const Ending ending = agent.waitForEnd();
+      EXPECT_TRUE(ending.ended) << "hangs";
+      EXPECT_EQ(ending.signal, 0) << agent.errors();
+      EXPECT_EQ(ending.exitStatus, exitStatus) << agent.errors() << agent.log();
+    }
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Main, AgentEnd, ::testing::Values("return", "exit", "leak"));
+
+TEST_P(AgentEnd, AfterAStartWhoseSecondModuleFailedDoesNotCrash) {
+  endsInOrder({"chatter", "other_chatter"}, true, 1);
+}
+
+TEST_P(AgentEnd, WithoutAnEventLoopDoesNotCrash) {
+  endsInOrder({"chatter", "other_chatter"}, false, 0);
+}
+
+}  // namespace
+}  // namespace qov::test

@@ -1,0 +1,90 @@
+// A module that works all the time: a thread of its own sends it asynchronous messages, which its
+// workers log through the module's kit; the thread logs, too. Of two such modules in one process
+// the second one fails to initialise when QOV_TEST_SECOND_FAILS is set.
+//   QOV_TEST_GID  its gid
+#include <ace/Message_Block.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_message_package.h>
+#include <qovpub/qov_module_loader.h>
+#include <qovpub/qov_task.h>
+#include <qovpub/qov_task_mgr.h>
+#include <qovpub/qov_utility.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "tests/process/modules/agent_files.h"
+
+namespace {
+
+constexpr std::uint8_t kAsyncType = 3;
+constexpr int kGid = QOV_TEST_GID;
+
+class Worker : public CQOV_CommonTask {
+ public:
+  explicit Worker(CQOV_TaskMgr* mgr) : CQOV_CommonTask(mgr) {}
+
+  int handleMessage(CQOV_MsgPackage&) override {
+    CQOVDebugKitGuard guard(kGid, "int Worker::handleMessage(CQOV_MsgPackage&)");
+    guard.debug(1, __FUNCTION__, __LINE__, "chatter handles");
+    guard.info(2, __FUNCTION__, __LINE__, "chatter works");
+    return 0;
+  }
+};
+
+class Module : public CQOV_TaskMgr {
+ public:
+  Module() : CQOV_TaskMgr(kGid, 2, "chatter") {}
+  ~Module() override {
+    stop_ = true;
+    if (thread_.joinable()) {
+      thread_.join();
+    }
+  }
+
+  CQOV_Task* createTask() override { return new Worker(this); }
+
+  bool initEnv() override {
+    if (std::getenv("QOV_TEST_SECOND_FAILS") != nullptr && !qov::test::makeFile("first")) {
+      return false;
+    }
+    thread_ = std::thread([this] { chat(); });
+    return true;
+  }
+
+ private:
+  void chat() {
+    while (!stop_) {
+      send();
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+
+  static void send() {
+    auto package = std::make_unique<CQOV_MsgPackage>();
+    package->head().type_ = kAsyncType;
+    package->head().rpid_ = static_cast<std::uint8_t>(QOV_Utility::getProcPID());
+    package->head().rmid_ = static_cast<std::uint8_t>(kGid);
+    const CQOV_MsgPackage* const pointer = package.get();
+    ACE_Message_Block* const block = new ACE_Message_Block(sizeof pointer);
+    block->copy(reinterpret_cast<const char*>(&pointer), sizeof pointer);
+    using Loader = ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>;
+    if (Loader::instance()->sendMsg(kGid, block) == 0) {
+      static_cast<void>(package.release());
+    } else {
+      block->release();
+    }
+  }
+
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
+
+}  // namespace
+
+extern "C" CQOV_TaskMgr* QOV_CreateModule() {
+  return new Module;
+}

@@ -1,0 +1,157 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+#include "tests/process/agent_process.h"
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+namespace qov::test {
+namespace {
+
+constexpr const char* kStarted = "Successed to init /";
+constexpr const char* kStopped = " had shutdown.";
+constexpr const char* kDebugLine = "chatter handles";
+constexpr const char* kInfoLine = "chatter works";
+
+class AgentSignals : public ::testing::Test {
+ protected:
+  void starts(const std::vector<std::string>& modules) {
+    agent.useModules(modules);
+    agent.start({"-n"});
+    ASSERT_TRUE(agent.waitForLog(kStarted)) << agent.log() << agent.errors();
+  }
+
+  void stopsInOrder() {
+    agent.send(SIGINT);
+    const Ending ending = agent.waitForEnd();
+    EXPECT_TRUE(ending.ended);
+    EXPECT_EQ(ending.signal, 0);
+    EXPECT_EQ(ending.exitStatus, 0) << agent.errors();
+    EXPECT_THAT(agent.log(), HasSubstr(kStopped));
+  }
+
+  /// Waits until `text` is logged behind what the log holds now.
+  bool logsAnew(const std::string& text) {
+    const std::size_t now = agent.log().size();
+    return waitUntil([&] { return agent.log().find(text, now) != std::string::npos; });
+  }
+
+  AgentProcess agent;
+};
+
+TEST_F(AgentSignals, SigintEndsALoopThatHasSeenNoEvent) {
+  starts({"state"});
+  stopsInOrder();
+  EXPECT_THAT(agent.log(), HasSubstr("Unload module qovp_state!"));
+}
+
+TEST_F(AgentSignals, SigintEndsAProcessWhoseModulesWork) {
+  starts({"chatter", "other_chatter"});
+  ASSERT_TRUE(agent.waitForLog(kInfoLine));
+  stopsInOrder();
+  const std::string log = agent.log();
+  EXPECT_LT(log.find("Unload module qovp_chatter!"), log.find("Unload module qovp_other_chatter!"));
+  EXPECT_LT(log.find("Unload module qovp_other_chatter!"), log.find(kStopped));
+}
+
+TEST_F(AgentSignals, Sigusr1AppliesTheLogLevelOfTheFile) {
+  agent.root().writeConfig(2);
+  starts({"chatter"});
+  ASSERT_TRUE(agent.waitForLog(kInfoLine));
+  EXPECT_THAT(agent.log(), Not(HasSubstr(kDebugLine)));
+
+  agent.root().writeConfig(1);
+  agent.send(SIGUSR1);
+  EXPECT_TRUE(agent.waitForLog(kDebugLine));
+
+  agent.root().writeConfig(2);
+  agent.send(SIGUSR1);
+  // The levels change between two records, so some debug records may still come.
+  EXPECT_TRUE(waitUntil([&] {
+    const std::size_t now = agent.log().size();
+    const bool logsOn = logsAnew(kInfoLine) && logsAnew(kInfoLine);
+    return logsOn && agent.log().find(kDebugLine, now) == std::string::npos;
+  }));
+  stopsInOrder();
+}
+
+TEST_F(AgentSignals, Sigusr1ThousandsOfTimesNeitherStopsNorHangsTheProcess) {
+  starts({"chatter"});
+  for (int i = 0; i < 3000; ++i) {
+    agent.send(SIGUSR1);
+  }
+  EXPECT_TRUE(logsAnew(kInfoLine));
+  agent.root().writeConfig(2);
+  agent.send(SIGUSR1);
+  stopsInOrder();
+}
+
+TEST_F(AgentSignals, TheLastOfManySigusr1IsNotLost) {
+  agent.root().writeConfig(2);
+  starts({"chatter"});
+  for (int i = 0; i < 200; ++i) {
+    agent.send(SIGUSR1);
+  }
+  agent.root().writeConfig(1);
+  agent.send(SIGUSR1);
+  EXPECT_TRUE(agent.waitForLog(kDebugLine));
+  stopsInOrder();
+}
+
+TEST_F(AgentSignals, SigintIsCarriedOutAmidstSigusr1) {
+  starts({"chatter"});
+  for (int i = 0; i < 500; ++i) {
+    agent.send(SIGUSR1);
+  }
+  agent.send(SIGINT);
+  for (int i = 0; i < 500; ++i) {
+    agent.send(SIGUSR1);
+  }
+  stopsInOrder();
+}
+
+TEST_F(AgentSignals, DuringTheStartAreKeptUntilItIsDone) {
+  agent.setEnvironment("QOV_TEST_WAIT", "1");
+  agent.useModules({"state"});
+  agent.start({"-n"});
+  ASSERT_TRUE(agent.waitForFile("state"));
+  agent.send(SIGUSR1);
+  agent.send(SIGINT);
+  agent.makeFile("go");
+  EXPECT_EQ(agent.waitForEnd().exitStatus, 0);
+  EXPECT_THAT(agent.log(), HasSubstr(kStarted));
+  EXPECT_THAT(agent.log(), HasSubstr(kStopped));
+}
+
+TEST_F(AgentSignals, SigintDuringAStartThatFailsIsDeliveredAsTheCallerWants) {
+  agent.setEnvironment("QOV_TEST_WAIT", "then fail");
+  agent.useModules({"state"});
+  agent.start({"-n"});
+  ASSERT_TRUE(agent.waitForFile("state"));
+  agent.send(SIGINT);
+  agent.makeFile("go");
+  EXPECT_EQ(agent.waitForEnd().signal, SIGINT);
+  EXPECT_THAT(agent.log(), HasSubstr("Failed to init module qovp_state!"));
+}
+
+TEST_F(AgentSignals, ABrokenPipeEndsNeitherStartNorModules) {
+  starts({"broken_pipe"});
+  agent.makeFile("go");
+  EXPECT_TRUE(agent.waitForFile("survived"));
+  agent.send(SIGPIPE);
+  stopsInOrder();
+}
+
+TEST_F(AgentSignals, ReloadThatFailsLeavesTheLogAsItIs) {
+  starts({"chatter"});
+  AgentRoot::write(agent.root().cfgFile(), "[QOV_GLOBAL]\nPROC_PID=7\n");
+  agent.send(SIGUSR1);
+  EXPECT_TRUE(logsAnew(kInfoLine));
+  stopsInOrder();
+}
+
+}  // namespace
+}  // namespace qov::test
