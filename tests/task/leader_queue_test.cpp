@@ -1,0 +1,152 @@
+#include "task/leader_queue.h"
+
+#include <ace/OS_NS_sys_time.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <thread>
+#include <vector>
+
+#include "tests/task/task_fixture.h"
+
+namespace {
+
+constexpr std::size_t kLimit = 16384;
+
+class LeaderQueueTest : public TaskTest {
+ protected:
+  LeaderQueueTest() : queue_(kPid, kModule) {}
+
+  /// Refuses at once when there is no room.
+  bool take(std::unique_ptr<CQOV_MsgPackage> message) {
+    ACE_Time_Value past(1);
+    ACE_Message_Block* const block = makeBlock(std::move(message));
+    if (queue_.enqueue_tail(block, &past) != -1) {
+      return true;
+    }
+    EXPECT_EQ(EWOULDBLOCK, errno);
+    qov::releaseWithPackage(block);
+    return false;
+  }
+
+  void fillWith(std::uint8_t receiver) {
+    while (take(makeMessage(3, 1, receiver))) {
+    }
+  }
+
+  /// As if `bytes` waited behind the leader.
+  void loadModule(std::size_t bytes) { queue_.load()->add(bytes); }
+
+  qov::LeaderQueue queue_;
+};
+
+}  // namespace
+
+TEST_F(LeaderQueueTest, RequestsToTheModuleAreRefusedWhileItsWorkersAreBehind) {
+  loadModule(kLimit);
+  EXPECT_FALSE(take(makeMessage(1, 1)));
+  EXPECT_FALSE(take(makeMessage(3, 1)));
+  EXPECT_FALSE(take(makeMessage(4, 1)));
+}
+
+TEST_F(LeaderQueueTest, RequestsToTheModuleAreTakenJustBelowTheLimit) {
+  loadModule(kLimit - 1);
+  EXPECT_TRUE(take(makeMessage(1, 1)));
+}
+
+TEST_F(LeaderQueueTest, MessagesToOtherModulesPassWhileTheWorkersAreBehind) {
+  loadModule(kLimit);
+  EXPECT_TRUE(take(makeMessage(1, 1, kModule + 1)));
+}
+
+TEST_F(LeaderQueueTest, ResponsesPassWhileTheWorkersAreBehindAndTheQueueIsFull) {
+  fillWith(kModule + 1);
+  loadModule(kLimit);
+  EXPECT_TRUE(take(makeMessage(2, 1)));
+}
+
+TEST_F(LeaderQueueTest, ResponsesHaveALimitOfTheirOwn) {
+  int taken = 0;
+  while (take(makeMessage(2, 1))) {
+    ++taken;
+  }
+  EXPECT_EQ(static_cast<int>(2 * kLimit / 8), taken);
+}
+
+TEST_F(LeaderQueueTest, StopAndHangupPassAFullQueue) {
+  fillWith(kModule + 1);
+  ACE_Time_Value past(1);
+  EXPECT_LT(0, queue_.enqueue_tail(new ACE_Message_Block(0, ACE_Message_Block::MB_STOP), &past));
+  EXPECT_LT(0, queue_.enqueue_tail(new ACE_Message_Block(0, ACE_Message_Block::MB_HANGUP), &past));
+}
+
+TEST_F(LeaderQueueTest, OneSecondMeansRefuseAtOnce) {
+  // The limit is an absolute time of day, and the first second of 1970 is long past.
+  loadModule(kLimit);
+  ACE_Time_Value oneSecond(1);
+  ACE_Message_Block* const block = makeBlock(makeMessage(1, 1));
+  EXPECT_EQ(-1, queue_.enqueue_tail(block, &oneSecond));
+  qov::releaseWithPackage(block);
+}
+
+TEST_F(LeaderQueueTest, ASenderThatWaitsGoesOnWhenTheWorkersCatchUp) {
+  loadModule(kLimit);
+  std::thread sender(
+      [this] { EXPECT_LT(0, queue_.enqueue_tail(makeBlock(makeMessage(1, 1)), nullptr)); });
+  queue_.load()->subtract(kLimit);
+  sender.join();
+}
+
+TEST_F(LeaderQueueTest, ASenderThatWaitsUntilATimeGivesUpThen) {
+  loadModule(kLimit);
+  ACE_Time_Value soon = ACE_OS::gettimeofday() + ACE_Time_Value(0, 50000);
+  ACE_Message_Block* const block = makeBlock(makeMessage(1, 1));
+  EXPECT_EQ(-1, queue_.enqueue_tail(block, &soon));
+  EXPECT_EQ(EWOULDBLOCK, errno);
+  EXPECT_LE(soon, ACE_OS::gettimeofday() + ACE_Time_Value(0, 10000));
+  qov::releaseWithPackage(block);
+}
+
+TEST_F(LeaderQueueTest, ASenderThatWaitsForGoodIsLetGoWhenTheQueueCloses) {
+  loadModule(kLimit);
+  std::thread sender([this] {
+    ACE_Time_Value never = ACE_Time_Value::max_time;
+    ACE_Message_Block* const block = makeBlock(makeMessage(1, 1));
+    EXPECT_EQ(-1, queue_.enqueue_tail(block, &never));
+    EXPECT_EQ(ESHUTDOWN, errno);
+    qov::releaseWithPackage(block);
+  });
+  queue_.deactivate();
+  sender.join();
+}
+
+TEST_F(LeaderQueueTest, NoSenderIsForgottenUnderPressure) {
+  constexpr int kSenders = 4;
+  constexpr int kEach = 2000;
+  std::vector<std::thread> senders;
+  for (int i = 0; i < kSenders; ++i) {
+    senders.emplace_back([this] {
+      for (int n = 0; n < kEach; ++n) {
+        loadModule(kLimit);
+        queue_.load()->subtract(kLimit);
+        ASSERT_LT(0, queue_.enqueue_tail(makeBlock(makeMessage(1, 1)), nullptr));
+      }
+    });
+  }
+  for (int taken = 0; taken < kSenders * kEach;) {
+    for (ACE_Message_Block* mb = queue_.takeBatch(); mb != nullptr; ++taken) {
+      ACE_Message_Block* const next = mb->next();
+      qov::releaseWithPackage(mb);
+      mb = next;
+    }
+    std::this_thread::yield();
+  }
+  for (std::thread& sender : senders) {
+    sender.join();
+  }
+}
+
+TEST_F(LeaderQueueTest, ANullBlockIsRefused) {
+  EXPECT_EQ(-1, queue_.enqueue_tail(nullptr, nullptr));
+  EXPECT_EQ(EINVAL, errno);
+}

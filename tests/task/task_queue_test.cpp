@@ -1,0 +1,176 @@
+#include "task/task_queue.h"
+
+#include <ace/OS_NS_sys_time.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <thread>
+
+#include "task/message_block.h"
+#include "tests/task/task_fixture.h"
+
+namespace {
+
+class TaskQueueTest : public TaskTest {
+ protected:
+  ACE_Message_Block* stopBlock() { return new ACE_Message_Block(0, ACE_Message_Block::MB_STOP); }
+
+  /// Fills the queue to its limit.
+  void fill() {
+    ACE_Time_Value past;
+    for (;;) {
+      ACE_Message_Block* const block = makeBlock(makeMessage(3, 1));
+      if (queue_.enqueue_tail(block, &past) == -1) {
+        EXPECT_EQ(EWOULDBLOCK, errno);
+        qov::releaseWithPackage(block);
+        return;
+      }
+    }
+  }
+
+  qov::TaskQueue queue_;
+};
+
+}  // namespace
+
+TEST_F(TaskQueueTest, APulseBeforeTheWaitEndsTheWait) {
+  queue_.pulse();
+  ACE_Message_Block* block = nullptr;
+  EXPECT_EQ(-1, queue_.dequeue_head(block));
+  EXPECT_EQ(nullptr, block);
+}
+
+TEST_F(TaskQueueTest, APulseEndsOneWaitOnly) {
+  queue_.pulse();
+  ACE_Message_Block* block = nullptr;
+  EXPECT_EQ(-1, queue_.dequeue_head(block));
+  ACE_Time_Value past;
+  EXPECT_EQ(-1, queue_.dequeue_head(block, &past));
+  EXPECT_EQ(EWOULDBLOCK, errno);
+}
+
+TEST_F(TaskQueueTest, AMessageAfterAnEarlyPulseIsTaken) {
+  queue_.pulse();
+  ACE_Message_Block* const sent = makeBlock(makeMessage(3, 1));
+  ASSERT_EQ(1, queue_.enqueue_tail(sent));
+  ACE_Message_Block* taken = nullptr;
+  EXPECT_EQ(0, queue_.dequeue_head(taken));
+  EXPECT_EQ(sent, taken);
+  qov::releaseWithPackage(taken);
+}
+
+TEST_F(TaskQueueTest, AForgottenPulseEndsNoWait) {
+  queue_.pulse();
+  queue_.clearPulse();
+  ACE_Message_Block* block = nullptr;
+  ACE_Time_Value past;
+  EXPECT_EQ(-1, queue_.dequeue_head(block, &past));
+  EXPECT_EQ(EWOULDBLOCK, errno);
+}
+
+TEST_F(TaskQueueTest, NoPulseIsLostBetweenTwoThreads) {
+  constexpr int kTimes = 20000;
+  std::atomic<int> ready{0};
+  std::thread waiter([&] {
+    for (int i = 0; i < kTimes; ++i) {
+      ACE_Message_Block* block = nullptr;
+      EXPECT_EQ(-1, queue_.dequeue_head(block));
+      ready = i + 1;
+    }
+  });
+  for (int i = 0; i < kTimes; ++i) {
+    queue_.pulse();
+    while (ready == i) {
+      std::this_thread::yield();
+    }
+  }
+  waiter.join();
+}
+
+TEST_F(TaskQueueTest, AStopGetsIntoAFullQueue) {
+  fill();
+  EXPECT_TRUE(queue_.is_full());
+  ACE_Time_Value past;
+  EXPECT_LT(0, queue_.enqueue_tail(stopBlock(), &past));
+}
+
+TEST_F(TaskQueueTest, AStopEndsTheWaitForAResponseAndStays) {
+  queue_.enqueue_tail(stopBlock());
+  ACE_Message_Block* block = nullptr;
+  EXPECT_EQ(-1, queue_.dequeueBeforeStop(block));
+  EXPECT_EQ(nullptr, block);
+  EXPECT_EQ(-1, queue_.dequeueBeforeStop(block));
+  ASSERT_EQ(0, queue_.dequeue_head(block));
+  EXPECT_EQ(ACE_Message_Block::MB_STOP, block->msg_type());
+  block->release();
+}
+
+TEST_F(TaskQueueTest, AResponseAheadOfAStopIsTaken) {
+  ACE_Message_Block* const response = makeBlock(makeMessage(2, 1));
+  queue_.enqueue_tail(response);
+  queue_.enqueue_tail(stopBlock());
+  ACE_Message_Block* block = nullptr;
+  EXPECT_NE(-1, queue_.dequeueBeforeStop(block));
+  EXPECT_EQ(response, block);
+  qov::releaseWithPackage(block);
+}
+
+TEST_F(TaskQueueTest, AClosedQueueRefusesEvenAStop) {
+  queue_.deactivate();
+  ACE_Message_Block* const stop = stopBlock();
+  EXPECT_EQ(-1, queue_.enqueue_tail(stop));
+  EXPECT_EQ(ESHUTDOWN, errno);
+  stop->release();
+}
+
+TEST_F(TaskQueueTest, WhatIsLeftIsFreedWithItsPackage) {
+  const int before = CountedPackage::alive();
+  {
+    qov::TaskQueue queue;
+    queue.enqueue_tail(makeBlock(makeMessage(1, 1)));
+    queue.enqueue_tail(stopBlock());
+    queue.enqueue_tail(makeBlock(makeMessage(3, 2)));
+    queue.deactivate();
+    EXPECT_EQ(before + 2, CountedPackage::alive());
+  }
+  EXPECT_EQ(before, CountedPackage::alive());
+}
+
+TEST_F(TaskQueueTest, TakesEverythingInOrderEvenWhenClosed) {
+  ACE_Message_Block* const first = makeBlock(makeMessage(3, 1));
+  ACE_Message_Block* const second = makeBlock(makeMessage(3, 2));
+  queue_.enqueue_tail(first);
+  queue_.enqueue_tail(second);
+  queue_.deactivate();
+  ACE_Message_Block* const all = queue_.takeAll();
+  ASSERT_EQ(first, all);
+  ASSERT_EQ(second, all->next());
+  EXPECT_EQ(nullptr, second->next());
+  EXPECT_TRUE(queue_.is_empty());
+  EXPECT_EQ(0U, queue_.message_bytes());
+  qov::releaseWithPackage(first);
+  qov::releaseWithPackage(second);
+}
+
+TEST_F(TaskQueueTest, CountsItsBytesIntoTheLoadOfTheModule) {
+  const auto load = std::make_shared<qov::ModuleLoad>();
+  queue_.enqueue_tail(makeBlock(makeMessage(3, 1)));
+  queue_.countInto(load);
+  EXPECT_EQ(8U, load->waiting());
+  queue_.enqueue_tail(makeBlock(makeMessage(3, 2)));
+  EXPECT_EQ(16U, load->waiting());
+  ACE_Message_Block* block = nullptr;
+  queue_.dequeue_head(block);
+  EXPECT_EQ(8U, load->waiting());
+  qov::releaseWithPackage(block);
+  qov::releaseWithPackage(queue_.takeAll());
+  EXPECT_EQ(0U, load->waiting());
+}
+
+TEST_F(TaskQueueTest, AQueueThatCountsIntoALoadHasNoLimitOfItsOwn) {
+  fill();
+  queue_.countInto(std::make_shared<qov::ModuleLoad>());
+  ACE_Time_Value past;
+  EXPECT_LT(0, queue_.enqueue_tail(makeBlock(makeMessage(3, 1)), &past));
+}

@@ -1,0 +1,73 @@
+#include "task/task_registry.h"
+
+#include <ace/Thread.h>
+#include <gtest/gtest.h>
+
+#include "tests/task/task_fixture.h"
+
+namespace {
+
+using TaskRegistryTest = TaskTest;
+
+/// Notes what getCurrentTask() says on its own thread.
+class SelfSeeker : public CQOV_Task {
+ public:
+  explicit SelfSeeker(CQOV_TaskMgr* mgr) : CQOV_Task(mgr) {}
+  int svc() override {
+    seen_ = getCurrentTask();
+    return 0;
+  }
+  CQOV_Task* seen_ = nullptr;
+};
+
+}  // namespace
+
+TEST_F(TaskRegistryTest, AThreadOfNoTaskHasNone) {
+  EXPECT_EQ(nullptr, getCurrentTask());
+}
+
+TEST_F(TaskRegistryTest, ATaskIsKnownOnItsThreadFromTheFirstInstant) {
+  TestModule module(ignore);
+  for (int i = 0; i < 200; ++i) {
+    SelfSeeker task(&module);
+    ASSERT_EQ(0, task.activate());
+    ASSERT_EQ(0, task.wait());
+    ASSERT_EQ(&task, task.seen_);
+  }
+}
+
+TEST_F(TaskRegistryTest, AThreadThatEndedIsForgotten) {
+  TestModule module(ignore);
+  SelfSeeker task(&module);
+  ACE_thread_t id = 0;
+  ASSERT_EQ(
+      0, task.activate(THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED, 1, 0,
+                       ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr, nullptr, nullptr, nullptr, &id));
+  ASSERT_EQ(0, task.wait());
+  EXPECT_EQ(nullptr, qov::TaskRegistry::instance().find(id));
+}
+
+TEST_F(TaskRegistryTest, ALateBindingOfAnEndedThreadIsIgnored) {
+  TestModule module(ignore);
+  FunctionStaticTask task(&module, {1}, ignore);
+  ACE_thread_t id = 0;
+  ASSERT_EQ(
+      0, task.activate(THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED, 1, 0,
+                       ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr, nullptr, nullptr, nullptr, &id));
+  task.notifyExit();
+  ASSERT_EQ(0, task.wait());
+  CQOV_Leader_Task leader(&module, 0);
+  leader.insertStaticScheduledTask(id, &task);
+  EXPECT_EQ(nullptr, qov::TaskRegistry::instance().find(id));
+}
+
+TEST_F(TaskRegistryTest, BindsTheThreadOfAStaticTaskThatWasNotStartedByTheRuntime) {
+  TestModule module(ignore);
+  {
+    FunctionStaticTask task(&module, {1}, ignore);
+    CQOV_Leader_Task leader(&module, 0);
+    leader.insertStaticScheduledTask(ACE_Thread::self(), &task);
+    EXPECT_EQ(&task, getCurrentTask());
+  }
+  EXPECT_EQ(nullptr, getCurrentTask());
+}

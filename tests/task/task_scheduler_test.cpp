@@ -1,0 +1,197 @@
+#include <qovpub/qov_task_scheduler.h>
+
+#include <gtest/gtest.h>
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "tests/task/task_fixture.h"
+
+namespace {
+
+using TaskSchedulerTest = TaskTest;
+
+/// A module whose factory fails at a given call.
+class FailingModule : public TestModule {
+ public:
+  FailingModule(FunctionWorker::Handler handler, unsigned int pool, int failAt)
+      : TestModule(std::move(handler), pool), failAt_(failAt) {}
+  CQOV_Task* createTask() override {
+    return ++calls_ == failAt_ ? nullptr : TestModule::createTask();
+  }
+  int calls_ = 0;
+
+ private:
+  const int failAt_;
+};
+
+void send(CQOV_TaskMgr& module, int type = 3) {
+  ASSERT_LT(0, module.putq(makeBlock(makeMessage(type, 1)), nullptr));
+}
+
+}  // namespace
+
+TEST_F(TaskSchedulerTest, CreatesThePoolBeforeInitReturns) {
+  TestModule module(ignore, 5);
+  const int before = FunctionWorker::alive();
+  ASSERT_TRUE(module.init());
+  EXPECT_EQ(before + 5, FunctionWorker::alive());
+  EXPECT_EQ(1, log_.count("Module(20) thread inited, threads size is 5!"));
+}
+
+TEST_F(TaskSchedulerTest, AFactoryThatFailsOnTheThirdCallLeavesAPoolOfTwo) {
+  const int before = FunctionWorker::alive();
+  FailingModule module(ignore, 8, 3);
+  ASSERT_TRUE(module.init());
+  EXPECT_EQ(3, module.calls_);
+  EXPECT_EQ(before + 2, FunctionWorker::alive());
+  EXPECT_EQ(1, log_.count("Failed to create task in module 20!"));
+  EXPECT_EQ(1, log_.count("Module(20) thread inited, threads size is 8!"));
+}
+
+TEST_F(TaskSchedulerTest, ReusesWorkersInTheOrderInWhichTheyReturned) {
+  std::mutex mutex;
+  std::vector<const CQOV_Task*> order;
+  Latch handled;
+  TestModule module(
+      [&](CQOV_Task& task, CQOV_MsgPackage&) {
+        const std::lock_guard<std::mutex> lock(mutex);
+        order.push_back(&task);
+        handled.count();
+        return 0;
+      },
+      3);
+  ASSERT_TRUE(module.init());
+  for (int i = 1; i <= 6; ++i) {
+    send(module);
+    ASSERT_TRUE(handled.waitFor(i));
+  }
+  // A worker returns to the pool after its handler, so only a worker that had time to may be next:
+  // the first three are all different, whatever the timing.
+  const std::lock_guard<std::mutex> lock(mutex);
+  EXPECT_NE(order[0], order[1]);
+  EXPECT_NE(order[1], order[2]);
+  EXPECT_NE(order[0], order[2]);
+}
+
+TEST_F(TaskSchedulerTest, WaitsForAnIdleWorkerAndDropsNothing) {
+  Latch handled;
+  Latch release;
+  TestModule module(
+      [&](CQOV_Task&, CQOV_MsgPackage&) {
+        EXPECT_TRUE(release.waitFor());
+        handled.count();
+        return 0;
+      },
+      1);
+  ASSERT_TRUE(module.init());
+  constexpr int kMessages = 50;
+  for (int i = 0; i < kMessages; ++i) {
+    send(module);
+  }
+  EXPECT_EQ(0, handled.counted());
+  release.count();
+  EXPECT_TRUE(handled.waitFor(kMessages));
+}
+
+TEST_F(TaskSchedulerTest, NotesTheFirstWaitForAnIdleWorker) {
+  CQOV_TaskScheduler::oAtomicSerialNum_ = 0;
+  Latch release;
+  Latch handled;
+  TestModule module(
+      [&](CQOV_Task&, CQOV_MsgPackage&) {
+        EXPECT_TRUE(release.waitFor());
+        handled.count();
+        return 0;
+      },
+      1);
+  ACE_Log_Msg& ace = *ACE_Log_Msg::instance();
+  ace.priority_mask(ace.priority_mask(ACE_Log_Msg::PROCESS) | LM_DEBUG, ACE_Log_Msg::PROCESS);
+  ASSERT_TRUE(module.init());
+  send(module);
+  send(module);
+  ASSERT_TRUE(log_.waitFor("wait worker thread is empty begin num(0), time("));
+  release.count();
+  ASSERT_TRUE(handled.waitFor(2));
+  EXPECT_TRUE(log_.waitFor("wait worker thread is empty end wait num(0), time("));
+  EXPECT_TRUE(log_.waitFor("[INFO][QOVPUBLIC][waitForIdleWorker"));
+}
+
+TEST_F(TaskSchedulerTest, EveryFiveHundredthWaitIsNoted) {
+  Latch handled;
+  TestModule module(
+      [&](CQOV_Task&, CQOV_MsgPackage&) {
+        handled.count();
+        return 0;
+      },
+      1);
+  ASSERT_TRUE(module.init());
+  CQOV_TaskScheduler::oAtomicSerialNum_ = 1;
+  int sent = 0;
+  while (CQOV_TaskScheduler::oAtomicSerialNum_ <= 500) {
+    send(module);
+    send(module);
+    sent += 2;
+    ASSERT_TRUE(handled.waitFor(sent));
+  }
+  EXPECT_EQ(1, log_.count("wait worker thread is empty end wait num(500), time(0)."));
+  EXPECT_EQ(0, log_.count("wait worker thread is empty end wait num(499)"));
+}
+
+TEST_F(TaskSchedulerTest, APoolOfNoWorkersBlocksTheSchedulerUntilTheStop) {
+  CQOV_TaskScheduler::oAtomicSerialNum_ = 0;
+  {
+    TestModule module(ignore, 0);
+    ASSERT_TRUE(module.init());
+    send(module);
+    send(module);
+    EXPECT_EQ(0, log_.count("end wait num"));
+  }
+  EXPECT_EQ(1, log_.count("wait worker thread is empty end wait num(0), time(0)."));
+  EXPECT_EQ(1, log_.count("Scheduler thread(20) received stop-message!"));
+}
+
+TEST_F(TaskSchedulerTest, ReturningNullToWorkIsRefused) {
+  TestModule module(ignore);
+  EXPECT_EQ(-1, module.idle(nullptr));
+  EXPECT_EQ(1, log_.count("Null pointer of pWorkerTask!"));
+}
+
+TEST_F(TaskSchedulerTest, PassesOverAWorkerThatWasToldToEndOnItsOwn) {
+  std::vector<CQOV_Task*> workers;
+  class Noting : public TestModule {
+   public:
+    Noting(FunctionWorker::Handler handler, std::vector<CQOV_Task*>& workers)
+        : TestModule(std::move(handler), 2), workers_(workers) {}
+    CQOV_Task* createTask() override {
+      workers_.push_back(TestModule::createTask());
+      return workers_.back();
+    }
+    std::vector<CQOV_Task*>& workers_;
+  };
+  Latch handled;
+  Noting module(
+      [&](CQOV_Task& task, CQOV_MsgPackage&) {
+        EXPECT_EQ(workers[1], &task);
+        handled.count();
+        return 0;
+      },
+      workers);
+  ASSERT_TRUE(module.init());
+  workers[0]->notifyExit();
+  ASSERT_TRUE(log_.waitFor("Task(20) will exit!"));
+  send(module);
+  send(module);
+  EXPECT_TRUE(handled.waitFor(2));
+}
+
+TEST_F(TaskSchedulerTest, RefusesAnUnknownBlockType) {
+  TestModule module(ignore, 0);
+  CQOV_TaskScheduler scheduler(&module, 0);
+  ASSERT_EQ(0, scheduler.activate());
+  scheduler.putMsg(0, new ACE_Message_Block(0, ACE_Message_Block::MB_USER), nullptr);
+  EXPECT_TRUE(log_.waitFor("Scheduler thread(20) received unknown message type!"));
+  scheduler.notifyExit();
+  EXPECT_EQ(0, scheduler.wait());
+}

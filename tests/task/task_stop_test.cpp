@@ -1,0 +1,184 @@
+#include <ace/Reactor.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "tests/task/task_fixture.h"
+
+namespace {
+
+constexpr std::uint64_t kAnswered = 1;
+constexpr std::uint64_t kSilent = 2;
+
+class TaskStopTest : public TaskTest {
+ protected:
+  TaskStopTest()
+      : module_(std::make_unique<TestModule>([this](CQOV_Task& task, CQOV_MsgPackage& pkg) {
+          handled_.count();
+          return pkg.head().opc_ == kAnswered && pkg.head().type_ == 1 ? answer(task, pkg) : 0;
+        })) {}
+
+  ~TaskStopTest() override { ACE_Reactor::instance()->reset_reactor_event_loop(); }
+
+  void stopLeader() {
+    module_->putq(new ACE_Message_Block(0, ACE_Message_Block::MB_STOP), nullptr);
+  }
+
+  /// What SIGINT does.
+  void stopProcessReactor() { ACE_Reactor::instance()->end_reactor_event_loop(); }
+
+  Latch handled_;
+  std::unique_ptr<TestModule> module_;
+};
+
+}  // namespace
+
+TEST_F(TaskStopTest, AStopEndsEveryThreadOfTheModule) {
+  ASSERT_TRUE(module_->init());
+  stopLeader();
+  EXPECT_TRUE(log_.waitFor("Manager thread(20) received stop-message!"));
+  EXPECT_TRUE(log_.waitFor("Manager thread(20) exit!"));
+  EXPECT_TRUE(log_.waitFor("Scheduler thread(20) received stop-message!"));
+  EXPECT_TRUE(log_.waitFor("Task(20) will exit!", 2));
+}
+
+TEST_F(TaskStopTest, AStopWakesEveryPendingSender) {
+  ASSERT_TRUE(module_->init());
+  std::vector<std::thread> senders;
+  for (int i = 0; i < 4; ++i) {
+    senders.emplace_back([this] {
+      CQOV_Task task(module_.get());
+      EXPECT_EQ(-1, request(task, makeMessage(1, kSilent), kNoLimit));
+    });
+  }
+  ASSERT_TRUE(handled_.waitFor(4));
+  stopLeader();
+  for (std::thread& sender : senders) {
+    sender.join();
+  }
+}
+
+TEST_F(TaskStopTest, NoSenderHangsWhateverTheMomentOfTheStop) {
+  for (int round = 0; round < 30; ++round) {
+    Latch answered;
+    TestModule module([](CQOV_Task& task, CQOV_MsgPackage& pkg) { return answer(task, pkg); }, 2,
+                      kModule + 1);
+    ASSERT_TRUE(module.init());
+    std::vector<std::thread> senders;
+    for (int i = 0; i < 3; ++i) {
+      senders.emplace_back([&] {
+        CQOV_Task task(&module);
+        while (request(task, makeMessage(1, kAnswered, kModule + 1, kModule + 1), kNoLimit) == 0) {
+          answered.count();
+        }
+      });
+    }
+    ASSERT_TRUE(answered.waitFor(20 + round));
+    module.putq(new ACE_Message_Block(0, ACE_Message_Block::MB_STOP), nullptr);
+    for (std::thread& sender : senders) {
+      sender.join();
+    }
+  }
+}
+
+TEST_F(TaskStopTest, ARequestThatWasNeverHandledIsWokenAndFreed) {
+  // The leader does not run, so the request stays in its queue until the module goes.
+  std::thread sender([this] {
+    CQOV_Task task(module_.get());
+    EXPECT_EQ(-1, request(task, makeMessage(1, kAnswered), kNoLimit));
+    handled_.count();
+  });
+  const auto queued = [this] {
+    ACE_Time_Value past(1);
+    ACE_Message_Block* const probe = makeBlock(makeMessage(3, 1));
+    const int count = module_->putq(probe, &past);
+    return count >= 2;
+  };
+  while (!queued()) {
+    std::this_thread::yield();
+  }
+  module_->putq(new ACE_Message_Block(0, ACE_Message_Block::MB_STOP), nullptr);
+  ASSERT_TRUE(module_->init());
+  ASSERT_TRUE(handled_.waitFor());
+  sender.join();
+}
+
+TEST_F(TaskStopTest, SenderWhoseHandlerIsBusySeesTheStopAndItsMessageStaysQueued) {
+  Latch inHandler;
+  std::atomic<int> result{0};
+  auto module = std::make_unique<TestModule>(
+      [&](CQOV_Task& task, CQOV_MsgPackage& pkg) {
+        if (pkg.head().opc_ == kSilent) {
+          inHandler.count();
+          return 0;
+        }
+        result = request(task, makeMessage(1, kSilent, kModule + 1, kModule + 1), kNoLimit);
+        return 0;
+      },
+      2, kModule + 1);
+  ASSERT_TRUE(module->init());
+  module->putq(makeBlock(makeMessage(3, kAnswered, kModule + 1)), nullptr);
+  ASSERT_TRUE(inHandler.waitFor());
+  module.reset();
+  EXPECT_EQ(-1, result);
+  EXPECT_EQ(2, log_.count("Task(21) will exit!"));
+}
+
+TEST_F(TaskStopTest, AProcessStopEndsTheLeaderAtItsNextMessage) {
+  ASSERT_TRUE(module_->init());
+  stopProcessReactor();
+  module_->putq(makeBlock(makeMessage(3, 1)), nullptr);
+  EXPECT_TRUE(log_.waitFor("Manager thread(20) exit!"));
+  EXPECT_TRUE(log_.waitFor("Scheduler thread(20) received stop-message!"));
+}
+
+TEST_F(TaskStopTest, AStopThatIsOvertakenByMessagesIsNotLost) {
+  ASSERT_TRUE(module_->init());
+  stopProcessReactor();
+  // The leader leaves its loop at the first of these; the rest, the stop among them, is left over.
+  for (int i = 0; i < 100; ++i) {
+    ACE_Message_Block* const block = makeBlock(makeMessage(3, 1));
+    if (module_->putq(block, nullptr) == -1) {
+      qov::releaseWithPackage(block);
+    }
+  }
+  module_.reset();
+  EXPECT_EQ(1, log_.count("Manager thread(20) exit!"));
+  EXPECT_EQ(1, log_.count("Scheduler thread(20) received stop-message!"));
+}
+
+TEST_F(TaskStopTest, TheLeaderClosesOnce) {
+  ASSERT_TRUE(module_->init());
+  stopLeader();
+  stopLeader();
+  ASSERT_TRUE(log_.waitFor("Manager thread(20) exit!"));
+  module_.reset();
+  EXPECT_EQ(1, log_.count("Scheduler thread(20) received stop-message!"));
+  EXPECT_EQ(1, log_.count("Manager thread(20) exit!"));
+}
+
+TEST_F(TaskStopTest, WhatWaitsForAWorkerIsFreed) {
+  Latch inHandler;
+  Latch release;
+  const int before = CountedPackage::alive();
+  auto module = std::make_unique<TestModule>(
+      [&](CQOV_Task&, CQOV_MsgPackage&) {
+        inHandler.count();
+        EXPECT_TRUE(release.waitFor());
+        return 0;
+      },
+      1, kModule + 1);
+  ASSERT_TRUE(module->init());
+  for (int i = 0; i < 100; ++i) {
+    ASSERT_LT(0, module->putq(makeBlock(makeMessage(3, 1, kModule + 1)), nullptr));
+  }
+  ASSERT_TRUE(inHandler.waitFor());
+  std::thread releaser([&] {
+    EXPECT_TRUE(log_.waitFor("Manager thread(21) exit!"));
+    release.count();
+  });
+  module.reset();
+  releaser.join();
+  EXPECT_EQ(before, CountedPackage::alive());
+}

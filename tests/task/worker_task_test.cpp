@@ -1,0 +1,184 @@
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "tests/task/task_fixture.h"
+
+namespace {
+
+class WorkerTaskTest : public TaskTest {
+ protected:
+  void send(CQOV_TaskMgr& module, std::unique_ptr<CQOV_MsgPackage> message) {
+    ASSERT_LT(0, module.putq(makeBlock(std::move(message)), nullptr));
+  }
+
+  Latch handled_;
+};
+
+/// Fails in the way that the operation code says, else counts.
+int misbehave(Latch& handled, CQOV_MsgPackage& pkg) {
+  switch (pkg.head().opc_) {
+    case 1:
+      throw std::runtime_error("a handler's failure");
+    case 2:
+      throw 42;
+    case 3:
+      return -3;
+    default:
+      handled.count();
+      return 0;
+  }
+}
+
+class Answering : public CQOV_CommonTaskEx {
+ public:
+  Answering(CQOV_TaskMgr* mgr, Latch& handled) : CQOV_CommonTaskEx(mgr), handled_(handled) {}
+
+  int handleRequest(CQOV_MsgPackage& req, CQOV_MsgPackage*& rsp) override {
+    handled_.count();
+    if (req.head().opc_ == 1) {
+      rsp = new CountedPackage;
+      auto record = std::make_unique<CTLVRecordV3>(4711);
+      rsp->append(record.release());
+    }
+    if (req.head().opc_ == 2) {
+      rsp = new CountedPackage;
+      throw std::runtime_error("after the answer was built");
+    }
+    return -9;
+  }
+
+ private:
+  Latch& handled_;
+};
+
+class AnsweringModule : public CQOV_TaskMgr {
+ public:
+  explicit AnsweringModule(Latch& handled)
+      : CQOV_TaskMgr(kModule, 1, "answering"), handled_(handled) {}
+  CQOV_Task* createTask() override { return new Answering(this, handled_); }
+
+ private:
+  Latch& handled_;
+};
+
+}  // namespace
+
+TEST_F(WorkerTaskTest, AHandlerThatThrowsLeavesTheWorkerInThePool) {
+  TestModule module([this](CQOV_Task&, CQOV_MsgPackage& pkg) { return misbehave(handled_, pkg); },
+                    1);
+  ASSERT_TRUE(module.init());
+  send(module, makeMessage(3, 1));
+  send(module, makeMessage(3, 0));
+  ASSERT_TRUE(handled_.waitFor());
+  EXPECT_EQ(1, log_.count("Failed to handle message, error is "));
+  EXPECT_EQ(1, log_.count("\n{\n  VER=1\n  TYP=3\n"));
+}
+
+TEST_F(WorkerTaskTest, AHandlerMayThrowAnything) {
+  TestModule module([this](CQOV_Task&, CQOV_MsgPackage& pkg) { return misbehave(handled_, pkg); },
+                    1);
+  ASSERT_TRUE(module.init());
+  send(module, makeMessage(3, 2));
+  send(module, makeMessage(3, 0));
+  ASSERT_TRUE(handled_.waitFor());
+  EXPECT_EQ(1, log_.count("Failed to handle message, error is 0!\n{\n"));
+}
+
+TEST_F(WorkerTaskTest, AnErrorCodeIsLoggedWithADumpOfTheMessage) {
+  TestModule module([this](CQOV_Task&, CQOV_MsgPackage& pkg) { return misbehave(handled_, pkg); },
+                    1);
+  ASSERT_TRUE(module.init());
+  send(module, makeMessage(3, 3));
+  send(module, makeMessage(3, 0));
+  ASSERT_TRUE(handled_.waitFor());
+  EXPECT_EQ(1, log_.count("Failed to handle message, error code is -3!\n{\n  VER=1\n  TYP=3\n"));
+}
+
+TEST_F(WorkerTaskTest, ABlockOfTheWrongLengthIsRefusedAndTheWorkerGoesOn) {
+  TestModule module(ignore);
+  FunctionStaticTask task(&module, {1}, [this](CQOV_Task&, CQOV_MsgPackage&) {
+    handled_.count();
+    return 0;
+  });
+  ASSERT_EQ(0, module.insertStaticScheduledTask(&task));
+  auto* const block = new ACE_Message_Block(3);
+  block->wr_ptr(3);
+  task.putMsg(3, block, nullptr);
+  task.putMsg(3, makeBlock(makeMessage(3, 1)), nullptr);
+  ASSERT_TRUE(handled_.waitFor());
+  EXPECT_EQ(1, log_.count("Invalid message, length isn't equal to 8."));
+  task.notifyExit();
+  EXPECT_EQ(0, task.wait());
+}
+
+TEST_F(WorkerTaskTest, APulseOfTheQueueIsLoggedAndTheWorkerGoesOn) {
+  TestModule module(ignore);
+  FunctionStaticTask task(&module, {1}, ignore);
+  ASSERT_EQ(0, module.insertStaticScheduledTask(&task));
+  task.msg_queue()->pulse();
+  EXPECT_TRUE(log_.waitFor("Get message from message queue failed."));
+  task.notifyExit();
+  EXPECT_EQ(0, task.wait());
+  EXPECT_EQ(1, log_.count("Task(20) will exit!"));
+}
+
+TEST_F(WorkerTaskTest, AnswersARequestWithTheHandlersResponse) {
+  AnsweringModule module(handled_);
+  ASSERT_TRUE(module.init());
+  CQOV_Task task(&module);
+  std::unique_ptr<CQOV_MsgPackage> response;
+  auto message = makeMessage(1, 1);
+  const QOVMsgHead head = message->head();
+  ASSERT_EQ(0, request(task, std::move(message), kLong, &response));
+  ASSERT_EQ(1U, response->count());
+  EXPECT_EQ(4711U, (*response)[0].cmd());
+  EXPECT_EQ(2, response->head().type_);
+  EXPECT_EQ(head.sn_, response->head().sn_);
+  EXPECT_EQ(head.opc_, response->head().opc_);
+  // The addresses are those of the request, not exchanged.
+  EXPECT_EQ(head.smid_, response->head().smid_);
+  EXPECT_EQ(head.rmid_, response->head().rmid_);
+}
+
+TEST_F(WorkerTaskTest, AnswersARequestByItselfWithTheResult) {
+  AnsweringModule module(handled_);
+  ASSERT_TRUE(module.init());
+  CQOV_Task task(&module);
+  auto message = makeMessage(1, 7);
+  message->append(new CTLVRecordV3(815));
+  std::unique_ptr<CQOV_MsgPackage> response;
+  ASSERT_EQ(0, request(task, std::move(message), kLong, &response));
+  ASSERT_EQ(1U, response->count());
+  const CTLVRecordV3& record = (*response)[0];
+  EXPECT_EQ(815U, record.cmd());
+  EXPECT_EQ(8U, record.length());
+  EXPECT_EQ("4294967287", record[4095].toString());
+}
+
+TEST_F(WorkerTaskTest, AnswersARequestWithoutRecordsWithCommandCodeZero) {
+  AnsweringModule module(handled_);
+  ASSERT_TRUE(module.init());
+  CQOV_Task task(&module);
+  std::unique_ptr<CQOV_MsgPackage> response;
+  ASSERT_EQ(0, request(task, makeMessage(1, 7), kLong, &response));
+  ASSERT_EQ(1U, response->count());
+  EXPECT_EQ(0U, (*response)[0].cmd());
+}
+
+TEST_F(WorkerTaskTest, AnswersNoAsynchronousMessageByItself) {
+  AnsweringModule module(handled_);
+  ASSERT_TRUE(module.init());
+  send(module, makeMessage(3, 7));
+  send(module, makeMessage(4, 7));
+  ASSERT_TRUE(log_.waitFor("Failed to handle message, error code is -9!", 2));
+  EXPECT_EQ(0, log_.count("Failed to handle RSP message"));
+}
+
+TEST_F(WorkerTaskTest, FreesTheAnswerOfAHandlerThatThrows) {
+  AnsweringModule module(handled_);
+  ASSERT_TRUE(module.init());
+  send(module, makeMessage(3, 2));
+  EXPECT_TRUE(log_.waitFor("Failed to handle message, error is "));
+}
