@@ -1,10 +1,6 @@
-#include <ace/DLL_Manager.h>
 #include <ace/Log_Msg.h>
-#include <ace/Singleton.h>
-#include <ace/Thread_Mutex.h>
 #include <benchmark/benchmark.h>
 #include <malloc.h>
-#include <qovpub/qov_module_loader.h>
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
 
@@ -19,72 +15,45 @@
 
 #include "bench/hand_over_chain.h"
 #include "tests/support/agent_root.h"
+#include "tests/support/answering_modules.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
 constexpr std::uint8_t kProcess = 7;
-constexpr std::uint8_t kRequesterModule = 20;
-constexpr std::uint8_t kAnsweringModule = 21;
 
 double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-/// Two loaded modules.
-class Modules {
- public:
-  Modules() : root_("request_bench") {
-    root_.writeConfig(5);
-    root_.addModule("qovb_first");
-    root_.addModule("qovb_second");
-    setenv("QOV_ROOT", root_.path().c_str(), 1);
+/// The loaded modules, for as long as the process runs.
+AnsweringModules& modules() {
+  static const AgentRoot root("request_bench");
+  static const bool configured = [] {
+    root.writeConfig(5);
+    setenv("QOV_ROOT", root.path().c_str(), 1);
     ACE_Log_Msg::instance()->priority_mask(LM_ERROR, ACE_Log_Msg::PROCESS);
-    if (!loader().load()) {
-      std::fprintf(stderr, "request_bench: cannot load the modules\n");
-      std::exit(1);
-    }
-    using Entry = CQOV_TaskMgr* (*)();
-    ACE_DLL_Handle* const dll = ACE_DLL_Manager::instance()->open_dll("qovb_first", RTLD_LAZY, 0);
-    requesters_ = reinterpret_cast<Entry>(dll->symbol("qovBenchModule"))();
-  }
-
-  ~Modules() { loader().unload(); }
-
-  Modules(const Modules&) = delete;
-  Modules& operator=(const Modules&) = delete;
-
-  /// The manager of the module that sends.
-  CQOV_TaskMgr* requesters() const { return requesters_; }
-
- private:
-  static CQOV_Module_Loader& loader() {
-    return *ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance();
-  }
-
-  AgentRoot root_;
-  CQOV_TaskMgr* requesters_ = nullptr;
-};
-
-Modules& modules() {
-  static Modules loaded;
+    return true;
+  }();
+  static AnsweringModules loaded(root);
+  static_cast<void>(configured);
   return loaded;
 }
 
 /// A worker of the first module that asks the second one.
 class Requester {
  public:
-  Requester() : task_(modules().requesters()) {}
+  Requester() : task_(modules().first()) {}
 
   void request() {
     auto message = std::make_unique<CQOV_MsgPackage>();
     QOVMsgHead& head = message->head();
     head.type_ = 1;
     head.spid_ = kProcess;
-    head.smid_ = kRequesterModule;
+    head.smid_ = AnsweringModules::kFirst;
     head.rpid_ = kProcess;
-    head.rmid_ = kAnsweringModule;
+    head.rmid_ = AnsweringModules::kSecond;
     head.opc_ = 1;
     ACE_Time_Value limit(10);
     CQOV_MsgPackage* response = nullptr;
@@ -148,7 +117,7 @@ void latency(benchmark::State& state) {
     constexpr int kBatch = 100;
     const auto start = Clock::now();
     sample(requester, kBatch, ours);
-    state.SetIterationTime(secondsSince(start) / kBatch);
+    state.SetIterationTime(secondsSince(start));
     sample(chainRequester, kBatch, theirs);
   }
   const double our = medianOf(ours);

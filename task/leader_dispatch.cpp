@@ -50,6 +50,12 @@ void CQOV_Leader_Task::handleDataMsg(ACE_Message_Block* mb) {
             "Module(%d) recv msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u.",
             taskMgr()->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
+  if (qov::carriesTimeoutDesc(*mb) && !isWaitedFor(head)) {
+    log.warn(qov::kLogIdBase + 46, __FUNCTION__, __LINE__,
+             "Module(%d) cannot wait for the response to a message that is not its own request!",
+             taskMgr()->moduleId());
+    wakeSenderOf(*mb);
+  }
   const Handler handler =
       qov::isKnownType(head.type_) ? kHandlers[head.type_] : kHandlers[qov::kUnknownType];
   (this->*handler)(mb, pkg);
@@ -101,17 +107,21 @@ int CQOV_Leader_Task::forwordMessage(const QOVMsgHead* head, ACE_Message_Block* 
     return ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance()->sendMsg(head->rmid_,
                                                                                     mb);
   }
-  deliver(*head, mb);
+  deliver(log, *head, mb);
   return 0;
 }
 
-void CQOV_Leader_Task::deliver(const QOVMsgHead& head, ACE_Message_Block* mb) {
+void CQOV_Leader_Task::deliver(CQOVDebugKitGuard& log, const QOVMsgHead& head,
+                               ACE_Message_Block* mb) {
   CQOV_Task* receiver = findStaticTask(head.opc_);
   if (receiver == nullptr) {
     receiver = scheduler_.get();
   }
   if (receiver->putMsg(head.type_, mb, nullptr) == -1) {
-    // The receiver has ended; nobody else takes the message over.
+    // It has ended, and nobody else takes the message over.
+    log.warn(qov::kLogIdBase + 47, __FUNCTION__, __LINE__,
+             "The receiver in module %d has ended: OPC=%llu,SN=%u,TP=%u!", taskMgr()->moduleId(),
+             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
     qov::releaseWithPackage(mb);
   }
 }

@@ -39,8 +39,8 @@ int LeaderQueue::enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
   switch (kindOf(*mb)) {
     case Kind::kControl:
       return forceTail(mb);
-    case Kind::kResponse:
-      if (responsesFit()) {
+    case Kind::kUrgent:
+      if (urgentFits()) {
         return forceTail(mb);
       }
       break;
@@ -62,9 +62,9 @@ int LeaderQueue::deactivate() {
 }
 
 ACE_Message_Block* LeaderQueue::takeBatch() {
-  ACE_Message_Block* const batch = takeAll();
-  load_->roomMayHaveCome();
-  return batch;
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  load_->add(cur_bytes_);
+  return takeAllLocked();
 }
 
 LeaderQueue::Kind LeaderQueue::kindOf(const ACE_Message_Block& mb) const {
@@ -78,13 +78,16 @@ LeaderQueue::Kind LeaderQueue::kindOf(const ACE_Message_Block& mb) const {
   }
   const QOVMsgHead& head = pkg->head();
   if (head.type_ == kResponseType) {
-    return Kind::kResponse;
+    return Kind::kUrgent;
   }
   const bool own = head.rpid_ == processId_ && head.rmid_ == moduleId_;
-  return own && isKnownType(head.type_) ? Kind::kForOwnWorkers : Kind::kPassedOn;
+  if (!own || !isKnownType(head.type_)) {
+    return Kind::kPassedOn;
+  }
+  return carriesTimeoutDesc(mb) ? Kind::kUrgent : Kind::kForOwnWorkers;
 }
 
-bool LeaderQueue::responsesFit() {
+bool LeaderQueue::urgentFits() {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
   return cur_bytes_ < 2 * high_water_mark_;
 }

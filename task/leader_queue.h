@@ -12,13 +12,16 @@ namespace qov {
 /// The queue of a leader: decides who must wait when the module is full.
 ///
 /// - Requests and asynchronous messages to the module itself need one of its workers: they find no
-///   room while this queue and the queues behind the leader (ModuleLoad) hold a queue's worth of
-///   bytes.
+///   room while this queue, the leader's hands and the queues behind it (ModuleLoad) hold a queue's
+///   worth of bytes.
+/// - Not so the synchronous requests of the module's own tasks: were they to wait for room that only
+///   their senders can make, nothing would move again. Each sender has one at a time.
 /// - Messages that the leader only passes on, and unknown ones, find no room while this queue alone
 ///   is full. The leader never waits, so that ends soon, whatever its workers do; otherwise workers
 ///   that wait to send and a backlog that waits for workers would block each other for good.
-/// - Responses may fill the queue to twice its limit, since dropping one costs a worker its whole
-///   time-out. Each belongs to a waiting worker, so there are never more of them than workers.
+/// - These and responses may fill the queue to twice its limit, since dropping a response costs a
+///   worker its whole time-out. Each belongs to a waiting task, so there are never more of them than
+///   tasks.
 /// - Stop and hang-up blocks always get in.
 class LeaderQueue : public TaskQueue {
  public:
@@ -33,14 +36,16 @@ class LeaderQueue : public TaskQueue {
   /// Also releases the senders that wait for room; they fail.
   int deactivate() override;
 
-  /// Takes what stands in the queue now, as takeAll() does, and lets senders look for room.
+  /// Takes what stands in the queue now, as takeAll() does. It counts into the load of the module
+  /// until doneWith() says that so many bytes of it have been passed on or dropped.
   ACE_Message_Block* takeBatch();
+  void doneWith(std::size_t bytes) { load_->subtract(bytes); }
 
  private:
-  enum class Kind { kControl, kResponse, kForOwnWorkers, kPassedOn };
+  enum class Kind { kControl, kUrgent, kForOwnWorkers, kPassedOn };
 
   Kind kindOf(const ACE_Message_Block& mb) const;
-  bool responsesFit();
+  bool urgentFits();
   bool moduleHasRoom();
   bool waitForModule(const ACE_Time_Value* timeout);
 

@@ -73,6 +73,7 @@ bool CQOV_Leader_Task::beginWait(CQOVDebugKitGuard& log, const MsgKey& key, ACE_
   std::unique_ptr<TimeoutDesc> desc = takeTimeoutDesc(*mb);
   if (desc == nullptr) {
     log.error(qov::kLogIdBase + 38, __FUNCTION__, __LINE__, "Copy message error!");
+    delete pkg;
     mb->release();
     return false;
   }
@@ -104,6 +105,15 @@ std::unique_ptr<TimeoutDesc> CQOV_Leader_Task::takeTimeoutDesc(ACE_Message_Block
   mb.cont(nullptr);
   block->release();
   return std::unique_ptr<TimeoutDesc>(static_cast<TimeoutDesc*>(pointer));
+}
+
+void CQOV_Leader_Task::wakeSenderOf(ACE_Message_Block& mb) {
+  if (!qov::carriesTimeoutDesc(mb)) {
+    return;
+  }
+  if (const std::unique_ptr<TimeoutDesc> desc = takeTimeoutDesc(mb)) {
+    desc->task_->wakeup();
+  }
 }
 
 bool CQOV_Leader_Task::bindPending(const MsgKey& key, std::unique_ptr<TimeoutDesc>& desc) {
@@ -182,6 +192,9 @@ void CQOV_Leader_Task::handleRspMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg)
 }
 
 int CQOV_Leader_Task::handle_timeout(const ACE_Time_Value&, const void* act) {
+  CQOVDebugKitGuard log(
+      qov::kPublicKit,
+      "virtual int CQOV_Leader_Task::handle_timeout(const ACE_Time_Value&, const void*)");
   auto* const entry = static_cast<PendingEntry*>(const_cast<void*>(act));
   // A copy: unbinding frees the entry.
   const MsgKey key = entry->key();

@@ -81,26 +81,28 @@ int CQOV_Leader_Task::svc() {
 }
 
 int CQOV_Leader_Task::handle_output(ACE_HANDLE) {
+  CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_Leader_Task::handle_output(ACE_HANDLE)");
   int result = 0;
   // What stands in the queue now; what comes meanwhile has notified again. So timers get their turn
   // under constant traffic.
   for (ACE_Message_Block* mb = leaderQueue_.takeBatch(); mb != nullptr;) {
     ACE_Message_Block* const next = mb->next();
     mb->next(nullptr);
-    if (dispatch(mb) == -1) {
+    const std::size_t bytes = mb->total_size();
+    if (dispatch(log, mb) == -1) {
       result = -1;
     }
+    leaderQueue_.doneWith(bytes);
     mb = next;
   }
   return result;
 }
 
-int CQOV_Leader_Task::dispatch(ACE_Message_Block* mb) {
+int CQOV_Leader_Task::dispatch(CQOVDebugKitGuard& log, ACE_Message_Block* mb) {
   if (mb->msg_type() == ACE_Message_Block::MB_DATA) {
     handleDataMsg(mb);
     return 0;
   }
-  CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_Leader_Task::handle_output(ACE_HANDLE)");
   const qov::BlockPtr block(mb);
   switch (mb->msg_type()) {
     case ACE_Message_Block::MB_STOP:
@@ -120,6 +122,8 @@ int CQOV_Leader_Task::dispatch(ACE_Message_Block* mb) {
 }
 
 int CQOV_Leader_Task::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
+  CQOVDebugKitGuard log(qov::kPublicKit,
+                        "virtual int CQOV_Leader_Task::handle_close(ACE_HANDLE, ACE_Reactor_Mask)");
   shutDown();
   return 0;
 }
@@ -134,7 +138,8 @@ void CQOV_Leader_Task::shutDown() {
   leaderQueue_.deactivate();
   for (ACE_Message_Block* mb = leaderQueue_.takeBatch(); mb != nullptr;) {
     ACE_Message_Block* const next = mb->next();
-    wakeLeftOverSender(*mb);
+    leaderQueue_.doneWith(mb->total_size());
+    wakeSenderOf(*mb);
     qov::releaseWithPackage(mb);
     mb = next;
   }
@@ -143,16 +148,6 @@ void CQOV_Leader_Task::shutDown() {
     if (task != this) {
       task->notifyExit();
     }
-  }
-}
-
-void CQOV_Leader_Task::wakeLeftOverSender(ACE_Message_Block& mb) {
-  const CQOV_MsgPackage* const pkg = qov::packageOf(mb);
-  if (pkg == nullptr || !isWaitedFor(pkg->head())) {
-    return;
-  }
-  if (const std::unique_ptr<TimeoutDesc> desc = takeTimeoutDesc(mb)) {
-    desc->task_->wakeup();
   }
 }
 

@@ -6,8 +6,9 @@ namespace qov {
 /// Log id of the debug traces of message traffic.
 constexpr unsigned long long kTrafficLogId = 65535;
 
-/// First log id of the library's own records; each call site adds a small number of its own.
-constexpr unsigned long long kLogIdBase = 65536;
+/// The library's own records have ids from 65536 on; those of the task runtime start here, and each
+/// call site adds a small number of its own.
+constexpr unsigned long long kLogIdBase = 65636;
 
 /// Debug kit of the library's own records.
 constexpr int kPublicKit = 0;

@@ -9,8 +9,8 @@ namespace qov {
 
 ACE_Message_Block* makePointerBlock(const void* pointer) {
   auto* mb = new (std::nothrow) ACE_Message_Block(kPointerSize);
-  // ACE leaves the block without room when only its buffer could not be had.
-  if (mb == nullptr || mb->size() < kPointerSize) {
+  // ACE leaves the block without its data part when only that could not be had.
+  if (mb == nullptr || mb->data_block() == nullptr) {
     ACE_Message_Block::release(mb);
     errno = ENOMEM;
     return nullptr;
@@ -18,6 +18,22 @@ ACE_Message_Block* makePointerBlock(const void* pointer) {
   memcpy_s(mb->wr_ptr(), mb->space(), &pointer, kPointerSize);
   mb->wr_ptr(kPointerSize);
   return mb;
+}
+
+bool chainTimeoutDesc(ACE_Message_Block& mb, const TimeoutDesc* desc) {
+  ACE_Message_Block* const block = makePointerBlock(desc);
+  if (block == nullptr) {
+    return false;
+  }
+  // A mark that tells it from whatever else a module may chain behind its messages.
+  block->set_self_flags(ACE_Message_Block::USER_FLAGS);
+  mb.cont(block);
+  return true;
+}
+
+bool carriesTimeoutDesc(const ACE_Message_Block& mb) {
+  const ACE_Message_Block* const block = mb.cont();
+  return block != nullptr && (block->self_flags() & ACE_Message_Block::USER_FLAGS) != 0;
 }
 
 bool readPointer(const ACE_Message_Block& mb, void*& pointer) {

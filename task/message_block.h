@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <memory>
 
+struct TimeoutDesc;
+
 namespace qov {
 
 /// Bytes of a block that carries a pointer.
@@ -19,6 +21,13 @@ using BlockPtr = std::unique_ptr<ACE_Message_Block, BlockReleaser>;
 
 /// A data block of 8 bytes that holds `pointer`; null with errno ENOMEM without memory.
 ACE_Message_Block* makePointerBlock(const void* pointer);
+
+/// Chains `desc`, the descriptor of a sender that waits, behind `mb`. False with errno ENOMEM without
+/// memory; `desc` stays with the caller then.
+bool chainTimeoutDesc(ACE_Message_Block& mb, const TimeoutDesc* desc);
+
+/// True when chainTimeoutDesc() chained a descriptor behind `mb`.
+bool carriesTimeoutDesc(const ACE_Message_Block& mb);
 
 /// Copies the pointer out of a block of exactly 8 bytes. False, and `pointer` null, for any other
 /// block.

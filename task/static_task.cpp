@@ -1,5 +1,7 @@
+#include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_task.h>
 
+#include "task/log_ids.h"
 #include "task/message_types.h"
 #include "task/response_slot.h"
 
@@ -10,16 +12,21 @@ CQOV_StaticSchecheduledTask::CQOV_StaticSchecheduledTask(CQOV_TaskMgr* mgr) : CQ
 CQOV_StaticSchecheduledTask::~CQOV_StaticSchecheduledTask() = default;
 
 void CQOV_StaticSchecheduledTask::notifyExit() {
+  CQOVDebugKitGuard log(qov::kPublicKit, "virtual void CQOV_StaticSchecheduledTask::notifyExit()");
   CQOV_Task::notifyExit();
   slot_->stop();
 }
 
 int CQOV_StaticSchecheduledTask::wakeup() {
+  CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_StaticSchecheduledTask::wakeup()");
   slot_->wake();
   return 0;
 }
 
 int CQOV_StaticSchecheduledTask::putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout) {
+  CQOVDebugKitGuard log(qov::kPublicKit,
+                        "virtual int CQOV_StaticSchecheduledTask::putMsg(int, ACE_Message_Block*, "
+                        "ACE_Time_Value*)");
   if (type != qov::kResponseType) {
     return CQOV_Task::putMsg(type, mb, timeout);
   }
@@ -28,10 +35,13 @@ int CQOV_StaticSchecheduledTask::putMsg(int type, ACE_Message_Block* mb, ACE_Tim
 }
 
 int CQOV_StaticSchecheduledTask::idle() {
+  CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_StaticSchecheduledTask::idle()");
   return 0;
 }
 
 int CQOV_StaticSchecheduledTask::getMsg(ACE_Message_Block*& mb) {
+  CQOVDebugKitGuard log(qov::kPublicKit,
+                        "virtual int CQOV_StaticSchecheduledTask::getMsg(ACE_Message_Block*&)");
   mb = slot_->take();
   return 0;
 }

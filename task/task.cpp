@@ -32,7 +32,8 @@ CQOV_Task::~CQOV_Task() {
 void CQOV_Task::notifyExit() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual void CQOV_Task::notifyExit()");
   auto* stop = new (std::nothrow) ACE_Message_Block(0, ACE_Message_Block::MB_STOP);
-  if (stop == nullptr) {
+  if (stop == nullptr || stop->data_block() == nullptr) {
+    ACE_Message_Block::release(stop);
     errno = ENOMEM;
   } else if (msg_queue()->enqueue_tail(stop) == -1) {
     // The queue is closed: the task has ended or is about to.
@@ -42,18 +43,23 @@ void CQOV_Task::notifyExit() {
 }
 
 int CQOV_Task::wakeup() {
+  CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_Task::wakeup()");
   return msg_queue()->pulse();
 }
 
 int CQOV_Task::putMsg(int, ACE_Message_Block* mb, ACE_Time_Value* timeout) {
-  return msg_queue()->enqueue_tail(mb, timeout);
+  CQOVDebugKitGuard log(qov::kPublicKit,
+                        "virtual int CQOV_Task::putMsg(int, ACE_Message_Block*, ACE_Time_Value*)");
+  return msg_queue()->enqueue_tail(mb, timeout) == -1 ? -1 : 0;
 }
 
 int CQOV_Task::idle() {
+  CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_Task::idle()");
   return taskMgr_->idle(this);
 }
 
 int CQOV_Task::getMsg(ACE_Message_Block*& mb) {
+  CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_Task::getMsg(ACE_Message_Block*&)");
   const int result = queue_->dequeueBeforeStop(mb);
   return result != -1 ? result : queue_->activate();
 }

@@ -5,6 +5,7 @@
 #include <qovpub/qov_task_scheduler.h>
 
 #include <cerrno>
+#include <memory>
 #include <new>
 
 #include "task/log_ids.h"
@@ -20,6 +21,16 @@ constexpr const char* kDefaultName = "12CQOV_TaskMgr";
 /// How long init() waits for the pool at the most.
 constexpr unsigned int kPoolSeconds = 30;
 
+/// Null with errno ENOMEM without memory.
+std::unique_ptr<CQOV_Leader_Task> makeLeader(CQOV_TaskMgr* mgr, unsigned int poolSize) {
+  try {
+    return std::make_unique<CQOV_Leader_Task>(mgr, poolSize);
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+}
+
 /// Registers a debug kit for a module; null when the id has one already.
 CQOVDebugKit* registerKit(const std::string& name, unsigned int moduleId) {
   auto kit = std::make_unique<CQOVDebugKit>(name, moduleId);
@@ -31,17 +42,18 @@ CQOVDebugKit* registerKit(const std::string& name, unsigned int moduleId) {
 CQOV_TaskMgr::CQOV_TaskMgr(unsigned int moduleId, unsigned int poolSize, const char* name)
     : moduleId_(moduleId),
       roster_(std::make_shared<qov::TaskRoster>()),
-      leader_(new (std::nothrow) CQOV_Leader_Task(this, poolSize)),
+      leader_(makeLeader(this, poolSize)),
       name_(name != nullptr ? name : kDefaultName) {
+  CQOVDebugKitGuard log(qov::kPublicKit,
+                        "CQOV_TaskMgr::CQOV_TaskMgr(unsigned int, unsigned int, const char*)");
   if (leader_ != nullptr) {
     leader_->grp_id(static_cast<int>(moduleId));
-  } else {
-    errno = ENOMEM;
   }
   kit_ = registerKit(name_, moduleId);
 }
 
 CQOV_TaskMgr::~CQOV_TaskMgr() {
+  CQOVDebugKitGuard log(qov::kPublicKit, "virtual CQOV_TaskMgr::~CQOV_TaskMgr()");
   if (leader_ != nullptr) {
     leader_->notifyExit();
     joinTasks();
@@ -67,6 +79,7 @@ void CQOV_TaskMgr::joinTasks() {
 }
 
 bool CQOV_TaskMgr::initEnv() {
+  CQOVDebugKitGuard log(qov::kPublicKit, "virtual bool CQOV_TaskMgr::initEnv()");
   return true;
 }
 
@@ -83,14 +96,19 @@ bool CQOV_TaskMgr::init() {
 }
 
 int CQOV_TaskMgr::gid() {
-  return leader_ != nullptr ? leader_->grp_id() : -1;
+  CQOVDebugKitGuard log(qov::kPublicKit, "int CQOV_TaskMgr::gid()");
+  // Not ACE's own notion of the group: that is -1 for as long as the leader is being started.
+  return leader_ != nullptr ? static_cast<int>(moduleId_) : -1;
 }
 
 int CQOV_TaskMgr::idle(CQOV_Task* task) {
+  CQOVDebugKitGuard log(qov::kPublicKit, "int CQOV_TaskMgr::idle(CQOV_Task*)");
   return leader_ != nullptr ? leader_->scheduler().return_to_work(task) : -1;
 }
 
 int CQOV_TaskMgr::putq(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
+  CQOVDebugKitGuard log(qov::kPublicKit,
+                        "int CQOV_TaskMgr::putq(ACE_Message_Block*, ACE_Time_Value*)");
   if (leader_ == nullptr) {
     errno = ESHUTDOWN;
     return -1;

@@ -77,46 +77,75 @@ void TaskQueue::countInto(std::shared_ptr<ModuleLoad> load) {
   high_water_mark_ = std::numeric_limits<std::size_t>::max();
   low_water_mark_ = high_water_mark_;
   if (load_) {
-    load_->subtract(cur_bytes_);
+    load_->subtract(countedBytes_);
   }
   load_ = std::move(load);
-  load_->add(cur_bytes_);
+  countedBytes_ = 0;
+  counted(0);
   not_full_cond_.broadcast();
 }
 
 ACE_Message_Block* TaskQueue::takeAll() {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  return takeAllLocked();
+}
+
+ACE_Message_Block* TaskQueue::takeAllLocked() {
   ACE_Message_Block* const all = head_;
-  if (load_) {
-    load_->subtract(cur_bytes_);
-  }
   head_ = nullptr;
   tail_ = nullptr;
   cur_bytes_ = 0;
   cur_length_ = 0;
   cur_count_ = 0;
-  if (all != nullptr) {
-    not_full_cond_.broadcast();
-  }
+  counted(0);
+  not_full_cond_.broadcast();
   return all;
 }
 
-int TaskQueue::enqueue_tail_i(ACE_Message_Block* mb) {
-  const std::size_t before = cur_bytes_;
-  const int count = ACE_Message_Queue<ACE_MT_SYNCH>::enqueue_tail_i(mb);
-  if (load_) {
-    load_->add(cur_bytes_ - before);
+int TaskQueue::counted(int result) {
+  if (load_ && cur_bytes_ > countedBytes_) {
+    load_->add(cur_bytes_ - countedBytes_);
+  } else if (load_ && cur_bytes_ < countedBytes_) {
+    load_->subtract(countedBytes_ - cur_bytes_);
   }
-  return count;
+  countedBytes_ = cur_bytes_;
+  return result;
+}
+
+int TaskQueue::enqueue_i(ACE_Message_Block* mb) {
+  return counted(Base::enqueue_i(mb));
+}
+
+int TaskQueue::enqueue_deadline_i(ACE_Message_Block* mb) {
+  return counted(Base::enqueue_deadline_i(mb));
+}
+
+int TaskQueue::enqueue_tail_i(ACE_Message_Block* mb) {
+  return counted(Base::enqueue_tail_i(mb));
+}
+
+int TaskQueue::enqueue_head_i(ACE_Message_Block* mb) {
+  return counted(Base::enqueue_head_i(mb));
 }
 
 int TaskQueue::dequeue_head_i(ACE_Message_Block*& mb) {
-  const std::size_t before = cur_bytes_;
-  const int count = ACE_Message_Queue<ACE_MT_SYNCH>::dequeue_head_i(mb);
-  if (load_) {
-    load_->subtract(before - cur_bytes_);
-  }
-  return count;
+  return counted(Base::dequeue_head_i(mb));
+}
+
+int TaskQueue::dequeue_prio_i(ACE_Message_Block*& mb) {
+  return counted(Base::dequeue_prio_i(mb));
+}
+
+int TaskQueue::dequeue_tail_i(ACE_Message_Block*& mb) {
+  return counted(Base::dequeue_tail_i(mb));
+}
+
+int TaskQueue::dequeue_deadline_i(ACE_Message_Block*& mb) {
+  return counted(Base::dequeue_deadline_i(mb));
+}
+
+int TaskQueue::flush_i() {
+  return counted(Base::flush_i());
 }
 
 int TaskQueue::wait_not_empty_cond(ACE_Time_Value* timeout) {

@@ -45,17 +45,34 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   ACE_Message_Block* takeAll();
 
  protected:
+  // Every way in and out counts.
+  int enqueue_i(ACE_Message_Block* mb) override;
+  int enqueue_deadline_i(ACE_Message_Block* mb) override;
   int enqueue_tail_i(ACE_Message_Block* mb) override;
+  int enqueue_head_i(ACE_Message_Block* mb) override;
   int dequeue_head_i(ACE_Message_Block*& mb) override;
+  int dequeue_prio_i(ACE_Message_Block*& mb) override;
+  int dequeue_tail_i(ACE_Message_Block*& mb) override;
+  int dequeue_deadline_i(ACE_Message_Block*& mb) override;
+  int flush_i() override;
+
   int wait_not_empty_cond(ACE_Time_Value* timeout) override;
 
   /// Queues `mb` without regard to the limit.
   int forceTail(ACE_Message_Block* mb);
+  /// As takeAll(), with the queue's lock held.
+  ACE_Message_Block* takeAllLocked();
 
  private:
+  using Base = ACE_Message_Queue<ACE_MT_SYNCH>;
+
+  /// Tells the load how the queue's bytes have changed since it was told last; hands `result` on.
+  int counted(int result);
+
   // Guarded by the queue's lock.
   bool pulsed_ = false;
   std::shared_ptr<ModuleLoad> load_;
+  std::size_t countedBytes_ = 0;
 };
 
 }  // namespace qov

@@ -60,6 +60,7 @@ int CQOV_TaskScheduler::svc() {
 }
 
 void CQOV_TaskScheduler::notifyExit() {
+  CQOVDebugKitGuard log(qov::kPublicKit, "virtual void CQOV_TaskScheduler::notifyExit()");
   CQOV_Task::notifyExit();
   ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
   stopping_ = true;

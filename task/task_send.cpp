@@ -42,12 +42,10 @@ ACE_Message_Block* makeRequestBlock(const CQOV_MsgPackage* req,
     errno = ENOMEM;
     return nullptr;
   }
-  ACE_Message_Block* const descBlock = qov::makePointerBlock(desc.get());
-  if (descBlock == nullptr) {
+  if (!qov::chainTimeoutDesc(*block, desc.get())) {
     block->release();
     return nullptr;
   }
-  block->cont(descBlock);
   return block;
 }
 

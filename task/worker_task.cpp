@@ -1,3 +1,4 @@
+#include <ace/Log_Msg.h>
 #include <cxxabi.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_task.h>
@@ -17,10 +18,18 @@ namespace {
 /// Tag of the cell that carries a handler's result in an automatic answer.
 constexpr unsigned short kResultTag = 4095;
 
-std::string dumpOf(const CQOV_MsgPackage& pkg) {
-  std::ostringstream text;
-  pkg.dump(text);
-  return text.str();
+/// The dump of `pkg` for a record at `level`; empty when such records are off, or without memory.
+std::string dumpFor(ACE_Log_Priority level, const CQOV_MsgPackage& pkg) noexcept {
+  if (ACE_Log_Msg::instance()->log_priority_enabled(level) == 0) {
+    return {};
+  }
+  try {
+    std::ostringstream text;
+    pkg.dump(text);
+    return text.str();
+  } catch (const std::exception&) {
+    return {};
+  }
 }
 
 /// The answer to a request whose handler built none: the request's first command code and the
@@ -85,25 +94,29 @@ void CQOV_CommonTask::handle(CQOVDebugKitGuard& log, CQOV_MsgPackage& pkg) {
     const int result = handleMessage(pkg);
     if (result != 0) {
       log.warn(qov::kLogIdBase + 11, __FUNCTION__, __LINE__,
-               "Failed to handle message, error code is %d!\n%s", result, dumpOf(pkg).c_str());
+               "Failed to handle message, error code is %d!\n%s", result,
+               dumpFor(LM_WARNING, pkg).c_str());
     }
   } catch (const std::exception& error) {
     // The number is the address of the exception's text: kept.
     log.error(qov::kLogIdBase + 12, __FUNCTION__, __LINE__,
               "Failed to handle message, error is %d!\n%s",
-              static_cast<int>(reinterpret_cast<std::intptr_t>(error.what())), dumpOf(pkg).c_str());
+              static_cast<int>(reinterpret_cast<std::intptr_t>(error.what())),
+              dumpFor(LM_ERROR, pkg).c_str());
   } catch (const abi::__forced_unwind&) {
     // The thread is being cancelled; swallowing that would abort the process.
     throw;
   } catch (...) {
     log.error(qov::kLogIdBase + 13, __FUNCTION__, __LINE__,
-              "Failed to handle message, error is %d!\n%s", 0, dumpOf(pkg).c_str());
+              "Failed to handle message, error is %d!\n%s", 0, dumpFor(LM_ERROR, pkg).c_str());
   }
 }
 
 CQOV_CommonTaskEx::CQOV_CommonTaskEx(CQOV_TaskMgr* mgr) : CQOV_CommonTask(mgr) {}
 
 int CQOV_CommonTaskEx::handleMessage(CQOV_MsgPackage& req) {
+  CQOVDebugKitGuard log(qov::kPublicKit,
+                        "virtual int CQOV_CommonTaskEx::handleMessage(CQOV_MsgPackage&)");
   CQOV_MsgPackage* answer = nullptr;
   int result = 0;
   try {

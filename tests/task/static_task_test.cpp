@@ -157,6 +157,21 @@ TEST_F(StaticTaskTest, InsertedAfterTheModuleStoppedItEndsAtOnce) {
   EXPECT_EQ(0, task.wait());
 }
 
+TEST_F(StaticTaskTest, ATaskThatRunsAlreadyIsNotInsertedAgain) {
+  ASSERT_TRUE(module_->init());
+  FunctionStaticTask& task = insert(ignore);
+  EXPECT_EQ(-1, module_->insertStaticScheduledTask(&task));
+}
+
+TEST_F(StaticTaskTest, AMessageToATaskThatEndedIsDroppedAndLogged) {
+  ASSERT_TRUE(module_->init());
+  FunctionStaticTask& task = insert(ignore);
+  task.notifyExit();
+  ASSERT_EQ(0, task.wait());
+  send(3, kStaticOpc);
+  EXPECT_TRUE(log_.waitFor("The receiver in module 20 has ended: OPC=100,SN="));
+}
+
 TEST_F(StaticTaskTest, IdleDoesNothing) {
   FunctionStaticTask task(module_.get(), {}, ignore);
   EXPECT_EQ(0, task.idle());

@@ -9,17 +9,17 @@
 
 namespace {
 
+std::unique_ptr<AgentRoot> root;
+
 /// The configuration that every test process needs: the process id.
 class ProcessConfiguration : public ::testing::Environment {
  public:
   void SetUp() override {
-    root_ = std::make_unique<AgentRoot>("tests_task");
-    root_->writeConfig();
-    ::setenv("QOV_ROOT", root_->path().c_str(), 1);
+    root = std::make_unique<AgentRoot>("tests_task");
+    root->writeConfig();
+    ::setenv("QOV_ROOT", root->path().c_str(), 1);
   }
-
- private:
-  std::unique_ptr<AgentRoot> root_;
+  void TearDown() override { root.reset(); }
 };
 
 const ::testing::Environment* const kConfiguration =
@@ -28,6 +28,10 @@ const ::testing::Environment* const kConfiguration =
 constexpr u_long kInfoAndAbove = LM_INFO | LM_NOTICE | LM_WARNING | LM_ERROR | LM_CRITICAL;
 
 }  // namespace
+
+const AgentRoot& agentRoot() {
+  return *root;
+}
 
 std::atomic<int> CountedPackage::alive_{0};
 std::atomic<int> FunctionWorker::alive_{0};

@@ -22,6 +22,9 @@ constexpr std::uint8_t kPid = 7;
 constexpr std::uint8_t kOtherPid = 8;
 constexpr std::uint8_t kModule = 20;
 
+/// Where the tests' configuration stands.
+const class AgentRoot& agentRoot();
+
 /// A package that counts how many of its kind are alive.
 class CountedPackage : public CQOV_MsgPackage {
  public:

@@ -168,6 +168,24 @@ TEST_F(TaskQueueTest, CountsItsBytesIntoTheLoadOfTheModule) {
   EXPECT_EQ(0U, load->waiting());
 }
 
+TEST_F(TaskQueueTest, CountsEveryWayInAndOut) {
+  const auto load = std::make_shared<qov::ModuleLoad>();
+  queue_.countInto(load);
+  queue_.enqueue_head(makeBlock(makeMessage(3, 1)));
+  queue_.enqueue_prio(makeBlock(makeMessage(3, 2)));
+  queue_.enqueue_deadline(makeBlock(makeMessage(3, 3)));
+  queue_.enqueue_tail(makeBlock(makeMessage(3, 4)));
+  EXPECT_EQ(32U, load->waiting());
+  ACE_Message_Block* block = nullptr;
+  queue_.dequeue_tail(block);
+  qov::releaseWithPackage(block);
+  queue_.dequeue_prio(block);
+  qov::releaseWithPackage(block);
+  queue_.dequeue_deadline(block);
+  qov::releaseWithPackage(block);
+  EXPECT_EQ(8U, load->waiting());
+}
+
 TEST_F(TaskQueueTest, AQueueThatCountsIntoALoadHasNoLimitOfItsOwn) {
   fill();
   queue_.countInto(std::make_shared<qov::ModuleLoad>());

@@ -1,7 +1,7 @@
 #include <ace/Log_Msg.h>
 #include <gtest/gtest.h>
 
-#include <thread>
+#include <memory>
 
 #include "tests/task/task_fixture.h"
 
@@ -78,19 +78,30 @@ TEST_F(TaskSendTest, AMessageToAStoppedModuleIsFreedOnRequestOnly) {
 }
 
 TEST_F(TaskSendTest, RefusesAResponseBlockOfTheWrongLength) {
-  std::thread responder([this] {
-    auto* const block = new ACE_Message_Block(4);
-    block->wr_ptr(4);
-    EXPECT_LT(0, task_.putMsg(2, block, nullptr));
-  });
-  ASSERT_TRUE(module_.init());
-  // The wrong block may come before the real response or after it was taken.
-  responder.join();
-  auto message = makeMessage(1, 0);
-  CQOV_MsgPackage* response = nullptr;
-  EXPECT_EQ(-1, task_.send(message.release(), response, nullptr, true));
-  EXPECT_EQ(nullptr, response);
+  // Outlives the module, whose leader still holds the request when send() is over.
+  std::unique_ptr<CQOV_Task> sender;
+  TestModule module(ignore, 1, kModule + 1);
+  ASSERT_TRUE(module.init());
+  sender = std::make_unique<CQOV_Task>(&module);
+  auto* const block = new ACE_Message_Block(4);
+  block->wr_ptr(4);
+  ASSERT_EQ(0, sender->putMsg(2, block, nullptr));
+  EXPECT_EQ(-1, request(*sender, makeMessage(1, 0, kModule + 1, kModule + 1), kNoLimit));
   EXPECT_EQ(1, log_.count("Message length isn't equal to 8."));
+}
+
+TEST_F(TaskSendTest, CannotWaitForWhatIsNotItsOwnRequest) {
+  ASSERT_TRUE(module_.init());
+  // An asynchronous message, a request of another module, and one whose sender was never filled in.
+  EXPECT_EQ(-1, request(task_, makeMessage(3, 0), kNoLimit));
+  EXPECT_EQ(-1, request(task_, makeMessage(1, 0, kModule, kModule + 1), kNoLimit));
+  auto unaddressed = makeMessage(1, 0);
+  unaddressed->head().spid_ = 255;
+  unaddressed->head().smid_ = 255;
+  EXPECT_EQ(-1, request(task_, std::move(unaddressed), kNoLimit));
+  EXPECT_EQ(3,
+            log_.count("Module(20) cannot wait for the response to a message that is not its own "
+                       "request!"));
 }
 
 TEST_F(TaskSendTest, AWakeUpOfAnEarlierSendDoesNotEndThisOne) {

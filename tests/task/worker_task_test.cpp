@@ -72,6 +72,7 @@ TEST_F(WorkerTaskTest, AHandlerThatThrowsLeavesTheWorkerInThePool) {
   send(module, makeMessage(3, 1));
   send(module, makeMessage(3, 0));
   ASSERT_TRUE(handled_.waitFor());
+  EXPECT_EQ(1, log_.count("[ERR][QOVPUBLIC][handle,"));
   EXPECT_EQ(1, log_.count("Failed to handle message, error is "));
   EXPECT_EQ(1, log_.count("\n{\n  VER=1\n  TYP=3\n"));
 }
@@ -130,6 +131,8 @@ TEST_F(WorkerTaskTest, AnswersARequestWithTheHandlersResponse) {
   CQOV_Task task(&module);
   std::unique_ptr<CQOV_MsgPackage> response;
   auto message = makeMessage(1, 1);
+  message->head().cid_ = 31;
+  message->head().flags_ = 2;
   const QOVMsgHead head = message->head();
   ASSERT_EQ(0, request(task, std::move(message), kLong, &response));
   ASSERT_EQ(1U, response->count());
@@ -137,9 +140,17 @@ TEST_F(WorkerTaskTest, AnswersARequestWithTheHandlersResponse) {
   EXPECT_EQ(2, response->head().type_);
   EXPECT_EQ(head.sn_, response->head().sn_);
   EXPECT_EQ(head.opc_, response->head().opc_);
-  // The addresses are those of the request, not exchanged.
-  EXPECT_EQ(head.smid_, response->head().smid_);
-  EXPECT_EQ(head.rmid_, response->head().rmid_);
+  EXPECT_EQ(31, response->head().cid_);
+  EXPECT_EQ(2, response->head().flags_);
+}
+
+TEST_F(WorkerTaskTest, AnswersWithTheAddressesOfTheRequestAsTheyAre) {
+  AnsweringModule module(handled_);
+  ASSERT_TRUE(module.init());
+  // Sent back to where it came from, this answer would reach module 21. As it is, its receiver is
+  // this module, where nobody waits for it.
+  ASSERT_LT(0, module.putq(makeBlock(makeMessage(1, 7, kModule, kModule + 1)), nullptr));
+  EXPECT_TRUE(log_.waitFor("Failed to handle RSP message: SPID=7,SMID=21,OPC=7,SN="));
 }
 
 TEST_F(WorkerTaskTest, AnswersARequestByItselfWithTheResult) {
@@ -155,6 +166,7 @@ TEST_F(WorkerTaskTest, AnswersARequestByItselfWithTheResult) {
   EXPECT_EQ(815U, record.cmd());
   EXPECT_EQ(8U, record.length());
   EXPECT_EQ("4294967287", record[4095].toString());
+  EXPECT_EQ(CTLVCell::TLV_UINT, record[4095].type());
 }
 
 TEST_F(WorkerTaskTest, AnswersARequestWithoutRecordsWithCommandCodeZero) {
@@ -173,6 +185,9 @@ TEST_F(WorkerTaskTest, AnswersNoAsynchronousMessageByItself) {
   send(module, makeMessage(3, 7));
   send(module, makeMessage(4, 7));
   ASSERT_TRUE(log_.waitFor("Failed to handle message, error code is -9!", 2));
+  // An answer would have been in the leader's queue before this request.
+  CQOV_Task task(&module);
+  ASSERT_EQ(0, request(task, makeMessage(1, 7), kLong));
   EXPECT_EQ(0, log_.count("Failed to handle RSP message"));
 }
 

@@ -122,8 +122,8 @@ class CQOV_Leader_Task : public CQOV_Task {
   CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize,
                    std::unique_ptr<qov::LeaderQueue> queue);
 
-  int dispatch(ACE_Message_Block* mb);
-  void deliver(const QOVMsgHead& head, ACE_Message_Block* mb);
+  int dispatch(CQOVDebugKitGuard& log, ACE_Message_Block* mb);
+  void deliver(CQOVDebugKitGuard& log, const QOVMsgHead& head, ACE_Message_Block* mb);
   CQOV_StaticSchecheduledTask* findStaticTask(std::uint64_t opc);
 
   /// True for a request of a worker of this module that waits for the response.
@@ -142,8 +142,8 @@ class CQOV_Leader_Task : public CQOV_Task {
   void dropFailedRequest(const MsgKey& key);
   /// Wakes the senders of the pending requests without a response and forgets them.
   void releasePending(Scope scope);
-  /// Wakes the sender of a request that the leader never came to handle.
-  void wakeLeftOverSender(ACE_Message_Block& mb);
+  /// Wakes the sender that waits for an answer to `mb` and will get none.
+  void wakeSenderOf(ACE_Message_Block& mb);
 
   static const Handler kHandlers[5];
 

@@ -52,10 +52,10 @@ class CQOV_TaskMgr {
   /// deleted.
   bool init();
 
-  /// The module id as the leader task has it; -1 when the leader could not be made.
+  /// The module id; -1 when the leader could not be made (errno ENOMEM then).
   int gid();
 
-  /// The module id as given to the constructor, without the lock that gid() takes.
+  /// The module id as given to the constructor.
   unsigned int moduleId() const { return moduleId_; }
 
   const std::string& name() const { return name_; }
@@ -72,8 +72,10 @@ class CQOV_TaskMgr {
   /// leaves `mb` with the caller.
   ///
   /// There is no room for a request or an asynchronous message to this module while 16 KiB of
-  /// blocks wait for its leader, its pool and its static tasks together. Responses and stop blocks
-  /// get in even then, so that a module under load still gets its answers.
+  /// blocks wait for its leader, its pool and its static tasks together. Responses, stop
+  /// blocks and the synchronous requests of the module's own tasks get in even then, so that a module
+  /// under load still gets its answers. A worker that sends asynchronous messages to its own module
+  /// without a time-out may wait for room that only it can make: give these a time-out.
   int putq(ACE_Message_Block* mb, ACE_Time_Value* timeout);
 
   /// Starts `task` on a thread of its own and routes its operation codes to it. 0, or -1 for a null

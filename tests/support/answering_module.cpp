@@ -1,7 +1,8 @@
+// A module whose workers answer every request with its addresses exchanged. For tests and benchmarks
+// of requests between modules.
+//   QOV_TEST_GID  its module id
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
-
-// A module of the request benchmark: its workers answer every request at once.
 
 namespace {
 
@@ -14,9 +15,9 @@ class Answerer : public CQOV_CommonTask {
   }
 };
 
-class BenchModule : public CQOV_TaskMgr {
+class AnsweringModule : public CQOV_TaskMgr {
  public:
-  BenchModule() : CQOV_TaskMgr(QOV_BENCH_GID, 4, "bench") {}
+  AnsweringModule() : CQOV_TaskMgr(QOV_TEST_GID, 4, "answering") {}
   CQOV_Task* createTask() override { return new Answerer(this); }
 };
 
@@ -25,11 +26,11 @@ CQOV_TaskMgr* module = nullptr;
 }  // namespace
 
 extern "C" CQOV_TaskMgr* QOV_CreateModule() {
-  module = new BenchModule;
+  module = new AnsweringModule;
   return module;
 }
 
-/// The module's manager, for the requesters that the benchmark adds.
-extern "C" CQOV_TaskMgr* qovBenchModule() {
+/// The module's manager, for requesters that the test adds.
+extern "C" CQOV_TaskMgr* qovAnsweringModule() {
   return module;
 }

@@ -1,0 +1,67 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "tests/support/answering_modules.h"
+#include "tests/task/task_fixture.h"
+
+namespace {
+
+/// Requests of one loaded module to another.
+class TwoModulesTest : public TaskTest {
+ protected:
+  TwoModulesTest() : modules_(agentRoot()) {}
+  ~TwoModulesTest() override { agentRoot().removeModules(); }
+
+  static std::unique_ptr<CQOV_MsgPackage> makeRequest() {
+    return makeMessage(1, 5, AnsweringModules::kSecond, AnsweringModules::kFirst);
+  }
+
+  AnsweringModules modules_;
+};
+
+}  // namespace
+
+TEST_F(TwoModulesTest, ARequestComesBackFromWhereItWent) {
+  CQOV_Task task(modules_.first());
+  auto message = makeRequest();
+  const std::uint32_t sn = message->head().sn_;
+  std::unique_ptr<CQOV_MsgPackage> response;
+  ASSERT_EQ(0, request(task, std::move(message), kLong, &response));
+  const QOVMsgHead& head = response->head();
+  EXPECT_EQ(2, head.type_);
+  EXPECT_EQ(5U, head.opc_);
+  EXPECT_EQ(sn, head.sn_);
+  EXPECT_EQ(kPid, head.spid_);
+  EXPECT_EQ(AnsweringModules::kSecond, head.smid_);
+  EXPECT_EQ(kPid, head.rpid_);
+  EXPECT_EQ(AnsweringModules::kFirst, head.rmid_);
+}
+
+TEST_F(TwoModulesTest, ManyTasksAskAtOnce) {
+  constexpr int kTasks = 8;
+  constexpr int kEach = 200;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kTasks; ++i) {
+    threads.emplace_back([this] {
+      CQOV_Task task(modules_.first());
+      for (int n = 0; n < kEach; ++n) {
+        ASSERT_EQ(0, request(task, makeRequest(), kLong));
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(0, log_.count("Failed to"));
+}
+
+TEST_F(TwoModulesTest, AnAsynchronousMessageReachesTheOtherModule) {
+  CQOV_Task task(modules_.first());
+  ASSERT_EQ(
+      0, task.send(makeMessage(3, 5, AnsweringModules::kSecond, AnsweringModules::kFirst).release(),
+                   nullptr, true));
+  // Its worker answers even that; the first module has nobody who waits for the answer.
+  EXPECT_TRUE(log_.waitFor("Failed to handle RSP message: SPID=7,SMID=31,OPC=5,SN="));
+}
