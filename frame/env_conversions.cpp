@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <locale>
 #include <sstream>
+#include <utility>
 
 namespace {
 
@@ -23,6 +24,7 @@ struct tm UtcTimeToLocalTime(time_t t) {
   return ::localtime_r(&t, &local) != nullptr ? local : tm{};
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is fixed
 std::string UtcTimeToLocalTimeStr(time_t t, std::string dateSep) {
   const struct tm local = UtcTimeToLocalTime(t);
   // A long: the field itself stops 1900 short of the last year that it can name.
@@ -36,7 +38,7 @@ std::string UtcTimeToLocalTimeStr(time_t t, std::string dateSep) {
 }
 
 u_int StrToUint(std::string s) {
-  std::istringstream stream(s);
+  std::istringstream stream(std::move(s));
   stream.imbue(std::locale::classic());  // what a file says does not depend on who reads it
   std::uint64_t value = 0;
   stream >> value;

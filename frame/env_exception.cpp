@@ -1,5 +1,6 @@
 #include <qovpub/qov_exception.h>
 
+// NOLINTNEXTLINE(bugprone-throw-keyword-missing): a member that holds the text
 CQOV_Exception::CQOV_Exception(const std::string& message) : text_("CQOV_Exception: " + message) {}
 
 CQOV_Exception::~CQOV_Exception() = default;

@@ -7,7 +7,6 @@
 #include "qovplatform/platform_guard.h"
 
 using qov::platform::guardNow;
-using qov::platform::GuardSlot;
 using qov::platform::OverdueWatch;
 using qov::platform::ThreadSlots;
 using std::chrono::nanoseconds;
