@@ -24,6 +24,15 @@ bool isMapped(const std::string& plugin) {
   return handle != nullptr;
 }
 
+/// How often `plugin` is open. ACE keeps a closed library's handle.
+int timesOpen(const std::string& plugin) {
+  ACE_DLL_Manager& manager = *ACE_DLL_Manager::instance(1024);
+  ACE_DLL_Handle* const dll = manager.open_dll(plugin.c_str(), RTLD_LAZY | RTLD_GLOBAL, nullptr);
+  const int count = dll->refcount() - 1;
+  manager.close_dll(plugin.c_str());
+  return count;
+}
+
 class Binder : public CQOV_PluginOperator {
  public:
   bool init(ACE_DLL_Handle* dll) override {
@@ -51,7 +60,7 @@ class Plugins : public ModuleTest {
 TEST_F(Plugins, OpensBindsAndRegistersALibrary) {
   EXPECT_TRUE(plugins().open(kOne, binder, 7));
   EXPECT_EQ(binder.bound, 42);
-  EXPECT_TRUE(isMapped(kOne));
+  EXPECT_EQ(timesOpen(kOne), 1);
   EXPECT_THAT(messages("INFO"), ElementsAre("Load plugin name is qovt_plugin_one!"));
 }
 
@@ -69,7 +78,7 @@ TEST_F(Plugins, RefusesALibraryThatIsNotThere) {
 TEST_F(Plugins, ClosesALibraryThatTheOperatorRefuses) {
   binder.accepts = false;
   EXPECT_FALSE(plugins().open(kOne, binder, 1));
-  EXPECT_FALSE(isMapped(kOne));
+  EXPECT_EQ(timesOpen(kOne), 0);
   EXPECT_THAT(messages("WARN"), ElementsAre("Failed to init qovt_plugin_one"));
   plugins().clear();
   EXPECT_THAT(messages("INFO"), IsEmpty());
@@ -78,7 +87,7 @@ TEST_F(Plugins, ClosesALibraryThatTheOperatorRefuses) {
 TEST_F(Plugins, TakesAnOperatorThatThrowsForARefusal) {
   binder.throws = true;
   EXPECT_FALSE(plugins().open(kOne, binder, 1));
-  EXPECT_FALSE(isMapped(kOne));
+  EXPECT_EQ(timesOpen(kOne), 0);
 }
 
 TEST_F(Plugins, RemovesEveryPluginOfAnId) {
@@ -88,14 +97,26 @@ TEST_F(Plugins, RemovesEveryPluginOfAnId) {
   plugins().remove(7u);
   EXPECT_THAT(messages("INFO"), ElementsAre("Remove plugin name is qovt_plugin_one!",
                                             "Remove plugin name is qovt_plugin_two!"));
-  EXPECT_FALSE(isMapped(kOne));
-  EXPECT_FALSE(isMapped(kTwo));
+  EXPECT_EQ(timesOpen(kOne), 0);
+  EXPECT_EQ(timesOpen(kTwo), 0);
+}
+
+TEST_F(Plugins, TakesALibraryThatDoesWithoutAceOutOfMemory) {
+#ifdef __SANITIZE_THREAD__
+  // ACE takes the lock of a library and that of its framework repository in this order here, and in
+  // the other one when the process ends.
+  GTEST_SKIP() << "reported as a lock order inversion within ACE";
+#endif
+  ASSERT_TRUE(plugins().open("qovt_plain_plugin", binder, 7));
+  EXPECT_TRUE(isMapped("qovt_plain_plugin"));
+  plugins().remove(7u);
+  EXPECT_FALSE(isMapped("qovt_plain_plugin"));
 }
 
 TEST_F(Plugins, AnUnknownIdRemovesNothing) {
   ASSERT_TRUE(plugins().open(kOne, binder, 7));
   plugins().remove(8u);
-  EXPECT_TRUE(isMapped(kOne));
+  EXPECT_EQ(timesOpen(kOne), 1);
 }
 
 TEST_F(Plugins, RemovesByNameOnlyTheEntryOfTheLowestId) {
@@ -104,17 +125,17 @@ TEST_F(Plugins, RemovesByNameOnlyTheEntryOfTheLowestId) {
   log.clear();
   plugins().remove(kOne);
   EXPECT_THAT(messages("INFO"), ElementsAre("Remove plugin name is qovt_plugin_one!"));
-  EXPECT_TRUE(isMapped(kOne));
+  EXPECT_EQ(timesOpen(kOne), 1);
   plugins().remove(3u);
-  EXPECT_TRUE(isMapped(kOne));
+  EXPECT_EQ(timesOpen(kOne), 1);
   plugins().remove(9u);
-  EXPECT_FALSE(isMapped(kOne));
+  EXPECT_EQ(timesOpen(kOne), 0);
 }
 
 TEST_F(Plugins, ADecoratedNameRemovesNothing) {
   ASSERT_TRUE(plugins().open(kOne, binder, 3));
   plugins().remove("libqovt_plugin_one.so");
-  EXPECT_TRUE(isMapped(kOne));
+  EXPECT_EQ(timesOpen(kOne), 1);
 }
 
 TEST_F(Plugins, RefusesToRemoveANullName) {
@@ -129,7 +150,7 @@ TEST_F(Plugins, CloseRemovesEverythingAndTheNextInstanceIsEmpty) {
   CQOV_Plugins::close();
   EXPECT_THAT(messages("INFO"), ElementsAre("Remove plugin name is qovt_plugin_one!",
                                             "Remove plugin name is qovt_plugin_two!"));
-  EXPECT_FALSE(isMapped(kOne));
+  EXPECT_EQ(timesOpen(kOne), 0);
   log.clear();
   plugins().clear();
   EXPECT_THAT(messages("INFO"), IsEmpty());

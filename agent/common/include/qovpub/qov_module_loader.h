@@ -61,7 +61,8 @@ class CQOV_Module_Loader {
   /// libraries. Does nothing unless load() succeeded; a second call does nothing.
   ///
   /// Each module leaves the table before it is stopped: a block sent to it from then on is refused
-  /// as for a gid that never existed.
+  /// as for a gid that never existed. Closing takes a library out of ACE's count; ACE leaves those
+  /// that depend on libACE, as modules do, in memory until the process ends.
   void unload();
 
   /// Puts `mb` into the queue of module `pid` (0 to 255).
