@@ -8,7 +8,7 @@ namespace devagent {
 namespace {
 
 void appendTally(CQOV_MsgPackage& answer, const Tally& tally) {
-  CTLVRecordV3& record = answer.addRecord(kTallyRecord, 8);
+  CTLVRecordV3& record = answer.addRecord(kTallyRecord);
   record.addUnsigned(kRounds, tally.rounds);
   record.addUnsigned(kSent, tally.sent);
   record.addUnsigned(kAnswered, tally.answered);

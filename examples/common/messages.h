@@ -100,7 +100,7 @@ inline std::unique_ptr<CQOV_MsgPackage> makeMessage(MessageType type, Module fro
 inline std::unique_ptr<CQOV_MsgPackage> makeJournalEntry(MessageType type, Module from,
                                                          std::string_view text) {
   auto message = makeMessage(type, from, kJournal, kWriteEntry);
-  message->addRecord(kEntryRecord, 1).addString(kEntryText, text);
+  message->addRecord(kEntryRecord).addString(kEntryText, text);
   return message;
 }
 

@@ -32,7 +32,7 @@ void appendFileSystems(CQOV_MsgPackage& answer) {
   mntent entry = {};
   char text[8192];
   while (getmntent_r(mounts.get(), &entry, text, sizeof text) != nullptr) {
-    CTLVRecordV3& record = answer.addRecord(kFileSystemRecord, 5);
+    CTLVRecordV3& record = answer.addRecord(kFileSystemRecord);
     record.addString(kMountPoint, entry.mnt_dir);
     record.addString(kMountDevice, entry.mnt_fsname);
     record.addString(kMountType, entry.mnt_type);

@@ -57,7 +57,7 @@ void appendHost(CQOV_MsgPackage& answer) {
   if (uname(&system) != 0 || sysinfo(&info) != 0) {
     throw CQOV_Exception("cannot read the host's state");
   }
-  CTLVRecordV3& record = answer.addRecord(kHostRecord, 7);
+  CTLVRecordV3& record = answer.addRecord(kHostRecord);
   record.addString(kHostName, system.nodename);
   record.addString(kKernel, std::string(system.sysname) + " " + system.release);
   record.addUnsigned(kUptimeSeconds, static_cast<std::uint64_t>(info.uptime));

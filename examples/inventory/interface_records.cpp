@@ -72,7 +72,7 @@ std::map<std::string, Interface> readInterfaces() {
 
 void appendInterfaces(CQOV_MsgPackage& answer) {
   for (const auto& [name, interface] : readInterfaces()) {
-    CTLVRecordV3& record = answer.addRecord(kInterfaceRecord, 4);
+    CTLVRecordV3& record = answer.addRecord(kInterfaceRecord);
     record.addString(kInterfaceName, name);
     record.addBool(kInterfaceUp, interface.up);
     if (!interface.hardware.empty()) {

@@ -47,7 +47,7 @@ bool InventoryWorker::fill(CQOV_MsgPackage& answer) {
       appendFileSystems(answer);
       return true;
     case kReadTally:
-      answer.addRecord(kTallyRecord, 1).addUnsigned(kRecordsSent, *recordsSent_);
+      answer.addRecord(kTallyRecord).addUnsigned(kRecordsSent, *recordsSent_);
       return true;
     default:
       return false;
