@@ -1,0 +1,240 @@
+#include "diag/log_file.h"
+
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+
+#include "tests/support/files.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using qov::LogFile;
+using qov::test::readFile;
+using qov::test::TemporaryDirectory;
+using qov::test::writeFile;
+
+class LogFileTest : public testing::Test {
+ protected:
+  static bool write(LogFile& file, std::string text) {
+    const size_t half = text.size() / 2;
+    const iovec pieces[2] = {{text.data(), half}, {text.data() + half, text.size() - half}};
+    return file.write(pieces, 2);
+  }
+
+  static mode_t modeOf(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
+    return status.st_mode & 07777;
+  }
+
+  /// Writes until the file is there again: its loss is noticed within a second.
+  bool writeUntilThere(LogFile& file, const std::string& text) {
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!fs::exists(path_) && std::chrono::steady_clock::now() < giveUp) {
+      EXPECT_TRUE(write(file, text));
+    }
+    return fs::exists(path_);
+  }
+
+  const TemporaryDirectory directory_;
+  const std::string path_ = directory_.file("x.log");
+};
+
+TEST_F(LogFileTest, AppendsToWhatIsThere) {
+  writeFile(path_, "old\n");
+  LogFile file;
+  ASSERT_TRUE(file.open(path_));
+  EXPECT_TRUE(write(file, "new\n"));
+  EXPECT_EQ(readFile(path_), "old\nnew\n");
+}
+
+TEST_F(LogFileTest, IsClosedToOthersWhateverTheModeMask) {
+  const mode_t mask = ::umask(0);
+  LogFile file;
+  file.open(path_);
+  write(file, std::string(100, 'x'));
+  file.check(10, 1);
+  ::umask(mask);
+  EXPECT_EQ(modeOf(path_ + ".1"), 0640U);
+  EXPECT_EQ(modeOf(path_), 0640U);
+}
+
+TEST_F(LogFileTest, ClosesAFileThatOthersCouldWriteTo) {
+  writeFile(path_, "");
+  ASSERT_EQ(::chmod(path_.c_str(), 0666), 0);
+  LogFile file;
+  file.open(path_);
+  EXPECT_EQ(modeOf(path_), 0664U);
+}
+
+TEST_F(LogFileTest, ReportsADirectoryThatIsMissingAndTriesAgain) {
+  const std::string path = directory_.file("missing/x.log");
+  LogFile file;
+  EXPECT_FALSE(file.open(path));
+  EXPECT_FALSE(write(file, "lost\n"));
+  fs::create_directory(directory_.path() / "missing");
+  EXPECT_TRUE(write(file, "kept\n"));
+  EXPECT_EQ(readFile(path), "kept\n");
+}
+
+TEST_F(LogFileTest, LeavesTheFormerFileForAnother) {
+  LogFile file;
+  file.open(path_);
+  EXPECT_TRUE(file.open(directory_.file("y.log")));
+  write(file, "y\n");
+  EXPECT_FALSE(file.open(directory_.file("missing/z.log")));
+  EXPECT_FALSE(write(file, "z\n"));
+  EXPECT_EQ(readFile(path_), "");
+  EXPECT_EQ(readFile(directory_.file("y.log")), "y\n");
+}
+
+TEST_F(LogFileTest, KeepsItsFileWhenItCannotBeOpenedAgain) {
+  LogFile file;
+  file.open(path_);
+  fs::rename(path_, path_ + ".moved");
+  fs::create_directory(path_);
+  EXPECT_FALSE(file.open(path_));
+  EXPECT_TRUE(write(file, "kept\n"));
+  EXPECT_EQ(readFile(path_ + ".moved"), "kept\n");
+}
+
+TEST_F(LogFileTest, BeginsAnewWhenTheFileWasDeleted) {
+  LogFile file;
+  file.open(path_);
+  write(file, "gone\n");
+  fs::remove(path_);
+  EXPECT_TRUE(writeUntilThere(file, "anew\n"));
+  EXPECT_EQ(readFile(path_), "anew\n");
+}
+
+TEST_F(LogFileTest, BeginsAnewAtTheCheckWhenTheFileWasMoved) {
+  LogFile file;
+  file.open(path_);
+  write(file, "first\n");
+  fs::rename(path_, path_ + ".moved");
+  write(file, "second\n");
+  file.check(0, 2);
+  write(file, "third\n");
+  EXPECT_EQ(readFile(path_ + ".moved"), "first\nsecond\n");
+  EXPECT_EQ(readFile(path_), "third\n");
+}
+
+TEST_F(LogFileTest, RotatesOnlyBeyondTheLimit) {
+  LogFile file;
+  file.open(path_);
+  write(file, std::string(10, 'x'));
+  file.check(10, 2);
+  EXPECT_FALSE(fs::exists(path_ + ".1"));
+  write(file, "x");
+  file.check(10, 2);
+  EXPECT_EQ(readFile(path_ + ".1"), std::string(11, 'x'));
+  EXPECT_EQ(readFile(path_), "");
+}
+
+TEST_F(LogFileTest, NeverRotatesWithoutALimit) {
+  LogFile file;
+  file.open(path_);
+  write(file, std::string(100, 'x'));
+  file.check(0, 2);
+  EXPECT_FALSE(fs::exists(path_ + ".1"));
+}
+
+TEST_F(LogFileTest, ShiftsItsPredecessorsAndDropsTheOldest) {
+  LogFile file;
+  file.open(path_);
+  for (const char* const generation : {"aa", "bb", "cc", "dd"}) {
+    write(file, generation);
+    file.check(1, 2);
+  }
+  EXPECT_EQ(readFile(path_ + ".1"), "dd");
+  EXPECT_EQ(readFile(path_ + ".2"), "cc");
+  EXPECT_FALSE(fs::exists(path_ + ".3"));
+}
+
+TEST_F(LogFileTest, ShiftsThePredecessorsOfAnEarlierRun) {
+  writeFile(path_ + ".1", "earlier");
+  LogFile file;
+  file.open(path_);
+  write(file, "now");
+  file.check(1, 2);
+  EXPECT_EQ(readFile(path_ + ".1"), "now");
+  EXPECT_EQ(readFile(path_ + ".2"), "earlier");
+}
+
+TEST_F(LogFileTest, KeepsNothingOfAFileWithoutPredecessors) {
+  LogFile file;
+  file.open(path_);
+  write(file, "aa");
+  file.check(1, 0);
+  write(file, "b");
+  EXPECT_EQ(readFile(path_), "b");
+  EXPECT_FALSE(fs::exists(path_ + ".1"));
+}
+
+TEST_F(LogFileTest, GoesOnGrowingWhenItCannotBeRotated) {
+  writeFile(fs::path(path_ + ".1") / "occupied", "");
+  LogFile file;
+  file.open(path_);
+  write(file, "aa");
+  file.check(1, 1);
+  write(file, "bb");
+  EXPECT_EQ(readFile(path_), "aabb");
+}
+
+TEST_F(LogFileTest, GivesTheNewFileTheOwnerOfTheOld) {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "only root may give files away";
+  }
+  LogFile file;
+  file.open(path_);
+  ASSERT_EQ(::chown(path_.c_str(), 1, 1), 0);
+  write(file, "aa");
+  file.check(1, 2);
+  struct stat status {};
+  ASSERT_EQ(::stat(path_.c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, 1U);
+  EXPECT_EQ(status.st_gid, 1U);
+}
+
+/// Stands for a disk with room for a few bytes more.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : handler_(::signal(SIGXFSZ, SIG_IGN)) {
+    ::getrlimit(RLIMIT_FSIZE, &limit_);
+    const rlimit lower{bytes, limit_.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &lower);
+  }
+  ~FileSizeLimit() {
+    ::setrlimit(RLIMIT_FSIZE, &limit_);
+    ::signal(SIGXFSZ, handler_);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  rlimit limit_{};
+  void (*handler_)(int);
+};
+
+TEST_F(LogFileTest, WritesARecordWholeOrNotAtAll) {
+  LogFile file;
+  file.open(path_);
+  EXPECT_TRUE(write(file, "first\n"));
+  {
+    const FileSizeLimit almostFull(10);
+    EXPECT_FALSE(write(file, "does not fit\n"));
+    EXPECT_EQ(readFile(path_), "first\n");
+    EXPECT_TRUE(write(file, "abc\n"));
+  }
+  EXPECT_TRUE(write(file, "last\n"));
+  EXPECT_EQ(readFile(path_), "first\nabc\nlast\n");
+}
+
+}  // namespace

@@ -1,0 +1,176 @@
+#include <ace/Log_Msg.h>
+#include <ace/Thread_Manager.h>
+#include <gmock/gmock.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_logging_strategy.h>
+
+#include <atomic>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/diag/log_capture.h"
+#include "tests/support/files.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using qov::test::readFile;
+using testing::EndsWith;
+
+ACE_THR_FUNC_RETURN runFunction(void* argument) {
+  (*static_cast<std::function<void()>*>(argument))();
+  return nullptr;
+}
+
+/// A thread as the task runtime starts them: it inherits the logging of the one that starts it.
+class AceThread {
+ public:
+  explicit AceThread(std::function<void()> run) : run_(std::move(run)) {
+    ACE_Thread_Manager::instance()->spawn(runFunction, &run_, THR_NEW_LWP | THR_JOINABLE, &id_);
+  }
+  ~AceThread() { ACE_Thread_Manager::instance()->join(id_); }
+  AceThread(const AceThread&) = delete;
+  AceThread& operator=(const AceThread&) = delete;
+
+ private:
+  std::function<void()> run_;
+  ACE_thread_t id_ = 0;
+};
+
+class LogThreads : public testing::Test {
+ protected:
+  LogThreads() {
+    std::snprintf(param_.logFile_, sizeof(param_.logFile_), "%s", path_.c_str());
+    param_.chkInterval_ = 0;
+  }
+
+  /// The messages of all records in the log file and its predecessors, and how often each is there.
+  std::map<std::string, int> messages() const {
+    std::map<std::string, int> found;
+    for (const auto& entry : fs::directory_iterator(directory_.path())) {
+      std::ifstream lines(entry.path());
+      for (std::string line; std::getline(lines, line);) {
+        ++found[line.substr(line.rfind("] ") + 2)];
+      }
+    }
+    return found;
+  }
+
+  const LogStateKeeper before_;
+  const qov::test::TemporaryDirectory directory_;
+  const std::string path_ = directory_.file("x.log");
+  const CQOVDebugKit kit_{"KIT", 5};
+  CLogging_Cfg_Param param_;
+  CQOV_Logging_Strategy strategy_;
+};
+
+TEST_F(LogThreads, LoseAndRepeatNothingWhileTheSettingsAreApplied) {
+  constexpr int kRecords = 2000;
+  constexpr int kFiles = 1000000;
+  param_.logFileMaxSize_ = 8;
+  param_.logFileMaxCnt_ = kFiles;
+  LogStateKeeper::log().msg_ostream(nullptr, false);
+  std::promise<void> applied;
+  const std::shared_future<void> start = applied.get_future().share();
+  std::atomic<int> working{4};
+  const auto work = [&](const std::string& name) {
+    start.wait();
+    for (int i = 0; i < kRecords; ++i) {
+      kit_.error(1, "f", 2, name + std::to_string(i));
+    }
+    --working;
+  };
+  {
+    const AceThread early([&] { work("early ACE "); });
+    std::thread earlyOther([&] { work("early std "); });
+    strategy_.initLogStrategy(param_);
+    applied.set_value();
+    const AceThread late([&] { work("late ACE "); });
+    std::thread lateOther([&] { work("late std "); });
+    for (int round = 0; working > 0; ++round) {
+      param_.logFileMaxSize_ = 8 + round % 2;
+      strategy_.initLogStrategy(param_);
+    }
+    earlyOther.join();
+    lateOther.join();
+  }
+  const std::map<std::string, int> found = messages();
+  EXPECT_EQ(found.size(), 4U * kRecords);
+  for (const auto& [message, times] : found) {
+    EXPECT_EQ(times, 1) << message;
+  }
+  EXPECT_TRUE(fs::exists(path_ + ".2"));
+}
+
+TEST_F(LogThreads, WriteToTheFileThatIsCurrentAfterTheSettingsAreAppliedAgain) {
+  strategy_.initLogStrategy(param_);
+  std::promise<void> other;
+  std::promise<void> first;
+  std::thread thread([&] {
+    kit_.error(1, "f", 2, "to the first");
+    first.set_value();
+    other.get_future().wait();
+    kit_.error(1, "f", 2, "to the second");
+  });
+  first.get_future().wait();
+  const std::string second = directory_.file("y.log");
+  std::snprintf(param_.logFile_, sizeof(param_.logFile_), "%s", second.c_str());
+  strategy_.initLogStrategy(param_);
+  other.set_value();
+  thread.join();
+  EXPECT_THAT(readFile(path_), EndsWith("] to the first\n"));
+  EXPECT_THAT(readFile(second), EndsWith("] to the second\n"));
+}
+
+TEST_F(LogThreads, ReachTheFileThroughAceAlone) {
+  strategy_.initLogStrategy(param_);
+  std::thread([] { ACE_ERROR((LM_ERROR, "%D %M (%t) straight to ACE\n")); }).join();
+  EXPECT_THAT(readFile(path_), EndsWith(" straight to ACE\n"));
+  EXPECT_EQ(messages().size(), 1U);
+  ACE_ERROR((LM_ERROR, "from main\n"));
+  {
+    const AceThread thread([] { ACE_ERROR((LM_ERROR, "from one that inherits\n")); });
+  }
+  EXPECT_THAT(readFile(path_), EndsWith(" straight to ACE\nfrom main\nfrom one that inherits\n"));
+}
+
+TEST_F(LogThreads, KeepAStreamOfTheirOwn) {
+  strategy_.initLogStrategy(param_);
+  std::ostringstream own;
+  std::thread([&] {
+    LogStateKeeper::log().msg_ostream(&own, false);
+    kit_.error(1, "f", 2, "to my own");
+    LogStateKeeper::log().msg_ostream(nullptr, false);
+  }).join();
+  EXPECT_THAT(own.str(), EndsWith("] to my own\n"));
+  EXPECT_EQ(readFile(path_), "");
+}
+
+TEST_F(LogThreads, FollowALevelAtOnce) {
+  param_.logLevel_ = 5;
+  strategy_.initLogStrategy(param_);
+  std::promise<void> silent;
+  std::promise<void> raised;
+  std::thread thread([&] {
+    kit_.debug(1, "f", 2, "off");
+    silent.set_value();
+    raised.get_future().wait();
+    kit_.debug(1, "f", 2, "on");
+  });
+  silent.get_future().wait();
+  param_.logLevel_ = 0;
+  strategy_.initLogStrategy(param_);
+  raised.set_value();
+  thread.join();
+  EXPECT_EQ(messages().count("off"), 0U);
+  EXPECT_EQ(messages().count("on"), 1U);
+}
+
+}  // namespace

@@ -1,0 +1,368 @@
+#include <ace/Reactor.h>
+#include <ace/Timer_Queue.h>
+#include <gmock/gmock.h>
+#include <pwd.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_logging_strategy.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "tests/diag/log_capture.h"
+#include "tests/diag/process_root.h"
+#include "tests/support/files.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using qov::test::readFile;
+using qov::test::TemporaryDirectory;
+using qov::test::writeFile;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+constexpr u_long kTrace = 0x002, kDebug = 0x004, kInfo = 0x008, kWarn = 0x020, kError = 0x080;
+
+class LoggingStrategy : public testing::Test {
+ protected:
+  LoggingStrategy() {
+    std::snprintf(param_.logFile_, sizeof(param_.logFile_), "%s", path_.c_str());
+  }
+
+  void log(const std::string& message) const { kit_.error(1, "f", 2, message); }
+  std::string logged() const { return readFile(path_); }
+
+  static u_long mask() {
+    return LogStateKeeper::log().priority_mask(ACE_Log_Msg::PROCESS) &
+           (kTrace | kDebug | kInfo | kWarn | kError);
+  }
+
+  static int timers() {
+    ACE_Timer_Queue_Iterator& each = ACE_Reactor::instance()->timer_queue()->iter();
+    int count = 0;
+    for (each.first(); !each.isdone(); each.next()) {
+      ++count;
+    }
+    return count;
+  }
+
+  /// What changing the owner of a file that is there comes to.
+  static int ownerResult() { return ::geteuid() == 0 && ::getpwnam("daemon") != nullptr ? 0 : -1; }
+
+  const LogStateKeeper before_;
+  const TemporaryDirectory directory_;
+  const std::string path_ = directory_.file("x.log");
+  const CQOVDebugKit kit_{"KIT", 5};
+  CLogging_Cfg_Param param_;
+  CQOV_Logging_Strategy strategy_;
+};
+
+TEST_F(LoggingStrategy, HasTheDefaultSettings) {
+  const CLogging_Cfg_Param param;
+  EXPECT_STREQ(param.logFile_, "/var/log/KRV/NoSetLogFile.log");
+  EXPECT_EQ(param.chkInterval_, 600);
+  EXPECT_EQ(param.logFileMaxSize_, 10240);
+  EXPECT_EQ(param.logFileMaxCnt_, 3);
+  EXPECT_EQ(param.sendTerminal_, 0);
+  EXPECT_EQ(param.logLevel_, 2);
+}
+
+TEST_F(LoggingStrategy, SendsRecordsToTheFile) {
+  EXPECT_EQ(strategy_.initLogStrategy(param_), ownerResult());
+  testing::internal::CaptureStderr();
+  log("m");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_THAT(logged(), EndsWith("] m\n"));
+  EXPECT_TRUE(LogStateKeeper::log().flags() & ACE_Log_Msg::OSTREAM);
+}
+
+TEST_F(LoggingStrategy, WritesTheLongestRecordsWhole) {
+  strategy_.initLogStrategy(param_);
+  const std::string message(65536, 'x');
+  log(message);
+  EXPECT_THAT(logged(), EndsWith("] " + message + "\n"));
+}
+
+TEST_F(LoggingStrategy, GivesTheFileToTheUserDaemonAndTheSameGroupId) {
+  if (ownerResult() != 0) {
+    GTEST_SKIP() << "only root may give files away";
+  }
+  for (const int toTerminal : {0, 1}) {
+    param_.sendTerminal_ = toTerminal;
+    writeFile(path_, "");
+    EXPECT_EQ(strategy_.initLogStrategy(param_), 0);
+    struct stat status {};
+    ASSERT_EQ(::stat(path_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, ::getpwnam("daemon")->pw_uid);
+    EXPECT_EQ(status.st_gid, ::getpwnam("daemon")->pw_uid);
+    fs::remove(path_);
+  }
+}
+
+TEST_F(LoggingStrategy, SendsRecordsToStandardErrorWithoutALogFile) {
+  param_.sendTerminal_ = 1;
+  EXPECT_EQ(strategy_.initLogStrategy(param_), -1) << "there is no file to give away";
+  testing::internal::CaptureStderr();
+  log("m");
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith("] m\n"));
+  EXPECT_FALSE(fs::exists(path_));
+  EXPECT_EQ(timers(), 0);
+}
+
+TEST_F(LoggingStrategy, LeavesTheLevelsAloneWhenItSendsToTheTerminal) {
+  LogStateKeeper::log().priority_mask(kDebug, ACE_Log_Msg::PROCESS);
+  param_.sendTerminal_ = 1;
+  strategy_.initLogStrategy(param_);
+  EXPECT_EQ(mask(), kDebug);
+}
+
+TEST_F(LoggingStrategy, WorksWithoutChecks) {
+  for (const int interval : {0, -5}) {
+    param_.chkInterval_ = interval;
+    EXPECT_EQ(strategy_.initLogStrategy(param_), ownerResult());
+    EXPECT_EQ(timers(), 0);
+    log("m");
+    EXPECT_THAT(logged(), EndsWith("] m\n"));
+  }
+}
+
+TEST_F(LoggingStrategy, WorksWithoutASizeLimit) {
+  for (const int size : {0, -1}) {
+    param_.logFileMaxSize_ = size;
+    EXPECT_EQ(strategy_.initLogStrategy(param_), ownerResult());
+    log("m");
+    EXPECT_EQ(strategy_.initLogStrategy(param_), ownerResult());
+    EXPECT_FALSE(fs::exists(path_ + ".1"));
+  }
+}
+
+TEST_F(LoggingStrategy, UsesStandardErrorUntilTheLogDirectoryIsThere) {
+  const std::string later = directory_.file("missing/x.log");
+  std::snprintf(param_.logFile_, sizeof(param_.logFile_), "%s", later.c_str());
+  EXPECT_EQ(strategy_.initLogStrategy(param_), -1);
+  testing::internal::CaptureStderr();
+  log("first");
+  log("second");
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::AllOf(HasSubstr("] first\n"), EndsWith("] second\n")));
+  fs::create_directory(directory_.path() / "missing");
+  log("third");
+  EXPECT_THAT(readFile(later), HasSubstr("][ERR][QOVPUBLIC]["));
+  EXPECT_THAT(readFile(later), HasSubstr("] 2 records are missing here"));
+  EXPECT_THAT(readFile(later), EndsWith("] third\n"));
+  log("fourth");
+  EXPECT_EQ(std::count(std::istreambuf_iterator<char>(std::ifstream(later).rdbuf()), {}, '\n'), 3);
+}
+
+TEST_F(LoggingStrategy, RotatesAFileThatIsTooLargeAtOnce) {
+  param_.logFileMaxSize_ = 1;
+  writeFile(path_, std::string(1024, 'x'));
+  strategy_.initLogStrategy(param_);
+  EXPECT_FALSE(fs::exists(path_ + ".1"));
+  writeFile(path_, std::string(1025, 'x'));
+  strategy_.initLogStrategy(param_);
+  EXPECT_EQ(readFile(path_ + ".1"), std::string(1025, 'x'));
+  EXPECT_EQ(logged(), "");
+}
+
+TEST_F(LoggingStrategy, RotatesWhileTheReactorRuns) {
+  param_.logFileMaxSize_ = 1;
+  param_.chkInterval_ = 1;
+  strategy_.initLogStrategy(param_);
+  log(std::string(2000, 'x'));
+  ACE_Time_Value limit(30);
+  while (!fs::exists(path_ + ".1") && limit > ACE_Time_Value::zero) {
+    ACE_Reactor::instance()->handle_events(limit);
+  }
+  log("next");
+  EXPECT_THAT(readFile(path_ + ".1"), EndsWith("xxx\n"));
+  EXPECT_THAT(logged(), EndsWith("] next\n"));
+}
+
+TEST_F(LoggingStrategy, KeepsTheSequenceOfRotatedFilesWhenItIsAppliedAgain) {
+  param_.logFileMaxSize_ = 1;
+  strategy_.initLogStrategy(param_);
+  for (const char letter : {'a', 'b', 'c'}) {
+    log(std::string(2000, letter));
+    strategy_.initLogStrategy(param_);
+  }
+  EXPECT_THAT(readFile(path_ + ".1"), EndsWith("ccc\n"));
+  EXPECT_THAT(readFile(path_ + ".2"), EndsWith("bbb\n"));
+  EXPECT_FALSE(fs::exists(path_ + ".3")) << "three files with the current one";
+}
+
+TEST_F(LoggingStrategy, CreatesNoFileThatOthersCanWriteTo) {
+  const mode_t mask = ::umask(0);
+  param_.logFileMaxSize_ = 1;
+  strategy_.initLogStrategy(param_);
+  log(std::string(2000, 'x'));
+  strategy_.initLogStrategy(param_);
+  ::umask(mask);
+  for (const std::string& file : {path_, path_ + ".1"}) {
+    struct stat status {};
+    ASSERT_EQ(::stat(file.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 022U, 0U) << file;
+  }
+}
+
+TEST_F(LoggingStrategy, HasOneTimerHoweverOftenItIsApplied) {
+  for (int round = 0; round < 1000; ++round) {
+    strategy_.initLogStrategy(param_);
+  }
+  EXPECT_EQ(timers(), 1);
+  param_.chkInterval_ = 0;
+  strategy_.initLogStrategy(param_);
+  EXPECT_EQ(timers(), 0);
+}
+
+TEST_F(LoggingStrategy, LeavesNoTimerBehind) {
+  auto strategy = std::make_unique<CQOV_Logging_Strategy>();
+  param_.chkInterval_ = 1;
+  strategy->initLogStrategy(param_);
+  ASSERT_EQ(timers(), 1);
+  strategy.reset();
+  EXPECT_EQ(timers(), 0);
+}
+
+TEST_F(LoggingStrategy, GoesOnWritingAfterItsDestruction) {
+  std::make_unique<CQOV_Logging_Strategy>()->initLogStrategy(param_);
+  log("late");
+  EXPECT_THAT(logged(), EndsWith("] late\n"));
+}
+
+TEST_F(LoggingStrategy, KeepsNoFurtherDescriptors) {
+  const auto descriptors = [] {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+  };
+  param_.logFileMaxSize_ = 1;
+  strategy_.initLogStrategy(param_);
+  const auto before = descriptors();
+  for (int round = 0; round < 100; ++round) {
+    log(std::string(2000, 'x'));
+    strategy_.initLogStrategy(param_);
+  }
+  EXPECT_EQ(descriptors(), before);
+}
+
+TEST_F(LoggingStrategy, SwitchesBetweenFileAndTerminal) {
+  strategy_.initLogStrategy(param_);
+  log("one");
+  param_.sendTerminal_ = 1;
+  strategy_.initLogStrategy(param_);
+  EXPECT_EQ(timers(), 0);
+  testing::internal::CaptureStderr();
+  log("two");
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith("] two\n"));
+  param_.sendTerminal_ = 0;
+  strategy_.initLogStrategy(param_);
+  EXPECT_EQ(timers(), 1);
+  testing::internal::CaptureStderr();
+  log("three");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_THAT(logged(), testing::AllOf(HasSubstr("] one\n"), EndsWith("] three\n")));
+  EXPECT_THAT(logged(), Not(HasSubstr("] two\n")));
+}
+
+TEST_F(LoggingStrategy, SetsTheProcessesLevels) {
+  const u_long fromTrace = kTrace | kDebug | kInfo | kWarn | kError;
+  const u_long fromInfo = kInfo | kWarn | kError;
+  const std::vector<std::pair<int, u_long>> masks = {
+      {-1, fromTrace}, {0, fromTrace}, {1, fromTrace & ~kTrace},
+      {2, fromInfo},   {3, fromInfo},  {4, kWarn | kError},
+      {5, kError},     {9, kError}};
+  for (const auto& [level, expected] : masks) {
+    param_.logLevel_ = level;
+    strategy_.initLogStrategy(param_);
+    EXPECT_EQ(mask(), expected) << "level " << level;
+    EXPECT_EQ(LogStateKeeper::log().priority_mask(ACE_Log_Msg::PROCESS) & LM_CRITICAL, 0U);
+  }
+}
+
+TEST_F(LoggingStrategy, CutsALogFileNameTo255Characters) {
+  CLogging_Cfg_Param param;
+  const std::string name = directory_.path().string() + "/" + std::string(300, 'x');
+  ProcessRoot::configure(
+      "SendTerminal=0\nChkInterval=0\nLogFileMaxSize=0\nLogFileMaxCnt=3\nLogLevel=2\n");
+  EXPECT_EQ(strategy_.initLogStrategy(nullptr, name.c_str()), ownerResult());
+  log("m");
+  EXPECT_THAT(readFile(name.substr(0, 255)), EndsWith("] m\n"));
+}
+
+class LogConfiguration : public LoggingStrategy {
+ protected:
+  int read() { return strategy_.read_log_config("/not/looked/at", param_); }
+};
+
+TEST_F(LogConfiguration, ReadsTheFiveKeysOfTheProcessesOwnFile) {
+  ProcessRoot::configure(
+      "SendTerminal=1\nChkInterval=2\nLogFileMaxSize=3\nLogFileMaxCnt=4\nLogLevel=5\n");
+  EXPECT_EQ(read(), 0);
+  EXPECT_EQ(param_.sendTerminal_, 1);
+  EXPECT_EQ(param_.chkInterval_, 2);
+  EXPECT_EQ(param_.logFileMaxSize_, 3);
+  EXPECT_EQ(param_.logFileMaxCnt_, 4);
+  EXPECT_EQ(param_.logLevel_, 5);
+}
+
+TEST_F(LogConfiguration, StopsAtTheFirstMissingKey) {
+  ProcessRoot::configure("SendTerminal=1\nChkInterval=2\nLogFileMaxSize=3\nLogLevel=5\n");
+  EXPECT_EQ(read(), -1);
+  EXPECT_EQ(param_.logFileMaxSize_, 3);
+  EXPECT_EQ(param_.logFileMaxCnt_, 3);
+  EXPECT_EQ(param_.logLevel_, 2);
+}
+
+TEST_F(LogConfiguration, FailsWithoutItsSection) {
+  writeFile(ProcessRoot::cfgFile(), "[QOV_GLOBAL]\nPROC_PID=1\n");
+  EXPECT_EQ(read(), -1);
+}
+
+TEST_F(LogConfiguration, TakesWhatIsNoNumberForZero) {
+  ProcessRoot::configure(
+      "SendTerminal=yes\nChkInterval= 7x\nLogFileMaxSize=0x10\nLogFileMaxCnt=-2\nLogLevel=-9\n");
+  EXPECT_EQ(read(), 0);
+  EXPECT_EQ(param_.sendTerminal_, 0);
+  EXPECT_EQ(param_.chkInterval_, 7);
+  EXPECT_EQ(param_.logFileMaxSize_, 0);
+  EXPECT_EQ(param_.logFileMaxCnt_, -2);
+  EXPECT_EQ(param_.logLevel_, -9);
+}
+
+TEST_F(LogConfiguration, TakesNumbersOutOfRangeForTheNearest) {
+  ProcessRoot::configure(
+      "SendTerminal=4294967296\nChkInterval=99999999999999999999\n"
+      "LogFileMaxSize=-4294967296\nLogFileMaxCnt=2147483647\nLogLevel=4294967296\n");
+  EXPECT_EQ(read(), 0);
+  EXPECT_EQ(param_.sendTerminal_, 2147483647);
+  EXPECT_EQ(param_.chkInterval_, 2147483647);
+  EXPECT_EQ(param_.logFileMaxSize_, -2147483647 - 1);
+  EXPECT_EQ(param_.logFileMaxCnt_, 2147483647);
+  EXPECT_EQ(param_.logLevel_, 5);
+}
+
+TEST_F(LogConfiguration, IsAppliedToTheGivenFile) {
+  ProcessRoot::configure(
+      "SendTerminal=0\nChkInterval=600\nLogFileMaxSize=10\nLogFileMaxCnt=3\nLogLevel=9\n");
+  EXPECT_EQ(strategy_.initLogStrategy("/not/looked/at", path_.c_str()), ownerResult());
+  kit_.warn(1, "f", 2, "m");
+  EXPECT_EQ(logged(), "");
+  log("m");
+  EXPECT_THAT(logged(), EndsWith("] m\n"));
+}
+
+TEST_F(LogConfiguration, LeavesLoggingAsItWasWhenAKeyIsMissing) {
+  LogCapture capture;
+  ProcessRoot::configure("SendTerminal=1\nChkInterval=2\nLogFileMaxSize=3\nLogLevel=5\n");
+  EXPECT_EQ(strategy_.initLogStrategy(nullptr, path_.c_str()), -1);
+  kit_.debug(1, "f", 2, "m");
+  EXPECT_THAT(capture.text(), EndsWith("] m\n"));
+  EXPECT_FALSE(fs::exists(path_));
+}
+
+}  // namespace
