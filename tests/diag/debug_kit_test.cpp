@@ -93,6 +93,7 @@ TEST_F(DebugKit, TakesStringsLiteralsAndFormats) {
 }
 
 struct LevelBit {
+  const char* name;
   u_long bit;
   void (*log)(const CQOVDebugKit&);
 };
@@ -111,13 +112,14 @@ TEST_P(DebugKitLevel, PassesWithItsOwnBitOnly) {
 
 INSTANTIATE_TEST_SUITE_P(
     All, DebugKitLevel,
-    testing::Values(LevelBit{0x002, [](const CQOVDebugKit& kit) { kit.trace("m"); }},
-                    LevelBit{0x004, [](const CQOVDebugKit& kit) { kit.debug(1, "f", 2, "m"); }},
-                    LevelBit{0x008, [](const CQOVDebugKit& kit) { kit.info(1, "f", 2, "m"); }},
-                    LevelBit{0x020, [](const CQOVDebugKit& kit) { kit.warn(1, "f", 2, "m"); }},
-                    LevelBit{0x080, [](const CQOVDebugKit& kit) { kit.error(1, "f", 2, "m"); }},
-                    LevelBit{0x100,
-                             [](const CQOVDebugKit& kit) { kit.critical(1, "f", 2, "m"); }}));
+    testing::Values(
+        LevelBit{"Trace", 0x002, [](const CQOVDebugKit& kit) { kit.trace("m"); }},
+        LevelBit{"Debug", 0x004, [](const CQOVDebugKit& kit) { kit.debug(1, "f", 2, "m"); }},
+        LevelBit{"Info", 0x008, [](const CQOVDebugKit& kit) { kit.info(1, "f", 2, "m"); }},
+        LevelBit{"Warn", 0x020, [](const CQOVDebugKit& kit) { kit.warn(1, "f", 2, "m"); }},
+        LevelBit{"Error", 0x080, [](const CQOVDebugKit& kit) { kit.error(1, "f", 2, "m"); }},
+        LevelBit{"Critical", 0x100, [](const CQOVDebugKit& kit) { kit.critical(1, "f", 2, "m"); }}),
+    [](const auto& each) { return std::string(each.param.name); });
 
 TEST_F(DebugKit, TestsTheProcessMaskAndNotTheThreadsOwn) {
   LogCapture::log().priority_mask(LM_ERROR, ACE_Log_Msg::PROCESS);
