@@ -46,7 +46,7 @@ void disabledRecordToAceMasked(benchmark::State& state) {
     ratio.theirs(aceDebug);
   }
 }
-BENCHMARK(disabledRecordToAceMasked)->UseManualTime();
+BENCHMARK(disabledRecordToAceMasked)->Apply(asRatio);
 
 /// Target: at most 0.5.
 void disabledFormattedRecordToAceMasked(benchmark::State& state) {
@@ -58,7 +58,7 @@ void disabledFormattedRecordToAceMasked(benchmark::State& state) {
     ratio.theirs(aceDebug);
   }
 }
-BENCHMARK(disabledFormattedRecordToAceMasked)->UseManualTime();
+BENCHMARK(disabledFormattedRecordToAceMasked)->Apply(asRatio);
 
 /// Target: at most 0.5.
 void disabledRecordOfGuardToAceMasked(benchmark::State& state) {
@@ -72,7 +72,7 @@ void disabledRecordOfGuardToAceMasked(benchmark::State& state) {
     ratio.theirs(aceDebug);
   }
 }
-BENCHMARK(disabledRecordOfGuardToAceMasked)->UseManualTime();
+BENCHMARK(disabledRecordOfGuardToAceMasked)->Apply(asRatio);
 
 /// Target: at most 3.
 void silentGuardToDisabledRecord(benchmark::State& state) {
@@ -87,7 +87,7 @@ void silentGuardToDisabledRecord(benchmark::State& state) {
     ratio.theirs([&kit] { kit.debug(65536, __FUNCTION__, __LINE__, "Received a message"); });
   }
 }
-BENCHMARK(silentGuardToDisabledRecord)->UseManualTime();
+BENCHMARK(silentGuardToDisabledRecord)->Apply(asRatio);
 
 /// A log file in a directory of its own, written to by our strategy's stream and by ACE's way.
 class LogFile {
@@ -148,7 +148,7 @@ void enabledRecordToAceStamped(benchmark::State& state) {
     ratio.theirs(aceDebug);
   }
 }
-BENCHMARK(enabledRecordToAceStamped)->UseManualTime();
+BENCHMARK(enabledRecordToAceStamped)->Apply(asRatio);
 
 }  // namespace
 

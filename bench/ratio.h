@@ -6,8 +6,7 @@
 #include <ctime>
 
 /// Measures two things in turn, batch by batch, so that whatever else the machine does meets both,
-/// and reports the time of one call of each and their ratio as counters. Google Benchmark's
-/// repetitions then give their median and spread.
+/// and reports the time of one call of each and their ratio as counters.
 class Ratio {
  public:
   explicit Ratio(benchmark::State& state) : state_(state) {}
@@ -60,5 +59,10 @@ class Ratio {
   double theirs_ = 0;
   long batches_ = 0;
 };
+
+/// For BENCHMARK()->Apply(): repeats a benchmark that uses Ratio, and prints median and spread.
+inline void asRatio(benchmark::internal::Benchmark* each) {
+  each->UseManualTime()->Repetitions(9)->ReportAggregatesOnly();
+}
 
 #endif

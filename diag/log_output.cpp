@@ -6,6 +6,7 @@
 #include "diag/destination_lock.h"
 #include "diag/log_stream.h"
 #include "diag/orphan_threads.h"
+#include "diag/record_pieces.h"
 #include "diag/standard_error.h"
 
 namespace qov {
@@ -51,22 +52,30 @@ void writeThroughAce(ACE_Log_Msg& log, ACE_Log_Priority priority, std::string_vi
 }
 
 /// A stream that failed once (a full disk) gets its next chance with the next record.
-void writeStream(std::ostream* out, std::string_view head, std::string_view message) {
+void writeStream(std::ostream& out, const RecordPieces& record) {
+  if (!out.good()) {
+    out.clear();
+  }
+  for (int i = 0; i < record.count(); ++i) {
+    const iovec& piece = record.data()[i];
+    out.write(static_cast<const char*>(piece.iov_base),
+              static_cast<std::streamsize>(piece.iov_len));
+  }
+  out.flush();
+}
+
+void writeToStreamOf(ACE_Log_Msg& log, const RecordPieces& record) {
+  OrphanThreads::adopt(log);
+  std::ostream* const out = log.msg_ostream();
+  LogStream* const logFile = LogStream::process();
   if (out == nullptr) {
     return;
   }
-  LogStream* const logFile = LogStream::process();
   if (out == logFile) {
-    logFile->writeRecord(head, message);
-    return;
+    logFile->write(record.data(), record.count());
+  } else {
+    writeStream(*out, record);
   }
-  if (!out->good()) {
-    out->clear();
-  }
-  out->write(head.data(), static_cast<std::streamsize>(head.size()));
-  out->write(message.data(), static_cast<std::streamsize>(message.size()));
-  out->put('\n');
-  out->flush();
 }
 
 }  // namespace
@@ -80,15 +89,13 @@ void writeRecord(ACE_Log_Msg& log, const RecordInfo& info, std::string_view head
     writeThroughAce(log, info.priority, head, message);
     return;
   }
+  const RecordPieces record(head, message);
   const DestinationLock lock(log);
   if ((flags & ACE_Log_Msg::STDERR) != 0) {
-    writeStandardError(head);
-    writeStandardError(message);
-    writeStandardError("\n");
+    writeStandardError(record.data(), record.count());
   }
   if ((flags & ACE_Log_Msg::OSTREAM) != 0) {
-    OrphanThreads::adopt(log);
-    writeStream(log.msg_ostream(), head, message);
+    writeToStreamOf(log, record);
   }
 }
 

@@ -1,11 +1,10 @@
 #include "diag/log_stream.h"
 
-#include <array>
 #include <atomic>
-#include <cstring>
 
 #include "diag/log_level.h"
 #include "diag/record_head.h"
+#include "diag/record_pieces.h"
 #include "diag/standard_error.h"
 
 namespace qov {
@@ -13,13 +12,8 @@ namespace qov {
 namespace {
 
 constexpr unsigned long long kLostRecordsId = 65536;
-constexpr size_t kShortRecord = 1024;
 
 std::atomic<LogStream*> processStream{nullptr};
-
-iovec piece(std::string_view text) {
-  return {const_cast<char*>(text.data()), text.size()};
-}
 
 }  // namespace
 
@@ -42,21 +36,6 @@ LogStream& LogStream::use(const std::string& path) {
   return *stream;
 }
 
-void LogStream::writeRecord(std::string_view head, std::string_view message) {
-  std::array<char, kShortRecord> shortRecord;
-  const size_t size = head.size() + message.size() + 1;
-  if (size <= shortRecord.size()) {  // the kernel takes one piece faster than three
-    std::memcpy(shortRecord.data(), head.data(), head.size());
-    std::memcpy(shortRecord.data() + head.size(), message.data(), message.size());
-    shortRecord[size - 1] = '\n';
-    const iovec whole = {shortRecord.data(), size};
-    write(&whole, 1);
-    return;
-  }
-  const std::array<iovec, 3> pieces = {piece(head), piece(message), piece("\n")};
-  write(pieces.data(), static_cast<int>(pieces.size()));
-}
-
 void LogStream::write(const iovec* pieces, int count) {
   if (lost_ != 0) {
     reportLost();
@@ -65,24 +44,22 @@ void LogStream::write(const iovec* pieces, int count) {
     return;
   }
   ++lost_;
-  for (int i = 0; i < count; ++i) {
-    writeStandardError({static_cast<const char*>(pieces[i].iov_base), pieces[i].iov_len});
-  }
+  writeStandardError(pieces, count);
 }
 
 /// Runs again before every record until the file takes it.
 void LogStream::reportLost() {
   const RecordHead head("QOVPUBLIC", kLostRecordsId, kError.tag, __FUNCTION__, __LINE__);
-  const std::string message =
-      std::to_string(lost_) + " records are missing here: the log file could not be written.";
-  const std::array<iovec, 3> pieces = {piece(head.text()), piece(message), piece("\n")};
-  if (file_.write(pieces.data(), static_cast<int>(pieces.size()))) {
+  const RecordPieces record(
+      head.text(),
+      "records missing here, since the log file could not be written: " + std::to_string(lost_));
+  if (file_.write(record.data(), record.count())) {
     lost_ = 0;
   }
 }
 
 std::streamsize LogStream::Buffer::xsputn(const char* from, std::streamsize size) {
-  const iovec text = piece({from, static_cast<size_t>(size)});
+  const iovec text = {const_cast<char*>(from), static_cast<size_t>(size)};
   stream_.write(&text, 1);
   return size;
 }

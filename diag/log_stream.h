@@ -4,7 +4,6 @@
 #include <ostream>
 #include <streambuf>
 #include <string>
-#include <string_view>
 
 #include "diag/log_file.h"
 
@@ -28,8 +27,8 @@ class LogStream : public std::ostream {
   /// that cannot be opened is tried again with every record.
   static LogStream& use(const std::string& path);
 
-  /// Writes head, message and a newline as one record.
-  void writeRecord(std::string_view head, std::string_view message);
+  /// Writes the pieces of one record.
+  void write(const iovec* pieces, int count);
 
   /// Looks after the file's size, see LogFile::check().
   void checkFile(long long maxBytes, int predecessors) { file_.check(maxBytes, predecessors); }
@@ -52,7 +51,6 @@ class LogStream : public std::ostream {
   LogStream();
   ~LogStream() override = default;
 
-  void write(const iovec* pieces, int count);
   void reportLost();
 
   Buffer buffer_;

@@ -5,17 +5,31 @@
 
 namespace qov {
 
-void writeStandardError(std::string_view text) {
-  while (!text.empty()) {
-    const size_t written = std::fwrite(text.data(), 1, text.size(), stderr);
-    if (written < text.size()) {
+namespace {
+
+bool writeAll(const char* from, size_t size) {
+  while (size > 0) {
+    const size_t written = std::fwrite(from, 1, size, stderr);
+    if (written < size) {
       const bool interrupted = errno == EINTR;
       std::clearerr(stderr);
       if (!interrupted) {
-        return;
+        return false;
       }
     }
-    text.remove_prefix(written);
+    from += written;
+    size -= written;
+  }
+  return true;
+}
+
+}  // namespace
+
+void writeStandardError(const iovec* pieces, int count) {
+  for (int i = 0; i < count; ++i) {
+    if (!writeAll(static_cast<const char*>(pieces[i].iov_base), pieces[i].iov_len)) {
+      return;
+    }
   }
 }
 

@@ -1,12 +1,12 @@
 #ifndef QOV_DIAG_STANDARD_ERROR_H
 #define QOV_DIAG_STANDARD_ERROR_H
 
-#include <string_view>
+#include <sys/uio.h>
 
 namespace qov {
 
-/// Writes `text` to standard error, going on after interruptions; any other failure ends it.
-void writeStandardError(std::string_view text);
+/// Writes the pieces to standard error, going on after interruptions; any other failure ends it.
+void writeStandardError(const iovec* pieces, int count);
 
 }  // namespace qov
 

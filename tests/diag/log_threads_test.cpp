@@ -72,20 +72,19 @@ class LogThreads : public testing::Test {
 };
 
 TEST_F(LogThreads, LoseAndRepeatNothingWhileTheSettingsAreApplied) {
-  constexpr int kRecords = 2000;
-  constexpr int kFiles = 1000000;
+  constexpr int kRounds = 100;
   param_.logFileMaxSize_ = 8;
-  param_.logFileMaxCnt_ = kFiles;
+  param_.logFileMaxCnt_ = 1000000;
   LogStateKeeper::log().msg_ostream(nullptr, false);
   std::promise<void> applied;
   const std::shared_future<void> start = applied.get_future().share();
-  std::atomic<int> working{4};
+  std::atomic<bool> enough{false};
+  std::atomic<size_t> written{0};
   const auto work = [&](const std::string& name) {
     start.wait();
-    for (int i = 0; i < kRecords; ++i) {
+    for (int i = 0; i < 100 || !enough; ++i, ++written) {
       kit_.error(1, "f", 2, name + std::to_string(i));
     }
-    --working;
   };
   {
     const AceThread early([&] { work("early ACE "); });
@@ -94,19 +93,36 @@ TEST_F(LogThreads, LoseAndRepeatNothingWhileTheSettingsAreApplied) {
     applied.set_value();
     const AceThread late([&] { work("late ACE "); });
     std::thread lateOther([&] { work("late std "); });
-    for (int round = 0; working > 0; ++round) {
-      param_.logFileMaxSize_ = 8 + round % 2;
+    for (int round = 0; round < kRounds || !fs::exists(path_ + ".2"); ++round) {
       strategy_.initLogStrategy(param_);
     }
+    enough = true;
     earlyOther.join();
     lateOther.join();
   }
   const std::map<std::string, int> found = messages();
-  EXPECT_EQ(found.size(), 4U * kRecords);
+  EXPECT_EQ(found.size(), written);
   for (const auto& [message, times] : found) {
     EXPECT_EQ(times, 1) << message;
   }
-  EXPECT_TRUE(fs::exists(path_ + ".2"));
+}
+
+TEST_F(LogThreads, NeverFindTheDestinationsSwitchedOff) {
+  strategy_.initLogStrategy(param_);
+  std::atomic<bool> enough{false};
+  std::atomic<int> looks{0};
+  int timesOff = 0;
+  std::thread observer([&] {
+    for (; !enough; ++looks) {
+      timesOff += (LogStateKeeper::log().flags() & ACE_Log_Msg::OSTREAM) == 0 ? 1 : 0;
+    }
+  });
+  for (int round = 0; round < 3000 || looks < 300000; ++round) {
+    strategy_.initLogStrategy(param_);
+  }
+  enough = true;
+  observer.join();
+  EXPECT_EQ(timesOff, 0);
 }
 
 TEST_F(LogThreads, WriteToTheFileThatIsCurrentAfterTheSettingsAreAppliedAgain) {
