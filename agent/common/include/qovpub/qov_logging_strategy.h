@@ -22,7 +22,8 @@ struct CLogging_Cfg_Param {
   /// Key "LogFileMaxCnt": log files kept, the current one among them: 3 keeps the file and its
   /// predecessors ".1" and ".2"; 1 or less keeps the current one alone. 3.
   int logFileMaxCnt_;
-  /// Key "SendTerminal": not 0: records go to standard error instead of the file. 0.
+  /// Key "SendTerminal": not 0: records go to standard error instead of the file, and the other
+  /// settings have no effect: levels stay as they are. 0.
   int sendTerminal_;
   /// Key "LogLevel", 0 to 5. 0: from TRACE up, 1: from DEBUG, 2 and 3: from INFO, 4: from WARNING,
   /// 5: ERROR alone. Critical records are off at every level, on purpose. A larger value counts as
