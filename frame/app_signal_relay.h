@@ -17,8 +17,8 @@ class SignalRelay : public ACE_Event_Handler {
  public:
   static SignalRelay& instance();
 
-  /// Makes `handler` the one that carries out noted signals, beginning with those that come from now
-  /// on, and has the process reactor listen.
+  /// Makes `handler` the one that carries out noted signals, beginning with those that come from
+  /// now on, and has the process reactor listen.
   void attach(SigintHandler& handler);
 
   /// Forgets `handler`, if it is the one, and leaves the process reactor.

@@ -14,14 +14,14 @@ namespace qov {
 /// - Requests and asynchronous messages to the module itself need one of its workers: they find no
 ///   room while this queue, the leader's hands and the queues behind it (ModuleLoad) hold a queue's
 ///   worth of bytes.
-/// - Not so the synchronous requests of the module's own tasks: were they to wait for room that only
-///   their senders can make, nothing would move again. Each sender has one at a time.
+/// - Not so the synchronous requests of the module's own tasks: were they to wait for room that
+///   only their senders can make, nothing would move again. Each sender has one at a time.
 /// - Messages that the leader only passes on, and unknown ones, find no room while this queue alone
 ///   is full. The leader never waits, so that ends soon, whatever its workers do; otherwise workers
 ///   that wait to send and a backlog that waits for workers would block each other for good.
 /// - These and responses may fill the queue to twice its limit, since dropping a response costs a
-///   worker its whole time-out. Each belongs to a waiting task, so there are never more of them than
-///   tasks.
+///   worker its whole time-out. Each belongs to a waiting task, so there are never more of them
+///   than tasks.
 /// - Stop and hang-up blocks always get in.
 class LeaderQueue : public TaskQueue {
  public:

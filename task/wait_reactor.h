@@ -24,8 +24,9 @@ namespace qov {
 /// notifications of one handler that were not dispatched yet are one.
 ///
 /// Thread: notify(), deactivate() and deactivated() from any thread; all else on the owner's
-/// thread. Owns:   its timer wheel (1024 spokes, 100 ms, high-resolution clock). Handlers are
-/// borrowed. Errors: whatever needs a descriptor or a signal answers -1 with errno ENOTSUP.
+///         thread.
+/// Owns:   its timer wheel (1024 spokes, 100 ms, high-resolution clock). Handlers are borrowed.
+/// Errors: whatever needs a descriptor or a signal answers -1 with errno ENOTSUP.
 class WaitReactor : public ACE_Reactor_Impl {
  public:
   WaitReactor();

@@ -1,4 +1,4 @@
-// The rules of docs/ini-rules.md, as ACE keeps them: a new release of ACE that reads or writes
+// The rules of docs/configuration.md, as ACE keeps them: a new release of ACE that reads or writes
 // files in another way is noticed here.
 #include <qovpub/qov_ini_operator.h>
 

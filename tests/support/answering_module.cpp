@@ -1,5 +1,5 @@
-// A module whose workers answer every request with its addresses exchanged. For tests and benchmarks
-// of requests between modules.
+// A module whose workers answer every request with its addresses exchanged. For tests and
+// benchmarks of requests between modules.
 //   QOV_TEST_GID  its module id
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>

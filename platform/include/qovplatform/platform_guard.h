@@ -18,8 +18,8 @@ class ShutdownWatchdog;
 /// unknown to ACE_Thread_Manager and ends when the process exits. It sleeps as long as no guard can
 /// become overdue.
 ///
-/// Times are kept to a few milliseconds. A guard makes no system call unless it is overdue, or has a
-/// shorter time than any before it.
+/// Times are kept to a few milliseconds. A guard makes no system call unless it is overdue, or has
+/// a shorter time than any before it.
 ///
 /// Thread: opened and closed by the same thread; any number of threads at once. Guards nest.
 /// Owns:   nothing that outlives it.

@@ -12,14 +12,13 @@
 /// Reads and writes one INI file, by default the configuration file of this process.
 ///
 /// open() loads the file as a whole; every change is written back as a whole, which drops comments
-/// and the former layout. How the file is read and written is ACE's way (docs/ini-rules.md): keys
-/// ignore case, section names must be written as they are in the file.
+/// and the former layout. How the file is read and written is ACE's way (docs/configuration.md):
+/// keys ignore case, section names must be written as they are in the file.
 ///
 /// Thread: not locked; each user keeps an operator of its own.
 /// Owns:   its copy of the file's content; no descriptor stays open.
 /// Errors: every operation returns 0, or -1 on failure. Nothing is logged or thrown. A missing
-/// value
-///         is a failure, never an empty text.
+///         value is a failure, never an empty text.
 class CQOV_Ini_Operator {
  public:
   CQOV_Ini_Operator();

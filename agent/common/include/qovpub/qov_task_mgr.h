@@ -72,9 +72,9 @@ class CQOV_TaskMgr {
   /// leaves `mb` with the caller.
   ///
   /// There is no room for a request or an asynchronous message to this module while 16 KiB of
-  /// blocks wait for its leader, its pool and its static tasks together. Responses, stop
-  /// blocks and the synchronous requests of the module's own tasks get in even then, so that a module
-  /// under load still gets its answers. A worker that sends asynchronous messages to its own module
+  /// blocks wait for its leader, its pool and its static tasks together. Responses, stop blocks and
+  /// the synchronous requests of the module's own tasks get in even then, so that a module under
+  /// load still gets its answers. A worker that sends asynchronous messages to its own module
   /// without a time-out may wait for room that only it can make: give these a time-out.
   int putq(ACE_Message_Block* mb, ACE_Time_Value* timeout);
 
