@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string_view>
 
 /// What the modules of the example agent say to one another.
 namespace devagent {
