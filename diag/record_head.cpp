@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <qovpub/qov_utility.h>
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <charconv>
@@ -89,7 +90,7 @@ std::string_view RecordHead::text() const {
 
 void RecordHead::append(std::string_view piece) {
   if (large_.empty() && size_ + piece.size() <= kSmall) {
-    std::memcpy(small_ + size_, piece.data(), piece.size());
+    std::copy(piece.begin(), piece.end(), small_ + size_);
     size_ += piece.size();
     return;
   }

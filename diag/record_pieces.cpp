@@ -1,6 +1,6 @@
 #include "diag/record_pieces.h"
 
-#include <cstring>
+#include <algorithm>
 
 namespace qov {
 
@@ -20,9 +20,9 @@ RecordPieces::RecordPieces(std::string_view head, std::string_view message) {
     count_ = 3;
     return;
   }
-  std::memcpy(short_.data(), head.data(), head.size());
-  std::memcpy(short_.data() + head.size(), message.data(), message.size());
-  short_[size - 1] = '\n';
+  char* const end =
+      std::copy(message.begin(), message.end(), std::copy(head.begin(), head.end(), short_.data()));
+  *end = '\n';
   pieces_[0] = {short_.data(), size};
   count_ = 1;
 }
