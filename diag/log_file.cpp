@@ -137,9 +137,8 @@ void LogFile::check(long long maxBytes, int predecessors) {
     begin(nullptr);
     return;
   }
-  if (isMoved(own)) {
-    begin(&own);
-  } else if (maxBytes > 0 && own.st_size > maxBytes && putAside(predecessors)) {
+  const bool isTooLarge = maxBytes > 0 && own.st_size > maxBytes;
+  if (isMoved(own) || (isTooLarge && putAside(predecessors))) {
     begin(&own);
   }
 }
