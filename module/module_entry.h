@@ -10,7 +10,7 @@
 
 /// One loaded module: its manager, and the library that the manager's code lives in.
 struct CQOV_Module_Loader::ModuleEntry {
-  std::unique_ptr<CQOV_TaskMgr> taskMgr;
+  ManagerPtr taskMgr;
   /// Belongs to ACE's DLL manager, which keeps handle and name even after the library is closed.
   ACE_DLL_Handle* dll = nullptr;
 };

@@ -43,7 +43,7 @@ bool CQOV_Module_Loader::load() {
   bool loaded = false;
   // Outlives the write lock: joining a manager's threads under it would wait for good on a leader
   // that is waiting for the read lock.
-  std::unique_ptr<CQOV_TaskMgr> rejected;
+  ManagerPtr rejected;
   {
     const ACE_Write_Guard<ACE_RW_Thread_Mutex> lock(lock_);
     if (bModuleLoaded_) {
@@ -57,8 +57,13 @@ bool CQOV_Module_Loader::load() {
   return loaded;
 }
 
-bool CQOV_Module_Loader::loadModules(const std::list<std::string>& names,
-                                     std::unique_ptr<CQOV_TaskMgr>& rejected,
+void CQOV_Module_Loader::StopAndDelete::operator()(CQOV_TaskMgr* manager) const {
+  // Joined before the destructor of the module's own class frees what its threads use.
+  manager->stop();
+  delete manager;
+}
+
+bool CQOV_Module_Loader::loadModules(const std::list<std::string>& names, ManagerPtr& rejected,
                                      CQOVDebugKitGuard& guard) {
   for (const std::string& name : names) {
     if (!loadModule(name, rejected, guard)) {
@@ -68,11 +73,10 @@ bool CQOV_Module_Loader::loadModules(const std::list<std::string>& names,
   return true;
 }
 
-bool CQOV_Module_Loader::loadModule(const std::string& name,
-                                    std::unique_ptr<CQOV_TaskMgr>& rejected,
+bool CQOV_Module_Loader::loadModule(const std::string& name, ManagerPtr& rejected,
                                     CQOVDebugKitGuard& guard) {
   ACE_DLL_Handle* dll = nullptr;
-  std::unique_ptr<CQOV_TaskMgr> manager = createModule(name, dll, guard);
+  ManagerPtr manager = createModule(name, dll, guard);
   if (manager == nullptr) {
     return false;
   }
@@ -101,9 +105,9 @@ bool CQOV_Module_Loader::loadModule(const std::string& name,
   return true;
 }
 
-std::unique_ptr<CQOV_TaskMgr> CQOV_Module_Loader::createModule(const std::string& name,
-                                                               ACE_DLL_Handle*& dll,
-                                                               CQOVDebugKitGuard& guard) {
+CQOV_Module_Loader::ManagerPtr CQOV_Module_Loader::createModule(const std::string& name,
+                                                                ACE_DLL_Handle*& dll,
+                                                                CQOVDebugKitGuard& guard) {
   dll = qov::openLibrary(name.c_str());
   if (dll == nullptr) {
     guard.error(65561, __FUNCTION__, __LINE__,
@@ -117,7 +121,7 @@ std::unique_ptr<CQOV_TaskMgr> CQOV_Module_Loader::createModule(const std::string
                 kEntryFunction);
     return nullptr;
   }
-  std::unique_ptr<CQOV_TaskMgr> manager;
+  ManagerPtr manager;
   try {
     manager.reset(create());
   } catch (...) {

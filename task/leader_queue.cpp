@@ -3,11 +3,13 @@
 #include <ace/Guard_T.h>
 #include <ace/OS_NS_sys_time.h>
 #include <ace/Time_Value.h>
+#include <qovpub/qov_task.h>
 
 #include <cerrno>
 
 #include "task/message_block.h"
 #include "task/message_types.h"
+#include "task/time_span.h"
 
 namespace qov {
 
@@ -16,20 +18,18 @@ namespace {
 /// The moment at which `timeout`, an absolute time of day, comes; on the steady clock, so that a
 /// change of the time of day does not stretch a wait that has begun.
 ModuleLoad::Clock::time_point steadyDeadline(const ACE_Time_Value& timeout) {
-  // Longer waits than a year are waits without limit to any user, and would overflow the clock.
-  constexpr std::chrono::microseconds kLongest = std::chrono::hours(24 * 365);
-  const ACE_Time_Value left = timeout - ACE_OS::gettimeofday();
-  const std::chrono::microseconds span =
-      left > ACE_Time_Value(std::chrono::duration_cast<std::chrono::seconds>(kLongest).count())
-          ? kLongest
-          : std::chrono::seconds(left.sec()) + std::chrono::microseconds(left.usec());
-  return ModuleLoad::Clock::now() + span;
+  const ACE_Time_Value left = limitedSpan(limitedSpan(timeout) - ACE_OS::gettimeofday());
+  return ModuleLoad::Clock::now() + std::chrono::seconds(left.sec()) +
+         std::chrono::microseconds(left.usec());
 }
 
 }  // namespace
 
-LeaderQueue::LeaderQueue(std::uint8_t processId, std::uint8_t moduleId)
-    : processId_(processId), moduleId_(moduleId), load_(std::make_shared<ModuleLoad>()) {}
+LeaderQueue::LeaderQueue(const CQOV_TaskMgr* mgr, std::uint8_t processId, std::uint8_t moduleId)
+    : mgr_(mgr),
+      processId_(processId),
+      moduleId_(moduleId),
+      load_(std::make_shared<ModuleLoad>()) {}
 
 int LeaderQueue::enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
   if (mb == nullptr) {
@@ -98,9 +98,14 @@ bool LeaderQueue::moduleHasRoom() {
   return state_ == DEACTIVATED || cur_bytes_ + load_->waiting() < high_water_mark_;
 }
 
+bool LeaderQueue::sentByOwnThread() const {
+  const CQOV_Task* const sender = getCurrentTask();
+  return sender != nullptr && sender->taskMgr() == mgr_;
+}
+
 bool LeaderQueue::waitForModule(const ACE_Time_Value* timeout) {
   const auto hasRoom = [this] { return moduleHasRoom(); };
-  if (hasRoom()) {
+  if (hasRoom() || sentByOwnThread()) {
     return true;
   }
   bool room = false;

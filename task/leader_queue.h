@@ -7,6 +7,8 @@
 
 #include "task/task_queue.h"
 
+class CQOV_TaskMgr;
+
 namespace qov {
 
 /// The queue of a leader: decides who must wait when the module is full.
@@ -14,19 +16,20 @@ namespace qov {
 /// - Requests and asynchronous messages to the module itself need one of its workers: they find no
 ///   room while this queue, the leader's hands and the queues behind it (ModuleLoad) hold a queue's
 ///   worth of bytes.
-/// - Not so the synchronous requests of the module's own tasks: were they to wait for room that
-///   only their senders can make, nothing would move again. Each sender has one at a time.
+/// - Not so what the module's own threads send: were they to wait for room that only they can make,
+///   nothing would move again. A module that sends itself more than it can handle grows instead.
 /// - Messages that the leader only passes on, and unknown ones, find no room while this queue alone
 ///   is full. The leader never waits, so that ends soon, whatever its workers do; otherwise workers
 ///   that wait to send and a backlog that waits for workers would block each other for good.
-/// - These and responses may fill the queue to twice its limit, since dropping a response costs a
-///   worker its whole time-out. Each belongs to a waiting task, so there are never more of them
-///   than tasks.
+/// - Responses and synchronous requests of the module's own tasks may fill the queue to twice its
+///   limit, since dropping a response costs a worker its whole time-out. Each belongs to a waiting
+///   task, so there are never more of them than tasks.
 /// - Stop and hang-up blocks always get in.
 class LeaderQueue : public TaskQueue {
  public:
-  /// Messages with these addresses (low byte each) are the module's own.
-  LeaderQueue(std::uint8_t processId, std::uint8_t moduleId);
+  /// The queue of the module of `mgr`, which is only compared with; messages with these addresses
+  /// (low byte each) are its own.
+  LeaderQueue(const CQOV_TaskMgr* mgr, std::uint8_t processId, std::uint8_t moduleId);
 
   const std::shared_ptr<ModuleLoad>& load() const { return load_; }
   std::uint8_t processId() const { return processId_; }
@@ -49,6 +52,9 @@ class LeaderQueue : public TaskQueue {
   bool moduleHasRoom();
   bool waitForModule(const ACE_Time_Value* timeout);
 
+  bool sentByOwnThread() const;
+
+  const CQOV_TaskMgr* const mgr_;
   const std::uint8_t processId_;
   const std::uint8_t moduleId_;
   const std::shared_ptr<ModuleLoad> load_;

@@ -28,7 +28,7 @@ std::uint8_t addressOf(unsigned int id) {
 
 CQOV_Leader_Task::CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize)
     : CQOV_Leader_Task(mgr, poolSize,
-                       std::make_unique<qov::LeaderQueue>(addressOf(QOV_Utility::getProcPID()),
+                       std::make_unique<qov::LeaderQueue>(mgr, addressOf(QOV_Utility::getProcPID()),
                                                           addressOf(mgr->moduleId()))) {}
 
 CQOV_Leader_Task::CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize,
@@ -160,11 +160,15 @@ void CQOV_Leader_Task::insertStaticScheduledTask(unsigned long threadId,
     return;
   }
   task->countLoadInto(leaderQueue_.load());
-  ACE_Guard<ACE_Thread_Mutex> guard(staticLock_);
-  qov::TaskRegistry::instance().bindIf(threadId, task, [task] { return !task->hasEnded(); });
-  staticTasks_.push_back(task);
+  if (!task->started_) {
+    // Its thread is the caller's own affair. Threads of the runtime are known, or have ended.
+    qov::TaskRegistry::instance().bind(threadId, task);
+  }
+  // Asked before the registry is locked: the leader would wait for whatever the task does here.
   std::list<unsigned long long> opcs;
   task->getOpcList(opcs);
+  ACE_Guard<ACE_Thread_Mutex> guard(staticLock_);
+  staticTasks_.push_back(task);
   for (const unsigned long long opc : opcs) {
     if (opcTasks_.bind(opc, task) == -1) {
       errno = ENOMEM;

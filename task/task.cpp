@@ -1,4 +1,5 @@
 #include <ace/Thread.h>
+#include <ace/Thread_Manager.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_leader_task.h>
 #include <qovpub/qov_task.h>
@@ -67,25 +68,26 @@ int CQOV_Task::getMsg(ACE_Message_Block*& mb) {
 int CQOV_Task::activate(long flags, int n_threads, int force_active, long priority, int grp_id,
                         ACE_Task_Base* task, ACE_hthread_t thread_handles[], void* stack[],
                         size_t stack_size[], ACE_thread_t thread_ids[], const char* thr_name[]) {
-  const std::size_t count = n_threads > 0 ? static_cast<std::size_t>(n_threads) : 0;
-  std::vector<ACE_thread_t> ids(count);
+  std::vector<ACE_thread_t> ids(n_threads > 0 ? static_cast<std::size_t>(n_threads) : 0);
   ACE_thread_t* const started = thread_ids != nullptr ? thread_ids : ids.data();
-  const int result = TaskRegistry::instance().bindStarted(this, started, count, [&] {
-    started_ = true;
-    return ACE_Task<ACE_MT_SYNCH>::activate(flags, n_threads, force_active, priority, grp_id, task,
-                                            thread_handles, stack, stack_size, started, thr_name);
-  });
-  if (result == 0 && taskMgr_ != nullptr && this->grp_id() == taskMgr_->gid()) {
+  started_ = true;
+  const int result =
+      ACE_Task<ACE_MT_SYNCH>::activate(flags, n_threads, force_active, priority, grp_id, task,
+                                       thread_handles, stack, stack_size, started, thr_name);
+  if (result != 0) {
+    return result;
+  }
+  for (std::size_t i = 0; i < ids.size(); ++i) {
+    TaskRegistry::instance().bindStarted(started[i], this);
+  }
+  // By the group that was asked for: ACE numbers the groups of other tasks 1, 2, 3.
+  if (taskMgr_ != nullptr && grp_id != -1 && grp_id == taskMgr_->gid()) {
     roster_ = taskMgr_->roster_;
     if (!roster_->add(this)) {
       notifyExit();
     }
   }
   return result;
-}
-
-bool CQOV_Task::hasEnded() const {
-  return started_ && thr_count() == 0;
 }
 
 void CQOV_Task::countLoadInto(const std::shared_ptr<qov::ModuleLoad>& load) {
@@ -98,5 +100,7 @@ int CQOV_Task::close(u_long) {
 }
 
 CQOV_Task* getCurrentTask() {
-  return TaskRegistry::instance().find(ACE_Thread::self());
+  CQOV_Task* const task = TaskRegistry::instance().find(ACE_Thread::self());
+  // A thread may ask before its starter has bound it; ACE knows whose it is.
+  return task != nullptr ? task : dynamic_cast<CQOV_Task*>(ACE_Thread_Manager::instance()->task());
 }

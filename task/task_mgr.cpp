@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <memory>
 #include <new>
+#include <set>
 
 #include "task/log_ids.h"
 #include "task/start_task.h"
@@ -54,27 +55,37 @@ CQOV_TaskMgr::CQOV_TaskMgr(unsigned int moduleId, unsigned int poolSize, const c
 
 CQOV_TaskMgr::~CQOV_TaskMgr() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual CQOV_TaskMgr::~CQOV_TaskMgr()");
-  if (leader_ != nullptr) {
-    leader_->notifyExit();
-    joinTasks();
-    leader_.reset();
-  }
+  stop();
+  leader_.reset();
   // The id may belong to somebody else's kit.
   if (kit_ != nullptr && CQOVDebugKitMgr::instance()->find(moduleId_) == kit_) {
     delete CQOVDebugKitMgr::instance()->remove(moduleId_);
   }
 }
 
-void CQOV_TaskMgr::joinTasks() {
-  // Leader first, then the rest: until it has ended, the leader (and its scheduler) may start
-  // others.
-  ACE_Thread_Manager& threads = *ACE_Thread_Manager::instance();
-  threads.wait_task(leader_.get());
+void CQOV_TaskMgr::stop() {
+  if (leader_ == nullptr || stopped_) {
+    return;
+  }
+  stopped_ = true;
+  leader_->notifyExit();
+  ACE_Thread_Manager::instance()->wait_task(leader_.get());
   // A leader that never ran has told nobody yet.
   leader_->shutDown();
-  threads.wait_task(&leader_->scheduler());
-  for (CQOV_Task* const task : roster_->tasks()) {
-    threads.wait_task(task);
+  joinTasks();
+}
+
+void CQOV_TaskMgr::joinTasks() {
+  // Tasks that still run may start others, so this goes on until it finds no new ones.
+  std::set<CQOV_Task*> joined;
+  for (bool found = true; found;) {
+    found = false;
+    for (CQOV_Task* const task : roster_->tasks()) {
+      if (joined.insert(task).second) {
+        ACE_Thread_Manager::instance()->wait_task(task);
+        found = true;
+      }
+    }
   }
 }
 

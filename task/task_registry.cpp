@@ -1,5 +1,8 @@
 #include "task/task_registry.h"
 
+#include <ace/Guard_T.h>
+
+#include <iterator>
 #include <vector>
 
 namespace qov {
@@ -9,11 +12,25 @@ TaskRegistry& TaskRegistry::instance() {
   return *registry;
 }
 
+void TaskRegistry::bindStarted(ACE_thread_t thread, CQOV_Task* task) {
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  if (endedEarly_.erase({thread, task}) == 0) {
+    tasks_.rebind(thread, task);
+  }
+}
+
+void TaskRegistry::bind(ACE_thread_t thread, CQOV_Task* task) {
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  tasks_.rebind(thread, task);
+}
+
 void TaskRegistry::unbind(ACE_thread_t thread, const CQOV_Task* task) {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
   CQOV_Task* bound = nullptr;
   if (tasks_.find(thread, bound) == 0 && bound == task) {
     tasks_.unbind(thread);
+  } else {
+    endedEarly_.emplace(thread, task);
   }
 }
 
@@ -27,6 +44,9 @@ void TaskRegistry::unbindAll(const CQOV_Task* task) {
   }
   for (const ACE_thread_t thread : threads) {
     tasks_.unbind(thread);
+  }
+  for (auto ended = endedEarly_.begin(); ended != endedEarly_.end();) {
+    ended = ended->second == task ? endedEarly_.erase(ended) : std::next(ended);
   }
 }
 

@@ -2,13 +2,13 @@
 #define QOV_TASK_TASK_REGISTRY_H
 
 #include <ace/Functor.h>
-#include <ace/Guard_T.h>
 #include <ace/Hash_Map_Manager_T.h>
 #include <ace/Null_Mutex.h>
 #include <ace/OS_NS_Thread.h>
 #include <ace/Thread_Mutex.h>
 
-#include <cstddef>
+#include <set>
+#include <utility>
 
 class CQOV_Task;
 
@@ -16,10 +16,10 @@ namespace qov {
 
 /// Which task owns which thread of the process.
 ///
-/// Threads are known from the moment their creator has started them until they end: the system
-/// reuses thread ids.
+/// Threads are bound by who started them, until they end: the system reuses thread ids. The lock is
+/// never held while anything else is locked, since ACE ends some threads with its own lock held.
 ///
-/// Thread: any. A thread that asks while it is being started waits until its starter has bound it.
+/// Thread: any.
 /// Owns:   nothing. Never destroyed, since threads may still end while the process exits.
 class TaskRegistry {
  public:
@@ -28,29 +28,13 @@ class TaskRegistry {
   TaskRegistry(const TaskRegistry&) = delete;
   TaskRegistry& operator=(const TaskRegistry&) = delete;
 
-  /// Runs `start`, which starts `count` threads of `task`, fills in `threads` and returns 0 on
-  /// success, and binds them before any of them can end. Returns what `start` returned.
-  template <class Start>
-  int bindStarted(CQOV_Task* task, const ACE_thread_t* threads, std::size_t count, Start start) {
-    ACE_Guard<ACE_Thread_Mutex> guard(lock_);
-    const int result = start();
-    for (std::size_t i = 0; result == 0 && i < count; ++i) {
-      tasks_.rebind(threads[i], task);
-    }
-    return result;
-  }
+  /// Binds `thread`, which was started for `task`, to it, unless it has ended already.
+  void bindStarted(ACE_thread_t thread, CQOV_Task* task);
 
-  /// Binds `thread` to `task`, whoever it belonged to, if `condition` holds then; no thread is
-  /// unbound in between.
-  template <class Condition>
-  void bindIf(ACE_thread_t thread, CQOV_Task* task, Condition condition) {
-    ACE_Guard<ACE_Thread_Mutex> guard(lock_);
-    if (condition()) {
-      tasks_.rebind(thread, task);
-    }
-  }
+  /// Binds `thread` to `task`, whoever it belonged to.
+  void bind(ACE_thread_t thread, CQOV_Task* task);
 
-  /// Forgets `thread` if it belongs to `task`.
+  /// Forgets `thread` of `task`, which ends.
   void unbind(ACE_thread_t thread, const CQOV_Task* task);
 
   /// Forgets every thread of `task`.
@@ -68,6 +52,8 @@ class TaskRegistry {
   ACE_Thread_Mutex lock_;
   // Guarded by lock_.
   Map tasks_;
+  // Threads that ended before they were bound.
+  std::set<std::pair<ACE_thread_t, const CQOV_Task*>> endedEarly_;
 };
 
 }  // namespace qov

@@ -1,5 +1,6 @@
 #include <ace/Guard_T.h>
 #include <ace/OS_NS_time.h>
+#include <cxxabi.h>
 #include <qovplatform/platform_guard.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_task_mgr.h>
@@ -17,6 +18,17 @@ namespace {
 /// Waits for an idle worker that are worth an info line: every so many, and those longer than this.
 constexpr unsigned long long kNotedWaits = 500;
 constexpr time_t kLongWaitSeconds = 10;
+
+/// Null when the module makes none or throws.
+std::unique_ptr<CQOV_Task> makeWorker(CQOV_TaskMgr& mgr) {
+  try {
+    return std::unique_ptr<CQOV_Task>(mgr.createTask());
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+    return nullptr;
+  }
+}
 
 }  // namespace
 
@@ -70,7 +82,7 @@ void CQOV_TaskScheduler::notifyExit() {
 int CQOV_TaskScheduler::createPool() {
   CQOVDebugKitGuard log(qov::kPublicKit, "int CQOV_TaskScheduler::createPool()");
   for (unsigned int i = 0; i < poolSize_; ++i) {
-    std::unique_ptr<CQOV_Task> worker(taskMgr()->createTask());
+    std::unique_ptr<CQOV_Task> worker = makeWorker(*taskMgr());
     if (worker == nullptr) {
       log.warn(qov::kLogIdBase + 17, __FUNCTION__, __LINE__, "Failed to create task in module %d!",
                taskMgr()->moduleId());
@@ -93,6 +105,7 @@ bool CQOV_TaskScheduler::addWorker(std::unique_ptr<CQOV_Task> worker) {
   ACE_thread_t thread = 0;
   {
     ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
+    task->pooled_ = true;
     workers_.push_back(std::move(worker));
   }
   if (qov::startTask(*task, taskMgr()->gid(), thread) != 0) {
@@ -123,8 +136,12 @@ int CQOV_TaskScheduler::return_to_work(CQOV_Task* worker) {
     return -1;
   }
   ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
-  idleTasks_.enqueue_tail(worker);
-  idleSignal_.signal();
+  // A worker has one place in the list, and a task that the module runs beside the pool has none.
+  if (!worker->idle_ && (worker->pooled_ || !worker->started_)) {
+    worker->idle_ = true;
+    idleTasks_.enqueue_tail(worker);
+    idleSignal_.signal();
+  }
   return 0;
 }
 
@@ -141,6 +158,7 @@ int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
     if (idleTasks_.dequeue_head(worker) == -1) {
       break;
     }
+    worker->idle_ = false;
     // Refused only by a worker that was told to end on its own: the next one takes the message.
     if (worker->msg_queue()->enqueue_tail(mb) != -1) {
       return 0;

@@ -4,14 +4,15 @@
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <new>
 
 #include "task/log_ids.h"
 #include "task/message_block.h"
+#include "task/message_types.h"
 #include "task/response_slot.h"
 #include "task/task_queue.h"
+#include "task/time_span.h"
 
 namespace {
 
@@ -20,9 +21,7 @@ class Deadline {
  public:
   explicit Deadline(const ACE_Time_Value* timeout) : limited_(timeout != nullptr) {
     if (limited_) {
-      // No user waits longer than ten years, and the sum must not overflow.
-      constexpr time_t kLongestSeconds = 10L * 365 * 24 * 3600;
-      until_ = ACE_OS::gettimeofday() + std::min(*timeout, ACE_Time_Value(kLongestSeconds));
+      until_ = ACE_OS::gettimeofday() + qov::limitedSpan(*timeout);
     }
   }
 
@@ -72,7 +71,8 @@ int CQOV_Task::send(const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp, ACE_Time_
     delete req;
     return -1;
   }
-  const QOVMsgHead& head = req->head();
+  // A copy: the request belongs to the runtime before the response is here.
+  const QOVMsgHead head = req->head();
   log.debug(qov::kTrafficLogId, __FUNCTION__, __LINE__,
             "Worker(%d) send msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u!\n",
             taskMgr_->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
@@ -89,7 +89,7 @@ int CQOV_Task::send(const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp, ACE_Time_
   }
   // The leader owns the descriptor from here on.
   static_cast<void>(desc.release());
-  return waitForResponse(log, rsp);
+  return waitForResponse(log, head.opc_, head.sn_, rsp);
 }
 
 void CQOV_Task::forgetLateAnswer() {
@@ -99,9 +99,23 @@ void CQOV_Task::forgetLateAnswer() {
   }
 }
 
-int CQOV_Task::waitForResponse(CQOVDebugKitGuard& log, CQOV_MsgPackage*& rsp) {
-  ACE_Message_Block* block = nullptr;
-  getMsg(block);
+ACE_Message_Block* CQOV_Task::awaitAnswerTo(std::uint64_t opc, std::uint32_t sn) {
+  for (;;) {
+    ACE_Message_Block* block = nullptr;
+    getMsg(block);
+    const CQOV_MsgPackage* const pkg = block != nullptr ? qov::packageOf(*block) : nullptr;
+    if (pkg == nullptr || pkg->head().type_ != qov::kResponseType ||
+        (pkg->head().opc_ == opc && pkg->head().sn_ == sn)) {
+      return block;
+    }
+    // The response to an earlier request whose send() was ended before it came.
+    qov::releaseWithPackage(block);
+  }
+}
+
+int CQOV_Task::waitForResponse(CQOVDebugKitGuard& log, std::uint64_t opc, std::uint32_t sn,
+                               CQOV_MsgPackage*& rsp) {
+  ACE_Message_Block* const block = awaitAnswerTo(opc, sn);
   if (block == nullptr) {
     log.error(qov::kLogIdBase + 4, __FUNCTION__, __LINE__, "Worker(%d) failed to get msg!",
               taskMgr_->moduleId());

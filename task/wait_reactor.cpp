@@ -8,20 +8,17 @@
 #include <cerrno>
 #include <optional>
 
+#include "task/time_span.h"
+
 namespace qov {
 
 namespace {
 
 constexpr u_int kSpokes = 1024;
 constexpr u_int kResolutionMs = 100;
-constexpr time_t kLongestDelaySeconds = 10L * 365 * 24 * 3600;
 
 std::chrono::microseconds toDuration(const ACE_Time_Value& span) {
   return std::chrono::seconds(span.sec()) + std::chrono::microseconds(span.usec());
-}
-
-ACE_Time_Value limited(const ACE_Time_Value& delay) {
-  return std::min(delay, ACE_Time_Value(kLongestDelaySeconds));
 }
 
 int callHandler(ACE_Event_Handler& handler, ACE_Reactor_Mask mask) {
@@ -49,8 +46,10 @@ int WaitReactor::handle_events(ACE_Time_Value* max_wait_time) {
     errno = ESHUTDOWN;
     return -1;
   }
-  const int fired = timers_.is_empty() ? 0 : timers_.expire();
-  return fired + dispatchNotifications();
+  // A response that is here already comes before its own time-out. Handlers take a bounded batch
+  // each, so the timers get their turn.
+  const int called = dispatchNotifications();
+  return called + (timers_.is_empty() ? 0 : timers_.expire());
 }
 
 int WaitReactor::handle_events(ACE_Time_Value& max_wait_time) {
@@ -79,7 +78,7 @@ bool WaitReactor::hasWork() const {
 void WaitReactor::waitForWork(const ACE_Time_Value* maxWait) {
   std::optional<Clock::time_point> deadline;
   if (maxWait != nullptr) {
-    deadline = Clock::now() + toDuration(limited(*maxWait));
+    deadline = Clock::now() + toDuration(limitedSpan(*maxWait));
   }
   if (!timers_.is_empty()) {
     const ACE_Time_Value left = timers_.earliest_time() - timers_.gettimeofday();
@@ -155,7 +154,7 @@ void WaitReactor::wakeup_all_threads() {
 
 long WaitReactor::schedule_timer(ACE_Event_Handler* handler, const void* act,
                                  const ACE_Time_Value& delay, const ACE_Time_Value& interval) {
-  const ACE_Time_Value due = timers_.gettimeofday() + limited(delay);
+  const ACE_Time_Value due = timers_.gettimeofday() + limitedSpan(delay);
   return timers_.schedule(handler, act, due, interval);
 }
 

@@ -32,8 +32,8 @@ class WaitReactor : public ACE_Reactor_Impl {
   WaitReactor();
   ~WaitReactor() override;
 
-  /// Waits for a notification, a timer, deactivate(), or the end of `max_wait_time`; then fires the
-  /// timers that are due and dispatches each notification. Returns how many handlers were called,
+  /// Waits for a notification, a timer, deactivate(), or the end of `max_wait_time`; then dispatches
+  /// each notification and fires the timers that are due. Returns how many handlers were called,
   /// or -1 (errno ESHUTDOWN) once deactivated.
   int handle_events(ACE_Time_Value* max_wait_time = nullptr) override;
   int handle_events(ACE_Time_Value& max_wait_time) override;
@@ -53,7 +53,7 @@ class WaitReactor : public ACE_Reactor_Impl {
                                   ACE_Reactor_Mask = ACE_Event_Handler::ALL_EVENTS_MASK) override;
   void wakeup_all_threads() override;
 
-  /// `delay` counts from now; more than ten years are taken as ten years.
+  /// `delay` counts from now; more than 200 years are taken as 200 years.
   long schedule_timer(ACE_Event_Handler* handler, const void* act, const ACE_Time_Value& delay,
                       const ACE_Time_Value& interval = ACE_Time_Value::zero) override;
   int reset_timer_interval(long timer_id, const ACE_Time_Value& interval) override;

@@ -12,6 +12,7 @@
 #include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/message_types.h"
+#include "task/task_queue.h"
 
 namespace {
 
@@ -61,11 +62,21 @@ int CQOV_CommonTask::svc() {
     qov::BlockPtr block(head);
     if (block->msg_type() == ACE_Message_Block::MB_STOP) {
       msg_queue()->deactivate();
+      dropLeftOvers();
       log.info(qov::kLogIdBase + 9, __FUNCTION__, __LINE__, "Task(%d) will exit!",
                taskMgr()->moduleId());
       return 0;
     }
     serve(log, *block);
+  }
+}
+
+void CQOV_CommonTask::dropLeftOvers() {
+  // Nobody takes them any more, and until they are gone they count into the load of the module.
+  for (ACE_Message_Block* mb = taskQueue().takeAll(); mb != nullptr;) {
+    ACE_Message_Block* const next = mb->next();
+    qov::releaseWithPackage(mb);
+    mb = next;
   }
 }
 
@@ -78,6 +89,10 @@ void CQOV_CommonTask::serve(CQOVDebugKitGuard& log, const ACE_Message_Block& blo
              static_cast<unsigned int>(qov::kPointerSize));
   } else if (pointer != nullptr) {
     pkg.reset(static_cast<CQOV_MsgPackage*>(pointer));
+    if (pkg->head().type_ == qov::kResponseType) {
+      // Too late for the send() that waited for it, and no message that an idle worker was given.
+      return;
+    }
     handle(log, *pkg);
   }
   idle();

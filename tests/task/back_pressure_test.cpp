@@ -143,6 +143,43 @@ TEST_F(BackPressureTest, TheOnlyWorkerCanAnswerIntoAModuleThatIsKeptFull) {
   sender.join();
 }
 
+TEST_F(BackPressureTest, AWorkerThatSendsToItsOwnModuleIsNotHeldBack) {
+  // Whoever waited here would wait for room that only it can make.
+  TestModule module(
+      [this](CQOV_Task& task, CQOV_MsgPackage& pkg) {
+        if (pkg.head().opc_ == kBlocking) {
+          blocked_.count();
+          EXPECT_TRUE(release_.waitFor());
+          EXPECT_EQ(0, task.send(makeMessage(3, kStatic, kModule + 1, kModule + 1).release(),
+                                 nullptr, true));
+        }
+        if (pkg.head().opc_ == kStatic) {
+          answered_.count();
+        }
+        return 0;
+      },
+      1, kModule + 1);
+  ASSERT_TRUE(module.init());
+  const auto putTo = [&module](std::uint64_t opc) {
+    ACE_Time_Value refuseAtOnce(1);
+    ACE_Message_Block* const block = makeBlock(makeMessage(3, opc, kModule + 1));
+    const bool taken = module.putq(block, &refuseAtOnce) != -1;
+    if (!taken) {
+      qov::releaseWithPackage(block);
+    }
+    return taken;
+  };
+  ASSERT_TRUE(putTo(kBlocking));
+  ASSERT_TRUE(blocked_.waitFor(2));
+  while (putTo(kPassing)) {
+  }
+  // Kept full by others while the worker sends.
+  release_.count();
+  while (answered_.counted() == 0) {
+    putTo(kPassing);
+  }
+}
+
 TEST_F(BackPressureTest, AStopReachesAFullModule) {
   fill();
   std::thread stopper([this] { module_.reset(); });

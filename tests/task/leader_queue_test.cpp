@@ -15,7 +15,7 @@ constexpr std::size_t kLimit = 16384;
 
 class LeaderQueueTest : public TaskTest {
  protected:
-  LeaderQueueTest() : queue_(kPid, kModule) {}
+  LeaderQueueTest() : queue_(nullptr, kPid, kModule) {}
 
   /// Refuses at once when there is no room.
   bool take(std::unique_ptr<CQOV_MsgPackage> message) {

@@ -70,6 +70,19 @@ TEST_F(LeaderRequestsTest, ALateResponseIsNotTakenForThatOfTheNextRequest) {
   EXPECT_EQ(kAnswered, response->head().opc_);
 }
 
+TEST_F(LeaderRequestsTest, AResponseToASendThatWasEndedIsNotTakenForThatOfTheNext) {
+  std::thread sender(
+      [this] { EXPECT_EQ(-1, request(requester_, makeMessage(1, kUnanswered), kNoLimit)); });
+  ASSERT_TRUE(handled_.waitFor());
+  requester_.wakeup();
+  sender.join();
+  CQOV_Task responder(&module_);
+  ASSERT_EQ(0, responder.send(unanswered_.release(), nullptr, true));
+  std::unique_ptr<CQOV_MsgPackage> response;
+  ASSERT_EQ(0, request(requester_, makeMessage(1, kAnswered), kLong, &response));
+  EXPECT_EQ(kAnswered, response->head().opc_);
+}
+
 TEST_F(LeaderRequestsTest, ATimeoutOfZeroWaitsUntilTheResponse) {
   std::thread sender([this] {
     std::unique_ptr<CQOV_MsgPackage> response;

@@ -163,6 +163,48 @@ TEST_F(StaticTaskTest, ATaskThatRunsAlreadyIsNotInsertedAgain) {
   EXPECT_EQ(-1, module_->insertStaticScheduledTask(&task));
 }
 
+TEST_F(StaticTaskTest, MayAskItsModuleForItsOperations) {
+  ASSERT_TRUE(module_->init());
+  class Asking : public FunctionStaticTask {
+   public:
+    using FunctionStaticTask::FunctionStaticTask;
+    void getOpcList(std::list<unsigned long long>& opcs) override {
+      CQOV_Task asker(taskMgr());
+      EXPECT_EQ(0, request(asker, makeMessage(1, kPoolOpc), kLong));
+      FunctionStaticTask::getOpcList(opcs);
+    }
+  };
+  insert(ignore);
+  Asking asking(module_.get(), {kPoolOpc}, ignore);
+  EXPECT_EQ(0, module_->insertStaticScheduledTask(&asking));
+  module_.reset();
+}
+
+TEST_F(StaticTaskTest, WhatQueuesBehindItsEndDoesNotFillTheModule) {
+  ASSERT_TRUE(module_->init());
+  Latch release;
+  FunctionStaticTask& task = insert([&](CQOV_Task&, CQOV_MsgPackage&) {
+    inStatic_.count();
+    EXPECT_TRUE(release.waitFor());
+    return 0;
+  });
+  send(3, kStaticOpc);
+  ASSERT_TRUE(inStatic_.waitFor());
+  task.notifyExit();
+  ACE_Time_Value refuseAtOnce(1);
+  for (;;) {
+    ACE_Message_Block* const block = makeBlock(makeMessage(3, kStaticOpc, kModule, kModule + 1));
+    if (module_->putq(block, &refuseAtOnce) == -1) {
+      qov::releaseWithPackage(block);
+      break;
+    }
+  }
+  release.count();
+  ASSERT_EQ(0, task.wait());
+  send(3, kPoolOpc);
+  EXPECT_TRUE(inPool_.waitFor());
+}
+
 TEST_F(StaticTaskTest, AMessageToATaskThatEndedIsDroppedAndLogged) {
   ASSERT_TRUE(module_->init());
   FunctionStaticTask& task = insert(ignore);

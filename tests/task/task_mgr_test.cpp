@@ -125,6 +125,65 @@ TEST_F(TaskMgrTest, TellsAndJoinsATaskOfTheModulesOwnThatJoinedItsGroup) {
   EXPECT_EQ(0U, own->thr_count());
 }
 
+TEST_F(TaskMgrTest, StopEndsTheThreadsBeforeAModuleFreesWhatTheyUse) {
+  struct State : Latch {};
+  class Stateful : public TestModule {
+   public:
+    Stateful()
+        : TestModule(
+              [this](CQOV_Task&, CQOV_MsgPackage&) {
+                state_->count();
+                return 0;
+              },
+              2),
+          state_(std::make_unique<State>()) {}
+    std::unique_ptr<State> state_;
+  };
+  for (int i = 0; i < 20; ++i) {
+    auto module = std::make_unique<Stateful>();
+    ASSERT_TRUE(module->init());
+    for (int n = 0; n < 50; ++n) {
+      ASSERT_LT(0, module->putq(makeBlock(makeMessage(3, 1)), nullptr));
+    }
+    ASSERT_TRUE(module->state_->waitFor());
+    module->stop();
+    module->stop();
+  }
+}
+
+TEST_F(TaskMgrTest, JoinsATaskThatAWorkerStartsDuringTheStop) {
+  std::optional<FunctionStaticTask> late;
+  Latch inHandler;
+  {
+    TestModule module(ignore, 0);
+    FunctionWorker starter(&module, [&](CQOV_Task&, CQOV_MsgPackage&) {
+      inHandler.count();
+      EXPECT_TRUE(log_.waitFor("Manager thread(20) exit!"));
+      late.emplace(&module, std::list<unsigned long long>{1}, ignore);
+      EXPECT_EQ(0, module.insertStaticScheduledTask(&*late));
+      return 0;
+    });
+    ASSERT_TRUE(module.init());
+    ASSERT_EQ(0, starter.activate(THR_NEW_LWP | THR_JOINABLE, 1, 0, ACE_DEFAULT_THREAD_PRIORITY,
+                                  module.gid()));
+    ASSERT_EQ(0, starter.putMsg(3, makeBlock(makeMessage(3, 1)), nullptr));
+    ASSERT_TRUE(inHandler.waitFor());
+    module.stop();
+    EXPECT_EQ(0U, late->thr_count());
+  }
+}
+
+TEST_F(TaskMgrTest, ATaskOutsideTheGroupIsTheCallersOwn) {
+  TestModule module(ignore);
+  ASSERT_TRUE(module.init());
+  FunctionWorker own(&module, ignore);
+  ASSERT_EQ(0, own.activate());
+  module.stop();
+  EXPECT_EQ(1U, own.thr_count());
+  own.notifyExit();
+  EXPECT_EQ(0, own.wait());
+}
+
 TEST_F(TaskMgrTest, PassesTheTimeoutThroughToTheQueue) {
   // Nothing drains a module that was not started.
   TestModule module(ignore);

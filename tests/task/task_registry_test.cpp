@@ -3,6 +3,8 @@
 #include <ace/Thread.h>
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "tests/task/task_fixture.h"
 
 namespace {
@@ -58,7 +60,34 @@ TEST_F(TaskRegistryTest, ALateBindingOfAnEndedThreadIsIgnored) {
   ASSERT_EQ(0, task.wait());
   CQOV_Leader_Task leader(&module, 0);
   leader.insertStaticScheduledTask(id, &task);
+  qov::TaskRegistry::instance().unbind(id, &task);
+  qov::TaskRegistry::instance().bindStarted(id, &task);
   EXPECT_EQ(nullptr, qov::TaskRegistry::instance().find(id));
+}
+
+TEST_F(TaskRegistryTest, ThreadsThatEndAnyWayDoNotStandInTheWayOfOthersThatStart) {
+  // ACE ends a thread that exits by itself with its own lock held, which starting one takes too.
+  class Leaving : public SelfSeeker {
+   public:
+    using SelfSeeker::SelfSeeker;
+    int svc() override {
+      SelfSeeker::svc();
+      ACE_Thread::exit();
+      return 0;
+    }
+  };
+  TestModule module(ignore);
+  const auto startMany = [&module] {
+    for (int i = 0; i < 300; ++i) {
+      Leaving task(&module);
+      ASSERT_EQ(0, task.activate());
+      ASSERT_EQ(0, task.wait());
+      ASSERT_EQ(&task, task.seen_);
+    }
+  };
+  std::thread other(startMany);
+  startMany();
+  other.join();
 }
 
 TEST_F(TaskRegistryTest, BindsTheThreadOfAStaticTaskThatWasNotStartedByTheRuntime) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -92,6 +93,66 @@ TEST_F(TaskSchedulerTest, EachWorkerOfThePoolTakesItsTurn) {
   EXPECT_NE(order[0], order[1]);
   EXPECT_NE(order[1], order[2]);
   EXPECT_NE(order[0], order[2]);
+}
+
+TEST_F(TaskSchedulerTest, AWorkerHasOnePlaceInTheIdleList) {
+  TestModule module(ignore, 0);
+  CQOV_TaskScheduler scheduler(&module, 0);
+  FunctionWorker first(&module, ignore);
+  FunctionWorker second(&module, ignore);
+  for (CQOV_Task* const worker : {&first, &first, &second}) {
+    ASSERT_EQ(0, scheduler.return_to_work(worker));
+  }
+  ASSERT_EQ(0, scheduler.handle_mb_data(makeBlock(makeMessage(3, 1))));
+  ASSERT_EQ(0, scheduler.handle_mb_data(makeBlock(makeMessage(3, 2))));
+  EXPECT_EQ(1U, first.msg_queue()->message_count());
+  EXPECT_EQ(1U, second.msg_queue()->message_count());
+}
+
+TEST_F(TaskSchedulerTest, ATaskBesideThePoolIsNotTakenForAWorker) {
+  Latch beside;
+  Latch inPool;
+  TestModule module(
+      [&](CQOV_Task&, CQOV_MsgPackage&) {
+        inPool.count();
+        return 0;
+      },
+      1);
+  ASSERT_TRUE(module.init());
+  {
+    FunctionWorker own(&module, [&](CQOV_Task&, CQOV_MsgPackage&) {
+      beside.count();
+      return 0;
+    });
+    ASSERT_EQ(0, own.activate());
+    own.putMsg(3, makeBlock(makeMessage(3, 1)), nullptr);
+    ASSERT_TRUE(beside.waitFor());
+    own.notifyExit();
+    ASSERT_EQ(0, own.wait());
+  }
+  send(module);
+  send(module);
+  EXPECT_TRUE(inPool.waitFor(2));
+  EXPECT_EQ(1, beside.counted());
+}
+
+TEST_F(TaskSchedulerTest, AFactoryThatThrowsIsOneThatFails) {
+  class Throwing : public TestModule {
+   public:
+    Throwing() : TestModule(ignore, 3) {}
+    CQOV_Task* createTask() override {
+      if (++calls_ == 2) {
+        throw std::runtime_error("no worker");
+      }
+      return TestModule::createTask();
+    }
+    int calls_ = 0;
+  };
+  const int before = FunctionWorker::alive();
+  Throwing module;
+  ASSERT_TRUE(module.init());
+  EXPECT_EQ(before + 1, FunctionWorker::alive());
+  EXPECT_EQ(1, log_.count("Failed to create task in module 20!"));
 }
 
 TEST_F(TaskSchedulerTest, WaitsForAnIdleWorkerAndDropsNothing) {

@@ -96,13 +96,15 @@ class CQOV_Module_Loader {
   friend class qov::ModuleShutdown;
 
   struct ModuleEntry;
+  struct StopAndDelete {
+    void operator()(CQOV_TaskMgr* manager) const;
+  };
+  using ManagerPtr = std::unique_ptr<CQOV_TaskMgr, StopAndDelete>;
 
-  bool loadModules(const std::list<std::string>& names, std::unique_ptr<CQOV_TaskMgr>& rejected,
+  bool loadModules(const std::list<std::string>& names, ManagerPtr& rejected,
                    CQOVDebugKitGuard& guard);
-  bool loadModule(const std::string& name, std::unique_ptr<CQOV_TaskMgr>& rejected,
-                  CQOVDebugKitGuard& guard);
-  std::unique_ptr<CQOV_TaskMgr> createModule(const std::string& name, ACE_DLL_Handle*& dll,
-                                             CQOVDebugKitGuard& guard);
+  bool loadModule(const std::string& name, ManagerPtr& rejected, CQOVDebugKitGuard& guard);
+  ManagerPtr createModule(const std::string& name, ACE_DLL_Handle*& dll, CQOVDebugKitGuard& guard);
   bool startModule(CQOV_TaskMgr& manager, const std::string& name, CQOVDebugKitGuard& guard);
   std::unique_ptr<ModuleEntry> takeFirst();
   bool holdsModules();

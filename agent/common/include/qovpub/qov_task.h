@@ -5,6 +5,8 @@
 #include <ace/Task.h>
 #include <qovpub/qov_message_package.h>
 
+#include <atomic>
+#include <cstdint>
 #include <list>
 #include <memory>
 
@@ -42,7 +44,7 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
 
   /// Ends the getMsg() that waits now, or else the next one, without a message. The leader calls it
   /// exactly once for a request that gets no response; other callers make send() return early while
-  /// its response may still come.
+  /// its response may still come, so the task must outlive the stop of its task manager.
   virtual int wakeup();
 
   /// Puts `mb` at the tail of the own queue. `type` is the message type of the header (1 request,
@@ -77,7 +79,8 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   int send(const CQOV_MsgPackage* req, ACE_Time_Value* timeout, bool freeReq);
 
   /// Starts the task's threads as ACE does, and makes them known: getCurrentTask() finds the task
-  /// on them, and a task of the module's thread group is told to end, and joined, with its module.
+  /// on them, and a task that is started with the module's id as `grp_id` is told to end, and joined,
+  /// with its module; it must outlive the stop of its task manager then.
   int activate(long flags = THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED, int n_threads = 1,
                int force_active = 0, long priority = ACE_DEFAULT_THREAD_PRIORITY, int grp_id = -1,
                ACE_Task_Base* task = nullptr, ACE_hthread_t thread_handles[] = nullptr,
@@ -101,21 +104,27 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
 
  private:
   friend class CQOV_Leader_Task;
+  friend class CQOV_TaskScheduler;
 
   /// Counts what waits in the own queue into the load of the module.
   void countLoadInto(const std::shared_ptr<qov::ModuleLoad>& load);
-  /// True when the task was started and none of its threads runs any more.
-  bool hasEnded() const;
   /// Forgets a wake-up or a response that came too late for the send() it was meant for.
   void forgetLateAnswer();
-  int waitForResponse(CQOVDebugKitGuard& log, CQOV_MsgPackage*& rsp);
+  /// Waits for the response with this operation code and serial number, past responses to earlier
+  /// requests; null when the wait was ended.
+  ACE_Message_Block* awaitAnswerTo(std::uint64_t opc, std::uint32_t sn);
+  int waitForResponse(CQOVDebugKitGuard& log, std::uint64_t opc, std::uint32_t sn,
+                      CQOV_MsgPackage*& rsp);
 
   // Constant after construction.
   CQOV_TaskMgr* const taskMgr_;
   const std::unique_ptr<qov::TaskQueue> queue_;
 
-  // Written by activate() while the thread registry is locked.
-  bool started_ = false;
+  // True from the first activate() on.
+  std::atomic<bool> started_{false};
+  // Guarded by the pool's lock.
+  bool pooled_ = false;
+  bool idle_ = false;
   // Set by the first activate() into the module's thread group.
   std::shared_ptr<qov::TaskRoster> roster_;
 };
@@ -137,6 +146,7 @@ class CQOV_CommonTask : public CQOV_Task {
   virtual int handleMessage(CQOV_MsgPackage& pkg) = 0;
 
  private:
+  void dropLeftOvers();
   void serve(CQOVDebugKitGuard& log, const ACE_Message_Block& block);
   void handle(CQOVDebugKitGuard& log, CQOV_MsgPackage& pkg);
 };
@@ -167,7 +177,8 @@ class CQOV_CommonTaskEx : public CQOV_CommonTask {
 /// with CQOV_TaskMgr::insertStaticScheduledTask().
 ///
 /// Owns:   nothing of the module, and no one owns it: it belongs to the caller and must outlive the
-///         destructor of its task manager, which stops it and joins its thread.
+///         stop of its task manager, which tells it to end and joins its thread: CQOV_TaskMgr::stop(),
+///         or the manager's destructor where nobody calls that.
 class CQOV_StaticSchecheduledTask : public CQOV_CommonTask {
  public:
   explicit CQOV_StaticSchecheduledTask(CQOV_TaskMgr* mgr);

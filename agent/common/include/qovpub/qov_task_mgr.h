@@ -31,19 +31,19 @@ class CQOV_TaskMgr {
   /// "12CQOV_TaskMgr".
   CQOV_TaskMgr(unsigned int moduleId, unsigned int poolSize, const char* name);
 
-  /// Tells the module's threads to end, joins them, and frees leader, scheduler and workers. Joins
-  /// the threads of this manager's own tasks only, whoever else uses the same thread group.
+  /// As stop(), then frees leader, scheduler and workers.
   virtual ~CQOV_TaskMgr();
 
   CQOV_TaskMgr(const CQOV_TaskMgr&) = delete;
   CQOV_TaskMgr& operator=(const CQOV_TaskMgr&) = delete;
 
   /// Makes one worker for the pool; the runtime takes it over. Called on the scheduler thread, once
-  /// per worker, before init() returns. Null ends the creation of the pool. It must not send: the
-  /// module loader is locked while a module starts.
+  /// per worker, before init() returns. Null, or an exception, ends the creation of the pool. It must
+  /// not send: see initEnv().
   virtual CQOV_Task* createTask() = 0;
 
-  /// Module hook, run by init() when the threads stand. The base returns true.
+  /// Module hook, run by init() when the threads stand. The base returns true. It must not wait for
+  /// another module: messages between modules are held back until all modules are loaded.
   virtual bool initEnv();
 
   /// Starts the leader and the scheduler and returns when the pool stands, so that the manager may
@@ -51,6 +51,13 @@ class CQOV_TaskMgr {
   /// when a thread could not be started or initEnv() says so; the manager is then only good to be
   /// deleted.
   bool init();
+
+  /// Tells the module's threads to end and joins them, once. The module loader calls it before it
+  /// deletes a manager, so that no thread runs any more when the destructor of a derived class frees
+  /// what its workers use. Who deletes a manager otherwise calls it first, too. Joins the threads of
+  /// this manager's own tasks only, whoever else uses the same thread group. Not to be called by one
+  /// of these.
+  void stop();
 
   /// The module id; -1 when the leader could not be made (errno ENOMEM then).
   int gid();
@@ -80,8 +87,7 @@ class CQOV_TaskMgr {
 
   /// Starts `task` on a thread of its own and routes its operation codes to it. 0, or -1 for a null
   /// task or when the thread cannot be started; nothing is registered then. The task stays with the
-  /// caller and must outlive the destructor of this manager: a derived class that holds it as a
-  /// member destroys it too early.
+  /// caller and must outlive stop(), or the destructor of this manager where nobody calls that.
   int insertStaticScheduledTask(CQOV_StaticSchecheduledTask* task);
 
  private:
@@ -97,6 +103,9 @@ class CQOV_TaskMgr {
   std::string name_;
   // The kit that this manager registered; null when its id was taken.
   CQOVDebugKit* kit_;
+
+  // Loading thread only.
+  bool stopped_ = false;
 };
 
 #endif
