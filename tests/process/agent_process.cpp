@@ -53,12 +53,6 @@ bool waitUntil(const std::function<bool()>& condition) {
   return true;
 }
 
-std::string readFile(const std::filesystem::path& file) {
-  std::ostringstream text;
-  text << std::ifstream(file).rdbuf();
-  return text.str();
-}
-
 AgentProcess::AgentProcess() : root_(QOV_TEST_AGENT_NAME) {
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   root_.writeConfig();

@@ -14,9 +14,6 @@ namespace qov::test {
 /// Waits until `condition` holds; false after a generous limit.
 bool waitUntil(const std::function<bool()>& condition);
 
-/// The whole text of `file`; empty when it cannot be read.
-std::string readFile(const std::filesystem::path& file);
-
 /// How a process ended.
 struct Ending {
   bool ended = false;  ///< false when it was still there after a generous limit

@@ -1,34 +1,27 @@
 #ifndef QOV_TESTS_SUPPORT_AGENT_ROOT_H
 #define QOV_TESTS_SUPPORT_AGENT_ROOT_H
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "tests/support/files.h"
 
 /// A temporary directory tree for "QOV_ROOT" with the configuration of one process, removed with
 /// the object. Failures throw std::runtime_error or std::filesystem::filesystem_error.
 class AgentRoot {
  public:
   /// Makes <root>/conf/<process>/ and <root>/log/, without a configuration file.
-  explicit AgentRoot(const std::string& process) : process_(process), path_(makeDirectory()) {
+  explicit AgentRoot(const std::string& process) : process_(process) {
     std::filesystem::create_directories(confDirectory());
-    std::filesystem::create_directories(path_ / "log");
-  }
-  ~AgentRoot() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    std::filesystem::create_directories(path() / "log");
   }
 
-  AgentRoot(const AgentRoot&) = delete;
-  AgentRoot& operator=(const AgentRoot&) = delete;
-
-  const std::filesystem::path& path() const { return path_; }
-  std::filesystem::path confDirectory() const { return path_ / "conf" / process_; }
+  const std::filesystem::path& path() const { return directory_.path(); }
+  std::filesystem::path confDirectory() const { return path() / "conf" / process_; }
   std::filesystem::path cfgFile() const { return confDirectory() / (process_ + ".cfg"); }
-  std::filesystem::path logFile() const { return path_ / "log" / (process_ + ".log"); }
+  std::filesystem::path logFile() const { return path() / "log" / (process_ + ".log"); }
 
   /// Writes a configuration that logs to the file at `logLevel` (0 all, 5 errors only).
   void writeConfig(int logLevel = 1) const {
@@ -64,16 +57,8 @@ class AgentRoot {
   }
 
  private:
-  static std::filesystem::path makeDirectory() {
-    std::string name = (std::filesystem::temp_directory_path() / "qov_agent_XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr) {
-      throw std::runtime_error("cannot make a directory like " + name);
-    }
-    return name;
-  }
-
   const std::string process_;
-  const std::filesystem::path path_;
+  const qov::test::TemporaryDirectory directory_;
 };
 
 #endif

@@ -1,0 +1,96 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <qovpub/qov_app.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_exception.h>
+#include <qovpub/qov_utility.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <memory>
+
+#include "tests/support/agent_root.h"
+
+namespace {
+
+/// The frame of this very process, which has no modules; what an agent does is in tests/process.
+class AppStart : public ::testing::Test {
+ protected:
+  AppStart() { ::setenv("QOV_ROOT", root.path().c_str(), 1); }
+  ~AppStart() override { ::pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
+
+  static std::string processName() {
+    std::string name;
+    CProcInfo::getProcName(name);
+    return name;
+  }
+
+  /// Blocks SIGUSR2 and SIGUSR1, as a caller may have done.
+  void blockUsr1And2() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR1);
+    sigaddset(&set, SIGUSR2);
+    ::pthread_sigmask(SIG_SETMASK, &set, &former_);
+  }
+
+  static bool blocksExactlyUsr1And2() {
+    sigset_t mask;
+    ::pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    return sigismember(&mask, SIGUSR1) == 1 && sigismember(&mask, SIGUSR2) == 1 &&
+           sigismember(&mask, SIGINT) == 0;
+  }
+
+  static int init(CQOVapp& app) {
+    char name[] = "agent";
+    char option[] = "-n";
+    char* argv[] = {name, option, nullptr};
+    return app.init(2, argv);
+  }
+
+  AgentRoot root{processName()};
+
+ private:
+  sigset_t former_ = [] {
+    sigset_t mask;
+    ::pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    return mask;
+  }();
+};
+
+// The process reads its configuration once, so the order of these two is that of the file.
+
+TEST_F(AppStart, WithoutAConfigurationThrowsAndGivesBackTheSignalMask) {
+  blockUsr1And2();
+  CQOVapp app;
+  EXPECT_THROW(init(app), CQOV_Exception);
+  EXPECT_TRUE(blocksExactlyUsr1And2());
+}
+
+TEST_F(AppStart, WithoutModulesFailsAndGivesBackTheSignalMask) {
+  root.writeConfig();
+  blockUsr1And2();
+  struct sigaction before {};
+  ::sigaction(SIGINT, nullptr, &before);
+  CQOVapp app;
+  EXPECT_EQ(init(app), -1);
+  EXPECT_TRUE(blocksExactlyUsr1And2());
+  struct sigaction after {};
+  ::sigaction(SIGINT, nullptr, &after);
+  EXPECT_EQ(after.sa_handler, before.sa_handler) << "a failed start registers no handler";
+}
+
+TEST_F(AppStart, SurvivesAnEmptyCommandLine) {
+  root.writeConfig();
+  CQOVapp::bDeaemonize_ = false;
+  CQOVapp app;
+  EXPECT_EQ(app.init(0, nullptr), -1);
+}
+
+TEST_F(AppStart, TheEndOfAFrameTakesTheDebugKitsAndALogCallBringsThePublicOneBack) {
+  ASSERT_EQ(CQOVDebugKitMgr::instance()->add(new CQOVDebugKit("OWN", 200)), 1);
+  { const CQOVapp app; }
+  EXPECT_EQ(CQOVDebugKitMgr::instance()->find(200)->name(), "QOVPUBLIC");
+}
+
+}  // namespace
