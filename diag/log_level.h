@@ -19,6 +19,24 @@ constexpr LogLevel kWarn{"WARN", LM_WARNING};
 constexpr LogLevel kError{"ERR", LM_ERROR};
 constexpr LogLevel kCritical{"CRI", LM_CRITICAL};
 
+/// The level of `priority`, which is one of those above.
+constexpr const LogLevel& levelOf(ACE_Log_Priority priority) {
+  switch (priority) {
+    case LM_DEBUG:
+      return kDebug;
+    case LM_INFO:
+      return kInfo;
+    case LM_WARNING:
+      return kWarn;
+    case LM_ERROR:
+      return kError;
+    case LM_CRITICAL:
+      return kCritical;
+    default:
+      return kTrace;
+  }
+}
+
 /// `log` is the calling thread's object, or null; the mask is the process's.
 inline bool isOn(const LogLevel& level, ACE_Log_Msg* log) {
   return log != nullptr && (log->priority_mask(ACE_Log_Msg::PROCESS) & level.priority) != 0;

@@ -67,34 +67,12 @@ void writeMessage(ACE_Log_Msg& log, const LogLevel& level, const std::string& ki
   }
 }
 
-/// Never inlined: its frame is 64 KiB, which a disabled level must not pay for.
-__attribute__((noinline, format(printf, 5, 0))) void writeFormatted(
-    ACE_Log_Msg& log, const LogLevel& level, const std::string& kitName, const Origin& origin,
-    const char* format, va_list args) noexcept {
-  const ErrnoKeeper errnoKeeper;
-  try {
-    const qov::MessageText message(format, args);
-    write(log, level, kitName, origin, message.text(), errnoKeeper.kept());
-  } catch (...) {
-  }
-}
-
 template <class Message>
 inline void logMessage(const LogLevel& level, const std::string& kitName, const Origin& origin,
                        const Message& message) {
   ACE_Log_Msg* const log = ACE_Log_Msg::instance();
   if (qov::isOn(level, log)) {
     writeMessage(*log, level, kitName, origin, message);
-  }
-}
-
-__attribute__((format(printf, 4, 0))) inline void logFormatted(const LogLevel& level,
-                                                               const std::string& kitName,
-                                                               const Origin& origin,
-                                                               const char* format, va_list args) {
-  ACE_Log_Msg* const log = ACE_Log_Msg::instance();
-  if (qov::isOn(level, log)) {
-    writeFormatted(*log, level, kitName, origin, format, args);
   }
 }
 
@@ -134,11 +112,6 @@ void CQOVDebugKit::debug(unsigned long long logId, const char* function, unsigne
   logMessage(qov::kDebug, name_, {logId, function, line, __LINE__}, message);
 }
 
-void CQOVDebugKit::debug(unsigned long long logId, const char* function, unsigned int line,
-                         const char* format, va_list args) const {
-  logFormatted(qov::kDebug, name_, {logId, function, line, __LINE__}, format, args);
-}
-
 void CQOVDebugKit::info(unsigned long long logId, const char* function, unsigned int line,
                         const std::string& message) const {
   logMessage(qov::kInfo, name_, {logId, function, line, __LINE__}, message);
@@ -149,11 +122,6 @@ void CQOVDebugKit::info(unsigned long long logId, const char* function, unsigned
   logMessage(qov::kInfo, name_, {logId, function, line, __LINE__}, message);
 }
 
-void CQOVDebugKit::info(unsigned long long logId, const char* function, unsigned int line,
-                        const char* format, va_list args) const {
-  logFormatted(qov::kInfo, name_, {logId, function, line, __LINE__}, format, args);
-}
-
 void CQOVDebugKit::warn(unsigned long long logId, const char* function, unsigned int line,
                         const std::string& message) const {
   logMessage(qov::kWarn, name_, {logId, function, line, __LINE__}, message);
@@ -162,11 +130,6 @@ void CQOVDebugKit::warn(unsigned long long logId, const char* function, unsigned
 void CQOVDebugKit::warn(unsigned long long logId, const char* function, unsigned int line,
                         const char* message) const {
   logMessage(qov::kWarn, name_, {logId, function, line, __LINE__}, message);
-}
-
-void CQOVDebugKit::warn(unsigned long long logId, const char* function, unsigned int line,
-                        const char* format, va_list args) const {
-  logFormatted(qov::kWarn, name_, {logId, function, line, __LINE__}, format, args);
 }
 
 void CQOVDebugKit::error(unsigned long long logId, const char* function, unsigned int line,
@@ -179,11 +142,6 @@ void CQOVDebugKit::error(unsigned long long logId, const char* function, unsigne
   logMessage(qov::kError, name_, {logId, function, line, __LINE__}, message);
 }
 
-void CQOVDebugKit::error(unsigned long long logId, const char* function, unsigned int line,
-                         const char* format, va_list args) const {
-  logFormatted(qov::kError, name_, {logId, function, line, __LINE__}, format, args);
-}
-
 void CQOVDebugKit::critical(unsigned long long logId, const char* function, unsigned int line,
                             const std::string& message) const {
   logMessage(qov::kCritical, name_, {logId, function, line, __LINE__}, message);
@@ -194,9 +152,16 @@ void CQOVDebugKit::critical(unsigned long long logId, const char* function, unsi
   logMessage(qov::kCritical, name_, {logId, function, line, __LINE__}, message);
 }
 
-void CQOVDebugKit::critical(unsigned long long logId, const char* function, unsigned int line,
-                            const char* format, va_list args) const {
-  logFormatted(qov::kCritical, name_, {logId, function, line, __LINE__}, format, args);
+void CQOVDebugKit::logFormatted(ACE_Log_Priority priority, int sourceLine, unsigned long long logId,
+                                const char* function, unsigned int line, const char* format,
+                                va_list args) const {
+  const ErrnoKeeper errnoKeeper;
+  try {
+    const qov::MessageText message(format, args);
+    write(*ACE_Log_Msg::instance(), qov::levelOf(priority), name_,
+          {logId, function, line, sourceLine}, message.text(), errnoKeeper.kept());
+  } catch (...) {
+  }
 }
 
 void CQOVDebugKit::trace(const std::string& message) const {

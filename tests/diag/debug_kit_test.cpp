@@ -129,6 +129,12 @@ TEST_F(DebugKit, TestsTheProcessMaskAndNotTheThreadsOwn) {
   EXPECT_EQ(capture_.text(), "");
 }
 
+TEST_F(DebugKit, SaysWhichLevelsAreOn) {
+  LogCapture::log().priority_mask(LM_ERROR | LM_INFO, ACE_Log_Msg::PROCESS);
+  EXPECT_TRUE(CQOVDebugKit::isOn(LM_INFO));
+  EXPECT_FALSE(CQOVDebugKit::isOn(LM_DEBUG));
+}
+
 TEST_F(DebugKit, DoesNotTouchTheArgumentsOfADisabledLevel) {
   LogCapture::log().priority_mask(LM_ERROR, ACE_Log_Msg::PROCESS);
   const char* const unreadable = reinterpret_cast<const char*>(1);

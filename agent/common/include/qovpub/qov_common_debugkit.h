@@ -43,6 +43,12 @@ class CQOVDebugKit {
   /// The key under which CQOVDebugKitMgr::add() registers the kit.
   unsigned int id() const { return id_; }
 
+  /// Whether records of `priority` pass now: to spare a message that is costly to put together.
+  static bool isOn(ACE_Log_Priority priority) {
+    ACE_Log_Msg* const log = ACE_Log_Msg::instance();
+    return log != nullptr && (log->priority_mask(ACE_Log_Msg::PROCESS) & priority) != 0;
+  }
+
   /// Tag "DBG", priority LM_DEBUG. `logId` is the caller's own number for this record, `function`
   /// its `__FUNCTION__`, `line` its source line. The last form prints `format` with `args` as
   /// vprintf does; `args` is consumed only when the level is on.
@@ -51,7 +57,11 @@ class CQOVDebugKit {
   void debug(unsigned long long logId, const char* function, unsigned int line,
              const char* message) const;
   void debug(unsigned long long logId, const char* function, unsigned int line, const char* format,
-             va_list args) const __attribute__((format(printf, 5, 0)));
+             va_list args) const {
+    if (isOn(LM_DEBUG)) {
+      logFormatted(LM_DEBUG, __LINE__, logId, function, line, format, args);
+    }
+  }
 
   /// Tag "INFO", priority LM_INFO.
   void info(unsigned long long logId, const char* function, unsigned int line,
@@ -59,7 +69,11 @@ class CQOVDebugKit {
   void info(unsigned long long logId, const char* function, unsigned int line,
             const char* message) const;
   void info(unsigned long long logId, const char* function, unsigned int line, const char* format,
-            va_list args) const __attribute__((format(printf, 5, 0)));
+            va_list args) const {
+    if (isOn(LM_INFO)) {
+      logFormatted(LM_INFO, __LINE__, logId, function, line, format, args);
+    }
+  }
 
   /// Tag "WARN", priority LM_WARNING.
   void warn(unsigned long long logId, const char* function, unsigned int line,
@@ -67,7 +81,11 @@ class CQOVDebugKit {
   void warn(unsigned long long logId, const char* function, unsigned int line,
             const char* message) const;
   void warn(unsigned long long logId, const char* function, unsigned int line, const char* format,
-            va_list args) const __attribute__((format(printf, 5, 0)));
+            va_list args) const {
+    if (isOn(LM_WARNING)) {
+      logFormatted(LM_WARNING, __LINE__, logId, function, line, format, args);
+    }
+  }
 
   /// Tag "ERR", priority LM_ERROR.
   void error(unsigned long long logId, const char* function, unsigned int line,
@@ -75,7 +93,11 @@ class CQOVDebugKit {
   void error(unsigned long long logId, const char* function, unsigned int line,
              const char* message) const;
   void error(unsigned long long logId, const char* function, unsigned int line, const char* format,
-             va_list args) const __attribute__((format(printf, 5, 0)));
+             va_list args) const {
+    if (isOn(LM_ERROR)) {
+      logFormatted(LM_ERROR, __LINE__, logId, function, line, format, args);
+    }
+  }
 
   /// Tag "CRI", priority LM_CRITICAL. Every level that CQOV_Logging_Strategy sets switches this
   /// priority off, so these records pass only where no strategy is in force.
@@ -84,7 +106,11 @@ class CQOVDebugKit {
   void critical(unsigned long long logId, const char* function, unsigned int line,
                 const char* message) const;
   void critical(unsigned long long logId, const char* function, unsigned int line,
-                const char* format, va_list args) const __attribute__((format(printf, 5, 0)));
+                const char* format, va_list args) const {
+    if (isOn(LM_CRITICAL)) {
+      logFormatted(LM_CRITICAL, __LINE__, logId, function, line, format, args);
+    }
+  }
 
   /// Tag "TRACE", priority LM_TRACE; log id 18446744073709551615, no function, line 0.
   void trace(const std::string& message) const;
@@ -103,6 +129,12 @@ class CQOVDebugKit {
   std::string makeLogTime() const;
 
  private:
+  /// Behind the level test, which is inline because a caller that comes here with a va_list has
+  /// spent enough by then. `sourceLine` is the level operation's, for ACE.
+  void logFormatted(ACE_Log_Priority priority, int sourceLine, unsigned long long logId,
+                    const char* function, unsigned int line, const char* format, va_list args) const
+      __attribute__((format(printf, 7, 0)));
+
   const std::string name_;
   const unsigned int id_;
 };
