@@ -57,8 +57,9 @@ class LogText : public std::streambuf {
   std::string text_;
 };
 
+// Never destroyed, like the stream below: the watching thread may log until the process has ended.
 LogText& logText() {
-  static LogText text;
+  static LogText& text = *new LogText;
   return text;
 }
 
@@ -79,12 +80,16 @@ const ::testing::Environment* const environment =
 }  // namespace
 
 void logHere() {
-  static std::ostream stream(&logText());
+  static std::ostream& stream = *new std::ostream(&logText());
   ACE_LOG_MSG->msg_ostream(&stream, false);
 }
 
 bool waitForGuardLine(const std::string& text) {
-  return logText().waitFor(text);
+  const bool found = logText().waitFor(text);
+  // Whoever wrote the line has left ACE's log after this: a child that is forked now may log.
+  ACE_LOG_MSG->acquire();
+  ACE_LOG_MSG->release();
+  return found;
 }
 
 int countGuardLines(const std::string& text) {
