@@ -106,6 +106,21 @@ RecordFault::Kind RecordCodec::parseBlock(Cursor& at, CellBlock& block, bool& sw
       kind = RecordFault::Kind::kCellTooLong;
       break;
     }
+    if (lengthOf(head) == 1) {
+      ::new (cell) CTLVCell(CTLVCell::Place::kInBlock, head, *value);
+      in = value + 1;
+      continue;
+    }
+    if (lengthOf(head) == 2) {
+      ::new (cell) CTLVCell(CTLVCell::Place::kInBlock, head, loadWord<std::uint16_t>(value));
+      in = value + 2;
+      continue;
+    }
+    if (lengthOf(head) == 4) {
+      ::new (cell) CTLVCell(CTLVCell::Place::kInBlock, head, loadWord<std::uint32_t>(value));
+      in = value + 4;
+      continue;
+    }
     if (!makeCell(cell, head, value, at.readable, sweep)) {
       kind = RecordFault::Kind::kNoMemory;
       break;
