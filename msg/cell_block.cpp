@@ -12,15 +12,13 @@ CellBlock* CellBlock::make(std::size_t cells) noexcept {
     errno = ENOMEM;
     return nullptr;
   }
-  return ::new (memory) CellBlock(cells, true);
+  return ::new (memory) CellBlock(cells);
 }
 
 void CellBlock::freeAll(CellBlock* first) noexcept {
   while (first != nullptr) {
     CellBlock* next = first->next_;
-    if (first->own_) {
-      ::operator delete(first);
-    }
+    ::operator delete(first);
     first = next;
   }
 }

@@ -21,27 +21,28 @@ void CTLVRecordV3::addBlock(qov::CellBlock* block) noexcept {
     first_ = block;
   } else {
     last_->setNext(block);
+    large_ = large_ || count() > kScanLimit;
   }
   last_ = block;
-  large_ = large_ || count() > kScanLimit;
 }
 
+/// Room for some more cells, for `cells` if it is known how many are to come.
 bool CTLVRecordV3::makeRoom(unsigned long cells) noexcept {
+  constexpr unsigned long kFirst = 4;
   if (store_ != nullptr && store_->extend(*this)) {
     return true;
   }
-  qov::CellBlock* block = qov::CellBlock::make(cells);
+  qov::CellBlock* block = qov::CellBlock::make(cells != 0 ? cells : std::max(kFirst, count()));
   if (block == nullptr) {
     return false;
   }
   addBlock(block);
-  ownBlocks_ = true;
+  own_ = own_ == nullptr ? block : own_;
   return true;
 }
 
 void CTLVRecordV3::makeRoomOrThrow() {
-  constexpr unsigned long kFirst = 4;
-  if (!makeRoom(std::max(kFirst, count()))) {
+  if (!makeRoom(0)) {
     throw std::bad_alloc();
   }
 }
@@ -178,8 +179,7 @@ void CTLVRecordV3::addCopies(const CTLVRecordV3& other) {
 
 void CTLVRecordV3::clone(const CTLVRecordV3& other) {
   CTLVRecordV3 copy(other.cmd_);
-  const unsigned long cells = other.count();
-  if (cells > 0 && !copy.makeRoom(cells)) {
+  if (!copy.makeRoom(other.count())) {
     throw std::bad_alloc();
   }
   copy.addCopies(other);
@@ -190,11 +190,11 @@ void CTLVRecordV3::clone(const CTLVRecordV3& other) {
 void CTLVRecordV3::swapCells(CTLVRecordV3& other) noexcept {
   std::swap(first_, other.first_);
   std::swap(last_, other.last_);
+  std::swap(own_, other.own_);
   std::swap(length_, other.length_);
   std::swap(loose_, other.loose_);
   std::swap(sweep_, other.sweep_);
   std::swap(large_, other.large_);
-  std::swap(ownBlocks_, other.ownBlocks_);
   other.index_.store(index_.exchange(other.index_.load()));
 }
 
@@ -204,7 +204,7 @@ void CTLVRecordV3::clear() noexcept {
 }
 
 void CTLVRecordV3::freeBlocks() noexcept {
-  qov::CellBlock::freeAll(first_);
+  qov::CellBlock::freeAll(own_);
   delete index_.load(std::memory_order_relaxed);
 }
 

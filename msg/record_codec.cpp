@@ -80,7 +80,7 @@ RecordFault::Kind RecordCodec::parseCells(Cursor& at, CTLVRecordV3& record) noex
   auto kind = RecordFault::Kind::kNone;
   while (at.in != at.end && kind == RecordFault::Kind::kNone) {
     if ((record.last_ == nullptr || record.last_->full()) &&
-        !record.makeRoom(record.store_ == nullptr ? countCells(at) + 1 : 0)) {
+        !record.makeRoom(record.store_ == nullptr ? countCells(at) : 0)) {
       return RecordFault::Kind::kNoMemory;
     }
     kind = parseBlock(at, *record.last_, record.sweep_);
@@ -106,26 +106,12 @@ RecordFault::Kind RecordCodec::parseBlock(Cursor& at, CellBlock& block, bool& sw
       kind = RecordFault::Kind::kCellTooLong;
       break;
     }
-    if (lengthOf(head) == 1) {
-      ::new (cell) CTLVCell(CTLVCell::Place::kInBlock, head, *value);
-      in = value + 1;
-      continue;
-    }
-    if (lengthOf(head) == 2) {
-      ::new (cell) CTLVCell(CTLVCell::Place::kInBlock, head, loadWord<std::uint16_t>(value));
-      in = value + 2;
-      continue;
-    }
-    if (lengthOf(head) == 4) {
-      ::new (cell) CTLVCell(CTLVCell::Place::kInBlock, head, loadWord<std::uint32_t>(value));
-      in = value + 4;
-      continue;
-    }
-    if (!makeCell(cell, head, value, at.readable, sweep)) {
+    in = makeCell(cell, head, value, at.readable, sweep);
+    if (in == nullptr) {
+      in = value;
       kind = RecordFault::Kind::kNoMemory;
       break;
     }
-    in = value + lengthOf(head);
   }
   block.setEnd(cell);
   at.in = in;
@@ -150,30 +136,43 @@ RecordFault RecordCodec::judge(const Cursor& at, unsigned int length) noexcept {
   return {Kind::kCellTooLong, length, pos + MIN_TLV_SIZE, lengthOf(head)};
 }
 
-/// Makes the cell `head` with the value at `in`; `readable` bounds what may be read.
-inline bool RecordCodec::makeCell(CTLVCell* slot, std::uint32_t head, const unsigned char* in,
-                                  const unsigned char* readable, bool& sweep) noexcept {
+/// Makes the cell `head` with the value at `in` and returns the value's end, or null when there is no
+/// memory; `readable` bounds what may be read.
+inline const unsigned char* RecordCodec::makeCell(CTLVCell* slot, std::uint32_t head,
+                                                  const unsigned char* in,
+                                                  const unsigned char* readable,
+                                                  bool& sweep) noexcept {
   constexpr auto kPlace = CTLVCell::Place::kInBlock;
   const unsigned int length = lengthOf(head);
+  // The widths of numbers are told apart by branches: where the next cell starts is then predicted,
+  // not waited for.
+  if (length == 1) {
+    ::new (slot) CTLVCell(kPlace, head, *in);
+    return in + 1;
+  }
+  if (length == 2) {
+    ::new (slot) CTLVCell(kPlace, head, loadWord<std::uint16_t>(in));
+    return in + 2;
+  }
+  if (length == 4) {
+    ::new (slot) CTLVCell(kPlace, head, loadWord<std::uint32_t>(in));
+    return in + 4;
+  }
   if (length - 1 < CTLVCell::kInside) {
     const bool wide = readable - in >= CTLVCell::kInside;
-    if (wide && length <= 8) {
-      const std::uint64_t keep = ~0ULL >> (8 - length) * 8;
-      ::new (slot) CTLVCell(kPlace, head, loadWord<std::uint64_t>(in) & keep);
-      return true;
-    }
-    ::new (slot) CTLVCell(kPlace, head, 0);
-    if (wide) {
+    if (wide && length > 8) {
+      ::new (slot) CTLVCell(kPlace, head, 0);
       copyInside(slot->value_, in);
     } else {
+      ::new (slot) CTLVCell(kPlace, head, 0);
       copySmall(slot->value_, in, length, false);
     }
-    return true;
+    return in + length;
   }
   // As CTLVCell::setCell(): an empty value leaves the new cell's tag and type as they are.
   ::new (slot) CTLVCell(kPlace);
   sweep = sweep || length > 0;
-  return length == 0 || slot->replace(head & 0xFFFF, in, length, false);
+  return length == 0 || slot->replace(head & 0xFFFF, in, length, false) ? in + length : nullptr;
 }
 
 unsigned char* RecordCodec::write(const CTLVRecordV3& record, unsigned char* out,

@@ -54,8 +54,8 @@ class RecordCodec {
   static RecordFault::Kind parseCells(Cursor& at, CTLVRecordV3& record) noexcept;
   static RecordFault::Kind parseBlock(Cursor& at, CellBlock& block, bool& sweep) noexcept;
   static RecordFault judge(const Cursor& at, unsigned int length) noexcept;
-  static bool makeCell(CTLVCell* slot, std::uint32_t head, const unsigned char* in,
-                       const unsigned char* readable, bool& sweep) noexcept;
+  static const unsigned char* makeCell(CTLVCell* slot, std::uint32_t head, const unsigned char* in,
+                                       const unsigned char* readable, bool& sweep) noexcept;
 };
 
 }  // namespace qov

@@ -31,7 +31,7 @@ namespace qov {
 /// Room for some cells of one record, in a list with the record's other blocks.
 ///
 /// Thread: as the record.
-/// Owns:   its memory, unless it is part of a package's; the record owns what the cells hold.
+/// Owns:   nothing; the record knows which of its blocks are its own and which a package's.
 /// Errors: make() returns null, with errno ENOMEM, when there is no memory.
 class CellBlock {
  public:
@@ -41,10 +41,11 @@ class CellBlock {
 
   /// A block of its own for `cells` cells, or for as many as a block may have.
   static CellBlock* make(std::size_t cells) noexcept;
-  /// A block in `bytes` bytes at `memory`, which somebody else frees.
+  /// A block in `bytes` bytes at `memory`.
   static CellBlock* makeIn(void* memory, std::size_t bytes) noexcept {
-    return ::new (memory) CellBlock((bytes - sizeof(CellBlock)) / sizeof(CTLVCell), false);
+    return ::new (memory) CellBlock((bytes - sizeof(CellBlock)) / sizeof(CTLVCell));
   }
+  /// Frees a list of blocks from make().
   static void freeAll(CellBlock* first) noexcept;
 
   CTLVCell* begin() noexcept { return reinterpret_cast<CTLVCell*>(this + 1); }
@@ -58,13 +59,11 @@ class CellBlock {
   void setNext(CellBlock* next) noexcept { next_ = next; }
 
  private:
-  CellBlock(std::size_t capacity, bool own) noexcept
-      : end_(begin()), limit_(begin() + capacity), own_(own) {}
+  explicit CellBlock(std::size_t capacity) noexcept : end_(begin()), limit_(begin() + capacity) {}
 
   CellBlock* next_ = nullptr;
   CTLVCell* end_;
   CTLVCell* limit_;
-  bool own_;
 };
 static_assert(sizeof(CellBlock) % alignof(CTLVCell) == 0, "the cells stand right behind");
 
@@ -97,7 +96,7 @@ class CTLVRecordV3 {
     if (loose_ || sweep_) {
       freeValues();
     }
-    if (ownBlocks_ || large_) {
+    if (own_ != nullptr || large_) {
       freeBlocks();
     }
   }
@@ -313,6 +312,8 @@ class CTLVRecordV3 {
   std::uint64_t cmd_;
   qov::CellBlock* first_ = nullptr;
   qov::CellBlock* last_ = nullptr;
+  // The first block that is not part of a package's memory; the ones behind are not, either.
+  qov::CellBlock* own_ = nullptr;
   // Sum of the cells' sizes while they were appended; exact unless loose_.
   unsigned long length_ = 0;
   // Made by the first look-up in a large record, possibly by several threads at once.
@@ -325,8 +326,6 @@ class CTLVRecordV3 {
   bool sweep_ = false;
   // Had more than kScanLimit cells when it last needed room.
   bool large_ = false;
-  // Has blocks that are not part of a package's memory.
-  bool ownBlocks_ = false;
 };
 
 inline CTLVRecordV3& CTLVRecordV3::addNumber(unsigned int type, unsigned short tag, std::uint64_t v,
