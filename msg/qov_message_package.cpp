@@ -172,7 +172,14 @@ void CTLVPackageV3<MSG_S_HEAD>::dump(std::ostringstream& out) const {
 
 template <class MSG_S_HEAD>
 void CTLVPackageV3<MSG_S_HEAD>::append(CTLVRecordV3* record) {
-  if (record != nullptr && !records_.add(record)) {
+  if (record == nullptr) {
+    return;
+  }
+  if (record->store_ != nullptr) {
+    throw CQOV_Exception("record belongs to a package already, cmd is " +
+                         std::to_string(record->cmd()));
+  }
+  if (!records_.add(record)) {
     throw std::bad_alloc();
   }
 }

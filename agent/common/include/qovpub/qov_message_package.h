@@ -124,6 +124,7 @@ class CTLVPackageV3 {
   const MSG_S_HEAD& head() const noexcept { return head_; }
 
   /// Puts `record`, which must come from `new`, at the end and takes it over; null is ignored.
+  /// Throws, and takes nothing, for a record that addRecord() or decode() made.
   void append(CTLVRecordV3* record);
   /// Appends an empty record and returns it; the reference is valid until clear(). Records are made
   /// and filled fastest one after the other.

@@ -197,12 +197,14 @@ class CTLVRecordV3 {
    private:
     friend class CTLVRecordV3;
     explicit Iterator(qov::CellBlock* block) noexcept { enter(block); }
-    /// Only the last block may be empty.
+    /// A block may be empty: its record was closed, or could not set its first value.
     void enter(qov::CellBlock* block) noexcept {
-      const bool any = block != nullptr && block->begin() != block->end();
+      while (block != nullptr && block->begin() == block->end()) {
+        block = block->next();
+      }
       block_ = block;
-      slot_ = any ? block->begin() : nullptr;
-      end_ = any ? block->end() : nullptr;
+      slot_ = block != nullptr ? block->begin() : nullptr;
+      end_ = block != nullptr ? block->end() : nullptr;
     }
 
     CTLVCell* slot_ = nullptr;
