@@ -14,26 +14,19 @@
 namespace devagent {
 namespace {
 
-/// What must outlive the task manager's destructor, which joins the threads that use it: a base
-/// class in front of the task manager is destroyed after it, a member of the module before.
-struct OwnTasks {
-  const std::shared_ptr<Collection> collection_ = std::make_shared<Collection>();
-  std::unique_ptr<RoundTask> rounds_;
-  std::unique_ptr<PeriodTask> period_;
-};
-
-class CollectorModule : private OwnTasks, public CQOV_TaskMgr {
+class CollectorModule : public CQOV_TaskMgr {
  public:
-  CollectorModule() : CQOV_TaskMgr(kCollector, kWorkers, "collector") {}
+  CollectorModule()
+      : CQOV_TaskMgr(kCollector, kWorkers, "collector"),
+        rounds_(this, collection_),
+        period_(this, configuredPeriod()) {}
 
   CQOV_Task* createTask() override {
     return std::make_unique<TallyWorker>(this, collection_).release();
   }
 
   bool initEnv() override {
-    rounds_ = std::make_unique<RoundTask>(this, collection_);
-    period_ = std::make_unique<PeriodTask>(this, configuredPeriod());
-    return insertStaticScheduledTask(rounds_.get()) == 0 && period_->start() == 0;
+    return insertStaticScheduledTask(&rounds_) == 0 && period_.start() == 0;
   }
 
  private:
@@ -50,6 +43,11 @@ class CollectorModule : private OwnTasks, public CQOV_TaskMgr {
     period.msec(static_cast<long>(StrToUint(milliseconds)));
     return period;
   }
+
+  // Used by the module's threads, which have ended when these are destroyed.
+  Collection collection_;
+  RoundTask rounds_;
+  PeriodTask period_;
 };
 
 }  // namespace

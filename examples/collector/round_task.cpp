@@ -22,8 +22,8 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
 
 }  // namespace
 
-RoundTask::RoundTask(CQOV_TaskMgr* module, std::shared_ptr<Collection> collection)
-    : CQOV_StaticSchecheduledTask(module), collection_(std::move(collection)) {}
+RoundTask::RoundTask(CQOV_TaskMgr* module, Collection& collection)
+    : CQOV_StaticSchecheduledTask(module), collection_(collection) {}
 
 void RoundTask::getOpcList(std::list<unsigned long long>& opcs) {
   opcs.push_back(kRunRound);
@@ -52,7 +52,7 @@ bool RoundTask::collect(Operation operation, double timeoutSeconds) {
   bool ended = false;
   std::unique_ptr<CQOV_MsgPackage> answer = ask(operation, timeoutSeconds, ended);
   if (answer) {
-    tally_.recordsReceived += collection_->keep(std::move(answer));
+    tally_.recordsReceived += collection_.keep(std::move(answer));
   }
   return ended;
 }
@@ -96,9 +96,9 @@ void RoundTask::noteTimeout(Operation operation) {
 void RoundTask::finishRound() {
   CQOVDebugKitGuard guard(kCollector, "void RoundTask::finishRound()");
   ++tally_.rounds;
-  tally_.interfaces = collection_->recordsOf(kReadInterfaces);
-  tally_.fileSystems = collection_->recordsOf(kReadFileSystems);
-  collection_->publish(tally_);
+  tally_.interfaces = collection_.recordsOf(kReadInterfaces);
+  tally_.fileSystems = collection_.recordsOf(kReadFileSystems);
+  collection_.publish(tally_);
   guard.info(1, __FUNCTION__, __LINE__, "round %" PRIu64 " finished", tally_.rounds);
   send(makeMessage(kNotice, kCollector, kJournal, kRoundFinished).release(), nullptr, true);
 }

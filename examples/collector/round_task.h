@@ -16,7 +16,7 @@ namespace devagent {
 /// round at a time, while the pool stays free.
 class RoundTask : public CQOV_StaticSchecheduledTask {
  public:
-  RoundTask(CQOV_TaskMgr* module, std::shared_ptr<Collection> collection);
+  RoundTask(CQOV_TaskMgr* module, Collection& collection);
 
   void getOpcList(std::list<unsigned long long>& opcs) override;
   int handleMessage(CQOV_MsgPackage& request) override;
@@ -32,7 +32,7 @@ class RoundTask : public CQOV_StaticSchecheduledTask {
   void noteTimeout(Operation operation);
   void finishRound();
 
-  const std::shared_ptr<Collection> collection_;
+  Collection& collection_;
   Tally tally_;
 };
 

@@ -1,6 +1,6 @@
 #include "examples/collector/tally_worker.h"
 
-#include <utility>
+#include <memory>
 
 #include "examples/common/messages.h"
 
@@ -21,8 +21,8 @@ void appendTally(CQOV_MsgPackage& answer, const Tally& tally) {
 
 }  // namespace
 
-TallyWorker::TallyWorker(CQOV_TaskMgr* module, std::shared_ptr<const Collection> collection)
-    : CQOV_CommonTask(module), collection_(std::move(collection)) {}
+TallyWorker::TallyWorker(CQOV_TaskMgr* module, const Collection& collection)
+    : CQOV_CommonTask(module), collection_(collection) {}
 
 int TallyWorker::handleMessage(CQOV_MsgPackage& request) {
   if (request.head().type_ != kRequest || request.head().opc_ != kReadTally) {
@@ -32,8 +32,8 @@ int TallyWorker::handleMessage(CQOV_MsgPackage& request) {
   if (!answer) {
     return -1;
   }
-  collection_->appendHost(*answer);
-  appendTally(*answer, collection_->tally());
+  collection_.appendHost(*answer);
+  appendTally(*answer, collection_.tally());
   return send(answer.release(), nullptr, true);
 }
 

@@ -3,8 +3,6 @@
 
 #include <qovpub/qov_task.h>
 
-#include <memory>
-
 #include "examples/collector/collection.h"
 
 namespace devagent {
@@ -12,12 +10,12 @@ namespace devagent {
 /// Answers what the collector has got so far, and on which machine.
 class TallyWorker : public CQOV_CommonTask {
  public:
-  TallyWorker(CQOV_TaskMgr* module, std::shared_ptr<const Collection> collection);
+  TallyWorker(CQOV_TaskMgr* module, const Collection& collection);
 
   int handleMessage(CQOV_MsgPackage& request) override;
 
  private:
-  const std::shared_ptr<const Collection> collection_;
+  const Collection& collection_;
 };
 
 }  // namespace devagent

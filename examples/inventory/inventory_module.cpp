@@ -20,9 +20,8 @@ class InventoryModule : public CQOV_TaskMgr {
  private:
   static constexpr unsigned int kWorkers = 3;
 
-  // Shared with the workers, which outlive this part of the object: the base class joins them.
-  const std::shared_ptr<InventoryWorker::RecordCount> recordsSent_ =
-      std::make_shared<InventoryWorker::RecordCount>(0);
+  // Shared by the workers. Their threads have ended when this is destroyed.
+  InventoryWorker::RecordCount recordsSent_{0};
 };
 
 }  // namespace

@@ -11,8 +11,8 @@
 
 namespace devagent {
 
-InventoryWorker::InventoryWorker(CQOV_TaskMgr* module, std::shared_ptr<RecordCount> recordsSent)
-    : CQOV_CommonTask(module), recordsSent_(std::move(recordsSent)) {}
+InventoryWorker::InventoryWorker(CQOV_TaskMgr* module, RecordCount& recordsSent)
+    : CQOV_CommonTask(module), recordsSent_(recordsSent) {}
 
 int InventoryWorker::handleMessage(CQOV_MsgPackage& request) {
   CQOVDebugKitGuard guard(kInventory, "int InventoryWorker::handleMessage(CQOV_MsgPackage&)");
@@ -47,7 +47,7 @@ bool InventoryWorker::fill(CQOV_MsgPackage& answer) {
       appendFileSystems(answer);
       return true;
     case kReadTally:
-      answer.addRecord(kTallyRecord).addUnsigned(kRecordsSent, *recordsSent_);
+      answer.addRecord(kTallyRecord).addUnsigned(kRecordsSent, recordsSent_);
       return true;
     default:
       return false;
@@ -57,10 +57,10 @@ bool InventoryWorker::fill(CQOV_MsgPackage& answer) {
 int InventoryWorker::reply(std::unique_ptr<CQOV_MsgPackage> answer) {
   const unsigned long records = answer->head().opc_ == kReadTally ? 0 : answer->count();
   // Counted first: the requester may have the answer, and ask for the count, before send() returns.
-  *recordsSent_ += records;
+  recordsSent_ += records;
   const int result = send(answer.release(), nullptr, true);
   if (result != 0) {
-    *recordsSent_ -= records;
+    recordsSent_ -= records;
   }
   return result;
 }

@@ -11,12 +11,12 @@ namespace devagent {
 
 /// Answers requests for the machine's state.
 ///
-/// Owns: a share of the count of records sent; all workers of the module share one.
+/// Owns: nothing; the count of records sent is the module's, and all workers share it.
 class InventoryWorker : public CQOV_CommonTask {
  public:
   using RecordCount = std::atomic<std::uint64_t>;
 
-  InventoryWorker(CQOV_TaskMgr* module, std::shared_ptr<RecordCount> recordsSent);
+  InventoryWorker(CQOV_TaskMgr* module, RecordCount& recordsSent);
 
   /// Answers a request with records, and tells the journal. An operation that it does not know it
   /// leaves unanswered: the requester sees a time-out.
@@ -27,7 +27,7 @@ class InventoryWorker : public CQOV_CommonTask {
   int reply(std::unique_ptr<CQOV_MsgPackage> answer);
   void tellJournal(const CQOV_MsgPackage& request, bool answered, unsigned long records);
 
-  const std::shared_ptr<RecordCount> recordsSent_;
+  RecordCount& recordsSent_;
 };
 
 }  // namespace devagent

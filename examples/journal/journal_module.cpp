@@ -20,9 +20,8 @@ class JournalModule : public CQOV_TaskMgr {
  private:
   static constexpr unsigned int kWorkers = 2;
 
-  // Shared with the workers, which outlive this part of the object: the base class joins them.
-  const std::shared_ptr<JournalWorker::EntryCount> entries_ =
-      std::make_shared<JournalWorker::EntryCount>(0);
+  // Shared by the workers. Their threads have ended when this is destroyed.
+  JournalWorker::EntryCount entries_{0};
 };
 
 }  // namespace

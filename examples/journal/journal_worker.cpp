@@ -3,8 +3,8 @@
 #include <qovpub/qov_common_debugkit.h>
 
 #include <cinttypes>
+#include <memory>
 #include <sstream>
-#include <utility>
 
 #include "examples/common/messages.h"
 
@@ -37,8 +37,8 @@ std::string describe(const CTLVRecordV3& host, const CTLVRecordV3& tally) {
 
 }  // namespace
 
-JournalWorker::JournalWorker(CQOV_TaskMgr* module, std::shared_ptr<EntryCount> entries)
-    : CQOV_CommonTask(module), entries_(std::move(entries)) {}
+JournalWorker::JournalWorker(CQOV_TaskMgr* module, EntryCount& entries)
+    : CQOV_CommonTask(module), entries_(entries) {}
 
 int JournalWorker::handleMessage(CQOV_MsgPackage& message) {
   const QOVMsgHead& head = message.head();
@@ -69,7 +69,7 @@ std::string JournalWorker::describeRound() {
 void JournalWorker::write(const QOVMsgHead& head, const std::string& text) {
   CQOVDebugKitGuard guard(kJournal,
                           "void JournalWorker::write(const QOVMsgHead&, const std::string&)");
-  guard.info(1, __FUNCTION__, __LINE__, "entry %" PRIu64 ", %s from %s: %s", ++*entries_,
+  guard.info(1, __FUNCTION__, __LINE__, "entry %" PRIu64 ", %s from %s: %s", ++entries_,
              head.type_ == kNotice ? "notice" : "event", nameOf(head.smid_), text.c_str());
 }
 

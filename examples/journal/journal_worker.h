@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <memory>
 #include <string>
 
 namespace devagent {
@@ -16,7 +15,7 @@ class JournalWorker : public CQOV_CommonTask {
  public:
   using EntryCount = std::atomic<std::uint64_t>;
 
-  JournalWorker(CQOV_TaskMgr* module, std::shared_ptr<EntryCount> entries);
+  JournalWorker(CQOV_TaskMgr* module, EntryCount& entries);
 
   int handleMessage(CQOV_MsgPackage& message) override;
 
@@ -25,7 +24,7 @@ class JournalWorker : public CQOV_CommonTask {
   std::string describeRound();
   void write(const QOVMsgHead& head, const std::string& text);
 
-  const std::shared_ptr<EntryCount> entries_;
+  EntryCount& entries_;
 };
 
 }  // namespace devagent

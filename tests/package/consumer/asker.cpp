@@ -29,22 +29,19 @@ class Asker : public CQOV_Task {
   }
 };
 
-/// Destroyed after the task manager, which joins the task's thread.
-struct OwnTask {
-  std::unique_ptr<Asker> asker_;
-};
-
-class Module : private OwnTask, public CQOV_TaskMgr {
+class Module : public CQOV_TaskMgr {
  public:
-  Module() : CQOV_TaskMgr(kModule, 0, "asker") {}
+  Module() : CQOV_TaskMgr(kModule, 0, "asker"), asker_(this) {}
 
   CQOV_Task* createTask() override { return nullptr; }
 
   bool initEnv() override {
-    asker_ = std::make_unique<Asker>(this);
-    return asker_->activate(THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED, 1, 0,
-                            ACE_DEFAULT_THREAD_PRIORITY, gid()) == 0;
+    return asker_.activate(THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED, 1, 0,
+                           ACE_DEFAULT_THREAD_PRIORITY, gid()) == 0;
   }
+
+ private:
+  Asker asker_;
 };
 
 }  // namespace
