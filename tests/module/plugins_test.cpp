@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "tests/module/module_fixture.h"
+#include "tests/support/sanitizers.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -102,7 +103,7 @@ TEST_F(Plugins, RemovesEveryPluginOfAnId) {
 }
 
 TEST_F(Plugins, TakesALibraryThatDoesWithoutAceOutOfMemory) {
-#ifdef __SANITIZE_THREAD__
+#if QOV_TEST_TSAN
   // ACE takes the lock of a library and that of its framework repository in this order here, and in
   // the other one when the process ends.
   GTEST_SKIP() << "reported as a lock order inversion within ACE";

@@ -9,6 +9,7 @@
 #include <csignal>
 
 #include "tests/process/agent_process.h"
+#include "tests/support/sanitizers.h"
 
 using ::testing::HasSubstr;
 
@@ -78,6 +79,9 @@ void raiseLimit() {
 }
 
 TEST_F(AgentDaemon, ClosesNoBillionOfDescriptorsWhereThatIsTheLimit) {
+#if QOV_TEST_TSAN
+  GTEST_SKIP() << "ThreadSanitizer does not bear that the agent counts its calls of close()";
+#endif
   constexpr rlim_t kTelling = 8000;
   rlimit limit{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
