@@ -105,6 +105,14 @@ TEST_F(AppSignals, OfSeveralHandlersTheLastOneMadeCarriesThemOut) {
   EXPECT_FALSE(loopHasEnded()) << "the one that could do it is gone";
 }
 
+TEST_F(AppSignals, WhatCameBeforeAHandlerWasMadeIsNotForIt) {
+  // As the second SIGINT of an impatient user is not for the next frame of the process.
+  handler.handle_signal(SIGINT, &info);
+  const SigintHandler next(nullptr);
+  handleReadyEvents();
+  EXPECT_FALSE(loopHasEnded());
+}
+
 bool isBlocked(int signum) {
   sigset_t mask;
   ::pthread_sigmask(SIG_BLOCK, nullptr, &mask);

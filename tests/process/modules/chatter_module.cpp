@@ -23,6 +23,23 @@ namespace {
 constexpr std::uint8_t kAsyncType = 3;
 constexpr int kGid = QOV_TEST_GID;
 
+/// A static object of the library, which must outlive the module that works with it.
+class WorkedWith {
+ public:
+  ~WorkedWith() {
+    if (users_ != 0) {
+      std::abort();
+    }
+  }
+  void begin() { ++users_; }
+  void end() { --users_; }
+
+ private:
+  std::atomic<int> users_{0};
+};
+
+WorkedWith workedWith;
+
 class Worker : public CQOV_CommonTask {
  public:
   explicit Worker(CQOV_TaskMgr* mgr) : CQOV_CommonTask(mgr) {}
@@ -37,12 +54,13 @@ class Worker : public CQOV_CommonTask {
 
 class Module : public CQOV_TaskMgr {
  public:
-  Module() : CQOV_TaskMgr(kGid, 2, "chatter") {}
+  Module() : CQOV_TaskMgr(kGid, 2, "chatter") { workedWith.begin(); }
   ~Module() override {
     stop_ = true;
     if (thread_.joinable()) {
       thread_.join();
     }
+    workedWith.end();
   }
 
   CQOV_Task* createTask() override { return new Worker(this); }
