@@ -1,8 +1,8 @@
 // Build, encode, decode and read every value of one message, against msgpack-cxx with the same
 // content: the header's fields and, record by record, a command code and tagged values.
 //
-// Everything runs twice: with the allocator as it is in a plain program, and with the settings of an
-// agent process, where an allocation of 1024 bytes or more tends to be a mapping of its own.
+// Everything runs twice: with the allocator as it is in a plain program, and with the settings of
+// an agent process, where an allocation of 1024 bytes or more tends to be a mapping of its own.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 #include <qovpub/qov_message_package.h>

@@ -121,8 +121,8 @@ RecordFault::Kind RecordCodec::parseBlock(Cursor& at, CellBlock& block, bool& sw
 /// Says what is wrong with the bad cell at `at`.
 ///
 /// Whether its head is there goes by what may be read, its end by the record's. A cell that runs
-/// into the next record is refused although its bytes are there: accepting it would let few bytes on
-/// the wire unfold into very many in memory.
+/// into the next record is refused although its bytes are there: accepting it would let few bytes
+/// on the wire unfold into very many in memory.
 RecordFault RecordCodec::judge(const Cursor& at, unsigned int length) noexcept {
   using Kind = RecordFault::Kind;
   const auto pos = static_cast<unsigned int>(at.in - at.start);
@@ -136,8 +136,8 @@ RecordFault RecordCodec::judge(const Cursor& at, unsigned int length) noexcept {
   return {Kind::kCellTooLong, length, pos + MIN_TLV_SIZE, lengthOf(head)};
 }
 
-/// Makes the cell `head` with the value at `in` and returns the value's end, or null when there is no
-/// memory; `readable` bounds what may be read.
+/// Makes the cell `head` with the value at `in` and returns the value's end, or null when there is
+/// no memory; `readable` bounds what may be read.
 inline const unsigned char* RecordCodec::makeCell(CTLVCell* slot, std::uint32_t head,
                                                   const unsigned char* in,
                                                   const unsigned char* readable,

@@ -36,8 +36,8 @@ struct RecordFault {
 class RecordCodec {
  public:
   /// Makes the record at `p`, reading `remain` bytes at most. It is appended to `store`, or belongs
-  /// to the caller if that is null. On a fault there is no record for the caller; one in `store` may
-  /// be there in part.
+  /// to the caller if that is null. On a fault there is no record for the caller; one in `store`
+  /// may be there in part.
   static RecordFault parse(const unsigned char* p, unsigned int remain, RecordStore* store,
                            CTLVRecordV3*& rec) noexcept;
 

@@ -32,9 +32,9 @@ class WaitReactor : public ACE_Reactor_Impl {
   WaitReactor();
   ~WaitReactor() override;
 
-  /// Waits for a notification, a timer, deactivate(), or the end of `max_wait_time`; then dispatches
-  /// each notification and fires the timers that are due. Returns how many handlers were called,
-  /// or -1 (errno ESHUTDOWN) once deactivated.
+  /// Waits for a notification, a timer, deactivate(), or the end of `max_wait_time`; then
+  /// dispatches each notification and fires the timers that are due. Returns how many handlers were
+  /// called, or -1 (errno ESHUTDOWN) once deactivated.
   int handle_events(ACE_Time_Value* max_wait_time = nullptr) override;
   int handle_events(ACE_Time_Value& max_wait_time) override;
   int alertable_handle_events(ACE_Time_Value* max_wait_time = nullptr) override;

@@ -14,8 +14,8 @@ namespace qov {
 /// The records of one package, in their order, and the memory of those made here.
 ///
 /// Records and their cells stand one behind the other in pieces of memory, the first of which lies
-/// in the store itself: a small message needs no memory but its package's. The newest record has all
-/// the rest of the newest piece to grow into, until the next record is made.
+/// in the store itself: a small message needs no memory but its package's. The newest record has
+/// all the rest of the newest piece to grow into, until the next record is made.
 ///
 /// Thread: as the package. The newest record grows here, so it counts as a part of the package.
 /// Owns:   the records, those handed in included.

@@ -79,8 +79,7 @@ static_assert(sizeof(CellBlock) % alignof(CTLVCell) == 0, "the cells stand right
 /// Thread: const operations may run in several threads at once; all others need the record alone.
 /// Owns:   its cells.
 /// Errors: CQOV_Exception for a missing tag and as CTLVCell's; std::bad_alloc with errno ENOMEM.
-/// The
-///         record is unchanged then.
+///         The record is unchanged then.
 class CTLVRecordV3 {
  public:
   /// The longest record that can be encoded, without its head.
@@ -290,7 +289,8 @@ class CTLVRecordV3 {
                          bool nul);
   CTLVRecordV3& addChecked(unsigned int type, unsigned short tag, const void* data,
                            unsigned long len, bool nul);
-  /// True if a cell of `bytes` can be added at once: a good tag, short enough, room for it, no index.
+  /// True if a cell of `bytes` can be added at once: a good tag, short enough, room for it, no
+  /// index.
   bool fits(unsigned short tag, unsigned long bytes) const noexcept {
     return tag <= MAX_TAG_VALUE && length_ + MIN_TLV_SIZE + bytes <= kMaxLength &&
            last_ != nullptr && !last_->full() && !large_;

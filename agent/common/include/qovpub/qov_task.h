@@ -79,8 +79,8 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   int send(const CQOV_MsgPackage* req, ACE_Time_Value* timeout, bool freeReq);
 
   /// Starts the task's threads as ACE does, and makes them known: getCurrentTask() finds the task
-  /// on them, and a task that is started with the module's id as `grp_id` is told to end, and joined,
-  /// with its module; it must outlive the stop of its task manager then.
+  /// on them, and a task that is started with the module's id as `grp_id` is told to end, and
+  /// joined, with its module; it must outlive the stop of its task manager then.
   int activate(long flags = THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED, int n_threads = 1,
                int force_active = 0, long priority = ACE_DEFAULT_THREAD_PRIORITY, int grp_id = -1,
                ACE_Task_Base* task = nullptr, ACE_hthread_t thread_handles[] = nullptr,
@@ -177,8 +177,8 @@ class CQOV_CommonTaskEx : public CQOV_CommonTask {
 /// with CQOV_TaskMgr::insertStaticScheduledTask().
 ///
 /// Owns:   nothing of the module, and no one owns it: it belongs to the caller and must outlive the
-///         stop of its task manager, which tells it to end and joins its thread: CQOV_TaskMgr::stop(),
-///         or the manager's destructor where nobody calls that.
+///         stop of its task manager, which tells it to end and joins its thread:
+///         CQOV_TaskMgr::stop(), or the manager's destructor where nobody calls that.
 class CQOV_StaticSchecheduledTask : public CQOV_CommonTask {
  public:
   explicit CQOV_StaticSchecheduledTask(CQOV_TaskMgr* mgr);

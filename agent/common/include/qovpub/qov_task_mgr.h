@@ -38,8 +38,8 @@ class CQOV_TaskMgr {
   CQOV_TaskMgr& operator=(const CQOV_TaskMgr&) = delete;
 
   /// Makes one worker for the pool; the runtime takes it over. Called on the scheduler thread, once
-  /// per worker, before init() returns. Null, or an exception, ends the creation of the pool. It must
-  /// not send: see initEnv().
+  /// per worker, before init() returns. Null, or an exception, ends the creation of the pool. It
+  /// must not send: see initEnv().
   virtual CQOV_Task* createTask() = 0;
 
   /// Module hook, run by init() when the threads stand. The base returns true. It must not wait for
@@ -53,10 +53,10 @@ class CQOV_TaskMgr {
   bool init();
 
   /// Tells the module's threads to end and joins them, once. The module loader calls it before it
-  /// deletes a manager, so that no thread runs any more when the destructor of a derived class frees
-  /// what its workers use. Who deletes a manager otherwise calls it first, too. Joins the threads of
-  /// this manager's own tasks only, whoever else uses the same thread group. Not to be called by one
-  /// of these.
+  /// deletes a manager, so that no thread runs any more when the destructor of a derived class
+  /// frees what its workers use. Who deletes a manager otherwise calls it first, too. Joins the
+  /// threads of this manager's own tasks only, whoever else uses the same thread group. Not to be
+  /// called by one of these.
   void stop();
 
   /// The module id; -1 when the leader could not be made (errno ENOMEM then).
