@@ -11,6 +11,7 @@
 
 #include "module/message_copy.h"
 #include "module/module_entry.h"
+#include "task/doorbell.h"
 #include "task/message_block.h"
 
 namespace {
@@ -26,7 +27,12 @@ int CQOV_Module_Loader::sendMsg(u_short pid, ACE_Message_Block* mb) {
     guard.warn(65580, __FUNCTION__, __LINE__, "Null message which pid is %u.", unsigned{pid});
     return -1;
   }
-  const ACE_Read_Guard<ACE_RW_Thread_Mutex> lock(lock_);
+  ACE_Read_Guard<ACE_RW_Thread_Mutex> lock(lock_, false);
+  if (!lock.locked()) {
+    // A leader has to wait until the modules are loaded; whom it has work for must not.
+    qov::ringCollected();
+    lock.acquire_read();
+  }
   if (pid >= modules_.size() || modules_[pid] == nullptr) {
     guard.warn(65581, __FUNCTION__, __LINE__, "Pid %u is invalid!", unsigned{pid});
     return -1;

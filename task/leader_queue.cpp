@@ -13,18 +13,6 @@
 
 namespace qov {
 
-namespace {
-
-/// The moment at which `timeout`, an absolute time of day, comes; on the steady clock, so that a
-/// change of the time of day does not stretch a wait that has begun.
-ModuleLoad::Clock::time_point steadyDeadline(const ACE_Time_Value& timeout) {
-  const ACE_Time_Value left = limitedSpan(limitedSpan(timeout) - ACE_OS::gettimeofday());
-  return ModuleLoad::Clock::now() + std::chrono::seconds(left.sec()) +
-         std::chrono::microseconds(left.usec());
-}
-
-}  // namespace
-
 LeaderQueue::LeaderQueue(const CQOV_TaskMgr* mgr, std::uint8_t processId, std::uint8_t moduleId)
     : mgr_(mgr),
       processId_(processId),

@@ -7,6 +7,7 @@
 #include <qovpub/qov_task_scheduler.h>
 #include <qovpub/qov_utility.h>
 
+#include "task/doorbell.h"
 #include "task/leader_queue.h"
 #include "task/log_ids.h"
 #include "task/message_block.h"
@@ -70,6 +71,7 @@ bool CQOV_Leader_Task::run() {
 int CQOV_Leader_Task::svc() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_Leader_Task::svc()");
   reactor_.owner(ACE_Thread::self());
+  const qov::RingCollector collector;
   ACE_Reactor& processReactor = *ACE_Reactor::instance();
   while (processReactor.reactor_event_loop_done() == 0 && reactorImpl_->deactivated() == 0) {
     reactor_.handle_events();

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "task/message_block.h"
+#include "task/time_span.h"
 
 namespace qov {
 
@@ -20,34 +21,65 @@ TaskQueue::~TaskQueue() {
 }
 
 int TaskQueue::enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
-  if (mb != nullptr && mb->msg_type() == ACE_Message_Block::MB_STOP) {
-    return forceTail(mb);
-  }
-  return ACE_Message_Queue<ACE_MT_SYNCH>::enqueue_tail(mb, timeout);
+  return put(mb, timeout, mb != nullptr && mb->msg_type() == ACE_Message_Block::MB_STOP);
 }
 
 int TaskQueue::forceTail(ACE_Message_Block* mb) {
-  int count = 0;
+  return put(mb, nullptr, true);
+}
+
+int TaskQueue::put(ACE_Message_Block* mb, ACE_Time_Value* timeout, bool force) {
+  // Held, since whoever takes the block may be done with the queue before the bell is rung.
+  std::shared_ptr<Doorbell> bell;
   ACE_Notification_Strategy* notifier = nullptr;
+  int count = 0;
   {
     ACE_Guard<ACE_Thread_Mutex> guard(lock_);
-    if (state_ == DEACTIVATED) {
-      errno = ESHUTDOWN;
-      return -1;
-    }
-    count = enqueue_tail_i(mb);
+    count = putLocked(mb, timeout, force);
     notifier = notification_strategy_;
+    if (count != -1 && notifier == nullptr) {
+      bell = bell_;
+    }
   }
-  if (notifier != nullptr && count != -1) {
+  if (bell != nullptr) {
+    ring(bell);
+  } else if (count != -1) {
     notifier->notify();
   }
   return count;
 }
 
+int TaskQueue::putLocked(ACE_Message_Block* mb, ACE_Time_Value* timeout, bool force) {
+  if (state_ == DEACTIVATED) {
+    errno = ESHUTDOWN;
+    return -1;
+  }
+  if (!force && wait_not_full_cond(timeout) == -1) {
+    return -1;
+  }
+  holdBell_ = true;
+  const int count = enqueue_tail_i(mb);
+  holdBell_ = false;
+  return count;
+}
+
+int TaskQueue::signal_dequeue_waiters() {
+  if (!holdBell_) {
+    bell_->ring();
+  }
+  return 0;
+}
+
+int TaskQueue::deactivate_i(int pulse) {
+  const int previous = Base::deactivate_i(pulse);
+  bell_->ring();
+  return previous;
+}
+
 int TaskQueue::pulse() {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
   pulsed_ = true;
-  not_empty_cond_.broadcast();
+  bell_->ring();
   return state_;
 }
 
@@ -62,7 +94,12 @@ int TaskQueue::dequeueBeforeStop(ACE_Message_Block*& mb) {
     errno = ESHUTDOWN;
     return -1;
   }
-  if (wait_not_empty_cond(nullptr) == -1) {
+  // Whoever waits for a response has nothing to gain from a polite wait: the others have to go all
+  // the way first.
+  awaitsResponse_ = true;
+  const int waited = wait_not_empty_cond(nullptr);
+  awaitsResponse_ = false;
+  if (waited == -1) {
     return -1;
   }
   if (head_->msg_type() == ACE_Message_Block::MB_STOP) {
@@ -155,10 +192,8 @@ int TaskQueue::wait_not_empty_cond(ACE_Time_Value* timeout) {
       errno = ESHUTDOWN;
       return -1;
     }
-    if (not_empty_cond_.wait(timeout) == -1) {
-      if (errno == ETIME) {
-        errno = EWOULDBLOCK;
-      }
+    if (!waitForBell(timeout)) {
+      errno = EWOULDBLOCK;
       return -1;
     }
     if (state_ != ACTIVATED) {
@@ -166,7 +201,23 @@ int TaskQueue::wait_not_empty_cond(ACE_Time_Value* timeout) {
       return -1;
     }
   }
+  if (cur_count_ > 1) {
+    // Rings are not counted: with more than one block, another waiter may be due, too.
+    bell_->ring();
+  }
   return 0;
+}
+
+bool TaskQueue::waitForBell(const ACE_Time_Value* timeout) {
+  const bool polite = !awaitsResponse_;
+  lock_.release();
+  std::optional<Doorbell::Clock::time_point> deadline;
+  if (timeout != nullptr) {
+    deadline = steadyDeadline(*timeout);
+  }
+  const bool rung = polite ? bell_->waitPolitely(deadline) : bell_->wait(deadline);
+  lock_.acquire();
+  return rung;
 }
 
 }  // namespace qov

@@ -8,19 +8,22 @@
 
 #include <memory>
 
+#include "task/doorbell.h"
 #include "task/module_load.h"
 
 namespace qov {
 
-/// The message queue of a task. Differs from ACE's own in four ways:
+/// The message queue of a task. Differs from ACE's own in five ways:
 ///
+/// - It wakes its waiter after its lock is free, and through a Doorbell, so that a thread that fills
+///   many queues can wake their waiters together.
 /// - pulse() is not lost when nobody waits yet: it ends the next wait. (ACE's leaves the queue in a
 ///   state in which the waiter cannot even take the message that arrives next.)
 /// - MB_STOP blocks get in however full the queue is.
 /// - It can count its bytes into the load of its module.
 /// - It frees what is left in it together with the packages.
 ///
-/// Thread: any; one thread dequeues.
+/// Thread: any.
 class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
  public:
   TaskQueue() = default;
@@ -57,6 +60,8 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   int flush_i() override;
 
   int wait_not_empty_cond(ACE_Time_Value* timeout) override;
+  int signal_dequeue_waiters() override;
+  int deactivate_i(int pulse) override;
 
   /// Queues `mb` without regard to the limit.
   int forceTail(ACE_Message_Block* mb);
@@ -66,11 +71,23 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
  private:
   using Base = ACE_Message_Queue<ACE_MT_SYNCH>;
 
+  int put(ACE_Message_Block* mb, ACE_Time_Value* timeout, bool force);
+  /// Puts `mb` in, with the queue's lock held.
+  int putLocked(ACE_Message_Block* mb, ACE_Time_Value* timeout, bool force);
+  /// Waits for the bell without the queue's lock, which is held before and after. False when no ring
+  /// came until `timeout`, an absolute time of day.
+  bool waitForBell(const ACE_Time_Value* timeout);
+
   /// Tells the load how the queue's bytes have changed since it was told last; hands `result` on.
   int counted(int result);
 
+  // Constant after construction.
+  const std::shared_ptr<Doorbell> bell_ = std::make_shared<Doorbell>();
+
   // Guarded by the queue's lock.
   bool pulsed_ = false;
+  bool awaitsResponse_ = false;
+  bool holdBell_ = false;
   std::shared_ptr<ModuleLoad> load_;
   std::size_t countedBytes_ = 0;
 };

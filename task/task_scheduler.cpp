@@ -9,6 +9,7 @@
 #include <chrono>
 #include <utility>
 
+#include "task/doorbell.h"
 #include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/start_task.h"
@@ -48,6 +49,7 @@ int CQOV_TaskScheduler::svc() {
               taskMgr()->moduleId());
     return -1;
   }
+  const qov::RingCollector collector;
   for (;;) {
     ACE_Message_Block* block = nullptr;
     if (msg_queue()->dequeue_head(block) == -1) {
@@ -175,6 +177,7 @@ void CQOV_TaskScheduler::waitForIdleWorker(CQOVDebugKitGuard& log) {
   log.debug(qov::kLogIdBase + 21, __FUNCTION__, __LINE__,
             "wait worker thread is empty begin num(%d), time(%d)", static_cast<int>(serial),
             static_cast<int>(begin));
+  qov::ringCollected();
   idleSignal_.wait();
   const time_t end = ACE_OS::time();
   log.debug(qov::kLogIdBase + 22, __FUNCTION__, __LINE__,

@@ -1,9 +1,11 @@
 #ifndef QOV_TASK_TIME_SPAN_H
 #define QOV_TASK_TIME_SPAN_H
 
+#include <ace/OS_NS_sys_time.h>
 #include <ace/Time_Value.h>
 
 #include <algorithm>
+#include <chrono>
 
 namespace qov {
 
@@ -12,6 +14,14 @@ namespace qov {
 inline ACE_Time_Value limitedSpan(const ACE_Time_Value& span) {
   const ACE_Time_Value longest(200LL * 365 * 24 * 3600);
   return std::clamp(span, ACE_Time_Value::zero - longest, longest);
+}
+
+/// The moment at which `timeout`, an absolute time of day, comes; on the steady clock, so that a
+/// change of the time of day does not stretch a wait that has begun.
+inline std::chrono::steady_clock::time_point steadyDeadline(const ACE_Time_Value& timeout) {
+  const ACE_Time_Value left = limitedSpan(limitedSpan(timeout) - ACE_OS::gettimeofday());
+  return std::chrono::steady_clock::now() + std::chrono::seconds(left.sec()) +
+         std::chrono::microseconds(left.usec());
 }
 
 }  // namespace qov

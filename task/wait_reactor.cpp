@@ -72,26 +72,30 @@ int WaitReactor::work_pending(const ACE_Time_Value& max_wait_time) {
 }
 
 bool WaitReactor::hasWork() const {
-  return deactivated_ || woken_ || !pending_.empty();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return deactivated_ || !pending_.empty();
+}
+
+std::optional<Doorbell::Clock::time_point> WaitReactor::deadlineOf(
+    const ACE_Time_Value* maxWait) const {
+  const Doorbell::Clock::time_point now = Doorbell::Clock::now();
+  std::optional<Doorbell::Clock::time_point> deadline;
+  if (maxWait != nullptr) {
+    deadline = now + toDuration(limitedSpan(*maxWait));
+  }
+  if (!timers_.is_empty()) {
+    const auto due =
+        now + toDuration(timers_.earliest_time() - ACE_High_Res_Timer::gettimeofday_hr());
+    deadline = deadline ? std::min(*deadline, due) : due;
+  }
+  return deadline;
 }
 
 void WaitReactor::waitForWork(const ACE_Time_Value* maxWait) {
-  std::optional<Clock::time_point> deadline;
-  if (maxWait != nullptr) {
-    deadline = Clock::now() + toDuration(limitedSpan(*maxWait));
+  // A ring says that something has changed since the last look, so one is taken after the look.
+  if (!hasWork()) {
+    bell_->waitPolitely(deadlineOf(maxWait));
   }
-  if (!timers_.is_empty()) {
-    const ACE_Time_Value left = timers_.earliest_time() - timers_.gettimeofday();
-    const Clock::time_point due = Clock::now() + toDuration(left);
-    deadline = deadline ? std::min(*deadline, due) : due;
-  }
-  std::unique_lock<std::mutex> lock(mutex_);
-  if (deadline) {
-    changed_.wait_until(lock, *deadline, [this] { return hasWork(); });
-  } else {
-    changed_.wait(lock, [this] { return hasWork(); });
-  }
-  woken_ = false;
 }
 
 int WaitReactor::dispatchNotifications() {
@@ -116,7 +120,7 @@ int WaitReactor::deactivated() {
 void WaitReactor::deactivate(int do_stop) {
   const std::lock_guard<std::mutex> lock(mutex_);
   deactivated_ = do_stop != 0;
-  changed_.notify_all();
+  bell_->ring();
 }
 
 int WaitReactor::notify(ACE_Event_Handler* handler, ACE_Reactor_Mask mask, ACE_Time_Value*) {
@@ -124,14 +128,17 @@ int WaitReactor::notify(ACE_Event_Handler* handler, ACE_Reactor_Mask mask, ACE_T
     wakeup_all_threads();
     return 0;
   }
-  const std::lock_guard<std::mutex> lock(mutex_);
-  const bool known = std::any_of(pending_.begin(), pending_.end(), [&](const Notification& one) {
-    return one.handler_ == handler && one.mask_ == mask;
-  });
-  if (!known) {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const bool known = std::any_of(pending_.begin(), pending_.end(), [&](const Notification& one) {
+      return one.handler_ == handler && one.mask_ == mask;
+    });
+    if (known) {
+      return 0;
+    }
     pending_.push_back({handler, mask});
-    changed_.notify_one();
   }
+  ring(bell_);
   return 0;
 }
 
@@ -147,9 +154,7 @@ int WaitReactor::purge_pending_notifications(ACE_Event_Handler* handler, ACE_Rea
 }
 
 void WaitReactor::wakeup_all_threads() {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  woken_ = true;
-  changed_.notify_all();
+  bell_->ring();
 }
 
 long WaitReactor::schedule_timer(ACE_Event_Handler* handler, const void* act,

@@ -9,10 +9,12 @@
 #include <ace/Time_Policy.h>
 #include <ace/Timer_Wheel_T.h>
 
-#include <chrono>
-#include <condition_variable>
+#include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
+
+#include "task/doorbell.h"
 
 namespace qov {
 
@@ -20,7 +22,7 @@ namespace qov {
 ///
 /// ACE's own reactors cost a private reactor per module a pipe, two system calls per notification,
 /// and reset SIGINT, SIGUSR1 and SIGPIPE for the whole process when they are destroyed. This one
-/// waits on a condition variable: a notification to an owner that is awake is a flag, and
+/// waits on a doorbell: a notification to an owner that is awake is a flag, and
 /// notifications of one handler that were not dispatched yet are one.
 ///
 /// Thread: notify(), deactivate() and deactivated() from any thread; all else on the owner's
@@ -119,7 +121,6 @@ class WaitReactor : public ACE_Reactor_Impl {
   int ready_ops(ACE_HANDLE, ACE_Reactor_Mask, int) override;
 
  private:
-  using Clock = std::chrono::steady_clock;
   using TimerWheel = ACE_Timer_Wheel_T<ACE_Event_Handler*, ACE_Event_Handler_Handle_Timeout_Upcall,
                                        ACE_Null_Mutex, ACE_HR_Time_Policy>;
 
@@ -129,6 +130,7 @@ class WaitReactor : public ACE_Reactor_Impl {
   };
 
   bool hasWork() const;
+  std::optional<Doorbell::Clock::time_point> deadlineOf(const ACE_Time_Value* maxWait) const;
   void waitForWork(const ACE_Time_Value* maxWait);
   int dispatchNotifications();
 
@@ -137,11 +139,11 @@ class WaitReactor : public ACE_Reactor_Impl {
   std::vector<Notification> dispatching_;
   ACE_thread_t owner_;
 
+  const std::shared_ptr<Doorbell> bell_ = std::make_shared<Doorbell>();
+
   mutable std::mutex mutex_;
-  std::condition_variable changed_;
   // Guarded by mutex_.
   std::vector<Notification> pending_;
-  bool woken_ = false;
   bool deactivated_ = false;
 
   ACE_Lock_Adapter<ACE_Null_Mutex> lock_;

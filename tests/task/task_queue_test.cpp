@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cerrno>
 #include <thread>
+#include <vector>
 
 #include "task/message_block.h"
 #include "tests/task/task_fixture.h"
@@ -86,6 +87,36 @@ TEST_F(TaskQueueTest, NoPulseIsLostBetweenTwoThreads) {
     }
   }
   waiter.join();
+}
+
+TEST_F(TaskQueueTest, SeveralThreadsMayDequeue) {
+  constexpr int kBlocks = 3000;
+  std::atomic<int> taken{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&] {
+      for (;;) {
+        ACE_Message_Block* block = nullptr;
+        ASSERT_NE(-1, queue_.dequeue_head(block));
+        const bool stop = block->msg_type() == ACE_Message_Block::MB_STOP;
+        qov::releaseWithPackage(block);
+        if (stop) {
+          return;
+        }
+        ++taken;
+      }
+    });
+  }
+  for (int i = 0; i < kBlocks; ++i) {
+    queue_.enqueue_tail(makeBlock(makeMessage(3, 1)));
+  }
+  for (int i = 0; i < 3; ++i) {
+    queue_.enqueue_tail(stopBlock());
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(kBlocks, taken);
 }
 
 TEST_F(TaskQueueTest, AStopGetsIntoAFullQueue) {

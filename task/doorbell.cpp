@@ -1,0 +1,103 @@
+#include "task/doorbell.h"
+
+#include <sched.h>
+
+#include <algorithm>
+
+namespace qov {
+
+namespace {
+
+/// So many threads are kept waiting for the sake of the batch, and no more.
+constexpr std::size_t kMostCollected = 16;
+
+thread_local RingCollector* collector = nullptr;
+
+}  // namespace
+
+void Doorbell::ring() {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ringing_ = true;
+    if (waiting_ == 0) {
+      return;
+    }
+  }
+  // The lock is free by now, or else the woken thread would run into it.
+  rung_.notify_one();
+}
+
+bool Doorbell::wait(const std::optional<Clock::time_point>& deadline) {
+  ringCollected();
+  std::unique_lock<std::mutex> lock(mutex_);
+  const auto ringing = [this] { return ringing_; };
+  ++waiting_;
+  bool rung = true;
+  if (deadline) {
+    rung = rung_.wait_until(lock, *deadline, ringing);
+  } else {
+    rung_.wait(lock, ringing);
+  }
+  --waiting_;
+  ringing_ = false;
+  return rung;
+}
+
+bool Doorbell::waitPolitely(const std::optional<Clock::time_point>& deadline) {
+  ringCollected();
+  if (takeRing()) {
+    return true;
+  }
+  sched_yield();
+  return wait(deadline);
+}
+
+bool Doorbell::takeRing() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const bool rung = ringing_;
+  ringing_ = false;
+  return rung;
+}
+
+void ring(const std::shared_ptr<Doorbell>& bell) {
+  if (collector != nullptr) {
+    collector->add(bell);
+  } else {
+    bell->ring();
+  }
+}
+
+void ringCollected() {
+  if (collector != nullptr) {
+    collector->ringAll();
+  }
+}
+
+RingCollector::RingCollector() {
+  bells_.reserve(kMostCollected);
+  collector = this;
+}
+
+RingCollector::~RingCollector() {
+  ringAll();
+  collector = nullptr;
+}
+
+void RingCollector::add(const std::shared_ptr<Doorbell>& bell) {
+  if (std::find(bells_.begin(), bells_.end(), bell) != bells_.end()) {
+    return;
+  }
+  bells_.push_back(bell);
+  if (bells_.size() == kMostCollected) {
+    ringAll();
+  }
+}
+
+void RingCollector::ringAll() {
+  for (const std::shared_ptr<Doorbell>& bell : bells_) {
+    bell->ring();
+  }
+  bells_.clear();
+}
+
+}  // namespace qov
