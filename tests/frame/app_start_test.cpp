@@ -3,13 +3,16 @@
 #include <qovpub/qov_app.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_exception.h>
+#include <qovpub/qov_logging_strategy.h>
 #include <qovpub/qov_utility.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <memory>
 
 #include "tests/support/agent_root.h"
+#include "tests/support/failing_new.h"
 
 namespace {
 
@@ -78,6 +81,16 @@ TEST_F(AppStart, WithoutModulesFailsAndGivesBackTheSignalMask) {
   struct sigaction after {};
   ::sigaction(SIGINT, nullptr, &after);
   EXPECT_EQ(after.sa_handler, before.sa_handler) << "a failed start registers no handler";
+}
+
+TEST_F(AppStart, WithoutMemoryForTheLoggingStrategyFails) {
+  root.writeConfig();
+  CQOVapp app;
+  const qov::test::FailingNew failing(sizeof(CQOV_Logging_Strategy));
+  errno = 0;
+  EXPECT_EQ(init(app), -1);
+  EXPECT_EQ(errno, ENOMEM);
+  EXPECT_EQ(failing.failures(), 1);
 }
 
 TEST_F(AppStart, SurvivesAnEmptyCommandLine) {

@@ -1,6 +1,9 @@
 #include <ace/Message_Block.h>
 
+#include <cerrno>
+
 #include "tests/module/module_fixture.h"
+#include "tests/support/failing_new.h"
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
@@ -155,6 +158,18 @@ TEST_F(ModuleLoader, TakesAnInitialisationThatThrowsForAFailedOne) {
   EXPECT_FALSE(loader().load());
   EXPECT_THAT(messages("ERR"), Contains("Failed to init module qovt_throwing_init!"));
   EXPECT_THAT(events(), Contains("throwing_init deleted"));
+}
+
+TEST_F(ModuleLoader, DeletesAModuleThatItHasNoMemoryToKeep) {
+  mark({"alpha"});
+  // What the table keeps of a module: its manager and its library.
+  const FailingNew failing(2 * sizeof(void*));
+  errno = 0;
+  EXPECT_FALSE(loader().load());
+  EXPECT_EQ(errno, ENOMEM);
+  EXPECT_EQ(failing.failures(), 1);
+  EXPECT_THAT(events(), ElementsAre("alpha created", "alpha initialised", "alpha deleted"));
+  EXPECT_THAT(messages("ERR"), IsEmpty());
 }
 
 // Of "either" and "other" the second one fails to initialise, whichever that is.

@@ -1,0 +1,24 @@
+#ifndef QOV_TESTS_SUPPORT_FAILING_NEW_H
+#define QOV_TESTS_SUPPORT_FAILING_NEW_H
+
+#include <cstddef>
+
+namespace qov::test {
+
+/// While it lives, `new (std::nothrow)` of exactly `size` bytes on this thread gives null. The
+/// program must be linked with failing_new.cpp, which replaces that operator.
+class FailingNew {
+ public:
+  explicit FailingNew(std::size_t size);
+  ~FailingNew();
+
+  FailingNew(const FailingNew&) = delete;
+  FailingNew& operator=(const FailingNew&) = delete;
+
+  /// How often it has given null.
+  int failures() const;
+};
+
+}  // namespace qov::test
+
+#endif
