@@ -74,7 +74,7 @@ CQOVapp::~CQOVapp() {
     signalHandler_->logStrategy_ = nullptr;
   }
   logStrategy_.reset();
-  ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>::close();
+  CQOVDebugKitMgr::close();
 }
 
 int CQOVapp::init(int argc, char** argv) {
