@@ -25,8 +25,11 @@ function(qov_test name)
                                         GTest::gtest_main ${ARG_LIBRARIES})
   # The library is optimised as it is shipped. Test code is not: that would take longer to compile
   # than all else, most of all with the sanitizers' instrumentation in it.
-  target_compile_options(
-    ${name} PRIVATE "$<$<CONFIG:RelWithDebInfo>:$<IF:$<BOOL:${QOV_SANITIZE}>,-O0,-O1>;-g1>")
+  set(level -O1)
+  if(QOV_SANITIZE)
+    set(level -O0)
+  endif()
+  target_compile_options(${name} PRIVATE "$<$<CONFIG:RelWithDebInfo>:${level};-g1>")
   gtest_discover_tests(
     ${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     PROPERTIES ${properties})
