@@ -5,6 +5,7 @@
 
 #include <thread>
 
+#include "tests/support/sanitizers.h"
 #include "tests/task/task_fixture.h"
 
 namespace {
@@ -66,6 +67,11 @@ TEST_F(TaskRegistryTest, ALateBindingOfAnEndedThreadIsIgnored) {
 }
 
 TEST_F(TaskRegistryTest, ThreadsThatEndAnyWayDoNotStandInTheWayOfOthersThatStart) {
+#if QOV_TEST_TSAN
+  // ACE takes the lock of a task and that of its thread manager in one order where a thread is
+  // started and in the other one where it exits by itself; never for the same task at once.
+  GTEST_SKIP() << "reported as a lock order inversion within ACE";
+#endif
   // ACE ends a thread that exits by itself with its own lock held, which starting one takes too.
   class Leaving : public SelfSeeker {
    public:
