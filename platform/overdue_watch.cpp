@@ -16,6 +16,10 @@ using std::chrono::steady_clock;
 
 constexpr std::int64_t kNothingCovered = std::numeric_limits<std::int64_t>::max();
 
+// How long a fork or the end of the process waits for a look that is under way. Only a log that
+// takes nothing any more, such as a pipe that nobody reads, makes a look last longer.
+constexpr std::chrono::seconds kLongestLook(3);
+
 // Ends the thread while ACE, which this library is linked against and therefore outlives it, can
 // still log.
 struct StopsAtExit {
@@ -31,14 +35,27 @@ OverdueWatch& OverdueWatch::instance() {
 
 OverdueWatch::OverdueWatch() : shortest_(kNothingCovered) {
   // A daemon forks: hold the lock across it, so that the child finds it in a known state.
-  pthread_atfork([] { instance().lock_.lock(); }, [] { instance().lock_.unlock(); },
+  pthread_atfork([] { instance().holdForFork(); }, [] { instance().lock_.unlock(); },
                  [] { instance().forgetThreadAfterFork(); });
+}
+
+void OverdueWatch::holdForFork() {
+  std::unique_lock<std::mutex> held(lock_);
+  // While it logs the thread holds ACE's log lock, which nobody would release in the child.
+  waitForTheLook(held);
+  held.release();
+}
+
+bool OverdueWatch::waitForTheLook(std::unique_lock<std::mutex>& held) {
+  return lookedAround_.wait_for(held, kLongestLook, [this] { return !looking_; });
 }
 
 void OverdueWatch::forgetThreadAfterFork() {
   running_ = false;  // the thread has not come along
   stopping_ = false;
-  new (&changed_) std::condition_variable;  // the old one counts a waiter that is not here
+  looking_ = false;
+  new (&changed_) std::condition_variable;  // the old ones count waiters that are not here
+  new (&lookedAround_) std::condition_variable;
   shortest_.store(kNothingCovered, std::memory_order_relaxed);
   ThreadSlots::keepOnlyMine();
   lock_.unlock();
@@ -71,16 +88,20 @@ void OverdueWatch::startThread() {
 }
 
 void OverdueWatch::stop() {
-  bool join = false;
-  {
-    const std::lock_guard<std::mutex> held(lock_);
-    stopping_ = true;
-    join = running_;
-    running_ = false;
-    changed_.notify_one();
+  std::unique_lock<std::mutex> held(lock_);
+  stopping_ = true;
+  if (!running_) {
+    return;
   }
-  if (join) {
+  running_ = false;
+  changed_.notify_one();
+  const bool ends = waitForTheLook(held);
+  held.unlock();
+  // A thread that is stuck in the log must not keep the process from its end.
+  if (ends) {
     pthread_join(thread_, nullptr);
+  } else {
+    pthread_detach(thread_);
   }
 }
 
@@ -88,9 +109,12 @@ void OverdueWatch::run() {
   std::unique_lock<std::mutex> held(lock_);
   while (!stopping_) {
     shorter_ = false;
+    looking_ = true;
     held.unlock();
     const steady_clock::time_point next = look();
     held.lock();
+    looking_ = false;
+    lookedAround_.notify_all();
     changed_.wait_until(held, next, [this] { return stopping_ || shorter_; });
   }
 }

@@ -30,7 +30,8 @@ class OverdueWatch {
     }
   }
 
-  /// Ends the thread for good; called when the process exits.
+  /// Ends the thread for good; called when the process exits. A thread that is stuck in the log is
+  /// left behind after a few seconds.
   void stop();
 
  private:
@@ -41,15 +42,20 @@ class OverdueWatch {
   void run();
   /// Logs what is overdue and returns when to look again.
   std::chrono::steady_clock::time_point look();
+  /// Waits until the thread neither looks nor logs; false when that takes too long.
+  bool waitForTheLook(std::unique_lock<std::mutex>& held);
+  void holdForFork();
   void forgetThreadAfterFork();
 
   std::atomic<std::int64_t> shortest_;
 
   std::mutex lock_;
-  std::condition_variable changed_;
+  std::condition_variable changed_;       // what the thread waits for
+  std::condition_variable lookedAround_;  // what waits for the thread
   // Guarded by lock_.
   bool stopping_ = false;
   bool shorter_ = false;
+  bool looking_ = false;
   bool running_ = false;
   pthread_t thread_{};
 };

@@ -1,7 +1,9 @@
 #include "platform/shutdown_watchdog.h"
 
+#include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -12,12 +14,20 @@
 namespace qov::platform {
 namespace {
 
+// A pipe that nobody reads, or a stopped terminal, may be what the shutdown hangs on: a write there
+// would hang, too.
+bool takesALine(int descriptor) {
+  constexpr int kPatienceMs = 1000;
+  pollfd wanted{descriptor, POLLOUT, 0};
+  return ::poll(&wanted, 1, kPatienceMs) == 1 && (wanted.revents & POLLOUT) != 0;
+}
+
 // Straight to the descriptor: a hanging thread may hold the lock of stdio or of the log.
 template <class... Arguments>
 void writeToStandardError(const char* format, Arguments... arguments) {
   std::array<char, 160> line;
   const int length = std::snprintf(line.data(), line.size(), format, arguments...);
-  if (length > 0 &&
+  if (length > 0 && takesALine(STDERR_FILENO) &&
       ::write(STDERR_FILENO, line.data(), std::min<std::size_t>(length, line.size() - 1)) < 0) {
     return;  // nobody left to tell
   }

@@ -1,7 +1,6 @@
 #include "frame/shutdown_supervision.h"
 
 #include <gtest/gtest.h>
-#include <qovplatform/platform_guard.h>
 
 namespace {
 
@@ -18,7 +17,7 @@ TEST(ShutdownSupervision, TellsAGuardThatCanHearIt) {
   GuardThatListens guard;
   qov::shutdownBegins(guard);
   EXPECT_EQ(guard.told, 1);
-  static_assert(qov::HasShutdownBegins<MonitorGuard>::value);
+  static_assert(qov::HasShutdownBegins<GuardThatListens>::value);
 }
 
 TEST(ShutdownSupervision, PassesOverAGuardThatCannot) {

@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <memory>
 #include <thread>
@@ -10,14 +11,17 @@
 
 #include "platform/guard_slots.h"
 #include "platform/guard_time.h"
+#include "tests/platform/blocking_stream.h"
 #include "tests/platform/guard_environment.h"
 #include "tests/support/sanitizers.h"
 
 using qov::platform::ThreadSlots;
+using qov::test::BlockingStream;
 using qov::test::countGuardLines;
 using qov::test::kLongGuard;
 using qov::test::letTheWatchLook;
 using qov::test::logHere;
+using qov::test::logTo;
 using qov::test::waitForGuardLine;
 
 namespace {
@@ -38,6 +42,22 @@ int slotsEverMade() {
   return count;
 }
 
+// Guards of all threads that the watch would look at.
+int openGuards() {
+  int count = 0;
+  for (ThreadSlots* thread = ThreadSlots::first(); thread != nullptr; thread = thread->next()) {
+    for (qov::platform::GuardSlot& slot : thread->slots()) {
+      count += slot.isFree() ? 0 : 1;
+    }
+  }
+  return count;
+}
+
+// Ends a process that hangs: a test in it must fail, not last for ever.
+void endAfterAMinute() {
+  ::alarm(60);
+}
+
 }  // namespace
 
 TEST(FowGuard, LogsAHandlingWhileItStillHangs) {
@@ -56,7 +76,12 @@ TEST(FowGuard, LogsOneLineForAHandlingThatHangsAndThenEnds) {
 }
 
 TEST(FowGuard, SaysNothingOfAHandlingThatEndsInTime) {
-  { const FowGuard guard(103, 0, kLongGuard); }
+  const int before = openGuards();
+  {
+    const FowGuard guard(103, 0, kLongGuard);
+    EXPECT_EQ(openGuards(), before + 1);
+  }
+  EXPECT_EQ(openGuards(), before) << "nothing is left that could become overdue";
   ASSERT_TRUE(letTheWatchLook());
   EXPECT_EQ(countGuardLines("kind 103,"), 0);
 }
@@ -155,6 +180,21 @@ TEST(FowGuardDeathTest, DoesNotDisturbTheExitOfAProcessInTheMiddleOfAHandling) {
       ::testing::ExitedWithCode(0), "");
 }
 
+TEST(FowGuardDeathTest, DoesNotKeepAProcessFromItsEndWhenTheLogTakesNothing) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        endAfterAMinute();
+        auto* const stuck = new BlockingStream;
+        logTo(stuck->stream());
+        const FowGuard guard(119, 0, 5);
+        if (stuck->waitForWriter()) {
+          std::exit(0);
+        }
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
 // ThreadSanitizer ends a process that starts a thread after forking from several ones.
 #if !QOV_TEST_TSAN
 TEST(FowGuard, WorksInTheChildOfAProcessThatHadGuards) {
@@ -163,6 +203,7 @@ TEST(FowGuard, WorksInTheChildOfAProcessThatHadGuards) {
   const pid_t child = ::fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
+    endAfterAMinute();
     const FowGuard guard(116, 0, 5);
     ::_exit(waitForGuardLine("kind 116,") ? 0 : 1);
   }
@@ -173,15 +214,52 @@ TEST(FowGuard, WorksInTheChildOfAProcessThatHadGuards) {
   EXPECT_TRUE(letTheWatchLook()) << "the parent's own watch must go on";
 }
 
+namespace {
+
+// The log that the next fork of this process lets go, as its first step.
+std::atomic<BlockingStream*> letGoByFork{nullptr};
+
+void beginOfFork() {
+  BlockingStream* const stream = letGoByFork.exchange(nullptr);
+  if (stream != nullptr) {
+    stream->letGo();
+  }
+}
+
+}  // namespace
+
+TEST(FowGuard, LogsInTheChildOfAProcessThatForksWhileTheWatchIsLogging) {
+  ASSERT_TRUE(letTheWatchLook());
+  // Handlers that are registered later run earlier: this one before the watch's.
+  ASSERT_EQ(::pthread_atfork(beginOfFork, nullptr, nullptr), 0);
+  static BlockingStream& slow = *new BlockingStream;
+  logTo(slow.stream());
+  const FowGuard hanging(120, 0, 5);
+  ASSERT_TRUE(slow.waitForWriter());
+  letGoByFork = &slow;
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  logHere();
+  if (child == 0) {
+    endAfterAMinute();
+    const FowGuard guard(121, 0, 5);
+    ::_exit(waitForGuardLine("kind 121,") ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status)) << "the child hung";
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
 TEST(FowGuard, ForgetsInAChildWhatOtherThreadsHadOpen) {
   std::thread([] {
-    const FowGuard ofAThreadThatDoesNotFork(117, 0, 200);
+    const FowGuard ofAThreadThatDoesNotFork(117, 0, kLongGuard);
     std::thread forker([] {
+      const FowGuard ofTheThreadThatForks(118, 0, kLongGuard);
+      const int before = openGuards();
       const pid_t child = ::fork();
       if (child == 0) {
-        logHere();
-        const FowGuard later(118, 0, 400);  // overdue well after the other would be
-        ::_exit(waitForGuardLine("kind 118,") && countGuardLines("kind 117,") == 0 ? 0 : 1);
+        ::_exit(before == 2 && openGuards() == 1 ? 0 : 1);
       }
       int status = 0;
       EXPECT_EQ(::waitpid(child, &status, 0), child);

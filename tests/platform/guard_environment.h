@@ -1,6 +1,7 @@
 #ifndef QOV_TESTS_PLATFORM_GUARD_ENVIRONMENT_H
 #define QOV_TESTS_PLATFORM_GUARD_ENVIRONMENT_H
 
+#include <iosfwd>
 #include <string>
 
 namespace qov::test {
@@ -11,6 +12,9 @@ constexpr unsigned kLongGuard = 3'600'000;
 /// Makes the calling thread's records go where the functions below look for them; the main thread's
 /// do from the start.
 void logHere();
+
+/// Makes the calling thread's records go to `stream`, which must never be destroyed.
+void logTo(std::ostream& stream);
 
 /// Waits until a line of the guards holds `text`; false if none does within a generous time.
 bool waitForGuardLine(const std::string& text);

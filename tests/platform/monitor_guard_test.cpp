@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <qovplatform/platform_guard.h>
 #include <sys/resource.h>
@@ -9,6 +10,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "frame/shutdown_supervision.h"
 #include "tests/platform/guard_environment.h"
 #include "tests/support/files.h"
 #include "tests/support/sanitizers.h"
@@ -41,6 +43,18 @@ void waitUntilNoWatchdogIsLeft() {
   }
 }
 
+// Makes standard error a pipe that nobody reads and that has no room left.
+bool fillStandardError() {
+  int ends[2];
+  if (::pipe2(ends, O_NONBLOCK) != 0) {
+    return false;
+  }
+  const char byte = 0;
+  while (::write(ends[1], &byte, 1) == 1) {
+  }
+  return ::fcntl(ends[1], F_SETFL, 0) == 0 && ::dup2(ends[1], STDERR_FILENO) == STDERR_FILENO;
+}
+
 class MonitorGuardDeathTest : public ::testing::Test {
  protected:
   MonitorGuardDeathTest() { ::testing::FLAGS_gtest_death_test_style = "threadsafe"; }
@@ -70,6 +84,19 @@ TEST_F(MonitorGuardDeathTest, AbortsEvenWithEverySignalBlocked) {
         hang();
       },
       ::testing::KilledBySignal(SIGABRT), "has not ended within 20 s, aborting");
+}
+
+TEST_F(MonitorGuardDeathTest, AbortsAlthoughStandardErrorTakesNothing) {
+  EXPECT_EXIT(
+      {
+        ::alarm(60);  // ends the process by another signal
+        if (fillStandardError()) {
+          MonitorGuard guard(20);
+          guard.shutdownBegins();
+          hang();
+        }
+      },
+      ::testing::KilledBySignal(SIGABRT), "");
 }
 
 // ThreadSanitizer's own abort() flushes the standard streams first, and waits for the lock.
@@ -107,6 +134,17 @@ TEST_F(MonitorGuardDeathTest, HasNoLimitWithZeroSeconds) {
         std::exit(countWatchdogs() == 0 ? 0 : 1);
       },
       ::testing::ExitedWithCode(0), "");
+}
+
+TEST(MonitorGuard, HearsOfTheShutdownThroughTheFrame) {
+  static_assert(qov::HasShutdownBegins<MonitorGuard>::value);
+  waitUntilNoWatchdogIsLeft();
+  {
+    MonitorGuard guard(kLongGuard);
+    qov::shutdownBegins(guard);
+    EXPECT_EQ(countWatchdogs(), 1);
+  }
+  waitUntilNoWatchdogIsLeft();
 }
 
 TEST(MonitorGuard, StartsItsThreadOnlyWhenTheShutdownBegins) {

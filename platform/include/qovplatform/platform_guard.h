@@ -15,8 +15,14 @@ class ShutdownWatchdog;
 /// that thread has looked, the guard writes it on closing. The line goes through ACE's log at
 /// warning level, where the guarded thread's own records go. The background thread starts with the
 /// first guard of the process (and again with the first one after a fork), takes no signals, is
-/// unknown to ACE_Thread_Manager and ends when the process exits. It sleeps as long as no guard can
-/// become overdue.
+/// unknown to ACE_Thread_Manager and ends when the process exits; when it is stuck in a log that
+/// takes nothing any more, the exit goes on without it after 3 seconds. It sleeps as long as no
+/// guard can become overdue. A fork waits for a line that it is writing, 3 seconds at most, so that
+/// the child finds ACE's log usable.
+///
+/// The stream that a guarded thread logs to (ACE_Log_Msg::msg_ostream) must outlive the process's
+/// guards: the background thread may still write there after the guard has closed, and keeps it as
+/// its own until the next line.
 ///
 /// Times are kept to a few milliseconds. A guard makes no system call unless it is overdue, or has
 /// a shorter time than any before it.
@@ -46,9 +52,9 @@ class FowGuard {
 ///
 /// The guard is made before the process starts to work and lives until the shutdown is over. It is
 /// at rest until shutdownBegins(); when it is not destroyed within its time from then on, it writes
-/// one line to standard error and aborts the process (SIGABRT, shell status 134), so that a core
-/// image shows what hangs. It works from a thread of its own that takes no signals, whatever state
-/// the other threads are in.
+/// one line to standard error (unless that takes nothing for a second) and aborts the process
+/// (SIGABRT, shell status 134), so that a core image shows what hangs. It works from a thread of its
+/// own that takes no signals, whatever state the other threads are in.
 ///
 /// Thread: made and destroyed by one thread; shutdownBegins() from any thread meanwhile.
 /// Owns:   its thread, which runs only while a shutdown is under way.
