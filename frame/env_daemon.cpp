@@ -3,6 +3,7 @@
 #include <qovpub/qov_utility.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 
@@ -10,7 +11,9 @@ namespace {
 
 [[noreturn]] void endProcess(const char* line) {
   std::cout << line << std::endl;
-  std::exit(EXIT_FAILURE);
+  std::fflush(stdout);
+  // Not std::exit: static objects would be destroyed under the threads of the modules.
+  ::_exit(EXIT_FAILURE);
 }
 
 }  // namespace

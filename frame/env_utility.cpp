@@ -14,21 +14,26 @@
 namespace {
 
 // ACE's singleton is found by reading a plain pointer, which is no way to learn from another thread
-// that the object is complete. So the flag says it; the pointer is read only behind it.
+// that the object is complete. And ACE destroys it when the process ends, when threads and static
+// objects may still log and ask for the name. So the first one made is copied, for good.
 const CProcInfo& procInfo() {
-  using Singleton = ACE_Singleton<CProcInfo, ACE_Thread_Mutex>;
-  static std::atomic<bool> built{false};
+  static std::atomic<const CProcInfo*> known{nullptr};
   static std::mutex building;
 
-  if (built.load(std::memory_order_acquire)) {
-    return *Singleton::instance();
+  const CProcInfo* info = known.load(std::memory_order_acquire);
+  if (info != nullptr) {
+    return *info;
   }
   const std::lock_guard<std::mutex> held(building);
-  const CProcInfo* info = Singleton::instance();
+  info = known.load(std::memory_order_relaxed);
   if (info == nullptr) {
-    throw std::bad_alloc();
+    const CProcInfo* const built = ACE_Singleton<CProcInfo, ACE_Thread_Mutex>::instance();
+    if (built == nullptr) {
+      throw std::bad_alloc();
+    }
+    info = new CProcInfo(*built);
+    known.store(info, std::memory_order_release);
   }
-  built.store(true, std::memory_order_release);
   return *info;
 }
 

@@ -1,6 +1,7 @@
 // This program puts its own functions in the place of those that change the process's identity, so
 // that each step can be seen and made to fail, whoever runs the test. One test uses the real ones.
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
@@ -8,11 +9,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <cerrno>
-#include <cstdlib>
-#include <cstring>
+#include <cstdio>
 #include <iostream>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -78,23 +81,91 @@ int setuid(uid_t user) noexcept {
 
 namespace {
 
+// Statuses of children in which something went wrong.
+constexpr int kCameBack = 2;
+constexpr int kDestroyedInUse = 9;
+
 class SetDaemon : public ::testing::Test {
  protected:
   SetDaemon() {
-    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
     stage = Stage();
     stage.real = false;
   }
   ~SetDaemon() override { stage = Stage(); }
-
-  // For a death test, which sees standard error only.
-  static void run() {
-    std::cout.rdbuf(std::cerr.rdbuf());
-    std::exit(QOV_Utility::setDaemon() == 0 ? 0 : 2);
-  }
 };
 
-using SetDaemonDeathTest = SetDaemon;
+struct Outcome {
+  int status = -1;  // of waitpid
+  std::string output;
+  std::string error;
+};
+
+std::string readAll(int descriptor) {
+  std::string text;
+  std::array<char, 256> part{};
+  for (ssize_t length = 0; (length = ::read(descriptor, part.data(), part.size())) > 0;) {
+    text.append(part.data(), static_cast<std::size_t>(length));
+  }
+  ::close(descriptor);
+  return text;
+}
+
+// Runs `body` in a child with pipes in the place of its standard output and standard error.
+template <class Body>
+Outcome runInChild(Body body) {
+  std::cout.flush();
+  std::fflush(nullptr);
+  int output[2];
+  int error[2];
+  EXPECT_EQ(::pipe2(output, O_CLOEXEC), 0);
+  EXPECT_EQ(::pipe2(error, O_CLOEXEC), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::dup2(output[1], STDOUT_FILENO);
+    ::dup2(error[1], STDERR_FILENO);
+    body();
+    ::_exit(kCameBack);
+  }
+  ::close(output[1]);
+  ::close(error[1]);
+  Outcome outcome;
+  outcome.output = readAll(output[0]);
+  outcome.error = readAll(error[0]);
+  EXPECT_EQ(::waitpid(child, &outcome.status, 0), child);
+  return outcome;
+}
+
+void expectEndWith(const std::string& line, const Outcome& outcome) {
+  EXPECT_TRUE(WIFEXITED(outcome.status));
+  EXPECT_EQ(WEXITSTATUS(outcome.status), 1);
+  EXPECT_EQ(outcome.output, line);
+  EXPECT_EQ(outcome.error, "");
+}
+
+void setDaemon() {
+  QOV_Utility::setDaemon();
+}
+
+// A static object that a thread still works with, as the threads of modules do.
+class UsedByAThread {
+ public:
+  ~UsedByAThread() {
+    if (used_) {
+      ::_exit(kDestroyedInUse);
+    }
+  }
+  void use() {
+    used_ = true;
+    std::thread([this] {
+      while (used_) {
+        std::this_thread::yield();
+      }
+    }).detach();
+  }
+
+ private:
+  std::atomic<bool> used_{false};
+} usedByAThread;
 
 }  // namespace
 
@@ -109,16 +180,33 @@ TEST_F(SetDaemon, GoesOnWhenThereIsASessionAlready) {
   EXPECT_NE(stage.log.find("setuid(4001)"), std::string::npos);
 }
 
-TEST_F(SetDaemonDeathTest, EndsTheProcessWithoutAUserNamedDaemon) {
+TEST_F(SetDaemon, EndsTheProcessWithoutAUserNamedDaemon) {
   stage.daemonExists = false;
-  EXPECT_EXIT(run(), ::testing::ExitedWithCode(1), "^enter exit\n$");
+  expectEndWith("enter exit\n", runInChild(setDaemon));
 }
 
-TEST_F(SetDaemonDeathTest, EndsTheProcessWhenAStepIsRefused) {
+TEST_F(SetDaemon, EndsTheProcessWhenAStepIsRefused) {
   for (const char* name : {"setgroups", "setgid", "setuid"}) {
+    SCOPED_TRACE(name);
     stage.fails = name;
-    EXPECT_EXIT(run(), ::testing::ExitedWithCode(1), "^enter setuid\n$") << name;
+    expectEndWith("enter setuid\n", runInChild(setDaemon));
   }
+}
+
+TEST_F(SetDaemon, WritesOutWhatStandardOutputStillHeldWhenItEndsTheProcess) {
+  stage.daemonExists = false;
+  expectEndWith("before\nenter exit\n", runInChild([] {
+                  std::fputs("before\n", stdout);
+                  setDaemon();
+                }));
+}
+
+TEST_F(SetDaemon, EndsTheProcessWithoutDestroyingWhatThreadsStillUse) {
+  stage.daemonExists = false;
+  expectEndWith("enter exit\n", runInChild([] {
+                  usedByAThread.use();
+                  setDaemon();
+                }));
 }
 
 TEST(SetDaemonForReal, LeavesAProcessOfTheUserDaemonAlone) {
@@ -143,14 +231,10 @@ TEST(SetDaemonForReal, LeavesAProcessOfTheUserDaemonAlone) {
   EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
-TEST(SetDaemonForRealDeathTest, EndsAProcessThatMayNotBecomeDaemon) {
-  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
-  EXPECT_EXIT(
-      {
-        std::cout.rdbuf(std::cerr.rdbuf());
-        if (::geteuid() != 0 || ::setuid(65534) == 0) {
-          QOV_Utility::setDaemon();
-        }
-      },
-      ::testing::ExitedWithCode(1), "^enter setuid\n$");
+TEST(SetDaemonForReal, EndsAProcessThatMayNotBecomeDaemon) {
+  expectEndWith("enter setuid\n", runInChild([] {
+                  if (::geteuid() != 0 || ::setuid(65534) == 0) {
+                    setDaemon();
+                  }
+                }));
 }

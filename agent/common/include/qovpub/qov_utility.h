@@ -11,11 +11,13 @@
 
 /// Name, directories and file names of this process, computed once at first use.
 ///
-/// The one object of the process is ACE_Singleton<CProcInfo, ACE_Thread_Mutex>; it is reached
-/// through the getters of QOV_Utility, which make its first use safe from several threads.
+/// The one object of the process is ACE_Singleton<CProcInfo, ACE_Thread_Mutex>; its values are reached
+/// through the getters of QOV_Utility, which make its first use safe from several threads and keep a
+/// copy that outlives it.
 ///
 /// Thread: constant after construction.
-/// Owns:   its texts; ACE's object manager destroys it when the process exits.
+/// Owns:   its texts. ACE's object manager destroys the singleton when the process exits; the copy
+///         that the getters read stays.
 /// Errors: the constructor throws CQOV_Exception; a later first use tries again.
 class CProcInfo {
  public:
@@ -51,7 +53,7 @@ class CProcInfo {
 ///
 /// Thread: every operation from any thread, except setDaemon(), which belongs to start-up. As for
 ///         any program, the environment must not be changed while other threads read it.
-/// Owns:   nothing; the references belong to CProcInfo and hold until the process exits.
+/// Owns:   nothing; the references hold as long as the process, also while static objects end.
 /// Errors: the getters of CProcInfo's values throw CQOV_Exception as its constructor does, as long
 ///         as it has not succeeded once.
 class QOV_Utility {
@@ -63,7 +65,8 @@ class QOV_Utility {
   /// Starts a session of its own and gives up all privileges for those of the user "daemon":
   /// its primary group alone, then its user id. Does not fork. Returns 0; otherwise it writes one
   /// line to standard output, "enter exit" when there is no such user and "enter setuid" when a
-  /// step is refused, and ends the process with exit status 1.
+  /// step is refused, and ends the process with exit status 1, at once: no static object is
+  /// destroyed and no function of std::atexit runs, since threads of modules may be at work.
   static int setDaemon();
 
   /// The last `n` characters of `s`, all of it when it has no more than that.
