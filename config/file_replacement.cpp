@@ -43,7 +43,7 @@ bool FileReplacement::begin(const std::string& fileName) {
   }
   struct stat old {};
   if (::stat(target_.c_str(), &old) != 0) {
-    return errno == ENOENT && createTemporary() && ::fchmod(handle_, kModeOfNewFile) == 0;
+    return errno == ENOENT && createTemporary() && createAnew();
   }
   // Renaming needs no right to write the file itself; what is write-protected stays so.
   return S_ISREG(old.st_mode) && ::faccessat(AT_FDCWD, target_.c_str(), W_OK, AT_EACCESS) == 0 &&
@@ -73,6 +73,18 @@ bool FileReplacement::createTemporary() {
   }
   temporary_ = name;
   return true;
+}
+
+bool FileReplacement::createAnew() {
+  // The first one was made for this process alone. A new file may be what the file mode mask says,
+  // and only the kernel applies that without changing it for other threads.
+  ::close(handle_);
+  ::unlink(temporary_.c_str());
+  handle_ = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kModeOfNewFile);
+  if (handle_ < 0) {
+    temporary_.clear();  // another one's, if there is one
+  }
+  return handle_ >= 0;
 }
 
 bool FileReplacement::takeOver(const struct stat& old) {

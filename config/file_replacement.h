@@ -20,10 +20,13 @@ class FileReplacement {
   FileReplacement& operator=(const FileReplacement&) = delete;
 
   /// Creates the temporary file for `fileName`, following symbolic links, with the owner, group and
-  /// permissions of the file there; a file that does not exist yet gets 0644. Refuses what is no
+  /// permissions of the file there; a file that does not exist yet gets 0644 less the
+  /// file mode mask. Refuses what is no
   /// regular file, or one that this process may not write.
   bool begin(const std::string& fileName);
 
+  /// Whoever writes the content opens this name once more. A child that another thread starts just
+  /// then may inherit that descriptor, unless it is opened with O_CLOEXEC.
   const std::string& temporaryName() const { return temporary_; }
 
   /// Brings what was written under the temporary name to the disk and puts it in place.
@@ -32,6 +35,7 @@ class FileReplacement {
  private:
   bool findTarget(const std::string& fileName);
   bool createTemporary();
+  bool createAnew();
   bool takeOver(const struct stat& old);
 
   std::string target_;

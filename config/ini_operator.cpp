@@ -7,6 +7,7 @@
 
 #include "config/file_replacement.h"
 #include "config/ini_text.h"
+#include "frame/env_ini_import.h"
 
 namespace {
 
@@ -51,7 +52,7 @@ int CQOV_Ini_Operator::open(const char* fileName) {
     errno = ENOMEM;
     return -1;
   }
-  return importer_->import_config(fileName_.c_str()) == 0 ? 0 : -1;
+  return qov::importIniFile(*importer_, fileName_);
 }
 
 bool CQOV_Ini_Operator::openSection(const char* section, ACE_Configuration_Section_Key& key) {

@@ -3,6 +3,8 @@
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_utility.h>
 
+#include "frame/env_ini_import.h"
+
 // Nothing in here may log, nor call what logs: a log record asks for the process name, and with
 // this object under construction that question would wait for itself.
 
@@ -16,7 +18,7 @@ std::string readProcPid(const std::string& cfgFileName) {
     throw CQOV_Exception("can't make config");
   }
   ACE_Ini_ImpExp importer(heap);
-  if (importer.import_config(cfgFileName.c_str()) != 0) {
+  if (qov::importIniFile(importer, cfgFileName) != 0) {
     throw CQOV_Exception("can't open proc config file");
   }
   ACE_Configuration_Section_Key section;

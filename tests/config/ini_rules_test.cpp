@@ -138,6 +138,18 @@ TEST_F(IniRules, FaultsAreFound) {
   EXPECT_EQ(open(""), 0) << "an empty file is none";
 }
 
+TEST_F(IniRules, NothingIsReadOfAFileWithALineThatAceCannotReadWithinItsBuffer) {
+  const std::string start = "[A]\nk=v\n";
+  const std::string rests[] = {"=\n",          "=x",
+                               " \t=x\n",      std::string("\0\n", 2),
+                               "=x\n[B]\nl=w", "k=" + std::string(4093, 'x') + "=y\n"};
+  for (const std::string& rest : rests) {
+    EXPECT_EQ(open(start + rest), -1) << rest;
+    EXPECT_EQ(read("A", "k"), "(none)") << rest;
+  }
+  EXPECT_EQ(open(start + "x==y\n;=\n[=]\nk=" + std::string(4092, 'x') + "=\n"), 0);
+}
+
 TEST_F(IniRules, NamesHaveUpTo255Bytes) {
   const std::string longest(255, 'n');
   EXPECT_EQ(open("[" + longest + "]\n" + longest + "=v\n"), 0);

@@ -5,7 +5,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,6 +19,21 @@ using qov::test::Items;
 using qov::test::readFile;
 using qov::test::writeFile;
 namespace fs = std::filesystem;
+
+namespace {
+
+bool renameFails = false;
+
+}  // namespace
+
+// In the place of the system's, so that it can be made to fail.
+extern "C" int rename(const char* from, const char* to) noexcept {
+  if (renameFails) {
+    errno = EBUSY;
+    return -1;
+  }
+  return ::renameat(AT_FDCWD, from, AT_FDCWD, to);
+}
 
 namespace {
 
@@ -288,6 +305,57 @@ TEST_F(IniSave, MakesTheFileAnewWhenItIsGone) {
   ::umask(mask);
   EXPECT_EQ(read("A", "k"), "w");
   EXPECT_EQ(status().st_mode & 07777, 0644u) << "not writable by everybody, whatever the mode mask";
+}
+
+TEST_F(IniSave, MakesAFileAnewUnderTheFileModeMask) {
+  CQOV_Ini_Operator ini;
+  ASSERT_EQ(ini.open(file_.c_str()), 0);
+  for (const mode_t mask : {077U, 027U, 022U}) {
+    fs::remove(file_);
+    const mode_t before = ::umask(mask);
+    EXPECT_EQ(ini.setConfigItem("A", "k", "w"), 0);
+    ::umask(before);
+    EXPECT_EQ(status().st_mode & 07777, 0644 & ~mask);
+  }
+}
+
+TEST_F(IniSave, WritesWhatItHasReadWhenTheFileWasNotReadWhole) {
+  write("[A]\nk=v\nno equals sign\n[B]\nlost=1\n");
+  CQOV_Ini_Operator ini;
+  ASSERT_EQ(ini.open(file_.c_str()), -1);
+  EXPECT_EQ(ini.setConfigItem("A", "k", "w"), 0);
+  EXPECT_EQ(content(), "[A]\nk=w\n");
+}
+
+TEST_F(IniSave, MakesAFileThatWasMissingWhenItWasOpened) {
+  fs::remove(file_);
+  CQOV_Ini_Operator ini;
+  ASSERT_EQ(ini.open(file_.c_str()), -1);
+  EXPECT_EQ(ini.setConfigItem("A", "k", "w"), -1) << "there is no section";
+  EXPECT_FALSE(fs::exists(file_));
+  EXPECT_EQ(ini.setConfigItem("A", Items{}), 0);
+  EXPECT_EQ(content(), "");
+}
+
+TEST_F(IniSave, KeepsTheOldFileWhenTheNewOneCannotTakeItsPlace) {
+  const std::string before = content();
+  CQOV_Ini_Operator ini;
+  ASSERT_EQ(ini.open(file_.c_str()), 0);
+  renameFails = true;
+  EXPECT_EQ(ini.setConfigItem("A", "k", "w"), -1);
+  renameFails = false;
+  EXPECT_EQ(content(), before);
+  EXPECT_EQ(filesInDirectory(), 1) << "the unfinished file is removed";
+  EXPECT_EQ(ini.setConfigItem("A", Items{}), 0);
+  EXPECT_EQ(read("A", "k"), "w");
+}
+
+TEST_F(IniSave, UndoesWhatAnotherOperatorHasSavedSinceItWasOpened) {
+  CQOV_Ini_Operator ini;
+  ASSERT_EQ(ini.open(file_.c_str()), 0);
+  ASSERT_EQ(set("k", "of another"), 0);
+  EXPECT_EQ(ini.setConfigItem("A", "new", "w"), 0);
+  EXPECT_EQ(read("A", "k"), "v");
 }
 
 TEST_F(IniSave, FailsWhenThereIsNoPlaceForTheFileAndKeepsTheChangeInMemory) {

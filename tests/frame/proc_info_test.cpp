@@ -1,6 +1,7 @@
 #include <ace/Log_Msg.h>
 #include <ace/Log_Msg_Callback.h>
 #include <ace/Log_Record.h>
+#include <ace/Object_Manager.h>
 #include <gtest/gtest.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_exception.h>
@@ -129,8 +130,9 @@ TEST_F(ProcInfo, SaysThatTheFileIsMissing) {
 }
 
 TEST_F(ProcInfo, SaysThatTheFileIsNoIniFile) {
-  for (const char* broken : {"[QOV_GLOBAL\nPROC_PID=1\n", "PROC_PID=1\n",
-                             "[QOV_GLOBAL]\nPROC_PID=1\nno equals sign\n"}) {
+  for (const char* broken :
+       {"[QOV_GLOBAL\nPROC_PID=1\n", "PROC_PID=1\n", "[QOV_GLOBAL]\nPROC_PID=1\nno equals sign\n",
+        "[QOV_GLOBAL]\nPROC_PID=1\n=no key\n"}) {
     configure(broken);
     EXPECT_EQ(whatFails(), "CQOV_Exception: can't open proc config file") << broken;
   }
@@ -195,6 +197,19 @@ TEST_F(ProcInfoDeathTest, IsComputedOnce) {
         ::setenv("QOV_ROOT", "/elsewhere", 1);
         leave(QOV_Utility::getProcPID() == 42 && QOV_Utility::getProcessCfgFileName() == file &&
               &QOV_Utility::getProcessName() == &name);
+      },
+      leftWithZero, "");
+}
+
+TEST_F(ProcInfoDeathTest, IsStillKnownWhenAceHasEnded) {
+  EXPECT_EXIT(
+      {
+        configure(kGood);
+        const std::string* const name = &QOV_Utility::getProcessName();
+        configure("[QOV_GLOBAL]\nPROC_PID=43\n");
+        ACE_Object_Manager::instance()->fini();
+        leave(QOV_Utility::getProcPID() == 42 && &QOV_Utility::getProcessName() == name &&
+              *name == name_);
       },
       leftWithZero, "");
 }

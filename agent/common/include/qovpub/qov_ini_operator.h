@@ -30,7 +30,9 @@ class CQOV_Ini_Operator {
   /// Loads `fileName`; null stands for QOV_Utility::getProcessCfgFileName().
   ///
   /// -1 when the file cannot be read or is no INI file; the operator then goes on with the part
-  /// before the first bad line. Do not save from there, the rest of the file would be lost.
+  /// before the first bad line, with nothing when there is no file, or one with a line that begins
+  /// with "=" or a zero byte. Do not save from there: the rest of the file would be lost, and a file
+  /// that was missing comes into being.
   /// An operator opens once: a further open() returns -1 and leaves the first file in use.
   int open(const char* fileName);
 
@@ -52,6 +54,11 @@ class CQOV_Ini_Operator {
   /// whole. Owner, group and permissions stay; a symbolic link is followed. -1 and the old file
   /// when the directory or the file is not writable, or its owner cannot be kept. When saving
   /// fails the change stays in memory and goes out with the next save that succeeds.
+  ///
+  /// What is saved is what this operator has read and set: a change that another one has saved
+  /// since open() is undone. To change one value of a file that others change, too, open a new
+  /// operator for it and exclude the others meanwhile. A file that has gone is made anew, with 0644
+  /// less the file mode mask.
   int setConfigItem(const char* section, const char* key, const std::string& value);
 
   /// Changes several values of one section in list order and saves once. Stops at the first that
