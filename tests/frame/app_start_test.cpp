@@ -85,6 +85,11 @@ TEST_F(AppStart, WithoutModulesFailsAndGivesBackTheSignalMask) {
 
 TEST_F(AppStart, WithoutMemoryForTheLoggingStrategyFails) {
   root.writeConfig();
+  // What a process makes once, some of it of the same size, it makes here.
+  {
+    CQOVapp first;
+    EXPECT_EQ(init(first), -1);
+  }
   CQOVapp app;
   const qov::test::FailingNew failing(sizeof(CQOV_Logging_Strategy));
   errno = 0;

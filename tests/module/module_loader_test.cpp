@@ -15,19 +15,20 @@ namespace {
 
 class ModuleLoader : public ModuleTest {
  protected:
-  bool hasModule(u_short gid) {
+  /// Sends a block that means nothing to a leader, which releases it.
+  static bool sendsIgnored(CQOV_Module_Loader& to, u_short gid) {
+    constexpr int kIgnoredType = 77;
     ACE_Message_Block* const block = new ACE_Message_Block(0, kIgnoredType);
-    const bool sent = loader().sendMsg(gid, block) == 0;
+    const bool sent = to.sendMsg(gid, block) == 0;
     if (!sent) {
       block->release();
     }
     return sent;
   }
 
-  static int countDeleted() { return countEvent("either deleted") + countEvent("other deleted"); }
+  bool hasModule(u_short gid) { return sendsIgnored(loader(), gid); }
 
-  /// Of no meaning to a leader, which releases it.
-  static constexpr int kIgnoredType = 77;
+  static int countDeleted() { return countEvent("either deleted") + countEvent("other deleted"); }
 };
 
 TEST_F(ModuleLoader, LoadsInitialisesAndUnloadsAModule) {
@@ -203,12 +204,23 @@ TEST_F(ModuleLoader, StopsTheModulesOfAFailedLoadAtItsOwnEnd) {
 }
 
 TEST_F(ModuleLoader, DeletesAFailedModuleWhileOthersCanSend) {
-  setOutlet([this] { hasModule(13); });
+  setOutlet([&loader = loader()] { sendsIgnored(loader, 13); });
   mark({"sender", "other_sender"});
   EXPECT_FALSE(loader().load());
   EXPECT_THAT(events(), Contains("deleted while the other one sent"));
   destroyLoader();
   setOutlet([] {});
+}
+
+TEST_F(ModuleLoader, GoesOnWithoutTheLockWhereItCannotBeTaken) {
+  // An initialisation that sends is a mistake, since its thread holds the table locked for writing.
+  bool sent = true;
+  setOutlet([&] { sent = hasModule(9); });
+  loads({"sending_init"});
+  setOutlet([] {});
+  EXPECT_FALSE(sent);
+  EXPECT_THAT(messages("WARN"), ElementsAre("Pid 9 is invalid!"));
+  EXPECT_TRUE(hasModule(9)) << "the lock for writing was given back";
 }
 
 TEST_F(ModuleLoader, TracesItsOperations) {
