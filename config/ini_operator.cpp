@@ -104,7 +104,8 @@ int CQOV_Ini_Operator::setConfigItem(const char* section, const char* key,
 int CQOV_Ini_Operator::setConfigItem(const char* section,
                                      const std::list<std::pair<std::string, std::string>>& items) {
   for (const auto& item : items) {
-    if (setConfigItem_i(section, item.first.c_str(), item.second) != 0) {
+    const bool keyIsText = item.first.find('\0') == std::string::npos;
+    if (!keyIsText || setConfigItem_i(section, item.first.c_str(), item.second) != 0) {
       return -1;
     }
   }

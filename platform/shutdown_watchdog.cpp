@@ -7,7 +7,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <system_error>
+#include <exception>
 
 #include "platform/all_signals_blocked.h"
 
@@ -60,7 +60,7 @@ void ShutdownWatchdog::start() {
   try {
     thread_ = std::thread(&ShutdownWatchdog::run, this, std::chrono::steady_clock::now() + bound_);
     pthread_setname_np(thread_.native_handle(), "qov-shutdown");
-  } catch (const std::system_error& error) {
+  } catch (const std::exception& error) {
     writeToStandardError("MonitorGuard: the shutdown of process %d is not supervised: %s\n",
                          static_cast<int>(::getpid()), error.what());
   }

@@ -141,6 +141,15 @@ TEST_F(IniSave, RefusesAKeyThatTheFileCannotHold) {
   }
 }
 
+TEST_F(IniSave, RefusesAKeyWithAZeroByteInAList) {
+  const std::string before = content();
+  CQOV_Ini_Operator ini;
+  ASSERT_EQ(ini.open(file_.c_str()), 0);
+  EXPECT_EQ(ini.setConfigItem("A", Items{{std::string("k\0x", 3), "w"}}), -1);
+  EXPECT_EQ(valueOf(ini, "A", "k"), "v");
+  EXPECT_EQ(content(), before);
+}
+
 TEST_F(IniSave, TakesAKeyWithSpecialCharactersInside) {
   for (const std::string key : {"a b", "a;b", "a#", "a/b", "\"a\"", "a.b", "\xC3\xA9"}) {
     EXPECT_EQ(set(key, "v"), 0) << key;

@@ -7,6 +7,8 @@
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_utility.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -123,6 +125,31 @@ TEST_F(ProcInfo, KeepsADoubledSlashOfTheRoot) {
   ::setenv("QOV_ROOT", (root_.path().string() + "/").c_str(), 1);
   configure(kGood);
   EXPECT_EQ(CProcInfo().cfgPath(), root_.path().string() + "//conf/" + name_ + "/");
+}
+
+TEST_F(ProcInfo, LivesInTheFileSystemsRootWithoutARootAndNamelessWithoutAnExecutable) {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "only root can change the file system's root";
+  }
+  writeFile(root_.file("conf/.cfg"), kGood);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    // No /proc in there, so that the executable cannot be found out.
+    bool expected = ::chroot(root_.path().c_str()) == 0 && ::chdir("/") == 0;
+    ::unsetenv("QOV_ROOT");
+    expected = expected && caughtFrom([&expected] {
+                             const CProcInfo info;
+                             expected = info.procName().empty() && info.cfgPath() == "/conf//" &&
+                                        info.cfgFileName() == "/conf//.cfg" &&
+                                        info.logPath() == "/log" &&
+                                        info.logFileName() == "/log/.log" && info.pid() == 42;
+                           }).empty();
+    ::_exit(expected ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 TEST_F(ProcInfo, SaysThatTheFileIsMissing) {

@@ -12,21 +12,31 @@
 
 using qov::procNameFromPath;
 using qov::test::TemporaryDirectory;
+using qov::test::writeFile;
 namespace fs = std::filesystem;
 
 namespace {
 
-// The name that the helper program has when it runs from `path`.
-std::string nameWhenRunFrom(const fs::path& path) {
+// What the helper program prints when it runs from `path`, in the directory that `path` is in.
+// `environment` are assignments before the command.
+std::string outputWhenRunFrom(const fs::path& path, const std::string& environment = "") {
   fs::create_directories(path.parent_path());
   fs::copy_file(QOV_PRINT_PROC_INFO, path);
+  const std::string command =
+      "cd '" + path.parent_path().string() + "' && " + environment + " '" + path.string() + "'";
   std::string output;
-  FILE* pipe = ::popen(("'" + path.string() + "'").c_str(), "r");
+  FILE* pipe = ::popen(command.c_str(), "r");
   std::array<char, 512> part;
   while (pipe != nullptr && std::fgets(part.data(), part.size(), pipe) != nullptr) {
     output += part.data();
   }
   EXPECT_EQ(::pclose(pipe), 0);
+  return output;
+}
+
+// The name that the helper program has when it runs from `path`.
+std::string nameWhenRunFrom(const fs::path& path) {
+  const std::string output = outputWhenRunFrom(path);
   const std::string label = "name ";
   return output.compare(0, label.size(), label) == 0
              ? output.substr(label.size(), output.find('\n') - label.size())
@@ -65,6 +75,20 @@ TEST(ProcName, ComesFromTheRunningExecutable) {
   EXPECT_EQ(nameWhenRunFrom(directory.path() / "devagent"), "devagent");
   EXPECT_EQ(nameWhenRunFrom(directory.path() / "other.agent.bin"), "other.agent");
   EXPECT_EQ(nameWhenRunFrom(directory.path() / "rel1.2" / "devagent"), "");
+}
+
+TEST(ProcName, IsWhatAllOfTheProcessesFilesAreNamedAfter) {
+  const TemporaryDirectory directory;
+  // A root of another system, which becomes a relative directory here.
+  writeFile(directory.path() / "C:/qov/conf/devagent/devagent.cfg", "[QOV_GLOBAL]\nPROC_PID=9\n");
+  EXPECT_EQ(outputWhenRunFrom(directory.path() / "devagent.bin", "QOV_ROOT='C:\\qov\\'"),
+            "name devagent\n"
+            "pid 9\n"
+            "process devagent\n"
+            "cfgPath C:/qov//conf/devagent/\n"
+            "cfgFile C:/qov//conf/devagent/devagent.cfg\n"
+            "logPath C:/qov//log\n"
+            "logFile C:/qov//log/devagent.log\n");
 }
 
 TEST(ProcName, IsCutWithThePathAfter260Bytes) {

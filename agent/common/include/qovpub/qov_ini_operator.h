@@ -16,9 +16,10 @@
 /// keys ignore case, section names must be written as they are in the file.
 ///
 /// Thread: not locked; each user keeps an operator of its own.
-/// Owns:   its copy of the file's content; no descriptor stays open.
-/// Errors: every operation returns 0, or -1 on failure. Nothing is logged or thrown. A missing
-///         value is a failure, never an empty text.
+/// Owns:   its copy of the file's content; no descriptor stays open. A child that another thread
+///         starts during a call may inherit one: ACE opens files without O_CLOEXEC.
+/// Errors: every operation returns 0, or -1 on failure. Nothing is logged, nothing but
+///         std::bad_alloc thrown. A missing value is a failure, never an empty text.
 class CQOV_Ini_Operator {
  public:
   CQOV_Ini_Operator();
