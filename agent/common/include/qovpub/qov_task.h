@@ -57,12 +57,14 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   virtual int idle();
 
   /// Waits for the next block without limit. When the wait was ended by wakeup(), or by an MB_STOP
-  /// block (which stays queued for the task's own loop), `mb` is left as it was. The result only
-  /// says how the queue felt about it: test `mb`.
+  /// block (which stays queued for the task's own loop), `mb` is left as it was. The result
+  /// does not tell the two apart: test `mb`.
   virtual int getMsg(ACE_Message_Block*& mb);
 
   /// Sends the request `req` and waits for its response.
   ///
+  /// The header of `req` has type 1 and the sender's own process and module id; anything else is
+  /// passed on, too, but nobody can answer it, and the result is -1 at once.
   /// `rsp` must come in null. `timeout` is relative and bounds the wait for room in the module's
   /// queue and then, anew, the wait for the response. Null waits without limit for both; zero does
   /// not wait for room and then waits without limit for the response.
@@ -175,6 +177,10 @@ class CQOV_CommonTaskEx : public CQOV_CommonTask {
 ///
 /// Requests queue in its own queue while it may wait for a response in its response slot. Started
 /// with CQOV_TaskMgr::insertStaticScheduledTask().
+///
+/// A request of such a task to a module that does not exist, or that refuses it, is given up without
+/// waking the task, and without its time-out: send() then returns at the stop only. That is kept;
+/// a task that cannot be sure of its receiver sends from a pooled worker.
 ///
 /// Owns:   nothing of the module, and no one owns it: it belongs to the caller and must outlive the
 ///         stop of its task manager, which tells it to end and joins its thread:
