@@ -5,6 +5,9 @@
 
 namespace qov {
 
+// Constant-initialised: records may be built before the library's own static objects are.
+CellBlock CellBlock::full_;
+
 CellBlock* CellBlock::make(std::size_t cells) noexcept {
   cells = std::min(cells, (kMaxBytes - sizeof(CellBlock)) / sizeof(CTLVCell));
   void* memory = ::operator new(sizeof(CellBlock) + cells * sizeof(CTLVCell), std::nothrow);

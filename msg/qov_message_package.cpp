@@ -1,4 +1,5 @@
 #include <ace/Log_Msg.h>
+#include <qovpub/qov_cell_bytes.h>
 #include <qovpub/qov_message_package.h>
 
 #include <algorithm>
@@ -9,7 +10,6 @@
 #include <string>
 #include <utility>
 
-#include "msg/cell_bytes.h"
 #include "msg/record_codec.h"
 
 namespace {

@@ -1,11 +1,12 @@
+#include <qovpub/qov_cell_bytes.h>
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_msg.h>
 
 #include <cerrno>
-#include <cstddef>
+#include <iterator>
 #include <new>
-
-#include "msg/cell_bytes.h"
+#include <string>
+#include <utility>
 
 CTLVCell::CTLVCell(ETLVType type, unsigned short tag, const void* data, unsigned long len)
     : CTLVCell() {

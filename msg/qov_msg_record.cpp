@@ -5,7 +5,6 @@
 #include <new>
 #include <utility>
 
-#include "msg/cell_bytes.h"
 #include "msg/tag_index.h"
 
 unsigned long CTLVRecordV3::count() const noexcept {
@@ -24,6 +23,7 @@ void CTLVRecordV3::addBlock(qov::CellBlock* block) noexcept {
     large_ = large_ || count() > kScanLimit;
   }
   last_ = block;
+  open_ = large_ ? &qov::CellBlock::full_ : block;
 }
 
 /// Room for some more cells, for `cells` if it is known how many are to come.
@@ -70,22 +70,6 @@ CTLVRecordV3& CTLVRecordV3::add(CTLVCell cell) {
   sweep_ = sweep_ || own->outside();
   commit(own, grown);
   index(own);
-  return *this;
-}
-
-CTLVRecordV3& CTLVRecordV3::addBytes(unsigned int type, unsigned short tag, const void* data,
-                                     unsigned long len, bool nul) {
-  const unsigned long total = len + (nul ? 1 : 0);
-  if (len > CTLVCell::kInside || total > CTLVCell::kInside || !fits(tag, total)) {
-    return addChecked(type, tag, data, len, nul);
-  }
-  CTLVCell* cell = last_->end();
-  commit(cell, length_ + MIN_TLV_SIZE + total);
-  const auto bytes = static_cast<unsigned int>(len);
-  const unsigned int typeTag = static_cast<unsigned int>(tag) << 4 | type;
-  ::new (cell)
-      CTLVCell(CTLVCell::Place::kInBlock, typeTag | static_cast<unsigned int>(total) << 16, 0);
-  qov::copySmall(cell->value_, static_cast<const unsigned char*>(data), bytes, nul);
   return *this;
 }
 
@@ -190,6 +174,7 @@ void CTLVRecordV3::clone(const CTLVRecordV3& other) {
 void CTLVRecordV3::swapCells(CTLVRecordV3& other) noexcept {
   std::swap(first_, other.first_);
   std::swap(last_, other.last_);
+  std::swap(open_, other.open_);
   std::swap(own_, other.own_);
   std::swap(length_, other.length_);
   std::swap(loose_, other.loose_);

@@ -1,9 +1,9 @@
 #include "msg/record_codec.h"
 
+#include <qovpub/qov_cell_bytes.h>
+
 #include <cerrno>
 #include <new>
-
-#include "msg/cell_bytes.h"
 
 namespace qov {
 namespace {
@@ -30,66 +30,46 @@ struct RecordCodec::Cursor {
   const unsigned char* in;
 };
 
-RecordFault RecordCodec::parse(const unsigned char* p, unsigned int remain, RecordStore* store,
-                               CTLVRecordV3*& rec) noexcept {
-  using Kind = RecordFault::Kind;
-  rec = nullptr;
-  if (p == nullptr || remain < MIN_RECORD_SIZE) {
-    return {Kind::kNoHead};
+/// Makes the cell `head` with the value at `in` and returns the value's end, or null when there is
+/// no memory; `readable` bounds what may be read.
+inline const unsigned char* RecordCodec::makeCell(CTLVCell* slot, std::uint32_t head,
+                                                  const unsigned char* in,
+                                                  const unsigned char* readable,
+                                                  bool& sweep) noexcept {
+  constexpr auto kPlace = CTLVCell::Place::kInBlock;
+  const unsigned int length = lengthOf(head);
+  // The widths of numbers are told apart by branches: where the next cell starts is then predicted,
+  // not waited for.
+  if (length == 1) {
+    ::new (slot) CTLVCell(kPlace, head, *in);
+    return in + 1;
   }
-  const unsigned int length = loadWord<std::uint16_t>(p + kLengthAt);
-  if (length + MIN_RECORD_SIZE > remain) {
-    return {Kind::kRecordTooLong, length};
+  if (length == 2) {
+    ::new (slot) CTLVCell(kPlace, head, loadWord<std::uint16_t>(in));
+    return in + 2;
   }
-  const auto cmd = loadWord<std::uint64_t>(p);
-  CTLVRecordV3* record = store != nullptr ? store->make(cmd) : makeAlone(cmd);
-  if (record == nullptr) {
-    return {Kind::kNoMemory, length};
+  if (length == 4) {
+    ::new (slot) CTLVCell(kPlace, head, loadWord<std::uint32_t>(in));
+    return in + 4;
   }
-  record->length_ = length;
-  Cursor at{p, p + MIN_RECORD_SIZE + length, p + remain, p + MIN_RECORD_SIZE};
-  const Kind kind = parseCells(at, *record);
-  if (kind == Kind::kNone) {
-    rec = record;
-    return {kind, length};
-  }
-  if (store == nullptr) {
-    delete record;
-  }
-  return kind == Kind::kNoMemory ? RecordFault{kind, length} : judge(at, length);
-}
-
-CTLVRecordV3* RecordCodec::makeAlone(std::uint64_t cmd) noexcept {
-  auto* record = new (std::nothrow) CTLVRecordV3(cmd);
-  if (record == nullptr) {
-    errno = ENOMEM;
-  }
-  return record;
-}
-
-/// How many cells there are from `at` on, if they are sound.
-unsigned long RecordCodec::countCells(const Cursor& at) noexcept {
-  unsigned long cells = 0;
-  for (std::ptrdiff_t left = at.end - at.in; left >= MIN_TLV_SIZE; ++cells) {
-    left -= MIN_TLV_SIZE + lengthOf(loadWord<std::uint32_t>(at.end - left));
-  }
-  return cells;
-}
-
-RecordFault::Kind RecordCodec::parseCells(Cursor& at, CTLVRecordV3& record) noexcept {
-  auto kind = RecordFault::Kind::kNone;
-  while (at.in != at.end && kind == RecordFault::Kind::kNone) {
-    if ((record.last_ == nullptr || record.last_->full()) &&
-        !record.makeRoom(record.store_ == nullptr ? countCells(at) : 0)) {
-      return RecordFault::Kind::kNoMemory;
+  if (length - 1 < CTLVCell::kInside) {
+    ::new (slot) CTLVCell(kPlace, head, 0);
+    if (readable - in >= CTLVCell::kInside && length > 8) {
+      copyInside(slot->value_, in);
+    } else {
+      copySmall(slot->value_, in, length, false);
     }
-    kind = parseBlock(at, *record.last_, record.sweep_);
+    return in + length;
   }
-  return kind;
+  // As CTLVCell::setCell(): an empty value leaves the new cell's tag and type as they are.
+  ::new (slot) CTLVCell(kPlace);
+  sweep = sweep || length > 0;
+  return length == 0 || slot->replace(head & 0xFFFF, in, length, false) ? in + length : nullptr;
 }
 
 /// Makes cells until the record ends or the block is full. Stops at a bad cell with any fault.
-RecordFault::Kind RecordCodec::parseBlock(Cursor& at, CellBlock& block, bool& sweep) noexcept {
+inline RecordFault::Kind RecordCodec::parseBlock(Cursor& at, CellBlock& block,
+                                                 bool& sweep) noexcept {
   const unsigned char* const end = at.end;
   const unsigned char* in = at.in;
   CTLVCell* cell = block.end();
@@ -118,6 +98,27 @@ RecordFault::Kind RecordCodec::parseBlock(Cursor& at, CellBlock& block, bool& sw
   return kind;
 }
 
+/// How many cells there are from `at` on, if they are sound.
+unsigned long RecordCodec::countCells(const Cursor& at) noexcept {
+  unsigned long cells = 0;
+  for (std::ptrdiff_t left = at.end - at.in; left >= MIN_TLV_SIZE; ++cells) {
+    left -= MIN_TLV_SIZE + lengthOf(loadWord<std::uint32_t>(at.end - left));
+  }
+  return cells;
+}
+
+inline RecordFault::Kind RecordCodec::parseCells(Cursor& at, CTLVRecordV3& record) noexcept {
+  auto kind = RecordFault::Kind::kNone;
+  while (at.in != at.end && kind == RecordFault::Kind::kNone) {
+    if ((record.last_ == nullptr || record.last_->full()) &&
+        !record.makeRoom(record.store_ == nullptr ? countCells(at) : 0)) {
+      return RecordFault::Kind::kNoMemory;
+    }
+    kind = parseBlock(at, *record.last_, record.sweep_);
+  }
+  return kind;
+}
+
 /// Says what is wrong with the bad cell at `at`.
 ///
 /// Whether its head is there goes by what may be read, its end by the record's. A cell that runs
@@ -136,43 +137,41 @@ RecordFault RecordCodec::judge(const Cursor& at, unsigned int length) noexcept {
   return {Kind::kCellTooLong, length, pos + MIN_TLV_SIZE, lengthOf(head)};
 }
 
-/// Makes the cell `head` with the value at `in` and returns the value's end, or null when there is
-/// no memory; `readable` bounds what may be read.
-inline const unsigned char* RecordCodec::makeCell(CTLVCell* slot, std::uint32_t head,
-                                                  const unsigned char* in,
-                                                  const unsigned char* readable,
-                                                  bool& sweep) noexcept {
-  constexpr auto kPlace = CTLVCell::Place::kInBlock;
-  const unsigned int length = lengthOf(head);
-  // The widths of numbers are told apart by branches: where the next cell starts is then predicted,
-  // not waited for.
-  if (length == 1) {
-    ::new (slot) CTLVCell(kPlace, head, *in);
-    return in + 1;
+CTLVRecordV3* RecordCodec::makeAlone(std::uint64_t cmd) noexcept {
+  auto* record = new (std::nothrow) CTLVRecordV3(cmd);
+  if (record == nullptr) {
+    errno = ENOMEM;
   }
-  if (length == 2) {
-    ::new (slot) CTLVCell(kPlace, head, loadWord<std::uint16_t>(in));
-    return in + 2;
+  return record;
+}
+
+RecordFault RecordCodec::parse(const unsigned char* p, unsigned int remain, RecordStore* store,
+                               CTLVRecordV3*& rec) noexcept {
+  using Kind = RecordFault::Kind;
+  rec = nullptr;
+  if (p == nullptr || remain < MIN_RECORD_SIZE) {
+    return {Kind::kNoHead};
   }
-  if (length == 4) {
-    ::new (slot) CTLVCell(kPlace, head, loadWord<std::uint32_t>(in));
-    return in + 4;
+  const unsigned int length = loadWord<std::uint16_t>(p + kLengthAt);
+  if (length + MIN_RECORD_SIZE > remain) {
+    return {Kind::kRecordTooLong, length};
   }
-  if (length - 1 < CTLVCell::kInside) {
-    const bool wide = readable - in >= CTLVCell::kInside;
-    if (wide && length > 8) {
-      ::new (slot) CTLVCell(kPlace, head, 0);
-      copyInside(slot->value_, in);
-    } else {
-      ::new (slot) CTLVCell(kPlace, head, 0);
-      copySmall(slot->value_, in, length, false);
-    }
-    return in + length;
+  const auto cmd = loadWord<std::uint64_t>(p);
+  CTLVRecordV3* record = store != nullptr ? store->make(cmd) : makeAlone(cmd);
+  if (record == nullptr) {
+    return {Kind::kNoMemory, length};
   }
-  // As CTLVCell::setCell(): an empty value leaves the new cell's tag and type as they are.
-  ::new (slot) CTLVCell(kPlace);
-  sweep = sweep || length > 0;
-  return length == 0 || slot->replace(head & 0xFFFF, in, length, false) ? in + length : nullptr;
+  record->length_ = length;
+  Cursor at{p, p + MIN_RECORD_SIZE + length, p + remain, p + MIN_RECORD_SIZE};
+  const Kind kind = parseCells(at, *record);
+  if (kind == Kind::kNone) {
+    rec = record;
+    return {kind, length};
+  }
+  if (store == nullptr) {
+    delete record;
+  }
+  return kind == Kind::kNoMemory ? RecordFault{kind, length} : judge(at, length);
 }
 
 unsigned char* RecordCodec::write(const CTLVRecordV3& record, unsigned char* out,

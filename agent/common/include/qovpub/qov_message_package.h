@@ -74,11 +74,10 @@ class RecordStore {
 
 /// One message: a header of type MSG_S_HEAD and an ordered list of records.
 ///
-/// There are two instances, CQOV_MsgPackage and CT7QPackageV3, and both are compiled in the
-/// library.
+/// There are two instances, CQOV_MsgPackage and CT7QPackageV3, and both are compiled in the library.
 ///
-/// Thread: a value that one thread has at a time; a package travels by pointer from thread to
-///         thread. Const operations other than encode() may run in several threads at once.
+/// Thread: a value that one thread has at a time, its records included; a package travels by pointer
+///         from thread to thread. Const operations may run in several threads at once.
 /// Owns:   its records.
 /// Errors: encode() and decode() log and return kFailed; errno is ENOMEM when memory was short.
 ///         CQOV_Exception for a record that is not there.
@@ -90,11 +89,12 @@ class CTLVPackageV3 {
 
   /// A header with the defaults of its type, no records.
   CTLVPackageV3();
-  /// That header, no records; an internal header keeps its serial number.
+  /// That header with its serial number, no records.
   explicit CTLVPackageV3(const MSG_S_HEAD& head);
-  /// A deep copy. Only what the package itself holds is copied: of an object of a derived class
-  /// this makes a plain package.
+  /// A deep copy; std::bad_alloc when there is no memory. Of an object of a derived class this makes a
+  /// plain package.
   CTLVPackageV3(const CTLVPackageV3& other);
+  /// The same for an existing package, which is left with some of the records when it throws.
   CTLVPackageV3& operator=(const CTLVPackageV3& other);
   virtual ~CTLVPackageV3();
 
@@ -173,8 +173,8 @@ extern template class CTLVPackageV3<QOVMsgHead>;
 extern template class CTLVPackageV3<TLVMsgHeadV3>;
 
 /// Builds the response to `request`: sender and receiver exchanged, type 2, MST `mst` (the result
-/// that the requester's send() returns), the request's OPC, SN and CID, no records. Null, with
-/// errno ENOMEM, when there is no memory.
+/// that the requester's send() returns), the request's OPC, SN and CID, no records. It is a plain
+/// package: flags bit 0 is cleared. Null, with errno ENOMEM, when there is no memory.
 ///
 /// Use this to answer another module, and send the result with the asynchronous
 /// CQOV_Task::send(): the leaders match a response crosswise, its sender against the request's

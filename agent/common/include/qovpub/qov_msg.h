@@ -2,6 +2,7 @@
 #define QOVPUB_QOV_MSG_H
 
 #include <json/forwards.h>
+#include <qovpub/qov_cell_bytes.h>
 #include <qovpub/qov_msg_cell.h>
 #include <qovpub/qov_msg_head.h>
 
@@ -58,12 +59,16 @@ class CellBlock {
   CellBlock* next() const noexcept { return next_; }
   void setNext(CellBlock* next) noexcept { next_ = next; }
 
+  /// Has no cells and no room.
+  static CellBlock full_;
+
  private:
+  constexpr CellBlock() noexcept = default;
   explicit CellBlock(std::size_t capacity) noexcept : end_(begin()), limit_(begin() + capacity) {}
 
   CellBlock* next_ = nullptr;
-  CTLVCell* end_;
-  CTLVCell* limit_;
+  CTLVCell* end_ = nullptr;
+  CTLVCell* limit_ = nullptr;
 };
 static_assert(sizeof(CellBlock) % alignof(CTLVCell) == 0, "the cells stand right behind");
 
@@ -247,7 +252,7 @@ class CTLVRecordV3 {
 
   /// Of a package: the first cells go into `block`.
   CTLVRecordV3(std::uint64_t cmd, qov::RecordStore* store, qov::CellBlock* block) noexcept
-      : cmd_(cmd), first_(block), last_(block), store_(store) {}
+      : cmd_(cmd), first_(block), last_(block), open_(block), store_(store) {}
 
   static CTLVCell* resolve(CTLVCell* slot) noexcept {
     return slot->place_ == CTLVCell::Place::kStandIn ? slot->pointer<CTLVCell>() : slot;
@@ -270,6 +275,10 @@ class CTLVRecordV3 {
     last_->setEnd(slot + 1);
     length_ = grownLength;
   }
+  void commitFitting(CTLVCell* slot, unsigned long grownLength) noexcept {
+    open_->setEnd(slot + 1);
+    length_ = grownLength;
+  }
   void index(CTLVCell* slot) noexcept {
     if (large_) {
       addToIndex(resolve(slot));
@@ -289,11 +298,9 @@ class CTLVRecordV3 {
                          bool nul);
   CTLVRecordV3& addChecked(unsigned int type, unsigned short tag, const void* data,
                            unsigned long len, bool nul);
-  /// True if a cell of `bytes` can be added at once: a good tag, short enough, room for it, no
-  /// index.
+  /// True if a cell of `bytes` can be added at once: a good tag, short enough, and room for it.
   bool fits(unsigned short tag, unsigned long bytes) const noexcept {
-    return tag <= MAX_TAG_VALUE && length_ + MIN_TLV_SIZE + bytes <= kMaxLength &&
-           last_ != nullptr && !last_->full() && !large_;
+    return tag <= MAX_TAG_VALUE && length_ + MIN_TLV_SIZE + bytes <= kMaxLength && !open_->full();
   }
   void checkExactGrowth(unsigned long bytes) const;
 
@@ -314,6 +321,9 @@ class CTLVRecordV3 {
   std::uint64_t cmd_;
   qov::CellBlock* first_ = nullptr;
   qov::CellBlock* last_ = nullptr;
+  // The last block, or one that is always full: in a record without blocks, and in a large one,
+  // whose index must learn of every cell.
+  qov::CellBlock* open_ = &qov::CellBlock::full_;
   // The first block that is not part of a package's memory; the ones behind are not, either.
   qov::CellBlock* own_ = nullptr;
   // Sum of the cells' sizes while they were appended; exact unless loose_.
@@ -335,10 +345,26 @@ inline CTLVRecordV3& CTLVRecordV3::addNumber(unsigned int type, unsigned short t
   if (!fits(tag, bytes)) {
     return addChecked(type, tag, &v, bytes, false);
   }
-  CTLVCell* cell = last_->end();
-  commit(cell, length_ + MIN_TLV_SIZE + bytes);
+  CTLVCell* cell = open_->end();
+  commitFitting(cell, length_ + MIN_TLV_SIZE + bytes);
   ::new (cell) CTLVCell(CTLVCell::Place::kInBlock,
                         static_cast<unsigned int>(tag) << 4 | type | bytes << 16, v);
+  return *this;
+}
+
+inline CTLVRecordV3& CTLVRecordV3::addBytes(unsigned int type, unsigned short tag, const void* data,
+                                            unsigned long len, bool nul) {
+  const unsigned long total = len + (nul ? 1 : 0);
+  if (len > CTLVCell::kInside || total > CTLVCell::kInside || !fits(tag, total)) {
+    return addChecked(type, tag, data, len, nul);
+  }
+  CTLVCell* cell = open_->end();
+  commitFitting(cell, length_ + MIN_TLV_SIZE + total);
+  const auto bytes = static_cast<unsigned int>(len);
+  const unsigned int typeTag = static_cast<unsigned int>(tag) << 4 | type;
+  ::new (cell)
+      CTLVCell(CTLVCell::Place::kInBlock, typeTag | static_cast<unsigned int>(total) << 16, 0);
+  qov::copySmall(cell->value_, static_cast<const unsigned char*>(data), bytes, nul);
   return *this;
 }
 
