@@ -74,10 +74,10 @@ class RecordStore {
 
 /// One message: a header of type MSG_S_HEAD and an ordered list of records.
 ///
-/// There are two instances, CQOV_MsgPackage and CT7QPackageV3, and both are compiled in the library.
+/// There are two instances, CQOV_MsgPackage and CT7QPackageV3; the library holds both, compiled.
 ///
-/// Thread: a value that one thread has at a time, its records included; a package travels by pointer
-///         from thread to thread. Const operations may run in several threads at once.
+/// Thread: a value that one thread has at a time, its records included; a package travels by
+///         pointer from thread to thread. Const operations may run in several threads at once.
 /// Owns:   its records.
 /// Errors: encode() and decode() log and return kFailed; errno is ENOMEM when memory was short.
 ///         CQOV_Exception for a record that is not there.
@@ -91,8 +91,8 @@ class CTLVPackageV3 {
   CTLVPackageV3();
   /// That header with its serial number, no records.
   explicit CTLVPackageV3(const MSG_S_HEAD& head);
-  /// A deep copy; std::bad_alloc when there is no memory. Of an object of a derived class this makes a
-  /// plain package.
+  /// A deep copy; std::bad_alloc when there is no memory. Of an object of a derived class this
+  /// makes a plain package.
   CTLVPackageV3(const CTLVPackageV3& other);
   /// The same for an existing package, which is left with some of the records when it throws.
   CTLVPackageV3& operator=(const CTLVPackageV3& other);
