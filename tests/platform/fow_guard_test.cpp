@@ -180,6 +180,8 @@ TEST(FowGuardDeathTest, DoesNotDisturbTheExitOfAProcessInTheMiddleOfAHandling) {
       ::testing::ExitedWithCode(0), "");
 }
 
+// ThreadSanitizer objects to ACE, which destroys its log's lock at exit while the stuck thread has it.
+#if !QOV_TEST_TSAN
 TEST(FowGuardDeathTest, DoesNotKeepAProcessFromItsEndWhenTheLogTakesNothing) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(
@@ -194,6 +196,7 @@ TEST(FowGuardDeathTest, DoesNotKeepAProcessFromItsEndWhenTheLogTakesNothing) {
       },
       ::testing::ExitedWithCode(0), "");
 }
+#endif
 
 // ThreadSanitizer ends a process that starts a thread after forking from several ones.
 #if !QOV_TEST_TSAN
