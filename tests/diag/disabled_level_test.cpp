@@ -18,7 +18,8 @@ void* allocate(std::size_t size) {
 
 }  // namespace
 
-// The library's calls come here, too.
+// The library's calls come here, too. Not inlined: where the compiler sees into one half of a pair
+// only, it takes malloc() and free() for a mismatch.
 void* operator new(std::size_t size) {
   if (void* const memory = allocate(size)) {
     return memory;
@@ -28,10 +29,10 @@ void* operator new(std::size_t size) {
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   return allocate(size);
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
   std::free(memory);
 }
-void operator delete(void* memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
   std::free(memory);
 }
 
