@@ -2,17 +2,44 @@
 
 #include <pthread.h>
 
+#include <cstdlib>
+#include <initializer_list>
+
 namespace qov {
 
+namespace {
+
+sigset_t setOf(std::initializer_list<int> signals) {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int signum : signals) {
+    sigaddset(&set, signum);
+  }
+  return set;
+}
+
+void blockForGood() {
+  const sigset_t blocked = setOf({SIGINT, SIGUSR1, SIGPIPE});
+  ::pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+}
+
+}  // namespace
+
 SignalBlock::SignalBlock() {
-  sigset_t blocked;
-  sigemptyset(&blocked);
-  sigaddset(&blocked, SIGINT);
-  sigaddset(&blocked, SIGUSR1);
+  const sigset_t blocked = setOf({SIGINT, SIGUSR1});
   ::pthread_sigmask(SIG_BLOCK, &blocked, &former_);
 }
 
 SignalBlock::~SignalBlock() {
+  ::pthread_sigmask(SIG_SETMASK, &former_, nullptr);
+}
+
+SignalAdmission::SignalAdmission() {
+  const sigset_t admitted = setOf({SIGINT, SIGUSR1});
+  ::pthread_sigmask(SIG_UNBLOCK, &admitted, &former_);
+}
+
+SignalAdmission::~SignalAdmission() {
   ::pthread_sigmask(SIG_SETMASK, &former_, nullptr);
 }
 
@@ -23,6 +50,13 @@ void ignoreBrokenPipes() {
     action.sa_handler = SIG_IGN;
     ::sigaction(SIGPIPE, &action, nullptr);
   }
+}
+
+void blockSignalsAtExit() {
+  // Exit handlers run in the reverse order of their registration and ACE's has been there since
+  // the library was loaded. A registration that fails leaves what ACE does.
+  static const int result = std::atexit(&blockForGood);
+  static_cast<void>(result);
 }
 
 }  // namespace qov

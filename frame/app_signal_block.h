@@ -23,9 +23,32 @@ class SignalBlock {
   sigset_t former_;
 };
 
+/// Lets SIGINT and SIGUSR1 reach the calling thread while it lives, whoever has blocked them: a
+/// process inherits its starter's mask.
+///
+/// Thread: made and destroyed by one thread.
+/// Owns:   that thread's signal mask, which the destructor sets back to what it was.
+/// Errors: none.
+class SignalAdmission {
+ public:
+  SignalAdmission();
+  ~SignalAdmission();
+
+  SignalAdmission(const SignalAdmission&) = delete;
+  SignalAdmission& operator=(const SignalAdmission&) = delete;
+
+ private:
+  sigset_t former_;
+};
+
 /// Makes a write to a broken pipe fail instead of ending the process, unless the program handles
 /// the signal itself.
 void ignoreBrokenPipes();
+
+/// Has the thread that calls exit(), or returns from main, block SIGINT, SIGUSR1 and SIGPIPE for the
+/// rest of the process, which none of them can end then. ACE's own end takes the handlers away and
+/// standard output is written after that, but a mask stays.
+void blockSignalsAtExit();
 
 }  // namespace qov
 

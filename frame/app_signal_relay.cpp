@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <new>
 
 #include <qovpub/qov_app.h>
 
@@ -25,15 +26,20 @@ static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_alw
 
 SignalRelay& SignalRelay::instance() {
   // Never destroyed: the process reactor keeps it until its own end.
-  static SignalRelay& relay = *new SignalRelay;
+  alignas(SignalRelay) static unsigned char place[sizeof(SignalRelay)];
+  static SignalRelay& relay = *new (place) SignalRelay;
   return relay;
 }
 
 void SignalRelay::attach(SigintHandler& handler) {
-  openEvent();
   stopNoted.store(false);
   reloadNoted.store(false);
   handler_ = &handler;
+  listen();
+}
+
+void SignalRelay::listen() {
+  openEvent();
   if (get_handle() != ACE_INVALID_HANDLE) {
     ACE_Reactor::instance()->register_handler(this, ACE_Event_Handler::READ_MASK);
   }
@@ -78,6 +84,11 @@ int SignalRelay::handle_input(ACE_HANDLE handle) {
   // nothing, one after that wakes again.
   std::uint64_t count = 0;
   static_cast<void>(!::read(handle, &count, sizeof count));
+  carryOut();
+  return 0;
+}
+
+void SignalRelay::carryOut() {
   const bool reload = reloadNoted.exchange(false);
   const bool stop = stopNoted.exchange(false);
   if (handler_ != nullptr && reload) {
@@ -86,7 +97,6 @@ int SignalRelay::handle_input(ACE_HANDLE handle) {
   if (handler_ != nullptr && stop) {
     handler_->handle_signal(SIGINT);
   }
-  return 0;
 }
 
 }  // namespace qov

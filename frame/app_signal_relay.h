@@ -12,13 +12,18 @@ namespace qov {
 /// Thread: note() in signal context on any thread; everything else on the thread that runs the
 ///         process reactor.
 /// Owns:   an event descriptor, for as long as the process lives: a signal may come at any time.
-/// Errors: without a descriptor signals are noted, but nothing wakes the reactor for them.
+/// Errors: without a descriptor signals are noted, but only those that interrupt the reactor's wait
+///         wake it.
 class SignalRelay : public ACE_Event_Handler {
  public:
   static SignalRelay& instance();
 
+  /// Has the process reactor listen. Early: once modules have taken all descriptors, or all low
+  /// ones, it is too late. Done again it changes nothing.
+  void listen();
+
   /// Makes `handler` the one that carries out noted signals, beginning with those that come from
-  /// now on, and has the process reactor listen.
+  /// now on, and listens.
   void attach(SigintHandler& handler);
 
   /// Forgets `handler`, if it is the one, and leaves the process reactor.
@@ -30,8 +35,10 @@ class SignalRelay : public ACE_Event_Handler {
 
   ACE_HANDLE get_handle() const override;
 
-  /// Carries out the noted signals: the log first, since after SIGINT nothing more is carried out.
   int handle_input(ACE_HANDLE handle) override;
+
+  /// Carries out the noted signals: the log first, since after SIGINT nothing more is carried out.
+  void carryOut();
 
  private:
   SignalRelay() = default;

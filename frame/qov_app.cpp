@@ -41,20 +41,25 @@ void tuneAllocator() {
 }
 
 /// Makes the calling thread the one that runs the process reactor, whoever touched it first, and
-/// undoes the end of an event loop that an earlier frame of this process has run.
+/// undoes the end of an event loop that an earlier frame of this process has run. From here on the
+/// reactor has the descriptor that signals wake it through.
 void ownReactor() {
   ACE_Reactor& reactor = *ACE_Reactor::instance();
   reactor.owner(ACE_Thread::self());
   if (reactor.implementation()->deactivated() != 0) {
     reactor.implementation()->deactivate(0);
   }
+  qov::SignalRelay::instance().listen();
 }
 
 void runReactor() {
   ACE_Reactor& reactor = *ACE_Reactor::instance();
   reactor.owner(ACE_Thread::self());
+  const qov::SignalAdmission admission;
   while (reactor.implementation()->deactivated() == 0) {
     reactor.handle_events();
+    // Without a descriptor the signal has still interrupted the wait.
+    qov::SignalRelay::instance().carryOut();
   }
 }
 
@@ -70,18 +75,25 @@ CQOVapp::~CQOVapp() {
     // Their threads log, so they end before what they log through.
     qov::ModuleShutdown::stopAll();
   }
+  dropLogStrategy();
+  CQOVDebugKitMgr::close();
+}
+
+void CQOVapp::dropLogStrategy() {
   if (signalHandler_ != nullptr && signalHandler_->logStrategy_ == logStrategy_.get()) {
     signalHandler_->logStrategy_ = nullptr;
   }
   logStrategy_.reset();
-  CQOVDebugKitMgr::close();
 }
 
 int CQOVapp::init(int argc, char** argv) {
   parse_args(argc, argv);
   const qov::SignalBlock block;
   qov::ignoreBrokenPipes();
+  qov::blockSignalsAtExit();
   if (bDeaemonize_) {
+    // A configuration that cannot be read is told while there is still somebody to tell.
+    QOV_Utility::getProcessCfgFileName();
     qov::becomeDaemon(QOV_Utility::getQOVRootEnv());
   }
   // Not before: a daemon has lost the descriptors of an earlier reactor. Not later: a module's
@@ -92,6 +104,7 @@ int CQOVapp::init(int argc, char** argv) {
   programName_ = argc > 0 && argv != nullptr && argv[0] != nullptr ? argv[0] : "";
   const std::string& cfgFile = QOV_Utility::getProcessCfgFileName();
   const std::string& logFile = QOV_Utility::getProcessLogFileName();
+  dropLogStrategy();
   logStrategy_.reset(new (std::nothrow) CQOV_Logging_Strategy);
   if (logStrategy_ == nullptr) {
     errno = ENOMEM;
@@ -102,7 +115,7 @@ int CQOVapp::init(int argc, char** argv) {
   modulesLoaded_ = true;
   if (!moduleLoader().load()) {
     moduleLoader().unload();
-    logStrategy_.reset();
+    dropLogStrategy();
     return -1;
   }
   CQOVDebugKitGuard guard(0, "int CQOVapp::init(int, ACE_TCHAR**)");

@@ -2,6 +2,7 @@
 #include <ace/Reactor_Impl.h>
 
 #include <csignal>
+#include <exception>
 
 #include <qovpub/qov_app.h>
 #include <qovpub/qov_logging_strategy.h>
@@ -23,8 +24,12 @@ int SigintHandler::handle_signal(int signum, siginfo_t* info, ucontext_t*) {
   } else if (signum == SIGINT) {
     ACE_Reactor::instance()->implementation()->deactivate(1);
   } else if (signum == SIGUSR1 && logStrategy_ != nullptr) {
-    logStrategy_->initLogStrategy(QOV_Utility::getProcessCfgFileName().c_str(),
-                                  QOV_Utility::getProcessLogFileName().c_str());
+    try {
+      logStrategy_->initLogStrategy(QOV_Utility::getProcessCfgFileName().c_str(),
+                                    QOV_Utility::getProcessLogFileName().c_str());
+    } catch (const std::exception&) {
+      // No memory, or no configuration: the log stays as it is.
+    }
   }
   return 0;
 }

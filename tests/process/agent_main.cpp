@@ -4,6 +4,8 @@
 //   exit        calls exit() after init(), whatever that returned
 //   leak        returns without destroying its frame
 //   twice       runs the whole life of a frame two times
+// With QOV_TEST_LAST_SIGNALS the process gets its signals once more at the very last, when the C
+// library writes what its streams still hold.
 // It begins with QOV_TEST_GREETING on standard output.
 #include <qovpub/qov_app.h>
 #include <qovpub/qov_exception.h>
@@ -12,6 +14,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -39,6 +42,20 @@ namespace {
 std::string mode() {
   const char* const text = std::getenv("QOV_TEST_MAIN");
   return text == nullptr ? "" : text;
+}
+
+ssize_t signalTheProcess(void*, const char*, size_t size) {
+  for (const int signum : {SIGPIPE, SIGUSR1, SIGINT}) {
+    ::kill(::getpid(), signum);
+  }
+  return static_cast<ssize_t>(size);
+}
+
+/// Leaves something to write in a stream whose writing sends the signals.
+void signalAtTheLast() {
+  std::FILE* const last =
+      ::fopencookie(nullptr, "w", {nullptr, &signalTheProcess, nullptr, nullptr});
+  std::fputs("last", last);
 }
 
 int live(CQOVapp& app, int argc, char** argv) {
@@ -70,6 +87,9 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   if (const char* const greeting = std::getenv("QOV_TEST_GREETING")) {
     std::fputs(greeting, stdout);
+  }
+  if (std::getenv("QOV_TEST_LAST_SIGNALS") != nullptr) {
+    signalAtTheLast();
   }
   try {
     const int result = run(argc, argv);

@@ -118,5 +118,12 @@ TEST_F(AgentDaemon, WritesWhatWasBufferedOnlyOnce) {
   stopsInOrder();
 }
 
+TEST_F(AgentDaemon, WithoutAConfigurationTellsItsStarter) {
+  std::filesystem::remove(agent.root().cfgFile());
+  agent.start({});
+  EXPECT_EQ(agent.waitForEnd().exitStatus, 1);
+  EXPECT_EQ(agent.errors(), "CQOV_Exception: can't open proc config file\n");
+}
+
 }  // namespace
 }  // namespace qov::test

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <csignal>
 
@@ -142,6 +143,31 @@ TEST_F(AgentSignals, ABrokenPipeEndsNeitherStartNorModules) {
   agent.makeFile("go");
   EXPECT_TRUE(agent.waitForFile("survived"));
   agent.send(SIGPIPE);
+  stopsInOrder();
+}
+
+TEST_F(AgentSignals, SigintStopsAProcessWhoseStarterHasBlockedIt) {
+  agent.prepareChild([] {
+    sigset_t both;
+    sigemptyset(&both);
+    sigaddset(&both, SIGINT);
+    sigaddset(&both, SIGUSR1);
+    ::sigprocmask(SIG_BLOCK, &both, nullptr);
+  });
+  agent.root().writeConfig(2);
+  starts({"chatter"});
+  agent.root().writeConfig(1);
+  agent.send(SIGUSR1);
+  EXPECT_TRUE(agent.waitForLog(kDebugLine));
+  stopsInOrder();
+}
+
+TEST_F(AgentSignals, SigintStopsAProcessWhoseModulesHaveTakenAllDescriptors) {
+  agent.prepareChild([] {
+    const rlimit limit{128, 128};
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+  });
+  starts({"hoarder"});
   stopsInOrder();
 }
 

@@ -19,7 +19,7 @@ class CQOV_Logging_Strategy;
 /// Thread: constructor and destructor on the thread that runs the process reactor; handle_signal()
 ///         without a siginfo there, too; with one from signal context on any thread.
 /// Owns:   nothing; the logging strategy is borrowed.
-/// Errors: none.
+/// Errors: none; a reading of the configuration that fails leaves the log as it is.
 class SigintHandler : public ACE_Event_Handler {
  public:
   /// `logStrategy` is what SIGUSR1 initialises again; null for none. Prepares the process reactor
@@ -57,12 +57,23 @@ class SigintHandler : public ACE_Event_Handler {
 /// Signals: init() blocks SIGINT and SIGUSR1 while it works, so that the modules' threads never
 /// take them, gives the caller's signal mask back on every way out, and delivers what came
 /// meanwhile. From init() on a broken pipe (SIGPIPE) never ends the process, even when init()
-/// fails; a handler that the program has set itself stays until init() succeeds.
+/// fails; a handler that the program has set itself stays until init() succeeds. event_loop_done()
+/// lets SIGINT and SIGUSR1 through to its thread while the loop runs, even where the starter of the
+/// process has blocked them, and then gives the mask back. The thread that ends the process by exit()
+/// or by returning from main has all three blocked from the exit handlers on. Programs that a
+/// module's thread starts inherit SIGINT and SIGUSR1 blocked: unblock them between fork and exec.
+///
+/// Exit handlers (std::atexit, static objects) run in each of the two processes that make way for a
+/// daemon, too.
+///
+/// Do not call exit() on a module's thread, which cannot join itself: the modules are not stopped
+/// then and their threads run while static objects are destroyed.
 ///
 /// Thread: the main thread for everything. init() makes it the owner of the process reactor.
 /// Owns:   the logging strategy. The modules belong to the loader, but the destructor stops those
 ///         that init() loaded and nobody unloaded.
-/// Errors: by result. init() throws CQOV_Exception when the process configuration cannot be read.
+/// Errors: by result. init() throws CQOV_Exception when the process configuration cannot be read,
+///         for a daemon before it leaves its starter.
 class CQOVapp {
  public:
   CQOVapp();
@@ -85,8 +96,11 @@ class CQOVapp {
   /// A daemon works in the directory "QOV_ROOT", which should therefore be absolute, with its
   /// descriptors 0 to 2 on /dev/null and all others closed: what the program opens before init() is
   /// lost, the process reactor (ACE_Reactor::instance()) included, so that must not be used before.
-  /// The file mode mask is the caller's. The calling process exits with status 0 from within
-  /// init(); a failure after that shows in the log only.
+  /// Threads do not survive it either, and event_loop_done() would wait for those of ACE's thread
+  /// manager for good: start none before init(). SIGHUP is ignored from then on. The file mode mask
+  /// is the caller's. A process configuration that cannot be read shows on the starter's terminal;
+  /// after that the calling process exits with status 0 from within init(), and a failure shows in
+  /// the log only.
   int init(int argc, char** argv);
 
   /// Runs the process reactor's event loop until SIGINT, then unloads the modules, closes the
@@ -104,6 +118,7 @@ class CQOVapp {
 
  private:
   void handleSignals();
+  void dropLogStrategy();
 
   /// Lives until the process ends, since a signal may come at any time.
   static SigintHandler* signalHandler_;
