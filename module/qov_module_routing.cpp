@@ -16,6 +16,21 @@
 
 namespace {
 
+/// Holds the table for reading. A leader has to wait until the modules are loaded; whom it has work
+/// for must not.
+class TableReader {
+ public:
+  explicit TableReader(ACE_RW_Thread_Mutex& lock) : lock_(lock, false) {
+    if (!lock_.locked()) {
+      qov::ringCollected();
+      lock_.acquire_read();
+    }
+  }
+
+ private:
+  ACE_Read_Guard<ACE_RW_Thread_Mutex> lock_;
+};
+
 /// putq() takes it for an absolute time, so that a full queue refuses at once.
 constexpr time_t kPutSeconds = 1;
 
@@ -27,12 +42,7 @@ int CQOV_Module_Loader::sendMsg(u_short pid, ACE_Message_Block* mb) {
     guard.warn(65580, __FUNCTION__, __LINE__, "Null message which pid is %u.", unsigned{pid});
     return -1;
   }
-  ACE_Read_Guard<ACE_RW_Thread_Mutex> lock(lock_, false);
-  if (!lock.locked()) {
-    // A leader has to wait until the modules are loaded; whom it has work for must not.
-    qov::ringCollected();
-    lock.acquire_read();
-  }
+  const TableReader reader(lock_);
   if (pid >= modules_.size() || modules_[pid] == nullptr) {
     guard.warn(65581, __FUNCTION__, __LINE__, "Pid %u is invalid!", unsigned{pid});
     return -1;
@@ -54,7 +64,7 @@ void CQOV_Module_Loader::sendMsg2All(ACE_Message_Block* mb) {
     guard.warn(65583, __FUNCTION__, __LINE__, "Null message.");
     return;
   }
-  const ACE_Read_Guard<ACE_RW_Thread_Mutex> lock(lock_);
+  const TableReader reader(lock_);
   for (unsigned int gid = 0; gid < modules_.size(); ++gid) {
     if (modules_[gid] == nullptr) {
       continue;

@@ -74,6 +74,16 @@ bool CQOV_Plugins::open(const char* name, CQOV_PluginOperator& op, u_int id) {
     guard.warn(65591, __FUNCTION__, __LINE__, "Failed to open %s", name);
     return false;
   }
+  // What the table takes is made first: once `op` is bound nothing may fail any more.
+  Table entry;
+  try {
+    entry.emplace(id, dll);
+  } catch (const std::bad_alloc&) {
+    guard.warn(65591, __FUNCTION__, __LINE__, "Failed to open %s", name);
+    qov::dllManager().close_dll(dll->dll_name());
+    errno = ENOMEM;
+    return false;
+  }
   if (!bind(op, dll)) {
     guard.warn(65592, __FUNCTION__, __LINE__, "Failed to init %s", name);
     qov::dllManager().close_dll(dll->dll_name());
@@ -81,7 +91,7 @@ bool CQOV_Plugins::open(const char* name, CQOV_PluginOperator& op, u_int id) {
   }
   guard.info(65594, __FUNCTION__, __LINE__, "Load plugin name is %s!", name);
   const Guard lock(lock_);
-  plugins_.emplace(id, dll);
+  plugins_.merge(entry);
   return true;
 }
 

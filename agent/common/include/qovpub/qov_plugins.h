@@ -49,7 +49,8 @@ class CQOV_Plugins {
   /// bind to it and registers it under `id`; several libraries may share one id.
   ///
   /// Returns false, with nothing registered and the library closed again, when `name` is null, the
-  /// library cannot be opened or `op` refuses it. An exception of `op` counts as its refusal.
+  /// library cannot be opened, there is no memory to register it (errno ENOMEM) or `op` refuses it. An
+  /// exception of `op` counts as its refusal.
   bool open(const char* name, CQOV_PluginOperator& op, u_int id);
 
   /// Closes and forgets every plug-in registered under `id`. No operator is told: whoever points
@@ -63,13 +64,15 @@ class CQOV_Plugins {
   void clear();
 
  private:
+  using Table = std::multimap<u_int, ACE_DLL_Handle*>;
+
   static std::atomic<CQOV_Plugins*> pInstance_;
   /// Guards making and destroying the registry. The capitals are kept as they stand.
   static ACE_Thread_Mutex oSingLetonMutex_;
 
   ACE_Thread_Mutex lock_;
   /// Guarded by lock_.
-  std::multimap<u_int, ACE_DLL_Handle*> plugins_;
+  Table plugins_;
 };
 
 #endif
