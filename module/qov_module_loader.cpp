@@ -8,6 +8,7 @@
 #include <utility>
 
 #include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
 
 #include "module/dll_manager.h"
@@ -28,6 +29,11 @@ bool CQOV_Module_Loader::bModuleLoaded_ = false;
 CQOV_Module_Loader::CQOV_Module_Loader() = default;
 
 CQOV_Module_Loader::~CQOV_Module_Loader() {
+  if (getCurrentTask() != nullptr) {
+    // exit() on a module's own thread, which must not join itself.
+    abandonModules();
+    return;
+  }
   unload();
   stopLeftovers();
 }
@@ -179,6 +185,13 @@ bool CQOV_Module_Loader::holdsModules() {
   const ACE_Read_Guard<ACE_RW_Thread_Mutex> lock(lock_);
   return std::any_of(modules_.begin(), modules_.end(),
                      [](const auto& slot) { return slot != nullptr; });
+}
+
+void CQOV_Module_Loader::abandonModules() {
+  while (std::unique_ptr<ModuleEntry> entry = takeFirst()) {
+    // Their threads go on until the process is gone.
+    static_cast<void>(entry->taskMgr.release());
+  }
 }
 
 void CQOV_Module_Loader::stopLeftovers() {

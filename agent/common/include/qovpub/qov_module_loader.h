@@ -39,7 +39,8 @@ class CQOV_Module_Loader {
   /// Starts with an empty table.
   CQOV_Module_Loader();
 
-  /// Calls unload(), then stops what a failed load() left running.
+  /// Calls unload(), then stops what a failed load() left running. On a module's own thread, which
+  /// only an exit() there brings about, nothing is stopped or deleted, since it cannot join itself.
   ~CQOV_Module_Loader();
 
   CQOV_Module_Loader(const CQOV_Module_Loader&) = delete;
@@ -53,7 +54,8 @@ class CQOV_Module_Loader {
   /// object is destroyed. The failing module's library stays open.
   ///
   /// A bare module name is handed to ACE, which tries lib<name>.so, <name>.so and <name> on the
-  /// dynamic loader's own search path (LD_LIBRARY_PATH, run path); no directory is added.
+  /// dynamic loader's own search path (LD_LIBRARY_PATH, run path); no directory is added. A library's symbols are global: what is opened later finds them
+  /// before its own of the same name.
   /// A module's exception counts as its failure.
   bool load();
 
@@ -109,6 +111,7 @@ class CQOV_Module_Loader {
   std::unique_ptr<ModuleEntry> takeFirst();
   bool holdsModules();
   void stopLeftovers();
+  void abandonModules();
 
   /// Set by a load() that succeeded; guarded by lock_.
   static bool bModuleLoaded_;
