@@ -270,7 +270,7 @@ int main(int argc, char** argv) {
   std::vector<char*> arguments(argv, argv + argc);
   char repetitions[] = "--benchmark_repetitions=9";
   char aggregates[] = "--benchmark_report_aggregates_only=true";
-  char minTime[] = "--benchmark_min_time=0.05";
+  char minTime[] = "--benchmark_min_time=0.02";
   if (argc == 1) {
     arguments.insert(arguments.end(), {repetitions, aggregates, minTime});
   }

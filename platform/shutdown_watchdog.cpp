@@ -28,7 +28,8 @@ void writeToStandardError(const char* format, Arguments... arguments) {
   std::array<char, 160> line;
   const int length = std::snprintf(line.data(), line.size(), format, arguments...);
   if (length > 0 && takesALine(STDERR_FILENO) &&
-      ::write(STDERR_FILENO, line.data(), std::min<std::size_t>(length, line.size() - 1)) < 0) {
+      ::write(STDERR_FILENO, line.data(),
+              std::min(static_cast<std::size_t>(length), line.size() - 1)) < 0) {
     return;  // nobody left to tell
   }
 }
