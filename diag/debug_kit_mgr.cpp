@@ -2,6 +2,7 @@
 #include <ace/Log_Msg.h>
 #include <qovpub/qov_common_debugkit.h>
 
+#include <cerrno>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -19,7 +20,9 @@ std::atomic<CQOVDebugKitMgr*> processRegistry{nullptr};
 CQOVDebugKitMgr* makeProcessRegistry() {
   static std::mutex creation;
   const std::lock_guard<std::mutex> lock(creation);
+  const int callersErrno = errno;  // the first guard may be what makes the registry
   CQOVDebugKitMgr* const registry = Registry::instance();
+  errno = callersErrno;
   processRegistry.store(registry, std::memory_order_release);
   return registry;
 }
@@ -31,7 +34,7 @@ CQOVDebugKitMgr::CQOVDebugKitMgr() : small_{} {
     ACE_ERROR((LM_ERROR, "%p\n", "ACE_Hash_Map_Manager_Ex open"));
     return;
   }
-  auto kit = std::make_unique<CQOVDebugKit>("QOVPUBLIC", kPublicKit);
+  std::unique_ptr<CQOVDebugKit> kit(new (std::nothrow) CQOVDebugKit("QOVPUBLIC", kPublicKit));
   if (add(kit.get()) == 1) {
     static_cast<void>(kit.release());
   }
@@ -87,8 +90,13 @@ CQOVDebugKit* CQOVDebugKitMgr::lookUp(unsigned int id) {
   if (id < small_.size()) {
     return small_[id].load(std::memory_order_acquire);
   }
+  const int callersErrno = errno;  // guards look up too, and ACE sets it for an unknown id
   CQOVDebugKit* kit = nullptr;
-  return kits_.find(id, kit) == 0 ? kit : nullptr;
+  if (kits_.find(id, kit) != 0) {
+    kit = nullptr;
+  }
+  errno = callersErrno;
+  return kit;
 }
 
 void CQOVDebugKitMgr::publish(unsigned int id, CQOVDebugKit* kit) {

@@ -19,10 +19,19 @@ bool exists(const std::string& path) {
   return ::lstat(path.c_str(), &status) == 0;
 }
 
+/// Does not wait for the reader of a pipe: a pipe without one cannot be opened.
+int openForAppending(const std::string& path) {
+  const int fd = ::open(path.c_str(),
+                        O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, kMode);
+  if (fd >= 0) {
+    static_cast<void>(::fcntl(fd, F_SETFL, O_APPEND));
+  }
+  return fd;
+}
+
 /// A file that an earlier version left behind may be open to every writer.
-void closeToOthers(int fd) {
-  struct stat status {};
-  if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && (status.st_mode & S_IWOTH) != 0) {
+void closeToOthers(int fd, const struct stat& status) {
+  if (S_ISREG(status.st_mode) && (status.st_mode & S_IWOTH) != 0) {
     constexpr mode_t kPermissions = 07777;
     static_cast<void>(::fchmod(fd, status.st_mode & kPermissions & ~mode_t{S_IWOTH}));
   }
@@ -50,29 +59,48 @@ LogFile::~LogFile() {
 
 bool LogFile::open(const std::string& path) {
   if (path != path_) {
+    std::string next(path);
     close();
-    path_ = path;
+    path_.swap(next);
   }
   return begin(nullptr);
 }
 
+void LogFile::setOwner(uid_t user, gid_t group) {
+  hasOwner_ = true;
+  user_ = user;
+  group_ = group;
+}
+
 /// Opens path_ in place of the file so far, which stays open when that fails.
 bool LogFile::begin(const struct stat* predecessor) {
-  const int fd = ::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, kMode);
-  if (fd < 0) {
+  const bool isNew = !exists(path_);
+  const int fd = openForAppending(path_);
+  struct stat own {};
+  if (fd < 0 || ::fstat(fd, &own) != 0) {
     return false;
   }
   close();
   fd_ = fd;
-  closeToOthers(fd_);
+  device_ = own.st_dev;
+  inode_ = own.st_ino;
+  closeToOthers(fd_, own);
   if (predecessor != nullptr) {
     static_cast<void>(::fchown(fd_, predecessor->st_uid, predecessor->st_gid));
+  } else if (isNew && hasOwner_) {
+    static_cast<void>(::fchown(fd_, user_, group_));
   }
   return true;
 }
 
-/// Looks once a second whether the file still has a name. To look before every record would double
-/// its cost: the kernel keeps finer times for a file that is asked about between its changes.
+/// False also when someone has closed our descriptor, which its number may outlive.
+bool LogFile::statOwn(struct stat& own) const {
+  return fd_ >= 0 && ::fstat(fd_, &own) == 0 && own.st_dev == device_ && own.st_ino == inode_;
+}
+
+/// Looks once a second whether descriptor and path still belong together. To look before every
+/// record would double its cost: the kernel keeps finer times for a file that is asked about
+/// between its changes.
 bool LogFile::isReady() {
   const time_t now = time(nullptr);
   if (fd_ >= 0 && now == lastLook_) {
@@ -80,11 +108,14 @@ bool LogFile::isReady() {
   }
   lastLook_ = now;
   struct stat own {};
-  if (fd_ < 0 || ::fstat(fd_, &own) != 0) {
+  if (!statOwn(own)) {
     return begin(nullptr);
   }
-  const bool isDeleted = S_ISREG(own.st_mode) && own.st_nlink == 0;
-  return !isDeleted || begin(&own);
+  if (!isMoved(own)) {
+    return true;
+  }
+  const bool isDeleted = own.st_nlink == 0;
+  return begin(&own) || !isDeleted;  // rather in a file of another name than nowhere
 }
 
 bool LogFile::write(const iovec* pieces, int count) {
@@ -133,7 +164,7 @@ void LogFile::takeBack(size_t written) const {
 
 void LogFile::check(long long maxBytes, int predecessors) {
   struct stat own {};
-  if (fd_ < 0 || ::fstat(fd_, &own) != 0) {
+  if (!statOwn(own)) {
     begin(nullptr);
     return;
   }
@@ -166,10 +197,11 @@ bool LogFile::putAside(int predecessors) const {
 }
 
 void LogFile::close() {
-  if (fd_ >= 0) {
+  struct stat own {};
+  if (statOwn(own)) {
     ::close(fd_);
-    fd_ = -1;
   }
+  fd_ = -1;
 }
 
 }  // namespace qov

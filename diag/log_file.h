@@ -11,7 +11,7 @@
 namespace qov {
 
 /// The log file: appended to record by record, rotated by size, begun anew when someone moved or
-/// deleted it (a deletion is noticed within a second).
+/// deleted it (noticed within a second), or closed its descriptor.
 ///
 /// Thread: not locked; LogStream uses it under ACE's log lock.
 /// Owns:   its descriptor.
@@ -27,6 +27,9 @@ class LogFile {
   /// failure false: write() goes on trying, and only a file of that same path stays open.
   bool open(const std::string& path);
 
+  /// Gives a file that did not exist, and has no predecessor to take after, to this user.
+  void setOwner(uid_t user, gid_t group);
+
   /// Appends the pieces as one: all of them, or nothing and false.
   bool write(const iovec* pieces, int count);
 
@@ -37,6 +40,7 @@ class LogFile {
  private:
   bool begin(const struct stat* predecessor);
   bool isReady();
+  bool statOwn(struct stat& own) const;
   bool isMoved(const struct stat& own) const;
   bool putAside(int predecessors) const;
   size_t writeRest(const iovec* pieces, int count, size_t skipped);
@@ -46,7 +50,12 @@ class LogFile {
 
   std::string path_;
   int fd_ = -1;
-  time_t lastLook_ = 0;  ///< second in which the file was last seen to have a name
+  dev_t device_ = 0;  ///< with inode_: whose descriptor fd_ was when it was opened
+  ino_t inode_ = 0;
+  bool hasOwner_ = false;
+  uid_t user_ = 0;
+  gid_t group_ = 0;
+  time_t lastLook_ = 0;  ///< second in which fd_ and path_ were last seen to belong together
 };
 
 }  // namespace qov

@@ -24,7 +24,7 @@ bool needsAce(const ACE_Log_Msg& log, u_long flags) {
   if (log.msg_callback() == nullptr) {
     served |= ACE_Log_Msg::MSG_CALLBACK;
   }
-  if ((flags & ACE_Log_Msg::CUSTOM) != 0 && OrphanThreads::areAdopted()) {
+  if ((flags & ACE_Log_Msg::CUSTOM) != 0 && !OrphanThreads::hasForeignBackend()) {
     served |= ACE_Log_Msg::CUSTOM;
   }
   return (flags & ~served) != 0;
@@ -65,7 +65,6 @@ void writeStream(std::ostream& out, const RecordPieces& record) {
 }
 
 void writeToStreamOf(ACE_Log_Msg& log, const RecordPieces& record) {
-  OrphanThreads::adopt(log);
   std::ostream* const out = log.msg_ostream();
   LogStream* const logFile = LogStream::process();
   if (out == nullptr) {
@@ -85,6 +84,9 @@ void writeRecord(ACE_Log_Msg& log, const RecordInfo& info, std::string_view head
   log.set(kSource, info.sourceLine, 0, info.errnum, log.restart(), log.msg_ostream(),
           log.msg_callback());
   const u_long flags = log.flags();
+  if ((flags & ACE_Log_Msg::OSTREAM) != 0) {
+    OrphanThreads::adopt(log);
+  }
   if (needsAce(log, flags)) {
     writeThroughAce(log, info.priority, head, message);
     return;

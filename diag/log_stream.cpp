@@ -25,13 +25,16 @@ LogStream* LogStream::process() {
   return processStream.load(std::memory_order_acquire);
 }
 
-LogStream& LogStream::use(const std::string& path) {
+LogStream& LogStream::use(const std::string& path, std::optional<uid_t> owner) {
   LogStream* stream = process();
   if (stream == nullptr) {
     stream = new LogStream;  // never freed
     processStream.store(stream, std::memory_order_release);
   }
   stream->clear();
+  if (owner) {
+    stream->file_.setOwner(*owner, static_cast<gid_t>(*owner));
+  }
   stream->file_.open(path);
   return *stream;
 }

@@ -1,6 +1,7 @@
 #ifndef QOV_DIAG_LOG_STREAM_H
 #define QOV_DIAG_LOG_STREAM_H
 
+#include <optional>
 #include <ostream>
 #include <streambuf>
 #include <string>
@@ -24,8 +25,9 @@ class LogStream : public std::ostream {
   /// The stream of this process; null until use() was called once.
   static LogStream* process();
   /// Makes the process's stream write to `path`, and makes the stream if there is none. A file
-  /// that cannot be opened is tried again with every record.
-  static LogStream& use(const std::string& path);
+  /// that cannot be opened is tried again with every record. `owner` is who gets it when it does
+  /// not exist yet, its number standing for the group, too.
+  static LogStream& use(const std::string& path, std::optional<uid_t> owner);
 
   /// Writes the pieces of one record.
   void write(const iovec* pieces, int count);

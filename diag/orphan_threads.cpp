@@ -29,16 +29,16 @@ Adopter& adopter() {
 }  // namespace
 
 void OrphanThreads::adoptAll(ACE_Log_Msg& log) {
-  if (ACE_Log_Msg::msg_backend() == nullptr) {
-    ACE_Log_Msg::msg_backend(&adopter());
+  if (hasForeignBackend()) {
+    return;
   }
-  if (areAdopted()) {
-    log.set_flags(ACE_Log_Msg::CUSTOM);
-  }
+  ACE_Log_Msg::msg_backend(&adopter());
+  log.set_flags(ACE_Log_Msg::CUSTOM);
 }
 
-bool OrphanThreads::areAdopted() {
-  return ACE_Log_Msg::msg_backend() == &adopter();
+bool OrphanThreads::hasForeignBackend() {
+  const ACE_Log_Msg_Backend* const backend = ACE_Log_Msg::msg_backend();
+  return backend != nullptr && backend != &adopter();
 }
 
 void OrphanThreads::adopt(ACE_Log_Msg& log) {

@@ -12,8 +12,9 @@ class OrphanThreads {
   /// From now on any thread without a stream is adopted by its first record, also when that goes
   /// to ACE directly. Does nothing where the program has a logging backend of its own.
   static void adoptAll(ACE_Log_Msg& log);
-  /// Whether ACE's backend is the one of adoptAll(), which writes nothing itself.
-  static bool areAdopted();
+  /// Whether ACE has a backend that is not the one of adoptAll(). None at all is none, too: ACE
+  /// forgets it when it comes to its end, and goes on without.
+  static bool hasForeignBackend();
   /// Gives the calling thread, whose object `log` is, the process's stream if it has none.
   static void adopt(ACE_Log_Msg& log);
 };

@@ -1,3 +1,4 @@
+#include <pthread.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_utility.h>
 
@@ -25,18 +26,24 @@ struct Origin {
   int sourceLine;  ///< of the level operation, for ACE
 };
 
-/// errno is the caller's: logging stands between a failed call and the look at its reason.
-class ErrnoKeeper {
+/// What a call leaves as it found it. errno is the caller's: logging stands between a failed call
+/// and the look at its reason. And a thread that is cancelled goes after its record, not within:
+/// the unwinding must not meet the handlers below, nor leave half a record behind.
+class CallerState {
  public:
-  ErrnoKeeper() : kept_(errno) {}
-  ~ErrnoKeeper() { errno = kept_; }
-  ErrnoKeeper(const ErrnoKeeper&) = delete;
-  ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
+  CallerState() : errno_(errno) { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState_); }
+  ~CallerState() {
+    pthread_setcancelstate(cancelState_, nullptr);
+    errno = errno_;
+  }
+  CallerState(const CallerState&) = delete;
+  CallerState& operator=(const CallerState&) = delete;
 
-  int kept() const { return kept_; }
+  int errnum() const { return errno_; }
 
  private:
-  const int kept_;
+  const int errno_;
+  int cancelState_ = PTHREAD_CANCEL_ENABLE;
 };
 
 std::string_view textOf(const std::string& message) {
@@ -60,9 +67,9 @@ void write(ACE_Log_Msg& log, const LogLevel& level, const std::string& kitName,
 template <class Message>
 void writeMessage(ACE_Log_Msg& log, const LogLevel& level, const std::string& kitName,
                   const Origin& origin, const Message& message) noexcept {
-  const ErrnoKeeper errnoKeeper;
+  const CallerState caller;
   try {
-    write(log, level, kitName, origin, textOf(message), errnoKeeper.kept());
+    write(log, level, kitName, origin, textOf(message), caller.errnum());
   } catch (...) {
   }
 }
@@ -155,11 +162,11 @@ void CQOVDebugKit::critical(unsigned long long logId, const char* function, unsi
 void CQOVDebugKit::logFormatted(ACE_Log_Priority priority, int sourceLine, unsigned long long logId,
                                 const char* function, unsigned int line, const char* format,
                                 va_list args) const {
-  const ErrnoKeeper errnoKeeper;
+  const CallerState caller;
   try {
     const qov::MessageText message(format, args);
     write(*ACE_Log_Msg::instance(), qov::levelOf(priority), name_,
-          {logId, function, line, sourceLine}, message.text(), errnoKeeper.kept());
+          {logId, function, line, sourceLine}, message.text(), caller.errnum());
   } catch (...) {
   }
 }
@@ -175,7 +182,7 @@ void CQOVDebugKit::trace(const char* message) const {
 void CQOVDebugKit::makeLog(std::ostringstream& out, unsigned long long logId, const char* tag,
                            const char* function, unsigned int line,
                            const std::string& message) const {
-  appendRecord(out, qov::RecordHead(name_, logId, tag, function, line), textOf(message));
+  appendRecord(out, qov::RecordHead(name_, logId, tag, function, line), message);
 }
 
 void CQOVDebugKit::makeLog(std::ostringstream& out, unsigned long long logId, const char* tag,

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,29 +41,34 @@ long long maxBytes(const CLogging_Cfg_Param& param) {
   return std::max(0LL, static_cast<long long>(param.logFileMaxSize_)) * 1024;
 }
 
+std::optional<uid_t> findDaemon() {
+  std::vector<char> texts(16384);
+  struct passwd entry {};
+  struct passwd* user = nullptr;
+  if (::getpwnam_r("daemon", &entry, texts.data(), texts.size(), &user) != 0 || user == nullptr) {
+    return std::nullopt;
+  }
+  return user->pw_uid;
+}
+
 /// What other threads log meanwhile waits for the lock: ACE switches all destinations off for a
 /// moment.
-void applyOptions(qov::FileStrategy& strategy, const CLogging_Cfg_Param& param) {
+void applyOptions(qov::FileStrategy& strategy, const CLogging_Cfg_Param& param,
+                  std::optional<uid_t> owner) {
   ACE_Log_Msg& log = *ACE_Log_Msg::instance();
   const bool toFile = param.sendTerminal_ == 0;
   qov::LogOptions options(param);
   const qov::DestinationLock lock(log);
   if (toFile) {
-    log.msg_ostream(&qov::LogStream::use(param.logFile_), false);
+    log.msg_ostream(&qov::LogStream::use(param.logFile_, owner), false);
     qov::OrphanThreads::adoptAll(log);
   }
   strategy.init(options.argc(), options.argv());
 }
 
 /// The user's id also stands for the group, on purpose.
-int giveToDaemon(const char* file) {
-  std::vector<char> texts(16384);
-  struct passwd entry {};
-  struct passwd* user = nullptr;
-  if (::getpwnam_r("daemon", &entry, texts.data(), texts.size(), &user) != 0 || user == nullptr) {
-    return -1;
-  }
-  return ::chown(file, user->pw_uid, static_cast<gid_t>(user->pw_uid)) == 0 ? 0 : -1;
+int give(const char* file, std::optional<uid_t> user) {
+  return user && ::chown(file, *user, static_cast<gid_t>(*user)) == 0 ? 0 : -1;
 }
 
 }  // namespace
@@ -90,7 +96,7 @@ int CQOV_Logging_Strategy::initLogStrategy(const char* cfgFile, const char* logF
   return result == 0 ? initLogStrategy(param) : result;
 }
 
-int CQOV_Logging_Strategy::read_log_config(const char* /*cfgFile*/, CLogging_Cfg_Param& param) {
+int CQOV_Logging_Strategy::read_log_config(const char* /*cfgFile*/, CLogging_Cfg_Param& param) try {
   CQOV_Ini_Operator ini;
   const int opened = ini.open(nullptr);
   if (opened != 0) {
@@ -111,6 +117,9 @@ int CQOV_Logging_Strategy::read_log_config(const char* /*cfgFile*/, CLogging_Cfg
   }
   param.logLevel_ = std::min(param.logLevel_, kMaxLevel);
   return 0;
+} catch (const std::bad_alloc&) {
+  errno = ENOMEM;
+  return -1;
 }
 
 int CQOV_Logging_Strategy::initLogStrategy(const CLogging_Cfg_Param& param) {
@@ -127,7 +136,8 @@ int CQOV_Logging_Strategy::initLogStrategy(const CLogging_Cfg_Param& param) {
     if (checked) {
       strategy->reactor(ACE_Reactor::instance());
     }
-    applyOptions(*strategy, param);
+    const std::optional<uid_t> owner = findDaemon();
+    applyOptions(*strategy, param, owner);
     if (toFile) {
       strategy->handle_timeout(ACE_Time_Value(param.chkInterval_), nullptr);
     }
@@ -136,7 +146,7 @@ int CQOV_Logging_Strategy::initLogStrategy(const CLogging_Cfg_Param& param) {
       strategy->arm(param.chkInterval_);
     }
     strategy_ = std::move(strategy);
-    return giveToDaemon(param.logFile_);
+    return give(param.logFile_, owner);
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;
     return -1;

@@ -17,7 +17,8 @@ namespace {
 
 /// The process name, from the executable alone. CProcInfo derives the same text, but also reads
 /// the configuration: it throws without one, tries again on each call, and would wait for itself
-/// if something logged while it is being built.
+/// if something logged while it is being built. Taken once, as CProcInfo does: empty for good where
+/// it cannot be read.
 const std::string& processName() {
   static std::atomic<const std::string*> published{nullptr};
   const std::string* known = published.load(std::memory_order_acquire);

@@ -1,5 +1,8 @@
 #include "diag/standard_error.h"
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 
@@ -7,13 +10,26 @@ namespace qov {
 
 namespace {
 
+/// How long to wait for the reader of a standard error that does not block.
+constexpr int kPatienceMs = 1000;
+
+/// Whether a call that failed with `reason` is worth repeating.
+bool mayGoOn(int reason) {
+  if (reason == EAGAIN || reason == EWOULDBLOCK) {
+    pollfd standardError{STDERR_FILENO, POLLOUT, 0};
+    return ::poll(&standardError, 1, kPatienceMs) != 0;
+  }
+  return reason == EINTR;
+}
+
 bool writeAll(const char* from, size_t size) {
   while (size > 0) {
+    errno = 0;
     const size_t written = std::fwrite(from, 1, size, stderr);
     if (written < size) {
-      const bool interrupted = errno == EINTR;
+      const int reason = errno;
       std::clearerr(stderr);
-      if (!interrupted) {
+      if (!mayGoOn(reason)) {
         return false;
       }
     }

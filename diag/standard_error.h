@@ -5,7 +5,8 @@
 
 namespace qov {
 
-/// Writes the pieces to standard error, going on after interruptions; any other failure ends it.
+/// Writes the pieces to standard error. Goes on after interruptions, and waits a second for the
+/// reader of one that does not block; any other failure ends it.
 void writeStandardError(const iovec* pieces, int count);
 
 }  // namespace qov

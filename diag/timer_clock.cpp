@@ -1,12 +1,25 @@
 #include "diag/timer_clock.h"
 
+#include <ace/Guard_T.h>
 #include <ace/High_Res_Timer.h>
 #include <ace/Reactor.h>
+#include <ace/Recursive_Thread_Mutex.h>
+#include <ace/Timer_Heap.h>
 #include <ace/Timer_Queue.h>
+
+#include <memory>
 
 namespace qov {
 
 namespace {
+
+using Guard = ACE_Guard<ACE_Recursive_Thread_Mutex>;
+
+/// The lock of a reactor's own kind of queue; a queue of another kind is its owner's business.
+std::unique_ptr<Guard> lockOf(ACE_Timer_Queue& timers) {
+  auto* const heap = dynamic_cast<ACE_Timer_Heap*>(&timers);
+  return heap != nullptr ? std::make_unique<Guard>(heap->mutex()) : nullptr;
+}
 
 /// Moves every waiting timer by the same amount, which keeps the queue's order.
 void moveTimers(ACE_Timer_Queue& timers, const ACE_Time_Value& by) {
@@ -25,9 +38,12 @@ void useHighResolutionClock(ACE_Reactor& reactor) {
     return;
   }
   ACE_High_Res_Timer::global_scale_factor();
+  const std::unique_ptr<Guard> guard = lockOf(*timers);
   const ACE_Time_Value ahead = ACE_High_Res_Timer::gettimeofday_hr() - timers->gettimeofday();
-  const ACE_Time_Value second(1);
-  if (switched == timers && ahead < second && ahead > ACE_Time_Value(-1)) {
+  // A new queue may stand where one that was switched has been. The two clocks are years apart,
+  // and no pause between the two readings above is as long as this.
+  const ACE_Time_Value clocksDiffer(3600);
+  if (switched == timers && ahead < clocksDiffer && ahead > ACE_Time_Value(-3600)) {
     return;
   }
   timers->gettimeofday(&ACE_High_Res_Timer::gettimeofday_hr);

@@ -139,15 +139,20 @@ TEST_F(DebugKitGuard, TakesANullNameForAnEmptyOne) {
   EXPECT_THAT(capture_.text(), EndsWith("leave : OK\n"));
 }
 
-TEST_F(DebugKitGuard, LeavesErrnoAlone) {
-  {
-    errno = ENOENT;
-    CQOVDebugKitGuard guard(7, "f");
-    EXPECT_EQ(errno, ENOENT);
-    guard.error(1, "f", 2, "%d", 3);
-    EXPECT_EQ(errno, ENOENT);
+TEST_F(DebugKitGuard, LeavesErrnoAloneWhateverItsId) {
+  for (const int id : {0, 7, 300, -1}) {
+    errno = EIO;
+    {
+      CQOVDebugKitGuard guard(id, "f");
+      EXPECT_EQ(errno, EIO) << id;
+      guard.error(1, "f", 2, "%d", 3);
+      EXPECT_EQ(errno, EIO) << id;
+      { const CQOVDebugKit deleted("GONE", 8); }
+      guard.error(1, "f", 2, "%d", 3);
+      EXPECT_EQ(errno, EIO) << id;
+    }
+    EXPECT_EQ(errno, EIO) << id;
   }
-  EXPECT_EQ(errno, ENOENT);
 }
 
 }  // namespace

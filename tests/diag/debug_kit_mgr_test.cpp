@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <qovpub/qov_common_debugkit.h>
 
+#include <atomic>
 #include <cerrno>
 #include <memory>
 #include <thread>
@@ -102,9 +103,14 @@ TEST(DebugKitMgr, IsTheOneThatAcesSingletonHolds) {
 TEST(DebugKitMgr, IsMadeOnceByThreadsThatAskTogether) {
   CQOVDebugKitMgr::close();
   std::vector<CQOVDebugKitMgr*> seen(8);
+  std::atomic<size_t> ready{0};
   std::vector<std::thread> threads;
   for (auto& slot : seen) {
-    threads.emplace_back([&slot] { slot = CQOVDebugKitMgr::instance(); });
+    threads.emplace_back([&] {
+      for (++ready; ready < seen.size();) {
+      }
+      slot = CQOVDebugKitMgr::instance();
+    });
   }
   for (auto& thread : threads) {
     thread.join();
@@ -116,24 +122,29 @@ TEST(DebugKitMgr, IsMadeOnceByThreadsThatAskTogether) {
 }
 
 TEST(DebugKitMgr, AnswersWhileOthersAddAndRemove) {
-  CQOVDebugKitMgr kits;
-  CQOVDebugKit first("K", kSmallId);
-  CQOVDebugKit second("K", kSmallId);
-  const auto change = [&kits](CQOVDebugKit& kit) {
-    for (int round = 0; round < 2000; ++round) {
-      if (kits.add(&kit) == 1) {
-        EXPECT_EQ(kits.remove(kSmallId), &kit);
+  for (const unsigned int id : {kSmallId, kLargeId}) {
+    CQOVDebugKitMgr kits;
+    CQOVDebugKit first("K", id);
+    CQOVDebugKit second("K", id);
+    std::atomic<int> changing{2};
+    const auto change = [&](CQOVDebugKit& kit) {
+      for (int round = 0; round < 2000; ++round) {
+        if (kits.add(&kit) == 1) {
+          EXPECT_EQ(kits.remove(id), &kit);
+        }
       }
+      --changing;
+    };
+    std::thread one([&] { change(first); });
+    std::thread two([&] { change(second); });
+    while (changing > 0) {
+      const CQOVDebugKit* const found = kits.find(id);
+      EXPECT_TRUE(found == &first || found == &second || found == kits.find(0));
     }
-  };
-  std::thread one([&] { change(first); });
-  std::thread two([&] { change(second); });
-  for (int round = 0; round < 2000; ++round) {
-    EXPECT_NE(kits.find(kSmallId), nullptr);
+    one.join();
+    two.join();
+    EXPECT_EQ(kits.find(id), kits.find(0));
   }
-  one.join();
-  two.join();
-  EXPECT_EQ(kits.find(kSmallId), kits.find(0));
 }
 
 }  // namespace

@@ -1,40 +1,63 @@
 #include <gtest/gtest.h>
 #include <qovpub/qov_common_debugkit.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
 #include <new>
+#include <string>
 
 #include "tests/diag/log_capture.h"
 
 namespace {
 
 thread_local long allocations = 0;
+thread_local bool outOfMemory = false;
 
 void* allocate(std::size_t size) {
   ++allocations;
-  return std::malloc(size);
+  return outOfMemory ? nullptr : std::malloc(size);
 }
 
 }  // namespace
 
-// The library's calls come here, too. Not inlined: where the compiler sees into one half of a pair
-// only, it takes malloc() and free() for a mismatch.
-void* operator new(std::size_t size) {
+// The library's calls come here, too. All forms, since the sanitizers' own do not lead from one to
+// another; and not inlined, or the compiler sees new meet free().
+#define QOV_OWN [[gnu::noinline]]
+QOV_OWN void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return allocate(size);
+}
+QOV_OWN void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return allocate(size);
+}
+QOV_OWN void* operator new(std::size_t size) {
   if (void* const memory = allocate(size)) {
     return memory;
   }
   throw std::bad_alloc();
 }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return allocate(size);
+QOV_OWN void* operator new[](std::size_t size) {
+  return ::operator new(size);
 }
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
+QOV_OWN void operator delete(void* memory) noexcept {
   std::free(memory);
 }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+QOV_OWN void operator delete(void* memory, std::size_t) noexcept {
   std::free(memory);
 }
+QOV_OWN void operator delete(void* memory, const std::nothrow_t&) noexcept {
+  std::free(memory);
+}
+QOV_OWN void operator delete[](void* memory) noexcept {
+  std::free(memory);
+}
+QOV_OWN void operator delete[](void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
+QOV_OWN void operator delete[](void* memory, const std::nothrow_t&) noexcept {
+  std::free(memory);
+}
+#undef QOV_OWN
 
 namespace {
 
@@ -90,6 +113,32 @@ TEST_F(DisabledLevel, BuildsNothingInAGuard) {
 TEST_F(DisabledLevel, IsWhatMakesTheDifference) {
   LogCapture::log().priority_mask(LogCapture::kAllLevels, ACE_Log_Msg::PROCESS);
   EXPECT_GT(allocationsOf([] { const CQOVDebugKitGuard guard(0, kLongText); }), 0);
+}
+
+TEST(OutOfMemory, LeavesAKitThatCannotBeRegisteredToItsOwner) {
+  CQOVDebugKitMgr kits;
+  CQOVDebugKit kit("KIT", 300);
+  errno = 0;
+  outOfMemory = true;
+  const int added = kits.add(&kit);
+  const int reason = errno;
+  outOfMemory = false;
+  EXPECT_EQ(added, 0);
+  EXPECT_EQ(reason, ENOMEM);
+  EXPECT_EQ(kits.find(300), kits.find(0));
+}
+
+TEST(OutOfMemory, CostsARecordAndNothingElse) {
+  LogCapture capture;
+  const CQOVDebugKit kit("KIT", 5);
+  const std::string endless(2000, 'f');
+  outOfMemory = true;
+  kit.error(1, endless.c_str(), 2, "m");
+  { const CQOVDebugKitGuard guard(0, kLongText); }
+  outOfMemory = false;
+  capture.clear();
+  kit.error(1, "f", 2, "m");
+  EXPECT_EQ(capture.lines(), 1);
 }
 
 }  // namespace

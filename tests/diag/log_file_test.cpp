@@ -1,5 +1,6 @@
 #include "diag/log_file.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -124,6 +125,38 @@ TEST_F(LogFileTest, BeginsAnewAtTheCheckWhenTheFileWasMoved) {
   write(file, "third\n");
   EXPECT_EQ(readFile(path_ + ".moved"), "first\nsecond\n");
   EXPECT_EQ(readFile(path_), "third\n");
+}
+
+TEST_F(LogFileTest, BeginsAnewWithoutAnyCheckWhenTheFileWasMoved) {
+  LogFile file;
+  file.open(path_);
+  write(file, "first\n");
+  fs::rename(path_, path_ + ".moved");
+  EXPECT_TRUE(writeUntilThere(file, "anew\n"));
+  EXPECT_EQ(readFile(path_), "anew\n");
+}
+
+TEST_F(LogFileTest, LeavesADescriptorAloneThatIsNoLongerItsOwn) {
+  const std::string other = directory_.file("other");
+  LogFile file;
+  const int probe = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  ::close(probe);  // the lowest free number, which the file gets next
+  file.open(path_);
+  const int foreign = ::open(other.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_EQ(::dup2(foreign, probe), probe);  // as if the number had been closed and given away
+  file.check(0, 2);
+  EXPECT_TRUE(write(file, "mine\n"));
+  EXPECT_EQ(readFile(path_), "mine\n");
+  EXPECT_EQ(readFile(other), "");
+  EXPECT_EQ(::fcntl(probe, F_GETFD) == -1, false) << "it belongs to someone else now";
+  ::close(probe);
+  ::close(foreign);
+}
+
+TEST_F(LogFileTest, DoesNotWaitForTheReaderOfAPipe) {
+  ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
+  LogFile file;
+  EXPECT_FALSE(file.open(path_));
 }
 
 TEST_F(LogFileTest, RotatesOnlyBeyondTheLimit) {

@@ -1,4 +1,6 @@
 #include <ace/Log_Msg.h>
+#include <ace/Log_Msg_Backend.h>
+#include <ace/Reactor.h>
 #include <ace/Thread_Manager.h>
 #include <gmock/gmock.h>
 #include <qovpub/qov_common_debugkit.h>
@@ -107,6 +109,60 @@ TEST_F(LogThreads, LoseAndRepeatNothingWhileTheSettingsAreApplied) {
   }
 }
 
+TEST_F(LogThreads, LoseNothingWhileTheReactorRotates) {
+  param_.logFileMaxSize_ = 8;
+  param_.logFileMaxCnt_ = 1000000;
+  param_.chkInterval_ = 1;
+  strategy_.initLogStrategy(param_);
+  std::atomic<bool> enough{false};
+  size_t written = 0;
+  std::thread writer([&] {
+    for (; written < 200 || (!enough && written < 200000); ++written) {
+      kit_.error(1, "f", 2, std::to_string(written));
+    }
+  });
+  ACE_Time_Value limit(30);
+  while (!fs::exists(path_ + ".1") && limit > ACE_Time_Value::zero) {
+    ACE_Reactor::instance()->handle_events(limit);
+  }
+  enough = true;
+  writer.join();
+  EXPECT_TRUE(fs::exists(path_ + ".1"));
+  EXPECT_EQ(messages().size(), written);
+}
+
+/// Logs when its thread is almost gone.
+struct LastWords {
+  ~LastWords() { kit_->error(1, "f", 2, "from a thread that ends"); }
+  const CQOVDebugKit* kit_ = nullptr;
+};
+
+TEST_F(LogThreads, LogFromTheDestructorsOfTheirObjects) {
+  strategy_.initLogStrategy(param_);
+  std::thread([this] {
+    thread_local LastWords words;
+    words.kit_ = &kit_;
+  }).join();
+  EXPECT_THAT(readFile(path_), EndsWith("] from a thread that ends\n"));
+}
+
+void logWhenTheProgramEnds(const CLogging_Cfg_Param& param) {
+  static const CQOVDebugKit kit("KIT", 5);
+  static CQOV_Logging_Strategy strategy;
+  strategy.initLogStrategy(param);
+  static LastWords words;
+  words.kit_ = &kit;
+  std::exit(0);
+}
+
+using LogThreadsDeathTest = LogThreads;
+
+TEST_F(LogThreadsDeathTest, LogFromTheDestructorsOfTheProgram) {
+  param_.chkInterval_ = 600;
+  EXPECT_EXIT(logWhenTheProgramEnds(param_), testing::ExitedWithCode(0), "");
+  EXPECT_THAT(readFile(path_), EndsWith("] from a thread that ends\n"));
+}
+
 TEST_F(LogThreads, NeverFindTheDestinationsSwitchedOff) {
   strategy_.initLogStrategy(param_);
   std::atomic<bool> enough{false};
@@ -155,6 +211,38 @@ TEST_F(LogThreads, ReachTheFileThroughAceAlone) {
     const AceThread thread([] { ACE_ERROR((LM_ERROR, "from one that inherits\n")); });
   }
   EXPECT_THAT(readFile(path_), EndsWith(" straight to ACE\nfrom main\nfrom one that inherits\n"));
+}
+
+/// A program's own destination beside ours.
+class CountingBackend : public ACE_Log_Msg_Backend {
+ public:
+  int open(const ACE_TCHAR*) override { return 0; }
+  int reset() override { return 0; }
+  int close() override { return 0; }
+  ssize_t log(ACE_Log_Record&) override {
+    ++records_;
+    return 0;
+  }
+  int records_ = 0;
+};
+
+TEST_F(LogThreads, ReachTheFileBesideABackendOfTheProgram) {
+  CountingBackend backend;
+  ACE_Log_Msg_Backend* const before = ACE_Log_Msg::msg_backend(&backend);
+  LogStateKeeper::log().set_flags(ACE_Log_Msg::CUSTOM);
+  strategy_.initLogStrategy(param_);
+  std::thread([this] { kit_.error(1, "f", 2, "to both"); }).join();
+  ACE_Log_Msg::msg_backend(before);
+  EXPECT_EQ(backend.records_, 1);
+  EXPECT_THAT(readFile(path_), EndsWith("] to both\n"));
+}
+
+TEST_F(LogThreads, ReachTheFileWhenTheBackendIsGone) {
+  strategy_.initLogStrategy(param_);
+  ACE_Log_Msg_Backend* const before = ACE_Log_Msg::msg_backend(nullptr);  // as ACE does at the end
+  std::thread([this] { kit_.error(1, "f", 2, "late"); }).join();
+  ACE_Log_Msg::msg_backend(before);
+  EXPECT_THAT(readFile(path_), EndsWith("] late\n"));
 }
 
 TEST_F(LogThreads, KeepAStreamOfTheirOwn) {

@@ -4,6 +4,8 @@
 #include <pwd.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_logging_strategy.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -158,6 +160,36 @@ TEST_F(LoggingStrategy, UsesStandardErrorUntilTheLogDirectoryIsThere) {
   EXPECT_THAT(readFile(later), EndsWith("] third\n"));
   log("fourth");
   EXPECT_EQ(std::count(std::istreambuf_iterator<char>(std::ifstream(later).rdbuf()), {}, '\n'), 3);
+}
+
+TEST_F(LoggingStrategy, GivesAFileThatComesLaterToTheUserDaemonToo) {
+  if (ownerResult() != 0) {
+    GTEST_SKIP() << "only root may give files away";
+  }
+  const std::string later = directory_.file("missing/x.log");
+  std::snprintf(param_.logFile_, sizeof(param_.logFile_), "%s", later.c_str());
+  strategy_.initLogStrategy(param_);
+  fs::create_directory(directory_.path() / "missing");
+  log("m");
+  struct stat status {};
+  ASSERT_EQ(::stat(later.c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, ::getpwnam("daemon")->pw_uid);
+}
+
+TEST_F(LoggingStrategy, GoesOnWithTheFileWhenTheDiskHasRoomAgain) {
+  strategy_.initLogStrategy(param_);
+  rlimit before{};
+  ::getrlimit(RLIMIT_FSIZE, &before);
+  auto* const handler = ::signal(SIGXFSZ, SIG_IGN);
+  const rlimit full{10, before.rlim_max};
+  ::setrlimit(RLIMIT_FSIZE, &full);
+  kit_.error(1, "f", 2, "lost");
+  ACE_ERROR((LM_ERROR, "lost straight to ACE\n"));
+  ::setrlimit(RLIMIT_FSIZE, &before);
+  ::signal(SIGXFSZ, handler);
+  ACE_ERROR((LM_ERROR, "kept\n"));
+  EXPECT_THAT(logged(), EndsWith("could not be written: 2\nkept\n"));
+  EXPECT_THAT(logged(), StartsWith("[")) << "nothing torn";
 }
 
 TEST_F(LoggingStrategy, RotatesAFileThatIsTooLargeAtOnce) {
@@ -316,6 +348,36 @@ TEST_F(LogConfiguration, StopsAtTheFirstMissingKey) {
   EXPECT_EQ(param_.logFileMaxSize_, 3);
   EXPECT_EQ(param_.logFileMaxCnt_, 3);
   EXPECT_EQ(param_.logLevel_, 2);
+}
+
+TEST_F(LogConfiguration, NeedsEachOfItsKeys) {
+  const std::vector<std::string> keys = {"SendTerminal", "ChkInterval", "LogFileMaxSize",
+                                         "LogFileMaxCnt", "LogLevel"};
+  for (const std::string& missing : keys) {
+    std::string section;
+    for (const std::string& key : keys) {
+      section += key == missing ? "" : key + "=1\n";
+    }
+    ProcessRoot::configure(section);
+    EXPECT_EQ(read(), -1) << missing;
+  }
+}
+
+TEST_F(LogConfiguration, FailsWithoutItsFile) {
+  ProcessRoot::configure("SendTerminal=1\n");
+  QOV_Utility::getProcessCfgFileName();  // the process has read it; now it goes
+  fs::remove(ProcessRoot::cfgFile());
+  EXPECT_EQ(read(), -1);
+}
+
+TEST_F(LogConfiguration, SendsRecordsToTheTerminalIfItSaysSo) {
+  ProcessRoot::configure(
+      "SendTerminal=1\nChkInterval=600\nLogFileMaxSize=10\nLogFileMaxCnt=3\nLogLevel=2\n");
+  EXPECT_EQ(strategy_.initLogStrategy(nullptr, path_.c_str()), -1);
+  EXPECT_FALSE(fs::exists(path_));
+  testing::internal::CaptureStderr();
+  log("m");
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith("] m\n"));
 }
 
 TEST_F(LogConfiguration, FailsWithoutItsSection) {

@@ -1,8 +1,14 @@
+#include <ace/Log_Msg_Backend.h>
 #include <ace/Log_Msg_Callback.h>
 #include <ace/Log_Record.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <pthread.h>
 #include <qovpub/qov_common_debugkit.h>
 
+#include <unistd.h>
+
+#include <atomic>
 #include <streambuf>
 #include <thread>
 #include <vector>
@@ -146,6 +152,95 @@ TEST_F(RecordOutput, NeverMixesTheRecordsOfTwoThreads) {
                 message == std::string(10, 'c'));
   }
   EXPECT_EQ(whole, 3 * kRecords);
+}
+
+/// Standard error is a pipe that refuses what does not fit.
+class NonBlockingStandardError {
+ public:
+  NonBlockingStandardError() : kept_(::dup(STDERR_FILENO)) {
+    EXPECT_EQ(::pipe(ends_), 0);
+    ::fcntl(ends_[1], F_SETFL, O_NONBLOCK);
+    ::dup2(ends_[1], STDERR_FILENO);
+    ::close(ends_[1]);
+  }
+  ~NonBlockingStandardError() {
+    restore();
+    ::close(ends_[0]);
+  }
+  NonBlockingStandardError(const NonBlockingStandardError&) = delete;
+  NonBlockingStandardError& operator=(const NonBlockingStandardError&) = delete;
+
+  void restore() {
+    if (kept_ >= 0) {
+      ::dup2(kept_, STDERR_FILENO);
+      ::close(kept_);
+      kept_ = -1;
+    }
+  }
+
+  /// All that is written until restore() was called.
+  std::string readAll() const {
+    std::string all;
+    char part[4096];
+    for (ssize_t size = 0; (size = ::read(ends_[0], part, sizeof(part))) > 0;) {
+      all.append(part, static_cast<size_t>(size));
+    }
+    return all;
+  }
+
+ private:
+  int kept_;
+  int ends_[2] = {-1, -1};
+};
+
+TEST_F(RecordOutput, WritesWholeToAStandardErrorThatDoesNotBlock) {
+  LogStateKeeper::useFlags(ACE_Log_Msg::STDERR);
+  NonBlockingStandardError standardError;
+  const std::string message(65536, 'x');
+  std::string received;
+  std::thread reader([&] { received = standardError.readAll(); });
+  for (int i = 0; i < 5; ++i) {
+    kit_.info(1, "f", 2, message);
+  }
+  standardError.restore();
+  reader.join();
+  EXPECT_EQ(std::count(received.begin(), received.end(), '\n'), 5);
+  EXPECT_EQ(std::count(received.begin(), received.end(), 'x'), 5 * 65536);
+}
+
+/// A stream in which a thread can be cancelled.
+class Interruptible : public std::stringbuf {
+ protected:
+  int sync() override {
+    pthread_testcancel();
+    return 0;
+  }
+};
+
+TEST_F(RecordOutput, LetsAThreadBeCancelledOnlyAfterItsRecord) {
+  Interruptible buffer;
+  std::ostream stream(&buffer);
+  struct Work {
+    const CQOVDebugKit* kit;
+    std::ostream* stream;
+  } work{&kit_, &stream};
+  pthread_t thread{};
+  ASSERT_EQ(pthread_create(
+                &thread, nullptr,
+                [](void* argument) -> void* {
+                  const Work& mine = *static_cast<Work*>(argument);
+                  LogCapture::log().msg_ostream(mine.stream, false);
+                  pthread_cancel(pthread_self());
+                  mine.kit->info(1, "f", 2, "whole");
+                  pthread_testcancel();
+                  return nullptr;
+                },
+                &work),
+            0);
+  void* result = nullptr;
+  ASSERT_EQ(pthread_join(thread, &result), 0);
+  EXPECT_EQ(result, PTHREAD_CANCELED);
+  EXPECT_THAT(buffer.str(), EndsWith("] whole\n"));
 }
 
 }  // namespace

@@ -31,7 +31,8 @@
 /// Errors: none are reported and nothing is thrown. A message ends at its first NUL. A formatted
 ///         message is cut to 65,535 characters, and at a conversion that cannot be carried out
 ///         ("%n" among them: it is never obeyed). A null message is an empty one. A null function
-///         ends the record in front of that field.
+///         ends the record in front of that field, though not the line: the newline is kept. A
+///         thread that is cancelled while it logs goes when its record is written.
 class CQOVDebugKit {
  public:
   CQOVDebugKit(const std::string& name, unsigned int id);
@@ -117,7 +118,7 @@ class CQOVDebugKit {
   void trace(const char* message) const;
 
   /// Appends one record, its newline included, to `out` whatever the priority mask says, and
-  /// flushes `out`. A null `tag` or `function` leaves `out` in its bad state behind the fields
+  /// flushes `out`. The first form takes the message whole, NULs and all. A null `tag` or `function` leaves `out` in its bad state behind the fields
   /// before it, as inserting the null text would.
   void makeLog(std::ostringstream& out, unsigned long long logId, const char* tag,
                const char* function, unsigned int line, const std::string& message) const;
@@ -170,6 +171,7 @@ class CQOVDebugKitMgr {
   /// Takes the kit of `id` out and gives it to the caller; null with errno ENOENT if there is none.
   CQOVDebugKit* remove(unsigned int id);
   /// The kit of `id`, or the public kit when there is none; null only when that was removed, too.
+  /// Leaves errno alone.
   CQOVDebugKit* find(unsigned int id);
 
  private:

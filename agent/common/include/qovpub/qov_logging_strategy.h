@@ -10,7 +10,8 @@ struct CLogging_Cfg_Param {
   /// Sets the defaults, named beside each field.
   CLogging_Cfg_Param();
 
-  /// Path of the log file, always ended by a NUL; a longer one is cut to 255 characters.
+  /// Path of the log file, always ended by a NUL; a longer one is cut to 255 characters. With an
+  /// empty one there is no file, and records go to standard error.
   /// "/var/log/KRV/NoSetLogFile.log".
   char logFile_[256];
   /// Key "ChkInterval": seconds between two checks of the log file; 0 or less: no checks, so no
@@ -35,9 +36,9 @@ struct CLogging_Cfg_Param {
 ///
 /// Records of all threads go to one file, whatever thread wrote them and whenever it was started.
 /// The file is appended to and never open to writers outside its owner and group; a file that was
-/// moved or deleted is begun anew, and a rotated one's successor has its owner. What the file
-/// cannot take (no directory, a full disk) goes to standard error, and the first record that the
-/// file takes again is preceded by one that counts what it lacks.
+/// moved or deleted is begun anew within a second of logging, and has its predecessor's owner, as
+/// after a rotation. What the file cannot take (no directory, a full disk) goes to standard error,
+/// and the first record that the file takes again is preceded by one that counts what it lacks.
 ///
 /// The settings may be applied again at any time while other threads log: no record is lost or
 /// split, and there is still one file, one timer and the same sequence of rotated files. The
