@@ -9,8 +9,8 @@ namespace qov {
 /// /dev/null. The calling process and a child of it exit with status 0; the caller goes on as a
 /// grandchild with the same file mode mask and limits. SIGHUP stays ignored, as ACE leaves it.
 ///
-/// Failures are not reported. When the first fork fails nothing has changed and the caller goes on in
-/// the foreground; when the second one does, both processes have exited and no daemon is left.
+/// Failures are not reported. When the first fork fails nothing has changed and the caller goes on
+/// in the foreground; when the second one does, both processes have exited and no daemon is left.
 void becomeDaemon(const std::string& directory);
 
 }  // namespace qov

@@ -45,9 +45,9 @@ class SignalAdmission {
 /// the signal itself.
 void ignoreBrokenPipes();
 
-/// Has the thread that calls exit(), or returns from main, block SIGINT, SIGUSR1 and SIGPIPE for the
-/// rest of the process, which none of them can end then. ACE's own end takes the handlers away and
-/// standard output is written after that, but a mask stays.
+/// Has the thread that calls exit(), or returns from main, block SIGINT, SIGUSR1 and SIGPIPE for
+/// the rest of the process, which none of them can end then. ACE's own end takes the handlers away
+/// and standard output is written after that, but a mask stays.
 void blockSignalsAtExit();
 
 }  // namespace qov

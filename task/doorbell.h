@@ -46,8 +46,8 @@ void ring(const std::shared_ptr<Doorbell>& bell);
 /// Rings what the calling thread has collected. Whoever is about to wait calls it first.
 void ringCollected();
 
-/// While one lives, its thread collects its rings instead of being interrupted by each thread that it
-/// wakes. They go out when the thread is about to wait, when they are many, and at the end.
+/// While one lives, its thread collects its rings instead of being interrupted by each thread that
+/// it wakes. They go out when the thread is about to wait, when they are many, and at the end.
 class RingCollector {
  public:
   RingCollector();

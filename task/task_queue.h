@@ -15,8 +15,8 @@ namespace qov {
 
 /// The message queue of a task. Differs from ACE's own in five ways:
 ///
-/// - It wakes its waiter after its lock is free, and through a Doorbell, so that a thread that fills
-///   many queues can wake their waiters together.
+/// - It wakes its waiter after its lock is free, and through a Doorbell, so that a thread that
+///   fills many queues can wake their waiters together.
 /// - pulse() is not lost when nobody waits yet: it ends the next wait. (ACE's leaves the queue in a
 ///   state in which the waiter cannot even take the message that arrives next.)
 /// - MB_STOP blocks get in however full the queue is.
@@ -74,8 +74,8 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   int put(ACE_Message_Block* mb, ACE_Time_Value* timeout, bool force);
   /// Puts `mb` in, with the queue's lock held.
   int putLocked(ACE_Message_Block* mb, ACE_Time_Value* timeout, bool force);
-  /// Waits for the bell without the queue's lock, which is held before and after. False when no ring
-  /// came until `timeout`, an absolute time of day.
+  /// Waits for the bell without the queue's lock, which is held before and after. False when no
+  /// ring came until `timeout`, an absolute time of day.
   bool waitForBell(const ACE_Time_Value* timeout);
 
   /// Tells the load how the queue's bytes have changed since it was told last; hands `result` on.

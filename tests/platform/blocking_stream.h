@@ -8,8 +8,8 @@
 
 namespace qov::test {
 
-/// A log that takes nothing for a while: whoever writes to it is held up until letGo(). Make it with
-/// new and leave it: a thread may still be in it when the process ends.
+/// A log that takes nothing for a while: whoever writes to it is held up until letGo(). Make it
+/// with new and leave it: a thread may still be in it when the process ends.
 class BlockingStream : private std::streambuf {
  public:
   BlockingStream() : stream_(this) {}

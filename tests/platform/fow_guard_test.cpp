@@ -180,7 +180,8 @@ TEST(FowGuardDeathTest, DoesNotDisturbTheExitOfAProcessInTheMiddleOfAHandling) {
       ::testing::ExitedWithCode(0), "");
 }
 
-// ThreadSanitizer objects to ACE, which destroys its log's lock at exit while the stuck thread has it.
+// ThreadSanitizer objects to ACE, which destroys its log's lock at exit while the stuck thread has
+// it.
 #if !QOV_TEST_TSAN
 TEST(FowGuardDeathTest, DoesNotKeepAProcessFromItsEndWhenTheLogTakesNothing) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";

@@ -53,8 +53,8 @@ class FowGuard {
 /// The guard is made before the process starts to work and lives until the shutdown is over. It is
 /// at rest until shutdownBegins(); when it is not destroyed within its time from then on, it writes
 /// one line to standard error (unless that takes nothing for a second) and aborts the process
-/// (SIGABRT, shell status 134), so that a core image shows what hangs. It works from a thread of its
-/// own that takes no signals, whatever state the other threads are in.
+/// (SIGABRT, shell status 134), so that a core image shows what hangs. It works from a thread of
+/// its own that takes no signals, whatever state the other threads are in.
 ///
 /// Thread: made and destroyed by one thread; shutdownBegins() from any thread meanwhile.
 /// Owns:   its thread, which runs only while a shutdown is under way.

@@ -59,9 +59,9 @@ class SigintHandler : public ACE_Event_Handler {
 /// meanwhile. From init() on a broken pipe (SIGPIPE) never ends the process, even when init()
 /// fails; a handler that the program has set itself stays until init() succeeds. event_loop_done()
 /// lets SIGINT and SIGUSR1 through to its thread while the loop runs, even where the starter of the
-/// process has blocked them, and then gives the mask back. The thread that ends the process by exit()
-/// or by returning from main has all three blocked from the exit handlers on. Programs that a
-/// module's thread starts inherit SIGINT and SIGUSR1 blocked: unblock them between fork and exec.
+/// process has blocked them, and then gives the mask back. The thread that ends the process by
+/// exit() or by returning from main has all three blocked from the exit handlers on. Programs that
+/// a module's thread starts inherit SIGINT and SIGUSR1 blocked: unblock them between fork and exec.
 ///
 /// Exit handlers (std::atexit, static objects) run in each of the two processes that make way for a
 /// daemon, too.

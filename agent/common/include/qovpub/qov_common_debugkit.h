@@ -118,8 +118,9 @@ class CQOVDebugKit {
   void trace(const char* message) const;
 
   /// Appends one record, its newline included, to `out` whatever the priority mask says, and
-  /// flushes `out`. The first form takes the message whole, NULs and all. A null `tag` or `function` leaves `out` in its bad state behind the fields
-  /// before it, as inserting the null text would.
+  /// flushes `out`. The first form takes the message whole, NULs and all. A null `tag` or
+  /// `function` leaves `out` in its bad state behind the fields before it, as inserting the null
+  /// text would.
   void makeLog(std::ostringstream& out, unsigned long long logId, const char* tag,
                const char* function, unsigned int line, const std::string& message) const;
   void makeLog(std::ostringstream& out, unsigned long long logId, const char* tag,

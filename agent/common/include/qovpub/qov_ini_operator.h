@@ -32,9 +32,9 @@ class CQOV_Ini_Operator {
   ///
   /// -1 when the file cannot be read or is no INI file; the operator then goes on with the part
   /// before the first bad line, with nothing when there is no file, or one with a line that begins
-  /// with "=" or a zero byte. Do not save from there: the rest of the file would be lost, and a file
-  /// that was missing comes into being.
-  /// An operator opens once: a further open() returns -1 and leaves the first file in use.
+  /// with "=" or a zero byte. Do not save from there: the rest of the file would be lost, and a
+  /// file that was missing comes into being. An operator opens once: a further open() returns -1
+  /// and leaves the first file in use.
   int open(const char* fileName);
 
   /// Puts the text of `key` in `section` into `value`. On failure `value` is unchanged.

@@ -54,8 +54,8 @@ class CQOV_Module_Loader {
   /// object is destroyed. The failing module's library stays open.
   ///
   /// A bare module name is handed to ACE, which tries lib<name>.so, <name>.so and <name> on the
-  /// dynamic loader's own search path (LD_LIBRARY_PATH, run path); no directory is added. A library's symbols are global: what is opened later finds them
-  /// before its own of the same name.
+  /// dynamic loader's own search path (LD_LIBRARY_PATH, run path); no directory is added. A
+  /// library's symbols are global: what is opened later finds them before its own of the same name.
   /// A module's exception counts as its failure.
   bool load();
 

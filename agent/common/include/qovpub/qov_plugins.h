@@ -49,8 +49,8 @@ class CQOV_Plugins {
   /// bind to it and registers it under `id`; several libraries may share one id.
   ///
   /// Returns false, with nothing registered and the library closed again, when `name` is null, the
-  /// library cannot be opened, there is no memory to register it (errno ENOMEM) or `op` refuses it. An
-  /// exception of `op` counts as its refusal.
+  /// library cannot be opened, there is no memory to register it (errno ENOMEM) or `op` refuses it.
+  /// An exception of `op` counts as its refusal.
   bool open(const char* name, CQOV_PluginOperator& op, u_int id);
 
   /// Closes and forgets every plug-in registered under `id`. No operator is told: whoever points

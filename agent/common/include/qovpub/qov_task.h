@@ -178,9 +178,9 @@ class CQOV_CommonTaskEx : public CQOV_CommonTask {
 /// Requests queue in its own queue while it may wait for a response in its response slot. Started
 /// with CQOV_TaskMgr::insertStaticScheduledTask().
 ///
-/// A request of such a task to a module that does not exist, or that refuses it, is given up without
-/// waking the task, and without its time-out: send() then returns at the stop only. That is kept;
-/// a task that cannot be sure of its receiver sends from a pooled worker.
+/// A request of such a task to a module that does not exist, or that refuses it, is given up
+/// without waking the task, and without its time-out: send() then returns at the stop only. That is
+/// kept; a task that cannot be sure of its receiver sends from a pooled worker.
 ///
 /// Owns:   nothing of the module, and no one owns it: it belongs to the caller and must outlive the
 ///         stop of its task manager, which tells it to end and joins its thread:

@@ -11,9 +11,9 @@
 
 /// Name, directories and file names of this process, computed once at first use.
 ///
-/// The one object of the process is ACE_Singleton<CProcInfo, ACE_Thread_Mutex>; its values are reached
-/// through the getters of QOV_Utility, which make its first use safe from several threads and keep a
-/// copy that outlives it.
+/// The one object of the process is ACE_Singleton<CProcInfo, ACE_Thread_Mutex>; its values are
+/// reached through the getters of QOV_Utility, which make its first use safe from several threads
+/// and keep a copy that outlives it.
 ///
 /// Thread: constant after construction.
 /// Owns:   its texts. ACE's object manager destroys the singleton when the process exits; the copy
