@@ -5,6 +5,8 @@
 
 #include <vector>
 
+#include "tests/support/sanitizers.h"
+
 namespace {
 
 class Module : public CQOV_TaskMgr {
@@ -21,6 +23,14 @@ class Module : public CQOV_TaskMgr {
     for (int taken = takeOne(); taken >= 0; taken = takeOne()) {
       taken_.push_back(taken);
     }
+#if QOV_TEST_ASAN
+    // UndefinedBehaviorSanitizer looks at objects through a pipe, and takes one that it cannot look at
+    // for a bad one.
+    for (int pipeEnd = 0; pipeEnd < 2 && !taken_.empty(); ++pipeEnd) {
+      ::close(taken_.back());
+      taken_.pop_back();
+    }
+#endif
     return true;
   }
 
