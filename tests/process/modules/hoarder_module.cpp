@@ -35,7 +35,9 @@ class Module : public CQOV_TaskMgr {
   }
 
  private:
-  static int takeOne() { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); }
+  static int takeOne() {
+    return ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  }
 
   std::vector<int> taken_;
 };
