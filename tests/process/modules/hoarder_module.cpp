@@ -24,8 +24,8 @@ class Module : public CQOV_TaskMgr {
       taken_.push_back(taken);
     }
 #if QOV_TEST_ASAN
-    // UndefinedBehaviorSanitizer looks at objects through a pipe, and takes one that it cannot look at
-    // for a bad one.
+    // UndefinedBehaviorSanitizer looks at objects through a pipe, and takes one that it cannot look
+    // at for a bad one.
     for (int pipeEnd = 0; pipeEnd < 2 && !taken_.empty(); ++pipeEnd) {
       ::close(taken_.back());
       taken_.pop_back();
