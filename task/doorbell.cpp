@@ -1,7 +1,5 @@
 #include "task/doorbell.h"
 
-#include <sched.h>
-
 #include <algorithm>
 
 namespace qov {
@@ -39,22 +37,6 @@ bool Doorbell::wait(const std::optional<Clock::time_point>& deadline) {
     rung_.wait(lock, ringing);
   }
   --waiting_;
-  ringing_ = false;
-  return rung;
-}
-
-bool Doorbell::waitPolitely(const std::optional<Clock::time_point>& deadline) {
-  ringCollected();
-  if (takeRing()) {
-    return true;
-  }
-  sched_yield();
-  return wait(deadline);
-}
-
-bool Doorbell::takeRing() {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  const bool rung = ringing_;
   ringing_ = false;
   return rung;
 }

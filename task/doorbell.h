@@ -26,13 +26,7 @@ class Doorbell {
   /// Waits for a ring, at most until `deadline`, and takes it. False when none came in time.
   bool wait(const std::optional<Clock::time_point>& deadline);
 
-  /// As wait(), but lets other threads run once before it sleeps: under load they bring work, and
-  /// nobody needs to be woken.
-  bool waitPolitely(const std::optional<Clock::time_point>& deadline);
-
  private:
-  bool takeRing();
-
   std::mutex mutex_;
   std::condition_variable rung_;
   // Guarded by mutex_.

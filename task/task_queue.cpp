@@ -94,12 +94,7 @@ int TaskQueue::dequeueBeforeStop(ACE_Message_Block*& mb) {
     errno = ESHUTDOWN;
     return -1;
   }
-  // Whoever waits for a response has nothing to gain from a polite wait: the others have to go all
-  // the way first.
-  awaitsResponse_ = true;
-  const int waited = wait_not_empty_cond(nullptr);
-  awaitsResponse_ = false;
-  if (waited == -1) {
+  if (wait_not_empty_cond(nullptr) == -1) {
     return -1;
   }
   if (head_->msg_type() == ACE_Message_Block::MB_STOP) {
@@ -209,13 +204,12 @@ int TaskQueue::wait_not_empty_cond(ACE_Time_Value* timeout) {
 }
 
 bool TaskQueue::waitForBell(const ACE_Time_Value* timeout) {
-  const bool polite = !awaitsResponse_;
   lock_.release();
   std::optional<Doorbell::Clock::time_point> deadline;
   if (timeout != nullptr) {
     deadline = steadyDeadline(*timeout);
   }
-  const bool rung = polite ? bell_->waitPolitely(deadline) : bell_->wait(deadline);
+  const bool rung = bell_->wait(deadline);
   lock_.acquire();
   return rung;
 }

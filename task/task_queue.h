@@ -86,7 +86,6 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
 
   // Guarded by the queue's lock.
   bool pulsed_ = false;
-  bool awaitsResponse_ = false;
   bool holdBell_ = false;
   std::shared_ptr<ModuleLoad> load_;
   std::size_t countedBytes_ = 0;

@@ -94,7 +94,7 @@ std::optional<Doorbell::Clock::time_point> WaitReactor::deadlineOf(
 void WaitReactor::waitForWork(const ACE_Time_Value* maxWait) {
   // A ring says that something has changed since the last look, so one is taken after the look.
   if (!hasWork()) {
-    bell_->waitPolitely(deadlineOf(maxWait));
+    bell_->wait(deadlineOf(maxWait));
   }
 }
 

@@ -30,20 +30,13 @@ TEST(Doorbell, ManyRingsEndOneWait) {
   EXPECT_FALSE(bell.wait(soon()));
 }
 
-TEST(Doorbell, APoliteWaitTakesARingThatIsThere) {
-  Doorbell bell;
-  bell.ring();
-  EXPECT_TRUE(bell.waitPolitely(soon()));
-  EXPECT_FALSE(bell.waitPolitely(soon()));
-}
-
 TEST(Doorbell, NoRingIsLostBetweenTwoThreads) {
   constexpr int kTimes = 20000;
   Doorbell there;
   Doorbell back;
   std::thread other([&] {
     for (int i = 0; i < kTimes; ++i) {
-      EXPECT_TRUE(there.waitPolitely(std::nullopt));
+      EXPECT_TRUE(there.wait(std::nullopt));
       back.ring();
     }
   });
