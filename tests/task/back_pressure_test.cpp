@@ -53,9 +53,12 @@ class BackPressureTest : public TaskTest {
     return true;
   }
 
-  /// Until the module takes no more.
+  /// Until the module takes no more, also when its leader has passed on what it had in its hands: a
+  /// block counts twice for the moment in which it changes hands.
   void fill() {
-    while (put(kPassing)) {
+    for (int refusals = 0; refusals < 200;) {
+      refusals = put(kPassing) ? 0 : refusals + 1;
+      std::this_thread::yield();
     }
   }
 
@@ -93,7 +96,7 @@ TEST_F(BackPressureTest, ResponsesAreDeliveredWhileTheWorkersAreBehind) {
   ASSERT_EQ(0, module_->insertStaticScheduledTask(&responder));
   CQOV_Task task(module_.get());
   EXPECT_EQ(0, request(task, makeMessage(1, kStatic), kLong));
-  EXPECT_FALSE(put(kPassing));
+  EXPECT_EQ(0, handled_.counted());
   release_.count();
   module_.reset();
 }
