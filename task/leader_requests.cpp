@@ -3,7 +3,6 @@
 #include <qovpub/qov_task_mgr.h>
 
 #include <cerrno>
-#include <vector>
 
 #include "task/leader_queue.h"
 #include "task/log_ids.h"
@@ -211,13 +210,14 @@ void CQOV_Leader_Task::handle_mb_hangup() {
 }
 
 void CQOV_Leader_Task::releasePending(Scope scope) {
-  std::vector<MsgKey> keys;
-  for (const auto& entry : pending_) {
-    if (scope == Scope::kAll || entry.key().rpid_ != leaderQueue_.processId()) {
-      keys.push_back(entry.key());
+  // Without a list of the keys: the leader comes here on its way out, too, whatever memory is left.
+  for (auto next = pending_.begin(); next != pending_.end();) {
+    const MsgKey key = (*next).key();
+    // On before the entry is freed.
+    ++next;
+    if (scope == Scope::kOtherProcesses && key.rpid_ == leaderQueue_.processId()) {
+      continue;
     }
-  }
-  for (const MsgKey& key : keys) {
     if (const std::unique_ptr<TimeoutDesc> desc = unbindPending(key); desc->task_ != nullptr) {
       desc->task_->wakeup();
     }

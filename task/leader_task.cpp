@@ -7,6 +7,8 @@
 #include <qovpub/qov_task_scheduler.h>
 #include <qovpub/qov_utility.h>
 
+#include <new>
+
 #include "task/doorbell.h"
 #include "task/leader_queue.h"
 #include "task/log_ids.h"
@@ -43,6 +45,11 @@ CQOV_Leader_Task::CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize,
       notification_(&reactor_, this, ACE_Event_Handler::WRITE_MASK),
       pending_(kBuckets),
       opcTasks_(kBuckets) {
+  if (pending_.total_size() == 0 || opcTasks_.total_size() == 0) {
+    // ACE leaves a map for which there is no memory without buckets, and then divides by their
+    // number.
+    throw std::bad_alloc();
+  }
   // Made by whoever loads the modules: the thread that first touches the process reactor owns it.
   ACE_Reactor::instance();
   scheduler_->countLoadInto(leaderQueue_.load());

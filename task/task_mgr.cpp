@@ -22,12 +22,11 @@ constexpr const char* kDefaultName = "12CQOV_TaskMgr";
 /// How long init() waits for the pool at the most.
 constexpr unsigned int kPoolSeconds = 30;
 
-/// Null with errno ENOMEM without memory.
+/// Null without memory.
 std::unique_ptr<CQOV_Leader_Task> makeLeader(CQOV_TaskMgr* mgr, unsigned int poolSize) {
   try {
     return std::make_unique<CQOV_Leader_Task>(mgr, poolSize);
   } catch (const std::bad_alloc&) {
-    errno = ENOMEM;
     return nullptr;
   }
 }
@@ -51,6 +50,10 @@ CQOV_TaskMgr::CQOV_TaskMgr(unsigned int moduleId, unsigned int poolSize, const c
     leader_->grp_id(static_cast<int>(moduleId));
   }
   kit_ = registerKit(name_, moduleId);
+  if (leader_ == nullptr) {
+    // Last, since what comes before may set it too.
+    errno = ENOMEM;
+  }
 }
 
 CQOV_TaskMgr::~CQOV_TaskMgr() {

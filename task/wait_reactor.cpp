@@ -16,6 +16,7 @@ namespace {
 
 constexpr u_int kSpokes = 1024;
 constexpr u_int kResolutionMs = 100;
+constexpr std::size_t kUsualNotifications = 8;
 
 std::chrono::microseconds toDuration(const ACE_Time_Value& span) {
   return std::chrono::seconds(span.sec()) + std::chrono::microseconds(span.usec());
@@ -36,6 +37,9 @@ int callHandler(ACE_Event_Handler& handler, ACE_Reactor_Mask mask) {
 WaitReactor::WaitReactor() : timers_(kSpokes, kResolutionMs), owner_(ACE_Thread::self()) {
   // Computed here, once, instead of by whichever threads read the clock first.
   ACE_High_Res_Timer::global_scale_factor();
+  // A notification of a usual number of handlers needs no memory then.
+  pending_.reserve(kUsualNotifications);
+  dispatching_.reserve(kUsualNotifications);
 }
 
 WaitReactor::~WaitReactor() = default;

@@ -8,12 +8,12 @@
 #include <vector>
 
 #include "tests/msg/bytes.h"
-#include "tests/msg/failing_new.h"
+#include "tests/support/failing_allocations.h"
 
 namespace {
 
+using qov::test::FailingAllocations;
 using qov::tests::Bytes;
-using qov::tests::FailingNew;
 
 /// Keeps the failures out of the log, whose own allocations would fail with them.
 class NoMemory : public testing::Test {
@@ -50,7 +50,7 @@ TEST_F(NoMemory, MakesDecodingFailWhereverItMeetsIt) {
     unsigned int result = 0;
     int error = 0;
     try {
-      const FailingNew fail(failures);
+      const FailingAllocations fail(failures);
       result = package.decode(message.begin(), message.size());
       error = errno;
       failed = fail.hasFailed();
@@ -70,7 +70,7 @@ TEST_F(NoMemory, MakesTheAllocatingEncodeFail) {
   CT7QPackageV3 package;
   package.addRecord(1).addUnsigned(1, 1);
   unsigned char* bytes = nullptr;
-  const FailingNew fail(0);
+  const FailingAllocations fail(0);
   EXPECT_EQ(package.encode(bytes), CT7QPackageV3::kFailed);
   EXPECT_EQ(bytes, nullptr);
   EXPECT_EQ(errno, ENOMEM);
@@ -79,7 +79,7 @@ TEST_F(NoMemory, MakesTheAllocatingEncodeFail) {
 TEST_F(NoMemory, LeavesACellAsItWas) {
   CTLVCell cell(CTLVCell::TLV_OCTET, 7, "abc", 3);
   const std::string longText(100, 'x');
-  const FailingNew fail(0);
+  const FailingAllocations fail(0);
   errno = 0;
   EXPECT_THROW(cell.setString(1, longText), std::bad_alloc);
   EXPECT_EQ(errno, ENOMEM);
@@ -93,7 +93,7 @@ TEST_F(NoMemory, LeavesARecordAsItWas) {
   for (unsigned short tag = 0; tag < 4; ++tag) {
     record.addUnsigned(tag, tag);
   }
-  const FailingNew fail(0);
+  const FailingAllocations fail(0);
   EXPECT_THROW(record.addUnsigned(4, 4), std::bad_alloc);
   EXPECT_THROW(record.addString(4, longText), std::bad_alloc);
   EXPECT_EQ(record.count(), 4U);
@@ -106,7 +106,7 @@ TEST_F(NoMemory, LetsALargeRecordBeReadWithoutItsIndex) {
   }
   const CTLVRecordV3& same = record;
   for (long count = 0; count < 12; ++count) {
-    const FailingNew fail(count);
+    const FailingAllocations fail(count);
     EXPECT_EQ(same.getUnsigned(499), 499U);
     EXPECT_EQ(same.find(500), nullptr);
   }
@@ -114,7 +114,7 @@ TEST_F(NoMemory, LetsALargeRecordBeReadWithoutItsIndex) {
 
 TEST_F(NoMemory, GivesNoResponse) {
   const CQOV_MsgPackage request;
-  const FailingNew fail(0);
+  const FailingAllocations fail(0);
   errno = 0;
   EXPECT_EQ(CreateQovRspPackage(request), nullptr);
   EXPECT_EQ(errno, ENOMEM);

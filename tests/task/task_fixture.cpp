@@ -1,6 +1,7 @@
 #include "tests/task/task_fixture.h"
 
 #include <ace/Log_Msg.h>
+#include <errno.h>
 
 #include <cstdlib>
 #include <utility>
@@ -15,7 +16,7 @@ std::unique_ptr<AgentRoot> root;
 class ProcessConfiguration : public ::testing::Environment {
  public:
   void SetUp() override {
-    root = std::make_unique<AgentRoot>("tests_task");
+    root = std::make_unique<AgentRoot>(program_invocation_short_name);
     root->writeConfig();
     ::setenv("QOV_ROOT", root->path().c_str(), 1);
   }
@@ -108,6 +109,14 @@ RequestElsewhere::RequestElsewhere(CQOV_TaskMgr& module, CQOV_Task& task, ACE_Ti
 
 RequestElsewhere::~RequestElsewhere() {
   qov::releaseWithPackage(block_);
+}
+
+std::unique_ptr<CQOV_MsgPackage> RequestElsewhere::makeResponse() const {
+  const QOVMsgHead& head = qov::packageOf(*block_)->head();
+  auto response = makeMessage(2, head.opc_, head.smid_, head.rmid_);
+  response->head().spid_ = head.rpid_;
+  response->head().sn_ = head.sn_;
+  return response;
 }
 
 bool RequestElsewhere::waitForResponse() {

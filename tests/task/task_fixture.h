@@ -109,6 +109,9 @@ class RequestElsewhere {
   RequestElsewhere(const RequestElsewhere&) = delete;
   RequestElsewhere& operator=(const RequestElsewhere&) = delete;
 
+  /// A response as it would come back.
+  std::unique_ptr<CQOV_MsgPackage> makeResponse() const;
+
   /// Waits as send() does; true when a response came.
   bool waitForResponse();
 

@@ -1,0 +1,33 @@
+#ifndef QOV_TESTS_SUPPORT_FAILING_ALLOCATIONS_H
+#define QOV_TESTS_SUPPORT_FAILING_ALLOCATIONS_H
+
+#include <cstddef>
+
+namespace qov::test {
+
+/// Lets the calling thread's allocations succeed `count` times and fail from then on, `failures`
+/// times if that is given, until it goes out of scope. A program with failing_allocations.cpp has
+/// its own operators new.
+class FailingAllocations {
+ public:
+  explicit FailingAllocations(long count, long failures = kAllFurther);
+
+  /// Counts, and fails, the allocations of exactly `size` bytes only; one if nothing else is said.
+  static FailingAllocations ofSize(std::size_t size, long count = 0, long failures = 1);
+
+  ~FailingAllocations();
+  FailingAllocations(const FailingAllocations&) = delete;
+  FailingAllocations& operator=(const FailingAllocations&) = delete;
+
+  /// Whether an allocation has been refused.
+  bool hasFailed() const;
+
+ private:
+  static constexpr long kAllFurther = -1;
+
+  FailingAllocations(std::size_t size, long count, long failures);
+};
+
+}  // namespace qov::test
+
+#endif

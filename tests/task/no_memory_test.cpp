@@ -1,0 +1,270 @@
+#include <ace/Timer_Queue_T.h>
+#include <gtest/gtest.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_task_scheduler.h>
+
+#include <cerrno>
+#include <optional>
+#include <vector>
+
+#include "task/leader_queue.h"
+#include "tests/support/failing_allocations.h"
+#include "tests/task/task_fixture.h"
+
+namespace {
+
+using qov::test::FailingAllocations;
+
+/// How the task's queue stands for a thread that would wait now: with nothing to wait for, woken,
+/// or with a block.
+enum class Wait { kGoesOn, kIsWoken, kGetsABlock };
+
+Wait look(CQOV_Task& task) {
+  ACE_Message_Block* block = nullptr;
+  ACE_Time_Value past;
+  if (task.msg_queue()->dequeue_head(block, &past) != -1) {
+    qov::releaseWithPackage(block);
+    return Wait::kGetsABlock;
+  }
+  return errno == ESHUTDOWN ? Wait::kIsWoken : Wait::kGoesOn;
+}
+
+class TaskNoMemoryTest : public TaskTest {
+ protected:
+  TaskNoMemoryTest() : module_(ignore), task_(&module_) {}
+
+  // Never started: what is sent stays in its leader's queue until it goes.
+  TestModule module_;
+  CQOV_Task task_;
+};
+
+/// The test plays the thread of the leader.
+class LeaderNoMemoryTest : public TaskNoMemoryTest {
+ protected:
+  LeaderNoMemoryTest() : leader_(&module_, 0) {}
+  ~LeaderNoMemoryTest() override {
+    leader_.shutDown();
+    for (ACE_Message_Block* const block : elsewhere_) {
+      qov::releaseWithPackage(block);
+    }
+  }
+
+  /// A request of task_ to another process, whose message stays with the test. Its `n` makes it
+  /// different from the others.
+  ACE_Message_Block* makeRequest(std::uint32_t n = 0) {
+    auto message = makeMessage(1, 1);
+    message->head().rpid_ = kOtherPid;
+    message->head().sn_ = n;
+    ACE_Message_Block* const block = makeBlock(std::move(message));
+    const TimeoutDesc* const desc = new TimeoutDesc{&task_, kLong, -1};
+    EXPECT_TRUE(qov::chainTimeoutDesc(*block, desc));
+    return block;
+  }
+
+  /// Hands the leader a request that it takes.
+  void takes(ACE_Message_Block* request) {
+    leader_.handleDataMsg(request);
+    EXPECT_EQ(Wait::kGoesOn, look(task_));
+    elsewhere_.push_back(request);
+  }
+
+  void hangUp() { leader_.handle_mb_hangup(); }
+
+  CQOV_Leader_Task leader_;
+  std::vector<ACE_Message_Block*> elsewhere_;
+};
+
+constexpr std::size_t kPendingEntrySize = sizeof(ACE_Hash_Map_Entry<MsgKey, TimeoutDesc*>);
+constexpr std::size_t kTimerSize = sizeof(ACE_Timer_Node_T<ACE_Event_Handler*>);
+
+}  // namespace
+
+TEST_F(TaskNoMemoryTest, ABlockIsMadeWholeOrNotAtAll) {
+  long failures = 0;
+  for (bool failed = true; failed; ++failures) {
+    const FailingAllocations fail(failures, 1);
+    errno = 0;
+    ACE_Message_Block* const block = qov::makePointerBlock(this);
+    failed = fail.hasFailed();
+    EXPECT_EQ(failed, block == nullptr);
+    EXPECT_EQ(failed ? ENOMEM : 0, errno);
+    ACE_Message_Block::release(block);
+  }
+  // The block, its data part and the data.
+  EXPECT_EQ(3 + 1, failures);
+}
+
+TEST_F(TaskNoMemoryTest, ADescriptorIsChainedOrStaysWithTheCaller) {
+  const TimeoutDesc desc{&task_, kNoLimit, -1};
+  ACE_Message_Block block;
+  long failures = 0;
+  for (bool failed = true; failed; ++failures) {
+    const FailingAllocations fail(failures, 1);
+    errno = 0;
+    const bool chained = qov::chainTimeoutDesc(block, &desc);
+    failed = fail.hasFailed();
+    EXPECT_EQ(failed, !chained);
+    EXPECT_EQ(failed, block.cont() == nullptr);
+    EXPECT_EQ(failed ? ENOMEM : 0, errno);
+  }
+  EXPECT_EQ(3 + 1, failures);
+  block.cont()->release();
+  block.cont(nullptr);
+}
+
+TEST_F(TaskNoMemoryTest, ASynchronousRequestThatCannotBeHandedOverIsDeletedInAnyCase) {
+  // The block and the continuation of three allocations each, and the descriptor.
+  for (long failure = 0; failure < 3 + 1 + 3; ++failure) {
+    for (const bool freeRequest : {false, true}) {
+      CQOV_MsgPackage* const request = makeMessage(1, 1).release();
+      const int before = CountedPackage::alive();
+      CQOV_MsgPackage* response = nullptr;
+      const FailingAllocations fail(failure, 1);
+      errno = 0;
+      EXPECT_EQ(-1, task_.send(request, response, nullptr, freeRequest));
+      EXPECT_EQ(ENOMEM, errno);
+      EXPECT_TRUE(fail.hasFailed());
+      EXPECT_EQ(before - 1, CountedPackage::alive());
+    }
+  }
+  EXPECT_EQ(0, log_.count("Worker(20) failed"));
+}
+
+TEST_F(TaskNoMemoryTest, AnAsynchronousMessageThatCannotBeHandedOverIsDeletedInAnyCase) {
+  for (long failure = 0; failure < 3; ++failure) {
+    for (const bool freeRequest : {false, true}) {
+      CQOV_MsgPackage* const message = makeMessage(3, 1).release();
+      const int before = CountedPackage::alive();
+      const FailingAllocations fail(failure, 1);
+      errno = 0;
+      EXPECT_EQ(-1, task_.send(message, nullptr, freeRequest));
+      EXPECT_EQ(ENOMEM, errno);
+      EXPECT_TRUE(fail.hasFailed());
+      EXPECT_EQ(before - 1, CountedPackage::alive());
+    }
+  }
+}
+
+TEST_F(TaskNoMemoryTest, HandingABlockOverNeedsNone) {
+  CQOV_MsgPackage* const message = makeMessage(3, 1).release();
+  const FailingAllocations fail(3);
+  EXPECT_EQ(0, task_.send(message, nullptr, true));
+  EXPECT_FALSE(fail.hasFailed());
+}
+
+TEST_F(TaskNoMemoryTest, AnExitNoticeThatCannotBeQueuedIsLoggedAllTheSame) {
+  // The block and its data part; it has no data.
+  for (long failure = 0; failure < 2; ++failure) {
+    const FailingAllocations fail(failure, 1);
+    errno = 0;
+    task_.notifyExit();
+    EXPECT_EQ(ENOMEM, errno);
+    EXPECT_TRUE(fail.hasFailed());
+    EXPECT_EQ(Wait::kGoesOn, look(task_));
+  }
+  task_.notifyExit();
+  EXPECT_EQ(Wait::kGetsABlock, look(task_));
+  EXPECT_EQ(3, log_.count("Task will exit!"));
+}
+
+TEST_F(TaskNoMemoryTest, AModuleWithoutALeaderDoesNothingAndSurvives) {
+  for (const std::size_t size :
+       {sizeof(CQOV_Leader_Task), sizeof(qov::LeaderQueue), sizeof(CQOV_TaskScheduler)}) {
+    errno = 0;
+    std::optional<TestModule> module;
+    bool failed = false;
+    int error = 0;
+    {
+      const auto fail = FailingAllocations::ofSize(size);
+      module.emplace(ignore, 2, kModule + 1, "lone");
+      error = errno;
+      failed = fail.hasFailed();
+    }
+    EXPECT_TRUE(failed);
+    EXPECT_EQ(ENOMEM, error);
+    EXPECT_EQ(-1, module->gid());
+    EXPECT_EQ("lone", module->name());
+    EXPECT_EQ("lone", CQOVDebugKitMgr::instance()->find(kModule + 1)->name());
+    EXPECT_FALSE(module->init());
+
+    CQOV_Task task(&*module);
+    EXPECT_EQ(-1, module->idle(&task));
+    EXPECT_EQ(-1, request(task, makeMessage(1, 1), kNoLimit));
+    EXPECT_EQ(-1, task.send(makeMessage(3, 1).release(), nullptr, true));
+    FunctionStaticTask own(&*module, {1}, ignore);
+    EXPECT_EQ(-1, module->insertStaticScheduledTask(&own));
+    EXPECT_EQ(0U, own.thr_count());
+    module->stop();
+    module.reset();
+    EXPECT_EQ("QOVPUBLIC", CQOVDebugKitMgr::instance()->find(kModule + 1)->name());
+  }
+}
+
+TEST_F(TaskNoMemoryTest, AModuleWithoutTheTablesOfItsLeaderHasNone) {
+  constexpr std::size_t kBuckets = 1024;
+  // The pending requests and the operations, whose entries are of one size.
+  for (const std::size_t size : {kBuckets * kPendingEntrySize,
+                                 kBuckets * sizeof(ACE_Hash_Map_Entry<ACE_UINT64, CQOV_Task*>)}) {
+    const auto fail = FailingAllocations::ofSize(size);
+    errno = 0;
+    TestModule module(ignore, 2, kModule + 1);
+    const int error = errno;
+    EXPECT_TRUE(fail.hasFailed());
+    EXPECT_EQ(ENOMEM, error);
+    EXPECT_EQ(-1, module.gid());
+  }
+}
+
+TEST_F(LeaderNoMemoryTest, TheSenderOfARequestThatCannotBeRememberedIsWokenAtOnce) {
+  ACE_Message_Block* const request = makeRequest(0x1F);
+  const int before = CountedPackage::alive();
+  {
+    const auto fail = FailingAllocations::ofSize(kPendingEntrySize);
+    errno = 0;
+    leader_.handleDataMsg(request);
+    EXPECT_EQ(ENOMEM, errno);
+    EXPECT_TRUE(fail.hasFailed());
+  }
+  EXPECT_EQ(Wait::kIsWoken, look(task_));
+  EXPECT_EQ(before - 1, CountedPackage::alive());
+  EXPECT_EQ(1, log_.count("Failed to bind REQ message! "
+                          "SPID=7,SMID=20,RPID=8,RMID=20,OPC=1,SN=0x1f,TP=1\n"));
+  EXPECT_EQ(0, log_.count("recv msg error."));
+  takes(makeRequest(0x1F));
+  hangUp();
+  EXPECT_EQ(Wait::kIsWoken, look(task_));
+}
+
+TEST_F(LeaderNoMemoryTest, TheSenderOfARequestThatCannotBeTimedIsWokenAtOnce) {
+  constexpr std::uint32_t kEnough = 20000;
+  bool failed = false;
+  std::uint32_t sn = 0;
+  // The timer wheel keeps timers in reserve.
+  for (; !failed && sn < kEnough; ++sn) {
+    ACE_Message_Block* const request = makeRequest(sn);
+    const int before = CountedPackage::alive();
+    const auto fail = FailingAllocations::ofSize(kTimerSize);
+    errno = 0;
+    leader_.handleDataMsg(request);
+    failed = fail.hasFailed();
+    EXPECT_EQ(failed ? ENOMEM : 0, errno);
+    EXPECT_EQ(failed ? Wait::kIsWoken : Wait::kGoesOn, look(task_));
+    EXPECT_EQ(failed ? before - 1 : before, CountedPackage::alive());
+    if (!failed) {
+      elsewhere_.push_back(request);
+    }
+  }
+  EXPECT_TRUE(failed);
+  EXPECT_EQ(1, log_.count("Failed to bind REQ message! SPID=7,"));
+  // Nothing of it is left pending.
+  takes(makeRequest(sn - 1));
+}
+
+TEST_F(LeaderNoMemoryTest, AHangUpNeedsNone) {
+  takes(makeRequest());
+  {
+    const FailingAllocations fail(0);
+    hangUp();
+  }
+  EXPECT_EQ(Wait::kIsWoken, look(task_));
+}
