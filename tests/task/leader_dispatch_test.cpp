@@ -43,6 +43,27 @@ TEST_F(LeaderDispatchTest, RefusesABlockOfNineBytes) {
   EXPECT_TRUE(log_.waitFor("Manager thread(20) received invalid message!"));
 }
 
+TEST_F(LeaderDispatchTest, RefusesABlockWhosePointerCannotBeCopied) {
+  // It says that it has 8 bytes, and has none.
+  auto* const block = new ACE_Message_Block;
+  block->base(nullptr, 0);
+  block->wr_ptr(8);
+  put(block);
+  EXPECT_TRUE(log_.waitFor("Copy message error!"));
+  EXPECT_EQ(0, log_.count("Null message!"));
+}
+
+TEST_F(LeaderDispatchTest, RefusesARequestWhoseDescriptorCannotBeCopied) {
+  ACE_Message_Block* const block = makeBlock(makeMessage(1, 1));
+  block->cont(blockOfBytes(4));
+  put(block);
+  EXPECT_TRUE(log_.waitFor("Copy message error!"));
+  // The leader has gone on.
+  put(makeMessage(3, 1));
+  ASSERT_TRUE(handled_.waitFor(1));
+  EXPECT_EQ(3, lastType_);
+}
+
 TEST_F(LeaderDispatchTest, RefusesABlockWithoutAPackage) {
   put(makeBlock(nullptr));
   EXPECT_TRUE(log_.waitFor("Null message!"));

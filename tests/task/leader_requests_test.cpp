@@ -61,6 +61,18 @@ TEST_F(LeaderRequestsTest, DropsAResponseThatArrivesAfterItsTimeout) {
   EXPECT_TRUE(log_.waitFor("Failed to handle RSP message: SPID=7,SMID=20,OPC=2,SN=" + sn + "!\n"));
 }
 
+TEST_F(LeaderRequestsTest, FreesAResponseThatItsRequesterDoesNotTake) {
+  CQOV_Task gone(&module_);
+  RequestElsewhere elsewhere(module_, gone, kLong);
+  ASSERT_TRUE(log_.waitFor("recv msg error."));
+  gone.msg_queue()->deactivate();
+  ASSERT_LT(0, module_.putq(makeBlock(elsewhere.makeResponse()), nullptr));
+  // The wait is over, so the same one again is nobody's.
+  ASSERT_LT(0, module_.putq(makeBlock(elsewhere.makeResponse()), nullptr));
+  EXPECT_TRUE(log_.waitFor("Failed to handle RSP message: SPID=8,SMID=20,OPC=1,SN="));
+  EXPECT_EQ(1, log_.count("Failed to handle RSP message"));
+}
+
 TEST_F(LeaderRequestsTest, ALateResponseIsNotTakenForThatOfTheNextRequest) {
   ASSERT_EQ(-1, request(requester_, makeMessage(1, kUnanswered), kShort));
   ASSERT_TRUE(handled_.waitFor());

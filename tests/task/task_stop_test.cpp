@@ -22,7 +22,11 @@ class TaskStopTest : public TaskTest {
   ~TaskStopTest() override { ACE_Reactor::instance()->reset_reactor_event_loop(); }
 
   void stopLeader() {
-    module_->putq(new ACE_Message_Block(0, ACE_Message_Block::MB_STOP), nullptr);
+    auto* const stop = new ACE_Message_Block(0, ACE_Message_Block::MB_STOP);
+    if (module_->putq(stop, nullptr) == -1) {
+      // Stopped already.
+      stop->release();
+    }
   }
 
   /// What SIGINT does.
