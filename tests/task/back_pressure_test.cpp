@@ -1,6 +1,8 @@
 #include <ace/Log_Msg.h>
+#include <ace/OS_NS_sys_time.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <thread>
 #include <vector>
 
@@ -32,19 +34,23 @@ class BackPressureTest : public TaskTest {
     ASSERT_TRUE(put(kBlocking));
     ASSERT_TRUE(blocked_.waitFor());
     // The scheduler takes one more message and waits for a worker; from then on it takes none.
-    ACE_Log_Msg& ace = *ACE_Log_Msg::instance();
-    const u_long mask = ace.priority_mask(ACE_Log_Msg::PROCESS);
-    ace.priority_mask(mask | LM_DEBUG, ACE_Log_Msg::PROCESS);
+    logDebug(true);
     ASSERT_TRUE(put(kPassing));
     ASSERT_TRUE(log_.waitFor("wait worker thread is empty begin num("));
-    ace.priority_mask(mask, ACE_Log_Msg::PROCESS);
+    logDebug(false);
   }
 
   void TearDown() override { release_.count(); }
 
-  bool put(std::uint64_t opc) {
+  void logDebug(bool on) {
+    ACE_Log_Msg& ace = *ACE_Log_Msg::instance();
+    const u_long mask = ace.priority_mask(ACE_Log_Msg::PROCESS);
+    ace.priority_mask(on ? mask | LM_DEBUG : mask & ~u_long{LM_DEBUG}, ACE_Log_Msg::PROCESS);
+  }
+
+  bool put(std::uint64_t opc, std::uint8_t receiver = kModule) {
     ACE_Time_Value refuseAtOnce(1);
-    ACE_Message_Block* const block = makeBlock(makeMessage(3, opc));
+    ACE_Message_Block* const block = makeBlock(makeMessage(3, opc, receiver));
     if (module_->putq(block, &refuseAtOnce) == -1) {
       qov::releaseWithPackage(block);
       return false;
@@ -55,9 +61,9 @@ class BackPressureTest : public TaskTest {
 
   /// Until the module takes no more, also when its leader has passed on what it had in its hands: a
   /// block counts twice for the moment in which it changes hands.
-  void fill() {
+  void fill(std::uint64_t opc = kPassing) {
     for (int refusals = 0; refusals < 200;) {
-      refusals = put(kPassing) ? 0 : refusals + 1;
+      refusals = put(opc) ? 0 : refusals + 1;
       std::this_thread::yield();
     }
   }
@@ -86,6 +92,23 @@ TEST_F(BackPressureTest, TimeoutsFireWhileTheWorkersAreBehind) {
   EXPECT_FALSE(elsewhere.waitForResponse());
 }
 
+TEST_F(BackPressureTest, TimeoutsFireWhileAStaticTaskIsBehind) {
+  FunctionStaticTask behind(module_.get(), {kStatic}, [this](CQOV_Task&, CQOV_MsgPackage&) {
+    blocked_.count();
+    EXPECT_TRUE(release_.waitFor());
+    return 0;
+  });
+  ASSERT_EQ(0, module_->insertStaticScheduledTask(&behind));
+  ASSERT_TRUE(put(kStatic));
+  ASSERT_TRUE(blocked_.waitFor(2));
+  fill(kStatic);
+  CQOV_Task task(module_.get());
+  RequestElsewhere elsewhere(*module_, task, kShort);
+  EXPECT_FALSE(elsewhere.waitForResponse());
+  release_.count();
+  module_.reset();
+}
+
 TEST_F(BackPressureTest, ResponsesAreDeliveredWhileTheWorkersAreBehind) {
   FunctionStaticTask responder(module_.get(), {kStatic},
                                [this](CQOV_Task& task, CQOV_MsgPackage& pkg) {
@@ -111,6 +134,66 @@ TEST_F(BackPressureTest, ASenderThatMayWaitGoesOnWhenAWorkerComesBack) {
   release_.count();
   EXPECT_TRUE(answered_.waitFor());
   sender.join();
+}
+
+TEST_F(BackPressureTest, ASenderThatMayWaitForATimeIsNotRefusedAtOnce) {
+  fill();
+  logDebug(true);
+  std::thread sender([this] {
+    CQOV_Task task(module_.get());
+    ACE_Time_Value limit = kLong;
+    EXPECT_EQ(0, task.send(makeMessage(3, kPassing).release(), &limit, true));
+  });
+  // The last that it says before it waits.
+  EXPECT_TRUE(log_.waitFor("Worker(20) send msg: "));
+  logDebug(false);
+  release_.count();
+  sender.join();
+}
+
+TEST_F(BackPressureTest, ARequesterThatMayWaitForATimeIsNotRefusedAtOnce) {
+  class Holding : public FunctionStaticTask {
+   public:
+    Holding(CQOV_TaskMgr* mgr, Latch& release)
+        : FunctionStaticTask(mgr, {kStatic}, ignore), release_(release) {}
+    int putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout) override {
+      holds_.count();
+      EXPECT_TRUE(release_.waitFor());
+      return FunctionStaticTask::putMsg(type, mb, timeout);
+    }
+    Latch holds_;
+    Latch& release_;
+  };
+  Holding leader(module_.get(), release_);
+  ASSERT_EQ(0, module_->insertStaticScheduledTask(&leader));
+  ASSERT_TRUE(put(kStatic));
+  ASSERT_TRUE(leader.holds_.waitFor());
+  // Messages that the leader would only pass on fill its queue.
+  constexpr std::uint8_t kNobody = kModule + 1;
+  while (put(kPassing, kNobody)) {
+  }
+  logDebug(true);
+  std::thread sender([this] {
+    CQOV_Task task(module_.get());
+    EXPECT_EQ(-1, request(task, makeMessage(1, kPassing, kNobody), kLong));
+  });
+  EXPECT_TRUE(log_.waitFor("Worker(20) send msg: "));
+  logDebug(false);
+  release_.count();
+  sender.join();
+  // It got in, and then its receiver did not exist.
+  EXPECT_EQ(0, log_.count("Worker(20) failed to send msg!"));
+  EXPECT_EQ(1, log_.count("Worker(20) failed to get msg!"));
+  module_.reset();
+}
+
+TEST_F(BackPressureTest, ATimeOfDayEndsTheWaitForRoom) {
+  fill();
+  ACE_Time_Value soon = ACE_OS::gettimeofday() + ACE_Time_Value(0, 50000);
+  ACE_Message_Block* const block = makeBlock(makeMessage(3, kPassing));
+  EXPECT_EQ(-1, module_->putq(block, &soon));
+  EXPECT_EQ(EWOULDBLOCK, errno);
+  qov::releaseWithPackage(block);
 }
 
 TEST_F(BackPressureTest, ASenderThatMayNotWaitIsRefused) {
