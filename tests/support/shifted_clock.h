@@ -1,0 +1,38 @@
+#ifndef QOV_TESTS_SUPPORT_SHIFTED_CLOCK_H
+#define QOV_TESTS_SUPPORT_SHIFTED_CLOCK_H
+
+#include <chrono>
+#include <ctime>
+
+namespace qov::test {
+
+// A program with shifted_clock.cpp has its own clock_gettime(), time() and
+// pthread_cond_clockwait(), which this shifts and shortens.
+
+/// While it lives, waits of the calling thread that end at a time of the steady clock end at once,
+/// unless what they wait for is there already, and the thread's steady clock stands at that time.
+class InstantWaits {
+ public:
+  InstantWaits();
+  ~InstantWaits();
+  InstantWaits(const InstantWaits&) = delete;
+  InstantWaits& operator=(const InstantWaits&) = delete;
+
+  /// How much time the waits have taken on the thread's clock.
+  std::chrono::nanoseconds waited() const;
+};
+
+/// While it lives, the process's time of day in seconds stands still.
+class StandingTimeOfDay {
+ public:
+  explicit StandingTimeOfDay(time_t seconds);
+  ~StandingTimeOfDay();
+  StandingTimeOfDay(const StandingTimeOfDay&) = delete;
+  StandingTimeOfDay& operator=(const StandingTimeOfDay&) = delete;
+
+  void advance(time_t seconds);
+};
+
+}  // namespace qov::test
+
+#endif
