@@ -4,13 +4,18 @@
 //   exit        calls exit() after init(), whatever that returned
 //   leak        returns without destroying its frame
 //   twice       runs the whole life of a frame two times
+//   again       initialises its frame two times
+//   inner       a second frame comes and goes, then the file "inner_is_gone", before the event loop
+//   threads     has two threads, a joinable and a detached one, which only the thread manager knows
+//               and which wait for the file "go"
 // With QOV_TEST_LAST_SIGNALS the process gets its signals once more at the very last, when the C
 // library writes what its streams still hold.
 // It begins with QOV_TEST_GREETING on standard output.
-#include <qovpub/qov_app.h>
-#include <qovpub/qov_exception.h>
-
+#include <ace/Thread_Manager.h>
 #include <dlfcn.h>
+#include <qovpub/qov_app.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_exception.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -20,6 +25,7 @@
 #include <iostream>
 #include <string>
 
+#include "tests/process/modules/agent_files.h"
 #include "tests/support/sanitizers.h"
 
 #if !QOV_TEST_TSAN
@@ -58,8 +64,39 @@ void signalAtTheLast() {
   std::fputs("last", last);
 }
 
+void comeAndGo(int argc, char** argv) {
+  {
+    CQOVapp inner;
+    inner.init(argc, argv);
+  }
+  qov::test::makeFile("inner_is_gone");
+}
+
+ACE_THR_FUNC_RETURN waitToGo(void* text) {
+  if (qov::test::waitForFile("go")) {
+    CQOVDebugKitGuard guard(0, "waitToGo");
+    guard.info(1, __FUNCTION__, __LINE__, "%s", static_cast<const char*>(text));
+  }
+  return nullptr;
+}
+
+void startThreads() {
+  static char joinable[] = "a joinable thread ends";
+  static char detached[] = "a detached thread ends";
+  ACE_Thread_Manager& threads = *ACE_Thread_Manager::instance();
+  threads.spawn(&waitToGo, joinable, THR_NEW_LWP | THR_JOINABLE);
+  threads.spawn(&waitToGo, detached, THR_NEW_LWP | THR_DETACHED);
+}
+
 int live(CQOVapp& app, int argc, char** argv) {
   const int result = app.init(argc, argv);
+  if (mode() == "again") {
+    app.init(argc, argv);
+  } else if (mode() == "inner") {
+    comeAndGo(argc, argv);
+  } else if (mode() == "threads") {
+    startThreads();
+  }
   if (mode() == "exit") {
     std::exit(result == 0 ? 0 : 1);
   }

@@ -53,7 +53,8 @@ bool waitUntil(const std::function<bool()>& condition) {
   return true;
 }
 
-AgentProcess::AgentProcess() : root_(QOV_TEST_AGENT_NAME) {
+AgentProcess::AgentProcess(const std::filesystem::path& program)
+    : program_(program), root_(program.stem()) {
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   root_.writeConfig();
   for (char** variable = environ; *variable != nullptr; ++variable) {
@@ -98,10 +99,10 @@ void AgentProcess::start(const std::vector<std::string>& arguments) {
 void AgentProcess::becomeAgent(const std::vector<std::string>& arguments) {
   redirect(root_.path() / "stdout", STDOUT_FILENO);
   redirect(root_.path() / "stderr", STDERR_FILENO);
-  std::vector<std::string> words{QOV_TEST_AGENT};
+  std::vector<std::string> words{program_};
   words.insert(words.end(), arguments.begin(), arguments.end());
   prepare_();
-  ::execve(QOV_TEST_AGENT, pointers(words).data(), pointers(environment_).data());
+  ::execve(program_.c_str(), pointers(words).data(), pointers(environment_).data());
   ::_exit(127);
 }
 
@@ -112,6 +113,14 @@ void AgentProcess::send(int signum) {
     throw std::logic_error("no agent to send a signal to");
   }
   ::kill(target, signum);
+}
+
+bool AgentProcess::catches(int signum) const {
+  const std::string status = readFile("/proc/" + std::to_string(started_) + "/status");
+  const std::string key = "SigCgt:\t";
+  const std::size_t mask = status.find(key);
+  return mask != std::string::npos &&
+         (std::stoull(status.substr(mask + key.size()), nullptr, 16) >> (signum - 1) & 1U) != 0;
 }
 
 bool AgentProcess::waitForLog(const std::string& text) {

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -21,20 +22,21 @@ struct Ending {
   int signal = 0;
 };
 
-/// One run of the test agent in a root directory of its own. A process that is still there when the
-/// object goes is killed.
+/// One run of an agent, the test agent unless told otherwise, in a root directory of its own. A
+/// process that is still there when the object goes is killed.
 ///
 /// Daemons are collected by this process, too (it makes itself their reaper), so that the way they
 /// end is seen.
 class AgentProcess {
  public:
-  AgentProcess();
+  explicit AgentProcess(const std::filesystem::path& program = QOV_TEST_AGENT);
   ~AgentProcess();
 
   AgentProcess(const AgentProcess&) = delete;
   AgentProcess& operator=(const AgentProcess&) = delete;
 
   AgentRoot& root() { return root_; }
+  const std::string& program() const { return program_; }
 
   /// For the next start.
   void setEnvironment(const std::string& name, const std::string& value);
@@ -46,6 +48,9 @@ class AgentProcess {
 
   /// Sends to the daemon if there is one, else to the process that was started.
   void send(int signum);
+
+  /// Whether the process that was started has a handler for the signal.
+  bool catches(int signum) const;
 
   bool waitForLog(const std::string& text);
   bool waitForFile(const std::string& name);
@@ -68,6 +73,7 @@ class AgentProcess {
   Ending waitFor(pid_t& pid);
   [[noreturn]] void becomeAgent(const std::vector<std::string>& arguments);
 
+  std::string program_;
   AgentRoot root_;
   std::vector<std::string> environment_;
   std::function<void()> prepare_ = [] {};

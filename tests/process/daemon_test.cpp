@@ -1,73 +1,57 @@
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 
-#include "tests/process/agent_process.h"
+#include "tests/process/agent_test.h"
 #include "tests/support/sanitizers.h"
-
-using ::testing::HasSubstr;
 
 namespace qov::test {
 namespace {
 
-constexpr const char* kStarted = "Successed to init /";
-constexpr const char* kStopped = " had shutdown.";
-
-class AgentDaemon : public ::testing::Test {
+class AgentDaemon : public AgentTest {
  protected:
-  void starts(const std::vector<std::string>& modules) {
-    agent.useModules(modules);
+  /// Starts it in the background.
+  void startsADaemon(const std::vector<std::string>& modules) {
     agent.useModules({"state"});
-    agent.start({});
+    starts(modules, {});
     EXPECT_EQ(agent.waitForEnd().exitStatus, 0) << agent.errors();
-    ASSERT_TRUE(agent.waitForLog(kStarted)) << agent.log() << agent.errors();
     ASSERT_TRUE(agent.findDaemon());
   }
 
-  void stopsInOrder() {
+  void daemonStopsInOrder() {
     agent.send(SIGINT);
-    const Ending ending = agent.waitForDaemonEnd();
-    EXPECT_TRUE(ending.ended);
-    EXPECT_EQ(ending.signal, 0);
-    EXPECT_EQ(ending.exitStatus, 0);
-    EXPECT_THAT(agent.log(), HasSubstr(kStopped));
+    hasEndedInOrder(agent.waitForDaemonEnd());
   }
-
-  AgentProcess agent;
 };
 
 TEST_F(AgentDaemon, LeavesSessionDirectoryAndTerminalOfItsStarter) {
-  starts({"chatter"});
+  startsADaemon({"chatter"});
   EXPECT_NE(agent.state("session"), std::to_string(::getsid(0)));
   EXPECT_NE(agent.state("session"), agent.state("pid"));
   EXPECT_EQ(agent.state("directory"), agent.root().path().string());
   EXPECT_EQ(agent.state("stdout"), "/dev/null");
-  stopsInOrder();
+  EXPECT_EQ(agent.state("name_in_ace"), "<unknown>");
+  daemonStopsInOrder();
 }
 
 TEST_F(AgentDaemon, TakesSignalsLikeAForegroundProcess) {
   agent.root().writeConfig(2);
-  starts({"chatter"});
-  agent.root().writeConfig(1);
-  agent.send(SIGUSR1);
-  EXPECT_TRUE(agent.waitForLog("chatter handles"));
-  stopsInOrder();
+  startsADaemon({"chatter"});
+  EXPECT_TRUE(appliesTheDebugLevel());
+  daemonStopsInOrder();
 }
 
 TEST_F(AgentDaemon, KeepsTheFileModeMaskOfItsStarter) {
   agent.prepareChild([] { ::umask(027); });
-  starts({});
+  startsADaemon({});
   EXPECT_EQ(agent.state("umask"), std::to_string(027));
   struct stat log {};
   ASSERT_EQ(::stat(agent.root().logFile().c_str(), &log), 0);
   EXPECT_EQ(log.st_mode & S_IWOTH, 0u);
-  stopsInOrder();
+  daemonStopsInOrder();
 }
 
 /// Raises the limit of open descriptors of the child to what is allowed.
@@ -89,10 +73,10 @@ TEST_F(AgentDaemon, ClosesNoBillionOfDescriptorsWhereThatIsTheLimit) {
     GTEST_SKIP() << "the limit here is so low that closing up to it would be no fault";
   }
   agent.prepareChild(raiseLimit);
-  starts({});
+  startsADaemon({});
   EXPECT_LT(std::stoul(agent.state("closes")), kTelling);
   EXPECT_EQ(agent.state("limit"), std::to_string(limit.rlim_max));
-  stopsInOrder();
+  daemonStopsInOrder();
 }
 
 TEST_F(AgentDaemon, ClosesDescriptorsWhateverTheirNumber) {
@@ -105,17 +89,17 @@ TEST_F(AgentDaemon, ClosesDescriptorsWhateverTheirNumber) {
     ::dup2(opened, 100);
     ::dup2(opened, static_cast<int>(std::min<rlim_t>(limit.rlim_cur, 100000)) - 1);
   });
-  starts({});
+  startsADaemon({});
   EXPECT_TRUE(std::filesystem::exists(file));
   EXPECT_EQ(agent.state("hidden_descriptors"), "0");
-  stopsInOrder();
+  daemonStopsInOrder();
 }
 
 TEST_F(AgentDaemon, WritesWhatWasBufferedOnlyOnce) {
   agent.setEnvironment("QOV_TEST_GREETING", "hello");
-  starts({});
+  startsADaemon({});
   EXPECT_EQ(agent.output(), "hello");
-  stopsInOrder();
+  daemonStopsInOrder();
 }
 
 TEST_F(AgentDaemon, WithoutAConfigurationTellsItsStarter) {

@@ -1,11 +1,4 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <csignal>
-
-#include "tests/process/agent_process.h"
-
-using ::testing::HasSubstr;
+#include "tests/process/agent_test.h"
 
 namespace qov::test {
 namespace {
@@ -42,6 +35,14 @@ TEST_P(AgentEnd, AfterAStartWhoseSecondModuleFailedDoesNotCrash) {
 
 TEST_P(AgentEnd, WithoutAnEventLoopDoesNotCrash) {
   endsInOrder({"chatter", "other_chatter"}, false, 0);
+}
+
+class AgentExit : public AgentTest {};
+
+TEST_F(AgentExit, OnAModulesThreadEndsTheProcessWithItsStatus) {
+  starts({"quitter"});
+  agent.makeFile("go");
+  hasExited(agent.waitForEnd(), 7);
 }
 
 }  // namespace

@@ -1,37 +1,13 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <csignal>
-
-#include "tests/process/agent_process.h"
+#include "tests/process/agent_test.h"
 
 using ::testing::HasSubstr;
 
 namespace qov::test {
 namespace {
 
-constexpr const char* kStarted = "Successed to init /";
-constexpr const char* kStopped = " had shutdown.";
-
-class AgentSignalsAtTheEnd : public ::testing::Test {
- protected:
-  void starts(const std::vector<std::string>& modules) {
-    agent.useModules(modules);
-    agent.start({"-n"});
-    ASSERT_TRUE(agent.waitForLog(kStarted)) << agent.log() << agent.errors();
-  }
-
-  void stopsInOrder() {
-    agent.send(SIGINT);
-    const Ending ending = agent.waitForEnd();
-    EXPECT_EQ(ending.signal, 0);
-    EXPECT_EQ(ending.exitStatus, 0) << agent.errors();
-    EXPECT_THAT(agent.log(), HasSubstr(kStopped));
-  }
-
-  AgentProcess agent;
-};
+class AgentSignalsAtTheEnd : public AgentTest {};
 
 TEST_F(AgentSignalsAtTheEnd, ABrokenPipeAtStandardOutputDoesNotTurnASuccessIntoADeath) {
   agent.setEnvironment("QOV_TEST_GREETING", "nobody reads this");
@@ -48,19 +24,21 @@ TEST_F(AgentSignalsAtTheEnd, ABrokenPipeAtStandardOutputDoesNotTurnASuccessIntoA
   stopsInOrder();
 }
 
+TEST_F(AgentSignalsAtTheEnd, NoneOfTheThreeEndsAProcessThatHasEndedSomeOfItsModules) {
+  starts({"chatter", "stuck"});
+  agent.send(SIGINT);
+  ASSERT_TRUE(agent.waitForLog("Unload module qovp_chatter!"));
+  for (const int signum : {SIGPIPE, SIGUSR1, SIGINT}) {
+    agent.send(signum);
+  }
+  agent.makeFile("go");
+  hasEndedInOrder(agent.waitForEnd());
+}
+
 TEST_F(AgentSignalsAtTheEnd, NoneOfTheThreeEndsAProcessThatIsOnItsWayOut) {
   agent.setEnvironment("QOV_TEST_LAST_SIGNALS", "1");
   starts({"chatter"});
   stopsInOrder();
-}
-
-TEST_F(AgentSignalsAtTheEnd, AShutdownThatHangsIsEndedByItsGuard) {
-  // 450 of its seconds.
-  agent.setEnvironment("PXOS_GUARD_SECOND_MS", "1");
-  starts({"stuck"});
-  agent.send(SIGINT);
-  EXPECT_EQ(agent.waitForEnd().signal, SIGABRT);
-  EXPECT_THAT(agent.errors(), HasSubstr("has not ended within 450 s, aborting"));
 }
 
 }  // namespace

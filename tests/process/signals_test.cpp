@@ -1,10 +1,6 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include <csignal>
-
-#include "tests/process/agent_process.h"
+#include "tests/process/agent_test.h"
 
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -12,36 +8,7 @@ using ::testing::Not;
 namespace qov::test {
 namespace {
 
-constexpr const char* kStarted = "Successed to init /";
-constexpr const char* kStopped = " had shutdown.";
-constexpr const char* kDebugLine = "chatter handles";
-constexpr const char* kInfoLine = "chatter works";
-
-class AgentSignals : public ::testing::Test {
- protected:
-  void starts(const std::vector<std::string>& modules) {
-    agent.useModules(modules);
-    agent.start({"-n"});
-    ASSERT_TRUE(agent.waitForLog(kStarted)) << agent.log() << agent.errors();
-  }
-
-  void stopsInOrder() {
-    agent.send(SIGINT);
-    const Ending ending = agent.waitForEnd();
-    EXPECT_TRUE(ending.ended);
-    EXPECT_EQ(ending.signal, 0);
-    EXPECT_EQ(ending.exitStatus, 0) << agent.errors();
-    EXPECT_THAT(agent.log(), HasSubstr(kStopped));
-  }
-
-  /// Waits until `text` is logged behind what the log holds now.
-  bool logsAnew(const std::string& text) {
-    const std::size_t now = agent.log().size();
-    return waitUntil([&] { return agent.log().find(text, now) != std::string::npos; });
-  }
-
-  AgentProcess agent;
-};
+class AgentSignals : public AgentTest {};
 
 TEST_F(AgentSignals, SigintEndsALoopThatHasSeenNoEvent) {
   starts({"state"});
@@ -63,10 +30,7 @@ TEST_F(AgentSignals, Sigusr1AppliesTheLogLevelOfTheFile) {
   starts({"chatter"});
   ASSERT_TRUE(agent.waitForLog(kInfoLine));
   EXPECT_THAT(agent.log(), Not(HasSubstr(kDebugLine)));
-
-  agent.root().writeConfig(1);
-  agent.send(SIGUSR1);
-  EXPECT_TRUE(agent.waitForLog(kDebugLine));
+  EXPECT_TRUE(appliesTheDebugLevel());
 
   agent.root().writeConfig(2);
   agent.send(SIGUSR1);
@@ -156,9 +120,7 @@ TEST_F(AgentSignals, SigintStopsAProcessWhoseStarterHasBlockedIt) {
   });
   agent.root().writeConfig(2);
   starts({"chatter"});
-  agent.root().writeConfig(1);
-  agent.send(SIGUSR1);
-  EXPECT_TRUE(agent.waitForLog(kDebugLine));
+  EXPECT_TRUE(appliesTheDebugLevel());
   stopsInOrder();
 }
 

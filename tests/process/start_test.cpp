@@ -1,52 +1,39 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include <unistd.h>
 
-#include <csignal>
+#include "tests/process/agent_test.h"
 
-#include "tests/process/agent_process.h"
-
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::Not;
-using ::testing::StartsWith;
 
 namespace qov::test {
 namespace {
 
-constexpr const char* kStarted = "Successed to init /";
-constexpr const char* kStopped = " had shutdown.";
-
-class AgentStart : public ::testing::Test {
+class AgentStart : public AgentTest {
  protected:
   /// Starts it with `arguments` and expects that it stays in the foreground and stops in order.
   void staysInTheForeground(const std::vector<std::string>& arguments) {
-    agent.useModules({"state"});
-    agent.start(arguments);
-    ASSERT_TRUE(agent.waitForLog(kStarted)) << agent.log() << agent.errors();
+    starts({"state"}, arguments);
     EXPECT_EQ(agent.state("parent"), std::to_string(::getpid()));
-    agent.send(SIGINT);
-    const Ending ending = agent.waitForEnd();
-    EXPECT_EQ(ending.exitStatus, 0);
-    EXPECT_THAT(agent.log(), HasSubstr(kStopped));
+    stopsInOrder();
   }
 
-  int exitStatusOfAFailedStart() {
+  void failsToStart() {
     agent.start({"-n"});
-    const Ending ending = agent.waitForEnd();
-    EXPECT_TRUE(ending.ended);
-    EXPECT_EQ(ending.signal, 0);
-    return ending.exitStatus;
+    hasExited(agent.waitForEnd(), 1);
   }
-
-  AgentProcess agent;
 };
 
 TEST_F(AgentStart, LogsItsProgramNameAtBothEnds) {
-  agent.useModules({"state"});
-  agent.start({"-n"});
-  ASSERT_TRUE(agent.waitForLog(std::string("Successed to init ") + QOV_TEST_AGENT + "\n"));
-  agent.send(SIGINT);
-  EXPECT_EQ(agent.waitForEnd().exitStatus, 0);
-  EXPECT_THAT(agent.log(), HasSubstr(std::string("] ") + QOV_TEST_AGENT + " had shutdown.\n"));
+  starts({"state"});
+  stopsInOrder();
+  EXPECT_THAT(agent.log(), ContainsRegex("\\[INFO\\]\\[QOVPUBLIC\\]\\[init,[0-9]+\\]\\[\\]"
+                                         "\\[qov_test_agent:[0-9]+\\] Successed to init " +
+                                         agent.program() + "\n"));
+  EXPECT_THAT(agent.log(),
+              ContainsRegex("\\[INFO\\]\\[QOVPUBLIC\\]\\[event_loop_done,[0-9]+\\]\\[\\]"
+                            "\\[qov_test_agent:[0-9]+\\] " +
+                            agent.program() + " had shutdown.\n"));
 }
 
 TEST_F(AgentStart, StaysInTheForegroundWithTheOptionAnywhere) {
@@ -79,48 +66,53 @@ TEST_F(AgentStart, LoadsTheModulesWithTheSignalsBlocked) {
   EXPECT_EQ(agent.state("sigpipe_blocked"), "0");
 }
 
+TEST_F(AgentStart, HandlesTheThreeSignalsFromItsEndOn) {
+  starts({"state"});
+  EXPECT_TRUE(agent.catches(SIGINT));
+  EXPECT_TRUE(agent.catches(SIGPIPE));
+  EXPECT_TRUE(agent.catches(SIGUSR1));
+  EXPECT_FALSE(agent.catches(SIGTERM));
+  stopsInOrder();
+}
+
 TEST_F(AgentStart, TracesInitOnlyOnceItHasSucceeded) {
   agent.root().writeConfig(0);
-  agent.useModules({"state"});
-  agent.start({"-n"});
+  starts({"state"});
   ASSERT_TRUE(agent.waitForLog("enter void CQOVapp::event_loop_done()..."));
-  agent.send(SIGINT);
-  EXPECT_EQ(agent.waitForEnd().exitStatus, 0);
-  const std::string log = agent.log();
-  const std::size_t loaded = log.find("leave bool CQOV_Module_Loader::load(): OK");
-  const std::size_t entered = log.find("enter int CQOVapp::init(int, ACE_TCHAR**)...");
-  const std::size_t told = log.find(kStarted);
-  const std::size_t left = log.find("leave int CQOVapp::init(int, ACE_TCHAR**): OK");
-  EXPECT_LT(loaded, entered);
-  EXPECT_LT(entered, told);
-  EXPECT_LT(told, left);
-  EXPECT_NE(left, std::string::npos);
-  EXPECT_THAT(log, HasSubstr("leave void CQOVapp::event_loop_done(): OK"));
+  stopsInOrder();
+  logsInOrder(
+      {"leave bool CQOV_Module_Loader::load(): OK", "enter int CQOVapp::init(int, ACE_TCHAR**)...",
+       kStarted, "leave int CQOVapp::init(int, ACE_TCHAR**): OK",
+       "enter void CQOVapp::event_loop_done()...", "enter void CQOV_Module_Loader::unload()...",
+       kStopped, "leave void CQOVapp::event_loop_done(): OK"});
 }
 
 TEST_F(AgentStart, WithoutAConfigurationEndsWithOneLineAndAFailure) {
   std::filesystem::remove(agent.root().cfgFile());
-  EXPECT_EQ(exitStatusOfAFailedStart(), 1);
+  failsToStart();
   EXPECT_EQ(agent.errors(), "CQOV_Exception: can't open proc config file\n");
 }
 
 TEST_F(AgentStart, WithoutAProcessIdEndsWithOneLineAndAFailure) {
   AgentRoot::write(agent.root().cfgFile(), "[QOV_GLOBAL]\nNAME=x\n");
-  EXPECT_EQ(exitStatusOfAFailedStart(), 1);
+  failsToStart();
   EXPECT_EQ(agent.errors(), "CQOV_Exception: can't get PROC_PID from section name is PROC!\n");
 }
 
 TEST_F(AgentStart, WithoutModulesFails) {
-  EXPECT_EQ(exitStatusOfAFailedStart(), 1);
+  failsToStart();
   EXPECT_THAT(agent.log(), HasSubstr("Failed to load module, because module is empty!"));
   EXPECT_THAT(agent.log(), Not(HasSubstr("CQOVapp")));
   EXPECT_EQ(agent.errors(), "the agent did not start\n");
 }
 
 TEST_F(AgentStart, WithAModuleThatDoesNotInitialiseFails) {
+  agent.root().writeConfig(0);
   agent.useModules({"bad"});
-  EXPECT_EQ(exitStatusOfAFailedStart(), 1);
-  EXPECT_THAT(agent.log(), HasSubstr("Failed to init module qovp_bad!"));
+  failsToStart();
+  logsInOrder({"Failed to init module qovp_bad!", "leave bool CQOV_Module_Loader::load(): ",
+               "enter void CQOV_Module_Loader::unload()..."});
+  EXPECT_THAT(agent.log(), Not(HasSubstr("CQOVapp")));
   EXPECT_THAT(agent.log(), Not(HasSubstr(kStarted)));
 }
 
@@ -130,24 +122,49 @@ TEST_F(AgentStart, WithoutALogConfigurationRunsAllTheSame) {
   agent.start({"-n"});
   ASSERT_TRUE(waitUntil([&] { return agent.errors().find(kStarted) != std::string::npos; }));
   agent.send(SIGINT);
-  EXPECT_EQ(agent.waitForEnd().exitStatus, 0);
+  hasExited(agent.waitForEnd(), 0);
   EXPECT_THAT(agent.errors(), HasSubstr(kStopped));
+}
+
+TEST_F(AgentStart, StopsAlthoughAModulesThreadWasTheFirstToUseTheProcessReactor) {
+  // Without a log configuration the frame itself has not needed it before.
+  AgentRoot::write(agent.root().cfgFile(), "[QOV_GLOBAL]\nPROC_PID=7\n");
+  agent.useModules({"reactor_user"});
+  agent.start({"-n"});
+  ASSERT_TRUE(waitUntil([&] { return agent.errors().find(kStarted) != std::string::npos; }));
+  agent.send(SIGINT);
+  hasExited(agent.waitForEnd(), 0);
 }
 
 TEST_F(AgentStart, RunsTwiceInOneProcess) {
   agent.setEnvironment("QOV_TEST_MAIN", "twice");
-  agent.useModules({"chatter"});
-  agent.start({"-n"});
-  ASSERT_TRUE(agent.waitForLog(kStarted));
+  agent.root().writeConfig(2);
+  starts({"chatter"});
   agent.send(SIGINT);
   ASSERT_TRUE(agent.waitForLog(kStopped));
   const std::size_t firstLife = agent.log().rfind(kStopped);
   ASSERT_TRUE(
       waitUntil([&] { return agent.log().find(kStarted, firstLife) != std::string::npos; }));
+  EXPECT_TRUE(appliesTheDebugLevel());
+  stopsInOrder();
+  EXPECT_GT(agent.log().rfind(kStopped), firstLife);
+}
+
+TEST_F(AgentStart, StartedTwiceAppliesTheLogLevelAndStops) {
+  agent.setEnvironment("QOV_TEST_MAIN", "again");
+  agent.root().writeConfig(2);
+  starts({"chatter"});
+  EXPECT_TRUE(appliesTheDebugLevel());
+  stopsInOrder();
+}
+
+TEST_F(AgentStart, StopsAfterASigusr1ThatComesWhenALaterFrameIsGone) {
+  agent.setEnvironment("QOV_TEST_MAIN", "inner");
+  starts({"state"});
+  ASSERT_TRUE(agent.waitForFile("inner_is_gone"));
   agent.send(SIGUSR1);
   agent.send(SIGINT);
-  EXPECT_EQ(agent.waitForEnd().exitStatus, 0);
-  EXPECT_GT(agent.log().rfind(kStopped), firstLife);
+  hasExited(agent.waitForEnd(), 0);
 }
 
 }  // namespace

@@ -2,13 +2,9 @@
 // workers log through the module's kit; the thread logs, too. Of two such modules in one process
 // the second one fails to initialise when QOV_TEST_SECOND_FAILS is set.
 //   QOV_TEST_GID  its gid
-#include <ace/Message_Block.h>
 #include <qovpub/qov_common_debugkit.h>
-#include <qovpub/qov_message_package.h>
-#include <qovpub/qov_module_loader.h>
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
-#include <qovpub/qov_utility.h>
 
 #include <atomic>
 #include <chrono>
@@ -17,10 +13,10 @@
 #include <thread>
 
 #include "tests/process/modules/agent_files.h"
+#include "tests/process/modules/own_message.h"
 
 namespace {
 
-constexpr std::uint8_t kAsyncType = 3;
 constexpr int kGid = QOV_TEST_GID;
 
 /// A static object of the library, which must outlive the module that works with it.
@@ -76,24 +72,8 @@ class Module : public CQOV_TaskMgr {
  private:
   void chat() {
     while (!stop_) {
-      send();
+      qov::test::sendAMessageTo(kGid);
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-  }
-
-  static void send() {
-    auto package = std::make_unique<CQOV_MsgPackage>();
-    package->head().type_ = kAsyncType;
-    package->head().rpid_ = static_cast<std::uint8_t>(QOV_Utility::getProcPID());
-    package->head().rmid_ = static_cast<std::uint8_t>(kGid);
-    const CQOV_MsgPackage* const pointer = package.get();
-    ACE_Message_Block* const block = new ACE_Message_Block(sizeof pointer);
-    block->copy(reinterpret_cast<const char*>(&pointer), sizeof pointer);
-    using Loader = ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>;
-    if (Loader::instance()->sendMsg(kGid, block) == 0) {
-      static_cast<void>(package.release());
-    } else {
-      block->release();
     }
   }
 

@@ -1,6 +1,7 @@
-// A module whose end never comes.
+// A module whose end waits for the file "go", for ever if need be.
 #include <qovpub/qov_task_mgr.h>
-#include <unistd.h>
+
+#include "tests/process/modules/agent_files.h"
 
 namespace {
 
@@ -8,8 +9,7 @@ class Module : public CQOV_TaskMgr {
  public:
   Module() : CQOV_TaskMgr(43, 0, "stuck") {}
   ~Module() override {
-    for (;;) {
-      ::pause();
+    while (!qov::test::waitForFile("go")) {
     }
   }
   CQOV_Task* createTask() override { return nullptr; }

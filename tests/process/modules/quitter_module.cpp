@@ -1,0 +1,45 @@
+// A module whose worker ends the process by exit(7), once there is the file "go".
+#include <qovpub/qov_task.h>
+#include <qovpub/qov_task_mgr.h>
+
+#include <cstdlib>
+#include <thread>
+
+#include "tests/process/modules/agent_files.h"
+#include "tests/process/modules/own_message.h"
+
+namespace {
+
+constexpr int kGid = 45;
+
+class Worker : public CQOV_CommonTask {
+ public:
+  explicit Worker(CQOV_TaskMgr* mgr) : CQOV_CommonTask(mgr) {}
+
+  int handleMessage(CQOV_MsgPackage&) override { std::exit(7); }
+};
+
+class Module : public CQOV_TaskMgr {
+ public:
+  Module() : CQOV_TaskMgr(kGid, 2, "quitter") {}
+  ~Module() override { thread_.join(); }
+  CQOV_Task* createTask() override { return new Worker(this); }
+
+  bool initEnv() override {
+    thread_ = std::thread([] {
+      if (qov::test::waitForFile("go")) {
+        qov::test::sendAMessageTo(kGid);
+      }
+    });
+    return true;
+  }
+
+ private:
+  std::thread thread_;
+};
+
+}  // namespace
+
+extern "C" CQOV_TaskMgr* QOV_CreateModule() {
+  return new Module;
+}
