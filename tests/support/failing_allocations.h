@@ -15,6 +15,10 @@ class FailingAllocations {
   /// Counts, and fails, the allocations of exactly `size` bytes only; one if nothing else is said.
   static FailingAllocations ofSize(std::size_t size, long count = 0, long failures = 1);
 
+  /// Leaves alone the allocations that give null instead of throwing: some places in ACE do not
+  /// look at what they were given.
+  static FailingAllocations ofThoseThatThrow(long count);
+
   ~FailingAllocations();
   FailingAllocations(const FailingAllocations&) = delete;
   FailingAllocations& operator=(const FailingAllocations&) = delete;
@@ -25,7 +29,7 @@ class FailingAllocations {
  private:
   static constexpr long kAllFurther = -1;
 
-  FailingAllocations(std::size_t size, long count, long failures);
+  FailingAllocations(std::size_t size, long count, long failures, bool throwingOnly = false);
 };
 
 }  // namespace qov::test
