@@ -11,6 +11,19 @@ constexpr std::size_t kMostCollected = 16;
 
 thread_local RingCollector* collector = nullptr;
 
+/// Counts its thread among those that wait.
+class Waiting {
+ public:
+  explicit Waiting(int& count) : count_(count) { ++count_; }
+  ~Waiting() { --count_; }
+
+  Waiting(const Waiting&) = delete;
+  Waiting& operator=(const Waiting&) = delete;
+
+ private:
+  int& count_;
+};
+
 }  // namespace
 
 void Doorbell::ring() {
@@ -28,15 +41,15 @@ void Doorbell::ring() {
 bool Doorbell::wait(const std::optional<Clock::time_point>& deadline) {
   ringCollected();
   std::unique_lock<std::mutex> lock(mutex_);
+  // Also when the thread is cancelled while it waits.
+  const Waiting waiting(waiting_);
   const auto ringing = [this] { return ringing_; };
-  ++waiting_;
   bool rung = true;
   if (deadline) {
     rung = rung_.wait_until(lock, *deadline, ringing);
   } else {
     rung_.wait(lock, ringing);
   }
-  --waiting_;
   ringing_ = false;
   return rung;
 }

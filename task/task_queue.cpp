@@ -2,6 +2,7 @@
 
 #include <ace/Guard_T.h>
 #include <ace/Notification_Strategy.h>
+#include <ace/Reverse_Lock_T.h>
 
 #include <cerrno>
 #include <limits>
@@ -104,6 +105,15 @@ int TaskQueue::dequeueBeforeStop(ACE_Message_Block*& mb) {
   return dequeue_head_i(mb);
 }
 
+ACE_Message_Block* TaskQueue::takeData() {
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  ACE_Message_Block* mb = nullptr;
+  if (state_ != DEACTIVATED && !is_empty_i() && head_->msg_type() == ACE_Message_Block::MB_DATA) {
+    dequeue_head_i(mb);
+  }
+  return mb;
+}
+
 void TaskQueue::countInto(std::shared_ptr<ModuleLoad> load) {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
   high_water_mark_ = std::numeric_limits<std::size_t>::max();
@@ -204,14 +214,15 @@ int TaskQueue::wait_not_empty_cond(ACE_Time_Value* timeout) {
 }
 
 bool TaskQueue::waitForBell(const ACE_Time_Value* timeout) {
-  lock_.release();
   std::optional<Doorbell::Clock::time_point> deadline;
   if (timeout != nullptr) {
     deadline = steadyDeadline(*timeout);
   }
-  const bool rung = bell_->wait(deadline);
-  lock_.acquire();
-  return rung;
+  // Locked again on every way out: the thread may be cancelled while it waits, and its guards give
+  // the lock back.
+  ACE_Reverse_Lock<ACE_Thread_Mutex> reversed(lock_);
+  const ACE_Guard<ACE_Reverse_Lock<ACE_Thread_Mutex>> unlocked(reversed);
+  return bell_->wait(deadline);
 }
 
 }  // namespace qov

@@ -39,6 +39,9 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   /// MB_STOP, which stays where it is.
   int dequeueBeforeStop(ACE_Message_Block*& mb);
 
+  /// The next block if it is an MB_DATA, at once; else null.
+  ACE_Message_Block* takeData();
+
   /// Counts the queue's bytes into `load` from now on and lifts the queue's own limit: whoever
   /// fills the queue never waits.
   void countInto(std::shared_ptr<ModuleLoad> load);

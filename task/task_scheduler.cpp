@@ -13,12 +13,17 @@
 #include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/start_task.h"
+#include "task/task_queue.h"
 
 namespace {
 
 /// Waits for an idle worker that are worth an info line: every so many, and those longer than this.
 constexpr unsigned long long kNotedWaits = 500;
 constexpr time_t kLongWaitSeconds = 10;
+
+/// So many messages returning workers take while the scheduler thread waits; then it has its turn
+/// again, so that what watches over one wait does not watch over a pool that is busy for hours.
+constexpr unsigned int kMostTaken = 64;
 
 /// Null when the module makes none or throws.
 std::unique_ptr<CQOV_Task> makeWorker(CQOV_TaskMgr& mgr) {
@@ -142,7 +147,7 @@ int CQOV_TaskScheduler::return_to_work(CQOV_Task* worker) {
   if (!worker->idle_ && (worker->pooled_ || !worker->started_)) {
     worker->idle_ = true;
     idleTasks_.enqueue_tail(worker);
-    idleSignal_.signal();
+    serveWaiting(log);
   }
   return 0;
 }
@@ -152,40 +157,72 @@ int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
                         "int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block*)");
   FowGuard watch(5, 1, 3600);
   ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
-  for (;;) {
-    while (idleTasks_.is_empty() && !stopping_) {
-      waitForIdleWorker(log);
-    }
-    CQOV_Task* worker = nullptr;
-    if (idleTasks_.dequeue_head(worker) == -1) {
-      break;
-    }
-    worker->idle_ = false;
-    // Refused only by a worker that was told to end on its own: the next one takes the message.
-    if (worker->msg_queue()->enqueue_tail(mb) != -1) {
-      return 0;
-    }
+  if (giveToIdleWorker(mb)) {
+    return 0;
   }
-  qov::releaseWithPackage(mb);
+  if (stopping_) {
+    qov::releaseWithPackage(mb);
+    return -1;
+  }
+  taken_ = 0;
+  beginWait(log, mb);
+  qov::ringCollected();
+  while (waiting_ != nullptr && !stopping_) {
+    idleSignal_.wait();
+  }
+  if (waiting_ == nullptr) {
+    return 0;
+  }
+  qov::releaseWithPackage(endWait(log));
   return -1;
 }
 
-void CQOV_TaskScheduler::waitForIdleWorker(CQOVDebugKitGuard& log) {
-  const unsigned long long serial = oAtomicSerialNum_.load(std::memory_order_relaxed);
-  oAtomicSerialNum_.store(serial + 1, std::memory_order_relaxed);
-  const time_t begin = ACE_OS::time();
+bool CQOV_TaskScheduler::giveToIdleWorker(ACE_Message_Block* mb) {
+  CQOV_Task* worker = nullptr;
+  while (idleTasks_.dequeue_head(worker) != -1) {
+    worker->idle_ = false;
+    // Refused only by a worker that was told to end on its own: the next one takes the message.
+    if (worker->msg_queue()->enqueue_tail(mb) != -1) {
+      return true;
+    }
+  }
+  return false;
+}
+
+void CQOV_TaskScheduler::serveWaiting(CQOVDebugKitGuard& log) {
+  while (waiting_ != nullptr && !stopping_ && !idleTasks_.is_empty()) {
+    ACE_Message_Block* mb = endWait(log);
+    while (mb != nullptr && giveToIdleWorker(mb)) {
+      mb = ++taken_ < kMostTaken ? taskQueue().takeData() : nullptr;
+    }
+    if (mb != nullptr) {
+      beginWait(log, mb);
+    }
+  }
+  if (waiting_ == nullptr) {
+    idleSignal_.signal();
+  }
+}
+
+void CQOV_TaskScheduler::beginWait(CQOVDebugKitGuard& log, ACE_Message_Block* mb) {
+  waiting_ = mb;
+  waitSerial_ = oAtomicSerialNum_.load(std::memory_order_relaxed);
+  oAtomicSerialNum_.store(waitSerial_ + 1, std::memory_order_relaxed);
+  waitBegin_ = ACE_OS::time();
   log.debug(qov::kLogIdBase + 21, __FUNCTION__, __LINE__,
-            "wait worker thread is empty begin num(%d), time(%d)", static_cast<int>(serial),
-            static_cast<int>(begin));
-  qov::ringCollected();
-  idleSignal_.wait();
+            "wait worker thread is empty begin num(%d), time(%d)", static_cast<int>(waitSerial_),
+            static_cast<int>(waitBegin_));
+}
+
+ACE_Message_Block* CQOV_TaskScheduler::endWait(CQOVDebugKitGuard& log) {
   const time_t end = ACE_OS::time();
   log.debug(qov::kLogIdBase + 22, __FUNCTION__, __LINE__,
-            "wait worker thread is empty end wait num(%d), time(%d).", static_cast<int>(serial),
-            static_cast<int>(end));
-  if (serial % kNotedWaits == 0 || end - begin > kLongWaitSeconds) {
+            "wait worker thread is empty end wait num(%d), time(%d).",
+            static_cast<int>(waitSerial_), static_cast<int>(end));
+  if (waitSerial_ % kNotedWaits == 0 || end - waitBegin_ > kLongWaitSeconds) {
     log.info(qov::kLogIdBase + 23, __FUNCTION__, __LINE__,
-             "wait worker thread is empty end wait num(%d), time(%llu).", static_cast<int>(serial),
-             static_cast<unsigned long long>(end - begin));
+             "wait worker thread is empty end wait num(%d), time(%llu).",
+             static_cast<int>(waitSerial_), static_cast<unsigned long long>(end - waitBegin_));
   }
+  return std::exchange(waiting_, nullptr);
 }

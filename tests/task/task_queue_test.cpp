@@ -2,6 +2,7 @@
 
 #include <ace/OS_NS_sys_time.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <cerrno>
@@ -222,4 +223,21 @@ TEST_F(TaskQueueTest, AQueueThatCountsIntoALoadHasNoLimitOfItsOwn) {
   queue_.countInto(std::make_shared<qov::ModuleLoad>());
   ACE_Time_Value past;
   EXPECT_LT(0, queue_.enqueue_tail(makeBlock(makeMessage(3, 1)), &past));
+}
+
+TEST_F(TaskQueueTest, ServesOnWhenAThreadIsCancelledThatWaitsForABlock) {
+  std::thread cancelled([this] {
+    ACE_Message_Block* block = nullptr;
+    queue_.dequeue_head(block);
+    ADD_FAILURE() << "the wait has ended";
+  });
+  // Takes effect once it waits.
+  ASSERT_EQ(0, pthread_cancel(cancelled.native_handle()));
+  cancelled.join();
+  ACE_Message_Block* const block = makeBlock(makeMessage(3, 1));
+  ASSERT_LT(0, queue_.enqueue_tail(block));
+  ACE_Message_Block* taken = nullptr;
+  ASSERT_EQ(0, queue_.dequeue_head(taken));
+  EXPECT_EQ(block, taken);
+  qov::releaseWithPackage(taken);
 }

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/task/task_fixture.h"
@@ -195,7 +197,7 @@ TEST_F(TaskSchedulerTest, NotesTheFirstWaitForAnIdleWorker) {
   release.count();
   ASSERT_TRUE(handled.waitFor(2));
   EXPECT_TRUE(log_.waitFor("wait worker thread is empty end wait num(0), time("));
-  EXPECT_TRUE(log_.waitFor("[INFO][QOVPUBLIC][waitForIdleWorker"));
+  EXPECT_TRUE(log_.waitFor("[INFO][QOVPUBLIC][endWait"));
 }
 
 TEST_F(TaskSchedulerTest, EveryFiveHundredthWaitIsNoted) {
@@ -231,7 +233,7 @@ TEST_F(TaskSchedulerTest, APoolOfNoWorkersBlocksTheSchedulerUntilTheStop) {
     ASSERT_TRUE(log_.waitFor("wait worker thread is empty begin num(0), time("));
     EXPECT_EQ(0, log_.count("end wait num"));
   }
-  EXPECT_EQ(1, log_.count("[INFO][QOVPUBLIC][waitForIdleWorker"));
+  EXPECT_EQ(1, log_.count("[INFO][QOVPUBLIC][endWait"));
   EXPECT_EQ(1, log_.count("Scheduler thread(20) received stop-message!"));
 }
 
@@ -277,4 +279,136 @@ TEST_F(TaskSchedulerTest, RefusesAnUnknownBlockType) {
   EXPECT_TRUE(log_.waitFor("Scheduler thread(20) received unknown message type!"));
   scheduler.notifyExit();
   EXPECT_EQ(0, scheduler.wait());
+}
+
+namespace {
+
+/// A scheduler whose thread never runs: one message waits for an idle worker on a thread of the
+/// test, and the test plays the workers that return.
+class BusyPool {
+ public:
+  explicit BusyPool(StderrCapture& log)
+      : scheduler_(&module_, 0), worker_(&module_, ignore), waiter_([this] { result_ = hand(0); }) {
+    EXPECT_TRUE(log.waitFor("wait worker thread is empty begin num("));
+  }
+  ~BusyPool() { end(); }
+
+  CQOV_TaskScheduler& scheduler() { return scheduler_; }
+
+  /// Queues a message behind the one that waits.
+  void queue(std::uint64_t opc) {
+    ASSERT_EQ(0, scheduler_.putMsg(3, makeBlock(makeMessage(3, opc)), nullptr));
+  }
+
+  /// The operation of the message that the worker is given for its return; nothing when none is.
+  std::optional<std::uint64_t> returnWorker() {
+    EXPECT_EQ(0, scheduler_.return_to_work(&worker_));
+    if (worker_.msg_queue()->is_empty()) {
+      return std::nullopt;
+    }
+    ACE_Message_Block* block = nullptr;
+    EXPECT_EQ(0, worker_.msg_queue()->dequeue_head(block));
+    EXPECT_TRUE(worker_.msg_queue()->is_empty());
+    const std::uint64_t opc = qov::packageOf(*block)->head().opc_;
+    qov::releaseWithPackage(block);
+    return opc;
+  }
+
+  /// The result of the wait, once it has ended.
+  int end() {
+    if (waiter_.joinable()) {
+      waiter_.join();
+    }
+    return result_;
+  }
+
+ private:
+  int hand(std::uint64_t opc) { return scheduler_.handle_mb_data(makeBlock(makeMessage(3, opc))); }
+
+  TestModule module_{ignore, 0};
+  CQOV_TaskScheduler scheduler_;
+  FunctionWorker worker_;
+  int result_ = -2;
+  std::thread waiter_;
+};
+
+class BusyPoolTest : public TaskSchedulerTest {
+ protected:
+  BusyPoolTest() {
+    CQOV_TaskScheduler::oAtomicSerialNum_ = 1;
+    ACE_Log_Msg& ace = *ACE_Log_Msg::instance();
+    ace.priority_mask(ace.priority_mask(ACE_Log_Msg::PROCESS) | LM_DEBUG, ACE_Log_Msg::PROCESS);
+  }
+};
+
+}  // namespace
+
+TEST_F(BusyPoolTest, AReturningWorkerTakesWhatWaitsAndWhatStandsBehindIt) {
+  BusyPool pool(log_);
+  pool.queue(1);
+  pool.queue(2);
+  for (std::uint64_t opc = 0; opc <= 2; ++opc) {
+    EXPECT_EQ(opc, pool.returnWorker());
+  }
+  EXPECT_EQ(0, pool.end());
+  EXPECT_EQ(0U, pool.scheduler().msg_queue()->message_count());
+}
+
+TEST_F(BusyPoolTest, EveryMessageThatWaitsIsAWaitOfItsOwn) {
+  BusyPool pool(log_);
+  pool.queue(1);
+  EXPECT_EQ(0U, pool.returnWorker());
+  EXPECT_EQ(1, log_.count("wait worker thread is empty end wait num(1), time("));
+  EXPECT_EQ(1, log_.count("wait worker thread is empty begin num(2), time("));
+  EXPECT_EQ(0, log_.count("wait worker thread is empty end wait num(2), time("));
+  EXPECT_EQ(1U, pool.returnWorker());
+  EXPECT_EQ(0, pool.end());
+  EXPECT_EQ(1, log_.count("wait worker thread is empty end wait num(2), time("));
+  EXPECT_EQ(3, static_cast<int>(CQOV_TaskScheduler::oAtomicSerialNum_));
+}
+
+TEST_F(BusyPoolTest, AStopBlockIsLeftToTheSchedulerThread) {
+  BusyPool pool(log_);
+  pool.scheduler().CQOV_Task::notifyExit();
+  pool.queue(1);
+  EXPECT_EQ(0U, pool.returnWorker());
+  EXPECT_EQ(0, pool.end());
+  ACE_Message_Block* block = nullptr;
+  ASSERT_LT(0, pool.scheduler().msg_queue()->dequeue_head(block));
+  EXPECT_EQ(ACE_Message_Block::MB_STOP, block->msg_type());
+  block->release();
+  EXPECT_EQ(1U, pool.scheduler().msg_queue()->message_count());
+}
+
+TEST_F(BusyPoolTest, AStopDropsWhatWaitsAndLeavesTheRestToTheSchedulerThread) {
+  BusyPool pool(log_);
+  pool.queue(1);
+  pool.scheduler().notifyExit();
+  EXPECT_EQ(-1, pool.end());
+  EXPECT_EQ(std::nullopt, pool.returnWorker());
+  EXPECT_EQ(2U, pool.scheduler().msg_queue()->message_count());
+}
+
+TEST_F(BusyPoolTest, AWorkerThatIsFreeWhenNothingStandsInTheQueueJoinsTheIdleOnes) {
+  BusyPool pool(log_);
+  EXPECT_EQ(0U, pool.returnWorker());
+  EXPECT_EQ(0, pool.end());
+  EXPECT_EQ(std::nullopt, pool.returnWorker());
+  EXPECT_EQ(0, pool.scheduler().handle_mb_data(makeBlock(makeMessage(3, 1))));
+}
+
+TEST_F(BusyPoolTest, TheSchedulerThreadHasItsTurnAgainHoweverBusyThePoolIs) {
+  BusyPool pool(log_);
+  constexpr std::uint64_t kMany = 200;
+  for (std::uint64_t opc = 1; opc <= kMany; ++opc) {
+    pool.queue(opc);
+  }
+  std::uint64_t taken = 0;
+  while (taken <= kMany && pool.returnWorker() == taken) {
+    ++taken;
+  }
+  EXPECT_EQ(0, pool.end());
+  EXPECT_LT(0U, taken);
+  EXPECT_EQ(kMany + 1 - taken, pool.scheduler().msg_queue()->message_count());
+  EXPECT_LT(0U, pool.scheduler().msg_queue()->message_count());
 }

@@ -33,7 +33,8 @@ class CQOV_TaskScheduler : public CQOV_Task {
   /// started. Returns 0.
   int createPool();
 
-  /// Puts `worker` at the tail of the idle list. 0, or -1 for null.
+  /// Puts `worker` at the tail of the idle list; while handle_mb_data() waits, `worker` takes what
+  /// waits, or else the next message in the queue, at once. 0, or -1 for null.
   int return_to_work(CQOV_Task* worker);
 
   /// Hands `mb` to the worker that has been idle for longest, waiting for one as long as it takes;
@@ -52,7 +53,16 @@ class CQOV_TaskScheduler : public CQOV_Task {
  private:
   bool addWorker(std::unique_ptr<CQOV_Task> worker);
   void poolStands();
-  void waitForIdleWorker(CQOVDebugKitGuard& log);
+
+  // With poolLock_ held.
+  /// False, and `mb` still the caller's, when nobody is idle.
+  bool giveToIdleWorker(ACE_Message_Block* mb);
+  /// Gives what waits, and what stands behind it in the queue, to idle workers. On the thread of
+  /// the worker that has become idle: it goes on at once, and no thread is woken in between.
+  void serveWaiting(CQOVDebugKitGuard& log);
+  void beginWait(CQOVDebugKitGuard& log, ACE_Message_Block* mb);
+  /// What has waited.
+  ACE_Message_Block* endWait(CQOVDebugKitGuard& log);
 
   // Constant after construction.
   const unsigned int poolSize_;
@@ -63,6 +73,12 @@ class CQOV_TaskScheduler : public CQOV_Task {
   ACE_Unbounded_Queue<CQOV_Task*> idleTasks_;
   std::vector<std::unique_ptr<CQOV_Task>> workers_;
   bool stopping_ = false;
+  /// The message that waits for an idle worker, its number and since when; null while none does.
+  ACE_Message_Block* waiting_ = nullptr;
+  unsigned long long waitSerial_ = 0;
+  time_t waitBegin_ = 0;
+  /// What returning workers have taken since the scheduler thread began to wait.
+  unsigned int taken_ = 0;
 
   std::mutex standsLock_;
   std::condition_variable standsSignal_;
