@@ -5,8 +5,8 @@
 
 #include "frame/env_ini_import.h"
 
-// Nothing in here may log, nor call what logs: a log record asks for the process name, and with
-// this object under construction that question would wait for itself.
+// Nothing in here may log, nor call what logs: a log sink may ask for the process name, and with
+// this object under construction that question can only fail.
 
 namespace {
 

@@ -1,5 +1,6 @@
 #include <openssl/sha.h>
 #include <qovplatform/platform_guard.h>
+#include <qovpub/qov_exception.h>
 #include <qovpub/qov_utility.h>
 
 #include <algorithm>
@@ -13,6 +14,27 @@
 
 namespace {
 
+/// Marks the calling thread as the one that builds CProcInfo. ACE logs on its own when memory runs
+/// out, and a log sink that asks for the process's name must not wait for what it is part of.
+class BuildingHere {
+ public:
+  BuildingHere() {
+    if (building_) {
+      throw CQOV_Exception("can't make config");
+    }
+    building_ = true;
+  }
+  ~BuildingHere() { building_ = false; }
+
+  BuildingHere(const BuildingHere&) = delete;
+  BuildingHere& operator=(const BuildingHere&) = delete;
+
+ private:
+  static thread_local bool building_;
+};
+
+thread_local bool BuildingHere::building_ = false;
+
 // ACE's singleton is found by reading a plain pointer, which is no way to learn from another thread
 // that the object is complete. And ACE destroys it when the process ends, when threads and static
 // objects may still log and ask for the name. So the first one made is copied, for good.
@@ -24,6 +46,7 @@ const CProcInfo& procInfo() {
   if (info != nullptr) {
     return *info;
   }
+  const BuildingHere mark;
   const std::lock_guard<std::mutex> held(building);
   info = known.load(std::memory_order_relaxed);
   if (info == nullptr) {

@@ -1,13 +1,17 @@
+#include <ace/Configuration.h>
 #include <qovpub/qov_ini_operator.h>
 #include <qovpub/qov_utility.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "tests/config/ini_file.h"
+#include "tests/support/failing_new.h"
 
+using qov::test::FailingNew;
 using qov::test::IniFile;
 using qov::test::Items;
 using qov::test::writeFile;
@@ -143,6 +147,31 @@ TEST_F(IniOperator, FailsToOpenWhatIsNotThere) {
   EXPECT_EQ(ini_.open(directory_.file("missing.cfg").c_str()), -1);
   CQOV_Ini_Operator directory;
   EXPECT_EQ(directory.open(directory_.path().c_str()), -1);
+}
+
+TEST_F(IniOperator, FailsToOpenWithoutMemoryForTheHeapAndMayTryAgain) {
+  {
+    const FailingNew failing(sizeof(HEAP_ALLOCATOR));
+    EXPECT_EQ(ini_.open(file_.c_str()), -1);
+    EXPECT_EQ(failing.failures(), 1);
+  }
+  EXPECT_EQ(ini_.setConfigItem("MMT", Items{}), -1) << "nothing is open";
+  EXPECT_EQ(ini_.open(file_.c_str()), 0);
+  EXPECT_EQ(valueOf(ini_, "MMT", "RETRY"), "3");
+}
+
+TEST_F(IniOperator, FailsToOpenWithoutMemoryForTheImporter) {
+  const std::string before = content();
+  {
+    const FailingNew failing(sizeof(ACE_Ini_ImpExp));
+    errno = 0;
+    EXPECT_EQ(ini_.open(file_.c_str()), -1);
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_EQ(failing.failures(), 1);
+  }
+  EXPECT_EQ(valueOf(ini_, "MMT", "RETRY"), "(none)");
+  EXPECT_EQ(ini_.setConfigItem("MMT", Items{}), -1) << "nothing is open";
+  EXPECT_EQ(content(), before);
 }
 
 TEST_F(IniOperator, AnswersMinusOneForEveryFaultOfTheFile) {

@@ -2,6 +2,7 @@
 #include <qovpub/qov_ini_operator.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,24 +23,78 @@ namespace fs = std::filesystem;
 
 namespace {
 
-bool renameFails = false;
+// What a save asks of the system, in order, and which of it is to fail.
+struct Disk {
+  std::string fails;
+  std::vector<std::string> log;
+  std::vector<std::string> inheritable;  // what a child started at the renaming would get
+};
+Disk disk;
+
+std::string nameOfDescriptor(const std::string& descriptor) {
+  std::error_code gone;
+  return fs::read_symlink("/proc/self/fd/" + descriptor, gone).string();
+}
+
+bool step(const char* name, const std::string& subject) {
+  disk.log.push_back(std::string(name) + " " + subject);
+  if (disk.fails == name) {
+    errno = EIO;
+    return false;
+  }
+  return true;
+}
+
+void listInheritable(const std::string& directory) {
+  for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+    const std::string descriptor = entry.path().filename();
+    const std::string name = nameOfDescriptor(descriptor);
+    if (name.compare(0, directory.size(), directory) == 0 &&
+        (::fcntl(std::stoi(descriptor), F_GETFD) & FD_CLOEXEC) == 0) {
+      disk.inheritable.push_back(name);
+    }
+  }
+}
 
 }  // namespace
 
-// In the place of the system's, so that it can be made to fail.
+// In the place of the system's, so that they can be seen and made to fail.
 extern "C" int rename(const char* from, const char* to) noexcept {
-  if (renameFails) {
-    errno = EBUSY;
+  if (!step("rename", from)) {
     return -1;
   }
+  listInheritable(fs::path(to).parent_path());
   return ::renameat(AT_FDCWD, from, AT_FDCWD, to);
+}
+
+extern "C" int fsync(int descriptor) {
+  return step("fsync", nameOfDescriptor(std::to_string(descriptor)))
+             ? static_cast<int>(::syscall(SYS_fsync, descriptor))
+             : -1;
 }
 
 namespace {
 
 class IniSave : public IniFile {
  protected:
-  IniSave() { write("[A]\nk=v\nquoted=\" x \"\n"); }
+  IniSave() {
+    disk = Disk();
+    write("[A]\nk=v\nquoted=\" x \"\n");
+  }
+
+  // That `value` is not saved while `step` fails, and that the old file stays.
+  void expectTheOldFileWhen(const std::string& failing) {
+    const std::string before = content();
+    CQOV_Ini_Operator ini;
+    ASSERT_EQ(ini.open(file_.c_str()), 0);
+    disk.fails = failing;
+    EXPECT_EQ(ini.setConfigItem("A", "k", "w"), -1);
+    disk.fails.clear();
+    EXPECT_EQ(content(), before);
+    EXPECT_EQ(filesInDirectory(), 1) << "the unfinished file is removed";
+    EXPECT_EQ(ini.setConfigItem("A", Items{}), 0);
+    EXPECT_EQ(read("A", "k"), "w");
+  }
 
   int set(const std::string& key, const std::string& value) {
     CQOV_Ini_Operator ini;
@@ -73,15 +128,15 @@ std::string largeContent(char fill) {
   return content;
 }
 
-// Runs `body` in a child in which no file may grow beyond 4 KiB; how the child ended.
+// Runs `body` in a child in which no file may grow beyond `limit` bytes; how the child ended.
 template <class Body>
-int runWithSmallFiles(void (*onTooLarge)(int), Body body) {
+int runWithSmallFiles(rlim_t limit, void (*onTooLarge)(int), Body body) {
   const pid_t child = ::fork();
   if (child == 0) {
     ::signal(SIGXFSZ, onTooLarge);
     rlimit size{};
-    size.rlim_cur = 4096;
-    size.rlim_max = 4096;
+    size.rlim_cur = limit;
+    size.rlim_max = limit;
     ::setrlimit(RLIMIT_FSIZE, &size);
     rlimit noCore{};
     ::setrlimit(RLIMIT_CORE, &noCore);
@@ -194,19 +249,23 @@ TEST_F(IniSave, ReplacesTheFileInsteadOfWritingIntoIt) {
 }
 
 TEST_F(IniSave, KeepsTheOldFileWhenThereIsNoRoomForTheNewOne) {
-  write(largeContent('o'));
-  const std::string before = content();
-  const int status = runWithSmallFiles(SIG_IGN, [this] { return set("key1", "new") == -1; });
-  EXPECT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 0);
-  EXPECT_EQ(content(), before);
-  EXPECT_EQ(filesInDirectory(), 1) << "the unfinished file is removed";
+  const std::string small = content();
+  for (const std::string& before : {small, largeContent('o')}) {
+    write(before);
+    // The small one goes to the disk only when the exporter closes it.
+    const int status =
+        runWithSmallFiles(before.size() / 2, SIG_IGN, [this] { return set("k", "new") == -1; });
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(content(), before);
+    EXPECT_EQ(filesInDirectory(), 1) << "the unfinished file is removed";
+  }
 }
 
 TEST_F(IniSave, KeepsTheOldFileWhenTheProcessIsKilledInTheMiddle) {
   write(largeContent('o'));
   const std::string before = content();
-  const int status = runWithSmallFiles(SIG_DFL, [this] { return set("key1", "new") == 0; });
+  const int status = runWithSmallFiles(4096, SIG_DFL, [this] { return set("key1", "new") == 0; });
   ASSERT_TRUE(WIFSIGNALED(status)) << "the save must have been under way";
   EXPECT_EQ(WTERMSIG(status), SIGXFSZ);
   EXPECT_EQ(content(), before);
@@ -347,16 +406,29 @@ TEST_F(IniSave, MakesAFileThatWasMissingWhenItWasOpened) {
 }
 
 TEST_F(IniSave, KeepsTheOldFileWhenTheNewOneCannotTakeItsPlace) {
-  const std::string before = content();
+  expectTheOldFileWhen("rename");
+}
+
+TEST_F(IniSave, KeepsTheOldFileWhenTheNewOneDoesNotReachTheDisk) {
+  expectTheOldFileWhen("fsync");
+}
+
+TEST_F(IniSave, BringsTheNewFileToTheDiskBeforeItTakesThePlaceOfTheOldOne) {
+  ASSERT_EQ(set("k", "w"), 0);
+  ASSERT_EQ(disk.log.size(), 3u);
+  const std::string temporary = disk.log[1].substr(std::string("rename ").size());
+  EXPECT_EQ(disk.log[0], "fsync " + temporary);
+  EXPECT_EQ(disk.log[1], "rename " + temporary);
+  EXPECT_EQ(disk.log[2], "fsync " + directory_.path().string());
+}
+
+TEST_F(IniSave, LeavesItsOwnDescriptorsToNoChild) {
+  ASSERT_EQ(set("k", "w"), 0);
   CQOV_Ini_Operator ini;
   ASSERT_EQ(ini.open(file_.c_str()), 0);
-  renameFails = true;
-  EXPECT_EQ(ini.setConfigItem("A", "k", "w"), -1);
-  renameFails = false;
-  EXPECT_EQ(content(), before);
-  EXPECT_EQ(filesInDirectory(), 1) << "the unfinished file is removed";
-  EXPECT_EQ(ini.setConfigItem("A", Items{}), 0);
-  EXPECT_EQ(read("A", "k"), "w");
+  fs::remove(file_);
+  ASSERT_EQ(ini.setConfigItem("A", "k", "w"), 0);
+  EXPECT_EQ(disk.inheritable, std::vector<std::string>());
 }
 
 TEST_F(IniSave, UndoesWhatAnotherOperatorHasSavedSinceItWasOpened) {

@@ -1,3 +1,4 @@
+#include <ace/Configuration.h>
 #include <ace/Log_Msg.h>
 #include <ace/Log_Msg_Callback.h>
 #include <ace/Log_Record.h>
@@ -17,8 +18,10 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/failing_new.h"
 #include "tests/support/files.h"
 
+using qov::test::FailingNew;
 using qov::test::TemporaryDirectory;
 using qov::test::writeFile;
 
@@ -98,6 +101,16 @@ std::string caughtFrom(const std::function<void()>& call) {
   return "";
 }
 
+// Ends a process that hangs by a signal. ACE blocks them while it logs, so that a thread of its own
+// has to take it.
+void endAfterAMinute() {
+  std::thread([] { ::pause(); }).detach();
+  ::alarm(60);
+}
+
+// What ACE takes for the first values of a configuration. It logs when there is no memory for it.
+constexpr std::size_t kFirstPoolOfAce = 4096;
+
 constexpr const char* kGood = "[QOV_GLOBAL]\nPROC_PID=42abc\n";
 
 }  // namespace
@@ -152,6 +165,13 @@ TEST_F(ProcInfo, LivesInTheFileSystemsRootWithoutARootAndNamelessWithoutAnExecut
   EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
+TEST_F(ProcInfo, SaysThatThereIsNoMemoryForTheConfiguration) {
+  configure(kGood);
+  const FailingNew failing(sizeof(HEAP_ALLOCATOR));
+  EXPECT_EQ(whatFails(), "CQOV_Exception: can't make config");
+  EXPECT_EQ(failing.failures(), 1);
+}
+
 TEST_F(ProcInfo, SaysThatTheFileIsMissing) {
   EXPECT_EQ(whatFails(), "CQOV_Exception: can't open proc config file");
 }
@@ -191,6 +211,24 @@ TEST_F(ProcInfoDeathTest, ItsFirstUseDoesNotWaitForItselfInALogSink) {
         const bool thrown = !caughtFrom([] { QOV_Utility::getProcPID(); }).empty();
         ACE_ERROR((LM_ERROR, "a record after the failure\n"));
         leave(thrown && sink.records == 1 && sink.unanswered == 1);
+      },
+      leftWithZero, "");
+}
+
+TEST_F(ProcInfoDeathTest, ItsFirstUseDoesNotWaitForItselfWhenAceLogsMeanwhile) {
+  EXPECT_EXIT(
+      {
+        endAfterAMinute();
+        configure(kGood);
+        SinkThatAsksForTheName sink;
+        std::string failure;
+        {
+          const FailingNew failing(kFirstPoolOfAce, FailingNew::kArray);
+          failure = caughtFrom([] { QOV_Utility::getProcPID(); });
+        }
+        const bool asked = sink.records > 0 && sink.unanswered == sink.records;
+        leave(failure == "CQOV_Exception: can't make config" && asked &&
+              QOV_Utility::getProcPID() == 42);
       },
       leftWithZero, "");
 }

@@ -5,11 +5,14 @@
 
 namespace qov::test {
 
-/// While it lives, `new (std::nothrow)` of exactly `size` bytes on this thread gives null. The
-/// program must be linked with failing_new.cpp, which replaces that operator.
+/// While it lives, `new (std::nothrow)` of one object (or of one array) of exactly `size` bytes on
+/// this thread gives null. The program must be linked with failing_new.cpp, which replaces these
+/// operators.
 class FailingNew {
  public:
-  explicit FailingNew(std::size_t size);
+  enum Kind { kObject, kArray };
+
+  explicit FailingNew(std::size_t size, Kind kind = kObject);
   ~FailingNew();
 
   FailingNew(const FailingNew&) = delete;

@@ -55,7 +55,8 @@ class CProcInfo {
 ///         any program, the environment must not be changed while other threads read it.
 /// Owns:   nothing; the references hold as long as the process, also while static objects end.
 /// Errors: the getters of CProcInfo's values throw CQOV_Exception as its constructor does, as long
-///         as it has not succeeded once.
+///         as it has not succeeded once. So do they when a log sink asks while its own thread runs
+///         that constructor, which happens when ACE runs out of memory in there.
 class QOV_Utility {
  public:
   /// The value of the environment variable "QOV_ROOT" with every backslash turned into a slash,
