@@ -37,24 +37,30 @@ std::atomic<ThreadSlots*> firstSlots{nullptr};
 /// Holds a thread's slots from its first guard until the thread ends.
 class SlotsLease {
  public:
-  SlotsLease() : slots_(ThreadSlots::take()) {}
+  explicit SlotsLease(ThreadSlots*& slots) : slots_(slots) { slots_ = ThreadSlots::take(); }
   ~SlotsLease() {
     if (slots_ != nullptr) {
       slots_->giveBack();
     }
+    slots_ = nullptr;
   }
   SlotsLease(const SlotsLease&) = delete;
   SlotsLease& operator=(const SlotsLease&) = delete;
 
-  ThreadSlots* slots() const { return slots_; }
-
  private:
-  ThreadSlots* slots_;
+  ThreadSlots*& slots_;
 };
 
 ThreadSlots* ThreadSlots::mine() {
-  static thread_local const SlotsLease lease;
-  return lease.slots();
+  // Plain values, which outlive the lease: a guard that opens while the thread's other objects are
+  // destroyed must not use slots that may be another thread's by then.
+  static thread_local bool asked = false;
+  static thread_local ThreadSlots* slots = nullptr;
+  if (!asked) {
+    asked = true;
+    static thread_local const SlotsLease lease(slots);
+  }
+  return slots;
 }
 
 ThreadSlots* ThreadSlots::first() {

@@ -55,7 +55,8 @@ class ThreadSlots {
   /// checked on closing only.
   static constexpr std::size_t kDepth = 8;
 
-  /// The calling thread's slots, or null when there is no memory for them.
+  /// The calling thread's slots, or null when there is no memory for them, or when the thread ends
+  /// and has given them back.
   static ThreadSlots* mine();
   /// All slots that were ever made, linked by next().
   static ThreadSlots* first();

@@ -168,6 +168,36 @@ TEST(FowGuard, LeavesNothingBehindForThreadsThatHaveEnded) {
   EXPECT_EQ(slotsEverMade(), before);
 }
 
+namespace {
+
+// Opens a guard while the objects of its thread are destroyed, after the thread's slots were given
+// back: they are made after this object.
+class GuardsAtTheEndOfItsThread {
+ public:
+  explicit GuardsAtTheEndOfItsThread(bool& hadSlots) : hadSlots_(hadSlots) {}
+  ~GuardsAtTheEndOfItsThread() {
+    const FowGuard late(122, 0, 1);
+    hadSlots_ = ThreadSlots::mine() != nullptr;
+    outlastOneSecond();
+  }
+
+ private:
+  bool& hadSlots_;
+};
+
+}  // namespace
+
+TEST(FowGuard, WorksWithoutSlotsWhenItsThreadHasGivenThemBack) {
+  bool hadSlots = true;
+  std::thread([&hadSlots] {
+    logHere();
+    thread_local const GuardsAtTheEndOfItsThread object(hadSlots);
+    const FowGuard first(113, 0, kLongGuard);
+  }).join();
+  EXPECT_FALSE(hadSlots) << "they may be another thread's by now";
+  EXPECT_EQ(countGuardLines("FowGuard: handling of kind 122, level 0 took longer than 1 s\n"), 1);
+}
+
 TEST(FowGuardDeathTest, DoesNotDisturbTheExitOfAProcessInTheMiddleOfAHandling) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(

@@ -24,8 +24,8 @@ class ShutdownWatchdog;
 /// guards: the background thread may still write there after the guard has closed, and keeps it as
 /// its own until the next line.
 ///
-/// Times are kept to a few milliseconds. A guard makes no system call unless it is overdue, or has
-/// a shorter time than any before it.
+/// Times are kept to a few milliseconds. A guard makes no system call unless it is overdue, has a
+/// shorter time than any before it, or is the first of its thread.
 ///
 /// Thread: opened and closed by the same thread; any number of threads at once. Guards nest.
 /// Owns:   nothing that outlives it.
