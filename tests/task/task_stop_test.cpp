@@ -154,11 +154,23 @@ TEST_F(TaskStopTest, AStopThatIsOvertakenByMessagesIsNotLost) {
 }
 
 TEST_F(TaskStopTest, TheLeaderClosesOnce) {
+  class Counting : public FunctionStaticTask {
+   public:
+    using FunctionStaticTask::FunctionStaticTask;
+    void notifyExit() override {
+      ++notices_;
+      FunctionStaticTask::notifyExit();
+    }
+    std::atomic<int> notices_{0};
+  };
+  Counting task(module_.get(), {}, ignore);
   ASSERT_TRUE(module_->init());
+  ASSERT_EQ(0, module_->insertStaticScheduledTask(&task));
   stopLeader();
   stopLeader();
   ASSERT_TRUE(log_.waitFor("Manager thread(20) exit!"));
   module_.reset();
+  EXPECT_EQ(1, task.notices_);
   EXPECT_EQ(1, log_.count("Scheduler thread(20) received stop-message!"));
   EXPECT_EQ(1, log_.count("Manager thread(20) exit!"));
 }

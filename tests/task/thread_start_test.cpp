@@ -115,7 +115,7 @@ TEST_F(ThreadStartTest, AModuleWhoseSchedulerCannotStartFailsAndTellsItsLeaderTo
   EXPECT_FALSE(module.init());
   EXPECT_EQ(1, one.failures());
   // Without anybody deleting the module.
-  EXPECT_TRUE(log_.waitFor("Manager thread(20) received stop-message!"));
+  ASSERT_TRUE(log_.waitFor("Manager thread(20) received stop-message!"));
   EXPECT_TRUE(log_.waitFor("Manager thread(20) exit!"));
   EXPECT_EQ(before, FunctionWorker::alive());
 }
