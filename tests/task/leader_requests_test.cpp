@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
 #include <thread>
 #include <vector>
@@ -126,6 +127,29 @@ TEST_F(LeaderRequestsTest, ARequestToAModuleThatDoesNotExistFailsAtOnce) {
   EXPECT_EQ(-1, request(requester_, makeMessage(1, kAnswered, kModule + 1), kNoLimit));
   EXPECT_EQ(1, log_.count("Worker(20) failed to get msg!"));
   EXPECT_EQ(1, log_.count("Pid 21 is invalid!"));
+}
+
+TEST_F(LeaderRequestsTest, AFailedRequestOfAStaticTaskEndsTheWaitInItsQueueOnly) {
+  class Counting : public FunctionStaticTask {
+   public:
+    using FunctionStaticTask::FunctionStaticTask;
+    int wakeup() override {
+      ++wakeUps_;
+      return FunctionStaticTask::wakeup();
+    }
+    int wakeUps_ = 0;
+  };
+  Counting task(&module_, {}, ignore);
+  // The test plays the leader's thread.
+  CQOV_Leader_Task leader(&module_, 0);
+  ACE_Message_Block* const block = makeBlock(makeMessage(1, kAnswered, kModule + 1));
+  ASSERT_TRUE(qov::chainTimeoutDesc(*block, new TimeoutDesc{&task, kLong, -1}));
+  leader.handleDataMsg(block);
+  EXPECT_EQ(0, task.wakeUps_);
+  ACE_Message_Block* none = nullptr;
+  ACE_Time_Value past;
+  EXPECT_EQ(-1, task.msg_queue()->dequeue_head(none, &past));
+  EXPECT_EQ(ESHUTDOWN, errno);
 }
 
 TEST_F(LeaderRequestsTest, AFailedRequestLeavesNothingPending) {

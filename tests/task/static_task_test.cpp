@@ -104,6 +104,18 @@ TEST_F(StaticTaskTest, ItsRequestsTimeOut) {
   EXPECT_EQ(1, log_.count("Worker(20) failed to get msg!"));
 }
 
+TEST_F(StaticTaskTest, AWakeUpOfAnEarlierRequestDoesNotEndTheNext) {
+  ASSERT_TRUE(module_->init());
+  insert([&](CQOV_Task& task, CQOV_MsgPackage&) {
+    task.wakeup();
+    EXPECT_EQ(0, request(task, makeMessage(1, kPoolOpc), kLong));
+    inStatic_.count();
+    return 0;
+  });
+  send(3, kStaticOpc);
+  EXPECT_TRUE(inStatic_.waitFor());
+}
+
 TEST_F(StaticTaskTest, AStopEndsItsWaitForAResponse) {
   ASSERT_TRUE(module_->init());
   insert([&](CQOV_Task& task, CQOV_MsgPackage&) {
