@@ -20,9 +20,8 @@ class FileReplacement {
   FileReplacement& operator=(const FileReplacement&) = delete;
 
   /// Creates the temporary file for `fileName`, following symbolic links, with the owner, group and
-  /// permissions of the file there; a file that does not exist yet gets 0644 less the
-  /// file mode mask. Refuses what is no
-  /// regular file, or one that this process may not write.
+  /// permissions of the file there; a file that does not exist yet gets 0644 less the file mode
+  /// mask. Refuses what is no regular file, or one that this process may not write.
   bool begin(const std::string& fileName);
 
   /// Whoever writes the content opens this name once more. A child that another thread starts just

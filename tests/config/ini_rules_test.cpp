@@ -103,6 +103,7 @@ TEST_F(IniRules, SectionsMustBeNamedAsTheyAreInTheFile) {
   EXPECT_EQ(read("log_cfg", "k"), "(none)");
   EXPECT_EQ(read("Log_Cfg", "k"), "(none)");
   EXPECT_EQ(read("mmt", "k"), "(none)");
+  EXPECT_EQ(read("mMT", "k"), "v") << "an accident of its letters";
 }
 
 TEST_F(IniRules, TwoSectionsThatDifferInCaseOnlyAreAFault) {
@@ -125,6 +126,20 @@ TEST_F(IniRules, ASlashOrBackslashInAHeaderNestsSections) {
   EXPECT_EQ(read("A\\B", "k"), "1");
   EXPECT_EQ(read("A\\C", "k"), "2");
   EXPECT_EQ(read("A/B", "k"), "(none)");
+}
+
+TEST_F(IniRules, LinesAreNotContinuedAndSectionsInheritNothing) {
+  write("[DEFAULT]\nd=1\n[A]\nk=a\\\nl=b\n");
+  EXPECT_EQ(read("A", "k"), "a\\");
+  EXPECT_EQ(read("A", "l"), "b");
+  EXPECT_EQ(read("A", "d"), "(none)");
+}
+
+TEST_F(IniRules, NoFileIsIncluded) {
+  qov::test::writeFile(directory_.file("other.cfg"), "[A]\nk=v\n");
+  write("[A]\n#include " + directory_.file("other.cfg") + "\n");
+  EXPECT_EQ(read("A", "k"), "(none)");
+  EXPECT_EQ(open("[A]\n!include other.cfg\n"), -1);
 }
 
 TEST_F(IniRules, FaultsAreFound) {

@@ -14,7 +14,10 @@
 #include <vector>
 
 #include "tests/config/ini_file.h"
+#include "tests/support/child.h"
 
+using qov::test::endOfChild;
+using qov::test::holdsInChild;
 using qov::test::IniFile;
 using qov::test::Items;
 using qov::test::readFile;
@@ -131,20 +134,14 @@ std::string largeContent(char fill) {
 // Runs `body` in a child in which no file may grow beyond `limit` bytes; how the child ended.
 template <class Body>
 int runWithSmallFiles(rlim_t limit, void (*onTooLarge)(int), Body body) {
-  const pid_t child = ::fork();
-  if (child == 0) {
+  return endOfChild([&] {
     ::signal(SIGXFSZ, onTooLarge);
-    rlimit size{};
-    size.rlim_cur = limit;
-    size.rlim_max = limit;
+    const rlimit size{limit, limit};
     ::setrlimit(RLIMIT_FSIZE, &size);
-    rlimit noCore{};
+    const rlimit noCore{};
     ::setrlimit(RLIMIT_CORE, &noCore);
-    ::_exit(body() ? 0 : 1);
-  }
-  int status = 0;
-  EXPECT_EQ(::waitpid(child, &status, 0), child);
-  return status;
+    return body();
+  });
 }
 
 }  // namespace
@@ -315,14 +312,7 @@ namespace {
 // How `body` goes for the user 4001, a stranger on every system.
 template <class Body>
 bool succeedsAsAnotherUser(Body body) {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    const bool done = ::setgid(4002) == 0 && ::setuid(4001) == 0 && body();
-    ::_exit(done ? 0 : 1);
-  }
-  int status = 0;
-  EXPECT_EQ(::waitpid(child, &status, 0), child);
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  return holdsInChild([&] { return ::setgid(4002) == 0 && ::setuid(4001) == 0 && body(); });
 }
 
 }  // namespace
@@ -337,8 +327,11 @@ TEST_F(IniSave, RefusesAFileThatItsUserMayNotWriteAlthoughTheDirectoryWouldLetIt
   EXPECT_TRUE(succeedsAsAnotherUser([this] { return set("k", "w") == -1; })) << "no right to write";
   ASSERT_EQ(::chmod(file_.c_str(), 0666), 0);
   EXPECT_TRUE(succeedsAsAnotherUser([this] { return set("k", "w") == -1; })) << "owner is lost";
-  EXPECT_EQ(content(), before);
   ASSERT_EQ(::chown(file_.c_str(), 4001, 4002), 0);
+  ASSERT_EQ(::chmod(file_.c_str(), 0444), 0);
+  EXPECT_TRUE(succeedsAsAnotherUser([this] { return set("k", "w") == -1; })) << "write-protected";
+  EXPECT_EQ(content(), before);
+  ASSERT_EQ(::chmod(file_.c_str(), 0644), 0);
   EXPECT_TRUE(succeedsAsAnotherUser([this] { return set("k", "w") == 0; }));
   EXPECT_EQ(read("A", "k"), "w");
   EXPECT_EQ(filesInDirectory(), 1);

@@ -117,6 +117,7 @@ TEST(LastCharacters, AreAsManyAsAskedForOrAll) {
   EXPECT_EQ(QOV_Utility::GetLastNCharacter("abcdef", 2), "ef");
   EXPECT_EQ(QOV_Utility::GetLastNCharacter("abcdef", 5), "bcdef");
   EXPECT_EQ(QOV_Utility::GetLastNCharacter("abcdef", 6), "abcdef");
+  EXPECT_EQ(QOV_Utility::GetLastNCharacter("abcdef", 7), "abcdef");
   EXPECT_EQ(QOV_Utility::GetLastNCharacter("abcdef", 10), "abcdef");
   EXPECT_EQ(QOV_Utility::GetLastNCharacter("abcdef", 0), "");
   EXPECT_EQ(QOV_Utility::GetLastNCharacter("", 3), "");

@@ -17,6 +17,8 @@
 #include <string>
 #include <thread>
 
+#include "tests/support/child.h"
+
 namespace {
 
 struct Stage {
@@ -215,20 +217,13 @@ TEST(SetDaemonForReal, LeavesAProcessOfTheUserDaemonAlone) {
   }
   const struct passwd* daemon = ::getpwnam("daemon");
   ASSERT_NE(daemon, nullptr);
-  const pid_t child = ::fork();
-  if (child == 0) {
+  EXPECT_TRUE(qov::test::holdsInChild([daemon] {
     gid_t groups[8] = {};
-    const bool expected = QOV_Utility::setDaemon() == 0 && ::getsid(0) == ::getpid() &&
-                          ::getuid() == daemon->pw_uid && ::geteuid() == daemon->pw_uid &&
-                          ::getgid() == daemon->pw_gid && ::getegid() == daemon->pw_gid &&
-                          ::getgroups(8, groups) == 1 && groups[0] == daemon->pw_gid &&
-                          ::setuid(0) == -1;
-    ::_exit(expected ? 0 : 3);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 0);
+    return QOV_Utility::setDaemon() == 0 && ::getsid(0) == ::getpid() &&
+           ::getuid() == daemon->pw_uid && ::geteuid() == daemon->pw_uid &&
+           ::getgid() == daemon->pw_gid && ::getegid() == daemon->pw_gid &&
+           ::getgroups(8, groups) == 1 && groups[0] == daemon->pw_gid && ::setuid(0) == -1;
+  }));
 }
 
 TEST(SetDaemonForReal, EndsAProcessThatMayNotBecomeDaemon) {

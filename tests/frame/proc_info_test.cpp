@@ -8,7 +8,6 @@
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_utility.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -18,10 +17,12 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/child.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/files.h"
 
 using qov::test::FailingNew;
+using qov::test::holdsInChild;
 using qov::test::TemporaryDirectory;
 using qov::test::writeFile;
 
@@ -145,24 +146,18 @@ TEST_F(ProcInfo, LivesInTheFileSystemsRootWithoutARootAndNamelessWithoutAnExecut
     GTEST_SKIP() << "only root can change the file system's root";
   }
   writeFile(root_.file("conf/.cfg"), kGood);
-  const pid_t child = ::fork();
-  if (child == 0) {
+  EXPECT_TRUE(holdsInChild([this] {
     // No /proc in there, so that the executable cannot be found out.
     bool expected = ::chroot(root_.path().c_str()) == 0 && ::chdir("/") == 0;
     ::unsetenv("QOV_ROOT");
-    expected = expected && caughtFrom([&expected] {
-                             const CProcInfo info;
-                             expected = info.procName().empty() && info.cfgPath() == "/conf//" &&
-                                        info.cfgFileName() == "/conf//.cfg" &&
-                                        info.logPath() == "/log" &&
-                                        info.logFileName() == "/log/.log" && info.pid() == 42;
-                           }).empty();
-    ::_exit(expected ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 0);
+    const std::string failure = caughtFrom([&expected] {
+      const CProcInfo info;
+      expected = expected && info.procName().empty() && info.cfgPath() == "/conf//" &&
+                 info.cfgFileName() == "/conf//.cfg" && info.logPath() == "/log" &&
+                 info.logFileName() == "/log/.log" && info.pid() == 42;
+    });
+    return expected && failure.empty();
+  }));
 }
 
 TEST_F(ProcInfo, SaysThatThereIsNoMemoryForTheConfiguration) {
@@ -186,8 +181,10 @@ TEST_F(ProcInfo, SaysThatTheFileIsNoIniFile) {
 }
 
 TEST_F(ProcInfo, SaysThatTheSectionIsMissing) {
-  configure("[qov_global]\nPROC_PID=1\n");
-  EXPECT_EQ(whatFails(), "CQOV_Exception: can't open section name is PROC!");
+  for (const char* content : {"", "[OTHER]\nPROC_PID=1\n", "[qov_global]\nPROC_PID=1\n"}) {
+    configure(content);
+    EXPECT_EQ(whatFails(), "CQOV_Exception: can't open section name is PROC!") << content;
+  }
 }
 
 TEST_F(ProcInfo, SaysThatTheKeyIsMissing) {
