@@ -63,6 +63,7 @@ bool LogFile::open(const std::string& path) {
     close();
     path_.swap(next);
   }
+  lastLook_ = kNever;
   return begin(nullptr);
 }
 
@@ -75,9 +76,14 @@ void LogFile::setOwner(uid_t user, gid_t group) {
 /// Opens path_ in place of the file so far, which stays open when that fails.
 bool LogFile::begin(const struct stat* predecessor) {
   const bool isNew = !exists(path_);
+  forgetLost();
   const int fd = openForAppending(path_);
+  if (fd < 0) {
+    return false;
+  }
   struct stat own {};
-  if (fd < 0 || ::fstat(fd, &own) != 0) {
+  if (::fstat(fd, &own) != 0) {
+    ::close(fd);
     return false;
   }
   close();
@@ -98,6 +104,15 @@ bool LogFile::statOwn(struct stat& own) const {
   return fd_ >= 0 && ::fstat(fd_, &own) == 0 && own.st_dev == device_ && own.st_ino == inode_;
 }
 
+/// A number that is no longer ours is free for the next descriptor, which must not be taken for the
+/// former one.
+void LogFile::forgetLost() {
+  struct stat own {};
+  if (!statOwn(own)) {
+    fd_ = -1;
+  }
+}
+
 /// Looks once a second whether descriptor and path still belong together. To look before every
 /// record would double its cost: the kernel keeps finer times for a file that is asked about
 /// between its changes.
@@ -106,7 +121,13 @@ bool LogFile::isReady() {
   if (fd_ >= 0 && now == lastLook_) {
     return true;
   }
-  lastLook_ = now;
+  const bool isThere = follow();
+  lastLook_ = isThere ? now : kNever;  // or the next record would trust what is gone
+  return isThere;
+}
+
+/// Opens path_ if descriptor and path do not belong together.
+bool LogFile::follow() {
   struct stat own {};
   if (!statOwn(own)) {
     return begin(nullptr);
@@ -122,6 +143,15 @@ bool LogFile::write(const iovec* pieces, int count) {
   if (!isReady()) {
     return false;
   }
+  if (append(pieces, count)) {
+    return true;
+  }
+  struct stat own {};
+  const bool isLost = !statOwn(own);  // someone has closed our descriptor since the last look
+  return isLost && begin(nullptr) && append(pieces, count);
+}
+
+bool LogFile::append(const iovec* pieces, int count) {
   size_t size = 0;
   for (int i = 0; i < count; ++i) {
     size += pieces[i].iov_len;
@@ -130,7 +160,7 @@ bool LogFile::write(const iovec* pieces, int count) {
   if (written < size) {
     written += writeRest(pieces, count, written);
   }
-  if (written < size) {
+  if (written != 0 && written < size) {
     takeBack(written);
   }
   return written == size;
@@ -163,6 +193,7 @@ void LogFile::takeBack(size_t written) const {
 }
 
 void LogFile::check(long long maxBytes, int predecessors) {
+  lastLook_ = kNever;  // whatever comes of this, the next record sees for itself
   struct stat own {};
   if (!statOwn(own)) {
     begin(nullptr);
@@ -181,7 +212,8 @@ bool LogFile::isMoved(const struct stat& own) const {
 }
 
 /// Frees path_ for a new file. False when that is not possible (a directory without the right to
-/// write): the file goes on growing then, which is better than losing what it holds.
+/// write): the file goes on growing then, which is better than losing what it or a predecessor
+/// holds.
 bool LogFile::putAside(int predecessors) const {
   if (predecessors < 1) {
     return ::unlink(path_.c_str()) == 0;
@@ -191,14 +223,17 @@ bool LogFile::putAside(int predecessors) const {
     ++oldest;
   }
   for (int number = oldest; number > 1; --number) {
-    static_cast<void>(std::rename(numbered(number - 1).c_str(), numbered(number).c_str()));
+    if (std::rename(numbered(number - 1).c_str(), numbered(number).c_str()) != 0 &&
+        errno != ENOENT) {
+      return false;
+    }
   }
   return std::rename(path_.c_str(), numbered(1).c_str()) == 0;
 }
 
 void LogFile::close() {
-  struct stat own {};
-  if (statOwn(own)) {
+  forgetLost();
+  if (fd_ >= 0) {
     ::close(fd_);
   }
   fd_ = -1;

@@ -11,7 +11,8 @@
 namespace qov {
 
 /// The log file: appended to record by record, rotated by size, begun anew when someone moved or
-/// deleted it (noticed within a second), or closed its descriptor.
+/// deleted it or put another descriptor in the place of its own (noticed within a second), or
+/// closed its descriptor (noticed at once).
 ///
 /// Thread: not locked; LogStream uses it under ACE's log lock.
 /// Owns:   its descriptor.
@@ -40,11 +41,14 @@ class LogFile {
  private:
   bool begin(const struct stat* predecessor);
   bool isReady();
+  bool follow();
+  bool append(const iovec* pieces, int count);
   bool statOwn(struct stat& own) const;
   bool isMoved(const struct stat& own) const;
   bool putAside(int predecessors) const;
   size_t writeRest(const iovec* pieces, int count, size_t skipped);
   void takeBack(size_t written) const;
+  void forgetLost();
   std::string numbered(int number) const { return path_ + "." + std::to_string(number); }
   void close();
 
@@ -55,7 +59,8 @@ class LogFile {
   bool hasOwner_ = false;
   uid_t user_ = 0;
   gid_t group_ = 0;
-  time_t lastLook_ = 0;  ///< second in which fd_ and path_ were last seen to belong together
+  static constexpr time_t kNever = 0;
+  time_t lastLook_ = kNever;  ///< second in which fd_ and path_ were last seen to belong together
 };
 
 }  // namespace qov

@@ -29,6 +29,13 @@ class LogFileTest : public testing::Test {
     return file.write(pieces, 2);
   }
 
+  /// The number that the next descriptor gets.
+  static int lowestFreeDescriptor() {
+    const int number = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    ::close(number);
+    return number;
+  }
+
   static mode_t modeOf(const std::string& path) {
     struct stat status {};
     EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
@@ -85,6 +92,22 @@ TEST_F(LogFileTest, ReportsADirectoryThatIsMissingAndTriesAgain) {
   EXPECT_EQ(readFile(path), "kept\n");
 }
 
+TEST_F(LogFileTest, RefusesEveryRecordWhileItsDirectoryIsGone) {
+  const std::string path = directory_.file("dir/x.log");
+  writeFile(path, "");
+  LogFile file;
+  file.open(path);
+  EXPECT_TRUE(write(file, "before\n"));
+  fs::remove_all(fs::path(path).parent_path());
+  file.check(0, 2);
+  for (int record = 0; record < 3; ++record) {
+    EXPECT_FALSE(write(file, "into a file that nobody can open\n"));
+  }
+  fs::create_directory(fs::path(path).parent_path());
+  EXPECT_TRUE(write(file, "after\n"));
+  EXPECT_EQ(readFile(path), "after\n");
+}
+
 TEST_F(LogFileTest, LeavesTheFormerFileForAnother) {
   LogFile file;
   file.open(path_);
@@ -139,17 +162,38 @@ TEST_F(LogFileTest, BeginsAnewWithoutAnyCheckWhenTheFileWasMoved) {
 TEST_F(LogFileTest, LeavesADescriptorAloneThatIsNoLongerItsOwn) {
   const std::string other = directory_.file("other");
   LogFile file;
-  const int probe = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-  ::close(probe);  // the lowest free number, which the file gets next
+  const int number = lowestFreeDescriptor();
   file.open(path_);
   const int foreign = ::open(other.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-  ASSERT_EQ(::dup2(foreign, probe), probe);  // as if the number had been closed and given away
+  ASSERT_EQ(::dup2(foreign, number), number);  // as if the number had been closed and given away
   file.check(0, 2);
   EXPECT_TRUE(write(file, "mine\n"));
   EXPECT_EQ(readFile(path_), "mine\n");
   EXPECT_EQ(readFile(other), "");
-  EXPECT_EQ(::fcntl(probe, F_GETFD) == -1, false) << "it belongs to someone else now";
-  ::close(probe);
+  EXPECT_EQ(::close(number), 0) << "it belongs to someone else now";
+  ::close(foreign);
+}
+
+TEST_F(LogFileTest, WritesOnAtOnceWhenItsDescriptorWasClosed) {
+  LogFile file;
+  const int number = lowestFreeDescriptor();
+  file.open(path_);
+  EXPECT_TRUE(write(file, "before\n"));
+  ASSERT_EQ(::close(number), 0);
+  EXPECT_TRUE(write(file, "after\n"));
+  EXPECT_EQ(readFile(path_), "before\nafter\n");
+}
+
+TEST_F(LogFileTest, WritesOnAtOnceWhenItsDescriptorTakesNoMoreWriting) {
+  LogFile file;
+  const int number = lowestFreeDescriptor();
+  file.open(path_);
+  EXPECT_TRUE(write(file, "before\n"));
+  const int foreign = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(::dup2(foreign, number), number);
+  EXPECT_TRUE(write(file, "after\n"));
+  EXPECT_EQ(readFile(path_), "before\nafter\n");
+  EXPECT_EQ(::close(number), 0) << "it belongs to someone else now";
   ::close(foreign);
 }
 
@@ -218,6 +262,18 @@ TEST_F(LogFileTest, GoesOnGrowingWhenItCannotBeRotated) {
   write(file, "aa");
   file.check(1, 1);
   write(file, "bb");
+  EXPECT_EQ(readFile(path_), "aabb");
+}
+
+TEST_F(LogFileTest, GoesOnGrowingWhenAPredecessorCannotBeShifted) {
+  writeFile(fs::path(path_ + ".2") / "occupied", "");
+  writeFile(path_ + ".1", "earlier");
+  LogFile file;
+  file.open(path_);
+  write(file, "aa");
+  file.check(1, 2);
+  write(file, "bb");
+  EXPECT_EQ(readFile(path_ + ".1"), "earlier");
   EXPECT_EQ(readFile(path_), "aabb");
 }
 
