@@ -6,6 +6,7 @@
 #include "diag/record_head.h"
 #include "diag/record_pieces.h"
 #include "diag/standard_error.h"
+#include "diag/uncancelled.h"
 
 namespace qov {
 
@@ -62,6 +63,7 @@ void LogStream::reportLost() {
 }
 
 std::streamsize LogStream::Buffer::xsputn(const char* from, std::streamsize size) {
+  const Uncancelled uncancelled;
   const iovec text = {const_cast<char*>(from), static_cast<size_t>(size)};
   stream_.write(&text, 1);
   return size;

@@ -1,4 +1,3 @@
-#include <pthread.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_utility.h>
 
@@ -11,6 +10,7 @@
 #include "diag/log_output.h"
 #include "diag/message_text.h"
 #include "diag/record_head.h"
+#include "diag/uncancelled.h"
 
 namespace {
 
@@ -27,15 +27,11 @@ struct Origin {
 };
 
 /// What a call leaves as it found it. errno is the caller's: logging stands between a failed call
-/// and the look at its reason. And a thread that is cancelled goes after its record, not within:
-/// the unwinding must not meet the handlers below, nor leave half a record behind.
+/// and the look at its reason.
 class CallerState {
  public:
-  CallerState() : errno_(errno) { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState_); }
-  ~CallerState() {
-    pthread_setcancelstate(cancelState_, nullptr);
-    errno = errno_;
-  }
+  CallerState() : errno_(errno) {}
+  ~CallerState() { errno = errno_; }
   CallerState(const CallerState&) = delete;
   CallerState& operator=(const CallerState&) = delete;
 
@@ -43,7 +39,7 @@ class CallerState {
 
  private:
   const int errno_;
-  int cancelState_ = PTHREAD_CANCEL_ENABLE;
+  const qov::Uncancelled uncancelled_;
 };
 
 std::string_view textOf(const std::string& message) {

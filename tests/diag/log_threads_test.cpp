@@ -3,6 +3,7 @@
 #include <ace/Reactor.h>
 #include <ace/Thread_Manager.h>
 #include <gmock/gmock.h>
+#include <pthread.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_logging_strategy.h>
 
@@ -211,6 +212,26 @@ TEST_F(LogThreads, ReachTheFileThroughAceAlone) {
     const AceThread thread([] { ACE_ERROR((LM_ERROR, "from one that inherits\n")); });
   }
   EXPECT_THAT(readFile(path_), EndsWith(" straight to ACE\nfrom main\nfrom one that inherits\n"));
+}
+
+TEST_F(LogThreads, ReachTheFileThroughAceAfterOneWasCancelledInItsRecord) {
+  strategy_.initLogStrategy(param_);
+  pthread_t thread{};
+  ASSERT_EQ(pthread_create(
+                &thread, nullptr,
+                [](void*) -> void* {
+                  pthread_cancel(pthread_self());
+                  ACE_ERROR((LM_ERROR, "whole\n"));
+                  pthread_testcancel();
+                  return nullptr;
+                },
+                nullptr),
+            0);
+  void* result = nullptr;
+  ASSERT_EQ(pthread_join(thread, &result), 0);
+  EXPECT_EQ(result, PTHREAD_CANCELED);
+  ACE_ERROR((LM_ERROR, "after\n"));
+  EXPECT_EQ(readFile(path_), "whole\nafter\n");
 }
 
 /// A program's own destination beside ours.
