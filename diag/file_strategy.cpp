@@ -18,7 +18,7 @@ FileStrategy::~FileStrategy() {
 void FileStrategy::arm(int seconds) {
   const ACE_Time_Value period(seconds);
   useHighResolutionClock(*reactor());
-  reactor()->schedule_timer(this, nullptr, period, period);
+  armed_ = reactor()->schedule_timer(this, nullptr, period, period) != -1;
 }
 
 int FileStrategy::handle_timeout(const ACE_Time_Value&, const void*) {
@@ -30,14 +30,15 @@ int FileStrategy::handle_timeout(const ACE_Time_Value&, const void*) {
 }
 
 int FileStrategy::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
-  ACE_Service_Object::reactor(nullptr);  // it has let go of us, there is nothing to cancel
+  armed_ = false;
+  ACE_Service_Object::reactor(nullptr);
   return 0;
 }
 
 void FileStrategy::reactor(ACE_Reactor* reactor) {
-  ACE_Reactor* const former = ACE_Service_Object::reactor();
-  if (former != nullptr && former != reactor) {
-    former->cancel_timer(this);
+  if (armed_ && ACE_Service_Object::reactor() != reactor) {
+    ACE_Service_Object::reactor()->cancel_timer(this);
+    armed_ = false;
   }
   ACE_Service_Object::reactor(reactor);
 }

@@ -27,6 +27,7 @@ class FileStrategy : public ACE_Logging_Strategy {
   ACE_Reactor* reactor() const override;
 
  private:
+  bool armed_ = false;  ///< the reactor has our timer, so it tells us when it goes
   const long long maxBytes_;
   const int predecessors_;
 };

@@ -10,7 +10,8 @@ namespace qov {
 class OrphanThreads {
  public:
   /// From now on any thread without a stream is adopted by its first record, also when that goes
-  /// to ACE directly. Does nothing where the program has a logging backend of its own.
+  /// to ACE directly. Does nothing where the program has a logging backend of its own; but if it
+  /// has taken ours away, ACE must not be opened without this: it would call the missing one.
   static void adoptAll(ACE_Log_Msg& log);
   /// Whether ACE has a backend that is not the one of adoptAll(). None at all is none, too: ACE
   /// forgets it when it comes to its end, and goes on without.

@@ -61,8 +61,8 @@ void applyOptions(qov::FileStrategy& strategy, const CLogging_Cfg_Param& param,
   const qov::DestinationLock lock(log);
   if (toFile) {
     log.msg_ostream(&qov::LogStream::use(param.logFile_, owner), false);
-    qov::OrphanThreads::adoptAll(log);
   }
+  qov::OrphanThreads::adoptAll(log);
   strategy.init(options.argc(), options.argv());
 }
 

@@ -301,6 +301,28 @@ TEST_F(LoggingStrategy, SwitchesBetweenFileAndTerminal) {
   EXPECT_THAT(logged(), Not(HasSubstr("] two\n")));
 }
 
+TEST_F(LoggingStrategy, GoesToTheTerminalWhenSomeoneHasTakenTheBackendAway) {
+  strategy_.initLogStrategy(param_);
+  ACE_Log_Msg_Backend* const backend = ACE_Log_Msg::msg_backend(nullptr);
+  param_.sendTerminal_ = 1;
+  strategy_.initLogStrategy(param_);
+  testing::internal::CaptureStderr();
+  log("m");
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith("] m\n"));
+  ACE_Log_Msg::msg_backend(backend);
+}
+
+TEST_F(LoggingStrategy, OutlivesTheProcessesReactorWithoutChecksToo) {
+  for (const int interval : {-5, 0, 600}) {
+    auto strategy = std::make_unique<CQOV_Logging_Strategy>();
+    param_.chkInterval_ = interval;
+    strategy->initLogStrategy(param_);
+    ACE_Reactor::close_singleton();
+    strategy.reset();
+    EXPECT_EQ(timers(), 0);
+  }
+}
+
 TEST_F(LoggingStrategy, SetsTheProcessesLevels) {
   const u_long fromTrace = kTrace | kDebug | kInfo | kWarn | kError;
   const u_long fromInfo = kInfo | kWarn | kError;
