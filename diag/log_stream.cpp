@@ -1,6 +1,7 @@
 #include "diag/log_stream.h"
 
 #include <atomic>
+#include <new>
 
 #include "diag/log_level.h"
 #include "diag/record_head.h"
@@ -51,8 +52,9 @@ void LogStream::write(const iovec* pieces, int count) {
   writeStandardError(pieces, count);
 }
 
-/// Runs again before every record until the file takes it.
-void LogStream::reportLost() {
+/// Runs again before every record until the file takes it. Throws nothing: ACE's insertion would
+/// take that for a bad stream.
+void LogStream::reportLost() try {
   const RecordHead head("QOVPUBLIC", kLostRecordsId, kError.tag, __FUNCTION__, __LINE__);
   const RecordPieces record(
       head.text(),
@@ -60,6 +62,7 @@ void LogStream::reportLost() {
   if (file_.write(record.data(), record.count())) {
     lost_ = 0;
   }
+} catch (const std::bad_alloc&) {
 }
 
 std::streamsize LogStream::Buffer::xsputn(const char* from, std::streamsize size) {

@@ -7,7 +7,7 @@
 #include <ace/Timer_Heap.h>
 #include <ace/Timer_Queue.h>
 
-#include <memory>
+#include <optional>
 
 namespace qov {
 
@@ -15,10 +15,11 @@ namespace {
 
 using Guard = ACE_Guard<ACE_Recursive_Thread_Mutex>;
 
-/// The lock of a reactor's own kind of queue; a queue of another kind is its owner's business.
-std::unique_ptr<Guard> lockOf(ACE_Timer_Queue& timers) {
-  auto* const heap = dynamic_cast<ACE_Timer_Heap*>(&timers);
-  return heap != nullptr ? std::make_unique<Guard>(heap->mutex()) : nullptr;
+/// Takes the lock of a reactor's own kind of queue; a queue of another kind is its owner's business.
+void lock(ACE_Timer_Queue& timers, std::optional<Guard>& guard) {
+  if (auto* const heap = dynamic_cast<ACE_Timer_Heap*>(&timers)) {
+    guard.emplace(heap->mutex());
+  }
 }
 
 /// Moves every waiting timer by the same amount, which keeps the queue's order.
@@ -38,7 +39,8 @@ void useHighResolutionClock(ACE_Reactor& reactor) {
     return;
   }
   ACE_High_Res_Timer::global_scale_factor();
-  const std::unique_ptr<Guard> guard = lockOf(*timers);
+  std::optional<Guard> guard;
+  lock(*timers, guard);
   const ACE_Time_Value ahead = ACE_High_Res_Timer::gettimeofday_hr() - timers->gettimeofday();
   // A new queue may stand where one that was switched has been. The two clocks are years apart,
   // and no pause between the two readings above is as long as this.

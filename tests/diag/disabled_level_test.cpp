@@ -1,65 +1,14 @@
 #include <gtest/gtest.h>
 #include <qovpub/qov_common_debugkit.h>
 
-#include <cerrno>
 #include <cstdarg>
-#include <cstdlib>
-#include <new>
-#include <string>
 
 #include "tests/diag/log_capture.h"
+#include "tests/support/counted_new.h"
 
 namespace {
 
-thread_local long allocations = 0;
-thread_local bool outOfMemory = false;
-
-void* allocate(std::size_t size) {
-  ++allocations;
-  return outOfMemory ? nullptr : std::malloc(size);
-}
-
-}  // namespace
-
-// The library's calls come here, too. All forms, since the sanitizers' own do not lead from one to
-// another; and not inlined, or the compiler sees new meet free().
-#define QOV_OWN [[gnu::noinline]]
-QOV_OWN void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return allocate(size);
-}
-QOV_OWN void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return allocate(size);
-}
-QOV_OWN void* operator new(std::size_t size) {
-  if (void* const memory = allocate(size)) {
-    return memory;
-  }
-  throw std::bad_alloc();
-}
-QOV_OWN void* operator new[](std::size_t size) {
-  return ::operator new(size);
-}
-QOV_OWN void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-QOV_OWN void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-QOV_OWN void operator delete(void* memory, const std::nothrow_t&) noexcept {
-  std::free(memory);
-}
-QOV_OWN void operator delete[](void* memory) noexcept {
-  std::free(memory);
-}
-QOV_OWN void operator delete[](void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-QOV_OWN void operator delete[](void* memory, const std::nothrow_t&) noexcept {
-  std::free(memory);
-}
-#undef QOV_OWN
-
-namespace {
+using qov::test::allocations;
 
 constexpr const char* kLongText = "a text that is longer than what a string holds in itself";
 
@@ -76,9 +25,9 @@ class DisabledLevel : public testing::Test {
   template <class Call>
   static long allocationsOf(const Call& call) {
     call();
-    const long before = allocations;
+    const long before = allocations();
     call();
-    return allocations - before;
+    return allocations() - before;
   }
 
   const CQOVDebugKit kit_{"KIT", 5};
@@ -113,32 +62,6 @@ TEST_F(DisabledLevel, BuildsNothingInAGuard) {
 TEST_F(DisabledLevel, IsWhatMakesTheDifference) {
   LogCapture::log().priority_mask(LogCapture::kAllLevels, ACE_Log_Msg::PROCESS);
   EXPECT_GT(allocationsOf([] { const CQOVDebugKitGuard guard(0, kLongText); }), 0);
-}
-
-TEST(OutOfMemory, LeavesAKitThatCannotBeRegisteredToItsOwner) {
-  CQOVDebugKitMgr kits;
-  CQOVDebugKit kit("KIT", 300);
-  errno = 0;
-  outOfMemory = true;
-  const int added = kits.add(&kit);
-  const int reason = errno;
-  outOfMemory = false;
-  EXPECT_EQ(added, 0);
-  EXPECT_EQ(reason, ENOMEM);
-  EXPECT_EQ(kits.find(300), kits.find(0));
-}
-
-TEST(OutOfMemory, CostsARecordAndNothingElse) {
-  LogCapture capture;
-  const CQOVDebugKit kit("KIT", 5);
-  const std::string endless(2000, 'f');
-  outOfMemory = true;
-  kit.error(1, endless.c_str(), 2, "m");
-  { const CQOVDebugKitGuard guard(0, kLongText); }
-  outOfMemory = false;
-  capture.clear();
-  kit.error(1, "f", 2, "m");
-  EXPECT_EQ(capture.lines(), 1);
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
 #include <ace/Reactor.h>
-#include <ace/Timer_Queue.h>
 #include <gmock/gmock.h>
 #include <pwd.h>
 #include <qovpub/qov_common_debugkit.h>
@@ -16,6 +15,7 @@
 
 #include "tests/diag/log_capture.h"
 #include "tests/diag/process_root.h"
+#include "tests/diag/reactor_timers.h"
 #include "tests/support/files.h"
 
 namespace {
@@ -43,15 +43,6 @@ class LoggingStrategy : public testing::Test {
   static u_long mask() {
     return LogStateKeeper::log().priority_mask(ACE_Log_Msg::PROCESS) &
            (kTrace | kDebug | kInfo | kWarn | kError);
-  }
-
-  static int timers() {
-    ACE_Timer_Queue_Iterator& each = ACE_Reactor::instance()->timer_queue()->iter();
-    int count = 0;
-    for (each.first(); !each.isdone(); each.next()) {
-      ++count;
-    }
-    return count;
   }
 
   /// What changing the owner of a file that is there comes to.
@@ -114,7 +105,7 @@ TEST_F(LoggingStrategy, SendsRecordsToStandardErrorWithoutALogFile) {
   log("m");
   EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith("] m\n"));
   EXPECT_FALSE(fs::exists(path_));
-  EXPECT_EQ(timers(), 0);
+  EXPECT_EQ(reactorTimers(), 0);
 }
 
 TEST_F(LoggingStrategy, LeavesTheLevelsAloneWhenItSendsToTheTerminal) {
@@ -128,7 +119,7 @@ TEST_F(LoggingStrategy, WorksWithoutChecks) {
   for (const int interval : {0, -5}) {
     param_.chkInterval_ = interval;
     EXPECT_EQ(strategy_.initLogStrategy(param_), ownerResult());
-    EXPECT_EQ(timers(), 0);
+    EXPECT_EQ(reactorTimers(), 0);
     log("m");
     EXPECT_THAT(logged(), EndsWith("] m\n"));
   }
@@ -247,19 +238,19 @@ TEST_F(LoggingStrategy, HasOneTimerHoweverOftenItIsApplied) {
   for (int round = 0; round < 1000; ++round) {
     strategy_.initLogStrategy(param_);
   }
-  EXPECT_EQ(timers(), 1);
+  EXPECT_EQ(reactorTimers(), 1);
   param_.chkInterval_ = 0;
   strategy_.initLogStrategy(param_);
-  EXPECT_EQ(timers(), 0);
+  EXPECT_EQ(reactorTimers(), 0);
 }
 
 TEST_F(LoggingStrategy, LeavesNoTimerBehind) {
   auto strategy = std::make_unique<CQOV_Logging_Strategy>();
   param_.chkInterval_ = 1;
   strategy->initLogStrategy(param_);
-  ASSERT_EQ(timers(), 1);
+  ASSERT_EQ(reactorTimers(), 1);
   strategy.reset();
-  EXPECT_EQ(timers(), 0);
+  EXPECT_EQ(reactorTimers(), 0);
 }
 
 TEST_F(LoggingStrategy, GoesOnWritingAfterItsDestruction) {
@@ -287,13 +278,13 @@ TEST_F(LoggingStrategy, SwitchesBetweenFileAndTerminal) {
   log("one");
   param_.sendTerminal_ = 1;
   strategy_.initLogStrategy(param_);
-  EXPECT_EQ(timers(), 0);
+  EXPECT_EQ(reactorTimers(), 0);
   testing::internal::CaptureStderr();
   log("two");
   EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith("] two\n"));
   param_.sendTerminal_ = 0;
   strategy_.initLogStrategy(param_);
-  EXPECT_EQ(timers(), 1);
+  EXPECT_EQ(reactorTimers(), 1);
   testing::internal::CaptureStderr();
   log("three");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
@@ -319,7 +310,7 @@ TEST_F(LoggingStrategy, OutlivesTheProcessesReactorWithoutChecksToo) {
     strategy->initLogStrategy(param_);
     ACE_Reactor::close_singleton();
     strategy.reset();
-    EXPECT_EQ(timers(), 0);
+    EXPECT_EQ(reactorTimers(), 0);
   }
 }
 
