@@ -12,10 +12,8 @@ CQOVDebugKitGuard::CQOVDebugKitGuard(int kitId, const std::string& name)
   trace("enter ", "...");
 }
 
-CQOVDebugKitGuard::CQOVDebugKitGuard(int kitId, const char* name)
-    : log_(ACE_Log_Msg::instance()),
-      kitId_(static_cast<unsigned int>(kitId)),
-      name_(name != nullptr ? name : "") {
+CQOVDebugKitGuard::CQOVDebugKitGuard(int kitId, Borrowed name)
+    : log_(ACE_Log_Msg::instance()), kitId_(static_cast<unsigned int>(kitId)), name_(name.text) {
   findKit();
   trace("enter ", "...");
 }

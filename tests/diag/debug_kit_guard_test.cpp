@@ -41,6 +41,21 @@ TEST_F(DebugKitGuard, TakesANameThatIsGoneWhenItLeaves) {
               EndsWith("] leave int longEnoughToBeAllocatedOnTheHeap(void): OK\n"));
 }
 
+TEST_F(DebugKitGuard, TakesATextThatHasChangedWhenItLeaves) {
+  char text[] = "f";
+  const char* const constant = text;
+  char* const changing = text;
+  {
+    const CQOVDebugKitGuard ofAnArray(0, text);
+    const CQOVDebugKitGuard ofAPointer(0, changing);
+    const CQOVDebugKitGuard ofAConstantPointer(0, constant);
+    text[0] = 'g';
+    capture_.clear();
+  }
+  EXPECT_EQ(capture_.lines(), 3);
+  EXPECT_THAT(capture_.text(), Not(HasSubstr("leave g: OK")));
+}
+
 TEST_F(DebugKitGuard, LeavesWithOkAfterDebugAndInfo) {
   {
     CQOVDebugKitGuard guard(0, "f");

@@ -10,7 +10,7 @@ namespace {
 
 using qov::test::allocations;
 
-constexpr const char* kLongText = "a text that is longer than what a string holds in itself";
+constexpr char kLongText[] = "a text that is longer than what a string holds in itself";
 
 void infoF(const CQOVDebugKit& kit, const char* format, ...) {
   va_list args;

@@ -10,8 +10,10 @@
 #include <array>
 #include <atomic>
 #include <cstdarg>
+#include <cstddef>
 #include <sstream>
 #include <string>
+#include <type_traits>
 
 /// A named logger: turns a message into one record of the fixed bracketed layout
 ///
@@ -197,12 +199,25 @@ class CQOVDebugKitMgr {
 /// Owns:   nothing; the kit is the registry's.
 /// Errors: none; it writes nothing when no kit is to be had.
 class CQOVDebugKitGuard {
+  /// Whether `Text` is a pointer to characters or an array of characters that can be written to.
+  template <class Text>
+  static constexpr bool isPassing = std::is_convertible_v<Text, char*> ||
+                                    (std::is_convertible_v<Text, const char*> &&
+                                     !std::is_array_v<std::remove_reference_t<Text>>);
+  template <class Text>
+  using IfPassing = std::enable_if_t<isPassing<Text>>;
+
  public:
   /// Takes the kit registered under `kitId` (or the public one) and traces the entry into `name`,
   /// the function's full signature.
   CQOVDebugKitGuard(int kitId, const std::string& name);
-  /// The same for a literal: `name` is borrowed for the guard's life, null counts as empty.
-  CQOVDebugKitGuard(int kitId, const char* name);
+  /// The same for a literal (or another constant array that outlives the guard), which costs no
+  /// string: it is borrowed.
+  template <std::size_t N>
+  CQOVDebugKitGuard(int kitId, const char (&name)[N]) : CQOVDebugKitGuard(kitId, Borrowed{name}) {}
+  /// The same for a text that may change or go meanwhile: it is copied, null counts as empty.
+  template <class Text, class = IfPassing<Text>>
+  CQOVDebugKitGuard(int kitId, Text&& name) : CQOVDebugKitGuard(kitId, stringOf(name)) {}
   ~CQOVDebugKitGuard();
   CQOVDebugKitGuard(const CQOVDebugKitGuard&) = delete;
   CQOVDebugKitGuard& operator=(const CQOVDebugKitGuard&) = delete;
@@ -219,6 +234,14 @@ class CQOVDebugKitGuard {
              ...) __attribute__((format(printf, 5, 6)));
 
  private:
+  struct Borrowed {
+    const char* text;
+  };
+  CQOVDebugKitGuard(int kitId, Borrowed name);
+  static std::string stringOf(const char* text) {
+    return text != nullptr ? std::string(text) : std::string();
+  }
+
   void findKit();
   const CQOVDebugKit* kit();
   void trace(const char* before, const char* after);
