@@ -9,6 +9,9 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
 #include <streambuf>
 #include <thread>
 #include <vector>
@@ -152,6 +155,42 @@ TEST_F(RecordOutput, NeverMixesTheRecordsOfTwoThreads) {
                 message == std::string(10, 'c'));
   }
   EXPECT_EQ(whole, 3 * kRecords);
+}
+
+/// Hears the first piece of a record that goes in several, and has another thread log then.
+class Interrupter : public ACE_Log_Msg_Callback {
+ public:
+  explicit Interrupter(std::function<void()> other) : other_(std::move(other)) {}
+
+  void log(ACE_Log_Record&) override {
+    if (!thread_.valid()) {
+      thread_ = std::async(std::launch::async, other_);
+      // Long enough for a record that nothing holds up. One that waits for ours does not come.
+      thread_.wait_for(std::chrono::milliseconds(200));
+    }
+  }
+
+  void wait() { thread_.wait(); }
+
+ private:
+  const std::function<void()> other_;
+  std::future<void> thread_;
+};
+
+TEST_F(RecordOutput, LetsNoOtherRecordIntoOneThatGoesInPieces) {
+  std::ostream* const shared = LogCapture::log().msg_ostream();
+  Interrupter interrupter([this, shared] {
+    LogCapture::log().msg_ostream(shared);
+    kit_.info(1, "f", 2, "of another thread");
+  });
+  LogCapture::log().msg_callback(&interrupter);
+  LogCapture::log().set_flags(ACE_Log_Msg::MSG_CALLBACK);
+  const std::string message(9000, 'x');
+  kit_.info(1, "f", 2, message);
+  LogCapture::log().msg_callback(nullptr);
+  interrupter.wait();
+  EXPECT_THAT(capture_.text(), HasSubstr("] " + message + "\n"));
+  EXPECT_THAT(capture_.text(), EndsWith("] of another thread\n"));
 }
 
 /// Standard error is a pipe that refuses what does not fit.
