@@ -23,10 +23,10 @@ using qov::test::writeFile;
 
 class LogFileTest : public testing::Test {
  protected:
-  static bool write(LogFile& file, std::string text) {
+  bool write(std::string text) {
     const size_t half = text.size() / 2;
     const iovec pieces[2] = {{text.data(), half}, {text.data() + half, text.size() - half}};
-    return file.write(pieces, 2);
+    return file_.write(pieces, 2);
   }
 
   /// The number that the next descriptor gets.
@@ -36,6 +36,13 @@ class LogFileTest : public testing::Test {
     return number;
   }
 
+  /// Leaves a file with one line, which someone then renames.
+  void beginAndMove() {
+    file_.open(path_);
+    write("first\n");
+    fs::rename(path_, path_ + ".moved");
+  }
+
   static mode_t modeOf(const std::string& path) {
     struct stat status {};
     EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
@@ -43,32 +50,31 @@ class LogFileTest : public testing::Test {
   }
 
   /// Writes until the file is there again: its loss is noticed within a second.
-  bool writeUntilThere(LogFile& file, const std::string& text) {
+  bool writeUntilThere(const std::string& text) {
     const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (!fs::exists(path_) && std::chrono::steady_clock::now() < giveUp) {
-      EXPECT_TRUE(write(file, text));
+      EXPECT_TRUE(write(text));
     }
     return fs::exists(path_);
   }
 
   const TemporaryDirectory directory_;
   const std::string path_ = directory_.file("x.log");
+  LogFile file_;
 };
 
 TEST_F(LogFileTest, AppendsToWhatIsThere) {
   writeFile(path_, "old\n");
-  LogFile file;
-  ASSERT_TRUE(file.open(path_));
-  EXPECT_TRUE(write(file, "new\n"));
+  ASSERT_TRUE(file_.open(path_));
+  EXPECT_TRUE(write("new\n"));
   EXPECT_EQ(readFile(path_), "old\nnew\n");
 }
 
 TEST_F(LogFileTest, IsClosedToOthersWhateverTheModeMask) {
   const mode_t mask = ::umask(0);
-  LogFile file;
-  file.open(path_);
-  write(file, std::string(100, 'x'));
-  file.check(10, 1);
+  file_.open(path_);
+  write(std::string(100, 'x'));
+  file_.check(10, 1);
   ::umask(mask);
   EXPECT_EQ(modeOf(path_ + ".1"), 0640U);
   EXPECT_EQ(modeOf(path_), 0640U);
@@ -77,97 +83,84 @@ TEST_F(LogFileTest, IsClosedToOthersWhateverTheModeMask) {
 TEST_F(LogFileTest, ClosesAFileThatOthersCouldWriteTo) {
   writeFile(path_, "");
   ASSERT_EQ(::chmod(path_.c_str(), 0666), 0);
-  LogFile file;
-  file.open(path_);
+  file_.open(path_);
   EXPECT_EQ(modeOf(path_), 0664U);
 }
 
 TEST_F(LogFileTest, ReportsADirectoryThatIsMissingAndTriesAgain) {
   const std::string path = directory_.file("missing/x.log");
-  LogFile file;
-  EXPECT_FALSE(file.open(path));
-  EXPECT_FALSE(write(file, "lost\n"));
+  EXPECT_FALSE(file_.open(path));
+  EXPECT_FALSE(write("lost\n"));
   fs::create_directory(directory_.path() / "missing");
-  EXPECT_TRUE(write(file, "kept\n"));
+  EXPECT_TRUE(write("kept\n"));
   EXPECT_EQ(readFile(path), "kept\n");
 }
 
 TEST_F(LogFileTest, RefusesEveryRecordWhileItsDirectoryIsGone) {
   const std::string path = directory_.file("dir/x.log");
   writeFile(path, "");
-  LogFile file;
-  file.open(path);
-  EXPECT_TRUE(write(file, "before\n"));
+  file_.open(path);
+  EXPECT_TRUE(write("before\n"));
   fs::remove_all(fs::path(path).parent_path());
-  file.check(0, 2);
+  file_.check(0, 2);
   for (int record = 0; record < 3; ++record) {
-    EXPECT_FALSE(write(file, "into a file that nobody can open\n"));
+    EXPECT_FALSE(write("into a file that nobody can open\n"));
   }
   fs::create_directory(fs::path(path).parent_path());
-  EXPECT_TRUE(write(file, "after\n"));
+  EXPECT_TRUE(write("after\n"));
   EXPECT_EQ(readFile(path), "after\n");
 }
 
 TEST_F(LogFileTest, LeavesTheFormerFileForAnother) {
-  LogFile file;
-  file.open(path_);
-  EXPECT_TRUE(file.open(directory_.file("y.log")));
-  write(file, "y\n");
-  EXPECT_FALSE(file.open(directory_.file("missing/z.log")));
-  EXPECT_FALSE(write(file, "z\n"));
+  file_.open(path_);
+  EXPECT_TRUE(file_.open(directory_.file("y.log")));
+  write("y\n");
+  EXPECT_FALSE(file_.open(directory_.file("missing/z.log")));
+  EXPECT_FALSE(write("z\n"));
   EXPECT_EQ(readFile(path_), "");
   EXPECT_EQ(readFile(directory_.file("y.log")), "y\n");
 }
 
 TEST_F(LogFileTest, KeepsItsFileWhenItCannotBeOpenedAgain) {
-  LogFile file;
-  file.open(path_);
+  file_.open(path_);
   fs::rename(path_, path_ + ".moved");
   fs::create_directory(path_);
-  EXPECT_FALSE(file.open(path_));
-  EXPECT_TRUE(write(file, "kept\n"));
+  EXPECT_FALSE(file_.open(path_));
+  EXPECT_TRUE(write("kept\n"));
   EXPECT_EQ(readFile(path_ + ".moved"), "kept\n");
 }
 
 TEST_F(LogFileTest, BeginsAnewWhenTheFileWasDeleted) {
-  LogFile file;
-  file.open(path_);
-  write(file, "gone\n");
+  file_.open(path_);
+  write("gone\n");
   fs::remove(path_);
-  EXPECT_TRUE(writeUntilThere(file, "anew\n"));
+  EXPECT_TRUE(writeUntilThere("anew\n"));
   EXPECT_EQ(readFile(path_), "anew\n");
 }
 
 TEST_F(LogFileTest, BeginsAnewAtTheCheckWhenTheFileWasMoved) {
-  LogFile file;
-  file.open(path_);
-  write(file, "first\n");
-  fs::rename(path_, path_ + ".moved");
-  write(file, "second\n");
-  file.check(0, 2);
-  write(file, "third\n");
+  beginAndMove();
+  write("second\n");
+  file_.check(0, 2);
+  write("third\n");
   EXPECT_EQ(readFile(path_ + ".moved"), "first\nsecond\n");
   EXPECT_EQ(readFile(path_), "third\n");
 }
 
 TEST_F(LogFileTest, BeginsAnewWithoutAnyCheckWhenTheFileWasMoved) {
-  LogFile file;
-  file.open(path_);
-  write(file, "first\n");
-  fs::rename(path_, path_ + ".moved");
-  EXPECT_TRUE(writeUntilThere(file, "anew\n"));
+  beginAndMove();
+  EXPECT_TRUE(writeUntilThere("anew\n"));
   EXPECT_EQ(readFile(path_), "anew\n");
 }
 
 TEST_F(LogFileTest, LeavesADescriptorAloneThatIsNoLongerItsOwn) {
   const std::string other = directory_.file("other");
-  LogFile file;
   const int number = lowestFreeDescriptor();
-  file.open(path_);
+  file_.open(path_);
   const int foreign = ::open(other.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
   ASSERT_EQ(::dup2(foreign, number), number);  // as if the number had been closed and given away
-  file.check(0, 2);
-  EXPECT_TRUE(write(file, "mine\n"));
+  file_.check(0, 2);
+  EXPECT_TRUE(write("mine\n"));
   EXPECT_EQ(readFile(path_), "mine\n");
   EXPECT_EQ(readFile(other), "");
   EXPECT_EQ(::close(number), 0) << "it belongs to someone else now";
@@ -175,23 +168,21 @@ TEST_F(LogFileTest, LeavesADescriptorAloneThatIsNoLongerItsOwn) {
 }
 
 TEST_F(LogFileTest, WritesOnAtOnceWhenItsDescriptorWasClosed) {
-  LogFile file;
   const int number = lowestFreeDescriptor();
-  file.open(path_);
-  EXPECT_TRUE(write(file, "before\n"));
+  file_.open(path_);
+  EXPECT_TRUE(write("before\n"));
   ASSERT_EQ(::close(number), 0);
-  EXPECT_TRUE(write(file, "after\n"));
+  EXPECT_TRUE(write("after\n"));
   EXPECT_EQ(readFile(path_), "before\nafter\n");
 }
 
 TEST_F(LogFileTest, WritesOnAtOnceWhenItsDescriptorTakesNoMoreWriting) {
-  LogFile file;
   const int number = lowestFreeDescriptor();
-  file.open(path_);
-  EXPECT_TRUE(write(file, "before\n"));
+  file_.open(path_);
+  EXPECT_TRUE(write("before\n"));
   const int foreign = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
   ASSERT_EQ(::dup2(foreign, number), number);
-  EXPECT_TRUE(write(file, "after\n"));
+  EXPECT_TRUE(write("after\n"));
   EXPECT_EQ(readFile(path_), "before\nafter\n");
   EXPECT_EQ(::close(number), 0) << "it belongs to someone else now";
   ::close(foreign);
@@ -199,36 +190,32 @@ TEST_F(LogFileTest, WritesOnAtOnceWhenItsDescriptorTakesNoMoreWriting) {
 
 TEST_F(LogFileTest, DoesNotWaitForTheReaderOfAPipe) {
   ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
-  LogFile file;
-  EXPECT_FALSE(file.open(path_));
+  EXPECT_FALSE(file_.open(path_));
 }
 
 TEST_F(LogFileTest, RotatesOnlyBeyondTheLimit) {
-  LogFile file;
-  file.open(path_);
-  write(file, std::string(10, 'x'));
-  file.check(10, 2);
+  file_.open(path_);
+  write(std::string(10, 'x'));
+  file_.check(10, 2);
   EXPECT_FALSE(fs::exists(path_ + ".1"));
-  write(file, "x");
-  file.check(10, 2);
+  write("x");
+  file_.check(10, 2);
   EXPECT_EQ(readFile(path_ + ".1"), std::string(11, 'x'));
   EXPECT_EQ(readFile(path_), "");
 }
 
 TEST_F(LogFileTest, NeverRotatesWithoutALimit) {
-  LogFile file;
-  file.open(path_);
-  write(file, std::string(100, 'x'));
-  file.check(0, 2);
+  file_.open(path_);
+  write(std::string(100, 'x'));
+  file_.check(0, 2);
   EXPECT_FALSE(fs::exists(path_ + ".1"));
 }
 
 TEST_F(LogFileTest, ShiftsItsPredecessorsAndDropsTheOldest) {
-  LogFile file;
-  file.open(path_);
+  file_.open(path_);
   for (const char* const generation : {"aa", "bb", "cc", "dd"}) {
-    write(file, generation);
-    file.check(1, 2);
+    write(generation);
+    file_.check(1, 2);
   }
   EXPECT_EQ(readFile(path_ + ".1"), "dd");
   EXPECT_EQ(readFile(path_ + ".2"), "cc");
@@ -237,42 +224,38 @@ TEST_F(LogFileTest, ShiftsItsPredecessorsAndDropsTheOldest) {
 
 TEST_F(LogFileTest, ShiftsThePredecessorsOfAnEarlierRun) {
   writeFile(path_ + ".1", "earlier");
-  LogFile file;
-  file.open(path_);
-  write(file, "now");
-  file.check(1, 2);
+  file_.open(path_);
+  write("now");
+  file_.check(1, 2);
   EXPECT_EQ(readFile(path_ + ".1"), "now");
   EXPECT_EQ(readFile(path_ + ".2"), "earlier");
 }
 
 TEST_F(LogFileTest, KeepsNothingOfAFileWithoutPredecessors) {
-  LogFile file;
-  file.open(path_);
-  write(file, "aa");
-  file.check(1, 0);
-  write(file, "b");
+  file_.open(path_);
+  write("aa");
+  file_.check(1, 0);
+  write("b");
   EXPECT_EQ(readFile(path_), "b");
   EXPECT_FALSE(fs::exists(path_ + ".1"));
 }
 
 TEST_F(LogFileTest, GoesOnGrowingWhenItCannotBeRotated) {
   writeFile(fs::path(path_ + ".1") / "occupied", "");
-  LogFile file;
-  file.open(path_);
-  write(file, "aa");
-  file.check(1, 1);
-  write(file, "bb");
+  file_.open(path_);
+  write("aa");
+  file_.check(1, 1);
+  write("bb");
   EXPECT_EQ(readFile(path_), "aabb");
 }
 
 TEST_F(LogFileTest, GoesOnGrowingWhenAPredecessorCannotBeShifted) {
   writeFile(fs::path(path_ + ".2") / "occupied", "");
   writeFile(path_ + ".1", "earlier");
-  LogFile file;
-  file.open(path_);
-  write(file, "aa");
-  file.check(1, 2);
-  write(file, "bb");
+  file_.open(path_);
+  write("aa");
+  file_.check(1, 2);
+  write("bb");
   EXPECT_EQ(readFile(path_ + ".1"), "earlier");
   EXPECT_EQ(readFile(path_), "aabb");
 }
@@ -281,11 +264,10 @@ TEST_F(LogFileTest, GivesTheNewFileTheOwnerOfTheOld) {
   if (::geteuid() != 0) {
     GTEST_SKIP() << "only root may give files away";
   }
-  LogFile file;
-  file.open(path_);
+  file_.open(path_);
   ASSERT_EQ(::chown(path_.c_str(), 1, 1), 0);
-  write(file, "aa");
-  file.check(1, 2);
+  write("aa");
+  file_.check(1, 2);
   struct stat status {};
   ASSERT_EQ(::stat(path_.c_str(), &status), 0);
   EXPECT_EQ(status.st_uid, 1U);
@@ -313,16 +295,15 @@ class FileSizeLimit {
 };
 
 TEST_F(LogFileTest, WritesARecordWholeOrNotAtAll) {
-  LogFile file;
-  file.open(path_);
-  EXPECT_TRUE(write(file, "first\n"));
+  file_.open(path_);
+  EXPECT_TRUE(write("first\n"));
   {
     const FileSizeLimit almostFull(10);
-    EXPECT_FALSE(write(file, "does not fit\n"));
+    EXPECT_FALSE(write("does not fit\n"));
     EXPECT_EQ(readFile(path_), "first\n");
-    EXPECT_TRUE(write(file, "abc\n"));
+    EXPECT_TRUE(write("abc\n"));
   }
-  EXPECT_TRUE(write(file, "last\n"));
+  EXPECT_TRUE(write("last\n"));
   EXPECT_EQ(readFile(path_), "first\nabc\nlast\n");
 }
 

@@ -8,10 +8,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "tests/diag/log_capture.h"
 #include "tests/diag/process_root.h"
@@ -24,6 +26,7 @@ namespace fs = std::filesystem;
 using qov::test::readFile;
 using qov::test::TemporaryDirectory;
 using qov::test::writeFile;
+using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
@@ -45,6 +48,12 @@ class LoggingStrategy : public testing::Test {
            (kTrace | kDebug | kInfo | kWarn | kError);
   }
 
+  /// In the order in which the configuration has them.
+  static std::vector<int> numbersOf(const CLogging_Cfg_Param& param) {
+    return {param.sendTerminal_, param.chkInterval_, param.logFileMaxSize_, param.logFileMaxCnt_,
+            param.logLevel_};
+  }
+
   /// What changing the owner of a file that is there comes to.
   static int ownerResult() { return ::geteuid() == 0 && ::getpwnam("daemon") != nullptr ? 0 : -1; }
 
@@ -59,11 +68,7 @@ class LoggingStrategy : public testing::Test {
 TEST_F(LoggingStrategy, HasTheDefaultSettings) {
   const CLogging_Cfg_Param param;
   EXPECT_STREQ(param.logFile_, "/var/log/KRV/NoSetLogFile.log");
-  EXPECT_EQ(param.chkInterval_, 600);
-  EXPECT_EQ(param.logFileMaxSize_, 10240);
-  EXPECT_EQ(param.logFileMaxCnt_, 3);
-  EXPECT_EQ(param.sendTerminal_, 0);
-  EXPECT_EQ(param.logLevel_, 2);
+  EXPECT_THAT(numbersOf(param), ElementsAre(0, 600, 10240, 3, 2));
 }
 
 TEST_F(LoggingStrategy, SendsRecordsToTheFile) {
@@ -348,19 +353,13 @@ TEST_F(LogConfiguration, ReadsTheFiveKeysOfTheProcessesOwnFile) {
   ProcessRoot::configure(
       "SendTerminal=1\nChkInterval=2\nLogFileMaxSize=3\nLogFileMaxCnt=4\nLogLevel=5\n");
   EXPECT_EQ(read(), 0);
-  EXPECT_EQ(param_.sendTerminal_, 1);
-  EXPECT_EQ(param_.chkInterval_, 2);
-  EXPECT_EQ(param_.logFileMaxSize_, 3);
-  EXPECT_EQ(param_.logFileMaxCnt_, 4);
-  EXPECT_EQ(param_.logLevel_, 5);
+  EXPECT_THAT(numbersOf(param_), ElementsAre(1, 2, 3, 4, 5));
 }
 
 TEST_F(LogConfiguration, StopsAtTheFirstMissingKey) {
   ProcessRoot::configure("SendTerminal=1\nChkInterval=2\nLogFileMaxSize=3\nLogLevel=5\n");
   EXPECT_EQ(read(), -1);
-  EXPECT_EQ(param_.logFileMaxSize_, 3);
-  EXPECT_EQ(param_.logFileMaxCnt_, 3);
-  EXPECT_EQ(param_.logLevel_, 2);
+  EXPECT_THAT(numbersOf(param_), ElementsAre(1, 2, 3, 3, 2));
 }
 
 TEST_F(LogConfiguration, NeedsEachOfItsKeys) {
@@ -402,11 +401,7 @@ TEST_F(LogConfiguration, TakesWhatIsNoNumberForZero) {
   ProcessRoot::configure(
       "SendTerminal=yes\nChkInterval= 7x\nLogFileMaxSize=0x10\nLogFileMaxCnt=-2\nLogLevel=-9\n");
   EXPECT_EQ(read(), 0);
-  EXPECT_EQ(param_.sendTerminal_, 0);
-  EXPECT_EQ(param_.chkInterval_, 7);
-  EXPECT_EQ(param_.logFileMaxSize_, 0);
-  EXPECT_EQ(param_.logFileMaxCnt_, -2);
-  EXPECT_EQ(param_.logLevel_, -9);
+  EXPECT_THAT(numbersOf(param_), ElementsAre(0, 7, 0, -2, -9));
 }
 
 TEST_F(LogConfiguration, TakesNumbersOutOfRangeForTheNearest) {
@@ -414,11 +409,7 @@ TEST_F(LogConfiguration, TakesNumbersOutOfRangeForTheNearest) {
       "SendTerminal=4294967296\nChkInterval=99999999999999999999\n"
       "LogFileMaxSize=-4294967296\nLogFileMaxCnt=2147483647\nLogLevel=4294967296\n");
   EXPECT_EQ(read(), 0);
-  EXPECT_EQ(param_.sendTerminal_, 2147483647);
-  EXPECT_EQ(param_.chkInterval_, 2147483647);
-  EXPECT_EQ(param_.logFileMaxSize_, -2147483647 - 1);
-  EXPECT_EQ(param_.logFileMaxCnt_, 2147483647);
-  EXPECT_EQ(param_.logLevel_, 5);
+  EXPECT_THAT(numbersOf(param_), ElementsAre(INT_MAX, INT_MAX, INT_MIN, INT_MAX, 5));
 }
 
 TEST_F(LogConfiguration, IsAppliedToTheGivenFile) {
