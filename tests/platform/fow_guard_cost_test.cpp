@@ -4,14 +4,14 @@
 #include <qovplatform/platform_guard.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <csignal>
 #include <cstddef>
 
-#include "tests/platform/guard_environment.h"
+#include "tests/platform/guard_threads.h"
+#include "tests/support/child.h"
 #include "tests/support/sanitizers.h"
 
 // A sanitizer's runtime makes system calls of its own at any time.
@@ -40,18 +40,16 @@ bool forbidSystemCalls() {
 // Runs `body` in a child whose calling thread may make no system call; how the child ended.
 template <class Body>
 int runWithoutSystemCalls(Body body) {
-  const pid_t child = ::fork();
-  if (child == 0) {
+  return qov::test::endOfChild([&body] {
+    ::alarm(60);                             // ends a child that hangs
     { const FowGuard first(201, 0, 3600); }  // starts the watching thread
+    qov::test::waitUntilTheWatchSleeps();    // waking it is a system call, too
     if (!forbidSystemCalls()) {
       ::_exit(kNoFilter);
     }
     body();
-    ::_exit(0);
-  }
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  return status;
+    return true;
+  });
 }
 
 }  // namespace

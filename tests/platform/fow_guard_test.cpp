@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <qovplatform/platform_guard.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -13,11 +12,14 @@
 #include "platform/guard_time.h"
 #include "tests/platform/blocking_stream.h"
 #include "tests/platform/guard_environment.h"
+#include "tests/platform/guard_threads.h"
+#include "tests/support/child.h"
 #include "tests/support/sanitizers.h"
 
 using qov::platform::ThreadSlots;
 using qov::test::BlockingStream;
 using qov::test::countGuardLines;
+using qov::test::holdsInChild;
 using qov::test::kLongGuard;
 using qov::test::letTheWatchLook;
 using qov::test::logHere;
@@ -159,6 +161,13 @@ TEST(FowGuard, WatchesManyThreadsAtOnce) {
   EXPECT_EQ(countGuardLines("kind 112,"), 8);
 }
 
+TEST(FowGuard, IsWatchedByAThreadThatLeavesTheSignalsToOthers) {
+  const FowGuard guard(123, 0, kLongGuard);
+  const auto threads = qov::test::threadsNamed("qov-overdue");
+  ASSERT_EQ(threads.size(), 1u);
+  EXPECT_TRUE(qov::test::takesNoSignals(threads.front()));
+}
+
 TEST(FowGuard, LeavesNothingBehindForThreadsThatHaveEnded) {
   std::thread([] { const FowGuard guard(113, 0, kLongGuard); }).join();
   const int before = slotsEverMade();
@@ -234,18 +243,23 @@ TEST(FowGuardDeathTest, DoesNotKeepAProcessFromItsEndWhenTheLogTakesNothing) {
 TEST(FowGuard, WorksInTheChildOfAProcessThatHadGuards) {
   const FowGuard ofTheParent(115, 0, kLongGuard);
   ASSERT_TRUE(letTheWatchLook());
-  const pid_t child = ::fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
+  EXPECT_TRUE(holdsInChild([] {
     endAfterAMinute();
     const FowGuard guard(116, 0, 5);
-    ::_exit(waitForGuardLine("kind 116,") ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 0);
+    // The thread has another number in here.
+    return waitForGuardLine("kind 116, level 0 in thread " + std::to_string(::gettid()));
+  }));
   EXPECT_TRUE(letTheWatchLook()) << "the parent's own watch must go on";
+}
+
+TEST(FowGuard, IsSeenInTimeAlthoughTheWatchHasGoneToSleepForAnHour) {
+  EXPECT_TRUE(holdsInChild([] {
+    endAfterAMinute();
+    const FowGuard hour(124, 0, kLongGuard);
+    qov::test::waitUntilTheWatchSleeps();
+    const FowGuard shorter(125, 0, 5);
+    return waitForGuardLine("kind 125,");
+  }));
 }
 
 namespace {
@@ -271,18 +285,13 @@ TEST(FowGuard, LogsInTheChildOfAProcessThatForksWhileTheWatchIsLogging) {
   const FowGuard hanging(120, 0, 5);
   ASSERT_TRUE(slow.waitForWriter());
   letGoByFork = &slow;
-  const pid_t child = ::fork();
-  ASSERT_GE(child, 0);
-  logHere();
-  if (child == 0) {
+  EXPECT_TRUE(holdsInChild([] {
     endAfterAMinute();
+    logHere();
     const FowGuard guard(121, 0, 5);
-    ::_exit(waitForGuardLine("kind 121,") ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFEXITED(status)) << "the child hung";
-  EXPECT_EQ(WEXITSTATUS(status), 0);
+    return waitForGuardLine("kind 121,");
+  })) << "the child hung";
+  logHere();
 }
 
 TEST(FowGuard, ForgetsInAChildWhatOtherThreadsHadOpen) {
@@ -291,14 +300,7 @@ TEST(FowGuard, ForgetsInAChildWhatOtherThreadsHadOpen) {
     std::thread forker([] {
       const FowGuard ofTheThreadThatForks(118, 0, kLongGuard);
       const int before = openGuards();
-      const pid_t child = ::fork();
-      if (child == 0) {
-        ::_exit(before == 2 && openGuards() == 1 ? 0 : 1);
-      }
-      int status = 0;
-      EXPECT_EQ(::waitpid(child, &status, 0), child);
-      EXPECT_TRUE(WIFEXITED(status));
-      EXPECT_EQ(WEXITSTATUS(status), 0);
+      EXPECT_TRUE(holdsInChild([before] { return before == 2 && openGuards() == 1; }));
     });
     forker.join();
   }).join();

@@ -9,10 +9,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <thread>
+#include <vector>
 
 #include "frame/shutdown_supervision.h"
 #include "tests/platform/guard_environment.h"
-#include "tests/support/files.h"
+#include "tests/platform/guard_threads.h"
 #include "tests/support/sanitizers.h"
 
 using qov::test::kLongGuard;
@@ -20,19 +21,13 @@ using qov::test::kLongGuard;
 namespace {
 
 // Threads that watch over a shutdown in this process.
-int countWatchdogs() {
-  int count = 0;
-  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-    if (qov::test::readFile(task.path() / "comm") == "qov-shutdown\n") {
-      ++count;
-    }
-  }
-  return count;
+std::vector<std::filesystem::path> watchdogs() {
+  return qov::test::threadsNamed("qov-shutdown");
 }
 
 // A thread that was joined may still be listed for a moment.
 void waitUntilNoWatchdogIsLeft() {
-  while (countWatchdogs() != 0) {
+  while (!watchdogs().empty()) {
     std::this_thread::yield();
   }
 }
@@ -131,7 +126,7 @@ TEST_F(MonitorGuardDeathTest, HasNoLimitWithZeroSeconds) {
       {
         MonitorGuard guard(0);
         guard.shutdownBegins();
-        std::exit(countWatchdogs() == 0 ? 0 : 1);
+        std::exit(watchdogs().empty() ? 0 : 1);
       },
       ::testing::ExitedWithCode(0), "");
 }
@@ -142,7 +137,7 @@ TEST(MonitorGuard, HearsOfTheShutdownThroughTheFrame) {
   {
     MonitorGuard guard(kLongGuard);
     qov::shutdownBegins(guard);
-    EXPECT_EQ(countWatchdogs(), 1);
+    EXPECT_EQ(watchdogs().size(), 1u);
   }
   waitUntilNoWatchdogIsLeft();
 }
@@ -151,13 +146,22 @@ TEST(MonitorGuard, StartsItsThreadOnlyWhenTheShutdownBegins) {
   waitUntilNoWatchdogIsLeft();
   {
     MonitorGuard guard(kLongGuard);
-    EXPECT_EQ(countWatchdogs(), 0);
+    EXPECT_EQ(watchdogs().size(), 0u);
     guard.shutdownBegins();
-    EXPECT_EQ(countWatchdogs(), 1);
+    EXPECT_EQ(watchdogs().size(), 1u);
     guard.shutdownBegins();
-    EXPECT_EQ(countWatchdogs(), 1) << "a later call changes nothing";
+    EXPECT_EQ(watchdogs().size(), 1u) << "a later call changes nothing";
   }
   waitUntilNoWatchdogIsLeft();
+}
+
+TEST(MonitorGuard, LeavesTheSignalsToOtherThreads) {
+  waitUntilNoWatchdogIsLeft();
+  MonitorGuard guard(kLongGuard);
+  guard.shutdownBegins();
+  const auto threads = watchdogs();
+  ASSERT_EQ(threads.size(), 1u);
+  EXPECT_TRUE(qov::test::takesNoSignals(threads.front()));
 }
 
 TEST(MonitorGuard, EndsWithoutAWordWhenTheShutdownIsInTime) {

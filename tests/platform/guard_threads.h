@@ -1,0 +1,56 @@
+#ifndef QOV_TESTS_PLATFORM_GUARD_THREADS_H
+#define QOV_TESTS_PLATFORM_GUARD_THREADS_H
+
+#include <csignal>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/files.h"
+
+namespace qov::test {
+
+/// What /proc knows of the threads of this process that are named `name`, one directory each.
+inline std::vector<std::filesystem::path> threadsNamed(const std::string& name) {
+  std::vector<std::filesystem::path> threads;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    if (readFile(task.path() / "comm") == name + "\n") {
+      threads.push_back(task.path());
+    }
+  }
+  return threads;
+}
+
+/// Waits until the thread that watches the guards of this process waits for its next look.
+inline void waitUntilTheWatchSleeps() {
+  const auto sleeps = [](const std::filesystem::path& thread) {
+    const std::string stat = readFile(thread / "stat");
+    const std::size_t name = stat.rfind(')');
+    return name != std::string::npos && stat.compare(name, 3, ") S") == 0;
+  };
+  const std::vector<std::filesystem::path> watch = threadsNamed("qov-overdue");
+  while (watch.empty() || !sleeps(watch.front())) {
+    std::this_thread::yield();
+  }
+}
+
+/// Whether `thread` has every signal blocked that a program may block.
+inline bool takesNoSignals(const std::filesystem::path& thread) {
+  const std::string status = readFile(thread / "status");
+  const std::string label = "SigBlk:";
+  const std::uint64_t blocked =
+      std::stoull(status.substr(status.find(label) + label.size()), nullptr, 16);
+  bool all = true;
+  for (int signum = 1; signum < NSIG; ++signum) {
+    const bool reserved = signum == SIGKILL || signum == SIGSTOP ||
+                          (signum >= __SIGRTMIN && signum < SIGRTMIN);  // those of the C library
+    all = all && (reserved || (blocked >> (signum - 1) & 1U) != 0);
+  }
+  return all;
+}
+
+}  // namespace qov::test
+
+#endif
