@@ -9,17 +9,23 @@ CQOVDebugKitGuard::CQOVDebugKitGuard(int kitId, const std::string& name)
       owned_(name),
       name_(owned_.c_str()) {
   findKit();
-  trace("enter ", "...");
+  if (qov::isOn(qov::kTrace, log_)) {
+    trace("enter ", "...");
+  }
 }
 
 CQOVDebugKitGuard::CQOVDebugKitGuard(int kitId, Borrowed name)
     : log_(ACE_Log_Msg::instance()), kitId_(static_cast<unsigned int>(kitId)), name_(name.text) {
   findKit();
-  trace("enter ", "...");
+  if (qov::isOn(qov::kTrace, log_)) {
+    trace("enter ", "...");
+  }
 }
 
 CQOVDebugKitGuard::~CQOVDebugKitGuard() {
-  trace("leave ", ok_ ? ": OK" : ": NOK");
+  if (qov::isOn(qov::kTrace, log_)) {
+    trace("leave ", ok_ ? ": OK" : ": NOK");
+  }
 }
 
 void CQOVDebugKitGuard::findKit() {
@@ -35,16 +41,11 @@ const CQOVDebugKit* CQOVDebugKitGuard::kit() {
   return kit_;
 }
 
-void CQOVDebugKitGuard::trace(const char* before, const char* after) {
-  if (!qov::isOn(qov::kTrace, log_)) {
-    return;
+void CQOVDebugKitGuard::trace(const char* before, const char* after) try {
+  if (const CQOVDebugKit* const to = kit()) {
+    to->trace(std::string(before).append(name_).append(after));
   }
-  try {
-    if (const CQOVDebugKit* const to = kit()) {
-      to->trace(std::string(before).append(name_).append(after));
-    }
-  } catch (...) {  // no memory: the traced function goes on without its record
-  }
+} catch (...) {  // no memory: the traced function goes on without its record
 }
 
 void CQOVDebugKitGuard::debug(unsigned long long logId, const char* function, unsigned int line,

@@ -82,14 +82,13 @@ CQOVDebugKit* CQOVDebugKitMgr::remove(unsigned int id) {
 }
 
 CQOVDebugKit* CQOVDebugKitMgr::find(unsigned int id) {
-  CQOVDebugKit* const kit = lookUp(id);
-  return kit != nullptr ? kit : lookUp(kPublicKit);
+  CQOVDebugKit* const kit =
+      id < small_.size() ? small_[id].load(std::memory_order_acquire) : lookUp(id);
+  return kit != nullptr ? kit : small_[kPublicKit].load(std::memory_order_acquire);
 }
 
-CQOVDebugKit* CQOVDebugKitMgr::lookUp(unsigned int id) {
-  if (id < small_.size()) {
-    return small_[id].load(std::memory_order_acquire);
-  }
+/// For the ids beyond small_. Not inlined: what it needs would burden every guard's look-up.
+[[gnu::noinline]] CQOVDebugKit* CQOVDebugKitMgr::lookUp(unsigned int id) {
   const int callersErrno = errno;  // guards look up too, and ACE sets it for an unknown id
   CQOVDebugKit* kit = nullptr;
   if (kits_.find(id, kit) != 0) {
