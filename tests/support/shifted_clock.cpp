@@ -41,17 +41,26 @@ int clock_gettime(clockid_t clock, timespec* now) noexcept {
   return result;
 }
 
+/// Takes a wait until `until` on `clock` for over.
+static int passOver(clockid_t clock, const timespec& until) {
+  timespec now;
+  clock_gettime(clock, &now);
+  shift += toDuration(until) - toDuration(now);
+  return ETIMEDOUT;
+}
+
 int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
                            const timespec* until) {
   using Wait = int (*)(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
   static const auto real = next<Wait>("pthread_cond_clockwait");
-  if (!instantWaits || clock != CLOCK_MONOTONIC) {
-    return real(condition, mutex, clock, until);
-  }
-  timespec now;
-  clock_gettime(clock, &now);
-  shift += toDuration(*until) - toDuration(now);
-  return ETIMEDOUT;
+  return instantWaits ? passOver(clock, *until) : real(condition, mutex, clock, until);
+}
+
+int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                           const timespec* until) {
+  using Wait = int (*)(pthread_cond_t*, pthread_mutex_t*, const timespec*);
+  static const auto real = next<Wait>("pthread_cond_timedwait");
+  return instantWaits ? passOver(CLOCK_REALTIME, *until) : real(condition, mutex, until);
 }
 
 time_t time(time_t* result) noexcept {

@@ -6,11 +6,11 @@
 
 namespace qov::test {
 
-// A program with shifted_clock.cpp has its own clock_gettime(), time() and
-// pthread_cond_clockwait(), which this shifts and shortens.
+// A program with shifted_clock.cpp has its own clock_gettime(), time(), pthread_cond_clockwait()
+// and pthread_cond_timedwait(), which this shifts and shortens.
 
-/// While it lives, waits of the calling thread that end at a time of the steady clock end at once,
-/// unless what they wait for is there already, and the thread's steady clock stands at that time.
+/// While it lives, waits of the calling thread that have an end are at their end at once, and the
+/// thread's steady clock goes on by as much.
 class InstantWaits {
  public:
   InstantWaits();

@@ -63,6 +63,18 @@ TEST_F(TaskMgrTest, LeavesADebugKitAloneThatItDidNotRegister) {
   EXPECT_EQ("QOVPUBLIC", CQOVDebugKitMgr::instance()->find(0)->name());
 }
 
+TEST_F(TaskMgrTest, LeavesADebugKitAloneThatHasTakenThePlaceOfItsOwn) {
+  CQOVDebugKitMgr& kits = *CQOVDebugKitMgr::instance();
+  std::unique_ptr<CQOVDebugKit> own;
+  {
+    TestModule module(ignore);
+    own.reset(kits.remove(kModule));
+    ASSERT_EQ(1, kits.add(new CQOVDebugKit("other", kModule)));
+  }
+  EXPECT_EQ("other", kits.find(kModule)->name());
+  delete kits.remove(kModule);
+}
+
 TEST_F(TaskMgrTest, InitRunsTheHookAndGivesItsResult) {
   HookedModule good(true);
   EXPECT_TRUE(good.init());

@@ -50,6 +50,16 @@ TEST_F(TaskRegistryTest, AThreadThatEndedIsForgotten) {
   EXPECT_EQ(nullptr, qov::TaskRegistry::instance().find(id));
 }
 
+TEST_F(TaskRegistryTest, AThreadThatIsStartedTakesAnIdOverFromOneThatNobodyUnbound) {
+  TestModule module(ignore);
+  CQOV_Task foreign(&module);
+  CQOV_Task started(&module);
+  qov::TaskRegistry& registry = qov::TaskRegistry::instance();
+  registry.bind(ACE_Thread::self(), &foreign);
+  registry.bindStarted(ACE_Thread::self(), &started);
+  EXPECT_EQ(&started, getCurrentTask());
+}
+
 TEST_F(TaskRegistryTest, ALateBindingOfAnEndedThreadIsIgnored) {
   TestModule module(ignore);
   FunctionStaticTask task(&module, {1}, ignore);

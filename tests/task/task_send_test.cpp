@@ -108,10 +108,11 @@ TEST_F(TaskSendTest, CannotWaitForWhatIsNotItsOwnRequest) {
 
 TEST_F(TaskSendTest, AWakeUpOfAnEarlierSendDoesNotEndThisOne) {
   ASSERT_TRUE(module_.init());
-  task_.wakeup();
-  CQOV_MsgPackage* response = nullptr;
-  EXPECT_EQ(0, task_.send(makeMessage(1, 0).release(), response, nullptr, true));
-  delete response;
+  // Often, since a response that comes before the wait begins is taken in any case.
+  for (int i = 0; i < 200; ++i) {
+    task_.wakeup();
+    ASSERT_EQ(0, request(task_, makeMessage(1, 0), kNoLimit));
+  }
 }
 
 TEST_F(TaskSendTest, GetMsgLeavesTheBlockAloneWhenWoken) {
