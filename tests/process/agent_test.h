@@ -53,14 +53,15 @@ class AgentTest : public ::testing::Test {
     return waitUntil([&] { return agent.log().find(text, now) != std::string::npos; });
   }
 
-  /// The texts stand in the log, each first one behind the first one of the text before.
-  void logsInOrder(const std::vector<std::string>& texts) {
-    const std::string log = agent.log();
+  void logsInOrder(const std::vector<std::string>& texts) { inOrder(agent.log(), texts); }
+
+  /// The texts stand in `all`, each first one behind the first one of the text before.
+  static void inOrder(const std::string& all, const std::vector<std::string>& texts) {
     std::size_t last = 0;
     for (const std::string& text : texts) {
-      const std::size_t first = log.find(text);
-      ASSERT_NE(first, std::string::npos) << text << " is not in\n" << log;
-      EXPECT_GE(first, last) << text << " is too early in\n" << log;
+      const std::size_t first = all.find(text);
+      ASSERT_NE(first, std::string::npos) << text << " is not in\n" << all;
+      EXPECT_GE(first, last) << text << " is too early in\n" << all;
       last = first;
     }
   }

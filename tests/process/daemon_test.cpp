@@ -33,7 +33,6 @@ TEST_F(AgentDaemon, LeavesSessionDirectoryAndTerminalOfItsStarter) {
   EXPECT_NE(agent.state("session"), agent.state("pid"));
   EXPECT_EQ(agent.state("directory"), agent.root().path().string());
   EXPECT_EQ(agent.state("stdout"), "/dev/null");
-  EXPECT_EQ(agent.state("name_in_ace"), "<unknown>");
   daemonStopsInOrder();
 }
 
@@ -41,6 +40,19 @@ TEST_F(AgentDaemon, TakesSignalsLikeAForegroundProcess) {
   agent.root().writeConfig(2);
   startsADaemon({"chatter"});
   EXPECT_TRUE(appliesTheDebugLevel());
+  daemonStopsInOrder();
+}
+
+TEST_F(AgentDaemon, HasAProcessReactorThatCanBeNotified) {
+  agent.useModules({"reactor_user"});
+  startsADaemon({});
+  EXPECT_TRUE(agent.waitForFile("called"));
+  daemonStopsInOrder();
+}
+
+TEST_F(AgentDaemon, SurvivesAHangUp) {
+  startsADaemon({"chatter"});
+  agent.send(SIGHUP);
   daemonStopsInOrder();
 }
 

@@ -124,13 +124,26 @@ TEST_F(AgentSignals, SigintStopsAProcessWhoseStarterHasBlockedIt) {
   stopsInOrder();
 }
 
+void lowerTheLimitOfDescriptors() {
+  const rlimit limit{128, 128};
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 TEST_F(AgentSignals, SigintStopsAProcessWhoseModulesHaveTakenAllDescriptors) {
-  agent.prepareChild([] {
-    const rlimit limit{128, 128};
-    ::setrlimit(RLIMIT_NOFILE, &limit);
-  });
+  agent.prepareChild(lowerTheLimitOfDescriptors);
   starts({"hoarder"});
   stopsInOrder();
+}
+
+TEST_F(AgentSignals, SigintBeforeTheLoopStopsAProcessWhoseModulesHaveTakenAllDescriptors) {
+  agent.prepareChild(lowerTheLimitOfDescriptors);
+  agent.setEnvironment("QOV_TEST_WAIT", "1");
+  agent.useModules({"hoarder"});
+  agent.start({"-n"});
+  ASSERT_TRUE(agent.waitForFile("ready"));
+  agent.send(SIGINT);
+  agent.makeFile("go");
+  hasEndedInOrder(agent.waitForEnd());
 }
 
 TEST_F(AgentSignals, ReloadThatFailsLeavesTheLogAsItIs) {

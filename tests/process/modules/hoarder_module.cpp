@@ -1,10 +1,13 @@
-// A module that takes every descriptor the process may have and gives them back at its end.
+// A module that takes every descriptor the process may have and gives them back at its end. If
+// QOV_TEST_WAIT is set it makes the file "ready" and waits for the file "go" before.
 #include <fcntl.h>
 #include <qovpub/qov_task_mgr.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <vector>
 
+#include "tests/process/modules/agent_files.h"
 #include "tests/support/sanitizers.h"
 
 namespace {
@@ -20,6 +23,10 @@ class Module : public CQOV_TaskMgr {
   CQOV_Task* createTask() override { return nullptr; }
 
   bool initEnv() override {
+    if (std::getenv("QOV_TEST_WAIT") != nullptr) {
+      qov::test::makeFile("ready");
+      qov::test::waitForFile("go");
+    }
     for (int taken = takeOne(); taken >= 0; taken = takeOne()) {
       taken_.push_back(taken);
     }

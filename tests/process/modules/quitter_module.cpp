@@ -1,7 +1,9 @@
-// A module whose worker ends the process by exit(7), once there is the file "go".
+// A module whose worker ends the process by exit(7), once there is the file "go". The module must
+// not be deleted under it, or else it aborts the process.
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <thread>
 
@@ -11,31 +13,37 @@
 namespace {
 
 constexpr int kGid = 45;
+std::atomic<bool> inUse{false};
 
 class Worker : public CQOV_CommonTask {
  public:
   explicit Worker(CQOV_TaskMgr* mgr) : CQOV_CommonTask(mgr) {}
 
-  int handleMessage(CQOV_MsgPackage&) override { std::exit(7); }
+  int handleMessage(CQOV_MsgPackage&) override {
+    inUse = true;
+    std::exit(7);
+  }
 };
 
 class Module : public CQOV_TaskMgr {
  public:
   Module() : CQOV_TaskMgr(kGid, 2, "quitter") {}
-  ~Module() override { thread_.join(); }
+  ~Module() override {
+    if (inUse) {
+      std::abort();
+    }
+  }
   CQOV_Task* createTask() override { return new Worker(this); }
 
   bool initEnv() override {
-    thread_ = std::thread([] {
+    // Nobody is left to join it.
+    std::thread([] {
       if (qov::test::waitForFile("go")) {
         qov::test::sendAMessageTo(kGid);
       }
-    });
+    }).detach();
     return true;
   }
-
- private:
-  std::thread thread_;
 };
 
 }  // namespace

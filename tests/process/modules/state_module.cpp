@@ -1,6 +1,5 @@
 // A module that writes down the state of its process as a module finds it. If QOV_TEST_WAIT is set
 // it then waits for the file "go", and fails to initialise if that says "then fail".
-#include <ace/Log_Msg.h>
 #include <dlfcn.h>
 #include <qovpub/qov_task_mgr.h>
 #include <sys/resource.h>
@@ -56,8 +55,7 @@ std::string state() {
       << "\nlimit " << limit.rlim_cur << "\nsigint_blocked " << isBlocked(SIGINT)
       << "\nsigusr1_blocked " << isBlocked(SIGUSR1) << "\nsigpipe_blocked " << isBlocked(SIGPIPE)
       << "\nhidden_descriptors " << descriptorsTo("qov_left_open") << "\ncloses " << closes()
-      << "\nname_in_ace " << ACE_Log_Msg::program_name() << "\nstdout "
-      << std::filesystem::read_symlink("/proc/self/fd/1").string() << "\n";
+      << "\nstdout " << std::filesystem::read_symlink("/proc/self/fd/1").string() << "\n";
   return out.str();
 }
 
