@@ -3,12 +3,13 @@
 #include <qovpub/qov_message_package.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <new>
 #include <string>
-#include <utility>
 
 #include "msg/record_codec.h"
 
@@ -28,12 +29,20 @@ constexpr const char* signature(const TLVMsgHeadV3*) {
          "[with MSG_S_HEAD = TLVMsgHeadV3; u_int = unsigned int]";
 }
 
-void logParseFailure(const char* function, int line, const std::string& text) {
-  const std::string full = std::string("at File=") + kFile + ",Line=" + std::to_string(line) +
-                           ",Function=" + function + text;
+/// What went wrong, in bytes of its own: it may have to be said that there is no memory.
+using Text = std::array<char, 160>;
+
+void logParseFailure(const char* function, int line, const Text& text) noexcept {
   const int error = errno;
-  ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) %s\n"), full.c_str()));
+  ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) at File=%s,Line=%d,Function=%s%s\n"), kFile, line,
+             function, text.data()));
   errno = error;
+}
+
+/// Says it, and leaves errno as callers are promised.
+void logNoMemory(std::uint64_t bytes) noexcept {
+  ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) no memory for the message! data size=%Q!\n"), bytes));
+  errno = ENOMEM;
 }
 
 /// Whether the bytes at `p`, enough for a header, can be one of that kind.
@@ -90,36 +99,48 @@ unsigned long countRecords(const unsigned char* p, unsigned int len) {
 
 /// What is wrong with a record, in the words that log watchers know; some comparison signs read the
 /// wrong way and are kept.
-std::string describe(const qov::RecordFault& fault, unsigned int remain) {
+Text describe(const qov::RecordFault& fault, unsigned int remain) noexcept {
   using Kind = qov::RecordFault::Kind;
-  const std::string pos = std::to_string(fault.pos);
-  const std::string value = std::to_string(fault.value);
-  const std::string recordLength = std::to_string(fault.recordLength);
+  Text text{};
+  char* const to = text.data();
   switch (fault.kind) {
     case Kind::kNone:
       break;
     case Kind::kNoHead:
-      return ": MIN_RECORD_SIZE(10) > uiRemainLen, buf size=" + std::to_string(remain) +
-             ", parsing pos=0";
+      std::snprintf(to, text.size(),
+                    ": MIN_RECORD_SIZE(10) > uiRemainLen, buf size=%u, parsing pos=0", remain);
+      break;
     case Kind::kRecordTooLong:
-      return " : record length is too long, (usRecordLen +  MIN_RECORD_SIZE) > uiBufSize ->" +
-             recordLength + "+10 < " + std::to_string(remain);
+      std::snprintf(to, text.size(),
+                    " : record length is too long, (usRecordLen +  MIN_RECORD_SIZE) > uiBufSize "
+                    "->%u+10 < %u",
+                    fault.recordLength, remain);
+      break;
     case Kind::kNoCellHead:
-      return " : (MIN_TLV_SIZE > uiBufSize - pos) ->4 < uiBufSize - " + pos;
+      std::snprintf(to, text.size(), " : (MIN_TLV_SIZE > uiBufSize - pos) ->4 < uiBufSize - %u",
+                    fault.pos);
+      break;
     case Kind::kBadType:
-      return " : data type unmated, received type is " + value;
+      std::snprintf(to, text.size(), " : data type unmated, received type is %u", fault.value);
+      break;
     case Kind::kCellTooLong:
-      return " : data length is too long, ((sDataLen + pos) > usRecordLen + MIN_RECORD_SIZE) ->" +
-             value + "+" + pos + " > " + recordLength + "+10";
+      std::snprintf(to, text.size(),
+                    " : data length is too long, ((sDataLen + pos) > usRecordLen + "
+                    "MIN_RECORD_SIZE) ->%u+%u > %u+10",
+                    fault.value, fault.pos, fault.recordLength);
+      break;
     case Kind::kNoMemory:
-      return " : no memory for the record";
+      std::snprintf(to, text.size(), " : no memory for the record");
+      break;
   }
-  return {};
+  return text;
 }
 
-std::string place(const char* text, unsigned int size, unsigned int pos) {
-  return std::string(text) + "buf size=" + std::to_string(size) +
-         ", parsing pos=" + std::to_string(pos);
+/// `what`, and where in a message of `size` bytes.
+Text describe(const char* what, unsigned int size, unsigned int pos) noexcept {
+  Text text{};
+  std::snprintf(text.data(), text.size(), "%sbuf size=%u, parsing pos=%u", what, size, pos);
+  return text;
 }
 
 }  // namespace
@@ -175,7 +196,7 @@ void CTLVPackageV3<MSG_S_HEAD>::append(CTLVRecordV3* record) {
   if (record == nullptr) {
     return;
   }
-  if (record->store_ != nullptr) {
+  if (record->owned_) {
     throw CQOV_Exception("record belongs to a package already, cmd is " +
                          std::to_string(record->cmd()));
   }
@@ -219,18 +240,19 @@ bool CTLVPackageV3<MSG_S_HEAD>::decodeRecords(unsigned char* buf, unsigned int s
   const char* function = signature(&head_);
   unsigned int pos = sizeof(MSG_S_HEAD);
   if (!records_.reserve(countRecords(buf + pos, end - pos))) {
+    logNoMemory(end);
     return false;
   }
   while (pos < end) {
     if (end - pos < MIN_RECORD_SIZE) {
       logParseFailure(function, __LINE__,
-                      place(": MIN_RECORD_SIZE(10) > uiRemainLen, ", size, pos));
+                      describe(": MIN_RECORD_SIZE(10) > uiRemainLen, ", size, pos));
       return false;
     }
     CTLVRecordV3* record = nullptr;
     const unsigned int taken = parseRecord(buf + pos, end - pos, &records_, record);
     if (record == nullptr) {
-      logParseFailure(function, __LINE__, place(" : it failed to parse record, ", size, pos));
+      logParseFailure(function, __LINE__, describe(" : it failed to parse record, ", size, pos));
       return false;
     }
     pos += taken;
@@ -315,7 +337,7 @@ unsigned int CTLVPackageV3<MSG_S_HEAD>::encode(unsigned char*& buf) {
     buf = new (std::nothrow) unsigned char[needed];
   }
   if (buf == nullptr) {
-    errno = ENOMEM;
+    logNoMemory(needed);
     return kFailed;
   }
   return write(buf, needed);

@@ -49,7 +49,7 @@ bool CTLVCell::parse(Json::Value& v) const {
     }
     v.swap(parsed);
     return true;
-  } catch (const std::exception&) {
+  } catch (const Json::Exception&) {
     // JsonCpp's way to refuse nesting over 1000 levels.
     return false;
   }

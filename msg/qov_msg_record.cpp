@@ -23,7 +23,7 @@ void CTLVRecordV3::addBlock(qov::CellBlock* block) noexcept {
     large_ = large_ || count() > kScanLimit;
   }
   last_ = block;
-  open_ = large_ ? &qov::CellBlock::full_ : block;
+  open_ = large_ || loose_ ? &qov::CellBlock::full_ : block;
 }
 
 /// Room for some more cells, for `cells` if it is known how many are to come.
@@ -89,12 +89,8 @@ CTLVRecordV3& CTLVRecordV3::addChecked(unsigned int type, unsigned short tag, co
   return *this;
 }
 
-/// The sum that is kept may be out of date, then it is not the last word.
-void CTLVRecordV3::checkExactGrowth(unsigned long bytes) const {
-  const unsigned long grown = length() + MIN_TLV_SIZE + bytes;
-  if (grown > kMaxLength) {
-    throw CQOV_Exception("record is too long, length is " + std::to_string(grown));
-  }
+void CTLVRecordV3::throwTooLong(unsigned long length) {
+  throw CQOV_Exception("record is too long, length is " + std::to_string(length));
 }
 
 void CTLVRecordV3::addToIndex(CTLVCell* cell) noexcept {
@@ -151,13 +147,13 @@ unsigned long CTLVRecordV3::measure() const noexcept {
   return sum;
 }
 
+/// Into a record that nobody has looked anything up in: it has no index.
 void CTLVRecordV3::addCopies(const CTLVRecordV3& other) {
   for (const CTLVCell& cell : other) {
     auto* own = ::new (slot()) CTLVCell(CTLVCell::Place::kInBlock);
     *own = cell;
     sweep_ = sweep_ || own->outside();
     commit(own, length_ + MIN_TLV_SIZE + own->length());
-    index(own);
   }
 }
 

@@ -52,6 +52,7 @@ bool RecordStore::add(CTLVRecordV3* record) noexcept {
   if (!reserve(1)) {
     return false;
   }
+  record->owned_ = true;
   records_[size_++] = record;
   return true;
 }

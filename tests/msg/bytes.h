@@ -44,6 +44,7 @@ class Bytes {
   }
 
   std::vector<unsigned char>& data() { return data_; }
+  const std::vector<unsigned char>& data() const { return data_; }
   unsigned char* begin() { return data_.data(); }
   unsigned int size() const { return static_cast<unsigned int>(data_.size()); }
   Bytes& set(std::size_t at, unsigned char v) {

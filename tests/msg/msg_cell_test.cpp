@@ -153,6 +153,21 @@ TEST(Cell, MovesItsValue) {
   EXPECT_EQ(moved.getUnsigned(), 5U);
 }
 
+TEST(Cell, SurvivesMovingToItself) {
+  CTLVCell cell(CTLVCell::TLV_OCTET, 1, std::string(100, 'q').data(), 100);
+  CTLVCell& same = cell;
+  cell = std::move(same);
+  EXPECT_EQ(bytesOf(cell), std::string(100, 'q'));
+}
+
+TEST(Cell, IsEmptyAfterItsValueWasMovedAway) {
+  CTLVCell cell(CTLVCell::TLV_STRING, 7, std::string(100, 'q').data(), 100);
+  const CTLVCell moved(std::move(cell));
+  EXPECT_EQ(cell.tag(), 7);
+  EXPECT_EQ(cell.getString(), "");
+  EXPECT_EQ(cell.number(), 0U);
+}
+
 TEST(Cell, EqualsACellOfTheSameTypeTagAndBytesOnly) {
   const CTLVCell cell(CTLVCell::TLV_OCTET, 1, "ab", 2);
   EXPECT_TRUE(cell == CTLVCell(CTLVCell::TLV_OCTET, 1, "ab", 2));

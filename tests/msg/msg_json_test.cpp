@@ -108,6 +108,20 @@ TEST(JsonCell, NeedsNoNulBehindItsText) {
   EXPECT_EQ(got.asInt(), 12);
 }
 
+TEST(JsonCell, ReadsNothingBehindItsText) {
+  CTLVCell cell(CTLVCell::TLV_JSON, 1, "[1,2,3,4,5,6,7,8,9]", 19);
+  cell.set_i(CTLVCell::TLV_JSON, 1, "[1,2,3,4,5", 10);
+  Json::Value got;
+  EXPECT_FALSE(cell.getJson(got));
+  EXPECT_FALSE(jsonCell(std::string("\"a\0b\"", 5)).getJson(got));
+}
+
+TEST(JsonCell, KeepsTheCommentsOfItsText) {
+  Json::Value got;
+  ASSERT_TRUE(jsonCell("// why\n1").getJson(got));
+  EXPECT_EQ(got.getComment(Json::commentBefore), "// why");
+}
+
 TEST(JsonCell, WritesAnIntegerOf31BitsTwice) {
   EXPECT_EQ(arrayCell("[1,2]").toString(), "11,22");
   EXPECT_EQ(arrayCell("[2147483647]").toString(), "21474836472147483647");
@@ -117,6 +131,10 @@ TEST(JsonCell, WritesAnIntegerThatIsSignedOrUnsignedOnlyOnce) {
   EXPECT_EQ(arrayCell("[-1]").toString(), "-1");
   EXPECT_EQ(arrayCell("[2147483648]").toString(), "2147483648");
   EXPECT_EQ(arrayCell("[4294967295]").toString(), "4294967295");
+}
+
+TEST(JsonCell, TakesAWholeRealForTheIntegerThatTheLibraryTakesItFor) {
+  EXPECT_EQ(arrayCell("[1.0,-2.0,3e9,5e9]").toString(), "11,-2,3000000000,");
 }
 
 TEST(JsonCell, WritesOnlyTheSeparatorOfOtherElements) {

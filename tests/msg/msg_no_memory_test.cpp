@@ -1,5 +1,6 @@
 #include <ace/Log_Msg.h>
 #include <gtest/gtest.h>
+#include <json/value.h>
 #include <qovpub/qov_message_package.h>
 
 #include <cerrno>
@@ -7,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/diag/log_capture.h"
 #include "tests/msg/bytes.h"
 #include "tests/support/failing_allocations.h"
 
@@ -49,15 +51,11 @@ TEST_F(NoMemory, MakesDecodingFailWhereverItMeetsIt) {
     errno = 0;
     unsigned int result = 0;
     int error = 0;
-    try {
+    {
       const FailingAllocations fail(failures);
-      result = package.decode(message.begin(), message.size());
+      ASSERT_NO_THROW(result = package.decode(message.begin(), message.size())) << failures;
       error = errno;
       failed = fail.hasFailed();
-    } catch (const std::bad_alloc&) {
-      // The text for the log found no memory either.
-      ASSERT_TRUE(failed);
-      continue;
     }
     ASSERT_EQ(result, failed ? CQOV_MsgPackage::kFailed : message.size() - 32) << failures;
     ASSERT_EQ(package.count(), failed ? 0U : 13U);
@@ -66,14 +64,63 @@ TEST_F(NoMemory, MakesDecodingFailWhereverItMeetsIt) {
   EXPECT_GT(failures, 100);
 }
 
-TEST_F(NoMemory, MakesTheAllocatingEncodeFail) {
+TEST(NoMemoryOnce, MakesDecodingFailWithALogLineOrDoes) {
+  Bytes message = longMessage();
+  unsigned int refusals = 0;
+  bool failed = true;
+  for (long count = 0; failed; ++count) {
+    CQOV_MsgPackage package;
+    const LogCapture log;
+    unsigned int result = 0;
+    {
+      const FailingAllocations fail(count, 1);
+      result = package.decode(message.begin(), message.size());
+      failed = fail.hasFailed();
+    }
+    if (result == CQOV_MsgPackage::kFailed) {
+      ++refusals;
+      ASSERT_NE(log.text().find("no memory for the "), std::string::npos) << count;
+    }
+    ASSERT_EQ(package.count(), result == CQOV_MsgPackage::kFailed ? 0U : 12U) << count;
+  }
+  EXPECT_GT(refusals, 100U);
+}
+
+TEST(NoMemoryOnce, MakesTheAllocatingEncodeFailWithALogLine) {
   CT7QPackageV3 package;
   package.addRecord(1).addUnsigned(1, 1);
-  unsigned char* bytes = nullptr;
-  const FailingAllocations fail(0);
-  EXPECT_EQ(package.encode(bytes), CT7QPackageV3::kFailed);
-  EXPECT_EQ(bytes, nullptr);
+  unsigned char own = 0;
+  unsigned char* bytes = &own;
+  const LogCapture log;
+  errno = 0;
+  {
+    const FailingAllocations fail = FailingAllocations::ofSize(43);
+    EXPECT_EQ(package.encode(bytes), CT7QPackageV3::kFailed);
+  }
   EXPECT_EQ(errno, ENOMEM);
+  EXPECT_EQ(bytes, nullptr);
+  EXPECT_NE(log.text().find("no memory for the message! data size=43!\n"), std::string::npos);
+}
+
+TEST_F(NoMemory, IsNotTakenForTextThatIsNotJson) {
+  Json::Value v("kept");
+  const std::string text = "{\"name\":[1,2,\"a text of more than fifteen bytes\"]}";
+  const CTLVCell cell(CTLVCell::TLV_JSON, 1, text.data(), text.size());
+  bool failed = true;
+  for (long count = 0; failed; ++count) {
+    bool parsed = false;
+    bool thrown = false;
+    const FailingAllocations fail(count);
+    try {
+      parsed = cell.getJson(v);
+    } catch (const std::bad_alloc&) {
+      thrown = true;
+    }
+    failed = fail.hasFailed();
+    ASSERT_EQ(thrown, failed) << count;
+    ASSERT_EQ(parsed, !failed) << count;
+    ASSERT_EQ(v.isString(), failed) << count;
+  }
 }
 
 TEST_F(NoMemory, LeavesACellAsItWas) {
@@ -110,6 +157,31 @@ TEST_F(NoMemory, LetsALargeRecordBeReadWithoutItsIndex) {
     EXPECT_EQ(same.getUnsigned(499), 499U);
     EXPECT_EQ(same.find(500), nullptr);
   }
+}
+
+TEST_F(NoMemory, LetsALargeRecordGrowWithoutItsIndex) {
+  unsigned int grown = 0;
+  for (long count = 0; count < 4; ++count) {
+    CTLVRecordV3 record;
+    for (unsigned short tag = 0; tag < 150; ++tag) {
+      record.addUnsigned(tag, tag);
+    }
+    const CTLVRecordV3& same = record;
+    ASSERT_EQ(same.getUnsigned(149), 149U);
+    bool added = true;
+    {
+      const FailingAllocations fail(count);
+      try {
+        record.addUnsigned(4000, 7);
+      } catch (const std::bad_alloc&) {
+        added = false;
+      }
+      grown += added && fail.hasFailed() ? 1 : 0;
+    }
+    EXPECT_EQ(same.find(4000) != nullptr, added) << count;
+    EXPECT_EQ(same.getUnsigned(149), 149U);
+  }
+  EXPECT_GE(grown, 1U);
 }
 
 TEST_F(NoMemory, GivesNoResponse) {

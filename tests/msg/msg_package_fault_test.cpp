@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <qovpub/qov_message_package.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -176,8 +177,11 @@ TEST(PackageFault, RefusesACellHeadThatIsNotThere) {
 
 TEST(PackageFault, RefusesACellHeadThatRunsIntoTheNextRecord) {
   Bytes message;
-  message.headV3(10 + 2 + 10).record(1, 2).u16(0x13).record(0, 0);
-  EXPECT_EQ(DecodingV3(message.data()).result, kFailed);
+  message.headV3(10 + 2 + 10).record(1, 2).u16(0x13).record(2, 0);
+  EXPECT_EQ(DecodingV3(message.data()).lines,
+            recordFault(" : data length is too long, ((sDataLen + pos) > usRecordLen + "
+                        "MIN_RECORD_SIZE) ->2+14 > 2+10",
+                        50));
 }
 
 TEST(PackageFault, RefusesATypeAboveNine) {
@@ -192,6 +196,13 @@ TEST(PackageFault, RefusesATypeAboveNine) {
                 recordFault(" : data type unmated, received type is " + std::to_string(type), 43));
     }
   }
+}
+
+TEST(PackageFault, SpeaksOfTheTypeWhenTheLengthIsBadToo) {
+  Bytes message;
+  message.headV3(15).record(1, 5).cell(1, 11, 2).u8(1);
+  EXPECT_EQ(DecodingV3(message.data()).lines,
+            recordFault(" : data type unmated, received type is 11", 43));
 }
 
 TEST(PackageFault, RefusesACellLongerThanItsRecord) {
@@ -253,18 +264,41 @@ TEST(PackageFault, ReadsNothingBehindABrokenOffMessage) {
   }
 }
 
+/// Whether getRecord() takes these bytes, at the end of accessible memory.
+bool getsRecord(const Bytes& bytes) {
+  FencedMemory memory(bytes.data());
+  CT7QPackageV3 package;
+  CTLVRecordV3 before;
+  CTLVRecordV3* record = &before;
+  const unsigned int taken = package.getRecord(memory.begin(), bytes.size(), record);
+  const std::unique_ptr<CTLVRecordV3> own(record);
+  EXPECT_EQ(taken, record == nullptr ? 0 : bytes.size());
+  return record != nullptr;
+}
+
 TEST(PackageFault, ReadsNothingBehindWhatGetRecordMayRead) {
   Bytes whole;
   whole.record(1, 5 + 24).cell(1, 3, 1).u8(1).cell(2, 2, 20).fill(20, 'x');
   const LogCapture log;
   for (unsigned int size = 0; size < whole.size(); ++size) {
-    FencedMemory memory({whole.begin(), whole.begin() + size});
-    CT7QPackageV3 package;
-    CTLVRecordV3 before;
-    CTLVRecordV3* record = &before;
-    EXPECT_EQ(package.getRecord(memory.begin(), size, record), 0U);
-    EXPECT_EQ(record, nullptr);
+    Bytes cut(whole);
+    cut.data().resize(size);
+    EXPECT_FALSE(getsRecord(cut)) << size;
+    if (size >= 10) {
+      cut.set(8, static_cast<unsigned char>(size - 10));
+      EXPECT_EQ(getsRecord(cut), size == 10 || size == 15) << size;
+    }
   }
+  EXPECT_TRUE(getsRecord(whole));
+}
+
+TEST(PackageFault, RefusesToParseARecordFromNowhere) {
+  const LogCapture log;
+  CTLVRecordV3 before;
+  CTLVRecordV3* record = &before;
+  EXPECT_EQ(CT7QPackageV3().getRecord(nullptr, 100, record), 0U);
+  EXPECT_EQ(record, nullptr);
+  EXPECT_EQ(log.lines(), 1);
 }
 
 }  // namespace

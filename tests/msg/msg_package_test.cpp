@@ -111,6 +111,21 @@ TEST(Package, GivesAnEmptyCellTag4094AndNoTypeWhenItDecodes) {
   EXPECT_EQ(package[0][4094].type(), CTLVCell::TLV_INVALID);
 }
 
+TEST(Package, ReadsNoBytesOfTheNextCell) {
+  for (unsigned int length = 1; length <= 24; ++length) {
+    Bytes message;
+    message.head(10 + 3 * (4 + length) + 23).record(1, 3 * (4 + length) + 23);
+    message.cell(1, 3, length).fill(length, 0x81).cell(2, 2, length).fill(length, 'x');
+    message.cell(3, 8, length).fill(length, '1').cell(4, 1, 19).fill(19, '2');
+    CQOV_MsgPackage package;
+    ASSERT_NE(package.decode(message.begin(), message.size()), package.kFailed);
+    const std::uint64_t all = 0x8181818181818181;
+    EXPECT_EQ(package[0].getUnsigned(1), length < 8 ? all >> (8 - length) * 8 : all) << length;
+    EXPECT_EQ(package[0].getString(2), std::string(length, 'x'));
+    EXPECT_EQ(package[0][3].toString(), std::string(length, '1'));
+  }
+}
+
 TEST(Package, AppendsWhatItDecodesToTheRecordsItHas) {
   Bytes message = writtenOut(false);
   CT7QPackageV3 package;
@@ -186,6 +201,22 @@ TEST(Package, LetsEarlierRecordsGrowWhileLaterOnesAreThere) {
   EXPECT_EQ(package[0].getUnsigned(7), 7U);
 }
 
+TEST(Package, LetsItsNewestRecordBeClearedAfterLookUps) {
+  CQOV_MsgPackage package;
+  CTLVRecordV3& record = package.addRecord(1);
+  const CTLVRecordV3& same = record;
+  for (int round = 0; round < 2; ++round) {
+    for (unsigned short tag = 0; tag < 200; ++tag) {
+      record.addUnsigned(tag, tag);
+    }
+    EXPECT_EQ(same.getUnsigned(199), 199U);
+    record.clear();
+    EXPECT_EQ(same.find(199), nullptr);
+  }
+  package.addRecord(2).addUnsigned(1, 1);
+  EXPECT_EQ(package[1].getUnsigned(1), 1U);
+}
+
 TEST(Package, ThrowsForARecordThatIsNotThere) {
   CQOV_MsgPackage package;
   package.addRecord(1);
@@ -214,6 +245,24 @@ TEST(Package, RefusesARecordThatIsPartOfAPackage) {
   CQOV_MsgPackage other;
   EXPECT_THROW(other.append(&package.addRecord(1)), CQOV_Exception);
   EXPECT_EQ(other.count(), 0U);
+}
+
+TEST(Package, RefusesARecordThatAPackageHasTakenOver) {
+  CQOV_MsgPackage package;
+  package.append(new CTLVRecordV3(4));
+  CQOV_MsgPackage other;
+  EXPECT_THROW(other.append(&package[0]), CQOV_Exception);
+  EXPECT_THROW(package.append(&package[0]), CQOV_Exception);
+  EXPECT_EQ(other.count(), 0U);
+  EXPECT_EQ(package.count(), 1U);
+}
+
+TEST(Package, TakesTheCopyOfARecordThatAPackageHas) {
+  CQOV_MsgPackage package;
+  package.addRecord(5).addUnsigned(1, 1);
+  package.append(new CTLVRecordV3(package[0]));
+  package.append(new CTLVRecordV3(package[1]));
+  EXPECT_EQ(package[2].getUnsigned(1), 1U);
 }
 
 TEST(Package, KeepsItsHeaderWhenItIsCleared) {
@@ -262,6 +311,7 @@ TEST(Package, RefusesABufferThatIsOneByteShortAndSaysSo) {
   EXPECT_NE(log.text().find("buf size is less than data size! buf size=42, data size=43!\n"),
             std::string::npos);
   EXPECT_EQ(buffer, std::vector<unsigned char>(43, 0xEE));
+  EXPECT_EQ(package.head().len_, 0U);
   EXPECT_EQ(package.encode(buffer.data(), 43), 43U);
 }
 

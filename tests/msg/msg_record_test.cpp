@@ -3,6 +3,7 @@
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_message_package.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <thread>
@@ -131,6 +132,16 @@ TEST(Record, KnowsItsLengthAfterACellWasChangedFromOutside) {
   EXPECT_EQ(record.length(), (4 + 30) + (4 + 3U));
 }
 
+TEST(Record, GoesByWhatBecomesOfACellThatItWasGiven) {
+  CTLVRecordV3 record;
+  CTLVCell* own = newCell(2, 1);
+  record.append(own);
+  own->setString(3, "a text of more than nineteen bytes");
+  EXPECT_EQ(record.length(), 4 + 35U);
+  EXPECT_EQ(record.find(2), nullptr);
+  EXPECT_EQ(record.getString(3), "a text of more than nineteen bytes");
+}
+
 TEST(Record, FindsACellUnderTheTagItHasNow) {
   for (const unsigned int cells : {3U, 200U}) {
     CTLVRecordV3 record;
@@ -142,6 +153,43 @@ TEST(Record, FindsACellUnderTheTagItHasNow) {
     ASSERT_NE(record.find(3000), nullptr) << cells;
     EXPECT_EQ(record.getUnsigned(3000), 1U);
   }
+}
+
+TEST(Record, FindsWhatIsAddedToALargeRecordAfterALookUp) {
+  CTLVRecordV3 record;
+  for (unsigned short tag = 0; tag < 200; ++tag) {
+    record.addUnsigned(tag, tag);
+  }
+  const CTLVRecordV3& same = record;
+  EXPECT_EQ(same.find(1000), nullptr);
+  for (unsigned short tag = 1000; tag < 1100; ++tag) {
+    record.addUnsigned(tag, tag);
+  }
+  record.addString(2000, "text").addString(2001, "a text of more than nineteen bytes");
+  record.addOctets(2002, "x", 1).addJson(2003, Json::Value(7));
+  record.add(CTLVCell(CTLVCell::TLV_UINT, 2004, "\x09", 1));
+  for (unsigned short tag = 1000; tag < 1100; ++tag) {
+    ASSERT_EQ(same.getUnsigned(tag), tag);
+  }
+  EXPECT_EQ(same.getString(2000), "text");
+  EXPECT_EQ(same.getString(2001), "a text of more than nineteen bytes");
+  EXPECT_EQ(same.getOctets(2002), "x");
+  EXPECT_EQ(same.getJson(2003), Json::Value(7));
+  EXPECT_EQ(same.getUnsigned(2004), 9U);
+  EXPECT_EQ(same.find(2005), nullptr);
+  EXPECT_EQ(same.find(4096), nullptr);
+}
+
+TEST(Record, FindsTheFirstOfSeveralCellsWithATagInALargeRecord) {
+  CTLVRecordV3 record;
+  for (unsigned int i = 0; i < 200; ++i) {
+    record.addUnsigned(static_cast<unsigned short>(i % 100), i);
+  }
+  const CTLVRecordV3& same = record;
+  EXPECT_EQ(same.getUnsigned(60), 60U);
+  record.addUnsigned(60, 500);
+  EXPECT_EQ(same.getUnsigned(60), 60U);
+  EXPECT_EQ(same.getUnsigned(99), 99U);
 }
 
 TEST(Record, FindsEveryCellOfALargeRecord) {
@@ -161,25 +209,46 @@ TEST(Record, FindsEveryCellOfALargeRecord) {
   EXPECT_EQ(record.count(), 4096U);
 }
 
+/// Lets a number of threads go on together.
+class Gate {
+ public:
+  explicit Gate(int threads) : missing_(threads) {}
+  void pass() {
+    --missing_;
+    while (missing_ > 0) {
+      std::this_thread::yield();
+    }
+  }
+
+ private:
+  std::atomic<int> missing_;
+};
+
 TEST(Record, IsReadBySeveralThreadsAtOnce) {
-  CTLVRecordV3 record;
-  for (unsigned short tag = 0; tag < 500; ++tag) {
-    record.addUnsigned(tag, tag);
+  constexpr int kThreads = 4;
+  for (int round = 0; round < 20; ++round) {
+    CTLVRecordV3 record;
+    for (unsigned short tag = 0; tag < 500; ++tag) {
+      record.addUnsigned(tag, tag);
+    }
+    const CTLVRecordV3& same = record;
+    Gate gate(kThreads);
+    std::vector<std::thread> readers;
+    std::vector<std::uint64_t> sums(kThreads);
+    for (std::uint64_t& sum : sums) {
+      readers.emplace_back([&same, &sum, &gate] {
+        gate.pass();
+        for (unsigned short tag = 0; tag < 500; ++tag) {
+          sum += same.getUnsigned(tag);
+        }
+        sum += same.length() - 500 * 5 - 244;
+      });
+    }
+    for (std::thread& reader : readers) {
+      reader.join();
+    }
+    ASSERT_EQ(sums, std::vector<std::uint64_t>(kThreads, 499 * 500 / 2));
   }
-  const CTLVRecordV3& same = record;
-  std::vector<std::thread> readers;
-  std::vector<std::uint64_t> sums(4);
-  for (std::uint64_t& sum : sums) {
-    readers.emplace_back([&same, &sum] {
-      for (unsigned short tag = 0; tag < 500; ++tag) {
-        sum += same.getUnsigned(tag);
-      }
-    });
-  }
-  for (std::thread& reader : readers) {
-    reader.join();
-  }
-  EXPECT_EQ(sums, std::vector<std::uint64_t>(4, 499 * 500 / 2));
 }
 
 TEST(Record, NeverMovesItsCells) {
@@ -237,6 +306,24 @@ TEST(Record, CanBeFilledAgainAfterClear) {
   EXPECT_EQ(tagsOf(record), (Tags{8}));
 }
 
+TEST(Record, FindsNothingFromBeforeClearWhenItIsLargeAgain) {
+  CTLVRecordV3 record;
+  const CTLVRecordV3& same = record;
+  auto fill = [&record](unsigned short from) {
+    for (unsigned short tag = from; tag < from + 200; ++tag) {
+      record.addUnsigned(tag, tag);
+    }
+  };
+  fill(0);
+  EXPECT_EQ(same.getUnsigned(7), 7U);
+  record.clear();
+  fill(100);
+  EXPECT_EQ(same.find(7), nullptr);
+  EXPECT_EQ(same.getUnsigned(299), 299U);
+  record = CTLVRecordV3(1);
+  EXPECT_EQ(same.find(299), nullptr);
+}
+
 TEST(Record, TakesCellsUpTo65535BytesAndNoMore) {
   CTLVRecordV3 record;
   const std::string most(65535 - 4 - 5, 'x');
@@ -259,12 +346,32 @@ TEST(Record, GoesByTheLengthItHasNowWhenItRefusesACell) {
   EXPECT_EQ(record.count(), 2U);
 }
 
+TEST(Record, GoesByTheLengthItHasNowWhenItTakesACell) {
+  const std::string most(65535 - 4 - 6 * 5, 'x');
+  for (const bool throughIteration : {false, true}) {
+    CTLVRecordV3 record;
+    record.addUnsigned(1, 1);
+    CTLVCell& cell = throughIteration ? *record.begin() : record[1];
+    cell.setOctets(1, most.data(), most.size());
+    for (unsigned short tag = 2; tag < 8; ++tag) {
+      record.addUnsigned(tag, 1);
+    }
+    EXPECT_EQ(record.length(), 65535U);
+    EXPECT_THROW(record.addUnsigned(9, 1), CQOV_Exception);
+    EXPECT_THROW(record.addString(9, ""), CQOV_Exception);
+    EXPECT_THROW(record.addString(9, "a text of more than nineteen bytes"), CQOV_Exception);
+    EXPECT_THROW(record.add(CTLVCell()), CQOV_Exception);
+    EXPECT_EQ(record.count(), 7U);
+  }
+}
+
 TEST(Record, IsUnchangedWhenACellIsRefused) {
   CTLVRecordV3 record;
   record.addUnsigned(1, 1);
   EXPECT_THROW(record.addUnsigned(4096, 1), CQOV_Exception);
   EXPECT_THROW(record.addString(4096, "a text of more than nineteen bytes"), CQOV_Exception);
   EXPECT_THROW(record.addOctets(2, "x", 65536), CQOV_Exception);
+  EXPECT_THROW(record.addJson(4096, Json::Value(1)), CQOV_Exception);
   EXPECT_EQ(tagsOf(record), (Tags{1}));
 }
 

@@ -124,7 +124,7 @@ class CTLVPackageV3 {
   const MSG_S_HEAD& head() const noexcept { return head_; }
 
   /// Puts `record`, which must come from `new`, at the end and takes it over; null is ignored.
-  /// Throws, and takes nothing, for a record that addRecord() or decode() made.
+  /// Throws, and takes nothing, when a package owns the record already.
   void append(CTLVRecordV3* record);
   /// Appends an empty record and returns it; the reference is valid until clear(). Records are made
   /// and filled fastest one after the other.
@@ -143,7 +143,8 @@ class CTLVPackageV3 {
   }
 
   /// Parses the record at `p`, of which `remain` bytes may be read. Returns the bytes it takes and
-  /// sets `rec`, which the caller deletes; on failure logs, returns 0 and sets `rec` to null.
+  /// sets `rec`, which the caller deletes; on failure logs, returns 0 and sets `rec` to null. Every
+  /// cell has to end within its record.
   unsigned int getRecord(unsigned char* p, unsigned int remain, CTLVRecordV3*& rec);
 
  private:

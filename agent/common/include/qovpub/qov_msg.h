@@ -221,7 +221,7 @@ class CTLVRecordV3 {
   const_iterator begin() const noexcept { return const_iterator(first_); }
   const_iterator end() const noexcept { return const_iterator(); }
   iterator begin() noexcept {
-    loose_ = true;
+    loosen();
     return iterator(first_);
   }
   iterator end() noexcept { return iterator(); }
@@ -252,14 +252,18 @@ class CTLVRecordV3 {
 
   /// Of a package: the first cells go into `block`.
   CTLVRecordV3(std::uint64_t cmd, qov::RecordStore* store, qov::CellBlock* block) noexcept
-      : cmd_(cmd), first_(block), last_(block), open_(block), store_(store) {}
+      : cmd_(cmd), first_(block), last_(block), open_(block), store_(store), owned_(true) {}
 
   static CTLVCell* resolve(CTLVCell* slot) noexcept {
     return slot->place_ == CTLVCell::Place::kStandIn ? slot->pointer<CTLVCell>() : slot;
   }
-  /// Notes that someone may change `cell` from outside.
-  CTLVCell* loosen(const CTLVCell* cell) noexcept {
+  /// Notes that someone may change cells from outside.
+  void loosen() noexcept {
     loose_ = true;
+    open_ = &qov::CellBlock::full_;
+  }
+  CTLVCell* loosen(const CTLVCell* cell) noexcept {
+    loosen();
     return const_cast<CTLVCell*>(cell);
   }
 
@@ -286,9 +290,9 @@ class CTLVRecordV3 {
   }
   /// The length with a value of `bytes` more; throws when that is too long.
   unsigned long grownLength(unsigned long bytes) const {
-    const unsigned long grown = length_ + MIN_TLV_SIZE + bytes;
+    const unsigned long grown = length() + MIN_TLV_SIZE + bytes;
     if (grown > kMaxLength) {
-      checkExactGrowth(bytes);
+      throwTooLong(grown);
     }
     return grown;
   }
@@ -302,7 +306,6 @@ class CTLVRecordV3 {
   bool fits(unsigned short tag, unsigned long bytes) const noexcept {
     return tag <= MAX_TAG_VALUE && length_ + MIN_TLV_SIZE + bytes <= kMaxLength && !open_->full();
   }
-  void checkExactGrowth(unsigned long bytes) const;
 
   bool makeRoom(unsigned long cells) noexcept;
   void addBlock(qov::CellBlock* block) noexcept;
@@ -317,12 +320,13 @@ class CTLVRecordV3 {
   void freeBlocks() noexcept;
   void swapCells(CTLVRecordV3& other) noexcept;
   [[noreturn]] static void throwMissing(unsigned short tag);
+  [[noreturn]] static void throwTooLong(unsigned long length);
 
   std::uint64_t cmd_;
   qov::CellBlock* first_ = nullptr;
   qov::CellBlock* last_ = nullptr;
-  // The last block, or one that is always full: in a record without blocks, and in a large one,
-  // whose index must learn of every cell.
+  // The last block, or one that is always full: in a record without blocks, in a large one, whose
+  // index must learn of every cell, and in one whose length must be taken anew for every cell.
   qov::CellBlock* open_ = &qov::CellBlock::full_;
   // The first block that is not part of a package's memory; the ones behind are not, either.
   qov::CellBlock* own_ = nullptr;
@@ -338,6 +342,8 @@ class CTLVRecordV3 {
   bool sweep_ = false;
   // Had more than kScanLimit cells when it last needed room.
   bool large_ = false;
+  // A package has it, in its memory or taken over; for good.
+  bool owned_ = false;
 };
 
 inline CTLVRecordV3& CTLVRecordV3::addNumber(unsigned int type, unsigned short tag, std::uint64_t v,

@@ -172,7 +172,8 @@ class CTLVCell {
 
   explicit CTLVCell(Place place) noexcept : CTLVCell(place, kUnsetTypeTag, 0) {}
   /// A cell that holds the number `v`; `head` says how many bytes of it count.
-  CTLVCell(Place place, std::uint32_t head, std::uint64_t v) noexcept : place_(place), head_(head) {
+  CTLVCell(Place place, std::uint32_t head, std::uint64_t v) noexcept
+      : value_{}, place_(place), head_(head) {
     storeNumber(v);
   }
 
@@ -221,8 +222,9 @@ class CTLVCell {
   [[noreturn]] static void throwTooLong(unsigned long len);
   [[noreturn]] static void throwBadTag(unsigned short tag);
 
-  // A value of at most 8 bytes is padded with zeros to 8. One of more than kInside bytes is an
-  // array of its own and its address stands here.
+  // A value of at most 8 bytes is padded with zeros to 8; bytes that no value has used are zeros,
+  // since the search for a text's end and the encoder read all of them. A value of more than
+  // kInside bytes is an array of its own and its address stands here.
   alignas(8) unsigned char value_[kInside];
   Place place_;
   // As on the wire: type and tag in the lower half, the length in the upper.
