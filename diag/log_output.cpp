@@ -1,5 +1,11 @@
 #include "diag/log_output.h"
 
+#include <ace/Log_Msg_Callback.h>
+#include <ace/Log_Record.h>
+#include <ace/OS_NS_sys_time.h>
+#include <ace/OS_NS_unistd.h>
+
+#include <algorithm>
 #include <ostream>
 #include <string>
 
@@ -18,6 +24,12 @@ constexpr const char* kSource = "qov_common_debugkit";
 /// ACE's record buffer takes 4,095 characters and cuts the rest.
 constexpr size_t kAcePiece = 4000;
 
+/// Whether ACE would call a callback of the thread's.
+bool hasListener(const ACE_Log_Msg& log, u_long flags) {
+  return (flags & (ACE_Log_Msg::MSG_CALLBACK | ACE_Log_Msg::SILENT)) == ACE_Log_Msg::MSG_CALLBACK &&
+         log.msg_callback() != nullptr;
+}
+
 /// Destinations and decorations that only ACE's own logging serves.
 bool needsAce(const ACE_Log_Msg& log, u_long flags) {
   u_long served = ACE_Log_Msg::STDERR | ACE_Log_Msg::OSTREAM;
@@ -30,24 +42,60 @@ bool needsAce(const ACE_Log_Msg& log, u_long flags) {
   return (flags & ~served) != 0;
 }
 
-void logPieces(ACE_Log_Msg& log, ACE_Log_Priority priority, std::string_view text) {
+template <class Take>
+void forEachPiece(std::string_view text, const Take& take) {
   while (!text.empty()) {
-    const std::string_view piece = text.substr(0, kAcePiece);
-    log.log(priority, "%.*s", static_cast<int>(piece.size()), piece.data());
-    text.remove_prefix(piece.size());
+    take(text.substr(0, kAcePiece));
+    text.remove_prefix(std::min(kAcePiece, text.size()));
   }
 }
 
-void writeThroughAce(ACE_Log_Msg& log, ACE_Log_Priority priority, std::string_view head,
-                     std::string_view message) {
+void logPiece(ACE_Log_Msg& log, ACE_Log_Priority priority, std::string_view piece) {
+  log.log(priority, "%.*s", static_cast<int>(piece.size()), piece.data());
+}
+
+void tellListener(ACE_Log_Msg& log, ACE_Log_Priority priority, std::string_view piece) {
+  ACE_Log_Record record(priority, ACE_OS::gettimeofday(), ACE_OS::getpid());
+  record.msg_data(std::string(piece).c_str());
+  if (ACE_Log_Msg_Callback* const listener = log.msg_callback()) {
+    listener->log(record);
+  }
+}
+
+/// Keeps the thread's callback from what it has heard already.
+class ListenerAside {
+ public:
+  explicit ListenerAside(ACE_Log_Msg& log) : log_(log), listener_(log.msg_callback(nullptr)) {}
+  ~ListenerAside() { log_.msg_callback(listener_); }
+  ListenerAside(const ListenerAside&) = delete;
+  ListenerAside& operator=(const ListenerAside&) = delete;
+
+ private:
+  ACE_Log_Msg& log_;
+  ACE_Log_Msg_Callback* const listener_;
+};
+
+/// A callback hears a record before the lock is taken, as it does from ACE: it may wait for a thread
+/// that logs.
+void writeLongThroughAce(ACE_Log_Msg& log, u_long flags, ACE_Log_Priority priority,
+                         std::string_view text) {
+  if (hasListener(log, flags)) {
+    forEachPiece(text, [&](std::string_view piece) { tellListener(log, priority, piece); });
+  }
+  const ListenerAside aside(log);
+  const DestinationLock lock(log);
+  forEachPiece(text, [&](std::string_view piece) { logPiece(log, priority, piece); });
+}
+
+void writeThroughAce(ACE_Log_Msg& log, u_long flags, ACE_Log_Priority priority,
+                     std::string_view head, std::string_view message) {
   std::string text;
   text.reserve(head.size() + message.size() + 1);
   text.append(head).append(message).append(1, '\n');
   if (text.size() <= kAcePiece) {
-    logPieces(log, priority, text);  // without the lock, which a callback must not be held under
+    logPiece(log, priority, text);
   } else {
-    const DestinationLock lock(log);
-    logPieces(log, priority, text);
+    writeLongThroughAce(log, flags, priority, text);
   }
 }
 
@@ -88,7 +136,7 @@ void writeRecord(ACE_Log_Msg& log, const RecordInfo& info, std::string_view head
     OrphanThreads::adopt(log);
   }
   if (needsAce(log, flags)) {
-    writeThroughAce(log, info.priority, head, message);
+    writeThroughAce(log, flags, info.priority, head, message);
     return;
   }
   const RecordPieces record(head, message);

@@ -9,7 +9,8 @@ namespace qov {
 namespace {
 
 /// ACE calls its backend for each record, on the thread that logs, before it looks for that
-/// thread's stream.
+/// thread's stream, and under its log lock. A stream that has failed would take nothing more; what
+/// ours does with a record shows in its file, so its state says nothing.
 class Adopter : public ACE_Log_Msg_Backend {
  public:
   int open(const ACE_TCHAR*) override { return 0; }
@@ -17,6 +18,9 @@ class Adopter : public ACE_Log_Msg_Backend {
   int close() override { return 0; }
   ssize_t log(ACE_Log_Record&) override {
     OrphanThreads::adopt(*ACE_Log_Msg::instance());
+    if (LogStream* const stream = LogStream::process()) {
+      stream->clear();
+    }
     return 0;
   }
 };

@@ -234,6 +234,13 @@ TEST_F(LogThreads, ReachTheFileThroughAceAfterOneWasCancelledInItsRecord) {
   EXPECT_EQ(readFile(path_), "whole\nafter\n");
 }
 
+TEST_F(LogThreads, ReachTheFileThroughAceAfterItsStreamWasMadeToFail) {
+  strategy_.initLogStrategy(param_);
+  LogStateKeeper::log().msg_ostream()->setstate(std::ios_base::badbit);
+  ACE_ERROR((LM_ERROR, "from main\n"));
+  EXPECT_EQ(readFile(path_), "from main\n");
+}
+
 /// A program's own destination beside ours.
 class CountingBackend : public ACE_Log_Msg_Backend {
  public:

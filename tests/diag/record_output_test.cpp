@@ -9,14 +9,13 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <functional>
-#include <future>
 #include <streambuf>
 #include <thread>
 #include <vector>
 
 #include "tests/diag/log_capture.h"
+#include "tests/support/latch.h"
 
 namespace {
 
@@ -78,6 +77,48 @@ TEST_F(RecordOutput, ReachesACallback) {
   kit_.info(1, "f", 2, message);
   EXPECT_THAT(listener.heard_, EndsWith("] " + message + "\n"));
   LogCapture::log().msg_callback(nullptr);
+}
+
+/// Waits in its callback for another thread that logs, as one does that shares a mutex with it.
+class WaitingListener : public ACE_Log_Msg_Callback {
+ public:
+  WaitingListener(const CQOVDebugKit& kit, std::ostream& stream) : kit_(kit), stream_(stream) {}
+  ~WaitingListener() override {
+    for (std::thread& other : others_) {
+      other.join();
+    }
+  }
+
+  void log(ACE_Log_Record&) override {
+    others_.emplace_back([this] {
+      LogCapture::log().msg_ostream(&stream_, false);
+      kit_.info(1, "f", 2, "from the other");
+      LogCapture::log().msg_ostream(nullptr, false);
+      logged_.count();
+    });
+    othersHaveLogged_ &= logged_.waitFor(static_cast<int>(others_.size()));
+  }
+
+  int calls() const { return static_cast<int>(others_.size()); }
+  bool othersHaveLogged() const { return othersHaveLogged_; }
+
+ private:
+  const CQOVDebugKit& kit_;
+  std::ostream& stream_;
+  Latch logged_;
+  std::vector<std::thread> others_;
+  bool othersHaveLogged_ = true;
+};
+
+TEST_F(RecordOutput, LetsOthersLogWhileACallbackHasItsRecordWhateverItsLength) {
+  WaitingListener listener(kit_, capture_.stream());
+  LogCapture::log().msg_callback(&listener);
+  LogCapture::log().set_flags(ACE_Log_Msg::MSG_CALLBACK);
+  kit_.info(1, "f", 2, "short");
+  kit_.info(1, "f", 2, std::string(5000, 'x'));
+  LogCapture::log().msg_callback(nullptr);
+  EXPECT_EQ(listener.calls(), 3) << "one for the short record, two for the long one";
+  EXPECT_TRUE(listener.othersHaveLogged());
 }
 
 TEST_F(RecordOutput, KeepsAcesOwnDecorationsWhereTheyAreOn) {
@@ -157,24 +198,20 @@ TEST_F(RecordOutput, NeverMixesTheRecordsOfTwoThreads) {
   EXPECT_EQ(whole, 3 * kRecords);
 }
 
-/// Hears the first piece of a record that goes in several, and has another thread log then.
+/// Hears the second piece of a record that goes in several, and has another thread log then.
 class Interrupter : public ACE_Log_Msg_Callback {
  public:
   explicit Interrupter(std::function<void()> other) : other_(std::move(other)) {}
 
   void log(ACE_Log_Record&) override {
-    if (!thread_.valid()) {
-      thread_ = std::async(std::launch::async, other_);
-      // Long enough for a record that nothing holds up. One that waits for ours does not come.
-      thread_.wait_for(std::chrono::milliseconds(200));
+    if (++heard_ == 2) {
+      std::thread(other_).join();
     }
   }
 
-  void wait() { thread_.wait(); }
-
  private:
   const std::function<void()> other_;
-  std::future<void> thread_;
+  int heard_ = 0;
 };
 
 TEST_F(RecordOutput, LetsNoOtherRecordIntoOneThatGoesInPieces) {
@@ -188,9 +225,8 @@ TEST_F(RecordOutput, LetsNoOtherRecordIntoOneThatGoesInPieces) {
   const std::string message(9000, 'x');
   kit_.info(1, "f", 2, message);
   LogCapture::log().msg_callback(nullptr);
-  interrupter.wait();
-  EXPECT_THAT(capture_.text(), HasSubstr("] " + message + "\n"));
-  EXPECT_THAT(capture_.text(), EndsWith("] of another thread\n"));
+  EXPECT_THAT(capture_.text(), HasSubstr("] of another thread\n"));
+  EXPECT_THAT(capture_.text(), EndsWith("] " + message + "\n"));
 }
 
 /// Standard error is a pipe that refuses what does not fit.
