@@ -6,19 +6,26 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <utility>
 
 namespace {
 
 constexpr unsigned int kPublicKit = 0;
 
-using Registry = ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
+class Registry : public ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex> {
+ public:
+  /// Makes ACE forget the registry, without deleting it; null if there is none.
+  static ACE_Cleanup* take() { return std::exchange(instance_i(), nullptr); }
+};
 
 /// The registry of instance(). ACE's own double check reads its pointer without any ordering, so
 /// the pointer that threads go by is this one.
 std::atomic<CQOVDebugKitMgr*> processRegistry{nullptr};
 
+/// Keeps ACE's pointer and processRegistry in step.
+std::mutex creation;
+
 CQOVDebugKitMgr* makeProcessRegistry() {
-  static std::mutex creation;
   const std::lock_guard<std::mutex> lock(creation);
   const int callersErrno = errno;  // the first guard may be what makes the registry
   CQOVDebugKitMgr* const registry = Registry::instance();
@@ -56,7 +63,17 @@ CQOVDebugKitMgr* CQOVDebugKitMgr::instance() {
 }
 
 void CQOVDebugKitMgr::close() {
-  Registry::close();
+  ACE_Cleanup* taken = nullptr;
+  {
+    const std::lock_guard<std::mutex> lock(creation);
+    taken = Registry::take();
+    processRegistry.store(nullptr, std::memory_order_release);
+  }
+  // Whoever asks from here on gets a new one. ACE's own close() lets others have the old one again
+  // while it is being destroyed, and for good.
+  if (taken != nullptr) {
+    taken->cleanup();
+  }
 }
 
 int CQOVDebugKitMgr::add(CQOVDebugKit* kit) {

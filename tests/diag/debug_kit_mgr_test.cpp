@@ -1,3 +1,4 @@
+#include <ace/Malloc_Allocator.h>
 #include <gtest/gtest.h>
 #include <qovpub/qov_common_debugkit.h>
 
@@ -89,6 +90,36 @@ TEST(DebugKitMgr, IsOnePerProcessAndMadeAnewAfterClose) {
   CQOVDebugKitMgr::close();
   EXPECT_EQ(CQOVDebugKitMgr::instance()->find(kSmallId)->name(), "QOVPUBLIC");
   CQOVDebugKitMgr::close();
+  CQOVDebugKitMgr::close();
+}
+
+/// Asks for the process's registry while one that has its memory from here is being destroyed.
+class AskingAllocator : public ACE_New_Allocator {
+ public:
+  void free(void* memory) override {
+    if (asks_ && seen_ == nullptr) {
+      seen_ = CQOVDebugKitMgr::instance();
+    }
+    ACE_New_Allocator::free(memory);
+  }
+
+  bool asks_ = false;
+  CQOVDebugKitMgr* seen_ = nullptr;
+};
+
+TEST(DebugKitMgr, IsANewOneForWhoeverAsksWhileTheOldOneIsClosed) {
+  CQOVDebugKitMgr::close();
+  static AskingAllocator memory;
+  ACE_Allocator* const former = ACE_Allocator::instance(&memory);
+  CQOVDebugKitMgr* const old = CQOVDebugKitMgr::instance();
+  ACE_Allocator::instance(former);
+  memory.asks_ = true;
+  CQOVDebugKitMgr::close();
+  memory.asks_ = false;
+  ASSERT_NE(memory.seen_, nullptr);
+  EXPECT_NE(memory.seen_, old);
+  EXPECT_EQ(CQOVDebugKitMgr::instance(), memory.seen_);
+  EXPECT_EQ(CQOVDebugKitMgr::instance()->find(0)->name(), "QOVPUBLIC");
   CQOVDebugKitMgr::close();
 }
 
