@@ -1,6 +1,7 @@
 #include "platform/overdue_watch.h"
 
 #include <ace/Log_Msg.h>
+#include <cxxabi.h>
 
 #include <algorithm>
 #include <limits>
@@ -19,6 +20,22 @@ constexpr std::int64_t kNothingCovered = std::numeric_limits<std::int64_t>::max(
 // How long a fork or the end of the process waits for a look that is under way. Only a log that
 // takes nothing any more, such as a pipe that nobody reads, makes a look last longer.
 constexpr std::chrono::seconds kLongestLook(3);
+
+// For what the watching thread writes, which nothing is above, and what a guard does in its
+// destructor: a destination of the program that throws costs the line, not the process, and a thread
+// that is cancelled goes after it.
+template <class Line>
+void logOrDoWithout(Line line) {
+  int cancellation = PTHREAD_CANCEL_ENABLE;
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancellation);
+  try {
+    line();
+  } catch (const abi::__forced_unwind&) {
+    throw;  // swallowing the end of a thread would end the process
+  } catch (...) {
+  }
+  pthread_setcancelstate(cancellation, nullptr);
+}
 
 // Ends the thread while ACE, which this library is linked against and therefore outlives it, can
 // still log.
@@ -139,16 +156,20 @@ steady_clock::time_point OverdueWatch::look() {
 
 void logStillOpen(const GuardSlot::Handling& overdue, int threadId) {
   ACE_LOG_MSG->msg_ostream(overdue.log, false);
-  ACE_ERROR((LM_WARNING,
-             "%D %M (%t) FowGuard: handling of kind %u, level %u in thread %d is still going on "
-             "after %u s\n",
-             overdue.kind, overdue.level, threadId, overdue.seconds));
+  logOrDoWithout([&] {
+    ACE_ERROR((LM_WARNING,
+               "%D %M (%t) FowGuard: handling of kind %u, level %u in thread %d is still going on "
+               "after %u s\n",
+               overdue.kind, overdue.level, threadId, overdue.seconds));
+  });
 }
 
 void logClosedLate(const GuardSlot::Handling& overdue) {
-  ACE_ERROR((LM_WARNING,
-             "%D %M (%t) FowGuard: handling of kind %u, level %u took longer than %u s\n",
-             overdue.kind, overdue.level, overdue.seconds));
+  logOrDoWithout([&] {
+    ACE_ERROR((LM_WARNING,
+               "%D %M (%t) FowGuard: handling of kind %u, level %u took longer than %u s\n",
+               overdue.kind, overdue.level, overdue.seconds));
+  });
 }
 
 }  // namespace qov::platform

@@ -1,10 +1,17 @@
+#include <ace/Log_Msg.h>
+#include <ace/Log_Msg_Backend.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <qovplatform/platform_guard.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <memory>
+#include <ostream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -14,6 +21,7 @@
 #include "tests/platform/guard_environment.h"
 #include "tests/platform/guard_threads.h"
 #include "tests/support/child.h"
+#include "tests/support/latch.h"
 #include "tests/support/sanitizers.h"
 
 using qov::platform::ThreadSlots;
@@ -54,6 +62,53 @@ int openGuards() {
   }
   return count;
 }
+
+// Closes an overdue guard that the watch cannot see.
+void closeOneLate(unsigned kind, unsigned level) {
+  std::vector<std::unique_ptr<FowGuard>> nest;
+  for (std::size_t i = 0; i < ThreadSlots::kDepth; ++i) {
+    nest.push_back(std::make_unique<FowGuard>(107, 0, kLongGuard));
+  }
+  const FowGuard tooDeep(kind, level, 1);
+  outlastOneSecond();
+}
+
+// A destination of the program that fails with every record, while it lives.
+class ThrowingBackend : public ACE_Log_Msg_Backend {
+ public:
+  ThrowingBackend() : former_(ACE_Log_Msg::msg_backend(this)) {
+    ACE_LOG_MSG->set_flags(ACE_Log_Msg::CUSTOM);
+  }
+  ~ThrowingBackend() override {
+    ACE_LOG_MSG->clr_flags(ACE_Log_Msg::CUSTOM);
+    ACE_Log_Msg::msg_backend(former_);
+  }
+
+  int open(const ACE_TCHAR*) override { return 0; }
+  int reset() override { return 0; }
+  int close() override { return 0; }
+  ssize_t log(ACE_Log_Record&) override {
+    records_.count();
+    throw std::runtime_error("no connection");
+  }
+
+  Latch records_;
+
+ private:
+  ACE_Log_Msg_Backend* const former_;
+};
+
+// A log in which a thread can be cancelled.
+class Interruptible : public std::stringbuf {
+ public:
+  std::ostream stream_{this};
+
+ protected:
+  std::streamsize xsputn(const char* text, std::streamsize length) override {
+    pthread_testcancel();
+    return std::stringbuf::xsputn(text, length);
+  }
+};
 
 // Ends a process that hangs: a test in it must fail, not last for ever.
 [[maybe_unused]] void endAfterAMinute() {
@@ -110,16 +165,40 @@ TEST(FowGuard, SeesNestedGuardsOfOneThreadEachForItself) {
 }
 
 TEST(FowGuard, LogsOnClosingWhatIsNestedTooDeepToBeSeenBefore) {
-  {
-    std::vector<std::unique_ptr<FowGuard>> nest;
-    for (std::size_t i = 0; i < ThreadSlots::kDepth; ++i) {
-      nest.push_back(std::make_unique<FowGuard>(107, 0, kLongGuard));
-    }
-    const FowGuard tooDeep(108, 3, 1);
-    outlastOneSecond();
-  }
+  closeOneLate(108, 3);
   EXPECT_EQ(countGuardLines("FowGuard: handling of kind 108, level 3 took longer than 1 s\n"), 1);
   EXPECT_EQ(countGuardLines("kind 107,"), 0);
+}
+
+TEST(FowGuard, OutlivesALogBackendThatThrows) {
+  {
+    ThrowingBackend backend;
+    const FowGuard seen(131, 0, 1);
+    EXPECT_TRUE(backend.records_.waitFor(1));
+    closeOneLate(132, 0);
+    EXPECT_TRUE(backend.records_.waitFor(2));
+  }
+  EXPECT_TRUE(letTheWatchLook());
+}
+
+TEST(FowGuard, LetsAThreadBeCancelledOnlyAfterItsLine) {
+  Interruptible log;
+  pthread_t thread{};
+  ASSERT_EQ(pthread_create(
+                &thread, nullptr,
+                [](void* stream) -> void* {
+                  logTo(*static_cast<std::ostream*>(stream));
+                  pthread_cancel(pthread_self());
+                  closeOneLate(133, 0);
+                  pthread_testcancel();
+                  return nullptr;
+                },
+                &log.stream_),
+            0);
+  void* result = nullptr;
+  ASSERT_EQ(pthread_join(thread, &result), 0);
+  EXPECT_EQ(result, PTHREAD_CANCELED);
+  EXPECT_NE(log.str().find("kind 133, level 0 took longer than 1 s\n"), std::string::npos);
 }
 
 TEST(FowGuard, LogsExactlyOneLineWhoeverNoticesFirst) {

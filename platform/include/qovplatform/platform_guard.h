@@ -18,7 +18,8 @@ class ShutdownWatchdog;
 /// unknown to ACE_Thread_Manager and ends when the process exits; when it is stuck in a log that
 /// takes nothing any more, the exit goes on without it after 3 seconds. It sleeps as long as no
 /// guard can become overdue. A fork waits for a line that it is writing, 3 seconds at most, so that
-/// the child finds ACE's log usable.
+/// the child does not find ACE's log locked by it. A log that any other thread is writing to at the
+/// fork stays locked in the child for good.
 ///
 /// The stream that a guarded thread logs to (ACE_Log_Msg::msg_ostream) must outlive the process's
 /// guards: the background thread may still write there after the guard has closed, and keeps it as
@@ -29,7 +30,8 @@ class ShutdownWatchdog;
 ///
 /// Thread: opened and closed by the same thread; any number of threads at once. Guards nest.
 /// Owns:   nothing that outlives it.
-/// Errors: none; without a background thread the line appears when the guard closes.
+/// Errors: none; without a background thread the line appears when the guard closes. A destination
+///         of ACE's log that throws costs the line.
 class FowGuard {
  public:
   /// `kind` and `level` name the handling in the log line; `seconds` is the time it may take,
