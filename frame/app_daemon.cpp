@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <memory>
 #include <vector>
 
@@ -77,6 +78,8 @@ void closeDescriptorsFrom(int first) {
 
 void becomeDaemon(const std::string& directory) {
   // The processes that exit would write what is buffered once more each.
+  std::cout.flush();
+  std::clog.flush();
   std::fflush(nullptr);
   const FileModeMask mask;
   int result = 0;

@@ -10,7 +10,8 @@
 //               and which wait for the file "go"
 // With QOV_TEST_LAST_SIGNALS the process gets its signals once more at the very last, when the C
 // library writes what its streams still hold.
-// It begins with QOV_TEST_GREETING on standard output.
+// It begins with QOV_TEST_GREETING on standard output, with QOV_TEST_OWN_BUFFER by a std::cout that
+// does not share the buffer of stdout.
 #include <ace/Thread_Manager.h>
 #include <dlfcn.h>
 #include <qovpub/qov_app.h>
@@ -88,6 +89,15 @@ void startThreads() {
   threads.spawn(&waitToGo, detached, THR_NEW_LWP | THR_DETACHED);
 }
 
+void greet(const char* greeting) {
+  if (std::getenv("QOV_TEST_OWN_BUFFER") == nullptr) {
+    std::fputs(greeting, stdout);
+    return;
+  }
+  std::ios_base::sync_with_stdio(false);
+  std::cout << greeting;
+}
+
 int live(CQOVapp& app, int argc, char** argv) {
   const int result = app.init(argc, argv);
   if (mode() == "again") {
@@ -123,7 +133,7 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   if (const char* const greeting = std::getenv("QOV_TEST_GREETING")) {
-    std::fputs(greeting, stdout);
+    greet(greeting);
   }
   if (std::getenv("QOV_TEST_LAST_SIGNALS") != nullptr) {
     signalAtTheLast();

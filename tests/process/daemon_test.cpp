@@ -114,6 +114,14 @@ TEST_F(AgentDaemon, WritesWhatWasBufferedOnlyOnce) {
   daemonStopsInOrder();
 }
 
+TEST_F(AgentDaemon, WritesWhatAStreamOfItsOwnBufferHeldOnlyOnce) {
+  agent.setEnvironment("QOV_TEST_GREETING", "hello");
+  agent.setEnvironment("QOV_TEST_OWN_BUFFER", "1");
+  startsADaemon({});
+  EXPECT_EQ(agent.output(), "hello");
+  daemonStopsInOrder();
+}
+
 TEST_F(AgentDaemon, WithoutAConfigurationTellsItsStarter) {
   std::filesystem::remove(agent.root().cfgFile());
   agent.start({});
