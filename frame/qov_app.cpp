@@ -27,8 +27,6 @@
 
 namespace {
 
-constexpr unsigned kShutdownSeconds = 450;
-
 CQOV_Module_Loader& moduleLoader() {
   return *ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance();
 }
@@ -142,7 +140,7 @@ void CQOVapp::handleSignals() {
 void CQOVapp::event_loop_done() {
   CQOVDebugKitGuard guard(0, "void CQOVapp::event_loop_done()");
   {
-    MonitorGuard monitor(kShutdownSeconds);
+    MonitorGuard monitor(qov::kShutdownSeconds);
     runReactor();
     qov::shutdownBegins(monitor);
     moduleLoader().unload();

@@ -13,6 +13,9 @@ template <class Guard>
 struct HasShutdownBegins<Guard, std::void_t<decltype(std::declval<Guard&>().shutdownBegins())>>
     : std::true_type {};
 
+/// How long the end of the modules may take, in seconds.
+constexpr unsigned kShutdownSeconds = 450;
+
 /// Tells the guard that lives through the process's shutdown that it begins now. The stand-in of
 /// the platform guard library needs to hear it; the platform's own guard has no such operation, and
 /// then this does nothing. Not for signal handlers.

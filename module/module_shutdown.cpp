@@ -2,8 +2,11 @@
 
 #include <cstdlib>
 
+#include <qovplatform/platform_guard.h>
 #include <qovpub/qov_leader_task.h>
 #include <qovpub/qov_module_loader.h>
+
+#include "frame/shutdown_supervision.h"
 
 namespace qov {
 
@@ -14,6 +17,8 @@ void ModuleShutdown::stopAll() {
   CQOV_Module_Loader* const loader =
       ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance();
   if (loader != nullptr && loader->holdsModules()) {
+    MonitorGuard monitor(kShutdownSeconds);
+    shutdownBegins(monitor);
     loader->unload();
     loader->stopLeftovers();
   }

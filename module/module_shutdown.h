@@ -15,7 +15,8 @@ namespace qov {
 class ModuleShutdown {
  public:
   /// Unloads the process's loader, then stops, joins and deletes what is left in its table without
-  /// a log line of the loader. The libraries of those stay open.
+  /// a log line of the loader. The libraries of those stay open. Like a shutdown in order, one that
+  /// takes too long is aborted.
   static void stopAll();
 
   /// Makes stopAll() run when the process ends by exit() or by returning from main. Exit handlers

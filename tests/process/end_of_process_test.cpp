@@ -37,6 +37,16 @@ TEST_P(AgentEnd, WithoutAnEventLoopDoesNotCrash) {
   endsInOrder({"chatter", "other_chatter"}, false, 0);
 }
 
+TEST_P(AgentEnd, WithAModuleThatNeverStopsIsBroughtAboutByTheGuard) {
+  AgentProcess agent;
+  agent.setEnvironment("QOV_TEST_MAIN", GetParam());
+  agent.setEnvironment("PXOS_GUARD_SECOND_MS", "1");
+  agent.useModules({"stuck"});
+  agent.start({"-n"});
+  EXPECT_EQ(agent.waitForEnd().signal, SIGABRT);
+  EXPECT_THAT(agent.errors(), ::testing::HasSubstr("has not ended within 450 s, aborting"));
+}
+
 class AgentExit : public AgentTest {};
 
 TEST_F(AgentExit, OnAModulesThreadEndsTheProcessWithItsStatus) {

@@ -79,7 +79,8 @@ class CQOVapp {
   CQOVapp();
 
   /// Stops the modules that are still there, frees the logging strategy and the debug kits. A log
-  /// call after that makes the public kit anew.
+  /// call after that makes the public kit anew. Modules that take longer than 450 seconds to stop,
+  /// here or when the process exits, end the process as a shutdown that hangs does.
   ~CQOVapp();
 
   CQOVapp(const CQOVapp&) = delete;
