@@ -23,17 +23,24 @@ inline std::vector<std::filesystem::path> threadsNamed(const std::string& name) 
   return threads;
 }
 
-/// Waits until the thread that watches the guards of this process waits for its next look.
-inline void waitUntilTheWatchSleeps() {
+/// Waits until the one thread that is named `name` has started and waits for something.
+inline std::filesystem::path waitUntilAsleep(const std::string& name) {
   const auto sleeps = [](const std::filesystem::path& thread) {
     const std::string stat = readFile(thread / "stat");
-    const std::size_t name = stat.rfind(')');
-    return name != std::string::npos && stat.compare(name, 3, ") S") == 0;
+    const std::size_t end = stat.rfind(')');
+    return end != std::string::npos && stat.compare(end, 3, ") S") == 0;
   };
-  const std::vector<std::filesystem::path> watch = threadsNamed("qov-overdue");
-  while (watch.empty() || !sleeps(watch.front())) {
+  std::vector<std::filesystem::path> threads = threadsNamed(name);
+  while (threads.size() != 1 || !sleeps(threads.front())) {
     std::this_thread::yield();
+    threads = threadsNamed(name);
   }
+  return threads.front();
+}
+
+/// Waits until the thread that watches the guards of this process waits for its next look.
+inline std::filesystem::path waitUntilTheWatchSleeps() {
+  return waitUntilAsleep("qov-overdue");
 }
 
 /// Whether `thread` has every signal blocked that a program may block.
