@@ -3,15 +3,25 @@
 
 #include <ace/DLL_Manager.h>
 
-namespace qov {
+#include <memory>
 
-/// ACE's manager of shared libraries, with room for 1024.
-ACE_DLL_Manager& dllManager();
+namespace qov {
 
 /// Opens the library `name` as ACE decorates and searches it, binding lazily, its symbols visible
 /// to the libraries that are opened later; null when it cannot be opened. Each success is counted
-/// and undone by one close_dll() with the handle's dll_name(), which stays good after that.
+/// and undone by one closeLibrary(). A name has one handle, whoever opens it first.
+///
+/// Thread: any, as for closeLibrary(). Both wait for the dynamic loader, which may be running a
+///         library's static constructor: a lock that such a one may want is not held meanwhile.
 ACE_DLL_Handle* openLibrary(const char* name);
+
+/// Takes one opening of `library` back. The handle and its name stay good after that.
+void closeLibrary(const ACE_DLL_Handle& library);
+
+struct CloseLibrary {
+  void operator()(const ACE_DLL_Handle* library) const { closeLibrary(*library); }
+};
+using LibraryPtr = std::unique_ptr<ACE_DLL_Handle, CloseLibrary>;
 
 }  // namespace qov
 

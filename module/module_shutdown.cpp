@@ -16,9 +16,14 @@ void ModuleShutdown::stopAll() {
   }
   CQOV_Module_Loader* const loader =
       ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance();
-  if (loader != nullptr && loader->holdsModules()) {
+  if (loader == nullptr) {
+    return;
+  }
+  if (CQOV_Module_Loader::loading_ != nullptr || loader->holdsModules()) {
     MonitorGuard monitor(kShutdownSeconds);
     shutdownBegins(monitor);
+    // exit() in a module's start has left this thread in the middle of that, with the table held.
+    loader->endInterruptedLoad();
     loader->unload();
     loader->stopLeftovers();
   }

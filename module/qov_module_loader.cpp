@@ -1,7 +1,5 @@
 #include <qovpub/qov_module_loader.h>
 
-#include <ace/Guard_T.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <new>
@@ -12,8 +10,10 @@
 #include <qovpub/qov_task_mgr.h>
 
 #include "module/dll_manager.h"
+#include "module/ending_thread.h"
 #include "module/module_entry.h"
 #include "module/module_shutdown.h"
+#include "module/table_guards.h"
 
 namespace {
 
@@ -24,7 +24,22 @@ using CreateModule = CQOV_TaskMgr* (*)();
 
 }  // namespace
 
+/// One load() on its thread.
+struct CQOV_Module_Loader::Loading {
+  explicit Loading(CQOV_Module_Loader& loader) : table(loader) { loading_ = this; }
+  ~Loading() { loading_ = nullptr; }
+
+  Loading(const Loading&) = delete;
+  Loading& operator=(const Loading&) = delete;
+
+  /// The module that is being started. However the loading ends, this goes after the table's lock:
+  /// joining its threads under that would wait for good on a leader that waits to read.
+  ManagerPtr manager;
+  TableWriter table;
+};
+
 bool CQOV_Module_Loader::bModuleLoaded_ = false;
+thread_local CQOV_Module_Loader::Loading* CQOV_Module_Loader::loading_ = nullptr;
 
 CQOV_Module_Loader::CQOV_Module_Loader() = default;
 
@@ -47,20 +62,24 @@ bool CQOV_Module_Loader::load() {
     return false;
   }
   bool loaded = false;
-  // Outlives the write lock: joining a manager's threads under it would wait for good on a leader
-  // that is waiting for the read lock.
-  ManagerPtr rejected;
   {
-    const ACE_Write_Guard<ACE_RW_Thread_Mutex> lock(lock_);
+    Loading loading(*this);
     if (bModuleLoaded_) {
       return true;
     }
-    loaded = loadModules(names, rejected, guard);
+    loaded = loadModules(names, loading.manager, guard);
     bModuleLoaded_ = loaded;
   }
-  rejected.reset();
+  // Once more, for the static objects that the modules' own start has made.
   qov::ModuleShutdown::stopAtExit();
   return loaded;
+}
+
+void CQOV_Module_Loader::endInterruptedLoad() {
+  if (Loading* const loading = std::exchange(loading_, nullptr)) {
+    loading->table.release();
+    loading->manager.reset();
+  }
 }
 
 void CQOV_Module_Loader::StopAndDelete::operator()(CQOV_TaskMgr* manager) const {
@@ -69,20 +88,20 @@ void CQOV_Module_Loader::StopAndDelete::operator()(CQOV_TaskMgr* manager) const 
   delete manager;
 }
 
-bool CQOV_Module_Loader::loadModules(const std::list<std::string>& names, ManagerPtr& rejected,
+bool CQOV_Module_Loader::loadModules(const std::list<std::string>& names, ManagerPtr& manager,
                                      CQOVDebugKitGuard& guard) {
   for (const std::string& name : names) {
-    if (!loadModule(name, rejected, guard)) {
+    if (!loadModule(name, manager, guard)) {
       return false;
     }
   }
   return true;
 }
 
-bool CQOV_Module_Loader::loadModule(const std::string& name, ManagerPtr& rejected,
+bool CQOV_Module_Loader::loadModule(const std::string& name, ManagerPtr& manager,
                                     CQOVDebugKitGuard& guard) {
   ACE_DLL_Handle* dll = nullptr;
-  ManagerPtr manager = createModule(name, dll, guard);
+  manager = createModule(name, dll, guard);
   if (manager == nullptr) {
     return false;
   }
@@ -91,17 +110,14 @@ bool CQOV_Module_Loader::loadModule(const std::string& name, ManagerPtr& rejecte
   if (gid > kMaxGid || modules_[gid] != nullptr) {
     guard.error(65564, __FUNCTION__, __LINE__, "gid(%u) is invalid which module name is %s!", gid,
                 name.c_str());
-    rejected = std::move(manager);
     return false;
   }
   if (!startModule(*manager, name, guard)) {
-    rejected = std::move(manager);
     return false;
   }
   std::unique_ptr<ModuleEntry> entry(new (std::nothrow) ModuleEntry);
   if (entry == nullptr) {
     errno = ENOMEM;
-    rejected = std::move(manager);
     return false;
   }
   entry->taskMgr = std::move(manager);
@@ -120,6 +136,8 @@ CQOV_Module_Loader::ManagerPtr CQOV_Module_Loader::createModule(const std::strin
                 "Failed to load module %s, because module file doesn't exist!", name.c_str());
     return nullptr;
   }
+  // Whoever calls exit() from now on: the modules end before this library's static objects.
+  qov::ModuleShutdown::stopAtExit();
   const auto create = reinterpret_cast<CreateModule>(dll->symbol(kEntryFunction));
   if (create == nullptr) {
     guard.error(65562, __FUNCTION__, __LINE__,
@@ -131,6 +149,7 @@ CQOV_Module_Loader::ManagerPtr CQOV_Module_Loader::createModule(const std::strin
   try {
     manager.reset(create());
   } catch (...) {
+    qov::passOnEndOfThread();
     // Foreign code; what it throws says no more than that there is no module.
   }
   if (manager == nullptr) {
@@ -146,6 +165,7 @@ bool CQOV_Module_Loader::startModule(CQOV_TaskMgr& manager, const std::string& n
   try {
     started = manager.init();
   } catch (...) {
+    qov::passOnEndOfThread();
     // As for the entry function: a module that throws has not started.
   }
   if (!started) {
@@ -157,7 +177,7 @@ bool CQOV_Module_Loader::startModule(CQOV_TaskMgr& manager, const std::string& n
 void CQOV_Module_Loader::unload() {
   CQOVDebugKitGuard guard(0, "void CQOV_Module_Loader::unload()");
   {
-    const ACE_Write_Guard<ACE_RW_Thread_Mutex> lock(lock_);
+    const TableWriter table(*this);
     if (!bModuleLoaded_) {
       return;
     }
@@ -165,14 +185,13 @@ void CQOV_Module_Loader::unload() {
   }
   while (const std::unique_ptr<ModuleEntry> entry = takeFirst()) {
     entry->taskMgr.reset();
-    const char* const name = entry->dll->dll_name();
-    guard.warn(65567, __FUNCTION__, __LINE__, "Unload module %s!", name);
-    qov::dllManager().close_dll(name);
+    guard.warn(65567, __FUNCTION__, __LINE__, "Unload module %s!", entry->dll->dll_name());
+    qov::closeLibrary(*entry->dll);
   }
 }
 
 std::unique_ptr<CQOV_Module_Loader::ModuleEntry> CQOV_Module_Loader::takeFirst() {
-  const ACE_Write_Guard<ACE_RW_Thread_Mutex> lock(lock_);
+  const TableWriter table(*this);
   for (std::unique_ptr<ModuleEntry>& slot : modules_) {
     if (slot != nullptr) {
       return std::move(slot);
@@ -182,7 +201,7 @@ std::unique_ptr<CQOV_Module_Loader::ModuleEntry> CQOV_Module_Loader::takeFirst()
 }
 
 bool CQOV_Module_Loader::holdsModules() {
-  const ACE_Read_Guard<ACE_RW_Thread_Mutex> lock(lock_);
+  const TableReader table(*this);
   return std::any_of(modules_.begin(), modules_.end(),
                      [](const auto& slot) { return slot != nullptr; });
 }

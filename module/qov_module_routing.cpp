@@ -1,4 +1,3 @@
-#include <ace/Guard_T.h>
 #include <ace/Message_Block.h>
 #include <ace/Time_Value.h>
 
@@ -11,30 +10,19 @@
 
 #include "module/message_copy.h"
 #include "module/module_entry.h"
-#include "task/doorbell.h"
+#include "module/table_guards.h"
 #include "task/message_block.h"
 
 namespace {
-
-/// Holds the table for reading. A leader has to wait until the modules are loaded; whom it has work
-/// for must not.
-class TableReader {
- public:
-  explicit TableReader(ACE_RW_Thread_Mutex& lock) : lock_(lock, false) {
-    if (!lock_.locked()) {
-      qov::ringCollected();
-      lock_.acquire_read();
-    }
-  }
-
- private:
-  ACE_Read_Guard<ACE_RW_Thread_Mutex> lock_;
-};
 
 /// putq() takes it for an absolute time, so that a full queue refuses at once.
 constexpr time_t kPutSeconds = 1;
 
 }  // namespace
+
+enum class CQOV_Module_Loader::Delivery { kDone, kNobody, kNoManager, kRefused };
+
+// What goes wrong is logged when the table is free again: a slow log must not keep a writer out.
 
 int CQOV_Module_Loader::sendMsg(u_short pid, ACE_Message_Block* mb) {
   CQOVDebugKitGuard guard(0, "int CQOV_Module_Loader::sendMsg(u_short, ACE_Message_Block*)");
@@ -42,20 +30,25 @@ int CQOV_Module_Loader::sendMsg(u_short pid, ACE_Message_Block* mb) {
     guard.warn(65580, __FUNCTION__, __LINE__, "Null message which pid is %u.", unsigned{pid});
     return -1;
   }
-  const TableReader reader(lock_);
-  if (pid >= modules_.size() || modules_[pid] == nullptr) {
+  const Delivery delivery = deliver(pid, mb);
+  if (delivery == Delivery::kNobody) {
     guard.warn(65581, __FUNCTION__, __LINE__, "Pid %u is invalid!", unsigned{pid});
-    return -1;
+  } else if (delivery == Delivery::kRefused) {
+    guard.error(65582, __FUNCTION__, __LINE__, "Failed to send message to pid %u.", unsigned{pid});
+  }
+  return delivery == Delivery::kDone ? 0 : -1;
+}
+
+CQOV_Module_Loader::Delivery CQOV_Module_Loader::deliver(u_short pid, ACE_Message_Block* mb) {
+  const TableReader table(*this);
+  if (pid >= modules_.size() || modules_[pid] == nullptr) {
+    return Delivery::kNobody;
   }
   if (modules_[pid]->taskMgr == nullptr) {
-    return -1;
+    return Delivery::kNoManager;
   }
   ACE_Time_Value timeout(kPutSeconds);
-  if (modules_[pid]->taskMgr->putq(mb, &timeout) < 0) {
-    guard.error(65582, __FUNCTION__, __LINE__, "Failed to send message to pid %u.", unsigned{pid});
-    return -1;
-  }
-  return 0;
+  return modules_[pid]->taskMgr->putq(mb, &timeout) < 0 ? Delivery::kRefused : Delivery::kDone;
 }
 
 void CQOV_Module_Loader::sendMsg2All(ACE_Message_Block* mb) {
@@ -64,23 +57,37 @@ void CQOV_Module_Loader::sendMsg2All(ACE_Message_Block* mb) {
     guard.warn(65583, __FUNCTION__, __LINE__, "Null message.");
     return;
   }
-  const TableReader reader(lock_);
-  for (unsigned int gid = 0; gid < modules_.size(); ++gid) {
+  std::bitset<kGids> refused;
+  const bool copied = copyToAll(*mb, refused);
+  const int error = errno;
+  for (unsigned int gid = 0; gid < kGids; ++gid) {
+    if (refused[gid]) {
+      guard.error(65584, __FUNCTION__, __LINE__, "Failed to send message to pid %u.", gid);
+    }
+  }
+  if (!copied) {
+    guard.error(65585, __FUNCTION__, __LINE__, "Failed to copy message: %s.", std::strerror(error));
+    return;
+  }
+  qov::releaseWithPackage(mb);
+}
+
+bool CQOV_Module_Loader::copyToAll(const ACE_Message_Block& mb, std::bitset<kGids>& refused) {
+  const TableReader table(*this);
+  for (unsigned int gid = 0; gid < kGids; ++gid) {
     if (modules_[gid] == nullptr) {
       continue;
     }
-    ACE_Message_Block* const copy = qov::copyMessage(*mb);
+    ACE_Message_Block* const copy = qov::copyMessage(mb);
     if (copy == nullptr) {
-      guard.error(65585, __FUNCTION__, __LINE__, "Failed to copy message: %s.",
-                  std::strerror(errno));
-      return;
+      return false;
     }
     ACE_Time_Value timeout(kPutSeconds);
     // Unlike for sendMsg(), a result of 0 is a failure; both are kept.
     if (modules_[gid]->taskMgr->putq(copy, &timeout) <= 0) {
       qov::releaseWithPackage(copy);
-      guard.error(65584, __FUNCTION__, __LINE__, "Failed to send message to pid %u.", gid);
+      refused.set(gid);
     }
   }
-  qov::releaseWithPackage(mb);
+  return true;
 }

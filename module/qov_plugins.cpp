@@ -2,27 +2,35 @@
 
 #include <ace/Guard_T.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <map>
+#include <memory>
 #include <new>
 
 #include <qovpub/qov_common_debugkit.h>
 
 #include "module/dll_manager.h"
+#include "module/ending_thread.h"
 
 namespace {
 
 using Guard = ACE_Guard<ACE_Thread_Mutex>;
 
-void closePlugin(const ACE_DLL_Handle& dll, CQOVDebugKitGuard& guard) {
-  guard.info(65593, __FUNCTION__, __LINE__, "Remove plugin name is %s!", dll.dll_name());
-  qov::dllManager().close_dll(dll.dll_name());
+void closePlugins(const std::multimap<u_int, ACE_DLL_Handle*>& plugins, CQOVDebugKitGuard& guard) {
+  for (const auto& plugin : plugins) {
+    guard.info(65593, __FUNCTION__, __LINE__, "Remove plugin name is %s!",
+               plugin.second->dll_name());
+    qov::closeLibrary(*plugin.second);
+  }
 }
 
 bool bind(CQOV_PluginOperator& op, ACE_DLL_Handle* dll) {
   try {
     return op.init(dll);
   } catch (...) {
+    qov::passOnEndOfThread();
     // The caller's code; whatever it throws, the plug-in is not bound.
     return false;
   }
@@ -58,9 +66,9 @@ CQOV_Plugins* CQOV_Plugins::instance() {
 }
 
 void CQOV_Plugins::close() {
+  std::unique_ptr<CQOV_Plugins> closed;
   const Guard lock(oSingLetonMutex_);
-  delete pInstance_.load(std::memory_order_relaxed);
-  pInstance_.store(nullptr, std::memory_order_release);
+  closed.reset(pInstance_.exchange(nullptr, std::memory_order_acq_rel));
 }
 
 bool CQOV_Plugins::open(const char* name, CQOV_PluginOperator& op, u_int id) {
@@ -69,7 +77,7 @@ bool CQOV_Plugins::open(const char* name, CQOV_PluginOperator& op, u_int id) {
     guard.warn(65590, __FUNCTION__, __LINE__, "Invalid parameter, plugin name is null!");
     return false;
   }
-  ACE_DLL_Handle* const dll = qov::openLibrary(name);
+  qov::LibraryPtr dll(qov::openLibrary(name));
   if (dll == nullptr) {
     guard.warn(65591, __FUNCTION__, __LINE__, "Failed to open %s", name);
     return false;
@@ -77,32 +85,35 @@ bool CQOV_Plugins::open(const char* name, CQOV_PluginOperator& op, u_int id) {
   // What the table takes is made first: once `op` is bound nothing may fail any more.
   Table entry;
   try {
-    entry.emplace(id, dll);
+    entry.emplace(id, dll.get());
   } catch (const std::bad_alloc&) {
     guard.warn(65591, __FUNCTION__, __LINE__, "Failed to open %s", name);
-    qov::dllManager().close_dll(dll->dll_name());
+    dll.reset();
     errno = ENOMEM;
     return false;
   }
-  if (!bind(op, dll)) {
+  if (!bind(op, dll.get())) {
     guard.warn(65592, __FUNCTION__, __LINE__, "Failed to init %s", name);
-    qov::dllManager().close_dll(dll->dll_name());
     return false;
   }
   guard.info(65594, __FUNCTION__, __LINE__, "Load plugin name is %s!", name);
   const Guard lock(lock_);
   plugins_.merge(entry);
+  static_cast<void>(dll.release());
   return true;
 }
 
 void CQOV_Plugins::remove(u_int id) {
   CQOVDebugKitGuard guard(0, "void CQOV_Plugins::remove(u_int)");
-  const Guard lock(lock_);
-  const auto range = plugins_.equal_range(id);
-  for (auto plugin = range.first; plugin != range.second; ++plugin) {
-    closePlugin(*plugin->second, guard);
+  Table removed;
+  {
+    const Guard lock(lock_);
+    const auto range = plugins_.equal_range(id);
+    for (auto plugin = range.first; plugin != range.second;) {
+      removed.insert(removed.end(), plugins_.extract(plugin++));
+    }
   }
-  plugins_.erase(range.first, range.second);
+  closePlugins(removed, guard);
 }
 
 void CQOV_Plugins::remove(const char* name) {
@@ -111,21 +122,25 @@ void CQOV_Plugins::remove(const char* name) {
     guard.warn(65595, __FUNCTION__, __LINE__, "Invalid parameter, plugin name is null!");
     return;
   }
-  const Guard lock(lock_);
-  for (auto plugin = plugins_.begin(); plugin != plugins_.end(); ++plugin) {
-    if (std::strcmp(plugin->second->dll_name(), name) == 0) {
-      closePlugin(*plugin->second, guard);
-      plugins_.erase(plugin);
-      return;
+  Table removed;
+  {
+    const Guard lock(lock_);
+    const auto plugin = std::find_if(plugins_.begin(), plugins_.end(), [&](const auto& entry) {
+      return std::strcmp(entry.second->dll_name(), name) == 0;
+    });
+    if (plugin != plugins_.end()) {
+      removed.insert(plugins_.extract(plugin));
     }
   }
+  closePlugins(removed, guard);
 }
 
 void CQOV_Plugins::clear() {
   CQOVDebugKitGuard guard(0, "void CQOV_Plugins::clear()");
-  const Guard lock(lock_);
-  for (const auto& plugin : plugins_) {
-    closePlugin(*plugin.second, guard);
+  Table removed;
+  {
+    const Guard lock(lock_);
+    removed.swap(plugins_);
   }
-  plugins_.clear();
+  closePlugins(removed, guard);
 }

@@ -1,6 +1,8 @@
 // Of two such modules the first one starts a thread that uses the test's outlet until the module is
 // deleted. The second one fails to initialise, and its deletion waits for the first one to send.
-//   QOV_TEST_GID  its gid
+//   QOV_TEST_GID     its gid
+//   QOV_TEST_SECOND  how the second one fails: a statement
+#include <pthread.h>
 #include <qovpub/qov_task_mgr.h>
 
 #include <atomic>
@@ -28,7 +30,7 @@ class Module : public CQOV_TaskMgr {
 
   bool initEnv() override {
     if (!qov::test::firstToInitialise()) {
-      return false;
+      QOV_TEST_SECOND;
     }
     thread_ = std::thread([this] { send(); });
     return true;

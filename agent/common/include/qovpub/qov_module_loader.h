@@ -7,8 +7,13 @@
 #include <sys/types.h>
 
 #include <array>
+#include <atomic>
+#include <bitset>
+#include <condition_variable>
+#include <cstddef>
 #include <list>
 #include <memory>
+#include <mutex>
 #include <string>
 
 class ACE_DLL_Handle;
@@ -56,7 +61,14 @@ class CQOV_Module_Loader {
   /// A bare module name is handed to ACE, which tries lib<name>.so, <name>.so and <name> on the
   /// dynamic loader's own search path (LD_LIBRARY_PATH, run path); no directory is added. A
   /// library's symbols are global: what is opened later finds them before its own of the same name.
-  /// A module's exception counts as its failure.
+  /// An exception of its entry function or its init() counts as a module's failure. One that leaves
+  /// a static constructor of its library ends the process (std::terminate) without a log line: the
+  /// dynamic loader cannot be unwound.
+  ///
+  /// A module that cannot go on returns false. Where its init() calls exit() all the same, the
+  /// modules, this one included, are stopped and deleted before the static objects of their
+  /// libraries go; static objects that init() itself has made first, such as those of its
+  /// functions, are gone by then. _exit() leaves all of that out.
   bool load();
 
   /// Stops, joins and deletes the loaded modules in the order of their gids and closes their
@@ -97,28 +109,46 @@ class CQOV_Module_Loader {
  private:
   friend class qov::ModuleShutdown;
 
+  static constexpr std::size_t kGids = 256;
+
+  class TableReader;
+  class TableWriter;
+  enum class Delivery;
+  struct Loading;
   struct ModuleEntry;
   struct StopAndDelete {
     void operator()(CQOV_TaskMgr* manager) const;
   };
   using ManagerPtr = std::unique_ptr<CQOV_TaskMgr, StopAndDelete>;
 
-  bool loadModules(const std::list<std::string>& names, ManagerPtr& rejected,
+  bool loadModules(const std::list<std::string>& names, ManagerPtr& manager,
                    CQOVDebugKitGuard& guard);
-  bool loadModule(const std::string& name, ManagerPtr& rejected, CQOVDebugKitGuard& guard);
+  bool loadModule(const std::string& name, ManagerPtr& manager, CQOVDebugKitGuard& guard);
   ManagerPtr createModule(const std::string& name, ACE_DLL_Handle*& dll, CQOVDebugKitGuard& guard);
   bool startModule(CQOV_TaskMgr& manager, const std::string& name, CQOVDebugKitGuard& guard);
   std::unique_ptr<ModuleEntry> takeFirst();
   bool holdsModules();
+  void endInterruptedLoad();
+  Delivery deliver(u_short pid, ACE_Message_Block* mb);
+  /// False, with errno set, when no copy can be made; `refused` holds who had no room.
+  bool copyToAll(const ACE_Message_Block& mb, std::bitset<kGids>& refused);
   void stopLeftovers();
   void abandonModules();
 
   /// Set by a load() that succeeded; guarded by lock_.
   static bool bModuleLoaded_;
+  /// What the calling thread's load() has in hand; null outside of one.
+  static thread_local Loading* loading_;
 
   ACE_RW_Thread_Mutex lock_;
   /// Guarded by lock_; a null pointer is a free gid.
-  std::array<std::unique_ptr<ModuleEntry>, 256> modules_;
+  std::array<std::unique_ptr<ModuleEntry>, kGids> modules_;
+
+  /// How many threads wait to write the table; lowered under entrance_.
+  std::atomic<int> waitingWriters_{0};
+  /// Where readers stand back for these.
+  std::mutex entrance_;
+  std::condition_variable entranceFree_;
 };
 
 #endif

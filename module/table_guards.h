@@ -1,0 +1,41 @@
+#ifndef QOV_MODULE_TABLE_GUARDS_H
+#define QOV_MODULE_TABLE_GUARDS_H
+
+#include <ace/Guard_T.h>
+#include <ace/RW_Thread_Mutex.h>
+
+#include <qovpub/qov_module_loader.h>
+
+// Who holds the routing table. ACE's lock lets readers in for as long as one of them is there, so
+// senders that never pause would keep a writer out for good. While one waits, new readers stand
+// back.
+//
+// A lock that cannot be taken leaves its code in errno, and its holder goes on without it.
+
+/// Holds the table for writing.
+class CQOV_Module_Loader::TableWriter {
+ public:
+  explicit TableWriter(CQOV_Module_Loader& loader);
+
+  /// Gives the table back before the end.
+  void release() { lock_.release(); }
+
+ private:
+  ACE_Write_Guard<ACE_RW_Thread_Mutex> lock_;
+};
+
+/// Holds the table for reading. A leader has to wait until the modules are loaded; whom it has work
+/// for must not.
+class CQOV_Module_Loader::TableReader {
+ public:
+  explicit TableReader(CQOV_Module_Loader& loader);
+
+ private:
+  /// Waits while a writer waits. Not for long: a reader inside may be waiting for something that
+  /// the calling thread holds, or may be the calling thread.
+  static ACE_RW_Thread_Mutex& standBack(CQOV_Module_Loader& loader);
+
+  ACE_Read_Guard<ACE_RW_Thread_Mutex> lock_;
+};
+
+#endif
