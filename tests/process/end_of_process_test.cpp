@@ -55,5 +55,19 @@ TEST_F(AgentExit, OnAModulesThreadEndsTheProcessWithItsStatus) {
   hasExited(agent.waitForEnd(), 7);
 }
 
+/// A module ends the process while it is being initialised: the table of modules is held for that,
+/// and threads wait for it.
+class AgentExitDuringTheStart : public AgentTest,
+                                public ::testing::WithParamInterface<const char*> {};
+
+INSTANTIATE_TEST_SUITE_P(Module, AgentExitDuringTheStart, ::testing::Values("first", "second"));
+
+TEST_P(AgentExitDuringTheStart, StopsTheModulesInOrder) {
+  agent.setEnvironment("QOV_TEST_EXIT", GetParam());
+  agent.useModules({"chatter", "other_chatter"});
+  agent.start({"-n"});
+  hasExited(agent.waitForEnd(), 3);
+}
+
 }  // namespace
 }  // namespace qov::test

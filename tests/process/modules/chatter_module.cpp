@@ -1,6 +1,7 @@
 // A module that works all the time: a thread of its own sends it asynchronous messages, which its
 // workers log through the module's kit; the thread logs, too. Of two such modules in one process
-// the second one fails to initialise when QOV_TEST_SECOND_FAILS is set.
+// the second one fails to initialise when QOV_TEST_SECOND_FAILS is set; QOV_TEST_EXIT ("first" or
+// "second") says which one ends the process with status 3 there, its threads at work.
 //   QOV_TEST_GID  its gid
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_task.h>
@@ -18,6 +19,7 @@
 namespace {
 
 constexpr int kGid = QOV_TEST_GID;
+constexpr int kExitStatus = 3;
 
 /// A static object of the library, which must outlive the module that works with it.
 class WorkedWith {
@@ -62,10 +64,15 @@ class Module : public CQOV_TaskMgr {
   CQOV_Task* createTask() override { return new Worker(this); }
 
   bool initEnv() override {
-    if (std::getenv("QOV_TEST_SECOND_FAILS") != nullptr && !qov::test::makeFile("first")) {
+    const std::string which = qov::test::makeFile("first") ? "first" : "second";
+    if (which == "second" && std::getenv("QOV_TEST_SECOND_FAILS") != nullptr) {
       return false;
     }
     thread_ = std::thread([this] { chat(); });
+    const char* const exiting = std::getenv("QOV_TEST_EXIT");
+    if (exiting != nullptr && which == exiting) {
+      std::exit(kExitStatus);
+    }
     return true;
   }
 

@@ -1,0 +1,22 @@
+#include "tests/process/agent_test.h"
+
+namespace qov::test {
+namespace {
+
+/// How a plug-in is closed.
+class AgentPlugins : public AgentTest, public ::testing::WithParamInterface<const char*> {};
+
+INSTANTIATE_TEST_SUITE_P(ClosedBy, AgentPlugins,
+                         ::testing::Values("id", "name", "all", "registry"));
+
+TEST_P(AgentPlugins, AreClosedWhileAStaticConstructorOpensOthers) {
+  agent.setEnvironment("QOV_TEST_CLOSING", GetParam());
+  starts({"crossing"});
+  stopsInOrder();
+  // What was opened meanwhile has stayed open until the end.
+  logsInOrder({"Remove plugin name is qovp_plugin!", "Unload module qovp_crossing!",
+               "Remove plugin name is qovp_other_plugin!"});
+}
+
+}  // namespace
+}  // namespace qov::test
