@@ -15,11 +15,6 @@
 namespace qov {
 namespace {
 
-struct ReleaseBlock {
-  void operator()(ACE_Message_Block* mb) const { mb->release(); }
-};
-using BlockPtr = std::unique_ptr<ACE_Message_Block, ReleaseBlock>;
-
 std::unique_ptr<CQOV_MsgPackage> copyPackage(const CQOV_MsgPackage& package) {
   if (typeid(package) != typeid(CQOV_MsgPackage)) {
     errno = ENOTSUP;

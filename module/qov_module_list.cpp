@@ -1,7 +1,10 @@
 #include <dirent.h>
 
+#include <cerrno>
 #include <exception>
 #include <memory>
+#include <new>
+#include <utility>
 
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_module_loader.h>
@@ -24,6 +27,17 @@ std::string moduleOf(const std::string& file) {
     return {};
   }
   return file.substr(0, marker);
+}
+
+std::list<std::string> modulesIn(DIR& dir) {
+  std::list<std::string> names;
+  while (const dirent* const entry = ::readdir(&dir)) {
+    std::string name = moduleOf(entry->d_name);
+    if (!name.empty()) {
+      names.push_back(std::move(name));
+    }
+  }
+  return names;
 }
 
 /// The process configuration directory. Without a process configuration there is none to look in:
@@ -51,10 +65,11 @@ void CQOV_Module_Loader::getModuleList(std::list<std::string>& names) const {
     guard.error(65571, __FUNCTION__, __LINE__, "Failed to open %s", directory.c_str());
     return;
   }
-  while (const dirent* const entry = ::readdir(dir.get())) {
-    std::string name = moduleOf(entry->d_name);
-    if (!name.empty()) {
-      names.push_back(std::move(name));
-    }
+  try {
+    std::list<std::string> found = modulesIn(*dir);
+    names.splice(names.end(), found);
+  } catch (const std::bad_alloc&) {
+    guard.error(65572, __FUNCTION__, __LINE__, "Failed to list modules of %s", directory.c_str());
+    errno = ENOMEM;
   }
 }
