@@ -10,10 +10,10 @@
 #include <qovpub/qov_task_mgr.h>
 
 #include "module/dll_manager.h"
-#include "module/ending_thread.h"
 #include "module/module_entry.h"
 #include "module/module_shutdown.h"
 #include "module/table_guards.h"
+#include "task/ending_thread.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <qovpub/qov_common_debugkit.h>
 
 #include "module/dll_manager.h"
-#include "module/ending_thread.h"
+#include "task/ending_thread.h"
 
 namespace {
 

@@ -1,6 +1,5 @@
 #include <ace/Guard_T.h>
 #include <ace/OS_NS_time.h>
-#include <cxxabi.h>
 #include <qovplatform/platform_guard.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_task_mgr.h>
@@ -10,6 +9,7 @@
 #include <utility>
 
 #include "task/doorbell.h"
+#include "task/ending_thread.h"
 #include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/start_task.h"
@@ -29,9 +29,8 @@ constexpr unsigned int kMostTaken = 64;
 std::unique_ptr<CQOV_Task> makeWorker(CQOV_TaskMgr& mgr) {
   try {
     return std::unique_ptr<CQOV_Task>(mgr.createTask());
-  } catch (const abi::__forced_unwind&) {
-    throw;
   } catch (...) {
+    qov::passOnEndOfThread();
     return nullptr;
   }
 }

@@ -1,5 +1,4 @@
 #include <ace/Log_Msg.h>
-#include <cxxabi.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
@@ -9,6 +8,7 @@
 #include <memory>
 #include <sstream>
 
+#include "task/ending_thread.h"
 #include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/message_types.h"
@@ -118,10 +118,8 @@ void CQOV_CommonTask::handle(CQOVDebugKitGuard& log, CQOV_MsgPackage& pkg) {
               "Failed to handle message, error is %d!\n%s",
               static_cast<int>(reinterpret_cast<std::intptr_t>(error.what())),
               dumpFor(LM_ERROR, pkg).c_str());
-  } catch (const abi::__forced_unwind&) {
-    // The thread is being cancelled; swallowing that would abort the process.
-    throw;
   } catch (...) {
+    qov::passOnEndOfThread();
     log.error(qov::kLogIdBase + 13, __FUNCTION__, __LINE__,
               "Failed to handle message, error is %d!\n%s", 0, dumpFor(LM_ERROR, pkg).c_str());
   }

@@ -1,5 +1,5 @@
-#ifndef QOV_MODULE_ENDING_THREAD_H
-#define QOV_MODULE_ENDING_THREAD_H
+#ifndef QOV_TASK_ENDING_THREAD_H
+#define QOV_TASK_ENDING_THREAD_H
 
 #include <exception>
 
