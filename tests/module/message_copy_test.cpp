@@ -9,21 +9,10 @@
 #include <cstring>
 #include <memory>
 
+#include "tests/module/package_blocks.h"
+
 namespace qov {
 namespace {
-
-struct Release {
-  void operator()(ACE_Message_Block* mb) const { mb->release(); }
-};
-using Block = std::unique_ptr<ACE_Message_Block, Release>;
-
-class Derived : public CQOV_MsgPackage {};
-
-Block blockOf(const CQOV_MsgPackage* content) {
-  Block block(new ACE_Message_Block(sizeof content));
-  block->copy(reinterpret_cast<const char*>(&content), sizeof content);
-  return block;
-}
 
 std::unique_ptr<CQOV_MsgPackage> packageIn(const ACE_Message_Block& block) {
   CQOV_MsgPackage* content = nullptr;
@@ -44,9 +33,9 @@ TEST(MessageCopy, OfAPackageBlockHasAPackageOfItsOwn) {
   original.head().type_ = 3;
   original.head().opc_ = 42;
   original.append(recordOf(9).release());
-  const Block block = blockOf(&original);
+  const BlockPtr block = test::blockOf(&original);
 
-  const Block copy(copyMessage(*block));
+  const BlockPtr copy(copyMessage(*block));
   ASSERT_NE(copy, nullptr);
   const std::unique_ptr<CQOV_MsgPackage> content = packageIn(*copy);
   ASSERT_NE(content.get(), &original);
@@ -60,27 +49,27 @@ TEST(MessageCopy, OfAPackageBlockHasAPackageOfItsOwn) {
 
 TEST(MessageCopy, OfAPackageBlockHasNoContinuation) {
   CQOV_MsgPackage original;
-  const Block block = blockOf(&original);
+  const BlockPtr block = test::blockOf(&original);
   block->cont(new ACE_Message_Block(8));
-  const Block copy(copyMessage(*block));
+  const BlockPtr copy(copyMessage(*block));
   ASSERT_NE(copy, nullptr);
   EXPECT_EQ(copy->cont(), nullptr);
   packageIn(*copy);
 }
 
 TEST(MessageCopy, OfADerivedPackageIsRefused) {
-  Derived original;
-  const Block block = blockOf(&original);
+  test::DerivedPackage original;
+  const BlockPtr block = test::blockOf(&original);
   errno = 0;
   EXPECT_EQ(copyMessage(*block), nullptr);
   EXPECT_EQ(errno, ENOTSUP);
 }
 
 TEST(MessageCopy, OfAnyOtherBlockIsAClone) {
-  const Block block(new ACE_Message_Block(16, ACE_Message_Block::MB_HANGUP));
+  const BlockPtr block(new ACE_Message_Block(16, ACE_Message_Block::MB_HANGUP));
   block->copy("12345678", 8);
   block->cont(new ACE_Message_Block(4));
-  const Block copy(copyMessage(*block));
+  const BlockPtr copy(copyMessage(*block));
   ASSERT_NE(copy, nullptr);
   EXPECT_NE(copy->rd_ptr(), block->rd_ptr());
   EXPECT_EQ(std::memcmp(copy->rd_ptr(), "12345678", 8), 0);
@@ -88,8 +77,8 @@ TEST(MessageCopy, OfAnyOtherBlockIsAClone) {
 }
 
 TEST(MessageCopy, OfANullPackageIsAClone) {
-  const Block block = blockOf(nullptr);
-  const Block copy(copyMessage(*block));
+  const BlockPtr block = test::blockOf(nullptr);
+  const BlockPtr copy(copyMessage(*block));
   ASSERT_NE(copy, nullptr);
   EXPECT_EQ(packageIn(*copy), nullptr);
 }

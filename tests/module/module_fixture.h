@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <string>
@@ -43,7 +44,16 @@ class ModuleTest : public ::testing::Test {
   CQOV_Module_Loader& loader() { return *loader_; }
   void destroyLoader() { loader_.reset(); }
 
+  /// Sends a block that means nothing to a leader, which releases it.
+  static bool sendsIgnored(CQOV_Module_Loader& to, u_short gid);
+
   std::vector<std::string> messages(const char* tag) const { return log.messages(tag); }
+
+  /// The entries and leaves that `operation` traces on this thread.
+  static std::vector<std::string> tracesOf(const std::function<void()>& operation);
+
+  /// How often the library `name` is open. ACE keeps a closed library's handle.
+  static int timesOpen(const std::string& name);
 
   ProcessLog log{ProcessLog::kAllLevels & ~static_cast<u_long>(LM_TRACE)};
 

@@ -1,6 +1,9 @@
 #include <dirent.h>
 
+#include <cerrno>
+
 #include "tests/module/module_fixture.h"
+#include "tests/support/failing_allocations.h"
 
 using ::testing::ElementsAre;
 using ::testing::UnorderedElementsAre;
@@ -65,6 +68,26 @@ TEST_F(ModuleList, AppendsToWhatIsThere) {
   std::list<std::string> names{"before"};
   loader().getModuleList(names);
   EXPECT_THAT(names, ElementsAre("before", "a"));
+}
+
+TEST_F(ModuleList, IsNotBegunWithoutMemoryForItsNames) {
+  struct ListNode {
+    void* links[2];
+    std::string name;
+  };
+  addFile("a.mod");
+  list();  // The process configuration is read once.
+  std::list<std::string> names{"before"};
+  {
+    const auto failing = FailingAllocations::ofSize(sizeof(ListNode));
+    errno = 0;
+    loader().getModuleList(names);
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_TRUE(failing.hasFailed());
+  }
+  EXPECT_THAT(names, ElementsAre("before"));
+  EXPECT_THAT(messages("ERR"), ElementsAre("Failed to list modules of " +
+                                           thisProcess().confDirectory().string() + "/"));
 }
 
 TEST_F(ModuleList, OfAMissingDirectoryIsLoggedAndEmpty) {

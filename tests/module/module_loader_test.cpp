@@ -1,9 +1,15 @@
 #include <ace/Message_Block.h>
+#include <qovpub/qov_leader_task.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <thread>
+#include <utility>
 
 #include "tests/module/module_fixture.h"
-#include "tests/support/failing_new.h"
+#include "tests/support/failing_allocations.h"
+#include "tests/support/latch.h"
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
@@ -15,15 +21,24 @@ namespace {
 
 class ModuleLoader : public ModuleTest {
  protected:
-  /// Sends a block that means nothing to a leader, which releases it.
-  static bool sendsIgnored(CQOV_Module_Loader& to, u_short gid) {
-    constexpr int kIgnoredType = 77;
-    ACE_Message_Block* const block = new ACE_Message_Block(0, kIgnoredType);
-    const bool sent = to.sendMsg(gid, block) == 0;
-    if (!sent) {
-      block->release();
+  /// The names of the marked modules, in the order of the directory.
+  std::vector<std::string> listed() {
+    std::list<std::string> names;
+    loader().getModuleList(names);
+    std::vector<std::string> listed;
+    for (const std::string& name : names) {
+      listed.push_back(name.substr(std::strlen("qovt_")));
     }
-    return sent;
+    return listed;
+  }
+
+  static std::vector<std::string> eventsOfLoading(const std::vector<std::string>& modules) {
+    std::vector<std::string> expected;
+    for (const std::string& module : modules) {
+      expected.push_back(module + " created");
+      expected.push_back(module + " initialised");
+    }
+    return expected;
   }
 
   bool hasModule(u_short gid) { return sendsIgnored(loader(), gid); }
@@ -50,6 +65,43 @@ TEST_F(ModuleLoader, UnloadsInTheOrderOfTheGidsWhateverTheOrderOfLoading) {
   EXPECT_THAT(messages("WARN"),
               ElementsAre("Unload module qovt_first!", "Unload module qovt_alpha!",
                           "Unload module qovt_beta!", "Unload module qovt_last!"));
+}
+
+TEST_F(ModuleLoader, LoadsOneAfterTheOtherInTheOrderOfTheList) {
+  loads({"last", "alpha", "beta", "first"});
+  EXPECT_EQ(events(), eventsOfLoading(listed()));
+}
+
+TEST_F(ModuleLoader, GoesNoFurtherThanTheFirstFailure) {
+  mark({"last", "alpha", "beta", "first", "no_entry"});
+  EXPECT_FALSE(loader().load());
+  std::vector<std::string> before = listed();
+  before.erase(std::find(before.begin(), before.end(), "no_entry"), before.end());
+  EXPECT_EQ(events(), eventsOfLoading(before));
+}
+
+TEST_F(ModuleLoader, ClosesTheLibraryThatItUnloads) {
+  loads({"alpha"});
+  EXPECT_EQ(timesOpen("qovt_alpha"), 1);
+  loader().unload();
+  EXPECT_EQ(timesOpen("qovt_alpha"), 0);
+}
+
+TEST_F(ModuleLoader, UnloadsAtItsEnd) {
+  loads({"alpha"});
+  destroyLoader();
+  EXPECT_THAT(messages("WARN"), ElementsAre("Unload module qovt_alpha!"));
+  EXPECT_THAT(events(), Contains("alpha deleted"));
+  EXPECT_EQ(timesOpen("qovt_alpha"), 0);
+}
+
+TEST_F(ModuleLoader, UnloadsAModuleThatGoesOnSending) {
+  setOutlet([&loader = loader()] { sendsIgnored(loader, 13); });
+  loads({"sender"});
+  EXPECT_TRUE(waitForEvent("sent"));
+  loader().unload();
+  EXPECT_THAT(events(), Contains("deleted while it sent itself"));
+  setOutlet([] {});
 }
 
 TEST_F(ModuleLoader, LogsTheUnloadingWhenTheModulesThreadsHaveEnded) {
@@ -134,11 +186,10 @@ TEST_F(ModuleLoader, AcceptsGid255) {
 
 TEST_F(ModuleLoader, RefusesTheSecondModuleOfAGidAndKeepsTheFirst) {
   mark({"alpha", "twin"});
-  std::list<std::string> names;
-  loader().getModuleList(names);
+  const std::vector<std::string> names = listed();
   EXPECT_FALSE(loader().load());
-  const std::string kept = names.front().substr(5);
-  const std::string refused = names.back().substr(5);
+  const std::string& kept = names.front();
+  const std::string& refused = names.back();
   EXPECT_THAT(messages("ERR"),
               ElementsAre("gid(3) is invalid which module name is qovt_" + refused + "!"));
   EXPECT_THAT(events(), ElementsAre(kept + " created", kept + " initialised", refused + " created",
@@ -164,13 +215,42 @@ TEST_F(ModuleLoader, TakesAnInitialisationThatThrowsForAFailedOne) {
 TEST_F(ModuleLoader, DeletesAModuleThatItHasNoMemoryToKeep) {
   mark({"alpha"});
   // What the table keeps of a module: its manager and its library.
-  const FailingNew failing(2 * sizeof(void*));
+  const auto failing = FailingAllocations::ofObjectsThatGiveNull(2 * sizeof(void*));
   errno = 0;
   EXPECT_FALSE(loader().load());
   EXPECT_EQ(errno, ENOMEM);
-  EXPECT_EQ(failing.failures(), 1);
+  EXPECT_TRUE(failing.hasFailed());
   EXPECT_THAT(events(), ElementsAre("alpha created", "alpha initialised", "alpha deleted"));
   EXPECT_THAT(messages("ERR"), IsEmpty());
+  EXPECT_THAT(messages("INFO"), Not(Contains("Successed to init module qovt_alpha!")));
+}
+
+TEST_F(ModuleLoader, RefusesAModuleThatHasNoMemoryForItsLeader) {
+  mark({"alpha"});
+  const auto failing = FailingAllocations::ofSize(sizeof(CQOV_Leader_Task));
+  EXPECT_FALSE(loader().load());
+  EXPECT_TRUE(failing.hasFailed());
+  EXPECT_THAT(messages("ERR"),
+              ElementsAre("gid(4294967295) is invalid which module name is qovt_alpha!"));
+  EXPECT_THAT(events(), ElementsAre("alpha created", "alpha deleted"));
+}
+
+/// A module that cannot be loaded.
+class ModuleLoaderFailure : public ModuleLoader,
+                            public ::testing::WithParamInterface<const char*> {};
+
+INSTANTIATE_TEST_SUITE_P(Module, ModuleLoaderFailure,
+                         ::testing::Values("no_entry", "null_object", "throwing_entry", "gid256",
+                                           "failing_init", "throwing_init"));
+
+TEST_P(ModuleLoaderFailure, LeavesItsLibraryOpen) {
+  const std::string library = std::string("qovt_") + GetParam();
+  const int before = timesOpen(library);
+  mark({GetParam()});
+  EXPECT_FALSE(loader().load());
+  loader().unload();
+  destroyLoader();
+  EXPECT_EQ(timesOpen(library), before + 1);
 }
 
 // Of "either" and "other" the second one fails to initialise, whichever that is.
@@ -187,20 +267,22 @@ TEST_F(ModuleLoader, UnloadLeavesWhatAFailedLoadHasLoaded) {
 
 TEST_F(ModuleLoader, AFurtherLoadFailsAtTheModuleThatAFailedOneHasLoaded) {
   mark({"either", "other"});
-  std::list<std::string> names;
-  loader().getModuleList(names);
+  const std::string first = listed().front();
   EXPECT_FALSE(loader().load());
   log.clear();
   EXPECT_FALSE(loader().load());
+  const std::string gid = first == "either" ? "11" : "12";
   EXPECT_THAT(messages("ERR"),
-              ElementsAre(::testing::HasSubstr("which module name is " + names.front() + "!")));
+              ElementsAre("gid(" + gid + ") is invalid which module name is qovt_" + first + "!"));
 }
 
 TEST_F(ModuleLoader, StopsTheModulesOfAFailedLoadAtItsOwnEnd) {
   mark({"either", "other"});
   EXPECT_FALSE(loader().load());
+  log.clear();
   destroyLoader();
   EXPECT_EQ(countDeleted(), 2);
+  EXPECT_THAT(messages("WARN"), IsEmpty());
 }
 
 TEST_F(ModuleLoader, DeletesAFailedModuleWhileOthersCanSend) {
@@ -215,26 +297,57 @@ TEST_F(ModuleLoader, DeletesAFailedModuleWhileOthersCanSend) {
 TEST_F(ModuleLoader, GoesOnWithoutTheLockWhereItCannotBeTaken) {
   // An initialisation that sends is a mistake, since its thread holds the table locked for writing.
   bool sent = true;
-  setOutlet([&] { sent = hasModule(9); });
+  int sendError = 0;
+  int broadcastError = 0;
+  setOutlet([&] {
+    errno = 0;
+    sent = hasModule(9);
+    sendError = std::exchange(errno, 0);
+    loader().sendMsg2All(new ACE_Message_Block(8));
+    broadcastError = errno;
+  });
   loads({"sending_init"});
   setOutlet([] {});
   EXPECT_FALSE(sent);
+  EXPECT_EQ(sendError, EDEADLK);
+  EXPECT_EQ(broadcastError, EDEADLK);
   EXPECT_THAT(messages("WARN"), ElementsAre("Pid 9 is invalid!"));
   EXPECT_TRUE(hasModule(9)) << "the lock for writing was given back";
 }
 
+TEST_F(ModuleLoader, KeepsTheTableFromOthersUntilTheModulesHaveInitialised) {
+  constexpr std::chrono::milliseconds kLongEnoughToBeRefused{200};
+  bool delivered = false;
+  std::thread sender;
+  Latch sent;
+  setOutlet([&] {
+    sender = std::thread([&] {
+      delivered = hasModule(9);
+      sent.count();
+    });
+    sent.waitFor(1, kLongEnoughToBeRefused);
+  });
+  loads({"sending_init"});
+  sender.join();
+  setOutlet([] {});
+  EXPECT_TRUE(delivered);
+}
+
 TEST_F(ModuleLoader, TracesItsOperations) {
+  const std::string list = "void CQOV_Module_Loader::getModuleList(std::list<std::string>&) const";
   mark({"nowhere"});
-  const ProcessLog traced;
-  loader().load();
-  loader().unload();
-  EXPECT_THAT(traced.text(), ::testing::HasSubstr("enter bool CQOV_Module_Loader::load()...\n"));
-  EXPECT_THAT(
-      traced.text(),
-      ::testing::HasSubstr(
-          "enter void CQOV_Module_Loader::getModuleList(std::list<std::string>&) const..."));
-  EXPECT_THAT(traced.text(), ::testing::HasSubstr("leave bool CQOV_Module_Loader::load(): NOK\n"));
-  EXPECT_THAT(traced.text(), ::testing::HasSubstr("leave void CQOV_Module_Loader::unload(): OK\n"));
+  EXPECT_THAT(tracesOf([this] { loader().load(); }),
+              ElementsAre("enter bool CQOV_Module_Loader::load()...", "enter " + list + "...",
+                          "leave " + list + ": OK", "leave bool CQOV_Module_Loader::load(): NOK"));
+  EXPECT_THAT(tracesOf([this] { loader().unload(); }),
+              ElementsAre("enter void CQOV_Module_Loader::unload()...",
+                          "leave void CQOV_Module_Loader::unload(): OK"));
+}
+
+TEST_F(ModuleLoader, TracesItsEndAsAnUnloading) {
+  EXPECT_THAT(tracesOf([this] { destroyLoader(); }),
+              ElementsAre("enter void CQOV_Module_Loader::unload()...",
+                          "leave void CQOV_Module_Loader::unload(): OK"));
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include "tests/module/libs/opcodes.h"
 #include "tests/module/module_fixture.h"
+#include "tests/module/package_blocks.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -18,45 +19,23 @@ namespace {
 
 constexpr u_short kAlpha = 3;
 constexpr u_short kBeta = 5;
-constexpr std::uint8_t kAsyncType = 3;
-
-struct Release {
-  void operator()(ACE_Message_Block* mb) const { mb->release(); }
-};
-using Block = std::unique_ptr<ACE_Message_Block, Release>;
-
-class Derived : public CQOV_MsgPackage {};
-
-template <class Package = CQOV_MsgPackage>
-std::unique_ptr<CQOV_MsgPackage> package(unsigned long long opc) {
-  std::unique_ptr<CQOV_MsgPackage> made = std::make_unique<Package>();
-  made->head().type_ = kAsyncType;
-  made->head().opc_ = opc;
-  made->append(new CTLVRecordV3);
-  return made;
-}
-
-/// A block that carries `content`, which it does not own.
-Block blockOf(const CQOV_MsgPackage* content) {
-  Block block(new ACE_Message_Block(sizeof content));
-  block->copy(reinterpret_cast<const char*>(&content), sizeof content);
-  return block;
-}
 
 class ModuleRouting : public ModuleTest {
  protected:
   /// Sends an asynchronous message to the module; `rmid` is its address there.
   bool sends(u_short gid, unsigned long long opc) {
-    std::unique_ptr<CQOV_MsgPackage> content = package(opc);
-    content->head().rpid_ = 7;
-    content->head().rmid_ = static_cast<std::uint8_t>(gid);
-    Block block = blockOf(content.get());
+    std::unique_ptr<CQOV_MsgPackage> content = messageTo(gid, opc);
+    BlockPtr block = blockOf(content.get());
     if (loader().sendMsg(gid, block.get()) != 0) {
       return false;
     }
     static_cast<void>(block.release());
     static_cast<void>(content.release());
     return true;
+  }
+
+  void broadcasts(std::unique_ptr<CQOV_MsgPackage> content) {
+    loader().sendMsg2All(blockOf(content.release()).release());
   }
 
   /// Keeps the one worker of `module` busy until the gate opens.
@@ -90,14 +69,14 @@ TEST_F(ModuleRouting, RefusesANullBlock) {
 }
 
 TEST_F(ModuleRouting, RefusesPid256AndLeavesTheBlock) {
-  const Block block(new ACE_Message_Block(8));
+  const BlockPtr block(new ACE_Message_Block(8));
   EXPECT_EQ(loader().sendMsg(256, block.get()), -1);
   EXPECT_EQ(block->reference_count(), 1);
   EXPECT_THAT(messages("WARN"), ElementsAre("Pid 256 is invalid!"));
 }
 
 TEST_F(ModuleRouting, RefusesAGidThatNobodyHasAndLeavesTheBlock) {
-  const Block block(new ACE_Message_Block(8));
+  const BlockPtr block(new ACE_Message_Block(8));
   EXPECT_EQ(loader().sendMsg(255, block.get()), -1);
   EXPECT_EQ(block->reference_count(), 1);
   EXPECT_THAT(messages("WARN"), ElementsAre("Pid 255 is invalid!"));
@@ -117,10 +96,7 @@ TEST_F(ModuleRouting, BroadcastRefusesANullBlock) {
 
 TEST_F(ModuleRouting, BroadcastGivesEachModuleAPackageOfItsOwn) {
   loads({"alpha", "beta"});
-  std::unique_ptr<CQOV_MsgPackage> content = package(20);
-  content->head().rpid_ = 7;
-  content->head().rmid_ = kAlpha;
-  loader().sendMsg2All(blockOf(content.release()).release());
+  broadcasts(messageTo(kAlpha, 20));
   EXPECT_TRUE(waitForEvent("alpha got 20 with 1 records"));
   // beta's copy is no message for beta, and nobody it could go to is known to the process's loader.
   EXPECT_TRUE(log.waitFor("Failed to forword message: RPID=7,RMID=3,OPC=20"));
@@ -128,7 +104,11 @@ TEST_F(ModuleRouting, BroadcastGivesEachModuleAPackageOfItsOwn) {
 }
 
 TEST_F(ModuleRouting, BroadcastWithoutModulesFreesBlockAndPackage) {
-  loader().sendMsg2All(blockOf(package(21).release()).release());
+  struct Counted : CQOV_MsgPackage {
+    ~Counted() override { recordEvent("package deleted"); }
+  };
+  broadcasts(messageTo<Counted>(kAlpha, 21));
+  EXPECT_THAT(events(), ElementsAre("package deleted"));
   EXPECT_THAT(messages("WARN"), IsEmpty());
 }
 
@@ -138,15 +118,12 @@ TEST_F(ModuleRouting, BroadcastPassesOverAModuleThatIsFull) {
   untilRefused([this] { return sends(kBeta, 12); });
   log.clear();
   // A full module refuses what is addressed to it. The other two cannot pass their copies on.
-  const int broadcasts = untilRefused([this] {
-    std::unique_ptr<CQOV_MsgPackage> content = package(22);
-    content->head().rpid_ = 7;
-    content->head().rmid_ = static_cast<std::uint8_t>(kBeta);
-    loader().sendMsg2All(blockOf(content.release()).release());
+  const int rounds = untilRefused([this] {
+    broadcasts(messageTo(kBeta, 22));
     return log.text().find("Failed to send message") == std::string::npos;
   });
   EXPECT_THAT(messages("ERR"), ElementsAre("Failed to send message to pid 5."));
-  EXPECT_TRUE(log.waitFor("Failed to forword message: RPID=7,RMID=5,OPC=22", 2 * broadcasts));
+  EXPECT_TRUE(log.waitFor("Failed to forword message: RPID=7,RMID=5,OPC=22", 2 * rounds));
 }
 
 TEST_F(ModuleRouting, BroadcastClonesBlocksThatAreNoPackages) {
@@ -159,8 +136,8 @@ TEST_F(ModuleRouting, BroadcastClonesBlocksThatAreNoPackages) {
 
 TEST_F(ModuleRouting, BroadcastOfADerivedPackageEndsAndLeavesItWithTheCaller) {
   loads({"alpha"});
-  const std::unique_ptr<CQOV_MsgPackage> content = package<Derived>(23);
-  const Block block = blockOf(content.get());
+  const std::unique_ptr<CQOV_MsgPackage> content = messageTo<DerivedPackage>(kAlpha, 23);
+  const BlockPtr block = blockOf(content.get());
   loader().sendMsg2All(block.get());
   EXPECT_EQ(block->reference_count(), 1);
   EXPECT_EQ(content->count(), 1u);
@@ -194,6 +171,23 @@ TEST_F(ModuleRouting, SendersMeetNoModuleThatIsBeingUnloaded) {
   EXPECT_THAT(messages("WARN"),
               ElementsAre("Unload module qovt_first!", "Unload module qovt_alpha!",
                           "Unload module qovt_beta!", "Unload module qovt_last!"));
+}
+
+TEST_F(ModuleRouting, TracesItsOperations) {
+  const std::string send = "int CQOV_Module_Loader::sendMsg(u_short, ACE_Message_Block*)";
+  const std::string broadcast = "void CQOV_Module_Loader::sendMsg2All(ACE_Message_Block*)";
+  const std::string putq = "int CQOV_TaskMgr::putq(ACE_Message_Block*, ACE_Time_Value*)";
+  loads({"alpha"});
+  EXPECT_THAT(tracesOf([this] { sendsIgnored(loader(), kAlpha); }),
+              ElementsAre("enter " + send + "...", "enter " + putq + "...",
+                          "leave " + putq + ": OK", "leave " + send + ": OK"));
+  EXPECT_THAT(tracesOf([this] { sendsIgnored(loader(), kBeta); }),
+              ElementsAre("enter " + send + "...", "leave " + send + ": NOK"));
+  EXPECT_THAT(tracesOf([this] { loader().sendMsg2All(new ACE_Message_Block(0, 77)); }),
+              ElementsAre("enter " + broadcast + "...", "enter " + putq + "...",
+                          "leave " + putq + ": OK", "leave " + broadcast + ": OK"));
+  EXPECT_THAT(tracesOf([this] { loader().sendMsg2All(nullptr); }),
+              ElementsAre("enter " + broadcast + "...", "leave " + broadcast + ": NOK"));
 }
 
 }  // namespace

@@ -2,22 +2,29 @@
 
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace {
+
+enum Form { kThrowing = 1, kNullObject = 2, kNullArray = 4, kAnyForm = 7 };
 
 struct Plan {
   bool active = false;
   std::size_t size = 0;  // 0: any
   long allocationsLeft = 0;
   long failuresLeft = 0;
-  bool throwingOnly = false;
+  int forms = kAnyForm;
   bool refused = false;
 };
 thread_local Plan plan;
 
+thread_local std::size_t hookedSize = 0;
+thread_local std::function<void()> hook;
+
 /// Whether the plan refuses this allocation.
-bool refuses(std::size_t size) noexcept {
-  if (!plan.active || plan.failuresLeft == 0 || (plan.size != 0 && plan.size != size)) {
+bool refuses(std::size_t size, Form form) noexcept {
+  if (!plan.active || plan.failuresLeft == 0 || (plan.size != 0 && plan.size != size) ||
+      (plan.forms & form) == 0) {
     return false;
   }
   if (plan.allocationsLeft > 0) {
@@ -31,16 +38,16 @@ bool refuses(std::size_t size) noexcept {
   return true;
 }
 
-void* allocate(std::size_t size) noexcept {
-  return refuses(size) ? nullptr : std::malloc(size == 0 ? 1 : size);
-}
-
-void* allocateOrNull(std::size_t size) noexcept {
-  return plan.active && plan.throwingOnly ? std::malloc(size == 0 ? 1 : size) : allocate(size);
+void* allocate(std::size_t size, Form form) {
+  if (hookedSize != 0 && hookedSize == size) {
+    hookedSize = 0;
+    hook();
+  }
+  return refuses(size, form) ? nullptr : std::malloc(size == 0 ? 1 : size);
 }
 
 void* allocateOrThrow(std::size_t size) {
-  void* memory = allocate(size);
+  void* memory = allocate(size, kThrowing);
   if (memory == nullptr) {
     throw std::bad_alloc();
   }
@@ -56,10 +63,10 @@ void* operator new[](std::size_t size) {
   return allocateOrThrow(size);
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return allocateOrNull(size);
+  return allocate(size, kNullObject);
 }
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return allocateOrNull(size);
+  return allocate(size, kNullArray);
 }
 void operator delete(void* memory) noexcept {
   std::free(memory);
@@ -84,19 +91,22 @@ void operator delete[](void* memory, const std::nothrow_t&) noexcept {
 namespace qov::test {
 
 FailingAllocations::FailingAllocations(long count, long failures)
-    : FailingAllocations(0, count, failures) {}
+    : FailingAllocations(0, count, failures, kAnyForm) {}
 
-FailingAllocations::FailingAllocations(std::size_t size, long count, long failures,
-                                       bool throwingOnly) {
-  plan = {true, size, count, failures, throwingOnly, false};
+FailingAllocations::FailingAllocations(std::size_t size, long count, long failures, int forms) {
+  plan = {true, size, count, failures, forms, false};
 }
 
 FailingAllocations FailingAllocations::ofSize(std::size_t size, long count, long failures) {
-  return {size, count, failures};
+  return {size, count, failures, kAnyForm};
 }
 
 FailingAllocations FailingAllocations::ofThoseThatThrow(long count) {
-  return {0, count, kAllFurther, true};
+  return {0, count, kAllFurther, kThrowing};
+}
+
+FailingAllocations FailingAllocations::ofObjectsThatGiveNull(std::size_t size) {
+  return {size, 0, kAllFurther, kNullObject};
 }
 
 FailingAllocations::~FailingAllocations() {
@@ -105,6 +115,16 @@ FailingAllocations::~FailingAllocations() {
 
 bool FailingAllocations::hasFailed() const {
   return plan.refused;
+}
+
+BeforeAllocation::BeforeAllocation(std::size_t size, std::function<void()> before) {
+  hook = std::move(before);
+  hookedSize = size;
+}
+
+BeforeAllocation::~BeforeAllocation() {
+  hookedSize = 0;
+  hook = nullptr;
 }
 
 }  // namespace qov::test

@@ -2,6 +2,7 @@
 #define QOV_TESTS_SUPPORT_FAILING_ALLOCATIONS_H
 
 #include <cstddef>
+#include <functional>
 
 namespace qov::test {
 
@@ -19,6 +20,9 @@ class FailingAllocations {
   /// look at what they were given.
   static FailingAllocations ofThoseThatThrow(long count);
 
+  /// Fails the single objects of exactly `size` bytes whose allocation gives null.
+  static FailingAllocations ofObjectsThatGiveNull(std::size_t size);
+
   ~FailingAllocations();
   FailingAllocations(const FailingAllocations&) = delete;
   FailingAllocations& operator=(const FailingAllocations&) = delete;
@@ -29,7 +33,17 @@ class FailingAllocations {
  private:
   static constexpr long kAllFurther = -1;
 
-  FailingAllocations(std::size_t size, long count, long failures, bool throwingOnly = false);
+  FailingAllocations(std::size_t size, long count, long failures, int forms);
+};
+
+/// While it lives, `hook` is called before this thread's next allocation of exactly `size` bytes,
+/// which then goes on.
+class BeforeAllocation {
+ public:
+  BeforeAllocation(std::size_t size, std::function<void()> hook);
+  ~BeforeAllocation();
+  BeforeAllocation(const BeforeAllocation&) = delete;
+  BeforeAllocation& operator=(const BeforeAllocation&) = delete;
 };
 
 }  // namespace qov::test

@@ -1,7 +1,6 @@
 #include "tests/module/libs/events.h"
 
 #include <algorithm>
-#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <utility>
@@ -39,9 +38,9 @@ std::vector<std::string> events() {
   return state().all;
 }
 
-bool waitForEvent(const std::string& event, int count) {
+bool waitForEvent(const std::string& event, int count, std::chrono::milliseconds limit) {
   std::unique_lock<std::mutex> lock(state().mutex);
-  return state().changed.wait_for(lock, kLimit, [&] {
+  return state().changed.wait_for(lock, limit, [&] {
     return std::count(state().all.begin(), state().all.end(), event) >= count;
   });
 }

@@ -1,6 +1,7 @@
 #ifndef QOV_TESTS_MODULE_LIBS_EVENTS_H
 #define QOV_TESTS_MODULE_LIBS_EVENTS_H
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -16,7 +17,8 @@ void recordEvent(const std::string& event);
 std::vector<std::string> events();
 
 /// Waits until `event` was recorded `count` times; false after a generous limit.
-bool waitForEvent(const std::string& event, int count = 1);
+bool waitForEvent(const std::string& event, int count = 1,
+                  std::chrono::milliseconds limit = std::chrono::seconds(60));
 
 /// How often `event` was recorded.
 int countEvent(const std::string& event);

@@ -1,5 +1,6 @@
 // Of two such modules the first one starts a thread that uses the test's outlet until the module is
-// deleted. The second one fails to initialise, and its deletion waits for the first one to send.
+// deleted. The second one fails to initialise. The deletion of either waits for the first one to
+// send.
 //   QOV_TEST_GID     its gid
 //   QOV_TEST_SECOND  how the second one fails: a statement
 #include <pthread.h>
@@ -17,12 +18,14 @@ class Module : public CQOV_TaskMgr {
  public:
   Module() : CQOV_TaskMgr(QOV_TEST_GID, 0, "sender") {}
   ~Module() override {
+    // Two, since the first one may have got through before the deletion began.
+    if (qov::test::waitForEvent("sent", qov::test::countEvent("sent") + 2)) {
+      qov::test::recordEvent(thread_.joinable() ? "deleted while it sent itself"
+                                                : "deleted while the other one sent");
+    }
     stop_ = true;
     if (thread_.joinable()) {
       thread_.join();
-    } else if (qov::test::waitForEvent("sent", qov::test::countEvent("sent") + 2)) {
-      // Two, since the first one may have got through before the deletion began.
-      qov::test::recordEvent("deleted while the other one sent");
     }
   }
 
