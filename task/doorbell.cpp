@@ -9,6 +9,9 @@ namespace {
 /// So many threads are kept waiting for the sake of the batch, and no more.
 constexpr std::size_t kMostCollected = 16;
 
+/// Nor does one wait while so much is put before it: its queue has an end.
+constexpr unsigned int kMostRings = 256;
+
 thread_local RingCollector* collector = nullptr;
 
 /// Counts its thread among those that wait.
@@ -79,11 +82,11 @@ RingCollector::~RingCollector() {
 }
 
 void RingCollector::add(const std::shared_ptr<Doorbell>& bell) {
-  if (std::find(bells_.begin(), bells_.end(), bell) != bells_.end()) {
-    return;
+  if (std::find(bells_.begin(), bells_.end(), bell) == bells_.end()) {
+    bells_.push_back(bell);
   }
-  bells_.push_back(bell);
-  if (bells_.size() == kMostCollected) {
+  ++rings_;
+  if (bells_.size() == kMostCollected || rings_ == kMostRings) {
     ringAll();
   }
 }
@@ -93,6 +96,7 @@ void RingCollector::ringAll() {
     bell->ring();
   }
   bells_.clear();
+  rings_ = 0;
 }
 
 }  // namespace qov

@@ -58,6 +58,7 @@ class RingCollector {
   void ringAll();
 
   std::vector<std::shared_ptr<Doorbell>> bells_;
+  unsigned int rings_ = 0;
 };
 
 }  // namespace qov

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <mutex>
 
+#include "task/doorbell.h"
+
 namespace qov {
 
 /// How many bytes of blocks wait behind the leader of one module, in the queues of its scheduler
@@ -38,22 +40,30 @@ class ModuleLoad {
   /// Waits until `hasRoom` holds, or until `deadline` (null: without limit); returns hasRoom().
   template <class HasRoom>
   bool waitForRoom(const Clock::time_point* deadline, HasRoom hasRoom) {
-    senders_.fetch_add(1);
-    bool room = false;
-    {
-      std::unique_lock<std::mutex> lock(mutex_);
-      if (deadline == nullptr) {
-        changed_.wait(lock, hasRoom);
-        room = true;
-      } else {
-        room = changed_.wait_until(lock, *deadline, hasRoom);
-      }
+    ringCollected();
+    const Sender counted(senders_);
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (deadline != nullptr) {
+      return changed_.wait_until(lock, *deadline, hasRoom);
     }
-    senders_.fetch_sub(1);
-    return room;
+    changed_.wait(lock, hasRoom);
+    return true;
   }
 
  private:
+  /// Counts one for as long as it waits, also when its thread is cancelled meanwhile.
+  class Sender {
+   public:
+    explicit Sender(std::atomic<int>& senders) : senders_(senders) { senders_.fetch_add(1); }
+    ~Sender() { senders_.fetch_sub(1); }
+
+    Sender(const Sender&) = delete;
+    Sender& operator=(const Sender&) = delete;
+
+   private:
+    std::atomic<int>& senders_;
+  };
+
   std::atomic<std::size_t> waiting_{0};
   std::atomic<int> senders_{0};
   std::mutex mutex_;

@@ -13,6 +13,14 @@
 
 namespace qov {
 
+namespace {
+
+bool isStop(const ACE_Message_Block* mb) {
+  return mb != nullptr && mb->msg_type() == ACE_Message_Block::MB_STOP;
+}
+
+}  // namespace
+
 TaskQueue::~TaskQueue() {
   for (ACE_Message_Block* mb = takeAll(); mb != nullptr;) {
     ACE_Message_Block* const next = mb->next();
@@ -22,11 +30,22 @@ TaskQueue::~TaskQueue() {
 }
 
 int TaskQueue::enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
-  return put(mb, timeout, mb != nullptr && mb->msg_type() == ACE_Message_Block::MB_STOP);
+  return put(mb, timeout, isStop(mb));
 }
 
 int TaskQueue::forceTail(ACE_Message_Block* mb) {
   return put(mb, nullptr, true);
+}
+
+bool TaskQueue::offer(ACE_Message_Block* mb) {
+  {
+    ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+    if (toldToStop_ || putLocked(mb, nullptr, true) == -1) {
+      return false;
+    }
+  }
+  ring(bell_);
+  return true;
 }
 
 int TaskQueue::put(ACE_Message_Block* mb, ACE_Time_Value* timeout, bool force) {
@@ -58,6 +77,7 @@ int TaskQueue::putLocked(ACE_Message_Block* mb, ACE_Time_Value* timeout, bool fo
   if (!force && wait_not_full_cond(timeout) == -1) {
     return -1;
   }
+  toldToStop_ = toldToStop_ || isStop(mb);
   holdBell_ = true;
   const int count = enqueue_tail_i(mb);
   holdBell_ = false;
@@ -98,7 +118,7 @@ int TaskQueue::dequeueBeforeStop(ACE_Message_Block*& mb) {
   if (wait_not_empty_cond(nullptr) == -1) {
     return -1;
   }
-  if (head_->msg_type() == ACE_Message_Block::MB_STOP) {
+  if (isStop(head_)) {
     errno = ESHUTDOWN;
     return -1;
   }

@@ -39,6 +39,10 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   /// MB_STOP, which stays where it is.
   int dequeueBeforeStop(ACE_Message_Block*& mb);
 
+  /// Queues `mb` without waiting, however full the queue is. False, and `mb` still the caller's, when
+  /// the queue is closed or an MB_STOP was put in: whatever stood behind that, nobody would take.
+  bool offer(ACE_Message_Block* mb);
+
   /// The next block if it is an MB_DATA, at once; else null.
   ACE_Message_Block* takeData();
 
@@ -90,6 +94,7 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   // Guarded by the queue's lock.
   bool pulsed_ = false;
   bool holdBell_ = false;
+  bool toldToStop_ = false;
   std::shared_ptr<ModuleLoad> load_;
   std::size_t countedBytes_ = 0;
 };

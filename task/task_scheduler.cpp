@@ -5,7 +5,10 @@
 #include <qovpub/qov_task_mgr.h>
 #include <qovpub/qov_task_scheduler.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <new>
 #include <utility>
 
 #include "task/doorbell.h"
@@ -21,9 +24,11 @@ namespace {
 constexpr unsigned long long kNotedWaits = 500;
 constexpr time_t kLongWaitSeconds = 10;
 
-/// So many messages returning workers take while the scheduler thread waits; then it has its turn
-/// again, so that what watches over one wait does not watch over a pool that is busy for hours.
+/// So many messages returning workers take while the scheduler thread waits, and for so long; then
+/// it has its turn again, so that what watches over one wait does not watch over a pool that is busy
+/// for hours.
 constexpr unsigned int kMostTaken = 64;
+constexpr time_t kLongestTaking = 10;
 
 /// Null when the module makes none or throws.
 std::unique_ptr<CQOV_Task> makeWorker(CQOV_TaskMgr& mgr) {
@@ -42,7 +47,10 @@ std::atomic<unsigned long long> CQOV_TaskScheduler::oAtomicSerialNum_{0};
 CQOV_TaskScheduler::CQOV_TaskScheduler(CQOV_TaskMgr* mgr, unsigned int poolSize)
     : CQOV_Task(mgr), poolSize_(poolSize), idleSignal_(poolLock_) {}
 
-CQOV_TaskScheduler::~CQOV_TaskScheduler() = default;
+CQOV_TaskScheduler::~CQOV_TaskScheduler() {
+  // Only where the scheduler thread was cancelled in its wait.
+  qov::releaseWithPackage(waiting_);
+}
 
 int CQOV_TaskScheduler::svc() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_TaskScheduler::svc()");
@@ -109,13 +117,19 @@ bool CQOV_TaskScheduler::addWorker(std::unique_ptr<CQOV_Task> worker) {
   worker->grp_id(taskMgr()->gid());
   CQOV_Task* const task = worker.get();
   ACE_thread_t thread = 0;
-  {
+  try {
     ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
-    task->pooled_ = true;
+    idleTasks_.reserve(workers_.size() + 1);
     workers_.push_back(std::move(worker));
+    task->pooled_ = true;
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return false;
   }
   if (qov::startTask(*task, taskMgr()->gid(), thread) != 0) {
     ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
+    // Its own factory may have called it idle.
+    idleTasks_.erase(std::remove(idleTasks_.begin(), idleTasks_.end(), task), idleTasks_.end());
     workers_.pop_back();
     return false;
   }
@@ -144,11 +158,33 @@ int CQOV_TaskScheduler::return_to_work(CQOV_Task* worker) {
   ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
   // A worker has one place in the list, and a task that the module runs beside the pool has none.
   if (!worker->idle_ && (worker->pooled_ || !worker->started_)) {
-    worker->idle_ = true;
-    idleTasks_.enqueue_tail(worker);
+    if (!addIdle(worker)) {
+      return -1;
+    }
     serveWaiting(log);
   }
   return 0;
+}
+
+bool CQOV_TaskScheduler::addIdle(CQOV_Task* worker) {
+  try {
+    idleTasks_.push_back(worker);
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return false;
+  }
+  worker->idle_ = true;
+  return true;
+}
+
+CQOV_Task* CQOV_TaskScheduler::takeIdle() {
+  if (idleTasks_.empty()) {
+    return nullptr;
+  }
+  CQOV_Task* const worker = idleTasks_.front();
+  idleTasks_.erase(idleTasks_.begin());
+  worker->idle_ = false;
+  return worker;
 }
 
 int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
@@ -163,8 +199,9 @@ int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
     qov::releaseWithPackage(mb);
     return -1;
   }
-  taken_ = 0;
   beginWait(log, mb);
+  taken_ = 0;
+  takenSince_ = waitBegin_;
   qov::ringCollected();
   while (waiting_ != nullptr && !stopping_) {
     idleSignal_.wait();
@@ -177,11 +214,9 @@ int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
 }
 
 bool CQOV_TaskScheduler::giveToIdleWorker(ACE_Message_Block* mb) {
-  CQOV_Task* worker = nullptr;
-  while (idleTasks_.dequeue_head(worker) != -1) {
-    worker->idle_ = false;
-    // Refused only by a worker that was told to end on its own: the next one takes the message.
-    if (worker->msg_queue()->enqueue_tail(mb) != -1) {
+  while (CQOV_Task* const worker = takeIdle()) {
+    // Refused by a worker that was told to end on its own: the next one takes the message.
+    if (worker->taskQueue().offer(mb)) {
       return true;
     }
   }
@@ -189,10 +224,10 @@ bool CQOV_TaskScheduler::giveToIdleWorker(ACE_Message_Block* mb) {
 }
 
 void CQOV_TaskScheduler::serveWaiting(CQOVDebugKitGuard& log) {
-  while (waiting_ != nullptr && !stopping_ && !idleTasks_.is_empty()) {
+  while (waiting_ != nullptr && !stopping_ && !idleTasks_.empty()) {
     ACE_Message_Block* mb = endWait(log);
     while (mb != nullptr && giveToIdleWorker(mb)) {
-      mb = ++taken_ < kMostTaken ? taskQueue().takeData() : nullptr;
+      mb = mayTakeMore() ? taskQueue().takeData() : nullptr;
     }
     if (mb != nullptr) {
       beginWait(log, mb);
@@ -201,6 +236,10 @@ void CQOV_TaskScheduler::serveWaiting(CQOVDebugKitGuard& log) {
   if (waiting_ == nullptr) {
     idleSignal_.signal();
   }
+}
+
+bool CQOV_TaskScheduler::mayTakeMore() {
+  return ++taken_ < kMostTaken && ACE_OS::time() - takenSince_ < kLongestTaking;
 }
 
 void CQOV_TaskScheduler::beginWait(CQOVDebugKitGuard& log, ACE_Message_Block* mb) {

@@ -45,6 +45,8 @@ WaitReactor::WaitReactor() : timers_(kSpokes, kResolutionMs), owner_(ACE_Thread:
 WaitReactor::~WaitReactor() = default;
 
 int WaitReactor::handle_events(ACE_Time_Value* max_wait_time) {
+  // A thread that always finds work never waits, and whom it has work for must not wait for that.
+  ringCollected();
   waitForWork(max_wait_time);
   if (deactivated() != 0) {
     errno = ESHUTDOWN;
@@ -137,11 +139,11 @@ int WaitReactor::notify(ACE_Event_Handler* handler, ACE_Reactor_Mask mask, ACE_T
     const bool known = std::any_of(pending_.begin(), pending_.end(), [&](const Notification& one) {
       return one.handler_ == handler && one.mask_ == mask;
     });
-    if (known) {
-      return 0;
+    if (!known) {
+      pending_.push_back({handler, mask});
     }
-    pending_.push_back({handler, mask});
   }
+  // Also when it is known: whoever was first may be collecting its rings still.
   ring(bell_);
   return 0;
 }

@@ -94,6 +94,16 @@ TEST(RingCollector, KeepsNobodyWaitingForALongBatch) {
   other.join();
 }
 
+TEST(RingCollector, KeepsNobodyWaitingForWhatNeverEnds) {
+  const auto bell = std::make_shared<Doorbell>();
+  const RingCollector collector;
+  std::thread other([&] { EXPECT_TRUE(bell->wait(std::nullopt)); });
+  for (int i = 0; i < 1000; ++i) {
+    qov::ring(bell);
+  }
+  other.join();
+}
+
 TEST(RingCollector, OfOneThreadDoesNotConcernAnother) {
   const auto bell = std::make_shared<Doorbell>();
   const RingCollector collector;

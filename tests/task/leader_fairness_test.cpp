@@ -49,7 +49,10 @@ class Juggler : public FunctionStaticTask {
 
 class LeaderFairnessTest : public TaskTest {
  protected:
-  LeaderFairnessTest() : module_(std::make_unique<TestModule>(ignore)), juggler_(module_.get()) {}
+  LeaderFairnessTest()
+      : module_(std::make_unique<TestModule>(
+            [](CQOV_Task& task, CQOV_MsgPackage& request) { return answer(task, request); })),
+        juggler_(module_.get()) {}
   ~LeaderFairnessTest() override { module_.reset(); }
 
   void SetUp() override {
@@ -81,4 +84,12 @@ TEST_F(LeaderFairnessTest, AStopEndsTheModuleWhileMessagesNeverEnd) {
   juggle();
   module_.reset();
   EXPECT_GT(kTooMany, juggler_.thrown());
+}
+
+TEST_F(LeaderFairnessTest, ARequestIsAnsweredWhileMessagesNeverEnd) {
+  juggle();
+  CQOV_Task task(module_.get());
+  EXPECT_EQ(0, request(task, makeMessage(1, 1), kLong));
+  EXPECT_GT(kTooMany, juggler_.thrown());
+  juggler_.stop();
 }

@@ -268,3 +268,37 @@ TEST_F(LeaderNoMemoryTest, AHangUpNeedsNone) {
   }
   EXPECT_EQ(Wait::kIsWoken, look(task_));
 }
+
+namespace {
+
+/// A module whose worker leaves it to the test to return it to the pool.
+class ModuleWithAStray : public TestModule {
+ public:
+  ModuleWithAStray() : TestModule(ignore, 0) {}
+  CQOV_Task* createTask() override { return stray_ = new Stray(this, ignore); }
+
+  CQOV_Task* stray_ = nullptr;
+
+ private:
+  class Stray : public FunctionWorker {
+   public:
+    using FunctionWorker::FunctionWorker;
+    int idle() override { return 0; }
+  };
+};
+
+}  // namespace
+
+TEST_F(TaskNoMemoryTest, AWorkerReturnsToThePoolWithoutAny) {
+  ModuleWithAStray module;
+  // Never started: the test plays its thread.
+  CQOV_TaskScheduler scheduler(&module, 1);
+  ASSERT_EQ(0, scheduler.createPool());
+  ASSERT_EQ(0, scheduler.handle_mb_data(makeBlock(makeMessage(3, 1))));
+  module.stop();
+  {
+    const FailingAllocations fail(0);
+    EXPECT_EQ(0, scheduler.return_to_work(module.stray_));
+    EXPECT_FALSE(fail.hasFailed());
+  }
+}

@@ -294,6 +294,7 @@ class BusyPool {
   ~BusyPool() { end(); }
 
   CQOV_TaskScheduler& scheduler() { return scheduler_; }
+  FunctionWorker& worker() { return worker_; }
 
   /// Queues a message behind the one that waits.
   void queue(std::uint64_t opc) {
@@ -411,4 +412,29 @@ TEST_F(BusyPoolTest, TheSchedulerThreadHasItsTurnAgainHoweverBusyThePoolIs) {
   EXPECT_LT(0U, taken);
   EXPECT_EQ(kMany + 1 - taken, pool.scheduler().msg_queue()->message_count());
   EXPECT_LT(0U, pool.scheduler().msg_queue()->message_count());
+}
+
+TEST_F(BusyPoolTest, AWorkerTakesWhatWaitsHoweverFullItsOwnQueueIs) {
+  BusyPool pool(log_);
+  CQOV_Task& worker = pool.worker();
+  const std::size_t limit = worker.msg_queue()->high_water_mark();
+  std::size_t count = 0;
+  for (; worker.msg_queue()->message_bytes() < limit; ++count) {
+    ASSERT_EQ(0, worker.putMsg(3, makeBlock(makeMessage(3, 1)), nullptr));
+  }
+  ASSERT_EQ(0, pool.scheduler().return_to_work(&worker));
+  EXPECT_EQ(0, pool.end());
+  EXPECT_EQ(count + 1, worker.msg_queue()->message_count());
+}
+
+TEST_F(BusyPoolTest, AWorkerThatIsToldToEndTakesNothingMore) {
+  BusyPool pool(log_);
+  pool.worker().notifyExit();
+  ASSERT_EQ(0, pool.scheduler().return_to_work(&pool.worker()));
+  EXPECT_EQ(1U, pool.worker().msg_queue()->message_count());
+  TestModule module(ignore, 0);
+  FunctionWorker other(&module, ignore);
+  ASSERT_EQ(0, pool.scheduler().return_to_work(&other));
+  EXPECT_EQ(0, pool.end());
+  EXPECT_EQ(1U, other.msg_queue()->message_count());
 }

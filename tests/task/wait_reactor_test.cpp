@@ -8,6 +8,8 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/latch.h"
+
 namespace {
 
 class CountingHandler : public ACE_Event_Handler {
@@ -97,6 +99,48 @@ TEST_F(WaitReactorTest, ANotificationWakesTheOwner) {
   EXPECT_EQ(1, reactor_.handle_events());
   notifier.join();
   EXPECT_EQ(1, handler_.outputs_);
+}
+
+TEST_F(WaitReactorTest, ASecondNotificationWakesTheOwnerWhileTheFirstOneIsCollected) {
+  class Telling : public ACE_Event_Handler {
+   public:
+    int handle_output(ACE_HANDLE) override {
+      called_.count();
+      return 0;
+    }
+    Latch called_;
+  } handler;
+  std::thread owner([this] {
+    while (impl_.deactivated() == 0) {
+      reactor_.handle_events();
+    }
+  });
+  {
+    // Many times, since the owner need not wait already when the first one comes.
+    const qov::RingCollector collector;
+    const auto notify = [&] { reactor_.notify(&handler, ACE_Event_Handler::WRITE_MASK); };
+    for (int i = 1; i <= 100; ++i) {
+      notify();
+      std::thread(notify).join();
+      if (!handler.called_.waitFor(i)) {
+        ADD_FAILURE() << "asleep at " << i;
+        break;
+      }
+    }
+  }
+  reactor_.end_reactor_event_loop();
+  owner.join();
+  handler.reactor(nullptr);
+}
+
+TEST_F(WaitReactorTest, RingsWhatItsThreadHasCollectedHoweverMuchThereIsToDo) {
+  const auto bell = std::make_shared<qov::Doorbell>();
+  const qov::RingCollector collector;
+  std::thread other([&] { EXPECT_TRUE(bell->wait(std::nullopt)); });
+  qov::ring(bell);
+  reactor_.notify(&handler_, ACE_Event_Handler::WRITE_MASK);
+  reactor_.handle_events();
+  other.join();
 }
 
 TEST_F(WaitReactorTest, NoNotificationIsLostBetweenTwoThreads) {

@@ -80,9 +80,8 @@ class CQOV_TaskMgr {
   ///
   /// There is no room for a request or an asynchronous message to this module while 16 KiB of
   /// blocks wait for its leader, its pool and its static tasks together. Responses, stop blocks and
-  /// the synchronous requests of the module's own tasks get in even then, so that a module under
-  /// load still gets its answers. A worker that sends asynchronous messages to its own module
-  /// without a time-out may wait for room that only it can make: give these a time-out.
+  /// whatever the module's own threads send get in even then, so that a module under load still
+  /// gets its answers, and no worker waits for room that only it can make.
   int putq(ACE_Message_Block* mb, ACE_Time_Value* timeout);
 
   /// Starts `task` on a thread of its own and routes its operation codes to it. 0, or -1 for a null

@@ -3,7 +3,6 @@
 
 #include <ace/Condition_Thread_Mutex.h>
 #include <ace/Thread_Mutex.h>
-#include <ace/Unbounded_Queue.h>
 #include <qovpub/qov_task.h>
 
 #include <atomic>
@@ -34,7 +33,9 @@ class CQOV_TaskScheduler : public CQOV_Task {
   int createPool();
 
   /// Puts `worker` at the tail of the idle list; while handle_mb_data() waits, `worker` takes what
-  /// waits, or else the next message in the queue, at once. 0, or -1 for null.
+  /// waits, or else the next message in the queue, at once. 0, or -1 for null. A worker of the pool
+  /// needs no memory for it; any other task may be refused for want of some, with -1 and errno
+  /// ENOMEM.
   int return_to_work(CQOV_Task* worker);
 
   /// Hands `mb` to the worker that has been idle for longest, waiting for one as long as it takes;
@@ -55,6 +56,10 @@ class CQOV_TaskScheduler : public CQOV_Task {
   void poolStands();
 
   // With poolLock_ held.
+  /// False, with errno ENOMEM, when `worker` cannot be put on the idle list.
+  bool addIdle(CQOV_Task* worker);
+  /// The worker that has been idle for longest, no longer on the list; null when nobody is.
+  CQOV_Task* takeIdle();
   /// False, and `mb` still the caller's, when nobody is idle.
   bool giveToIdleWorker(ACE_Message_Block* mb);
   /// Gives what waits, and what stands behind it in the queue, to idle workers. On the thread of
@@ -63,6 +68,8 @@ class CQOV_TaskScheduler : public CQOV_Task {
   void beginWait(CQOVDebugKitGuard& log, ACE_Message_Block* mb);
   /// What has waited.
   ACE_Message_Block* endWait(CQOVDebugKitGuard& log);
+  /// Whether another message may go without the scheduler thread.
+  bool mayTakeMore();
 
   // Constant after construction.
   const unsigned int poolSize_;
@@ -70,15 +77,17 @@ class CQOV_TaskScheduler : public CQOV_Task {
   ACE_Thread_Mutex poolLock_;
   ACE_Condition<ACE_Thread_Mutex> idleSignal_;
   // Guarded by poolLock_.
-  ACE_Unbounded_Queue<CQOV_Task*> idleTasks_;
   std::vector<std::unique_ptr<CQOV_Task>> workers_;
+  /// Longest idle first, with room for every worker. A plain vector: pools are small.
+  std::vector<CQOV_Task*> idleTasks_;
   bool stopping_ = false;
   /// The message that waits for an idle worker, its number and since when; null while none does.
   ACE_Message_Block* waiting_ = nullptr;
   unsigned long long waitSerial_ = 0;
   time_t waitBegin_ = 0;
-  /// What returning workers have taken since the scheduler thread began to wait.
+  /// What returning workers have taken since the scheduler thread began to wait, and when it did.
   unsigned int taken_ = 0;
+  time_t takenSince_ = 0;
 
   std::mutex standsLock_;
   std::condition_variable standsSignal_;
