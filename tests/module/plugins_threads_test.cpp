@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "tests/module/module_fixture.h"
+#include "tests/support/sanitizers.h"
 
 using ::testing::IsEmpty;
 
@@ -53,6 +54,7 @@ class PluginsThreads : public ModuleTest {
 };
 
 TEST_F(PluginsThreads, ALibraryThatIsOpenedFirstTwiceAtOnceStaysOpenForAllWhoHaveOpenedIt) {
+  QOV_SKIP_IF_ACE_IS_REPORTED();
   Keeper inner;
   Keeper outer;
   Keeper third;
@@ -76,6 +78,7 @@ TEST_F(PluginsThreads, ALibraryThatIsOpenedFirstTwiceAtOnceStaysOpenForAllWhoHav
 }
 
 TEST_F(PluginsThreads, AnOperatorThatEndsItsThreadLeavesTheLibraryClosedAndUnregistered) {
+  QOV_SKIP_IF_ACE_IS_REPORTED();
   std::thread thread([this] {
     Leaver leaver;
     plugins().open(kPlain, leaver, 1);
