@@ -1,11 +1,13 @@
 #include "task/wait_reactor.h"
 
 #include <ace/High_Res_Timer.h>
+#include <ace/OS_Errno.h>
 #include <ace/Thread.h>
 #include <ace/Timer_Queue_T.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <optional>
 
 #include "task/time_span.h"
@@ -34,7 +36,11 @@ int callHandler(ACE_Event_Handler& handler, ACE_Reactor_Mask mask) {
 
 }  // namespace
 
-WaitReactor::WaitReactor() : timers_(kSpokes, kResolutionMs), owner_(ACE_Thread::self()) {
+WaitReactor::WaitReactor()
+    : timerNodes_(ACE_FREE_LIST_WITH_POOL, kSpokes),
+      wheel_(makeWheel()),
+      timers_(*wheel_),
+      owner_(ACE_Thread::self()) {
   // Computed here, once, instead of by whichever threads read the clock first.
   ACE_High_Res_Timer::global_scale_factor();
   // A notification of a usual number of handlers needs no memory then.
@@ -43,6 +49,24 @@ WaitReactor::WaitReactor() : timers_(kSpokes, kResolutionMs), owner_(ACE_Thread:
 }
 
 WaitReactor::~WaitReactor() = default;
+
+std::unique_ptr<WaitReactor::TimerWheel> WaitReactor::makeWheel() {
+  if (timerNodes_.size() < kSpokes) {
+    throw std::bad_alloc();
+  }
+  const ACE_Errno_Guard keep(errno);
+  errno = 0;
+  auto wheel = std::make_unique<TimerWheel>(kSpokes, kResolutionMs, 0, &timerCall_, &timerNodes_);
+  // The only sign of a part that could not be had.
+  if (errno != ENOMEM) {
+    return wheel;
+  }
+  if (timerNodes_.size() == kSpokes) {
+    // It has no spokes, and its destructor would reach for them. Nothing else is in it yet.
+    ::operator delete(wheel.release());
+  }
+  throw std::bad_alloc();
+}
 
 int WaitReactor::handle_events(ACE_Time_Value* max_wait_time) {
   // A thread that always finds work never waits, and whom it has work for must not wait for that.
@@ -182,7 +206,7 @@ int WaitReactor::cancel_timer(long timer_id, const void** act, int dont_call_han
 }
 
 ACE_Timer_Queue* WaitReactor::timer_queue() const {
-  return const_cast<TimerWheel*>(&timers_);
+  return &timers_;
 }
 
 int WaitReactor::owner(ACE_thread_t new_owner, ACE_thread_t* old_owner) {

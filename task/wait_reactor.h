@@ -3,6 +3,7 @@
 
 #include <ace/Event_Handler.h>
 #include <ace/Event_Handler_Handle_Timeout_Upcall.h>
+#include <ace/Free_List.h>
 #include <ace/Lock_Adapter_T.h>
 #include <ace/Null_Mutex.h>
 #include <ace/Reactor_Impl.h>
@@ -121,21 +122,29 @@ class WaitReactor : public ACE_Reactor_Impl {
   int ready_ops(ACE_HANDLE, ACE_Reactor_Mask, int) override;
 
  private:
-  using TimerWheel = ACE_Timer_Wheel_T<ACE_Event_Handler*, ACE_Event_Handler_Handle_Timeout_Upcall,
-                                       ACE_Null_Mutex, ACE_HR_Time_Policy>;
+  using TimerCall = ACE_Event_Handler_Handle_Timeout_Upcall;
+  using TimerWheel =
+      ACE_Timer_Wheel_T<ACE_Event_Handler*, TimerCall, ACE_Null_Mutex, ACE_HR_Time_Policy>;
+  using TimerNodes = ACE_Locked_Free_List<ACE_Timer_Node_T<ACE_Event_Handler*>, ACE_Null_Mutex>;
 
   struct Notification {
     ACE_Event_Handler* handler_;
     ACE_Reactor_Mask mask_;
   };
 
+  /// A whole wheel, or std::bad_alloc: ACE makes one that lacks what there is no memory for, and
+  /// crashes when it needs it, in part within the wheel's constructor. What that needs is given.
+  std::unique_ptr<TimerWheel> makeWheel();
   bool hasWork() const;
   std::optional<Doorbell::Clock::time_point> deadlineOf(const ACE_Time_Value* maxWait) const;
   void waitForWork(const ACE_Time_Value* maxWait);
   int dispatchNotifications();
 
-  // Owner's thread only.
-  TimerWheel timers_;
+  // Owner's thread only. The wheel uses the call and the nodes to its end.
+  TimerCall timerCall_;
+  TimerNodes timerNodes_;
+  const std::unique_ptr<TimerWheel> wheel_;
+  TimerWheel& timers_;
   std::vector<Notification> dispatching_;
   ACE_thread_t owner_;
 
@@ -146,7 +155,9 @@ class WaitReactor : public ACE_Reactor_Impl {
   std::vector<Notification> pending_;
   bool deactivated_ = false;
 
-  ACE_Lock_Adapter<ACE_Null_Mutex> lock_;
+  // Given to the adapter, which goes on without one that it cannot make.
+  ACE_Null_Mutex nullMutex_;
+  ACE_Lock_Adapter<ACE_Null_Mutex> lock_{nullMutex_};
 };
 
 }  // namespace qov

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "task/leader_queue.h"
+#include "task/wait_reactor.h"
 #include "tests/support/failing_allocations.h"
 #include "tests/task/task_fixture.h"
 
@@ -213,6 +214,22 @@ TEST_F(TaskNoMemoryTest, AModuleWithoutTheTablesOfItsLeaderHasNone) {
     EXPECT_EQ(ENOMEM, error);
     EXPECT_EQ(-1, module.gid());
   }
+}
+
+TEST(WaitReactorNoMemoryTest, AReactorIsMadeWholeOrNotAtAll) {
+  long failures = 0;
+  for (bool failed = true; failed; ++failures) {
+    std::optional<qov::WaitReactor> reactor;
+    const FailingAllocations fail(failures, 1);
+    try {
+      reactor.emplace();
+    } catch (const std::bad_alloc&) {
+    }
+    failed = fail.hasFailed();
+    EXPECT_EQ(failed, !reactor) << "allocation " << failures;
+  }
+  // At least the nodes of the timer wheel.
+  EXPECT_LT(1024, failures);
 }
 
 TEST_F(LeaderNoMemoryTest, TheSenderOfARequestThatCannotBeRememberedIsWokenAtOnce) {
