@@ -153,7 +153,9 @@ void CQOV_Leader_Task::shutDown() {
     mb = next;
   }
   releasePending(Scope::kAll);
-  for (CQOV_Task* const task : taskMgr()->roster_->beginStop()) {
+  qov::TaskRoster& roster = *taskMgr()->roster_;
+  roster.beginStop();
+  while (CQOV_Task* const task = roster.nextToTell()) {
     if (task != this) {
       task->notifyExit();
     }

@@ -7,17 +7,33 @@
 
 namespace qov {
 
-ACE_Message_Block* makePointerBlock(const void* pointer) {
-  auto* mb = new (std::nothrow) ACE_Message_Block(kPointerSize);
+namespace {
+
+/// Null with errno ENOMEM without memory.
+ACE_Message_Block* makeBlock(std::size_t size, ACE_Message_Block::ACE_Message_Type type) {
+  auto* const mb = new (std::nothrow) ACE_Message_Block(size, type);
   // ACE leaves the block without its data part when only that could not be had.
   if (mb == nullptr || mb->data_block() == nullptr) {
     ACE_Message_Block::release(mb);
     errno = ENOMEM;
     return nullptr;
   }
-  memcpy_s(mb->wr_ptr(), mb->space(), &pointer, kPointerSize);
-  mb->wr_ptr(kPointerSize);
   return mb;
+}
+
+}  // namespace
+
+ACE_Message_Block* makePointerBlock(const void* pointer) {
+  ACE_Message_Block* const mb = makeBlock(kPointerSize, ACE_Message_Block::MB_DATA);
+  if (mb != nullptr) {
+    memcpy_s(mb->wr_ptr(), mb->space(), &pointer, kPointerSize);
+    mb->wr_ptr(kPointerSize);
+  }
+  return mb;
+}
+
+ACE_Message_Block* makeStopBlock() {
+  return makeBlock(0, ACE_Message_Block::MB_STOP);
 }
 
 bool chainTimeoutDesc(ACE_Message_Block& mb, const TimeoutDesc* desc) {

@@ -22,6 +22,9 @@ using BlockPtr = std::unique_ptr<ACE_Message_Block, BlockReleaser>;
 /// A data block of 8 bytes that holds `pointer`; null with errno ENOMEM without memory.
 ACE_Message_Block* makePointerBlock(const void* pointer);
 
+/// An empty MB_STOP block; null with errno ENOMEM without memory.
+ACE_Message_Block* makeStopBlock();
+
 /// Chains `desc`, the descriptor of a sender that waits, behind `mb`. False with errno ENOMEM
 /// without memory; `desc` stays with the caller then.
 bool chainTimeoutDesc(ACE_Message_Block& mb, const TimeoutDesc* desc);

@@ -6,11 +6,12 @@
 #include <qovpub/qov_task_mgr.h>
 
 #include <cerrno>
+#include <memory>
 #include <new>
 #include <utility>
-#include <vector>
 
 #include "task/log_ids.h"
+#include "task/message_block.h"
 #include "task/response_slot.h"
 #include "task/task_queue.h"
 #include "task/task_registry.h"
@@ -28,19 +29,34 @@ CQOV_Task::~CQOV_Task() {
   if (roster_) {
     roster_->remove(this);
   }
+  ACE_Message_Block::release(reservedStop_);
 }
 
 void CQOV_Task::notifyExit() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual void CQOV_Task::notifyExit()");
-  auto* stop = new (std::nothrow) ACE_Message_Block(0, ACE_Message_Block::MB_STOP);
-  if (stop == nullptr || stop->data_block() == nullptr) {
-    ACE_Message_Block::release(stop);
-    errno = ENOMEM;
-  } else if (msg_queue()->enqueue_tail(stop) == -1) {
+  ACE_Message_Block* stop = qov::makeStopBlock();
+  const bool noMemory = stop == nullptr;
+  if (noMemory) {
+    // A thread that is never told to end would be joined without end.
+    stop = reservedStop_.exchange(nullptr);
+  }
+  if (stop != nullptr && msg_queue()->enqueue_tail(stop) == -1) {
     // The queue is closed: the task has ended or is about to.
     stop->release();
   }
+  if (noMemory) {
+    errno = ENOMEM;
+  }
   log.info(qov::kLogIdBase + 1, __FUNCTION__, __LINE__, "Task will exit!");
+}
+
+bool CQOV_Task::reserveStop() {
+  if (reservedStop_ != nullptr) {
+    return true;
+  }
+  ACE_Message_Block* const stop = qov::makeStopBlock();
+  ACE_Message_Block::release(reservedStop_.exchange(stop));
+  return stop != nullptr;
 }
 
 int CQOV_Task::wakeup() {
@@ -68,8 +84,16 @@ int CQOV_Task::getMsg(ACE_Message_Block*& mb) {
 int CQOV_Task::activate(long flags, int n_threads, int force_active, long priority, int grp_id,
                         ACE_Task_Base* task, ACE_hthread_t thread_handles[], void* stack[],
                         size_t stack_size[], ACE_thread_t thread_ids[], const char* thr_name[]) {
-  std::vector<ACE_thread_t> ids(n_threads > 0 ? static_cast<std::size_t>(n_threads) : 0);
-  ACE_thread_t* const started = thread_ids != nullptr ? thread_ids : ids.data();
+  if (!reserveStop()) {
+    return -1;
+  }
+  const std::size_t count = n_threads > 0 ? static_cast<std::size_t>(n_threads) : 0;
+  const std::unique_ptr<ACE_thread_t[]> ids(new (std::nothrow) ACE_thread_t[count]{});
+  if (ids == nullptr) {
+    errno = ENOMEM;
+    return -1;
+  }
+  ACE_thread_t* const started = thread_ids != nullptr ? thread_ids : ids.get();
   started_ = true;
   const int result =
       ACE_Task<ACE_MT_SYNCH>::activate(flags, n_threads, force_active, priority, grp_id, task,
@@ -77,7 +101,7 @@ int CQOV_Task::activate(long flags, int n_threads, int force_active, long priori
   if (result != 0) {
     return result;
   }
-  for (std::size_t i = 0; i < ids.size(); ++i) {
+  for (std::size_t i = 0; i < count; ++i) {
     TaskRegistry::instance().bindStarted(started[i], this);
   }
   // By the group that was asked for: ACE numbers the groups of other tasks 1, 2, 3.

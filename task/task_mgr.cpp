@@ -4,10 +4,11 @@
 #include <qovpub/qov_task_mgr.h>
 #include <qovpub/qov_task_scheduler.h>
 
+#include <array>
 #include <cerrno>
+#include <cstddef>
 #include <memory>
 #include <new>
-#include <set>
 
 #include "task/log_ids.h"
 #include "task/start_task.h"
@@ -22,27 +23,53 @@ constexpr const char* kDefaultName = "12CQOV_TaskMgr";
 /// How long init() waits for the pool at the most.
 constexpr unsigned int kPoolSeconds = 30;
 
-/// Null without memory.
-std::unique_ptr<CQOV_Leader_Task> makeLeader(CQOV_TaskMgr* mgr, unsigned int poolSize) {
+/// Tasks have one thread; modules may start some of their own with more.
+constexpr std::size_t kThreadsAtOnce = 16;
+
+/// What `make` gives; null without memory.
+template <class Make>
+auto orNull(Make make) -> decltype(make()) {
   try {
-    return std::make_unique<CQOV_Leader_Task>(mgr, poolSize);
+    return make();
   } catch (const std::bad_alloc&) {
     return nullptr;
   }
 }
 
-/// Registers a debug kit for a module; null when the id has one already.
+std::unique_ptr<CQOV_Leader_Task> makeLeader(CQOV_TaskMgr* mgr, unsigned int poolSize) {
+  return orNull([&] { return std::make_unique<CQOV_Leader_Task>(mgr, poolSize); });
+}
+
+/// Registers a debug kit for a module; null when the id has one already, or without memory.
 CQOVDebugKit* registerKit(const std::string& name, unsigned int moduleId) {
-  auto kit = std::make_unique<CQOVDebugKit>(name, moduleId);
+  auto kit = orNull([&] { return std::make_unique<CQOVDebugKit>(name, moduleId); });
   return CQOVDebugKitMgr::instance()->add(kit.get()) == 1 ? kit.release() : nullptr;
+}
+
+/// Returns when the threads of `task` have ended.
+void joinThreadsOf(CQOV_Task& task) {
+  ACE_Thread_Manager& threads = *ACE_Thread_Manager::instance();
+  if (threads.wait_task(&task) == 0 || errno != ENOMEM) {
+    return;
+  }
+  // ACE has no memory for its copy of the list of threads. Those that run are joined one by one,
+  // those that have ended already are left to ACE, which does it when the process ends.
+  std::array<ACE_thread_t, kThreadsAtOnce> running{};
+  for (bool joined = true; joined;) {
+    joined = false;
+    const auto count = threads.thread_list(&task, running.data(), running.size());
+    for (ssize_t i = 0; i < count; ++i) {
+      joined = threads.join(running[static_cast<std::size_t>(i)]) == 0 || joined;
+    }
+  }
 }
 
 }  // namespace
 
 CQOV_TaskMgr::CQOV_TaskMgr(unsigned int moduleId, unsigned int poolSize, const char* name)
     : moduleId_(moduleId),
-      roster_(std::make_shared<qov::TaskRoster>()),
-      leader_(makeLeader(this, poolSize)),
+      roster_(orNull([] { return std::make_shared<qov::TaskRoster>(); })),
+      leader_(roster_ != nullptr ? makeLeader(this, poolSize) : nullptr),
       name_(name != nullptr ? name : kDefaultName) {
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "CQOV_TaskMgr::CQOV_TaskMgr(unsigned int, unsigned int, const char*)");
@@ -72,7 +99,7 @@ void CQOV_TaskMgr::stop() {
   }
   stopped_ = true;
   leader_->notifyExit();
-  ACE_Thread_Manager::instance()->wait_task(leader_.get());
+  joinThreadsOf(*leader_);
   // A leader that never ran has told nobody yet.
   leader_->shutDown();
   joinTasks();
@@ -80,15 +107,8 @@ void CQOV_TaskMgr::stop() {
 
 void CQOV_TaskMgr::joinTasks() {
   // Tasks that still run may start others, so this goes on until it finds no new ones.
-  std::set<CQOV_Task*> joined;
-  for (bool found = true; found;) {
-    found = false;
-    for (CQOV_Task* const task : roster_->tasks()) {
-      if (joined.insert(task).second) {
-        ACE_Thread_Manager::instance()->wait_task(task);
-        found = true;
-      }
-    }
+  while (CQOV_Task* const task = roster_->nextToJoin()) {
+    joinThreadsOf(*task);
   }
 }
 

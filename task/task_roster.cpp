@@ -1,31 +1,61 @@
 #include "task/task_roster.h"
 
-#include <algorithm>
+#include <qovpub/qov_task.h>
+
+#include <utility>
 
 namespace qov {
 
 bool TaskRoster::add(CQOV_Task* task) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (std::find(tasks_.begin(), tasks_.end(), task) == tasks_.end()) {
-    tasks_.push_back(task);
+  CQOV_Task** const place = placeOf(task);
+  if (*place == nullptr) {
+    *place = task;
   }
+  task->told_ = stopping_;
+  task->joined_ = false;
   return !stopping_;
 }
 
-void TaskRoster::remove(const CQOV_Task* task) {
+void TaskRoster::remove(CQOV_Task* task) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  tasks_.erase(std::remove(tasks_.begin(), tasks_.end(), task), tasks_.end());
+  CQOV_Task** const place = placeOf(task);
+  if (*place != nullptr) {
+    *place = std::exchange(task->nextInRoster_, nullptr);
+  }
 }
 
-std::vector<CQOV_Task*> TaskRoster::beginStop() {
+void TaskRoster::beginStop() {
   const std::lock_guard<std::mutex> lock(mutex_);
   stopping_ = true;
-  return tasks_;
 }
 
-std::vector<CQOV_Task*> TaskRoster::tasks() const {
+CQOV_Task* TaskRoster::nextToTell() {
+  return markNext(&CQOV_Task::told_);
+}
+
+CQOV_Task* TaskRoster::nextToJoin() {
+  return markNext(&CQOV_Task::joined_);
+}
+
+CQOV_Task** TaskRoster::placeOf(const CQOV_Task* task) {
+  CQOV_Task** place = &first_;
+  while (*place != nullptr && *place != task) {
+    place = &(*place)->nextInRoster_;
+  }
+  return place;
+}
+
+CQOV_Task* TaskRoster::markNext(bool CQOV_Task::*mark) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  return tasks_;
+  CQOV_Task* task = first_;
+  while (task != nullptr && task->*mark) {
+    task = task->nextInRoster_;
+  }
+  if (task != nullptr) {
+    task->*mark = true;
+  }
+  return task;
 }
 
 }  // namespace qov

@@ -2,7 +2,6 @@
 #define QOV_TASK_TASK_ROSTER_H
 
 #include <mutex>
-#include <vector>
 
 class CQOV_Task;
 
@@ -12,25 +11,38 @@ namespace qov {
 /// whose threads to join. Thread groups alone do not tell, since ACE and other modules may use the
 /// same number.
 ///
+/// A list through the tasks themselves, which needs no memory: a module must be able to stop
+/// without any. It is walked one task at a time, since whoever is told or joined may start or end
+/// others meanwhile.
+///
 /// Thread: any.
 /// Owns:   nothing; a task leaves the roster in its destructor.
 class TaskRoster {
  public:
-  /// Adds a started task, once. False when the module is stopping already: the task has to be told
-  /// to end by the caller.
+  /// Adds a started task, or notes that it was started again. False when the module is stopping
+  /// already: the task has to be told to end by the caller.
   bool add(CQOV_Task* task);
 
-  void remove(const CQOV_Task* task);
+  void remove(CQOV_Task* task);
 
-  /// From now on the module is stopping; returns the tasks to tell.
-  std::vector<CQOV_Task*> beginStop();
+  /// From now on the module is stopping.
+  void beginStop();
 
-  std::vector<CQOV_Task*> tasks() const;
+  /// A task to tell of the stop, each one once; null when all have been told.
+  CQOV_Task* nextToTell();
+
+  /// A task whose threads to join, each one once; null when no more are left.
+  CQOV_Task* nextToJoin();
 
  private:
-  mutable std::mutex mutex_;
-  // Guarded by mutex_.
-  std::vector<CQOV_Task*> tasks_;
+  /// Where the pointer to `task` stands, or the null at the end.
+  CQOV_Task** placeOf(const CQOV_Task* task);
+  /// Sets the mark of the first task without it; null when all have it.
+  CQOV_Task* markNext(bool CQOV_Task::*mark);
+
+  std::mutex mutex_;
+  // Guarded by mutex_, as the links and the marks in the tasks.
+  CQOV_Task* first_ = nullptr;
   bool stopping_ = false;
 };
 

@@ -4,6 +4,7 @@
 #include <qovpub/qov_task_scheduler.h>
 
 #include <cerrno>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -230,6 +231,98 @@ TEST(WaitReactorNoMemoryTest, AReactorIsMadeWholeOrNotAtAll) {
   }
   // At least the nodes of the timer wheel.
   EXPECT_LT(1024, failures);
+}
+
+TEST_F(TaskNoMemoryTest, AStartedTaskEndsThoughItCouldNotBeSentANewBlock) {
+  // The block and its data part.
+  for (int failure = 0; failure < 2; ++failure) {
+    FunctionStaticTask own(&module_, {}, ignore);
+    ASSERT_EQ(0, module_.insertStaticScheduledTask(&own));
+    {
+      const FailingAllocations fail(failure, 1);
+      errno = 0;
+      own.notifyExit();
+      EXPECT_EQ(ENOMEM, errno);
+      EXPECT_TRUE(fail.hasFailed());
+    }
+    EXPECT_EQ(failure + 1, log_.count("Task will exit!"));
+    const bool ended = log_.waitFor("Task(20) will exit!", failure + 1);
+    EXPECT_TRUE(ended);
+    if (!ended) {
+      own.notifyExit();
+    }
+    own.wait();
+  }
+}
+
+TEST_F(TaskNoMemoryTest, ATaskThatCouldNotBeToldToEndIsNotStarted) {
+  // The block, its data part, and room for the id of the thread.
+  for (int failure = 0; failure < 3; ++failure) {
+    FunctionStaticTask own(&module_, {}, ignore);
+    const FailingAllocations fail(failure, 1);
+    errno = 0;
+    EXPECT_EQ(-1, module_.insertStaticScheduledTask(&own));
+    EXPECT_EQ(ENOMEM, errno);
+    EXPECT_TRUE(fail.hasFailed());
+    EXPECT_EQ(0U, own.thr_count());
+  }
+}
+
+TEST_F(TaskNoMemoryTest, AModuleStopsAndGoesWithout) {
+  auto module = std::make_unique<TestModule>(ignore, 2, kModule + 1);
+  FunctionStaticTask own(module.get(), {}, ignore);
+  ASSERT_TRUE(module->init());
+  ASSERT_EQ(0, module->insertStaticScheduledTask(&own));
+  {
+    const FailingAllocations fail(0);
+    module.reset();
+    EXPECT_TRUE(fail.hasFailed());
+  }
+  EXPECT_EQ(0U, own.thr_count());
+  EXPECT_EQ(1, log_.count("Manager thread(21) exit!"));
+  EXPECT_EQ(3, log_.count("Task(21) will exit!"));
+}
+
+TEST_F(TaskNoMemoryTest, AModuleWhoseLeaderNeverRanStopsWithout) {
+  auto module = std::make_unique<TestModule>(ignore, 2, kModule + 1);
+  FunctionStaticTask own(module.get(), {}, ignore);
+  ASSERT_EQ(0, module->insertStaticScheduledTask(&own));
+  {
+    const FailingAllocations fail(0);
+    module.reset();
+    EXPECT_TRUE(fail.hasFailed());
+  }
+  EXPECT_EQ(0U, own.thr_count());
+  EXPECT_EQ(1, log_.count("Task(21) will exit!"));
+}
+
+TEST_F(TaskNoMemoryTest, ALeaderWithoutEndsEveryThreadOfItsModule) {
+  /// From the first message on that it is delivered, the leader's thread has no memory.
+  class Last : public FunctionStaticTask {
+   public:
+    using FunctionStaticTask::FunctionStaticTask;
+    int putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout) override {
+      noMemory_.emplace(0);
+      return FunctionStaticTask::putMsg(type, mb, timeout);
+    }
+
+   private:
+    std::optional<FailingAllocations> noMemory_;
+  };
+  auto module = std::make_unique<TestModule>(ignore, 2, kModule + 1);
+  Latch handled;
+  Last own(module.get(), {1}, [&](CQOV_Task&, CQOV_MsgPackage&) {
+    handled.count();
+    return 0;
+  });
+  ASSERT_TRUE(module->init());
+  ASSERT_EQ(0, module->insertStaticScheduledTask(&own));
+  ASSERT_LT(0, module->putq(makeBlock(makeMessage(3, 1, kModule + 1)), nullptr));
+  ASSERT_TRUE(handled.waitFor());
+  module.reset();
+  EXPECT_EQ(0U, own.thr_count());
+  EXPECT_EQ(1, log_.count("Scheduler thread(21) received stop-message!"));
+  EXPECT_EQ(3, log_.count("Task(21) will exit!"));
 }
 
 TEST_F(LeaderNoMemoryTest, TheSenderOfARequestThatCannotBeRememberedIsWokenAtOnce) {

@@ -39,7 +39,8 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   CQOV_Task& operator=(const CQOV_Task&) = delete;
 
   /// Tells the task to end: queues an empty MB_STOP block behind what is queued already, also into
-  /// a full queue, and logs "Task will exit!". A send() that waits ends without a response.
+  /// a full queue, and logs "Task will exit!". A send() that waits ends without a response. Without
+  /// memory errno is ENOMEM; a task that was started is told all the same, once for each start.
   virtual void notifyExit();
 
   /// Ends the getMsg() that waits now, or else the next one, without a message. The leader calls it
@@ -107,7 +108,10 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
  private:
   friend class CQOV_Leader_Task;
   friend class CQOV_TaskScheduler;
+  friend class qov::TaskRoster;
 
+  /// Sees to it that notifyExit() has a block for want of memory. False (errno ENOMEM) without.
+  bool reserveStop();
   /// Counts what waits in the own queue into the load of the module.
   void countLoadInto(const std::shared_ptr<qov::ModuleLoad>& load);
   /// Forgets a wake-up or a response that came too late for the send() it was meant for.
@@ -129,6 +133,13 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   bool idle_ = false;
   // Set by the first activate() into the module's thread group.
   std::shared_ptr<qov::TaskRoster> roster_;
+  // Guarded by the lock of the roster.
+  CQOV_Task* nextInRoster_ = nullptr;
+  bool told_ = false;
+  bool joined_ = false;
+
+  // Owned: made by activate() and queued by the first notifyExit() that cannot make another.
+  std::atomic<ACE_Message_Block*> reservedStop_{nullptr};
 };
 
 /// A pooled worker: its thread takes one message at a time, calls the module's handler and returns
