@@ -3,7 +3,7 @@
 #include <ace/Guard_T.h>
 
 #include <iterator>
-#include <vector>
+#include <new>
 
 namespace qov {
 
@@ -29,21 +29,23 @@ void TaskRegistry::unbind(ACE_thread_t thread, const CQOV_Task* task) {
   CQOV_Task* bound = nullptr;
   if (tasks_.find(thread, bound) == 0 && bound == task) {
     tasks_.unbind(thread);
-  } else {
+    return;
+  }
+  try {
     endedEarly_.emplace(thread, task);
+  } catch (const std::bad_alloc&) {
+    // The thread may stay bound then until its task goes, which is better than no end.
   }
 }
 
 void TaskRegistry::unbindAll(const CQOV_Task* task) {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
-  std::vector<ACE_thread_t> threads;
-  for (const auto& entry : tasks_) {
+  for (auto next = tasks_.begin(); next != tasks_.end();) {
+    Map::ENTRY& entry = *next;
+    ++next;
     if (entry.item() == task) {
-      threads.push_back(entry.key());
+      tasks_.unbind(&entry);
     }
-  }
-  for (const ACE_thread_t thread : threads) {
-    tasks_.unbind(thread);
   }
   for (auto ended = endedEarly_.begin(); ended != endedEarly_.end();) {
     ended = ended->second == task ? endedEarly_.erase(ended) : std::next(ended);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "task/leader_queue.h"
+#include "task/task_registry.h"
 #include "task/wait_reactor.h"
 #include "tests/support/failing_allocations.h"
 #include "tests/task/task_fixture.h"
@@ -266,6 +267,20 @@ TEST_F(TaskNoMemoryTest, ATaskThatCouldNotBeToldToEndIsNotStarted) {
     EXPECT_TRUE(fail.hasFailed());
     EXPECT_EQ(0U, own.thr_count());
   }
+}
+
+TEST_F(TaskNoMemoryTest, AThreadAndItsTaskEndWithout) {
+  constexpr ACE_thread_t kThread = 1;
+  auto task = std::make_unique<CQOV_Task>(&module_);
+  qov::TaskRegistry::instance().bind(kThread, task.get());
+  {
+    const FailingAllocations fail(0);
+    // As on a thread that ends before it is known.
+    EXPECT_NO_THROW(task->close());
+    EXPECT_TRUE(fail.hasFailed());
+    task.reset();
+  }
+  EXPECT_EQ(nullptr, qov::TaskRegistry::instance().find(kThread));
 }
 
 TEST_F(TaskNoMemoryTest, AModuleStopsAndGoesWithout) {
