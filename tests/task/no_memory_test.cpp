@@ -1,3 +1,4 @@
+#include <ace/Reactor.h>
 #include <ace/Timer_Queue_T.h>
 #include <gtest/gtest.h>
 #include <qovpub/qov_common_debugkit.h>
@@ -231,6 +232,27 @@ TEST(WaitReactorNoMemoryTest, AReactorIsMadeWholeOrNotAtAll) {
     EXPECT_EQ(failed, !reactor) << "allocation " << failures;
   }
   // At least the nodes of the timer wheel.
+  EXPECT_LT(1024, failures);
+}
+
+TEST_F(TaskNoMemoryTest, AManagerWorksOrHasNoLeaderWhicheverAllocationOfItFails) {
+  ACE_Reactor::instance();
+  long failures = 0;
+  for (bool failed = true; failed; ++failures) {
+    std::optional<TestModule> module;
+    int error = 0;
+    {
+      const FailingAllocations fail(failures, 1);
+      errno = 0;
+      module.emplace(ignore, 0, kModule + 1, "lone");
+      error = errno;
+      failed = fail.hasFailed();
+    }
+    const bool works = module->gid() == kModule + 1;
+    EXPECT_EQ(works, module->init()) << "allocation " << failures;
+    EXPECT_TRUE(works || (failed && error == ENOMEM)) << "allocation " << failures;
+  }
+  // At least the timer wheel's nodes.
   EXPECT_LT(1024, failures);
 }
 
