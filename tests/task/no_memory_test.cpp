@@ -334,7 +334,8 @@ TEST_F(TaskNoMemoryTest, AModuleWhoseLeaderNeverRanStopsWithout) {
 }
 
 TEST_F(TaskNoMemoryTest, ALeaderWithoutEndsEveryThreadOfItsModule) {
-  /// From the first message on that it is delivered, the leader's thread has no memory.
+  /// The leader's thread has no memory from its first message to this task on until it has told it
+  /// to end, last of all: ACE forgets to join a thread that ends without.
   class Last : public FunctionStaticTask {
    public:
     using FunctionStaticTask::FunctionStaticTask;
@@ -342,6 +343,12 @@ TEST_F(TaskNoMemoryTest, ALeaderWithoutEndsEveryThreadOfItsModule) {
       noMemory_.emplace(0);
       return FunctionStaticTask::putMsg(type, mb, timeout);
     }
+    void notifyExit() override {
+      FunctionStaticTask::notifyExit();
+      failed_ = noMemory_ && noMemory_->hasFailed();
+      noMemory_.reset();
+    }
+    bool failed_ = false;
 
    private:
     std::optional<FailingAllocations> noMemory_;
@@ -357,6 +364,7 @@ TEST_F(TaskNoMemoryTest, ALeaderWithoutEndsEveryThreadOfItsModule) {
   ASSERT_LT(0, module->putq(makeBlock(makeMessage(3, 1, kModule + 1)), nullptr));
   ASSERT_TRUE(handled.waitFor());
   module.reset();
+  EXPECT_TRUE(own.failed_);
   EXPECT_EQ(0U, own.thr_count());
   EXPECT_EQ(1, log_.count("Scheduler thread(21) received stop-message!"));
   EXPECT_EQ(3, log_.count("Task(21) will exit!"));
