@@ -75,8 +75,8 @@ class ListenerAside {
   ACE_Log_Msg_Callback* const listener_;
 };
 
-/// A callback hears a record before the lock is taken, as it does from ACE: it may wait for a thread
-/// that logs.
+/// A callback hears a record before the lock is taken, as it does from ACE: it may wait for a
+/// thread that logs.
 void writeLongThroughAce(ACE_Log_Msg& log, u_long flags, ACE_Log_Priority priority,
                          std::string_view text) {
   if (hasListener(log, flags)) {

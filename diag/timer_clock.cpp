@@ -15,7 +15,7 @@ namespace {
 
 using Guard = ACE_Guard<ACE_Recursive_Thread_Mutex>;
 
-/// Takes the lock of a reactor's own kind of queue; a queue of another kind is its owner's business.
+/// Takes the lock of a reactor's own kind of queue; one of another kind is its owner's business.
 void lock(ACE_Timer_Queue& timers, std::optional<Guard>& guard) {
   if (auto* const heap = dynamic_cast<ACE_Timer_Heap*>(&timers)) {
     guard.emplace(heap->mutex());

@@ -22,8 +22,8 @@ constexpr std::int64_t kNothingCovered = std::numeric_limits<std::int64_t>::max(
 constexpr std::chrono::seconds kLongestLook(3);
 
 // For what the watching thread writes, which nothing is above, and what a guard does in its
-// destructor: a destination of the program that throws costs the line, not the process, and a thread
-// that is cancelled goes after it.
+// destructor: a destination of the program that throws costs the line, not the process, and a
+// thread that is cancelled goes after it.
 template <class Line>
 void logOrDoWithout(Line line) {
   int cancellation = PTHREAD_CANCEL_ENABLE;

@@ -1,6 +1,7 @@
 #include "task/doorbell.h"
 
 #include <algorithm>
+#include <new>
 
 namespace qov {
 
@@ -72,8 +73,12 @@ void ringCollected() {
 }
 
 RingCollector::RingCollector() {
-  bells_.reserve(kMostCollected);
-  collector = this;
+  try {
+    bells_.reserve(kMostCollected);
+    collector = this;
+  } catch (const std::bad_alloc&) {
+    // Nothing is collected then.
+  }
 }
 
 RingCollector::~RingCollector() {

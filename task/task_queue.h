@@ -39,8 +39,8 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   /// MB_STOP, which stays where it is.
   int dequeueBeforeStop(ACE_Message_Block*& mb);
 
-  /// Queues `mb` without waiting, however full the queue is. False, and `mb` still the caller's, when
-  /// the queue is closed or an MB_STOP was put in: whatever stood behind that, nobody would take.
+  /// Queues `mb` without waiting, however full the queue is. False, and `mb` still the caller's,
+  /// when the queue is closed or an MB_STOP was put in: what stood behind that, nobody would take.
   bool offer(ACE_Message_Block* mb);
 
   /// The next block if it is an MB_DATA, at once; else null.

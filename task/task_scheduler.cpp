@@ -24,9 +24,9 @@ namespace {
 constexpr unsigned long long kNotedWaits = 500;
 constexpr time_t kLongWaitSeconds = 10;
 
-/// So many messages returning workers take while the scheduler thread waits, and for so long; then
-/// it has its turn again, so that what watches over one wait does not watch over a pool that is busy
-/// for hours.
+/// So many messages returning workers take while the scheduler thread waits, and for so many
+/// seconds; then it has its turn again, so that what watches over one wait does not watch over a
+/// pool that is busy for hours.
 constexpr unsigned int kMostTaken = 64;
 constexpr time_t kLongestTaking = 10;
 

@@ -8,8 +8,8 @@
 
 namespace qov::test {
 
-/// While it lives, `hook` sees each block that is put into a module's queue, on the thread that puts
-/// it. What it returns replaces the putting; without a value the block goes on into the queue.
+/// While it lives, `hook` sees each block that is put into a module's queue, on the thread that
+/// puts it. What it returns replaces the putting; without a value the block goes on into the queue.
 ///
 /// The program must be linked with putq_hook.cpp, whose CQOV_TaskMgr::putq() stands in front of the
 /// library's.

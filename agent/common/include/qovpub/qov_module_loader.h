@@ -103,8 +103,8 @@ class CQOV_Module_Loader {
   /// names in the process configuration directory, in the order of the directory.
   ///
   /// A name counts only if its first ".mod" is its end and something stands before it. The files'
-  /// contents are never read. A directory that cannot be opened is logged and adds nothing, nor does
-  /// one for whose names there is no memory (errno ENOMEM).
+  /// contents are never read. A directory that cannot be opened is logged and adds nothing; nor
+  /// does one for whose names there is no memory (errno ENOMEM).
   void getModuleList(std::list<std::string>& names) const;
 
  private:
