@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <sstream>
-#include <thread>
 
 namespace qov::test {
 namespace {
@@ -55,17 +54,6 @@ std::vector<std::string> ProcessLog::messages(const std::string& tag) const {
   return found;
 }
 
-bool ProcessLog::waitFor(const std::string& part, int count) const {
-  const auto limit = std::chrono::steady_clock::now() + kLimit;
-  while (occurrences(text(), part) < count) {
-    if (std::chrono::steady_clock::now() > limit) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  return true;
-}
-
 std::string ProcessLog::Buffer::text() const {
   const std::lock_guard<std::mutex> lock(mutex_);
   return text_;
@@ -76,15 +64,22 @@ void ProcessLog::Buffer::clear() {
   text_.clear();
 }
 
+bool ProcessLog::Buffer::waitFor(const std::string& part, int count) const {
+  std::unique_lock<std::mutex> lock(mutex_);
+  return grown_.wait_for(lock, kLimit, [&] { return occurrences(text_, part) >= count; });
+}
+
 ProcessLog::Buffer::int_type ProcessLog::Buffer::overflow(int_type c) {
   const std::lock_guard<std::mutex> lock(mutex_);
   text_.push_back(traits_type::to_char_type(c));
+  grown_.notify_all();
   return c;
 }
 
 std::streamsize ProcessLog::Buffer::xsputn(const char* s, std::streamsize n) {
   const std::lock_guard<std::mutex> lock(mutex_);
   text_.append(s, static_cast<std::size_t>(n));
+  grown_.notify_all();
   return n;
 }
 

@@ -3,6 +3,7 @@
 
 #include <ace/Log_Msg.h>
 
+#include <condition_variable>
 #include <mutex>
 #include <ostream>
 #include <streambuf>
@@ -29,7 +30,9 @@ class ProcessLog {
   std::vector<std::string> messages(const std::string& tag) const;
 
   /// Waits until any thread has logged `text` `count` times; false after a generous limit.
-  bool waitFor(const std::string& text, int count = 1) const;
+  bool waitFor(const std::string& text, int count = 1) const {
+    return buffer_.waitFor(text, count);
+  }
 
  private:
   /// Written to under ACE's lock, read whenever the test likes.
@@ -37,6 +40,8 @@ class ProcessLog {
    public:
     std::string text() const;
     void clear();
+    /// As ProcessLog::waitFor().
+    bool waitFor(const std::string& part, int count) const;
 
    protected:
     int_type overflow(int_type c) override;
@@ -44,6 +49,7 @@ class ProcessLog {
 
    private:
     mutable std::mutex mutex_;
+    mutable std::condition_variable grown_;
     std::string text_;
   };
 
