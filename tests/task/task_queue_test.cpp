@@ -31,6 +31,14 @@ class TaskQueueTest : public TaskTest {
     }
   }
 
+  /// The next block is `sent`, and goes.
+  void expectNext(ACE_Message_Block* sent) {
+    ACE_Message_Block* taken = nullptr;
+    ASSERT_NE(-1, queue_.dequeue_head(taken));
+    EXPECT_EQ(sent, taken);
+    qov::releaseWithPackage(taken);
+  }
+
   qov::TaskQueue queue_;
 };
 
@@ -56,10 +64,7 @@ TEST_F(TaskQueueTest, AMessageAfterAnEarlyPulseIsTaken) {
   queue_.pulse();
   ACE_Message_Block* const sent = makeBlock(makeMessage(3, 1));
   ASSERT_EQ(1, queue_.enqueue_tail(sent));
-  ACE_Message_Block* taken = nullptr;
-  EXPECT_EQ(0, queue_.dequeue_head(taken));
-  EXPECT_EQ(sent, taken);
-  qov::releaseWithPackage(taken);
+  expectNext(sent);
 }
 
 TEST_F(TaskQueueTest, AForgottenPulseEndsNoWait) {
@@ -236,8 +241,5 @@ TEST_F(TaskQueueTest, ServesOnWhenAThreadIsCancelledThatWaitsForABlock) {
   cancelled.join();
   ACE_Message_Block* const block = makeBlock(makeMessage(3, 1));
   ASSERT_LT(0, queue_.enqueue_tail(block));
-  ACE_Message_Block* taken = nullptr;
-  ASSERT_EQ(0, queue_.dequeue_head(taken));
-  EXPECT_EQ(block, taken);
-  qov::releaseWithPackage(taken);
+  expectNext(block);
 }
