@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "tests/config/ini_file.h"
-#include "tests/support/failing_new.h"
+#include "tests/support/failing_allocations.h"
 
-using qov::test::FailingNew;
+using qov::test::FailingAllocations;
 using qov::test::IniFile;
 using qov::test::Items;
 using qov::test::writeFile;
@@ -151,9 +151,9 @@ TEST_F(IniOperator, FailsToOpenWhatIsNotThere) {
 
 TEST_F(IniOperator, FailsToOpenWithoutMemoryForTheHeapAndMayTryAgain) {
   {
-    const FailingNew failing(sizeof(HEAP_ALLOCATOR));
+    const auto failing = FailingAllocations::ofObjectsThatGiveNull(sizeof(HEAP_ALLOCATOR));
     EXPECT_EQ(ini_.open(file_.c_str()), -1);
-    EXPECT_EQ(failing.failures(), 1);
+    EXPECT_TRUE(failing.hasFailed());
   }
   EXPECT_EQ(ini_.setConfigItem("MMT", Items{}), -1) << "nothing is open";
   EXPECT_EQ(ini_.open(file_.c_str()), 0);
@@ -163,11 +163,11 @@ TEST_F(IniOperator, FailsToOpenWithoutMemoryForTheHeapAndMayTryAgain) {
 TEST_F(IniOperator, FailsToOpenWithoutMemoryForTheImporter) {
   const std::string before = content();
   {
-    const FailingNew failing(sizeof(ACE_Ini_ImpExp));
+    const auto failing = FailingAllocations::ofObjectsThatGiveNull(sizeof(ACE_Ini_ImpExp));
     errno = 0;
     EXPECT_EQ(ini_.open(file_.c_str()), -1);
     EXPECT_EQ(errno, ENOMEM);
-    EXPECT_EQ(failing.failures(), 1);
+    EXPECT_TRUE(failing.hasFailed());
   }
   EXPECT_EQ(valueOf(ini_, "MMT", "RETRY"), "(none)");
   EXPECT_EQ(ini_.setConfigItem("MMT", Items{}), -1) << "nothing is open";

@@ -4,7 +4,7 @@
 #include <cstdarg>
 
 #include "tests/diag/log_capture.h"
-#include "tests/support/counted_new.h"
+#include "tests/support/failing_allocations.h"
 
 namespace {
 

@@ -10,13 +10,13 @@
 #include "diag/file_strategy.h"
 #include "tests/diag/log_capture.h"
 #include "tests/diag/reactor_timers.h"
-#include "tests/support/counted_new.h"
+#include "tests/support/failing_allocations.h"
 #include "tests/support/files.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using qov::test::NoMemory;
+using qov::test::FailingAllocations;
 using qov::test::readFile;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -43,7 +43,7 @@ TEST_F(OutOfMemory, LeavesAKitThatCannotBeRegisteredToItsOwner) {
   errno = 0;
   int added = -1;
   {
-    const NoMemory none;
+    const FailingAllocations none(0);
     added = kits.add(&kit);
   }
   EXPECT_EQ(errno, ENOMEM);
@@ -55,7 +55,7 @@ TEST_F(OutOfMemory, CostsARecordAndNothingElse) {
   LogCapture capture;
   const std::string endless(2000, 'f');
   {
-    const NoMemory none;
+    const FailingAllocations none(0);
     kit_.error(1, endless.c_str(), 2, "m");
     const CQOVDebugKitGuard guard(0, "a text that is longer than what a string holds in itself");
   }
@@ -76,9 +76,9 @@ TEST_F(OutOfMemory, LeavesLoggingAsItWasWhenSettingsCannotBeApplied) {
     errno = 0;
     bool refused = false;
     {
-      const NoMemory noMore(granted, qov::test::NewForms::kThrowing);
+      const auto noMore = FailingAllocations::ofThoseThatThrow(granted);
       refused = strategy_.initLogStrategy(next) == -1 && errno == ENOMEM;
-      complete = !noMore.hasRefused();
+      complete = !noMore.hasFailed();
     }
     const std::string message = "after " + std::to_string(granted);
     kit_.error(1, "f", 2, message);
@@ -94,7 +94,7 @@ TEST_F(OutOfMemory, ReportsThatThereIsNoStrategy) {
   errno = 0;
   int result = 0;
   {
-    const NoMemory none;
+    const FailingAllocations none(0);
     result = strategy_.initLogStrategy(param);
   }
   EXPECT_EQ(errno, ENOMEM);
@@ -108,7 +108,7 @@ TEST_F(OutOfMemory, CountsARecordThatTheFileMissesMeanwhile) {
   toFile << "one\n";
   fs::create_directory(directory_.file("missing"));
   {
-    const NoMemory none;
+    const FailingAllocations none(0);
     toFile << "two\n";
   }
   EXPECT_TRUE(toFile.good());
@@ -123,7 +123,7 @@ TEST_F(OutOfMemory, OnlyPutsARotationOff) {
   kit_.error(1, "f", 2, "first");
   qov::FileStrategy check(1, 2);
   {
-    const NoMemory none;
+    const FailingAllocations none(0);
     int result = -1;
     EXPECT_NO_THROW(result = check.handle_timeout(ACE_Time_Value::zero, nullptr));
     EXPECT_EQ(result, 0) << "the reactor would cancel the timer";

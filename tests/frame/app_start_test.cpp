@@ -12,7 +12,7 @@
 #include <memory>
 
 #include "tests/support/agent_root.h"
-#include "tests/support/failing_new.h"
+#include "tests/support/failing_allocations.h"
 
 namespace {
 
@@ -91,11 +91,12 @@ TEST_F(AppStart, WithoutMemoryForTheLoggingStrategyFails) {
     EXPECT_EQ(init(first), -1);
   }
   CQOVapp app;
-  const qov::test::FailingNew failing(sizeof(CQOV_Logging_Strategy));
+  const auto failing =
+      qov::test::FailingAllocations::ofObjectsThatGiveNull(sizeof(CQOV_Logging_Strategy));
   errno = 0;
   EXPECT_EQ(init(app), -1);
   EXPECT_EQ(errno, ENOMEM);
-  EXPECT_EQ(failing.failures(), 1);
+  EXPECT_TRUE(failing.hasFailed());
 }
 
 TEST_F(AppStart, SurvivesAnEmptyCommandLine) {

@@ -18,10 +18,10 @@
 #include <vector>
 
 #include "tests/support/child.h"
-#include "tests/support/failing_new.h"
+#include "tests/support/failing_allocations.h"
 #include "tests/support/files.h"
 
-using qov::test::FailingNew;
+using qov::test::FailingAllocations;
 using qov::test::holdsInChild;
 using qov::test::TemporaryDirectory;
 using qov::test::writeFile;
@@ -162,9 +162,9 @@ TEST_F(ProcInfo, LivesInTheFileSystemsRootWithoutARootAndNamelessWithoutAnExecut
 
 TEST_F(ProcInfo, SaysThatThereIsNoMemoryForTheConfiguration) {
   configure(kGood);
-  const FailingNew failing(sizeof(HEAP_ALLOCATOR));
+  const auto failing = FailingAllocations::ofObjectsThatGiveNull(sizeof(HEAP_ALLOCATOR));
   EXPECT_EQ(whatFails(), "CQOV_Exception: can't make config");
-  EXPECT_EQ(failing.failures(), 1);
+  EXPECT_TRUE(failing.hasFailed());
 }
 
 TEST_F(ProcInfo, SaysThatTheFileIsMissing) {
@@ -220,7 +220,7 @@ TEST_F(ProcInfoDeathTest, ItsFirstUseDoesNotWaitForItselfWhenAceLogsMeanwhile) {
         SinkThatAsksForTheName sink;
         std::string failure;
         {
-          const FailingNew failing(kFirstPoolOfAce, FailingNew::kArray);
+          const auto failing = FailingAllocations::ofArraysThatGiveNull(kFirstPoolOfAce);
           failure = caughtFrom([] { QOV_Utility::getProcPID(); });
         }
         const bool asked = sink.records > 0 && sink.unanswered == sink.records;

@@ -17,6 +17,7 @@ struct Plan {
   bool refused = false;
 };
 thread_local Plan plan;
+thread_local long counted = 0;
 
 thread_local std::size_t hookedSize = 0;
 thread_local std::function<void()> hook;
@@ -39,6 +40,7 @@ bool refuses(std::size_t size, Form form) noexcept {
 }
 
 void* allocate(std::size_t size, Form form) {
+  ++counted;
   if (hookedSize != 0 && hookedSize == size) {
     hookedSize = 0;
     hook();
@@ -90,6 +92,10 @@ void operator delete[](void* memory, const std::nothrow_t&) noexcept {
 
 namespace qov::test {
 
+long allocations() {
+  return counted;
+}
+
 FailingAllocations::FailingAllocations(long count, long failures)
     : FailingAllocations(0, count, failures, kAnyForm) {}
 
@@ -107,6 +113,10 @@ FailingAllocations FailingAllocations::ofThoseThatThrow(long count) {
 
 FailingAllocations FailingAllocations::ofObjectsThatGiveNull(std::size_t size) {
   return {size, 0, kAllFurther, kNullObject};
+}
+
+FailingAllocations FailingAllocations::ofArraysThatGiveNull(std::size_t size) {
+  return {size, 0, kAllFurther, kNullArray};
 }
 
 FailingAllocations::~FailingAllocations() {

@@ -6,6 +6,9 @@
 
 namespace qov::test {
 
+/// How often the calling thread has allocated.
+long allocations();
+
 /// Lets the calling thread's allocations succeed `count` times and fail from then on, `failures`
 /// times if that is given, until it goes out of scope. A program with failing_allocations.cpp has
 /// its own operators new.
@@ -22,6 +25,8 @@ class FailingAllocations {
 
   /// Fails the single objects of exactly `size` bytes whose allocation gives null.
   static FailingAllocations ofObjectsThatGiveNull(std::size_t size);
+  /// As above, for arrays.
+  static FailingAllocations ofArraysThatGiveNull(std::size_t size);
 
   ~FailingAllocations();
   FailingAllocations(const FailingAllocations&) = delete;
