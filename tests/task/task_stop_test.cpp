@@ -1,6 +1,7 @@
 #include <ace/Reactor.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -92,14 +93,16 @@ TEST_F(TaskStopTest, ARequestThatWasNeverHandledIsWokenAndFreed) {
     CQOV_Task task(module_.get());
     EXPECT_EQ(-1, request(task, makeMessage(1, kAnswered), kNoLimit));
   });
-  const auto queued = [this] {
+  // Each look puts a message of its own into the queue: the request is there once the queue holds
+  // more than these.
+  int looks = 0;
+  const auto queued = [&] {
     ACE_Time_Value past(1);
-    ACE_Message_Block* const probe = makeBlock(makeMessage(3, 1));
-    const int count = module_->putq(probe, &past);
-    return count >= 2;
+    ++looks;
+    return module_->putq(makeBlock(makeMessage(3, 1)), &past) > looks;
   };
   while (!queued()) {
-    std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   // The leader finds the process stopping before it looks at its queue.
   stopProcessReactor();
