@@ -11,6 +11,7 @@
 #include <new>
 #include <string>
 
+#include "msg/package_checks.h"
 #include "msg/record_codec.h"
 
 namespace {
@@ -39,12 +40,6 @@ void logParseFailure(const char* function, int line, const Text& text) noexcept 
   errno = error;
 }
 
-/// Says it, and leaves errno as callers are promised.
-void logNoMemory(std::uint64_t bytes) noexcept {
-  ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) no memory for the message! data size=%Q!\n"), bytes));
-  errno = ENOMEM;
-}
-
 /// Whether the bytes at `p`, enough for a header, can be one of that kind.
 bool isHead(const unsigned char* p, const QOVMsgHead*) {
   const unsigned int type = p[offsetof(QOVMsgHead, type_)];
@@ -61,11 +56,9 @@ void logInvalidHead() {
   ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) invalid MSG header!\n")));
 }
 
-/// Whether a message with a header like `kind` can start at `buf`; logs why not. `len` becomes the
-/// number of record bytes.
+/// Whether `size` bytes at `buf` start with a header like `kind`, whatever its LEN; logs why not.
 template <class Head>
-bool verifyMsgHead(const unsigned char* buf, unsigned int size, const Head* kind,
-                   std::uint32_t& len) {
+bool verifyHeadAlone(const unsigned char* buf, unsigned int size, const Head* kind) {
   if (buf == nullptr || size < sizeof(Head)) {
     ACE_ERROR((LM_ERROR,
                ACE_TEXT("%D %M (%t) at File=%s,Line=%d,Function=CTLVPackageV3::verifyMsgHead: pBuf "
@@ -74,8 +67,22 @@ bool verifyMsgHead(const unsigned char* buf, unsigned int size, const Head* kind
     logInvalidHead();
     return false;
   }
+  if (!isHead(buf, kind)) {
+    logInvalidHead();
+    return false;
+  }
+  return true;
+}
+
+/// The same, and whether the message fits. `len` becomes the number of record bytes.
+template <class Head>
+bool verifyMsgHead(const unsigned char* buf, unsigned int size, const Head* kind,
+                   std::uint32_t& len) {
+  if (!verifyHeadAlone(buf, size, kind)) {
+    return false;
+  }
   len = qov::loadWord<std::uint32_t>(buf + offsetof(Head, len_));
-  if (!isHead(buf, kind) || std::uint64_t{len} + sizeof(Head) > size) {
+  if (std::uint64_t{len} + sizeof(Head) > size) {
     logInvalidHead();
     return false;
   }
@@ -144,6 +151,23 @@ Text describe(const char* what, unsigned int size, unsigned int pos) noexcept {
 }
 
 }  // namespace
+
+namespace qov {
+
+bool verifyInternalHead(const unsigned char* buf, unsigned int size) {
+  return verifyHeadAlone(buf, size, static_cast<const QOVMsgHead*>(nullptr));
+}
+
+void logNoBuffer() {
+  ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) buf pointer is null!\n")));
+}
+
+void logNoMemory(std::uint64_t bytes) noexcept {
+  ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) no memory for the message! data size=%Q!\n"), bytes));
+  errno = ENOMEM;
+}
+
+}  // namespace qov
 
 template <class MSG_S_HEAD>
 CTLVPackageV3<MSG_S_HEAD>::CTLVPackageV3() = default;
@@ -240,7 +264,7 @@ bool CTLVPackageV3<MSG_S_HEAD>::decodeRecords(unsigned char* buf, unsigned int s
   const char* function = signature(&head_);
   unsigned int pos = sizeof(MSG_S_HEAD);
   if (!records_.reserve(countRecords(buf + pos, end - pos))) {
-    logNoMemory(end);
+    qov::logNoMemory(end);
     return false;
   }
   while (pos < end) {
@@ -310,7 +334,7 @@ unsigned int CTLVPackageV3<MSG_S_HEAD>::write(unsigned char* buf, std::uint64_t 
 template <class MSG_S_HEAD>
 unsigned int CTLVPackageV3<MSG_S_HEAD>::encode(unsigned char* buf, unsigned int size) {
   if (buf == nullptr) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) buf pointer is null!\n")));
+    qov::logNoBuffer();
     return kFailed;
   }
   std::uint64_t needed = 0;
@@ -337,7 +361,7 @@ unsigned int CTLVPackageV3<MSG_S_HEAD>::encode(unsigned char*& buf) {
     buf = new (std::nothrow) unsigned char[needed];
   }
   if (buf == nullptr) {
-    logNoMemory(needed);
+    qov::logNoMemory(needed);
     return kFailed;
   }
   return write(buf, needed);

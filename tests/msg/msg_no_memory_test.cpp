@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <json/value.h>
 #include <qovpub/qov_message_package.h>
+#include <qovpub/qov_om_message_package.h>
 
 #include <cerrno>
 #include <new>
@@ -190,6 +191,65 @@ TEST_F(NoMemory, GivesNoResponse) {
   errno = 0;
   EXPECT_EQ(CreateQovRspPackage(request), nullptr);
   EXPECT_EQ(errno, ENOMEM);
+}
+
+Bytes omMessage() {
+  Bytes message;
+  return message.head(28).set(11, QOVMsgHead::kFlagOm).headV3(0);
+}
+
+TEST(NoMemoryOnce, LeavesAnOmPackageWithoutAnInnerOneAsItWas) {
+  Bytes message = omMessage();
+  CQOV_OM_MsgPackage package(nullptr);
+  const std::uint32_t serial = package.head().sn_;
+  const LogCapture log;
+  errno = 0;
+  {
+    const FailingAllocations fail = FailingAllocations::ofSize(sizeof(CT7QPackageV3));
+    EXPECT_EQ(package.decode(message.begin(), message.size()), CQOV_MsgPackage::kFailed);
+  }
+  EXPECT_EQ(errno, ENOMEM);
+  EXPECT_NE(log.text().find("no memory for the message!"), std::string::npos);
+  EXPECT_EQ(package.get(), nullptr);
+  EXPECT_EQ(package.head().sn_, serial);
+  EXPECT_EQ(package.decode(message.begin(), message.size()), 0U);
+}
+
+TEST(NoMemoryOnce, MakesTheAllocatingEncodeOfAnOmPackageFailWithALogLine) {
+  CQOV_OM_MsgPackage package(new CT7QPackageV3);
+  package.head().len_ = 99;
+  unsigned char own = 0;
+  unsigned char* bytes = &own;
+  const LogCapture log;
+  errno = 0;
+  {
+    const FailingAllocations fail = FailingAllocations::ofSize(64);
+    EXPECT_EQ(package.encode(bytes), CQOV_MsgPackage::kFailed);
+  }
+  EXPECT_EQ(errno, ENOMEM);
+  EXPECT_EQ(bytes, nullptr);
+  EXPECT_NE(log.text().find("no memory for the message! data size=64!\n"), std::string::npos);
+  EXPECT_EQ(package.head().len_, 99U);
+}
+
+TEST_F(NoMemory, LeavesAnOmPackageWithItsInnerOneWhenItIsAssigned) {
+  auto* const inner = new CT7QPackageV3;
+  CQOV_OM_MsgPackage package(inner);
+  const CQOV_OM_MsgPackage other(new CT7QPackageV3);
+  const FailingAllocations fail(0);
+  EXPECT_THROW(package = other, std::bad_alloc);
+  EXPECT_EQ(package.get(), inner);
+}
+
+TEST_F(NoMemory, GivesNoPackageForAHeader) {
+  QOVMsgHead head;
+  for (const std::uint8_t flags : {std::uint8_t{0}, QOVMsgHead::kFlagOm}) {
+    head.flags_ = flags;
+    const FailingAllocations fail(0);
+    errno = 0;
+    EXPECT_EQ(CreateQovMsgPackage(head), nullptr);
+    EXPECT_EQ(errno, ENOMEM);
+  }
 }
 
 }  // namespace

@@ -7,42 +7,21 @@
 
 #include "tests/diag/log_capture.h"
 #include "tests/msg/bytes.h"
+#include "tests/msg/log_lines.h"
 
 namespace {
 
 using qov::tests::Bytes;
 using qov::tests::FencedMemory;
+using qov::tests::kBadHead;
+using qov::tests::kFunction;
+using qov::tests::kFunctionV3;
+using qov::tests::kNoHead;
+using qov::tests::kPlace;
+using qov::tests::Lines;
+using qov::tests::linesOf;
 
 constexpr unsigned int kFailed = CT7QPackageV3::kFailed;
-
-const std::string kPlace = "at File=agent/common/include/qovpub/qov_message_package.h,Line=";
-const std::string kFunctionV3 =
-    ",Function=u_int CTLVPackageV3<MSG_S_HEAD>::getRecord(unsigned char*, unsigned int, "
-    "CTLVRecordV3*&) [with MSG_S_HEAD = TLVMsgHeadV3; u_int = unsigned int]";
-const std::string kFunction =
-    ",Function=u_int CTLVPackageV3<MSG_S_HEAD>::getRecord(unsigned char*, unsigned int, "
-    "CTLVRecordV3*&) [with MSG_S_HEAD = QOVMsgHead; u_int = unsigned int]";
-
-/// The log line without its time, thread and line number.
-std::string withoutNumbers(const std::string& line) {
-  const std::size_t from = line.find(") ");
-  const std::size_t at = line.find(",Line=");
-  if (from == std::string::npos || at == std::string::npos) {
-    return line.substr(from == std::string::npos ? 0 : from + 2);
-  }
-  return line.substr(from + 2, at + 6 - from - 2) + line.substr(line.find(',', at + 1));
-}
-
-std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) {
-    lines.push_back(withoutNumbers(line));
-  }
-  return lines;
-}
-
-using Lines = std::vector<std::string>;
 
 /// Decodes at the end of accessible memory into a package that already holds a record.
 template <class Package>
@@ -72,12 +51,6 @@ Lines recordFault(const std::string& text, unsigned int size, unsigned int pos =
           kPlace + kFunctionV3 + " : it failed to parse record, buf size=" + std::to_string(size) +
               ", parsing pos=" + std::to_string(pos)};
 }
-
-const Lines kNoHead = {kPlace +
-                           ",Function=CTLVPackageV3::verifyMsgHead: pBuf is null or uiBufSize "
-                           "equal zero!",
-                       "invalid MSG header!"};
-const Lines kBadHead = {"invalid MSG header!"};
 
 TEST(PackageFault, LogsAtErrorLevel) {
   const DecodingV3 decoding({});

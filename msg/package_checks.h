@@ -1,0 +1,22 @@
+#ifndef MSG_PACKAGE_CHECKS_H
+#define MSG_PACKAGE_CHECKS_H
+
+#include <cstdint>
+
+namespace qov {
+
+// What the two kinds of internal packages refuse in the same words. The log lines name the source
+// file of the package template, whoever asks: log watchers know them by it.
+
+/// Whether `size` bytes at `buf` start with an internal header, whatever its LEN; logs why not.
+bool verifyInternalHead(const unsigned char* buf, unsigned int size);
+
+/// Says that there is no buffer to encode into.
+void logNoBuffer();
+
+/// Says that there is no memory for a message of `bytes`, and sets errno to ENOMEM.
+void logNoMemory(std::uint64_t bytes) noexcept;
+
+}  // namespace qov
+
+#endif
