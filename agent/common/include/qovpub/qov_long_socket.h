@@ -1,0 +1,122 @@
+#ifndef QOVPUB_QOV_LONG_SOCKET_H
+#define QOVPUB_QOV_LONG_SOCKET_H
+
+#include <ace/INET_Addr.h>
+#include <ace/SOCK_Stream.h>
+#include <ace/Thread_Mutex.h>
+#include <ace/Time_Value.h>
+#include <qovpub/qov_message_package.h>
+
+#include <memory>
+
+class CQOVDebugKitGuard;
+namespace qov {
+class Deadline;
+}
+
+/// The long-lived TCP connection to the management endpoint: sends one V3 message and waits for the
+/// one that answers it.
+///
+/// It connects when it is made and stays connected. Whatever fails on the way closes the connection
+/// and makes a new one at once; an exchange repeats its request once when that happens. A link
+/// without a connection (the endpoint was away) tries again with its next exchange.
+///
+/// Thread: sendMsg() and sendGetNextMsgV3() from any thread. An exchange has the connection for
+///         itself; a walk lets those of other threads in between its steps. All other operations
+///         are the steps of an exchange: they are for derived classes and need the link alone.
+/// Owns:   the connection and 2 MiB to receive in. Packages stay with the caller.
+/// Errors: by the result and a log line. What the message model throws comes through:
+///         std::bad_alloc, and CQOV_Exception as sendGetNextMsgV3() has it.
+///
+/// The class has virtual operations but no virtual destructor: the layout of its table of
+/// virtual operations is fixed. Delete an object as what it was made.
+class CQOVLongSocket {
+ public:
+  /// The message could not be encoded; nothing was sent.
+  static constexpr unsigned int kNotEncoded = 16797697;
+  /// What came does not answer the request: another serial number, or it cannot be decoded; of a
+  /// walk also: not one record.
+  static constexpr unsigned int kBadReply = 16797698;
+  /// Sending or receiving failed; the link has tried to connect anew.
+  static constexpr unsigned int kSocketFailed = 16797704;
+
+  /// The longest message that can be received, its header included.
+  static constexpr unsigned int kMaxMessage = 2097152;
+
+  /// Connects to the endpoint that key "MMT_ADDR" of section "MMT" of the process's configuration
+  /// file names as host:port, or to 127.0.0.1:19001 if it names none. Never fails: without a
+  /// connection, or memory to receive in, the first exchange tries again.
+  CQOVLongSocket();
+  ~CQOVLongSocket();
+
+  CQOVLongSocket(const CQOVLongSocket&) = delete;
+  CQOVLongSocket& operator=(const CQOVLongSocket&) = delete;
+
+  /// Gives `package` a fresh serial number, sends it and waits for its answer, which `package`
+  /// holds afterwards; for at most 30 seconds each.
+  ///
+  /// Returns 0, one of the three results above, or the answer's RET field, when that is not 0;
+  /// `package` has the answer's header and records then, too. After kNotEncoded and after a request
+  /// that could not be sent it has the request; in all other cases no records.
+  unsigned int sendMsg(CT7QPackageV3* package);
+
+  /// Reads a table: sends `package`, then each answer's record as the next request, until a record
+  /// has status 1 in its cell with tag 4095. `package` receives a copy of each record that came
+  /// before that one, and at the end one record without cells that has that one's command code.
+  ///
+  /// Returns 0 or the result of the exchange that ended the walk; then, as after a status other
+  /// than 0 and 1 (which is logged, the result is 0), the record without cells is missing. The walk
+  /// is also at its end after 10,000 records. Throws CQOV_Exception when a status cell holds no
+  /// number. What was read so far is in `package` in any case.
+  unsigned int sendGetNextMsgV3(CT7QPackageV3* package);
+
+  /// Connects to the endpoint, for at most 2 seconds, in place of the connection that may be there.
+  /// Returns 0, or -1 without a connection.
+  int setupConnection();
+
+  /// Sends `length` bytes, for at most 30 seconds. One call of the system: if it takes a part only,
+  /// that is all that is sent. Returns 0, or kSocketFailed after connecting anew.
+  virtual unsigned int sendMsg_i(const unsigned char* data, unsigned int length);
+
+  /// Receives one message and puts it into `package`; recvData() with 30 seconds, then convert().
+  virtual unsigned int receiveMsg(CT7QPackageV3* package);
+
+  /// Receives one message into `buffer`, which has room for kMaxMessage bytes, and sets `length` to
+  /// its length. `timeout` is for the whole message; null waits as long as it takes. Returns 0, or
+  /// kSocketFailed after connecting anew with `length` unchanged.
+  unsigned int recvData(char* buffer, unsigned int& length, const ACE_Time_Value* timeout);
+
+  /// Decodes the message of `length` bytes at `data` into `package`, whose serial number it must
+  /// have. Returns as sendMsg().
+  unsigned int convert(unsigned char* data, unsigned int length, CT7QPackageV3* package);
+
+ protected:
+  /// How long a step may take.
+  struct Limits {
+    ACE_Time_Value connect{2};
+    ACE_Time_Value send{30};
+    ACE_Time_Value reply{30};
+  };
+
+  /// Connects to `endpoint`; no configuration file is read.
+  CQOVLongSocket(const ACE_INET_Addr& endpoint, const Limits& limits);
+
+ private:
+  unsigned int exchange(const unsigned char* data, unsigned int length, CT7QPackageV3& package,
+                        CQOVDebugKitGuard& guard);
+  unsigned int attempt(const unsigned char* data, unsigned int length, CT7QPackageV3& package,
+                       bool& sent);
+  bool readMessage(char* buffer, unsigned int& length, const ACE_Time_Value* timeout,
+                   CQOVDebugKitGuard& guard);
+  bool receiveBody(char* to, unsigned int length, const qov::Deadline& deadline);
+  unsigned int reconnect();
+
+  // Guarded by lock_, server_ and limits_ excepted, which are constant after construction.
+  ACE_INET_Addr server_;
+  ACE_SOCK_Stream peer_;
+  ACE_Thread_Mutex lock_;
+  std::unique_ptr<unsigned char[]> buffer_;
+  const Limits limits_;
+};
+
+#endif

@@ -1,0 +1,36 @@
+#include "link/deadline.h"
+
+#include <algorithm>
+#include <climits>
+
+namespace qov {
+namespace {
+
+constexpr std::chrono::seconds kLongest{10L * 365 * 24 * 3600};
+
+std::chrono::microseconds durationOf(const ACE_Time_Value& timeout) {
+  if (timeout < ACE_Time_Value::zero) {
+    return std::chrono::microseconds{0};
+  }
+  const std::chrono::seconds seconds{timeout.sec()};
+  return seconds < kLongest ? seconds + std::chrono::microseconds{timeout.usec()} : kLongest;
+}
+
+}  // namespace
+
+Deadline::Deadline(const ACE_Time_Value* timeout) : never_(timeout == nullptr) {
+  if (!never_) {
+    end_ = Clock::now() + durationOf(*timeout);
+  }
+}
+
+int Deadline::pollTimeout() const {
+  if (never_) {
+    return -1;
+  }
+  // Up to a whole millisecond more: a poll that ends early would be followed by others of length 0.
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now()).count();
+  return static_cast<int>(std::clamp<decltype(left)>(left, 0, INT_MAX));
+}
+
+}  // namespace qov

@@ -1,0 +1,32 @@
+#ifndef QOV_LINK_DEADLINE_H
+#define QOV_LINK_DEADLINE_H
+
+#include <ace/Time_Value.h>
+
+#include <chrono>
+
+namespace qov {
+
+/// When several waits have to be over together, by a clock that nobody sets.
+///
+/// Thread: a value.
+/// Owns:   nothing.
+/// Errors: none. A time-out below zero is none; one too long to reckon with ends in ten years.
+class Deadline {
+ public:
+  /// `timeout` from now; null: never.
+  explicit Deadline(const ACE_Time_Value* timeout);
+
+  /// What is left, for poll(): -1 for ever, 0 when it is over, at most what an int can say.
+  int pollTimeout() const;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  bool never_;
+  Clock::time_point end_;
+};
+
+}  // namespace qov
+
+#endif

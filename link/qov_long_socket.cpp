@@ -1,0 +1,228 @@
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_long_socket.h>
+
+#include <ace/Guard_T.h>
+#include <qovpub/qov_cell_bytes.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <new>
+
+#include "link/dump_text.h"
+#include "link/endpoint_address.h"
+#include "link/socket_io.h"
+
+namespace {
+
+constexpr unsigned int kHeadSize = sizeof(TLVMsgHeadV3);
+constexpr unsigned long long kTraffic = 65535;
+
+unsigned char* makeBuffer() {
+  return new (std::nothrow) unsigned char[CQOVLongSocket::kMaxMessage];
+}
+
+/// As it stands in the header at `head`: negative when the endpoint sends nonsense.
+std::int32_t lengthOfBody(const char* head) {
+  std::int32_t length;
+  std::memcpy(&length, head + offsetof(TLVMsgHeadV3, len_), sizeof length);
+  return length;
+}
+
+/// Closes the connection unless the exchange comes to its end: the answer to a request that was
+/// given up halfway must not be there for the next one.
+class Unanswered {
+ public:
+  explicit Unanswered(ACE_SOCK_Stream& peer) : peer_(&peer) {}
+  ~Unanswered() {
+    if (peer_ != nullptr) {
+      peer_->close();
+    }
+  }
+  Unanswered(const Unanswered&) = delete;
+  Unanswered& operator=(const Unanswered&) = delete;
+
+  void settle() { peer_ = nullptr; }
+
+ private:
+  ACE_SOCK_Stream* peer_;
+};
+
+void logTraffic(CQOVDebugKitGuard& guard, const char* what, const CT7QPackageV3& package) {
+  if (CQOVDebugKit::isOn(LM_DEBUG)) {
+    guard.debug(kTraffic, "sendMsg", __LINE__, "%s\n%s", what, qov::dumpOf(package).c_str());
+  }
+}
+
+}  // namespace
+
+CQOVLongSocket::CQOVLongSocket() : buffer_(makeBuffer()) {
+  CQOVDebugKitGuard guard(0, "CQOVLongSocket::CQOVLongSocket()");
+  server_ = qov::configuredEndpoint(guard);
+  setupConnection();
+}
+
+CQOVLongSocket::CQOVLongSocket(const ACE_INET_Addr& endpoint, const Limits& limits)
+    : server_(endpoint), buffer_(makeBuffer()), limits_(limits) {
+  CQOVDebugKitGuard guard(0, "CQOVLongSocket::CQOVLongSocket(const ACE_INET_Addr&, const Limits&)");
+  setupConnection();
+}
+
+CQOVLongSocket::~CQOVLongSocket() {
+  CQOVDebugKitGuard guard(0, "CQOVLongSocket::~CQOVLongSocket()");
+  peer_.close();
+}
+
+int CQOVLongSocket::setupConnection() {
+  CQOVDebugKitGuard guard(0, "int CQOVLongSocket::setupConnection()");
+  peer_.close();
+  const qov::AddressText address = qov::textOf(server_);
+  peer_.set_handle(qov::connectTo(server_, limits_.connect));
+  if (peer_.get_handle() == ACE_INVALID_HANDLE) {
+    guard.error(65611, __FUNCTION__, __LINE__, "Failed to connect socket server, server ip is %s",
+                address.data());
+    return -1;
+  }
+  guard.info(65612, __FUNCTION__, __LINE__, "Successed to connect socket server, server ip is %s",
+             address.data());
+  return 0;
+}
+
+unsigned int CQOVLongSocket::sendMsg_i(const unsigned char* data, unsigned int length) {
+  CQOVDebugKitGuard guard(
+      0, "unsigned int CQOVLongSocket::sendMsg_i(const unsigned char*, unsigned int)");
+  // A short send is not repeated: what is missing, the endpoint waits for, and no answer comes.
+  if (qov::sendWithin(peer_.get_handle(), data, length, limits_.send) >= 0) {
+    return 0;
+  }
+  guard.error(65613, __FUNCTION__, __LINE__, "Failed to send V3 message, error is %s",
+              std::strerror(errno));
+  return reconnect();
+}
+
+unsigned int CQOVLongSocket::reconnect() {
+  peer_.close();
+  setupConnection();
+  return kSocketFailed;
+}
+
+unsigned int CQOVLongSocket::recvData(char* buffer, unsigned int& length,
+                                      const ACE_Time_Value* timeout) {
+  CQOVDebugKitGuard guard(
+      0, "unsigned int CQOVLongSocket::recvData(char*, unsigned int&, const ACE_Time_Value*)");
+  if (readMessage(buffer, length, timeout, guard)) {
+    return 0;
+  }
+  guard.error(65616, __FUNCTION__, __LINE__, "Failed to receive V3 message, error is %s",
+              std::strerror(errno));
+  return reconnect();
+}
+
+/// False with errno set and the part that failed logged.
+bool CQOVLongSocket::readMessage(char* buffer, unsigned int& length, const ACE_Time_Value* timeout,
+                                 CQOVDebugKitGuard& guard) {
+  const qov::Deadline deadline(timeout);
+  if (!qov::receiveAll(peer_.get_handle(), buffer, kHeadSize, deadline)) {
+    guard.error(65614, "recvData", __LINE__, "It failed to receive v3 message head!");
+    return false;
+  }
+  const std::int32_t len = lengthOfBody(buffer);
+  if (len > 0 && !receiveBody(buffer + kHeadSize, static_cast<unsigned int>(len), deadline)) {
+    guard.error(65615, "recvData", __LINE__, "It failed to receive v3 message body!");
+    return false;
+  }
+  length = kHeadSize + static_cast<unsigned int>(std::max(len, 0));
+  return true;
+}
+
+bool CQOVLongSocket::receiveBody(char* to, unsigned int length, const qov::Deadline& deadline) {
+  if (length > kMaxMessage - kHeadSize) {
+    errno = EMSGSIZE;
+    return false;
+  }
+  return qov::receiveAll(peer_.get_handle(), to, length, deadline);
+}
+
+unsigned int CQOVLongSocket::receiveMsg(CT7QPackageV3* package) {
+  CQOVDebugKitGuard guard(0, "unsigned int CQOVLongSocket::receiveMsg(CT7QPackageV3*)");
+  if (buffer_ == nullptr) {
+    buffer_.reset(makeBuffer());
+  }
+  unsigned int length = 0;
+  const unsigned int result =
+      recvData(reinterpret_cast<char*>(buffer_.get()), length, &limits_.reply);
+  return result == 0 ? convert(buffer_.get(), length, package) : result;
+}
+
+unsigned int CQOVLongSocket::convert(unsigned char* data, unsigned int length,
+                                     CT7QPackageV3* package) {
+  CQOVDebugKitGuard guard(
+      0, "unsigned int CQOVLongSocket::convert(unsigned char*, unsigned int, CT7QPackageV3*)");
+  const auto serial = qov::loadWord<std::uint16_t>(data + offsetof(TLVMsgHeadV3, ser_));
+  const auto error = qov::loadWord<std::uint32_t>(data + offsetof(TLVMsgHeadV3, ret_));
+  if (serial != package->head().ser_) {
+    guard.error(65617, __FUNCTION__, __LINE__,
+                "V3 message serial number mismatch, send serial is %d, receive serial is %d",
+                int{package->head().ser_}, int{serial});
+    return kBadReply;
+  }
+  const bool decoded = package->decode(data, length) != CT7QPackageV3::kFailed;
+  if (error != 0) {
+    guard.error(65618, __FUNCTION__, __LINE__, "Failed to receive V3 message, error code is %d",
+                static_cast<int>(error));
+    return error;
+  }
+  return decoded ? 0 : kBadReply;
+}
+
+unsigned int CQOVLongSocket::sendMsg(CT7QPackageV3* package) {
+  CQOVDebugKitGuard guard(0, "unsigned int CQOVLongSocket::sendMsg(CT7QPackageV3*)");
+  TLVMsgHeadV3::allocateSerial(package->head());
+  unsigned char* bytes = nullptr;
+  const unsigned int length = package->encode(bytes);
+  const std::unique_ptr<unsigned char[]> request(bytes);
+  if (length == 0 || length == CT7QPackageV3::kFailed) {
+    // No error record: the codec has written one, and the guard leaves with OK; both are kept.
+    guard.debug(65619, __FUNCTION__, __LINE__, "Error:it failed to encode the V3 message!");
+    return kNotEncoded;
+  }
+  logTraffic(guard, "send:", *package);
+  const ACE_Guard<ACE_Thread_Mutex> lock(lock_);
+  const unsigned int result = exchange(request.get(), length, *package, guard);
+  if (result != 0) {
+    guard.error(65620, __FUNCTION__, __LINE__,
+                "Failed to send message, error code is %d, message is : %s",
+                static_cast<int>(result),
+                CQOVDebugKit::isOn(LM_ERROR) ? qov::dumpOf(*package).c_str() : "");
+  }
+  return result;
+}
+
+/// One retry in all, whether it is sending or receiving that fails.
+unsigned int CQOVLongSocket::exchange(const unsigned char* data, unsigned int length,
+                                      CT7QPackageV3& package, CQOVDebugKitGuard& guard) {
+  Unanswered request(peer_);
+  bool sent = false;
+  unsigned int result = attempt(data, length, package, sent);
+  if (result == kSocketFailed) {
+    result = attempt(data, length, package, sent);
+  }
+  request.settle();
+  if (sent) {
+    logTraffic(guard, "received:", package);
+  }
+  return result;
+}
+
+unsigned int CQOVLongSocket::attempt(const unsigned char* data, unsigned int length,
+                                     CT7QPackageV3& package, bool& sent) {
+  const unsigned int result = sendMsg_i(data, length);
+  sent = result == 0;
+  if (!sent) {
+    return result;
+  }
+  package.clear();
+  return receiveMsg(&package);
+}

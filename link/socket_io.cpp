@@ -1,0 +1,160 @@
+#include "link/socket_io.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace qov {
+namespace {
+
+/// A socket that is closed unless it is handed on; errno stays.
+class Socket {
+ public:
+  explicit Socket(int domain)
+      : handle_(::socket(domain, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {}
+  ~Socket() {
+    if (handle_ != ACE_INVALID_HANDLE) {
+      const int error = errno;
+      ::close(handle_);
+      errno = error;
+    }
+  }
+  Socket(const Socket&) = delete;
+  Socket& operator=(const Socket&) = delete;
+
+  ACE_HANDLE get() const { return handle_; }
+  ACE_HANDLE release() { return std::exchange(handle_, ACE_INVALID_HANDLE); }
+
+ private:
+  ACE_HANDLE handle_;
+};
+
+/// Waits until `events` or an error is there. False with errno set: ETIME when the time is over.
+bool waitFor(ACE_HANDLE socket, short events, const Deadline& deadline) {
+  pollfd entry{socket, events, 0};
+  while (const int timeout = deadline.pollTimeout()) {
+    const int ready = ::poll(&entry, 1, timeout);
+    if (ready > 0) {
+      return true;
+    }
+    if (ready < 0 && errno != EINTR) {
+      return false;
+    }
+  }
+  errno = ETIME;
+  return false;
+}
+
+/// After a call that has done nothing: whether there is time to try it again, and reason to.
+bool mayRepeat(ACE_HANDLE socket, short events, const Deadline& deadline) {
+  if (errno == EAGAIN || errno == EWOULDBLOCK) {
+    return waitFor(socket, events, deadline);
+  }
+  return errno == EINTR;
+}
+
+bool finishConnecting(ACE_HANDLE socket, const Deadline& deadline) {
+  if (!waitFor(socket, POLLOUT, deadline)) {
+    return false;
+  }
+  int error = 0;
+  socklen_t size = sizeof error;
+  if (::getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size) != 0) {
+    return false;
+  }
+  errno = error;
+  return error == 0;
+}
+
+/// A connection to a port of this machine where nobody listens meets itself when the system picks
+/// that very port for its own end. It would answer every request with the request.
+bool isConnectedToItself(ACE_HANDLE socket) {
+  sockaddr_storage own{};
+  sockaddr_storage peer{};
+  socklen_t ownSize = sizeof own;
+  socklen_t peerSize = sizeof peer;
+  return ::getsockname(socket, reinterpret_cast<sockaddr*>(&own), &ownSize) == 0 &&
+         ::getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &peerSize) == 0 &&
+         ownSize == peerSize && std::memcmp(&own, &peer, ownSize) == 0;
+}
+
+bool connectWithin(ACE_HANDLE socket, const ACE_INET_Addr& address, const Deadline& deadline) {
+  const auto* to = static_cast<const sockaddr*>(address.get_addr());
+  if (::connect(socket, to, static_cast<socklen_t>(address.get_size())) != 0 &&
+      (errno != EINPROGRESS || !finishConnecting(socket, deadline))) {
+    return false;
+  }
+  if (isConnectedToItself(socket)) {
+    errno = ECONNREFUSED;
+    return false;
+  }
+  return true;
+}
+
+/// Says it better than the system would of an invalid handle.
+bool isConnected(ACE_HANDLE socket) {
+  if (socket == ACE_INVALID_HANDLE) {
+    errno = ENOTCONN;
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+ACE_HANDLE connectTo(const ACE_INET_Addr& address, const ACE_Time_Value& timeout) {
+  const Deadline deadline(&timeout);
+  Socket socket(address.get_type());
+  if (socket.get() == ACE_INVALID_HANDLE || !connectWithin(socket.get(), address, deadline)) {
+    return ACE_INVALID_HANDLE;
+  }
+  // Messages are written whole: there is nothing to gain from holding back their last segment.
+  const int on = 1;
+  static_cast<void>(::setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on));
+  return socket.release();
+}
+
+ssize_t sendWithin(ACE_HANDLE socket, const unsigned char* data, std::size_t length,
+                   const ACE_Time_Value& timeout) {
+  if (!isConnected(socket)) {
+    return -1;
+  }
+  const Deadline deadline(&timeout);
+  std::size_t taken = 0;
+  do {
+    const ssize_t sent = ::send(socket, data + taken, length - taken, MSG_NOSIGNAL);
+    if (sent >= 0) {
+      taken += static_cast<std::size_t>(sent);
+    } else if (!mayRepeat(socket, POLLOUT, deadline)) {
+      return errno == ETIME && taken > 0 ? static_cast<ssize_t>(taken) : -1;
+    }
+  } while (taken < length);
+  return static_cast<ssize_t>(taken);
+}
+
+bool receiveAll(ACE_HANDLE socket, char* to, std::size_t length, const Deadline& deadline) {
+  if (!isConnected(socket)) {
+    return false;
+  }
+  while (length > 0) {
+    const ssize_t received = ::recv(socket, to, length, 0);
+    if (received > 0) {
+      to += received;
+      length -= static_cast<std::size_t>(received);
+    } else if (received == 0) {
+      errno = ENOLINK;
+      return false;
+    } else if (!mayRepeat(socket, POLLIN, deadline)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace qov

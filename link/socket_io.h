@@ -1,0 +1,32 @@
+#ifndef QOV_LINK_SOCKET_IO_H
+#define QOV_LINK_SOCKET_IO_H
+
+#include <ace/INET_Addr.h>
+#include <ace/Time_Value.h>
+#include <sys/types.h>
+
+#include <cstddef>
+
+#include "link/deadline.h"
+
+/// The system calls of the link. ACE's operations of this kind take a signal for a failure, switch
+/// the socket to non-blocking and back in every call, and count a time-out anew for each piece.
+/// `socket` is one from connectTo(); without one they fail at once, with ENOTCONN.
+namespace qov {
+
+/// A connected socket that never blocks, or ACE_INVALID_HANDLE with errno set. Programs that the
+/// process starts do not inherit it.
+ACE_HANDLE connectTo(const ACE_INET_Addr& address, const ACE_Time_Value& timeout);
+
+/// One send with a time-out: gives the number of bytes that the socket has taken by then, or -1
+/// with errno set, which is ETIME if it has taken none. A peer that is gone raises no SIGPIPE.
+ssize_t sendWithin(ACE_HANDLE socket, const unsigned char* data, std::size_t length,
+                   const ACE_Time_Value& timeout);
+
+/// Receives exactly `length` bytes. False with errno set: ETIME when the time was over, ENOLINK when
+/// the peer has closed the connection.
+bool receiveAll(ACE_HANDLE socket, char* to, std::size_t length, const Deadline& deadline);
+
+}  // namespace qov
+
+#endif

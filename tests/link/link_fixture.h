@@ -1,0 +1,74 @@
+#ifndef QOV_TESTS_LINK_LINK_FIXTURE_H
+#define QOV_TESTS_LINK_LINK_FIXTURE_H
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <qovpub/qov_long_socket.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/diag/log_capture.h"
+#include "tests/link/scripted_peer.h"
+
+namespace qov::test {
+
+/// A link to a port of this machine, with the time-outs that a test wants.
+class TestLink : public CQOVLongSocket {
+ public:
+  using CQOVLongSocket::Limits;
+
+  explicit TestLink(std::uint16_t port) : TestLink(port, Limits()) {}
+  TestLink(std::uint16_t port, const Limits& limits)
+      : CQOVLongSocket(ACE_INET_Addr(port, "127.0.0.1"), limits) {}
+
+  static Limits shortReply(int milliseconds) {
+    Limits limits;
+    limits.reply.set(0, 1000 * milliseconds);
+    return limits;
+  }
+};
+
+/// What the test's thread logs, and an endpoint that plays the test's scripts.
+class LinkTest : public ::testing::Test {
+ protected:
+  using Strings = std::vector<std::string>;
+
+  static constexpr unsigned int kNotEncoded = 0x1005001;
+  static constexpr unsigned int kBadReply = 0x1005002;
+  static constexpr unsigned int kSocketFailed = 0x1005008;
+
+  LinkTest() { package.addRecord(1); }
+
+  void plays(std::vector<ScriptedPeer::Script> scripts) {
+    peer = std::make_unique<ScriptedPeer>(std::move(scripts));
+  }
+  void connects() { connects(TestLink::Limits()); }
+  void connects(const TestLink::Limits& limits) {
+    link = std::make_unique<TestLink>(peer->port(), limits);
+    log.clear();
+  }
+
+  /// The records logged since, as "TAG id message"; "" stands for every tag.
+  Strings records(const std::string& tag = "") const;
+  /// The messages of those with `tag`.
+  Strings messages(const std::string& tag) const;
+
+  std::string connectedTo() const {
+    return "Successed to connect socket server, server ip is " + peer->address();
+  }
+  std::string notConnectedTo() const {
+    return "Failed to connect socket server, server ip is " + peer->address();
+  }
+
+  LogCapture log{LogCapture::kAllLevels & ~static_cast<u_long>(LM_TRACE)};
+  std::unique_ptr<ScriptedPeer> peer;
+  std::unique_ptr<TestLink> link;
+  CT7QPackageV3 package;
+};
+
+}  // namespace qov::test
+
+#endif
