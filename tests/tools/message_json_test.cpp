@@ -96,6 +96,11 @@ std::vector<unsigned char> encoded(Package& message) {
   return {bytes, bytes + size};
 }
 
+/// An OM message to decode into.
+struct OmMessage : CQOV_OM_MsgPackage {
+  OmMessage() : CQOV_OM_MsgPackage(nullptr) {}
+};
+
 template <class Package>
 Json::Value meaningOf(Bytes bytes) {
   Package message;
@@ -349,6 +354,46 @@ TEST(MessageJson, GivesTheBytesOfAnInternalMessageBack) {
                  "'cells':[{'tag':4094,'type':'Invalid','length':0,'value':''}]}]}"));
   bytes.set(32 + 10, 0xE0).set(32 + 11, 0xFF);
   EXPECT_EQ(bytesOfMeaning<CQOV_MsgPackage>(meaning), bytes.data());
+}
+
+TEST(MessageJson, ShowsAnOmMessageWithTheMessageInsideAndTheLengthThatItSays) {
+  Bytes bytes;
+  bytes.head(12345).set(11, 1).headV3(10).record(5, 0);
+  const Json::Value meaning = meaningOf<OmMessage>(bytes);
+  EXPECT_EQ(meaning["head"]["flags"], 1);
+  EXPECT_EQ(meaning["head"]["len"], 12345);
+  EXPECT_EQ(meaning["records"], json("[]"));
+  EXPECT_EQ(meaning["inner"]["head"]["ssk"], jsonNumber(0xFFFFFFFF));
+  EXPECT_EQ(meaning["inner"]["records"], json("[{'cmd':5,'length':0,'cells':[]}]"));
+  OmMessage message;
+  fromJson(parseJson(jsonText(meaning)), "", message);
+  EXPECT_EQ(toJson(message), meaning);
+}
+
+TEST(MessageJson, GivesTheBytesOfAnOmMessageBack) {
+  Bytes bytes;
+  bytes.head(38).set(11, 1).headV3(10).record(5, 0);
+  OmMessage message;
+  fromJson(meaningOf<OmMessage>(bytes), "", message);
+  std::vector<unsigned char> buffer(bytes.size());
+  EXPECT_EQ(message.encode(buffer.data(), bytes.size()), bytes.size());
+  EXPECT_EQ(buffer, bytes.data());
+}
+
+TEST(MessageJson, RefusesAnOmMessageWithRecordsOfItsOwnOrNoneInside) {
+  OmMessage message;
+  const auto refused = [&](const std::string& text) {
+    return complaint([&] { fromJson(json(text), "messages[0]", message); });
+  };
+  const std::string start = "{'head':{'type':1},'records':[";
+  EXPECT_EQ(refused(start + "],'inner':{'records':[]}}"), "");
+  EXPECT_EQ(message.head().flags_, 1);
+  EXPECT_EQ(message.head().len_, 28U);
+  EXPECT_EQ(refused(start + "]}"), "messages[0].inner: missing");
+  EXPECT_EQ(refused(start + "],'inner':{'records':[{}]}}"),
+            "messages[0].inner.records[0].cmd: missing");
+  EXPECT_EQ(refused(start + "{'cmd':1,'cells':[]}],'inner':{'records':[]}}"),
+            "messages[0].records: not empty: the inner message has the records");
 }
 
 TEST(MessageJson, FillsInTheDefaultsOfAHeadThatIsNotThere) {

@@ -96,14 +96,6 @@ std::uint32_t bodyLength(const Package& message) {
   return static_cast<std::uint32_t>(length);
 }
 
-/// Refuses a length that is given and is not the one that `owner` has.
-void checkLength(const JsonObject& json, const char* key, std::uint64_t length, const char* owner) {
-  if (json.has(key) && json.number<std::uint64_t>(key) != length) {
-    json.refuse(key, json.get(key).asString() + ", but the " + owner + " have " +
-                         std::to_string(length) + " bytes");
-  }
-}
-
 template <class Package>
 Json::Value packageJson(const Package& message) {
   Json::Value json(Json::objectValue);
@@ -125,17 +117,29 @@ void readRecords(const Json::Value& records, const std::string& place, Package& 
   }
 }
 
+/// Sets the head of `message` from the member of that name, or leaves the defaults, and gives the
+/// length that is there, or `length`.
+template <class Head>
+std::uint32_t readHeadOf(const JsonObject& message, Head& head, std::uint32_t length) {
+  const Json::Value none(Json::objectValue);
+  const JsonObject json =
+      headObject(message.has("head") ? message.get("head") : none, message.place("head"), head);
+  checkKind<Head>(json);
+  readHead(json, head);
+  return json.numberOr("len", length);
+}
+
 template <class Package>
 void readPackage(const Json::Value& json, const std::string& place, Package& message) {
   const JsonObject object(json, place, {"head", "records"});
-  const Json::Value noHead(Json::objectValue);
-  const JsonObject head = headObject(object.has("head") ? object.get("head") : noHead,
-                                     object.place("head"), message.head());
-  checkKind<std::decay_t<decltype(message.head())>>(head);
-  readHead(head, message.head());
   readRecords(object.array("records"), object.place("records"), message);
-  message.head().len_ = bodyLength(message);
-  checkLength(head, "len", message.head().len_, "records");
+  const std::uint32_t length = bodyLength(message);
+  message.head().len_ = readHeadOf(object, message.head(), length);
+  if (message.head().len_ != length) {
+    throw BadJson(memberPlace(object.place("head"), "len"), std::to_string(message.head().len_) +
+                                                                ", but the records have " +
+                                                                std::to_string(length) + " bytes");
+  }
 }
 
 }  // namespace
@@ -159,6 +163,15 @@ Json::Value toJson(const CQOV_MsgPackage& message) {
   return packageJson(message);
 }
 
+Json::Value toJson(const CQOV_OM_MsgPackage& message) {
+  Json::Value json = packageJson(message);
+  json["head"]["len"] = jsonNumber(message.head().len_);
+  if (message.get() != nullptr) {
+    json["inner"] = toJson(*message.get());
+  }
+  return json;
+}
+
 std::unique_ptr<CTLVRecordV3> recordFromJson(const Json::Value& json, const std::string& place) {
   const JsonObject object(json, place, {"cmd", "length", "cells"});
   auto record = std::make_unique<CTLVRecordV3>(object.number<std::uint64_t>("cmd"));
@@ -171,7 +184,11 @@ std::unique_ptr<CTLVRecordV3> recordFromJson(const Json::Value& json, const std:
       throw BadJson(cellPlace, e.what());
     }
   }
-  checkLength(object, "length", record->length(), "cells");
+  const auto length = object.numberOr<std::uint64_t>("length", record->length());
+  if (length != record->length()) {
+    object.refuse("length", std::to_string(length) + ", but the cells have " +
+                                std::to_string(record->length()) + " bytes");
+  }
   return record;
 }
 
@@ -181,6 +198,18 @@ void fromJson(const Json::Value& json, const std::string& place, CT7QPackageV3& 
 
 void fromJson(const Json::Value& json, const std::string& place, CQOV_MsgPackage& message) {
   readPackage(json, place, message);
+}
+
+void fromJson(const Json::Value& json, const std::string& place, CQOV_OM_MsgPackage& message) {
+  const JsonObject object(json, place, {"head", "records", "inner"});
+  if (!object.array("records").empty()) {
+    object.refuse("records", "not empty: the inner message has the records");
+  }
+  auto inner = std::make_unique<CT7QPackageV3>();
+  fromJson(object.get("inner"), object.place("inner"), *inner);
+  const auto length = static_cast<std::uint32_t>(sizeof(TLVMsgHeadV3)) + inner->head().len_;
+  message.head().len_ = readHeadOf(object, message.head(), length);
+  message.set(inner.release());
 }
 
 }  // namespace qov::tools

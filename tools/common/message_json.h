@@ -3,6 +3,7 @@
 
 #include <json/value.h>
 #include <qovpub/qov_message_package.h>
+#include <qovpub/qov_om_message_package.h>
 
 #include <memory>
 #include <string>
@@ -18,15 +19,17 @@ namespace qov::tools {
 //                      "records":[...]}
 //   internal message: {"head":{"magic","version","type","mst","spid","smid","rpid","rmid","flags",
 //                      "cid","sn","opc","len"},"records":[...]}
+//   OM message:       {"head":{as internal},"records":[],"inner":{a V3 message}}
 //
 // All numbers are JSON integers. What is written is complete. What is read may leave out every
 // length ("length", "len") and, of a head, whatever has a default; lengths that are given have to
-// be right. All of it is strict: BadJson, with the place, for an unknown key, another type, a number
+// be right (the "len" of an OM message, which decoding does not look at, excepted). All is strict: BadJson, with the place, for an unknown key, another type, a number
 // out of range, a message that could not be decoded again.
 
 Json::Value toJson(const CTLVRecordV3& record);
 Json::Value toJson(const CT7QPackageV3& message);
 Json::Value toJson(const CQOV_MsgPackage& message);
+Json::Value toJson(const CQOV_OM_MsgPackage& message);
 
 /// A record of the JSON at `place`.
 std::unique_ptr<CTLVRecordV3> recordFromJson(const Json::Value& json, const std::string& place);
@@ -34,6 +37,7 @@ std::unique_ptr<CTLVRecordV3> recordFromJson(const Json::Value& json, const std:
 /// Sets head and records of `message`, which has none yet, from the JSON at `place`.
 void fromJson(const Json::Value& json, const std::string& place, CT7QPackageV3& message);
 void fromJson(const Json::Value& json, const std::string& place, CQOV_MsgPackage& message);
+void fromJson(const Json::Value& json, const std::string& place, CQOV_OM_MsgPackage& message);
 
 }  // namespace qov::tools
 
