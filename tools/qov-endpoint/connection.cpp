@@ -1,0 +1,247 @@
+#include "tools/qov-endpoint/connection.h"
+
+#include <ace/Reactor.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "tools/qov-endpoint/framing.h"
+
+namespace qov::endpoint {
+namespace {
+
+/// How long a client may take to close its side. Without this wait, bytes of its that nobody has
+/// read would make the kernel reset the connection, and it might lose the end of the answer.
+constexpr std::chrono::milliseconds kLinger{2000};
+
+bool mayPass(int error) {
+  return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
+}
+
+}  // namespace
+
+Connection::Connection(int socket, std::uint64_t ordinal, ConnectionOwner& owner,
+                       ACE_Reactor& reactor)
+    : ACE_Event_Handler(&reactor),
+      socket_(socket),
+      ordinal_(ordinal),
+      owner_(owner),
+      walks_(owner.tables()) {}
+
+Connection::~Connection() {
+  if (state_ != State::kClosed) {
+    enter(State::kClosed);
+  }
+  ::close(socket_);
+}
+
+bool Connection::open() {
+  if (reactor()->register_handler(this, READ_MASK) != 0) {
+    return false;
+  }
+  deliver(owner_.exchanges().accept(ordinal_));
+  return true;
+}
+
+void Connection::finish() {
+  finishing_ = true;
+  if (state_ != State::kDelaying && state_ != State::kSending) {
+    close();
+  }
+}
+
+int Connection::handle_input(ACE_HANDLE) {
+  if (state_ == State::kLingering) {
+    if (!receive()) {
+      close();
+    }
+    input_.clear();
+  } else if (state_ == State::kReading) {
+    if (receive()) {
+      answerNext();
+    } else {
+      endInput();
+    }
+  }
+  owner_.counts().save();
+  return 0;
+}
+
+int Connection::handle_output(ACE_HANDLE) {
+  if (state_ == State::kSending) {
+    send();
+  }
+  return 0;
+}
+
+int Connection::handle_timeout(const ACE_Time_Value&, const void*) {
+  if (state_ == State::kDelaying) {
+    send();
+  } else if (state_ == State::kYielding) {
+    enter(State::kReading);
+    answerNext();
+    owner_.counts().save();
+  } else if (state_ == State::kLingering) {
+    close();
+  }
+  return 0;
+}
+
+int Connection::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
+  close();
+  return 0;
+}
+
+/// Takes what the socket has, up to a limit. False when the client sends no more.
+bool Connection::receive() {
+  std::array<char, 1 << 16> bytes;
+  const ssize_t received = ::recv(socket_, bytes.data(), bytes.size(), 0);
+  if (received > 0) {
+    input_.append(bytes.data(), static_cast<std::size_t>(received));
+    return true;
+  }
+  return received < 0 && mayPass(errno);
+}
+
+/// A client may close its sending side behind its last request and still wait for the answer.
+void Connection::endInput() {
+  if (!input_.empty()) {
+    owner_.log().event("connection " + std::to_string(ordinal_) + ": ended within a request");
+  }
+  close();
+}
+
+/// Answers one request; those behind it have to wait until other clients have had their turn.
+void Connection::answerNext() {
+  const Frame frame = frameOf(input_);
+  switch (frame.kind) {
+    case Frame::Kind::kIncomplete:
+      return enter(State::kReading);
+    case Frame::Kind::kWhole:
+      return answer(frame.size);
+    case Frame::Kind::kGarbage:
+      return giveUp("no V3 message");
+    case Frame::Kind::kTooLong:
+      return giveUp("a message longer than " + std::to_string(kLongestMessage) + " bytes");
+  }
+}
+
+void Connection::answer(std::size_t size) {
+  std::string message = input_.substr(0, size);
+  input_.erase(0, size);
+  deliver(owner_.exchanges().exchange({ordinal_, ++requests_}, message, walks_));
+}
+
+void Connection::deliver(Delivery delivery) {
+  delivery_ = std::move(delivery);
+  sent_ = 0;
+  if (delivery_.delay.count() > 0) {
+    // A request whose answer has to wait is counted at once all the same.
+    owner_.counts().save();
+    enterFor(State::kDelaying, delivery_.delay);
+  } else {
+    send();
+  }
+}
+
+/// Sends what the socket takes. The counts are saved first: what a client has seen is in the file.
+void Connection::send() {
+  if (sent_ == 0) {
+    owner_.counts().change() += delivery_.counted;
+    owner_.counts().save();
+  }
+  if (sent_ == delivery_.bytes.size() || sendPiece()) {
+    sent();
+  }
+}
+
+/// False when the connection waits for the rest, or is closed.
+bool Connection::sendPiece() {
+  const std::size_t rest = delivery_.bytes.size() - sent_;
+  const ssize_t done =
+      ::send(socket_, delivery_.bytes.data() + sent_, delivery_.singly ? 1 : rest, MSG_NOSIGNAL);
+  if (done < 0 && !mayPass(errno)) {
+    owner_.log().event("connection " + std::to_string(ordinal_) +
+                       ": lost within an answer: " + std::strerror(errno));
+    close();
+    return false;
+  }
+  sent_ += done > 0 ? static_cast<std::size_t>(done) : 0;
+  if (sent_ == delivery_.bytes.size()) {
+    return true;
+  }
+  if (done > 0 && delivery_.pause.count() > 0) {
+    enterFor(State::kDelaying, delivery_.pause);
+  } else {
+    enter(State::kSending);
+  }
+  return false;
+}
+
+void Connection::sent() {
+  if (delivery_.then == Delivery::Then::kRefuse) {
+    owner_.refuse(delivery_.refusal);
+  }
+  const bool goOn = delivery_.then == Delivery::Then::kGoOn && !finishing_;
+  delivery_ = {};
+  if (!goOn) {
+    linger();
+  } else if (frameOf(input_).kind == Frame::Kind::kIncomplete) {
+    enter(State::kReading);
+  } else {
+    enterFor(State::kYielding, std::chrono::milliseconds(0));
+  }
+}
+
+void Connection::giveUp(const std::string& why) {
+  owner_.log().event("connection " + std::to_string(ordinal_) + ": closed: " + why);
+  linger();
+}
+
+void Connection::linger() {
+  if (::shutdown(socket_, SHUT_WR) != 0) {
+    return close();
+  }
+  input_.clear();
+  input_.shrink_to_fit();
+  enterFor(State::kLingering, kLinger);
+}
+
+void Connection::close() {
+  if (state_ == State::kClosed) {
+    return;
+  }
+  enter(State::kClosed);
+  owner_.closed(*this);
+}
+
+/// The reactor watches for what the state waits for, and for nothing else.
+void Connection::enter(State state) {
+  const auto masks = [](State of) -> ACE_Reactor_Mask {
+    return of == State::kReading || of == State::kLingering ? READ_MASK
+           : of == State::kSending                          ? WRITE_MASK
+                                                            : NULL_MASK;
+  };
+  const ACE_Reactor_Mask before = masks(state_);
+  const ACE_Reactor_Mask now = masks(state);
+  state_ = state;
+  reactor()->cancel_timer(this);
+  if (state == State::kClosed) {
+    reactor()->remove_handler(this, ALL_EVENTS_MASK | DONT_CALL);
+  } else if (before != now) {
+    reactor()->mask_ops(this, now, ACE_Reactor::SET_MASK);
+  }
+}
+
+void Connection::enterFor(State state, std::chrono::milliseconds time) {
+  enter(state);
+  ACE_Time_Value delay;
+  delay.msec(static_cast<long>(time.count()));
+  reactor()->schedule_timer(this, nullptr, delay);
+}
+
+}  // namespace qov::endpoint

@@ -1,0 +1,80 @@
+#include "tools/qov-endpoint/server.h"
+
+#include <unistd.h>
+
+#include <string>
+
+namespace qov::endpoint {
+namespace {
+
+/// What answers on their way get when the endpoint is to stop.
+constexpr std::chrono::seconds kGrace{5};
+
+}  // namespace
+
+Server::Server(const ACE_INET_Addr& address, Tables& tables, Scenario& scenario, CountsFile& counts,
+               const Log& log)
+    : tables_(tables),
+      counts_(counts),
+      log_(log),
+      exchanges_(tables, scenario, counts, log),
+      poller_(kHandles, false, nullptr, &timers_, 1),
+      reactor_(&poller_),
+      signals_(reactor_),
+      listener_(address, reactor_, [this](int socket) { accepted(socket); }) {}
+
+Server::~Server() = default;
+
+void Server::run() {
+  while (signals_.count() == 0) {
+    reactor_.handle_events();
+    closed_.clear();
+  }
+  finish();
+}
+
+/// A second signal, or the end of the grace, ends what is left.
+void Server::finish() {
+  const auto limit = std::chrono::steady_clock::now() + kGrace;
+  listener_.stop();
+  std::vector<Connection*> open;
+  for (const auto& [ordinal, connection] : connections_) {
+    open.push_back(connection.get());
+  }
+  for (Connection* connection : open) {
+    connection->finish();
+  }
+  while (!connections_.empty() && signals_.count() == 1) {
+    const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(
+        limit - std::chrono::steady_clock::now());
+    if (rest.count() <= 0) {
+      break;
+    }
+    ACE_Time_Value wait;
+    wait.msec(static_cast<long>(rest.count()));
+    reactor_.handle_events(&wait);
+    closed_.clear();
+  }
+  counts_.save();
+}
+
+void Server::accepted(int socket) {
+  ConnectionOwner& owner = *this;
+  ++accepted_;
+  Connection& opened =
+      *(connections_[accepted_] = std::make_unique<Connection>(socket, accepted_, owner, reactor_));
+  if (!opened.open()) {
+    log_.event("connection " + std::to_string(accepted_) + ": closed: too many connections");
+    closed(opened);
+  }
+}
+
+void Server::closed(Connection& connection) {
+  const auto found = connections_.find(connection.ordinal());
+  if (found != connections_.end()) {
+    closed_.push_back(std::move(found->second));
+    connections_.erase(found);
+  }
+}
+
+}  // namespace qov::endpoint
