@@ -674,7 +674,7 @@ local function take_next(stream, offset)
   return show_message(stream, offset)
 end
 
-function qov.dissector(tvb, pinfo, root)
+local function dissect(tvb, pinfo, root)
   local fin = tcp_fin()
   local ended = fin ~= nil and fin.value == true
   local stream = { tvb = tvb, pinfo = pinfo, root = root, ended = ended,
@@ -691,13 +691,15 @@ function qov.dissector(tvb, pinfo, root)
   end
   return offset
 end
+qov.dissector = dissect
 
 local function recognise(tvb, pinfo, root)
   if tvb:len() < #SIGNATURE or tvb:raw(0, #SIGNATURE) ~= SIGNATURE then
     return false
   end
   pinfo.conversation = qov
-  qov.dissector(tvb, pinfo, root)
+  -- Not through qov.dissector, which may not ask for more bytes when it is called from here.
+  dissect(tvb, pinfo, root)
   return true
 end
 
