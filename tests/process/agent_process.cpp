@@ -3,19 +3,13 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <chrono>
 #include <sstream>
 #include <stdexcept>
-#include <thread>
 
 namespace qov::test {
 namespace {
-
-constexpr std::chrono::seconds kLimit{90};
 
 void redirect(const std::filesystem::path& file, int descriptor) {
   const int opened = ::open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
@@ -32,26 +26,7 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
   return result;
 }
 
-/// Nothing happens to a process that was collected, whose number may be another's by now.
-void killChild(pid_t pid) {
-  if (pid > 0 && ::waitpid(pid, nullptr, WNOHANG) == 0) {
-    ::kill(pid, SIGKILL);
-    ::waitpid(pid, nullptr, 0);
-  }
-}
-
 }  // namespace
-
-bool waitUntil(const std::function<bool()>& condition) {
-  const auto limit = std::chrono::steady_clock::now() + kLimit;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > limit) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
-}
 
 AgentProcess::AgentProcess(const std::filesystem::path& program)
     : program_(program), root_(program.stem()) {
@@ -135,23 +110,8 @@ void AgentProcess::makeFile(const std::string& name) {
   AgentRoot::write(root_.path() / name, "");
 }
 
-Ending AgentProcess::waitFor(pid_t& pid) {
-  Ending ending;
-  int status = 0;
-  if (pid <= 0) {
-    return ending;
-  }
-  ending.ended = waitUntil([&] { return ::waitpid(pid, &status, WNOHANG) == pid; });
-  if (ending.ended) {
-    pid = -1;
-    ending.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    ending.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-  }
-  return ending;
-}
-
 Ending AgentProcess::waitForEnd() {
-  return waitFor(started_);
+  return waitForEndOf(started_);
 }
 
 bool AgentProcess::findDaemon() {
@@ -164,7 +124,7 @@ bool AgentProcess::findDaemon() {
 }
 
 Ending AgentProcess::waitForDaemonEnd() {
-  return waitFor(daemon_);
+  return waitForEndOf(daemon_);
 }
 
 std::string AgentProcess::state(const std::string& key) const {

@@ -9,18 +9,9 @@
 #include <vector>
 
 #include "tests/support/agent_root.h"
+#include "tests/support/process_end.h"
 
 namespace qov::test {
-
-/// Waits until `condition` holds; false after a generous limit.
-bool waitUntil(const std::function<bool()>& condition);
-
-/// How a process ended.
-struct Ending {
-  bool ended = false;  ///< false when it was still there after a generous limit
-  int exitStatus = -1;
-  int signal = 0;
-};
 
 /// One run of an agent, the test agent unless told otherwise, in a root directory of its own. A
 /// process that is still there when the object goes is killed.
@@ -70,7 +61,6 @@ class AgentProcess {
   std::string errors() const { return readFile(root_.path() / "stderr"); }
 
  private:
-  Ending waitFor(pid_t& pid);
   [[noreturn]] void becomeAgent(const std::vector<std::string>& arguments);
 
   std::string program_;
