@@ -8,7 +8,7 @@ target_include_directories(
 target_link_libraries(
   qovpub
   PUBLIC qov::platform PkgConfig::ACE PkgConfig::JSONCPP Threads::Threads
-  PRIVATE PkgConfig::SAFEC OpenSSL::Crypto ${CMAKE_DL_LIBS})
+  PRIVATE PkgConfig::SAFEC PkgConfig::TINYXML OpenSSL::Crypto ${CMAKE_DL_LIBS})
 # Where an installed copy finds the platform library: beside itself, or where the real one was.
 set_target_properties(
   qovpub PROPERTIES INSTALL_RPATH "$ORIGIN" INSTALL_RPATH_USE_LINK_PATH ON)

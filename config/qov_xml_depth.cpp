@@ -1,0 +1,223 @@
+#include "config/qov_xml_depth.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cctype>
+#include <string>
+
+namespace qov {
+namespace {
+
+bool isBlank(char c) {
+  return std::isspace(static_cast<unsigned char>(c)) != 0;
+}
+
+/// TinyXML takes every byte from 127 on for a letter.
+bool isLetter(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte >= 127 || std::isalpha(byte) != 0;
+}
+
+bool beginsName(char c) {
+  return isLetter(c) || c == '_';
+}
+
+bool isInName(char c) {
+  return beginsName(c) || std::isdigit(static_cast<unsigned char>(c)) != 0 || c == '-' ||
+         c == '.' || c == ':';
+}
+
+/// What TinyXML takes for the length of the UTF-8 character that begins with `c`, whatever follows.
+std::size_t lengthInUtf8(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  if (byte < 0xC2 || byte > 0xF4) {
+    return 1;
+  }
+  return byte < 0xE0 ? 2 : byte < 0xF0 ? 3 : 4;
+}
+
+/// Walks through a text token by token as TinyXML does.
+class Walk {
+ public:
+  /// `declaredUtf8`: a declaration makes what follows UTF-8, whichever encoding it names.
+  Walk(std::string_view text, bool declaredUtf8)
+      : text_(text.substr(0, text.find('\0'))),
+        declaredUtf8_(declaredUtf8),
+        inUtf8_(startsWith("\xEF\xBB\xBF")) {}
+
+  bool goesDeeperThan(int limit) {
+    while (deepest_ <= limit && takeToken()) {
+    }
+    return deepest_ > limit;
+  }
+
+ private:
+  bool atEnd() const { return at_ >= text_.size(); }
+  /// A zero byte behind the end.
+  char look(std::size_t ahead = 0) const {
+    return at_ + ahead < text_.size() ? text_[at_ + ahead] : '\0';
+  }
+  bool startsWith(std::string_view what) const {
+    return !atEnd() && text_.compare(at_, what.size(), what) == 0;
+  }
+  bool startsWithAnyCase(std::string_view what) const {
+    return text_.size() - at_ >= what.size() &&
+           ::strncasecmp(text_.data() + at_, what.data(), what.size()) == 0;
+  }
+
+  /// These go on to what they name; false when there is nothing more.
+  bool skipBlanks();
+  bool skipPast(std::string_view what);
+  bool skipTextPast(char end);
+
+  /// These take one of what they name; false at an error.
+  bool takeToken();
+  bool takeElement();
+  bool takeAttribute();
+  bool takeDeclaration();
+  bool takeMarkup();
+  bool takeName();
+
+  const std::string_view text_;
+  std::size_t at_ = 0;
+  int depth_ = 0;
+  int deepest_ = 0;
+  const bool declaredUtf8_;
+  bool inUtf8_;
+};
+
+bool Walk::skipBlanks() {
+  while (isBlank(look()) || (inUtf8_ && (startsWith("\xEF\xBB\xBF") || startsWith("\xEF\xBF\xBE") ||
+                                         startsWith("\xEF\xBF\xBF")))) {
+    at_ += isBlank(look()) ? 1 : 3;
+  }
+  return !atEnd();
+}
+
+bool Walk::skipPast(std::string_view what) {
+  at_ = std::min(text_.find(what, at_), text_.size());
+  at_ = std::min(at_ + what.size(), text_.size());
+  return !atEnd();
+}
+
+/// Character by character: a broken one swallows bytes that would mean something else.
+bool Walk::skipTextPast(char end) {
+  while (!atEnd() && look() != end) {
+    at_ += inUtf8_ ? lengthInUtf8(look()) : 1;
+  }
+  ++at_;
+  return !atEnd();
+}
+
+bool Walk::takeToken() {
+  if (!skipBlanks()) {
+    return false;
+  }
+  if (look() != '<') {
+    // Text outside of all elements is where TinyXML stops reading.
+    const bool found = depth_ > 0 && skipTextPast('<');
+    --at_;
+    return found;
+  }
+  if (depth_ > 0 && startsWith("</")) {
+    --depth_;
+    return skipPast(">");
+  }
+  if (startsWithAnyCase("<?xml")) {
+    return takeDeclaration();
+  }
+  return startsWith("<!") || !beginsName(look(1)) ? takeMarkup() : takeElement();
+}
+
+bool Walk::takeMarkup() {
+  if (startsWith("<!--")) {
+    at_ += 4;
+    return skipPast("-->");
+  }
+  return skipPast(startsWith("<![CDATA[") ? "]]>" : ">");
+}
+
+bool Walk::takeElement() {
+  deepest_ = std::max(deepest_, ++depth_);
+  ++at_;
+  takeName();
+  while (skipBlanks() && look() != '>') {
+    if (look() == '/') {
+      --depth_;
+      ++at_;
+      const bool closed = look() == '>';
+      ++at_;
+      return closed;
+    }
+    if (!takeAttribute()) {
+      return false;
+    }
+  }
+  ++at_;
+  return !atEnd();
+}
+
+bool Walk::takeName() {
+  if (!beginsName(look())) {
+    return false;
+  }
+  while (isInName(look())) {
+    ++at_;
+  }
+  return !atEnd();
+}
+
+bool Walk::takeAttribute() {
+  if (!takeName() || !skipBlanks() || look() != '=') {
+    return false;
+  }
+  ++at_;
+  if (!skipBlanks()) {
+    return false;
+  }
+  const char quote = look();
+  if (quote == '"' || quote == '\'') {
+    ++at_;
+    return skipTextPast(quote);
+  }
+  while (!atEnd() && !isBlank(look()) && look() != '/' && look() != '>') {
+    if (look() == '"' || look() == '\'') {
+      return false;
+    }
+    ++at_;
+  }
+  return !atEnd();
+}
+
+/// Of its attributes only these three have values that may hide a '>'.
+bool Walk::takeDeclaration() {
+  at_ += 5;
+  while (look() != '>') {
+    if (!skipBlanks()) {
+      return false;
+    }
+    if (startsWithAnyCase("version") || startsWithAnyCase("encoding") ||
+        startsWithAnyCase("standalone")) {
+      if (!takeAttribute()) {
+        return false;
+      }
+    } else {
+      while (!atEnd() && look() != '>' && !isBlank(look())) {
+        ++at_;
+      }
+    }
+  }
+  ++at_;
+  inUtf8_ = inUtf8_ || (depth_ == 0 && declaredUtf8_);
+  return !atEnd();
+}
+
+}  // namespace
+
+bool xmlNestsDeeperThan(int limit, std::string_view text) {
+  // A well-formed text reads the same either way, so there is no need to know what it declares.
+  return Walk(text, false).goesDeeperThan(limit) || Walk(text, true).goesDeeperThan(limit);
+}
+
+}  // namespace qov

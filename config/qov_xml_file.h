@@ -1,0 +1,23 @@
+#ifndef QOV_CONFIG_QOV_XML_FILE_H
+#define QOV_CONFIG_QOV_XML_FILE_H
+
+#include <cstddef>
+#include <string>
+
+class TiXmlDocument;
+
+namespace qov {
+
+/// What a file may have at most. TinyXML takes a multiple of its size in memory, and goes one call
+/// deeper for each element inside another one, on the stack of whatever thread reads.
+constexpr std::size_t kMostBytesOfXml = 64 * 1024 * 1024;
+constexpr int kDeepestXmlElement = 100;
+
+/// Replaces what `document` holds by the content of `fileName`, which must be a regular file.
+/// False with the `reason`, a sentence that names the file, when that cannot be read or TinyXML
+/// finds an error in it; `document` may hold the part before that. Never waits for a pipe.
+bool loadXmlFile(const std::string& fileName, TiXmlDocument& document, std::string& reason);
+
+}  // namespace qov
+
+#endif

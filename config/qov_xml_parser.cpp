@@ -1,0 +1,186 @@
+#include <qovpub/qov_xml.h>
+
+#include <ace/Guard_T.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <tinyxml.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <new>
+#include <sstream>
+#include <stdexcept>
+#include <string_view>
+#include <thread>
+
+#include "config/qov_xml_file.h"
+
+namespace {
+
+constexpr int kAttempts = 3;
+constexpr std::chrono::seconds kSleepAfterAttempt{10};
+constexpr const char* kDefaultText = "default";
+
+/// Null (errno ENOMEM) without memory.
+std::unique_ptr<CIType> itemFrom(const TiXmlElement& element) try {
+  auto item = std::make_unique<CIType>(CIType{kDefaultText, kDefaultText, {}});
+  for (const TiXmlAttribute* attribute = element.FirstAttribute(); attribute != nullptr;
+       attribute = attribute->Next()) {
+    const std::string_view name = attribute->Name();
+    if (name == "Key") {
+      item->key = attribute->Value();
+    } else if (name == "Value") {
+      item->value = attribute->Value();
+    }
+  }
+  return item;
+} catch (const std::bad_alloc&) {
+  errno = ENOMEM;
+  return nullptr;
+}
+
+}  // namespace
+
+CQOVXmlParser::CQOVXmlParser(const std::string& fileName) : fileName_(fileName) {
+  const CQOVDebugKitGuard guard(0, "CQOVXmlParser::CQOVXmlParser(const std::string&)");
+  std::unique_ptr<DeviceMap> devices(new (std::nothrow) DeviceMap);
+  std::unique_ptr<DeviceMap> second(new (std::nothrow) DeviceMap);
+  if (devices != nullptr && second != nullptr) {
+    config_.reset(new (std::nothrow) DeviceMaps(std::move(devices), std::move(second)));
+  }
+  if (config_ == nullptr) {
+    errno = ENOMEM;
+  }
+}
+
+CQOVXmlParser::~CQOVXmlParser() {
+  if (config_ == nullptr) {
+    return;
+  }
+  for (const auto& device : *config_->first) {
+    for (const auto& item : *device.second) {
+      delete item.second;
+    }
+    delete device.second;
+  }
+}
+
+const CQOVXmlParser::DeviceMap* CQOVXmlParser::devices() const {
+  return config_ != nullptr ? config_->first.get() : nullptr;
+}
+
+bool CQOVXmlParser::parse() {
+  CQOVDebugKitGuard guard(0, "bool CQOVXmlParser::parse()");
+  if (fileName_.empty()) {
+    return false;
+  }
+  TiXmlDocument document;
+  if (!openXmlDoc(document)) {
+    // Not std::exit: static objects would be destroyed under the threads of the modules. Log lines
+    // are not lost by that, each was written through when it was made.
+    ::_exit(EXIT_FAILURE);
+  }
+  TiXmlElement* const root = document.RootElement();
+  if (root == nullptr) {
+    throw std::runtime_error("parse root element failed! ");
+  }
+  if (root->ValueStr() != "AgentConfig") {
+    throw std::runtime_error("unable to find qov node: " + root->ValueStr());
+  }
+  TiXmlElement* const deviceConfig = root->FirstChildElement();
+  if (deviceConfig == nullptr) {
+    guard.error(65623, __FUNCTION__, __LINE__, "no DeviceConfig found");
+    return false;
+  }
+  return parseDevices(*deviceConfig);
+}
+
+bool CQOVXmlParser::openXmlDoc(TiXmlDocument& document) {
+  CQOVDebugKitGuard guard(0, "bool CQOVXmlParser::openXmlDoc(TiXmlDocument&)");
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    std::string reason;
+    if (qov::loadXmlFile(fileName_, document, reason)) {
+      return true;
+    }
+    guard.warn(65624, __FUNCTION__, __LINE__, "%s", reason.c_str());
+    guard.error(65625, __FUNCTION__, __LINE__, "Failed to open %s.", fileName_.c_str());
+    std::this_thread::sleep_for(kSleepAfterAttempt);
+  }
+  guard.error(65626, __FUNCTION__, __LINE__, "Failed to open %s, try 3 times.", fileName_.c_str());
+  return false;
+}
+
+bool CQOVXmlParser::parseDevices(TiXmlElement& deviceConfig) {
+  for (TiXmlElement* device = deviceConfig.FirstChildElement(); device != nullptr;
+       device = device->NextSiblingElement()) {
+    const char* const deviceDesc = device->Attribute("DeviceDesc");
+    TiXmlElement* const firstItem = device->FirstChildElement();
+    if (deviceDesc != nullptr && firstItem != nullptr && !parseConfigItem(deviceDesc, firstItem)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool CQOVXmlParser::parseConfigItem(const char* deviceDesc, TiXmlElement* firstItem) {
+  CQOVDebugKitGuard guard(0, "bool CQOVXmlParser::parseConfigItem(const char*, TiXmlElement*)");
+  std::string description = deviceDesc != nullptr ? deviceDesc : "";
+  for (const TiXmlElement* element = firstItem; element != nullptr;
+       element = element->NextSiblingElement()) {
+    std::unique_ptr<CIType> item = itemFrom(*element);
+    if (!addDeviceConfig(description, item.get())) {
+      guard.error(65627, __FUNCTION__, __LINE__,
+                  "Failed to parse config item, allocate memory failed.");
+      return false;
+    }
+    if (isStored(description, *item)) {
+      static_cast<void>(item.release());
+    }
+  }
+  return true;
+}
+
+bool CQOVXmlParser::isStored(const std::string& deviceDesc, const CIType& item) const {
+  const auto device = config_->first->find(deviceDesc);
+  const auto stored = device->second->find(item.key);
+  return stored->second == &item;
+}
+
+bool CQOVXmlParser::addDeviceConfig(std::string& deviceDesc, CIType* item) {
+  CQOVDebugKitGuard guard(0, "bool CQOVXmlParser::addDeviceConfig(std::string&, CIType*)");
+  const ACE_Guard<ACE_Thread_Mutex> lock(lock_);
+  if (config_ == nullptr) {
+    guard.warn(65628, __FUNCTION__, __LINE__, "Invalid parameter, pConfig_ is null!");
+    return false;
+  }
+  if (item == nullptr) {
+    guard.error(65629, __FUNCTION__, __LINE__, "Invalid parameter, pDevCIT is null!");
+    return false;
+  }
+  try {
+    if (!store(deviceDesc, *item)) {
+      std::ostringstream text;
+      text << "ConfigItem is already exist! DeviceDest : " << deviceDesc
+           << ", and ConfigItem : " << item->key << '\n';
+      guard.warn(65630, __FUNCTION__, __LINE__, "%s", text.str().c_str());
+    }
+    return true;
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return false;
+  }
+}
+
+bool CQOVXmlParser::store(const std::string& deviceDesc, CIType& item) {
+  DeviceMap& devices = *config_->first;
+  const auto known = devices.find(deviceDesc);
+  if (known != devices.end()) {
+    return known->second->emplace(item.key, &item).second;
+  }
+  auto items = std::make_unique<ItemMap>();
+  items->emplace(item.key, &item);
+  devices.emplace(deviceDesc, items.get());
+  static_cast<void>(items.release());
+  return true;
+}

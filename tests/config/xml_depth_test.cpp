@@ -1,0 +1,150 @@
+#include "config/qov_xml_depth.h"
+
+#include <gtest/gtest.h>
+#include <tinyxml.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+
+namespace qov::test {
+namespace {
+
+/// How deep elements nest below `node`; children of what is not closed count as well.
+int depthBelow(const TiXmlNode& node) {
+  int deepest = 0;
+  for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
+    deepest = std::max(deepest, depthBelow(*child) + (child->ToElement() != nullptr ? 1 : 0));
+  }
+  return deepest;
+}
+
+int depthInTinyXml(std::string text) {
+  text.append(4, '\0');
+  TiXmlDocument document;
+  document.Parse(text.c_str());
+  return depthBelow(document);
+}
+
+int depthOf(const std::string& text) {
+  int limit = 0;
+  while (xmlNestsDeeperThan(limit, text)) {
+    ++limit;
+  }
+  return limit;
+}
+
+TEST(XmlDepth, CountsElementsInsideOneAnother) {
+  EXPECT_EQ(depthOf(""), 0);
+  EXPECT_EQ(depthOf("<a/>"), 1);
+  EXPECT_EQ(depthOf("<a><b/><b/></a>"), 2);
+  EXPECT_EQ(depthOf("<a><b></b><b></b></a>"), 2);
+  EXPECT_EQ(depthOf("<a><b><c d='e'/></b>text<b/></a>"), 3);
+}
+
+TEST(XmlDepth, CountsElementsThatAreNeverClosed) {
+  EXPECT_EQ(depthOf("<a><b><c>"), 3);
+  EXPECT_EQ(depthOf("<a><b><c"), 3);
+}
+
+TEST(XmlDepth, LooksForElementsNowhereElse) {
+  for (const std::string hiding :
+       {"<!-- <x><x> -->", "<![CDATA[<x><x>]]>", "<? <x?>", "<b c='<x><x>'/>", "<b c=\"'<x><x>\"/>",
+        "<?xml version='<x><x>'?>", "<!DOCTYPE <x>", "text &lt;x&gt;"}) {
+    EXPECT_EQ(depthOf("<a><b>" + hiding + "</b></a>"), hiding[1] == 'b' ? 3 : 2) << hiding;
+  }
+}
+
+TEST(XmlDepth, LooksForEndsOfElementsNowhereElse) {
+  for (const std::string hiding : {"<!-- </a></a> -->", "<![CDATA[</a></a>]]>", "<b c='</a>'/>",
+                                   "<b c=\"</a>'\"/>", "<?xml encoding='</a>'?>"}) {
+    EXPECT_EQ(depthOf("<a><a>" + hiding + "<a><a>"), 4) << hiding;
+  }
+}
+
+TEST(XmlDepth, EndsWhereTinyXmlStopsReading) {
+  EXPECT_EQ(depthOf("text<a><a>"), 0);
+  EXPECT_EQ(depthOf("<a/>text<a><a>"), 1);
+  EXPECT_EQ(depthOf(std::string("<a>\0<a><a>", 10)), 1);
+  EXPECT_EQ(depthOf("<a 1><a><a>"), 1);
+}
+
+/// Texts put together of what has a meaning, most of them with an error somewhere.
+class Texts {
+ public:
+  std::string next() {
+    static const std::string kPieces[] = {"<a>",
+                                          "<a>",
+                                          "<a>",
+                                          "</a>",
+                                          "</a>",
+                                          "<a b=\"",
+                                          "\"",
+                                          "'",
+                                          "<a ",
+                                          "/>",
+                                          ">",
+                                          "<!--",
+                                          "-->",
+                                          "<![CDATA[",
+                                          "]]>",
+                                          "<?xml ",
+                                          "<?xml version='1.0'?>",
+                                          "<?xml encoding=\"UTF-8\"?>",
+                                          "<?xml encoding='x'?>",
+                                          " version='",
+                                          "?>",
+                                          "<!DOCTYPE x [",
+                                          "]",
+                                          "&amp;",
+                                          "&#x",
+                                          "&#65;",
+                                          "&",
+                                          ";",
+                                          "\xE2",
+                                          "\xEF\xBB\xBF",
+                                          "\xEF\xBF\xBF",
+                                          "\xF0",
+                                          "\xC3",
+                                          "x",
+                                          "=",
+                                          " b=",
+                                          "<",
+                                          " ",
+                                          "\n",
+                                          "<?p",
+                                          "</",
+                                          "<a b=c",
+                                          "<a b='</a>'>",
+                                          "<_/>",
+                                          "<a c=\"<a>\"/>"};
+    std::uniform_int_distribution<std::size_t> piece(0, std::size(kPieces) - 1);
+    std::string text = piece(random_) % 4 == 0 ? "\xEF\xBB\xBF" : "";
+    for (std::size_t left = 1 + piece(random_) / 2; left > 0; --left) {
+      text += kPieces[piece(random_)];
+    }
+    return text;
+  }
+
+ private:
+  std::mt19937 random_{1};
+};
+
+TEST(XmlDepth, IsNeverLessThanTinyXmlGoes) {
+  constexpr int kTexts = 50000;
+  Texts texts;
+  int equal = 0;
+  for (int i = 0; i < kTexts; ++i) {
+    const std::string text = texts.next();
+    const int real = depthInTinyXml(text);
+    const int told = depthOf(text);
+    ASSERT_GE(told, real) << text;
+    equal += told == real ? 1 : 0;
+  }
+  // More only where an end tag closes another element than the last one, or a declaration leaves
+  // open whether what follows is UTF-8.
+  EXPECT_GT(equal, kTexts * 9 / 10);
+}
+
+}  // namespace
+}  // namespace qov::test

@@ -1,0 +1,183 @@
+// Which files are loaded, and what happens to those that are not.
+#include <sys/stat.h>
+#include <tinyxml.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+#include "tests/config/device_xml.h"
+
+using ::testing::ElementsAre;
+using ::testing::SizeIs;
+
+namespace qov::test {
+namespace {
+
+constexpr std::chrono::seconds kSleep{10};
+
+std::string nested(int depth) {
+  std::string text = "<AgentConfig>";
+  for (int i = 1; i < depth; ++i) {
+    text += "<a>";
+  }
+  for (int i = 1; i < depth; ++i) {
+    text += "</a>";
+  }
+  return text + "</AgentConfig>";
+}
+
+class DeviceFile : public DeviceXmlTest {
+ protected:
+  bool opens() { return parser.openXmlDoc(document); }
+
+  /// Three attempts, each with `reason` as what stands against the file.
+  void isRefused(const std::string& reason) {
+    EXPECT_FALSE(opens());
+    EXPECT_THAT(messages("WARN"), ElementsAre(refusal(reason), refusal(reason), refusal(reason)));
+    const std::string failure = "Failed to open " + file() + ".";
+    EXPECT_THAT(messages("ERR"), ElementsAre(failure, failure, failure,
+                                             "Failed to open " + file() + ", try 3 times."));
+    EXPECT_THAT(sleeps, ElementsAre(kSleep, kSleep, kSleep));
+  }
+
+  static std::string refusal(const std::string& reason) {
+    return "Refused " + file() + ": " + reason;
+  }
+
+  CQOVXmlParser parser{file()};
+  TiXmlDocument document;
+};
+
+TEST_F(DeviceFile, IsLoadedAtOnce) {
+  writeDevices("");
+  EXPECT_TRUE(opens());
+  EXPECT_THAT(sleeps, SizeIs(0));
+  EXPECT_EQ(log.text(), "");
+}
+
+TEST_F(DeviceFile, ThatIsMissingIsTriedThreeTimes) {
+  isRefused("No such file or directory");
+}
+
+TEST_F(DeviceFile, IsLoadedByTheAttemptThatFindsIt) {
+  meanwhile = [this] {
+    if (sleeps.size() == 2) {
+      writeDevices("");
+    }
+  };
+  EXPECT_TRUE(opens());
+  EXPECT_THAT(sleeps, ElementsAre(kSleep, kSleep));
+  EXPECT_THAT(messages("ERR"), SizeIs(2));
+}
+
+TEST_F(DeviceFile, IsLoadedWithoutWhatAnAttemptBeforeHasRead) {
+  write("<AgentConfig><Old/>");
+  meanwhile = [] { write("<AgentConfig><New/></AgentConfig>"); };
+  ASSERT_TRUE(opens());
+  EXPECT_STREQ(document.RootElement()->FirstChildElement()->Value(), "New");
+  EXPECT_EQ(document.RootElement()->NextSiblingElement(), nullptr);
+}
+
+TEST_F(DeviceFile, SleepsOnAfterASignal) {
+  constexpr std::chrono::seconds kLeft{4};
+  std::vector<std::chrono::nanoseconds> slept;
+  const InsteadOfSleeping interrupted([&](std::chrono::nanoseconds time) {
+    slept.push_back(time);
+    return slept.size() == 1 ? std::chrono::nanoseconds(kLeft) : std::chrono::nanoseconds(0);
+  });
+  EXPECT_FALSE(opens());
+  EXPECT_THAT(slept, ElementsAre(kSleep, kLeft, kSleep, kSleep));
+}
+
+TEST_F(DeviceFile, ThatIsMalformedIsRefusedWithTheLine) {
+  write("<AgentConfig>\n<a>\n</b>\n</AgentConfig>");
+  isRefused("line 3, column 1: Error reading end tag.");
+}
+
+TEST_F(DeviceFile, ThatIsEmptyIsRefused) {
+  write("");
+  isRefused("Error document empty.");
+}
+
+TEST_F(DeviceFile, ThatIsADirectoryIsRefused) {
+  std::filesystem::create_directory(file());
+  isRefused("not a regular file");
+}
+
+TEST_F(DeviceFile, ThatIsAPipeWithoutAWriterIsRefusedAtOnce) {
+  ASSERT_EQ(::mkfifo(file().c_str(), 0600), 0);
+  isRefused("not a regular file");
+}
+
+TEST_F(DeviceFile, ThatMayNotBeReadIsRefused) {
+  if (::geteuid() == 0) {
+    GTEST_SKIP() << "root may read every file";
+  }
+  writeDevices("");
+  ASSERT_EQ(::chmod(file().c_str(), 0), 0);
+  isRefused("Permission denied");
+}
+
+TEST_F(DeviceFile, ThatIsTooLargeIsRefusedWithoutBeingRead) {
+  constexpr std::size_t kMost = 64 * 1024 * 1024;
+  writeDevices("");
+  std::filesystem::resize_file(file(), kMost + 1);
+  isRefused("larger than 67108864 bytes");
+}
+
+TEST_F(DeviceFile, OfTheGreatestSizeIsLoaded) {
+  constexpr std::size_t kMost = 64 * 1024 * 1024;
+  writeDevices("");
+  std::filesystem::resize_file(file(), kMost);  // zero bytes, which end the text
+  EXPECT_TRUE(opens());
+}
+
+TEST_F(DeviceFile, OfAHundredElementsInsideOneAnotherIsLoaded) {
+  write(nested(100));
+  EXPECT_TRUE(opens());
+}
+
+TEST_F(DeviceFile, OfOneElementMoreInsideOneAnotherIsRefused) {
+  write(nested(101));
+  isRefused("elements nest deeper than 100");
+}
+
+TEST_F(DeviceFile, OfAMillionElementsInsideOneAnotherIsRefused) {
+  write(nested(1000000));
+  isRefused("elements nest deeper than 100");
+}
+
+TEST_F(DeviceFile, OfManyElementsBesideOneAnotherIsLoaded) {
+  constexpr int kItems = 200000;
+  std::string device = "<D DeviceDesc='a'>";
+  for (int i = 0; i < kItems; ++i) {
+    device += "<I Key='" + std::to_string(i) + "' Value='v'/>";
+  }
+  writeDevices(device + "</D>");
+  EXPECT_THAT(list("a"), SizeIs(kItems));
+}
+
+/// Would be heard of if static objects were destroyed.
+struct Witness {
+  ~Witness() {
+    if (armed) {
+      std::_Exit(3);
+    }
+  }
+  static inline bool armed = false;
+};
+const Witness witness;
+
+TEST_F(DeviceFile, ThatIsMissingEndsTheProcessWithoutDestructors) {
+  EXPECT_EXIT(
+      {
+        Witness::armed = true;
+        std::atexit([] { std::_Exit(4); });
+        parser.parse();
+      },
+      ::testing::ExitedWithCode(1), "");
+}
+
+}  // namespace
+}  // namespace qov::test
