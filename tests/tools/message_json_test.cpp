@@ -37,8 +37,13 @@ std::string bytesOf(const CTLVCell& c) {
   return {reinterpret_cast<const char*>(c.value()), c.length()};
 }
 
-/// The value that a cell of these bytes is shown with. What is shown is also read back.
+/// The value that a cell of these bytes is shown with.
 Json::Value shown(CTLVCell::ETLVType type, const std::string& bytes) {
+  return toJson(cell(type, bytes))["value"];
+}
+
+/// The same of bytes that are what is read back.
+Json::Value kept(CTLVCell::ETLVType type, const std::string& bytes) {
   const CTLVCell c = cell(type, bytes);
   const Json::Value written = toJson(c);
   EXPECT_EQ(written["tag"], 7);
@@ -116,76 +121,92 @@ std::vector<unsigned char> bytesOfMeaning(const Json::Value& meaning) {
 }
 
 TEST(CellJson, ShowsOctetsAndTypelessBytesInHexadecimalDigits) {
-  EXPECT_EQ(shown(CTLVCell::TLV_OCTET, "\x00\x01\xab\xff"s), "0001abff");
-  EXPECT_EQ(shown(CTLVCell::TLV_INVALID, "\x0f"), "0f");
-  EXPECT_EQ(shown(CTLVCell::TLV_INVALID, ""), "");
+  EXPECT_EQ(kept(CTLVCell::TLV_OCTET, "\x00\x01\xab\xff"s), "0001abff");
+  EXPECT_EQ(kept(CTLVCell::TLV_INVALID, "\x0f"), "0f");
+  EXPECT_EQ(kept(CTLVCell::TLV_INVALID, ""), "");
 }
 
 TEST(CellJson, ShowsTextWithoutItsNul) {
-  EXPECT_EQ(shown(CTLVCell::TLV_STRING, "abc\0"s), "abc");
-  EXPECT_EQ(shown(CTLVCell::TLV_STRING, "\0"s), "");
-  EXPECT_EQ(shown(CTLVCell::TLV_STRING, "a\"\n\x01\0"s), "a\"\n\x01");
-  EXPECT_EQ(shown(CTLVCell::TLV_STRING, "Z\xc3\xbcrich \xf0\x9f\x8c\x8d\0"s),
+  EXPECT_EQ(kept(CTLVCell::TLV_STRING, "abc\0"s), "abc");
+  EXPECT_EQ(kept(CTLVCell::TLV_STRING, "\0"s), "");
+  EXPECT_EQ(kept(CTLVCell::TLV_STRING, "a\"\n\x01\0"s), "a\"\n\x01");
+  EXPECT_EQ(kept(CTLVCell::TLV_STRING, "Z\xc3\xbcrich \xf0\x9f\x8c\x8d\0"s),
             "Z\xc3\xbcrich \xf0\x9f\x8c\x8d");
 }
 
 TEST(CellJson, ShowsTheBytesOfATextThatIsNone) {
   for (const std::string& bytes : {"abc"s, "a\0b\0"s, "a\0b"s, "\xff\0"s, "\xc3\0"s, "\xc0\x80\0"s,
                                    "\xed\xa0\x80\0"s, "\xf4\x90\x80\x80\0"s, "\xe2\x82\0"s}) {
-    EXPECT_TRUE(shown(CTLVCell::TLV_STRING, bytes).isMember("octets")) << bytes;
+    EXPECT_TRUE(kept(CTLVCell::TLV_STRING, bytes).isMember("octets")) << bytes;
   }
-  EXPECT_EQ(shown(CTLVCell::TLV_STRING, "abc")["octets"], "616263");
+  EXPECT_EQ(kept(CTLVCell::TLV_STRING, "abc")["octets"], "616263");
 }
 
 TEST(CellJson, ShowsNumbersOfEveryWidthAsTheLibraryReadsThem) {
-  EXPECT_EQ(shown(CTLVCell::TLV_UINT, "\xff"), 255);
-  EXPECT_EQ(shown(CTLVCell::TLV_INT, "\xff"), -1);
-  EXPECT_EQ(shown(CTLVCell::TLV_INT, "\xff\xff\xff"), 0xFFFFFF);
-  EXPECT_EQ(shown(CTLVCell::TLV_INT, "\xfe\xff\xff\xff"), -2);
-  EXPECT_EQ(shown(CTLVCell::TLV_INT, "\xff\xff\xff\xff\xff"), Json::Int64{0xFFFFFFFFFF});
-  EXPECT_EQ(shown(CTLVCell::TLV_INT, std::string(7, '\xff')), Json::Int64{0xFFFFFFFFFFFFFF});
-  EXPECT_EQ(shown(CTLVCell::TLV_INT, "\0\0\0\0\0\0\0\x80"s), Json::Value::minInt64);
-  EXPECT_EQ(shown(CTLVCell::TLV_TIME, std::string(8, '\xff')), Json::Value::maxUInt64);
-  EXPECT_EQ(shown(CTLVCell::TLV_BOOL, "\x02"), 2);
-  EXPECT_EQ(shown(CTLVCell::TLV_ENUM, "\x01\x02"), 0x0201);
-  EXPECT_EQ(shown(CTLVCell::TLV_UINT, "\x05\0\0\0"s), 5);
+  EXPECT_EQ(kept(CTLVCell::TLV_UINT, "\xff"), 255);
+  EXPECT_EQ(kept(CTLVCell::TLV_INT, "\xff"), -1);
+  EXPECT_EQ(kept(CTLVCell::TLV_INT, "\xff\xff\xff"), 0xFFFFFF);
+  EXPECT_EQ(kept(CTLVCell::TLV_INT, "\xfe\xff\xff\xff"), -2);
+  EXPECT_EQ(kept(CTLVCell::TLV_INT, "\xff\xff\xff\xff\xff"), Json::Int64{0xFFFFFFFFFF});
+  EXPECT_EQ(kept(CTLVCell::TLV_INT, std::string(7, '\xff')), Json::Int64{0xFFFFFFFFFFFFFF});
+  EXPECT_EQ(kept(CTLVCell::TLV_INT, "\0\0\0\0\0\0\0\x80"s), Json::Value::minInt64);
+  EXPECT_EQ(kept(CTLVCell::TLV_TIME, std::string(8, '\xff')), Json::Value::maxUInt64);
+  EXPECT_EQ(kept(CTLVCell::TLV_BOOL, "\x02"), 2);
+  EXPECT_EQ(kept(CTLVCell::TLV_ENUM, "\x01\x02"), 0x0201);
+  EXPECT_EQ(kept(CTLVCell::TLV_UINT, "\x05\0\0\0"s), 5);
 }
 
-TEST(CellJson, ShowsTheBytesOfANumberThatHasMoreThanAreRead) {
-  EXPECT_EQ(shown(CTLVCell::TLV_UINT, "\x01\0\0\0\0\0\0\0\0"s), 1);
-  EXPECT_EQ(shown(CTLVCell::TLV_UINT, "\x01\0\0\0\0\0\0\0\x02"s)["octets"], "010000000000000002");
+TEST(CellJson, ShowsOfALongNumberWhatIsRead) {
+  EXPECT_EQ(kept(CTLVCell::TLV_UINT, "\x01\0\0\0\0\0\0\0\0"s), 1);
+  EXPECT_EQ(shown(CTLVCell::TLV_UINT, "\x01\0\0\0\0\0\0\0\x02"s), 1);
+  EXPECT_EQ(shown(CTLVCell::TLV_INT, std::string(9, '\xff')), -1);
 }
 
 TEST(CellJson, ShowsAnEmptyValueOfAnyType) {
-  EXPECT_EQ(shown(CTLVCell::TLV_UINT, ""), 0);
-  EXPECT_EQ(shown(CTLVCell::TLV_OCTET, ""), "");
-  EXPECT_EQ(shown(CTLVCell::TLV_STRING, "")["octets"], "");
-  EXPECT_EQ(shown(CTLVCell::TLV_JSON, "")["octets"], "");
+  EXPECT_EQ(kept(CTLVCell::TLV_UINT, ""), 0);
+  EXPECT_EQ(kept(CTLVCell::TLV_OCTET, ""), "");
+  EXPECT_EQ(kept(CTLVCell::TLV_STRING, "")["octets"], "");
+  EXPECT_EQ(kept(CTLVCell::TLV_JSON, "")["octets"], "");
 }
 
 TEST(CellJson, ShowsWhatAnArrayAndAJsonTextStandFor) {
-  EXPECT_EQ(shown(CTLVCell::TLV_ARRAY, "[1,\"a\",null]\0"s), json("[1,'a',null]"));
-  EXPECT_EQ(shown(CTLVCell::TLV_ARRAY, "[]\0"s), json("[]"));
-  EXPECT_EQ(shown(CTLVCell::TLV_JSON, "{\"a\":-1.5}\0"s), json("{'a':-1.5}"));
-  EXPECT_EQ(shown(CTLVCell::TLV_JSON, "null\0"s), Json::Value());
-  EXPECT_EQ(shown(CTLVCell::TLV_JSON, "\"a\"\0"s), "a");
+  EXPECT_EQ(kept(CTLVCell::TLV_ARRAY, "[1,\"a\",null]\0"s), json("[1,'a',null]"));
+  EXPECT_EQ(kept(CTLVCell::TLV_ARRAY, "[]\0"s), json("[]"));
+  EXPECT_EQ(kept(CTLVCell::TLV_JSON, "{\"a\":-1.5}\0"s), json("{'a':-1.5}"));
+  EXPECT_EQ(kept(CTLVCell::TLV_JSON, "null\0"s), Json::Value());
+  EXPECT_EQ(kept(CTLVCell::TLV_JSON, "\"a\"\0"s), "a");
 }
 
-TEST(CellJson, ShowsTheBytesOfJsonTextThatTheLibraryWouldWriteOtherwise) {
-  for (const std::string& text :
-       {"{\"a\": 1}"s, "{\"b\":1,\"a\":2}"s, "{\"a\":1,\"a\":2}"s, "{\"a\":1}x"s, "[1]"s, "{"s, ""s,
-        "1e3"s, "184467440737095516160"s, "\"\xc3\xbc\""s, "/**/1"s, "{\"octets\":\"00\"}"s}) {
-    EXPECT_TRUE(shown(CTLVCell::TLV_JSON, text + "\0"s).isMember("octets")) << text;
+TEST(CellJson, ShowsTheBytesOfWhatIsNoJsonOfItsType) {
+  for (const std::string& text : {"{\"a\":1,\"a\":2}"s, "{\"a\":1}x"s, "[1]"s, "{"s, ""s, "/**/1"s,
+                                  "\"\xff\""s, "nul"s, "{\"octets\":\"00\"}"s}) {
+    EXPECT_TRUE(kept(CTLVCell::TLV_JSON, text + "\0"s).isMember("octets")) << text;
   }
-  EXPECT_TRUE(shown(CTLVCell::TLV_ARRAY, "{}\0"s).isMember("octets"));
-  EXPECT_TRUE(shown(CTLVCell::TLV_ARRAY, "[]"s).isMember("octets"));
+  EXPECT_TRUE(kept(CTLVCell::TLV_ARRAY, "{}\0"s).isMember("octets"));
+  EXPECT_TRUE(kept(CTLVCell::TLV_ARRAY, "[]"s).isMember("octets"));
+  EXPECT_TRUE(kept(CTLVCell::TLV_ARRAY, "[]\0\0"s).isMember("octets"));
+}
+
+TEST(CellJson, ShowsJsonThatTheLibraryWouldWriteOtherwise) {
+  EXPECT_EQ(shown(CTLVCell::TLV_JSON, "{ \"b\" : 1,\n\"a\":[ ] }\0"s), json("{'a':[],'b':1}"));
+  EXPECT_EQ(shown(CTLVCell::TLV_JSON, "1e3\0"s), 1000.0);
+  EXPECT_EQ(kept(CTLVCell::TLV_JSON, "\"\\u00fc\"\0"s), "\xc3\xbc");
+  EXPECT_EQ(kept(CTLVCell::TLV_JSON, "\"\xc3\xbc\"\0"s), "\xc3\xbc");
+  EXPECT_EQ(kept(CTLVCell::TLV_ARRAY, "[]   \0"s), json("[]"));
+}
+
+TEST(CellJson, FillsJsonUpToTheLengthThatItIsTold) {
+  EXPECT_EQ(madeOf("Json", "{'a':1}", 8), "{\"a\":1}\0"s);
+  EXPECT_EQ(madeOf("Json", "{'a':1}", 10), "{\"a\":1}  \0"s);
+  EXPECT_EQ(cellComplaint("{'tag':1,'type':'Json','value':{'a':1},'length':7}"),
+            "cells[3].length: 7, but the value has 8 bytes");
 }
 
 TEST(CellJson, ShowsJsonAsDeepAsTheLibraryReadsIt) {
   const std::string deep = std::string(990, '[') + std::string(990, ']');
-  EXPECT_TRUE(shown(CTLVCell::TLV_ARRAY, deep + "\0"s).isArray());
+  EXPECT_TRUE(kept(CTLVCell::TLV_ARRAY, deep + "\0"s).isArray());
   const std::string deeper = std::string(1010, '[') + std::string(1010, ']');
-  EXPECT_TRUE(shown(CTLVCell::TLV_ARRAY, deeper + "\0"s).isMember("octets"));
+  EXPECT_TRUE(kept(CTLVCell::TLV_ARRAY, deeper + "\0"s).isMember("octets"));
 }
 
 TEST(CellJson, MakesNumbersAsShortAsTheyCanBe) {

@@ -1,5 +1,6 @@
 #include "tools/common/cell_json.h"
 
+#include <json/writer.h>
 #include <qovpub/qov_exception.h>
 
 #include <algorithm>
@@ -25,13 +26,34 @@ Json::Value octetsObject(const CTLVCell& cell) {
   return value;
 }
 
-/// The value as the type's own form shows it; null for one that has none.
-Json::Value plainValue(const CTLVCell& cell) {
+bool isOctetsObject(const Json::Value& value) {
+  return value.isObject() && value.size() == 1 && value.isMember(kOctets);
+}
+
+/// Whether the value is text and its NUL and nothing more.
+bool isText(const CTLVCell& cell) {
+  return cell.text().size() + 1 == cell.length() && isUtf8(cell.text());
+}
+
+Json::Value textValue(const CTLVCell& cell) {
+  const std::string_view text = cell.text();
+  return isText(cell) ? Json::Value(text.data(), text.data() + text.size()) : octetsObject(cell);
+}
+
+Json::Value parsedValue(const CTLVCell& cell) try {
+  // As deep as the library reads it.
+  constexpr int kDepth = 1000;
+  Json::Value value = parseJson(cell.text(), kDepth);
+  const bool fits = value.isArray() == (cell.type() == CTLVCell::TLV_ARRAY);
+  return isText(cell) && fits && !isOctetsObject(value) ? value : octetsObject(cell);
+} catch (const BadJson&) {
+  return octetsObject(cell);
+}
+
+Json::Value shownValue(const CTLVCell& cell) {
   switch (cell.type()) {
-    case CTLVCell::TLV_STRING: {
-      const std::string_view text = cell.text();
-      return isUtf8(text) ? Json::Value(text.data(), text.data() + text.size()) : Json::Value();
-    }
+    case CTLVCell::TLV_STRING:
+      return textValue(cell);
     case CTLVCell::TLV_INT:
       return static_cast<Json::Int64>(cell.number());
     case CTLVCell::TLV_UINT:
@@ -40,12 +62,8 @@ Json::Value plainValue(const CTLVCell& cell) {
     case CTLVCell::TLV_TIME:
       return jsonNumber(cell.number());
     case CTLVCell::TLV_ARRAY:
-    case CTLVCell::TLV_JSON: {
-      Json::Value parsed;
-      // A text that is "null" stays what it is here.
-      static_cast<void>(cell.getJson(parsed) || cell.getArray(parsed));
-      return parsed;
-    }
+    case CTLVCell::TLV_JSON:
+      return parsedValue(cell);
     default:
       return hexText(bytesOf(cell));
   }
@@ -127,14 +145,32 @@ CTLVCell cellOfText(const Description& cell) {
   return cellOfBytes(cell, {text.c_str(), text.size() + 1});
 }
 
+/// The text as the library writes it, or with all characters as they are.
+std::string compactText(const Json::Value& value, bool utf8) {
+  if (!utf8) {
+    CTLVCell cell;
+    cell.set(0, value);
+    return std::string(cell.text());
+  }
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["emitUTF8"] = true;
+  return Json::writeString(builder, value);
+}
+
 CTLVCell cellOfJson(const Description& cell) {
   const bool array = cell.type == CTLVCell::TLV_ARRAY;
   if (cell.value.isArray() != array) {
     refuse(cell, array ? "not an array" : "an array, which is a value of type Array");
   }
-  CTLVCell made;
-  made.set(cell.tag, cell.value);
-  return cellOfBytes(cell, bytesOf(made));
+  std::string text = compactText(cell.value, false);
+  if (cell.hasLength() && cell.length() <= text.size()) {
+    text = compactText(cell.value, true);
+  }
+  if (cell.hasLength() && cell.length() > text.size()) {
+    text.resize(cell.length() - std::size_t{1}, ' ');
+  }
+  return cellOfBytes(cell, {text.c_str(), text.size() + 1});
 }
 
 CTLVCell cellOfValue(const Description& cell) {
@@ -160,7 +196,7 @@ CTLVCell cellOfValue(const Description& cell) {
 }
 
 CTLVCell cellOfDescription(const Description& cell) {
-  if (cell.value.isObject() && cell.value.size() == 1 && cell.value.isMember(kOctets)) {
+  if (isOctetsObject(cell.value)) {
     const std::string place = memberPlace(cell.place, kOctets);
     return cellOfHex(cell, textAt(cell.value[kOctets], place), place);
   }
@@ -171,15 +207,6 @@ CTLVCell cellOfDescription(const Description& cell) {
   }
 }
 
-/// Whether reading `json` gives `cell` again.
-bool showsAll(const Json::Value& json, const CTLVCell& cell) {
-  try {
-    return cellFromJson(json, "") == cell;
-  } catch (const BadJson&) {
-    return false;
-  }
-}
-
 }  // namespace
 
 Json::Value toJson(const CTLVCell& cell) {
@@ -187,10 +214,7 @@ Json::Value toJson(const CTLVCell& cell) {
   json["tag"] = jsonNumber(cell.tag());
   json["type"] = CTLVCell::typeName(cell.type());
   json["length"] = jsonNumber(cell.length());
-  json["value"] = plainValue(cell);
-  if (!showsAll(json, cell)) {
-    json["value"] = octetsObject(cell);
-  }
+  json["value"] = shownValue(cell);
   return json;
 }
 

@@ -16,17 +16,21 @@ namespace qov::tools {
 //   Int                       the same, signed
 //   Array, Json               the value that the text stands for
 //
-// Bytes that cellFromJson() would not make of that (no UTF-8, no NUL, bytes behind the first one, JSON in
-// another form than the library writes, ...) are shown as {"octets":"<hexadecimal digits>"}, so that
-// cellFromJson(toJson(c)) is always equal to c.
+// Bytes that are not that are shown as {"octets":"<hexadecimal digits>"}: text that is not UTF-8,
+// has no NUL or more behind its first one, or is not JSON of its type. A value that is an object
+// with just the key "octets" is shown so, too.
 
 Json::Value toJson(const CTLVCell& cell);
 
 /// The cell that `json` describes; `place` is where `json` stands, for the text of BadJson.
 ///
-/// Without "length" a number takes the fewest of 1, 2, 4 and 8 bytes. With it, a number takes so
-/// many, and is refused if it would not be read back from them; of any other value it has to be the
-/// length.
+/// Without "length" a number takes the fewest of 1, 2, 4 and 8 bytes and JSON is written without
+/// blanks. With it, a number takes so many, and is refused if it would not be read back from them;
+/// JSON is filled up with blanks. Of any other value it has to be the length.
+///
+/// Gives the bytes back of which toJson() was made, with two exceptions: of a number of more than 8
+/// bytes only the first 8 are shown, the others become zeros, and JSON may be written otherwise than
+/// it was.
 CTLVCell cellFromJson(const Json::Value& json, const std::string& place);
 
 /// The type of that name; throws BadJson for another text.

@@ -10,9 +10,6 @@
 namespace qov::tools {
 namespace {
 
-/// A cell's value may be nested 1000 levels deep, and some more lie around it.
-constexpr int kMaxDepth = 1100;
-
 [[noreturn]] void refuseRange(const Json::Value& json, const std::string& place,
                               const std::string& min, const std::string& max) {
   throw BadJson(place, json.asString() + " is not within " + min + " to " + max);
@@ -31,11 +28,11 @@ std::string firstComplaint(const std::string& complaints) {
 
 }  // namespace
 
-Json::Value parseJson(std::string_view text) {
+Json::Value parseJson(std::string_view text, int maxDepth) {
   Json::CharReaderBuilder builder;
   Json::CharReaderBuilder::strictMode(&builder.settings_);
   builder["strictRoot"] = false;
-  builder["stackLimit"] = kMaxDepth;
+  builder["stackLimit"] = maxDepth;
   const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
   Json::Value json;
   std::string complaints;
@@ -44,7 +41,7 @@ Json::Value parseJson(std::string_view text) {
       throw BadJson("", "not JSON: " + firstComplaint(complaints));
     }
   } catch (const Json::Exception&) {
-    throw BadJson("", "not JSON: nested deeper than " + std::to_string(kMaxDepth) + " levels");
+    throw BadJson("", "not JSON: nested deeper than " + std::to_string(maxDepth) + " levels");
   }
   return json;
 }
@@ -53,6 +50,8 @@ std::string jsonText(const Json::Value& json) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "  ";
   builder["emitUTF8"] = true;
+  // No blank before a colon.
+  builder["enableYAMLCompatibility"] = true;
   return Json::writeString(builder, json) + "\n";
 }
 

@@ -21,9 +21,12 @@ class BadJson : public std::runtime_error {
       : std::runtime_error(place.empty() ? why : place + ": " + why) {}
 };
 
+/// A cell's value may be nested 1000 levels deep, and some more lie around it.
+inline constexpr int kMaxJsonDepth = 1100;
+
 /// Parses the whole of `text`: no comments, nothing behind the value, no key twice in one object.
 /// Throws BadJson with line and column.
-Json::Value parseJson(std::string_view text);
+Json::Value parseJson(std::string_view text, int maxDepth = kMaxJsonDepth);
 
 /// The text of `json`, in indented lines, with a newline at the end.
 std::string jsonText(const Json::Value& json);
