@@ -44,7 +44,8 @@ local f = {
   ser = ProtoField.uint16("qov.v3.ser", "SER (serial number)", base.DEC),
   len = ProtoField.uint32("qov.v3.len", "LEN (length of the records)", base.DEC),
 
-  is_response = ProtoField.bool("qov.v3.is_response", "Response"),
+  request = ProtoField.none("qov.v3.request", "Request"),
+  response = ProtoField.none("qov.v3.response", "Response"),
   response_in = ProtoField.framenum("qov.v3.response_in", "Response in", base.NONE,
                                     frametype.RESPONSE),
   response_to = ProtoField.framenum("qov.v3.response_to", "Response to the request in", base.NONE,
@@ -130,7 +131,7 @@ local tcp_fin = Field.new("tcp.flags.fin")
 qov.prefs.ports = Pref.range("TCP ports", "19001",
                              "Ports of management endpoints. On other ports a connection is" ..
                              " recognised by a segment that begins with a head.", 65535)
-qov.prefs.most_shown = Pref.uint("Most records and cells shown", 50000,
+qov.prefs.most_shown = Pref.uint("Most records and cells shown", 20000,
                                  "How many records and cells of one message get a place in the" ..
                                  " tree. More are checked all the same.")
 
@@ -250,14 +251,12 @@ local function what_is_known(place, serial, pinfo)
 end
 
 local function add_generated(tree, field, range, value)
-  local item = tree:add(field, range, value)
-  item:set_generated()
-  return item
+  tree:add(field, range, value):set_generated()
 end
 
 local function add_exchange(tree, message, serial_item, tvb)
   local nothing = tvb(0, 0)
-  add_generated(tree, f.is_response, nothing, message.response or false)
+  tree:add(message.response and f.response or f.request, nothing):set_generated()
   local exchange = message.exchange
   if message.response and exchange then
     add_generated(tree, f.response_to, nothing, exchange.request)
@@ -380,7 +379,7 @@ local function add_walk_fields(m, tree, tag, type, offset, length)
   end
   local value = number_of(m.tvb, offset, length, type == INT)
   if type == INT then
-    value = UInt64(value:lower(), value:higher())
+    value = UInt64.decode(value:encode())
   end
   add_generated(tree, tag == STATUS_TAG and f.status or f.cursor, m.tvb(offset, length), value)
   if tag == STATUS_TAG then
@@ -391,16 +390,22 @@ end
 ---------------------------------------------------------------------------------- records and cells
 
 -- The walk over a message's body knows, in `m`: tvb; tree, the message's item; at, where the body
--- begins; size, how long it is; held, how much of it the buffer holds; shown, how many records and
--- cells have got a place in the tree.
+-- begins; size, how long it is; held, how much of it the buffer holds; bytes, these as a string,
+-- which is read much faster than tvb; shown, how many records and cells have got a place in the tree.
 
+-- `tree` is the item that the fault is at, if it is shown.
 local function fail(m, tree, problem, text, position)
-  tree:add_proto_expert_info(problem, text)
+  (tree or m.tree):add_proto_expert_info(problem, text)
   if position < m.held then
     m.tree:add(f.data, m.tvb(m.at + position, m.held - position)):set_text(
         "Not decoded: " .. (m.held - position) .. " bytes")
   end
   return nil
+end
+
+local function u16_at(m, position)
+  local low, high = m.bytes:byte(position + 1, position + 2)
+  return low + 256 * high
 end
 
 local function cut(m)
@@ -449,8 +454,7 @@ local function take_cell(m, record_tree, position, record_end)
   if position + CELL_HEAD_SIZE > m.held then
     return cut(m)
   end
-  local packed = m.tvb(m.at + position, 2):le_uint()
-  local length = m.tvb(m.at + position + 2, 2):le_uint()
+  local packed, length = u16_at(m, position), u16_at(m, position + 2)
   local tag, type = math.floor(packed / 16), packed % 16
   if type > LARGEST_TYPE then
     return fail(m, record_tree, e.cell_type, "The cell's type " .. type .. " is above " ..
@@ -493,7 +497,7 @@ local function take_record(m, position)
   if position + RECORD_HEAD_SIZE > m.held then
     return cut(m)
   end
-  local length = m.tvb(m.at + position + 8, 2):le_uint()
+  local length = u16_at(m, position + 8)
   local too_long = RECORD_HEAD_SIZE + length > left
   local tree = (too_long or can_show(m)) and show_record(m, position, length) or nil
   if too_long then
@@ -511,6 +515,7 @@ local function take_record(m, position)
 end
 
 local function take_body(m)
+  m.bytes = m.held > 0 and m.tvb:raw(m.at, m.held) or ""
   local position = 0
   while position and position < m.size do
     position = take_record(m, position)
