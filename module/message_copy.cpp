@@ -8,24 +8,36 @@
 #include <new>
 #include <typeinfo>
 
-#include <qovpub/qov_message_package.h>
+#include <qovpub/qov_om_message_package.h>
 
 #include "task/message_block.h"
 
 namespace qov {
 namespace {
 
+/// Whether the inner package, if there is one, is of the class that a copy's will be.
+bool hasPlainInner(const CQOV_OM_MsgPackage& package) {
+  const CT7QPackageV3* const inner = package.get();
+  return inner == nullptr || typeid(*inner) == typeid(CT7QPackageV3);
+}
+
 std::unique_ptr<CQOV_MsgPackage> copyPackage(const CQOV_MsgPackage& package) {
-  if (typeid(package) != typeid(CQOV_MsgPackage)) {
-    errno = ENOTSUP;
-    return nullptr;
-  }
   try {
-    return std::make_unique<CQOV_MsgPackage>(package);
+    if (typeid(package) == typeid(CQOV_MsgPackage)) {
+      return std::make_unique<CQOV_MsgPackage>(package);
+    }
+    if (typeid(package) == typeid(CQOV_OM_MsgPackage)) {
+      const auto& om = static_cast<const CQOV_OM_MsgPackage&>(package);
+      if (hasPlainInner(om)) {
+        return std::make_unique<CQOV_OM_MsgPackage>(om);
+      }
+    }
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;
     return nullptr;
   }
+  errno = ENOTSUP;
+  return nullptr;
 }
 
 BlockPtr copyPackageBlock(const ACE_Message_Block& mb, const CQOV_MsgPackage& package) {

@@ -3,13 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <ace/Message_Block.h>
-#include <qovpub/qov_message_package.h>
+#include <qovpub/qov_om_message_package.h>
 
 #include <cerrno>
 #include <cstring>
 #include <memory>
 
 #include "tests/module/package_blocks.h"
+#include "tests/support/failing_allocations.h"
 
 namespace qov {
 namespace {
@@ -63,6 +64,74 @@ TEST(MessageCopy, OfADerivedPackageIsRefused) {
   errno = 0;
   EXPECT_EQ(copyMessage(*block), nullptr);
   EXPECT_EQ(errno, ENOTSUP);
+}
+
+/// An OM package whose inner package has one record.
+std::unique_ptr<CQOV_OM_MsgPackage> omPackage() {
+  auto package = std::make_unique<CQOV_OM_MsgPackage>(new CT7QPackageV3);
+  package->head().type_ = 3;
+  package->get()->head().ser_ = 42;
+  package->get()->append(recordOf(9).release());
+  return package;
+}
+
+/// The OM package that a copy of the block with `original` carries, or null.
+std::unique_ptr<CQOV_OM_MsgPackage> omCopyOf(const CQOV_MsgPackage& original) {
+  const BlockPtr copy(copyMessage(*test::blockOf(&original)));
+  std::unique_ptr<CQOV_MsgPackage> content;
+  if (copy != nullptr) {
+    content = packageIn(*copy);
+  }
+  auto* const om = dynamic_cast<CQOV_OM_MsgPackage*>(content.get());
+  static_cast<void>(om != nullptr ? content.release() : nullptr);
+  return std::unique_ptr<CQOV_OM_MsgPackage>(om);
+}
+
+TEST(MessageCopy, OfAnOmPackageHasAnInnerPackageOfItsOwn) {
+  std::unique_ptr<CQOV_OM_MsgPackage> original = omPackage();
+  original->append(recordOf(7).release());
+  const std::unique_ptr<CQOV_OM_MsgPackage> copy = omCopyOf(*original);
+  ASSERT_NE(copy, nullptr);
+  EXPECT_EQ(std::memcmp(&copy->head(), &original->head(), sizeof(QOVMsgHead)), 0);
+  EXPECT_EQ(copy->count(), 1u);
+  ASSERT_NE(copy->get(), nullptr);
+  ASSERT_NE(copy->get(), original->get());
+  original.reset();
+  EXPECT_EQ(copy->get()->head().ser_, 42u);
+  ASSERT_EQ(copy->get()->count(), 1u);
+  EXPECT_EQ((*copy->get())[0][5].getOctets(), "\x09");
+}
+
+TEST(MessageCopy, OfAnOmPackageWithoutAnInnerOneHasNone) {
+  const std::unique_ptr<CQOV_OM_MsgPackage> copy = omCopyOf(CQOV_OM_MsgPackage(nullptr));
+  ASSERT_NE(copy, nullptr);
+  EXPECT_EQ(copy->get(), nullptr);
+}
+
+TEST(MessageCopy, OfAnOmPackageWithADerivedInnerOneIsRefused) {
+  class DerivedInner : public CT7QPackageV3 {};
+  errno = 0;
+  EXPECT_EQ(omCopyOf(CQOV_OM_MsgPackage(new DerivedInner)), nullptr);
+  EXPECT_EQ(errno, ENOTSUP);
+}
+
+TEST(MessageCopy, OfAClassDerivedFromTheOmPackageIsRefused) {
+  class DerivedOm : public CQOV_OM_MsgPackage {
+   public:
+    DerivedOm() : CQOV_OM_MsgPackage(nullptr) {}
+  };
+  errno = 0;
+  EXPECT_EQ(omCopyOf(DerivedOm()), nullptr);
+  EXPECT_EQ(errno, ENOTSUP);
+}
+
+TEST(MessageCopy, OfAnOmPackageWithoutMemoryForTheInnerOneIsNone) {
+  const std::unique_ptr<CQOV_OM_MsgPackage> original = omPackage();
+  const test::FailingAllocations fail = test::FailingAllocations::ofSize(sizeof(CT7QPackageV3));
+  errno = 0;
+  EXPECT_EQ(omCopyOf(*original), nullptr);
+  EXPECT_TRUE(fail.hasFailed());
+  EXPECT_EQ(errno, ENOMEM);
 }
 
 TEST(MessageCopy, OfAnyOtherBlockIsAClone) {

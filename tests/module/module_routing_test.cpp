@@ -1,5 +1,5 @@
 #include <ace/Message_Block.h>
-#include <qovpub/qov_message_package.h>
+#include <qovpub/qov_om_message_package.h>
 
 #include <atomic>
 #include <functional>
@@ -110,6 +110,41 @@ TEST_F(ModuleRouting, BroadcastWithoutModulesFreesBlockAndPackage) {
   broadcasts(messageTo<Counted>(kAlpha, 21));
   EXPECT_THAT(events(), ElementsAre("package deleted"));
   EXPECT_THAT(messages("WARN"), IsEmpty());
+}
+
+/// An OM message to alpha whose inner package tells when it is deleted.
+std::unique_ptr<CQOV_MsgPackage> omMessageToAlpha(unsigned long long opc) {
+  struct Counted : CT7QPackageV3 {
+    ~Counted() override { recordEvent("inner package deleted"); }
+  };
+  auto made = std::make_unique<CQOV_OM_MsgPackage>(new Counted);
+  const std::uint8_t flags = made->head().flags_;
+  made->head() = messageTo(kAlpha, opc)->head();
+  made->head().flags_ = flags;
+  return made;
+}
+
+TEST_F(ModuleRouting, BroadcastWithoutModulesFreesTheInnerPackageToo) {
+  broadcasts(omMessageToAlpha(24));
+  EXPECT_THAT(events(), ElementsAre("inner package deleted"));
+}
+
+TEST_F(ModuleRouting, AnOmPackageIsFreedByTheModuleThatGotIt) {
+  loads({"alpha"});
+  const BlockPtr block = blockOf(omMessageToAlpha(25).release());
+  ASSERT_EQ(loader().sendMsg(kAlpha, block->duplicate()), 0);
+  EXPECT_TRUE(waitForEvent("alpha got 25 with an inner package"));
+  EXPECT_TRUE(waitForEvent("inner package deleted"));
+}
+
+TEST_F(ModuleRouting, BroadcastGivesEachModuleAnInnerPackageOfItsOwn) {
+  loads({"alpha", "beta"});
+  auto message = std::make_unique<CQOV_OM_MsgPackage>(new CT7QPackageV3);
+  message->head() = messageTo(kAlpha, 26)->head();
+  broadcasts(std::move(message));
+  EXPECT_TRUE(waitForEvent("alpha got 26 with an inner package"));
+  EXPECT_TRUE(log.waitFor("Failed to forword message: RPID=7,RMID=3,OPC=26"));
+  EXPECT_THAT(messages("ERR"), IsEmpty());
 }
 
 TEST_F(ModuleRouting, BroadcastPassesOverAModuleThatIsFull) {

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <qovpub/qov_om_message_package.h>
 
 #include <thread>
 #include <vector>
@@ -37,6 +38,24 @@ TEST_F(TwoModulesTest, ARequestComesBackFromWhereItWent) {
   EXPECT_EQ(AnsweringModules::kSecond, head.smid_);
   EXPECT_EQ(kPid, head.rpid_);
   EXPECT_EQ(AnsweringModules::kFirst, head.rmid_);
+}
+
+TEST_F(TwoModulesTest, AnOmRequestArrivesWithItsInnerPackage) {
+  CQOV_Task task(modules_.first());
+  auto* const inner = new CT7QPackageV3;
+  inner->head().ser_ = 42;
+  inner->addRecord(1).addString(1, "a text of more than nineteen bytes");
+  auto message = std::make_unique<CQOV_OM_MsgPackage>(inner);
+  message->head() = makeRequest()->head();
+  message->head().flags_ |= QOVMsgHead::kFlagOm;
+  std::unique_ptr<CQOV_MsgPackage> response;
+  ASSERT_EQ(0, request(task, std::move(message), kLong, &response));
+  const auto* const om = dynamic_cast<CQOV_OM_MsgPackage*>(response.get());
+  ASSERT_NE(nullptr, om);
+  // It went there and came back without being copied.
+  ASSERT_EQ(inner, om->get());
+  EXPECT_EQ(42U, inner->head().ser_);
+  EXPECT_EQ("a text of more than nineteen bytes", (*inner)[0].getString(1));
 }
 
 TEST_F(TwoModulesTest, ManyTasksAskAtOnce) {

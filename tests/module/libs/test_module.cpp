@@ -2,7 +2,7 @@
 //   QOV_TEST_NAME  the name in its events
 //   QOV_TEST_GID   its gid
 //   QOV_TEST_INIT  what initEnv() does: a statement
-#include <qovpub/qov_message_package.h>
+#include <qovpub/qov_om_message_package.h>
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
 
@@ -17,13 +17,19 @@ void record(const std::string& event) {
   qov::test::recordEvent(QOV_TEST_NAME " " + event);
 }
 
+std::string contentOf(const CQOV_MsgPackage& package) {
+  const auto* const om = dynamic_cast<const CQOV_OM_MsgPackage*>(&package);
+  return om != nullptr && om->get() != nullptr ? "an inner package"
+                                               : std::to_string(package.count()) + " records";
+}
+
 class Worker : public CQOV_CommonTask {
  public:
   explicit Worker(CQOV_TaskMgr* mgr) : CQOV_CommonTask(mgr) {}
 
   int handleMessage(CQOV_MsgPackage& package) override {
     const unsigned long long opc = package.head().opc_;
-    record("got " + std::to_string(opc) + " with " + std::to_string(package.count()) + " records");
+    record("got " + std::to_string(opc) + " with " + contentOf(package));
     if (opc == qov::test::kWaitAtGate) {
       qov::test::waitAtGate();
     }
