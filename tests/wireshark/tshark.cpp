@@ -139,11 +139,12 @@ Json::Value cellMeaning(const Json::Value& cell) {
   meaning["tag"] = number(cell["qov.v3.cell.tag"]);
   meaning["type"] = type;
   meaning["length"] = number(cell["qov.v3.cell.length"]);
-  meaning["value"] = valueOf(cell, type);
   if (isReadAsEmpty(cell)) {
     meaning["tag"] = 4094;
     meaning["type"] = "Invalid";
     meaning["value"] = "";
+  } else {
+    meaning["value"] = valueOf(cell, type);
   }
   return meaning;
 }
