@@ -152,6 +152,22 @@ TEST_F(WiresharkExchanges, KnowWhoAsksByThePortOrByWhoSpeaksFirst) {
   EXPECT_FALSE(isRequest(2));
 }
 
+// Without a tree there is nothing that the script could look up in it.
+TEST_F(WiresharkExchanges, AreToldToThoseWhoSeeNothingElse) {
+  Connection connection(capture_);
+  connection.ask(message(1).substr(0, 20));
+  connection.ask(message(1).substr(20));
+  connection.sendLast(Side::kServer, message(1, record(5)));
+  const Finished finished =
+      Tshark({"-o", "gui.column.format:\"Info\",\"%i\""}).start(capture_.file(), {});
+  EXPECT_FALSE(tellsOfScriptError(finished)) << finished.err << finished.out;
+  EXPECT_NE(finished.out.find("\nRequest SER=1 records=0 cells=0\n"), std::string::npos)
+      << finished.out;
+  EXPECT_NE(finished.out.find("\nResponse SER=1 cmd=0x0000000000000005 records=1 cells=0\n"),
+            std::string::npos)
+      << finished.out;
+}
+
 TEST_F(WiresharkExchanges, AreToldInTheInfoColumn) {
   const std::string end =
       record(0x100000003, cell(4093, kUint, "\x07") + cell(4095, kEnum, "\x01"));

@@ -391,7 +391,7 @@ end
 
 -- The walk over a message's body knows, in `m`: tvb; tree, the message's item; at, where the body
 -- begins; size, how long it is; held, how much of it the buffer holds; bytes, these as a string,
--- which is read much faster than tvb; shown, how many records and cells have got a place in the tree.
+-- which is read much faster than tvb; shown, how many records and cells have a place in the tree.
 
 -- `tree` is the item that the fault is at, if it is shown.
 local function fail(m, tree, problem, text, position)
