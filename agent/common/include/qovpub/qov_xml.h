@@ -87,7 +87,7 @@ class CQOVXmlParser {
   /// Whether `item`, which addDeviceConfig() has accepted, is the one that is kept.
   bool isStored(const std::string& deviceDesc, const CIType& item) const;
 
-  // Constant after construction; what the first map holds is guarded by lock_ while items are added.
+  // Constant after construction; the first map is guarded by lock_ while items are added.
   std::unique_ptr<DeviceMaps> config_;
   const std::string fileName_;
   ACE_Thread_Mutex lock_;
