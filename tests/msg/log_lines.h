@@ -1,6 +1,7 @@
 #ifndef QOV_TESTS_MSG_LOG_LINES_H
 #define QOV_TESTS_MSG_LOG_LINES_H
 
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -44,6 +45,17 @@ inline const Lines kNoHead = {
         "equal zero!",
     "invalid MSG header!"};
 inline const Lines kBadHead = {"invalid MSG header!"};
+
+/// How the log starts to say what is wrong with the records, by the names of tests/vectors.
+inline const std::map<std::string, std::string> kRecordFaults{
+    {"record-short", ": MIN_RECORD_SIZE(10) > uiRemainLen, buf size="},
+    {"record-length",
+     " : record length is too long, (usRecordLen +  MIN_RECORD_SIZE) > uiBufSize ->"},
+    {"cell-short", " : (MIN_TLV_SIZE > uiBufSize - pos) ->4 < uiBufSize - "},
+    {"cell-type", " : data type unmated, received type is "},
+    {"cell-length",
+     " : data length is too long, ((sDataLen + pos) > usRecordLen + MIN_RECORD_SIZE) ->"},
+};
 
 }  // namespace qov::tests
 

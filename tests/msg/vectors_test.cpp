@@ -4,7 +4,6 @@
 #include <qovpub/qov_om_message_package.h>
 
 #include <cstddef>
-#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -88,17 +87,6 @@ std::vector<unsigned char> encoded(const Json::Value& meaning) {
   bytes.resize(size == Package::kFailed ? 0 : size);
   return bytes;
 }
-
-/// What is wrong with the records, in the words of the log.
-const std::map<std::string, std::string> kRecordFaults{
-    {"record-short", ": MIN_RECORD_SIZE(10) > uiRemainLen, buf size="},
-    {"record-length",
-     " : record length is too long, (usRecordLen +  MIN_RECORD_SIZE) > uiBufSize ->"},
-    {"cell-short", " : (MIN_TLV_SIZE > uiBufSize - pos) ->4 < uiBufSize - "},
-    {"cell-type", " : data type unmated, received type is "},
-    {"cell-length",
-     " : data length is too long, ((sDataLen + pos) > usRecordLen + MIN_RECORD_SIZE) ->"},
-};
 
 /// A good field where the named one is bad.
 struct Cure {

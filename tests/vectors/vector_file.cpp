@@ -25,12 +25,9 @@ std::ifstream open(const std::string& name) {
   return file;
 }
 
-std::string withoutComments(std::istream& in) {
-  std::string text;
-  for (std::string line; std::getline(in, line);) {
-    text += line.substr(0, line.find('#')) + ' ';
-  }
-  return text;
+std::string textOf(const std::string& name) {
+  std::ifstream file = open(name);
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 Json::Value readJson(const std::string& name) {
@@ -59,16 +56,17 @@ std::vector<std::string> vectorNames(const std::string& extension) {
 }
 
 Vector readVector(const std::string& name) {
-  std::ifstream hex = open(name + ".hex");
-  return {bytesOfHex(withoutComments(hex)), readJson(name + ".json")};
+  return {bytesOfHex(textOf(name + ".hex")), readJson(name + ".json")};
 }
 
 std::vector<unsigned char> bytesOfHex(std::string_view text) {
   std::vector<unsigned char> bytes;
   bool half = false;
+  bool comment = false;
   for (const char c : text) {
     const auto byte = static_cast<unsigned char>(c);
-    if (std::isspace(byte) != 0) {
+    comment = c == '#' || (comment && c != '\n');
+    if (comment || std::isspace(byte) != 0) {
       continue;
     }
     const std::size_t digit = kDigits.find(static_cast<char>(std::tolower(byte)));

@@ -21,7 +21,8 @@ std::vector<std::string> vectorNames(const std::string& extension);
 /// Reads a pair; throws std::runtime_error when a file is missing or cannot be read.
 Vector readVector(const std::string& name);
 
-/// The bytes that `text` writes in hexadecimal, blanks apart; throws std::runtime_error.
+/// The bytes that `text` writes in hexadecimal, blanks and comments apart; throws
+/// std::runtime_error.
 std::vector<unsigned char> bytesOfHex(std::string_view text);
 
 /// Lower case, without blanks.
