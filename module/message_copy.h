@@ -9,10 +9,10 @@ namespace qov {
 ///
 /// ACE's clone() copies the eight bytes of a package block, which are a pointer. Here the copy of
 /// such a block (MB_DATA, 8 bytes, not null) points to a package of its own and has no
-/// continuation: what a request has there belongs to its one sender. An OM package's copy has a copy
-/// of the inner package. A package of any other class derived from CQOV_MsgPackage, and an OM package
-/// with an inner one of a derived class, has no copy (ENOTSUP): the base's part alone would be another
-/// message.
+/// continuation: what a request has there belongs to its one sender. An OM package's copy has a
+/// copy of the inner package. A package of any other class derived from CQOV_MsgPackage, and an OM
+/// package with an inner one of a derived class, has no copy (ENOTSUP): the base's part alone would
+/// be another message.
 ACE_Message_Block* copyMessage(const ACE_Message_Block& mb);
 
 }  // namespace qov

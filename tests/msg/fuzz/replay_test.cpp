@@ -4,10 +4,12 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <string>
 #include <vector>
 
 #include "tests/msg/fuzz/decode_target.h"
+#include "tests/vectors/vector_file.h"
 
 namespace fs = std::filesystem;
 
@@ -44,6 +46,19 @@ TEST(Fuzz, ReplaysItsRegressions) {
   ASSERT_FALSE(inputs.empty());
   for (const fs::path& file : inputs) {
     replay(file);
+  }
+}
+
+TEST(Fuzz, ReplaysTheVectors) {
+  const std::map<std::string, unsigned char> choices{{"v3", 0}, {"internal", 1}, {"om", 4}};
+  for (const std::string& name : qov::tests::vectorNames(".hex")) {
+    SCOPED_TRACE(name);
+    const qov::tests::Vector vector = qov::tests::readVector(name);
+    std::vector<unsigned char> input{choices.at(vector.meaning["kind"].asString())};
+    input.insert(input.end(), vector.bytes.begin(), vector.bytes.end());
+    EXPECT_EQ(LLVMFuzzerTestOneInput(input.data(), input.size()), 0);
+    input[0] |= 2;
+    EXPECT_EQ(LLVMFuzzerTestOneInput(input.data(), input.size()), 0);
   }
 }
 
