@@ -41,14 +41,14 @@ using Names = std::vector<std::string>;
 TEST_F(WiresharkExchanges, JoinARequestAndItsResponse) {
   Connection one(capture_);
   Connection two(capture_);
-  one.ask(message(5));
+  one.ask(message(5, ""));
   const unsigned int first = capture_.frames();
-  two.ask(message(5));  // the same serial elsewhere
+  two.ask(message(5, ""));  // the same serial elsewhere
   const unsigned int second = capture_.frames();
   capture_.pass(1234);
-  two.answer(message(5));
+  two.answer(message(5, ""));
   const unsigned int secondAnswer = capture_.frames();
-  one.answer(message(5));
+  one.answer(message(5, ""));
   const unsigned int firstAnswer = capture_.frames();
   dissect();
 
@@ -71,10 +71,10 @@ TEST_F(WiresharkExchanges, JoinARequestAndItsResponse) {
 
 TEST_F(WiresharkExchanges, AreToldApartBySerialWhenManyAreUnderWay) {
   Connection connection(capture_);
-  connection.ask(message(1) + message(2) + message(3));
+  connection.ask(message(1, "") + message(2, "") + message(3, ""));
   const unsigned int asked = capture_.frames();
-  connection.answer(message(3));
-  connection.answer(message(1) + message(2));
+  connection.answer(message(3, ""));
+  connection.answer(message(1, "") + message(2, ""));
   const unsigned int answered = capture_.frames();
   dissect();
   ASSERT_EQ(shown_.size(), 6U);
@@ -88,13 +88,13 @@ TEST_F(WiresharkExchanges, AreToldApartBySerialWhenManyAreUnderWay) {
 
 TEST_F(WiresharkExchanges, TakeARequestThatIsSentAgainForTheSame) {
   Connection connection(capture_);
-  connection.ask(message(7));
+  connection.ask(message(7, ""));
   const unsigned int asked = capture_.frames();
-  connection.ask(message(8));
-  connection.ask(message(7));
-  connection.answer(message(7));
+  connection.ask(message(8, ""));
+  connection.ask(message(7, ""));
+  connection.answer(message(7, ""));
   const unsigned int answered = capture_.frames();
-  connection.answer(message(7));
+  connection.answer(message(7, ""));
   dissect();
   ASSERT_EQ(shown_.size(), 5U);
   EXPECT_EQ(repeats(0), 0U);
@@ -110,11 +110,11 @@ TEST_F(WiresharkExchanges, TakeARequestThatIsSentAgainForTheSame) {
 
 TEST_F(WiresharkExchanges, BeginAnewWhenASerialComesAgainAfterItsAnswer) {
   Connection connection(capture_);
-  connection.ask(message(7));
-  connection.answer(message(7));
-  connection.ask(message(7));
+  connection.ask(message(7, ""));
+  connection.answer(message(7, ""));
+  connection.ask(message(7, ""));
   const unsigned int asked = capture_.frames();
-  connection.answer(message(7));
+  connection.answer(message(7, ""));
   const unsigned int answered = capture_.frames();
   dissect();
   ASSERT_EQ(shown_.size(), 4U);
@@ -127,8 +127,8 @@ TEST_F(WiresharkExchanges, BeginAnewWhenASerialComesAgainAfterItsAnswer) {
 
 TEST_F(WiresharkExchanges, ShowAResponseThatNobodyAwaits) {
   Connection connection(capture_);
-  connection.ask(message(1));
-  connection.answer(message(2));
+  connection.ask(message(1, ""));
+  connection.answer(message(2, ""));
   dissect();
   ASSERT_EQ(shown_.size(), 2U);
   EXPECT_EQ(shown_[1].experts(), Names{"serial"});
@@ -138,10 +138,10 @@ TEST_F(WiresharkExchanges, ShowAResponseThatNobodyAwaits) {
 
 TEST_F(WiresharkExchanges, KnowWhoAsksByThePortOrByWhoSpeaksFirst) {
   Connection joinedLate(capture_);
-  joinedLate.answer(message(1));
+  joinedLate.answer(message(1, ""));
   Connection otherPort(capture_, 4444);
-  otherPort.ask(message(1));
-  otherPort.answer(message(1));
+  otherPort.ask(message(1, ""));
+  otherPort.answer(message(1, ""));
   dissect();
   ASSERT_EQ(shown_.size(), 3U);
   EXPECT_TRUE(isResponse(0));
@@ -155,8 +155,8 @@ TEST_F(WiresharkExchanges, KnowWhoAsksByThePortOrByWhoSpeaksFirst) {
 // Without a tree there is nothing that the script could look up in it.
 TEST_F(WiresharkExchanges, AreToldToThoseWhoSeeNothingElse) {
   Connection connection(capture_);
-  connection.ask(message(1).substr(0, 20));
-  connection.ask(message(1).substr(20));
+  connection.ask(message(1, "").substr(0, 20));
+  connection.ask(message(1, "").substr(20));
   connection.sendLast(Side::kServer, message(1, record(5)));
   const Finished finished =
       Tshark({"-o", "gui.column.format:\"Info\",\"%i\""}).start(capture_.file(), {});
@@ -174,7 +174,7 @@ TEST_F(WiresharkExchanges, AreToldInTheInfoColumn) {
   Connection connection(capture_);
   connection.ask(message(1, record(0x100000003)));
   connection.answer(message(1, end));
-  connection.ask(message(2) + message(3));
+  connection.ask(message(2, "") + message(3, ""));
   connection.answer(message(2, "", 16));
   const std::vector<std::string> lines =
       Tshark().fields(capture_.file(), "qov.v3", {"_ws.col.Protocol", "_ws.col.Info"});

@@ -41,7 +41,7 @@ TEST(WiresharkLargeMessages, AreJoinedFromTheirSegments) {
   Connection connection(capture);
   const std::string body = largestBody(cell(3, kOctet, std::string(60000, 'y')));
   ASSERT_EQ(body.size(), kLargestBody);
-  sendInSegments(connection, message(1, body) + message(2));
+  sendInSegments(connection, message(1, body) + message(2, ""));
   const std::vector<std::string> lines =
       Tshark().fields(capture.file(), "qov.v3", {"_ws.col.Info", "_ws.expert.message"});
   EXPECT_EQ(lines, std::vector<std::string>{"Request SER=1 cmd=0x0000000000000001 records=35 "

@@ -50,7 +50,7 @@ std::string withVersion(char version) {
 }
 
 std::string withMagic(char last) {
-  std::string bytes = message(1);
+  std::string bytes = message(1, "");
   bytes[3] = last;
   return bytes;
 }
@@ -138,7 +138,7 @@ TEST(WiresharkMalformed, MessagesDoNotHideThoseBehindThem) {
   const TemporaryDirectory directory;
   Capture capture(directory.file("behind.pcap"));
   Connection connection(capture);
-  connection.ask(withType(10) + withRest("a") + withRecordLength(6) + message(2));
+  connection.ask(withType(10) + withRest("a") + withRecordLength(6) + message(2, ""));
   const std::vector<Shown> shown = Tshark().messages(capture.file());
   ASSERT_EQ(shown.size(), 4U);
   EXPECT_EQ(shown[3].tree["qov.v3.ser"], "2");

@@ -59,8 +59,8 @@ TEST_F(WiresharkStreams, GoOnAtTheNextHeadBehindBytesThatAreNoMessage) {
   const std::string row = message(2, record(1, cell(1, kUint, "\x01")));
 
   Connection between(capture_);
-  between.ask(message(1) + "no message" + row + std::string(5, '\0'));
-  between.ask(message(3));
+  between.ask(message(1, "") + "no message" + row + std::string(5, '\0'));
+  between.ask(message(3, ""));
 
   Connection joinedLate(capture_);
   joinedLate.ask(row.substr(20));
@@ -90,13 +90,13 @@ TEST_F(WiresharkStreams, GoOnAtTheNextHeadBehindBytesThatAreNoMessage) {
 
 TEST_F(WiresharkStreams, ReadLenAsAnAgentDoes) {
   Connection negative(capture_);
-  negative.ask(head(1, 0xFFFFFFFF) + head(2, 0x80000000) + message(3));
+  negative.ask(head(1, 0xFFFFFFFF) + head(2, 0x80000000) + message(3, ""));
   Connection zero(capture_);
-  zero.ask(message(1) + message(2));
+  zero.ask(message(1, "") + message(2, ""));
   Connection tooLarge(capture_);
-  tooLarge.ask(head(1, kLargestBody + 1) + message(2));
+  tooLarge.ask(head(1, kLargestBody + 1) + message(2, ""));
   Connection largest(capture_);
-  largest.ask(head(1, kLargestBody) + message(2));  // the second is the first one's body
+  largest.ask(head(1, kLargestBody) + message(2, ""));  // the second is the first one's body
   Connection largestEnds(capture_);
   largestEnds.sendLast(Side::kClient, head(1, kLargestBody));
 
@@ -113,7 +113,7 @@ TEST_F(WiresharkStreams, LeaveTheLenOfAnotherVersionAsItIs) {
   Connection connection(capture_);
   std::string other = message(1, "twelve bytes");
   other[4] = 2;
-  connection.ask(other + message(2));
+  connection.ask(other + message(2, ""));
   dissect();
   EXPECT_EQ(shownOf(connection), (Texts{"1 version", "2"}));
 }
@@ -122,12 +122,12 @@ TEST_F(WiresharkStreams, PutSegmentsThatComeInDisorderInOrder) {
   const std::string bytes =
       message(1, record(1, cell(1, kString, "in three pieces" + std::string(1, '\0'))));
   Connection connection(capture_);
-  connection.ask(message(9));
-  const std::size_t begin = message(9).size();
+  connection.ask(message(9, ""));
+  const std::size_t begin = message(9, "").size();
   connection.sendAt(Side::kClient, begin, bytes.substr(0, 20));
-  connection.sendAt(Side::kClient, begin + 40, bytes.substr(40) + message(2));
+  connection.sendAt(Side::kClient, begin + 40, bytes.substr(40) + message(2, ""));
   connection.sendAt(Side::kClient, begin + 20, bytes.substr(20, 20));
-  connection.sendAt(Side::kClient, begin + bytes.size() + 28, message(3));
+  connection.sendAt(Side::kClient, begin + bytes.size() + 28, message(3, ""));
   dissect(Tshark({"-o", "tcp.reassemble_out_of_order:TRUE"}));
   EXPECT_EQ(shownOf(connection), (Texts{"9", "1", "2", "3"}));
   EXPECT_EQ(shown_[1].tree["qov.v3.record"]["qov.v3.cell"]["qov.v3.cell.string"],
@@ -139,14 +139,14 @@ TEST_F(WiresharkStreams, ShowWhatIsSentAgainOnce) {
   Connection whole(capture_);
   whole.ask(bytes);
   whole.sendAt(Side::kClient, 0, bytes);
-  whole.answer(message(1));
-  whole.ask(message(2));
+  whole.answer(message(1, ""));
+  whole.ask(message(2, ""));
   Connection inPieces(capture_);
   inPieces.ask(bytes.substr(0, 30));
   inPieces.sendAt(Side::kClient, 0, bytes.substr(0, 30));
   inPieces.ask(bytes.substr(30));
   inPieces.sendAt(Side::kClient, 30, bytes.substr(30));
-  inPieces.ask(message(2));
+  inPieces.ask(message(2, ""));
   dissect();
   EXPECT_EQ(shownOf(whole), (Texts{"1", "1", "2"}));  // a request, its answer and a request
   EXPECT_EQ(shownOf(inPieces), (Texts{"1", "2"}));
@@ -157,8 +157,8 @@ TEST_F(WiresharkStreams, GoOnBehindALostSegment) {
   Connection connection(capture_);
   connection.ask(bytes.substr(0, 10));
   connection.lose(Side::kClient, 20);
-  connection.ask(bytes.substr(30) + message(2));
-  connection.ask(message(3));
+  connection.ask(bytes.substr(30) + message(2, ""));
+  connection.ask(message(3, ""));
   dissect();
   const Texts texts = shownOf(connection);
   ASSERT_FALSE(texts.empty());
@@ -167,11 +167,11 @@ TEST_F(WiresharkStreams, GoOnBehindALostSegment) {
 
 TEST_F(WiresharkStreams, AreFoundOverIpv6AndOnOtherPorts) {
   Connection six(capture_, kEndpointPort, Network::kIpv6);
-  six.ask(message(1));
-  six.answer(message(1));
+  six.ask(message(1, ""));
+  six.answer(message(1, ""));
   Connection other(capture_, 4444);
-  other.ask(message(2) + message(3).substr(0, 20));
-  other.ask(message(3).substr(20));
+  other.ask(message(2, "") + message(3, "").substr(0, 20));
+  other.ask(message(3, "").substr(20));
   other.answer("no message");  // by now it is known whose connection that is
   Connection foreign(capture_, 4444);
   foreign.ask("UUUU is how other people begin");
@@ -222,7 +222,7 @@ TEST_F(WiresharkStreams, AreShownInPiecesIfSegmentsMayNotBeJoined) {
   const std::string bytes = message(1, record(1, cell(1, kUint, "\x01")));
   connection.ask(bytes.substr(0, 38));
   connection.ask(bytes.substr(38));
-  connection.ask(message(2));
+  connection.ask(message(2, ""));
   dissect(Tshark({"-o", "tcp.desegment_tcp_streams:FALSE"}));
   EXPECT_EQ(shownOf(connection), (Texts{"1 cut", "5 stray magic", "2"}));
 }
@@ -233,7 +233,7 @@ TEST_F(WiresharkStreams, NeverMakeTheScriptFail) {
   for (const StreamVector& vector : vectorsOfV3()) {
     for (std::size_t at = 0; at < vector.bytes.size(); ++at) {
       inputs.push_back(vector.bytes.substr(0, at + 1));
-      for (const unsigned int bits : {0x01U, 0x0FU, 0x80U, 0xFFU}) {
+      for (const unsigned int bits : {0x09U, 0xF0U}) {
         inputs.push_back(vector.bytes);
         inputs.back()[at] = static_cast<char>(static_cast<unsigned char>(inputs.back()[at]) ^ bits);
       }
@@ -260,7 +260,7 @@ TEST_F(WiresharkStreams, NeverMakeTheScriptFail) {
 TEST(WiresharkScript, IsHeardWhenItFails) {
   const TemporaryDirectory directory;
   Capture capture(directory.file("one.pcap"));
-  Connection(capture).ask(message(1));
+  Connection(capture).ask(message(1, ""));
   const std::string script = readFile(QOV_DISSECTOR);
   writeFile(directory.file("syntax.lua"), script + "\nlocal = 1\n");
   writeFile(directory.file("loading.lua"), script + "\nnothing.more()\n");

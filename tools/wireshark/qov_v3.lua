@@ -660,6 +660,10 @@ end
 local function take_next(stream, offset)
   local tvb = stream.tvb
   local left = tvb:len() - offset
+  if left < HEAD_SIZE and stream.ended then
+    show_stray(stream, offset, left, e.head_short)
+    return left
+  end
   if not begins_with_magic(tvb, offset) then
     local count = next_head(stream, offset) - offset
     show_stray(stream, offset, count, e.magic)
@@ -669,7 +673,7 @@ local function take_next(stream, offset)
     if stream.can_wait then
       return nil, DESEGMENT_ONE_MORE_SEGMENT
     end
-    show_stray(stream, offset, left, stream.ended and e.head_short or e.cut)
+    show_stray(stream, offset, left, e.cut)
     return left
   end
   local whole = HEAD_SIZE + body_size(tvb, offset)

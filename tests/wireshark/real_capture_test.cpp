@@ -1,0 +1,91 @@
+// What a link and an endpoint really say to one another.
+
+#include <gtest/gtest.h>
+#include <qovpub/qov_long_socket.h>
+
+#include <memory>
+
+#include "tests/diag/log_capture.h"
+#include "tests/support/files.h"
+#include "tests/tools/endpoint_process.h"
+#include "tests/wireshark/capture.h"
+#include "tests/wireshark/messages.h"
+#include "tests/wireshark/tee.h"
+#include "tests/wireshark/tshark.h"
+
+namespace qov::test {
+namespace {
+
+constexpr const char* kTables = R"({"tables":[
+    {"name":"things","number":7,"rows":[
+      {"key":2,"cells":[{"tag":1,"type":"String","value":"first"},
+                        {"tag":2,"type":"Uint","value":77}]},
+      {"key":300,"cells":[{"tag":1,"type":"String","value":"last"}]}]}]})";
+
+class Link : public CQOVLongSocket {
+ public:
+  explicit Link(std::uint16_t port) : CQOVLongSocket(ACE_INET_Addr(port, "127.0.0.1"), Limits()) {}
+};
+
+class WiresharkRealCapture : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    // The second answer comes byte by byte.
+    ASSERT_TRUE(endpoint_.start(
+        {"--tables", endpoint_.file("tables.json", kTables), "--fault", "drip:request=2,count=1"}))
+        << endpoint_.errors();
+    tee_ = std::make_unique<Tee>(endpoint_.port(), capture_);
+  }
+
+  // A walk, a request that is refused, and one that stores a record.
+  void talk() {
+    Link link(tee_->port());
+    CT7QPackageV3 walk;
+    walk.addRecord(kGetNextOf + 7);
+    EXPECT_EQ(link.sendGetNextMsgV3(&walk), 0U);
+    CT7QPackageV3 unknown;
+    unknown.addRecord(kGetNextOf + 8);
+    EXPECT_EQ(link.sendMsg(&unknown), 2U);
+    CT7QPackageV3 store;
+    store.addRecord(kStoreTo + 0x1000);
+    EXPECT_EQ(link.sendMsg(&store), 0U);
+  }
+
+  const LogCapture log_{0};
+  const TemporaryDirectory directory_;
+  EndpointProcess endpoint_;
+  Capture capture_{directory_.file("real.pcap")};
+  std::unique_ptr<Tee> tee_;
+};
+
+TEST_F(WiresharkRealCapture, ShowsWhatBothSaidAndToWhat) {
+  talk();
+  tee_->finish();
+  const std::vector<Shown> shown = Tshark({"-2"}).messages(capture_.file());
+  ASSERT_EQ(shown.size(), 10U);
+  for (std::size_t i = 0; i < shown.size(); i += 2) {
+    SCOPED_TRACE(i);
+    const Json::Value& request = shown[i].tree;
+    const Json::Value& response = shown[i + 1].tree;
+    EXPECT_TRUE(shown[i].fromClient);
+    EXPECT_TRUE(request.isMember("qov.v3.request"));
+    EXPECT_TRUE(response.isMember("qov.v3.response"));
+    EXPECT_EQ(request["qov.v3.ser"], response["qov.v3.ser"]);
+    EXPECT_EQ(request["qov.v3.response_in"], std::to_string(shown[i + 1].frame));
+    EXPECT_EQ(response["qov.v3.response_to"], std::to_string(shown[i].frame));
+  }
+  const auto answered = [&](std::size_t exchange) -> const Json::Value& {
+    return shown[2 * exchange + 1].tree;
+  };
+  const auto firstCell = [&](std::size_t exchange) {
+    return all(answered(exchange)["qov.v3.record"], "qov.v3.cell").at(0);
+  };
+  EXPECT_EQ(firstCell(0)["qov.v3.cell.string"], "first");
+  EXPECT_EQ(firstCell(1)["qov.v3.cell.string"], "last");
+  EXPECT_EQ(firstCell(2)["qov.v3.status"], "1");
+  EXPECT_EQ(answered(3)["qov.v3.ret"], "2");
+  EXPECT_EQ(firstCell(4)["qov.v3.cell.uint"], "1");
+}
+
+}  // namespace
+}  // namespace qov::test
