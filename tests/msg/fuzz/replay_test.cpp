@@ -51,7 +51,9 @@ TEST(Fuzz, ReplaysItsRegressions) {
 
 TEST(Fuzz, ReplaysTheVectors) {
   const std::map<std::string, unsigned char> choices{{"v3", 0}, {"internal", 1}, {"om", 4}};
-  for (const std::string& name : qov::tests::vectorNames(".hex")) {
+  const std::vector<std::string> names = qov::tests::vectorNames(".hex");
+  ASSERT_FALSE(names.empty());
+  for (const std::string& name : names) {
     SCOPED_TRACE(name);
     const qov::tests::Vector vector = qov::tests::readVector(name);
     std::vector<unsigned char> input{choices.at(vector.meaning["kind"].asString())};
