@@ -99,8 +99,9 @@ class ClosedPort {
   std::uint16_t port() const { return port_; }
 
  private:
-  int socket_;
+  // Before the socket, which gives it its value.
   std::uint16_t port_ = 0;
+  int socket_;
 };
 
 }  // namespace qov::test

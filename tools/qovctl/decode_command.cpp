@@ -1,0 +1,93 @@
+#include "tools/qovctl/decode_command.h"
+
+#include <string_view>
+#include <utility>
+
+#include "tools/common/json_object.h"
+#include "tools/qovctl/failure.h"
+#include "tools/qovctl/hex_text.h"
+#include "tools/qovctl/refusal.h"
+#include "tools/qovctl/streams.h"
+
+namespace qov::ctl {
+namespace {
+
+std::string inputOf(const DecodeOptions& options) {
+  if (options.text) {
+    return bytesOfHexText(*options.text);
+  }
+  std::string content = readInput(options.file);
+  return options.hex ? bytesOfHexText(content) : content;
+}
+
+/// Prints messages as text, each at once, or as one JSON document for each row of messages of one
+/// kind, when it ends.
+class Printer {
+ public:
+  explicit Printer(bool json) : json_(json) {}
+
+  /// Messages of this kind follow.
+  void begin(Kind kind) {
+    if (json_ && kind_ != kind) {
+      end();
+      kind_ = kind;
+    }
+  }
+  void add(const Message& message) {
+    if (json_) {
+      messages_.append(message.json());
+    } else {
+      print(message.dump());
+    }
+  }
+  void end() {
+    if (kind_) {
+      print(tools::jsonText(documentOf(*kind_, std::exchange(messages_, Json::arrayValue))));
+    }
+    kind_.reset();
+  }
+
+ private:
+  const bool json_;
+  std::optional<Kind> kind_;
+  Json::Value messages_{Json::arrayValue};
+};
+
+[[noreturn]] void refuse(Printer& printer, const Refusal& refusal, std::size_t start) {
+  printer.end();
+  throw Failure(kBadData, textOf(refusal, start));
+}
+
+/// Prints the message at the start of `rest`, which `start` bytes precede, and returns its size.
+std::size_t decodeOne(std::string_view rest, std::size_t start, std::optional<Kind> kind,
+                      Printer& printer) {
+  if (!kind) {
+    kind = kindOfBytes(rest);
+  }
+  if (!kind) {
+    refuse(printer, unknownKind(rest), start);
+  }
+  printer.begin(*kind);
+  Message message(*kind);
+  const auto size = message.decode(rest);
+  if (!size) {
+    refuse(printer, findRefusal(rest, *kind), start);
+  }
+  printer.add(message);
+  return *size;
+}
+
+}  // namespace
+
+void decode(const DecodeOptions& options) {
+  const std::string input = inputOf(options);
+  Printer printer(options.json);
+  std::size_t start = 0;
+  // Input without a byte has no message, either.
+  do {
+    start += decodeOne(std::string_view(input).substr(start), start, options.kind, printer);
+  } while (start < input.size());
+  printer.end();
+}
+
+}  // namespace qov::ctl

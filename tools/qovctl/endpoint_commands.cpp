@@ -1,0 +1,156 @@
+#include "tools/qovctl/endpoint_commands.h"
+
+#include <sstream>
+#include <utility>
+
+#include "tools/common/endpoint_protocol.h"
+#include "tools/common/json_object.h"
+#include "tools/common/message_json.h"
+#include "tools/qovctl/message.h"
+#include "tools/qovctl/rows_text.h"
+#include "tools/qovctl/streams.h"
+#include "tools/qovctl/tables.h"
+
+namespace qov::ctl {
+namespace {
+
+/// Says at the end, on every way out, that a request may have been served twice.
+class Sending {
+ public:
+  explicit Sending(const Target& target) : link_(target) {}
+  ~Sending() {
+    if (link_.hasResent()) {
+      complain("note: a request was sent twice, since the first exchange failed");
+    }
+  }
+  Sending(const Sending&) = delete;
+  Sending& operator=(const Sending&) = delete;
+
+  EndpointLink& link() { return link_; }
+
+ private:
+  EndpointLink link_;
+};
+
+void printJson(const CT7QPackageV3& message) {
+  Json::Value messages(Json::arrayValue);
+  messages.append(tools::toJson(message));
+  print(tools::jsonText(documentOf(Kind::kV3, std::move(messages))));
+}
+
+void printDump(const CT7QPackageV3& message) {
+  std::ostringstream out;
+  message.dump(out);
+  print(out.str());
+}
+
+/// Prints the message, or its rows as `text` gives them.
+template <class RowsText>
+void printMessage(const CT7QPackageV3& message, Format format, const RowsText& text) {
+  switch (format) {
+    case Format::kRows:
+      print(text());
+      break;
+    case Format::kDump:
+      printDump(message);
+      break;
+    case Format::kJson:
+      printJson(message);
+      break;
+  }
+}
+
+Naming columnsOf(std::uint32_t table) {
+  return [table](unsigned short tag) { return columnName(table, tag); };
+}
+
+/// Sends `request`, whose answer has one record, and prints it.
+void getOne(const EndpointOptions& options, CT7QPackageV3& request, const Naming& naming) {
+  Sending sending(options.target);
+  sending.link().exchange(request);
+  printMessage(request, options.format, [&] {
+    std::string text;
+    for (unsigned long i = 0; i < request.count(); ++i) {
+      text += rowLines(std::as_const(request)[i], naming);
+    }
+    return text;
+  });
+}
+
+void send(const EndpointOptions& options, CT7QPackageV3& request) {
+  Sending sending(options.target);
+  const auto printReply = [&] {
+    options.format == Format::kJson ? printJson(request) : printDump(request);
+  };
+  try {
+    sending.link().exchange(request);
+  } catch (const Failure& failure) {
+    if (failure.code() == kEndpointError) {
+      printReply();
+    }
+    throw;
+  }
+  printReply();
+}
+
+/// A copy of the records that are rows: the one that ends a walk has no cells.
+void keepRows(const CT7QPackageV3& walked, CT7QPackageV3& rows) {
+  rows.head() = walked.head();
+  for (unsigned long i = 0; i < walked.count(); ++i) {
+    if (walked[i].count() > 0) {
+      rows.append(new CTLVRecordV3(walked[i]));
+    }
+  }
+}
+
+}  // namespace
+
+void getRow(const EndpointOptions& options, std::uint32_t table, std::uint64_t key) {
+  CT7QPackageV3 request;
+  request.addRecord(endpoint::command(endpoint::kGet, table))
+      .addUnsigned(endpoint::kCursorTag, key);
+  getOne(options, request, columnsOf(table));
+}
+
+void getCounts(const EndpointOptions& options) {
+  CT7QPackageV3 request;
+  request.addRecord(endpoint::command(endpoint::kReadCounts, 0));
+  getOne(options, request, countName);
+}
+
+void walk(const EndpointOptions& options, std::uint32_t table, std::optional<std::uint64_t> after) {
+  CT7QPackageV3 walked;
+  CTLVRecordV3& record = walked.addRecord(endpoint::command(endpoint::kGetNext, table));
+  if (after) {
+    record.addUnsigned(endpoint::kCursorTag, *after);
+  }
+  Sending sending(options.target);
+  const auto printRows = [&] {
+    CT7QPackageV3 rows;
+    keepRows(walked, rows);
+    printMessage(rows, options.format, [&] { return rowTable(rows, columnsOf(table)); });
+  };
+  try {
+    sending.link().walk(walked);
+  } catch (const Failure&) {
+    if (walked.count() > 0) {
+      printRows();
+    }
+    throw;
+  }
+  printRows();
+}
+
+void sendFile(const EndpointOptions& options, const std::string& file) {
+  CT7QPackageV3 request;
+  requestFromJson(readInput(file), request);
+  send(options, request);
+}
+
+void sendParts(const EndpointOptions& options, const std::vector<RequestPart>& parts) {
+  CT7QPackageV3 request;
+  requestFromParts(parts, request);
+  send(options, request);
+}
+
+}  // namespace qov::ctl

@@ -1,0 +1,77 @@
+#ifndef QOV_TOOLS_QOVCTL_ENDPOINT_LINK_H
+#define QOV_TOOLS_QOVCTL_ENDPOINT_LINK_H
+
+#include <qovpub/qov_long_socket.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/qovctl/failure.h"
+
+namespace qov::ctl {
+
+/// Where the endpoint is and how long it may take.
+struct Target {
+  std::string endpoint = "127.0.0.1:19001";  ///< host:port
+  double timeout = 30;  ///< seconds, for connecting, sending and the reply each
+};
+
+/// The host and the port in host:port or [host]:port; nothing when it is no such text.
+struct HostPort {
+  std::string host;
+  unsigned short port;
+};
+std::optional<HostPort> hostPortOf(const std::string& text);
+
+/// The library's link, which also knows why an exchange came to nothing.
+///
+/// Thread: one at a time.
+/// Owns:   the connection and a message's room to receive in.
+/// Errors: Failure.
+class EndpointLink : public CQOVLongSocket {
+ public:
+  explicit EndpointLink(const Target& target);
+
+  /// One exchange: `package` becomes the reply, also when it throws because of the reply's RET.
+  void exchange(CT7QPackageV3& package);
+
+  /// Walks a table. `package` becomes its rows, those read so far when it throws; the record
+  /// without cells that ends a walk is not among them.
+  void walk(CT7QPackageV3& package);
+
+  /// Whether a request was sent once more.
+  bool hasResent() const { return resent_; }
+
+  unsigned int sendMsg_i(const unsigned char* data, unsigned int length) override;
+  unsigned int receiveMsg(CT7QPackageV3* package) override;
+
+ private:
+  /// Throws what `result` of an exchange or a walk means, unless it is success.
+  void check(unsigned int result) const;
+  [[noreturn]] void throwNoReply() const;
+  [[noreturn]] void throwBadReply() const;
+  void checkEndOfWalk(const CT7QPackageV3& rows) const;
+
+  const Target target_;
+  const ACE_Time_Value timeout_;
+  std::vector<char> buffer_;
+
+  // Of the last request.
+  bool tried_ = false;
+  bool sent_ = false;
+  bool received_ = false;
+  bool timedOut_ = false;
+  unsigned short serial_ = 0;
+  unsigned int replyLength_ = 0;
+  // What the last reply was found to be, and how many records it has.
+  unsigned int converted_ = 0;
+  unsigned long records_ = 0;
+  std::optional<std::uint64_t> status_;
+
+  bool resent_ = false;
+};
+
+}  // namespace qov::ctl
+
+#endif

@@ -1,0 +1,93 @@
+#include "tools/qovctl/request.h"
+
+#include <qovpub/qov_exception.h>
+
+#include "tools/common/json_object.h"
+#include "tools/common/message_json.h"
+#include "tools/qovctl/failure.h"
+#include "tools/qovctl/message.h"
+#include "tools/qovctl/tables.h"
+
+namespace qov::ctl {
+namespace {
+
+using tools::BadJson;
+
+/// The value of a cell's text: of numbers and JSON it is JSON itself.
+Json::Value valueOf(const std::string& type, const std::string& text) {
+  const bool plain = type == "String" || type == "Octet" || type == "Invalid";
+  return plain ? Json::Value(text) : tools::parseJson(text);
+}
+
+CTLVCell cellOfText(const std::string& text) {
+  const std::size_t first = text.find(':');
+  const std::size_t second = first == std::string::npos ? first : text.find(':', first + 1);
+  if (second == std::string::npos) {
+    throw BadJson("", "not TAG:TYPE:VALUE");
+  }
+  const auto tag = numberOf(text.substr(0, first), MAX_TAG_VALUE);
+  if (!tag) {
+    throw BadJson("", "the tag is no number up to " + std::to_string(MAX_TAG_VALUE));
+  }
+  Json::Value json(Json::objectValue);
+  json["tag"] = tools::jsonNumber(*tag);
+  json["type"] = text.substr(first + 1, second - first - 1);
+  json["value"] = valueOf(json["type"].asString(), text.substr(second + 1));
+  return tools::cellFromJson(json, "");
+}
+
+/// The start of a text that may be long.
+std::string shortened(const std::string& text) {
+  constexpr std::size_t kShown = 60;
+  return text.size() > kShown ? text.substr(0, kShown) + "..." : text;
+}
+
+void addPart(const RequestPart& part, CT7QPackageV3& request) {
+  if (!part.isCell) {
+    const auto command = commandOfText(part.text);
+    if (!command) {
+      throw BadJson("", "no command");
+    }
+    request.addRecord(*command);
+    return;
+  }
+  if (request.count() == 0) {
+    throw BadJson("", "a cell without a command before it");
+  }
+  request[request.count() - 1].add(cellOfText(part.text));
+}
+
+}  // namespace
+
+void requestFromJson(const std::string& text, CT7QPackageV3& request) {
+  const Json::Value json = tools::parseJson(text);
+  if (!json.isObject() || !json.isMember("messages")) {
+    tools::fromJson(json, "", request);
+    return;
+  }
+  const tools::JsonObject document(json, "", {"kind", "messages"});
+  if (document.text("kind") != nameOf(Kind::kV3)) {
+    document.refuse("kind", "not \"v3\": an endpoint speaks nothing else");
+  }
+  const Json::Value& messages = document.array("messages");
+  if (messages.size() != 1) {
+    document.refuse("messages", std::to_string(messages.size()) + " messages; one can be sent");
+  }
+  tools::fromJson(messages[0], "messages[0]", request);
+}
+
+void requestFromParts(const std::vector<RequestPart>& parts, CT7QPackageV3& request) {
+  for (const RequestPart& part : parts) {
+    const std::string place =
+        (part.isCell ? "--cell \"" : "--command \"") + shortened(part.text) + "\": ";
+    try {
+      addPart(part, request);
+    } catch (const BadJson& e) {
+      throw Failure(kUsage, place + e.what());
+    } catch (const CQOV_Exception& e) {
+      throw Failure(kUsage, place + e.what());
+    }
+  }
+}
+
+}  // namespace qov::ctl

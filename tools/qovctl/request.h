@@ -1,0 +1,26 @@
+#ifndef QOV_TOOLS_QOVCTL_REQUEST_H
+#define QOV_TOOLS_QOVCTL_REQUEST_H
+
+#include <qovpub/qov_message_package.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace qov::ctl {
+
+/// The V3 message that JSON text describes: a message, or a document with one. Throws BadJson.
+void requestFromJson(const std::string& text, CT7QPackageV3& request);
+
+/// A part of a request on the command line, in its order there.
+struct RequestPart {
+  bool isCell;       ///< else the command that begins a record
+  std::string text;  ///< TAG:TYPE:VALUE, or a command as commandOfText() has it
+};
+
+/// Throws Failure with the part that is none, and for a cell without a record.
+void requestFromParts(const std::vector<RequestPart>& parts, CT7QPackageV3& request);
+
+}  // namespace qov::ctl
+
+#endif

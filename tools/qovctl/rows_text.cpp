@@ -1,0 +1,134 @@
+#include "tools/qovctl/rows_text.h"
+
+#include <algorithm>
+#include <map>
+#include <string_view>
+#include <vector>
+
+#include "tools/common/endpoint_protocol.h"
+#include "tools/common/octets.h"
+
+namespace qov::ctl {
+namespace {
+
+using Line = std::vector<std::string>;
+
+/// C0, DEL and, as UTF-8 has them in two bytes, C1.
+bool isControl(std::string_view text, std::size_t at) {
+  const auto byte = static_cast<unsigned char>(text[at]);
+  const auto before = at > 0 ? static_cast<unsigned char>(text[at - 1]) : 0;
+  return byte < 0x20 || byte == 0x7F || (before == 0xC2 && byte < 0xA0);
+}
+
+std::string printable(std::string_view text) {
+  if (!tools::isUtf8(text)) {
+    return "0x" + tools::hexText(text);
+  }
+  std::string shown;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const bool opensControl = text[at] == '\xC2' && isControl(text, at + 1);
+    if (opensControl || isControl(text, at)) {
+      shown += "\\x" + tools::hexText(text.substr(at, 1));
+    } else {
+      shown += text[at];
+    }
+  }
+  return shown;
+}
+
+/// Characters of UTF-8 text.
+std::size_t width(const std::string& text) {
+  return static_cast<std::size_t>(
+      std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
+/// The lines with each column as wide as its widest value; nothing behind the last one.
+std::string aligned(const std::vector<Line>& lines) {
+  std::vector<std::size_t> widths;
+  for (const Line& line : lines) {
+    widths.resize(std::max(widths.size(), line.size()));
+    for (std::size_t i = 0; i < line.size(); ++i) {
+      widths[i] = std::max(widths[i], width(line[i]));
+    }
+  }
+  std::string text;
+  for (const Line& line : lines) {
+    std::string out;
+    for (std::size_t i = 0; i < line.size(); ++i) {
+      out += line[i] + std::string(widths[i] - width(line[i]) + 2, ' ');
+    }
+    out.erase(out.find_last_not_of(' ') + 1);
+    text += out + "\n";
+  }
+  return text;
+}
+
+std::string nameOfCell(unsigned short tag, const Naming& naming) {
+  return tag == endpoint::kCursorTag ? "key" : naming(tag);
+}
+
+/// The columns' tags in order, each with its place in a line: the key, then what else there is.
+std::map<unsigned short, std::size_t> columnsOf(const CT7QPackageV3& rows) {
+  std::map<unsigned short, std::size_t> columns;
+  for (unsigned long i = 0; i < rows.count(); ++i) {
+    for (const CTLVCell& cell : rows[i]) {
+      columns[cell.tag()] = 0;
+    }
+  }
+  columns.erase(endpoint::kStatusTag);
+  std::size_t next = columns.count(endpoint::kCursorTag);
+  for (auto& [tag, place] : columns) {
+    place = tag == endpoint::kCursorTag ? 0 : next++;
+  }
+  return columns;
+}
+
+}  // namespace
+
+std::string valueText(const CTLVCell& cell) {
+  switch (cell.type()) {
+    case CTLVCell::TLV_INVALID:
+    case CTLVCell::TLV_OCTET:
+      return tools::hexText({reinterpret_cast<const char*>(cell.value()), cell.length()});
+    case CTLVCell::TLV_STRING:
+    case CTLVCell::TLV_ARRAY:
+    case CTLVCell::TLV_JSON:
+      return printable(cell.text());
+    case CTLVCell::TLV_INT:
+      return std::to_string(static_cast<std::int64_t>(cell.number()));
+    default:
+      return std::to_string(cell.number());
+  }
+}
+
+std::string rowLines(const CTLVRecordV3& row, const Naming& naming) {
+  std::vector<Line> lines;
+  for (const CTLVCell& cell : row) {
+    if (cell.tag() != endpoint::kStatusTag) {
+      lines.push_back({nameOfCell(cell.tag(), naming), valueText(cell)});
+    }
+  }
+  return aligned(lines);
+}
+
+std::string rowTable(const CT7QPackageV3& rows, const Naming& naming) {
+  if (rows.count() == 0) {
+    return {};
+  }
+  const auto columns = columnsOf(rows);
+  std::vector<Line> lines(rows.count() + 1, Line(columns.size()));
+  for (const auto& [tag, place] : columns) {
+    lines[0][place] = nameOfCell(tag, naming);
+  }
+  for (unsigned long i = 0; i < rows.count(); ++i) {
+    for (const CTLVCell& cell : rows[i]) {
+      const auto column = columns.find(cell.tag());
+      if (column != columns.end()) {
+        lines[i + 1][column->second] = valueText(cell);
+      }
+    }
+  }
+  return aligned(lines);
+}
+
+}  // namespace qov::ctl
