@@ -8,9 +8,9 @@
 
 /// A message between modules that carries a whole V3 package in place of records.
 ///
-/// It travels as any CQOV_MsgPackage does. A receiver tells it apart with dynamic_cast: bit 0 of the
-/// header's flags says what bytes are, but a header may be copied to a package of the other class.
-/// Records put into the OM package itself belong to no byte form but that of the allocating
+/// It travels as any CQOV_MsgPackage does. A receiver tells it apart with dynamic_cast: bit 0 of
+/// the header's flags says what bytes are, but a header may be copied to a package of the other
+/// class. Records put into the OM package itself belong to no byte form but that of the allocating
 /// encode().
 ///
 /// Thread: as CQOV_MsgPackage; the inner package is a part of it.
@@ -40,10 +40,10 @@ class CQOV_OM_MsgPackage : public CQOV_MsgPackage {
   /// Reads an internal header and, from the 32nd byte on, the inner package, which is cleared first
   /// if there is one and made otherwise; one that get() gave stays valid.
   ///
-  /// Returns the number of the inner package's record bytes or kFailed. The header's LEN is not
-  /// looked at: the bytes behind the header are the inner package's to judge. A bad header leaves
-  /// everything as it was, as missing memory for a new inner package does; when the inner package
-  /// is bad the header has been taken over and the inner package has no records.
+  /// Returns the number of the inner package's record bytes or kFailed. The header's LEN and flags
+  /// are not looked at: the bytes behind the header are the inner package's to judge. A bad header
+  /// leaves everything as it was, as missing memory for a new inner package does; when the inner
+  /// package is bad the header has been taken over and the inner package has no records.
   unsigned int decode(unsigned char* buf, unsigned int size) override;
 
   /// Not the byte form of the message, which only the other encode() writes. Kept as it is: with an
@@ -54,9 +54,10 @@ class CQOV_OM_MsgPackage : public CQOV_MsgPackage {
   /// failure returns kFailed with `buf` null.
   unsigned int encode(unsigned char*& buf) override;
 
-  /// Encodes header and inner package into `buf` and returns the number of bytes written. Stores the
-  /// length of the inner package in the header. kFailed, with nothing changed, when `size` is too
-  /// small, which is not logged, when `buf` is null, or when the inner package cannot be encoded.
+  /// Encodes header and inner package into `buf` and returns the number of bytes written. Stores
+  /// the length of the inner package in the header. kFailed, with nothing changed, when `size` is
+  /// too small, which is not logged, when `buf` is null, or when the inner package cannot be
+  /// encoded.
   unsigned int encode(unsigned char* buf, unsigned int size) override;
 
   /// Writes the header and the own records as CQOV_MsgPackage does, then the inner package.
