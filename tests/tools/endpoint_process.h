@@ -27,6 +27,8 @@ class EndpointProcess {
   /// Runs it with just these arguments to its end.
   Ending run(const std::vector<std::string>& arguments);
 
+  /// For the next start.
+  void usePort(std::uint16_t port) { port_ = port; }
   std::uint16_t port() const { return port_; }
   pid_t pid() const { return pid_; }
   void send(int signum) const { ::kill(pid_, signum); }

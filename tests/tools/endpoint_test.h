@@ -30,6 +30,14 @@ class EndpointTest : public ::testing::Test {
     {"name":"kept","number":4096,"rows":[
       {"key":10,"cells":[{"tag":3,"type":"Int","value":-2}]}]}]})";
 
+  /// Two signals, since answers may be on their way for hours.
+  void TearDown() override {
+    if (endpoint.pid() > 0) {
+      endpoint.send(SIGTERM);
+      EXPECT_EQ(endpoint.end(SIGINT).exitStatus, 0) << endpoint.errors();
+    }
+  }
+
   /// Starts the endpoint with these arguments besides.
   void starts(std::vector<std::string> arguments = {}) {
     arguments.insert(arguments.end(), {"--tables", endpoint.file("tables.json", kTables),

@@ -18,6 +18,19 @@ namespace {
 /// read would make the kernel reset the connection, and it might lose the end of the answer.
 constexpr std::chrono::milliseconds kLinger{2000};
 
+/// What a connection waits for in a state; with NULL_MASK for a timer only.
+ACE_Reactor_Mask maskOf(Connection::State state) {
+  switch (state) {
+    case Connection::State::kReading:
+    case Connection::State::kLingering:
+      return ACE_Event_Handler::READ_MASK;
+    case Connection::State::kSending:
+      return ACE_Event_Handler::WRITE_MASK;
+    default:
+      return ACE_Event_Handler::NULL_MASK;
+  }
+}
+
 bool mayPass(int error) {
   return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
 }
@@ -33,18 +46,13 @@ Connection::Connection(int socket, std::uint64_t ordinal, ConnectionOwner& owner
       walks_(owner.tables()) {}
 
 Connection::~Connection() {
-  if (state_ != State::kClosed) {
-    enter(State::kClosed);
-  }
+  reactor()->cancel_timer(this);
+  watch(NULL_MASK);
   ::close(socket_);
 }
 
-bool Connection::open() {
-  if (reactor()->register_handler(this, READ_MASK) != 0) {
-    return false;
-  }
+void Connection::open() {
   deliver(owner_.exchanges().accept(ordinal_));
-  return true;
 }
 
 void Connection::finish() {
@@ -92,6 +100,7 @@ int Connection::handle_timeout(const ACE_Time_Value&, const void*) {
 }
 
 int Connection::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
+  watched_ = NULL_MASK;
   close();
   return 0;
 }
@@ -215,30 +224,45 @@ void Connection::close() {
   if (state_ == State::kClosed) {
     return;
   }
-  enter(State::kClosed);
+  state_ = State::kClosed;
+  reactor()->cancel_timer(this);
+  watch(NULL_MASK);
   owner_.closed(*this);
 }
 
-/// The reactor watches for what the state waits for, and for nothing else.
 void Connection::enter(State state) {
-  const auto masks = [](State of) -> ACE_Reactor_Mask {
-    return of == State::kReading || of == State::kLingering ? READ_MASK
-           : of == State::kSending                          ? WRITE_MASK
-                                                            : NULL_MASK;
-  };
-  const ACE_Reactor_Mask before = masks(state_);
-  const ACE_Reactor_Mask now = masks(state);
   state_ = state;
   reactor()->cancel_timer(this);
-  if (state == State::kClosed) {
-    reactor()->remove_handler(this, ALL_EVENTS_MASK | DONT_CALL);
-  } else if (before != now) {
-    reactor()->mask_ops(this, now, ACE_Reactor::SET_MASK);
+  if (!watch(maskOf(state))) {
+    owner_.log().event("connection " + std::to_string(ordinal_) + ": closed: cannot be watched");
+    close();
   }
+}
+
+/// Makes the reactor watch for these events only. False when it takes no more handles. A handler
+/// without any is taken out: the reactor would keep it for good, since it cannot remove it later.
+bool Connection::watch(ACE_Reactor_Mask mask) {
+  const ACE_Reactor_Mask before = std::exchange(watched_, mask);
+  if (mask == before) {
+    return true;
+  }
+  if (mask == NULL_MASK) {
+    reactor()->remove_handler(this, ALL_EVENTS_MASK | DONT_CALL);
+    return true;
+  }
+  const int result = before == NULL_MASK ? reactor()->register_handler(this, mask)
+                                         : reactor()->mask_ops(this, mask, ACE_Reactor::SET_MASK);
+  if (result == -1) {
+    watched_ = NULL_MASK;
+  }
+  return result != -1;
 }
 
 void Connection::enterFor(State state, std::chrono::milliseconds time) {
   enter(state);
+  if (state_ == State::kClosed) {
+    return;
+  }
   ACE_Time_Value delay;
   delay.msec(static_cast<long>(time.count()));
   reactor()->schedule_timer(this, nullptr, delay);

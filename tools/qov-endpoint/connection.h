@@ -35,12 +35,21 @@ class ConnectionOwner {
 /// Owns:   the socket.
 class Connection : public ACE_Event_Handler {
  public:
+  enum class State {
+    kReading,    ///< waits for the rest of a request
+    kYielding,   ///< more requests are here, but other clients have their turn first
+    kDelaying,   ///< a timer runs before the answer's first or next byte
+    kSending,    ///< waits for the socket to take more of the answer
+    kLingering,  ///< all is sent; the client has to close, or a timer runs out
+    kClosed,
+  };
+
   Connection(int socket, std::uint64_t ordinal, ConnectionOwner& owner, ACE_Reactor& reactor);
   ~Connection() override;
 
   std::uint64_t ordinal() const { return ordinal_; }
-  /// Registers with the reactor; false when it takes no more handles.
-  bool open();
+  /// Begins with what the scenario has for a connection that is accepted.
+  void open();
   /// Ends the connection, once the answer on its way is sent if there is one.
   void finish();
 
@@ -52,15 +61,6 @@ class Connection : public ACE_Event_Handler {
   int handle_close(ACE_HANDLE, ACE_Reactor_Mask) override;
 
  private:
-  enum class State {
-    kReading,    ///< waits for the rest of a request
-    kYielding,   ///< more requests are here, but other clients have their turn first
-    kDelaying,   ///< a timer runs before the answer's first or next byte
-    kSending,    ///< waits for the socket to take more of the answer
-    kLingering,  ///< all is sent; the client has to close, or a timer runs out
-    kClosed,
-  };
-
   bool receive();
   void answerNext();
   void answer(std::size_t size);
@@ -73,14 +73,15 @@ class Connection : public ACE_Event_Handler {
   void linger();
   void close();
   void enter(State state);
+  bool watch(ACE_Reactor_Mask mask);
   void enterFor(State state, std::chrono::milliseconds time);
 
   const int socket_;
   const std::uint64_t ordinal_;
   ConnectionOwner& owner_;
   State state_ = State::kReading;
+  ACE_Reactor_Mask watched_ = NULL_MASK;
   bool finishing_ = false;
-  bool inputEnded_ = false;
   std::uint64_t requests_ = 0;
   std::string input_;  ///< bytes received and not yet answered
   Delivery delivery_;

@@ -17,7 +17,6 @@
 namespace qov::endpoint {
 namespace {
 
-constexpr std::chrono::seconds kPatience{10};
 /// How many connections one turn accepts before others have theirs.
 constexpr int kAcceptedAtOnce = 64;
 
@@ -35,7 +34,7 @@ int boundTo(const ACE_INET_Addr& address) {
   if (socket < 0) {
     return -1;
   }
-  // Connections of the process before, which the kernel has not forgotten yet, must not matter.
+  // What the kernel still remembers of connections to this port must not matter.
   set(socket, SOL_SOCKET, SO_REUSEADDR, 1);
   const auto* name = static_cast<const sockaddr*>(address.get_addr());
   if (::bind(socket, name, static_cast<socklen_t>(address.get_addr_size())) != 0) {
@@ -43,6 +42,20 @@ int boundTo(const ACE_INET_Addr& address) {
     ::close(socket);
     errno = error;
     return -1;
+  }
+  return socket;
+}
+
+/// The same, but a port that is in use is asked for again until the time is over.
+int boundWithin(std::chrono::seconds wait, const ACE_INET_Addr& address, const Log& log) {
+  const auto limit = std::chrono::steady_clock::now() + wait;
+  int socket = boundTo(address);
+  if (socket < 0 && errno == EADDRINUSE) {
+    log.event("port " + std::to_string(address.get_port_number()) + " is in use");
+    do {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      socket = boundTo(address);
+    } while (socket < 0 && errno == EADDRINUSE && std::chrono::steady_clock::now() < limit);
   }
   return socket;
 }
@@ -57,9 +70,9 @@ unsigned short portOf(int socket) {
 
 }  // namespace
 
-Listener::Listener(const ACE_INET_Addr& address, ACE_Reactor& reactor, Accepted accepted)
-    : ACE_Event_Handler(&reactor), address_(address), accepted_(std::move(accepted)) {
-  bind();
+Listener::Listener(const Address& address, const Log& log, ACE_Reactor& reactor, Accepted accepted)
+    : ACE_Event_Handler(&reactor), address_(address.at), accepted_(std::move(accepted)) {
+  bind(address.wait, log);
   listen();
 }
 
@@ -68,35 +81,30 @@ Listener::~Listener() {
   ::close(socket_);
 }
 
-void Listener::bind() {
+void Listener::bind(std::chrono::seconds wait, const Log& log) {
   // The kernel keeps a port for a socket that has stopped listening only if it was asked for by its
   // number. So a free one is asked for twice, while the first socket still holds it.
   const int finder = address_.get_port_number() == 0 ? boundTo(address_) : -1;
   if (finder >= 0) {
     address_.set_port_number(portOf(finder));
   }
-  const auto limit = std::chrono::steady_clock::now() + kPatience;
-  socket_ = boundTo(address_);
-  while (socket_ < 0 && errno == EADDRINUSE && std::chrono::steady_clock::now() < limit) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    socket_ = boundTo(address_);
-  }
+  socket_ = boundWithin(wait, address_, log);
   const int error = errno;
   if (finder >= 0) {
     ::close(finder);
   }
   if (socket_ < 0) {
     errno = error;
-    throw failure("cannot bind to the address");
+    throw failure("cannot bind to port " + std::to_string(address_.get_port_number()));
   }
 }
 
 void Listener::listen() {
+  // The connections inherit it.
+  set(socket_, SOL_SOCKET, SO_REUSEADDR, 1);
   if (::listen(socket_, SOMAXCONN) != 0) {
     throw failure("cannot listen");
   }
-  // From now on nobody else may bind to the port, not even while it does not listen.
-  set(socket_, SOL_SOCKET, SO_REUSEADDR, 0);
   if (reactor()->register_handler(this, ACCEPT_MASK) != 0) {
     throw failure("cannot register the listening socket");
   }
@@ -114,6 +122,8 @@ void Listener::stop() {
 
 void Listener::refuse(std::chrono::milliseconds time) {
   stop();
+  // A socket that does not listen would let others bind to its port if it had this set.
+  set(socket_, SOL_SOCKET, SO_REUSEADDR, 0);
   pause(time);
 }
 

@@ -7,7 +7,15 @@
 #include <chrono>
 #include <functional>
 
+#include "tools/qov-endpoint/log.h"
+
 namespace qov::endpoint {
+
+/// Where to listen.
+struct Address {
+  ACE_INET_Addr at;           ///< port 0 takes a free one
+  std::chrono::seconds wait;  ///< for a port that is in use: a client may have it for the moment
+};
 
 /// The port that clients connect to. It is bound once and stays this process's own to the end, also
 /// while connections are refused: nobody else can take it in between.
@@ -20,9 +28,7 @@ class Listener : public ACE_Event_Handler {
   /// Gets the socket of an accepted connection, which is its to close.
   using Accepted = std::function<void(int socket)>;
 
-  /// Listens on `address`; port 0 takes a free one. A port that is in use is waited for for some
-  /// seconds: a client may have it as its own for the moment.
-  Listener(const ACE_INET_Addr& address, ACE_Reactor& reactor, Accepted accepted);
+  Listener(const Address& address, const Log& log, ACE_Reactor& reactor, Accepted accepted);
   ~Listener() override;
 
   /// The address with the port that it got.
@@ -38,7 +44,7 @@ class Listener : public ACE_Event_Handler {
   int handle_timeout(const ACE_Time_Value&, const void*) override;
 
  private:
-  void bind();
+  void bind(std::chrono::seconds wait, const Log& log);
   void listen();
   void pause(std::chrono::milliseconds time);
 

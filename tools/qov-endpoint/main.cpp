@@ -53,7 +53,7 @@ int serve(const Options& options, Tables& tables, Scenario& scenario) {
   Server server(options.address, tables, scenario, *counts, log);
   std::cout << "listening on " << server.address().get_host_addr() << ':'
             << server.address().get_port_number() << std::endl;
-  server.run();
+  server.run(options.grace);
   return kStopped;
 }
 

@@ -50,12 +50,18 @@ std::optional<Options> readOptions(int argc, char** argv, int& exitStatus) {
   Options options;
   std::string address = "127.0.0.1";
   unsigned short port = 19001;
+  unsigned short wait = 10;
+  unsigned short grace = 5;
   CLI::App app(kDescription, "qov-endpoint");
   app.footer(kFooter);
   app.add_option("--address", address, "IPv4 address to listen on")
       ->capture_default_str()
       ->check(checkAddress);
   app.add_option("--port", port, "Port to listen on; 0 takes a free one")->capture_default_str();
+  app.add_option("--wait", wait, "Seconds to wait for a port that is in use")
+      ->capture_default_str();
+  app.add_option("--grace", grace, "Seconds that answers on their way have when it is to stop")
+      ->capture_default_str();
   app.add_option("--tables", options.tables, "Tables of this JSON file instead of this machine's");
   app.add_option("--counts", options.counts,
                  "File that always holds what has been counted; goes on from what is in it");
@@ -72,7 +78,9 @@ std::optional<Options> readOptions(int argc, char** argv, int& exitStatus) {
     exitStatus = app.exit(end) == 0 ? kStopped : kUsage;
     return std::nullopt;
   }
-  options.address.set(port, address.c_str());
+  options.address.at.set(port, address.c_str());
+  options.address.wait = std::chrono::seconds(wait);
+  options.grace = std::chrono::seconds(grace);
   if (quiet->count() != 0) {
     options.level = Log::Level::kQuiet;
   } else if (verbose->count() != 0) {

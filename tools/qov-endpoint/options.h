@@ -1,13 +1,11 @@
 #ifndef QOV_TOOLS_QOV_ENDPOINT_OPTIONS_H
 #define QOV_TOOLS_QOV_ENDPOINT_OPTIONS_H
 
-#include <ace/INET_Addr.h>
-
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "tools/qov-endpoint/log.h"
+#include "tools/qov-endpoint/listener.h"
 
 namespace qov::endpoint {
 
@@ -16,7 +14,8 @@ enum ExitStatus { kStopped = 0, kFailed = 1, kUsage = 2 };
 
 /// What the command line says.
 struct Options {
-  ACE_INET_Addr address;
+  Address address;
+  std::chrono::seconds grace;
   std::string tables;    ///< file; empty for those of this machine
   std::string counts;    ///< file; empty for none
   std::string scenario;  ///< file; empty for none

@@ -5,14 +5,7 @@
 #include <string>
 
 namespace qov::endpoint {
-namespace {
-
-/// What answers on their way get when the endpoint is to stop.
-constexpr std::chrono::seconds kGrace{5};
-
-}  // namespace
-
-Server::Server(const ACE_INET_Addr& address, Tables& tables, Scenario& scenario, CountsFile& counts,
+Server::Server(const Address& address, Tables& tables, Scenario& scenario, CountsFile& counts,
                const Log& log)
     : tables_(tables),
       counts_(counts),
@@ -20,23 +13,23 @@ Server::Server(const ACE_INET_Addr& address, Tables& tables, Scenario& scenario,
       exchanges_(tables, scenario, counts, log),
       poller_(kHandles, false, nullptr, &timers_, 1),
       reactor_(&poller_),
-      signals_(reactor_),
-      listener_(address, reactor_, [this](int socket) { accepted(socket); }) {}
+      listener_(address, log, reactor_, [this](int socket) { accepted(socket); }),
+      signals_(reactor_) {}
 
 Server::~Server() = default;
 
-void Server::run() {
+void Server::run(std::chrono::seconds grace) {
   while (signals_.count() == 0) {
     reactor_.handle_events();
     closed_.clear();
   }
-  finish();
+  listener_.stop();
+  finishConnections();
+  waitForAnswers(grace);
+  counts_.save();
 }
 
-/// A second signal, or the end of the grace, ends what is left.
-void Server::finish() {
-  const auto limit = std::chrono::steady_clock::now() + kGrace;
-  listener_.stop();
+void Server::finishConnections() {
   std::vector<Connection*> open;
   for (const auto& [ordinal, connection] : connections_) {
     open.push_back(connection.get());
@@ -44,6 +37,12 @@ void Server::finish() {
   for (Connection* connection : open) {
     connection->finish();
   }
+  closed_.clear();
+}
+
+/// A second signal, or the end of the grace, ends what is left.
+void Server::waitForAnswers(std::chrono::seconds grace) {
+  const auto limit = std::chrono::steady_clock::now() + grace;
   while (!connections_.empty() && signals_.count() == 1) {
     const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(
         limit - std::chrono::steady_clock::now());
@@ -55,7 +54,6 @@ void Server::finish() {
     reactor_.handle_events(&wait);
     closed_.clear();
   }
-  counts_.save();
 }
 
 void Server::accepted(int socket) {
@@ -63,10 +61,7 @@ void Server::accepted(int socket) {
   ++accepted_;
   Connection& opened =
       *(connections_[accepted_] = std::make_unique<Connection>(socket, accepted_, owner, reactor_));
-  if (!opened.open()) {
-    log_.event("connection " + std::to_string(accepted_) + ": closed: too many connections");
-    closed(opened);
-  }
+  opened.open();
 }
 
 void Server::closed(Connection& connection) {

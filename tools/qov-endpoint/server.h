@@ -3,7 +3,6 @@
 
 #include <ace/Dev_Poll_Reactor.h>
 #include <ace/Event_Handler_Handle_Timeout_Upcall.h>
-#include <ace/INET_Addr.h>
 #include <ace/Monotonic_Time_Policy.h>
 #include <ace/Null_Mutex.h>
 #include <ace/Reactor.h>
@@ -26,13 +25,14 @@ namespace qov::endpoint {
 /// Errors: std::runtime_error when the address cannot be had or the counts cannot be written.
 class Server : private ConnectionOwner {
  public:
-  Server(const ACE_INET_Addr& address, Tables& tables, Scenario& scenario, CountsFile& counts,
+  Server(const Address& address, Tables& tables, Scenario& scenario, CountsFile& counts,
          const Log& log);
   ~Server() override;
 
   const ACE_INET_Addr& address() const { return listener_.address(); }
-  /// Returns after SIGTERM or SIGINT, when the answers on their way are sent or their time is over.
-  void run();
+  /// Returns after SIGTERM or SIGINT, when the answers on their way are sent; after `grace` or a
+  /// second signal in any case.
+  void run(std::chrono::seconds grace);
 
  private:
   // More than select() could watch, and far less than some machines allow: a table of so many
@@ -49,7 +49,8 @@ class Server : private ConnectionOwner {
   void refuse(std::chrono::milliseconds time) override { listener_.refuse(time); }
 
   void accepted(int socket);
-  void finish();
+  void finishConnections();
+  void waitForAnswers(std::chrono::seconds grace);
 
   const Tables& tables_;
   CountsFile& counts_;
@@ -58,8 +59,8 @@ class Server : private ConnectionOwner {
   Timers timers_;
   ACE_Dev_Poll_Reactor poller_;
   ACE_Reactor reactor_;
-  StopSignals signals_;
   Listener listener_;
+  StopSignals signals_;
   std::uint64_t accepted_ = 0;
   std::map<std::uint64_t, std::unique_ptr<Connection>> connections_;
   // Closed within the turn of the loop that is running, in which calls of theirs may be open.

@@ -17,7 +17,7 @@ namespace qov::endpoint {
 /// larger key, rows that came or went in between make a walk neither repeat itself nor hang.
 class Walks {
  public:
-  static constexpr std::chrono::seconds kFreshFor{5};
+  static constexpr std::chrono::seconds kFreshFor{30};
 
   explicit Walks(const Tables& tables) : tables_(tables) {}
 

@@ -1,0 +1,233 @@
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <thread>
+
+#include "tests/tools/endpoint_test.h"
+
+namespace qov::test {
+namespace {
+
+using testing::HasSubstr;
+
+class EndpointRun : public EndpointTest {
+ protected:
+  Ending run(const std::vector<std::string>& arguments) { return endpoint.run(arguments); }
+  void expectUsage(const std::vector<std::string>& arguments, const std::string& why) {
+    EXPECT_EQ(run(arguments).exitStatus, 2) << arguments[0];
+    EXPECT_THAT(endpoint.errors(), HasSubstr(why));
+    EXPECT_EQ(endpoint.output(), "");
+  }
+};
+
+TEST_F(EndpointRun, SaysEverythingWhenAskedForHelp) {
+  EXPECT_EQ(run({"--help"}).exitStatus, 0);
+  for (const char* said :
+       {"--address",  "--port",      "--wait",    "--grace",   "--tables",     "--counts",
+        "--scenario", "--fault",     "--quiet",   "--verbose", "listening on", "Exit status: 0 ",
+        "close ",     "delay ",      "drip ",     "serial ",   "ret ",         "length ",
+        "magic ",     "two-records", "no-record", "no-status", "text-status",  "status ",
+        "no-end",     "refuse ",     "silent "}) {
+    EXPECT_THAT(endpoint.output(), HasSubstr(said));
+  }
+}
+
+TEST_F(EndpointRun, RefusesWhatItDoesNotKnow) {
+  expectUsage({"--bogus"}, "--bogus");
+  expectUsage({"stray"}, "stray");
+  expectUsage({"--port"}, "--port");
+  expectUsage({"--port", "65536"}, "--port");
+  expectUsage({"--port", "x"}, "--port");
+  expectUsage({"--address", "localhost"}, "not an IPv4 address: localhost");
+  expectUsage({"--quiet", "--verbose"}, "excludes");
+}
+
+TEST_F(EndpointRun, ListensOnTheAddressItIsGiven) {
+  starts({"--address", "127.0.0.1"});
+  EXPECT_EQ(endpoint.output(), "listening on 127.0.0.1:" + std::to_string(endpoint.port()) + "\n");
+  EXPECT_EQ(client().exchange(request(1)), answer(1));
+}
+
+TEST_F(EndpointRun, FailsOnAnAddressOfAnotherMachine) {
+  EXPECT_EQ(run({"--address", "192.0.2.1", "--port", "0"}).exitStatus, 1);
+  EXPECT_THAT(endpoint.errors(), HasSubstr("cannot bind"));
+}
+
+/// Has a port of this machine until it goes.
+class PortHolder {
+ public:
+  PortHolder() : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto* name = reinterpret_cast<sockaddr*>(&address);
+    EXPECT_EQ(::bind(socket_, name, size), 0);
+    EXPECT_EQ(::listen(socket_, 1), 0);
+    EXPECT_EQ(::getsockname(socket_, name, &size), 0);
+    port_ = ntohs(address.sin_port);
+  }
+  ~PortHolder() { release(); }
+  PortHolder(const PortHolder&) = delete;
+  PortHolder& operator=(const PortHolder&) = delete;
+
+  std::uint16_t port() const { return port_; }
+  void release() {
+    if (socket_ >= 0) {
+      ::close(socket_);
+      socket_ = -1;
+    }
+  }
+
+ private:
+  int socket_;
+  std::uint16_t port_ = 0;
+};
+
+TEST_F(EndpointRun, FailsOnAPortThatStaysInUse) {
+  const PortHolder holder;
+  const std::string port = std::to_string(holder.port());
+  EXPECT_EQ(run({"--port", port, "--wait", "0"}).exitStatus, 1);
+  EXPECT_THAT(endpoint.errors(), HasSubstr("cannot bind to port " + port + ": Address already"));
+}
+
+TEST_F(EndpointRun, WaitsForAPortThatIsInUse) {
+  PortHolder holder;
+  std::thread releasing([&] {
+    EXPECT_TRUE(endpoint.waitForError("port " + std::to_string(holder.port()) + " is in use"));
+    holder.release();
+  });
+  endpoint.usePort(holder.port());
+  EXPECT_TRUE(endpoint.start({"--wait", "60"})) << endpoint.errors();
+  releasing.join();
+}
+
+TEST_F(EndpointRun, StopsWithEitherSignal) {
+  for (const int signum : {SIGTERM, SIGINT}) {
+    starts();
+    const EndpointClient idle = client();
+    EXPECT_EQ(idle.exchange(request(1)), answer(1));
+    EXPECT_EQ(endpoint.end(signum).exitStatus, 0);
+    EXPECT_EQ(idle.receiveAll(), "");
+  }
+}
+
+TEST_F(EndpointRun, FinishesTheAnswerOnItsWayBeforeItStops) {
+  starts({"--fault", "delay:seconds=0.3"});
+  EndpointClient asking = client();
+  asking.send(request(1) + request(2));
+  EXPECT_TRUE(endpoint.waitForError("fault delay"));
+  endpoint.send(SIGTERM);
+  EXPECT_EQ(asking.receiveAll(), answer(1));
+  asking.close();
+  EXPECT_EQ(endpoint.waitForEnd().exitStatus, 0);
+  EXPECT_EQ(counted(), "connections 1 requests 1 replies 1 rows 1 ends 0 stored 0 refusals 0");
+}
+
+TEST_F(EndpointRun, StopsAtOnceWithASecondSignal) {
+  starts({"--fault", "delay:seconds=3600", "--grace", "3600"});
+  const EndpointClient asking = client();
+  asking.send(request(1));
+  EXPECT_TRUE(endpoint.waitForError("fault delay"));
+  const EndpointClient other = client();
+  endpoint.send(SIGTERM);
+  // It has begun to stop.
+  EXPECT_EQ(other.receiveAll(), "");
+  EXPECT_EQ(endpoint.end(SIGTERM).exitStatus, 0);
+  EXPECT_EQ(asking.receiveAll(), "");
+}
+
+TEST_F(EndpointRun, StopsWithoutTheAnswerOnItsWayWhenItsTimeIsOver) {
+  starts({"--fault", "delay:seconds=3600", "--grace", "0"});
+  const EndpointClient asking = client();
+  asking.send(request(1));
+  EXPECT_TRUE(endpoint.waitForError("fault delay"));
+  EXPECT_EQ(endpoint.end(SIGTERM).exitStatus, 0);
+  EXPECT_EQ(asking.receiveAll(), "");
+}
+
+TEST_F(EndpointRun, IsStartedAgainOnItsPortAfterItWasKilled) {
+  starts();
+  const std::uint16_t port = endpoint.port();
+  const EndpointClient cutOff = client();
+  EXPECT_EQ(cutOff.exchange(request(1)), answer(1));
+  cutOff.send(request(2).substr(0, 30));
+  EXPECT_EQ(endpoint.end(SIGKILL).signal, SIGKILL);
+  starts();
+  EXPECT_EQ(endpoint.port(), port);
+  EXPECT_EQ(client().exchange(request(3)), answer(3));
+}
+
+TEST_F(EndpointRun, HasCountedAllThatClientsHaveSeenWhenItIsKilled) {
+  std::uint16_t seen = 0;
+  for (int run = 0; run < 3; ++run) {
+    starts({"--quiet"});
+    const EndpointClient asking = client();
+    for (int i = 0; i < 50; ++i) {
+      ++seen;
+      EXPECT_EQ(asking.exchange(request(seen)), answer(seen));
+    }
+    endpoint.end(SIGKILL);
+    const std::string counts = std::to_string(seen);
+    EXPECT_EQ(counted(), "connections " + std::to_string(run + 1) + " requests " + counts +
+                             " replies " + counts + " rows " + counts +
+                             " ends 0 stored 0 refusals 0");
+  }
+}
+
+TEST_F(EndpointRun, WritesCountsInLinesOfFixedWidth) {
+  starts();
+  EXPECT_THAT(readFile(endpoint.path("counts")),
+              testing::StartsWith("connections 0                   \nrequests 0                   "
+                                  "\nreplies 0 "));
+  const auto size = readFile(endpoint.path("counts")).size();
+  const EndpointClient asking = client();
+  for (std::uint16_t serial = 1; serial <= 12; ++serial) {
+    asking.exchange(request(serial));
+  }
+  const std::string counts = readFile(endpoint.path("counts"));
+  EXPECT_EQ(counts.size(), size);
+  EXPECT_EQ(std::count(counts.begin(), counts.end(), '\n'), 7);
+}
+
+TEST_F(EndpointRun, GoesOnFromTheCountsThatAreThere) {
+  starts();
+  client().exchange(message(1, record(kCountsOf)));
+  endpoint.end(SIGTERM);
+  starts();
+  EXPECT_EQ(client().exchange(message(1, record(kCountsOf))),
+            message(1, record(kCountsOf, number(1, 2) + number(2, 2) + number(3, 1) + number(4, 0) +
+                                             number(5, 0) + number(6, 0) + number(7, 0))));
+}
+
+TEST_F(EndpointRun, LeavesAFileAloneThatHoldsNoCounts) {
+  const std::string file = endpoint.file("precious", "connections many\n");
+  EXPECT_EQ(run({"--port", "0", "--counts", file}).exitStatus, 1);
+  EXPECT_THAT(endpoint.errors(), HasSubstr(file + ": holds something else than counts"));
+  EXPECT_EQ(readFile(file), "connections many\n");
+}
+
+TEST_F(EndpointRun, FailsOnACountsFileThatCannotBeMade) {
+  EXPECT_EQ(run({"--port", "0", "--counts", endpoint.path("missing/counts")}).exitStatus, 1);
+  EXPECT_THAT(endpoint.errors(), HasSubstr("missing/counts: No such file"));
+}
+
+TEST_F(EndpointRun, TellsNothingOrEveryExchange) {
+  starts({"--quiet"});
+  const EndpointClient quiet = client();
+  EXPECT_EQ(quiet.exchange(message(1, "bad")), message(1, "", 4));
+  EXPECT_EQ(quiet.exchange(request(2)), answer(2));
+  EXPECT_EQ(endpoint.errors(), "");
+  starts();
+  EXPECT_EQ(client().exchange(request(1)), answer(1));
+  EXPECT_EQ(endpoint.errors(), "");
+  starts({"--verbose"});
+  EXPECT_EQ(client().exchange(request(1)), answer(1));
+  EXPECT_EQ(endpoint.errors(),
+            "connection 1 request 1: 38 bytes, operation 1 table 7; result 0, records 1\n");
+}
+
+}  // namespace
+}  // namespace qov::test
