@@ -69,6 +69,21 @@ TEST_F(WiresharkExchanges, JoinARequestAndItsResponse) {
   }
 }
 
+TEST_F(WiresharkExchanges, TellTheTimeThatTheyTakeToTheNanosecond) {
+  Connection connection(capture_);
+  for (std::uint16_t serial = 1; serial <= 200; ++serial) {
+    connection.ask(message(serial, ""));
+    capture_.pass(999);
+    connection.answer(message(serial, ""));
+    capture_.pass(serial);
+  }
+  dissect();
+  ASSERT_EQ(shown_.size(), 400U);
+  for (std::size_t i = 1; i < shown_.size(); i += 2) {
+    ASSERT_EQ(tree(i)["qov.v3.time"].asString(), "1.000000000") << i;
+  }
+}
+
 TEST_F(WiresharkExchanges, AreToldApartBySerialWhenManyAreUnderWay) {
   Connection connection(capture_);
   connection.ask(message(1, "") + message(2, "") + message(3, ""));

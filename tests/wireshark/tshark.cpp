@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -24,6 +25,17 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   }
   pointers.push_back(nullptr);
   return pointers;
+}
+
+// Of this process's environment, what a program of ours needs if it was built with a sanitizer.
+std::vector<std::string> sanitizerOptions() {
+  std::vector<std::string> options;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    if (std::strstr(*entry, "SAN_OPTIONS=") != nullptr) {
+      options.emplace_back(*entry);
+    }
+  }
+  return options;
 }
 
 int exitStatus(pid_t child) {
@@ -167,10 +179,12 @@ Finished run(const std::vector<std::string>& arguments) {
   const std::string out = directory.file("out");
   const std::string err = directory.file("err");
   const char* const path = std::getenv("PATH");
-  std::vector<std::string> environment = {
-      std::string("PATH=") + (path != nullptr ? path : "/usr/bin:/bin"),
-      "HOME=" + directory.path().string(), "WIRESHARK_CONFIG_DIR=" + directory.path().string(),
-      "LANG=C.UTF-8", "TZ=UTC"};
+  std::vector<std::string> environment = sanitizerOptions();
+  environment.insert(
+      environment.end(),
+      {std::string("PATH=") + (path != nullptr ? path : "/usr/bin:/bin"),
+       "HOME=" + directory.path().string(), "WIRESHARK_CONFIG_DIR=" + directory.path().string(),
+       "LANG=C.UTF-8", "TZ=UTC"});
   std::vector<std::string> words = arguments;
 
   posix_spawn_file_actions_t actions;

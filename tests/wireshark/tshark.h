@@ -17,7 +17,7 @@ struct Finished {
 };
 
 /// Runs `arguments`, the first of which is looked for in the search path, and waits for its end. It
-/// gets an environment of its own: nothing of this process's sanitizers, home or preloads.
+/// gets an environment of its own: nothing of this home and of what is loaded into this process.
 Finished run(const std::vector<std::string>& arguments);
 
 /// One message, or one stretch of bytes that are none, as the dissector shows it.

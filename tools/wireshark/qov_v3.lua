@@ -254,6 +254,13 @@ local function add_generated(tree, field, range, value)
   tree:add(field, range, value):set_generated()
 end
 
+-- To the nearest nanosecond first: what should be a whole second may be a little less.
+local function seconds_of(time)
+  local nanoseconds = math.floor(time * 1e9 + 0.5)
+  local seconds = math.floor(nanoseconds / 1e9)
+  return NSTime(seconds, nanoseconds - seconds * 1e9)
+end
+
 local function add_exchange(tree, message, serial_item, tvb)
   local nothing = tvb(0, 0)
   tree:add(message.response and f.response or f.request, nothing):set_generated()
@@ -261,9 +268,7 @@ local function add_exchange(tree, message, serial_item, tvb)
   if message.response and exchange then
     add_generated(tree, f.response_to, nothing, exchange.request)
     if not message.repeats then
-      local seconds = math.floor(exchange.took)
-      local rest = math.floor((exchange.took - seconds) * 1e9 + 0.5)
-      add_generated(tree, f.time, nothing, NSTime(seconds, rest))
+      add_generated(tree, f.time, nothing, seconds_of(exchange.took))
     end
   elseif message.response then
     serial_item:add_proto_expert_info(e.serial)
