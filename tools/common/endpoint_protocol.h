@@ -42,7 +42,7 @@ enum Table : std::uint32_t {
   kFirstStoredTable = 0x1000,  ///< this and all above: tables that requests fill
 };
 
-/// Uint: the key of a row, 1 to 2^64 - 1. The rows of a table are walked in the order of their keys.
+/// Uint: the key of a row, 1 to 2^64 - 1. A table is walked in the order of its rows' keys.
 inline constexpr unsigned short kCursorTag = 4093;
 /// Enum: whether the record is a row.
 inline constexpr unsigned short kStatusTag = MAX_TAG_VALUE;

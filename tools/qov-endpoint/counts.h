@@ -25,7 +25,8 @@ struct Counts {
 /// that holds all that any client has seen, and at most one answer more for each connection.
 ///
 /// Owns:   the file's descriptor.
-/// Errors: std::runtime_error when the file cannot be opened, read or written, or is not one of counts.
+/// Errors: std::runtime_error when the file cannot be opened, read or written, or holds something
+///         else.
 class CountsFile {
  public:
   /// Without a file.
