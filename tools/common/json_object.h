@@ -31,7 +31,8 @@ Json::Value parseJson(std::string_view text, int maxDepth = kMaxJsonDepth);
 /// The text of `json`, in indented lines, with a newline at the end.
 std::string jsonText(const Json::Value& json);
 
-/// The number in the form that parseJson() gives it: JsonCpp takes numbers of two forms for unequal.
+/// The number in the form that parseJson() gives it: JsonCpp takes numbers of two forms for
+/// unequal.
 Json::Value jsonNumber(std::uint64_t number);
 
 /// The place of element `index` of the array at `place`, and of member `key` of the object there.

@@ -23,8 +23,9 @@ namespace qov::tools {
 //
 // All numbers are JSON integers. What is written is complete. What is read may leave out every
 // length ("length", "len") and, of a head, whatever has a default; lengths that are given have to
-// be right (the "len" of an OM message, which decoding does not look at, excepted). All is strict: BadJson, with the place, for an unknown key, another type, a number
-// out of range, a message that could not be decoded again.
+// be right (the "len" of an OM message, which decoding does not look at, excepted). All is strict:
+// BadJson, with the place, for an unknown key, another type, a number out of range, a message that
+// could not be decoded again.
 
 Json::Value toJson(const CTLVRecordV3& record);
 Json::Value toJson(const CT7QPackageV3& message);

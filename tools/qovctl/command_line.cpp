@@ -48,13 +48,14 @@ The rows are printed when the walk is at its end, or has failed. It stops after 
 goes on behind the last key.)";
 
 constexpr const char* kSendText = R"(
-The file holds one V3 message as "qovctl decode --json" prints it; what has a default and all lengths
-may be left out. On the command line a message is made of --command, which begins a record, and
---cell, which adds to it:
+The file holds one V3 message as "qovctl decode --json" prints it; what has a default and all
+lengths may be left out. On the command line a message is made of --command, which begins a record,
+and --cell, which adds to it:
   qovctl send --command store/0x1000 --cell 1:String:hello --cell 2:Uint:5
 COMMAND is a number, or get-next, get, store or counts, a slash and a table. TYPE is Invalid, Octet
 (VALUE in hexadecimal digits), String, Uint, Int, Bool, Enum, Time (numbers), Array or Json (JSON
-text). The link gives the message a serial number of its own. The reply is printed whatever its RET.)";
+text). The link gives the message a serial number of its own. The reply is printed whatever its
+RET.)";
 
 std::string checkEndpoint(const std::string& text) {
   return hostPortOf(text) ? "" : "not host:port, with a port of 1 to 65535";

@@ -19,7 +19,8 @@ std::optional<std::uint32_t> tableOfText(std::string_view text);
 /// slash and a table; nothing for another text.
 std::optional<std::uint64_t> commandOfText(std::string_view text);
 
-/// What the endpoint calls the cells with `tag` in the rows of `table`; "tag 7" when it has no name.
+/// What the endpoint calls the cells with `tag` in the rows of `table`; "tag 7" when they have no
+/// name.
 std::string columnName(std::uint32_t table, unsigned short tag);
 
 /// The same for its counts.

@@ -1,0 +1,111 @@
+#include <unistd.h>
+
+#include "tests/tools/endpoint_process.h"
+#include "tests/tools/qovctl_test.h"
+#include "tools/common/json_object.h"
+
+using ::testing::ContainsRegex;
+using ::testing::HasSubstr;
+
+namespace qov::test {
+namespace {
+
+constexpr const char* kTables = R"({"tables":[
+  {"name":"things","number":7,"rows":[
+    {"key":300,"cells":[{"tag":1,"type":"String","value":"last"}]},
+    {"key":2,"cells":[{"tag":1,"type":"String","value":"first"},
+                      {"tag":2,"type":"Int","value":-77}]}]},
+  {"name":"nothing","number":8,"rows":[]}]})";
+
+/// qovctl and the endpoint for development, as users have them.
+class QovctlWithEndpoint : public QovctlTest {
+ protected:
+  void serves(std::vector<std::string> arguments = {}) {
+    ASSERT_TRUE(endpoint_.start(std::move(arguments))) << endpoint_.errors();
+  }
+  void servesThings() { serves({"--tables", file("tables.json", kTables)}); }
+
+  QovctlRun ask(std::vector<std::string> arguments, const std::string& input = {}) {
+    arguments.push_back("--endpoint=127.0.0.1:" + std::to_string(endpoint_.port()));
+    return run(arguments, input);
+  }
+
+  EndpointProcess endpoint_;
+};
+
+TEST_F(QovctlWithEndpoint, WalksTablesOfAFile) {
+  servesThings();
+  const QovctlRun walked = ask({"walk", "--table", "7"});
+  EXPECT_EQ(walked.status, 0) << walked.err;
+  EXPECT_EQ(walked.out,
+            "key  tag 1  tag 2\n"
+            "2    first  -77\n"
+            "300  last\n");
+  EXPECT_EQ(ask({"walk", "--table", "7", "--after", "2"}).out,
+            "key  tag 1\n"
+            "300  last\n");
+  const QovctlRun nothing = ask({"walk", "--table", "8"});
+  EXPECT_EQ(nothing.status, 0);
+  EXPECT_EQ(nothing.out, "");
+}
+
+TEST_F(QovctlWithEndpoint, GetsARowOrSaysWhyNot) {
+  servesThings();
+  EXPECT_EQ(ask({"get", "--table", "7", "300"}).out, "tag 1  last\nkey    300\n");
+  const QovctlRun noRow = ask({"get", "--table", "7", "3"});
+  EXPECT_EQ(noRow.status, 5);
+  EXPECT_EQ(noRow.err, "qovctl: the endpoint refused the request: RET 3 (no such row)\n");
+  EXPECT_THAT(ask({"walk", "--table", "9"}).err, HasSubstr("RET 2 (unknown table)"));
+}
+
+TEST_F(QovctlWithEndpoint, StoresRecordsThatAreThereAfterwards) {
+  serves();
+  EXPECT_EQ(ask({"send", "--command", "store/0x1000", "--cell", "1:String:a", "--command",
+                 "store/0x1000", "--cell", "1:String:b"})
+                .status,
+            0);
+  EXPECT_EQ(ask({"walk", "--table", "0x1000"}).out, "key  tag 1\n1    a\n2    b\n");
+}
+
+TEST_F(QovctlWithEndpoint, SendsWhatItPrints) {
+  servesThings();
+  const QovctlRun got = ask({"get", "--json", "--table", "7", "2"});
+  const QovctlRun sent = ask({"send", "--json", "-"}, got.out);
+  EXPECT_EQ(sent.status, 0) << sent.err;
+  EXPECT_EQ(tools::parseJson(sent.out)["messages"][0]["records"],
+            tools::parseJson(got.out)["messages"][0]["records"]);
+}
+
+TEST_F(QovctlWithEndpoint, ReadsTheCounts) {
+  servesThings();
+  ASSERT_EQ(ask({"walk", "--table", "7"}).status, 0);
+  ASSERT_EQ(ask({"get", "--table", "7", "3"}).status, 5);
+  EXPECT_EQ(ask({"get", "counts"}).out,
+            "connections  3\n"
+            "requests     5\n"
+            "replies      4\n"
+            "rows         2\n"
+            "ends         1\n"
+            "stored       0\n"
+            "refusals     1\n");
+}
+
+TEST_F(QovctlWithEndpoint, WalksThisMachine) {
+  serves();
+  const QovctlRun interfaces = ask({"walk", "--table", "interfaces"});
+  EXPECT_THAT(interfaces.out, ContainsRegex("^key +name +up "));
+  EXPECT_THAT(interfaces.out, ContainsRegex("\n[0-9]+ +lo +1 "));
+  EXPECT_THAT(ask({"walk", "--table", "mounts"}).out, ContainsRegex("\n[0-9]+ +/ +[^ ]+ "));
+  EXPECT_THAT(ask({"walk", "--table", "processes"}).out,
+              HasSubstr("\n" + std::to_string(::getpid()) + " "));
+}
+
+TEST_F(QovctlWithEndpoint, EndsWithThreeOnceTheEndpointIsGone) {
+  serves();
+  ASSERT_EQ(ask({"get", "counts"}).status, 0);
+  ASSERT_TRUE(endpoint_.end(SIGTERM).ended);
+  EXPECT_EQ(ask({"get", "counts"}).status, 3);
+}
+
+}  // namespace
+}  // namespace qov::test
