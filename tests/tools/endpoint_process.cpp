@@ -1,52 +1,21 @@
 #include "tests/tools/endpoint_process.h"
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <unistd.h>
-
-#include <stdexcept>
+#include "tests/support/spawn.h"
 
 namespace qov::test {
 namespace {
 
 const std::string kListening = "listening on 127.0.0.1:";
 
-/// Where the child's standard output and error go.
-class FileActions {
- public:
-  FileActions() { ::posix_spawn_file_actions_init(&actions_); }
-  ~FileActions() { ::posix_spawn_file_actions_destroy(&actions_); }
-  FileActions(const FileActions&) = delete;
-  FileActions& operator=(const FileActions&) = delete;
-
-  void redirect(int descriptor, const std::string& file) {
-    ::posix_spawn_file_actions_addopen(&actions_, descriptor, file.c_str(),
-                                       O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
-  }
-  const posix_spawn_file_actions_t* get() const { return &actions_; }
-
- private:
-  posix_spawn_file_actions_t actions_;
-};
-
 }  // namespace
 
 void EndpointProcess::spawn(const std::vector<std::string>& arguments) {
   killChild(pid_);
-  std::vector<std::string> words{QOV_ENDPOINT};
-  words.insert(words.end(), arguments.begin(), arguments.end());
-  std::vector<char*> pointers;
-  for (std::string& word : words) {
-    pointers.push_back(word.data());
-  }
-  pointers.push_back(nullptr);
-  FileActions files;
-  files.redirect(STDOUT_FILENO, path("stdout"));
-  files.redirect(STDERR_FILENO, path("stderr"));
-  if (::posix_spawn(&pid_, QOV_ENDPOINT, files.get(), nullptr, pointers.data(), environ) != 0) {
-    pid_ = -1;
-    throw std::runtime_error("cannot start the endpoint");
-  }
+  pid_ = -1;
+  BeforeProgram before;
+  before.writeTo(STDOUT_FILENO, path("stdout"));
+  before.writeTo(STDERR_FILENO, path("stderr"));
+  pid_ = qov::test::spawn(QOV_ENDPOINT, arguments, before);
 }
 
 bool EndpointProcess::start(std::vector<std::string> arguments) {
