@@ -42,9 +42,7 @@ class Walk {
  public:
   /// `declaredUtf8`: a declaration makes what follows UTF-8, whichever encoding it names.
   Walk(std::string_view text, bool declaredUtf8)
-      : text_(text.substr(0, text.find('\0'))),
-        declaredUtf8_(declaredUtf8),
-        inUtf8_(startsWith("\xEF\xBB\xBF")) {}
+      : text_(text), declaredUtf8_(declaredUtf8), inUtf8_(startsWith("\xEF\xBB\xBF")) {}
 
   bool goesDeeperThan(int limit) {
     while (deepest_ <= limit && takeToken()) {
@@ -70,6 +68,8 @@ class Walk {
   bool skipBlanks();
   bool skipPast(std::string_view what);
   bool skipTextPast(char end);
+  bool skipCharacter();
+  bool skipNumberedCharacter();
 
   /// These take one of what they name; false at an error.
   bool takeToken();
@@ -101,13 +101,39 @@ bool Walk::skipPast(std::string_view what) {
   return !atEnd();
 }
 
-/// Character by character: a broken one swallows bytes that would mean something else.
 bool Walk::skipTextPast(char end) {
   while (!atEnd() && look() != end) {
-    at_ += inUtf8_ ? lengthInUtf8(look()) : 1;
+    if (!skipCharacter()) {
+      return false;
+    }
   }
   ++at_;
   return !atEnd();
+}
+
+/// A broken one swallows bytes that would mean something else.
+bool Walk::skipCharacter() {
+  const std::size_t length = inUtf8_ ? lengthInUtf8(look()) : 1;
+  if (length == 1 && startsWith("&#") && look(2) != '\0') {
+    return skipNumberedCharacter();
+  }
+  at_ += length;
+  return true;
+}
+
+/// TinyXML goes to the next ';' and reads the number backwards from there. Whatever stands between
+/// the '&' and the sign in front of the digits is swallowed: "&#<!--#65;" is the letter A.
+bool Walk::skipNumberedCharacter() {
+  const bool isHex = look(2) == 'x';
+  const std::size_t end = text_.find(';', at_ + (isHex ? 3 : 2));
+  if (end == std::string_view::npos) {
+    return false;
+  }
+  const char* const digits = isHex ? "0123456789abcdefABCDEF" : "0123456789";
+  at_ = text_.find_last_not_of(digits, end - 1);
+  const bool isNumber = look() == (isHex ? 'x' : '#');
+  at_ = end + 1;
+  return isNumber;
 }
 
 bool Walk::takeToken() {
@@ -141,7 +167,10 @@ bool Walk::takeMarkup() {
 bool Walk::takeElement() {
   deepest_ = std::max(deepest_, ++depth_);
   ++at_;
-  takeName();
+  // Some characters count both as letters and as blanks; here TinyXML takes them for blanks.
+  if (!skipBlanks() || !takeName()) {
+    return false;
+  }
   while (skipBlanks() && look() != '>') {
     if (look() == '/') {
       --depth_;

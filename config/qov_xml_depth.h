@@ -6,7 +6,7 @@
 namespace qov {
 
 /// Whether TinyXML, given `text`, would go into more than `limit` elements one inside the other.
-/// Tells that without going deep itself, from the same reading of the text: comments, CDATA,
+/// There is no zero byte in `text`. Tells that without going deep itself, from the same reading of the text: comments, CDATA,
 /// declarations, attribute values and everything else in angle brackets hide what is in them, and
 /// reading ends where TinyXML finds an error.
 bool xmlNestsDeeperThan(int limit, std::string_view text);

@@ -5,6 +5,7 @@
 #include <tinyxml.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -71,6 +72,12 @@ std::string readFile(const std::string& name, std::string& text) {
   return {};
 }
 
+/// TinyXML ends there, too, unless a broken character has it step over the zero byte: then it would
+/// read on.
+void endAtZeroByte(std::string& text) {
+  text.resize(std::min(text.find('\0'), text.size()));
+}
+
 /// CR LF and CR become LF, as in a file that TinyXML reads by itself.
 void normaliseLineEnds(std::string& text) {
   std::size_t to = 0;
@@ -101,6 +108,7 @@ std::string load(const std::string& fileName, TiXmlDocument& document) {
   if (!unread.empty()) {
     return unread;
   }
+  endAtZeroByte(text);
   normaliseLineEnds(text);
   if (xmlNestsDeeperThan(kDeepestXmlElement, text)) {
     return "elements nest deeper than " + std::to_string(kDeepestXmlElement);

@@ -65,8 +65,33 @@ TEST(XmlDepth, LooksForEndsOfElementsNowhereElse) {
 TEST(XmlDepth, EndsWhereTinyXmlStopsReading) {
   EXPECT_EQ(depthOf("text<a><a>"), 0);
   EXPECT_EQ(depthOf("<a/>text<a><a>"), 1);
-  EXPECT_EQ(depthOf(std::string("<a>\0<a><a>", 10)), 1);
   EXPECT_EQ(depthOf("<a 1><a><a>"), 1);
+}
+
+TEST(XmlDepth, LooksForNothingWithinANumberedCharacter) {
+  for (const std::string hiding :
+       {"&#<!--#65;", "&#x<!--x41;", "&#</a>#65;", "<a b='&#'#65;'>", "<a b=\"&#x\"x41;\">"}) {
+    const std::string text = "<a>" + hiding + "<a><a>";
+    const int depth = hiding[0] == '<' ? 4 : 3;
+    EXPECT_EQ(depthInTinyXml(text), depth) << text;
+    EXPECT_EQ(depthOf(text), depth) << text;
+  }
+}
+
+TEST(XmlDepth, EndsAtANumberedCharacterThatIsNone) {
+  for (const std::string wrong : {"&#1z;", "&#x1z;", "&#65", "&#x"}) {
+    const std::string text = "<a>" + wrong + "<a>";
+    EXPECT_EQ(depthInTinyXml(text), 1) << text;
+    EXPECT_EQ(depthOf(text), 1) << text;
+  }
+}
+
+TEST(XmlDepth, TakesBlanksInFrontOfANameForBlanks) {
+  for (const std::string blank : {"\xEF\xBB\xBF", "\xEF\xBF\xBE", "\xEF\xBF\xBF"}) {
+    const std::string text = "\xEF\xBB\xBF<" + blank + " a><a><a>";
+    EXPECT_EQ(depthInTinyXml(text), 3) << text;
+    EXPECT_EQ(depthOf(text), 3) << text;
+  }
 }
 
 /// Texts put together of what has a meaning, most of them with an error somewhere.
@@ -99,6 +124,10 @@ class Texts {
                                           "&amp;",
                                           "&#x",
                                           "&#65;",
+                                          "&#",
+                                          "#65;",
+                                          "x41;",
+                                          "<\xEF\xBB\xBF",
                                           "&",
                                           ";",
                                           "\xE2",

@@ -148,6 +148,12 @@ TEST_F(DeviceFile, OfAMillionElementsInsideOneAnotherIsRefused) {
   isRefused("elements nest deeper than 100");
 }
 
+/// A broken character has TinyXML step over what follows, be it the end of the file.
+TEST_F(DeviceFile, IsReadUpToAZeroByteThatABrokenCharacterSwallows) {
+  write("\xEF\xBB\xBF<AgentConfig a='\xC3" + std::string(1, '\0') + "'>" + nested(1000000));
+  isRefused("line 1, column 14: Error parsing Element.");
+}
+
 TEST_F(DeviceFile, OfManyElementsBesideOneAnotherIsLoaded) {
   constexpr int kItems = 200000;
   std::string device = "<D DeviceDesc='a'>";
