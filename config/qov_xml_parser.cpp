@@ -125,50 +125,60 @@ bool CQOVXmlParser::parseDevices(TiXmlElement& deviceConfig) {
 
 bool CQOVXmlParser::parseConfigItem(const char* deviceDesc, TiXmlElement* firstItem) {
   CQOVDebugKitGuard guard(0, "bool CQOVXmlParser::parseConfigItem(const char*, TiXmlElement*)");
-  std::string description = deviceDesc != nullptr ? deviceDesc : "";
-  for (const TiXmlElement* element = firstItem; element != nullptr;
-       element = element->NextSiblingElement()) {
-    std::unique_ptr<CIType> item = itemFrom(*element);
-    if (!addDeviceConfig(description, item.get())) {
-      guard.error(65627, __FUNCTION__, __LINE__,
-                  "Failed to parse config item, allocate memory failed.");
-      return false;
-    }
-    if (isStored(description, *item)) {
-      static_cast<void>(item.release());
-    }
+  if (!addItems(deviceDesc, firstItem)) {
+    guard.error(65627, __FUNCTION__, __LINE__,
+                "Failed to parse config item, allocate memory failed.");
+    return false;
   }
   return true;
 }
 
-bool CQOVXmlParser::isStored(const std::string& deviceDesc, const CIType& item) const {
-  const auto device = config_->first->find(deviceDesc);
-  const auto stored = device->second->find(item.key);
-  return stored->second == &item;
+bool CQOVXmlParser::addItems(const char* deviceDesc, const TiXmlElement* firstItem) try {
+  const std::string description = deviceDesc != nullptr ? deviceDesc : "";
+  for (const TiXmlElement* element = firstItem; element != nullptr;
+       element = element->NextSiblingElement()) {
+    std::unique_ptr<CIType> item = itemFrom(*element);
+    const Added added = add(description, item.get());
+    if (added == Added::kNot) {
+      return false;
+    }
+    if (added == Added::kStored) {
+      static_cast<void>(item.release());
+    }
+  }
+  return true;
+} catch (const std::bad_alloc&) {
+  errno = ENOMEM;
+  return false;
 }
 
 bool CQOVXmlParser::addDeviceConfig(std::string& deviceDesc, CIType* item) {
+  return add(deviceDesc, item) != Added::kNot;
+}
+
+CQOVXmlParser::Added CQOVXmlParser::add(const std::string& deviceDesc, CIType* item) {
   CQOVDebugKitGuard guard(0, "bool CQOVXmlParser::addDeviceConfig(std::string&, CIType*)");
   const ACE_Guard<ACE_Thread_Mutex> lock(lock_);
   if (config_ == nullptr) {
     guard.warn(65628, __FUNCTION__, __LINE__, "Invalid parameter, pConfig_ is null!");
-    return false;
+    return Added::kNot;
   }
   if (item == nullptr) {
     guard.error(65629, __FUNCTION__, __LINE__, "Invalid parameter, pDevCIT is null!");
-    return false;
+    return Added::kNot;
   }
   try {
-    if (!store(deviceDesc, *item)) {
-      std::ostringstream text;
-      text << "ConfigItem is already exist! DeviceDest : " << deviceDesc
-           << ", and ConfigItem : " << item->key << '\n';
-      guard.warn(65630, __FUNCTION__, __LINE__, "%s", text.str().c_str());
+    if (store(deviceDesc, *item)) {
+      return Added::kStored;
     }
-    return true;
+    std::ostringstream text;
+    text << "ConfigItem is already exist! DeviceDest : " << deviceDesc
+         << ", and ConfigItem : " << item->key << '\n';
+    guard.warn(65630, __FUNCTION__, __LINE__, "%s", text.str().c_str());
+    return Added::kBefore;
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;
-    return false;
+    return Added::kNot;
   }
 }
 

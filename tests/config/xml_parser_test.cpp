@@ -2,9 +2,11 @@
 
 #include <cerrno>
 #include <stdexcept>
+#include <thread>
 
 #include "tests/config/device_xml.h"
 #include "tests/support/failing_allocations.h"
+#include "tests/support/latch.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -240,6 +242,55 @@ TEST_F(DeviceParser, StopsAtADeviceThatItHasNoMemoryToStore) {
                 ElementsAre("Failed to parse config item, allocate memory failed."));
     EXPECT_EQ(fresh.devices()->size(), successes == 2 ? 1u : 0u);
   }
+}
+
+TEST_F(DeviceParser, StopsAtWhicheverAllocationFails) {
+  const std::string text(100, 'x');
+  TiXmlDocument document;
+  document.Parse(
+      ("<D><I Key='k" + text + "' Value='" + text + "'/><I Key='l" + text + "'/></D>").c_str());
+  TiXmlElement* const items = document.RootElement()->FirstChildElement();
+  bool failed = true;
+  long successes = 0;
+  for (; failed; ++successes) {
+    CQOVXmlParser fresh(file());
+    log.clear();
+    errno = 0;
+    bool parsed = false;
+    {
+      const FailingAllocations failing(successes, 1);
+      parsed = fresh.parseConfigItem(text.c_str(), items);
+      failed = failing.hasFailed();
+    }
+    EXPECT_EQ(parsed, !failed) << successes;
+    EXPECT_EQ(errno, failed ? ENOMEM : 0) << successes;
+    EXPECT_EQ(messages("ERR").empty(), parsed) << successes;
+  }
+  EXPECT_GT(successes, 5);
+}
+
+TEST_F(DeviceParser, TakesItemsFromSeveralThreads) {
+  constexpr int kThreads = 4;
+  constexpr int kItems = 2000;
+  Latch ready;
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([&, thread] {
+      std::string elements;
+      for (int i = 0; i < kItems; ++i) {
+        elements += "<I Key='" + std::to_string(i * kThreads + thread) + "'/>";
+      }
+      TiXmlDocument document;
+      document.Parse(("<D>" + elements + "</D>").c_str());
+      ready.count();
+      ready.waitFor(kThreads);
+      EXPECT_TRUE(parser.parseConfigItem("a", document.RootElement()->FirstChildElement()));
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_THAT(stored(), ::testing::SizeIs(kThreads * kItems));
 }
 
 TEST_F(DeviceParser, TellsThatADeviceCouldNotBeStored) {

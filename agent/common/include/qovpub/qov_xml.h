@@ -30,8 +30,8 @@ struct CIType {
 ///       </DeviceConfig>
 ///     </AgentConfig>
 ///
-/// Thread: one thread parses. addDeviceConfig() is locked against itself; the map may be read
-///         without a lock as soon as nobody adds to it any more.
+/// Thread: one thread calls parse(). Items may be added from any thread, by addDeviceConfig() and
+///         parseConfigItem(); the map may be read without a lock as soon as nobody does any more.
 /// Owns:   both maps of devices, the maps of items in them and every item in these.
 /// Errors: by the result, with one log line of debug kit 0; parse() throws std::runtime_error for a
 ///         root that is missing or has another name, and ends the process when there is no file to
@@ -82,10 +82,18 @@ class CQOVXmlParser {
   using DeviceMaps = std::pair<std::unique_ptr<DeviceMap>, std::unique_ptr<DeviceMap>>;
 
   bool parseDevices(TiXmlElement& deviceConfig);
+  /// False (errno ENOMEM) at the first item that cannot be stored.
+  bool addItems(const char* deviceDesc, const TiXmlElement* firstItem);
+
+  enum class Added {
+    kStored,  ///< the item is the parser's
+    kBefore,  ///< the device has an item of that key already
+    kNot,
+  };
+  /// addDeviceConfig(), saying whose the item is.
+  Added add(const std::string& deviceDesc, CIType* item);
   /// False when there is such an item already. Throws std::bad_alloc with nothing changed.
   bool store(const std::string& deviceDesc, CIType& item);
-  /// Whether `item`, which addDeviceConfig() has accepted, is the one that is kept.
-  bool isStored(const std::string& deviceDesc, const CIType& item) const;
 
   // Constant after construction; the first map is guarded by lock_ while items are added.
   std::unique_ptr<DeviceMaps> config_;
