@@ -90,7 +90,7 @@ bool CQOVXmlParser::parse() {
   }
   TiXmlElement* const deviceConfig = root->FirstChildElement();
   if (deviceConfig == nullptr) {
-    guard.error(65623, __FUNCTION__, __LINE__, "no DeviceConfig found");
+    guard.error(65703, __FUNCTION__, __LINE__, "no DeviceConfig found");
     return false;
   }
   return parseDevices(*deviceConfig);
@@ -103,11 +103,11 @@ bool CQOVXmlParser::openXmlDoc(TiXmlDocument& document) {
     if (qov::loadXmlFile(fileName_, document, reason)) {
       return true;
     }
-    guard.warn(65624, __FUNCTION__, __LINE__, "%s", reason.c_str());
-    guard.error(65625, __FUNCTION__, __LINE__, "Failed to open %s.", fileName_.c_str());
+    guard.warn(65704, __FUNCTION__, __LINE__, "%s", reason.c_str());
+    guard.error(65705, __FUNCTION__, __LINE__, "Failed to open %s.", fileName_.c_str());
     std::this_thread::sleep_for(kSleepAfterAttempt);
   }
-  guard.error(65626, __FUNCTION__, __LINE__, "Failed to open %s, try 3 times.", fileName_.c_str());
+  guard.error(65706, __FUNCTION__, __LINE__, "Failed to open %s, try 3 times.", fileName_.c_str());
   return false;
 }
 
@@ -126,7 +126,7 @@ bool CQOVXmlParser::parseDevices(TiXmlElement& deviceConfig) {
 bool CQOVXmlParser::parseConfigItem(const char* deviceDesc, TiXmlElement* firstItem) {
   CQOVDebugKitGuard guard(0, "bool CQOVXmlParser::parseConfigItem(const char*, TiXmlElement*)");
   if (!addItems(deviceDesc, firstItem)) {
-    guard.error(65627, __FUNCTION__, __LINE__,
+    guard.error(65707, __FUNCTION__, __LINE__,
                 "Failed to parse config item, allocate memory failed.");
     return false;
   }
@@ -160,11 +160,11 @@ CQOVXmlParser::Added CQOVXmlParser::add(const std::string& deviceDesc, CIType* i
   CQOVDebugKitGuard guard(0, "bool CQOVXmlParser::addDeviceConfig(std::string&, CIType*)");
   const ACE_Guard<ACE_Thread_Mutex> lock(lock_);
   if (config_ == nullptr) {
-    guard.warn(65628, __FUNCTION__, __LINE__, "Invalid parameter, pConfig_ is null!");
+    guard.warn(65708, __FUNCTION__, __LINE__, "Invalid parameter, pConfig_ is null!");
     return Added::kNot;
   }
   if (item == nullptr) {
-    guard.error(65629, __FUNCTION__, __LINE__, "Invalid parameter, pDevCIT is null!");
+    guard.error(65709, __FUNCTION__, __LINE__, "Invalid parameter, pDevCIT is null!");
     return Added::kNot;
   }
   try {
@@ -174,7 +174,7 @@ CQOVXmlParser::Added CQOVXmlParser::add(const std::string& deviceDesc, CIType* i
     std::ostringstream text;
     text << "ConfigItem is already exist! DeviceDest : " << deviceDesc
          << ", and ConfigItem : " << item->key << '\n';
-    guard.warn(65630, __FUNCTION__, __LINE__, "%s", text.str().c_str());
+    guard.warn(65710, __FUNCTION__, __LINE__, "%s", text.str().c_str());
     return Added::kBefore;
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;
