@@ -3,41 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "tests/support/files.h"
 #include "tests/wireshark/capture.h"
+#include "tests/wireshark/messages.h"
+#include "tests/wireshark/qovctl_decode.h"
 #include "tests/wireshark/tshark.h"
 #include "tests/wireshark/vectors.h"
 
 namespace qov::test {
 namespace {
-
-constexpr int kBadData = 6;
-
-// What qovctl makes of bytes: messages and, if there is more, its complaint.
-struct Decoded {
-  std::vector<Json::Value> messages;
-  std::string refused;
-};
-
-Decoded decodeWithQovctl(const std::string& bytes) {
-  const TemporaryDirectory directory;
-  writeFile(directory.file("bytes"), bytes);
-  const Finished finished =
-      run({QOV_QOVCTL, "decode", "--json", "--kind", "v3", directory.file("bytes")});
-  Decoded decoded;
-  if (!finished.out.empty()) {
-    Json::Value document;
-    std::istringstream(finished.out) >> document;
-    EXPECT_EQ(document["kind"], "v3");
-    decoded.messages.assign(document["messages"].begin(), document["messages"].end());
-  }
-  EXPECT_TRUE(finished.status == 0 || finished.status == kBadData) << finished.err;
-  if (finished.status != 0) {
-    decoded.refused = finished.err;
-  }
-  return decoded;
-}
 
 // The bytes as the only ones of a stream, one segment each, and what both make of them.
 class WiresharkAgreement : public ::testing::Test {
@@ -55,7 +31,7 @@ class WiresharkAgreement : public ::testing::Test {
       std::vector<Shown> mine;
       std::copy_if(shown.begin(), shown.end(), std::back_inserter(mine),
                    [&](const Shown& one) { return one.clientPort == input.clientPort; });
-      compare(mine, decodeWithQovctl(input.bytes));
+      expectAgreement(mine, decodeWithQovctl(input.bytes));
     }
   }
 
@@ -66,24 +42,6 @@ class WiresharkAgreement : public ::testing::Test {
     std::uint16_t clientPort;
   };
 
-  static void compare(const std::vector<Shown>& shown, const Decoded& decoded) {
-    ASSERT_GE(shown.size(), decoded.messages.size() + (decoded.refused.empty() ? 0 : 1));
-    for (std::size_t i = 0; i < decoded.messages.size(); ++i) {
-      ASSERT_EQ(meaningOf(shown[i].tree), asRead(decoded.messages[i])) << "message " << i;
-    }
-    if (decoded.refused.empty()) {
-      EXPECT_EQ(shown.size(), decoded.messages.size());
-      return;
-    }
-    const std::vector<std::string> experts = shown[decoded.messages.size()].experts();
-    EXPECT_TRUE(std::any_of(experts.begin(), experts.end(),
-                            [&](const std::string& expert) {
-                              return decoded.refused.find(": " + expert + ": ") !=
-                                     std::string::npos;
-                            }))
-        << decoded.refused << ::testing::PrintToString(experts);
-  }
-
   const TemporaryDirectory directory_;
   Capture capture_{directory_.file("agreement.pcap")};
   std::vector<Input> inputs_;
@@ -92,6 +50,25 @@ class WiresharkAgreement : public ::testing::Test {
 TEST_F(WiresharkAgreement, OfQovctlAndTheDissectorOnTheVectors) {
   for (const StreamVector& vector : vectorsOfV3()) {
     add(vector.name, vector.bytes);
+  }
+  compareAll();
+}
+
+// Every type with values of every width, most of which make no sense.
+TEST_F(WiresharkAgreement, OfQovctlAndTheDissectorOnValuesOfEveryTypeAndWidth) {
+  const std::string patterns[] = {std::string(9, '\xFF'), std::string(9, '\0'), "123456789",
+                                  "\x7F\x80\x81\x82\x83\x84\x85\x86\x87",
+                                  "\xE2\x82\xAC\xC3\xA4\xF0\x9D\x84\x9E"};
+  for (unsigned int type = kInvalid; type <= kTime; ++type) {
+    std::string cells;
+    for (const std::string& pattern : patterns) {
+      for (std::size_t width = 0; width <= pattern.size(); ++width) {
+        cells += cell(1, type, pattern.substr(0, width));
+        cells += cell(2, type, pattern.substr(0, width) + std::string(1, '\0'));
+        cells += cell(3, type, "[" + pattern.substr(0, width) + "]" + std::string(1, '\0'));
+      }
+    }
+    add("type " + std::to_string(type), message(1, record(1, cells)));
   }
   compareAll();
 }

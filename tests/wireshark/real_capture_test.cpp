@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <qovpub/qov_long_socket.h>
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 
 #include "tests/diag/log_capture.h"
@@ -10,6 +12,7 @@
 #include "tests/tools/endpoint_process.h"
 #include "tests/wireshark/capture.h"
 #include "tests/wireshark/messages.h"
+#include "tests/wireshark/qovctl_decode.h"
 #include "tests/wireshark/tee.h"
 #include "tests/wireshark/tshark.h"
 
@@ -85,6 +88,19 @@ TEST_F(WiresharkRealCapture, ShowsWhatBothSaidAndToWhat) {
   EXPECT_EQ(firstCell(2)["qov.v3.status"], "1");
   EXPECT_EQ(answered(3)["qov.v3.ret"], "2");
   EXPECT_EQ(firstCell(4)["qov.v3.cell.uint"], "1");
+}
+
+TEST_F(WiresharkRealCapture, ShowsWhatQovctlFindsInTheSameBytes) {
+  talk();
+  tee_->finish();
+  const std::vector<Shown> shown = Tshark().messages(capture_.file());
+  for (const Side side : {Side::kClient, Side::kServer}) {
+    std::vector<Shown> ofSide;
+    std::copy_if(shown.begin(), shown.end(), std::back_inserter(ofSide),
+                 [&](const Shown& one) { return one.fromClient == (side == Side::kClient); });
+    EXPECT_EQ(ofSide.size(), 5U);
+    expectAgreement(ofSide, decodeWithQovctl(tee_->said(side)));
+  }
 }
 
 }  // namespace
