@@ -1,13 +1,16 @@
 #include "config/qov_xml_depth.h"
 
 #include <strings.h>
+#include <tinyxml.h>
 
 #include <algorithm>
 #include <cctype>
-#include <string>
+#include <string_view>
 
 namespace qov {
 namespace {
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 bool isBlank(char c) {
   return std::isspace(static_cast<unsigned char>(c)) != 0;
@@ -37,12 +40,17 @@ std::size_t lengthInUtf8(char c) {
   return byte < 0xE0 ? 2 : byte < 0xF0 ? 3 : 4;
 }
 
+/// Whether a declaration that names `encoding` makes the document UTF-8, which no name does, too.
+bool namesUtf8(const char* encoding) {
+  return *encoding == '\0' || ::strncasecmp(encoding, "UTF-8", 5) == 0 ||
+         ::strncasecmp(encoding, "UTF8", 4) == 0;
+}
+
 /// Walks through a text token by token as TinyXML does.
 class Walk {
  public:
-  /// `declaredUtf8`: a declaration makes what follows UTF-8, whichever encoding it names.
-  Walk(std::string_view text, bool declaredUtf8)
-      : text_(text), declaredUtf8_(declaredUtf8), inUtf8_(startsWith("\xEF\xBB\xBF")) {}
+  explicit Walk(const std::string& text)
+      : text_(text.c_str()), inUtf8_(startsWith(kByteOrderMark)), knowsEncoding_(inUtf8_) {}
 
   bool goesDeeperThan(int limit) {
     while (deepest_ <= limit && takeToken()) {
@@ -83,12 +91,12 @@ class Walk {
   std::size_t at_ = 0;
   int depth_ = 0;
   int deepest_ = 0;
-  const bool declaredUtf8_;
   bool inUtf8_;
+  bool knowsEncoding_;
 };
 
 bool Walk::skipBlanks() {
-  while (isBlank(look()) || (inUtf8_ && (startsWith("\xEF\xBB\xBF") || startsWith("\xEF\xBF\xBE") ||
+  while (isBlank(look()) || (inUtf8_ && (startsWith(kByteOrderMark) || startsWith("\xEF\xBF\xBE") ||
                                          startsWith("\xEF\xBF\xBF")))) {
     at_ += isBlank(look()) ? 1 : 3;
   }
@@ -219,34 +227,25 @@ bool Walk::takeAttribute() {
   return !atEnd();
 }
 
-/// Of its attributes only these three have values that may hide a '>'.
 bool Walk::takeDeclaration() {
-  at_ += 5;
-  while (look() != '>') {
-    if (!skipBlanks()) {
-      return false;
-    }
-    if (startsWithAnyCase("version") || startsWithAnyCase("encoding") ||
-        startsWithAnyCase("standalone")) {
-      if (!takeAttribute()) {
-        return false;
-      }
-    } else {
-      while (!atEnd() && look() != '>' && !isBlank(look())) {
-        ++at_;
-      }
-    }
+  TiXmlDeclaration declaration;
+  const char* const behind = declaration.Parse(
+      text_.data() + at_, nullptr, inUtf8_ ? TIXML_ENCODING_UTF8 : TIXML_ENCODING_LEGACY);
+  if (behind == nullptr) {
+    return false;
   }
-  ++at_;
-  inUtf8_ = inUtf8_ || (depth_ == 0 && declaredUtf8_);
+  at_ = static_cast<std::size_t>(behind - text_.data());
+  if (depth_ == 0 && !knowsEncoding_) {
+    knowsEncoding_ = true;
+    inUtf8_ = namesUtf8(declaration.Encoding());
+  }
   return !atEnd();
 }
 
 }  // namespace
 
-bool xmlNestsDeeperThan(int limit, std::string_view text) {
-  // A well-formed text reads the same either way, so there is no need to know what it declares.
-  return Walk(text, false).goesDeeperThan(limit) || Walk(text, true).goesDeeperThan(limit);
+bool xmlNestsDeeperThan(int limit, const std::string& text) {
+  return Walk(text).goesDeeperThan(limit);
 }
 
 }  // namespace qov

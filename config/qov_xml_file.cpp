@@ -14,10 +14,6 @@
 namespace qov {
 namespace {
 
-/// TinyXML takes the length of a character from its first byte, and so may step over the end of a
-/// text that ends within a character.
-constexpr std::size_t kLongestCharacter = 4;
-
 class OpenFile {
  public:
   /// Does not wait for the other end of a pipe.
@@ -110,10 +106,10 @@ std::string load(const std::string& fileName, TiXmlDocument& document) {
   }
   endAtZeroByte(text);
   normaliseLineEnds(text);
+  text.append(kXmlPadding, '\0');
   if (xmlNestsDeeperThan(kDeepestXmlElement, text)) {
     return "elements nest deeper than " + std::to_string(kDeepestXmlElement);
   }
-  text.append(kLongestCharacter, '\0');
   document.Clear();
   document.SetValue(fileName);
   document.Parse(text.c_str());

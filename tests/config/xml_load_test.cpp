@@ -148,6 +148,16 @@ TEST_F(DeviceFile, OfAMillionElementsInsideOneAnotherIsRefused) {
   isRefused("elements nest deeper than 100");
 }
 
+TEST_F(DeviceFile, OfManyLatin1LettersIsLoaded) {
+  std::string items = "<D DeviceDesc='a'>";
+  for (int i = 0; i < 101; ++i) {
+    items += "<I Key='Qualit\xE9' Value='>5'/>";
+  }
+  write("<?xml version='1.0' encoding='ISO-8859-1'?><AgentConfig><C>" + items +
+        "</D></C></AgentConfig>");
+  EXPECT_TRUE(opens());
+}
+
 /// A broken character has TinyXML step over what follows, be it the end of the file.
 TEST_F(DeviceFile, IsReadUpToAZeroByteThatABrokenCharacterSwallows) {
   write("\xEF\xBB\xBF<AgentConfig a='\xC3" + std::string(1, '\0') + "'>" + nested(1000000));
