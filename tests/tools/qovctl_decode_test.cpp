@@ -109,7 +109,9 @@ TEST_F(QovctlDecode, TellsTheKindAndPrintsWhatTheLibraryDumps) {
     for (Json::ArrayIndex i = 0; i < vector.meaning["messages"].size(); ++i) {
       dumps += dumpFirst(vector.meaning["kind"].asString(), rest);
     }
-    const QovctlRun shown = decode(vector.bytes);
+    // Without bit 0 of its flags nothing in the bytes of an OM message tells that they are one.
+    const bool untold = name == "om_without_flag";
+    const QovctlRun shown = untold ? decode(vector.bytes, {"--kind", "om"}) : decode(vector.bytes);
     EXPECT_EQ(shown.status, vector.meaning.isMember("refused") ? kBadData : 0);
     EXPECT_EQ(shown.out, dumps);
   }
