@@ -103,7 +103,6 @@ unsigned int CQOVLongSocket::sendMsg_i(const unsigned char* data, unsigned int l
 }
 
 unsigned int CQOVLongSocket::reconnect() {
-  peer_.close();
   setupConnection();
   return kSocketFailed;
 }
@@ -124,7 +123,7 @@ unsigned int CQOVLongSocket::recvData(char* buffer, unsigned int& length,
 bool CQOVLongSocket::readMessage(char* buffer, unsigned int& length, const ACE_Time_Value* timeout,
                                  CQOVDebugKitGuard& guard) {
   const qov::Deadline deadline(timeout);
-  if (!qov::receiveAll(peer_.get_handle(), buffer, kHeadSize, deadline)) {
+  if (!receiveHead(buffer, deadline)) {
     guard.error(65614, "recvData", __LINE__, "It failed to receive v3 message head!");
     return false;
   }
@@ -135,6 +134,14 @@ bool CQOVLongSocket::readMessage(char* buffer, unsigned int& length, const ACE_T
   }
   length = kHeadSize + static_cast<unsigned int>(std::max(len, 0));
   return true;
+}
+
+bool CQOVLongSocket::receiveHead(char* to, const qov::Deadline& deadline) {
+  if (to == nullptr) {
+    errno = ENOMEM;
+    return false;
+  }
+  return qov::receiveAll(peer_.get_handle(), to, kHeadSize, deadline);
 }
 
 bool CQOVLongSocket::receiveBody(char* to, unsigned int length, const qov::Deadline& deadline) {

@@ -23,8 +23,8 @@ ACE_HANDLE connectTo(const ACE_INET_Addr& address, const ACE_Time_Value& timeout
 ssize_t sendWithin(ACE_HANDLE socket, const unsigned char* data, std::size_t length,
                    const ACE_Time_Value& timeout);
 
-/// Receives exactly `length` bytes. False with errno set: ETIME when the time was over, ENOLINK when
-/// the peer has closed the connection.
+/// Receives exactly `length` bytes. False with errno set: ETIME when the time was over, ENOLINK
+/// when the peer has closed the connection.
 bool receiveAll(ACE_HANDLE socket, char* to, std::size_t length, const Deadline& deadline);
 
 }  // namespace qov

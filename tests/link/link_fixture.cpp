@@ -12,8 +12,8 @@ struct LogRecord {
 };
 
 std::vector<LogRecord> recordsIn(const std::string& log) {
-  static const std::regex head(
-      R"(^\[\d{4}/\d\d/\d\d \d\d:\d\d:\d\d\]\[(\d+)\]\[(\w+)\]\[QOVPUBLIC\]\[\w*,\d+\]\[\]\[[^\]]*\] (.*)$)");
+  static const std::regex head(R"(^\[\d{4}/\d\d/\d\d \d\d:\d\d:\d\d\]\[(\d+)\]\[(\w+)\])"
+                               R"(\[QOVPUBLIC\]\[\w*,\d+\]\[\]\[[^\]]*\] (.*)$)");
   std::vector<LogRecord> found;
   std::istringstream lines(log);
   for (std::string line; std::getline(lines, line);) {
@@ -44,6 +44,16 @@ LinkTest::Strings LinkTest::messages(const std::string& tag) const {
   for (const LogRecord& record : recordsIn(log.text())) {
     if (record.tag == tag) {
       found.push_back(record.message);
+    }
+  }
+  return found;
+}
+
+LinkTest::Strings LinkTest::causes() const {
+  Strings found;
+  for (const std::string& message : messages("ERR")) {
+    if (message.find("Failed to send message, ") != 0) {
+      found.push_back(message);
     }
   }
   return found;

@@ -23,13 +23,15 @@ class TestLink : public CQOVLongSocket {
   explicit TestLink(std::uint16_t port) : TestLink(port, Limits()) {}
   TestLink(std::uint16_t port, const Limits& limits)
       : CQOVLongSocket(ACE_INET_Addr(port, "127.0.0.1"), limits) {}
-
-  static Limits shortReply(int milliseconds) {
-    Limits limits;
-    limits.reply.set(0, 1000 * milliseconds);
-    return limits;
-  }
 };
+
+/// Time-outs that no test lives to see the end of, but for a short one for the reply.
+inline TestLink::Limits shortReply() {
+  TestLink::Limits limits;
+  limits.connect = limits.send = ACE_Time_Value(3600);
+  limits.reply.set(0, 100000);
+  return limits;
+}
 
 /// What the test's thread logs, and an endpoint that plays the test's scripts.
 class LinkTest : public ::testing::Test {
@@ -42,31 +44,36 @@ class LinkTest : public ::testing::Test {
 
   LinkTest() { package.addRecord(1); }
 
-  void plays(std::vector<ScriptedPeer::Script> scripts) {
-    peer = std::make_unique<ScriptedPeer>(std::move(scripts));
-  }
+  void plays(std::vector<ScriptedPeer::Script> scripts) { peer.open(std::move(scripts)); }
+  /// Makes the link and forgets what it has logged about that.
   void connects() { connects(TestLink::Limits()); }
   void connects(const TestLink::Limits& limits) {
-    link = std::make_unique<TestLink>(peer->port(), limits);
+    link = std::make_unique<TestLink>(peer.port(), limits);
     log.clear();
   }
+  unsigned int sends() { return link->sendMsg(&package); }
+  unsigned int walks() { return link->sendGetNextMsgV3(&package); }
 
   /// The records logged since, as "TAG id message"; "" stands for every tag.
   Strings records(const std::string& tag = "") const;
   /// The messages of those with `tag`.
   Strings messages(const std::string& tag) const;
 
+  /// The messages of the errors, that of the failed exchange excepted.
+  Strings causes() const;
+
   std::string connectedTo() const {
-    return "Successed to connect socket server, server ip is " + peer->address();
+    return "Successed to connect socket server, server ip is " + peer.address();
   }
   std::string notConnectedTo() const {
-    return "Failed to connect socket server, server ip is " + peer->address();
+    return "Failed to connect socket server, server ip is " + peer.address();
   }
 
   LogCapture log{LogCapture::kAllLevels & ~static_cast<u_long>(LM_TRACE)};
-  std::unique_ptr<ScriptedPeer> peer;
-  std::unique_ptr<TestLink> link;
+  // The link goes first: scripts end when it closes the connection.
+  ScriptedPeer peer;
   CT7QPackageV3 package;
+  std::unique_ptr<TestLink> link;
 };
 
 }  // namespace qov::test

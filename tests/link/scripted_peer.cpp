@@ -29,14 +29,11 @@ void setField(Message& message, std::size_t offset, Field field) {
   std::memcpy(message.data() + offset, &field, sizeof field);
 }
 
-/// A socket bound to `port` of the loopback interface, or to any for 0, which `port` becomes.
+/// A socket bound to a free port of the loopback interface.
 int boundSocket(std::uint16_t& port) {
   const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const int on = 1;
-  ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   sockaddr_in address{};
   address.sin_family = AF_INET;
-  address.sin_port = htons(port);
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t size = sizeof address;
   if (::bind(socket, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
@@ -44,6 +41,18 @@ int boundSocket(std::uint16_t& port) {
     throw std::runtime_error("cannot bind to the loopback interface");
   }
   port = ntohs(address.sin_port);
+  return socket;
+}
+
+int connectedSocket(std::uint16_t port) {
+  const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    throw std::runtime_error("cannot connect to the loopback interface");
+  }
   return socket;
 }
 
@@ -110,6 +119,14 @@ void PeerConnection::trickle(const Message& bytes) {
   }
 }
 
+void PeerConnection::crawl(const Message& bytes) {
+  constexpr int kPause = 2;
+  for (const unsigned char byte : bytes) {
+    send({byte});
+    ::poll(nullptr, 0, kPause);
+  }
+}
+
 void PeerConnection::answerAll(const tests::Bytes& records) {
   for (;;) {
     answer(records);
@@ -133,9 +150,9 @@ void PeerConnection::reset() {
   ::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &none, sizeof none);
 }
 
-ScriptedPeer::ScriptedPeer(std::vector<Script> scripts, std::uint16_t port)
-    : listener_(-1), port_(port) {
-  listener_ = boundSocket(port_);
+ScriptedPeer::ScriptedPeer() : listener_(boundSocket(port_)) {}
+
+void ScriptedPeer::open(std::vector<Script> scripts) {
   constexpr int kBacklog = 16;
   ::listen(listener_, kBacklog);
   thread_ = std::thread([this, toPlay = std::move(scripts)] { run(toPlay); });
@@ -200,10 +217,16 @@ void ScriptedPeer::play(int socket, const Script& script) {
   }
 }
 
-ClosedPort::ClosedPort() : socket_(boundSocket(port_)) {}
+QuietPort::QuietPort()
+    : listener_(boundSocket(port_)), waiting_((::listen(listener_, 0), connectedSocket(port_))) {}
 
-ClosedPort::~ClosedPort() {
-  ::close(socket_);
+QuietPort::~QuietPort() {
+  ::close(waiting_);
+  ::close(listener_);
+}
+
+void QuietPort::makeRoom() {
+  ::close(::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC));
 }
 
 }  // namespace qov::test

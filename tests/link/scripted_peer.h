@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/msg/bytes.h"
@@ -35,6 +36,8 @@ class PeerConnection {
   void send(const Message& bytes);
   /// Sends each byte on its own.
   void trickle(const Message& bytes);
+  /// The same, with a pause behind each that a time-out for a single byte would outlast.
+  void crawl(const Message& bytes);
   void answer(const tests::Bytes& records = {}, std::uint32_t ret = 0) {
     send(answerTo(request(), records, ret));
   }
@@ -56,12 +59,16 @@ class PeerConnection {
 };
 
 /// A management endpoint that does what a test tells it: on a port of its own, one connection after
-/// the other, each with the next script. Nobody listens any more once the last one is accepted.
+/// the other, each with the next script. Nobody listens before open() and once the last connection
+/// is accepted.
 class ScriptedPeer {
  public:
   using Script = std::function<void(PeerConnection&)>;
 
-  explicit ScriptedPeer(std::vector<Script> scripts, std::uint16_t port = 0);
+  /// Has a port, which nobody else gets, but does not listen.
+  ScriptedPeer();
+  /// Listens at once.
+  explicit ScriptedPeer(std::vector<Script> scripts) : ScriptedPeer() { open(std::move(scripts)); }
   ~ScriptedPeer();
   ScriptedPeer(const ScriptedPeer&) = delete;
   ScriptedPeer& operator=(const ScriptedPeer&) = delete;
@@ -70,6 +77,8 @@ class ScriptedPeer {
   /// "127.0.0.1:" and the port.
   std::string address() const;
 
+  /// Listens, for as many connections as there are scripts.
+  void open(std::vector<Script> scripts);
   /// Waits until every script has come to its end.
   void join();
 
@@ -81,8 +90,8 @@ class ScriptedPeer {
   void run(const std::vector<Script>& scripts);
   void play(int socket, const Script& script);
 
-  int listener_;
   std::uint16_t port_ = 0;
+  const int listener_;
   mutable std::mutex mutex_;
   std::vector<Message> requests_;
   int connections_ = 0;
@@ -90,18 +99,24 @@ class ScriptedPeer {
 };
 
 /// A port of this machine where nobody listens: nobody else gets it while the object lives.
-class ClosedPort {
+using ClosedPort = ScriptedPeer;
+
+/// A port that answers nobody: its queue of connections is full.
+class QuietPort {
  public:
-  ClosedPort();
-  ~ClosedPort();
-  ClosedPort(const ClosedPort&) = delete;
-  ClosedPort& operator=(const ClosedPort&) = delete;
+  QuietPort();
+  ~QuietPort();
+  QuietPort(const QuietPort&) = delete;
+  QuietPort& operator=(const QuietPort&) = delete;
+
   std::uint16_t port() const { return port_; }
+  /// Takes the connection that is in the queue.
+  void makeRoom();
 
  private:
-  // Before the socket, which gives it its value.
   std::uint16_t port_ = 0;
-  int socket_;
+  const int listener_;
+  const int waiting_;
 };
 
 }  // namespace qov::test

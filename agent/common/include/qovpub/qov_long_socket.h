@@ -108,6 +108,7 @@ class CQOVLongSocket {
                        bool& sent);
   bool readMessage(char* buffer, unsigned int& length, const ACE_Time_Value* timeout,
                    CQOVDebugKitGuard& guard);
+  bool receiveHead(char* to, const qov::Deadline& deadline);
   bool receiveBody(char* to, unsigned int length, const qov::Deadline& deadline);
   unsigned int reconnect();
 

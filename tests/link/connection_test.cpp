@@ -1,0 +1,254 @@
+#include <fcntl.h>
+#include <linux/tcp.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include "link/endpoint_address.h"
+#include "tests/diag/process_root.h"
+#include "tests/link/link_fixture.h"
+#include "tests/support/latch.h"
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace qov::test {
+namespace {
+
+/// The descriptors of this process's connections to `port`.
+std::vector<int> socketsTo(std::uint16_t port) {
+  std::vector<int> found;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    const int fd = std::stoi(entry.path().filename());
+    sockaddr_in to{};
+    socklen_t size = sizeof to;
+    if (::getpeername(fd, reinterpret_cast<sockaddr*>(&to), &size) == 0 &&
+        to.sin_family == AF_INET && ntohs(to.sin_port) == port) {
+      found.push_back(fd);
+    }
+  }
+  return found;
+}
+
+const ScriptedPeer::Script answers = [](PeerConnection& connection) { connection.answerAll(); };
+
+class Connection : public LinkTest {};
+
+TEST_F(Connection, IsLoggedWhenItIsMade) {
+  plays({answers});
+  const TestLink made(peer.port());
+  EXPECT_THAT(records(), ElementsAre("INFO 65612 " + connectedTo()));
+}
+
+TEST_F(Connection, IsLoggedWhenItCannotBeMade) {
+  const TestLink made(peer.port());
+  EXPECT_THAT(records(), ElementsAre("ERR 65611 " + notConnectedTo()));
+}
+
+TEST_F(Connection, TellsWhetherItWasMade) {
+  connects();
+  EXPECT_EQ(link->setupConnection(), -1);
+  plays({answers});
+  EXPECT_EQ(link->setupConnection(), 0);
+}
+
+TEST_F(Connection, IsTracedAsOperationsAre) {
+  log.log().priority_mask(LM_TRACE, ACE_Log_Msg::PROCESS);
+  { const TestLink made(peer.port()); }
+  const std::string make = "CQOVLongSocket::CQOVLongSocket(const ACE_INET_Addr&, const Limits&)";
+  const std::string setUp = "int CQOVLongSocket::setupConnection()";
+  const std::string end = "CQOVLongSocket::~CQOVLongSocket()";
+  EXPECT_THAT(messages("TRACE"), ElementsAre("enter " + make + "...", "enter " + setUp + "...",
+                                             "leave " + setUp + ": NOK", "leave " + make + ": OK",
+                                             "enter " + end + "...", "leave " + end + ": OK"));
+}
+
+TEST_F(Connection, EndsWithTheLink) {
+  plays({[](auto& connection) { connection.ignoreAll(); }});
+  connects();
+  link.reset();
+  peer.join();
+  EXPECT_THAT(socketsTo(peer.port()), IsEmpty());
+}
+
+TEST_F(Connection, IsReplacedByANewOne) {
+  plays({answers, answers});
+  connects();
+  EXPECT_EQ(link->setupConnection(), 0);
+  EXPECT_EQ(socketsTo(peer.port()).size(), 1U);
+  EXPECT_EQ(sends(), 0U);
+}
+
+TEST_F(Connection, HoldsNothingBackAndIsNotInherited) {
+  plays({answers});
+  connects();
+  const auto sockets = socketsTo(peer.port());
+  ASSERT_EQ(sockets.size(), 1U);
+  int noDelay = 0;
+  socklen_t size = sizeof noDelay;
+  ::getsockopt(sockets[0], IPPROTO_TCP, TCP_NODELAY, &noDelay, &size);
+  EXPECT_NE(noDelay, 0);
+  EXPECT_EQ(::fcntl(sockets[0], F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+}
+
+TEST_F(Connection, NeverIsOneToItself) {
+  // One of so many finds its own port at the other end: they are given out in turn.
+  log.log().priority_mask(0, ACE_Log_Msg::PROCESS);
+  connects();
+  int made = 0;
+  for (int i = 0; i < 70000; ++i) {
+    made += link->setupConnection() == 0 ? 1 : 0;
+  }
+  EXPECT_EQ(made, 0);
+}
+
+TEST_F(Connection, WorksWithDescriptorsThatSelectCannotHold) {
+  rlimit limit{};
+  ::getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit before = limit;
+  constexpr int kMany = 1100;
+  if (limit.rlim_max < kMany + 100) {
+    GTEST_SKIP() << "not enough descriptors allowed";
+  }
+  limit.rlim_cur = std::max<rlim_t>(limit.rlim_cur, kMany + 100);
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+  std::vector<int> held;
+  while (held.empty() || held.back() < kMany) {
+    held.push_back(::dup(STDERR_FILENO));
+    ASSERT_GE(held.back(), 0);
+  }
+  plays({answers});
+  connects();
+  const auto sockets = socketsTo(peer.port());
+  EXPECT_EQ(sends(), 0U);
+  for (const int fd : held) {
+    ::close(fd);
+  }
+  ::setrlimit(RLIMIT_NOFILE, &before);
+  ASSERT_EQ(sockets.size(), 1U);
+  EXPECT_GT(sockets[0], FD_SETSIZE);
+}
+
+TEST_F(Connection, GivesUpInTimeWhenNobodyTakesIt) {
+  // With a backlog of 0 the first connection fills the queue and the system answers no other.
+  const QuietPort quiet;
+  TestLink::Limits limits;
+  limits.connect.set(0, 50000);
+  const TestLink made(quiet.port(), limits);
+  EXPECT_THAT(records(), ElementsAre("ERR 65611 Failed to connect socket server, server ip is "
+                                     "127.0.0.1:" +
+                                     std::to_string(quiet.port())));
+}
+
+TEST_F(Connection, OfAPeerThatIsGoneRaisesNoSignal) {
+  plays({[](PeerConnection&) {}});
+  connects();
+  peer.join();
+  struct sigaction before {};
+  struct sigaction deadly {};
+  deadly.sa_handler = SIG_DFL;
+  ::sigaction(SIGPIPE, &deadly, &before);
+  const Message bytes(100);
+  // The first one makes the peer say that it is gone.
+  EXPECT_EQ(link->sendMsg_i(bytes.data(), 100), 0U);
+  EXPECT_EQ(link->sendMsg_i(bytes.data(), 100), kSocketFailed);
+  ::sigaction(SIGPIPE, &before, nullptr);
+  EXPECT_THAT(records(), ElementsAre("ERR 65613 Failed to send V3 message, error is Broken pipe",
+                                     "ERR 65611 " + notConnectedTo()));
+}
+
+TEST_F(Connection, TakesAShortSendForASend) {
+  Latch done;
+  plays({[&](PeerConnection&) { done.waitFor(); }});
+  TestLink::Limits limits;
+  limits.send.set(0, 50000);
+  connects(limits);
+  const Message more(64U << 20);
+  EXPECT_EQ(link->sendMsg_i(more.data(), static_cast<unsigned int>(more.size())), 0U);
+  EXPECT_THAT(records(), IsEmpty());
+  // Once it takes nothing at all, that is a failure.
+  unsigned int result = 0;
+  for (int i = 0; i < 20 && result == 0; ++i) {
+    result = link->sendMsg_i(more.data(), static_cast<unsigned int>(more.size()));
+  }
+  done.count();
+  peer.join();
+  EXPECT_EQ(result, kSocketFailed);
+  EXPECT_THAT(messages("ERR"),
+              ElementsAre("Failed to send V3 message, error is Timer expired", notConnectedTo()));
+}
+
+/// A link made from the configuration file. Whether anybody listens there does not matter: the
+/// address is logged either way.
+class ConfiguredEndpoint : public LinkTest {
+ protected:
+  static void configure(const std::string& mmt) { ProcessRoot::configure(mmt); }
+
+  std::string address() {
+    log.clear();
+    const CQOVLongSocket made;
+    const std::string message = lastMessage();
+    return message.substr(message.rfind(' ') + 1);
+  }
+  std::string lastMessage() {
+    for (const char* tag : {"INFO", "ERR"}) {
+      const Strings found = messages(tag);
+      if (!found.empty()) {
+        return found.back();
+      }
+    }
+    return "";
+  }
+};
+
+TEST_F(ConfiguredEndpoint, IsTheDefaultWithoutAFile) {
+  configure("");
+  std::filesystem::remove(ProcessRoot::cfgFile());
+  EXPECT_EQ(address(), "127.0.0.1:19001");
+}
+
+TEST_F(ConfiguredEndpoint, IsTheDefaultWithoutASection) {
+  configure("");
+  EXPECT_EQ(address(), "127.0.0.1:19001");
+}
+
+TEST_F(ConfiguredEndpoint, IsTheDefaultWithoutAKey) {
+  configure("[MMT]\nOTHER=1\n");
+  EXPECT_EQ(address(), "127.0.0.1:19001");
+}
+
+TEST_F(ConfiguredEndpoint, IsTheOneOfTheKey) {
+  plays({answers});
+  configure("[MMT]\nMMT_ADDR=" + peer.address() + "\n");
+  log.clear();
+  CQOVLongSocket made;
+  EXPECT_THAT(records(), ElementsAre("INFO 65612 " + connectedTo()));
+  EXPECT_EQ(made.sendMsg(&package), 0U);
+}
+
+TEST_F(ConfiguredEndpoint, IsNoneWhenTheKeyCannotBeUnderstood) {
+  for (const char* text : {"somewhere", "127.0.0.1:99999", "127.0.0.1:", ""}) {
+    configure(std::string("[MMT]\nMMT_ADDR=") + text + "\n");
+    log.clear();
+    CQOVLongSocket made;
+    ASSERT_EQ(records().size(), 2U) << text;
+    EXPECT_EQ(records()[0],
+              std::string("ERR 65610 Invalid socket server address, MMT_ADDR is ") + text);
+    EXPECT_THAT(records()[1], ::testing::StartsWith("ERR 65611 Failed to connect"));
+    EXPECT_EQ(made.sendMsg(&package), kSocketFailed);
+  }
+}
+
+TEST(AddressText, IsNumericAndOf32CharactersAtMost) {
+  EXPECT_STREQ(textOf(ACE_INET_Addr(65535, "255.255.255.255")).data(), "255.255.255.255:65535");
+  const ACE_INET_Addr longest("[2001:db8:1111:2222:3333:4444:5555:6666]:65535", AF_INET6);
+  EXPECT_STREQ(textOf(longest).data(), "[2001:db8:1111:2222:3333:4444:55");
+}
+
+}  // namespace
+}  // namespace qov::test

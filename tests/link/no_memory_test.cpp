@@ -1,0 +1,93 @@
+#include <new>
+
+#include "tests/link/link_fixture.h"
+#include "tests/support/failing_allocations.h"
+
+using ::testing::ElementsAre;
+
+namespace qov::test {
+namespace {
+
+using tests::Bytes;
+
+constexpr unsigned int kBufferSize = 2097152;
+constexpr unsigned int kUint = 3;
+
+/// A table of three rows, each asked for with the one before it.
+void answersTable(PeerConnection& connection) {
+  constexpr std::size_t kKey = 28 + 10 + 4;
+  for (;;) {
+    const Message request = connection.request();
+    const unsigned int row = request.size() > kKey ? request[kKey] : 0U;
+    connection.send(answerTo(request, row == 3
+                                          ? recordBytes(7, 1)
+                                          : Bytes().record(7, 5).cell(1, kUint, 1).u8(row + 1)));
+  }
+}
+
+class NoMemory : public LinkTest {
+ protected:
+  static constexpr std::size_t kConnections = 500;
+
+  NoMemory() {
+    plays(std::vector<ScriptedPeer::Script>(kConnections, answersTable));
+    log.log().priority_mask(0, ACE_Log_Msg::PROCESS);
+  }
+};
+
+TEST_F(NoMemory, ToReceiveInIsAskedForAgain) {
+  {
+    const auto failing = FailingAllocations::ofSize(kBufferSize);
+    connects();
+    EXPECT_TRUE(failing.hasFailed());
+  }
+  EXPECT_EQ(sends(), 0U);
+}
+
+TEST_F(NoMemory, ToReceiveInIsAFailureToReceive) {
+  const auto failing = FailingAllocations::ofSize(kBufferSize, 0, 3);
+  connects();
+  log.log().priority_mask(LM_ERROR, ACE_Log_Msg::PROCESS);
+  EXPECT_EQ(sends(), kSocketFailed);
+  const char* const head = "It failed to receive v3 message head!";
+  const char* const why = "Failed to receive V3 message, error is Cannot allocate memory";
+  EXPECT_THAT(causes(), ElementsAre(head, why, head, why));
+  EXPECT_EQ(sends(), 0U);
+}
+
+TEST_F(NoMemory, ToEncodeIsReported) {
+  connects();
+  {
+    const auto failing = FailingAllocations::ofArraysThatGiveNull(38);
+    EXPECT_EQ(sends(), kNotEncoded);
+    EXPECT_TRUE(failing.hasFailed());
+  }
+  EXPECT_EQ(sends(), 0U);
+}
+
+TEST_F(NoMemory, AnywhereInAWalkLeavesTheLinkUsable) {
+  connects();
+  bool failed = true;
+  for (long count = 0; failed; ++count) {
+    CT7QPackageV3 asked;
+    asked.addRecord(1);
+    unsigned int result = 0;
+    bool thrown = false;
+    {
+      const FailingAllocations failing(count);
+      try {
+        result = link->sendGetNextMsgV3(&asked);
+      } catch (const std::bad_alloc&) {
+        thrown = true;
+      }
+      failed = failing.hasFailed();
+    }
+    EXPECT_EQ(result == 0 && !thrown, !failed) << count;
+    EXPECT_EQ(asked.count() == 4, !failed) << count;
+    CT7QPackageV3 other;
+    EXPECT_EQ(link->sendMsg(&other), 0U);
+  }
+}
+
+}  // namespace
+}  // namespace qov::test

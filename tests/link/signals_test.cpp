@@ -1,0 +1,114 @@
+#include <pthread.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <thread>
+
+#include "tests/link/link_fixture.h"
+
+using ::testing::IsEmpty;
+
+namespace qov::test {
+namespace {
+
+std::atomic<int> handled{0};
+
+/// Whether thread `id` of this process sleeps in the system.
+bool sleeps(pid_t id) {
+  std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
+  std::string text;
+  std::getline(file, text);
+  const std::size_t name = text.rfind(')');
+  return name != std::string::npos && text.compare(name + 2, 1, "S") == 0;
+}
+
+template <class Condition>
+void wait(const Condition& condition) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (!condition() && std::chrono::steady_clock::now() < end) {
+    std::this_thread::yield();
+  }
+}
+
+/// A handler without SA_RESTART for SIGUSR1, with which other threads interrupt the test's.
+class Signals : public LinkTest {
+ protected:
+  Signals() {
+    struct sigaction action {};
+    action.sa_handler = [](int) { ++handled; };
+    ::sigaction(SIGUSR1, &action, &before_);
+  }
+  ~Signals() override { ::sigaction(SIGUSR1, &before_, nullptr); }
+
+  /// Interrupts the test's thread where it sleeps, and waits until it does so again.
+  void interrupt() {
+    for (int i = 0; i < 3; ++i) {
+      const int count = handled;
+      wait([this] { return sleeps(id_); });
+      ::pthread_kill(thread_, SIGUSR1);
+      wait([&] { return handled > count; });
+    }
+    wait([this] { return sleeps(id_); });
+  }
+
+ private:
+  const pthread_t thread_ = ::pthread_self();
+  const pid_t id_ = ::gettid();
+  struct sigaction before_ {};
+};
+
+TEST_F(Signals, LeaveTheWaitForAnAnswerAlone) {
+  plays({[this](PeerConnection& connection) {
+    const Message answer = answerTo(connection.request(), recordBytes(77, 0));
+    interrupt();
+    connection.send({answer.begin(), answer.begin() + 30});
+    interrupt();
+    connection.send({answer.begin() + 30, answer.end()});
+  }});
+  connects();
+  EXPECT_EQ(sends(), 0U);
+  EXPECT_EQ(package.count(), 1U);
+  EXPECT_THAT(records("ERR"), IsEmpty());
+}
+
+TEST_F(Signals, LeaveASendAlone) {
+  const Message large(32U << 20);
+  std::size_t read = 0;
+  plays({[&](PeerConnection& connection) {
+    interrupt();
+    Message part(1U << 20);
+    while (read < large.size()) {
+      const ssize_t taken = ::recv(connection.socket(), part.data(), part.size(), 0);
+      if (taken <= 0) {
+        return;
+      }
+      read += static_cast<std::size_t>(taken);
+    }
+  }});
+  connects();
+  EXPECT_EQ(link->sendMsg_i(large.data(), static_cast<unsigned int>(large.size())), 0U);
+  peer.join();
+  EXPECT_EQ(read, large.size());
+  EXPECT_THAT(records(), IsEmpty());
+}
+
+TEST_F(Signals, LeaveConnectingAlone) {
+  QuietPort quiet;
+  TestLink::Limits limits;
+  limits.connect.set(60);
+  std::thread other([&] {
+    interrupt();
+    quiet.makeRoom();
+  });
+  const TestLink made(quiet.port(), limits);
+  other.join();
+  EXPECT_THAT(records("ERR"), IsEmpty());
+  EXPECT_EQ(records("INFO").size(), 1U);
+}
+
+}  // namespace
+}  // namespace qov::test
