@@ -12,7 +12,7 @@ namespace {
 
 class WiresharkExchanges : public ::testing::Test {
  protected:
-  // A run that reads the capture twice, as Wireshark does: only then does a request know its answer.
+  // Reads the capture twice, as Wireshark does: only then does a request know its answer.
   void dissect() { shown_ = Tshark({"-2"}).messages(capture_.file()); }
 
   const Json::Value& tree(std::size_t message) const { return shown_.at(message).tree; }

@@ -227,7 +227,7 @@ TEST_F(WiresharkStreams, AreShownInPiecesIfSegmentsMayNotBeJoined) {
   EXPECT_EQ(shownOf(connection), (Texts{"1 cut", "5 stray magic", "2"}));
 }
 
-// Every byte of every vector with other bits, and every vector cut at every byte, at a stream's end.
+// Every byte of every vector with other bits, and every vector cut at every byte.
 TEST_F(WiresharkStreams, NeverMakeTheScriptFail) {
   std::vector<std::string> inputs;
   for (const StreamVector& vector : vectorsOfV3()) {

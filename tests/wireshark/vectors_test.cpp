@@ -36,7 +36,7 @@ class Copies {
       : vector_(vector), connection_(capture, kEndpointPort) {}
 
   // One segment each time; then two segments, with the cut at every byte in turn; then one byte per
-  // segment; then three copies and a half in one segment, the rest in the next; the other side last.
+  // segment; then three copies and a half in one, the rest in the next; the other side last.
   void sendInEveryWay() {
     const std::string& bytes = vector_.bytes;
     send(bytes);
