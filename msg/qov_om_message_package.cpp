@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstring>
 #include <new>
-#include <utility>
 
 #include "msg/package_checks.h"
 
@@ -25,7 +24,10 @@ std::uint64_t recordBytes(const Package& package) {
 }
 
 std::unique_ptr<CT7QPackageV3> copyOf(const CT7QPackageV3* package) {
-  return package != nullptr ? std::make_unique<CT7QPackageV3>(*package) : nullptr;
+  if (package == nullptr) {
+    return nullptr;
+  }
+  return std::make_unique<CT7QPackageV3>(*package);
 }
 
 /// Stores LEN in the header itself and writes the header.
@@ -86,7 +88,7 @@ CQOV_OM_MsgPackage& CQOV_OM_MsgPackage::operator=(const CQOV_OM_MsgPackage& othe
   if (this != &other) {
     std::unique_ptr<CT7QPackageV3> inner = copyOf(other.get());
     CQOV_MsgPackage::operator=(other);
-    inner_ = std::move(inner);
+    inner_.swap(inner);
   }
   return *this;
 }

@@ -4,7 +4,6 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <thread>
 
 #include "tests/task/task_fixture.h"
 
@@ -99,25 +98,6 @@ TEST_F(OmMessageTest, IsDeletedOnRequestWhenItCannotBeSent) {
 }
 
 TEST_F(OmMessageTest, IsDeletedWhenItStillWaitsAtTheEndOfTheModule) {
-  Latch inHandler;
-  Latch release;
-  auto module = std::make_unique<TestModule>(
-      [&](CQOV_Task&, CQOV_MsgPackage&) {
-        inHandler.count();
-        EXPECT_TRUE(release.waitFor());
-        return 0;
-      },
-      1, kModule + 1);
-  ASSERT_TRUE(module->init());
-  for (int i = 0; i < 10; ++i) {
-    ASSERT_LT(0, module->putq(makeBlock(makeOm(3, kHandled, kModule + 1)), nullptr));
-  }
-  ASSERT_TRUE(inHandler.waitFor());
-  std::thread releaser([&] {
-    EXPECT_TRUE(log_.waitFor("Manager thread(21) exit!"));
-    release.count();
-  });
-  module.reset();
-  releaser.join();
+  endWhileMessagesWait(log_, 10, [this] { return makeOm(3, kHandled, kModule + 1); });
   EXPECT_EQ(10, deleted_.counted());
 }

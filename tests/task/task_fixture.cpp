@@ -4,6 +4,7 @@
 #include <errno.h>
 
 #include <cstdlib>
+#include <thread>
 #include <utility>
 
 #include "tests/support/agent_root.h"
@@ -88,6 +89,30 @@ int request(CQOV_Task& task, std::unique_ptr<CQOV_MsgPackage> message, ACE_Time_
     *response = std::move(owned);
   }
   return result;
+}
+
+void endWhileMessagesWait(StderrCapture& log, int count,
+                          const std::function<std::unique_ptr<CQOV_MsgPackage>()>& makeOne) {
+  Latch inHandler;
+  Latch release;
+  auto module = std::make_unique<TestModule>(
+      [&](CQOV_Task&, CQOV_MsgPackage&) {
+        inHandler.count();
+        EXPECT_TRUE(release.waitFor());
+        return 0;
+      },
+      1, kModule + 1);
+  ASSERT_TRUE(module->init());
+  for (int i = 0; i < count; ++i) {
+    ASSERT_LT(0, module->putq(makeBlock(makeOne()), nullptr));
+  }
+  ASSERT_TRUE(inHandler.waitFor());
+  std::thread releaser([&] {
+    EXPECT_TRUE(log.waitFor("Manager thread(21) exit!"));
+    release.count();
+  });
+  module.reset();
+  releaser.join();
 }
 
 namespace {

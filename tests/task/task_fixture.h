@@ -99,6 +99,10 @@ int ignore(CQOV_Task& task, CQOV_MsgPackage& request);
 int request(CQOV_Task& task, std::unique_ptr<CQOV_MsgPackage> message, ACE_Time_Value timeout,
             std::unique_ptr<CQOV_MsgPackage>* response = nullptr);
 
+/// Ends a module of id kModule + 1 whose only worker is busy with the first of `count` messages.
+void endWhileMessagesWait(StderrCapture& log, int count,
+                          const std::function<std::unique_ptr<CQOV_MsgPackage>()>& makeOne);
+
 /// A request from `task` to another process, put into the leader's queue of `module` by hand. The
 /// leader neither delivers nor releases such a message, so this object keeps and frees it.
 class RequestElsewhere {

@@ -185,26 +185,7 @@ TEST_F(TaskStopTest, ANotifiedTaskSaysSo) {
 }
 
 TEST_F(TaskStopTest, WhatWaitsForAWorkerIsFreed) {
-  Latch inHandler;
-  Latch release;
   const int before = CountedPackage::alive();
-  auto module = std::make_unique<TestModule>(
-      [&](CQOV_Task&, CQOV_MsgPackage&) {
-        inHandler.count();
-        EXPECT_TRUE(release.waitFor());
-        return 0;
-      },
-      1, kModule + 1);
-  ASSERT_TRUE(module->init());
-  for (int i = 0; i < 100; ++i) {
-    ASSERT_LT(0, module->putq(makeBlock(makeMessage(3, 1, kModule + 1)), nullptr));
-  }
-  ASSERT_TRUE(inHandler.waitFor());
-  std::thread releaser([&] {
-    EXPECT_TRUE(log_.waitFor("Manager thread(21) exit!"));
-    release.count();
-  });
-  module.reset();
-  releaser.join();
+  endWhileMessagesWait(log_, 100, [] { return makeMessage(3, 1, kModule + 1); });
   EXPECT_EQ(before, CountedPackage::alive());
 }
