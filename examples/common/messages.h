@@ -12,7 +12,7 @@
 namespace devagent {
 
 /// The modules by their ids: message addresses, thread groups and debug kits go by them.
-enum Module : std::uint8_t { kInventory = 10, kCollector = 20, kJournal = 30 };
+enum Module : std::uint8_t { kInventory = 10, kCollector = 20, kJournal = 30, kUplink = 40 };
 
 /// Message types. Nobody answers a notice or an event; the runtime treats the two alike.
 enum MessageType : std::uint8_t { kRequest = 1, kResponse = 2, kNotice = 3, kEvent = 4 };
@@ -29,6 +29,10 @@ enum Operation : std::uint64_t {
   kReadTally = 0x2001,
   /// Request of the collector to itself: run one round.
   kRunRound = 0x2002,
+
+  /// Request to the inventory, an OM message: keep the table in the message that it carries. The
+  /// answer holds one kTallyRecord.
+  kTakeTable = 0x2003,
 
   // Notices and events to the journal.
   kWriteEntry = 0x3001,     ///< one kEntryRecord
@@ -75,25 +79,32 @@ enum TallyTag : unsigned short {
   kAnswered = 3,         // of these: answered
   kTimedOut = 4,         // of these: not answered in time
   kRecordsReceived = 5,  // records about the machine that the collector got
-  kRecordsSent = 6,      // records about the machine that the inventory sent
+  kRecordsSent = 6,      // records about the machine that the inventory sent to who asks
   kInterfaces = 7,       // network interfaces in the last round
   kFileSystems = 8,      // mounted file systems in the last round
+  kTablesTaken = 9,      // tables that the inventory was given
+  kRowsTaken = 10,       // rows in these
 };
 
 enum EntryTag : unsigned short { kEntryText = 1 };  // String
 
-/// A message from one module of this process to another, still without records.
-inline std::unique_ptr<CQOV_MsgPackage> makeMessage(MessageType type, Module from, Module to,
-                                                    Operation operation) {
+/// Addresses a message from one module of this process to another.
+inline void address(QOVMsgHead& head, MessageType type, Module from, Module to,
+                    Operation operation) {
   const auto process = static_cast<std::uint8_t>(QOV_Utility::getProcPID());
-  auto message = std::make_unique<CQOV_MsgPackage>();
-  QOVMsgHead& head = message->head();
   head.type_ = type;
   head.spid_ = process;
   head.smid_ = from;
   head.rpid_ = process;
   head.rmid_ = to;
   head.opc_ = operation;
+}
+
+/// A message from one module of this process to another, still without records.
+inline std::unique_ptr<CQOV_MsgPackage> makeMessage(MessageType type, Module from, Module to,
+                                                    Operation operation) {
+  auto message = std::make_unique<CQOV_MsgPackage>();
+  address(message->head(), type, from, to, operation);
   return message;
 }
 

@@ -1,4 +1,5 @@
-// The module `inventory`: a pool of workers that read the machine's state when asked.
+// The module `inventory`: a pool of workers that read the machine's state when asked, and keep
+// the tables that they are given.
 #include <qovpub/qov_task_mgr.h>
 
 #include <memory>
@@ -14,14 +15,14 @@ class InventoryModule : public CQOV_TaskMgr {
   InventoryModule() : CQOV_TaskMgr(kInventory, kWorkers, "inventory") {}
 
   CQOV_Task* createTask() override {
-    return std::make_unique<InventoryWorker>(this, recordsSent_).release();
+    return std::make_unique<InventoryWorker>(this, shared_).release();
   }
 
  private:
   static constexpr unsigned int kWorkers = 3;
 
   // Shared by the workers. Their threads have ended when this is destroyed.
-  InventoryWorker::RecordCount recordsSent_{0};
+  InventoryWorker::Shared shared_;
 };
 
 }  // namespace

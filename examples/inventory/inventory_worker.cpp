@@ -1,6 +1,7 @@
 #include "examples/inventory/inventory_worker.h"
 
 #include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_om_message_package.h>
 
 #include <cinttypes>
 #include <cstdio>
@@ -11,8 +12,17 @@
 
 namespace devagent {
 
-InventoryWorker::InventoryWorker(CQOV_TaskMgr* module, RecordCount& recordsSent)
-    : CQOV_CommonTask(module), recordsSent_(recordsSent) {}
+namespace {
+
+/// An answer about the inventory itself and not about the machine.
+bool isTally(const CQOV_MsgPackage& answer) {
+  return answer.head().opc_ == kReadTally || answer.head().opc_ == kTakeTable;
+}
+
+}  // namespace
+
+InventoryWorker::InventoryWorker(CQOV_TaskMgr* module, Shared& shared)
+    : CQOV_CommonTask(module), shared_(shared) {}
 
 int InventoryWorker::handleMessage(CQOV_MsgPackage& request) {
   CQOVDebugKitGuard guard(kInventory, "int InventoryWorker::handleMessage(CQOV_MsgPackage&)");
@@ -23,7 +33,7 @@ int InventoryWorker::handleMessage(CQOV_MsgPackage& request) {
   if (!response) {
     return -1;
   }
-  if (!fill(*response)) {
+  if (!fill(request, *response)) {
     guard.info(1, __FUNCTION__, __LINE__, "operation 0x%" PRIx64 " stays without an answer",
                request.head().opc_);
     tellJournal(request, false, 0);
@@ -35,7 +45,7 @@ int InventoryWorker::handleMessage(CQOV_MsgPackage& request) {
   return result;
 }
 
-bool InventoryWorker::fill(CQOV_MsgPackage& answer) {
+bool InventoryWorker::fill(CQOV_MsgPackage& request, CQOV_MsgPackage& answer) {
   switch (answer.head().opc_) {
     case kReadHost:
       appendHost(answer);
@@ -47,20 +57,38 @@ bool InventoryWorker::fill(CQOV_MsgPackage& answer) {
       appendFileSystems(answer);
       return true;
     case kReadTally:
-      answer.addRecord(kTallyRecord).addUnsigned(kRecordsSent, recordsSent_);
+      answer.addRecord(kTallyRecord)
+          .addUnsigned(kRecordsSent, shared_.recordsSentTo[answer.head().rmid_]);
       return true;
+    case kTakeTable:
+      return takeTable(request, answer);
     default:
       return false;
   }
 }
 
+/// What the message carries is kept: it comes out of it without being copied.
+bool InventoryWorker::takeTable(CQOV_MsgPackage& request, CQOV_MsgPackage& answer) {
+  auto* const message = dynamic_cast<CQOV_OM_MsgPackage*>(&request);
+  if (message == nullptr || message->get() == nullptr || message->get()->count() == 0) {
+    return false;
+  }
+  const TakenTables::Tally taken =
+      shared_.tables.take(std::unique_ptr<CT7QPackageV3>(message->release()));
+  answer.addRecord(kTallyRecord)
+      .addUnsigned(kTablesTaken, taken.tables)
+      .addUnsigned(kRowsTaken, taken.rows);
+  return true;
+}
+
 int InventoryWorker::reply(std::unique_ptr<CQOV_MsgPackage> answer) {
-  const unsigned long records = answer->head().opc_ == kReadTally ? 0 : answer->count();
+  const unsigned long records = isTally(*answer) ? 0 : answer->count();
+  std::atomic<std::uint64_t>& sent = shared_.recordsSentTo[answer->head().rmid_];
   // Counted first: the requester may have the answer, and ask for the count, before send() returns.
-  recordsSent_ += records;
+  sent += records;
   const int result = send(answer.release(), nullptr, true);
   if (result != 0) {
-    recordsSent_ -= records;
+    sent -= records;
   }
   return result;
 }

@@ -17,6 +17,8 @@ const char* nameOf(std::uint8_t module) {
       return "inventory";
     case kCollector:
       return "collector";
+    case kUplink:
+      return "uplink";
     default:
       return "another module";
   }

@@ -1,0 +1,44 @@
+// The module `uplink`: connects the agent to the management endpoint.
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_exception.h>
+#include <qovpub/qov_task_mgr.h>
+
+#include <memory>
+
+#include "examples/common/messages.h"
+#include "examples/uplink/plan.h"
+#include "examples/uplink/uplink_task.h"
+
+namespace devagent {
+namespace {
+
+class UplinkModule : public CQOV_TaskMgr {
+ public:
+  UplinkModule() : CQOV_TaskMgr(kUplink, kNoWorkers, "uplink"), uplink_(this) {}
+
+  CQOV_Task* createTask() override { return nullptr; }
+
+  bool initEnv() override {
+    CQOVDebugKitGuard guard(kUplink, "bool UplinkModule::initEnv()");
+    try {
+      return uplink_.start(readPlan()) == 0;
+    } catch (const CQOV_Exception& exception) {
+      guard.error(1, __FUNCTION__, __LINE__, "the device configuration is incomplete: %s",
+                  exception.what());
+      return false;
+    }
+  }
+
+ private:
+  static constexpr unsigned int kNoWorkers = 0;
+
+  // Used by the module's thread, which has ended when this is destroyed.
+  UplinkTask uplink_;
+};
+
+}  // namespace
+}  // namespace devagent
+
+extern "C" CQOV_TaskMgr* QOV_CreateModule() {
+  return std::make_unique<devagent::UplinkModule>().release();
+}

@@ -1,0 +1,175 @@
+#include "examples/uplink/uplink_task.h"
+
+#include <ace/OS_NS_sys_time.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_exception.h>
+#include <qovpub/qov_om_message_package.h>
+#include <qovpub/qov_task_mgr.h>
+
+#include <algorithm>
+#include <sstream>
+#include <utility>
+
+#include "tools/common/endpoint_protocol.h"
+
+namespace devagent {
+namespace {
+
+using qov::endpoint::command;
+
+constexpr int kAnswerSeconds = 20;
+constexpr const char* kRecords = "records";
+
+/// Which of the inventory's records go into which table of the endpoint.
+constexpr std::pair<Operation, std::uint32_t> kPushed[] = {
+    {kReadHost, qov::endpoint::kFirstStoredTable},
+    {kReadInterfaces, qov::endpoint::kFirstStoredTable + 1},
+    {kReadFileSystems, qov::endpoint::kFirstStoredTable + 2},
+};
+
+/// Whether the last record is the one without cells, which closes a walk that came to its end.
+bool isClosed(const CT7QPackageV3& rows) {
+  return rows.count() > 0 && rows[rows.count() - 1].count() == 0;
+}
+
+}  // namespace
+
+UplinkTask::UplinkTask(CQOV_TaskMgr* module) : CQOV_Task(module) {}
+
+int UplinkTask::start(Plan plan) {
+  plan_ = std::move(plan);
+  return activate(THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED, 1, 0, ACE_DEFAULT_THREAD_PRIORITY,
+                  taskMgr()->gid());
+}
+
+int UplinkTask::svc() {
+  CQOVDebugKitGuard guard(kUplink, "int UplinkTask::svc()");
+  // Made here: connecting takes up to two seconds, in which the other modules are to start.
+  link_ = std::make_unique<CountedLink>([this] { return isToldToEnd(); });
+  do {
+    runDueJobs();
+    send(makeJournalEntry(kNotice, kUplink, describe()).release(), nullptr, true);
+  } while (waitForNextJob());
+  // The journal has ended before: modules end in the order of their ids.
+  guard.info(1, __FUNCTION__, __LINE__, "in all: %s", describe().c_str());
+  link_.reset();
+  return 0;
+}
+
+void UplinkTask::runDueJobs() {
+  const auto now = Clock::now();
+  for (const TablePlan& table : plan_.tables) {
+    if (due_[table.name] <= now) {
+      read(table);
+      due_[table.name] = now + table.period;
+    }
+  }
+  if (due_[kRecords] <= now) {
+    push();
+    due_[kRecords] = now + plan_.pushPeriod;
+  }
+}
+
+void UplinkTask::read(const TablePlan& table) {
+  CQOVDebugKitGuard guard(kUplink, "void UplinkTask::read(const TablePlan&)");
+  try {
+    walk(table);
+  } catch (const CQOV_Exception& exception) {
+    guard.warn(2, __FUNCTION__, __LINE__, "the endpoint's table %s is malformed: %s",
+               table.name.c_str(), exception.what());
+  }
+}
+
+void UplinkTask::walk(const TablePlan& table) {
+  auto rows = std::make_unique<CT7QPackageV3>();
+  rows->addRecord(command(qov::endpoint::kGetNext, table.table));
+  const unsigned int result = link_->sendGetNextMsgV3(rows.get());
+  const bool complete = result == 0 && isClosed(*rows);
+  tally_.rows += rows->count() - (complete ? 1 : 0);
+  if (complete) {
+    handOver(table.name, std::move(rows));
+  }
+}
+
+void UplinkTask::handOver(const std::string& name, std::unique_ptr<CT7QPackageV3> rows) {
+  const unsigned long count = rows->count() - 1;
+  auto message = std::make_unique<CQOV_OM_MsgPackage>(rows.release());
+  address(message->head(), kRequest, kUplink, kInventory, kTakeTable);
+  const std::unique_ptr<CQOV_MsgPackage> answer = ask(std::move(message));
+  if (answer == nullptr) {
+    return;
+  }
+  ++tally_.tables;
+  tally_.rowsHanded += count;
+  tally_.lastRows[name] = count;
+  tally_.tablesTaken = (*answer)[0].getUnsigned(kTablesTaken);
+  tally_.rowsTaken = (*answer)[0].getUnsigned(kRowsTaken);
+}
+
+void UplinkTask::push() {
+  for (const auto& [operation, table] : kPushed) {
+    push(operation, table);
+  }
+}
+
+void UplinkTask::push(Operation operation, std::uint32_t table) {
+  const std::unique_ptr<CQOV_MsgPackage> answer =
+      ask(makeMessage(kRequest, kUplink, kInventory, operation));
+  if (answer == nullptr || answer->count() == 0) {
+    return;
+  }
+  CT7QPackageV3 message;
+  for (unsigned long i = 0; i < answer->count(); ++i) {
+    CTLVRecordV3& record = message.addRecord(0);
+    record.clone((*answer)[i]);
+    record.setCmd(command(qov::endpoint::kStore, table));
+  }
+  if (link_->sendMsg(&message) == 0) {
+    tally_.pushed += answer->count();
+  }
+}
+
+std::unique_ptr<CQOV_MsgPackage> UplinkTask::ask(std::unique_ptr<CQOV_MsgPackage> request) {
+  ACE_Time_Value timeout(kAnswerSeconds);
+  CQOV_MsgPackage* response = nullptr;
+  send(request.release(), response, &timeout, true);
+  return std::unique_ptr<CQOV_MsgPackage>(response);
+}
+
+std::string UplinkTask::describe() const {
+  const LinkTally& link = link_->tally();
+  std::ostringstream text;
+  text << "exchanges " << link.exchanges << ", answered " << link.answered << ", resends "
+       << link.resends << ", reconnects " << link.reconnects << "; rows walked " << tally_.rows
+       << ", records pushed " << tally_.pushed << "; tables handed over " << tally_.tables
+       << " with rows " << tally_.rowsHanded << ", taken by the inventory " << tally_.tablesTaken
+       << " with rows taken " << tally_.rowsTaken << "; latest";
+  for (const auto& [name, rows] : tally_.lastRows) {
+    text << ' ' << name << ' ' << rows;
+  }
+  return text.str();
+}
+
+bool UplinkTask::isToldToEnd() {
+  return !msg_queue()->is_empty();
+}
+
+/// False when the thread is to end. Nothing else comes into its queue but the block that says so.
+bool UplinkTask::waitForNextJob() {
+  const auto next = std::min_element(due_.begin(), due_.end(), [](const auto& a, const auto& b) {
+                      return a.second < b.second;
+                    })->second;
+  const auto left = std::max(next - Clock::now(), Clock::duration::zero());
+  ACE_Time_Value until =
+      ACE_OS::gettimeofday() +
+      ACE_Time_Value(std::chrono::duration_cast<std::chrono::microseconds>(left));
+  ACE_Message_Block* block = nullptr;
+  if (getq(block, &until) == -1) {
+    return true;
+  }
+  const bool stop = block->msg_type() == ACE_Message_Block::MB_STOP;
+  block->release();
+  return !stop;
+}
+
+}  // namespace devagent

@@ -1,0 +1,67 @@
+#ifndef QOV_EXAMPLES_UPLINK_UPLINK_TASK_H
+#define QOV_EXAMPLES_UPLINK_UPLINK_TASK_H
+
+#include <qovpub/qov_task.h>
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "examples/common/messages.h"
+#include "examples/uplink/counted_link.h"
+#include "examples/uplink/plan.h"
+
+namespace devagent {
+
+/// A thread that owns the link to the management endpoint: reads the endpoint's tables and hands
+/// them to the inventory, and pushes the inventory's records to the endpoint, each when it is due.
+///
+/// An exchange may take as long as the link waits; no worker does that for it. Between two jobs the
+/// thread waits on the task's own queue, and in a walk the link looks there before each step, so
+/// that the block with which the module tells its tasks to end ends it after one exchange at most.
+class UplinkTask : public CQOV_Task {
+ public:
+  explicit UplinkTask(CQOV_TaskMgr* module);
+
+  /// Starts the thread among those of the module, which stops and joins it. 0 or -1.
+  int start(Plan plan);
+
+  int svc() override;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  struct Tally {
+    std::uint64_t tables = 0;  ///< read to their end and handed to the inventory
+    std::uint64_t rowsHanded = 0;
+    std::uint64_t rows = 0;  ///< all that were read
+    std::uint64_t pushed = 0;
+    std::uint64_t tablesTaken = 0;  ///< what the inventory says it was given
+    std::uint64_t rowsTaken = 0;
+    std::map<std::string, unsigned long> lastRows;  ///< of the latest table of each name
+  };
+
+  void runDueJobs();
+  void read(const TablePlan& table);
+  void walk(const TablePlan& table);
+  void handOver(const std::string& name, std::unique_ptr<CT7QPackageV3> rows);
+  void push();
+  void push(Operation operation, std::uint32_t table);
+  /// Null without an answer.
+  std::unique_ptr<CQOV_MsgPackage> ask(std::unique_ptr<CQOV_MsgPackage> request);
+  std::string describe() const;
+  bool isToldToEnd();
+  bool waitForNextJob();
+
+  // The thread's alone once that is started.
+  Plan plan_;
+  std::map<std::string, Clock::time_point> due_;
+  std::unique_ptr<CountedLink> link_;
+  Tally tally_;
+};
+
+}  // namespace devagent
+
+#endif
