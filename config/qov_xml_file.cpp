@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 #include "config/qov_xml_depth.h"
 
@@ -61,7 +62,9 @@ std::string readFile(const std::string& name, std::string& text) {
   if (static_cast<std::size_t>(status.st_size) > kMostBytesOfXml) {
     return "larger than " + std::to_string(kMostBytesOfXml) + " bytes";
   }
-  text.resize(static_cast<std::size_t>(status.st_size));
+  const auto size = static_cast<std::size_t>(status.st_size);
+  text.reserve(size + kXmlPadding);
+  text.resize(size);
   if (!readInto(text, file.handle())) {
     return errno != 0 ? std::strerror(errno) : "changed while it was read";
   }
@@ -119,9 +122,12 @@ std::string load(const std::string& fileName, TiXmlDocument& document) {
 }  // namespace
 
 bool loadXmlFile(const std::string& fileName, TiXmlDocument& document, std::string& reason) {
-  const std::string why = load(fileName, document);
-  reason = why.empty() ? why : "Refused " + fileName + ": " + why;
-  return why.empty();
+  try {
+    reason = load(fileName, document);
+  } catch (const std::bad_alloc&) {
+    reason = "out of memory";  // short enough to need none
+  }
+  return reason.empty();
 }
 
 }  // namespace qov

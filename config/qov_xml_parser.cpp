@@ -103,7 +103,7 @@ bool CQOVXmlParser::openXmlDoc(TiXmlDocument& document) {
     if (qov::loadXmlFile(fileName_, document, reason)) {
       return true;
     }
-    guard.warn(65704, __FUNCTION__, __LINE__, "%s", reason.c_str());
+    guard.warn(65704, __FUNCTION__, __LINE__, "Refused %s: %s", fileName_.c_str(), reason.c_str());
     guard.error(65705, __FUNCTION__, __LINE__, "Failed to open %s.", fileName_.c_str());
     std::this_thread::sleep_for(kSleepAfterAttempt);
   }

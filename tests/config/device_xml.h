@@ -34,6 +34,16 @@ inline AgentRoot& processTree() {
   return root;
 }
 
+/// One node of the parser's map with these keys and values, as the library has it.
+template <class Key, class Value>
+struct MapNode {
+  int colour;
+  void* links[3];
+  std::pair<const Key, Value> entry;
+};
+
+using ItemNode = MapNode<std::string, CIType*>;
+
 /// The device XML of this process, what is logged about it, and no time for sleeping.
 class DeviceXmlTest : public ::testing::Test {
  protected:

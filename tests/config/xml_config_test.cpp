@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <atomic>
 #include <cerrno>
 #include <thread>
@@ -93,6 +95,22 @@ TEST_F(DeviceConfig, IsEmptyWithoutARootElement) {
               ElementsAre("Failed to parse, exception is parse root element failed! ."));
 }
 
+TEST_F(DeviceConfig, IsEmptyWithoutAChildOfTheRoot) {
+  write("<AgentConfig/>");
+  EXPECT_EQ(find("a", "k"), kNoDefaultDevice);
+  EXPECT_THAT(messages("ERR"), ElementsAre("no DeviceConfig found"));
+}
+
+TEST_F(DeviceConfig, KeepsWhatWasStoredUntilMemoryRanOut) {
+  writeDevices(R"(<D DeviceDesc="a"><I Key="k" Value="v"/><I Key="l" Value="w"/></D>)");
+  {
+    const auto failing = FailingAllocations::ofSize(sizeof(ItemNode), 2);
+    config();
+    EXPECT_TRUE(failing.hasFailed());
+  }
+  EXPECT_THAT(list("a"), ElementsAre(Pair("k", "v")));
+}
+
 TEST_F(DeviceConfig, ReadsTheFileAgainAfterClose) {
   writeDevices(R"(<D DeviceDesc="a"><I Key="k" Value="old"/></D>)");
   EXPECT_EQ(find("a", "k"), "old");
@@ -126,6 +144,27 @@ TEST_F(DeviceConfig, TracesItsOperations) {
   EXPECT_THAT(tracesOf([] { CQOVXmlConfig::close(); }), IsEmpty());
 }
 
+TEST_F(DeviceConfig, TracesThatItIsMade) {
+  const auto traces = [](const std::string& result) {
+    return ElementsAre("enter CQOVXmlConfig::CQOVXmlConfig()...",
+                       "enter CQOVXmlParser::CQOVXmlParser(const std::string&)...",
+                       "leave CQOVXmlParser::CQOVXmlParser(const std::string&): OK",
+                       "enter bool CQOVXmlParser::parse()...",
+                       "enter bool CQOVXmlParser::openXmlDoc(TiXmlDocument&)...",
+                       "leave bool CQOVXmlParser::openXmlDoc(TiXmlDocument&): OK",
+                       "leave bool CQOVXmlParser::parse(): " + result,
+                       "leave CQOVXmlConfig::CQOVXmlConfig(): OK");
+  };
+  writeDevices("");
+  EXPECT_THAT(tracesOf([] { config(); }), traces("OK"));
+  CQOVXmlConfig::close();
+  write("<AgentConfig/>");
+  EXPECT_THAT(tracesOf([] { config(); }), traces("NOK"));
+  CQOVXmlConfig::close();
+  write("<Agent/>");
+  EXPECT_EQ(tracesOf([] { config(); }).back(), "leave CQOVXmlConfig::CQOVXmlConfig(): NOK");
+}
+
 TEST_F(DeviceConfig, IsTheSameForThreadsThatAskFirst) {
   writeDevices(R"(<D DeviceDesc="default"><I Key="k" Value="v"/></D>)");
   constexpr int kThreads = 8;
@@ -147,6 +186,44 @@ TEST_F(DeviceConfig, IsTheSameForThreadsThatAskFirst) {
   for (const auto& found : configs) {
     EXPECT_EQ(found, CQOVXmlConfig::instance());
   }
+}
+
+/// Waits until the thread whose id is written to `id` has nothing to do; false after a long time.
+bool fallsAsleep(const std::atomic<pid_t>& id) {
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (std::chrono::steady_clock::now() < limit) {
+    if (id != 0) {
+      const std::string status = readFile("/proc/self/task/" + std::to_string(id) + "/stat");
+      if (status.find(") S ") != std::string::npos) {
+        return true;
+      }
+    }
+    std::this_thread::yield();
+  }
+  return false;
+}
+
+TEST_F(DeviceConfig, IsMadeOnceForThreadsThatAskMeanwhile) {
+  constexpr int kThreads = 3;
+  std::atomic<pid_t> ids[kThreads] = {};
+  CQOVXmlConfig* configs[kThreads] = {};
+  std::vector<std::thread> threads;
+  meanwhile = [&] {  // the file is missing
+    for (int i = 0; i < kThreads; ++i) {
+      threads.emplace_back([&, i] {
+        ids[i] = ::gettid();
+        configs[i] = CQOVXmlConfig::instance();
+      });
+      EXPECT_TRUE(fallsAsleep(ids[i]));
+    }
+    writeDevices(R"(<D DeviceDesc="a"><I Key="k" Value="v"/></D>)");
+  };
+  CQOVXmlConfig* const first = CQOVXmlConfig::instance();
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_THAT(configs, ElementsAre(first, first, first));
+  EXPECT_EQ(sleeps.size(), 1u);
 }
 
 TEST_F(DeviceConfig, IsNullWithoutMemoryAndMadeByTheNextCall) {
@@ -172,6 +249,21 @@ TEST_F(DeviceConfig, HasNothingToLookInWithoutMemoryForItsParser) {
   EXPECT_EQ(find("a", "k"), kNothingRead);
   EXPECT_THAT(list("a"), IsEmpty());
   EXPECT_THAT(messages("DBG"), ElementsAre("Parse a from ."));
+  EXPECT_THAT(messages("WARN"), ElementsAre("Invalid parameter, pConfig_ is null!"));
+}
+
+TEST_F(DeviceConfig, HasNothingToLookInWithoutMemoryForItsMaps) {
+  writeDevices(R"(<D DeviceDesc="a"><I Key="k" Value="v"/></D>)");
+  {
+    const auto failing =
+        FailingAllocations::ofObjectsThatGiveNull(sizeof(CQOVXmlParser::DeviceMap));
+    config();
+    EXPECT_TRUE(failing.hasFailed());
+  }
+  log.clear();
+  EXPECT_EQ(find("a", "k"), kNothingRead);
+  EXPECT_THAT(list("a"), IsEmpty());
+  EXPECT_THAT(messages("DBG"), ElementsAre("Parse a from " + file() + "."));
   EXPECT_THAT(messages("WARN"), ElementsAre("Invalid parameter, pConfig_ is null!"));
 }
 

@@ -5,8 +5,11 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <regex>
 
+#include "config/qov_xml_depth.h"
 #include "tests/config/device_xml.h"
+#include "tests/support/failing_allocations.h"
 
 using ::testing::ElementsAre;
 using ::testing::SizeIs;
@@ -31,19 +34,36 @@ class DeviceFile : public DeviceXmlTest {
  protected:
   bool opens() { return parser.openXmlDoc(document); }
 
-  /// Three attempts, each with `reason` as what stands against the file.
+  /// Three attempts, each with `reason` as what stands against the file, and a sleep behind it.
   void isRefused(const std::string& reason) {
+    std::vector<std::string> toldBeforeSleep;
+    meanwhile = [&] { toldBeforeSleep.push_back(told()); };
     EXPECT_FALSE(opens());
-    EXPECT_THAT(messages("WARN"), ElementsAre(refusal(reason), refusal(reason), refusal(reason)));
-    const std::string failure = "Failed to open " + file() + ".";
-    EXPECT_THAT(messages("ERR"), ElementsAre(failure, failure, failure,
-                                             "Failed to open " + file() + ", try 3 times."));
+    const std::string failure = "Failed to open " + file();
+    const std::string attempt = "WARN " + refusal(reason) + "\nERR " + failure + ".\n";
+    EXPECT_THAT(toldBeforeSleep, ElementsAre(attempt, attempt, attempt));
+    EXPECT_EQ(told(), "ERR " + failure + ", try 3 times.\n");
     EXPECT_THAT(sleeps, ElementsAre(kSleep, kSleep, kSleep));
+  }
+
+  /// What has been logged since the last call: a line for each tag and message.
+  std::string told() {
+    static const std::regex kFields(R"((?:\[[^\]]*\]){2}\[(\w+)\](?:\[[^\]]*\]){4} )");
+    const std::string lines = std::regex_replace(log.text(), kFields, "$1 ");
+    log.clear();
+    return lines;
   }
 
   static std::string refusal(const std::string& reason) {
     return "Refused " + file() + ": " + reason;
   }
+
+  /// What is allocated to read the file into.
+  static std::size_t memoryForFile() {
+    return std::filesystem::file_size(file()) + kXmlPadding + 1;
+  }
+  /// Makes a file so large that nothing else allocates as much.
+  static constexpr std::size_t kDistinctSize = 100000;
 
   CQOVXmlParser parser{file()};
   TiXmlDocument document;
@@ -69,6 +89,27 @@ TEST_F(DeviceFile, IsLoadedByTheAttemptThatFindsIt) {
   EXPECT_TRUE(opens());
   EXPECT_THAT(sleeps, ElementsAre(kSleep, kSleep));
   EXPECT_THAT(messages("ERR"), SizeIs(2));
+}
+
+TEST_F(DeviceFile, ThatThereIsNoMemoryForIsRefused) {
+  writeDevices(std::string(kDistinctSize, ' '));
+  const auto failing = FailingAllocations::ofSize(memoryForFile(), 0, 3);
+  isRefused("out of memory");
+}
+
+TEST_F(DeviceFile, ThatBecomesShorterWhileItIsReadIsReadAgain) {
+  const std::string content = "<AgentConfig/>";
+  write(content + std::string(kDistinctSize, ' '));
+  const BeforeAllocation reading(memoryForFile(),
+                                 [&] { std::filesystem::resize_file(file(), content.size()); });
+  EXPECT_TRUE(opens());
+  EXPECT_THAT(messages("WARN"), ElementsAre(refusal("changed while it was read")));
+}
+
+TEST_F(DeviceFile, GivesTheDocumentItsName) {
+  writeDevices("");
+  ASSERT_TRUE(opens());
+  EXPECT_EQ(document.Value(), file());
 }
 
 TEST_F(DeviceFile, IsLoadedWithoutWhatAnAttemptBeforeHasRead) {

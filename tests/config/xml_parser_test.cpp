@@ -15,16 +15,6 @@ using ::testing::Pair;
 namespace qov::test {
 namespace {
 
-/// One node of a map with these keys and values, as the library has it.
-template <class Key, class Value>
-struct MapNode {
-  int colour;
-  void* links[3];
-  std::pair<const Key, Value> entry;
-};
-
-using ItemNode = MapNode<std::string, CIType*>;
-
 class DeviceParser : public DeviceXmlTest {
  protected:
   bool parses(const std::string& content) {
@@ -198,7 +188,9 @@ TEST_F(DeviceParser, AddsNothingWithoutItsMaps) {
     std::unique_ptr<CQOVXmlParser> bare;
     {
       const auto refused = FailingAllocations::ofSize(sizes[failing], failing == 1 ? 1 : 0);
+      errno = 0;
       bare = std::make_unique<CQOVXmlParser>(file());
+      EXPECT_EQ(errno, ENOMEM);
       EXPECT_TRUE(refused.hasFailed());
     }
     EXPECT_EQ(bare->devices(), nullptr);
@@ -323,6 +315,15 @@ TEST_F(DeviceParser, TracesItsOperations) {
 }
 
 TEST_F(DeviceParser, LeavesWithNokWhereItWarns) {
+  TiXmlDocument document;
+  EXPECT_EQ(tracesOf([&] { parser.openXmlDoc(document); }).back(),
+            "leave bool CQOVXmlParser::openXmlDoc(TiXmlDocument&): NOK");
+  document.Parse("<D><I/></D>");
+  EXPECT_EQ(tracesOf([&] {
+              const auto failing = FailingAllocations::ofSize(sizeof(ItemNode));
+              parser.parseConfigItem("a", document.RootElement()->FirstChildElement());
+            }).back(),
+            "leave bool CQOVXmlParser::parseConfigItem(const char*, TiXmlElement*): NOK");
   EXPECT_THAT(tracesOf([this] { adds("a", nullptr); }),
               ElementsAre("enter bool CQOVXmlParser::addDeviceConfig(std::string&, CIType*)...",
                           "leave bool CQOVXmlParser::addDeviceConfig(std::string&, CIType*): NOK"));
