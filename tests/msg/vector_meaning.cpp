@@ -1,7 +1,10 @@
 #include "tests/msg/vector_meaning.h"
 
+#include <json/reader.h>
+
 #include <algorithm>
 #include <array>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -130,6 +133,21 @@ Json::Value octets(const CTLVCell& cell) {
   return Json::Value(hexOf(cell.value(), cell.length()));
 }
 
+/// Whether the whole of the text is one JSON value; the library's reader takes more than that.
+bool isJson(std::string_view text) {
+  Json::CharReaderBuilder builder;
+  builder.strictMode(&builder.settings_);
+  builder["strictRoot"] = false;
+  Json::Value ignored;
+  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  return reader->parse(text.data(), text.data() + text.size(), &ignored, nullptr);
+}
+
+/// An object that looks like the bytes of a value is shown as its bytes.
+bool isOctets(const Json::Value& v) {
+  return v.isObject() && v.size() == 1 && v.isMember("octets");
+}
+
 /// The value of a cell that says something in its type's way, or null.
 bool readValue(const CTLVCell& cell, Json::Value& v) {
   switch (cell.type()) {
@@ -147,9 +165,9 @@ bool readValue(const CTLVCell& cell, Json::Value& v) {
       v = Json::Value(Json::Int64{cell.getSigned()});
       return true;
     case CTLVCell::TLV_ARRAY:
-      return isText(cell) && cell.getArray(v);
+      return isText(cell) && isJson(cell.text()) && cell.getArray(v) && v.isArray();
     case CTLVCell::TLV_JSON:
-      return isText(cell) && cell.getJson(v);
+      return isText(cell) && isJson(cell.text()) && cell.getJson(v) && !v.isArray() && !isOctets(v);
     default:
       v = number(cell.getUnsigned());
       return true;
@@ -218,7 +236,7 @@ CTLVCell cellOf(const Json::Value& meaning) {
   const auto tag = unsignedOf<std::uint16_t>(meaning, "tag");
   const CTLVCell::ETLVType type = typeOf(meaning);
   const Json::Value& value = meaning["value"];
-  const bool raw = value.isObject() && value.isMember("octets");
+  const bool raw = isOctets(value);
   CTLVCell cell;
   if (!raw && (type == CTLVCell::TLV_ARRAY || type == CTLVCell::TLV_JSON)) {
     cell.setJson(tag, value);
