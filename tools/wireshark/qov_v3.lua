@@ -449,10 +449,11 @@ local function show_cell(m, record_tree, position, tag, type, length)
 end
 
 -- One cell at `position` of the body; the record ends at `record_end`. Where the next one begins,
--- or nil if there is nothing more to be had from this message.
+-- or nil if there is nothing more to be had from this message. Whether a head is there goes by the
+-- message's end, as the agents have it; where the cell has to end, by the record's.
 local function take_cell(m, record_tree, position, record_end)
   local left = record_end - position
-  if left < CELL_HEAD_SIZE then
+  if m.size - position < CELL_HEAD_SIZE then
     return fail(m, record_tree, e.cell_short, "Too few bytes are left for a cell: " .. left ..
         " of " .. CELL_HEAD_SIZE, position)
   end
@@ -464,6 +465,10 @@ local function take_cell(m, record_tree, position, record_end)
   if type > LARGEST_TYPE then
     return fail(m, record_tree, e.cell_type, "The cell's type " .. type .. " is above " ..
         LARGEST_TYPE, position)
+  end
+  if left < CELL_HEAD_SIZE then
+    return fail(m, record_tree, e.cell_length, "The cell's head goes beyond its record: " .. left ..
+        " of " .. CELL_HEAD_SIZE .. " bytes are left", position)
   end
   if length > left - CELL_HEAD_SIZE then
     return fail(m, record_tree, e.cell_length, "The cell's value is too long: " .. length ..
