@@ -165,6 +165,46 @@ TEST_F(Exchange, RefusesAnAnswerToAnotherRequestAndKeepsTheConnection) {
   EXPECT_EQ(peer.connections(), 1);
 }
 
+TEST_F(Exchange, TakesAnAnswerTooManyForNoAnswerToTheNext) {
+  plays({[](PeerConnection& connection) {
+    const Message request = connection.request();
+    connection.send(answerTo(request, recordBytes(77)));
+    connection.send(answerTo(request, recordBytes(78)));
+    connection.answerAll(recordBytes(79));
+  }});
+  connects();
+  EXPECT_EQ(sends(), 0U);
+  EXPECT_EQ(sends(), kBadReply);
+  EXPECT_EQ(package.count(), 0U);
+  EXPECT_EQ(peer.connections(), 1);
+}
+
+TEST_F(Exchange, RepeatsTheRequestWhenTheAnswerHasTheResultOfAFailedSocket) {
+  plays({[](auto& connection) {
+    connection.answer({}, kSocketFailed);
+    connection.answer({}, kSocketFailed);
+    connection.answerAll();
+  }});
+  connects();
+  EXPECT_EQ(sends(), kSocketFailed);
+  EXPECT_EQ(peer.requests().size(), 2U);
+  EXPECT_EQ(peer.connections(), 1);
+}
+
+TEST_F(Exchange, StepsReceiveWithoutATimeoutWhenThereIsNone) {
+  const Message sent = Bytes().headV3(10).record(77, 0).data();
+  plays({[&](auto& connection) { connection.send(sent); }});
+  connects();
+  std::vector<char> buffer(2097152);
+  unsigned int length = 5;
+  ASSERT_EQ(link->recvData(buffer.data(), length, nullptr), 0U);
+  ASSERT_EQ(length, 38U);
+  EXPECT_EQ(Message(buffer.begin(), buffer.begin() + 38), sent);
+  EXPECT_EQ(link->recvData(buffer.data(), length, nullptr), kSocketFailed);
+  EXPECT_EQ(length, 38U);
+  EXPECT_THAT(causes(), ElementsAre(kHeadFailed, kClosed, notConnectedTo()));
+}
+
 TEST_F(Exchange, TakesALengthBelowZeroForNoBody) {
   for (const std::uint32_t length : {0xFFFFFFFFU, 0x80000000U}) {
     ScriptedPeer lying;

@@ -1,0 +1,35 @@
+#include "link/deadline.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+
+namespace qov::test {
+namespace {
+
+int pollTimeoutOf(const ACE_Time_Value& timeout) {
+  return Deadline(&timeout).pollTimeout();
+}
+
+TEST(Deadline, IsNeverWithoutATimeout) {
+  EXPECT_EQ(Deadline(nullptr).pollTimeout(), -1);
+}
+
+TEST(Deadline, IsOverWithNoTime) {
+  EXPECT_EQ(pollTimeoutOf(ACE_Time_Value::zero), 0);
+  EXPECT_EQ(pollTimeoutOf(ACE_Time_Value(-1)), 0);
+}
+
+TEST(Deadline, IsNeverSoonerThanAsked) {
+  const int left = pollTimeoutOf(ACE_Time_Value(3600));
+  EXPECT_LE(left, 3600000);
+  EXPECT_GT(left, 3000000);
+}
+
+TEST(Deadline, IsAsFarAsAPollGoesWhenItIsFurther) {
+  EXPECT_EQ(pollTimeoutOf(ACE_Time_Value(100L * 24 * 3600)), INT_MAX);
+  EXPECT_EQ(pollTimeoutOf(ACE_Time_Value::max_time), INT_MAX);
+}
+
+}  // namespace
+}  // namespace qov::test
