@@ -167,6 +167,11 @@ unsigned int CQOVLongSocket::convert(unsigned char* data, unsigned int length,
                                      CT7QPackageV3* package) {
   CQOVDebugKitGuard guard(
       0, "unsigned int CQOVLongSocket::convert(unsigned char*, unsigned int, CT7QPackageV3*)");
+  if (length < kHeadSize) {
+    // The codec says so in the log.
+    package->decode(data, length);
+    return kBadReply;
+  }
   const auto serial = qov::loadWord<std::uint16_t>(data + offsetof(TLVMsgHeadV3, ser_));
   const auto error = qov::loadWord<std::uint32_t>(data + offsetof(TLVMsgHeadV3, ret_));
   if (serial != package->head().ser_) {

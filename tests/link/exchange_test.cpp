@@ -205,6 +205,14 @@ TEST_F(Exchange, StepsReceiveWithoutATimeoutWhenThereIsNone) {
   EXPECT_THAT(causes(), ElementsAre(kHeadFailed, kClosed, notConnectedTo()));
 }
 
+TEST_F(Exchange, StepsRefuseLessThanAHeader) {
+  connects();
+  tests::FencedMemory cut(Message(27, 0x55));
+  EXPECT_EQ(link->convert(cut.begin(), 27, &package), kBadReply);
+  EXPECT_EQ(link->convert(nullptr, 0, &package), kBadReply);
+  EXPECT_EQ(package.count(), 1U);
+}
+
 TEST_F(Exchange, TakesALengthBelowZeroForNoBody) {
   for (const std::uint32_t length : {0xFFFFFFFFU, 0x80000000U}) {
     ScriptedPeer lying;
