@@ -166,6 +166,13 @@ TEST_F(DeviceParser, HasNothingToDoForANullItem) {
   EXPECT_THAT(*parser.devices(), IsEmpty());
 }
 
+TEST_F(DeviceParser, TakesANullDescriptionForAnEmptyOne) {
+  TiXmlDocument document;
+  document.Parse("<D><I Key='k' Value='v'/></D>");
+  EXPECT_TRUE(parser.parseConfigItem(nullptr, document.RootElement()->FirstChildElement()));
+  EXPECT_THAT(stored(), ElementsAre("/k=v"));
+}
+
 TEST_F(DeviceParser, RefusesToAddANullItem) {
   EXPECT_FALSE(adds("a", nullptr));
   EXPECT_THAT(messages("ERR"), ElementsAre("Invalid parameter, pDevCIT is null!"));

@@ -56,10 +56,18 @@ TEST_F(DeviceXmlRules, ANumberedCharacterIsUtf8OnlyInAFileThatIs) {
   EXPECT_EQ(read("&#228;&#x20AC;", kByteOrderMark), "\xC3\xA4\xE2\x82\xAC");
   EXPECT_EQ(read("&#228;&#x20AC;"), "\xE4\xAC");
   EXPECT_EQ(read("&#228;", kLatin1), "\xE4");
+  EXPECT_EQ(read("&#228;", "<?xml version='1.0' encoding='UTF-8'?>"), "\xC3\xA4");
+  EXPECT_EQ(read("&#228;", "<?xml version='1.0' encoding='utf8'?>"), "\xC3\xA4");
 }
 
 TEST_F(DeviceXmlRules, ANumberedCharacterMustBeANumber) {
   EXPECT_THAT(refusal("<AgentConfig a='&#12b;'/>"), HasSubstr("Error parsing Element."));
+  EXPECT_THAT(refusal("<AgentConfig a='&#65'/>"), HasSubstr("Error parsing Element."));
+}
+
+TEST_F(DeviceXmlRules, ANumberedCharacterIsReadBackwardsFromItsEnd) {
+  EXPECT_EQ(read("a&#<!--\"/>#65;b"), "aAb");
+  EXPECT_EQ(read("a&#x<!--\"/>x41;b"), "aAb");
 }
 
 TEST_F(DeviceXmlRules, AZeroCharacterEndsAValue) {
@@ -72,7 +80,7 @@ TEST_F(DeviceXmlRules, BytesOfAFileThatDeclaresNoUtf8StayAsTheyAre) {
   EXPECT_EQ(read("caf\xC3\xA9", kDeclared), "caf\xC3\xA9");
 }
 
-TEST_F(DeviceXmlRules, ABrokenCharacterOfUtf8SwallowsWhatFollows) {
+TEST_F(DeviceXmlRules, ABrokenCharacterOfUtf8HidesTheClosingQuote) {
   EXPECT_THAT(refusal(std::string(kDeclared) + "<AgentConfig a='caf\xE9'/>"),
               HasSubstr("Error parsing Element."));
   for (const std::string broken : {"\xC3", "\xE2", "\xE2\x82", "\xF0", "\xF0\x9F\x98"}) {
@@ -81,8 +89,14 @@ TEST_F(DeviceXmlRules, ABrokenCharacterOfUtf8SwallowsWhatFollows) {
   }
 }
 
+TEST_F(DeviceXmlRules, ABrokenCharacterOfUtf8StaysAndHidesWhatFollows) {
+  EXPECT_EQ(read("caf\xE9 noir", kDeclared), "caf\xE9 noir");
+  EXPECT_EQ(read("\xE9&amp;bc", kDeclared), "\xE9&amp;bc");
+}
+
 TEST_F(DeviceXmlRules, Utf16IsNotRead) {
   EXPECT_THAT(refusal(std::string("\xFF\xFE<\0A\0/\0>\0", 10)), HasSubstr("Error document empty."));
+  EXPECT_EQ(rootError(std::string("<\0A\0/\0>\0", 8)), kNoRoot);
 }
 
 TEST_F(DeviceXmlRules, WhiteSpaceInAValueStays) {
@@ -95,6 +109,10 @@ TEST_F(DeviceXmlRules, AValueMayDoWithoutQuotesOrHaveMarkupInThem) {
   EXPECT_EQ(find("a", "k"), "<b c=\"d\"/>");
 }
 
+TEST_F(DeviceXmlRules, AValueWithoutQuotesHasNoSlash) {
+  EXPECT_THAT(refusal("<AgentConfig a=/opt/b></AgentConfig>"), HasSubstr("empty tag"));
+}
+
 TEST_F(DeviceXmlRules, ARepeatedAttributeIsAnError) {
   EXPECT_THAT(refusal("<AgentConfig><D><A DeviceDesc='a'><I Key='k' Key='l'/></A></D>"
                       "</AgentConfig>"),
@@ -104,6 +122,7 @@ TEST_F(DeviceXmlRules, ARepeatedAttributeIsAnError) {
 TEST_F(DeviceXmlRules, TextInFrontOfTheFirstElementIsAnError) {
   EXPECT_THAT(refusal(std::string("text") + kRoot), HasSubstr("Error document empty."));
   EXPECT_EQ(rootError(std::string("<!-- c -->text") + kRoot), kNoRoot);
+  EXPECT_EQ(rootError(std::string(kDeclared) + "text" + kRoot), kNoRoot);
 }
 
 TEST_F(DeviceXmlRules, TextBehindTheRootEndsTheReading) {
@@ -122,6 +141,11 @@ TEST_F(DeviceXmlRules, TheFirstOfTwoRootsCounts) {
 TEST_F(DeviceXmlRules, ADocumentTypeEndsAtItsFirstClosingBracket) {
   EXPECT_EQ(rootError(std::string("<!DOCTYPE AgentConfig SYSTEM 'a.dtd'>") + kRoot), "");
   EXPECT_EQ(rootError(std::string("<!DOCTYPE a [ <!ENTITY e 'x'> ]>") + kRoot), kNoRoot);
+}
+
+TEST_F(DeviceXmlRules, AnInstructionEndsAtItsFirstClosingBracket) {
+  EXPECT_EQ(rootError(std::string("<?p a?>") + kRoot), "");
+  EXPECT_EQ(rootError(std::string("<?p a > b?>") + kRoot), kNoRoot);
 }
 
 TEST_F(DeviceXmlRules, CommentsAndInstructionsMayStandAnywhere) {

@@ -33,9 +33,9 @@ struct CIType {
 /// Thread: one thread calls parse(). Items may be added from any thread, by addDeviceConfig() and
 ///         parseConfigItem(); the map may be read without a lock as soon as nobody does any more.
 /// Owns:   both maps of devices, the maps of items in them and every item in these.
-/// Errors: by the result, with one log line of debug kit 0; parse() throws std::runtime_error for a
-///         root that is missing or has another name, and ends the process when there is no file to
-///         be read.
+/// Errors: by the result, and logged by debug kit 0; parse() throws std::runtime_error for a root
+///         that is missing or has another name, and ends the process when there is no file to be
+///         read.
 class CQOVXmlParser {
  public:
   using ItemMap = std::map<std::string, CIType*>;     ///< by key
@@ -61,11 +61,13 @@ class CQOVXmlParser {
 
   /// Loads the file into `document`: up to 3 attempts, with a sleep of 10 seconds behind each one
   /// that fails. The file must be a regular one of at most 64 MiB whose elements nest at most 100
-  /// deep; why an attempt failed is told in a log line of its own at warn level.
+  /// deep, and there must be memory; why an attempt failed is told in a log line of its own at warn
+  /// level.
   bool openXmlDoc(TiXmlDocument& document);
 
   /// Reads `firstItem` and the elements behind it as items of the device. A null `firstItem` is no
-  /// item at all: true. False when one cannot be stored; those before it stay.
+  /// item at all: true; a null `deviceDesc` is "". False when one cannot be stored (errno ENOMEM);
+  /// those before it stay.
   bool parseConfigItem(const char* deviceDesc, TiXmlElement* firstItem);
 
   /// Stores `item` under `deviceDesc` and its own key, and takes it over. If the device has an item
@@ -74,7 +76,8 @@ class CQOVXmlParser {
   /// ENOMEM).
   bool addDeviceConfig(std::string& deviceDesc, CIType* item);
 
-  /// The devices read so far; null when there was no memory for the map.
+  /// The devices read so far, which stay the parser's, with all that is in them; null when there was
+  /// no memory for the map.
   const DeviceMap* devices() const;
   const std::string& fileName() const { return fileName_; }
 
@@ -109,7 +112,7 @@ class CQOVXmlParser {
 /// Owns:   the parser, and so all items.
 /// Errors: one lookup throws CQOV_Exception, the other one finds nothing. Everything else is logged
 ///         by debug kit 0. The first instance() ends the process when the file cannot be loaded
-///         (CQOVXmlParser::parse()), after up to 30 seconds in which others who ask wait, too.
+///         (CQOVXmlParser::parse()), after up to 30 seconds in which others who ask or close wait.
 class CQOVXmlConfig {
  public:
   /// Reads the file. Whatever standard exception keeps it from that is logged ("Failed to parse,
@@ -121,7 +124,8 @@ class CQOVXmlConfig {
   CQOVXmlConfig& operator=(const CQOVXmlConfig&) = delete;
 
   /// The configuration, made by the first call; null only when there is no memory for it (errno
-  /// ENOMEM). A log sink must not ask while its own thread makes it.
+  /// ENOMEM). What serves the log, on whichever thread, must not be the first to ask, nor ask while
+  /// another call makes it: making it logs.
   static CQOVXmlConfig* instance();
 
   /// Destroys the configuration, if there is one. A later instance() reads the file again.
