@@ -60,7 +60,7 @@ std::string message(std::uint16_t serial, const std::string& records, std::uint3
          le(serial, 2) + le(records.size(), 4) + records;
 }
 
-EndpointClient::EndpointClient(std::uint16_t port)
+EndpointClient::EndpointClient(std::uint16_t port, int room)
     : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   sockaddr_in address = {};
   address.sin_family = AF_INET;
@@ -68,6 +68,9 @@ EndpointClient::EndpointClient(std::uint16_t port)
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   const int on = 1;
   ::setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  if (room != 0) {
+    ::setsockopt(socket_, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
+  }
   if (::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     close();
   }

@@ -30,7 +30,8 @@ inline constexpr std::uint64_t kCountsOf = 4ULL << 32;
 /// A connection to an endpoint on this machine.
 class EndpointClient {
  public:
-  explicit EndpointClient(std::uint16_t port);
+  /// `room` is about how many bytes the kernel receives in advance; 0 leaves that to it.
+  explicit EndpointClient(std::uint16_t port, int room = 0);
   ~EndpointClient() { close(); }
   EndpointClient(EndpointClient&& other) noexcept;
   EndpointClient& operator=(EndpointClient&&) = delete;

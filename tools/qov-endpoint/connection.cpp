@@ -16,7 +16,7 @@ namespace {
 
 /// How long a client may take to close its side. Without this wait, bytes of its that nobody has
 /// read would make the kernel reset the connection, and it might lose the end of the answer.
-constexpr std::chrono::milliseconds kLinger{2000};
+constexpr std::chrono::milliseconds kLinger{10000};
 
 /// What a connection waits for in a state; with NULL_MASK for a timer only.
 ACE_Reactor_Mask maskOf(Connection::State state) {
