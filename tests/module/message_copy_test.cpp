@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include "tests/module/package_blocks.h"
 #include "tests/support/failing_allocations.h"
@@ -132,6 +133,35 @@ TEST(MessageCopy, OfAnOmPackageWithoutMemoryForTheInnerOneIsNone) {
   EXPECT_EQ(omCopyOf(*original), nullptr);
   EXPECT_TRUE(fail.hasFailed());
   EXPECT_EQ(errno, ENOMEM);
+}
+
+/// Whether the block has no copy for want of memory.
+bool lacksMemory(const ACE_Message_Block& block, const test::FailingAllocations& fail) {
+  errno = 0;
+  return copyMessage(block) == nullptr && errno == ENOMEM && fail.hasFailed();
+}
+
+TEST(MessageCopy, OfAnOmPackageIsNoneWhicheverPartOfItFindsNoMemory) {
+  const std::string value(100, 'x');
+  const std::unique_ptr<CQOV_OM_MsgPackage> original = omPackage();
+  original->addRecord(1).addString(1, value);
+  original->get()->addRecord(1).addString(1, value);
+  const BlockPtr block = test::blockOf(original.get());
+  const long before = test::allocations();
+  std::make_unique<CQOV_OM_MsgPackage>(*original);
+  const long needed = test::allocations() - before;
+  EXPECT_GE(needed, 4);
+  for (long count = 0; count < needed; ++count) {
+    EXPECT_TRUE(lacksMemory(*block, test::FailingAllocations(count, 1))) << count;
+  }
+}
+
+// The first thing that a clone needs: ACE itself loses that when it gets no more.
+TEST(MessageCopy, OfAPackageIsNoneWithoutMemoryForTheBlock) {
+  const std::unique_ptr<CQOV_OM_MsgPackage> original = omPackage();
+  const BlockPtr block = test::blockOf(original.get());
+  EXPECT_TRUE(
+      lacksMemory(*block, test::FailingAllocations::ofArraysThatGiveNull(sizeof(ACE_Data_Block))));
 }
 
 TEST(MessageCopy, OfAnyOtherBlockIsAClone) {

@@ -5,6 +5,7 @@
 #include <qovpub/qov_om_message_package.h>
 
 #include <cerrno>
+#include <memory>
 #include <new>
 #include <string>
 #include <vector>
@@ -30,17 +31,32 @@ class NoMemory : public testing::Test {
   const u_long mask_;
 };
 
-Bytes longMessage() {
-  Bytes message;
-  constexpr unsigned int kRecord = 10 + 60 * (4 + 24);
-  message.head(12 * kRecord);
+constexpr unsigned int kLongRecord = 10 + 60 * (4 + 24);
+constexpr unsigned int kLongBody = 12 * kLongRecord;
+
+Bytes& addLongBody(Bytes& message) {
   for (unsigned int r = 0; r < 12; ++r) {
-    message.record(r, kRecord - 10);
+    message.record(r, kLongRecord - 10);
     for (unsigned int i = 0; i < 60; ++i) {
       message.cell(i, 1, 24).fill(24, static_cast<unsigned char>(i));
     }
   }
   return message;
+}
+
+Bytes longMessage() {
+  Bytes message;
+  return addLongBody(message.head(kLongBody));
+}
+
+Bytes omMessage() {
+  Bytes message;
+  return message.head(28).set(11, QOVMsgHead::kFlagOm).headV3(0);
+}
+
+Bytes longOmMessage() {
+  Bytes message;
+  return addLongBody(message.head(28 + kLongBody).set(11, QOVMsgHead::kFlagOm).headV3(kLongBody));
 }
 
 TEST_F(NoMemory, MakesDecodingFailWhereverItMeetsIt) {
@@ -193,11 +209,6 @@ TEST_F(NoMemory, GivesNoResponse) {
   EXPECT_EQ(errno, ENOMEM);
 }
 
-Bytes omMessage() {
-  Bytes message;
-  return message.head(28).set(11, QOVMsgHead::kFlagOm).headV3(0);
-}
-
 TEST(NoMemoryOnce, LeavesAnOmPackageWithoutAnInnerOneAsItWas) {
   Bytes message = omMessage();
   CQOV_OM_MsgPackage package(nullptr);
@@ -213,6 +224,63 @@ TEST(NoMemoryOnce, LeavesAnOmPackageWithoutAnInnerOneAsItWas) {
   EXPECT_EQ(package.get(), nullptr);
   EXPECT_EQ(package.head().sn_, serial);
   EXPECT_EQ(package.decode(message.begin(), message.size()), 0U);
+}
+
+/// Decodes the long message into `package` with each allocation failing from one on, which is
+/// another in each round.
+template <class Make>
+void expectNoDecodingWithoutMemory(const Make& make) {
+  Bytes message = longOmMessage();
+  long failures = 0;
+  for (bool failed = true; failed; ++failures) {
+    const std::unique_ptr<CQOV_OM_MsgPackage> package = make();
+    const CT7QPackageV3* const inner = package->get();
+    unsigned int result = 0;
+    int error = 0;
+    {
+      const FailingAllocations fail(failures);
+      errno = 0;
+      ASSERT_NO_THROW(result = package->decode(message.begin(), message.size())) << failures;
+      error = errno;
+      failed = fail.hasFailed();
+    }
+    ASSERT_EQ(result, failed ? CQOV_MsgPackage::kFailed : kLongBody) << failures;
+    ASSERT_EQ(error, failed ? ENOMEM : 0) << failures;
+    ASSERT_TRUE(inner == nullptr || inner == package->get()) << failures;
+    ASSERT_EQ(package->get() != nullptr ? package->get()->count() : 0U, failed ? 0U : 12U);
+  }
+  EXPECT_GT(failures, 100);
+}
+
+TEST_F(NoMemory, MakesDecodingAnOmPackageFailWhereverItMeetsIt) {
+  expectNoDecodingWithoutMemory([] { return std::make_unique<CQOV_OM_MsgPackage>(nullptr); });
+  expectNoDecodingWithoutMemory([] {
+    auto package = std::make_unique<CQOV_OM_MsgPackage>(new CT7QPackageV3);
+    package->get()->addRecord(99);
+    return package;
+  });
+}
+
+TEST_F(NoMemory, MakesCopyingAnOmPackageThrowWhereverItMeetsIt) {
+  Bytes message = longOmMessage();
+  CQOV_OM_MsgPackage package(nullptr);
+  ASSERT_EQ(package.decode(message.begin(), message.size()), kLongBody);
+  package.addRecord(5).addString(1, std::string(100, 'x'));
+  long failures = 0;
+  for (bool failed = true; failed; ++failures) {
+    bool thrown = false;
+    const FailingAllocations fail(failures);
+    try {
+      const CQOV_OM_MsgPackage copy(package);
+      ASSERT_EQ(copy.count(), 1U);
+      ASSERT_EQ(copy.get()->count(), 12U);
+    } catch (const std::bad_alloc&) {
+      thrown = true;
+    }
+    failed = fail.hasFailed();
+    ASSERT_EQ(thrown, failed) << failures;
+  }
+  EXPECT_GT(failures, 100);
 }
 
 TEST(NoMemoryOnce, MakesTheAllocatingEncodeOfAnOmPackageFailWithALogLine) {
