@@ -19,8 +19,9 @@ namespace devagent {
 /// them to the inventory, and pushes the inventory's records to the endpoint, each when it is due.
 ///
 /// An exchange may take as long as the link waits; no worker does that for it. Between two jobs the
-/// thread waits on the task's own queue, and in a walk the link looks there before each step, so
-/// that the block with which the module tells its tasks to end ends it after one exchange at most.
+/// thread waits on the task's own queue, and in a walk the link looks there before each request, so
+/// that the block with which the module tells its tasks to end ends it after the exchange it meets:
+/// at worst when the link has waited its 30 seconds for an answer.
 class UplinkTask : public CQOV_Task {
  public:
   explicit UplinkTask(CQOV_TaskMgr* module);
