@@ -37,7 +37,7 @@ class CQOV_OM_MsgPackage : public CQOV_MsgPackage {
   /// that is here already stays.
   void set(CT7QPackageV3* p) noexcept;
 
-  /// Reads an internal header and, from the 32nd byte on, the inner package, which is cleared first
+  /// Reads an internal header of 32 bytes and, behind it, the inner package, which is cleared first
   /// if there is one and made otherwise; one that get() gave stays valid.
   ///
   /// Returns the number of the inner package's record bytes or kFailed. The header's LEN and flags
