@@ -25,7 +25,7 @@ class EndpointLink : public EndpointTest {
   }
   /// The same, but it does not wait long.
   void connectsHasty(const std::string& fault) {
-    connects({"--fault", fault}, TestLink::shortReply(100));
+    connects({"--fault", fault}, shortReply());
   }
   void connects(const std::vector<std::string>& arguments, const TestLink::Limits& limits) {
     starts(arguments);
