@@ -95,8 +95,8 @@ TEST_F(EndpointAnswers, StoreNothingThatCannotBeRead) {
 }
 
 TEST_F(EndpointAnswers, StoreTheLongestRowThatStillHasRoomForItsCursor) {
-  // A cursor of 8 bytes and a status of 1, each with a head of 4.
-  const std::size_t longest = 65535 - 17 - 4;
+  // A cursor and a status of 8 bytes, each with a head of 4.
+  const std::size_t longest = 65535 - 24 - 4;
   const auto stored = [&](std::size_t size) {
     return record(kStoreTo + 0x2000, cell(1, 1, std::string(size, 'x')));
   };

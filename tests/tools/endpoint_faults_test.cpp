@@ -146,6 +146,20 @@ TEST_F(EndpointFault, AnswersWithAnotherStatus) {
   EXPECT_EQ(answerWith("status:value=1"), message(1, record(command_, cells_ + status(1))));
 }
 
+TEST_F(EndpointFault, HasRoomInTheLongestRow) {
+  const std::string row = cell(1, 1, std::string(65535 - 24 - 4, 'x'));
+  const std::uint64_t large = 1ULL << 62;
+  starts({"--fault", "text-status:request=2", "--fault",
+          "status:request=3,value=" + std::to_string(large)});
+  const EndpointClient asking = client();
+  asking.exchange(message(1, record(kStoreTo + 0x2000, row)));
+  const std::string next = message(2, record(kGetNextOf + 0x2000));
+  EXPECT_EQ(asking.exchange(next),
+            message(2, record(kGetNextOf + 0x2000, row + cursor(1) + text(4095, "row"))));
+  EXPECT_EQ(asking.exchange(next),
+            message(2, record(kGetNextOf + 0x2000, row + cursor(1) + cell(4095, 6, le(large, 8)))));
+}
+
 TEST_F(EndpointFault, NeverEndsAWalk) {
   EXPECT_EQ(answersWith("no-end", message(1, lastRow()) + message(2, firstRow())),
             message(1, firstRow()) + message(2, lastRow()));

@@ -68,16 +68,16 @@ TEST_F(EndpointInput, RefusesBadRows) {
 }
 
 TEST_F(EndpointInput, RefusesARowThatIsTooLongToBeAnswered) {
-  // A head of 4, the text and its NUL; a cursor and a status of 17 together have to fit as well.
+  // A head of 4, the text and its NUL; a cursor and a status of 24 together have to fit as well.
   const auto table = [](std::size_t text) {
     return R"({"number":2,"rows":[{"key":2,"cells":[{"tag":1,"type":"String","value":")" +
            std::string(text, 'x') + R"("}]}]})";
   };
-  const std::size_t longest = 65535 - 17 - 4 - 1;
+  const std::size_t longest = 65535 - 24 - 4 - 1;
   expectTableRefused(table(longest + 1), "tables[1].rows[0]: ");
   const std::string fits = endpoint.file("fits.json", R"({"tables":[)" + table(longest) + "]}");
   ASSERT_TRUE(endpoint.start({"--tables", fits})) << endpoint.errors();
-  EXPECT_EQ(client().exchange(message(1, record(kGetNextOf + 2))).size(), 28U + 10 + 65535 - 7);
+  EXPECT_EQ(client().exchange(message(1, record(kGetNextOf + 2))).size(), 28U + 10 + 65535 - 14);
 }
 
 TEST_F(EndpointInput, TakesTheLargestKey) {

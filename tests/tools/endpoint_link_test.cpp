@@ -24,9 +24,7 @@ class EndpointLink : public EndpointTest {
     connects(arguments, limits);
   }
   /// The same, but it does not wait long.
-  void connectsHasty(const std::string& fault) {
-    connects({"--fault", fault}, shortReply());
-  }
+  void connectsHasty(const std::string& fault) { connects({"--fault", fault}, shortReply()); }
   void connects(const std::vector<std::string>& arguments, const TestLink::Limits& limits) {
     starts(arguments);
     link = std::make_unique<TestLink>(endpoint.port(), limits);

@@ -160,7 +160,8 @@ void Connection::deliver(Delivery delivery) {
 /// Sends what the socket takes. The counts are saved first: what a client has seen is in the file.
 void Connection::send() {
   if (sent_ == 0) {
-    owner_.counts().change() += delivery_.counted;
+    // Once, although the socket may not take the first byte yet.
+    owner_.counts().change() += std::exchange(delivery_.counted, {});
     owner_.counts().save();
   }
   if (sent_ == delivery_.bytes.size() || sendPiece()) {
