@@ -409,7 +409,10 @@ TEST_F(QovctlEndpoint, LogsOnlyWhenAskedAndLeavesNoFile) {
 TEST_F(QovctlEndpoint, KeepsTheConnectionApartFromAStandardOutputThatIsClosed) {
   ssize_t more = -1;
   plays({[&](PeerConnection& link) {
-    link.answer(row("lo", 1));
+    // More than is held back until the end.
+    for (unsigned int key = 1; key <= 200; ++key) {
+      link.answer(row(std::string(400, 'x'), key));
+    }
     link.answer(endOfWalk());
     char byte;
     more = ::recv(link.socket(), &byte, sizeof byte, 0);
