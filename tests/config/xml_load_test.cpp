@@ -1,4 +1,5 @@
 // Which files are loaded, and what happens to those that are not.
+#include <malloc.h>
 #include <sys/stat.h>
 #include <tinyxml.h>
 #include <unistd.h>
@@ -203,6 +204,25 @@ TEST_F(DeviceFile, OfManyLatin1LettersIsLoaded) {
 TEST_F(DeviceFile, IsReadUpToAZeroByteThatABrokenCharacterSwallows) {
   write("\xEF\xBB\xBF<AgentConfig a='\xC3" + std::string(1, '\0') + "'>" + nested(1000000));
   isRefused("line 1, column 14: Error parsing Element.");
+}
+
+/// Fills memory that is allocated with a byte, where malloc() is the C library's own.
+class FilledMemory {
+ public:
+  explicit FilledMemory(unsigned char byte) { ::mallopt(M_PERTURB, byte ^ 0xFF); }
+  ~FilledMemory() { ::mallopt(M_PERTURB, 0); }
+  FilledMemory(const FilledMemory&) = delete;
+  FilledMemory& operator=(const FilledMemory&) = delete;
+};
+
+TEST_F(DeviceFile, IsNotReadBeyondItsEndWhereABrokenCharacterEndsIt) {
+  const FilledMemory quotes('\'');
+  for (const std::string letter : {"\xC3", "\xE2", "\xF0"}) {
+    write("\xEF\xBB\xBF<AgentConfig a='" + letter);
+    log.clear();
+    isRefused("line 1, column 14: Error parsing Element.");
+    sleeps.clear();
+  }
 }
 
 TEST_F(DeviceFile, OfManyElementsBesideOneAnotherIsLoaded) {
