@@ -193,7 +193,7 @@ TEST_F(Exchange, RepeatsTheRequestWhenTheAnswerHasTheResultOfAFailedSocket) {
 
 TEST_F(Exchange, StepsReceiveWithoutATimeoutWhenThereIsNone) {
   const Message sent = Bytes().headV3(10).record(77, 0).data();
-  plays({[&](auto& connection) { connection.send(sent); }});
+  plays({[sent](auto& connection) { connection.send(sent); }});
   connects();
   std::vector<char> buffer(2097152);
   unsigned int length = 5;
@@ -246,7 +246,7 @@ TEST_F(Exchange, ReceivesABodyAsLongAsItsBuffer) {
   add(left / 2);
   add(left - left / 2);
   ASSERT_EQ(body.size(), 2097152U - 28);
-  plays({[&](auto& connection) { connection.answer(body); }});
+  plays({[body](auto& connection) { connection.answer(body); }});
   log.log().priority_mask(LM_ERROR, ACE_Log_Msg::PROCESS);
   connects();
   EXPECT_EQ(sends(), 0U);

@@ -1,9 +1,12 @@
+#include <pthread.h>
 #include <sys/socket.h>
 
 #include <atomic>
 #include <thread>
 
 #include "tests/link/link_fixture.h"
+#include "tests/support/latch.h"
+#include "tests/support/sanitizers.h"
 
 namespace qov::test {
 namespace {
@@ -50,10 +53,40 @@ TEST_F(LinkTest, GivesEachThreadTheAnswerToItsOwnRequest) {
   for (std::thread& thread : threads) {
     thread.join();
   }
+  peer.join();
   EXPECT_EQ(right, kThreads * kEach);
   EXPECT_FALSE(interleaved);
   EXPECT_EQ(peer.connections(), 3);
   EXPECT_EQ(peer.requests().size(), static_cast<std::size_t>(kThreads * kEach));
+}
+
+TEST_F(LinkTest, GoesOnWhenAThreadIsCancelledInItsExchange) {
+  if (QOV_TEST_ASAN || QOV_TEST_TSAN) {
+    GTEST_SKIP() << "the sanitizers do not follow a thread that is cancelled in a system call";
+  }
+  Latch asked;
+  plays({[&](PeerConnection& connection) {
+           connection.request();
+           asked.count();
+           connection.waitForEnd();
+         },
+         [](PeerConnection& connection) { connection.answerAll(recordBytes(77)); }});
+  log.log().priority_mask(0, ACE_Log_Msg::PROCESS);
+  connects();
+  const auto exchange = [](void* through) -> void* {
+    CT7QPackageV3 lost;
+    static_cast<CQOVLongSocket*>(through)->sendMsg(&lost);
+    return nullptr;
+  };
+  pthread_t thread;
+  ASSERT_EQ(::pthread_create(&thread, nullptr, exchange, link.get()), 0);
+  EXPECT_TRUE(asked.waitFor());
+  ::pthread_cancel(thread);
+  void* end = nullptr;
+  ::pthread_join(thread, &end);
+  EXPECT_EQ(end, PTHREAD_CANCELED);
+  EXPECT_EQ(sends(), 0U);
+  EXPECT_EQ(package.count(), 1U);
 }
 
 }  // namespace
