@@ -29,8 +29,8 @@ Json::Value toJson(const CTLVCell& cell);
 /// JSON is filled up with blanks. Of any other value it has to be the length.
 ///
 /// Gives the bytes back of which toJson() was made, with two exceptions: of a number of more than 8
-/// bytes only the first 8 are shown, the others become zeros, and JSON may be written otherwise than
-/// it was.
+/// bytes only the first 8 are shown, the others become zeros, and JSON may be written otherwise
+/// than it was.
 CTLVCell cellFromJson(const Json::Value& json, const std::string& place);
 
 /// The type of that name; throws BadJson for another text.
