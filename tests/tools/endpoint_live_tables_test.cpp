@@ -6,6 +6,7 @@
 #include <map>
 
 #include "tests/tools/endpoint_test.h"
+#include "tools/qov-endpoint/proc_file.h"
 
 namespace qov::test {
 namespace {
@@ -186,6 +187,10 @@ TEST_F(EndpointLiveTable, IsWalkedOnBehindARowThatIsGone) {
   for (const auto& [key, rest] : walk(client(), kProcesses, row)) {
     EXPECT_GT(key, child.pid());
   }
+}
+
+TEST(EndpointProcFile, ThatCannotBeReadAfterItWasOpenedIsEmpty) {
+  EXPECT_EQ(endpoint::readProcFile("/proc/self"), "");
 }
 
 }  // namespace

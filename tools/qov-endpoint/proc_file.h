@@ -2,15 +2,18 @@
 #define QOV_TOOLS_QOV_ENDPOINT_PROC_FILE_H
 
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
 
 namespace qov::endpoint {
 
-/// The content of a file below /proc; empty when it cannot be read, as that of a process gone.
+/// The content of a file below /proc; what could be read of it when that fails, as it does when the
+/// process ends after the file was opened. Nothing when it cannot be opened.
 inline std::string readProcFile(const std::string& path) {
   std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  std::ostringstream content;
+  content << file.rdbuf();  // keeps the exception to itself that a failed read throws
+  return content.str();
 }
 
 }  // namespace qov::endpoint
