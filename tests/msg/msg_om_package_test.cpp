@@ -155,7 +155,9 @@ TEST(OmPackage, IsAssignedDeeply) {
   }
   EXPECT_EQ(deleted, 1);
   const CQOV_OM_MsgPackage& same = assigned;
+  const CT7QPackageV3* const inner = assigned.get();
   assigned = same;
+  EXPECT_EQ(assigned.get(), inner);
   EXPECT_EQ(assigned.head().opc_, 42U);
   ASSERT_NE(assigned.get(), nullptr);
   EXPECT_EQ((*assigned.get())[0].getUnsigned(6), 200U);
@@ -183,10 +185,12 @@ TEST(OmPackage, ReusesTheInnerPackageAndClearsItFirst) {
   Bytes message = writtenOut();
   CT7QPackageV3* const inner = makeInner().release();
   CQOV_OM_MsgPackage package(inner);
+  package.addRecord(5);
   for (int round = 0; round < 2; ++round) {
     EXPECT_EQ(package.decode(message.begin(), message.size()), kInnerBody);
     EXPECT_EQ(package.get(), inner);
     EXPECT_EQ(inner->count(), 2U);
+    EXPECT_EQ(package.count(), 1U);
   }
 }
 
