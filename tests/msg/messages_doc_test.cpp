@@ -7,7 +7,9 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <vector>
 
+#include "tests/diag/log_capture.h"
 #include "tests/msg/log_lines.h"
 #include "tests/vectors/vector_file.h"
 
@@ -64,11 +66,29 @@ TEST(MessagesDoc, ShowsMessagesAsTheyAreDumped) {
             dumpOf(CQOV_OM_MsgPackage(nullptr), readVector("om_interface_row").bytes));
 }
 
+/// What is logged of a vector that is refused for its records, without where in the code that is.
+Lines refusalOf(const std::string& name) {
+  std::vector<unsigned char> bytes = readVector(name).bytes;
+  const LogCapture log;
+  CT7QPackageV3 package;
+  EXPECT_EQ(package.decode(bytes.data(), static_cast<unsigned int>(bytes.size())),
+            CT7QPackageV3::kFailed);
+  Lines lines = linesOf(log.text());
+  for (std::string& line : lines) {
+    line.erase(0, (kPlace + kFunctionV3).size());
+  }
+  return lines;
+}
+
 TEST(MessagesDoc, HasTheTextOfEveryRefusal) {
   const std::string text = document();
-  for (const auto& [refused, line] : kRecordFaults) {
-    EXPECT_NE(text.find("`" + line), std::string::npos) << refused;
+  for (const char* const name : {"bad_v3_record_short", "bad_v3_record_length", "bad_v3_cell_short",
+                                 "bad_v3_cell_type_empty", "bad_v3_cell_length"}) {
+    const Lines lines = refusalOf(name);
+    ASSERT_FALSE(lines.empty()) << name;
+    EXPECT_NE(text.find("`" + lines.front() + "`"), std::string::npos) << lines.front();
   }
+  EXPECT_NE(text.find("`" + refusalOf("bad_v3_cell_length").back() + "`"), std::string::npos);
   EXPECT_NE(text.find("`" + kBadHead.front() + "`"), std::string::npos);
   EXPECT_NE(text.find("CTLVPackageV3::verifyMsgHead: pBuf is null or uiBufSize equal zero!`"),
             std::string::npos);
