@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "tests/support/sanitizers.h"
 #include "tests/tools/endpoint_test.h"
 
 namespace qov::test {
@@ -57,6 +58,9 @@ TEST_F(EndpointClients, AreServedInAnyNumberAtOnce) {
 }
 
 TEST_F(EndpointClients, ThatFindNoRoomAreServedWhenOthersHaveGone) {
+  if (QOV_TEST_ASAN) {
+    GTEST_SKIP() << "the sanitizer checks addresses with files of its own, and there are none left";
+  }
   starts({"--quiet"});
   constexpr rlim_t kFiles = 20;
   const rlimit limit{kFiles, kFiles};
@@ -67,7 +71,7 @@ TEST_F(EndpointClients, ThatFindNoRoomAreServedWhenOthersHaveGone) {
     clients.back().send(request(1));
   }
   for (EndpointClient& each : clients) {
-    EXPECT_EQ(each.receiveMessage(), answer(1));
+    EXPECT_EQ(each.receiveMessage(), answer(1)) << endpoint.errors();
     each.close();
   }
 }
