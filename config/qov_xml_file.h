@@ -10,7 +10,7 @@ namespace qov {
 
 /// What a file may have at most. TinyXML takes a multiple of its size in memory, and goes one call
 /// deeper for each element inside another one, on the stack of whatever thread reads.
-constexpr std::size_t kMostBytesOfXml = 64 * 1024 * 1024;
+constexpr std::size_t kMostBytesOfXml = std::size_t{64} << 20;
 constexpr int kDeepestXmlElement = 100;
 
 /// Replaces what `document` holds by the content of `fileName`, which must be a regular file.
