@@ -14,7 +14,7 @@ namespace qov::endpoint {
 /// cursor nor a status: these are made for each answer.
 using Rows = std::map<std::uint64_t, CTLVRecordV3>;
 
-/// Bytes that an answer adds to a row at most: a cursor, and a status that a fault may make as long.
+/// Bytes that an answer adds to a row at most: a cursor, and a status that a fault may make longer.
 inline constexpr unsigned long kRowOverhead = 2 * (MIN_TLV_SIZE + sizeof(std::uint64_t));
 
 inline bool isReservedTag(unsigned short tag) {
