@@ -70,6 +70,14 @@ class DeviceXmlTest : public ::testing::Test {
 
   static CQOVXmlConfig& config() { return *CQOVXmlConfig::instance(); }
 
+  /// Makes all that a process makes only once: what is refused memory from now on is the
+  /// configuration's own.
+  void readAndForget() {
+    config();
+    CQOVXmlConfig::close();
+    log.clear();
+  }
+
   /// The value found; what an exception says when there is none.
   static std::string find(const std::string& device, const std::string& key) {
     std::string value = "unchanged";

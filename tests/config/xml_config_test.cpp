@@ -103,6 +103,7 @@ TEST_F(DeviceConfig, IsEmptyWithoutAChildOfTheRoot) {
 
 TEST_F(DeviceConfig, KeepsWhatWasStoredUntilMemoryRanOut) {
   writeDevices(R"(<D DeviceDesc="a"><I Key="k" Value="v"/><I Key="l" Value="w"/></D>)");
+  readAndForget();
   {
     const auto failing = FailingAllocations::ofSize(sizeof(ItemNode), 2);
     config();
@@ -228,6 +229,7 @@ TEST_F(DeviceConfig, IsMadeOnceForThreadsThatAskMeanwhile) {
 
 TEST_F(DeviceConfig, IsNullWithoutMemoryAndMadeByTheNextCall) {
   writeDevices(R"(<D DeviceDesc="a"><I Key="k" Value="v"/></D>)");
+  readAndForget();
   {
     const auto failing = FailingAllocations::ofObjectsThatGiveNull(sizeof(CQOVXmlConfig));
     errno = 0;
@@ -240,6 +242,7 @@ TEST_F(DeviceConfig, IsNullWithoutMemoryAndMadeByTheNextCall) {
 
 TEST_F(DeviceConfig, HasNothingToLookInWithoutMemoryForItsParser) {
   writeDevices(R"(<D DeviceDesc="a"><I Key="k" Value="v"/></D>)");
+  readAndForget();
   {
     const auto failing = FailingAllocations::ofSize(sizeof(CQOVXmlParser));
     config();
@@ -254,6 +257,7 @@ TEST_F(DeviceConfig, HasNothingToLookInWithoutMemoryForItsParser) {
 
 TEST_F(DeviceConfig, HasNothingToLookInWithoutMemoryForItsMaps) {
   writeDevices(R"(<D DeviceDesc="a"><I Key="k" Value="v"/></D>)");
+  readAndForget();
   {
     const auto failing =
         FailingAllocations::ofObjectsThatGiveNull(sizeof(CQOVXmlParser::DeviceMap));
