@@ -36,7 +36,7 @@ ACE_INET_Addr configuredEndpoint(CQOVDebugKitGuard& guard) try {
 }
 
 AddressText textOf(const ACE_INET_Addr& address) {
-  // ACE writes nothing at all into a buffer that is too short, and the longest address is.
+  // ACE writes nothing at all into a buffer that is too short, as 33 bytes can be.
   std::array<char, 64> whole{};
   address.addr_to_string(whole.data(), whole.size(), 1);
   AddressText text{};

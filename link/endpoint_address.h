@@ -14,7 +14,7 @@ namespace qov {
 /// than the one that was meant. Never throws.
 ACE_INET_Addr configuredEndpoint(CQOVDebugKitGuard& guard);
 
-/// Text of at most 32 characters with its NUL.
+/// Text of at most 32 characters, and the NUL behind it.
 using AddressText = std::array<char, 33>;
 
 /// `address` in numbers, as in 127.0.0.1:19001, cut to fit.

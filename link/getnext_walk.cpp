@@ -81,7 +81,7 @@ unsigned int CQOVLongSocket::sendGetNextMsgV3(CT7QPackageV3* package) {
                   dumpIfError(record).c_str());
     }
   }
-  // Kept: an empty record closes the list.
+  // An empty record closes the list: whoever reads it so knows that the walk has come to its end.
   package->addRecord(working[0].cmd());
   return 0;
 }

@@ -31,8 +31,8 @@ std::int32_t lengthOfBody(const char* head) {
   return length;
 }
 
-/// Closes the connection unless the exchange comes to its end: the answer to a request that was
-/// given up halfway must not be there for the next one.
+/// Closes the connection unless the exchange comes to its end: what a request that was given up
+/// halfway leaves in it, as its answer, must not be there for the next one.
 class Unanswered {
  public:
   explicit Unanswered(ACE_SOCK_Stream& peer) : peer_(&peer) {}
@@ -78,6 +78,7 @@ CQOVLongSocket::~CQOVLongSocket() {
 int CQOVLongSocket::setupConnection() {
   CQOVDebugKitGuard guard(0, "int CQOVLongSocket::setupConnection()");
   peer_.close();
+  cut_ = false;
   const qov::AddressText address = qov::textOf(server_);
   peer_.set_handle(qov::connectTo(server_, limits_.connect));
   if (peer_.get_handle() == ACE_INVALID_HANDLE) {
@@ -93,8 +94,10 @@ int CQOVLongSocket::setupConnection() {
 unsigned int CQOVLongSocket::sendMsg_i(const unsigned char* data, unsigned int length) {
   CQOVDebugKitGuard guard(
       0, "unsigned int CQOVLongSocket::sendMsg_i(const unsigned char*, unsigned int)");
-  // A short send is not repeated: what is missing, the endpoint waits for, and no answer comes.
-  if (qov::sendWithin(peer_.get_handle(), data, length, limits_.send) >= 0) {
+  const ssize_t sent = qov::sendWithin(peer_.get_handle(), data, length, limits_.send);
+  if (sent >= 0) {
+    // A short send counts, and is not repeated. The endpoint goes on waiting for the rest.
+    cut_ = cut_ || static_cast<std::size_t>(sent) < length;
     return 0;
   }
   guard.error(65613, __FUNCTION__, __LINE__, "Failed to send V3 message, error is %s",
@@ -196,7 +199,7 @@ unsigned int CQOVLongSocket::sendMsg(CT7QPackageV3* package) {
   const unsigned int length = package->encode(bytes);
   const std::unique_ptr<unsigned char[]> request(bytes);
   if (length == 0 || length == CT7QPackageV3::kFailed) {
-    // No error record: the codec has written one, and the guard leaves with OK; both are kept.
+    // No error record: the codec has written one. So the guard leaves with OK.
     guard.debug(65619, __FUNCTION__, __LINE__, "Error:it failed to encode the V3 message!");
     return kNotEncoded;
   }
@@ -221,7 +224,9 @@ unsigned int CQOVLongSocket::exchange(const unsigned char* data, unsigned int le
   if (result == kSocketFailed) {
     result = attempt(data, length, package, sent);
   }
-  request.settle();
+  if (!cut_) {
+    request.settle();
+  }
   if (sent) {
     logTraffic(guard, "received:", package);
   }

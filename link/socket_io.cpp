@@ -35,10 +35,13 @@ class Socket {
   ACE_HANDLE handle_;
 };
 
-/// Waits until `events` or an error is there. False with errno set: ETIME when the time is over.
+/// Waits until `events` or an error is there. False with errno set: ETIME when the time is over and
+/// it is not there then, either.
 bool waitFor(ACE_HANDLE socket, short events, const Deadline& deadline) {
   pollfd entry{socket, events, 0};
-  while (const int timeout = deadline.pollTimeout()) {
+  int timeout = 0;
+  do {
+    timeout = deadline.pollTimeout();
     const int ready = ::poll(&entry, 1, timeout);
     if (ready > 0) {
       return true;
@@ -46,7 +49,7 @@ bool waitFor(ACE_HANDLE socket, short events, const Deadline& deadline) {
     if (ready < 0 && errno != EINTR) {
       return false;
     }
-  }
+  } while (timeout != 0);
   errno = ETIME;
   return false;
 }
@@ -126,16 +129,15 @@ ssize_t sendWithin(ACE_HANDLE socket, const unsigned char* data, std::size_t len
     return -1;
   }
   const Deadline deadline(&timeout);
-  std::size_t taken = 0;
+  // First: a send would also begin where there is room for a few bytes only.
+  if (!waitFor(socket, POLLOUT, deadline)) {
+    return -1;
+  }
+  ssize_t sent = 0;
   do {
-    const ssize_t sent = ::send(socket, data + taken, length - taken, MSG_NOSIGNAL);
-    if (sent >= 0) {
-      taken += static_cast<std::size_t>(sent);
-    } else if (!mayRepeat(socket, POLLOUT, deadline)) {
-      return errno == ETIME && taken > 0 ? static_cast<ssize_t>(taken) : -1;
-    }
-  } while (taken < length);
-  return static_cast<ssize_t>(taken);
+    sent = ::send(socket, data, length, MSG_NOSIGNAL);
+  } while (sent < 0 && mayRepeat(socket, POLLOUT, deadline));
+  return sent;
 }
 
 bool receiveAll(ACE_HANDLE socket, char* to, std::size_t length, const Deadline& deadline) {

@@ -18,8 +18,9 @@ namespace qov {
 /// process starts do not inherit it.
 ACE_HANDLE connectTo(const ACE_INET_Addr& address, const ACE_Time_Value& timeout);
 
-/// One send with a time-out: gives the number of bytes that the socket has taken by then, or -1
-/// with errno set, which is ETIME if it has taken none. A peer that is gone raises no SIGPIPE.
+/// Waits until the socket takes anything, and sends once: gives the number of bytes that it has
+/// taken, or -1 with errno set, ETIME when the time was over. A peer that is gone raises no
+/// SIGPIPE.
 ssize_t sendWithin(ACE_HANDLE socket, const unsigned char* data, std::size_t length,
                    const ACE_Time_Value& timeout);
 

@@ -20,21 +20,6 @@ using ::testing::IsEmpty;
 namespace qov::test {
 namespace {
 
-/// The descriptors of this process's connections to `port`.
-std::vector<int> socketsTo(std::uint16_t port) {
-  std::vector<int> found;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    const int fd = std::stoi(entry.path().filename());
-    sockaddr_in to{};
-    socklen_t size = sizeof to;
-    if (::getpeername(fd, reinterpret_cast<sockaddr*>(&to), &size) == 0 &&
-        to.sin_family == AF_INET && ntohs(to.sin_port) == port) {
-      found.push_back(fd);
-    }
-  }
-  return found;
-}
-
 /// The port of this end of a connection.
 std::uint16_t portOf(int socket) {
   sockaddr_in own{};
@@ -178,24 +163,55 @@ TEST_F(Connection, OfAPeerThatIsGoneRaisesNoSignal) {
 }
 
 TEST_F(Connection, TakesAShortSendForASend) {
+  std::size_t read = 0;
+  plays({[&](PeerConnection& connection) {
+    // Reads all that comes, so that one who sends on does come to the end.
+    Message part(1U << 20);
+    for (ssize_t taken = 1; taken > 0; read += static_cast<std::size_t>(taken)) {
+      taken = std::max<ssize_t>(::recv(connection.socket(), part.data(), part.size(), 0), 0);
+    }
+  }});
+  connects(endless());
+  holdsLittle();
+  const Message large(32U << 20);
+  EXPECT_EQ(link->sendMsg_i(large.data(), static_cast<unsigned int>(large.size())), 0U);
+  EXPECT_THAT(records(), IsEmpty());
+  link.reset();
+  peer.join();
+  EXPECT_GT(read, 0U);
+  EXPECT_LT(read, large.size());
+}
+
+TEST_F(Connection, FailsToSendWhenNothingIsTakenInTime) {
+  Latch accepted;
   Latch done;
-  plays({[&](PeerConnection&) { done.waitFor(); }});
-  TestLink::Limits limits;
+  plays({[&](PeerConnection&) {
+    accepted.count();
+    done.waitFor();
+  }});
+  TestLink::Limits limits = endless();
   limits.send.set(0, 50000);
   connects(limits);
-  const Message more(64U << 20);
-  EXPECT_EQ(link->sendMsg_i(more.data(), static_cast<unsigned int>(more.size())), 0U);
-  EXPECT_THAT(records(), IsEmpty());
-  // Once it takes nothing at all, that is a failure.
+  EXPECT_TRUE(accepted.waitFor());
+  const Message large(1U << 20);
   unsigned int result = 0;
-  for (int i = 0; i < 20 && result == 0; ++i) {
-    result = link->sendMsg_i(more.data(), static_cast<unsigned int>(more.size()));
+  while (result == 0) {
+    result = link->sendMsg_i(large.data(), static_cast<unsigned int>(large.size()));
   }
   done.count();
   peer.join();
   EXPECT_EQ(result, kSocketFailed);
   EXPECT_THAT(messages("ERR"),
               ElementsAre("Failed to send V3 message, error is Timer expired", notConnectedTo()));
+}
+
+TEST_F(Connection, TakesWhatItCanSendAtOnceWithoutAnyTime) {
+  plays({answers});
+  TestLink::Limits limits = endless();
+  limits.send = ACE_Time_Value::zero;
+  connects(limits);
+  EXPECT_EQ(sends(), 0U);
+  EXPECT_EQ(peer.connections(), 1);
 }
 
 /// A link made from the configuration file. Whether anybody listens there does not matter: the
@@ -244,6 +260,18 @@ TEST_F(ConfiguredEndpoint, IsTheOneOfTheKey) {
   CQOVLongSocket made;
   EXPECT_THAT(records(), ElementsAre("INFO 65612 " + connectedTo()));
   EXPECT_EQ(made.sendMsg(&package), 0U);
+}
+
+TEST_F(ConfiguredEndpoint, IsTracedAsOperationsAre) {
+  plays({answers});
+  configure("[MMT]\nMMT_ADDR=" + peer.address() + "\n");
+  log.log().priority_mask(LM_TRACE, ACE_Log_Msg::PROCESS);
+  log.clear();
+  const CQOVLongSocket made;
+  const std::string make = "CQOVLongSocket::CQOVLongSocket()";
+  const std::string setUp = "int CQOVLongSocket::setupConnection()";
+  EXPECT_THAT(messages("TRACE"), ElementsAre("enter " + make + "...", "enter " + setUp + "...",
+                                             "leave " + setUp + ": OK", "leave " + make + ": OK"));
 }
 
 TEST_F(ConfiguredEndpoint, IsNoneWhenTheKeyCannotBeUnderstood) {

@@ -1,5 +1,9 @@
 #include "tests/link/link_fixture.h"
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <filesystem>
 #include <regex>
 
 namespace qov::test {
@@ -8,18 +12,19 @@ namespace {
 struct LogRecord {
   std::string tag;
   std::string id;
+  std::string function;
   std::string message;
 };
 
 std::vector<LogRecord> recordsIn(const std::string& log) {
   static const std::regex head(R"(^\[\d{4}/\d\d/\d\d \d\d:\d\d:\d\d\]\[(\d+)\]\[(\w+)\])"
-                               R"(\[QOVPUBLIC\]\[\w*,\d+\]\[\]\[[^\]]*\] (.*)$)");
+                               R"(\[QOVPUBLIC\]\[(\w*),\d+\]\[\]\[[^\]]*\] (.*)$)");
   std::vector<LogRecord> found;
   std::istringstream lines(log);
   for (std::string line; std::getline(lines, line);) {
     std::smatch match;
     if (std::regex_match(line, match, head)) {
-      found.push_back({match[2], match[1], match[3]});
+      found.push_back({match[2], match[1], match[3], match[4]});
     } else if (!found.empty()) {
       found.back().message += "\n" + line;
     }
@@ -28,6 +33,27 @@ std::vector<LogRecord> recordsIn(const std::string& log) {
 }
 
 }  // namespace
+
+std::vector<int> socketsTo(std::uint16_t port) {
+  std::vector<int> found;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    const int fd = std::stoi(entry.path().filename());
+    sockaddr_in to{};
+    socklen_t size = sizeof to;
+    if (::getpeername(fd, reinterpret_cast<sockaddr*>(&to), &size) == 0 &&
+        to.sin_family == AF_INET && ntohs(to.sin_port) == port) {
+      found.push_back(fd);
+    }
+  }
+  return found;
+}
+
+void LinkTest::holdsLittle() const {
+  const auto sockets = socketsTo(peer.port());
+  ASSERT_EQ(sockets.size(), 1U);
+  const int least = 1;
+  ASSERT_EQ(::setsockopt(sockets[0], SOL_SOCKET, SO_SNDBUF, &least, sizeof least), 0);
+}
 
 LinkTest::Strings LinkTest::records(const std::string& tag) const {
   Strings found;
@@ -45,6 +71,14 @@ LinkTest::Strings LinkTest::messages(const std::string& tag) const {
     if (record.tag == tag) {
       found.push_back(record.message);
     }
+  }
+  return found;
+}
+
+std::set<std::string> LinkTest::operations() const {
+  std::set<std::string> found;
+  for (const LogRecord& record : recordsIn(log.text())) {
+    found.insert(record.id + " " + record.function);
   }
   return found;
 }

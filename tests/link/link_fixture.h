@@ -6,6 +6,7 @@
 #include <qovpub/qov_long_socket.h>
 
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,13 +26,22 @@ class TestLink : public CQOVLongSocket {
       : CQOVLongSocket(ACE_INET_Addr(port, "127.0.0.1"), limits) {}
 };
 
-/// Time-outs that no test lives to see the end of, but for a short one for the reply.
-inline TestLink::Limits shortReply() {
+/// Time-outs that no test lives to see the end of.
+inline TestLink::Limits endless() {
   TestLink::Limits limits;
-  limits.connect = limits.send = ACE_Time_Value(3600);
+  limits.connect = limits.send = limits.reply = ACE_Time_Value(3600);
+  return limits;
+}
+
+/// The same, but for a short one for the reply: for tests in which none comes.
+inline TestLink::Limits shortReply() {
+  TestLink::Limits limits = endless();
   limits.reply.set(0, 100000);
   return limits;
 }
+
+/// The descriptors of this process's connections to `port`.
+std::vector<int> socketsTo(std::uint16_t port);
 
 /// What the test's thread logs, and an endpoint that plays the test's scripts.
 class LinkTest : public ::testing::Test {
@@ -51,6 +61,9 @@ class LinkTest : public ::testing::Test {
     link = std::make_unique<TestLink>(peer.port(), limits);
     log.clear();
   }
+  /// Makes the system hold no more than a few thousand bytes that the peer has not taken, so that
+  /// one send cannot take a larger request.
+  void holdsLittle() const;
   unsigned int sends() { return link->sendMsg(&package); }
   unsigned int walks() { return link->sendGetNextMsgV3(&package); }
 
@@ -58,6 +71,9 @@ class LinkTest : public ::testing::Test {
   Strings records(const std::string& tag = "") const;
   /// The messages of those with `tag`.
   Strings messages(const std::string& tag) const;
+
+  /// Which operation the records name, as "id function"; each once.
+  std::set<std::string> operations() const;
 
   /// The messages of the errors, that of the failed exchange excepted.
   Strings causes() const;

@@ -31,6 +31,8 @@ class PeerConnection {
   PeerConnection(int socket, std::function<void(const Message&)> keep)
       : socket_(socket), keep_(std::move(keep)) {}
 
+  /// Reads the header of a message.
+  Message head();
   /// Reads one message.
   Message request();
   void send(const Message& bytes);

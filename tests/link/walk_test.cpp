@@ -5,6 +5,7 @@
 
 #include "tests/link/link_fixture.h"
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
@@ -161,6 +162,7 @@ TEST_F(Walk, EndsWithTheRecordOfAnotherStatus) {
   EXPECT_THAT(records("ERR"),
               ElementsAre("ERR 65622 Return message error, error code is 257, message is : \n" +
                           dumpOf(package[1])));
+  EXPECT_THAT(operations(), Contains("65622 sendGetNextMsgV3"));
 }
 
 TEST_F(Walk, RefusesAnswersOfOtherThanOneRecordAndKeepsTheRows) {
@@ -174,6 +176,7 @@ TEST_F(Walk, RefusesAnswersOfOtherThanOneRecordAndKeepsTheRows) {
     ASSERT_EQ(asked.count(), 1U);
     EXPECT_EQ(asked[0].getUnsigned(1), 11U);
     EXPECT_THAT(remarks(), ElementsAre("DBG 65621 Error:received many getnext messages!"));
+    EXPECT_THAT(operations(), Contains("65621 sendGetNextMsgV3"));
     EXPECT_THAT(records("ERR"), IsEmpty());
   }
 }
@@ -219,6 +222,7 @@ TEST_F(Walk, StopsBehindTenThousandRecordsWithoutAStatus) {
   EXPECT_THAT(records(),
               ElementsAre("ERR 65623 Detect abnormal getnext command, rsp record is : \n" +
                           dumpOf(package[kMost - 1]) + "."));
+  EXPECT_THAT(operations(), Contains("65623 sendGetNextMsgV3"));
 }
 
 TEST_F(Walk, ReadsATableOfTenThousandRowsLessOne) {

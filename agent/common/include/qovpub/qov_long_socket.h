@@ -19,7 +19,8 @@ class Deadline;
 ///
 /// It connects when it is made and stays connected. Whatever fails on the way closes the connection
 /// and makes a new one at once; an exchange repeats its request once when that happens. A link
-/// without a connection (the endpoint was away) tries again with its next exchange.
+/// without a connection (the endpoint was away) tries again with its next exchange. A process that
+/// has forked uses it on one side only.
 ///
 /// Thread: sendMsg() and sendGetNextMsgV3() from any thread. An exchange has the connection for
 ///         itself; a walk lets those of other threads in between its steps. All other operations
@@ -53,11 +54,13 @@ class CQOVLongSocket {
   CQOVLongSocket& operator=(const CQOVLongSocket&) = delete;
 
   /// Gives `package` a fresh serial number, sends it and waits for its answer, which `package`
-  /// holds afterwards; for at most 30 seconds each.
+  /// holds afterwards. Takes 30 seconds to send, 30 to receive and 2 to connect at most, all of it
+  /// twice when it fails; other exchanges wait meanwhile.
   ///
   /// Returns 0, one of the three results above, or the answer's RET field, when that is not 0;
-  /// `package` has the answer's header and records then, too. After kNotEncoded and after a request
-  /// that could not be sent it has the request; in all other cases no records.
+  /// `package` has the answer's header and records then, too, if it can be decoded. After
+  /// kNotEncoded, and when neither attempt could be sent, it has the request; in all other cases no
+  /// records. A request of megabytes may be cut short, which counts as sent.
   unsigned int sendMsg(CT7QPackageV3* package);
 
   /// Reads a table: sends `package`, then each answer's record as the next request, until a record
@@ -74,8 +77,9 @@ class CQOVLongSocket {
   /// Returns 0, or -1 without a connection.
   int setupConnection();
 
-  /// Sends `length` bytes, for at most 30 seconds. One call of the system: if it takes a part only,
-  /// that is all that is sent. Returns 0, or kSocketFailed after connecting anew.
+  /// Waits until the connection takes anything, for at most 30 seconds, and sends `length` bytes.
+  /// One call of the system: if it takes a part only, that is all that is sent, and the exchange
+  /// closes the connection at its end. Returns 0, or kSocketFailed after connecting anew.
   virtual unsigned int sendMsg_i(const unsigned char* data, unsigned int length);
 
   /// Receives one message and puts it into `package`; recvData() with 30 seconds, then convert().
@@ -118,6 +122,7 @@ class CQOVLongSocket {
   ACE_Thread_Mutex lock_;
   std::unique_ptr<unsigned char[]> buffer_;
   const Limits limits_;
+  bool cut_ = false;  ///< the endpoint lacks the end of a request on this connection
 };
 
 #endif
