@@ -65,6 +65,56 @@ TEST_F(NoMemory, ToEncodeIsReported) {
   EXPECT_EQ(sends(), 0U);
 }
 
+/// A table of `rows` rows.
+ScriptedPeer::Script answersRows(unsigned int rows) {
+  return [rows](PeerConnection& connection) {
+    for (unsigned int i = 0; i < rows; ++i) {
+      connection.answer(Bytes().record(7, 8).cell(1, kUint, 4).u32(i));
+    }
+    connection.answer(recordBytes(7, 1));
+  };
+}
+
+/// Says how much memory is held while it sends its last request.
+class Weighed : public TestLink {
+ public:
+  using TestLink::TestLink;
+  unsigned int sendMsg_i(const unsigned char* data, unsigned int length) override {
+    held = heldBytes();
+    return TestLink::sendMsg_i(data, length);
+  }
+  long held = 0;
+};
+
+class WalkMemory : public LinkTest {
+ protected:
+  WalkMemory() { log.log().priority_mask(0, ACE_Log_Msg::PROCESS); }
+};
+
+TEST_F(WalkMemory, IsThatOfTheRecordsOnly) {
+  plays({answersRows(2000)});
+  Weighed weighed(peer.port());
+  EXPECT_EQ(weighed.sendGetNextMsgV3(&package), 0U);
+  EXPECT_EQ(package.count(), 2001U);
+  // The last request and the answer before it are small.
+  EXPECT_LT(weighed.held - heldBytes(), 4000);
+}
+
+TEST_F(WalkMemory, IsTakenAsOftenForEachRow) {
+  const auto allocationsFor = [](unsigned int rows) {
+    ScriptedPeer table({answersRows(rows)});
+    TestLink toIt(table.port());
+    CT7QPackageV3 asked;
+    asked.addRecord(7);
+    const long before = allocations();
+    EXPECT_EQ(toIt.sendGetNextMsgV3(&asked), 0U);
+    return allocations() - before;
+  };
+  const long few = allocationsFor(200);
+  EXPECT_GT(few, 200);
+  EXPECT_LE(allocationsFor(400), 2 * few);
+}
+
 TEST_F(NoMemory, AnywhereInAWalkLeavesTheLinkUsable) {
   connects();
   bool failed = true;

@@ -1,5 +1,7 @@
 #include "tests/support/failing_allocations.h"
 
+#include <malloc.h>
+
 #include <cstdlib>
 #include <new>
 #include <utility>
@@ -18,6 +20,7 @@ struct Plan {
 };
 thread_local Plan plan;
 thread_local long counted = 0;
+thread_local long held = 0;
 
 thread_local std::size_t hookedSize = 0;
 thread_local std::function<void()> hook;
@@ -45,7 +48,17 @@ void* allocate(std::size_t size, Form form) {
     hookedSize = 0;
     hook();
   }
-  return refuses(size, form) ? nullptr : std::malloc(size == 0 ? 1 : size);
+  if (refuses(size, form)) {
+    return nullptr;
+  }
+  void* const memory = std::malloc(size == 0 ? 1 : size);
+  held += static_cast<long>(::malloc_usable_size(memory));
+  return memory;
+}
+
+void release(void* memory) {
+  held -= static_cast<long>(::malloc_usable_size(memory));
+  std::free(memory);
 }
 
 void* allocateOrThrow(std::size_t size) {
@@ -71,29 +84,33 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
   return allocate(size, kNullArray);
 }
 void operator delete(void* memory) noexcept {
-  std::free(memory);
+  release(memory);
 }
 void operator delete[](void* memory) noexcept {
-  std::free(memory);
+  release(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
+  release(memory);
 }
 void operator delete[](void* memory, std::size_t) noexcept {
-  std::free(memory);
+  release(memory);
 }
 // What a constructor that throws gives back.
 void operator delete(void* memory, const std::nothrow_t&) noexcept {
-  std::free(memory);
+  release(memory);
 }
 void operator delete[](void* memory, const std::nothrow_t&) noexcept {
-  std::free(memory);
+  release(memory);
 }
 
 namespace qov::test {
 
 long allocations() {
   return counted;
+}
+
+long heldBytes() {
+  return held;
 }
 
 FailingAllocations::FailingAllocations(long count, long failures)

@@ -9,6 +9,9 @@ namespace qov::test {
 /// How often the calling thread has allocated.
 long allocations();
 
+/// How many bytes of memory the calling thread has allocated and not released.
+long heldBytes();
+
 /// Lets the calling thread's allocations succeed `count` times and fail from then on, `failures`
 /// times if that is given, until it goes out of scope. A program with failing_allocations.cpp has
 /// its own operators new.
