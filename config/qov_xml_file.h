@@ -14,9 +14,9 @@ constexpr std::size_t kMostBytesOfXml = std::size_t{64} << 20;
 constexpr int kDeepestXmlElement = 100;
 
 /// Replaces what `document` holds by the content of `fileName`, which must be a regular file.
-/// False with the `reason`, which does not name the file, when that cannot be read, TinyXML finds an
-/// error in it or there is no memory; `document` may hold the part before that. Never waits for a
-/// pipe.
+/// False with the `reason`, which does not name the file, when that cannot be read, TinyXML finds
+/// an error in it or there is no memory; `document` may hold the part before that. Never waits for
+/// a pipe.
 bool loadXmlFile(const std::string& fileName, TiXmlDocument& document, std::string& reason);
 
 }  // namespace qov

@@ -17,6 +17,8 @@ namespace qov::endpoint {
 template <class Read>
 void readInputFile(const std::string& path, Read read) {
   try {
+    // What failed before is no reason; an empty file leaves none.
+    errno = 0;
     std::ifstream file(path, std::ios::binary);
     std::ostringstream text;
     // A directory can be opened, but not read.

@@ -76,8 +76,8 @@ class CQOVXmlParser {
   /// ENOMEM).
   bool addDeviceConfig(std::string& deviceDesc, CIType* item);
 
-  /// The devices read so far, which stay the parser's, with all that is in them; null when there was
-  /// no memory for the map.
+  /// The devices read so far, which stay the parser's, with all that is in them; null when there
+  /// was no memory for the map.
   const DeviceMap* devices() const;
   const std::string& fileName() const { return fileName_; }
 
