@@ -359,9 +359,22 @@ TEST_F(QovctlEndpoint, EndsWithSixWhenARowIsNotOneRecord) {
   }});
   const QovctlRun failed = walk();
   EXPECT_EQ(failed.status, 6);
-  EXPECT_EQ(failed.err, "qovctl: bad reply: it has 2 records, a row has one\n");
+  EXPECT_EQ(failed.err, "qovctl: bad reply: it has 2 records, not one\n");
   // What was read before is worth printing.
   EXPECT_THAT(failed.out, HasSubstr("lo"));
+}
+
+TEST_F(QovctlEndpoint, EndsWithSixWhenWhatItGetsIsNotOneRecord) {
+  for (const Bytes& records : {Bytes(), Bytes().record(kCounts, 0).record(kCounts, 0)}) {
+    for (const std::vector<std::string>& command :
+         std::vector<std::vector<std::string>>{{"get", "counts"}, {"get", "--table", "1", "1"}}) {
+      plays({[&](PeerConnection& link) { link.answer(records); }});
+      const QovctlRun failed = ask(command);
+      EXPECT_EQ(failed.status, 6);
+      EXPECT_EQ(failed.out, "");
+      EXPECT_THAT(failed.err, StartsWith("qovctl: bad reply: it has "));
+    }
+  }
 }
 
 TEST_F(QovctlEndpoint, EndsWithSixWhenAStatusIsNoNumber) {

@@ -67,14 +67,8 @@ Naming columnsOf(std::uint32_t table) {
 /// Sends `request`, whose answer has one record, and prints it.
 void getOne(const EndpointOptions& options, CT7QPackageV3& request, const Naming& naming) {
   Sending sending(options.target);
-  sending.link().exchange(request);
-  printMessage(request, options.format, [&] {
-    std::string text;
-    for (unsigned long i = 0; i < request.count(); ++i) {
-      text += rowLines(std::as_const(request)[i], naming);
-    }
-    return text;
-  });
+  sending.link().exchangeForRecord(request);
+  printMessage(request, options.format, [&] { return rowLines(request[0], naming); });
 }
 
 void send(const EndpointOptions& options, CT7QPackageV3& request) {

@@ -117,6 +117,13 @@ void EndpointLink::exchange(CT7QPackageV3& package) {
   check(sendMsg(&package));
 }
 
+void EndpointLink::exchangeForRecord(CT7QPackageV3& package) {
+  exchange(package);
+  if (records_ != 1) {
+    throwNotOneRecord();
+  }
+}
+
 void EndpointLink::walk(CT7QPackageV3& package) {
   try {
     check(sendGetNextMsgV3(&package));
@@ -182,8 +189,11 @@ void EndpointLink::throwBadReply() const {
     const std::string_view reply(buffer_.data(), replyLength_);
     throw Failure(kBadData, "bad reply: " + textOf(findRefusal(reply, Kind::kV3), 0));
   }
-  throw Failure(kBadData,
-                "bad reply: it has " + std::to_string(records_) + " records, a row has one");
+  throwNotOneRecord();
+}
+
+void EndpointLink::throwNotOneRecord() const {
+  throw Failure(kBadData, "bad reply: it has " + std::to_string(records_) + " records, not one");
 }
 
 }  // namespace qov::ctl

@@ -36,6 +36,9 @@ class EndpointLink : public CQOVLongSocket {
   /// One exchange: `package` becomes the reply, also when it throws because of the reply's RET.
   void exchange(CT7QPackageV3& package);
 
+  /// The same of a request whose reply has one record.
+  void exchangeForRecord(CT7QPackageV3& package);
+
   /// Walks a table. `package` becomes its rows, those read so far when it throws; the record
   /// without cells that ends a walk is not among them.
   void walk(CT7QPackageV3& package);
@@ -51,6 +54,7 @@ class EndpointLink : public CQOVLongSocket {
   void check(unsigned int result) const;
   [[noreturn]] void throwNoReply() const;
   [[noreturn]] void throwBadReply() const;
+  [[noreturn]] void throwNotOneRecord() const;
   void checkEndOfWalk(const CT7QPackageV3& rows) const;
 
   const Target target_;
