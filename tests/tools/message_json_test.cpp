@@ -178,8 +178,9 @@ TEST(CellJson, ShowsWhatAnArrayAndAJsonTextStandFor) {
 }
 
 TEST(CellJson, ShowsTheBytesOfWhatIsNoJsonOfItsType) {
-  for (const std::string& text : {"{\"a\":1,\"a\":2}"s, "{\"a\":1}x"s, "[1]"s, "{"s, ""s, "/**/1"s,
-                                  "\"\xff\""s, "nul"s, "{\"octets\":\"00\"}"s}) {
+  for (const std::string& text :
+       {"{\"a\":1,\"a\":2}"s, "{\"a\":1}x"s, "[1]"s, "{"s, ""s, "/**/1"s, "\"\xff\""s, "nul"s, "-"s,
+        "01"s, "\"a\nb\""s, "\"\\udc00\""s, "{\"octets\":\"00\"}"s}) {
     EXPECT_TRUE(kept(CTLVCell::TLV_JSON, text + "\0"s).isMember("octets")) << text;
   }
   EXPECT_TRUE(kept(CTLVCell::TLV_ARRAY, "{}\0"s).isMember("octets"));
@@ -283,7 +284,7 @@ TEST(CellJson, RefusesValuesOfAnotherKindThanTheType) {
   EXPECT_THAT(refused("Uint", "-1"), HasSubstr("-1 is not within 0 to 18446744073709551615"));
   EXPECT_THAT(refused("Int", "9223372036854775808"), HasSubstr("is not within"));
   EXPECT_EQ(refused("String", "1"), "cells[3].value: not a text");
-  EXPECT_THAT(refused("String", "'\xff'"), HasSubstr("cells[3].value: not UTF-8"));
+  EXPECT_THAT(refused("String", "'\xff'"), HasSubstr("not UTF-8"));
   EXPECT_THAT(refused("String", "'\\u0000'"), HasSubstr("cells[3].value: holds a NUL"));
   EXPECT_EQ(refused("Octet", "'0'"), "cells[3].value: not pairs of hexadecimal digits");
   EXPECT_EQ(refused("Octet", "'0g'"), "cells[3].value: not pairs of hexadecimal digits");
@@ -465,6 +466,32 @@ TEST(StrictJson, RefusesWhatLaxReadersAccept) {
   }
   EXPECT_THAT(complaint([] { json("{'a':1,\n'b':2,'b':3}"); }), HasSubstr("Line 2"));
   EXPECT_EQ(json("1"), 1);
+}
+
+TEST(StrictJson, RefusesWhatJsonCppReadsAsAnotherValue) {
+  const auto refused = [](const std::string& text) { return complaint([&] { json(text); }); };
+  for (const char* number : {"-", "01", "-01", "1.", "1.e1", "-.5", "1.5.5"}) {
+    for (const char* before : {"", "[0,", "{'a':"}) {
+      const std::string after = *before == '[' ? "]" : *before == '{' ? "}" : "";
+      EXPECT_THAT(refused(before + std::string(number) + after), StartsWith("not JSON: "))
+          << before << number;
+    }
+  }
+  for (const char* text : {"'a\nb'", "'\x01'", "{'\t':1}", "'\\udc00'", "'\\ud83d\\u0041'",
+                           "'\\udc00\\ud83d'", "'\xff'", "'\xed\xa0\x80'",
+                           "\xef\xbb\xbf"
+                           "1"}) {
+    EXPECT_THAT(refused(text), StartsWith("not JSON: ")) << text;
+  }
+  EXPECT_EQ(refused("[1,\n{'a':-}]"), "not JSON: Line 2, Column 6   not a number");
+}
+
+TEST(StrictJson, ReadsEveryFormOfNumbersAndStrings) {
+  EXPECT_EQ(json("[0,-0,10,-1,1.0,0.5,1e3,1E+3,1e-3,-0.25e01]").size(), 10U);
+  EXPECT_EQ(json("[true,false,null]").size(), 3U);
+  EXPECT_EQ(json("'\\ud83c\\udf0d\\u00fc'"), "\xf0\x9f\x8c\x8d\xc3\xbc");
+  EXPECT_EQ(json("'\\\\udc00 - 01 \\\"\\n'"), "\\udc00 - 01 \"\n");
+  EXPECT_EQ(json("{'01':'\\\\'}")["01"], "\\");
 }
 
 TEST(StrictJson, RefusesNestingThatWouldExhaustTheStack) {

@@ -7,6 +7,9 @@
 #include <memory>
 #include <utility>
 
+#include "tools/common/json_grammar.h"
+#include "tools/common/octets.h"
+
 namespace qov::tools {
 namespace {
 
@@ -26,9 +29,27 @@ std::string firstComplaint(const std::string& complaints) {
   return line.compare(0, 2, "* ") == 0 ? line.substr(2) : line;
 }
 
+/// In the words of JsonCpp's complaints.
+std::string placeText(std::string_view text, std::size_t at) {
+  const std::string_view before = text.substr(0, at);
+  const auto lines = std::count(before.begin(), before.end(), '\n');
+  // Without a newline npos, which is one less than 0.
+  const std::size_t column = at - before.rfind('\n');
+  return "Line " + std::to_string(lines + 1) + ", Column " + std::to_string(column) + "   ";
+}
+
+void refuseLaxJson(std::string_view text) {
+  if (const auto lax = findLaxJson(text)) {
+    throw BadJson("", "not JSON: " + placeText(text, lax->at) + lax->why);
+  }
+}
+
 }  // namespace
 
 Json::Value parseJson(std::string_view text, int maxDepth) {
+  if (!isUtf8(text)) {
+    throw BadJson("", "not JSON: not UTF-8");
+  }
   Json::CharReaderBuilder builder;
   Json::CharReaderBuilder::strictMode(&builder.settings_);
   builder["strictRoot"] = false;
@@ -43,6 +64,7 @@ Json::Value parseJson(std::string_view text, int maxDepth) {
   } catch (const Json::Exception&) {
     throw BadJson("", "not JSON: nested deeper than " + std::to_string(maxDepth) + " levels");
   }
+  refuseLaxJson(text);
   return json;
 }
 
