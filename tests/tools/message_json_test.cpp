@@ -134,6 +134,13 @@ TEST(CellJson, ShowsTextWithoutItsNul) {
             "Z\xc3\xbcrich \xf0\x9f\x8c\x8d");
 }
 
+TEST(CellJson, EscapesWhatWouldSteerATerminal) {
+  const std::string bytes = "\x1b\x7f\xc2\x80\xc2\x9f\xc2\xa0\0"s;
+  EXPECT_EQ(kept(CTLVCell::TLV_STRING, bytes), "\x1b\x7f\xc2\x80\xc2\x9f\xc2\xa0");
+  EXPECT_THAT(jsonText(toJson(cell(CTLVCell::TLV_STRING, bytes))),
+              HasSubstr("\"\\u001b\\u007f\\u0080\\u009f\xc2\xa0\""));
+}
+
 TEST(CellJson, ShowsTheBytesOfATextThatIsNone) {
   for (const std::string& bytes : {"abc"s, "a\0b\0"s, "a\0b"s, "\xff\0"s, "\xc3\0"s, "\xc0\x80\0"s,
                                    "\xed\xa0\x80\0"s, "\xf4\x90\x80\x80\0"s, "\xe2\x82\0"s}) {

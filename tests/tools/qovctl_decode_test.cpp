@@ -224,9 +224,26 @@ TEST_F(QovctlDecode, CountsOffsetsFromTheStartOfTheInput) {
 }
 
 TEST_F(QovctlDecode, SurvivesTextsThatWouldSteerATerminal) {
-  const QovctlRun refused = run({"decode", "--text", "\x1b[2J"});
+  const auto refused = [&](const std::string& text) {
+    const QovctlRun ended = run({"decode", "--text", text});
+    EXPECT_EQ(ended.status, kBadData);
+    return ended.err;
+  };
+  EXPECT_THAT(refused("\x1b[2J"), HasSubstr("\"\\x1b[2J\""));
+  EXPECT_THAT(refused("\xc2\x9b"
+                      "2J\xc3\xbc"),
+              HasSubstr("\"\\xc2\\x9b2J\xc3\xbc\""));
+  EXPECT_THAT(refused("\x9b"
+                      "2J\x7f"),
+              HasSubstr("\"\\x9b2J\\x7f\""));
+}
+
+TEST_F(QovctlDecode, ShowsOfAWrongGroupItsStart) {
+  const QovctlRun refused = run({"decode", "--hex"}, std::string(100000, 'z'));
   EXPECT_EQ(refused.status, kBadData);
-  EXPECT_THAT(refused.err, HasSubstr("\"?[2J\""));
+  EXPECT_THAT(refused.err, HasSubstr("\"zzz"));
+  EXPECT_THAT(refused.err, HasSubstr("zzz...\" is not pairs"));
+  EXPECT_LT(refused.err.size(), 200U);
 }
 
 TEST_F(QovctlDecode, EndsWithOneWhenAFileCannotBeReadOrWritten) {

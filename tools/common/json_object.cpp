@@ -7,6 +7,7 @@
 #include <memory>
 #include <utility>
 
+#include "tools/common/controls.h"
 #include "tools/common/json_grammar.h"
 #include "tools/common/octets.h"
 
@@ -27,6 +28,22 @@ std::string firstComplaint(const std::string& complaints) {
   std::string line = complaints.substr(0, complaints.find('\n', complaints.find('\n') + 1));
   std::replace(line.begin(), line.end(), '\n', ' ');
   return line.compare(0, 2, "* ") == 0 ? line.substr(2) : line;
+}
+
+/// JsonCpp escapes only those below the blank. The others stand nowhere but in strings.
+std::string withEscapedControls(const std::string& json) {
+  std::string escaped;
+  for (std::size_t at = 0; at < json.size(); ++at) {
+    const std::size_t control = json[at] == '\n' ? 0 : controlLength(json, at);
+    if (control == 0) {
+      escaped += json[at];
+    } else {
+      // Its code is that of its last byte.
+      at += control - 1;
+      escaped += "\\u00" + hexText({&json[at], 1});
+    }
+  }
+  return escaped;
 }
 
 /// In the words of JsonCpp's complaints.
@@ -74,7 +91,7 @@ std::string jsonText(const Json::Value& json) {
   builder["emitUTF8"] = true;
   // No blank before a colon.
   builder["enableYAMLCompatibility"] = true;
-  return Json::writeString(builder, json) + "\n";
+  return withEscapedControls(Json::writeString(builder, json)) + "\n";
 }
 
 Json::Value jsonNumber(std::uint64_t number) {

@@ -1,16 +1,18 @@
 #include "tools/qovctl/failure.h"
 
-#include <algorithm>
 #include <cstdio>
+
+#include "tools/common/controls.h"
 
 namespace qov::ctl {
 
 void complain(const std::string& text) {
-  std::string line = "qovctl: " + text;
-  std::replace_if(
-      line.begin(), line.end(),
-      [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, '?');
-  std::fprintf(stderr, "%s\n", line.c_str());
+  std::fprintf(stderr, "qovctl: %s\n", tools::withoutControls(text).c_str());
+}
+
+std::string shortened(std::string_view text) {
+  constexpr std::size_t kShown = 60;
+  return std::string(text.substr(0, kShown)) + (text.size() > kShown ? "..." : "");
 }
 
 }  // namespace qov::ctl

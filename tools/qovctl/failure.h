@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace qov::ctl {
 
@@ -29,9 +30,12 @@ class Failure : public std::runtime_error {
   ExitCode code_;
 };
 
-/// Writes "qovctl: " and the text as one line to standard error. Control characters, which may come
-/// from input, are replaced.
+/// Writes "qovctl: " and the text as one line to standard error; control characters, which may come
+/// from input, in hexadecimal form.
 void complain(const std::string& text);
+
+/// The start of a text that may be long, for a complaint.
+std::string shortened(std::string_view text);
 
 }  // namespace qov::ctl
 

@@ -31,7 +31,7 @@ std::string bytesOfGroup(std::string_view group, unsigned long line) {
   const auto bytes = tools::bytesOfHex(prefixed ? group.substr(2) : group);
   if (!bytes) {
     throw Failure(kBadData, "hexadecimal text, line " + std::to_string(line) + ": \"" +
-                                std::string(group) + "\" is not pairs of hexadecimal digits");
+                                shortened(group) + "\" is not pairs of hexadecimal digits");
   }
   return *bytes;
 }

@@ -36,12 +36,6 @@ CTLVCell cellOfText(const std::string& text) {
   return tools::cellFromJson(json, "");
 }
 
-/// The start of a text that may be long.
-std::string shortened(const std::string& text) {
-  constexpr std::size_t kShown = 60;
-  return text.size() > kShown ? text.substr(0, kShown) + "..." : text;
-}
-
 void addPart(const RequestPart& part, CT7QPackageV3& request) {
   if (!part.isCell) {
     const auto command = commandOfText(part.text);

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/common/controls.h"
 #include "tools/common/endpoint_protocol.h"
 #include "tools/common/octets.h"
 
@@ -13,27 +14,8 @@ namespace {
 
 using Line = std::vector<std::string>;
 
-/// C0, DEL and, as UTF-8 has them in two bytes, C1.
-bool isControl(std::string_view text, std::size_t at) {
-  const auto byte = static_cast<unsigned char>(text[at]);
-  const auto before = at > 0 ? static_cast<unsigned char>(text[at - 1]) : 0;
-  return byte < 0x20 || byte == 0x7F || (before == 0xC2 && byte < 0xA0);
-}
-
 std::string printable(std::string_view text) {
-  if (!tools::isUtf8(text)) {
-    return "0x" + tools::hexText(text);
-  }
-  std::string shown;
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    const bool opensControl = text[at] == '\xC2' && isControl(text, at + 1);
-    if (opensControl || isControl(text, at)) {
-      shown += "\\x" + tools::hexText(text.substr(at, 1));
-    } else {
-      shown += text[at];
-    }
-  }
-  return shown;
+  return tools::isUtf8(text) ? tools::withoutControls(text) : "0x" + tools::hexText(text);
 }
 
 /// Characters of UTF-8 text.
