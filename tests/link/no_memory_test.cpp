@@ -94,10 +94,13 @@ class WalkMemory : public LinkTest {
 TEST_F(WalkMemory, IsThatOfTheRecordsOnly) {
   plays({answersRows(2000)});
   Weighed weighed(peer.port());
+  const long before = heldBytes();
   EXPECT_EQ(weighed.sendGetNextMsgV3(&package), 0U);
   EXPECT_EQ(package.count(), 2001U);
   // The last request and the answer before it are small.
   EXPECT_LT(weighed.held - heldBytes(), 4000);
+  package.clear();
+  EXPECT_LT(heldBytes() - before, 4000);
 }
 
 TEST_F(WalkMemory, IsTakenAsOftenForEachRow) {
