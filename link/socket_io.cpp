@@ -35,13 +35,10 @@ class Socket {
   ACE_HANDLE handle_;
 };
 
-/// Waits until `events` or an error is there. False with errno set: ETIME when the time is over and
-/// it is not there then, either.
+/// Waits until `events` or an error is there. False with errno set: ETIME when the time is over.
 bool waitFor(ACE_HANDLE socket, short events, const Deadline& deadline) {
   pollfd entry{socket, events, 0};
-  int timeout = 0;
-  do {
-    timeout = deadline.pollTimeout();
+  while (const int timeout = deadline.pollTimeout()) {
     const int ready = ::poll(&entry, 1, timeout);
     if (ready > 0) {
       return true;
@@ -49,7 +46,7 @@ bool waitFor(ACE_HANDLE socket, short events, const Deadline& deadline) {
     if (ready < 0 && errno != EINTR) {
       return false;
     }
-  } while (timeout != 0);
+  }
   errno = ETIME;
   return false;
 }
@@ -129,11 +126,8 @@ ssize_t sendWithin(ACE_HANDLE socket, const unsigned char* data, std::size_t len
     return -1;
   }
   const Deadline deadline(&timeout);
-  // First: a send would also begin where there is room for a few bytes only.
-  if (!waitFor(socket, POLLOUT, deadline)) {
-    return -1;
-  }
   ssize_t sent = 0;
+  // There mostly is room, which the send itself says at less cost than a poll before it.
   do {
     sent = ::send(socket, data, length, MSG_NOSIGNAL);
   } while (sent < 0 && mayRepeat(socket, POLLOUT, deadline));

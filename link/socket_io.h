@@ -18,9 +18,8 @@ namespace qov {
 /// process starts do not inherit it.
 ACE_HANDLE connectTo(const ACE_INET_Addr& address, const ACE_Time_Value& timeout);
 
-/// Waits until the socket takes anything, and sends once: gives the number of bytes that it has
-/// taken, or -1 with errno set, ETIME when the time was over. A peer that is gone raises no
-/// SIGPIPE.
+/// Sends once, when the socket takes anything: gives the number of bytes that it has taken, or -1
+/// with errno set, ETIME when the time was over. A peer that is gone raises no SIGPIPE.
 ssize_t sendWithin(ACE_HANDLE socket, const unsigned char* data, std::size_t length,
                    const ACE_Time_Value& timeout);
 
