@@ -85,8 +85,8 @@ class CQOVLongSocket {
   /// Receives one message and puts it into `package`; recvData() with 30 seconds, then convert().
   virtual unsigned int receiveMsg(CT7QPackageV3* package);
 
-  /// Receives one message into `buffer`, which has room for kMaxMessage bytes, and sets `length` to
-  /// its length. `timeout` is for the whole message; null waits as long as it takes. Returns 0, or
+  /// Receives one message into `buffer`, which has room for kMaxMessage bytes and need not be the
+  /// link's own, and sets `length` to its length, as the header in `buffer` has it. `timeout` is for the whole message; null waits as long as it takes. Returns 0, or
   /// kSocketFailed after connecting anew with `length` unchanged.
   unsigned int recvData(char* buffer, unsigned int& length, const ACE_Time_Value* timeout);
 
