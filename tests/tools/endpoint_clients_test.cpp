@@ -1,5 +1,7 @@
+#include <qovpub/qov_message_package.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 
 #include <vector>
 
@@ -20,6 +22,24 @@ class EndpointClients : public EndpointTest {
     EXPECT_EQ(asking.receiveAll(), "");
     EXPECT_TRUE(endpoint.waitForError("connection 1: closed: " + why)) << endpoint.errors();
     expectOthersAreServed();
+  }
+
+  /// The endpoint finds all that `act` does at once.
+  template <class Act>
+  void whileItIsStopped(Act act) const {
+    siginfo_t stopped = {};
+    endpoint.send(SIGSTOP);
+    EXPECT_EQ(::waitid(P_PID, static_cast<id_t>(endpoint.pid()), &stopped, WSTOPPED), 0);
+    act();
+    endpoint.send(SIGCONT);
+  }
+
+  /// How many requests the endpoint has counted, from its answer.
+  static std::uint64_t requestsIn(std::string answer) {
+    CT7QPackageV3 package;
+    package.decode(reinterpret_cast<unsigned char*>(answer.data()),
+                   static_cast<unsigned int>(answer.size()));
+    return package[0].getUnsigned(2);
   }
 };
 
@@ -116,6 +136,23 @@ TEST_F(EndpointClients, AreAnsweredInTheirOrderAndCountedOnce) {
   EXPECT_TRUE(eager.receiveAll() == answers);
   EXPECT_EQ(counted(),
             "connections 2 requests 5001 replies 5001 rows 5000 ends 0 stored 1 refusals 0");
+}
+
+TEST_F(EndpointClients, AreServedBetweenTheRequestsOfAnEagerOne) {
+  starts({"--quiet"});
+  constexpr std::uint16_t kRequests = 1000;
+  std::string requests;
+  for (std::uint16_t serial = 0; serial < kRequests; ++serial) {
+    requests += request(serial);
+  }
+  const EndpointClient eager = client();
+  const EndpointClient other = client();
+  whileItIsStopped([&] {
+    eager.send(requests);
+    other.send(message(1, record(kCountsOf)));
+  });
+  EXPECT_LT(requestsIn(other.receiveMessage()), kRequests);
+  EXPECT_EQ(eager.receive(kRequests * answer(1).size()).size(), kRequests * answer(1).size());
 }
 
 TEST_F(EndpointClients, MayVanishWithinARequest) {

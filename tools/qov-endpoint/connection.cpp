@@ -24,6 +24,9 @@ ACE_Reactor_Mask maskOf(Connection::State state) {
     case Connection::State::kReading:
     case Connection::State::kLingering:
       return ACE_Event_Handler::READ_MASK;
+    // Nothing is answered before there is room for the answer anyway. A timer would not do: the
+    // reactor serves a timer that is due before all that its descriptors have.
+    case Connection::State::kYielding:
     case Connection::State::kSending:
       return ACE_Event_Handler::WRITE_MASK;
     default:
@@ -82,6 +85,9 @@ int Connection::handle_input(ACE_HANDLE) {
 int Connection::handle_output(ACE_HANDLE) {
   if (state_ == State::kSending) {
     send();
+  } else if (state_ == State::kYielding) {
+    answerNext();
+    owner_.counts().save();
   }
   return 0;
 }
@@ -89,10 +95,6 @@ int Connection::handle_output(ACE_HANDLE) {
 int Connection::handle_timeout(const ACE_Time_Value&, const void*) {
   if (state_ == State::kDelaying) {
     send();
-  } else if (state_ == State::kYielding) {
-    enter(State::kReading);
-    answerNext();
-    owner_.counts().save();
   } else if (state_ == State::kLingering) {
     close();
   }
@@ -203,7 +205,7 @@ void Connection::sent() {
   } else if (frameOf(input_).kind == Frame::Kind::kIncomplete) {
     enter(State::kReading);
   } else {
-    enterFor(State::kYielding, std::chrono::milliseconds(0));
+    enter(State::kYielding);
   }
 }
 
