@@ -175,6 +175,14 @@ TEST_F(EndpointLiveTable, IsReadAnewForOneRow) {
   EXPECT_EQ(asker_.exchange(message(1, wanted)), message(1, "", 3));
 }
 
+TEST_F(EndpointLiveTable, IsReadForOneRowWithoutAChangeForAWalk) {
+  const std::string first = ask(asker_, record(kGetNextOf + kProcesses));
+  const Child child;
+  const std::string wanted = record(kGetOf + kProcesses, cursor(child.pid(), 8));
+  EXPECT_EQ(keyOf(ask(asker_, wanted)), child.pid());
+  EXPECT_FALSE(has(walk(asker_, kProcesses, first), child.pid()));
+}
+
 TEST_F(EndpointLiveTable, IsWalkedOnBehindARowThatIsGone) {
   Child child;
   std::string row = record(kGetNextOf + kProcesses);

@@ -96,16 +96,16 @@ Result Answers::getNext(const CTLVRecordV3& request, bool endless, Walks& walks,
   return kOk;
 }
 
-Result Answers::get(const CTLVRecordV3& request, Walks& walks, CT7QPackageV3& answer) const {
+Result Answers::get(const CTLVRecordV3& request, const Walks& walks, CT7QPackageV3& answer) const {
   std::uint64_t key = 0;
   if (!readCursor(request, key)) {
     return kBadRequest;
   }
-  const Rows::value_type* row = walks.row(tableOf(request.cmd()), key);
-  if (row == nullptr) {
+  const std::optional<CTLVRecordV3> row = walks.row(tableOf(request.cmd()), key);
+  if (!row) {
     return kNoSuchRow;
   }
-  addRow(request.cmd(), key, row->second, answer);
+  addRow(request.cmd(), key, *row, answer);
   return kOk;
 }
 

@@ -24,7 +24,7 @@ class Answers {
  private:
   Result handle(const CT7QPackageV3& request, bool endless, Walks& walks, CT7QPackageV3& answer);
   Result getNext(const CTLVRecordV3& request, bool endless, Walks& walks, CT7QPackageV3& answer);
-  Result get(const CTLVRecordV3& request, Walks& walks, CT7QPackageV3& answer) const;
+  Result get(const CTLVRecordV3& request, const Walks& walks, CT7QPackageV3& answer) const;
   Result store(const CT7QPackageV3& request, CT7QPackageV3& answer);
   Result readCounts(std::uint64_t cmd, CT7QPackageV3& answer) const;
 

@@ -30,11 +30,13 @@ const Rows::value_type* Walks::next(std::uint32_t table, std::uint64_t cursor) {
   return nullptr;
 }
 
-const Rows::value_type* Walks::row(std::uint32_t table, std::uint64_t key) {
+std::optional<CTLVRecordV3> Walks::row(std::uint32_t table, std::uint64_t key) const {
+  const auto find = [key](const Rows& rows) {
+    const auto found = rows.find(key);
+    return found != rows.end() ? std::optional(found->second) : std::nullopt;
+  };
   const Rows* standing = tables_.standing(table);
-  const Rows& rows = standing != nullptr ? *standing : readAnew(table);
-  const auto found = rows.find(key);
-  return found != rows.end() ? &*found : nullptr;
+  return standing != nullptr ? find(*standing) : find(tables_.read(table));
 }
 
 }  // namespace qov::endpoint

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <optional>
 
 #include "tools/qov-endpoint/tables.h"
 
@@ -23,8 +24,8 @@ class Walks {
 
   /// The first row with a key above `cursor`, or null. Valid until the next call.
   const Rows::value_type* next(std::uint32_t table, std::uint64_t cursor);
-  /// The row with that key, or null. Of a live table it is read now.
-  const Rows::value_type* row(std::uint32_t table, std::uint64_t key);
+  /// The row with that key, if there is one. Of a live table it is read now, apart from all walks.
+  std::optional<CTLVRecordV3> row(std::uint32_t table, std::uint64_t key) const;
 
  private:
   struct Reading {
