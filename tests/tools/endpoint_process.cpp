@@ -15,7 +15,14 @@ void EndpointProcess::spawn(const std::vector<std::string>& arguments) {
   BeforeProgram before;
   before.writeTo(STDOUT_FILENO, path("stdout"));
   before.writeTo(STDERR_FILENO, path("stderr"));
-  pid_ = qov::test::spawn(QOV_ENDPOINT, arguments, before);
+  if (files_ == 0) {
+    pid_ = qov::test::spawn(QOV_ENDPOINT, arguments, before);
+    return;
+  }
+  std::vector<std::string> words{
+      "-c", "ulimit -n " + std::to_string(files_) + R"( && exec "$0" "$@")", QOV_ENDPOINT};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  pid_ = qov::test::spawn("/bin/sh", words, before);
 }
 
 bool EndpointProcess::start(std::vector<std::string> arguments) {

@@ -29,6 +29,8 @@ class EndpointProcess {
 
   /// For the next start.
   void usePort(std::uint16_t port) { port_ = port; }
+  /// How many files the next ones may have open; it cannot have more.
+  void limitFiles(unsigned files) { files_ = files; }
   std::uint16_t port() const { return port_; }
   pid_t pid() const { return pid_; }
   void send(int signum) const { ::kill(pid_, signum); }
@@ -61,6 +63,7 @@ class EndpointProcess {
   const TemporaryDirectory directory_;
   pid_t pid_ = -1;
   std::uint16_t port_ = 0;
+  unsigned files_ = 0;  ///< 0 for as many as this process may have
 };
 
 }  // namespace qov::test

@@ -50,6 +50,12 @@ TEST_F(EndpointRun, ListensOnTheAddressItIsGiven) {
   EXPECT_EQ(client().exchange(request(1)), answer(1));
 }
 
+TEST_F(EndpointRun, ServesWhereItMayHaveFewFilesOpen) {
+  endpoint.limitFiles(100);
+  starts();
+  EXPECT_EQ(client().exchange(request(1)), answer(1));
+}
+
 TEST_F(EndpointRun, FailsOnAnAddressOfAnotherMachine) {
   EXPECT_EQ(run({"--address", "192.0.2.1", "--port", "0"}).exitStatus, 1);
   EXPECT_THAT(endpoint.errors(), HasSubstr("cannot bind"));

@@ -1,18 +1,45 @@
 #include "tools/qov-endpoint/server.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <stdexcept>
 #include <string>
 
 namespace qov::endpoint {
+namespace {
+
+/// Lets this process have as many handles as the reactor has room for, and gives their number:
+/// `wanted`, or fewer where so many are not allowed. Who connects beyond that waits for room.
+std::size_t limitHandles(std::size_t wanted) {
+  rlimit limit = {};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) {
+    return wanted;
+  }
+  limit.rlim_cur = std::min<rlim_t>(wanted, limit.rlim_max);
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+  return limit.rlim_cur;
+}
+
+/// A poller that is not open would crash at its first use.
+ACE_Reactor_Impl* opened(ACE_Dev_Poll_Reactor& poller) {
+  if (!poller.initialized()) {
+    throw std::runtime_error("cannot watch for events");
+  }
+  return &poller;
+}
+
+}  // namespace
+
 Server::Server(const Address& address, Tables& tables, Scenario& scenario, CountsFile& counts,
                const Log& log)
     : tables_(tables),
       counts_(counts),
       log_(log),
       exchanges_(tables, scenario, counts, log),
-      poller_(kHandles, false, nullptr, &timers_, 1),
-      reactor_(&poller_),
+      poller_(limitHandles(kHandles), false, nullptr, &timers_, 1),
+      reactor_(opened(poller_)),
       listener_(address, log, reactor_, [this](int socket) { accepted(socket); }),
       signals_(reactor_) {}
 
