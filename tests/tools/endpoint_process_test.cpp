@@ -42,6 +42,9 @@ TEST_F(EndpointRun, RefusesWhatItDoesNotKnow) {
   expectUsage({"--port", "x"}, "--port");
   expectUsage({"--address", "localhost"}, "not an IPv4 address: localhost");
   expectUsage({"--quiet", "--verbose"}, "excludes");
+  for (const char* option : {"--tables", "--counts", "--scenario"}) {
+    expectUsage({"--port", "0", option, ""}, std::string(option) + ": no file is named");
+  }
 }
 
 TEST_F(EndpointRun, ListensOnTheAddressItIsGiven) {

@@ -22,7 +22,8 @@ struct Counts {
 /// The counts of this process and, if there is a file, of those that wrote to it before.
 ///
 /// The file is brought up to date before an answer is sent. A process that is killed leaves a file
-/// that holds all that any client has seen, and at most one answer more for each connection.
+/// that holds all that any client has seen, and at most one answer more for each client that waits
+/// for its answers.
 ///
 /// Owns:   the file's descriptor.
 /// Errors: std::runtime_error when the file cannot be opened, read or written, or holds something

@@ -33,15 +33,20 @@ constexpr const char* kFooter =
     "  refuse       closes the connection; seconds=S nobody can connect\n"
     "For example: --fault close:after=10,request=2,count=1 --fault delay:seconds=0.5\n"
     "\n"
-    "Exit status: 0 stopped by SIGTERM or SIGINT; 1 the address cannot be had, or the counts "
-    "cannot\n"
-    "be written; 2 wrong usage, tables or scenario.\n"
+    "Exit status: 0 stopped by SIGTERM or SIGINT once it listens; 1 the address cannot be had, or "
+    "the\n"
+    "counts cannot be written; 2 wrong usage, tables or scenario.\n"
     "\n"
     "docs/endpoint.md says it all at length.\n";
 
 std::string checkAddress(const std::string& text) {
   in_addr parsed;
   return ::inet_pton(AF_INET, text.c_str(), &parsed) == 1 ? "" : "not an IPv4 address: " + text;
+}
+
+/// An empty one is most likely a variable of a script that is not set.
+std::string checkFile(const std::string& text) {
+  return text.empty() ? "no file is named" : "";
 }
 
 }  // namespace
@@ -62,10 +67,12 @@ std::optional<Options> readOptions(int argc, char** argv, int& exitStatus) {
       ->capture_default_str();
   app.add_option("--grace", grace, "Seconds that answers on their way have when it is to stop")
       ->capture_default_str();
-  app.add_option("--tables", options.tables, "Tables of this JSON file instead of this machine's");
+  app.add_option("--tables", options.tables, "Tables of this JSON file instead of this machine's")
+      ->check(checkFile);
   app.add_option("--counts", options.counts,
-                 "File that always holds what has been counted; goes on from what is in it");
-  app.add_option("--scenario", options.scenario, "JSON file of faults");
+                 "File that always holds what has been counted; goes on from what is in it")
+      ->check(checkFile);
+  app.add_option("--scenario", options.scenario, "JSON file of faults")->check(checkFile);
   app.add_option("--fault", options.faults, "A fault; may be given several times")
       ->type_name("ACTION[:KEY=VALUE,...]")
       ->allow_extra_args(false);
