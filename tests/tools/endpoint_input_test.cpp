@@ -1,4 +1,5 @@
 #include "tests/tools/endpoint_test.h"
+#include "tools/qov-endpoint/input_file.h"
 
 namespace qov::test {
 namespace {
@@ -33,6 +34,17 @@ TEST_F(EndpointInput, RefusesWhatIsNoJson) {
     expectRefused(option, "{}", "missing");
     EXPECT_EQ(endpoint.run({option, endpoint.path("none")}).exitStatus, 2);
     EXPECT_THAT(endpoint.errors(), HasSubstr("none: No such file or directory"));
+  }
+}
+
+TEST_F(EndpointInput, RefusesAnEmptyFileForWhatItIsWhateverFailedBefore) {
+  const std::string file = endpoint.file("empty.json", "");
+  errno = EINTR;
+  try {
+    qov::endpoint::readInputFile(file, [](const Json::Value&) { FAIL() << "it was read"; });
+    FAIL() << "it was not refused";
+  } catch (const std::runtime_error& refused) {
+    EXPECT_EQ(refused.what(), file + ": empty");
   }
 }
 
