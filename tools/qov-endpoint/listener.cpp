@@ -121,9 +121,9 @@ void Listener::stop() {
 }
 
 void Listener::refuse(std::chrono::milliseconds time) {
-  stop();
   // A socket that does not listen would let others bind to its port if it had this set.
   set(socket_, SOL_SOCKET, SO_REUSEADDR, 0);
+  stop();
   pause(time);
 }
 
