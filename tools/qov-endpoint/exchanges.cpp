@@ -4,6 +4,8 @@
 #include <memory>
 #include <sstream>
 
+#include "tools/qov-endpoint/fault_json.h"
+
 namespace qov::endpoint {
 namespace {
 

@@ -1,3 +1,5 @@
+#include "tools/qov-endpoint/fault_json.h"
+
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
@@ -5,7 +7,6 @@
 #include <vector>
 
 #include "tools/common/json_object.h"
-#include "tools/qov-endpoint/scenario.h"
 
 namespace qov::endpoint {
 namespace {

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "tools/qov-endpoint/fault_json.h"
 #include "tools/qov-endpoint/input_file.h"
 
 namespace qov::endpoint {

@@ -1,8 +1,6 @@
 #ifndef QOV_TOOLS_QOV_ENDPOINT_SCENARIO_H
 #define QOV_TOOLS_QOV_ENDPOINT_SCENARIO_H
 
-#include <json/forwards.h>
-
 #include <string>
 #include <vector>
 
@@ -26,11 +24,6 @@ class Scenario {
  private:
   std::vector<Fault> faults_;
 };
-
-/// Reads the fault that stands at `place` of a scenario.
-Fault faultOf(const Json::Value& json, const std::string& place);
-/// As scenarios name it.
-const char* nameOf(Action action);
 
 }  // namespace qov::endpoint
 
