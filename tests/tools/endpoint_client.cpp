@@ -96,11 +96,6 @@ void EndpointClient::send(const std::string& bytes) const {
   }
 }
 
-std::size_t EndpointClient::trySend(const std::string& bytes) const {
-  const ssize_t done = ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-  return done > 0 ? static_cast<std::size_t>(done) : 0;
-}
-
 std::string EndpointClient::receive(std::size_t size) const {
   std::string bytes;
   std::array<char, 1 << 16> piece;
@@ -123,15 +118,6 @@ std::string EndpointClient::receiveMessage() const {
     bytes += receive(length);
   }
   return bytes;
-}
-
-std::string EndpointClient::receiveSegment() const {
-  std::array<char, 1 << 16> piece;
-  if (!readable(socket_, kPatienceMs)) {
-    return {};
-  }
-  const ssize_t got = ::recv(socket_, piece.data(), piece.size(), 0);
-  return got > 0 ? std::string(piece.data(), static_cast<std::size_t>(got)) : std::string();
 }
 
 bool EndpointClient::isSilent() const {

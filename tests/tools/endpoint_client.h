@@ -40,8 +40,6 @@ class EndpointClient {
 
   bool connected() const { return socket_ >= 0; }
   void send(const std::string& bytes) const;
-  /// Sends what the other side takes without waiting; the number of bytes.
-  std::size_t trySend(const std::string& bytes) const;
   /// Up to `size` bytes: fewer when the other side closes before, or is silent for too long.
   std::string receive(std::size_t size) const;
   /// One message by the length in its head.
@@ -52,8 +50,6 @@ class EndpointClient {
   }
   /// Everything up to the other side's end.
   std::string receiveAll() const { return receive(SIZE_MAX); }
-  /// What one call of recv() gives.
-  std::string receiveSegment() const;
   /// True if nothing is there to be read now.
   bool isSilent() const;
   void closeSending() const;

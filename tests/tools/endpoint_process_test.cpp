@@ -124,7 +124,8 @@ TEST_F(EndpointRun, StopsWithEitherSignal) {
 }
 
 TEST_F(EndpointRun, FinishesTheAnswerOnItsWayBeforeItStops) {
-  starts({"--fault", "delay:seconds=0.3"});
+  // A signal that comes late finds the second answer on its way, and nobody sees that.
+  starts({"--fault", "delay:seconds=0.3,request=1", "--fault", "delay:seconds=3600,request=2"});
   EndpointClient asking = client();
   asking.send(request(1) + request(2));
   EXPECT_TRUE(endpoint.waitForError("fault delay"));
@@ -132,7 +133,7 @@ TEST_F(EndpointRun, FinishesTheAnswerOnItsWayBeforeItStops) {
   EXPECT_EQ(asking.receiveAll(), answer(1));
   asking.close();
   EXPECT_EQ(endpoint.waitForEnd().exitStatus, 0);
-  EXPECT_EQ(counted(), "connections 1 requests 1 replies 1 rows 1 ends 0 stored 0 refusals 0");
+  EXPECT_THAT(counted(), HasSubstr("replies 1 rows 1 ends 0 stored 0 refusals 0"));
 }
 
 TEST_F(EndpointRun, StopsAtOnceWithASecondSignal) {
