@@ -77,9 +77,10 @@ void Capture::writeFrame(const std::string& frame) {
   ++frames_;
   ++milliseconds_;
   const std::size_t kept = std::min(kept_, frame.size());
+  const auto now = static_cast<std::uint64_t>(milliseconds_);
   std::string head;
-  putLowFirst(head, 1700000000 + milliseconds_ / 1000, 4);
-  putLowFirst(head, milliseconds_ % 1000 * 1000, 4);
+  putLowFirst(head, now / 1000, 4);
+  putLowFirst(head, now % 1000 * 1000, 4);
   putLowFirst(head, kept, 4);
   putLowFirst(head, frame.size(), 4);
   stream_ << head << frame.substr(0, kept) << std::flush;
@@ -88,9 +89,10 @@ void Capture::writeFrame(const std::string& frame) {
   }
 }
 
-Connection::Connection(Capture& capture, std::uint16_t serverPort, Network network)
+Connection::Connection(Capture& capture, std::uint16_t serverPort, Network network,
+                       std::uint16_t clientPort)
     : capture_(capture),
-      clientPort_(capture.nextClientPort()),
+      clientPort_(clientPort != 0 ? clientPort : capture.nextClientPort()),
       serverPort_(serverPort),
       network_(network) {
   // The handshake takes one number of each stream.

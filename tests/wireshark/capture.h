@@ -16,8 +16,8 @@ class Capture {
   const std::string& file() const { return file_; }
   /// How many frames were written: the number of the last one, as tshark counts.
   unsigned int frames() const { return frames_; }
-  /// The next frame comes so much later.
-  void pass(unsigned int milliseconds) { milliseconds_ += milliseconds; }
+  /// The next frame comes so much later, or earlier if that is below 0.
+  void pass(int milliseconds) { milliseconds_ += milliseconds; }
   /// Of every following frame only so many bytes get into the file.
   void keepAtMost(std::size_t bytes) { kept_ = bytes; }
 
@@ -28,7 +28,7 @@ class Capture {
   const std::string file_;
   std::ofstream stream_;
   unsigned int frames_ = 0;
-  unsigned int milliseconds_ = 0;
+  std::int64_t milliseconds_ = 1700000000000;
   std::size_t kept_ = 0xFFFF;
   std::uint16_t clientPort_ = 20000;
 };
@@ -41,8 +41,9 @@ inline constexpr std::uint16_t kEndpointPort = 19001;
 /// One connection of a capture, from its handshake on. Every call writes one frame.
 class Connection {
  public:
+  /// `clientPort` is 0 for one that no other connection of the capture has.
   explicit Connection(Capture& capture, std::uint16_t serverPort = kEndpointPort,
-                      Network network = Network::kIpv4);
+                      Network network = Network::kIpv4, std::uint16_t clientPort = 0);
 
   /// What tells this connection's frames from those of the capture's other connections.
   std::uint16_t clientPort() const { return clientPort_; }

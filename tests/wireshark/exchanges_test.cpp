@@ -13,7 +13,10 @@ namespace {
 class WiresharkExchanges : public ::testing::Test {
  protected:
   // Reads the capture twice, as Wireshark does: only then does a request know its answer.
-  void dissect() { shown_ = Tshark({"-2"}).messages(capture_.file()); }
+  void dissect(std::vector<std::string> options = {}) {
+    options.emplace_back("-2");
+    shown_ = Tshark(options).messages(capture_.file());
+  }
 
   const Json::Value& tree(std::size_t message) const { return shown_.at(message).tree; }
   // A frame number, or 0 if the message has none of that field.
@@ -81,6 +84,40 @@ TEST_F(WiresharkExchanges, TellTheTimeThatTheyTakeToTheNanosecond) {
   ASSERT_EQ(shown_.size(), 400U);
   for (std::size_t i = 1; i < shown_.size(); i += 2) {
     ASSERT_EQ(tree(i)["qov.v3.time"].asString(), "1.000000000") << i;
+  }
+}
+
+// Merged captures have such frames, and computers whose clock is set back.
+TEST_F(WiresharkExchanges, TakeLessThanNoTimeIfTheCaptureHasItSo) {
+  Connection connection(capture_);
+  connection.ask(message(1, ""));
+  capture_.pass(-501);
+  connection.answer(message(1, ""));
+  connection.ask(message(2, ""));
+  capture_.pass(-1251);
+  connection.answer(message(2, ""));
+  dissect();
+  ASSERT_EQ(shown_.size(), 4U);
+  EXPECT_EQ(tree(1)["qov.v3.time"].asString(), "-0.500000000");
+  EXPECT_EQ(tree(3)["qov.v3.time"].asString(), "-1.250000000");
+}
+
+TEST_F(WiresharkExchanges, AreToldApartByAddressesThatShareAName) {
+  Connection four(capture_);
+  Connection six(capture_, kEndpointPort, Network::kIpv6, four.clientPort());
+  four.ask(message(1, ""));
+  const unsigned int first = capture_.frames();
+  six.ask(message(1, ""));
+  six.answer(message(1, ""));
+  four.answer(message(1, ""));
+  writeFile(directory_.file("hosts"),
+            "10.0.0.1 agent\nfd00::1 agent\n10.0.0.2 endpoint\nfd00::2 endpoint\n");
+  dissect({"-N", "n", "-H", directory_.file("hosts")});
+  ASSERT_EQ(shown_.size(), 4U);
+  EXPECT_EQ(responseTo(2), first + 1);
+  EXPECT_EQ(responseTo(3), first);
+  for (std::size_t i = 0; i < shown_.size(); ++i) {
+    EXPECT_EQ(repeats(i), 0U) << i;
   }
 }
 
@@ -167,14 +204,14 @@ TEST_F(WiresharkExchanges, KnowWhoAsksByThePortOrByWhoSpeaksFirst) {
   EXPECT_FALSE(isRequest(2));
 }
 
-// Without a tree there is nothing that the script could look up in it.
+// What is first read without a tree, in which the script could look something up, and joined then.
 TEST_F(WiresharkExchanges, AreToldToThoseWhoSeeNothingElse) {
   Connection connection(capture_);
   connection.ask(message(1, "").substr(0, 20));
   connection.ask(message(1, "").substr(20));
   connection.sendLast(Side::kServer, message(1, record(5)));
   const Finished finished =
-      Tshark({"-o", "gui.column.format:\"Info\",\"%i\""}).start(capture_.file(), {});
+      Tshark({"-2", "-o", "gui.column.format:\"Info\",\"%i\""}).start(capture_.file(), {});
   EXPECT_FALSE(tellsOfScriptError(finished)) << finished.err << finished.out;
   EXPECT_NE(finished.out.find("\nRequest SER=1 records=0 cells=0\n"), std::string::npos)
       << finished.out;

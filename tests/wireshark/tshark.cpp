@@ -239,7 +239,7 @@ bool tellsOfScriptError(const Finished& finished) {
 
 Finished Tshark::start(const std::string& capture,
                        const std::vector<std::string>& arguments) const {
-  // No names are looked up, and no other plug-in of the machine is asked.
+  // No names are looked up, unless the options say so.
   std::vector<std::string> words = {"tshark", "-n", "-X", "lua_script:" + script_, "-r", capture};
   words.insert(words.end(), options_.begin(), options_.end());
   words.insert(words.end(), arguments.begin(), arguments.end());

@@ -45,7 +45,7 @@ class Tshark {
   }
 
   /// All messages of the capture in the order of its frames; a test failure, if tshark cannot be
-  /// run or complains or the script has an error. `clientsFrom` is the lowest port of a client.
+  /// run or complains or the script has an error.
   std::vector<Shown> messages(const std::string& capture) const;
   /// The lines of `-T fields -e <field> ...` of the frames that `filter` lets pass.
   std::vector<std::string> fields(const std::string& capture, const std::string& filter,

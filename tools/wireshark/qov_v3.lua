@@ -177,7 +177,7 @@ end
 
 ----------------------------------------------------------------------------- requests and responses
 
--- By connection: which side asks, how often it asked, and its last request with each serial.
+-- By ports, in lists: which side asks, how often it asked, and its last request with each serial.
 local connections = {}
 -- By frame and by the message's place in the frame: what was found out when it came by first.
 local known_messages = {}
@@ -187,21 +187,37 @@ function qov.init()
   known_messages = {}
 end
 
-local function side(address, port)
-  return tostring(address) .. " " .. port
+-- Addresses are compared as such: as text they may be names, which several can share and which
+-- become known only later.
+local function is_from_to(pinfo, from, to)
+  return pinfo.src_port == from.port and pinfo.dst_port == to.port and
+         pinfo.src == from.address and pinfo.dst == to.address
+end
+
+local function new_connection(pinfo)
+  local from = { address = pinfo.src, port = pinfo.src_port }
+  local to = { address = pinfo.dst, port = pinfo.dst_port }
+  local connection = { asking = from, answering = to, requests = 0, latest = {} }
+  -- Off the endpoints' ports the side that speaks first is the one that asks.
+  if is_endpoint_port(from.port) and not is_endpoint_port(to.port) then
+    connection.asking, connection.answering = to, from
+  end
+  return connection
 end
 
 local function connection_of(pinfo)
-  local from, to = side(pinfo.src, pinfo.src_port), side(pinfo.dst, pinfo.dst_port)
-  local key = from < to and from .. " " .. to or to .. " " .. from
-  local connection = connections[key]
-  if connection == nil then
-    -- Off the endpoints' ports the side that speaks first is the one that asks.
-    local answers = is_endpoint_port(pinfo.src_port) and not is_endpoint_port(pinfo.dst_port)
-    connection = { asking = answers and to or from, requests = 0, latest = {} }
-    connections[key] = connection
+  local source, destination = pinfo.src_port, pinfo.dst_port
+  local ports = math.min(source, destination) .. " " .. math.max(source, destination)
+  connections[ports] = connections[ports] or {}
+  for _, connection in ipairs(connections[ports]) do
+    if is_from_to(pinfo, connection.asking, connection.answering) or
+       is_from_to(pinfo, connection.answering, connection.asking) then
+      return connection
+    end
   end
-  return connection, from
+  local connection = new_connection(pinfo)
+  table.insert(connections[ports], connection)
+  return connection
 end
 
 local function take_request(connection, serial, pinfo)
@@ -243,8 +259,9 @@ local function what_is_known(place, serial, pinfo)
     known_messages[pinfo.number] = of_frame
   end
   if of_frame[place] == nil then
-    local connection, from = connection_of(pinfo)
-    local take = from == connection.asking and take_request or take_response
+    local connection = connection_of(pinfo)
+    local asks = is_from_to(pinfo, connection.asking, connection.answering)
+    local take = asks and take_request or take_response
     of_frame[place] = take(connection, serial, pinfo)
   end
   return of_frame[place]
@@ -254,10 +271,11 @@ local function add_generated(tree, field, range, value)
   tree:add(field, range, value):set_generated()
 end
 
--- To the nearest nanosecond first: what should be a whole second may be a little less.
+-- To the nearest nanosecond first: what should be a whole second may be a little less. Of a time
+-- below 0, which a capture in disorder has, both parts are.
 local function seconds_of(time)
   local nanoseconds = math.floor(time * 1e9 + 0.5)
-  local seconds = math.floor(nanoseconds / 1e9)
+  local seconds = math.modf(nanoseconds / 1e9)
   return NSTime(seconds, nanoseconds - seconds * 1e9)
 end
 
