@@ -109,20 +109,44 @@ TEST_F(WiresharkCells, ShowTextOnlyIfItIsText) {
 TEST_F(WiresharkCells, TellWhatAWalkGoesBy) {
   add(4095, kEnum, "\x01");
   add(4093, kUint, "\x02\x01");
-  add(4095, kString, "1" + kNul);
-  add(4095, kInt, "\xFF");
-  add(4095, kEnum, "");
   add(4094, kEnum, "\x01");
   dissect();
   EXPECT_EQ(field(0, "qov.v3.status"), "1");
   EXPECT_EQ(field(1, "qov.v3.cursor"), "258");
   EXPECT_EQ(field(2, "qov.v3.status"), "none");
-  EXPECT_EQ(experts(2), Names{"status"});
-  EXPECT_EQ(field(3, "qov.v3.status"), "18446744073709551615");
-  // An agent does not find it: it is a cell of another tag then.
-  EXPECT_EQ(field(4, "qov.v3.status"), "none");
-  EXPECT_EQ(experts(4), Names{"empty"});
-  EXPECT_EQ(field(5, "qov.v3.status"), "none");
+}
+
+TEST_F(WiresharkCells, TellAStatusThatIsSignedAsAnAgentReportsIt) {
+  add(4095, kInt, "\xFF");
+  dissect();
+  EXPECT_EQ(field(0, "qov.v3.status"), "18446744073709551615");
+}
+
+// An agent finds the first cell of the tag, and an empty one as another tag's.
+TEST_F(WiresharkCells, TellNoStatusThatAnAgentDoesNotFind) {
+  add(4095, kEnum, "");
+  add(4095, kString, "1" + kNul);
+  add(4095, kEnum, "\x01");
+  add(4093, kUint, "\x05");
+  add(4093, kUint, "\x06");
+  dissect();
+  EXPECT_EQ(field(0, "qov.v3.status"), "none");
+  EXPECT_EQ(experts(0), Names{"empty"});
+  EXPECT_EQ(field(1, "qov.v3.status"), "none");
+  EXPECT_EQ(experts(1), Names{"status"});
+  EXPECT_EQ(field(2, "qov.v3.status"), "none");
+  EXPECT_EQ(field(3, "qov.v3.cursor"), "5");
+  EXPECT_EQ(field(4, "qov.v3.cursor"), "none");
+}
+
+TEST_F(WiresharkCells, TellAStatusForEachRecord) {
+  const auto status = [](const std::string& value) { return cell(4095, kEnum, value); };
+  Capture capture(directory_.file("records.pcap"));
+  Connection(capture).ask(
+      message(1, record(1, status("\x01") + status("\x03")) + record(2, status("\x07"))));
+  EXPECT_EQ(Tshark().fields(capture.file(), "qov.v3", {"qov.v3.status", "_ws.col.Info"}),
+            std::vector<std::string>{
+                "1,7\tRequest SER=1 cmd=0x0000000000000001 records=2 cells=3 status=1"});
 }
 
 TEST_F(WiresharkCells, AreFoundByFilters) {

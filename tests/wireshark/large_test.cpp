@@ -14,6 +14,7 @@ namespace {
 using ::testing::Each;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 constexpr std::size_t kLargestBody = 2097152 - 28;
 constexpr std::size_t kSegment = 1460;
@@ -62,10 +63,39 @@ TEST(WiresharkLargeMessages, OfCountlessCellsAreCheckedToTheEnd) {
   const std::vector<std::string> lines =
       Tshark().fields(capture.file(), "qov.v3", {"_ws.col.Info", "_ws.expert.message"});
   ASSERT_EQ(lines.size(), 2U);
-  EXPECT_THAT(lines, Each(HasSubstr("Only the first 20000 records and cells of this message are")));
+  EXPECT_THAT(lines, Each(HasSubstr("Only the first 20000 records and cells of this frame are")));
   EXPECT_THAT(lines[0], HasSubstr("records=33 cells=512001\t"));
   EXPECT_THAT(lines[1], HasSubstr("records=33 cells=512000 [not whole]\t"));
   EXPECT_THAT(lines[1], EndsWith("The cell's type 10 is above 9"));
+}
+
+// What follows a segment that comes late is all in its frame then, far more than Wireshark lets into
+// a tree.
+TEST(WiresharkLargeMessages, AreCheckedToTheEndWhenAFrameHasManyOfThem) {
+  const TemporaryDirectory directory;
+  Capture capture(directory.file("behind.pcap"));
+  std::string cells;
+  for (int i = 0; i < 5000; ++i) {
+    cells += cell(3, kUint, "\x01");
+  }
+  std::string bytes;
+  for (std::uint16_t serial = 1; serial <= 40; ++serial) {
+    bytes += message(serial, record(7, cells));
+  }
+  Connection connection(capture);
+  connection.lose(Side::kClient, kSegment);
+  sendInSegments(connection, bytes.substr(kSegment));
+  connection.sendAt(Side::kClient, 0, bytes.substr(0, kSegment));
+  const Tshark tshark({"-o", "tcp.reassemble_out_of_order:TRUE"});
+  const std::vector<std::string> lines =
+      tshark.fields(capture.file(), "qov.v3", {"qov.v3.ser", "_ws.expert.message"});
+  std::string serials = "1";
+  for (int serial = 2; serial <= 40; ++serial) {
+    serials += "," + std::to_string(serial);
+  }
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_THAT(lines[0], StartsWith(serials + "\t"));
+  EXPECT_THAT(lines[0], EndsWith("Only the first 20000 records and cells of this frame are shown"));
 }
 
 }  // namespace

@@ -132,7 +132,7 @@ qov.prefs.ports = Pref.range("TCP ports", "19001",
                              "Ports of management endpoints. On other ports a connection is" ..
                              " recognised by a segment that begins with a head.", 65535)
 qov.prefs.most_shown = Pref.uint("Most records and cells shown", 20000,
-                                 "How many records and cells of one message get a place in the" ..
+                                 "How many records and cells of one frame get a place in the" ..
                                  " tree. More are checked all the same.")
 
 local tcp_ports = DissectorTable.get("tcp.port")
@@ -389,11 +389,13 @@ local function add_value(tree, type, tvb, offset, length)
   return add_number(tree, field, tvb, offset, length, type == INT)
 end
 
--- The cells that a walk goes by are found by their tag, whatever type of number they have.
+-- The cells that a walk goes by are found by their tag, whatever type of number they have. Each is
+-- the first of its tag in its record.
 local function add_walk_fields(m, tree, tag, type, offset, length)
-  if tag ~= STATUS_TAG and tag ~= CURSOR_TAG then
+  if TAG_NAMES[tag] == nil or m.found[tag] then
     return
   end
+  m.found[tag] = true
   if not is_number_type(type) then
     if tag == STATUS_TAG then
       tree:add_proto_expert_info(e.status)
@@ -406,7 +408,7 @@ local function add_walk_fields(m, tree, tag, type, offset, length)
   end
   add_generated(tree, tag == STATUS_TAG and f.status or f.cursor, m.tvb(offset, length), value)
   if tag == STATUS_TAG then
-    m.status = tostring(value)
+    m.status = m.status or tostring(value)
   end
 end
 
@@ -414,7 +416,8 @@ end
 
 -- The walk over a message's body knows, in `m`: tvb; tree, the message's item; at, where the body
 -- begins; size, how long it is; held, how much of it the buffer holds; bytes, these as a string,
--- which is read much faster than tvb; shown, how many records and cells have a place in the tree.
+-- which is read much faster than tvb; stream, which counts what is shown; found, the tags of a walk
+-- that the record at hand has had.
 
 -- `tree` is the item that the fault is at, if it is shown.
 local function fail(m, tree, problem, text, position)
@@ -436,15 +439,17 @@ local function cut(m)
   return nil
 end
 
+-- Wireshark's limit is for a frame, in which there may be many messages.
 local function can_show(m)
-  if m.shown < qov.prefs.most_shown then
-    m.shown = m.shown + 1
+  local stream = m.stream
+  if stream.shown < qov.prefs.most_shown then
+    stream.shown = stream.shown + 1
     return true
   end
   if not m.told_of_many then
     m.told_of_many = true
-    m.tree:add_proto_expert_info(e.many, "Only the first " .. m.shown ..
-        " records and cells of this message are shown")
+    m.tree:add_proto_expert_info(e.many, "Only the first " .. stream.shown ..
+        " records and cells of this frame are shown")
   end
   return false
 end
@@ -503,15 +508,18 @@ local function take_cell(m, record_tree, position, record_end)
   return next_position
 end
 
+local function command_at(m, position)
+  return "0x" .. m.tvb(m.at + position, 8):le_uint64():tohex()
+end
+
 local function show_record(m, position, length)
   local at = m.at + position
   local there = math.min(RECORD_HEAD_SIZE + length, m.held - position)
   local tree = m.tree:add(f.record, m.tvb(at, there))
   tree:add_le(f.cmd, m.tvb(at, 8))
   tree:add_le(f.record_length, m.tvb(at + 8, 2))
-  local command = "0x" .. m.tvb(at, 8):le_uint64():tohex()
-  tree:set_text("Record: command " .. command .. ", " .. length .. " bytes of cells")
-  m.command = m.command or command
+  tree:set_text("Record: command " .. command_at(m, position) .. ", " .. length ..
+                " bytes of cells")
   return tree
 end
 
@@ -525,6 +533,7 @@ local function take_record(m, position)
   if position + RECORD_HEAD_SIZE > m.held then
     return cut(m)
   end
+  m.command = m.command or command_at(m, position)
   local length = u16_at(m, position + 8)
   local too_long = RECORD_HEAD_SIZE + length > left
   local tree = (too_long or can_show(m)) and show_record(m, position, length) or nil
@@ -534,6 +543,7 @@ local function take_record(m, position)
         position + RECORD_HEAD_SIZE)
   end
   m.records = m.records + 1
+  m.found = {}
   position = position + RECORD_HEAD_SIZE
   local record_end = position + length
   while position and position < record_end do
@@ -624,8 +634,8 @@ local function show_message(stream, offset)
   local known = what_is_known(place, serial, pinfo)
   add_exchange(tree, known, serial_item, tvb)
 
-  local m = { tvb = tvb, tree = tree, at = offset + HEAD_SIZE, size = size, held = held, shown = 0,
-              records = 0, cells = 0, whole = false }
+  local m = { stream = stream, tvb = tvb, tree = tree, at = offset + HEAD_SIZE, size = size,
+              held = held, records = 0, cells = 0, whole = false }
   if ret ~= 0 then
     ret_item:add_proto_expert_info(e.result, "RET is " .. ret)
   end
@@ -659,8 +669,8 @@ end
 -------------------------------------------------------------------------------------------- streams
 
 -- What one call of the dissector works on, in `stream`: tvb, pinfo, root; can_wait, whether the
--- bytes of the following segments may be asked for; ended, whether there are none; bytes, the
--- buffer's content once it was needed.
+-- bytes of the following segments may be asked for; ended, whether there are none; shown, how many
+-- records and cells have a place in the tree; bytes, the buffer's content once it was needed.
 
 -- Where, behind `offset`, there may be a head: the whole signature or, at the buffer's end, the
 -- beginning of one; the buffer's end if nowhere.
@@ -714,7 +724,7 @@ end
 local function dissect(tvb, pinfo, root)
   local fin = tcp_fin()
   local ended = fin ~= nil and fin.value == true
-  local stream = { tvb = tvb, pinfo = pinfo, root = root, ended = ended,
+  local stream = { tvb = tvb, pinfo = pinfo, root = root, ended = ended, shown = 0,
                    can_wait = pinfo.can_desegment > 0 and not ended }
   local offset = 0
   while offset < tvb:len() do
