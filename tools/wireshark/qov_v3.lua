@@ -123,7 +123,8 @@ local e = {
 }
 qov.experts = e
 
--- There is a value only where a tree is built, so this may change what is shown and nothing else.
+-- There is a value only where a tree is built. Without one a message that the stream's end cuts off
+-- is waited for in vain: Wireshark shows its bytes as TCP's, and nothing else changes.
 local tcp_fin = Field.new("tcp.flags.fin")
 
 --------------------------------------------------------------------------------------- preferences
