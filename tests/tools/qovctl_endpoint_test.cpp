@@ -368,7 +368,7 @@ TEST_F(QovctlEndpoint, EndsWithSixWhenWhatItGetsIsNotOneRecord) {
   for (const Bytes& records : {Bytes(), Bytes().record(kCounts, 0).record(kCounts, 0)}) {
     for (const std::vector<std::string>& command :
          std::vector<std::vector<std::string>>{{"get", "counts"}, {"get", "--table", "1", "1"}}) {
-      plays({[&](PeerConnection& link) { link.answer(records); }});
+      plays({[records](PeerConnection& link) { link.answer(records); }});
       const QovctlRun failed = ask(command);
       EXPECT_EQ(failed.status, 6);
       EXPECT_EQ(failed.out, "");
