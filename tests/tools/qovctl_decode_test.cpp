@@ -1,9 +1,11 @@
 #include <ace/Log_Msg.h>
 #include <qovpub/qov_om_message_package.h>
+#include <sys/resource.h>
 
 #include <sstream>
 
 #include "tests/msg/bytes.h"
+#include "tests/support/sanitizers.h"
 #include "tests/tools/qovctl_test.h"
 #include "tests/vectors/vector_file.h"
 #include "tools/common/json_object.h"
@@ -48,6 +50,13 @@ std::string dumpFirst(const std::string& kind, std::string& bytes) {
   }
   CQOV_OM_MsgPackage package(nullptr);
   return dumpFirst(package, 60, bytes);
+}
+
+/// Of those that have ended.
+long mostMemoryOfChildren() {
+  rusage usage{};
+  EXPECT_EQ(::getrusage(RUSAGE_CHILDREN, &usage), 0);
+  return usage.ru_maxrss;
 }
 
 /// A message without records, and what is decoded of it.
@@ -164,6 +173,24 @@ TEST_F(QovctlDecode, PrintsADocumentForEachRowOfMessagesOfOneKind) {
   }
   EXPECT_EQ(rest, "");
   EXPECT_THAT(kinds, ::testing::ElementsAre("v32", "internal1", "om1", "v31"));
+}
+
+TEST_F(QovctlDecode, HoldsNoMessageOnceItIsPrinted) {
+  if (QOV_TEST_ASAN != 0 || QOV_TEST_TSAN != 0) {
+    GTEST_SKIP() << "the sanitizer keeps memory that is given back";
+  }
+  const std::string message = textOf(Bytes().headV3(0).data());
+  std::string many;
+  for (int i = 0; i < 50000; ++i) {
+    many += message;
+  }
+  EXPECT_EQ(run({"decode"}, many).status, 0);
+  const long kilobytes = mostMemoryOfChildren();
+  const QovctlRun shown = run({"decode", "--json"}, many);
+  EXPECT_EQ(shown.status, 0);
+  EXPECT_EQ(documentOf(shown)["messages"].size(), 50000U);
+  // All of them are more than 100 MB as JSON values.
+  EXPECT_LT(mostMemoryOfChildren() - kilobytes, 20000);
 }
 
 TEST_F(QovctlDecode, ReadsWhatIsMarkedAsOmAsAnInternalMessageWhenToldTo) {

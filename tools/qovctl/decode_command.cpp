@@ -1,11 +1,10 @@
 #include "tools/qovctl/decode_command.h"
 
 #include <string_view>
-#include <utility>
 
-#include "tools/common/json_object.h"
 #include "tools/qovctl/failure.h"
 #include "tools/qovctl/hex_text.h"
+#include "tools/qovctl/json_document.h"
 #include "tools/qovctl/refusal.h"
 #include "tools/qovctl/streams.h"
 
@@ -20,37 +19,35 @@ std::string inputOf(const DecodeOptions& options) {
   return options.hex ? bytesOfHexText(content) : content;
 }
 
-/// Prints messages as text, each at once, or as one JSON document for each row of messages of one
-/// kind, when it ends.
+/// Prints messages, each at once, as text or in one JSON document for each row of messages of one
+/// kind.
 class Printer {
  public:
   explicit Printer(bool json) : json_(json) {}
 
   /// Messages of this kind follow.
   void begin(Kind kind) {
-    if (json_ && kind_ != kind) {
+    if (json_ && !(document_ && document_->kind() == kind)) {
       end();
-      kind_ = kind;
+      document_.emplace(kind);
     }
   }
   void add(const Message& message) {
-    if (json_) {
-      messages_.append(message.json());
+    if (document_) {
+      document_->add(message.json());
     } else {
       print(message.dump());
     }
   }
   void end() {
-    if (kind_) {
-      print(tools::jsonText(documentOf(*kind_, std::exchange(messages_, Json::arrayValue))));
+    if (document_) {
+      document_->end();
     }
-    kind_.reset();
   }
 
  private:
   const bool json_;
-  std::optional<Kind> kind_;
-  Json::Value messages_{Json::arrayValue};
+  std::optional<JsonDocument> document_;
 };
 
 [[noreturn]] void refuse(Printer& printer, const Refusal& refusal, std::size_t start) {

@@ -1,12 +1,10 @@
 #include "tools/qovctl/endpoint_commands.h"
 
 #include <sstream>
-#include <utility>
 
 #include "tools/common/endpoint_protocol.h"
-#include "tools/common/json_object.h"
 #include "tools/common/message_json.h"
-#include "tools/qovctl/message.h"
+#include "tools/qovctl/json_document.h"
 #include "tools/qovctl/rows_text.h"
 #include "tools/qovctl/streams.h"
 #include "tools/qovctl/tables.h"
@@ -33,9 +31,9 @@ class Sending {
 };
 
 void printJson(const CT7QPackageV3& message) {
-  Json::Value messages(Json::arrayValue);
-  messages.append(tools::toJson(message));
-  print(tools::jsonText(documentOf(Kind::kV3, std::move(messages))));
+  JsonDocument document(Kind::kV3);
+  document.add(tools::toJson(message));
+  document.end();
 }
 
 void printDump(const CT7QPackageV3& message) {

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <limits>
 #include <sstream>
-#include <utility>
 
 #include "tools/common/message_json.h"
 
@@ -98,13 +97,6 @@ std::string Message::dump() const {
 
 Json::Value Message::json() const {
   return std::visit([](const auto& package) { return tools::toJson(*package); }, package_);
-}
-
-Json::Value documentOf(Kind kind, Json::Value messages) {
-  Json::Value document(Json::objectValue);
-  document["kind"] = nameOf(kind);
-  document["messages"] = std::move(messages);
-  return document;
 }
 
 }  // namespace qov::ctl

@@ -48,9 +48,6 @@ class Message {
       package_;
 };
 
-/// The document that holds messages of one kind: {"kind":..., "messages":[...]}.
-Json::Value documentOf(Kind kind, Json::Value messages);
-
 }  // namespace qov::ctl
 
 #endif
