@@ -10,7 +10,7 @@
 #include "tools/common/endpoint_protocol.h"
 #include "tools/common/json_object.h"
 
-using ::testing::ElementsAre;
+using ::testing::ContainsRegex;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -146,6 +146,35 @@ TEST_F(QovctlEndpoint, ShowsValuesSoThatTheyCannotSteerATerminal) {
             "key  name                   mtu\n"
             "1    a\\x1b[2J\\x0a\\xc2\\x9b\xc3\xbc  1500\n"
             "2    0xff                   1500\n");
+}
+
+TEST_F(QovctlEndpoint, ShowsEveryCellOfARowWhoseTagsAreNotDistinct) {
+  plays({[](PeerConnection& link) {
+    link.answer(Bytes()
+                    .record(kGetNext + 1, 18)
+                    .cell(4, kUint, 1)
+                    .u8(7)
+                    .cell(4, kUint, 1)
+                    .u8(8)
+                    .cell(1, kString, 4)
+                    .text("abc")
+                    .u8(0));
+    link.answer(endOfWalk());
+  }});
+  EXPECT_EQ(walk().out,
+            "name  mtu\n"
+            "abc   7, 8\n");
+}
+
+TEST_F(QovctlEndpoint, DoesNotPadARowForTheLongValueOfAnother) {
+  plays({[](PeerConnection& link) {
+    link.answer(row(std::string(1000, 'x'), 1));
+    link.answer(row("lo", 2));
+    link.answer(endOfWalk());
+  }});
+  const QovctlRun walked = walk();
+  EXPECT_THAT(walked.out, HasSubstr(std::string(1000, 'x') + "  1500\n"));
+  EXPECT_THAT(walked.out, ContainsRegex("\n2    lo {30,80}1500\n$"));
 }
 
 TEST_F(QovctlEndpoint, GetsOneRow) {

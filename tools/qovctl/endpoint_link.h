@@ -39,8 +39,8 @@ class EndpointLink : public CQOVLongSocket {
   /// The same of a request whose reply has one record.
   void exchangeForRecord(CT7QPackageV3& package);
 
-  /// Walks a table. `package` becomes its rows, those read so far when it throws; the record
-  /// without cells that ends a walk is not among them.
+  /// Walks a table. `package` becomes its rows, those read so far when it throws, and the record
+  /// without cells that the library puts behind those of a walk that was not cut short.
   void walk(CT7QPackageV3& package);
 
   /// Whether a request was sent once more.

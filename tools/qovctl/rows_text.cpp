@@ -24,20 +24,30 @@ std::size_t width(const std::string& text) {
       std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
-/// The lines with each column as wide as its widest value; nothing behind the last one.
+/// A longer value pushes on what follows it in its own line, not in all others.
+constexpr std::size_t kWidestColumn = 60;
+
+/// The blanks between a value and the next one.
+std::string gap(const std::string& value, std::size_t column) {
+  const std::size_t taken = width(value);
+  return std::string(2 + (taken < column ? column - taken : 0), ' ');
+}
+
+/// The lines with each column as wide as its widest value, if that is not too wide; nothing behind
+/// the last one.
 std::string aligned(const std::vector<Line>& lines) {
   std::vector<std::size_t> widths;
   for (const Line& line : lines) {
     widths.resize(std::max(widths.size(), line.size()));
     for (std::size_t i = 0; i < line.size(); ++i) {
-      widths[i] = std::max(widths[i], width(line[i]));
+      widths[i] = std::clamp(width(line[i]), widths[i], kWidestColumn);
     }
   }
   std::string text;
   for (const Line& line : lines) {
     std::string out;
     for (std::size_t i = 0; i < line.size(); ++i) {
-      out += line[i] + std::string(widths[i] - width(line[i]) + 2, ' ');
+      out += line[i] + gap(line[i], widths[i]);
     }
     out.erase(out.find_last_not_of(' ') + 1);
     text += out + "\n";
@@ -106,7 +116,8 @@ std::string rowTable(const CT7QPackageV3& rows, const Naming& naming) {
     for (const CTLVCell& cell : rows[i]) {
       const auto column = columns.find(cell.tag());
       if (column != columns.end()) {
-        lines[i + 1][column->second] = valueText(cell);
+        std::string& value = lines[i + 1][column->second];
+        value += (value.empty() ? "" : ", ") + valueText(cell);
       }
     }
   }

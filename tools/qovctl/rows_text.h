@@ -18,7 +18,8 @@ std::string valueText(const CTLVCell& cell);
 /// A line of name and value for each cell but the status.
 std::string rowLines(const CTLVRecordV3& row, const Naming& naming);
 
-/// A line of column names, the key first, and one of values for each record. No line for no record.
+/// A line of column names, the key first, and one of values for each record; the values of cells
+/// with one tag behind one another. No line for no record.
 std::string rowTable(const CT7QPackageV3& rows, const Naming& naming);
 
 }  // namespace qov::ctl
