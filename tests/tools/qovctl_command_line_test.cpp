@@ -84,7 +84,10 @@ TEST_F(QovctlCommandLine, SaysInEveryHelpHowItEnds) {
   for (const std::string& command : Words{"get", "walk", "send"}) {
     EXPECT_THAT(run({command, "--help"}).out, HasSubstr("sent once more"));
     EXPECT_THAT(run({command, "--help"}).out, HasSubstr("127.0.0.1:19001"));
+    EXPECT_THAT(run({command, "--help"}).out, HasSubstr("[HOST]:PORT"));
+    EXPECT_THAT(run({command, "--help"}).out, HasSubstr("0.001 to 86400"));
   }
+  EXPECT_THAT(run({"get", "--help"}).out, HasSubstr("required with a key"));
   for (const std::string& word : Words{"get", "walk", "send", "decode"}) {
     EXPECT_THAT(run({"--help"}).out, HasSubstr("\n  " + word + " "));
   }
@@ -160,6 +163,8 @@ TEST_F(QovctlCommandLine, RefusesRecordsThatAreNone) {
   refusedCell("4096:Uint:1", "the tag");
   refusedCell("1:Number:1", "type: \"Number\" is no type");
   refusedCell("1:Uint:x", "not JSON");
+  refusedCell("1:Json:0x10", "not JSON");
+  refusedCell("1:Int:-", "not JSON");
   refusedCell("1:Uint:-1", "value: -1 is not within");
   refusedCell("1:Octet:0", "value: not pairs");
   refusedCell("1:Array:{}", "value: not an array");

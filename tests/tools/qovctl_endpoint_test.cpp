@@ -226,13 +226,13 @@ TEST_F(QovctlEndpoint, SendsAMessageGivenByOptions) {
   plays({[](PeerConnection& link) { link.answer(); }});
   const QovctlRun sent =
       ask({"send", "--json", "--command", "store/0x1000", "--cell", "1:String:a:b, c", "--cell",
-           "2:Int:-2", "--command", "7", "--command=get-next/mounts", "--cell=3:Octet:0aFF",
-           "--cell", "4:Json:{\"a\":[]}"});
+           "2:Int:-2", "--cell", "5:Uint:0x0100", "--command", "7", "--command=get-next/mounts",
+           "--cell=3:Octet:0aFF", "--cell", "4:Json:{\"a\":[]}"});
   EXPECT_EQ(sent.status, 0) << sent.err;
   EXPECT_EQ(tools::parseJson(sent.out)["messages"][0]["head"]["ser"], 1);
   Bytes records;
-  records.record(kStore + 0x1000, 16).cell(1, kString, 7).text("a:b, c").u8(0);
-  records.cell(2, 4, 1).u8(0xFE).record(7, 0);
+  records.record(kStore + 0x1000, 22).cell(1, kString, 7).text("a:b, c").u8(0);
+  records.cell(2, 4, 1).u8(0xFE).cell(5, kUint, 2).u16(0x100).record(7, 0);
   records.record(kGetNext + 2, 19).cell(3, 1, 2).u8(0x0A).u8(0xFF);
   records.cell(4, 8, 9).text("{\"a\":[]}").u8(0);
   EXPECT_EQ(firstRecords(), records.data());

@@ -24,22 +24,25 @@ Exit status:
   5  the endpoint refused the request (RET, which is printed) or ended a walk with a status
   6  bad data: the input, or a reply, is not what it should be
   7  a walk stopped before the end of its table
-What went wrong is one line on standard error.)";
+What went wrong is one line on standard error. When nobody reads its output any more the program
+ends by SIGPIPE, as others do.)";
 
 constexpr const char* kResending = R"(
 A request that no reply came to is sent once more, on a new connection, before the command gives
-up: the command may take twice its time-out, and the endpoint may have served the request twice. A
-note on standard error says so.)";
+up: a request may take twice the time-out, and the endpoint may have served it twice. A note on
+standard error says so.)";
 
 constexpr const char* kDecodeText = R"(
 Each message is printed as the agents' logs have it, or with --json as a document
 {"kind":K,"messages":[...]} for each row of messages of one kind. At the first bytes that are no
 message the command ends with status 6 and says where and why: head-short, magic, version, type,
-length, record-short, record-length, cell-short, cell-type or cell-length.
+length, record-short, record-length, cell-short, cell-type or cell-length. A cell without a value is
+shown as a receiver has it: tag 4094, type Invalid. The input, of up to 256 MiB, is read to its end
+first.
 Hexadecimal text is groups of digits, apart by blanks, colons or lines, each with or without 0x; a
 "#" starts a comment that goes to the end of the line.)";
 
-constexpr const char* kGetText = R"(
+constexpr const char* kGetText = R"(For example:
   qovctl get --table interfaces 2
   qovctl get counts)";
 
@@ -53,9 +56,9 @@ lengths may be left out. On the command line a message is made of --command, whi
 and --cell, which adds to it:
   qovctl send --command store/0x1000 --cell 1:String:hello --cell 2:Uint:5
 COMMAND is a number, or get-next, get, store or counts, a slash and a table. TYPE is Invalid, Octet
-(VALUE in hexadecimal digits), String, Uint, Int, Bool, Enum, Time (numbers), Array or Json (JSON
-text). The link gives the message a serial number of its own. The reply is printed whatever its
-RET.)";
+(VALUE in hexadecimal digits), String, Uint, Int, Bool, Enum, Time (numbers, 16 or 0x10), Array or
+Json (JSON text). The link gives the message a serial number of its own. The reply is printed
+whatever its RET.)";
 
 std::string checkEndpoint(const std::string& text) {
   return hostPortOf(text) ? "" : "not host:port, with a port of 1 to 65535";
@@ -126,20 +129,26 @@ void CommandLine::addDecode() {
 
 CLI::App* CommandLine::addEndpointCommand(const std::string& name, const std::string& description) {
   CLI::App* const command = app_.add_subcommand(name, description);
-  command->add_option("--endpoint", target_.endpoint, "Where the endpoint listens, as host:port")
+  command
+      ->add_option("--endpoint", target_.endpoint,
+                   "Where the endpoint listens, as HOST:PORT or [HOST]:PORT")
       ->check(checkEndpoint)
       ->capture_default_str();
   command
-      ->add_option("--timeout", target_.timeout,
-                   "Seconds for sending and for the reply, each; connecting may take 2 of them")
+      ->add_option(
+          "--timeout", target_.timeout,
+          "Seconds (0.001 to 86400) for sending and for the reply, each; connecting may take "
+          "2 of them")
       ->check(checkTimeout)
       ->capture_default_str();
   command->add_flag("--verbose", verbose_, "Show on standard error what the link logs");
   return command;
 }
 
-void CommandLine::addTable(CLI::App* command) {
-  command->add_option("--table", table_, "interfaces, mounts, processes or a number")
+void CommandLine::addTable(CLI::App* command, const std::string& when) {
+  command
+      ->add_option("--table", table_,
+                   "interfaces, mounts, processes or a number (4096, 0x1000)" + when)
       ->check(checkTable);
 }
 
@@ -151,7 +160,7 @@ void CommandLine::addFormats(CLI::App* command, const std::string& otherwise) {
 
 void CommandLine::addGet() {
   CLI::App* const command = addEndpointCommand("get", "Print one row of a table, or the counts");
-  addTable(command);
+  addTable(command, "; required with a key");
   command->add_option("KEY", key_, "The row's key; or \"counts\": what the endpoint has counted")
       ->required()
       ->check(checkKeyOrCounts);
@@ -175,7 +184,7 @@ void CommandLine::addGet() {
 
 void CommandLine::addWalk() {
   CLI::App* const command = addEndpointCommand("walk", "Print all rows of a table");
-  addTable(command);
+  addTable(command, "");
   command->get_option("--table")->required();
   command->add_option("--after", key_, "Begin behind the row with this key")->check(checkKey);
   addFormats(command, "");

@@ -31,7 +31,7 @@ class CommandLine {
   void addWalk();
   void addSend();
   CLI::App* addEndpointCommand(const std::string& name, const std::string& description);
-  void addTable(CLI::App* command);
+  void addTable(CLI::App* command, const std::string& when);
   void addFormats(CLI::App* command, const std::string& otherwise);
   EndpointOptions endpointOptions() const;
   std::vector<RequestPart> requestParts(const CLI::App& send) const;

@@ -2,6 +2,9 @@
 
 #include <qovpub/qov_exception.h>
 
+#include <cstdint>
+#include <limits>
+
 #include "tools/common/json_object.h"
 #include "tools/common/message_json.h"
 #include "tools/qovctl/failure.h"
@@ -13,10 +16,14 @@ namespace {
 
 using tools::BadJson;
 
-/// The value of a cell's text: of numbers and JSON it is JSON itself.
+/// The value of a cell's text: numbers as they are elsewhere on the command line, or JSON.
 Json::Value valueOf(const std::string& type, const std::string& text) {
-  const bool plain = type == "String" || type == "Octet" || type == "Invalid";
-  return plain ? Json::Value(text) : tools::parseJson(text);
+  if (type == "String" || type == "Octet" || type == "Invalid") {
+    return text;
+  }
+  const bool json = type == "Array" || type == "Json";
+  const auto number = numberOf(text, std::numeric_limits<std::uint64_t>::max());
+  return number && !json ? tools::jsonNumber(*number) : tools::parseJson(text);
 }
 
 CTLVCell cellOfText(const std::string& text) {
