@@ -294,6 +294,15 @@ TEST_F(QovctlEndpoint, SaysThatARequestWasSentTwiceWhenTheSecondIsAnswered) {
             "qovctl: note: a request was sent twice, since the first exchange failed\n");
 }
 
+TEST_F(QovctlEndpoint, SaysNothingOfARequestThatCouldNotBeSentAgain) {
+  // Nobody listens once this connection is there.
+  plays({[](PeerConnection& link) { link.request(); }});
+  const QovctlRun failed = ask({"get", "counts"});
+  EXPECT_EQ(failed.status, 3);
+  EXPECT_EQ(failed.err, "qovctl: no connection to " + peer().address() + "\n");
+  EXPECT_EQ(peer().requests().size(), 1U);
+}
+
 TEST_F(QovctlEndpoint, EndsWithFourWhenNoReplyComesInTime) {
   playsTwice([](PeerConnection& link) { link.ignoreAll(); });
   const QovctlRun failed = ask({"get", "counts", "--timeout", "0.1"});

@@ -84,12 +84,13 @@ EndpointLink::EndpointLink(const Target& target)
 unsigned int EndpointLink::sendMsg_i(const unsigned char* data, unsigned int length) {
   // Every exchange has a serial number of its own.
   const auto serial = loadWord<std::uint16_t>(data + offsetof(TLVMsgHeadV3, ser_));
-  resent_ = resent_ || (sent_ && serial == serial_);
+  const bool again = sent_ && serial == serial_;
   serial_ = serial;
   tried_ = true;
   received_ = false;
   const unsigned int result = CQOVLongSocket::sendMsg_i(data, length);
   sent_ = result == 0;
+  resent_ = resent_ || (again && sent_);
   return result;
 }
 

@@ -14,7 +14,7 @@ namespace qov::ctl {
 /// Where the endpoint is and how long it may take.
 struct Target {
   std::string endpoint = "127.0.0.1:19001";  ///< host:port
-  double timeout = 30;  ///< seconds, for connecting, sending and the reply each
+  double timeout = 30;                       ///< seconds, for sending and the reply each
 };
 
 /// The host and the port in host:port or [host]:port; nothing when it is no such text.
