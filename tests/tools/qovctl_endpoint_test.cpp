@@ -390,6 +390,18 @@ TEST_F(QovctlEndpoint, EndsWithSixWhenTheReplyIsTooLong) {
   EXPECT_THAT(failed.err, EndsWith("bad reply: LEN is 2097152, a reply has at most 2097124\n"));
 }
 
+TEST_F(QovctlEndpoint, SaysThatItWasAnsweredInAnotherProtocol) {
+  playsTwice([](PeerConnection& link) {
+    const std::string banner = "SSH-2.0-whatever there is on the other side\r\n";
+    link.send({banner.begin(), banner.end()});
+    link.ignoreAll();
+  });
+  const QovctlRun failed = ask({"get", "counts"});
+  EXPECT_EQ(failed.status, 6);
+  EXPECT_THAT(failed.err,
+              EndsWith("bad reply: bad data at byte 0: magic: 0x2d485353 is not 0x55555555\n"));
+}
+
 TEST_F(QovctlEndpoint, EndsWithSixWhenARowIsNotOneRecord) {
   plays({[](PeerConnection& link) {
     link.answer(row("lo", 1));

@@ -53,6 +53,11 @@ Word headField(const std::vector<char>& message, std::size_t offset) {
   return loadWord<Word>(reinterpret_cast<const unsigned char*>(message.data()) + offset);
 }
 
+/// What is wrong with bytes that are no V3 message.
+std::string badReply(std::string_view bytes) {
+  return "bad reply: " + textOf(findRefusal(bytes, Kind::kV3), 0);
+}
+
 }  // namespace
 
 std::optional<HostPort> hostPortOf(const std::string& text) {
@@ -166,6 +171,10 @@ void EndpointLink::check(unsigned int result) const {
 void EndpointLink::throwNoReply() const {
   const auto length = headField<std::int32_t>(buffer_, offsetof(TLVMsgHeadV3, len_));
   if (length > static_cast<std::int32_t>(kMaxMessage - kHeadSize)) {
+    const std::string_view head(buffer_.data(), kHeadSize);
+    if (kindOfBytes(head) != Kind::kV3) {
+      throw Failure(kBadData, badReply(head));
+    }
     throw Failure(kBadData, "bad reply: LEN is " + std::to_string(length) +
                                 ", a reply has at most " + std::to_string(kMaxMessage - kHeadSize));
   }
@@ -187,8 +196,7 @@ void EndpointLink::throwBadReply() const {
     throw Failure(kEndpointError, "the endpoint refused the request: " + resultText(ret));
   }
   if (converted_ != 0) {
-    const std::string_view reply(buffer_.data(), replyLength_);
-    throw Failure(kBadData, "bad reply: " + textOf(findRefusal(reply, Kind::kV3), 0));
+    throw Failure(kBadData, badReply({buffer_.data(), replyLength_}));
   }
   throwNotOneRecord();
 }
