@@ -262,6 +262,13 @@ TEST_F(ConfiguredEndpoint, IsTheOneOfTheKey) {
   EXPECT_EQ(made.sendMsg(&package), 0U);
 }
 
+TEST_F(ConfiguredEndpoint, MayHaveAName) {
+  plays({answers});
+  configure("[MMT]\nMMT_ADDR=localhost:" + std::to_string(peer.port()) + "\n");
+  CQOVLongSocket made;
+  EXPECT_EQ(made.sendMsg(&package), 0U);
+}
+
 TEST_F(ConfiguredEndpoint, IsTracedAsOperationsAre) {
   plays({answers});
   configure("[MMT]\nMMT_ADDR=" + peer.address() + "\n");
