@@ -1,7 +1,6 @@
 #include <qovpub/qov_message_package.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 
 #include <vector>
 
@@ -22,16 +21,6 @@ class EndpointClients : public EndpointTest {
     EXPECT_EQ(asking.receiveAll(), "");
     EXPECT_TRUE(endpoint.waitForError("connection 1: closed: " + why)) << endpoint.errors();
     expectOthersAreServed();
-  }
-
-  /// The endpoint finds all that `act` does at once.
-  template <class Act>
-  void whileItIsStopped(Act act) const {
-    siginfo_t stopped = {};
-    endpoint.send(SIGSTOP);
-    EXPECT_EQ(::waitid(P_PID, static_cast<id_t>(endpoint.pid()), &stopped, WSTOPPED), 0);
-    act();
-    endpoint.send(SIGCONT);
   }
 
   /// How many requests the endpoint has counted, from its answer.

@@ -215,6 +215,19 @@ TEST_F(EndpointFault, AcceptsConnectionsAgainAfterATimeOfRefusal) {
   }));
 }
 
+TEST_F(EndpointFault, AcceptsConnectionsAgainAfterTwoTimesOfRefusalThatOverlap) {
+  starts({"--fault", "refuse:seconds=0.1,count=2"});
+  const EndpointClient first = client();
+  const EndpointClient second = client();
+  whileItIsStopped([&] {
+    first.send(request(1));
+    second.send(request(1));
+  });
+  EXPECT_EQ(first.receiveAll() + second.receiveAll(), "");
+  EXPECT_TRUE(waitUntil([&] { return EndpointClient(endpoint.port()).connected(); }));
+  EXPECT_EQ(client().exchange(request(2)), answer(2));
+}
+
 TEST_F(EndpointFault, MeetsAConnectionThatIsAccepted) {
   starts({"--fault", "close:connection=2,request=0"});
   const EndpointClient first = client();

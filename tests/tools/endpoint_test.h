@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <string>
 #include <utility>
@@ -49,6 +50,16 @@ class EndpointTest : public ::testing::Test {
     EndpointClient connected(endpoint.port());
     EXPECT_TRUE(connected.connected());
     return connected;
+  }
+
+  /// The endpoint finds all that `act` does at once.
+  template <class Act>
+  void whileItIsStopped(Act act) const {
+    siginfo_t stopped = {};
+    endpoint.send(SIGSTOP);
+    EXPECT_EQ(::waitid(P_PID, static_cast<id_t>(endpoint.pid()), &stopped, WSTOPPED), 0);
+    act();
+    endpoint.send(SIGCONT);
   }
 
   EndpointClient clientOfStarted(std::vector<std::string> arguments = {}) {

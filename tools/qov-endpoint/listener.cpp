@@ -105,6 +105,7 @@ void Listener::listen() {
   if (::listen(socket_, SOMAXCONN) != 0) {
     throw failure("cannot listen");
   }
+  listening_ = true;
   if (reactor()->register_handler(this, ACCEPT_MASK) != 0) {
     throw failure("cannot register the listening socket");
   }
@@ -117,7 +118,10 @@ void Listener::stop() {
     reactor()->remove_handler(this, ACCEPT_MASK | DONT_CALL);
     registered_ = false;
   }
-  ::shutdown(socket_, SHUT_RDWR);
+  // Shut down while it does not listen, it would pass that on to all connections accepted later.
+  if (std::exchange(listening_, false)) {
+    ::shutdown(socket_, SHUT_RDWR);
+  }
 }
 
 void Listener::refuse(std::chrono::milliseconds time) {

@@ -51,7 +51,8 @@ class Listener : public ACE_Event_Handler {
   ACE_INET_Addr address_;
   const Accepted accepted_;
   int socket_ = -1;
-  bool registered_ = false;
+  bool listening_ = false;
+  bool registered_ = false;  ///< with the reactor; not while there is no handle for a connection
   std::chrono::steady_clock::time_point until_;
 };
 
