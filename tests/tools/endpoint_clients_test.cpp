@@ -129,7 +129,8 @@ TEST_F(EndpointClients, AreAnsweredInTheirOrderAndCountedOnce) {
 
 TEST_F(EndpointClients, AreServedBetweenTheRequestsOfAnEagerOne) {
   starts({"--quiet"});
-  constexpr std::uint16_t kRequests = 1000;
+  // Few enough for any buffer, since nobody reads them at first.
+  constexpr std::uint16_t kRequests = 300;
   std::string requests;
   for (std::uint16_t serial = 0; serial < kRequests; ++serial) {
     requests += request(serial);
