@@ -1,10 +1,10 @@
 #include "examples/uplink/plan.h"
 
 #include <qovpub/qov_exception.h>
-#include <qovpub/qov_utility.h>
 #include <qovpub/qov_xml.h>
 
-#include <iterator>
+#include <charconv>
+#include <system_error>
 #include <utility>
 
 #include "tools/common/endpoint_protocol.h"
@@ -27,8 +27,16 @@ std::string item(const std::string& device, const std::string& key) {
   return configuration->getDeviceItem(device, key, value);
 }
 
+/// Nothing is read as a number that is none: a period of 0 would be a thread that never rests.
 std::chrono::milliseconds periodOf(const std::string& device) {
-  return std::chrono::milliseconds(StrToUint(item(device, "PeriodMs")));
+  const std::string text = item(device, "PeriodMs");
+  const char* const end = text.data() + text.size();
+  std::uint32_t period = 0;
+  const auto parsed = std::from_chars(text.data(), end, period);
+  if (parsed.ec != std::errc() || parsed.ptr != end || period == 0) {
+    throw CQOV_Exception("PeriodMs of " + device + " is no number of milliseconds");
+  }
+  return std::chrono::milliseconds(period);
 }
 
 }  // namespace

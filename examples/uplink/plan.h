@@ -24,7 +24,8 @@ struct Plan {
 
 /// Reads items "Fetch" ("yes" or anything else) and "PeriodMs" of the devices "interfaces",
 /// "mounts" and "processes", and "PeriodMs" of "records"; each is looked for in the device
-/// "default" when the device does not have it. Throws CQOV_Exception when that does not either.
+/// "default" when the device does not have it. Throws CQOV_Exception when that does not either, and
+/// when a period is not a whole number of milliseconds from 1 to 4294967295.
 Plan readPlan();
 
 }  // namespace devagent

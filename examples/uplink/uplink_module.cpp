@@ -23,7 +23,7 @@ class UplinkModule : public CQOV_TaskMgr {
     try {
       return uplink_.start(readPlan()) == 0;
     } catch (const CQOV_Exception& exception) {
-      guard.error(1, __FUNCTION__, __LINE__, "the device configuration is incomplete: %s",
+      guard.error(1, __FUNCTION__, __LINE__, "the device configuration does not do: %s",
                   exception.what());
       return false;
     }

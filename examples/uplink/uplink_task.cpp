@@ -2,11 +2,11 @@
 
 #include <ace/OS_NS_sys_time.h>
 #include <qovpub/qov_common_debugkit.h>
-#include <qovpub/qov_exception.h>
 #include <qovpub/qov_om_message_package.h>
 #include <qovpub/qov_task_mgr.h>
 
 #include <algorithm>
+#include <exception>
 #include <sstream>
 #include <utility>
 
@@ -57,26 +57,27 @@ int UplinkTask::svc() {
 }
 
 void UplinkTask::runDueJobs() {
-  const auto now = Clock::now();
   for (const TablePlan& table : plan_.tables) {
-    if (due_[table.name] <= now) {
-      read(table);
-      due_[table.name] = now + table.period;
-    }
+    run(table.name, table.period, [&] { walk(table); });
   }
-  if (due_[kRecords] <= now) {
-    push();
-    due_[kRecords] = now + plan_.pushPeriod;
-  }
+  run(kRecords, plan_.pushPeriod, [this] { push(); });
 }
 
-void UplinkTask::read(const TablePlan& table) {
-  CQOVDebugKitGuard guard(kUplink, "void UplinkTask::read(const TablePlan&)");
+void UplinkTask::run(const std::string& name, std::chrono::milliseconds period,
+                     const std::function<void()>& job) {
+  CQOVDebugKitGuard guard(kUplink,
+                          "void UplinkTask::run(const std::string&, std::chrono::milliseconds, "
+                          "const std::function<void()>&)");
+  const auto now = Clock::now();
+  Clock::time_point& due = due_[name];
+  if (due > now) {
+    return;
+  }
+  due = now + period;
   try {
-    walk(table);
-  } catch (const CQOV_Exception& exception) {
-    guard.warn(2, __FUNCTION__, __LINE__, "the endpoint's table %s is malformed: %s",
-               table.name.c_str(), exception.what());
+    job();
+  } catch (const std::exception& exception) {
+    guard.warn(2, __FUNCTION__, __LINE__, "%s given up: %s", name.c_str(), exception.what());
   }
 }
 
@@ -87,6 +88,7 @@ void UplinkTask::walk(const TablePlan& table) {
   const bool complete = result == 0 && isClosed(*rows);
   tally_.rows += rows->count() - (complete ? 1 : 0);
   if (complete) {
+    ++tally_.walks;
     handOver(table.name, std::move(rows));
   }
 }
@@ -141,9 +143,10 @@ std::string UplinkTask::describe() const {
   std::ostringstream text;
   text << "exchanges " << link.exchanges << ", answered " << link.answered << ", resends "
        << link.resends << ", reconnects " << link.reconnects << "; rows walked " << tally_.rows
-       << ", records pushed " << tally_.pushed << "; tables handed over " << tally_.tables
-       << " with rows " << tally_.rowsHanded << ", taken by the inventory " << tally_.tablesTaken
-       << " with rows taken " << tally_.rowsTaken << "; latest";
+       << ", tables walked " << tally_.walks << ", records pushed " << tally_.pushed
+       << "; tables handed over " << tally_.tables << " with rows " << tally_.rowsHanded
+       << ", taken by the inventory " << tally_.tablesTaken << " with rows taken "
+       << tally_.rowsTaken << "; latest";
   for (const auto& [name, rows] : tally_.lastRows) {
     text << ' ' << name << ' ' << rows;
   }

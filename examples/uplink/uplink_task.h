@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -21,7 +22,9 @@ namespace devagent {
 /// An exchange may take as long as the link waits; no worker does that for it. Between two jobs the
 /// thread waits on the task's own queue, and in a walk the link looks there before each request, so
 /// that the block with which the module tells its tasks to end ends it after the exchange it meets:
-/// at worst when the link has waited its 30 seconds for an answer.
+/// at worst when the link has waited 30 seconds each to send and for the answer, and connected anew.
+///
+/// Whatever a job throws ends that job alone. The next one is done when it is due.
 class UplinkTask : public CQOV_Task {
  public:
   explicit UplinkTask(CQOV_TaskMgr* module);
@@ -35,7 +38,8 @@ class UplinkTask : public CQOV_Task {
   using Clock = std::chrono::steady_clock;
 
   struct Tally {
-    std::uint64_t tables = 0;  ///< read to their end and handed to the inventory
+    std::uint64_t walks = 0;   ///< that came to the table's end
+    std::uint64_t tables = 0;  ///< of these: handed to the inventory
     std::uint64_t rowsHanded = 0;
     std::uint64_t rows = 0;  ///< all that were read
     std::uint64_t pushed = 0;
@@ -45,7 +49,8 @@ class UplinkTask : public CQOV_Task {
   };
 
   void runDueJobs();
-  void read(const TablePlan& table);
+  void run(const std::string& name, std::chrono::milliseconds period,
+           const std::function<void()>& job);
   void walk(const TablePlan& table);
   void handOver(const std::string& name, std::unique_ptr<CT7QPackageV3> rows);
   void push();

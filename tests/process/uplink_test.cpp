@@ -20,6 +20,11 @@ constexpr const char* kEveryTable =
     "<AgentConfig><DeviceConfig><Device DeviceDesc='default'><ConfigItem Key='Fetch' Value='yes'/>"
     "<ConfigItem Key='PeriodMs' Value='20'/></Device></DeviceConfig></AgentConfig>";
 
+/// To be followed by a period.
+constexpr const char* kOnlyRecords =
+    "<AgentConfig><DeviceConfig><Device DeviceDesc='default'><ConfigItem Key='Fetch' Value='no'/>"
+    "<ConfigItem Key='PeriodMs' Value='";
+
 /// A port that nobody can connect to as long as it is there.
 class PortWithoutListener {
  public:
@@ -73,6 +78,17 @@ class Uplink : public ::testing::Test {
     EXPECT_THAT(agent.log(), HasSubstr("in all: exchanges "));
   }
 
+  /// How often the uplink has said what it did so far.
+  int rounds() const {
+    const std::string log = agent.log();
+    const std::string line = "notice from uplink: exchanges ";
+    int count = 0;
+    for (auto at = log.find(line); at != std::string::npos; at = log.find(line, at + 1)) {
+      ++count;
+    }
+    return count;
+  }
+
   TemporaryDirectory directory;
   AgentProcess agent{directory.file("devagent")};
 };
@@ -91,6 +107,21 @@ TEST_F(Uplink, WalksTheTablesThatTheDeviceConfigurationWantsAndNoOthers) {
   stopsInOrder();
 }
 
+TEST_F(Uplink, WalksATableAsOftenAsItsOwnDeviceSays) {
+  EndpointProcess endpoint;
+  ASSERT_TRUE(endpoint.start());
+  startsWith(
+      "<AgentConfig><DeviceConfig><Device DeviceDesc='default'><ConfigItem Key='Fetch' Value='no'/>"
+      "<ConfigItem Key='PeriodMs' Value='20'/></Device><Device DeviceDesc='mounts'><ConfigItem "
+      "Key='Fetch' Value='yes'/><ConfigItem Key='PeriodMs' Value='4294967295'/></Device>"
+      "</DeviceConfig></AgentConfig>",
+      endpoint.port());
+  ASSERT_TRUE(waitUntil([this] { return rounds() >= 10; })) << agent.log() << agent.errors();
+  EXPECT_THAT(agent.log(), HasSubstr(", tables walked 1, "));
+  EXPECT_THAT(agent.log(), Not(HasSubstr(", tables walked 2, ")));
+  stopsInOrder();
+}
+
 TEST_F(Uplink, KeepsTheAgentFromStartingWhenItsDeviceConfigurationIsIncomplete) {
   const PortWithoutListener nobody;
   startsWith(
@@ -98,8 +129,25 @@ TEST_F(Uplink, KeepsTheAgentFromStartingWhenItsDeviceConfigurationIsIncomplete) 
       "Value='yes'/></Device></DeviceConfig></AgentConfig>",
       nobody.number());
   EXPECT_EQ(agent.waitForEnd().exitStatus, 1);
-  EXPECT_THAT(agent.log(), HasSubstr("the device configuration is incomplete: CQOV_Exception: "
+  EXPECT_THAT(agent.log(), HasSubstr("the device configuration does not do: CQOV_Exception: "
                                      "can't find config item! key=PeriodMs"));
+}
+
+TEST_F(Uplink, KeepsTheAgentFromStartingWithAPeriodThatIsNoneAndTakesTheShortest) {
+  EndpointProcess endpoint;
+  ASSERT_TRUE(endpoint.start());
+  for (const std::string period : {"", "0", "-1", "1s", " 20", "4294967296"}) {
+    startsWith(kOnlyRecords + period + "'/></Device></DeviceConfig></AgentConfig>",
+               endpoint.port());
+    EXPECT_EQ(agent.waitForEnd().exitStatus, 1) << period;
+    EXPECT_THAT(agent.log(), HasSubstr("the device configuration does not do: CQOV_Exception: "
+                                       "PeriodMs of records is no number of milliseconds"));
+    std::filesystem::remove(agent.root().logFile());
+  }
+  startsWith(kOnlyRecords + std::string("1'/></Device></DeviceConfig></AgentConfig>"),
+             endpoint.port());
+  EXPECT_TRUE(agent.waitForLog("notice from uplink: exchanges ")) << agent.log();
+  stopsInOrder();
 }
 
 TEST_F(Uplink, StopsWhileTheEndpointIsAway) {
@@ -123,7 +171,7 @@ TEST_F(Uplink, GoesOnAfterATableThatIsMalformed) {
   ASSERT_TRUE(endpoint.start({"--fault", "text-status:count=1"}));
   startsWith(kEveryTable, endpoint.port());
   EXPECT_TRUE(
-      agent.waitForLog("the endpoint's table interfaces is malformed: CQOV_Exception: "
+      agent.waitForLog("interfaces given up: CQOV_Exception: "
                        "CTLVCell isn't numerical type! tag equal to 4095"));
   EXPECT_TRUE(agent.waitForLog("latest interfaces "));
   stopsInOrder();
