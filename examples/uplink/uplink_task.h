@@ -22,7 +22,7 @@ namespace devagent {
 /// An exchange may take as long as the link waits; no worker does that for it. Between two jobs the
 /// thread waits on the task's own queue, and in a walk the link looks there before each request, so
 /// that the block with which the module tells its tasks to end ends it after the exchange it meets:
-/// at worst when the link has waited 30 seconds each to send and for the answer, and connected anew.
+/// at worst when the link has waited 30 seconds to send, 30 for the answer and 2 to connect anew.
 ///
 /// Whatever a job throws ends that job alone. The next one is done when it is due.
 class UplinkTask : public CQOV_Task {

@@ -45,6 +45,9 @@ TEST_F(EndpointRun, RefusesWhatItDoesNotKnow) {
   for (const char* option : {"--tables", "--counts", "--scenario"}) {
     expectUsage({"--port", "0", option, ""}, std::string(option) + ": no file is named");
   }
+  for (const char* option : {"--port", "--wait", "--grace"}) {
+    expectUsage({option, ""}, std::string(option) + ": no number is given");
+  }
 }
 
 TEST_F(EndpointRun, ListensOnTheAddressItIsGiven) {

@@ -49,6 +49,11 @@ std::string checkFile(const std::string& text) {
   return text.empty() ? "no file is named" : "";
 }
 
+/// The same; it would count as 0, which as a port means any.
+std::string checkNumber(const std::string& text) {
+  return text.empty() ? "no number is given" : "";
+}
+
 }  // namespace
 
 std::optional<Options> readOptions(int argc, char** argv, int& exitStatus) {
@@ -62,11 +67,15 @@ std::optional<Options> readOptions(int argc, char** argv, int& exitStatus) {
   app.add_option("--address", address, "IPv4 address to listen on")
       ->capture_default_str()
       ->check(checkAddress);
-  app.add_option("--port", port, "Port to listen on; 0 takes a free one")->capture_default_str();
+  app.add_option("--port", port, "Port to listen on; 0 takes a free one")
+      ->capture_default_str()
+      ->check(checkNumber);
   app.add_option("--wait", wait, "Seconds to wait for a port that is in use")
-      ->capture_default_str();
+      ->capture_default_str()
+      ->check(checkNumber);
   app.add_option("--grace", grace, "Seconds that answers on their way have when it is to stop")
-      ->capture_default_str();
+      ->capture_default_str()
+      ->check(checkNumber);
   app.add_option("--tables", options.tables, "Tables of this JSON file instead of this machine's")
       ->check(checkFile);
   app.add_option("--counts", options.counts,
