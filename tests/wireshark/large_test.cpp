@@ -69,8 +69,8 @@ TEST(WiresharkLargeMessages, OfCountlessCellsAreCheckedToTheEnd) {
   EXPECT_THAT(lines[1], EndsWith("The cell's type 10 is above 9"));
 }
 
-// What follows a segment that comes late is all in its frame then, far more than Wireshark lets into
-// a tree.
+// What follows a segment that comes late is all in its frame then, far more than Wireshark lets
+// into a tree.
 TEST(WiresharkLargeMessages, AreCheckedToTheEndWhenAFrameHasManyOfThem) {
   const TemporaryDirectory directory;
   Capture capture(directory.file("behind.pcap"));
