@@ -86,8 +86,9 @@ class CQOVLongSocket {
   virtual unsigned int receiveMsg(CT7QPackageV3* package);
 
   /// Receives one message into `buffer`, which has room for kMaxMessage bytes and need not be the
-  /// link's own, and sets `length` to its length, as the header in `buffer` has it. `timeout` is for the whole message; null waits as long as it takes. Returns 0, or
-  /// kSocketFailed after connecting anew with `length` unchanged.
+  /// link's own, and sets `length` to its length, as the header in `buffer` has it. `timeout` is
+  /// for the whole message; null waits as long as it takes. Returns 0, or kSocketFailed after
+  /// connecting anew with `length` unchanged.
   unsigned int recvData(char* buffer, unsigned int& length, const ACE_Time_Value* timeout);
 
   /// Decodes the message of `length` bytes at `data` into `package`, whose serial number it must
