@@ -8,7 +8,6 @@
 #include <qovpub/qov_xml.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <functional>
 #include <list>
 #include <string>
@@ -16,23 +15,10 @@
 #include <vector>
 
 #include "tests/module/process_log.h"
-#include "tests/support/agent_root.h"
 #include "tests/support/instead_of_sleeping.h"
+#include "tests/support/this_process.h"
 
 namespace qov::test {
-
-/// The tree of this test program's own process, which the library reads "QOV_ROOT" for once.
-inline AgentRoot& processTree() {
-  static AgentRoot& root = []() -> AgentRoot& {
-    std::string name;
-    CProcInfo::getProcName(name);
-    static AgentRoot own(name);
-    own.writeConfig();
-    ::setenv("QOV_ROOT", own.path().c_str(), 1);
-    return own;
-  }();
-  return root;
-}
 
 /// One node of the parser's map with these keys and values, as the library has it.
 template <class Key, class Value>
@@ -58,7 +44,7 @@ class DeviceXmlTest : public ::testing::Test {
   static std::string file() {
     std::string name;
     CProcInfo::getProcName(name);
-    return (processTree().confDirectory() / (name + ".xml")).string();
+    return (thisProcess().confDirectory() / (name + ".xml")).string();
   }
 
   static void write(const std::string& content) { writeFile(file(), content); }

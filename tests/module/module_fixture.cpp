@@ -4,23 +4,7 @@
 #include <ace/Message_Block.h>
 #include <ace/OS_NS_dlfcn.h>
 
-#include <cstdlib>
-
-#include <qovpub/qov_utility.h>
-
 namespace qov::test {
-
-AgentRoot& thisProcess() {
-  static AgentRoot& root = [&]() -> AgentRoot& {
-    std::string name;
-    CProcInfo::getProcName(name);
-    static AgentRoot own(name);
-    own.writeConfig();
-    ::setenv("QOV_ROOT", own.path().c_str(), 1);
-    return own;
-  }();
-  return root;
-}
 
 std::vector<std::string> ModuleTest::tracesOf(const std::function<void()>& operation) {
   const ProcessLog traced;

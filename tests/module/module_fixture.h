@@ -14,12 +14,9 @@
 
 #include "tests/module/libs/events.h"
 #include "tests/module/process_log.h"
-#include "tests/support/agent_root.h"
+#include "tests/support/this_process.h"
 
 namespace qov::test {
-
-/// The tree of this test program's own process; "QOV_ROOT" is read once per process.
-AgentRoot& thisProcess();
 
 /// A loader of its own, what it and its modules log, and the events of the test modules.
 class ModuleTest : public ::testing::Test {
