@@ -45,13 +45,20 @@ int UplinkTask::start(Plan plan) {
 int UplinkTask::svc() {
   CQOVDebugKitGuard guard(kUplink, "int UplinkTask::svc()");
   // Made here: connecting takes up to two seconds, in which the other modules are to start.
-  link_ = std::make_unique<CountedLink>([this] { return isToldToEnd(); });
+  attempt("link",
+          [this] { link_ = std::make_unique<CountedLink>([this] { return isToldToEnd(); }); });
+  if (link_ == nullptr) {
+    return -1;
+  }
   do {
     runDueJobs();
-    send(makeJournalEntry(kNotice, kUplink, describe()).release(), nullptr, true);
+    attempt("report", [this] {
+      send(makeJournalEntry(kNotice, kUplink, describe()).release(), nullptr, true);
+    });
   } while (waitForNextJob());
   // The journal has ended before: modules end in the order of their ids.
-  guard.info(1, __FUNCTION__, __LINE__, "in all: %s", describe().c_str());
+  attempt("last report",
+          [&] { guard.info(1, __FUNCTION__, __LINE__, "in all: %s", describe().c_str()); });
   link_.reset();
   return 0;
 }
@@ -65,19 +72,22 @@ void UplinkTask::runDueJobs() {
 
 void UplinkTask::run(const std::string& name, std::chrono::milliseconds period,
                      const std::function<void()>& job) {
-  CQOVDebugKitGuard guard(kUplink,
-                          "void UplinkTask::run(const std::string&, std::chrono::milliseconds, "
-                          "const std::function<void()>&)");
   const auto now = Clock::now();
   Clock::time_point& due = due_[name];
   if (due > now) {
     return;
   }
   due = now + period;
+  attempt(name.c_str(), job);
+}
+
+void UplinkTask::attempt(const char* name, const std::function<void()>& job) {
+  CQOVDebugKitGuard guard(kUplink,
+                          "void UplinkTask::attempt(const char*, const std::function<void()>&)");
   try {
     job();
   } catch (const std::exception& exception) {
-    guard.warn(2, __FUNCTION__, __LINE__, "%s given up: %s", name.c_str(), exception.what());
+    guard.warn(2, __FUNCTION__, __LINE__, "%s given up: %s", name, exception.what());
   }
 }
 

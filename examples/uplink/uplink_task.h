@@ -51,6 +51,8 @@ class UplinkTask : public CQOV_Task {
   void runDueJobs();
   void run(const std::string& name, std::chrono::milliseconds period,
            const std::function<void()>& job);
+  /// Whatever `job` throws ends that job alone, never the thread.
+  static void attempt(const char* name, const std::function<void()>& job);
   void walk(const TablePlan& table);
   void handOver(const std::string& name, std::unique_ptr<CT7QPackageV3> rows);
   void push();
