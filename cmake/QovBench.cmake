@@ -7,6 +7,8 @@ find_package(benchmark REQUIRED)
 function(qov_bench name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
+  # As the tests': the process name ends at the last dot of the program's path.
+  set_target_properties(${name} PROPERTIES SUFFIX ".bin")
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
   target_link_libraries(${name} PRIVATE qov::qovpub qov_compile_options benchmark::benchmark
                                         ${ARG_LIBRARIES})

@@ -20,6 +20,8 @@ function(qov_test name)
     list(APPEND properties LABELS "${ARG_LABELS}")
   endif()
   add_executable(${name} ${ARG_SOURCES})
+  # A program's process name ends at the last dot of its path, which may lie in a folder's name.
+  set_target_properties(${name} PROPERTIES SUFFIX ".bin")
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
   target_link_libraries(${name} PRIVATE qov::qovpub qov_compile_options GTest::gmock GTest::gtest
                                         GTest::gtest_main ${ARG_LIBRARIES})
