@@ -5,8 +5,8 @@
 
 namespace qov {
 
-/// What went wrong, where and why. Every line that tells why an agent does not start, or does not do
-/// what its files ask for, is made from one of these.
+/// What went wrong, where and why. Every line that tells why an agent does not start, or does not
+/// do what its files ask for, is made from one of these.
 struct Failure {
   /// What was tried: "open the process configuration".
   std::string tried;
@@ -20,8 +20,8 @@ struct Failure {
   std::string cause;
 };
 
-/// One line: "Failed to open the process configuration: /r/conf/a/a.cfg:12: LOG_CFG/LogLevel: cause".
-/// What is empty is left out.
+/// One line: "Failed to read the configuration: /r/conf/a/a.cfg:12: LOG_CFG/LogLevel: cause". What
+/// is empty is left out.
 std::string textOf(const Failure& failure);
 
 /// The system's text for `error`, an errno value. Thread: any.
