@@ -1,7 +1,6 @@
 #ifndef QOV_TESTS_LINK_EXCHANGE_FIXTURE_H
 #define QOV_TESTS_LINK_EXCHANGE_FIXTURE_H
 
-#include <sstream>
 #include <string>
 
 #include "tests/link/link_fixture.h"
@@ -13,13 +12,6 @@ inline constexpr const char* kHeadFailed = "It failed to receive v3 message head
 inline constexpr const char* kBodyFailed = "It failed to receive v3 message body!";
 inline constexpr const char* kClosed =
     "Failed to receive V3 message, error is Link has been severed";
-
-/// The text of `package` in the log.
-inline std::string dumpOf(const CT7QPackageV3& package) {
-  std::ostringstream out;
-  package.dump(out);
-  return out.str();
-}
 
 /// Sends the first `count` bytes of an answer with one record.
 inline ScriptedPeer::Script answersOnly(std::size_t count) {

@@ -40,6 +40,9 @@ inline TestLink::Limits shortReply() {
   return limits;
 }
 
+/// The text of `package` in the log.
+std::string dumpOf(const CT7QPackageV3& package);
+
 /// The descriptors of this process's connections to `port`.
 std::vector<int> socketsTo(std::uint16_t port);
 
