@@ -1,6 +1,7 @@
 #include "diag/log_stream.h"
 
 #include <atomic>
+#include <cerrno>
 #include <new>
 
 #include "diag/log_level.h"
@@ -37,7 +38,7 @@ LogStream& LogStream::use(const std::string& path, std::optional<uid_t> owner) {
   if (owner) {
     stream->file_.setOwner(*owner, static_cast<gid_t>(*owner));
   }
-  stream->file_.open(path);
+  stream->openError_ = stream->file_.open(path) ? 0 : errno;
   return *stream;
 }
 

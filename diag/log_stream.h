@@ -29,6 +29,9 @@ class LogStream : public std::ostream {
   /// not exist yet, its number standing for the group, too.
   static LogStream& use(const std::string& path, std::optional<uid_t> owner);
 
+  /// Why the last use() could not open the file, an errno value; 0 when it could.
+  int openError() const { return openError_; }
+
   /// Writes the pieces of one record.
   void write(const iovec* pieces, int count);
 
@@ -57,6 +60,7 @@ class LogStream : public std::ostream {
 
   Buffer buffer_;
   LogFile file_;
+  int openError_ = 0;
   unsigned long long lost_ = 0;  ///< records that the file did not take since it took the last one
 };
 

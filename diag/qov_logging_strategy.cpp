@@ -1,7 +1,10 @@
 #include <ace/Reactor.h>
 #include <pwd.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_exception.h>
 #include <qovpub/qov_ini_operator.h>
 #include <qovpub/qov_logging_strategy.h>
+#include <qovpub/qov_utility.h>
 #include <safeclib/safe_str_lib.h>
 #include <unistd.h>
 
@@ -11,9 +14,11 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <list>
 #include <new>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "diag/destination_lock.h"
@@ -21,6 +26,8 @@
 #include "diag/log_options.h"
 #include "diag/log_stream.h"
 #include "diag/orphan_threads.h"
+#include "frame/env_ini_import.h"
+#include "frame/failure.h"
 
 namespace {
 
@@ -66,6 +73,62 @@ void applyOptions(qov::FileStrategy& strategy, const CLogging_Cfg_Param& param,
   strategy.init(options.argc(), options.argv());
 }
 
+/// Null only where there is no memory for the kits.
+const CQOVDebugKit* publicKit() {
+  CQOVDebugKitMgr* const kits = CQOVDebugKitMgr::instance();
+  return kits != nullptr ? kits->find(0) : nullptr;
+}
+
+void warnOf(qov::Failure failure) {
+  if (const CQOVDebugKit* const kit = publicKit()) {
+    failure.cause += "; the log stays as it is";
+    kit->warn(65720, "initLogStrategy", __LINE__, qov::textOf(failure));
+  }
+}
+
+/// An error, which every "LogLevel" lets through.
+void tellNoFile(const std::string& file, int error) {
+  if (const CQOVDebugKit* const kit = publicKit()) {
+    const std::string folder = file.substr(0, file.rfind('/') + 1);
+    const bool noFolder = error == ENOENT && ::access(folder.c_str(), F_OK) != 0;
+    const std::string cause = noFolder ? "there is no directory " + folder : qov::errnoText(error);
+    kit->error(
+        65721, "initLogStrategy", __LINE__,
+        qov::textOf({"open the log", file, 0, {}, cause + "; records go to standard error"}));
+  }
+}
+
+void warnOfCutName(const char* logFile, const char* cut) {
+  if (const CQOVDebugKit* const kit = publicKit()) {
+    kit->warn(65722, "initLogStrategy", __LINE__,
+              qov::textOf({"take the whole path of the log",
+                           logFile,
+                           0,
+                           {},
+                           std::string("it is too long; records go to ") + cut}));
+  }
+}
+
+qov::Failure whyNoConfig() {
+  try {
+    return qov::whyNoIniFile(QOV_Utility::getProcessCfgFileName());
+  } catch (const CQOV_Exception& e) {
+    return {"read the configuration", {}, 0, {}, e.what()};
+  }
+}
+
+qov::Failure whyNoKey(CQOV_Ini_Operator& ini, const std::string& key) {
+  std::list<std::pair<std::string, std::string>> items;
+  qov::Failure failure{"configure the log", QOV_Utility::getProcessCfgFileName(), 0, "LOG_CFG", {}};
+  if (ini.enumerateSections("LOG_CFG", items) != 0) {
+    failure.cause = "there is no such section";
+  } else {
+    failure.key += "/" + key;
+    failure.cause = "there is no such key";
+  }
+  return failure;
+}
+
 /// The user's id also stands for the group, on purpose.
 int give(const char* file, std::optional<uid_t> user) {
   return user && ::chown(file, *user, static_cast<gid_t>(*user)) == 0 ? 0 : -1;
@@ -92,14 +155,21 @@ int CQOV_Logging_Strategy::initLogStrategy(const char* cfgFile, const char* logF
   if (logFile != nullptr) {
     setLogFile(param, logFile);
   }
-  const int result = read_log_config(cfgFile, param);
-  return result == 0 ? initLogStrategy(param) : result;
+  int result = read_log_config(cfgFile, param);
+  if (result == 0) {
+    result = initLogStrategy(param);
+    if (logFile != nullptr && std::strcmp(logFile, param.logFile_) != 0) {
+      warnOfCutName(logFile, param.logFile_);
+    }
+  }
+  return result;
 }
 
 int CQOV_Logging_Strategy::read_log_config(const char* /*cfgFile*/, CLogging_Cfg_Param& param) try {
   CQOV_Ini_Operator ini;
   const int opened = ini.open(nullptr);
   if (opened != 0) {
+    warnOf(whyNoConfig());
     return opened;
   }
   const std::array<std::pair<const char*, int*>, 5> keys = {
@@ -111,6 +181,7 @@ int CQOV_Logging_Strategy::read_log_config(const char* /*cfgFile*/, CLogging_Cfg
   for (const auto& [key, field] : keys) {
     std::string value;
     if (ini.getConfigItem("LOG_CFG", key, value) != 0) {
+      warnOf(whyNoKey(ini, key));
       return -1;
     }
     *field = toInt(value);
@@ -146,6 +217,10 @@ int CQOV_Logging_Strategy::initLogStrategy(const CLogging_Cfg_Param& param) {
       strategy->arm(param.chkInterval_);
     }
     strategy_ = std::move(strategy);
+    const int error = toFile ? qov::LogStream::process()->openError() : 0;
+    if (error != 0 && param.logFile_[0] != '\0') {
+      tellNoFile(param.logFile_, error);
+    }
     return give(param.logFile_, owner);
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;

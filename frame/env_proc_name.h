@@ -10,6 +10,12 @@ namespace qov {
 /// /opt/rel1.2/devagent; this is kept, installations rely on the names they have.
 std::string procNameFromPath(const std::string& path);
 
+/// Why procNameFromPath(path) is empty, when it is, and what to do about it.
+std::string whyEmptyName(const std::string& path);
+
+/// The same for the executable of this process.
+std::string whyNoProcName();
+
 }  // namespace qov
 
 #endif

@@ -152,10 +152,36 @@ TEST_F(LoggingStrategy, UsesStandardErrorUntilTheLogDirectoryIsThere) {
   fs::create_directory(directory_.path() / "missing");
   log("third");
   EXPECT_THAT(readFile(later), HasSubstr("][ERR][QOVPUBLIC]["));
-  EXPECT_THAT(readFile(later), HasSubstr("could not be written: 2\n"));
+  EXPECT_THAT(readFile(later), HasSubstr("could not be written: 3\n"))
+      << "one of them tells that it could not be opened";
   EXPECT_THAT(readFile(later), EndsWith("] third\n"));
   log("fourth");
   EXPECT_EQ(std::count(std::istreambuf_iterator<char>(std::ifstream(later).rdbuf()), {}, '\n'), 3);
+}
+
+TEST_F(LoggingStrategy, SaysWhyTheFileCannotBeOpened) {
+  const std::string later = directory_.file("missing/x.log");
+  std::snprintf(param_.logFile_, sizeof(param_.logFile_), "%s", later.c_str());
+  testing::internal::CaptureStderr();
+  strategy_.initLogStrategy(param_);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("][ERR][QOVPUBLIC][initLogStrategy,"));
+  fs::create_directories(later);
+  testing::internal::CaptureStderr();
+  strategy_.initLogStrategy(param_);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              EndsWith("] Failed to open the log: " + later +
+                       ": Is a directory; records go to standard error\n"));
+}
+
+TEST_F(LoggingStrategy, NamesTheDirectoryThatTheLogDoesNotFind) {
+  const std::string later = directory_.file("missing/x.log");
+  std::snprintf(param_.logFile_, sizeof(param_.logFile_), "%s", later.c_str());
+  testing::internal::CaptureStderr();
+  strategy_.initLogStrategy(param_);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("] Failed to open the log: " + later + ": there is no directory " +
+                        directory_.path().string() + "/missing/;"));
 }
 
 TEST_F(LoggingStrategy, GivesAFileThatComesLaterToTheUserDaemonToo) {
@@ -429,6 +455,51 @@ TEST_F(LogConfiguration, LeavesLoggingAsItWasWhenAKeyIsMissing) {
   kit_.debug(1, "f", 2, "m");
   EXPECT_THAT(capture.text(), EndsWith("] m\n"));
   EXPECT_FALSE(fs::exists(path_));
+}
+
+TEST_F(LogConfiguration, NamesTheKeyThatIsMissing) {
+  const LogCapture capture;
+  ProcessRoot::configure("SendTerminal=1\nChkInterval=2\nLogFileMaxSize=3\nLogLevel=5\n");
+  strategy_.initLogStrategy(nullptr, path_.c_str());
+  EXPECT_THAT(capture.text(), HasSubstr("][WARN][QOVPUBLIC]["));
+  EXPECT_THAT(capture.text(),
+              EndsWith("] Failed to configure the log: " + ProcessRoot::cfgFile() +
+                       ": LOG_CFG/LogFileMaxCnt: there is no such key; the log stays as it is\n"));
+}
+
+TEST_F(LogConfiguration, NamesTheSectionThatIsMissing) {
+  const LogCapture capture;
+  ProcessRoot::configure("");
+  writeFile(ProcessRoot::cfgFile(), "[QOV_GLOBAL]\nPROC_PID=1\n");
+  strategy_.initLogStrategy(nullptr, path_.c_str());
+  EXPECT_THAT(capture.text(),
+              EndsWith(ProcessRoot::cfgFile() +
+                       ": LOG_CFG: there is no such section; the log stays as it is\n"));
+}
+
+TEST_F(LogConfiguration, NamesTheFaultyLine) {
+  const LogCapture capture;
+  ProcessRoot::configure("");
+  QOV_Utility::getProcPID();
+  ProcessRoot::configure("no equals sign\n");
+  strategy_.initLogStrategy(nullptr, path_.c_str());
+  EXPECT_THAT(
+      capture.text(),
+      HasSubstr("Failed to read the configuration: " + ProcessRoot::cfgFile() + ":4: neither"));
+}
+
+TEST_F(LogConfiguration, WarnsOfAPathThatIsCut) {
+  const LogCapture capture;
+  ProcessRoot::configure(
+      "SendTerminal=1\nChkInterval=2\nLogFileMaxSize=3\nLogFileMaxCnt=4\nLogLevel=0\n");
+  const std::string longest = "/" + std::string(254, 'x');
+  strategy_.initLogStrategy(nullptr, longest.c_str());
+  EXPECT_THAT(capture.text(), Not(HasSubstr("too long")));
+  testing::internal::CaptureStderr();
+  strategy_.initLogStrategy(nullptr, (longest + "y").c_str());
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("Failed to take the whole path of the log: " + longest +
+                        "y: it is too long; records go to " + longest + "\n"));
 }
 
 }  // namespace

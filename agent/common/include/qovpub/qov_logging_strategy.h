@@ -57,20 +57,22 @@ class CQOV_Logging_Strategy {
 
   /// Reads the settings, puts `logFile` (null: the default) in, and applies them. `cfgFile` is not
   /// looked at, see read_log_config(). Returns 0; -1 when the settings cannot be read, with logging
-  /// left as it was, or when applying them answers -1.
+  /// left as it was, or when applying them answers -1. Warns of a path that is cut.
   int initLogStrategy(const char* cfgFile, const char* logFile);
 
   /// Reads the five keys of "LOG_CFG" into `param`, from the process's own configuration file:
   /// `cfgFile` is not used, which is kept so. Returns 0, or -1 when the file cannot be read or a
   /// key is missing; the keys are read in the order SendTerminal, ChkInterval, LogFileMaxSize,
-  /// LogFileMaxCnt, LogLevel, and those behind the missing one keep their values in `param`.
+  /// LogFileMaxCnt, LogLevel, and those behind the missing one keep their values in `param`. A warning
+  /// names the file and its faulty line, or the key.
   /// Text that is no number counts as 0, a number out of range as the nearest in range.
   int read_log_config(const char* cfgFile, CLogging_Cfg_Param& param);
 
   /// Applies `param`, rotates the file at once if it is too large, and gives it to the user
   /// "daemon" (its user id is also taken for the group). Returns 0; -1 when that user is unknown or
   /// the owner cannot be changed, with the settings in force all the same; -1 with errno ENOMEM and
-  /// logging left as it was when there is no memory.
+  /// logging left as it was when there is no memory. An error record says why the file cannot be
+  /// opened.
   ///
   /// The process reactor's timers go by ACE's high resolution clock afterwards; timers that stood
   /// there before keep the time that was left to them.
