@@ -1,27 +1,19 @@
 #include "tests/task/task_fixture.h"
 
 #include <ace/Log_Msg.h>
-#include <errno.h>
 
 #include <cstdlib>
 #include <thread>
 #include <utility>
 
-#include "tests/support/agent_root.h"
+#include "tests/support/this_process.h"
 
 namespace {
-
-std::unique_ptr<AgentRoot> root;
 
 /// The configuration that every test process needs: the process id.
 class ProcessConfiguration : public ::testing::Environment {
  public:
-  void SetUp() override {
-    root = std::make_unique<AgentRoot>(program_invocation_short_name);
-    root->writeConfig();
-    ::setenv("QOV_ROOT", root->path().c_str(), 1);
-  }
-  void TearDown() override { root.reset(); }
+  void SetUp() override { qov::test::thisProcess(); }
 };
 
 const ::testing::Environment* const kConfiguration =
@@ -32,7 +24,7 @@ constexpr u_long kInfoAndAbove = LM_INFO | LM_NOTICE | LM_WARNING | LM_ERROR | L
 }  // namespace
 
 const AgentRoot& agentRoot() {
-  return *root;
+  return qov::test::thisProcess();
 }
 
 std::atomic<int> CountedPackage::alive_{0};
