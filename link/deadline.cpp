@@ -24,6 +24,15 @@ Deadline::Deadline(const ACE_Time_Value* timeout) : never_(timeout == nullptr) {
   }
 }
 
+Deadline Deadline::share(std::size_t count) const {
+  Deadline part(*this);
+  if (!never_) {
+    const auto now = Clock::now();
+    part.end_ = now + (end_ - now) / static_cast<Clock::rep>(count);
+  }
+  return part;
+}
+
 int Deadline::pollTimeout() const {
   if (never_) {
     return -1;

@@ -4,6 +4,7 @@
 #include <ace/Time_Value.h>
 
 #include <chrono>
+#include <cstddef>
 
 namespace qov {
 
@@ -16,6 +17,9 @@ class Deadline {
  public:
   /// `timeout` from now; null: never.
   explicit Deadline(const ACE_Time_Value* timeout);
+
+  /// A deadline for the first of `count` (1 or more) equal parts of what is left.
+  Deadline share(std::size_t count) const;
 
   /// What is left, for poll(): -1 for ever, 0 when it is over, at most what an int can say.
   int pollTimeout() const;

@@ -1,47 +1,97 @@
 #include "link/endpoint_address.h"
 
-#include <qovpub/qov_common_debugkit.h>
-#include <qovpub/qov_ini_operator.h>
+#include <netdb.h>
+#include <sys/socket.h>
 
 #include <algorithm>
-#include <new>
-#include <string>
+#include <cerrno>
+#include <memory>
+
+#include "frame/failure.h"
 
 namespace qov {
 namespace {
 
-std::string configuredText() {
-  std::string text = "127.0.0.1:19001";
-  CQOV_Ini_Operator ini;
-  if (ini.open(nullptr) == 0) {
-    ini.getConfigItem("MMT", "MMT_ADDR", text);
+using Found = std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)>;
+
+/// 0 or an error of getaddrinfo(). A null `host` is this machine.
+int lookUp(const char* host, unsigned short port, Found& found) {
+  addrinfo wanted{};
+  wanted.ai_family = AF_UNSPEC;
+  wanted.ai_socktype = SOCK_STREAM;
+  wanted.ai_flags = AI_NUMERICSERV;
+  addrinfo* list = nullptr;
+  const int error = ::getaddrinfo(host, std::to_string(port).c_str(), &wanted, &list);
+  if (error == 0) {
+    found.reset(list);
   }
-  return text;
+  return error;
+}
+
+std::string causeOf(int error) {
+  switch (error) {
+    case EAI_NONAME:
+      return "no such host";
+    case EAI_SYSTEM:
+      return "the host cannot be looked up: " + errnoText(errno);
+    default:
+      return std::string("the host cannot be looked up: ") + ::gai_strerror(error);
+  }
+}
+
+std::optional<HostPort> hostPort(const std::string& host, const std::string& port) {
+  ACE_INET_Addr address;
+  // ACE takes a text without a colon for a port, and an empty one for port 0.
+  if (port.find(':') != std::string::npos || address.string_to_addr(port.c_str()) != 0 ||
+      address.get_port_number() == 0) {
+    return std::nullopt;
+  }
+  return HostPort{host, address.get_port_number()};
 }
 
 }  // namespace
 
-ACE_INET_Addr configuredEndpoint(CQOVDebugKitGuard& guard) try {
-  const std::string text = configuredText();
-  ACE_INET_Addr address;
-  // ACE takes an empty text for an address, with port 0.
-  if (address.string_to_addr(text.c_str()) != 0 || address.get_port_number() == 0) {
-    guard.error(65610, __FUNCTION__, __LINE__, "Invalid socket server address, MMT_ADDR is %s",
-                text.c_str());
-    return ACE_INET_Addr();
+std::optional<HostPort> hostPortOf(const std::string& text) {
+  const bool bracketed = text[0] == '[';
+  const std::size_t end = bracketed ? text.find("]:") : text.rfind(':');
+  if (end == std::string::npos) {
+    return hostPort("", bracketed ? "" : text);
   }
-  return address;
-} catch (const std::bad_alloc&) {
-  return ACE_INET_Addr();
+  const std::string host = bracketed ? text.substr(1, end - 1) : text.substr(0, end);
+  return host.empty() ? std::nullopt : hostPort(host, text.substr(end + (bracketed ? 2 : 1)));
+}
+
+std::vector<ACE_INET_Addr> addressesOf(const HostPort& where, std::string& cause) {
+  Found found(nullptr, &::freeaddrinfo);
+  int error = lookUp(where.host.empty() ? nullptr : where.host.c_str(), where.port, found);
+  if (error != 0 && where.host == "localhost") {
+    // This name means this machine, also where no hosts file says so.
+    error = lookUp(nullptr, where.port, found);
+  }
+  std::vector<ACE_INET_Addr> addresses;
+  if (error != 0) {
+    cause = causeOf(error);
+    return addresses;
+  }
+  for (const addrinfo* at = found.get(); at != nullptr; at = at->ai_next) {
+    addresses.emplace_back(reinterpret_cast<const sockaddr_in*>(at->ai_addr),
+                           static_cast<int>(at->ai_addrlen));
+  }
+  return addresses;
 }
 
 AddressText textOf(const ACE_INET_Addr& address) {
-  // ACE writes nothing at all into a buffer that is too short, as 33 bytes can be.
+  const std::string whole = wholeTextOf(address);
+  AddressText text{};
+  std::copy_n(whole.begin(), std::min(whole.size(), text.size() - 1), text.begin());
+  return text;
+}
+
+std::string wholeTextOf(const ACE_INET_Addr& address) {
+  // ACE writes nothing at all into a buffer that is too short.
   std::array<char, 64> whole{};
   address.addr_to_string(whole.data(), whole.size(), 1);
-  AddressText text{};
-  std::copy_n(whole.begin(), text.size() - 1, text.begin());
-  return text;
+  return whole.data();
 }
 
 }  // namespace qov

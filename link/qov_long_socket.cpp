@@ -11,8 +11,9 @@
 #include <cstring>
 #include <new>
 
+#include "link/deadline.h"
 #include "link/dump_text.h"
-#include "link/endpoint_address.h"
+#include "link/endpoint.h"
 #include "link/socket_io.h"
 
 namespace {
@@ -60,13 +61,22 @@ void logTraffic(CQOVDebugKitGuard& guard, const char* what, const CT7QPackageV3&
 
 CQOVLongSocket::CQOVLongSocket() : buffer_(makeBuffer()) {
   CQOVDebugKitGuard guard(0, "CQOVLongSocket::CQOVLongSocket()");
-  server_ = qov::configuredEndpoint(guard);
-  setupConnection();
+  try {
+    setupConnection();
+  } catch (const std::bad_alloc&) {
+    // The first exchange tries again.
+  }
 }
 
 CQOVLongSocket::CQOVLongSocket(const ACE_INET_Addr& endpoint, const Limits& limits)
-    : server_(endpoint), buffer_(makeBuffer()), limits_(limits) {
+    : buffer_(makeBuffer()), endpoint_(std::make_unique<qov::Endpoint>(endpoint)), limits_(limits) {
   CQOVDebugKitGuard guard(0, "CQOVLongSocket::CQOVLongSocket(const ACE_INET_Addr&, const Limits&)");
+  setupConnection();
+}
+
+CQOVLongSocket::CQOVLongSocket(const std::string& endpoint, const Limits& limits)
+    : buffer_(makeBuffer()), endpoint_(std::make_unique<qov::Endpoint>(endpoint)), limits_(limits) {
+  CQOVDebugKitGuard guard(0, "CQOVLongSocket::CQOVLongSocket(const std::string&, const Limits&)");
   setupConnection();
 }
 
@@ -75,15 +85,33 @@ CQOVLongSocket::~CQOVLongSocket() {
   peer_.close();
 }
 
+std::string CQOVLongSocket::whyNotConnected() const {
+  return endpoint_ != nullptr ? endpoint_->failure().cause : "";
+}
+
+void CQOVLongSocket::interrupt() {
+  CQOVDebugKitGuard guard(0, "void CQOVLongSocket::interrupt()");
+  interruption_.set();
+}
+
+void CQOVLongSocket::resume() {
+  CQOVDebugKitGuard guard(0, "void CQOVLongSocket::resume()");
+  interruption_.clear();
+}
+
 int CQOVLongSocket::setupConnection() {
   CQOVDebugKitGuard guard(0, "int CQOVLongSocket::setupConnection()");
   peer_.close();
   cut_ = false;
+  if (endpoint_ == nullptr) {
+    endpoint_ = qov::configuredEndpoint(guard);
+  }
+  peer_.set_handle(endpoint_->connect(limits_.connect, interruption_, server_));
   const qov::AddressText address = qov::textOf(server_);
-  peer_.set_handle(qov::connectTo(server_, limits_.connect));
   if (peer_.get_handle() == ACE_INVALID_HANDLE) {
     guard.error(65611, __FUNCTION__, __LINE__, "Failed to connect socket server, server ip is %s",
                 address.data());
+    guard.error(65830, __FUNCTION__, __LINE__, "%s", qov::textOf(endpoint_->failure()).c_str());
     return -1;
   }
   guard.info(65612, __FUNCTION__, __LINE__, "Successed to connect socket server, server ip is %s",
@@ -94,7 +122,8 @@ int CQOVLongSocket::setupConnection() {
 unsigned int CQOVLongSocket::sendMsg_i(const unsigned char* data, unsigned int length) {
   CQOVDebugKitGuard guard(
       0, "unsigned int CQOVLongSocket::sendMsg_i(const unsigned char*, unsigned int)");
-  const ssize_t sent = qov::sendWithin(peer_.get_handle(), data, length, limits_.send);
+  const ssize_t sent = qov::sendWithin(peer_.get_handle(), data, length,
+                                       qov::Deadline(&limits_.send), interruption_);
   if (sent >= 0) {
     // A short send counts, and is not repeated. The endpoint goes on waiting for the rest.
     cut_ = cut_ || static_cast<std::size_t>(sent) < length;
@@ -106,7 +135,11 @@ unsigned int CQOVLongSocket::sendMsg_i(const unsigned char* data, unsigned int l
 }
 
 unsigned int CQOVLongSocket::reconnect() {
-  setupConnection();
+  if (interruption_.isSet()) {
+    peer_.close();
+  } else {
+    setupConnection();
+  }
   return kSocketFailed;
 }
 
@@ -125,13 +158,13 @@ unsigned int CQOVLongSocket::recvData(char* buffer, unsigned int& length,
 /// False with errno set and the part that failed logged.
 bool CQOVLongSocket::readMessage(char* buffer, unsigned int& length, const ACE_Time_Value* timeout,
                                  CQOVDebugKitGuard& guard) {
-  const qov::Deadline deadline(timeout);
-  if (!receiveHead(buffer, deadline)) {
+  if (!receiveHead(buffer, qov::Deadline(timeout))) {
     guard.error(65614, "recvData", __LINE__, "It failed to receive v3 message head!");
     return false;
   }
   const std::int32_t len = lengthOfBody(buffer);
-  if (len > 0 && !receiveBody(buffer + kHeadSize, static_cast<unsigned int>(len), deadline)) {
+  if (len > 0 &&
+      !receiveBody(buffer + kHeadSize, static_cast<unsigned int>(len), qov::Deadline(timeout))) {
     guard.error(65615, "recvData", __LINE__, "It failed to receive v3 message body!");
     return false;
   }
@@ -144,7 +177,7 @@ bool CQOVLongSocket::receiveHead(char* to, const qov::Deadline& deadline) {
     errno = ENOMEM;
     return false;
   }
-  return qov::receiveAll(peer_.get_handle(), to, kHeadSize, deadline);
+  return qov::receiveAll(peer_.get_handle(), to, kHeadSize, deadline, interruption_);
 }
 
 bool CQOVLongSocket::receiveBody(char* to, unsigned int length, const qov::Deadline& deadline) {
@@ -152,7 +185,7 @@ bool CQOVLongSocket::receiveBody(char* to, unsigned int length, const qov::Deadl
     errno = EMSGSIZE;
     return false;
   }
-  return qov::receiveAll(peer_.get_handle(), to, length, deadline);
+  return qov::receiveAll(peer_.get_handle(), to, length, deadline, interruption_);
 }
 
 unsigned int CQOVLongSocket::receiveMsg(CT7QPackageV3* package) {
@@ -204,8 +237,11 @@ unsigned int CQOVLongSocket::sendMsg(CT7QPackageV3* package) {
     return kNotEncoded;
   }
   logTraffic(guard, "send:", *package);
-  const ACE_Guard<ACE_Thread_Mutex> lock(lock_);
-  const unsigned int result = exchange(request.get(), length, *package, guard);
+  bool sent = false;
+  const unsigned int result = exchange(request.get(), length, *package, sent);
+  if (sent) {
+    logTraffic(guard, "received:", *package);
+  }
   if (result != 0) {
     guard.error(65620, __FUNCTION__, __LINE__,
                 "Failed to send message, error code is %d, message is : %s",
@@ -215,20 +251,18 @@ unsigned int CQOVLongSocket::sendMsg(CT7QPackageV3* package) {
   return result;
 }
 
-/// One retry in all, whether it is sending or receiving that fails.
+/// One retry in all, whether it is sending or receiving that fails. Makes no text of the messages:
+/// other threads wait for the lock.
 unsigned int CQOVLongSocket::exchange(const unsigned char* data, unsigned int length,
-                                      CT7QPackageV3& package, CQOVDebugKitGuard& guard) {
+                                      CT7QPackageV3& package, bool& sent) {
+  const ACE_Guard<ACE_Thread_Mutex> lock(lock_);
   Unanswered request(peer_);
-  bool sent = false;
   unsigned int result = attempt(data, length, package, sent);
-  if (result == kSocketFailed) {
+  if (result == kSocketFailed && !interruption_.isSet()) {
     result = attempt(data, length, package, sent);
   }
   if (!cut_) {
     request.settle();
-  }
-  if (sent) {
-    logTraffic(guard, "received:", package);
   }
   return result;
 }

@@ -3,11 +3,13 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <qovpub/qov_interruption.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 namespace qov {
@@ -35,11 +37,26 @@ class Socket {
   ACE_HANDLE handle_;
 };
 
-/// Waits until `events` or an error is there. False with errno set: ETIME when the time is over.
-bool waitFor(ACE_HANDLE socket, short events, const Deadline& deadline) {
-  pollfd entry{socket, events, 0};
-  while (const int timeout = deadline.pollTimeout()) {
-    const int ready = ::poll(&entry, 1, timeout);
+/// How long to wait, and what else ends a wait.
+struct Patience {
+  const Deadline& deadline;
+  const Interruption& interruption;
+};
+
+bool canceled() {
+  errno = ECANCELED;
+  return false;
+}
+
+/// Waits until `events` or an error is there. False with errno set: ETIME when the time is over,
+/// ECANCELED when the wait was interrupted.
+bool waitFor(ACE_HANDLE socket, short events, const Patience& patience) {
+  pollfd entries[] = {{socket, events, 0}, {patience.interruption.handle(), POLLIN, 0}};
+  while (const int timeout = patience.deadline.pollTimeout()) {
+    const int ready = ::poll(entries, std::size(entries), timeout);
+    if (patience.interruption.isSet()) {
+      return canceled();
+    }
     if (ready > 0) {
       return true;
     }
@@ -52,15 +69,17 @@ bool waitFor(ACE_HANDLE socket, short events, const Deadline& deadline) {
 }
 
 /// After a call that has done nothing: whether there is time to try it again, and reason to.
-bool mayRepeat(ACE_HANDLE socket, short events, const Deadline& deadline) {
+bool mayRepeat(ACE_HANDLE socket, short events, const Patience& patience) {
   if (errno == EAGAIN || errno == EWOULDBLOCK) {
-    return waitFor(socket, events, deadline);
+    return waitFor(socket, events, patience);
   }
   return errno == EINTR;
 }
 
-bool finishConnecting(ACE_HANDLE socket, const Deadline& deadline) {
-  if (!waitFor(socket, POLLOUT, deadline)) {
+bool finishConnecting(ACE_HANDLE socket, const Patience& patience) {
+  if (!waitFor(socket, POLLOUT, patience)) {
+    // What the system says of a connection that nobody takes.
+    errno = errno == ETIME ? ETIMEDOUT : errno;
     return false;
   }
   int error = 0;
@@ -84,10 +103,10 @@ bool isConnectedToItself(ACE_HANDLE socket) {
          ownSize == peerSize && std::memcmp(&own, &peer, ownSize) == 0;
 }
 
-bool connectWithin(ACE_HANDLE socket, const ACE_INET_Addr& address, const Deadline& deadline) {
+bool connectWithin(ACE_HANDLE socket, const ACE_INET_Addr& address, const Patience& patience) {
   const auto* to = static_cast<const sockaddr*>(address.get_addr());
   if (::connect(socket, to, static_cast<socklen_t>(address.get_size())) != 0 &&
-      (errno != EINPROGRESS || !finishConnecting(socket, deadline))) {
+      (errno != EINPROGRESS || !finishConnecting(socket, patience))) {
     return false;
   }
   if (isConnectedToItself(socket)) {
@@ -98,7 +117,10 @@ bool connectWithin(ACE_HANDLE socket, const ACE_INET_Addr& address, const Deadli
 }
 
 /// Says it better than the system would of an invalid handle.
-bool isConnected(ACE_HANDLE socket) {
+bool isUsable(ACE_HANDLE socket, const Interruption& interruption) {
+  if (interruption.isSet()) {
+    return canceled();
+  }
   if (socket == ACE_INVALID_HANDLE) {
     errno = ENOTCONN;
     return false;
@@ -108,10 +130,11 @@ bool isConnected(ACE_HANDLE socket) {
 
 }  // namespace
 
-ACE_HANDLE connectTo(const ACE_INET_Addr& address, const ACE_Time_Value& timeout) {
-  const Deadline deadline(&timeout);
+ACE_HANDLE connectTo(const ACE_INET_Addr& address, const Deadline& deadline,
+                     const Interruption& interruption) {
   Socket socket(address.get_type());
-  if (socket.get() == ACE_INVALID_HANDLE || !connectWithin(socket.get(), address, deadline)) {
+  if (socket.get() == ACE_INVALID_HANDLE ||
+      !connectWithin(socket.get(), address, {deadline, interruption})) {
     return ACE_INVALID_HANDLE;
   }
   // Messages are written whole: there is nothing to gain from holding back their last segment.
@@ -121,21 +144,21 @@ ACE_HANDLE connectTo(const ACE_INET_Addr& address, const ACE_Time_Value& timeout
 }
 
 ssize_t sendWithin(ACE_HANDLE socket, const unsigned char* data, std::size_t length,
-                   const ACE_Time_Value& timeout) {
-  if (!isConnected(socket)) {
+                   const Deadline& deadline, const Interruption& interruption) {
+  if (!isUsable(socket, interruption)) {
     return -1;
   }
-  const Deadline deadline(&timeout);
   ssize_t sent = 0;
   // There mostly is room, which the send itself says at less cost than a poll before it.
   do {
     sent = ::send(socket, data, length, MSG_NOSIGNAL);
-  } while (sent < 0 && mayRepeat(socket, POLLOUT, deadline));
+  } while (sent < 0 && mayRepeat(socket, POLLOUT, {deadline, interruption}));
   return sent;
 }
 
-bool receiveAll(ACE_HANDLE socket, char* to, std::size_t length, const Deadline& deadline) {
-  if (!isConnected(socket)) {
+bool receiveAll(ACE_HANDLE socket, char* to, std::size_t length, const Deadline& deadline,
+                const Interruption& interruption) {
+  if (!isUsable(socket, interruption)) {
     return false;
   }
   while (length > 0) {
@@ -146,7 +169,7 @@ bool receiveAll(ACE_HANDLE socket, char* to, std::size_t length, const Deadline&
     } else if (received == 0) {
       errno = ENOLINK;
       return false;
-    } else if (!mayRepeat(socket, POLLIN, deadline)) {
+    } else if (!mayRepeat(socket, POLLIN, {deadline, interruption})) {
       return false;
     }
   }

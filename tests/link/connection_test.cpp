@@ -7,10 +7,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <filesystem>
-
-#include "link/endpoint_address.h"
-#include "tests/diag/process_root.h"
 #include "tests/link/link_fixture.h"
 #include "tests/support/latch.h"
 
@@ -40,7 +36,7 @@ TEST_F(Connection, IsLoggedWhenItIsMade) {
 
 TEST_F(Connection, IsLoggedWhenItCannotBeMade) {
   const TestLink made(peer.port());
-  EXPECT_THAT(records(), ElementsAre("ERR 65611 " + notConnectedTo()));
+  EXPECT_THAT(records(), ElementsAre("ERR 65611 " + notConnectedTo(), "ERR 65830 " + refused()));
 }
 
 TEST_F(Connection, TellsWhetherItWasMade) {
@@ -140,9 +136,11 @@ TEST_F(Connection, GivesUpInTimeWhenNobodyTakesIt) {
   TestLink::Limits limits;
   limits.connect.set(0, 50000);
   const TestLink made(quiet.port(), limits);
-  EXPECT_THAT(records(), ElementsAre("ERR 65611 Failed to connect socket server, server ip is "
-                                     "127.0.0.1:" +
-                                     std::to_string(quiet.port())));
+  const std::string address = "127.0.0.1:" + std::to_string(quiet.port());
+  EXPECT_THAT(records(),
+              ElementsAre("ERR 65611 Failed to connect socket server, server ip is " + address,
+                          "ERR 65830 Failed to connect to the management endpoint " + address +
+                              ": Connection timed out"));
 }
 
 TEST_F(Connection, OfAPeerThatIsGoneRaisesNoSignal) {
@@ -159,7 +157,7 @@ TEST_F(Connection, OfAPeerThatIsGoneRaisesNoSignal) {
   EXPECT_EQ(link->sendMsg_i(bytes.data(), 100), kSocketFailed);
   ::sigaction(SIGPIPE, &before, nullptr);
   EXPECT_THAT(records(), ElementsAre("ERR 65613 Failed to send V3 message, error is Broken pipe",
-                                     "ERR 65611 " + notConnectedTo()));
+                                     "ERR 65611 " + notConnectedTo(), "ERR 65830 " + refused()));
 }
 
 TEST_F(Connection, TakesAShortSendForASend) {
@@ -201,8 +199,8 @@ TEST_F(Connection, FailsToSendWhenNothingIsTakenInTime) {
   done.count();
   peer.join();
   EXPECT_EQ(result, kSocketFailed);
-  EXPECT_THAT(messages("ERR"),
-              ElementsAre("Failed to send V3 message, error is Timer expired", notConnectedTo()));
+  EXPECT_THAT(messages("ERR"), ElementsAre("Failed to send V3 message, error is Timer expired",
+                                           notConnectedTo(), refused()));
 }
 
 TEST_F(Connection, TakesWhatItCanSendAtOnceWithoutAnyTime) {
@@ -212,92 +210,6 @@ TEST_F(Connection, TakesWhatItCanSendAtOnceWithoutAnyTime) {
   connects(limits);
   EXPECT_EQ(sends(), 0U);
   EXPECT_EQ(peer.connections(), 1);
-}
-
-/// A link made from the configuration file. Whether anybody listens there does not matter: the
-/// address is logged either way.
-class ConfiguredEndpoint : public LinkTest {
- protected:
-  static void configure(const std::string& mmt) { ProcessRoot::configure(mmt); }
-
-  std::string address() {
-    log.clear();
-    const CQOVLongSocket made;
-    const std::string message = lastMessage();
-    return message.substr(message.rfind(' ') + 1);
-  }
-  std::string lastMessage() {
-    for (const char* tag : {"INFO", "ERR"}) {
-      const Strings found = messages(tag);
-      if (!found.empty()) {
-        return found.back();
-      }
-    }
-    return "";
-  }
-};
-
-TEST_F(ConfiguredEndpoint, IsTheDefaultWithoutAFile) {
-  configure("");
-  std::filesystem::remove(ProcessRoot::cfgFile());
-  EXPECT_EQ(address(), "127.0.0.1:19001");
-}
-
-TEST_F(ConfiguredEndpoint, IsTheDefaultWithoutASection) {
-  configure("");
-  EXPECT_EQ(address(), "127.0.0.1:19001");
-}
-
-TEST_F(ConfiguredEndpoint, IsTheDefaultWithoutAKey) {
-  configure("[MMT]\nOTHER=1\n");
-  EXPECT_EQ(address(), "127.0.0.1:19001");
-}
-
-TEST_F(ConfiguredEndpoint, IsTheOneOfTheKey) {
-  plays({answers});
-  configure("[MMT]\nMMT_ADDR=" + peer.address() + "\n");
-  log.clear();
-  CQOVLongSocket made;
-  EXPECT_THAT(records(), ElementsAre("INFO 65612 " + connectedTo()));
-  EXPECT_EQ(made.sendMsg(&package), 0U);
-}
-
-TEST_F(ConfiguredEndpoint, MayHaveAName) {
-  plays({answers});
-  configure("[MMT]\nMMT_ADDR=localhost:" + std::to_string(peer.port()) + "\n");
-  CQOVLongSocket made;
-  EXPECT_EQ(made.sendMsg(&package), 0U);
-}
-
-TEST_F(ConfiguredEndpoint, IsTracedAsOperationsAre) {
-  plays({answers});
-  configure("[MMT]\nMMT_ADDR=" + peer.address() + "\n");
-  log.log().priority_mask(LM_TRACE, ACE_Log_Msg::PROCESS);
-  log.clear();
-  const CQOVLongSocket made;
-  const std::string make = "CQOVLongSocket::CQOVLongSocket()";
-  const std::string setUp = "int CQOVLongSocket::setupConnection()";
-  EXPECT_THAT(messages("TRACE"), ElementsAre("enter " + make + "...", "enter " + setUp + "...",
-                                             "leave " + setUp + ": OK", "leave " + make + ": OK"));
-}
-
-TEST_F(ConfiguredEndpoint, IsNoneWhenTheKeyCannotBeUnderstood) {
-  for (const char* text : {"somewhere", "127.0.0.1:99999", "127.0.0.1:", ""}) {
-    configure(std::string("[MMT]\nMMT_ADDR=") + text + "\n");
-    log.clear();
-    CQOVLongSocket made;
-    ASSERT_EQ(records().size(), 2U) << text;
-    EXPECT_EQ(records()[0],
-              std::string("ERR 65610 Invalid socket server address, MMT_ADDR is ") + text);
-    EXPECT_THAT(records()[1], ::testing::StartsWith("ERR 65611 Failed to connect"));
-    EXPECT_EQ(made.sendMsg(&package), kSocketFailed);
-  }
-}
-
-TEST(AddressText, IsNumericAndOf32CharactersAtMost) {
-  EXPECT_STREQ(textOf(ACE_INET_Addr(65535, "255.255.255.255")).data(), "255.255.255.255:65535");
-  const ACE_INET_Addr longest("[2001:db8:1111:2222:3333:4444:5555:6666]:65535", AF_INET6);
-  EXPECT_STREQ(textOf(longest).data(), "[2001:db8:1111:2222:3333:4444:55");
 }
 
 }  // namespace

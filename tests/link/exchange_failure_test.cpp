@@ -99,14 +99,14 @@ TEST_F(ExchangeFailure, WithoutAnEndpointFailsAtOnce) {
   connects(endless());
   EXPECT_EQ(sends(), kSocketFailed);
   EXPECT_EQ(package.count(), 1U);
-  EXPECT_THAT(
-      records(),
-      ElementsAre(StartsWith("DBG 65535 send:\n"), std::string("ERR 65613 ") + kNotConnected,
-                  "ERR 65611 " + notConnectedTo(), std::string("ERR 65613 ") + kNotConnected,
-                  "ERR 65611 " + notConnectedTo(),
-                  "ERR 65620 Failed to send message, error code is 16797704, "
-                  "message is : " +
-                      dumpOf(package)));
+  EXPECT_THAT(records(), ElementsAre(StartsWith("DBG 65535 send:\n"),
+                                     std::string("ERR 65613 ") + kNotConnected,
+                                     "ERR 65611 " + notConnectedTo(), "ERR 65830 " + refused(),
+                                     std::string("ERR 65613 ") + kNotConnected,
+                                     "ERR 65611 " + notConnectedTo(), "ERR 65830 " + refused(),
+                                     "ERR 65620 Failed to send message, error code is 16797704, "
+                                     "message is : " +
+                                         dumpOf(package)));
 }
 
 TEST_F(ExchangeFailure, HasNoSecondRetryWhenSendingHasTakenTheFirst) {
@@ -123,14 +123,14 @@ TEST_F(ExchangeFailure, HasNoSecondRetryWhenReceivingHasTakenTheFirst) {
   EXPECT_EQ(sends(), kSocketFailed);
   EXPECT_EQ(peer.requests().size(), 1U);
   EXPECT_EQ(package.count(), 0U) << "the request was sent";
-  EXPECT_THAT(
-      records(),
-      ElementsAre(StartsWith("DBG 65535 send:\n"), std::string("ERR 65614 ") + kHeadFailed,
-                  std::string("ERR 65616 ") + kClosed, "ERR 65611 " + notConnectedTo(),
-                  std::string("ERR 65613 ") + kNotConnected, "ERR 65611 " + notConnectedTo(),
-                  "ERR 65620 Failed to send message, error code is 16797704, "
-                  "message is : " +
-                      dumpOf(package)));
+  EXPECT_THAT(records(),
+              ElementsAre(StartsWith("DBG 65535 send:\n"), std::string("ERR 65614 ") + kHeadFailed,
+                          std::string("ERR 65616 ") + kClosed, "ERR 65611 " + notConnectedTo(),
+                          "ERR 65830 " + refused(), std::string("ERR 65613 ") + kNotConnected,
+                          "ERR 65611 " + notConnectedTo(), "ERR 65830 " + refused(),
+                          "ERR 65620 Failed to send message, error code is 16797704, "
+                          "message is : " +
+                              dumpOf(package)));
 }
 
 TEST_F(ExchangeFailure, ClosesTheConnectionWhenItsRequestWasCutShort) {

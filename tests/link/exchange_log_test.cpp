@@ -94,7 +94,8 @@ TEST_F(ExchangeLog, NamesTheOperationInEachRecord) {
   EXPECT_THAT(operations(),
               ElementsAre("65535 sendMsg", "65611 setupConnection", "65612 setupConnection",
                           "65613 sendMsg_i", "65614 recvData", "65615 recvData", "65616 recvData",
-                          "65617 convert", "65618 convert", "65619 sendMsg", "65620 sendMsg"));
+                          "65617 convert", "65618 convert", "65619 sendMsg", "65620 sendMsg",
+                          "65830 setupConnection"));
 }
 
 TEST_F(ExchangeLog, TracesItsSteps) {

@@ -87,6 +87,11 @@ class LinkTest : public ::testing::Test {
   std::string notConnectedTo() const {
     return "Failed to connect socket server, server ip is " + peer.address();
   }
+  /// Why not, when nobody listens.
+  std::string refused() const {
+    return "Failed to connect to the management endpoint " + peer.address() +
+           ": Connection refused";
+  }
 
   LogCapture log{LogCapture::kAllLevels & ~static_cast<u_long>(LM_TRACE)};
   // The link goes first: scripts end when it closes the connection.

@@ -5,14 +5,17 @@
 #include <ace/SOCK_Stream.h>
 #include <ace/Thread_Mutex.h>
 #include <ace/Time_Value.h>
+#include <qovpub/qov_interruption.h>
 #include <qovpub/qov_message_package.h>
 
 #include <memory>
+#include <string>
 
 class CQOVDebugKitGuard;
 namespace qov {
 class Deadline;
-}
+class Endpoint;
+}  // namespace qov
 
 /// The long-lived TCP connection to the management endpoint: sends one V3 message and waits for the
 /// one that answers it.
@@ -22,9 +25,10 @@ class Deadline;
 /// without a connection (the endpoint was away) tries again with its next exchange. A process that
 /// has forked uses it on one side only.
 ///
-/// Thread: sendMsg() and sendGetNextMsgV3() from any thread. An exchange has the connection for
-///         itself; a walk lets those of other threads in between its steps. All other operations
-///         are the steps of an exchange: they are for derived classes and need the link alone.
+/// Thread: sendMsg(), sendGetNextMsgV3(), interrupt() and resume() from any thread. An exchange has
+///         the connection for itself; a walk lets those of other threads in between its steps. All
+///         other operations are the steps of an exchange: they are for derived classes and need the
+///         link alone.
 /// Owns:   the connection and 2 MiB to receive in. Packages stay with the caller.
 /// Errors: by the result and a log line. What the message model throws comes through:
 ///         std::bad_alloc, and CQOV_Exception as sendGetNextMsgV3() has it.
@@ -38,7 +42,7 @@ class CQOVLongSocket {
   /// What came does not answer the request: another serial number, or it cannot be decoded; of a
   /// walk also: not one record.
   static constexpr unsigned int kBadReply = 16797698;
-  /// Sending or receiving failed; the link has tried to connect anew.
+  /// Sending or receiving failed; the link has tried to connect anew, unless it was interrupted.
   static constexpr unsigned int kSocketFailed = 16797704;
 
   /// The longest message that can be received, its header included.
@@ -46,7 +50,8 @@ class CQOVLongSocket {
 
   /// Connects to the endpoint that key "MMT_ADDR" of section "MMT" of the process's configuration
   /// file names as host:port, or to 127.0.0.1:19001 if it names none. Never fails: without a
-  /// connection, or memory to receive in, the first exchange tries again.
+  /// connection, an address or memory the first exchange tries again. A value that is no host:port
+  /// is logged; the link never connects then.
   CQOVLongSocket();
   ~CQOVLongSocket();
 
@@ -54,8 +59,8 @@ class CQOVLongSocket {
   CQOVLongSocket& operator=(const CQOVLongSocket&) = delete;
 
   /// Gives `package` a fresh serial number, sends it and waits for its answer, which `package`
-  /// holds afterwards. Takes 30 seconds to send, 30 to receive and 2 to connect at most, all of it
-  /// twice when it fails; other exchanges wait meanwhile.
+  /// holds afterwards. Takes 30 seconds to send, 30 to receive the header, 30 to receive the rest
+  /// and 2 to connect at most, all of it twice when it fails; other exchanges wait meanwhile.
   ///
   /// Returns 0, one of the three results above, or the answer's RET field, when that is not 0;
   /// `package` has the answer's header and records then, too, if it can be decoded. After
@@ -73,8 +78,21 @@ class CQOVLongSocket {
   /// number. What was read so far is in `package` in any case.
   unsigned int sendGetNextMsgV3(CT7QPackageV3* package);
 
-  /// Connects to the endpoint, for at most 2 seconds, in place of the connection that may be there.
-  /// Returns 0, or -1 without a connection.
+  /// Ends the exchanges under way, in other threads, and all that begin before resume(): result
+  /// kSocketFailed, no retry. It does not matter what they wait for: to connect, to send, to receive
+  /// or for each other. Only a name that the system is looking up is waited for. Does not wait until
+  /// they have ended. The link has no connection then and makes one after resume().
+  ///
+  /// For a module that stops: one call, at any time, and no thread of it stays in the link.
+  void interrupt();
+
+  /// Lets exchanges work again. An exchange that has not noticed interrupt() by then goes on.
+  void resume();
+
+  /// Connects to the endpoint in place of the connection that may be there. A host may have several
+  /// addresses: they are tried in turn, each for an equal part of what is left of 2 seconds in all.
+  /// A name that could not be looked up so far is looked up first, which takes as long as the
+  /// system's name servers do. Returns 0, or -1 without a connection.
   int setupConnection();
 
   /// Waits until the connection takes anything, for at most 30 seconds, and sends `length` bytes.
@@ -87,8 +105,8 @@ class CQOVLongSocket {
 
   /// Receives one message into `buffer`, which has room for kMaxMessage bytes and need not be the
   /// link's own, and sets `length` to its length, as the header in `buffer` has it. `timeout` is
-  /// for the whole message; null waits as long as it takes. Returns 0, or kSocketFailed after
-  /// connecting anew with `length` unchanged.
+  /// for the whole header and, anew, for all behind it; null waits as long as it takes. Returns 0,
+  /// or kSocketFailed after connecting anew with `length` unchanged.
   unsigned int recvData(char* buffer, unsigned int& length, const ACE_Time_Value* timeout);
 
   /// Decodes the message of `length` bytes at `data` into `package`, whose serial number it must
@@ -103,12 +121,19 @@ class CQOVLongSocket {
     ACE_Time_Value reply{30};
   };
 
-  /// Connects to `endpoint`; no configuration file is read.
+  /// Connects to `endpoint`; no configuration file is read. Throws std::bad_alloc.
   CQOVLongSocket(const ACE_INET_Addr& endpoint, const Limits& limits);
+  /// The same with a text as of "MMT_ADDR": host:port, or [address]:port.
+  CQOVLongSocket(const std::string& endpoint, const Limits& limits);
+
+  /// Why the last attempt to connect has failed, as in "Connection refused" or "no such host"; of a
+  /// host with several addresses: "[::1]:19001: Connection refused; 127.0.0.1:19001: ...". Empty
+  /// when it has succeeded.
+  std::string whyNotConnected() const;
 
  private:
   unsigned int exchange(const unsigned char* data, unsigned int length, CT7QPackageV3& package,
-                        CQOVDebugKitGuard& guard);
+                        bool& sent);
   unsigned int attempt(const unsigned char* data, unsigned int length, CT7QPackageV3& package,
                        bool& sent);
   bool readMessage(char* buffer, unsigned int& length, const ACE_Time_Value* timeout,
@@ -117,11 +142,14 @@ class CQOVLongSocket {
   bool receiveBody(char* to, unsigned int length, const qov::Deadline& deadline);
   unsigned int reconnect();
 
-  // Guarded by lock_, server_ and limits_ excepted, which are constant after construction.
-  ACE_INET_Addr server_;
+  // Guarded by lock_, limits_ and interruption_ excepted: the first is constant after construction,
+  // the other guards itself.
+  ACE_INET_Addr server_;  ///< tried last
   ACE_SOCK_Stream peer_;
   ACE_Thread_Mutex lock_;
   std::unique_ptr<unsigned char[]> buffer_;
+  std::unique_ptr<qov::Endpoint> endpoint_;  ///< null: there was no memory for the configured one
+  qov::Interruption interruption_;
   const Limits limits_;
   bool cut_ = false;  ///< the endpoint lacks the end of a request on this connection
 };
