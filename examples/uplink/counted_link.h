@@ -4,7 +4,6 @@
 #include <qovpub/qov_long_socket.h>
 
 #include <cstdint>
-#include <functional>
 
 namespace devagent {
 
@@ -16,16 +15,11 @@ struct LinkTally {
   std::uint64_t reconnects = 0;  ///< answers that were the first after a failure
 };
 
-/// The link to the management endpoint, with a count of what it does and a way to end a walk.
+/// The link to the management endpoint, with a count of what it does.
 ///
-/// Thread: one.
+/// Thread: one, but for interrupt().
 class CountedLink : public CQOVLongSocket {
  public:
-  /// An exchange ends with kGivenUp in place of sending as soon as `givesUp` says so.
-  static constexpr unsigned int kGivenUp = 1;
-
-  explicit CountedLink(std::function<bool()> givesUp);
-
   unsigned int sendMsg_i(const unsigned char* data, unsigned int length) override;
   unsigned int receiveMsg(CT7QPackageV3* package) override;
 
@@ -34,7 +28,6 @@ class CountedLink : public CQOVLongSocket {
  private:
   void countRequest(const unsigned char* data);
 
-  const std::function<bool()> givesUp_;
   LinkTally tally_;
   std::uint16_t lastSerial_ = 0;
   bool failed_ = false;

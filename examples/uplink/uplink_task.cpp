@@ -45,8 +45,7 @@ int UplinkTask::start(Plan plan) {
 int UplinkTask::svc() {
   CQOVDebugKitGuard guard(kUplink, "int UplinkTask::svc()");
   // Made here: connecting takes up to two seconds, in which the other modules are to start.
-  attempt("link",
-          [this] { link_ = std::make_unique<CountedLink>([this] { return isToldToEnd(); }); });
+  attempt("link", [this] { makeLink(); });
   if (link_ == nullptr) {
     return -1;
   }
@@ -59,8 +58,38 @@ int UplinkTask::svc() {
   // The journal has ended before: modules end in the order of their ids.
   attempt("last report",
           [&] { guard.info(1, __FUNCTION__, __LINE__, "in all: %s", describe().c_str()); });
-  link_.reset();
+  dropLink();
   return 0;
+}
+
+void UplinkTask::notifyExit() {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    toldToEnd_ = true;
+    if (link_ != nullptr) {
+      link_->interrupt();
+    }
+  }
+  CQOV_Task::notifyExit();
+}
+
+void UplinkTask::makeLink() {
+  auto link = std::make_unique<CountedLink>();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  link_ = std::move(link);
+  if (toldToEnd_) {
+    link_->interrupt();
+  }
+}
+
+void UplinkTask::dropLink() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  link_.reset();
+}
+
+bool UplinkTask::isToldToEnd() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return toldToEnd_;
 }
 
 void UplinkTask::runDueJobs() {
@@ -74,7 +103,7 @@ void UplinkTask::run(const std::string& name, std::chrono::milliseconds period,
                      const std::function<void()>& job) {
   const auto now = Clock::now();
   Clock::time_point& due = due_[name];
-  if (due > now) {
+  if (due > now || isToldToEnd()) {
     return;
   }
   due = now + period;
@@ -161,10 +190,6 @@ std::string UplinkTask::describe() const {
     text << ' ' << name << ' ' << rows;
   }
   return text.str();
-}
-
-bool UplinkTask::isToldToEnd() {
-  return !msg_queue()->is_empty();
 }
 
 /// False when the thread is to end. Nothing else comes into its queue but the block that says so.

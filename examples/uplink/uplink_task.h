@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "examples/common/messages.h"
@@ -19,10 +20,10 @@ namespace devagent {
 /// A thread that owns the link to the management endpoint: reads the endpoint's tables and hands
 /// them to the inventory, and pushes the inventory's records to the endpoint, each when it is due.
 ///
-/// An exchange may take as long as the link waits; no worker does that for it. Between two jobs the
-/// thread waits on the task's own queue, and in a walk the link looks there before each request, so
-/// that the block with which the module tells its tasks to end ends it after the exchange it meets:
-/// at worst when the link has waited 30 seconds to send, 30 for the answer and 2 to connect anew.
+/// An exchange may take as long as the link waits; no worker does that for it. The thread ends at
+/// once when the module tells its tasks to end: between two jobs it waits on the task's own queue,
+/// and an exchange, or the walk that it belongs to, is interrupted. Only the link's making is not,
+/// which takes up to two seconds to connect.
 ///
 /// Whatever a job throws ends that job alone. The next one is done when it is due.
 class UplinkTask : public CQOV_Task {
@@ -33,6 +34,8 @@ class UplinkTask : public CQOV_Task {
   int start(Plan plan);
 
   int svc() override;
+  /// Ends the exchange under way, too.
+  void notifyExit() override;
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -48,6 +51,9 @@ class UplinkTask : public CQOV_Task {
     std::map<std::string, unsigned long> lastRows;  ///< of the latest table of each name
   };
 
+  void makeLink();
+  void dropLink();
+  bool isToldToEnd();
   void runDueJobs();
   void run(const std::string& name, std::chrono::milliseconds period,
            const std::function<void()>& job);
@@ -60,14 +66,17 @@ class UplinkTask : public CQOV_Task {
   /// Null without an answer.
   std::unique_ptr<CQOV_MsgPackage> ask(std::unique_ptr<CQOV_MsgPackage> request);
   std::string describe() const;
-  bool isToldToEnd();
   bool waitForNextJob();
 
   // The thread's alone once that is started.
   Plan plan_;
   std::map<std::string, Clock::time_point> due_;
-  std::unique_ptr<CountedLink> link_;
   Tally tally_;
+
+  // For link_ as a pointer, which the thread alone changes, and toldToEnd_.
+  std::mutex mutex_;
+  std::unique_ptr<CountedLink> link_;
+  bool toldToEnd_ = false;
 };
 
 }  // namespace devagent

@@ -36,6 +36,15 @@ TEST(Deadline, CountsTheMillisecondThatHasBegun) {
   EXPECT_EQ(left, 3600000);
 }
 
+TEST(Deadline, IsSharedInEqualParts) {
+  const ACE_Time_Value hour(3600);
+  const int left = Deadline(&hour).share(3).pollTimeout();
+  EXPECT_LE(left, 1200000);
+  EXPECT_GT(left, 1000000);
+  EXPECT_EQ(Deadline(&ACE_Time_Value::zero).share(3).pollTimeout(), 0);
+  EXPECT_EQ(Deadline(nullptr).share(3).pollTimeout(), -1);
+}
+
 TEST(Deadline, IsAsFarAsAPollGoesWhenItIsFurther) {
   EXPECT_EQ(pollTimeoutOf(ACE_Time_Value(100L * 24 * 3600)), INT_MAX);
   EXPECT_EQ(pollTimeoutOf(ACE_Time_Value::max_time), INT_MAX);

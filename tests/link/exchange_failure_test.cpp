@@ -1,3 +1,5 @@
+#include <poll.h>
+
 #include <stdexcept>
 #include <utility>
 
@@ -188,6 +190,23 @@ TEST_F(ExchangeFailure, EndsInTimeWhenTheAnswerComesByteForByte) {
   connects(shortReply());
   EXPECT_EQ(sends(), kSocketFailed);
   EXPECT_THAT(causes(), ElementsAre(_, kTimedOut, _, kTimedOut));
+}
+
+TEST_F(ExchangeFailure, GivesHeaderAndBodyTheWholeTimeEach) {
+  constexpr int kPause = 1700;
+  constexpr int kLimit = 3;
+  plays({[](PeerConnection& connection) {
+    const Message answer = answerTo(connection.request(), recordBytes(77));
+    ::poll(nullptr, 0, kPause);
+    connection.send({answer.begin(), answer.begin() + 28});
+    ::poll(nullptr, 0, kPause);
+    connection.send({answer.begin() + 28, answer.end()});
+  }});
+  TestLink::Limits limits = endless();
+  limits.reply.set(kLimit);
+  connects(limits);
+  EXPECT_EQ(sends(), 0U);
+  EXPECT_THAT(causes(), IsEmpty());
 }
 
 /// Has no patience at its first attempt, and any amount of it afterwards.

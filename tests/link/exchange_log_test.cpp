@@ -1,4 +1,7 @@
+#include <thread>
+
 #include "tests/link/exchange_fixture.h"
+#include "tests/support/latch.h"
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
@@ -75,6 +78,37 @@ TEST_F(ExchangeLog, MakesNoTextThatIsNotLogged) {
   EXPECT_EQ(dumpsOf(LM_ERROR, 1), 1);
   EXPECT_EQ(dumpsOf(LM_ERROR | LM_DEBUG, 0), 2);
   EXPECT_EQ(dumpsOf(LM_ERROR | LM_DEBUG, 1), 3);
+}
+
+/// Says when it is dumped, and waits there.
+class WaitingPackage : public CT7QPackageV3 {
+ public:
+  void dump(std::ostringstream& out) const override {
+    dumped.count();
+    waitedInVain = !released.waitFor();
+    CT7QPackageV3::dump(out);
+  }
+  mutable Latch dumped;
+  mutable Latch released;
+  mutable bool waitedInVain = true;
+};
+
+TEST_F(ExchangeLog, LetsOtherExchangesInWhileItMakesTheTextOfAFailure) {
+  plays({[](auto& connection) {
+    connection.answer({}, 5);
+    connection.answer();
+  }});
+  connects();
+  log.log().priority_mask(LM_ERROR, ACE_Log_Msg::PROCESS);
+  WaitingPackage refused;
+  std::thread other([&] {
+    EXPECT_TRUE(refused.dumped.waitFor());
+    EXPECT_EQ(sends(), 0U);
+    refused.released.count();
+  });
+  EXPECT_EQ(link->sendMsg(&refused), 5U);
+  other.join();
+  EXPECT_FALSE(refused.waitedInVain);
 }
 
 TEST_F(ExchangeLog, NamesTheOperationInEachRecord) {

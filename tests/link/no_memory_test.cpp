@@ -1,5 +1,6 @@
 #include <new>
 
+#include "tests/diag/process_root.h"
 #include "tests/link/link_fixture.h"
 #include "tests/support/failing_allocations.h"
 
@@ -53,6 +54,19 @@ TEST_F(NoMemory, ToReceiveInIsAFailureToReceive) {
   const char* const why = "Failed to receive V3 message, error is Cannot allocate memory";
   EXPECT_THAT(causes(), ElementsAre(head, why, head, why));
   EXPECT_EQ(sends(), 0U);
+}
+
+TEST_F(NoMemory, AnywhereInTheMakingOfAConfiguredLinkIsNoException) {
+  // Before there is a connection: where there is none, the reason is put into words, too.
+  const ScriptedPeer nobody;
+  ProcessRoot::configure("[MMT]\nMMT_ADDR=" + nobody.address() + "\n");
+  log.log().priority_mask(LM_ERROR, ACE_Log_Msg::PROCESS);
+  bool failed = true;
+  for (long count = 0; failed; ++count) {
+    const auto failing = FailingAllocations::ofThoseThatThrow(count);
+    EXPECT_NO_THROW(CQOVLongSocket());
+    failed = failing.hasFailed();
+  }
 }
 
 TEST_F(NoMemory, ToEncodeIsReported) {

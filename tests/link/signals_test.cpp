@@ -2,12 +2,11 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <csignal>
-#include <fstream>
 #include <thread>
 
 #include "tests/link/link_fixture.h"
+#include "tests/link/sleeping_thread.h"
 
 using ::testing::IsEmpty;
 
@@ -15,27 +14,6 @@ namespace qov::test {
 namespace {
 
 std::atomic<int> handled{0};
-
-/// Whether thread `id` of this process sleeps in the system.
-bool sleeps(pid_t id) {
-  std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
-  std::string text;
-  std::getline(file, text);
-  const std::size_t name = text.rfind(')');
-  return name != std::string::npos && text.compare(name + 2, 1, "S") == 0;
-}
-
-template <class Condition>
-void wait(const Condition& condition, const char* what) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() >= end) {
-      ADD_FAILURE() << "waited in vain until the test's thread " << what;
-      return;
-    }
-    std::this_thread::yield();
-  }
-}
 
 /// A handler without SA_RESTART for SIGUSR1, with which other threads interrupt the test's.
 class Signals : public LinkTest {
@@ -51,11 +29,11 @@ class Signals : public LinkTest {
   void interrupt() {
     for (int i = 0; i < 3; ++i) {
       const int count = handled;
-      wait([this] { return sleeps(id_); }, "slept");
+      waitForThread([this] { return sleeps(id_); }, "slept");
       ::pthread_kill(thread_, SIGUSR1);
-      wait([&] { return handled > count; }, "was interrupted");
+      waitForThread([&] { return handled > count; }, "was interrupted");
     }
-    wait([this] { return sleeps(id_); }, "slept again");
+    waitForThread([this] { return sleeps(id_); }, "slept again");
   }
 
  private:

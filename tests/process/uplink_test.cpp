@@ -166,6 +166,16 @@ TEST_F(Uplink, StopsInTheMiddleOfAWalkThatTakesMinutes) {
   stopsInOrder();
 }
 
+TEST_F(Uplink, StopsAtOnceWhileItWaitsForAnAnswer) {
+  EndpointProcess endpoint;
+  ASSERT_TRUE(endpoint.start({"--fault", "silent", "--verbose"}));
+  startsWith(kEveryTable, endpoint.port());
+  ASSERT_TRUE(endpoint.waitForError("silent")) << endpoint.errors();
+  stopsInOrder();
+  EXPECT_THAT(agent.log(), HasSubstr("Failed to receive V3 message, error is Operation canceled"));
+  EXPECT_THAT(agent.log(), Not(HasSubstr("Timer expired")));
+}
+
 TEST_F(Uplink, GoesOnAfterATableThatIsMalformed) {
   EndpointProcess endpoint;
   ASSERT_TRUE(endpoint.start({"--fault", "text-status:count=1"}));

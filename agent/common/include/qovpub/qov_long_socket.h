@@ -79,9 +79,9 @@ class CQOVLongSocket {
   unsigned int sendGetNextMsgV3(CT7QPackageV3* package);
 
   /// Ends the exchanges under way, in other threads, and all that begin before resume(): result
-  /// kSocketFailed, no retry. It does not matter what they wait for: to connect, to send, to receive
-  /// or for each other. Only a name that the system is looking up is waited for. Does not wait until
-  /// they have ended. The link has no connection then and makes one after resume().
+  /// kSocketFailed, no retry. It does not matter what they wait for: to connect, to send, to
+  /// receive, or for each other. Only the system's look-up of a name runs to its end. Does not wait
+  /// until they have ended. The link has no connection then and makes one after resume().
   ///
   /// For a module that stops: one call, at any time, and no thread of it stays in the link.
   void interrupt();
