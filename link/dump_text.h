@@ -52,6 +52,8 @@ std::string dumpOf(const Dumped& what) try {
   try {
     what.dump(out);
   } catch (const RecordText::Full&) {
+  } catch (const std::ios_base::failure&) {
+    // A derived class's dump has spoilt the stream, which takes nothing more.
   }
   return record.text();
 } catch (const std::bad_alloc&) {

@@ -38,6 +38,19 @@ TEST(DumpText, EndsWithWhatARecordTakes) {
   }
 }
 
+/// Spoils its stream.
+struct Spoiling {
+  void dump(std::ostringstream& out) const {
+    out << "before";
+    out.setstate(std::ios::badbit);
+    out << "behind";
+  }
+};
+
+TEST(DumpText, EndsWhereTheStreamIsSpoilt) {
+  EXPECT_EQ(dumpOf(Spoiling()), "before");
+}
+
 TEST(DumpText, IsNotMadeAnyFurther) {
   const Text longer{100 * kMost, false};
   dumpOf(longer);
