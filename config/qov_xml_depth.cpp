@@ -52,10 +52,10 @@ class Walk {
   explicit Walk(const std::string& text)
       : text_(text.c_str()), inUtf8_(startsWith(kByteOrderMark)), knowsEncoding_(inUtf8_) {}
 
-  bool goesDeeperThan(int limit) {
-    while (deepest_ <= limit && takeToken()) {
+  XmlExtent measure() {
+    while (takeToken()) {
     }
-    return deepest_ > limit;
+    return extent_;
   }
 
  private:
@@ -90,7 +90,7 @@ class Walk {
   const std::string_view text_;
   std::size_t at_ = 0;
   int depth_ = 0;
-  int deepest_ = 0;
+  XmlExtent extent_;
   bool inUtf8_;
   bool knowsEncoding_;
 };
@@ -173,13 +173,13 @@ bool Walk::takeMarkup() {
 }
 
 bool Walk::takeElement() {
-  deepest_ = std::max(deepest_, ++depth_);
+  extent_.depth = std::max(extent_.depth, ++depth_);
   ++at_;
   // Some characters count both as letters and as blanks; here TinyXML takes them for blanks.
   if (!skipBlanks() || !takeName()) {
     return false;
   }
-  while (skipBlanks() && look() != '>') {
+  for (int attributes = 1; skipBlanks() && look() != '>'; ++attributes) {
     if (look() == '/') {
       --depth_;
       ++at_;
@@ -190,6 +190,7 @@ bool Walk::takeElement() {
     if (!takeAttribute()) {
       return false;
     }
+    extent_.attributes = std::max(extent_.attributes, attributes);
   }
   ++at_;
   return !atEnd();
@@ -244,8 +245,8 @@ bool Walk::takeDeclaration() {
 
 }  // namespace
 
-bool xmlNestsDeeperThan(int limit, const std::string& text) {
-  return Walk(text).goesDeeperThan(limit);
+XmlExtent extentOfXml(const std::string& text) {
+  return Walk(text).measure();
 }
 
 }  // namespace qov

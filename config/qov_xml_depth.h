@@ -10,12 +10,18 @@ namespace qov {
 /// text that ends within a character.
 constexpr std::size_t kXmlPadding = 4;
 
-/// Whether TinyXML, given `text`, would go into more than `limit` elements one inside the other.
-/// `text` ends with kXmlPadding zero bytes and has no others. Tells that without going deep itself,
-/// from the same reading of the text: comments, CDATA, declarations, attribute values and
-/// everything else in angle brackets hide what is in them, and reading ends where TinyXML finds an
-/// error.
-bool xmlNestsDeeperThan(int limit, const std::string& text);
+/// Of a text, what costs TinyXML more than its bytes.
+struct XmlExtent {
+  /// Elements one inside the other, the root included.
+  int depth = 0;
+  /// The most attributes of one element.
+  int attributes = 0;
+};
+
+/// The extent of `text` as TinyXML reads it, found without going deep. `text` ends with kXmlPadding
+/// zero bytes and has no others. Comments, CDATA, declarations, attribute values and everything else
+/// in angle brackets hide what is in them, and reading ends where TinyXML finds an error.
+XmlExtent extentOfXml(const std::string& text);
 
 }  // namespace qov
 

@@ -110,8 +110,12 @@ std::string load(const std::string& fileName, TiXmlDocument& document) {
   endAtZeroByte(text);
   normaliseLineEnds(text);
   text.append(kXmlPadding, '\0');
-  if (xmlNestsDeeperThan(kDeepestXmlElement, text)) {
+  const XmlExtent extent = extentOfXml(text);
+  if (extent.depth > kDeepestXmlElement) {
     return "elements nest deeper than " + std::to_string(kDeepestXmlElement);
+  }
+  if (extent.attributes > kMostXmlAttributes) {
+    return "an element has more than " + std::to_string(kMostXmlAttributes) + " attributes";
   }
   document.Clear();
   document.SetValue(fileName);

@@ -30,11 +30,32 @@ int depthInTinyXml(const std::string& text) {
 }
 
 int depthOf(const std::string& text) {
-  int limit = 0;
-  while (xmlNestsDeeperThan(limit, padded(text))) {
-    ++limit;
+  return extentOfXml(padded(text)).depth;
+}
+
+/// The most attributes of one element below `node`.
+int attributesBelow(const TiXmlNode& node) {
+  int most = 0;
+  for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
+    int own = 0;
+    const TiXmlElement* const element = child->ToElement();
+    for (auto* at = element == nullptr ? nullptr : element->FirstAttribute(); at != nullptr;
+         at = at->Next()) {
+      ++own;
+    }
+    most = std::max({most, own, attributesBelow(*child)});
   }
-  return limit;
+  return most;
+}
+
+int attributesInTinyXml(const std::string& text) {
+  TiXmlDocument document;
+  document.Parse(padded(text).c_str());
+  return attributesBelow(document);
+}
+
+int attributesOf(const std::string& text) {
+  return extentOfXml(padded(text)).attributes;
 }
 
 TEST(XmlDepth, CountsElementsInsideOneAnother) {
@@ -114,6 +135,24 @@ TEST(XmlDepth, KnowsTheEncoding) {
   }
 }
 
+TEST(XmlAttributes, CountsThoseOfTheElementThatHasMost) {
+  EXPECT_EQ(attributesOf(""), 0);
+  EXPECT_EQ(attributesOf("<a/>"), 0);
+  EXPECT_EQ(attributesOf("<a b='' c=d e=\"f\"/>"), 3);
+  EXPECT_EQ(attributesOf("<a b=''><a b='' c=''/><a b=''></a></a>"), 2);
+}
+
+TEST(XmlAttributes, LooksForThemNowhereElse) {
+  for (const std::string hiding : {"<!-- <a b='' c=''/> -->", "<![CDATA[<a b='' c=''/>]]>",
+                                   "<a b=\" c='' d=''\"/>", "<?xml version='1' encoding='x'?>"}) {
+    EXPECT_LE(attributesOf("<a>" + hiding + "</a>"), 1) << hiding;
+  }
+}
+
+TEST(XmlAttributes, CountsThoseOfAnElementThatIsNotClosed) {
+  EXPECT_EQ(attributesOf("<a b='' c='' d"), 2);
+}
+
 /// Texts put together of what has a meaning, most of them with an error somewhere.
 class Texts {
  public:
@@ -188,6 +227,7 @@ TEST(XmlDepth, IsNeverLessThanTinyXmlGoes) {
     const int real = depthInTinyXml(text);
     const int told = depthOf(text);
     ASSERT_GE(told, real) << text;
+    ASSERT_GE(attributesOf(text), attributesInTinyXml(text)) << text;
     equal += told == real ? 1 : 0;
   }
   // More only behind an error that is not looked for, since no text without errors needs it: an end

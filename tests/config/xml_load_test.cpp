@@ -31,6 +31,14 @@ std::string nested(int depth) {
   return text + "</AgentConfig>";
 }
 
+std::string withAttributes(int count) {
+  std::string text = "<AgentConfig><C><D DeviceDesc='a'><I";
+  for (int i = 0; i < count; ++i) {
+    text += " a" + std::to_string(i) + "=''";
+  }
+  return text + "/></D></C></AgentConfig>";
+}
+
 class DeviceFile : public DeviceXmlTest {
  protected:
   bool opens() { return parser.openXmlDoc(document); }
@@ -188,6 +196,21 @@ TEST_F(DeviceFile, OfOneElementMoreInsideOneAnotherIsRefused) {
 TEST_F(DeviceFile, OfAMillionElementsInsideOneAnotherIsRefused) {
   write(nested(1000000));
   isRefused("elements nest deeper than 100");
+}
+
+TEST_F(DeviceFile, OfAHundredAttributesInOneElementIsLoaded) {
+  write(withAttributes(100));
+  EXPECT_TRUE(opens());
+}
+
+TEST_F(DeviceFile, OfOneAttributeMoreInOneElementIsRefused) {
+  write(withAttributes(101));
+  isRefused("an element has more than 100 attributes");
+}
+
+TEST_F(DeviceFile, OfAMillionAttributesInOneElementIsRefused) {
+  write(withAttributes(1000000));
+  isRefused("an element has more than 100 attributes");
 }
 
 TEST_F(DeviceFile, OfManyLatin1LettersIsLoaded) {
