@@ -16,6 +16,7 @@ write_basic_package_version_file(
   "${CMAKE_CURRENT_BINARY_DIR}/qovpubConfigVersion.cmake" COMPATIBILITY SameMajorVersion)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/qovpubConfig.cmake"
               "${CMAKE_CURRENT_BINARY_DIR}/qovpubConfigVersion.cmake"
+              "${PROJECT_SOURCE_DIR}/cmake/QovModule.cmake"
         DESTINATION "${package_dir}")
 
 # The prefix as seen from the .pc file, so that an installed tree may be moved.

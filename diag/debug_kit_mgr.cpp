@@ -8,6 +8,9 @@
 #include <new>
 #include <utility>
 
+template class ACE_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
+template class ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
+
 namespace {
 
 constexpr unsigned int kPublicKit = 0;

@@ -11,6 +11,8 @@
 // Nothing in here may log, nor call what logs: a log sink may ask for the process name, and with
 // this object under construction that question can only fail.
 
+template class ACE_Singleton<CProcInfo, ACE_Thread_Mutex>;
+
 namespace {
 
 using qov::EnvFailure;

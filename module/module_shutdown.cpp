@@ -1,6 +1,6 @@
 #include "module/module_shutdown.h"
 
-#include <cstdlib>
+#include <cxxabi.h>
 
 #include <qovplatform/platform_guard.h>
 #include <qovpub/qov_leader_task.h>
@@ -9,6 +9,18 @@
 #include "frame/shutdown_supervision.h"
 
 namespace qov {
+namespace {
+
+/// Whether this thread is taking its registration back, which runs the handler once.
+thread_local bool registering = false;
+
+void stopUnlessRegistering(void*) {
+  if (!registering) {
+    ModuleShutdown::stopAll();
+  }
+}
+
+}  // namespace
 
 void ModuleShutdown::stopAll() {
   if (getCurrentTask() != nullptr) {
@@ -30,8 +42,16 @@ void ModuleShutdown::stopAll() {
 }
 
 void ModuleShutdown::stopAtExit() {
+  // Exit handlers are kept for each library, and all of a library's are run and forgotten when it
+  // goes. This token stands for a library that has nothing but this one handler: to let it go is the
+  // only way to take a handler back. Where exit() runs on another thread, it has the handler already
+  // or misses it only in between; the loader's own end stops the modules then.
+  static char token;
+  registering = true;
+  abi::__cxa_finalize(&token);
+  registering = false;
   // A registration that fails leaves the frame's own call.
-  static_cast<void>(std::atexit(&ModuleShutdown::stopAll));
+  static_cast<void>(abi::__cxa_atexit(&stopUnlessRegistering, nullptr, &token));
 }
 
 }  // namespace qov

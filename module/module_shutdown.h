@@ -21,7 +21,8 @@ class ModuleShutdown {
 
   /// Makes stopAll() run when the process ends by exit() or by returning from main. Exit handlers
   /// run in the reverse order of their registration: registered after a module's library was opened
-  /// it runs before that library's static objects are destroyed.
+  /// it runs before that library's static objects are destroyed. A second call moves the one
+  /// registration to the end.
   static void stopAtExit();
 };
 

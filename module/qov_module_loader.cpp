@@ -11,13 +11,15 @@
 
 #include "module/dll_manager.h"
 #include "module/module_entry.h"
+#include "module/module_library.h"
 #include "module/module_shutdown.h"
 #include "module/table_guards.h"
 #include "task/ending_thread.h"
 
+template class ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>;
+
 namespace {
 
-constexpr const char* kEntryFunction = "QOV_CreateModule";
 constexpr unsigned int kMaxGid = 255;
 
 using CreateModule = CQOV_TaskMgr* (*)();
@@ -138,11 +140,11 @@ CQOV_Module_Loader::ManagerPtr CQOV_Module_Loader::createModule(const std::strin
   }
   // Whoever calls exit() from now on: the modules end before this library's static objects.
   qov::ModuleShutdown::stopAtExit();
-  const auto create = reinterpret_cast<CreateModule>(dll->symbol(kEntryFunction));
+  const auto create = reinterpret_cast<CreateModule>(dll->symbol(qov::kEntryFunction));
   if (create == nullptr) {
     guard.error(65562, __FUNCTION__, __LINE__,
                 "Failed to load module %s, because entry function %s is null!", name.c_str(),
-                kEntryFunction);
+                qov::kEntryFunction);
     return nullptr;
   }
   ManagerPtr manager;
@@ -155,7 +157,10 @@ CQOV_Module_Loader::ManagerPtr CQOV_Module_Loader::createModule(const std::strin
   if (manager == nullptr) {
     guard.error(65563, __FUNCTION__, __LINE__,
                 "Failed to load module %s, because module object is null!", name.c_str());
+    return nullptr;
   }
+  qov::ModuleLibrary::set(*manager, *dll);
+  qov::ModuleLibrary::check(*manager, *manager);
   return manager;
 }
 

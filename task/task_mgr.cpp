@@ -10,6 +10,7 @@
 #include <memory>
 #include <new>
 
+#include "module/module_library.h"
 #include "task/log_ids.h"
 #include "task/start_task.h"
 #include "task/task_roster.h"
@@ -157,6 +158,7 @@ int CQOV_TaskMgr::insertStaticScheduledTask(CQOV_StaticSchecheduledTask* task) {
     log.warn(qov::kLogIdBase + 45, __FUNCTION__, __LINE__, "Null pointer of pStaticScheduledTask.");
     return -1;
   }
+  qov::ModuleLibrary::check(*this, *task);
   ACE_thread_t thread = 0;
   if (leader_ == nullptr || qov::startTask(*task, gid(), thread) != 0) {
     return -1;

@@ -11,6 +11,7 @@
 #include <new>
 #include <utility>
 
+#include "module/module_library.h"
 #include "task/doorbell.h"
 #include "task/ending_thread.h"
 #include "task/log_ids.h"
@@ -102,6 +103,7 @@ int CQOV_TaskScheduler::createPool() {
                taskMgr()->moduleId());
       break;
     }
+    qov::ModuleLibrary::check(*taskMgr(), *worker);
     if (!addWorker(std::move(worker))) {
       log.warn(qov::kLogIdBase + 18, __FUNCTION__, __LINE__,
                "Failed to start a worker thread in module %d!", taskMgr()->moduleId());

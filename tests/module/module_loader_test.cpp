@@ -1,4 +1,5 @@
 #include <ace/Message_Block.h>
+#include <malloc.h>
 #include <qovpub/qov_leader_task.h>
 
 #include <algorithm>
@@ -139,6 +140,27 @@ TEST_F(ModuleLoader, LoadsAgainAfterUnload) {
   loader().unload();
   EXPECT_TRUE(loader().load());
   EXPECT_TRUE(hasModule(3));
+}
+
+TEST_F(ModuleLoader, KeepsNothingOfALoadingOnceItIsUnloaded) {
+#if QOV_TEST_ASAN || QOV_TEST_TSAN
+  GTEST_SKIP() << "the sanitizer has an allocator of its own, which does not tell what is in use";
+#endif
+  constexpr int kCycles = 1000;
+  // Room that the C library takes for many at once, whatever has grown by itself included.
+  constexpr std::size_t kSlack = 16 * kCycles;
+  mark({"alpha", "beta"});
+  const auto bytesAfter = [this](int cycles) {
+    for (; cycles > 0; --cycles) {
+      EXPECT_TRUE(loader().load());
+      loader().unload();
+      log.clear();
+      resetEvents();
+    }
+    return ::mallinfo2().uordblks;
+  };
+  const std::size_t before = bytesAfter(kCycles / 10);
+  EXPECT_LT(bytesAfter(kCycles), before + kSlack);
 }
 
 TEST_F(ModuleLoader, RefusesANameWithoutLibrary) {

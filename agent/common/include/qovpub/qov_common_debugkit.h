@@ -192,6 +192,12 @@ class CQOVDebugKitMgr {
   std::array<std::atomic<CQOVDebugKit*>, kBuckets> small_;
 };
 
+/// The library has the one registry, also for modules whose own symbols are hidden.
+extern template class __attribute__((visibility("default")))
+ACE_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
+extern template class __attribute__((visibility("default")))
+ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
+
 /// Traces entry to and exit from a function, and whether it logged a warning or an error through
 /// the guard on the way: "enter " + name + "..." and "leave " + name + ": OK" (or "NOK").
 ///

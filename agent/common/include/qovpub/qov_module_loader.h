@@ -152,4 +152,8 @@ class CQOV_Module_Loader {
   std::condition_variable entranceFree_;
 };
 
+/// The library has the one loader, also for modules whose own symbols are hidden.
+extern template class __attribute__((visibility("default")))
+ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>;
+
 #endif

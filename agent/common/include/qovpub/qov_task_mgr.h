@@ -4,6 +4,7 @@
 #include <ace/Message_Block.h>
 #include <ace/Time_Value.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -11,10 +12,12 @@ class CQOVDebugKit;
 class CQOV_Leader_Task;
 class CQOV_StaticSchecheduledTask;
 class CQOV_Task;
+struct link_map;
 
 namespace qov {
+class ModuleLibrary;
 class TaskRoster;
-}
+}  // namespace qov
 
 /// The runtime object of one module: owns the module's leader thread and, through it, the scheduler
 /// and its pool of workers. A module's entry function creates one.
@@ -92,6 +95,7 @@ class CQOV_TaskMgr {
  private:
   friend class CQOV_Leader_Task;
   friend class CQOV_Task;
+  friend class qov::ModuleLibrary;
 
   void joinTasks();
 
@@ -102,6 +106,10 @@ class CQOV_TaskMgr {
   std::string name_;
   // The kit that this manager registered; null when its id was taken.
   CQOVDebugKit* kit_;
+
+  // The library that the loader opened; null without a loader, or when it has told of a class that
+  // comes from elsewhere.
+  std::atomic<const link_map*> library_{nullptr};
 
   // Loading thread only.
   bool stopped_ = false;

@@ -49,6 +49,10 @@ class CProcInfo {
   u_int pid_;
 };
 
+/// The library has the one object, also for modules whose own symbols are hidden.
+extern template class __attribute__((visibility("default")))
+ACE_Singleton<CProcInfo, ACE_Thread_Mutex>;
+
 /// Services of the process: identity, privileges, node id, digest.
 ///
 /// Thread: every operation from any thread, except setDaemon(), which belongs to start-up. As for
