@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
-#include <memory>
 #include <new>
 
 #include <qovpub/qov_common_debugkit.h>
@@ -47,6 +46,15 @@ CQOV_Plugins::CQOV_Plugins() = default;
 
 CQOV_Plugins::~CQOV_Plugins() {
   clear();
+  // What static objects have opened while their libraries came and went.
+  while (holdsPlugins()) {
+    clear();
+  }
+}
+
+bool CQOV_Plugins::holdsPlugins() {
+  const Guard lock(lock_);
+  return !plugins_.empty();
 }
 
 CQOV_Plugins* CQOV_Plugins::instance() {
@@ -66,9 +74,18 @@ CQOV_Plugins* CQOV_Plugins::instance() {
 }
 
 void CQOV_Plugins::close() {
-  std::unique_ptr<CQOV_Plugins> closed;
+  // A plug-in's static destructor runs in here and may close, too.
+  static thread_local bool closing = false;
+  if (closing) {
+    return;
+  }
   const Guard lock(oSingLetonMutex_);
-  closed.reset(pInstance_.exchange(nullptr, std::memory_order_acq_rel));
+  closing = true;
+  // Destroyed while instance() still gives it: who asks in a static object of a library, under the
+  // lock of the dynamic loader, must not wait for the mutex.
+  delete pInstance_.load(std::memory_order_relaxed);
+  pInstance_.store(nullptr, std::memory_order_release);
+  closing = false;
 }
 
 bool CQOV_Plugins::open(const char* name, CQOV_PluginOperator& op, u_int id) {

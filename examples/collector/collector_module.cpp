@@ -1,6 +1,6 @@
 // The module `collector`: reads the machine's state from the inventory, again and again.
 #include <qovpub/qov_ini_operator.h>
-#include <qovpub/qov_task_mgr.h>
+#include <qovpub/qov_module.h>
 #include <qovpub/qov_utility.h>
 
 #include <memory>
@@ -53,6 +53,4 @@ class CollectorModule : public CQOV_TaskMgr {
 }  // namespace
 }  // namespace devagent
 
-extern "C" CQOV_TaskMgr* QOV_CreateModule() {
-  return std::make_unique<devagent::CollectorModule>().release();
-}
+QOV_MODULE(devagent::CollectorModule)

@@ -1,6 +1,6 @@
 // The module `inventory`: a pool of workers that read the machine's state when asked, and keep
 // the tables that they are given.
-#include <qovpub/qov_task_mgr.h>
+#include <qovpub/qov_module.h>
 
 #include <memory>
 
@@ -28,6 +28,4 @@ class InventoryModule : public CQOV_TaskMgr {
 }  // namespace
 }  // namespace devagent
 
-extern "C" CQOV_TaskMgr* QOV_CreateModule() {
-  return std::make_unique<devagent::InventoryModule>().release();
-}
+QOV_MODULE(devagent::InventoryModule)

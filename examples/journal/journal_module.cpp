@@ -1,5 +1,5 @@
 // The module `journal`: writes what the other modules report.
-#include <qovpub/qov_task_mgr.h>
+#include <qovpub/qov_module.h>
 
 #include <memory>
 
@@ -27,6 +27,4 @@ class JournalModule : public CQOV_TaskMgr {
 }  // namespace
 }  // namespace devagent
 
-extern "C" CQOV_TaskMgr* QOV_CreateModule() {
-  return std::make_unique<devagent::JournalModule>().release();
-}
+QOV_MODULE(devagent::JournalModule)

@@ -1,9 +1,7 @@
 // The module `uplink`: connects the agent to the management endpoint.
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_exception.h>
-#include <qovpub/qov_task_mgr.h>
-
-#include <memory>
+#include <qovpub/qov_module.h>
 
 #include "examples/common/messages.h"
 #include "examples/uplink/plan.h"
@@ -39,6 +37,4 @@ class UplinkModule : public CQOV_TaskMgr {
 }  // namespace
 }  // namespace devagent
 
-extern "C" CQOV_TaskMgr* QOV_CreateModule() {
-  return std::make_unique<devagent::UplinkModule>().release();
-}
+QOV_MODULE(devagent::UplinkModule)

@@ -1,4 +1,5 @@
-# Runs the consumer's agent with its modules: the one must get the answer of the other.
+# Runs the consumer's agent with its modules: the one must get the answer of the other, and not that
+# of the other's copy.
 
 # The agent takes its name from its path, and an earlier dot anywhere in that path would cut it
 # short: it runs from a directory without one.
@@ -11,6 +12,7 @@ file(WRITE "${conf}/consumer_agent.cfg"
      "[QOV_GLOBAL]\nPROC_PID=1\n\n[LOG_CFG]\nSendTerminal=0\nChkInterval=600\n"
      "LogFileMaxSize=10240\nLogFileMaxCnt=3\nLogLevel=1\n")
 file(WRITE "${conf}/hello.mod" "")
+file(WRITE "${conf}/copy.mod" "")
 file(WRITE "${conf}/asker.mod" "")
 
 set(ENV{QOV_ROOT} "${root}")
@@ -29,6 +31,9 @@ foreach(wanted IN ITEMS "got hello" "had shutdown.")
     message(SEND_ERROR "the log does not say \"${wanted}\"")
   endif()
 endforeach()
+if(log MATCHES "runs code of another module")
+  message(SEND_ERROR "modules share classes; the log:\n${log}")
+endif()
 if(NOT status STREQUAL "0")
   message(FATAL_ERROR "exit status ${status}; the log:\n${log}")
 endif()

@@ -2,6 +2,7 @@
 //   (unset)     as an agent should
 //   return      returns without having run the event loop
 //   exit        calls exit() after init(), whatever that returned
+//   reload      unloads its modules after init(), loads them again and calls exit()
 //   leak        returns without destroying its frame
 //   twice       runs the whole life of a frame two times
 //   again       initialises its frame two times
@@ -17,6 +18,7 @@
 #include <qovpub/qov_app.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_exception.h>
+#include <qovpub/qov_module_loader.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -106,6 +108,11 @@ int live(CQOVapp& app, int argc, char** argv) {
     comeAndGo(argc, argv);
   } else if (mode() == "threads") {
     startThreads();
+  }
+  if (mode() == "reload") {
+    CQOV_Module_Loader& loader = *ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance();
+    loader.unload();
+    std::exit(loader.load() ? 0 : 1);
   }
   if (mode() == "exit") {
     std::exit(result == 0 ? 0 : 1);

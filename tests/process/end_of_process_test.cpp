@@ -55,6 +55,13 @@ TEST_F(AgentExit, OnAModulesThreadEndsTheProcessWithItsStatus) {
   hasExited(agent.waitForEnd(), 7);
 }
 
+TEST_F(AgentExit, AfterAReloadStopsTheModulesBeforeWhatTheSecondLoadHasMade) {
+  agent.setEnvironment("QOV_TEST_MAIN", "reload");
+  agent.useModules({"chatter"});
+  agent.start({"-n"});
+  hasExited(agent.waitForEnd(), 0);
+}
+
 /// A module ends the process while it is being initialised: the table of modules is held for that,
 /// and threads wait for it.
 class AgentExitDuringTheStart : public AgentTest,

@@ -2,6 +2,7 @@
 // it there is none. They also serve as plug-ins: nothing in them pins the library in memory.
 //   QOV_TEST_NEEDS  a function that the library calls and does not have
 //   QOV_TEST_HAS    a function that it has
+//   QOV_TEST_POLICY what it answers to ACE when it is closed
 #include <pthread.h>
 
 class CQOV_TaskMgr;
@@ -21,6 +22,14 @@ extern "C" int qov_test_unbound() {
 #ifdef QOV_TEST_HAS
 extern "C" int QOV_TEST_HAS() {
   return 1;
+}
+#endif
+
+#ifdef QOV_TEST_POLICY
+#include <ace/config-all.h>
+
+extern "C" int _get_dll_unload_policy() {
+  return QOV_TEST_POLICY;
 }
 #endif
 

@@ -1,8 +1,8 @@
 // A module that asks the one of README.md, as README.md shows it, and stops the agent when it got
 // the answer.
 #include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_module.h>
 #include <qovpub/qov_task.h>
-#include <qovpub/qov_task_mgr.h>
 #include <qovpub/qov_utility.h>
 #include <unistd.h>
 
@@ -46,6 +46,4 @@ class Module : public CQOV_TaskMgr {
 
 }  // namespace
 
-extern "C" CQOV_TaskMgr* QOV_CreateModule() {
-  return std::make_unique<Module>().release();
-}
+QOV_MODULE(Module)

@@ -1,11 +1,12 @@
 // A module that works all the time: a thread of its own sends it asynchronous messages, which its
-// workers log through the module's kit; the thread logs, too. Of two such modules in one process
-// the second one fails to initialise when QOV_TEST_SECOND_FAILS is set; QOV_TEST_EXIT ("first" or
-// "second") says which one ends the process with status 3 there, its threads at work.
+// workers log through the module's kit; the thread logs, too. The second initialisation of such a
+// module in a process makes a static object, or fails when QOV_TEST_SECOND_FAILS is set;
+// QOV_TEST_EXIT ("first" or "second") says which one ends the process with status 3 there, its
+// threads at work.
 //   QOV_TEST_GID  its gid
 #include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_module.h>
 #include <qovpub/qov_task.h>
-#include <qovpub/qov_task_mgr.h>
 
 #include <atomic>
 #include <chrono>
@@ -38,6 +39,12 @@ class WorkedWith {
 
 WorkedWith workedWith;
 
+/// Another one, made by the first call.
+WorkedWith& madeLate() {
+  static WorkedWith late;
+  return late;
+}
+
 class Worker : public CQOV_CommonTask {
  public:
   explicit Worker(CQOV_TaskMgr* mgr) : CQOV_CommonTask(mgr) {}
@@ -58,6 +65,9 @@ class Module : public CQOV_TaskMgr {
     if (thread_.joinable()) {
       thread_.join();
     }
+    if (late_ != nullptr) {
+      late_->end();
+    }
     workedWith.end();
   }
 
@@ -67,6 +77,10 @@ class Module : public CQOV_TaskMgr {
     const std::string which = qov::test::makeFile("first") ? "first" : "second";
     if (which == "second" && std::getenv("QOV_TEST_SECOND_FAILS") != nullptr) {
       return false;
+    }
+    if (which == "second") {
+      late_ = &madeLate();
+      late_->begin();
     }
     thread_ = std::thread([this] { chat(); });
     const char* const exiting = std::getenv("QOV_TEST_EXIT");
@@ -86,10 +100,9 @@ class Module : public CQOV_TaskMgr {
 
   std::atomic<bool> stop_{false};
   std::thread thread_;
+  WorkedWith* late_ = nullptr;
 };
 
 }  // namespace
 
-extern "C" CQOV_TaskMgr* QOV_CreateModule() {
-  return new Module;
-}
+QOV_MODULE(Module)

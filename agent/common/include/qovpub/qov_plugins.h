@@ -24,11 +24,23 @@ class CQOV_PluginOperator {
 
 /// The process's open plug-in libraries under numbers that their users choose.
 ///
-/// Thread: every operation from any thread. instance() must not race with close(): the frame closes
-///         the registry when the modules have stopped.
+/// Thread: every operation from any thread. Nobody uses the registry on another thread when close()
+///         returns: the frame closes it when the modules have stopped.
 /// Owns:   nothing but its table; the libraries belong to ACE's DLL manager, which counts how often
 ///         each one was opened.
 /// Errors: reported by the result and one log line of debug kit 0; never thrown.
+///
+/// Closing a plug-in takes it out of ACE's count. At the last count ACE lets go of a library that
+/// does not need libACE; its static destructors run then, on the thread that closes it. One that
+/// needs libACE, as most do, stays in memory until the process ends. That is ACE's own policy and is
+/// kept: what such a library has registered with ACE, an ACE_Singleton for one, is called when the
+/// process ends, and crashes it when the library is gone. A plug-in that leaves nothing behind in
+/// ACE says so itself and is let go of:
+///
+///     extern "C" int _get_dll_unload_policy() { return ACE_DLL_UNLOAD_POLICY_DEFAULT; }
+///
+/// Even then the dynamic loader keeps a library with unique symbols, which templates and inline
+/// functions with static variables have unless they are hidden.
 class CQOV_Plugins {
  public:
   CQOV_Plugins();
@@ -42,7 +54,13 @@ class CQOV_Plugins {
   /// The registry, made by the first call; null only when there is no memory for it (errno ENOMEM).
   static CQOV_Plugins* instance();
 
-  /// Destroys the registry, if there is one. A later instance() makes a new one.
+  /// Destroys the registry, if there is one, one call after the other. A later instance() makes a
+  /// new one.
+  ///
+  /// A plug-in's static destructor that runs meanwhile, and a static constructor on another thread
+  /// that it has to wait for, get the registry that is being destroyed from instance(), without
+  /// waiting: what they open is closed with the rest. A close() on the same thread does nothing
+  /// then; one on another thread waits.
   static void close();
 
   /// Opens the library `name`, which ACE decorates and searches as it does a module's, lets `op`
@@ -67,6 +85,8 @@ class CQOV_Plugins {
 
  private:
   using Table = std::multimap<u_int, ACE_DLL_Handle*>;
+
+  bool holdsPlugins();
 
   static std::atomic<CQOV_Plugins*> pInstance_;
   /// Guards making and destroying the registry. The capitals are kept as they stand.

@@ -1,0 +1,17 @@
+#include "tests/process/agent_test.h"
+
+namespace qov::test {
+namespace {
+
+using AgentHiddenModule = AgentTest;
+
+/// The module sends to itself through the loader that it finds.
+TEST_F(AgentHiddenModule, MeetsTheOneLoader) {
+  starts({"hidden_chatter"});
+  EXPECT_TRUE(agent.waitForLog(kInfoLine)) << agent.log();
+  stopsInOrder();
+  EXPECT_THAT(agent.log(), ::testing::Not(::testing::HasSubstr("is invalid!")));
+}
+
+}  // namespace
+}  // namespace qov::test
