@@ -19,8 +19,8 @@ struct XmlExtent {
 };
 
 /// The extent of `text` as TinyXML reads it, found without going deep. `text` ends with kXmlPadding
-/// zero bytes and has no others. Comments, CDATA, declarations, attribute values and everything else
-/// in angle brackets hide what is in them, and reading ends where TinyXML finds an error.
+/// zero bytes and has no others. Comments, CDATA, declarations, attribute values and everything
+/// else in angle brackets hide what is in them, and reading ends where TinyXML finds an error.
 XmlExtent extentOfXml(const std::string& text);
 
 }  // namespace qov

@@ -11,8 +11,8 @@ namespace qov {
 /// What a module library exports.
 constexpr const char* kEntryFunction = "QOV_CreateModule";
 
-/// Which library a module was opened as. Modules are opened with global symbols: of two classes with
-/// one name that two modules show, both run the one that was opened first, without an error.
+/// Which library a module was opened as. Modules are opened with global symbols: of two classes
+/// with one name that two modules show, both run the one that was opened first, without an error.
 ///
 /// Thread: set() on the loading thread, before the module's init(); the rest from any thread.
 /// Owns:   nothing; ACE keeps a module's library open as long as its manager lives.

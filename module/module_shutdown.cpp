@@ -43,9 +43,9 @@ void ModuleShutdown::stopAll() {
 
 void ModuleShutdown::stopAtExit() {
   // Exit handlers are kept for each library, and all of a library's are run and forgotten when it
-  // goes. This token stands for a library that has nothing but this one handler: to let it go is the
-  // only way to take a handler back. Where exit() runs on another thread, it has the handler already
-  // or misses it only in between; the loader's own end stops the modules then.
+  // goes. This token stands for a library that has nothing but this one handler: to let it go is
+  // the only way to take a handler back. Where exit() runs on another thread, it has the handler
+  // already or misses it only in between; the loader's own end stops the modules then.
   static char token;
   registering = true;
   abi::__cxa_finalize(&token);

@@ -3,9 +3,9 @@
 namespace qov::test {
 namespace {
 
-using AgentHiddenModule = AgentTest;
+/// A module whose own symbols are hidden sends to itself through the loader that it finds.
+class AgentHiddenModule : public AgentTest {};
 
-/// The module sends to itself through the loader that it finds.
 TEST_F(AgentHiddenModule, MeetsTheOneLoader) {
   starts({"hidden_chatter"});
   EXPECT_TRUE(agent.waitForLog(kInfoLine)) << agent.log();

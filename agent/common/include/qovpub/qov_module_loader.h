@@ -31,9 +31,9 @@ class ModuleShutdown;
 /// ACE_Thread_Mutex>::instance()`.
 ///
 /// A module is a shared library with the C function `QOV_CreateModule`, which takes nothing and
-/// returns a new CQOV_TaskMgr (null on failure) that the loader then owns; QOV_MODULE (qov_module.h)
-/// writes it. The manager's gid, 0 to 255 and unique in the process, is the number that messages
-/// name the module by (`pid` below).
+/// returns a new CQOV_TaskMgr (null on failure) that the loader then owns; QOV_MODULE
+/// (qov_module.h) writes it. The manager's gid, 0 to 255 and unique in the process, is the number
+/// that messages name the module by (`pid` below).
 ///
 /// Thread: load() and unload() from the main thread; sendMsg() and sendMsg2All() from any thread,
 ///         but not from a module's init() on the thread that runs it: load() holds the table then.
@@ -62,8 +62,8 @@ class CQOV_Module_Loader {
   /// A bare module name is handed to ACE, which tries lib<name>.so, <name>.so and <name> on the
   /// dynamic loader's own search path (LD_LIBRARY_PATH, run path); no directory is added. A
   /// library's symbols are global: what is opened later finds them before its own of the same name,
-  /// unless it hides these (qov_module.h). Where a module's manager, worker or static task thus is of
-  /// a class out of another module's library, one warning for the module names both libraries.
+  /// unless it hides these (qov_module.h). Where a module's manager, worker or static task thus is
+  /// of a class out of another module's library, one warning for the module names both libraries.
   /// An exception of its entry function or its init() counts as a module's failure. One that leaves
   /// a static constructor of its library ends the process (std::terminate) without a log line: the
   /// dynamic loader cannot be unwound.

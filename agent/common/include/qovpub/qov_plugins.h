@@ -32,10 +32,10 @@ class CQOV_PluginOperator {
 ///
 /// Closing a plug-in takes it out of ACE's count. At the last count ACE lets go of a library that
 /// does not need libACE; its static destructors run then, on the thread that closes it. One that
-/// needs libACE, as most do, stays in memory until the process ends. That is ACE's own policy and is
-/// kept: what such a library has registered with ACE, an ACE_Singleton for one, is called when the
-/// process ends, and crashes it when the library is gone. A plug-in that leaves nothing behind in
-/// ACE says so itself and is let go of:
+/// needs libACE, as most do, stays in memory until the process ends. That is ACE's own policy and
+/// is kept: what such a library has registered with ACE, an ACE_Singleton for one, is called when
+/// the process ends, and crashes it when the library is gone. A plug-in that leaves nothing behind
+/// in ACE says so itself and is let go of:
 ///
 ///     extern "C" int _get_dll_unload_policy() { return ACE_DLL_UNLOAD_POLICY_DEFAULT; }
 ///
