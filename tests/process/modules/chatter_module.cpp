@@ -78,14 +78,14 @@ class Module : public CQOV_TaskMgr {
     if (which == "second" && std::getenv("QOV_TEST_SECOND_FAILS") != nullptr) {
       return false;
     }
-    if (which == "second") {
-      late_ = &madeLate();
-      late_->begin();
-    }
     thread_ = std::thread([this] { chat(); });
     const char* const exiting = std::getenv("QOV_TEST_EXIT");
     if (exiting != nullptr && which == exiting) {
       std::exit(kExitStatus);
+    }
+    if (which == "second") {
+      late_ = &madeLate();
+      late_->begin();
     }
     return true;
   }
