@@ -94,7 +94,9 @@ Connection::Connection(Capture& capture, std::uint16_t serverPort, Network netwo
     : capture_(capture),
       clientPort_(clientPort != 0 ? clientPort : capture.nextClientPort()),
       serverPort_(serverPort),
-      network_(network) {
+      network_(network),
+      client_{0xFFFFF000 + capture.countConnection() % 0x800, 0},
+      server_{client_.first + 0x2000, 0} {
   // The handshake takes one number of each stream.
   writeSegment(Side::kClient, static_cast<std::uint32_t>(-1), kSyn, "");
   writeSegment(Side::kServer, static_cast<std::uint32_t>(-1), kSyn | kAck, "");

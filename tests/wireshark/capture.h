@@ -23,6 +23,8 @@ class Capture {
 
   void writeFrame(const std::string& frame);
   std::uint16_t nextClientPort() { return clientPort_++; }
+  /// How many connections there were before.
+  std::uint32_t countConnection() { return connections_++; }
 
  private:
   const std::string file_;
@@ -31,6 +33,7 @@ class Capture {
   std::int64_t milliseconds_ = 1700000000000;
   std::size_t kept_ = 0xFFFF;
   std::uint16_t clientPort_ = 20000;
+  std::uint32_t connections_ = 0;
 };
 
 enum class Network { kIpv4, kIpv6 };
@@ -41,7 +44,8 @@ inline constexpr std::uint16_t kEndpointPort = 19001;
 /// One connection of a capture, from its handshake on. Every call writes one frame.
 class Connection {
  public:
-  /// `clientPort` is 0 for one that no other connection of the capture has.
+  /// `clientPort` is 0 for one that no other connection of the capture has. With the port of an
+  /// earlier one this is another connection between the same addresses and ports.
   explicit Connection(Capture& capture, std::uint16_t serverPort = kEndpointPort,
                       Network network = Network::kIpv4, std::uint16_t clientPort = 0);
 
@@ -74,9 +78,9 @@ class Connection {
   const std::uint16_t clientPort_;
   const std::uint16_t serverPort_;
   const Network network_;
-  // Not 0, and a stream's numbers wrap around within a few kilobytes.
-  Stream client_{0xFFFFF000, 0};
-  Stream server_{0x00001000, 0};
+  // No two connections begin with the same numbers; a stream's wrap around within a few kilobytes.
+  Stream client_;
+  Stream server_;
 };
 
 }  // namespace qov::test

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "tests/support/files.h"
 #include "tests/wireshark/capture.h"
 #include "tests/wireshark/messages.h"
@@ -175,6 +177,118 @@ TEST_F(WiresharkExchanges, BeginAnewWhenASerialComesAgainAfterItsAnswer) {
   EXPECT_EQ(responseTo(3), asked);
   EXPECT_EQ(repeats(2), 0U);
   EXPECT_EQ(repeats(3), 0U);
+}
+
+TEST_F(WiresharkExchanges, AreThoseOfOneConnectionWhereItsPortsAreTakenAgain) {
+  for (const std::uint16_t port : {kEndpointPort, std::uint16_t{4444}}) {
+    Connection before(capture_, port);
+    before.ask(message(7, record(1)));
+    before.ask(message(8, record(1)));
+    before.answer(message(8, record(1)));
+    Connection again(capture_, port, Network::kIpv4, before.clientPort());
+    again.ask(message(8, record(2)));
+    again.ask(message(7, record(2)));
+    again.answer(message(7, record(2)));
+    again.answer(message(8, record(2)));
+  }
+  dissect();
+  ASSERT_EQ(shown_.size(), 14U);
+  for (std::size_t i = 0; i < 14; i += 7) {
+    EXPECT_EQ(responseIn(i), 0U);
+    EXPECT_EQ(responseIn(i + 1), shown_[i + 2].frame);
+    EXPECT_EQ(responseIn(i + 3), shown_[i + 6].frame);
+    EXPECT_EQ(responseIn(i + 4), shown_[i + 5].frame);
+    for (std::size_t j = i; j < i + 7; ++j) {
+      EXPECT_EQ(repeats(j), 0U) << j;
+    }
+  }
+  // The frames are first read without a tree, in which the number of the connection would stand.
+  const Finished finished =
+      Tshark({"-2"}).start(capture_.file(), {"-T", "fields", "-e", "qov.v3.response_to"});
+  EXPECT_FALSE(tellsOfScriptError(finished)) << finished.err << finished.out;
+  std::istringstream lines(finished.out);
+  std::vector<std::string> responseTos{""};
+  for (std::string line; std::getline(lines, line);) {
+    responseTos.push_back(line);
+  }
+  for (std::size_t i = 0; i < shown_.size(); ++i) {
+    EXPECT_EQ(responseTos.at(shown_[i].frame), tree(i).get("qov.v3.response_to", "").asString());
+  }
+}
+
+TEST_F(WiresharkExchanges, TakeTheFirstRequestOfAConnectionForTheOneThatTheLastLeftUnanswered) {
+  Connection givenUp(capture_);
+  givenUp.ask(message(6, record(1)));
+  givenUp.answer(message(6, record(1)));
+  givenUp.ask(message(7, record(1)));
+  const unsigned int asked = capture_.frames();
+  Connection anew(capture_);
+  anew.ask(message(7, record(1)));
+  const unsigned int again = capture_.frames();
+  anew.answer(message(7, record(1)));
+  const unsigned int answered = capture_.frames();
+  dissect();
+  ASSERT_EQ(shown_.size(), 5U);
+  EXPECT_EQ(repeats(3), asked);
+  EXPECT_EQ(shown_[3].experts(), Names{"repeated"});
+  EXPECT_EQ(responseIn(2), 0U);
+  EXPECT_EQ(responseIn(3), answered);
+  EXPECT_EQ(responseTo(4), again);
+  EXPECT_EQ(repeats(4), 0U);
+  const std::vector<std::string> lines =
+      Tshark().fields(capture_.file(), "qov.v3.repeats", {"_ws.col.Info"});
+  EXPECT_EQ(lines, (std::vector<std::string>{"Request SER=7 cmd=0x0000000000000001 records=1 "
+                                             "cells=0 [repeats frame " +
+                                             std::to_string(asked) + "]"}));
+}
+
+TEST_F(WiresharkExchanges, TakeItForTheSameBehindAnAnswerThatIsCutOffOrTooLong) {
+  Connection cutOff(capture_);
+  cutOff.ask(message(7, ""));
+  const unsigned int first = capture_.frames();
+  cutOff.sendLast(Side::kServer, message(7, record(1)).substr(0, 30));
+  Connection tooLong(capture_);
+  tooLong.ask(message(7, ""));
+  const unsigned int second = capture_.frames();
+  tooLong.answer(head(7, 2097125));
+  Connection last(capture_);
+  last.ask(message(7, ""));
+  dissect();
+  ASSERT_EQ(shown_.size(), 5U);
+  EXPECT_EQ(repeats(2), first);
+  EXPECT_EQ(repeats(4), second);
+}
+
+TEST_F(WiresharkExchanges, TakeItForAnotherWhoeverElseAsksTheSame) {
+  const std::string request = message(7, record(1));
+  Connection answered(capture_);
+  answered.ask(request);
+  answered.answer(message(7, ""));
+  Connection(capture_).ask(request);
+
+  Connection(capture_, 4444).ask(request);
+  Connection(capture_, 4444, Network::kIpv6).ask(request);
+  Connection(capture_, 4445).ask(request);
+  Connection other(capture_, 4444);
+  other.ask(message(7, record(2)));
+
+  Connection late(capture_, 4446);
+  late.ask(request);
+  Connection second(capture_, 4446);
+  second.ask(message(6, ""));
+  second.answer(message(6, ""));
+  second.ask(request);
+
+  Connection goesOn(capture_, 4447);
+  goesOn.ask(request);
+  Connection atOnce(capture_, 4447);
+  atOnce.ask(request);
+  goesOn.ask(message(8, ""));
+  dissect();
+  ASSERT_EQ(shown_.size(), 14U);
+  for (std::size_t i = 0; i < shown_.size(); ++i) {
+    EXPECT_EQ(repeats(i), 0U) << i;
+  }
 }
 
 TEST_F(WiresharkExchanges, ShowAResponseThatNobodyAwaits) {

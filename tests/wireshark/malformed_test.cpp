@@ -38,7 +38,7 @@ std::string withRest(const std::string& rest) {
 
 // A record of 5 bytes of cells that says that it has `length`.
 std::string withRecordLength(char length) {
-  std::string bytes = message(1, record(1, cell(1, kUint, "\x01")));
+  std::string bytes = message(1, record(2, cell(1, kUint, "\x01")));
   bytes[28 + 8] = length;
   return bytes;
 }

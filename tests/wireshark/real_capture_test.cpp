@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <map>
 #include <memory>
 
 #include "tests/diag/log_capture.h"
@@ -32,10 +33,13 @@ class Link : public CQOVLongSocket {
 
 class WiresharkRealCapture : public ::testing::Test {
  protected:
-  void SetUp() override {
-    // The second answer comes byte by byte.
+  // The second answer comes byte by byte.
+  void SetUp() override { listens("drip:request=2,count=1"); }
+
+  void listens(const std::string& fault) {
+    tee_.reset();
     ASSERT_TRUE(endpoint_.start(
-        {"--tables", endpoint_.file("tables.json", kTables), "--fault", "drip:request=2,count=1"}))
+        {"--quiet", "--tables", endpoint_.file("tables.json", kTables), "--fault", fault}))
         << endpoint_.errors();
     tee_ = std::make_unique<Tee>(endpoint_.port(), capture_);
   }
@@ -101,6 +105,33 @@ TEST_F(WiresharkRealCapture, ShowsWhatQovctlFindsInTheSameBytes) {
     EXPECT_EQ(ofSide.size(), 5U);
     expectAgreement(ofSide, decodeWithQovctl(tee_->said(side)));
   }
+}
+
+TEST_F(WiresharkRealCapture, ShowsEveryRequestThatTheLinkSendsAgain) {
+  constexpr std::size_t kTimes = 20;
+  for (const char* const after : {"0", "10", "30"}) {
+    // Every connection is lost by its second request, and the same comes again on the next one.
+    listens(std::string("close:request=2,after=") + after);
+    Link link(tee_->port());
+    for (std::size_t i = 0; i <= kTimes; ++i) {
+      CT7QPackageV3 package;
+      package.addRecord(kGetNextOf + 7);
+      EXPECT_EQ(link.sendMsg(&package), 0U);
+    }
+  }
+  tee_->finish();
+  std::size_t repeated = 0;
+  std::map<std::string, std::string> requests;
+  for (const Shown& shown : Tshark().messages(capture_.file())) {
+    if (!shown.tree.isMember("qov.v3.request")) {
+      continue;
+    }
+    const auto [first, isNew] =
+        requests.emplace(shown.tree["qov.v3.ser"].asString(), std::to_string(shown.frame));
+    EXPECT_EQ(shown.tree.get("qov.v3.repeats", "").asString(), isNew ? "" : first->second);
+    repeated += isNew ? 0 : 1;
+  }
+  EXPECT_EQ(repeated, 3 * kTimes);
 }
 
 }  // namespace

@@ -95,35 +95,42 @@ void Tee::finish() {
 }
 
 void Tee::serve(std::uint16_t endpointPort, Capture& capture) {
-  const int client = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-  const int endpoint = client >= 0 ? connectTo(endpointPort) : -1;
-  if (endpoint >= 0) {
-    sendAtOnce(client);
-    sendAtOnce(endpoint);
-    Connection connection(capture);
-    std::array<pollfd, 2> sides{pollfd{client, POLLIN, 0}, pollfd{endpoint, POLLIN, 0}};
-    while ((sides[0].fd >= 0 || sides[1].fd >= 0) && ::poll(sides.data(), sides.size(), -1) > 0) {
-      for (const Side side : {Side::kClient, Side::kServer}) {
-        const bool up = side == Side::kClient;
-        pollfd& from = sides[up ? 0 : 1];
-        if (from.fd < 0 || from.revents == 0) {
-          continue;
-        }
-        const std::string piece = receivePiece(from.fd);
-        if (piece.empty()) {
-          ::shutdown(up ? endpoint : client, SHUT_WR);
-          from.fd = -1;
-          continue;
-        }
-        connection.send(side, piece);
-        (up ? asked_ : answered_) += piece;
-        sendAll(up ? endpoint : client, piece);
-      }
+  for (;;) {
+    const int client = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (client < 0) {
+      return;
     }
-    ::close(endpoint);
-  }
-  if (client >= 0) {
+    const int endpoint = connectTo(endpointPort);
+    if (endpoint >= 0) {
+      pass(client, endpoint, capture);
+      ::close(endpoint);
+    }
     ::close(client);
+  }
+}
+
+void Tee::pass(int client, int endpoint, Capture& capture) {
+  sendAtOnce(client);
+  sendAtOnce(endpoint);
+  Connection connection(capture);
+  std::array<pollfd, 2> sides{pollfd{client, POLLIN, 0}, pollfd{endpoint, POLLIN, 0}};
+  while ((sides[0].fd >= 0 || sides[1].fd >= 0) && ::poll(sides.data(), sides.size(), -1) > 0) {
+    for (const Side side : {Side::kClient, Side::kServer}) {
+      const bool up = side == Side::kClient;
+      pollfd& from = sides[up ? 0 : 1];
+      if (from.fd < 0 || from.revents == 0) {
+        continue;
+      }
+      const std::string piece = receivePiece(from.fd);
+      if (piece.empty()) {
+        ::shutdown(up ? endpoint : client, SHUT_WR);
+        from.fd = -1;
+        continue;
+      }
+      connection.send(side, piece);
+      (up ? asked_ : answered_) += piece;
+      sendAll(up ? endpoint : client, piece);
+    }
   }
 }
 

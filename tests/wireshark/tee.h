@@ -9,12 +9,12 @@
 
 namespace qov::test {
 
-/// Stands between one client and an endpoint of this machine and writes down what they say: each
-/// piece as it came is a frame of the capture.
+/// Stands between a client and an endpoint of this machine and writes down what they say on one
+/// connection after the other: each piece as it came is a frame of the capture.
 class Tee {
  public:
   Tee(std::uint16_t endpointPort, Capture& capture);
-  /// Waits until client and endpoint have closed the connection.
+  /// Waits until client and endpoint have closed the last connection.
   ~Tee() { finish(); }
   Tee(const Tee&) = delete;
   Tee& operator=(const Tee&) = delete;
@@ -28,6 +28,7 @@ class Tee {
 
  private:
   void serve(std::uint16_t endpointPort, Capture& capture);
+  void pass(int client, int endpoint, Capture& capture);
 
   const int listener_;
   const std::uint16_t port_;

@@ -180,11 +180,14 @@ end
 
 -- By ports, in lists: which side asks, how often it asked, and its last request with each serial.
 local connections = {}
+-- By the endpoint's port and the serial, in lists: the connections that wait for that answer.
+local waiting = {}
 -- By frame and by the message's place in the frame: what was found out when it came by first.
 local known_messages = {}
 
 function qov.init()
   connections = {}
+  waiting = {}
   known_messages = {}
 end
 
@@ -198,7 +201,7 @@ end
 local function new_connection(pinfo)
   local from = { address = pinfo.src, port = pinfo.src_port }
   local to = { address = pinfo.dst, port = pinfo.dst_port }
-  local connection = { asking = from, answering = to, requests = 0, latest = {} }
+  local connection = { asking = from, answering = to, requests = 0, messages = 0, latest = {} }
   -- Off the endpoints' ports the side that speaks first is the one that asks.
   if is_endpoint_port(from.port) and not is_endpoint_port(to.port) then
     connection.asking, connection.answering = to, from
@@ -206,22 +209,71 @@ local function new_connection(pinfo)
   return connection
 end
 
-local function connection_of(pinfo)
+-- The list for these ports, and the place of the connection in it: the end, if it is not there.
+local function find_connection(pinfo)
   local source, destination = pinfo.src_port, pinfo.dst_port
   local ports = math.min(source, destination) .. " " .. math.max(source, destination)
   connections[ports] = connections[ports] or {}
-  for _, connection in ipairs(connections[ports]) do
+  local list = connections[ports]
+  for place, connection in ipairs(list) do
     if is_from_to(pinfo, connection.asking, connection.answering) or
        is_from_to(pinfo, connection.answering, connection.asking) then
-      return connection
+      return list, place
     end
   end
-  local connection = new_connection(pinfo)
-  table.insert(connections[ports], connection)
-  return connection
+  return list, #list + 1
 end
 
-local function take_request(connection, serial, pinfo)
+-- Another connection than the one that had these addresses and ports before.
+local function begin_connection(pinfo)
+  local list, place = find_connection(pinfo)
+  list[place] = new_connection(pinfo)
+end
+
+local function connection_of(pinfo)
+  local list, place = find_connection(pinfo)
+  list[place] = list[place] or new_connection(pinfo)
+  return list[place]
+end
+
+-- An agent asks one thing at a time, so a connection waits for the answer to its last request only.
+local function stop_waiting(connection)
+  local list = connection.waits_in
+  for place = 1, list and #list or 0 do
+    if list[place] == connection then
+      table.remove(list, place)
+      break
+    end
+  end
+  connection.waits_in, connection.bytes = nil, nil
+end
+
+local function wait_for(connection, serial, bytes, frame)
+  stop_waiting(connection)
+  local key = connection.answering.port .. " " .. serial
+  waiting[key] = waiting[key] or {}
+  table.insert(waiting[key], connection)
+  connection.waits_in = waiting[key]
+  connection.bytes, connection.frame = bytes, frame
+end
+
+-- An agent that gets no answer connects anew and begins with the same request. Where that was sent
+-- last; `messages` tells later whether the other connection was given up indeed.
+local function find_given_up(connection, serial, bytes)
+  local list = waiting[connection.answering.port .. " " .. serial] or {}
+  for place = #list, 1, -1 do
+    local other = list[place]
+    if other.bytes == bytes and other.asking.address == connection.asking.address and
+       other.answering.address == connection.answering.address then
+      return { connection = other, messages = other.messages, frame = other.frame }
+    end
+  end
+  return nil
+end
+
+local function take_request(connection, serial, bytes, pinfo)
+  local given_up = connection.messages == 0 and find_given_up(connection, serial, bytes) or nil
+  wait_for(connection, serial, bytes, pinfo.number)
   local exchange = connection.latest[serial]
   if exchange and not exchange.response and
      connection.requests - exchange.number < HALF_OF_SERIALS then
@@ -230,12 +282,16 @@ local function take_request(connection, serial, pinfo)
   connection.requests = connection.requests + 1
   exchange = { number = connection.requests, request = pinfo.number, asked = pinfo.rel_ts }
   connection.latest[serial] = exchange
-  return { exchange = exchange }
+  return { exchange = exchange, given_up = given_up }
 end
 
-local function take_response(connection, serial, pinfo)
+-- With `is_usable` false an agent gives up at it: too long, or cut off.
+local function take_response(connection, serial, is_usable, pinfo)
   local exchange = connection.latest[serial]
   local message = { response = true, exchange = exchange }
+  if is_usable then
+    stop_waiting(connection)
+  end
   if exchange and exchange.response then
     message.repeats = exchange.response
   elseif exchange then
@@ -243,6 +299,16 @@ local function take_response(connection, serial, pinfo)
     exchange.took = pinfo.rel_ts - exchange.asked
   end
   return message
+end
+
+-- The frame with the message that this one repeats, or nil. What came over a connection later shows
+-- that it was not given up.
+local function repeated_by(message)
+  local given_up = message.given_up
+  if given_up and given_up.connection.messages == given_up.messages then
+    return given_up.frame
+  end
+  return message.repeats
 end
 
 -- The message's place in its frame, counted from 1. It cannot be told from the offset: a frame may
@@ -253,7 +319,8 @@ local function next_place(pinfo)
   return place
 end
 
-local function what_is_known(place, serial, pinfo)
+-- `bytes` is the whole message; `is_usable` is for a response, see take_response().
+local function what_is_known(place, serial, bytes, is_usable, pinfo)
   local of_frame = known_messages[pinfo.number]
   if of_frame == nil then
     of_frame = {}
@@ -261,9 +328,12 @@ local function what_is_known(place, serial, pinfo)
   end
   if of_frame[place] == nil then
     local connection = connection_of(pinfo)
-    local asks = is_from_to(pinfo, connection.asking, connection.answering)
-    local take = asks and take_request or take_response
-    of_frame[place] = take(connection, serial, pinfo)
+    if is_from_to(pinfo, connection.asking, connection.answering) then
+      of_frame[place] = take_request(connection, serial, bytes, pinfo)
+    else
+      of_frame[place] = take_response(connection, serial, is_usable, pinfo)
+    end
+    connection.messages = connection.messages + 1
   end
   return of_frame[place]
 end
@@ -294,8 +364,9 @@ local function add_exchange(tree, message, serial_item, tvb)
   elseif exchange.response then
     add_generated(tree, f.response_in, nothing, exchange.response)
   end
-  if message.repeats then
-    add_generated(tree, f.repeats, nothing, message.repeats)
+  local repeated = repeated_by(message)
+  if repeated then
+    add_generated(tree, f.repeats, nothing, repeated)
     serial_item:add_proto_expert_info(e.repeated)
   end
 end
@@ -611,8 +682,9 @@ local function summary(m, known, serial, ret)
   if m.status then
     parts[#parts + 1] = "status=" .. m.status
   end
-  if known.repeats then
-    parts[#parts + 1] = "[repeats frame " .. known.repeats .. "]"
+  local repeated = repeated_by(known)
+  if repeated then
+    parts[#parts + 1] = "[repeats frame " .. repeated .. "]"
   end
   if not m.whole then
     parts[#parts + 1] = "[not whole]"
@@ -632,7 +704,8 @@ local function show_message(stream, offset)
   local ret = tvb(offset + 8, 4):le_uint()
   local serial = tvb(offset + 22, 2):le_uint()
   local place = next_place(pinfo)
-  local known = what_is_known(place, serial, pinfo)
+  local known = what_is_known(place, serial, tvb:raw(offset, HEAD_SIZE + held),
+                              held == size and not complaint, pinfo)
   add_exchange(tree, known, serial_item, tvb)
 
   local m = { stream = stream, tvb = tvb, tree = tree, at = offset + HEAD_SIZE, size = size,
@@ -739,13 +812,31 @@ local function dissect(tvb, pinfo, root)
   end
   return offset
 end
-qov.dissector = dissect
+
+-- TCP asks for a dissector by port, or for one that recognises the bytes, when its conversation has
+-- none: at the begin of every connection, also of one with addresses and ports that another one had.
+-- tcp.stream would say the same, but it has no value where a frame is read without a tree.
+local function take_conversation(pinfo)
+  pinfo.conversation = qov
+  if not pinfo.visited then
+    begin_connection(pinfo)
+  end
+end
+
+function qov.dissector(tvb, pinfo, root)
+  -- The port, when it was by that that the dissector was found.
+  local matched = pinfo.match_uint
+  if matched == pinfo.src_port or matched == pinfo.dst_port then
+    take_conversation(pinfo)
+  end
+  return dissect(tvb, pinfo, root)
+end
 
 local function recognise(tvb, pinfo, root)
   if tvb:len() < #SIGNATURE or tvb:raw(0, #SIGNATURE) ~= SIGNATURE then
     return false
   end
-  pinfo.conversation = qov
+  take_conversation(pinfo)
   -- Not through qov.dissector, which may not ask for more bytes when it is called from here.
   dissect(tvb, pinfo, root)
   return true
