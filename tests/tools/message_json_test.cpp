@@ -141,6 +141,12 @@ TEST(CellJson, EscapesWhatWouldSteerATerminal) {
               HasSubstr("\"\\u001b\\u007f\\u0080\\u009f\xc2\xa0\""));
 }
 
+TEST(CellJson, EscapesWhatWouldTurnTheDirectionOfWriting) {
+  const std::string bytes = "\xd8\x9c\xe2\x80\x8f\xe2\x80\xae\xe2\x81\xa9\xe2\x80\xaf\0"s;
+  EXPECT_THAT(jsonText(toJson(cell(CTLVCell::TLV_STRING, bytes))),
+              HasSubstr("\"\\u061c\\u200f\\u202e\\u2069\xe2\x80\xaf\""));
+}
+
 TEST(CellJson, ShowsTheBytesOfATextThatIsNone) {
   for (const std::string& bytes : {"abc"s, "a\0b\0"s, "a\0b"s, "\xff\0"s, "\xc3\0"s, "\xc0\x80\0"s,
                                    "\xed\xa0\x80\0"s, "\xf4\x90\x80\x80\0"s, "\xe2\x82\0"s}) {
@@ -237,6 +243,12 @@ TEST(CellJson, MakesNumbersAsLongAsItIsTold) {
   EXPECT_EQ(madeOf("Bool", "0", 0), "");
 }
 
+TEST(CellJson, TakesTrueAndFalseForABool) {
+  EXPECT_EQ(made("Bool", "true"), "\x01");
+  EXPECT_EQ(made("Bool", "false"), "\0"s);
+  EXPECT_EQ(madeOf("Bool", "true", 2), "\x01\0"s);
+}
+
 TEST(CellJson, RefusesANumberThatWouldNotBeReadBack) {
   EXPECT_EQ(cellComplaint("{'tag':1,'type':'Uint','value':256,'length':1}"),
             "cells[3].value: 256 is not what is read from 1 bytes");
@@ -286,7 +298,8 @@ TEST(CellJson, RefusesValuesOfAnotherKindThanTheType) {
   EXPECT_EQ(refused("Uint", "'1'"), noInteger);
   EXPECT_EQ(refused("Uint", "1.0"), noInteger);
   EXPECT_EQ(refused("Uint", "18446744073709551616"), noInteger);
-  EXPECT_EQ(refused("Bool", "true"), noInteger);
+  EXPECT_EQ(refused("Bool", "'true'"), noInteger);
+  EXPECT_EQ(refused("Uint", "true"), noInteger);
   EXPECT_EQ(refused("Int", "null"), noInteger);
   EXPECT_THAT(refused("Uint", "-1"), HasSubstr("-1 is not within 0 to 18446744073709551615"));
   EXPECT_THAT(refused("Int", "9223372036854775808"), HasSubstr("is not within"));
@@ -447,7 +460,7 @@ TEST(MessageJson, SaysWhereItRefusesWhat) {
   EXPECT_EQ(v3Complaint("{'records':[],'head':{'len':1}}"),
             "messages[0].head.len: 1, but the records have 0 bytes");
   EXPECT_EQ(v3Complaint("{'records':[{'cmd':1,'cells':[]},{'cmd':1,'cells':[{'tag':1,"
-                        "'type':'Bool','value':true}]}]}"),
+                        "'type':'Uint','value':true}]}]}"),
             "messages[0].records[1].cells[0].value: not an integer of up to 64 bits");
 }
 

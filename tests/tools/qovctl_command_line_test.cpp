@@ -168,7 +168,10 @@ TEST_F(QovctlCommandLine, RefusesRecordsThatAreNone) {
   refusedCell("1:Uint:-1", "value: -1 is not within");
   refusedCell("1:Octet:0", "value: not pairs");
   refusedCell("1:Array:{}", "value: not an array");
-  refused({"--command", "1", "--cell", "1:String:" + std::string(65531, 'a')}, "aaa...\": ");
+  refused({"--command", "1", "--cell", "1:String:" + std::string(65531, 'a')},
+          "aaa...\": record is too long, length is 65536");
+  refusedCell("1:Bool:yes", "not JSON");
+  refusedCell("1:Uint:true", "value: not an integer");
 }
 
 TEST_F(QovctlCommandLine, TakesValuesAtTheirLimits) {

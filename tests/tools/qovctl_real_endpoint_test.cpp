@@ -38,12 +38,12 @@ TEST_F(QovctlWithEndpoint, WalksTablesOfAFile) {
   const QovctlRun walked = ask({"walk", "--table", "7"});
   EXPECT_EQ(walked.status, 0) << walked.err;
   EXPECT_EQ(walked.out,
-            "key  tag 1  tag 2\n"
-            "2    first  -77\n"
-            "300  last\n");
+            "key       tag 1     tag 2\n"
+            "2         first     -77\n"
+            "300       last\n");
   EXPECT_EQ(ask({"walk", "--table", "7", "--after", "2"}).out,
-            "key  tag 1\n"
-            "300  last\n");
+            "key       tag 1\n"
+            "300       last\n");
   const QovctlRun nothing = ask({"walk", "--table", "8"});
   EXPECT_EQ(nothing.status, 0);
   EXPECT_EQ(nothing.out, "");
@@ -64,7 +64,7 @@ TEST_F(QovctlWithEndpoint, StoresRecordsThatAreThereAfterwards) {
                  "store/0x1000", "--cell", "1:String:b"})
                 .status,
             0);
-  EXPECT_EQ(ask({"walk", "--table", "0x1000"}).out, "key  tag 1\n1    a\n2    b\n");
+  EXPECT_EQ(ask({"walk", "--table", "0x1000"}).out, "key       tag 1\n1         a\n2         b\n");
 }
 
 TEST_F(QovctlWithEndpoint, SendsWhatItPrints) {

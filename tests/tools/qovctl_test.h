@@ -39,6 +39,10 @@ class QovctlTest : public ::testing::Test {
     return waitUntil([&] { return errors().find(text) != std::string::npos; });
   }
 
+  bool waitForOutput(const std::string& text) const {
+    return waitUntil([&] { return readFile(outputFile_).find(text) != std::string::npos; });
+  }
+
   /// For the next start: standard output is that file, or closed.
   void writesTo(const std::string& file) { outputFile_ = file; }
   void hasNoOutput() { outputFile_.clear(); }

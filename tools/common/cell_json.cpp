@@ -173,20 +173,26 @@ CTLVCell cellOfJson(const Description& cell) {
   return cellOfBytes(cell, {text.c_str(), text.size() + 1});
 }
 
+CTLVCell cellOfUnsigned(const Description& cell) {
+  return cellOfNumber(
+      cell, unsignedAt(cell.value, cell.place, std::numeric_limits<std::uint64_t>::max()));
+}
+
 CTLVCell cellOfValue(const Description& cell) {
   constexpr auto kInt64 = std::numeric_limits<std::int64_t>();
-  constexpr auto kUint64 = std::numeric_limits<std::uint64_t>();
   switch (cell.type) {
     case CTLVCell::TLV_STRING:
       return cellOfText(cell);
     case CTLVCell::TLV_INT:
       return cellOfNumber(cell, static_cast<std::uint64_t>(
                                     signedAt(cell.value, cell.place, kInt64.min(), kInt64.max())));
-    case CTLVCell::TLV_UINT:
     case CTLVCell::TLV_BOOL:
+      return cell.value.isBool() ? cellOfNumber(cell, cell.value.asBool() ? 1 : 0)
+                                 : cellOfUnsigned(cell);
+    case CTLVCell::TLV_UINT:
     case CTLVCell::TLV_ENUM:
     case CTLVCell::TLV_TIME:
-      return cellOfNumber(cell, unsignedAt(cell.value, cell.place, kUint64.max()));
+      return cellOfUnsigned(cell);
     case CTLVCell::TLV_ARRAY:
     case CTLVCell::TLV_JSON:
       return cellOfJson(cell);
@@ -203,7 +209,7 @@ CTLVCell cellOfDescription(const Description& cell) {
   try {
     return cellOfValue(cell);
   } catch (const CQOV_Exception& e) {
-    refuse(cell, e.what());
+    refuse(cell, reasonOf(e));
   }
 }
 
@@ -216,6 +222,11 @@ Json::Value toJson(const CTLVCell& cell) {
   json["length"] = jsonNumber(cell.length());
   json["value"] = shownValue(cell);
   return json;
+}
+
+std::string reasonOf(const CQOV_Exception& refusal) {
+  constexpr std::string_view kName = "CQOV_Exception: ";
+  return std::string(std::string_view(refusal.what()).substr(kName.size()));
 }
 
 CTLVCell::ETLVType typeFromName(const std::string& name, const std::string& place) {

@@ -2,6 +2,7 @@
 #define QOV_TOOLS_COMMON_CELL_JSON_H
 
 #include <json/value.h>
+#include <qovpub/qov_exception.h>
 #include <qovpub/qov_msg_cell.h>
 
 #include <string>
@@ -15,6 +16,8 @@ namespace qov::tools {
 //   Uint, Bool, Enum, Time    the number, as the library reads the value's bytes
 //   Int                       the same, signed
 //   Array, Json               the value that the text stands for
+//
+// What is read may have true and false for the Bool values 1 and 0.
 //
 // Bytes that are not that are shown as {"octets":"<hexadecimal digits>"}: text that is not UTF-8,
 // has no NUL or more behind its first one, or is not JSON of its type. A value that is an object
@@ -32,6 +35,9 @@ Json::Value toJson(const CTLVCell& cell);
 /// bytes only the first 8 are shown, the others become zeros, and JSON may be written otherwise
 /// than it was.
 CTLVCell cellFromJson(const Json::Value& json, const std::string& place);
+
+/// What the message model refuses, without the name of the exception.
+std::string reasonOf(const CQOV_Exception& refusal);
 
 /// The type of that name; throws BadJson for another text.
 CTLVCell::ETLVType typeFromName(const std::string& name, const std::string& place);

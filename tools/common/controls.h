@@ -7,11 +7,18 @@
 
 namespace qov::tools {
 
-// Texts from outside may hold control characters, with which they could steer a terminal: C0, DEL
-// and, as UTF-8 has them in two bytes, C1.
+// Texts from outside may hold control characters. With C0, DEL and C1 they could steer a terminal;
+// with those that set the direction of writing (U+061C, U+200E, U+200F, U+202A to U+202E, U+2066 to
+// U+2069) a reader would see another text than there is.
 
-/// Bytes of the control character at `at`, or 0 when there is none.
-std::size_t controlLength(std::string_view text, std::size_t at);
+/// A control character as it stands in UTF-8.
+struct Control {
+  std::size_t length;  ///< in bytes; 0 for none
+  unsigned int code;
+};
+
+/// The control character at `at`.
+Control controlAt(std::string_view text, std::size_t at);
 
 /// The text with each byte of its control characters as "\x1b" is; if it is not UTF-8, each byte
 /// beyond ASCII as well.

@@ -4,6 +4,7 @@
 #include <json/writer.h>
 
 #include <algorithm>
+#include <array>
 #include <memory>
 #include <utility>
 
@@ -34,13 +35,14 @@ std::string firstComplaint(const std::string& complaints) {
 std::string withEscapedControls(const std::string& json) {
   std::string escaped;
   for (std::size_t at = 0; at < json.size(); ++at) {
-    const std::size_t control = json[at] == '\n' ? 0 : controlLength(json, at);
-    if (control == 0) {
+    const Control control = json[at] == '\n' ? Control{0, 0} : controlAt(json, at);
+    if (control.length == 0) {
       escaped += json[at];
     } else {
-      // Its code is that of its last byte.
-      at += control - 1;
-      escaped += "\\u00" + hexText({&json[at], 1});
+      const std::array<char, 2> code{static_cast<char>(control.code >> 8),
+                                     static_cast<char>(control.code & 0xFFU)};
+      escaped += "\\u" + hexText({code.data(), code.size()});
+      at += control.length - 1;
     }
   }
   return escaped;

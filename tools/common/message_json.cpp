@@ -181,7 +181,7 @@ std::unique_ptr<CTLVRecordV3> recordFromJson(const Json::Value& json, const std:
     try {
       record->add(cellFromJson(cells[i], cellPlace));
     } catch (const CQOV_Exception& e) {
-      throw BadJson(cellPlace, e.what());
+      throw BadJson(cellPlace, reasonOf(e));
     }
   }
   const auto length = object.numberOr<std::uint64_t>("length", record->length());

@@ -47,7 +47,9 @@ constexpr const char* kGetText = R"(For example:
   qovctl get counts)";
 
 constexpr const char* kWalkText = R"(
-The rows are printed when the walk is at its end, or has failed. It stops after 10000 rows; --after
+Each row is printed as it comes. A column is as wide as its widest value so far (8 to 60
+characters); the line of names comes again with a row that has one more column. --json has a message
+for each row, --dump each reply as the logs would have it. A walk stops after 10000 rows; --after
 goes on behind the last key.)";
 
 constexpr const char* kSendText = R"(
@@ -57,8 +59,8 @@ and --cell, which adds to it:
   qovctl send --command store/0x1000 --cell 1:String:hello --cell 2:Uint:5
 COMMAND is a number, or get-next, get, store or counts, a slash and a table. TYPE is Invalid, Octet
 (VALUE in hexadecimal digits), String, Uint, Int, Bool, Enum, Time (numbers, 16 or 0x10), Array or
-Json (JSON text). The link gives the message a serial number of its own. The reply is printed
-whatever its RET.)";
+Json (JSON text); a Bool may be true or false. The link gives the message a serial number of its
+own. The reply is printed whatever its RET.)";
 
 std::string checkEndpoint(const std::string& text) {
   return hostPortOf(text) ? "" : "not host:port, with a port of 1 to 65535";

@@ -1,13 +1,12 @@
 #include "tools/qovctl/endpoint_commands.h"
 
-#include <sstream>
-
 #include "tools/common/endpoint_protocol.h"
 #include "tools/common/message_json.h"
 #include "tools/qovctl/json_document.h"
 #include "tools/qovctl/rows_text.h"
 #include "tools/qovctl/streams.h"
 #include "tools/qovctl/tables.h"
+#include "tools/qovctl/walk_output.h"
 
 namespace qov::ctl {
 namespace {
@@ -36,12 +35,6 @@ void printJson(const CT7QPackageV3& message) {
   document.end();
 }
 
-void printDump(const CT7QPackageV3& message) {
-  std::ostringstream out;
-  message.dump(out);
-  print(out.str());
-}
-
 /// Prints the message, or its rows as `text` gives them.
 template <class RowsText>
 void printMessage(const CT7QPackageV3& message, Format format, const RowsText& text) {
@@ -50,7 +43,7 @@ void printMessage(const CT7QPackageV3& message, Format format, const RowsText& t
       print(text());
       break;
     case Format::kDump:
-      printDump(message);
+      print(dumpOf(message));
       break;
     case Format::kJson:
       printJson(message);
@@ -72,7 +65,7 @@ void getOne(const EndpointOptions& options, CT7QPackageV3& request, const Naming
 void send(const EndpointOptions& options, CT7QPackageV3& request) {
   Sending sending(options.target);
   const auto printReply = [&] {
-    options.format == Format::kJson ? printJson(request) : printDump(request);
+    options.format == Format::kJson ? printJson(request) : print(dumpOf(request));
   };
   try {
     sending.link().exchange(request);
@@ -83,16 +76,6 @@ void send(const EndpointOptions& options, CT7QPackageV3& request) {
     throw;
   }
   printReply();
-}
-
-/// A copy of the records that are rows: the one that ends a walk has no cells.
-void keepRows(const CT7QPackageV3& walked, CT7QPackageV3& rows) {
-  rows.head() = walked.head();
-  for (unsigned long i = 0; i < walked.count(); ++i) {
-    if (walked[i].count() > 0) {
-      rows.append(new CTLVRecordV3(walked[i]));
-    }
-  }
 }
 
 }  // namespace
@@ -111,26 +94,20 @@ void getCounts(const EndpointOptions& options) {
 }
 
 void walk(const EndpointOptions& options, std::uint32_t table, std::optional<std::uint64_t> after) {
-  CT7QPackageV3 walked;
-  CTLVRecordV3& record = walked.addRecord(endpoint::command(endpoint::kGetNext, table));
+  CT7QPackageV3 request;
+  CTLVRecordV3& record = request.addRecord(endpoint::command(endpoint::kGetNext, table));
   if (after) {
     record.addUnsigned(endpoint::kCursorTag, *after);
   }
   Sending sending(options.target);
-  const auto printRows = [&] {
-    CT7QPackageV3 rows;
-    keepRows(walked, rows);
-    printMessage(rows, options.format, [&] { return rowTable(rows, columnsOf(table)); });
-  };
+  WalkOutput output(options.format, table);
   try {
-    sending.link().walk(walked);
+    sending.link().walk(request, [&](const CT7QPackageV3& reply) { output.add(reply); });
   } catch (const Failure&) {
-    if (walked.count() > 0) {
-      printRows();
-    }
+    output.endEarly();
     throw;
   }
-  printRows();
+  output.end();
 }
 
 void sendFile(const EndpointOptions& options, const std::string& file) {

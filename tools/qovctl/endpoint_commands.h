@@ -28,7 +28,7 @@ struct EndpointOptions {
 void getRow(const EndpointOptions& options, std::uint32_t table, std::uint64_t key);
 /// What the endpoint has counted.
 void getCounts(const EndpointOptions& options);
-/// All rows of the table, or those behind `after`.
+/// All rows of the table, or those behind `after`, each as it comes.
 void walk(const EndpointOptions& options, std::uint32_t table, std::optional<std::uint64_t> after);
 /// Sends the message in `file`, JSON, and prints the reply, whatever its RET: as JSON, or as logs
 /// have it.

@@ -58,7 +58,25 @@ std::string badReply(std::string_view bytes) {
   return "bad reply: " + textOf(findRefusal(bytes, Kind::kV3), 0);
 }
 
+/// The number in the cell with that tag of the reply's one record; nothing without it.
+std::optional<std::uint64_t> cellNumber(const CT7QPackageV3& reply, unsigned short tag) {
+  const CTLVCell* const cell = reply.count() == 1 ? reply[0].find(tag) : nullptr;
+  if (cell == nullptr || cell->type() < CTLVCell::TLV_UINT) {
+    return std::nullopt;
+  }
+  return cell->number();
+}
+
 }  // namespace
+
+bool isRow(const CT7QPackageV3& reply) {
+  if (reply.count() != 1) {
+    return false;
+  }
+  const CTLVCell* const status = reply[0].find(endpoint::kStatusTag);
+  return status == nullptr ||
+         cellNumber(reply, endpoint::kStatusTag).value_or(endpoint::kEnd) != endpoint::kEnd;
+}
 
 std::optional<HostPort> hostPortOf(const std::string& text) {
   const std::size_t colon = text.rfind(':');
@@ -113,10 +131,19 @@ unsigned int EndpointLink::receiveMsg(CT7QPackageV3* package) {
   received_ = true;
   converted_ = convert(reinterpret_cast<unsigned char*>(buffer_.data()), replyLength_, package);
   records_ = package->count();
-  const CTLVCell* const status =
-      records_ > 0 ? std::as_const(*package)[0].find(endpoint::kStatusTag) : nullptr;
-  status_ = status != nullptr ? std::optional(status->number()) : std::nullopt;
+  if (take_ && converted_ == 0) {
+    noteWalked(*package);
+    take_(*package);
+  }
   return converted_;
+}
+
+void EndpointLink::noteWalked(const CT7QPackageV3& reply) {
+  status_ = cellNumber(reply, endpoint::kStatusTag);
+  if (isRow(reply)) {
+    ++rows_;
+    key_ = cellNumber(reply, endpoint::kCursorTag);
+  }
 }
 
 void EndpointLink::exchange(CT7QPackageV3& package) {
@@ -130,16 +157,18 @@ void EndpointLink::exchangeForRecord(CT7QPackageV3& package) {
   }
 }
 
-void EndpointLink::walk(CT7QPackageV3& package) {
+void EndpointLink::walk(CT7QPackageV3& request, Taker take) {
+  take_ = std::move(take);
   try {
-    check(sendGetNextMsgV3(&package));
-  } catch (const CQOV_Exception& e) {
-    throw Failure(kBadData, std::string("bad reply: ") + e.what());
+    check(sendGetNextMsgV3(&request));
+  } catch (const CQOV_Exception&) {
+    throw Failure(kBadData, "bad reply: its status (tag " + std::to_string(endpoint::kStatusTag) +
+                                ") is no number");
   }
-  checkEndOfWalk(package);
+  checkEndOfWalk();
 }
 
-void EndpointLink::checkEndOfWalk(const CT7QPackageV3& rows) const {
+void EndpointLink::checkEndOfWalk() const {
   if (status_ == endpoint::kEnd) {
     return;
   }
@@ -147,8 +176,10 @@ void EndpointLink::checkEndOfWalk(const CT7QPackageV3& rows) const {
     throw Failure(kEndpointError,
                   "the endpoint ended the walk with status " + std::to_string(*status_));
   }
-  throw Failure(kIncomplete, "the walk stopped after " + std::to_string(rows.count() - 1) +
-                                 " rows, before the end of the table");
+  throw Failure(kIncomplete, "the walk stopped after " + std::to_string(rows_) +
+                                 " rows, before the end of the table; " +
+                                 (key_ ? "--after " + std::to_string(*key_) + " goes on"
+                                       : "the last row has no key to go on behind"));
 }
 
 void EndpointLink::check(unsigned int result) const {
@@ -179,8 +210,8 @@ void EndpointLink::throwNoReply() const {
                                 ", a reply has at most " + std::to_string(kMaxMessage - kHeadSize));
   }
   if (timedOut_) {
-    throw Failure(kTimedOut,
-                  "no reply from " + target_.endpoint + " within " + secondsText(target_.timeout));
+    throw Failure(kTimedOut, "no reply from " + target_.endpoint + " within " +
+                                 secondsText(target_.timeout) + "; --timeout gives it longer");
   }
   throw Failure(kNoConnection,
                 "the connection to " + target_.endpoint + " was lost before the reply was there");

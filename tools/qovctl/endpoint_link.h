@@ -3,6 +3,7 @@
 
 #include <qovpub/qov_long_socket.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,6 +25,9 @@ struct HostPort {
 };
 std::optional<HostPort> hostPortOf(const std::string& text);
 
+/// Whether a reply to a walk is a row of the table and not the walk's end.
+bool isRow(const CT7QPackageV3& reply);
+
 /// The library's link, which also knows why an exchange came to nothing.
 ///
 /// Thread: one at a time.
@@ -39,9 +43,10 @@ class EndpointLink : public CQOVLongSocket {
   /// The same of a request whose reply has one record.
   void exchangeForRecord(CT7QPackageV3& package);
 
-  /// Walks a table. `package` becomes its rows, those read so far when it throws, and the record
-  /// without cells that the library puts behind those of a walk that was not cut short.
-  void walk(CT7QPackageV3& package);
+  /// Walks a table. `take` gets each reply as it comes, the one that ends the walk too; what it
+  /// throws ends the walk.
+  using Taker = std::function<void(const CT7QPackageV3& reply)>;
+  void walk(CT7QPackageV3& request, Taker take);
 
   /// Whether a request was sent once more.
   bool hasResent() const { return resent_; }
@@ -55,7 +60,8 @@ class EndpointLink : public CQOVLongSocket {
   [[noreturn]] void throwNoReply() const;
   [[noreturn]] void throwBadReply() const;
   [[noreturn]] void throwNotOneRecord() const;
-  void checkEndOfWalk(const CT7QPackageV3& rows) const;
+  void noteWalked(const CT7QPackageV3& reply);
+  void checkEndOfWalk() const;
 
   const Target target_;
   const ACE_Time_Value timeout_;
@@ -71,7 +77,12 @@ class EndpointLink : public CQOVLongSocket {
   // What the last reply was found to be, and how many records it has.
   unsigned int converted_ = 0;
   unsigned long records_ = 0;
-  std::optional<std::uint64_t> status_;
+
+  // Of a walk.
+  Taker take_;
+  unsigned long rows_ = 0;
+  std::optional<std::uint64_t> status_;  ///< of the last reply
+  std::optional<std::uint64_t> key_;     ///< of the last row
 
   bool resent_ = false;
 };

@@ -26,6 +26,13 @@ constexpr std::size_t headSize(const CQOV_OM_MsgPackage&) {
   return sizeof(QOVMsgHead) + sizeof(TLVMsgHeadV3);
 }
 
+template <class Package>
+std::string textOf(const Package& package) {
+  std::ostringstream out;
+  package.dump(out);
+  return out.str();
+}
+
 }  // namespace
 
 const char* nameOf(Kind kind) {
@@ -89,10 +96,12 @@ std::optional<std::size_t> Message::decode(std::string_view bytes) {
       package_);
 }
 
+std::string dumpOf(const CT7QPackageV3& message) {
+  return textOf(message);
+}
+
 std::string Message::dump() const {
-  std::ostringstream out;
-  std::visit([&](const auto& package) { package->dump(out); }, package_);
-  return out.str();
+  return std::visit([](const auto& package) { return textOf(*package); }, package_);
 }
 
 Json::Value Message::json() const {

@@ -25,6 +25,9 @@ std::optional<Kind> kindOf(std::string_view name);
 /// tell none.
 std::optional<Kind> kindOfBytes(std::string_view bytes);
 
+/// The text form of a V3 message, as in the logs.
+std::string dumpOf(const CT7QPackageV3& message);
+
 /// One message of any kind.
 ///
 /// Thread: a value for one thread.

@@ -86,7 +86,7 @@ void requestFromParts(const std::vector<RequestPart>& parts, CT7QPackageV3& requ
     } catch (const BadJson& e) {
       throw Failure(kUsage, place + e.what());
     } catch (const CQOV_Exception& e) {
-      throw Failure(kUsage, place + e.what());
+      throw Failure(kUsage, place + tools::reasonOf(e));
     }
   }
 }

@@ -1,9 +1,8 @@
 #include "tools/qovctl/rows_text.h"
 
 #include <algorithm>
-#include <map>
 #include <string_view>
-#include <vector>
+#include <utility>
 
 #include "tools/common/controls.h"
 #include "tools/common/endpoint_protocol.h"
@@ -11,8 +10,6 @@
 
 namespace qov::ctl {
 namespace {
-
-using Line = std::vector<std::string>;
 
 std::string printable(std::string_view text) {
   return tools::isUtf8(text) ? tools::withoutControls(text) : "0x" + tools::hexText(text);
@@ -24,55 +21,32 @@ std::size_t width(const std::string& text) {
       std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
+constexpr std::size_t kNarrowestColumn = 8;
 /// A longer value pushes on what follows it in its own line, not in all others.
 constexpr std::size_t kWidestColumn = 60;
 
-/// The blanks between a value and the next one.
-std::string gap(const std::string& value, std::size_t column) {
-  const std::size_t taken = width(value);
-  return std::string(2 + (taken < column ? column - taken : 0), ' ');
+/// The width of a column that has been `column` wide, with this value.
+std::size_t widened(std::size_t column, const std::string& value) {
+  return std::clamp(width(value), column, kWidestColumn);
 }
 
-/// The lines with each column as wide as its widest value, if that is not too wide; nothing behind
-/// the last one.
-std::string aligned(const std::vector<Line>& lines) {
-  std::vector<std::size_t> widths;
-  for (const Line& line : lines) {
-    widths.resize(std::max(widths.size(), line.size()));
-    for (std::size_t i = 0; i < line.size(); ++i) {
-      widths[i] = std::clamp(width(line[i]), widths[i], kWidestColumn);
-    }
-  }
-  std::string text;
-  for (const Line& line : lines) {
-    std::string out;
-    for (std::size_t i = 0; i < line.size(); ++i) {
-      out += line[i] + gap(line[i], widths[i]);
-    }
-    out.erase(out.find_last_not_of(' ') + 1);
-    text += out + "\n";
-  }
-  return text;
+/// The value and the blanks between it and the next one.
+std::string padded(const std::string& value, std::size_t column) {
+  const std::size_t taken = width(value);
+  return value + std::string(2 + (taken < column ? column - taken : 0), ' ');
+}
+
+std::string withoutLastBlanks(std::string line) {
+  line.erase(line.find_last_not_of(' ') + 1);
+  return line + "\n";
 }
 
 std::string nameOfCell(unsigned short tag, const Naming& naming) {
   return tag == endpoint::kCursorTag ? "key" : naming(tag);
 }
 
-/// The columns' tags in order, each with its place in a line: the key, then what else there is.
-std::map<unsigned short, std::size_t> columnsOf(const CT7QPackageV3& rows) {
-  std::map<unsigned short, std::size_t> columns;
-  for (unsigned long i = 0; i < rows.count(); ++i) {
-    for (const CTLVCell& cell : rows[i]) {
-      columns[cell.tag()] = 0;
-    }
-  }
-  columns.erase(endpoint::kStatusTag);
-  std::size_t next = columns.count(endpoint::kCursorTag);
-  for (auto& [tag, place] : columns) {
-    place = tag == endpoint::kCursorTag ? 0 : next++;
-  }
-  return columns;
+unsigned int placeOf(unsigned short tag) {
+  return tag == endpoint::kCursorTag ? 0 : tag + 1U;
 }
 
 }  // namespace
@@ -94,34 +68,58 @@ std::string valueText(const CTLVCell& cell) {
 }
 
 std::string rowLines(const CTLVRecordV3& row, const Naming& naming) {
-  std::vector<Line> lines;
+  std::vector<std::pair<std::string, std::string>> shown;
+  std::size_t names = 0;
   for (const CTLVCell& cell : row) {
     if (cell.tag() != endpoint::kStatusTag) {
-      lines.push_back({nameOfCell(cell.tag(), naming), valueText(cell)});
+      shown.emplace_back(nameOfCell(cell.tag(), naming), valueText(cell));
+      names = widened(names, shown.back().first);
     }
   }
-  return aligned(lines);
+  std::string lines;
+  for (const auto& [name, value] : shown) {
+    lines += withoutLastBlanks(padded(name, names) + value);
+  }
+  return lines;
 }
 
-std::string rowTable(const CT7QPackageV3& rows, const Naming& naming) {
-  if (rows.count() == 0) {
-    return {};
+RowTable::RowTable(const std::vector<unsigned short>& tags, Naming naming)
+    : naming_(std::move(naming)) {
+  for (const unsigned short tag : tags) {
+    addColumn(tag);
   }
-  const auto columns = columnsOf(rows);
-  std::vector<Line> lines(rows.count() + 1, Line(columns.size()));
-  for (const auto& [tag, place] : columns) {
-    lines[0][place] = nameOfCell(tag, naming);
-  }
-  for (unsigned long i = 0; i < rows.count(); ++i) {
-    for (const CTLVCell& cell : rows[i]) {
-      const auto column = columns.find(cell.tag());
-      if (column != columns.end()) {
-        std::string& value = lines[i + 1][column->second];
-        value += (value.empty() ? "" : ", ") + valueText(cell);
-      }
+}
+
+/// True if there was none.
+bool RowTable::addColumn(unsigned short tag) {
+  widths_.emplace(placeOf(tag), kNarrowestColumn);
+  return names_.emplace(placeOf(tag), nameOfCell(tag, naming_)).second;
+}
+
+std::string RowTable::lines(const CTLVRecordV3& row) {
+  Values values;
+  bool namesChange = !std::exchange(named_, true);
+  for (const CTLVCell& cell : row) {
+    if (cell.tag() != endpoint::kStatusTag) {
+      namesChange = addColumn(cell.tag()) || namesChange;
+      std::string& value = values[placeOf(cell.tag())];
+      value += (value.empty() ? "" : ", ") + valueText(cell);
     }
   }
-  return aligned(lines);
+  // The row first: it may widen columns.
+  const std::string rowLine = line(values);
+  return namesChange ? line(names_) + line(values) : rowLine;
+}
+
+std::string RowTable::line(const Values& values) {
+  std::string text;
+  for (auto& [place, column] : widths_) {
+    const auto found = values.find(place);
+    const std::string value = found != values.end() ? found->second : std::string();
+    column = widened(column, value);
+    text += padded(value, column);
+  }
+  return withoutLastBlanks(text);
 }
 
 }  // namespace qov::ctl

@@ -3,8 +3,11 @@
 
 #include <qovpub/qov_message_package.h>
 
+#include <cstddef>
 #include <functional>
+#include <map>
 #include <string>
+#include <vector>
 
 namespace qov::ctl {
 
@@ -18,9 +21,36 @@ std::string valueText(const CTLVCell& cell);
 /// A line of name and value for each cell but the status.
 std::string rowLines(const CTLVRecordV3& row, const Naming& naming);
 
-/// A line of column names, the key first, and one of values for each record; the values of cells
-/// with one tag behind one another. No line for no record.
-std::string rowTable(const CT7QPackageV3& rows, const Naming& naming);
+/// Rows of a table as lines, of which each is made before the next row is known.
+///
+/// There is a column for each tag, the key's in front, then by number; the status has none. A column
+/// is as wide as its widest value so far, at least 8 and at most 60 characters: a line is aligned
+/// with those before it unless it has a wider value.
+///
+/// Thread: a value for one thread.
+/// Owns:   the columns.
+/// Errors: std::bad_alloc.
+class RowTable {
+ public:
+  /// Begins with the columns of these tags.
+  RowTable(const std::vector<unsigned short>& tags, Naming naming);
+
+  /// The row's line: the values of cells with one tag behind one another. In front of it the line of
+  /// column names if this is the first row, or has a tag without a column so far.
+  std::string lines(const CTLVRecordV3& row);
+
+ private:
+  /// By the column's place: 0 for the key, behind it the tags.
+  using Values = std::map<unsigned int, std::string>;
+
+  bool addColumn(unsigned short tag);
+  std::string line(const Values& values);
+
+  const Naming naming_;
+  Values names_;
+  std::map<unsigned int, std::size_t> widths_;
+  bool named_ = false;
+};
 
 }  // namespace qov::ctl
 

@@ -74,6 +74,16 @@ std::optional<std::uint32_t> valueIn(const Named (&names)[size], std::string_vie
   return std::nullopt;
 }
 
+/// With the key's.
+template <std::size_t size>
+std::vector<unsigned short> tagsIn(const Named (&columns)[size]) {
+  std::vector<unsigned short> tags{endpoint::kCursorTag};
+  for (const Named& column : columns) {
+    tags.push_back(static_cast<unsigned short>(column.value));
+  }
+  return tags;
+}
+
 std::string tagText(const char* name, unsigned short tag) {
   return name != nullptr ? name : "tag " + std::to_string(tag);
 }
@@ -123,6 +133,19 @@ std::string columnName(std::uint32_t table, unsigned short tag) {
       return tagText(nameIn(kProcessColumns, tag), tag);
     default:
       return tagText(nullptr, tag);
+  }
+}
+
+std::vector<unsigned short> namedColumns(std::uint32_t table) {
+  switch (table) {
+    case endpoint::kInterfaces:
+      return tagsIn(kInterfaceColumns);
+    case endpoint::kMounts:
+      return tagsIn(kMountColumns);
+    case endpoint::kProcesses:
+      return tagsIn(kProcessColumns);
+    default:
+      return {};
   }
 }
 

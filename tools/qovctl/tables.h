@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qov::ctl {
 
@@ -23,7 +24,11 @@ std::optional<std::uint64_t> commandOfText(std::string_view text);
 /// name.
 std::string columnName(std::uint32_t table, unsigned short tag);
 
-/// The same for its counts.
+/// The tags of the cells that have a name in the rows of `table`, and the key's; none of a table
+/// without names.
+std::vector<unsigned short> namedColumns(std::uint32_t table);
+
+/// The same as columnName() for its counts.
 std::string countName(unsigned short tag);
 
 /// "RET 3 (no such row)".
