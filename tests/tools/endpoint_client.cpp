@@ -25,6 +25,14 @@ bool readable(int socket, int milliseconds) {
   return ::poll(&entry, 1, milliseconds) == 1;
 }
 
+sockaddr_in6 ipv6Loopback(std::uint16_t port) {
+  sockaddr_in6 address = {};
+  address.sin6_family = AF_INET6;
+  address.sin6_port = htons(port);
+  address.sin6_addr = in6addr_loopback;
+  return address;
+}
+
 }  // namespace
 
 std::string le(std::uint64_t value, int bytes) {
@@ -74,6 +82,25 @@ EndpointClient::EndpointClient(std::uint16_t port, int room)
   if (::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     close();
   }
+}
+
+bool hasIpv6Loopback() {
+  const int socket = ::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const sockaddr_in6 address = ipv6Loopback(0);
+  const bool bound = socket >= 0 && ::bind(socket, reinterpret_cast<const sockaddr*>(&address),
+                                           sizeof address) == 0;
+  ::close(socket);
+  return bound;
+}
+
+EndpointClient EndpointClient::byIpv6(std::uint16_t port) {
+  EndpointClient client;
+  client.socket_ = ::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const sockaddr_in6 address = ipv6Loopback(port);
+  if (::connect(client.socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    client.close();
+  }
+  return client;
 }
 
 EndpointClient::EndpointClient(EndpointClient&& other) noexcept

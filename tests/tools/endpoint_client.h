@@ -27,11 +27,16 @@ inline constexpr std::uint64_t kGetOf = 2ULL << 32;
 inline constexpr std::uint64_t kStoreTo = 3ULL << 32;
 inline constexpr std::uint64_t kCountsOf = 4ULL << 32;
 
+/// Whether this machine has the address ::1.
+bool hasIpv6Loopback();
+
 /// A connection to an endpoint on this machine.
 class EndpointClient {
  public:
   /// `room` is about how many bytes the kernel receives in advance; 0 leaves that to it.
   explicit EndpointClient(std::uint16_t port, int room = 0);
+  /// One by IPv6.
+  static EndpointClient byIpv6(std::uint16_t port);
   ~EndpointClient() { close(); }
   EndpointClient(EndpointClient&& other) noexcept;
   EndpointClient& operator=(EndpointClient&&) = delete;
@@ -56,6 +61,8 @@ class EndpointClient {
   void close();
 
  private:
+  EndpointClient() = default;
+
   int socket_ = -1;
 };
 

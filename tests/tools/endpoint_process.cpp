@@ -5,7 +5,7 @@
 namespace qov::test {
 namespace {
 
-const std::string kListening = "listening on 127.0.0.1:";
+const std::string kListening = "listening on ";
 
 }  // namespace
 
@@ -40,12 +40,13 @@ bool EndpointProcess::hasEnded() const {
 /// From the first line, which has to be exactly as documented.
 bool EndpointProcess::readPort() {
   const std::string line = output().substr(0, output().find('\n'));
-  if (line.compare(0, kListening.size(), kListening) != 0) {
+  const std::string begin = kListening + host_ + ":";
+  if (line.compare(0, begin.size(), begin) != 0) {
     return false;
   }
-  const unsigned long port = std::stoul(line.substr(kListening.size()));
+  const unsigned long port = std::stoul(line.substr(begin.size()));
   port_ = static_cast<std::uint16_t>(port);
-  return port != 0 && line == kListening + std::to_string(port);
+  return port != 0 && line == begin + std::to_string(port);
 }
 
 Ending EndpointProcess::run(const std::vector<std::string>& arguments) {

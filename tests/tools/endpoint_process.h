@@ -29,6 +29,8 @@ class EndpointProcess {
 
   /// For the next start.
   void usePort(std::uint16_t port) { port_ = port; }
+  /// What the next start has to say where it listens; "127.0.0.1" without it.
+  void expectHost(const std::string& host) { host_ = host; }
   /// How many files the next ones may have open; it cannot have more.
   void limitFiles(unsigned files) { files_ = files; }
   std::uint16_t port() const { return port_; }
@@ -63,6 +65,7 @@ class EndpointProcess {
   const TemporaryDirectory directory_;
   pid_t pid_ = -1;
   std::uint16_t port_ = 0;
+  std::string host_ = "127.0.0.1";
   unsigned files_ = 0;  ///< 0 for as many as this process may have
 };
 

@@ -17,7 +17,10 @@ class EndpointRun : public EndpointTest {
   Ending run(const std::vector<std::string>& arguments) { return endpoint.run(arguments); }
   void expectUsage(const std::vector<std::string>& arguments, const std::string& why) {
     EXPECT_EQ(run(arguments).exitStatus, 2) << arguments[0];
-    EXPECT_THAT(endpoint.errors(), HasSubstr(why));
+    const std::string errors = endpoint.errors();
+    EXPECT_THAT(errors, testing::StartsWith("qov-endpoint: "));
+    EXPECT_THAT(errors, HasSubstr(why));
+    EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 1) << errors;
     EXPECT_EQ(endpoint.output(), "");
   }
 };
@@ -40,7 +43,11 @@ TEST_F(EndpointRun, RefusesWhatItDoesNotKnow) {
   expectUsage({"--port"}, "--port");
   expectUsage({"--port", "65536"}, "--port");
   expectUsage({"--port", "x"}, "--port");
-  expectUsage({"--address", "localhost"}, "not an IPv4 address: localhost");
+  expectUsage({"--address", "localhost"}, "not an IPv4 or IPv6 address: localhost");
+  expectUsage({"--address", "[127.0.0.1]"}, "not an IPv4 or IPv6 address: [127.0.0.1]");
+  expectUsage({"--address", "[::1"}, "not an IPv4 or IPv6 address: [::1");
+  expectUsage({"--address", "a\nb"}, "a\\x0ab (--help says more)");
+  expectUsage({"--fault", "x"}, "no action is named");
   expectUsage({"--quiet", "--verbose"}, "excludes");
   for (const char* option : {"--tables", "--counts", "--scenario"}) {
     expectUsage({"--port", "0", option, ""}, std::string(option) + ": no file is named");
@@ -56,6 +63,29 @@ TEST_F(EndpointRun, ListensOnTheAddressItIsGiven) {
   EXPECT_EQ(client().exchange(request(1)), answer(1));
 }
 
+TEST_F(EndpointRun, ListensOnAnIpv6Address) {
+  if (!hasIpv6Loopback()) {
+    GTEST_SKIP() << "this machine has no address ::1";
+  }
+  for (const std::string address : {"::1", "[::1]", "0:0::1"}) {
+    endpoint.usePort(0);
+    endpoint.expectHost("[::1]");
+    starts({"--address", address});
+    EXPECT_EQ(EndpointClient::byIpv6(endpoint.port()).exchange(request(1)), answer(1)) << address;
+    EXPECT_FALSE(EndpointClient(endpoint.port()).connected()) << "127.0.0.1 is another address";
+  }
+}
+
+TEST_F(EndpointRun, ListensOnAllAddressesOfBothKinds) {
+  if (!hasIpv6Loopback()) {
+    GTEST_SKIP() << "this machine has no address ::1";
+  }
+  endpoint.expectHost("[::]");
+  starts({"--address", "::"});
+  EXPECT_EQ(EndpointClient::byIpv6(endpoint.port()).exchange(request(1)), answer(1));
+  EXPECT_EQ(client().exchange(request(1)), answer(1));
+}
+
 TEST_F(EndpointRun, ServesWhereItMayHaveFewFilesOpen) {
   endpoint.limitFiles(100);
   starts();
@@ -64,7 +94,7 @@ TEST_F(EndpointRun, ServesWhereItMayHaveFewFilesOpen) {
 
 TEST_F(EndpointRun, FailsOnAnAddressOfAnotherMachine) {
   EXPECT_EQ(run({"--address", "192.0.2.1", "--port", "0"}).exitStatus, 1);
-  EXPECT_THAT(endpoint.errors(), HasSubstr("cannot bind"));
+  EXPECT_THAT(endpoint.errors(), HasSubstr("qov-endpoint: cannot bind to 192.0.2.1:"));
 }
 
 /// Has a port of this machine until it goes.
@@ -102,7 +132,8 @@ TEST_F(EndpointRun, FailsOnAPortThatStaysInUse) {
   const PortHolder holder;
   const std::string port = std::to_string(holder.port());
   EXPECT_EQ(run({"--port", port, "--wait", "0"}).exitStatus, 1);
-  EXPECT_THAT(endpoint.errors(), HasSubstr("cannot bind to port " + port + ": Address already"));
+  EXPECT_THAT(endpoint.errors(),
+              HasSubstr("cannot bind to 127.0.0.1:" + port + ": Address already"));
 }
 
 TEST_F(EndpointRun, WaitsForAPortThatIsInUse) {

@@ -30,12 +30,16 @@ void set(int socket, int level, int option, int value) {
 
 /// A socket bound to `address`, or -1.
 int boundTo(const ACE_INET_Addr& address) {
-  const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  const int socket = ::socket(address.get_type(), SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   if (socket < 0) {
     return -1;
   }
   // What the kernel still remembers of connections to this port must not matter.
   set(socket, SOL_SOCKET, SO_REUSEADDR, 1);
+  if (address.get_type() == AF_INET6) {
+    // On :: clients of both kinds are served, whatever the system's default is.
+    set(socket, IPPROTO_IPV6, IPV6_V6ONLY, 0);
+  }
   const auto* name = static_cast<const sockaddr*>(address.get_addr());
   if (::bind(socket, name, static_cast<socklen_t>(address.get_addr_size())) != 0) {
     const int error = errno;
@@ -60,15 +64,21 @@ int boundWithin(std::chrono::seconds wait, const ACE_INET_Addr& address, const L
   return socket;
 }
 
-/// The port that a socket bound to port 0 has got.
+/// The port that a socket bound to port 0 has got. It stands at the same place for IPv4 and IPv6.
 unsigned short portOf(int socket) {
-  sockaddr_in name = {};
+  sockaddr_in6 name = {};
   socklen_t size = sizeof name;
   ::getsockname(socket, reinterpret_cast<sockaddr*>(&name), &size);
-  return ntohs(name.sin_port);
+  return ntohs(name.sin6_port);
 }
 
 }  // namespace
+
+std::string textOf(const ACE_INET_Addr& address) {
+  const std::string host = address.get_host_addr();
+  const bool brackets = address.get_type() == AF_INET6;
+  return (brackets ? "[" + host + "]" : host) + ":" + std::to_string(address.get_port_number());
+}
 
 Listener::Listener(const Address& address, const Log& log, ACE_Reactor& reactor, Accepted accepted)
     : ACE_Event_Handler(&reactor), address_(address.at), accepted_(std::move(accepted)) {
@@ -95,7 +105,7 @@ void Listener::bind(std::chrono::seconds wait, const Log& log) {
   }
   if (socket_ < 0) {
     errno = error;
-    throw failure("cannot bind to port " + std::to_string(address_.get_port_number()));
+    throw failure("cannot bind to " + textOf(address_));
   }
 }
 

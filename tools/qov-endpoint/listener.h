@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <functional>
+#include <string>
 
 #include "tools/qov-endpoint/log.h"
 
@@ -16,6 +17,9 @@ struct Address {
   ACE_INET_Addr at;           ///< port 0 takes a free one
   std::chrono::seconds wait;  ///< for a port that is in use: a client may have it for the moment
 };
+
+/// ADDRESS:PORT, or [ADDRESS]:PORT of IPv6.
+std::string textOf(const ACE_INET_Addr& address);
 
 /// The port that clients connect to. It is bound once and stays this process's own to the end, also
 /// while connections are refused: nobody else can take it in between.

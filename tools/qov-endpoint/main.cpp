@@ -4,6 +4,7 @@
 #include <exception>
 #include <iostream>
 
+#include "tools/qov-endpoint/complaint.h"
 #include "tools/qov-endpoint/live_tables.h"
 #include "tools/qov-endpoint/options.h"
 #include "tools/qov-endpoint/server.h"
@@ -51,8 +52,7 @@ int serve(const Options& options, Tables& tables, Scenario& scenario) {
                                            ? std::make_unique<CountsFile>()
                                            : std::make_unique<CountsFile>(options.counts);
   Server server(options.address, tables, scenario, *counts, log);
-  std::cout << "listening on " << server.address().get_host_addr() << ':'
-            << server.address().get_port_number() << std::endl;
+  std::cout << "listening on " << textOf(server.address()) << std::endl;
   server.run(options.grace);
   return kStopped;
 }
@@ -63,7 +63,7 @@ int runTelling(int statusOfFailure, Body body) {
   try {
     return body();
   } catch (const std::exception& failure) {
-    std::cerr << "qov-endpoint: " << failure.what() << '\n';
+    complain(failure.what());
     return statusOfFailure;
   }
 }

@@ -4,6 +4,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/qov-endpoint/complaint.h"
+
 namespace qov::endpoint {
 namespace {
 
@@ -39,9 +41,21 @@ constexpr const char* kFooter =
     "\n"
     "docs/endpoint.md says it all at length.\n";
 
+/// An IPv6 address may stand in brackets, as it does where a port is behind it.
+std::string withoutBrackets(const std::string& text) {
+  const bool brackets = text.size() > 2 && text.front() == '[' && text.back() == ']';
+  return brackets ? text.substr(1, text.size() - 2) : text;
+}
+
+bool isAddress(int family, const std::string& text) {
+  in6_addr parsed;
+  return ::inet_pton(family, text.c_str(), &parsed) == 1;
+}
+
 std::string checkAddress(const std::string& text) {
-  in_addr parsed;
-  return ::inet_pton(AF_INET, text.c_str(), &parsed) == 1 ? "" : "not an IPv4 address: " + text;
+  return isAddress(AF_INET, text) || isAddress(AF_INET6, withoutBrackets(text))
+             ? ""
+             : "not an IPv4 or IPv6 address: " + text;
 }
 
 /// An empty one is most likely a variable of a script that is not set.
@@ -64,7 +78,7 @@ std::optional<Options> readOptions(int argc, char** argv, int& exitStatus) {
   unsigned short grace = 5;
   CLI::App app(kDescription, "qov-endpoint");
   app.footer(kFooter);
-  app.add_option("--address", address, "IPv4 address to listen on")
+  app.add_option("--address", address, "IPv4 or IPv6 address to listen on")
       ->capture_default_str()
       ->check(checkAddress);
   app.add_option("--port", port, "Port to listen on; 0 takes a free one")
@@ -91,10 +105,15 @@ std::optional<Options> readOptions(int argc, char** argv, int& exitStatus) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& end) {
-    exitStatus = app.exit(end) == 0 ? kStopped : kUsage;
+    if (end.get_exit_code() == 0) {
+      exitStatus = app.exit(end);
+    } else {
+      complain(std::string(end.what()) + " (--help says more)");
+      exitStatus = kUsage;
+    }
     return std::nullopt;
   }
-  options.address.at.set(port, address.c_str());
+  options.address.at.set(port, withoutBrackets(address).c_str());
   options.address.wait = std::chrono::seconds(wait);
   options.grace = std::chrono::seconds(grace);
   if (quiet->count() != 0) {
