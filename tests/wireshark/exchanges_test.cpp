@@ -259,6 +259,24 @@ TEST_F(WiresharkExchanges, TakeItForTheSameBehindAnAnswerThatIsCutOffOrTooLong) 
   EXPECT_EQ(repeats(4), second);
 }
 
+TEST_F(WiresharkExchanges, TakeItForTheSameWhenTheFirstIsAnsweredTooLateOnly) {
+  const auto askTwice = [&](int milliseconds, std::uint16_t port) {
+    Connection slow(capture_, port);
+    slow.ask(message(7, ""));
+    const unsigned int first = capture_.frames();
+    capture_.pass(milliseconds);
+    Connection(capture_, port).ask(message(7, ""));
+    slow.answer(message(7, ""));
+    return first;
+  };
+  const unsigned int first = askTwice(30000, 4444);
+  askTwice(29900, 4445);
+  dissect();
+  ASSERT_EQ(shown_.size(), 6U);
+  EXPECT_EQ(repeats(1), first);
+  EXPECT_EQ(repeats(4), 0U);
+}
+
 TEST_F(WiresharkExchanges, TakeItForAnotherWhoeverElseAsksTheSame) {
   const std::string request = message(7, record(1));
   Connection answered(capture_);

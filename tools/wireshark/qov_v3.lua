@@ -21,6 +21,7 @@ local CURSOR_TAG = 4093
 -- Serials run through 15 bits: a serial that comes again after more requests than half of them is
 -- a new request, not one that is sent again.
 local HALF_OF_SERIALS = 16384
+local PATIENCE = 30 -- seconds that an agent waits for an answer
 
 local EMPTY_TAG = 4094
 local INVALID, OCTET, STRING, UINT, INT = 0, 1, 2, 3, 4
@@ -201,7 +202,7 @@ end
 local function new_connection(pinfo)
   local from = { address = pinfo.src, port = pinfo.src_port }
   local to = { address = pinfo.dst, port = pinfo.dst_port }
-  local connection = { asking = from, answering = to, requests = 0, messages = 0, latest = {} }
+  local connection = { asking = from, answering = to, requests = 0, asked = 0, latest = {} }
   -- Off the endpoints' ports the side that speaks first is the one that asks.
   if is_endpoint_port(from.port) and not is_endpoint_port(to.port) then
     connection.asking, connection.answering = to, from
@@ -248,32 +249,35 @@ local function stop_waiting(connection)
   connection.waits_in, connection.bytes = nil, nil
 end
 
-local function wait_for(connection, serial, bytes, frame)
+local function wait_for(connection, serial, bytes, pinfo)
   stop_waiting(connection)
   local key = connection.answering.port .. " " .. serial
   waiting[key] = waiting[key] or {}
   table.insert(waiting[key], connection)
   connection.waits_in = waiting[key]
-  connection.bytes, connection.frame = bytes, frame
+  connection.bytes, connection.frame, connection.since = bytes, pinfo.number, pinfo.rel_ts
+  connection.asked = connection.asked + 1
 end
 
 -- An agent that gets no answer connects anew and begins with the same request. Where that was sent
--- last; `messages` tells later whether the other connection was given up indeed.
-local function find_given_up(connection, serial, bytes)
+-- last; whether the other connection was given up indeed may show later, see repeated_by().
+local function find_given_up(connection, serial, bytes, now)
   local list = waiting[connection.answering.port .. " " .. serial] or {}
   for place = #list, 1, -1 do
     local other = list[place]
     if other.bytes == bytes and other.asking.address == connection.asking.address and
        other.answering.address == connection.answering.address then
-      return { connection = other, messages = other.messages, frame = other.frame }
+      return { connection = other, asked = other.asked, frame = other.frame,
+               too_late = now - other.since >= PATIENCE }
     end
   end
   return nil
 end
 
 local function take_request(connection, serial, bytes, pinfo)
-  local given_up = connection.messages == 0 and find_given_up(connection, serial, bytes) or nil
-  wait_for(connection, serial, bytes, pinfo.number)
+  local given_up = connection.asked == 0 and
+                   find_given_up(connection, serial, bytes, pinfo.rel_ts) or nil
+  wait_for(connection, serial, bytes, pinfo)
   local exchange = connection.latest[serial]
   if exchange and not exchange.response and
      connection.requests - exchange.number < HALF_OF_SERIALS then
@@ -301,12 +305,17 @@ local function take_response(connection, serial, is_usable, pinfo)
   return message
 end
 
--- The frame with the message that this one repeats, or nil. What came over a connection later shows
--- that it was not given up.
+-- A connection over which more is asked was not given up. Nor was one that is still answered, unless
+-- the answer came too late.
+local function is_given_up(given_up)
+  local connection = given_up.connection
+  return connection.asked == given_up.asked and (connection.waits_in or given_up.too_late)
+end
+
+-- The frame with the message that this one repeats, or nil.
 local function repeated_by(message)
-  local given_up = message.given_up
-  if given_up and given_up.connection.messages == given_up.messages then
-    return given_up.frame
+  if message.given_up and is_given_up(message.given_up) then
+    return message.given_up.frame
   end
   return message.repeats
 end
@@ -319,8 +328,8 @@ local function next_place(pinfo)
   return place
 end
 
--- `bytes` is the whole message; `is_usable` is for a response, see take_response().
-local function what_is_known(place, serial, bytes, is_usable, pinfo)
+-- `range` is the whole message; `is_usable` is for a response, see take_response().
+local function what_is_known(place, serial, range, is_usable, pinfo)
   local of_frame = known_messages[pinfo.number]
   if of_frame == nil then
     of_frame = {}
@@ -329,11 +338,10 @@ local function what_is_known(place, serial, bytes, is_usable, pinfo)
   if of_frame[place] == nil then
     local connection = connection_of(pinfo)
     if is_from_to(pinfo, connection.asking, connection.answering) then
-      of_frame[place] = take_request(connection, serial, bytes, pinfo)
+      of_frame[place] = take_request(connection, serial, range:raw(), pinfo)
     else
       of_frame[place] = take_response(connection, serial, is_usable, pinfo)
     end
-    connection.messages = connection.messages + 1
   end
   return of_frame[place]
 end
@@ -704,7 +712,7 @@ local function show_message(stream, offset)
   local ret = tvb(offset + 8, 4):le_uint()
   local serial = tvb(offset + 22, 2):le_uint()
   local place = next_place(pinfo)
-  local known = what_is_known(place, serial, tvb:raw(offset, HEAD_SIZE + held),
+  local known = what_is_known(place, serial, tvb(offset, HEAD_SIZE + held),
                               held == size and not complaint, pinfo)
   add_exchange(tree, known, serial_item, tvb)
 
