@@ -23,9 +23,9 @@ std::string rowLines(const CTLVRecordV3& row, const Naming& naming);
 
 /// Rows of a table as lines, of which each is made before the next row is known.
 ///
-/// There is a column for each tag, the key's in front, then by number; the status has none. A column
-/// is as wide as its widest value so far, at least 8 and at most 60 characters: a line is aligned
-/// with those before it unless it has a wider value.
+/// There is a column for each tag, the key's in front, then by number; the status has none. A
+/// column is as wide as its widest value so far, at least 8 and at most 60 characters: a line is
+/// aligned with those before it unless it has a wider value.
 ///
 /// Thread: a value for one thread.
 /// Owns:   the columns.
@@ -35,8 +35,8 @@ class RowTable {
   /// Begins with the columns of these tags.
   RowTable(const std::vector<unsigned short>& tags, Naming naming);
 
-  /// The row's line: the values of cells with one tag behind one another. In front of it the line of
-  /// column names if this is the first row, or has a tag without a column so far.
+  /// The row's line: the values of cells with one tag behind one another. In front of it the line
+  /// of column names if this is the first row, or has a tag without a column so far.
   std::string lines(const CTLVRecordV3& row);
 
  private:
