@@ -192,7 +192,7 @@ TEST_F(QovctlCommandLine, TakesValuesAtTheirLimits) {
 TEST_F(QovctlCommandLine, EndsWithThreeWhenAHostHasNoAddress) {
   const QovctlRun failed = run({"get", "counts", "--endpoint", "no..host:1"});
   EXPECT_EQ(failed.status, 3);
-  EXPECT_EQ(failed.err, "qovctl: no address is known for \"no..host\"\n");
+  EXPECT_EQ(failed.err, "qovctl: no connection to no..host:1: no such host\n");
 }
 
 TEST_F(QovctlCommandLine, EndsWithOneWhenHelpCannotBeWritten) {

@@ -365,8 +365,38 @@ TEST_F(QovctlEndpoint, EndsWithThreeWhenNobodyListens) {
     const QovctlRun failed = run(arguments);
     EXPECT_EQ(failed.status, 3);
     EXPECT_EQ(failed.out, "");
-    EXPECT_EQ(failed.err, "qovctl: no connection to " + endpoint + "\n");
+    EXPECT_EQ(failed.err, "qovctl: no connection to " + endpoint + ": Connection refused\n");
   }
+}
+
+TEST_F(QovctlEndpoint, TriesAllAddressesOfAHost) {
+  plays({[](PeerConnection& link) { link.answer(recordBytes(kCounts)); }});
+  knowsTwo();
+  // Nobody listens at the first one.
+  const QovctlRun got =
+      run({"get", "counts", "--endpoint", "two.test:" + std::to_string(peer().port())});
+  EXPECT_EQ(got.status, 0) << got.err;
+  EXPECT_EQ(peer().connections(), 1);
+}
+
+TEST_F(QovctlEndpoint, SaysOfEachAddressOfAHostWhyThereIsNoConnection) {
+  const ClosedPort nobody;
+  const std::string port = std::to_string(nobody.port());
+  knowsTwo();
+  const QovctlRun failed = run({"get", "counts", "--endpoint", "two.test:" + port});
+  EXPECT_EQ(failed.status, 3);
+  // A machine without IPv6 refuses ::1 with another reason.
+  EXPECT_THAT(failed.err,
+              StartsWith("qovctl: no connection to two.test:" + port + ": [::1]:" + port + ": "));
+  EXPECT_THAT(failed.err, EndsWith("; 127.0.0.1:" + port + ": Connection refused\n"));
+}
+
+TEST_F(QovctlEndpoint, EndsWithThreeWhenNobodyAnswersAConnectionInTime) {
+  const QuietPort quiet;
+  const std::string endpoint = "127.0.0.1:" + std::to_string(quiet.port());
+  const QovctlRun failed = run({"get", "counts", "--timeout", "0.1", "--endpoint", endpoint});
+  EXPECT_EQ(failed.status, 3);
+  EXPECT_EQ(failed.err, "qovctl: no connection to " + endpoint + ": Connection timed out\n");
 }
 
 TEST_F(QovctlEndpoint, EndsWithThreeWhenTheConnectionIsLostTwice) {
@@ -398,7 +428,7 @@ TEST_F(QovctlEndpoint, SaysNothingOfARequestThatCouldNotBeSentAgain) {
   plays({[](PeerConnection& link) { link.request(); }});
   const QovctlRun failed = ask({"get", "counts"});
   EXPECT_EQ(failed.status, 3);
-  EXPECT_EQ(failed.err, "qovctl: no connection to " + peer().address() + "\n");
+  EXPECT_EQ(failed.err, "qovctl: no connection to " + peer().address() + ": Connection refused\n");
   EXPECT_EQ(peer().requests().size(), 1U);
 }
 

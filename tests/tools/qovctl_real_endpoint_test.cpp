@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include "tests/tools/endpoint_client.h"
 #include "tests/tools/endpoint_process.h"
 #include "tests/tools/qovctl_test.h"
 #include "tools/common/json_object.h"
@@ -99,6 +100,17 @@ TEST_F(QovctlWithEndpoint, WalksThisMachine) {
               ContainsRegex("^key +point +device +type +flags\n[0-9]+ +/"));
   EXPECT_THAT(ask({"walk", "--table", "processes"}).out,
               HasSubstr("\n" + std::to_string(::getpid()) + " "));
+}
+
+TEST_F(QovctlWithEndpoint, AsksAnEndpointThatListensOnIpv6) {
+  if (!hasIpv6Loopback()) {
+    GTEST_SKIP() << "this machine has no address ::1";
+  }
+  endpoint_.expectHost("[::1]");
+  serves({"--address", "::1"});
+  const QovctlRun got =
+      run({"get", "counts", "--endpoint", "[::1]:" + std::to_string(endpoint_.port())});
+  EXPECT_EQ(got.status, 0) << got.err;
 }
 
 TEST_F(QovctlWithEndpoint, EndsWithThreeOnceTheEndpointIsGone) {

@@ -32,7 +32,7 @@ void QovctlTest::start(const std::vector<std::string>& arguments, const std::str
     before.writeTo(STDOUT_FILENO, outputFile_);
   }
   before.changeDirectory(working_.path());
-  pid_ = spawn(QOVCTL, arguments, before, environmentWithoutRoot().data());
+  pid_ = spawn(program_, arguments, before, environmentWithoutRoot().data());
 }
 
 QovctlRun QovctlTest::finish() {

@@ -43,6 +43,8 @@ class QovctlTest : public ::testing::Test {
     return waitUntil([&] { return readFile(outputFile_).find(text) != std::string::npos; });
   }
 
+  /// For the next starts: the name two.test has the addresses ::1 and 127.0.0.1, in this order.
+  void knowsTwo() { program_ = QOVCTL_KNOWING_TWO; }
   /// For the next start: standard output is that file, or closed.
   void writesTo(const std::string& file) { outputFile_ = file; }
   void hasNoOutput() { outputFile_.clear(); }
@@ -59,6 +61,7 @@ class QovctlTest : public ::testing::Test {
 
   const TemporaryDirectory files_;
   const TemporaryDirectory working_;
+  std::string program_ = QOVCTL;
   std::string outputFile_ = files_.file("stdout");
   pid_t pid_ = -1;
 };

@@ -29,7 +29,7 @@ ends by SIGPIPE, as others do.)";
 
 constexpr const char* kResending = R"(
 A request that no reply came to is sent once more, on a new connection, before the command gives
-up: a request may take twice the time-out, and the endpoint may have served it twice. A note on
+up: a request may take its time-outs twice, and the endpoint may have served it twice. A note on
 standard error says so.)";
 
 constexpr const char* kDecodeText = R"(
@@ -132,15 +132,17 @@ void CommandLine::addDecode() {
 CLI::App* CommandLine::addEndpointCommand(const std::string& name, const std::string& description) {
   CLI::App* const command = app_.add_subcommand(name, description);
   command
-      ->add_option("--endpoint", target_.endpoint,
-                   "Where the endpoint listens, as HOST:PORT or [HOST]:PORT")
+      ->add_option(
+          "--endpoint", target_.endpoint,
+          "Where the endpoint listens, as HOST:PORT or [HOST]:PORT; the host's addresses are "
+          "tried in turn")
       ->check(checkEndpoint)
       ->capture_default_str();
   command
       ->add_option(
           "--timeout", target_.timeout,
-          "Seconds (0.001 to 86400) for sending and for the reply, each; connecting may take "
-          "2 of them")
+          "Seconds (0.001 to 86400) for sending, for the head of the reply and for the rest of it, "
+          "each; connecting may take 2 of them")
       ->check(checkTimeout)
       ->capture_default_str();
   command->add_flag("--verbose", verbose_, "Show on standard error what the link logs");

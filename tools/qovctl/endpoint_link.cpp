@@ -21,18 +21,6 @@ namespace {
 
 constexpr std::size_t kHeadSize = sizeof(TLVMsgHeadV3);
 
-ACE_INET_Addr addressOf(const std::string& endpoint) {
-  const auto where = hostPortOf(endpoint);
-  if (!where) {
-    throw Failure(kUsage, "\"" + endpoint + "\" is not host:port");
-  }
-  ACE_INET_Addr address;
-  if (address.set(where->port, where->host.c_str()) != 0) {
-    throw Failure(kNoConnection, "no address is known for \"" + where->host + "\"");
-  }
-  return address;
-}
-
 ACE_Time_Value timeValueOf(double seconds) {
   const double whole = std::floor(seconds);
   return ACE_Time_Value(static_cast<time_t>(whole),
@@ -45,7 +33,7 @@ std::string secondsText(double seconds) {
   return text.str();
 }
 
-/// An endpoint that cannot be reached is tried three times, so each try is short, as an agent's.
+/// As an agent's.
 constexpr double kConnectSeconds = 2;
 
 template <class Word>
@@ -97,12 +85,15 @@ std::optional<HostPort> hostPortOf(const std::string& text) {
 }
 
 EndpointLink::EndpointLink(const Target& target)
-    : CQOVLongSocket(addressOf(target.endpoint),
-                     {timeValueOf(std::min(target.timeout, kConnectSeconds)),
-                      timeValueOf(target.timeout), timeValueOf(target.timeout)}),
+    : CQOVLongSocket(target.endpoint, {timeValueOf(std::min(target.timeout, kConnectSeconds)),
+                                       timeValueOf(target.timeout), timeValueOf(target.timeout)}),
       target_(target),
       timeout_(timeValueOf(target.timeout)),
-      buffer_(kMaxMessage) {}
+      buffer_(kMaxMessage) {
+  if (!whyNotConnected().empty()) {
+    throwNoConnection();
+  }
+}
 
 unsigned int EndpointLink::sendMsg_i(const unsigned char* data, unsigned int length) {
   // Every exchange has a serial number of its own.
@@ -191,12 +182,16 @@ void EndpointLink::check(unsigned int result) const {
     throw Failure(kBadData, "the request cannot be encoded");
   }
   if (!sent_) {
-    throw Failure(kNoConnection, "no connection to " + target_.endpoint);
+    throwNoConnection();
   }
   if (!received_) {
     throwNoReply();
   }
   throwBadReply();
+}
+
+void EndpointLink::throwNoConnection() const {
+  throw Failure(kNoConnection, "no connection to " + target_.endpoint + ": " + whyNotConnected());
 }
 
 void EndpointLink::throwNoReply() const {

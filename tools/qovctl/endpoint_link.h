@@ -14,8 +14,9 @@ namespace qov::ctl {
 
 /// Where the endpoint is and how long it may take.
 struct Target {
-  std::string endpoint = "127.0.0.1:19001";  ///< host:port
-  double timeout = 30;                       ///< seconds, for sending and the reply each
+  std::string endpoint = "127.0.0.1:19001";  ///< host:port or [host]:port
+  /// Seconds for sending, for the reply's head and for what is behind it, each.
+  double timeout = 30;
 };
 
 /// The host and the port in host:port or [host]:port; nothing when it is no such text.
@@ -35,6 +36,7 @@ bool isRow(const CT7QPackageV3& reply);
 /// Errors: Failure.
 class EndpointLink : public CQOVLongSocket {
  public:
+  /// Connects to the first address of the host that takes the connection, or throws why none does.
   explicit EndpointLink(const Target& target);
 
   /// One exchange: `package` becomes the reply, also when it throws because of the reply's RET.
@@ -57,6 +59,7 @@ class EndpointLink : public CQOVLongSocket {
  private:
   /// Throws what `result` of an exchange or a walk means, unless it is success.
   void check(unsigned int result) const;
+  [[noreturn]] void throwNoConnection() const;
   [[noreturn]] void throwNoReply() const;
   [[noreturn]] void throwBadReply() const;
   [[noreturn]] void throwNotOneRecord() const;
