@@ -256,6 +256,31 @@ QOV_CODEC_BENCH(roundTrip);
 QOV_CODEC_BENCH(allocatingRoundTrip);
 QOV_CODEC_BENCH(reusingRoundTrip);
 
+// --- look-ups
+
+/// Adds 4,096 cells, each after a look-up that does not find it.
+template <class Looked>
+std::uint64_t findOrAdd() {
+  CTLVRecordV3 record;
+  Looked& looked = record;
+  for (unsigned short tag = 0; tag <= MAX_TAG_VALUE; ++tag) {
+    if (looked.find(tag) == nullptr) {
+      record.addUnsigned(tag, tag);
+    }
+  }
+  return record.count();
+}
+
+/// Through a reference that could change cells to one that cannot; about 1 is right.
+void findOrAddThroughNonConst(benchmark::State& state) {
+  Ratio ratio(state, 10);
+  for (auto _ : state) {
+    ratio.ours([] { benchmark::DoNotOptimize(findOrAdd<CTLVRecordV3>()); });
+    ratio.theirs([] { benchmark::DoNotOptimize(findOrAdd<const CTLVRecordV3>()); });
+  }
+}
+BENCHMARK(findOrAddThroughNonConst)->UseManualTime();
+
 void runAll(const char* allocator) {
   std::printf("\nallocator: %s\n", allocator);
   std::fflush(stdout);

@@ -9,10 +9,11 @@
 /// and reports the time of one call of each and their ratio as counters.
 class Ratio {
  public:
-  explicit Ratio(benchmark::State& state) : state_(state) {}
+  /// `batch` calls are timed at once; fewer when one takes long.
+  explicit Ratio(benchmark::State& state, int batch = 1000) : state_(state), batch_(batch) {}
 
   ~Ratio() {
-    const double calls = static_cast<double>(batches_) * kBatch;
+    const double calls = static_cast<double>(batches_) * batch_;
     state_.counters["ours_ns"] = 1e9 * ours_ / calls;
     state_.counters["theirs_ns"] = 1e9 * theirs_ / calls;
     state_.counters["ratio"] = ours_ / theirs_;
@@ -36,8 +37,6 @@ class Ratio {
   }
 
  private:
-  static constexpr int kBatch = 1000;
-
   /// Of this thread's own time, which other programs on the machine do not add to.
   static double now() {
     timespec time{};
@@ -46,15 +45,16 @@ class Ratio {
   }
 
   template <class Call>
-  static double secondsOf(const Call& call) {
+  double secondsOf(const Call& call) const {
     const double start = now();
-    for (int i = 0; i < kBatch; ++i) {
+    for (int i = 0; i < batch_; ++i) {
       call();
     }
     return now() - start;
   }
 
   benchmark::State& state_;
+  const int batch_;
   double ours_ = 0;
   double theirs_ = 0;
   long batches_ = 0;

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "msg/package_checks.h"
 #include "msg/record_codec.h"
@@ -40,53 +41,87 @@ void logParseFailure(const char* function, int line, const Text& text) noexcept 
   errno = error;
 }
 
-/// Whether the bytes at `p`, enough for a header, can be one of that kind.
-bool isHead(const unsigned char* p, const QOVMsgHead*) {
+using Fault = qov::DecodeFault;
+
+/// What is wrong with the bytes at `p`, enough for a header, as one of that kind.
+Fault headFault(const unsigned char* p, const QOVMsgHead*) {
   const unsigned int type = p[offsetof(QOVMsgHead, type_)];
-  return qov::loadWord<std::uint32_t>(p + offsetof(QOVMsgHead, magic_)) == QOVMsgHead::kMagic &&
-         p[offsetof(QOVMsgHead, version_)] == QOVMsgHead::kVersion && type >= 1 && type <= 4;
+  if (qov::loadWord<std::uint32_t>(p + offsetof(QOVMsgHead, magic_)) != QOVMsgHead::kMagic) {
+    return {Fault::Kind::kMagic, offsetof(QOVMsgHead, magic_)};
+  }
+  if (p[offsetof(QOVMsgHead, version_)] != QOVMsgHead::kVersion) {
+    return {Fault::Kind::kVersion, offsetof(QOVMsgHead, version_)};
+  }
+  if (type < 1 || type > 4) {
+    return {Fault::Kind::kType, offsetof(QOVMsgHead, type_), type};
+  }
+  return {};
 }
-bool isHead(const unsigned char* p, const TLVMsgHeadV3*) {
-  return qov::loadWord<std::uint32_t>(p + offsetof(TLVMsgHeadV3, magic_)) == TLVMsgHeadV3::kMagic &&
-         qov::loadWord<std::uint32_t>(p + offsetof(TLVMsgHeadV3, version_)) ==
-             TLVMsgHeadV3::kVersion;
+Fault headFault(const unsigned char* p, const TLVMsgHeadV3*) {
+  if (qov::loadWord<std::uint32_t>(p + offsetof(TLVMsgHeadV3, magic_)) != TLVMsgHeadV3::kMagic) {
+    return {Fault::Kind::kMagic, offsetof(TLVMsgHeadV3, magic_)};
+  }
+  if (qov::loadWord<std::uint32_t>(p + offsetof(TLVMsgHeadV3, version_)) !=
+      TLVMsgHeadV3::kVersion) {
+    return {Fault::Kind::kVersion, offsetof(TLVMsgHeadV3, version_)};
+  }
+  return {};
 }
 
 void logInvalidHead() {
   ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) invalid MSG header!\n")));
 }
 
-/// Whether `size` bytes at `buf` start with a header like `kind`, whatever its LEN; logs why not.
+/// What is wrong with the header like `kind` that `size` bytes at `buf` start with, whatever its
+/// LEN; logs that, too.
 template <class Head>
-bool verifyHeadAlone(const unsigned char* buf, unsigned int size, const Head* kind) {
+Fault verifyHeadAlone(const unsigned char* buf, unsigned int size, const Head* kind) {
   if (buf == nullptr || size < sizeof(Head)) {
     ACE_ERROR((LM_ERROR,
                ACE_TEXT("%D %M (%t) at File=%s,Line=%d,Function=CTLVPackageV3::verifyMsgHead: pBuf "
                         "is null or uiBufSize equal zero!\n"),
                kFile, __LINE__));
     logInvalidHead();
-    return false;
+    return {Fault::Kind::kHeadShort, 0, buf == nullptr ? 0 : size};
   }
-  if (!isHead(buf, kind)) {
+  const Fault fault = headFault(buf, kind);
+  if (fault.kind != Fault::Kind::kNone) {
     logInvalidHead();
-    return false;
   }
-  return true;
+  return fault;
 }
 
 /// The same, and whether the message fits. `len` becomes the number of record bytes.
 template <class Head>
-bool verifyMsgHead(const unsigned char* buf, unsigned int size, const Head* kind,
-                   std::uint32_t& len) {
-  if (!verifyHeadAlone(buf, size, kind)) {
-    return false;
+Fault verifyMsgHead(const unsigned char* buf, unsigned int size, const Head* kind,
+                    std::uint32_t& len) {
+  const Fault fault = verifyHeadAlone(buf, size, kind);
+  if (fault.kind != Fault::Kind::kNone) {
+    return fault;
   }
   len = qov::loadWord<std::uint32_t>(buf + offsetof(Head, len_));
   if (std::uint64_t{len} + sizeof(Head) > size) {
     logInvalidHead();
-    return false;
+    return {Fault::Kind::kLength, offsetof(Head, len_), len};
   }
-  return true;
+  return {};
+}
+
+/// The fault of the record of which `remain` bytes may be read, its place counted from the record.
+Fault faultOf(const qov::RecordFault& fault, unsigned int remain) noexcept {
+  constexpr unsigned int kRecordLengthAt = 8;
+  switch (fault.kind) {
+    case Fault::Kind::kRecordShort:
+      return {fault.kind, 0, remain};
+    case Fault::Kind::kRecordLength:
+      return {fault.kind, kRecordLengthAt, fault.recordLength};
+    case Fault::Kind::kCellLength:
+      // It knows the place of the value, behind the length.
+      return {fault.kind, fault.pos - static_cast<unsigned int>(sizeof(std::uint16_t)),
+              fault.value};
+    default:
+      return {fault.kind, fault.pos, fault.value};
+  }
 }
 
 /// How many records these bytes hold if they are sound.
@@ -111,26 +146,24 @@ Text describe(const qov::RecordFault& fault, unsigned int remain) noexcept {
   Text text{};
   char* const to = text.data();
   switch (fault.kind) {
-    case Kind::kNone:
-      break;
-    case Kind::kNoHead:
+    case Kind::kRecordShort:
       std::snprintf(to, text.size(),
                     ": MIN_RECORD_SIZE(10) > uiRemainLen, buf size=%u, parsing pos=0", remain);
       break;
-    case Kind::kRecordTooLong:
+    case Kind::kRecordLength:
       std::snprintf(to, text.size(),
                     " : record length is too long, (usRecordLen +  MIN_RECORD_SIZE) > uiBufSize "
                     "->%u+10 < %u",
                     fault.recordLength, remain);
       break;
-    case Kind::kNoCellHead:
+    case Kind::kCellShort:
       std::snprintf(to, text.size(), " : (MIN_TLV_SIZE > uiBufSize - pos) ->4 < uiBufSize - %u",
                     fault.pos);
       break;
-    case Kind::kBadType:
+    case Kind::kCellType:
       std::snprintf(to, text.size(), " : data type unmated, received type is %u", fault.value);
       break;
-    case Kind::kCellTooLong:
+    case Kind::kCellLength:
       std::snprintf(to, text.size(),
                     " : data length is too long, ((sDataLen + pos) > usRecordLen + "
                     "MIN_RECORD_SIZE) ->%u+%u > %u+10",
@@ -138,6 +171,8 @@ Text describe(const qov::RecordFault& fault, unsigned int remain) noexcept {
       break;
     case Kind::kNoMemory:
       std::snprintf(to, text.size(), " : no memory for the record");
+      break;
+    default:
       break;
   }
   return text;
@@ -154,7 +189,37 @@ Text describe(const char* what, unsigned int size, unsigned int pos) noexcept {
 
 namespace qov {
 
-bool verifyInternalHead(const unsigned char* buf, unsigned int size) {
+const char* DecodeFault::text() const noexcept {
+  switch (kind) {
+    case Kind::kNone:
+      return "nothing is wrong";
+    case Kind::kHeadShort:
+      return "there are fewer bytes than the header has";
+    case Kind::kMagic:
+      return "the magic is another";
+    case Kind::kVersion:
+      return "the version is another";
+    case Kind::kType:
+      return "the type is none of 1 to 4";
+    case Kind::kLength:
+      return "the message is longer than the bytes given";
+    case Kind::kRecordShort:
+      return "there are fewer bytes than a record's head has";
+    case Kind::kRecordLength:
+      return "a record is longer than its message";
+    case Kind::kCellShort:
+      return "there are fewer bytes than a cell's head has";
+    case Kind::kCellType:
+      return "a cell's type is none of 0 to 9";
+    case Kind::kCellLength:
+      return "a cell is longer than its record";
+    case Kind::kNoMemory:
+      return "there is no memory for the records";
+  }
+  return "unknown";
+}
+
+DecodeFault verifyInternalHead(const unsigned char* buf, unsigned int size) {
   return verifyHeadAlone(buf, size, static_cast<const QOVMsgHead*>(nullptr));
 }
 
@@ -198,6 +263,17 @@ void CTLVPackageV3<MSG_S_HEAD>::copyRecords(const CTLVPackageV3& other) {
 }
 
 template <class MSG_S_HEAD>
+CTLVPackageV3<MSG_S_HEAD>::CTLVPackageV3(CTLVPackageV3&& other) noexcept
+    : head_(other.head_), records_(std::move(other.records_)) {}
+
+template <class MSG_S_HEAD>
+CTLVPackageV3<MSG_S_HEAD>& CTLVPackageV3<MSG_S_HEAD>::operator=(CTLVPackageV3&& other) noexcept {
+  head_ = other.head_;
+  records_ = std::move(other.records_);
+  return *this;
+}
+
+template <class MSG_S_HEAD>
 CTLVPackageV3<MSG_S_HEAD>::~CTLVPackageV3() = default;
 
 template <class MSG_S_HEAD>
@@ -220,13 +296,34 @@ void CTLVPackageV3<MSG_S_HEAD>::append(CTLVRecordV3* record) {
   if (record == nullptr) {
     return;
   }
-  if (record->owned_) {
-    throw CQOV_Exception("record belongs to a package already, cmd is " +
-                         std::to_string(record->cmd()));
-  }
+  checkFree(*record);
   if (!records_.add(record)) {
     throw std::bad_alloc();
   }
+}
+
+template <class MSG_S_HEAD>
+void CTLVPackageV3<MSG_S_HEAD>::checkFree(const CTLVRecordV3& record) {
+  if (record.owned_) {
+    throw CQOV_Exception("record belongs to a package already, cmd is " +
+                         std::to_string(record.cmd()));
+  }
+}
+
+template <class MSG_S_HEAD>
+void CTLVPackageV3<MSG_S_HEAD>::erase(unsigned long i) {
+  checkIndex(i);
+  records_.erase(i);
+}
+
+template <class MSG_S_HEAD>
+void CTLVPackageV3<MSG_S_HEAD>::replace(unsigned long i, CTLVRecordV3* record) {
+  if (record == nullptr) {
+    return;
+  }
+  checkIndex(i);
+  checkFree(*record);
+  records_.replace(i, record);
 }
 
 template <class MSG_S_HEAD>
@@ -246,7 +343,8 @@ void CTLVPackageV3<MSG_S_HEAD>::throwMissing(unsigned long i) {
 template <class MSG_S_HEAD>
 unsigned int CTLVPackageV3<MSG_S_HEAD>::decode(unsigned char* buf, unsigned int size) {
   std::uint32_t len = 0;
-  if (!verifyMsgHead(buf, size, &head_, len)) {
+  fault_ = verifyMsgHead(buf, size, &head_, len);
+  if (fault_.kind != Fault::Kind::kNone) {
     return kFailed;
   }
   if (!decodeRecords(buf, size, static_cast<unsigned int>(sizeof(MSG_S_HEAD)) + len)) {
@@ -265,18 +363,21 @@ bool CTLVPackageV3<MSG_S_HEAD>::decodeRecords(unsigned char* buf, unsigned int s
   unsigned int pos = sizeof(MSG_S_HEAD);
   if (!records_.reserve(countRecords(buf + pos, end - pos))) {
     qov::logNoMemory(end);
+    fault_ = {Fault::Kind::kNoMemory, pos};
     return false;
   }
   while (pos < end) {
     if (end - pos < MIN_RECORD_SIZE) {
       logParseFailure(function, __LINE__,
                       describe(": MIN_RECORD_SIZE(10) > uiRemainLen, ", size, pos));
+      fault_ = {Fault::Kind::kRecordShort, pos, end - pos};
       return false;
     }
     CTLVRecordV3* record = nullptr;
     const unsigned int taken = parseRecord(buf + pos, end - pos, &records_, record);
     if (record == nullptr) {
       logParseFailure(function, __LINE__, describe(" : it failed to parse record, ", size, pos));
+      fault_.pos += pos;
       return false;
     }
     pos += taken;
@@ -290,6 +391,7 @@ unsigned int CTLVPackageV3<MSG_S_HEAD>::parseRecord(const unsigned char* p, unsi
   const qov::RecordFault fault = qov::RecordCodec::parse(p, remain, store, rec);
   if (rec == nullptr) {
     logParseFailure(signature(&head_), __LINE__, describe(fault, remain));
+    fault_ = faultOf(fault, remain);
     return 0;
   }
   return fault.recordLength + MIN_RECORD_SIZE;
@@ -298,6 +400,7 @@ unsigned int CTLVPackageV3<MSG_S_HEAD>::parseRecord(const unsigned char* p, unsi
 template <class MSG_S_HEAD>
 unsigned int CTLVPackageV3<MSG_S_HEAD>::getRecord(unsigned char* p, unsigned int remain,
                                                   CTLVRecordV3*& rec) {
+  fault_ = {};
   return parseRecord(p, remain, nullptr, rec);
 }
 

@@ -28,11 +28,12 @@ CTLVCell& CTLVCell::operator=(const CTLVCell& other) {
 
 CTLVCell& CTLVCell::operator=(CTLVCell&& other) noexcept {
   if (this != &other) {
+    const std::uint32_t before = head_;
+    const std::uint32_t othersBefore = other.head_;
     freeValue();
-    std::memcpy(value_, other.value_, sizeof value_);
-    head_ = other.head_;
-    other.storeNumber(0);
-    other.setHead(other.typeTag(), 0);
+    take(other);
+    tellChange(before);
+    other.tellChange(othersBefore);
   }
   return *this;
 }
@@ -84,9 +85,11 @@ void CTLVCell::throwTooLong(unsigned long len) {
 
 void CTLVCell::replaceOrThrow(unsigned int typeTag, const void* data, unsigned long len, bool nul) {
   checkLength(len, nul);
+  const std::uint32_t before = head_;
   if (!replace(typeTag, data, static_cast<unsigned int>(len), nul)) {
     throw std::bad_alloc();
   }
+  tellChange(before);
 }
 
 void CTLVCell::checkNumerical() const {

@@ -2,11 +2,32 @@
 #include <qovpub/qov_utility.h>
 
 #include <ios>
+#include <locale>
 #include <ostream>
 #include <string>
 
+namespace {
+
+/// Lets numbers be written into a stream as logs have them, in decimal and without a locale's
+/// separators, as long as it lives. The stream gets its locale back; it stays decimal.
+class PlainNumbers {
+ public:
+  explicit PlainNumbers(std::ostream& out) : out_(out), before_(out.imbue(std::locale::classic())) {
+    out << std::dec;
+  }
+  ~PlainNumbers() { out_.imbue(before_); }
+  PlainNumbers(const PlainNumbers&) = delete;
+  PlainNumbers& operator=(const PlainNumbers&) = delete;
+
+ private:
+  std::ostream& out_;
+  const std::locale before_;
+};
+
+}  // namespace
+
 void QOVMsgHead::dump(std::ostringstream& out) const {
-  out << std::dec;
+  const PlainNumbers plain(out);
   out << "  VER=" << unsigned{version_} << std::endl;
   out << "  TYP=" << unsigned{type_} << std::endl;
   out << "  MST=" << unsigned{mst_} << std::endl;
@@ -23,7 +44,7 @@ void QOVMsgHead::dump(std::ostringstream& out) const {
 void TLVMsgHeadV3::dump(std::ostringstream& out) const {
   constexpr unsigned int kShownDigits = 10;
   const std::string digest = QOV_Utility::DigestSHA256(std::to_string(ssk_));
-  out << std::dec;
+  const PlainNumbers plain(out);
   out << "RET=" << ret_ << std::endl;
   out << "SSK=" << QOV_Utility::GetLastNCharacter(digest, kShownDigits) << std::endl;
   out << "NID=" << nid_ << std::endl;
@@ -33,7 +54,7 @@ void TLVMsgHeadV3::dump(std::ostringstream& out) const {
 }
 
 void CTLVRecordV3::dump(std::ostringstream& out) const {
-  out << std::dec;
+  const PlainNumbers plain(out);
   out << "  {/*record*/" << std::endl;
   out << "    cmd = " << cmd_ << ", length = " << length() << std::endl;
   for (const CTLVCell& cell : *this) {
@@ -47,6 +68,7 @@ void CTLVRecordV3::dump(std::ostringstream& out) const {
 }
 
 void CTLVRecordV3::dump_i(const CTLVCell& cell, std::ostringstream& out) const {
+  const PlainNumbers plain(out);
   switch (cell.type()) {
     case CTLVCell::TLV_OCTET:
       out << "{" << std::hex << std::showbase;

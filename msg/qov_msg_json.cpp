@@ -114,3 +114,8 @@ CTLVRecordV3& CTLVRecordV3::addJson(unsigned short tag, const Json::Value& v) {
 Json::Value CTLVRecordV3::getJson(unsigned short tag) const {
   return (*this)[tag].getJson();
 }
+
+Json::Value CTLVRecordV3::getJson(unsigned short tag, const Json::Value& otherwise) const {
+  const CTLVCell* cell = find(tag);
+  return cell == nullptr ? otherwise : cell->getJson();
+}

@@ -23,7 +23,7 @@ void CTLVRecordV3::addBlock(qov::CellBlock* block) noexcept {
     large_ = large_ || count() > kScanLimit;
   }
   last_ = block;
-  open_ = large_ || loose_ ? &qov::CellBlock::full_ : block;
+  open_ = large_ || given_ ? &qov::CellBlock::full_ : block;
 }
 
 /// Room for some more cells, for `cells` if it is known how many are to come.
@@ -32,7 +32,10 @@ bool CTLVRecordV3::makeRoom(unsigned long cells) noexcept {
   if (store_ != nullptr && store_->extend(*this)) {
     return true;
   }
-  qov::CellBlock* block = qov::CellBlock::make(cells != 0 ? cells : std::max(kFirst, count()));
+  if (cells == 0) {
+    cells = large_ ? qov::CellBlock::kMaxCells : std::max(kFirst, count());
+  }
+  qov::CellBlock* block = qov::CellBlock::make(cells);
   if (block == nullptr) {
     return false;
   }
@@ -56,20 +59,30 @@ void CTLVRecordV3::append_int(const CTLVCell* cell) {
   }
   auto* standIn = ::new (slot()) CTLVCell(CTLVCell::Place::kStandIn);
   // The record owns the cell from here on, and whoever made it may still change it.
-  CTLVCell* own = loosen(cell);
+  auto* own = const_cast<CTLVCell*>(cell);
   own->place_ = CTLVCell::Place::kAdopted;
   standIn->storePointer(own);
+  if (!given_) {
+    given_ = true;
+    seen_ = changesOfGiven_.load(std::memory_order_relaxed);
+    open_ = &qov::CellBlock::full_;
+  }
+  refresh();
   commit(standIn, length_ + MIN_TLV_SIZE + own->length());
   index(standIn);
 }
 
+void CTLVRecordV3::put(CTLVCell&& cell, unsigned long grownLength) {
+  CTLVCell* free = slot();
+  ::new (free) CTLVCell(CTLVCell::Place::kInBlock, std::move(cell));
+  sweep_ = sweep_ || free->outside();
+  commit(free, grownLength);
+  index(free);
+}
+
 CTLVRecordV3& CTLVRecordV3::add(CTLVCell cell) {
   const unsigned long grown = grownLength(cell.length());
-  auto* own = ::new (slot()) CTLVCell(CTLVCell::Place::kInBlock);
-  *own = std::move(cell);
-  sweep_ = sweep_ || own->outside();
-  commit(own, grown);
-  index(own);
+  put(std::move(cell), grown);
   return *this;
 }
 
@@ -79,13 +92,9 @@ CTLVRecordV3& CTLVRecordV3::addChecked(unsigned int type, unsigned short tag, co
   const unsigned short typeTag = CTLVCell::packed(type, tag);
   CTLVCell::checkLength(len, nul);
   const unsigned long grown = grownLength(len + (nul ? 1 : 0));
-  auto* cell = ::new (slot()) CTLVCell(CTLVCell::Place::kInBlock);
-  if (!cell->replace(typeTag, data, static_cast<unsigned int>(len), nul)) {
-    throw std::bad_alloc();
-  }
-  sweep_ = sweep_ || cell->outside();
-  commit(cell, grown);
-  index(cell);
+  CTLVCell cell;
+  cell.replaceOrThrow(typeTag, data, len, nul);
+  put(std::move(cell), grown);
   return *this;
 }
 
@@ -117,17 +126,14 @@ qov::TagIndex* CTLVRecordV3::buildIndex() const noexcept {
 }
 
 const CTLVCell* CTLVRecordV3::findIndexed(unsigned short tag) const noexcept {
+  if (stale()) {
+    return scan(tag);
+  }
   const qov::TagIndex* index = index_.load(std::memory_order_acquire);
   if (index == nullptr) {
     index = buildIndex();
   }
-  const CTLVCell* cell = index == nullptr ? nullptr : index->find(tag);
-  const bool found = cell != nullptr && cell->tag() == tag;
-  if (found || (index != nullptr && !loose_)) {
-    return cell;
-  }
-  // A tag may have been changed since.
-  return scan(tag);
+  return index == nullptr ? scan(tag) : index->find(tag);
 }
 
 const CTLVCell* CTLVRecordV3::scan(unsigned short tag) const noexcept {
@@ -137,6 +143,36 @@ const CTLVCell* CTLVRecordV3::scan(unsigned short tag) const noexcept {
     }
   }
   return nullptr;
+}
+
+const CTLVCell* CTLVRecordV3::findNext(const CTLVCell& cell) const noexcept {
+  const unsigned short tag = cell.tag();
+  for (const_iterator next = at(cell); next != end();) {
+    if (++next != end() && next->tag() == tag) {
+      return &*next;
+    }
+  }
+  return nullptr;
+}
+
+/// Where `cell` stands; a cell from append() has to be looked for.
+CTLVRecordV3::const_iterator CTLVRecordV3::at(const CTLVCell& cell) const noexcept {
+  if (cell.place_ == CTLVCell::Place::kAdopted) {
+    return std::find_if(begin(), end(), [&cell](const CTLVCell& each) { return &each == &cell; });
+  }
+  return {this, blockOf(&cell), const_cast<CTLVCell*>(&cell)};
+}
+
+/// The block of a cell that stands in one.
+qov::CellBlock* CTLVRecordV3::blockOf(const CTLVCell* cell) const noexcept {
+  qov::CellBlock* block = qov::CellBlock::of(cell);
+  if (block == nullptr && last_->holds(cell)) {
+    return last_;
+  }
+  for (qov::CellBlock* each = first_; block == nullptr; each = each->next()) {
+    block = each->holds(cell) ? each : nullptr;
+  }
+  return block;
 }
 
 unsigned long CTLVRecordV3::measure() const noexcept {
@@ -150,10 +186,7 @@ unsigned long CTLVRecordV3::measure() const noexcept {
 /// Into a record that nobody has looked anything up in: it has no index.
 void CTLVRecordV3::addCopies(const CTLVRecordV3& other) {
   for (const CTLVCell& cell : other) {
-    auto* own = ::new (slot()) CTLVCell(CTLVCell::Place::kInBlock);
-    *own = cell;
-    sweep_ = sweep_ || own->outside();
-    commit(own, length_ + MIN_TLV_SIZE + own->length());
+    put(CTLVCell(cell), length_ + MIN_TLV_SIZE + cell.length());
   }
 }
 
@@ -165,18 +198,6 @@ void CTLVRecordV3::clone(const CTLVRecordV3& other) {
   copy.addCopies(other);
   cmd_ = copy.cmd_;
   swapCells(copy);
-}
-
-void CTLVRecordV3::swapCells(CTLVRecordV3& other) noexcept {
-  std::swap(first_, other.first_);
-  std::swap(last_, other.last_);
-  std::swap(open_, other.open_);
-  std::swap(own_, other.own_);
-  std::swap(length_, other.length_);
-  std::swap(loose_, other.loose_);
-  std::swap(sweep_, other.sweep_);
-  std::swap(large_, other.large_);
-  other.index_.store(index_.exchange(other.index_.load()));
 }
 
 void CTLVRecordV3::clear() noexcept {

@@ -102,7 +102,10 @@ void CQOV_OM_MsgPackage::set(CT7QPackageV3* p) noexcept {
 }
 
 unsigned int CQOV_OM_MsgPackage::decode(unsigned char* buf, unsigned int size) {
-  if (!qov::verifyInternalHead(buf, size)) {
+  using Kind = qov::DecodeFault::Kind;
+  qov::DecodeFault fault = qov::verifyInternalHead(buf, size);
+  setDecodeFault(fault);
+  if (fault.kind != Kind::kNone) {
     return kFailed;
   }
   if (inner_ != nullptr) {
@@ -111,11 +114,16 @@ unsigned int CQOV_OM_MsgPackage::decode(unsigned char* buf, unsigned int size) {
     inner_.reset(new (std::nothrow) CT7QPackageV3);
     if (inner_ == nullptr) {
       qov::logNoMemory(sizeof(CT7QPackageV3));
+      setDecodeFault({Kind::kNoMemory, kOuterHead});
       return kFailed;
     }
   }
   std::memcpy(&head(), buf, kOuterHead);
-  return inner_->decode(buf + kOuterHead, size - kOuterHead);
+  const unsigned int result = inner_->decode(buf + kOuterHead, size - kOuterHead);
+  fault = inner_->decodeFault();
+  fault.pos += fault.kind != Kind::kNone ? kOuterHead : 0;
+  setDecodeFault(fault);
+  return result;
 }
 
 unsigned int CQOV_OM_MsgPackage::encode(unsigned char*& buf) {

@@ -77,13 +77,13 @@ inline RecordFault::Kind RecordCodec::parseBlock(Cursor& at, CellBlock& block,
   auto kind = RecordFault::Kind::kNone;
   for (; in != end && cell != limit; ++cell) {
     if (end - in < MIN_TLV_SIZE) {
-      kind = RecordFault::Kind::kNoCellHead;
+      kind = RecordFault::Kind::kCellShort;
       break;
     }
     const auto head = loadWord<std::uint32_t>(in);
     const unsigned char* const value = in + MIN_TLV_SIZE;
     if (typeOf(head) > kMaxType || lengthOf(head) > end - value) {
-      kind = RecordFault::Kind::kCellTooLong;
+      kind = RecordFault::Kind::kCellLength;
       break;
     }
     in = makeCell(cell, head, value, at.readable, sweep);
@@ -98,10 +98,11 @@ inline RecordFault::Kind RecordCodec::parseBlock(Cursor& at, CellBlock& block,
   return kind;
 }
 
-/// How many cells there are from `at` on, if they are sound.
+/// How many cells there are from `at` on, if they are sound; not more than a block holds.
 unsigned long RecordCodec::countCells(const Cursor& at) noexcept {
   unsigned long cells = 0;
-  for (std::ptrdiff_t left = at.end - at.in; left >= MIN_TLV_SIZE; ++cells) {
+  for (std::ptrdiff_t left = at.end - at.in; left >= MIN_TLV_SIZE && cells < CellBlock::kMaxCells;
+       ++cells) {
     left -= MIN_TLV_SIZE + lengthOf(loadWord<std::uint32_t>(at.end - left));
   }
   return cells;
@@ -128,13 +129,13 @@ RecordFault RecordCodec::judge(const Cursor& at, unsigned int length) noexcept {
   using Kind = RecordFault::Kind;
   const auto pos = static_cast<unsigned int>(at.in - at.start);
   if (at.readable - at.in < MIN_TLV_SIZE) {
-    return {Kind::kNoCellHead, length, pos};
+    return {Kind::kCellShort, length, pos};
   }
   const auto head = loadWord<std::uint32_t>(at.in);
   if (typeOf(head) > kMaxType) {
-    return {Kind::kBadType, length, pos, typeOf(head)};
+    return {Kind::kCellType, length, pos, typeOf(head)};
   }
-  return {Kind::kCellTooLong, length, pos + MIN_TLV_SIZE, lengthOf(head)};
+  return {Kind::kCellLength, length, pos + MIN_TLV_SIZE, lengthOf(head)};
 }
 
 CTLVRecordV3* RecordCodec::makeAlone(std::uint64_t cmd) noexcept {
@@ -150,11 +151,11 @@ RecordFault RecordCodec::parse(const unsigned char* p, unsigned int remain, Reco
   using Kind = RecordFault::Kind;
   rec = nullptr;
   if (p == nullptr || remain < MIN_RECORD_SIZE) {
-    return {Kind::kNoHead};
+    return {Kind::kRecordShort};
   }
   const unsigned int length = loadWord<std::uint16_t>(p + kLengthAt);
   if (length + MIN_RECORD_SIZE > remain) {
-    return {Kind::kRecordTooLong, length};
+    return {Kind::kRecordLength, length};
   }
   const auto cmd = loadWord<std::uint64_t>(p);
   CTLVRecordV3* record = store != nullptr ? store->make(cmd) : makeAlone(cmd);

@@ -9,20 +9,12 @@ namespace qov {
 
 /// What is wrong with the bytes of one record.
 struct RecordFault {
-  enum class Kind {
-    kNone,
-    kNoHead,
-    kRecordTooLong,
-    kNoCellHead,
-    kBadType,
-    kCellTooLong,
-    kNoMemory
-  };
+  using Kind = DecodeFault::Kind;
 
   Kind kind = Kind::kNone;
   /// Bytes of the cells, as the record says.
   unsigned int recordLength = 0;
-  /// The fault's place from the record's start: a cell's head, or its value for kCellTooLong.
+  /// The fault's place from the record's start: a cell's head, or its value for kCellLength.
   unsigned int pos = 0;
   /// The bad type, or the value length that does not fit.
   unsigned int value = 0;

@@ -2,9 +2,60 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <new>
 
+#include "msg/relocation.h"
+
 namespace qov {
+
+RecordStore& RecordStore::operator=(RecordStore&& other) noexcept {
+  if (this != &other) {
+    clear();
+    take(other);
+  }
+  return *this;
+}
+
+/// Into a store that is empty.
+void RecordStore::take(RecordStore& other) noexcept {
+  const Relocation moved(other.memory_, memory_, kInsideBytes);
+  std::memcpy(memory_, other.memory_, kInsideBytes);
+  if (other.records_ == other.inside_) {
+    std::copy(other.begin(), other.end(), inside_);
+  } else {
+    records_ = other.records_;
+  }
+  size_ = other.size_;
+  capacity_ = other.capacity_;
+  open_ = other.open_;
+  room_ = other.room_;
+  roomEnd_ = other.roomEnd_;
+  pieces_ = other.pieces_;
+  other.forget();
+  moved(open_);
+  moved(room_);
+  moved(roomEnd_);
+  for (std::size_t i = 0; i < size_; ++i) {
+    if (moved(records_[i])) {
+      records_[i]->follow(moved);
+    }
+    if (records_[i]->store_ != nullptr) {
+      records_[i]->store_ = this;
+    }
+  }
+}
+
+/// Is empty from here on, and frees nothing.
+void RecordStore::forget() noexcept {
+  records_ = inside_;
+  size_ = 0;
+  capacity_ = kInsideRecords;
+  open_ = nullptr;
+  room_ = memory_;
+  roomEnd_ = memory_ + kInsideBytes;
+  pieces_ = nullptr;
+}
 
 bool RecordStore::growTable(std::size_t capacity) noexcept {
   capacity = std::max(capacity, 2 * capacity_);
@@ -78,15 +129,33 @@ bool RecordStore::extend(CTLVRecordV3& record) noexcept {
   return true;
 }
 
+void RecordStore::free(CTLVRecordV3* record) noexcept {
+  if (record->store_ == nullptr) {
+    delete record;
+    return;
+  }
+  if (record->last_ == open_) {
+    closeNewest();
+  }
+  record->~CTLVRecordV3();
+}
+
+void RecordStore::erase(std::size_t i) noexcept {
+  free(records_[i]);
+  std::copy(records_ + i + 1, records_ + size_, records_ + i);
+  --size_;
+}
+
+void RecordStore::replace(std::size_t i, CTLVRecordV3* record) noexcept {
+  free(records_[i]);
+  record->owned_ = true;
+  records_[i] = record;
+}
+
 void RecordStore::clear() noexcept {
   for (CTLVRecordV3* record : *this) {
-    if (record->store_ != nullptr) {
-      record->~CTLVRecordV3();
-    } else {
-      delete record;
-    }
+    free(record);
   }
-  size_ = 0;
   while (pieces_ != nullptr) {
     Piece* next = pieces_->next;
     ::operator delete(pieces_);
@@ -94,12 +163,8 @@ void RecordStore::clear() noexcept {
   }
   if (records_ != inside_) {
     delete[] records_;
-    records_ = inside_;
-    capacity_ = kInsideRecords;
   }
-  open_ = nullptr;
-  room_ = memory_;
-  roomEnd_ = memory_ + kInsideBytes;
+  forget();
 }
 
 }  // namespace qov

@@ -1,6 +1,8 @@
 #ifndef QOV_TESTS_MSG_LOG_LINES_H
 #define QOV_TESTS_MSG_LOG_LINES_H
 
+#include <qovpub/qov_message_package.h>
+
 #include <map>
 #include <sstream>
 #include <string>
@@ -55,6 +57,20 @@ inline const std::map<std::string, std::string> kRecordFaults{
     {"cell-type", " : data type unmated, received type is "},
     {"cell-length",
      " : data length is too long, ((sDataLen + pos) > usRecordLen + MIN_RECORD_SIZE) ->"},
+};
+
+/// The faults as values, by the same names.
+inline const std::map<std::string, DecodeFault::Kind> kFaultKinds{
+    {"head-short", DecodeFault::Kind::kHeadShort},
+    {"magic", DecodeFault::Kind::kMagic},
+    {"version", DecodeFault::Kind::kVersion},
+    {"type", DecodeFault::Kind::kType},
+    {"length", DecodeFault::Kind::kLength},
+    {"record-short", DecodeFault::Kind::kRecordShort},
+    {"record-length", DecodeFault::Kind::kRecordLength},
+    {"cell-short", DecodeFault::Kind::kCellShort},
+    {"cell-type", DecodeFault::Kind::kCellType},
+    {"cell-length", DecodeFault::Kind::kCellLength},
 };
 
 }  // namespace qov::tests

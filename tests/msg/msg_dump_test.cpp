@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
+#include <json/value.h>
 #include <qovpub/qov_message_package.h>
 
 #include <ios>
+#include <locale>
 #include <sstream>
 #include <string>
 
@@ -112,6 +114,91 @@ TEST(Dump, WritesBoolEnumAndTimeUnsigned) {
   }
   EXPECT_EQ(dumpOf(CTLVCell::TLV_INT, std::string(8, '\xFF')), "-1");
   EXPECT_EQ(dumpOf(CTLVCell::TLV_INVALID, "x"), "null");
+}
+
+/// Numbers as 1.000.000,5.
+class Grouping : public std::numpunct<char> {
+  char do_decimal_point() const override { return ','; }
+  char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+std::locale groupingLocale() {
+  return std::locale(std::locale::classic(), new Grouping);
+}
+
+/// Makes it the program's locale until the end of the test.
+class GlobalLocale {
+ public:
+  GlobalLocale() : before_(std::locale::global(groupingLocale())) {}
+  ~GlobalLocale() { std::locale::global(before_); }
+  GlobalLocale(const GlobalLocale&) = delete;
+  GlobalLocale& operator=(const GlobalLocale&) = delete;
+
+ private:
+  const std::locale before_;
+};
+
+CTLVRecordV3 recordOfLargeNumbers() {
+  CTLVRecordV3 record(1000000);
+  record.addUnsigned(4095, 2000000).addSigned(1001, -3000000).addTime(2, 4000000);
+  record.addString(3, std::string(5000, 'x')).addOctets(4, "\xFF", 1);
+  return record;
+}
+
+template <class T>
+void isTheSameInEveryLocale(const T& object) {
+  const std::string plain = dumpOf(object);
+  {
+    const GlobalLocale global;
+    EXPECT_EQ(dumpOf(object), plain);
+  }
+  std::ostringstream own;
+  own.imbue(groupingLocale());
+  object.dump(own);
+  EXPECT_EQ(own.str(), plain);
+  own << 1000000;
+  EXPECT_EQ(own.str(), plain + "1.000.000");
+}
+
+TEST(Dump, IsTheSameInEveryLocaleAndLeavesTheStreamItsOwn) {
+  CQOV_MsgPackage internal;
+  internal.head().sn_ = 1000000;
+  internal.head().cid_ = -1000000;
+  internal.head().opc_ = 18000000000000000000ULL;
+  internal.addRecord(1) = recordOfLargeNumbers();
+  CT7QPackageV3 v3;
+  v3.head().ret_ = 16797698;
+  v3.addRecord(1) = recordOfLargeNumbers();
+  isTheSameInEveryLocale(internal.head());
+  isTheSameInEveryLocale(v3.head());
+  isTheSameInEveryLocale(recordOfLargeNumbers());
+  isTheSameInEveryLocale(internal);
+  isTheSameInEveryLocale(v3);
+}
+
+TEST(Dump, WritesAValueTheSameInEveryLocale) {
+  const GlobalLocale global;
+  CTLVCell cell;
+  cell.setUnsigned(1, 1000000);
+  std::ostringstream out;
+  CTLVRecordV3().dump_i(cell, out);
+  EXPECT_EQ(out.str(), "1000000");
+}
+
+TEST(Dump, LeavesJsonTextTheSameInEveryLocale) {
+  Json::Value json;
+  json["real"] = 1234567.25;
+  json["whole"] = 1000000;
+  CTLVCell plain;
+  plain.set(1, json);
+  const GlobalLocale global;
+  CTLVCell cell;
+  cell.set(1, json);
+  EXPECT_EQ(cell, plain);
+  EXPECT_EQ(cell.toString(), "{\"real\":1234567.25,\"whole\":1000000}");
+  const CTLVCell array(CTLVCell::TLV_ARRAY, 1, "[-1000000]", 11);
+  EXPECT_EQ(array.toString(), "-1000000");
 }
 
 TEST(Dump, WritesAPackageInBraces) {

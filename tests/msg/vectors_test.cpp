@@ -181,6 +181,7 @@ class Vectors : public testing::TestWithParam<std::string> {
   template <class Package>
   void isRefusedFor(const std::string& refused, const Reader<Package>& reader) {
     const Package* const kind = nullptr;
+    hasFault<Package>(refused, reader.pos());
     if (refused == "head-short") {
       EXPECT_EQ(reader.lines(), kNoHead);
       EXPECT_LT(reader.left(), headSize(kind));
@@ -195,6 +196,20 @@ class Vectors : public testing::TestWithParam<std::string> {
       ASSERT_TRUE(cureHead(message, refused, kind));
       EXPECT_FALSE(Reader<Package>(message).next().isNull());
     }
+  }
+
+  /// The fault as a value is the one that the vector is named for.
+  template <class Package>
+  void hasFault(const std::string& refused, std::size_t pos) {
+    const std::vector<unsigned char> message(
+        vector_.bytes.begin() + static_cast<std::ptrdiff_t>(pos), vector_.bytes.end());
+    Package package = makePackage(static_cast<Package*>(nullptr));
+    const LogCapture log;
+    ASSERT_EQ(package.decode(message.data(), static_cast<unsigned int>(message.size())),
+              Package::kFailed);
+    const DecodeFault& fault = package.decodeFault();
+    EXPECT_EQ(fault.kind, kFaultKinds.at(refused));
+    EXPECT_LE(fault.pos, message.size());
   }
 
   /// Writes all messages, and a refused one as it stands.

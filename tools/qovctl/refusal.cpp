@@ -68,19 +68,19 @@ std::optional<Refusal> headRefusal(std::string_view bytes, const QOVMsgHead&) {
 Refusal recordRefusal(const RecordFault& fault, std::size_t pos, std::size_t remain) {
   const std::size_t at = pos + fault.pos;
   switch (fault.kind) {
-    case RecordFault::Kind::kNoHead:
+    case RecordFault::Kind::kRecordShort:
       return {"record-short", pos,
               to_string(remain) + " bytes are left of the message, a record's header has 10"};
-    case RecordFault::Kind::kRecordTooLong:
+    case RecordFault::Kind::kRecordLength:
       return {"record-length", pos + sizeof(std::uint64_t),
               "the record's header says that " + to_string(fault.recordLength) +
                   " bytes follow it, but " + to_string(remain - MIN_RECORD_SIZE) +
                   " are left of the message"};
-    case RecordFault::Kind::kNoCellHead:
+    case RecordFault::Kind::kCellShort:
       return {"cell-short", at, "the message ends within a cell's header, which has 4 bytes"};
-    case RecordFault::Kind::kBadType:
+    case RecordFault::Kind::kCellType:
       return {"cell-type", at, to_string(fault.value) + " is none of 0 to 9"};
-    case RecordFault::Kind::kCellTooLong:
+    case RecordFault::Kind::kCellLength:
       // The fault's place is that of the value.
       return {"cell-length", at - sizeof(std::uint16_t),
               "a value of " + to_string(fault.value) + " bytes goes beyond its record"};

@@ -6,10 +6,71 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <memory>
 #include <sstream>
+#include <type_traits>
 
 namespace qov {
+
+/// Why a message was refused, as a value; the log has the same in words of its own.
+///
+/// Thread: a value.
+/// Owns:   nothing.
+/// Errors: none.
+struct DecodeFault {
+  enum class Kind : unsigned char {
+    kNone,          ///< nothing was refused
+    kHeadShort,     ///< no bytes, or fewer than the header has; `value`: how many there are
+    kMagic,         ///< another magic
+    kVersion,       ///< another version
+    kType,          ///< in an internal header, another type than 1 to 4
+    kLength,        ///< LEN, `value`, is more than the bytes behind the header
+    kRecordShort,   ///< `value` bytes, 1 to 9, where a record should start
+    kRecordLength,  ///< a record's length, `value`, is more than what is left of LEN
+    kCellShort,     ///< fewer than 4 bytes of the message left for a cell's head
+    kCellType,      ///< a cell of type `value`, 10 to 15
+    kCellLength,    ///< a cell's length, `value`, is more than what is left of its record
+    kNoMemory       ///< none for the records; errno is ENOMEM
+  };
+
+  Kind kind = Kind::kNone;
+  /// What is wrong starts at this byte, counted from the first that decode() was given. For
+  /// kRecordShort, kCellShort and kCellType that is where the record or cell starts, for the
+  /// others the field.
+  unsigned int pos = 0;
+  /// What stands there, as said with each kind; otherwise 0.
+  unsigned int value = 0;
+
+  /// The kind in a few words of English, such as "a cell is longer than its record".
+  const char* text() const noexcept;
+};
+
+/// Forward iteration over the records of a package.
+template <class Record>
+class RecordIterator {
+ public:
+  using iterator_category = std::forward_iterator_tag;
+  using value_type = CTLVRecordV3;
+  using difference_type = std::ptrdiff_t;
+  using pointer = Record*;
+  using reference = Record&;
+
+  RecordIterator() noexcept = default;
+  explicit RecordIterator(CTLVRecordV3* const* at) noexcept : at_(at) {}
+  Record& operator*() const noexcept { return **at_; }
+  Record* operator->() const noexcept { return *at_; }
+  RecordIterator& operator++() noexcept {
+    ++at_;
+    return *this;
+  }
+  RecordIterator operator++(int) noexcept { return RecordIterator(at_++); }
+  bool operator==(const RecordIterator& other) const noexcept { return at_ == other.at_; }
+  bool operator!=(const RecordIterator& other) const noexcept { return at_ != other.at_; }
+
+ private:
+  CTLVRecordV3* const* at_ = nullptr;
+};
 
 /// The records of one package, in their order, and the memory of those made here.
 ///
@@ -25,6 +86,9 @@ class RecordStore {
   RecordStore() noexcept = default;
   RecordStore(const RecordStore&) = delete;
   RecordStore& operator=(const RecordStore&) = delete;
+  /// Takes the records over; those that stand in `other` itself come to stand in this store.
+  RecordStore(RecordStore&& other) noexcept { take(other); }
+  RecordStore& operator=(RecordStore&& other) noexcept;
   ~RecordStore() { clear(); }
 
   std::size_t size() const noexcept { return size_; }
@@ -42,6 +106,10 @@ class RecordStore {
   CTLVRecordV3* make(std::uint64_t cmd) noexcept;
   /// Gives the newest record, whose room is used up, a further block. False for any other record.
   bool extend(CTLVRecordV3& record) noexcept;
+  /// Frees record `i`. Of one made here the memory is used again after clear() only.
+  void erase(std::size_t i) noexcept;
+  /// Frees record `i` and puts a record from `new` in its place, which is taken over.
+  void replace(std::size_t i, CTLVRecordV3* record) noexcept;
   void clear() noexcept;
 
  private:
@@ -53,6 +121,9 @@ class RecordStore {
   };
 
   bool growTable(std::size_t capacity) noexcept;
+  void take(RecordStore& other) noexcept;
+  void forget() noexcept;
+  void free(CTLVRecordV3* record) noexcept;
   bool addPiece() noexcept;
   void closeNewest() noexcept;
   CellBlock* openBlock() noexcept;
@@ -79,8 +150,8 @@ class RecordStore {
 /// Thread: a value that one thread has at a time, its records included; a package travels by
 ///         pointer from thread to thread. Const operations may run in several threads at once.
 /// Owns:   its records.
-/// Errors: encode() and decode() log and return kFailed; errno is ENOMEM when memory was short.
-///         CQOV_Exception for a record that is not there.
+/// Errors: encode() and decode() log and return kFailed; errno is ENOMEM when memory was short, and
+///         decodeFault() tells why decode() failed. CQOV_Exception for a record that is not there.
 template <class MSG_S_HEAD>
 class CTLVPackageV3 {
  public:
@@ -96,6 +167,12 @@ class CTLVPackageV3 {
   CTLVPackageV3(const CTLVPackageV3& other);
   /// The same for an existing package, which is left with some of the records when it throws.
   CTLVPackageV3& operator=(const CTLVPackageV3& other);
+  /// Takes all records over and copies the header; nothing is allocated. `other` keeps its header,
+  /// serial number included, and has no records. References to records that append() took over stay
+  /// valid, and so do those to their cells; all others into `other` do not.
+  CTLVPackageV3(CTLVPackageV3&& other) noexcept;
+  /// The same for an existing package, whose records are deleted.
+  CTLVPackageV3& operator=(CTLVPackageV3&& other) noexcept;
   virtual ~CTLVPackageV3();
 
   /// Reads a message of at most `size` bytes and appends its records to those already here.
@@ -104,6 +181,18 @@ class CTLVPackageV3 {
   /// leaves the package as it was; a bad record clears it, earlier records included, and keeps the
   /// header.
   virtual unsigned int decode(unsigned char* buf, unsigned int size);
+
+  /// The same for bytes that must not be changed: decoding does not change them. A derived class
+  /// that overrides decode() hides this one unless it says `using CTLVPackageV3::decode`. A
+  /// template, so that a null pointer is no matter of two overloads.
+  template <class Byte, std::enable_if_t<std::is_same_v<Byte, unsigned char>, int> = 0>
+  unsigned int decode(const Byte* buf, unsigned int size) {
+    return decode(const_cast<unsigned char*>(buf), size);
+  }
+
+  /// Why the last decode() or getRecord() failed; kNone when it did not, or there was none yet.
+  /// Copies and moved packages start with kNone.
+  const qov::DecodeFault& decodeFault() const noexcept { return fault_; }
 
   /// Allocates exactly the bytes needed, encodes into them and returns their number; the caller
   /// frees `buf` with delete[]. On failure returns kFailed with `buf` null.
@@ -127,8 +216,16 @@ class CTLVPackageV3 {
   /// Throws, and takes nothing, when a package owns the record already.
   void append(CTLVRecordV3* record);
   /// Appends an empty record and returns it; the reference is valid until clear(). Records are made
-  /// and filled fastest one after the other.
+  /// and filled fastest one after the other. `addRecord(cmd) = std::move(record)` takes a finished
+  /// one over.
   CTLVRecordV3& addRecord(std::uint64_t cmd);
+  /// Deletes record `i`; the ones behind move up by one. Throws when there is none. What a package
+  /// has made keeps its memory until clear().
+  void erase(unsigned long i);
+  /// Deletes record `i` and takes `record` over as append() does, in its place; null is ignored.
+  /// Throws, and takes nothing, when there is no record `i` or a package owns `record` already. To
+  /// change what record `i` holds, assign to it.
+  void replace(unsigned long i, CTLVRecordV3* record);
 
   /// Number of records.
   unsigned long count() const noexcept { return records_.size(); }
@@ -142,10 +239,23 @@ class CTLVPackageV3 {
     return records_[i];
   }
 
+  // The records in their order, for range-for. Iterators are valid until a record is added, erased
+  // or the package is cleared, assigned to, moved or destroyed.
+  using iterator = qov::RecordIterator<CTLVRecordV3>;
+  using const_iterator = qov::RecordIterator<const CTLVRecordV3>;
+  iterator begin() noexcept { return iterator(records_.begin()); }
+  iterator end() noexcept { return iterator(records_.end()); }
+  const_iterator begin() const noexcept { return const_iterator(records_.begin()); }
+  const_iterator end() const noexcept { return const_iterator(records_.end()); }
+
   /// Parses the record at `p`, of which `remain` bytes may be read. Returns the bytes it takes and
   /// sets `rec`, which the caller deletes; on failure logs, returns 0 and sets `rec` to null. Every
   /// cell has to end within its record.
   unsigned int getRecord(unsigned char* p, unsigned int remain, CTLVRecordV3*& rec);
+
+ protected:
+  /// For derived classes that decode in their own way.
+  void setDecodeFault(const qov::DecodeFault& fault) noexcept { fault_ = fault; }
 
  private:
   void checkIndex(unsigned long i) const {
@@ -154,6 +264,7 @@ class CTLVPackageV3 {
     }
   }
   [[noreturn]] static void throwMissing(unsigned long i);
+  static void checkFree(const CTLVRecordV3& record);
   void copyRecords(const CTLVPackageV3& other);
   bool decodeRecords(unsigned char* buf, unsigned int size, unsigned int end);
   unsigned int parseRecord(const unsigned char* p, unsigned int remain, qov::RecordStore* store,
@@ -163,6 +274,7 @@ class CTLVPackageV3 {
 
   MSG_S_HEAD head_;
   qov::RecordStore records_;
+  qov::DecodeFault fault_;
 };
 
 /// The message that the modules of one process exchange.

@@ -14,10 +14,14 @@
 #include <new>
 #include <sstream>
 #include <string_view>
+#include <type_traits>
+
+class CTLVRecordV3;
 
 namespace qov {
 class RecordCodec;
 class RecordStore;
+class Relocation;
 class TagIndex;
 }  // namespace qov
 
@@ -31,6 +35,9 @@ namespace qov {
 
 /// Room for some cells of one record, in a list with the record's other blocks.
 ///
+/// A cell that can be changed from outside finds its block by its place, and the block knows the
+/// record: that is how a record hears of a change through a reference.
+///
 /// Thread: as the record.
 /// Owns:   nothing; the record knows which of its blocks are its own and which a package's.
 /// Errors: make() returns null, with errno ENOMEM, when there is no memory.
@@ -39,6 +46,7 @@ class CellBlock {
   /// In an agent process an allocation of 1024 bytes or more is a mapping of its own, which costs
   /// more than all that is in it; pieces stay below, the allocator's bookkeeping included.
   static constexpr std::size_t kMaxBytes = 1000;
+  static constexpr std::size_t kMaxCells = (kMaxBytes - 3 * sizeof(void*)) / sizeof(CTLVCell);
 
   /// A block of its own for `cells` cells, or for as many as a block may have.
   static CellBlock* make(std::size_t cells) noexcept;
@@ -49,39 +57,78 @@ class CellBlock {
   /// Frees a list of blocks from make().
   static void freeAll(CellBlock* first) noexcept;
 
+  /// The block of a cell that knows its place; null for any other.
+  static CellBlock* of(const CTLVCell* cell) noexcept;
+  /// Lets the cells know their places, from where they find `record`.
+  void place(CTLVRecordV3* record) noexcept;
+  bool holds(const CTLVCell* cell) noexcept;
+  /// Puts what stands at `from`, here or in another block, to the free `to`. `from` is free then.
+  void relocate(CTLVCell* to, const CTLVCell* from) noexcept;
+  /// Closes the gap at `slot`, whose value is freed already.
+  void remove(CTLVCell* slot) noexcept;
+
   CTLVCell* begin() noexcept { return reinterpret_cast<CTLVCell*>(this + 1); }
-  CTLVCell* end() const noexcept { return end_; }
-  CTLVCell* limit() const noexcept { return limit_; }
+  CTLVCell* end() noexcept { return at(end_); }
+  CTLVCell* limit() noexcept { return at(limit_); }
   bool full() const noexcept { return end_ == limit_; }
-  void setEnd(CTLVCell* end) noexcept { end_ = end; }
+  void setEnd(CTLVCell* end) noexcept { end_ = offsetOf(end); }
+  /// Counts the cell that stands, or will, at end().
+  void grow() noexcept { end_ += static_cast<std::uint32_t>(sizeof(CTLVCell)); }
   /// Lets nothing more in.
   void close() noexcept { limit_ = end_; }
   CellBlock* next() const noexcept { return next_; }
   void setNext(CellBlock* next) noexcept { next_ = next; }
+  /// The record to which a cell here that knows its place belongs.
+  CTLVRecordV3* record() const noexcept { return record_; }
+  void setRecord(CTLVRecordV3* record) noexcept { record_ = record; }
 
   /// Has no cells and no room.
   static CellBlock full_;
 
  private:
+  static constexpr std::uint32_t kPlaceUnit = alignof(CTLVCell);
+  // The first cell's place has to be greater than Place::kInBlock.
+  static constexpr std::uint32_t kPlaceOffset = kPlaceUnit;
+
+  void placeOne(CTLVCell* slot) noexcept;
+
   constexpr CellBlock() noexcept = default;
-  explicit CellBlock(std::size_t capacity) noexcept : end_(begin()), limit_(begin() + capacity) {}
+  explicit CellBlock(std::size_t capacity) noexcept : limit_(offsetOf(begin() + capacity)) {}
+
+  CTLVCell* at(std::uint32_t offset) noexcept {
+    return reinterpret_cast<CTLVCell*>(reinterpret_cast<unsigned char*>(this) + offset);
+  }
+  std::uint32_t offsetOf(const CTLVCell* slot) const noexcept {
+    return static_cast<std::uint32_t>(reinterpret_cast<const unsigned char*>(slot) -
+                                      reinterpret_cast<const unsigned char*>(this));
+  }
 
   CellBlock* next_ = nullptr;
-  CTLVCell* end_ = nullptr;
-  CTLVCell* limit_ = nullptr;
+  CTLVRecordV3* record_ = nullptr;
+  // Counted in bytes from the block's start, which moves with its package.
+  std::uint32_t end_ = 3 * sizeof(void*);
+  std::uint32_t limit_ = 3 * sizeof(void*);
 };
+static_assert(sizeof(CellBlock) == 3 * sizeof(void*), "kMaxCells goes by that");
 static_assert(sizeof(CellBlock) % alignof(CTLVCell) == 0, "the cells stand right behind");
+static_assert(CellBlock::kMaxBytes / alignof(CTLVCell) < 256, "a cell's place is one byte");
 
 }  // namespace qov
 
 /// A command code and an ordered list of cells.
 ///
 /// Cells that the record makes itself (add...(), copies, decoding) live side by side in a few
-/// blocks. They never move: a reference to a cell is valid until the record is cleared, assigned to
-/// or destroyed. Cells of equal tag stand in the order they were appended and look-ups find the
-/// first. A cell whose tag was changed through a reference is found under the tag it has now.
+/// blocks. They stay where they are: a reference to a cell is valid until the record is cleared,
+/// assigned to, moved or destroyed; erase() says what becomes of references there.
 ///
-/// Thread: const operations may run in several threads at once; all others need the record alone.
+/// Cells of equal tag stand in the order they were appended, and a look-up finds the first of them
+/// in that order. It goes by the tags that the cells have now: cells may be changed at any time
+/// through any reference to them, their tags included, and a record answers as a fresh copy of it
+/// would. Look-ups and additions take the same time in a record of any length, also in turn with
+/// changes of values; the first look-up after a change of a tag passes over all cells once.
+///
+/// Thread: const operations may run in several threads at once; all others, changes of a cell
+///         through a reference included, need the record alone.
 /// Owns:   its cells.
 /// Errors: CQOV_Exception for a missing tag and as CTLVCell's; std::bad_alloc with errno ENOMEM.
 ///         The record is unchanged then.
@@ -96,8 +143,17 @@ class CTLVRecordV3 {
     clone(other);
     return *this;
   }
+  /// Takes command code and cells over and leaves `other` its command code, without cells.
+  ///
+  /// Nothing is allocated, and references to the cells stay valid. Only a record that a package
+  /// made (addRecord(), decoding, copying) may have to move its cells out of the package's memory,
+  /// into new memory. When there is none, errno is ENOMEM, this record has no cells and `other`
+  /// keeps them.
+  CTLVRecordV3(CTLVRecordV3&& other) noexcept : cmd_(other.cmd_) { take(other); }
+  /// The same for a record that is there already, on its own or in a package; its cells are freed.
+  CTLVRecordV3& operator=(CTLVRecordV3&& other) noexcept;
   ~CTLVRecordV3() {
-    if (loose_ || sweep_) {
+    if (given_ || sweep_) {
       freeValues();
     }
     if (own_ != nullptr || large_) {
@@ -111,7 +167,9 @@ class CTLVRecordV3 {
   /// Puts the cell itself, which must come from `new`, at the end and takes it over; null is
   /// ignored. Throws, and takes nothing, when a record owns the cell already.
   ///
-  /// The length is not limited here; a record above 65535 bytes cannot be encoded.
+  /// The length is not limited here; a record above 65535 bytes cannot be encoded. Such a cell does
+  /// not know its record: once one was changed after it was appended, in whatever record, look-ups
+  /// and length() of records with such cells pass over all their cells, until they are added to.
   void append(const CTLVCell* cell) { append_int(cell); }
   void append_int(const CTLVCell* cell);
 
@@ -143,12 +201,24 @@ class CTLVRecordV3 {
   /// Appends `cell`, copied or moved.
   CTLVRecordV3& add(CTLVCell cell);
 
+  /// Puts type and value of `cell`, copied or moved, into the first cell with its tag; references
+  /// to that one stay valid. Returns false when there is none. Throws, too, when the record would
+  /// be longer than 65535 bytes.
+  bool replace(CTLVCell cell);
+
   /// The first cell with `tag`, or null.
   const CTLVCell* find(unsigned short tag) const noexcept {
     return large_ ? findIndexed(tag) : scan(tag);
   }
   CTLVCell* find(unsigned short tag) noexcept {
-    return loosen(static_cast<const CTLVRecordV3*>(this)->find(tag));
+    return handOut(static_cast<const CTLVRecordV3*>(this)->find(tag));
+  }
+  /// The next cell behind `cell`, a cell of this record, that has the same tag, or null:
+  ///
+  ///     for (const CTLVCell* cell = r.find(7); cell != nullptr; cell = r.findNext(*cell))
+  const CTLVCell* findNext(const CTLVCell& cell) const noexcept;
+  CTLVCell* findNext(const CTLVCell& cell) noexcept {
+    return handOut(static_cast<const CTLVRecordV3*>(this)->findNext(cell));
   }
   /// The first cell with `tag`; throws when there is none.
   const CTLVCell& operator[](unsigned short tag) const {
@@ -159,7 +229,7 @@ class CTLVRecordV3 {
     return *cell;
   }
   CTLVCell& operator[](unsigned short tag) {
-    return *loosen(&static_cast<const CTLVRecordV3&>(*this)[tag]);
+    return *handOut(&static_cast<const CTLVRecordV3&>(*this)[tag]);
   }
 
   // The value of the first cell with `tag`; throw when it is missing or of another type.
@@ -170,6 +240,30 @@ class CTLVRecordV3 {
   std::string_view getString(unsigned short tag) const { return (*this)[tag].getString(); }
   std::string_view getOctets(unsigned short tag) const { return (*this)[tag].getOctets(); }
   Json::Value getJson(unsigned short tag) const;
+
+  // The same, or `otherwise` when the tag is missing; throw for another type all the same.
+  std::uint64_t getUnsigned(unsigned short tag, std::uint64_t otherwise) const {
+    const CTLVCell* cell = find(tag);
+    return cell == nullptr ? otherwise : cell->getUnsigned();
+  }
+  std::int64_t getSigned(unsigned short tag, std::int64_t otherwise) const {
+    const CTLVCell* cell = find(tag);
+    return cell == nullptr ? otherwise : cell->getSigned();
+  }
+  bool getBool(unsigned short tag, bool otherwise) const {
+    const CTLVCell* cell = find(tag);
+    return cell == nullptr ? otherwise : cell->getBool();
+  }
+  /// A view into the cell or of what `otherwise` is a view of, as the next one.
+  std::string_view getString(unsigned short tag, std::string_view otherwise) const {
+    const CTLVCell* cell = find(tag);
+    return cell == nullptr ? otherwise : cell->getString();
+  }
+  std::string_view getOctets(unsigned short tag, std::string_view otherwise) const {
+    const CTLVCell* cell = find(tag);
+    return cell == nullptr ? otherwise : cell->getOctets();
+  }
+  Json::Value getJson(unsigned short tag, const Json::Value& otherwise) const;
 
   /// Forward iteration over the cells in their order.
   template <class Cell>
@@ -182,8 +276,15 @@ class CTLVRecordV3 {
     using reference = Cell&;
 
     Iterator() noexcept = default;
-    Cell& operator*() const noexcept { return *resolve(slot_); }
-    Cell* operator->() const noexcept { return resolve(slot_); }
+    Cell& operator*() const noexcept {
+      if constexpr (!std::is_const_v<Cell>) {
+        if (slot_->place_ == CTLVCell::Place::kInBlock) {
+          block_->place(record_);
+        }
+      }
+      return *resolve(slot_);
+    }
+    Cell* operator->() const noexcept { return &**this; }
     Iterator& operator++() noexcept {
       if (++slot_ == end_) {
         enter(block_->next());
@@ -200,7 +301,15 @@ class CTLVRecordV3 {
 
    private:
     friend class CTLVRecordV3;
-    explicit Iterator(qov::CellBlock* block) noexcept { enter(block); }
+    using Record = std::conditional_t<std::is_const_v<Cell>, const CTLVRecordV3, CTLVRecordV3>;
+    Iterator(Record* record, qov::CellBlock* block) noexcept : record_(record) { enter(block); }
+    /// At `slot`, or at the first cell behind if `block` ends there.
+    Iterator(Record* record, qov::CellBlock* block, CTLVCell* slot) noexcept
+        : slot_(slot), end_(block->end()), block_(block), record_(record) {
+      if (slot_ == end_) {
+        enter(block->next());
+      }
+    }
     /// A block may be empty: its record was closed, or could not set its first value.
     void enter(qov::CellBlock* block) noexcept {
       while (block != nullptr && block->begin() == block->end()) {
@@ -214,34 +323,41 @@ class CTLVRecordV3 {
     CTLVCell* slot_ = nullptr;
     CTLVCell* end_ = nullptr;
     qov::CellBlock* block_ = nullptr;
+    Record* record_ = nullptr;
   };
   using const_iterator = Iterator<const CTLVCell>;
   using iterator = Iterator<CTLVCell>;
 
-  const_iterator begin() const noexcept { return const_iterator(first_); }
+  const_iterator begin() const noexcept { return const_iterator(this, first_); }
   const_iterator end() const noexcept { return const_iterator(); }
-  iterator begin() noexcept {
-    loosen();
-    return iterator(first_);
-  }
+  iterator begin() noexcept { return iterator(this, first_); }
   iterator end() noexcept { return iterator(); }
+
+  /// Frees the cell at `at`, which must not be end(), and returns the place of the next one.
+  /// References and iterators to cells before it stay valid, those to it and to the cells behind it
+  /// do not. References to other cells from append() stay valid, too.
+  iterator erase(iterator at) noexcept;
+  /// Frees all cells with `tag` and returns their number.
+  unsigned long erase(unsigned short tag) noexcept;
 
   /// Number of cells.
   unsigned long count() const noexcept;
   /// Bytes of the cells on the wire, each 4 and its value; the record's head of 10 not included.
-  unsigned long length() const noexcept { return loose_ ? measure() : length_; }
+  unsigned long length() const noexcept { return stale() ? measure() : length_; }
 
   /// Makes this record a deep copy of `other`.
   void clone(const CTLVRecordV3& other);
   /// Frees all cells; the command code stays.
   void clear() noexcept;
 
-  /// Writes the record's text form: of text values the length only, never the text.
+  /// Writes the record's text form: of text values the length only, never the text. As all dumps it
+  /// is the same in every locale; the stream keeps the locale it has, and is decimal afterwards.
   void dump(std::ostringstream& out) const;
   /// Writes one cell's value as dump() does.
   void dump_i(const CTLVCell& cell, std::ostringstream& out) const;
 
  private:
+  friend class CTLVCell;
   friend class qov::RecordCodec;
   friend class qov::RecordStore;
   template <class MSG_S_HEAD>
@@ -257,15 +373,23 @@ class CTLVRecordV3 {
   static CTLVCell* resolve(CTLVCell* slot) noexcept {
     return slot->place_ == CTLVCell::Place::kStandIn ? slot->pointer<CTLVCell>() : slot;
   }
-  /// Notes that someone may change cells from outside.
-  void loosen() noexcept {
-    loose_ = true;
-    open_ = &qov::CellBlock::full_;
+  /// Lets a cell that can be changed from outside know where it stands.
+  CTLVCell* handOut(const CTLVCell* cell) noexcept {
+    auto* own = const_cast<CTLVCell*>(cell);
+    if (own != nullptr && own->place_ == CTLVCell::Place::kInBlock) {
+      blockOf(own)->place(this);
+    }
+    return own;
   }
-  CTLVCell* loosen(const CTLVCell* cell) noexcept {
-    loosen();
-    return const_cast<CTLVCell*>(cell);
+  qov::CellBlock* blockOf(const CTLVCell* cell) const noexcept;
+  /// Whether a cell that came through append() may have been changed since.
+  bool stale() const noexcept {
+    return given_ && seen_ != changesOfGiven_.load(std::memory_order_relaxed);
   }
+  /// Takes such changes in.
+  void refresh() noexcept;
+  /// Takes in that `cell`, in a block of this record, had another head before.
+  void takeChange(const CTLVCell& cell, std::uint32_t headBefore) noexcept;
 
   /// The place for one more cell, which counts once it is committed.
   CTLVCell* slot() {
@@ -279,8 +403,8 @@ class CTLVRecordV3 {
     last_->setEnd(slot + 1);
     length_ = grownLength;
   }
-  void commitFitting(CTLVCell* slot, unsigned long grownLength) noexcept {
-    open_->setEnd(slot + 1);
+  void commitFitting(unsigned long grownLength) noexcept {
+    open_->grow();
     length_ = grownLength;
   }
   void index(CTLVCell* slot) noexcept {
@@ -289,8 +413,9 @@ class CTLVRecordV3 {
     }
   }
   /// The length with a value of `bytes` more; throws when that is too long.
-  unsigned long grownLength(unsigned long bytes) const {
-    const unsigned long grown = length() + MIN_TLV_SIZE + bytes;
+  unsigned long grownLength(unsigned long bytes) {
+    refresh();
+    const unsigned long grown = length_ + MIN_TLV_SIZE + bytes;
     if (grown > kMaxLength) {
       throwTooLong(grown);
     }
@@ -311,14 +436,22 @@ class CTLVRecordV3 {
   void addBlock(qov::CellBlock* block) noexcept;
   void addCopies(const CTLVRecordV3& other);
   void makeRoomOrThrow();
+  /// Appends `cell`, which has been checked.
+  void put(CTLVCell&& cell, unsigned long grownLength);
   void addToIndex(CTLVCell* cell) noexcept;
+  void dropIndex() noexcept;
   qov::TagIndex* buildIndex() const noexcept;
+  const_iterator at(const CTLVCell& cell) const noexcept;
   const CTLVCell* scan(unsigned short tag) const noexcept;
   const CTLVCell* findIndexed(unsigned short tag) const noexcept;
   unsigned long measure() const noexcept;
   void freeValues() noexcept;
   void freeBlocks() noexcept;
   void swapCells(CTLVRecordV3& other) noexcept;
+  void claimBlocks() noexcept;
+  void take(CTLVRecordV3& other) noexcept;
+  bool leavePackage() noexcept;
+  void follow(const qov::Relocation& moved) noexcept;
   [[noreturn]] static void throwMissing(unsigned short tag);
   [[noreturn]] static void throwTooLong(unsigned long length);
 
@@ -326,24 +459,30 @@ class CTLVRecordV3 {
   qov::CellBlock* first_ = nullptr;
   qov::CellBlock* last_ = nullptr;
   // The last block, or one that is always full: in a record without blocks, in a large one, whose
-  // index must learn of every cell, and in one whose length must be taken anew for every cell.
+  // index must learn of every cell, and in one that may be stale.
   qov::CellBlock* open_ = &qov::CellBlock::full_;
   // The first block that is not part of a package's memory; the ones behind are not, either.
   qov::CellBlock* own_ = nullptr;
-  // Sum of the cells' sizes while they were appended; exact unless loose_.
+  // Sum of the cells' sizes; exact unless stale().
   unsigned long length_ = 0;
-  // Made by the first look-up in a large record, possibly by several threads at once.
+  // Made by the first look-up in a large record, possibly by several threads at once. Exact unless
+  // stale().
   mutable std::atomic<qov::TagIndex*> index_{nullptr};
   // The package's memory that the record stands in, or null.
   qov::RecordStore* store_ = nullptr;
-  // Someone may have changed a cell since it was appended.
-  bool loose_ = false;
+  // The value of changesOfGiven_ up to which all changes are taken in.
+  std::uint32_t seen_ = 0;
+  // Has cells from append(), or had.
+  bool given_ = false;
   // A cell may own memory outside the blocks.
   bool sweep_ = false;
   // Had more than kScanLimit cells when it last needed room.
   bool large_ = false;
   // A package has it, in its memory or taken over; for good.
   bool owned_ = false;
+
+  // Counts the changes of cells from append(), in all records: those cells cannot find theirs.
+  static std::atomic<std::uint32_t> changesOfGiven_;
 };
 
 inline CTLVRecordV3& CTLVRecordV3::addNumber(unsigned int type, unsigned short tag, std::uint64_t v,
@@ -352,7 +491,7 @@ inline CTLVRecordV3& CTLVRecordV3::addNumber(unsigned int type, unsigned short t
     return addChecked(type, tag, &v, bytes, false);
   }
   CTLVCell* cell = open_->end();
-  commitFitting(cell, length_ + MIN_TLV_SIZE + bytes);
+  commitFitting(length_ + MIN_TLV_SIZE + bytes);
   ::new (cell) CTLVCell(CTLVCell::Place::kInBlock,
                         static_cast<unsigned int>(tag) << 4 | type | bytes << 16, v);
   return *this;
@@ -365,7 +504,7 @@ inline CTLVRecordV3& CTLVRecordV3::addBytes(unsigned int type, unsigned short ta
     return addChecked(type, tag, data, len, nul);
   }
   CTLVCell* cell = open_->end();
-  commitFitting(cell, length_ + MIN_TLV_SIZE + total);
+  commitFitting(length_ + MIN_TLV_SIZE + total);
   const auto bytes = static_cast<unsigned int>(len);
   const unsigned int typeTag = static_cast<unsigned int>(tag) << 4 | type;
   ::new (cell)

@@ -10,6 +10,7 @@
 #include <string_view>
 
 namespace qov {
+class CellBlock;
 class RecordCodec;
 }  // namespace qov
 
@@ -25,7 +26,8 @@ inline constexpr unsigned int MIN_TLV_SIZE = 4;
 /// since decoding goes through setCell().
 ///
 /// Thread: a value; const operations may run in several threads at once.
-/// Owns:   its value.
+/// Owns:   its value. A cell of a record is a part of that record: a change of its tag or length
+///         changes the record, too.
 /// Errors: CQOV_Exception for a tag above 4095, a value above 65535 bytes, and a typed getter on a
 ///         cell of another type; the cell is unchanged then. std::bad_alloc with errno ENOMEM when
 ///         there is no memory for the value, the cell is unchanged too.
@@ -66,7 +68,8 @@ class CTLVCell {
   /// or `len` 0 makes the value empty.
   void set_i(ETLVType type, unsigned short tag, const void* data, unsigned long len);
 
-  /// Stores `v` as compact JSON text with a NUL: type Array when it is an array, Json otherwise.
+  /// Stores `v` as compact JSON text with a NUL: type Array when it is an array, else Json. The
+  /// text is the same in every locale.
   void set(unsigned short tag, const Json::Value& v);
 
   /// Stores type and tag packed as on the wire (tag << 4 | type, unchecked) and a copy of the
@@ -115,6 +118,11 @@ class CTLVCell {
     return {reinterpret_cast<const char*>(value()), length()};
   }
   /// The parsed value of a Json or Array cell; throws as well when the text is not JSON.
+  ///
+  /// JsonCpp reads numbers with a fraction or exponent as the global C++ locale writes them. Where
+  /// that has another decimal point than ".", it takes 1.5 for no JSON, or for 1. A program that
+  /// sets a global locale and reads such values keeps the numbers out of it:
+  /// std::locale::global(std::locale(l, std::locale::classic(), std::locale::numeric)).
   Json::Value getJson() const;
 
   /// Parses the text of a Json cell. Returns false, and leaves `v` untouched, when the cell has
@@ -161,11 +169,13 @@ class CTLVCell {
 
  private:
   friend class CTLVRecordV3;
+  friend class qov::CellBlock;
   friend class qov::RecordCodec;
 
-  /// Where a cell stands: on its own, on its own but owned by a record, in a record's block; or it
-  /// only holds the place, in a record's block, of a cell that stands elsewhere.
-  enum class Place : unsigned char { kAlone, kAdopted, kInBlock, kStandIn };
+  /// Where a cell stands: on its own; on its own but owned by a record; in a record's block; or it
+  /// only holds the place, in a record's block, of a cell that stands elsewhere. Higher numbers say
+  /// where in its block a cell stands; a record sets them before it hands out what can be changed.
+  enum class Place : unsigned char { kAlone, kAdopted, kStandIn, kInBlock };
 
   static constexpr unsigned short kInside = 19;
   static constexpr unsigned short kUnsetTypeTag = 4094U << 4;
@@ -176,6 +186,9 @@ class CTLVCell {
       : value_{}, place_(place), head_(head) {
     storeNumber(v);
   }
+
+  /// Takes over what `other`, which belongs to no record, holds.
+  CTLVCell(Place place, CTLVCell&& other) noexcept : CTLVCell(place) { take(other); }
 
   static unsigned int width(std::uint64_t v) noexcept;
   static unsigned int widthSigned(std::int64_t v) noexcept;
@@ -200,6 +213,20 @@ class CTLVCell {
     }
   }
   void setNumber(unsigned int type, unsigned short tag, std::uint64_t v, unsigned int bytes);
+  /// Takes the value of `other` over; there must be none here.
+  void take(CTLVCell& other) noexcept {
+    std::memcpy(value_, other.value_, sizeof value_);
+    head_ = other.head_;
+    other.storeNumber(0);
+    other.setHead(other.typeTag(), 0);
+  }
+  /// To be called after a change through a reference: a record goes by its cells' tags and lengths.
+  void tellChange(std::uint32_t headBefore) noexcept {
+    if (place_ != Place::kAlone && head_ != headBefore) {
+      tellRecord(headBefore);
+    }
+  }
+  void tellRecord(std::uint32_t headBefore) noexcept;
   /// Sets type and tag and copies the value, plus a NUL if `nul`. Returns false, with errno ENOMEM
   /// and the cell as it was, when there is no memory.
   bool replace(unsigned int typeTag, const void* data, unsigned int len, bool nul) noexcept;
@@ -257,9 +284,11 @@ inline unsigned short CTLVCell::packed(unsigned int type, unsigned short tag) {
 inline void CTLVCell::setNumber(unsigned int type, unsigned short tag, std::uint64_t v,
                                 unsigned int bytes) {
   const unsigned short typeTag = packed(type, tag);
+  const std::uint32_t before = head_;
   freeValue();
   storeNumber(v);
   setHead(typeTag, bytes);
+  tellChange(before);
 }
 
 inline std::uint64_t CTLVCell::number() const noexcept {

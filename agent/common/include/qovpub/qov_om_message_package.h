@@ -26,6 +26,10 @@ class CQOV_OM_MsgPackage : public CQOV_MsgPackage {
   /// The same for an existing package. When it throws, the inner package is the old one and some of
   /// the package's own records may be gone.
   CQOV_OM_MsgPackage& operator=(const CQOV_OM_MsgPackage& other);
+  /// Takes header, inner package and records over as the base does; `other` has no inner package
+  /// then. A reference to the inner package stays valid.
+  CQOV_OM_MsgPackage(CQOV_OM_MsgPackage&& other) noexcept = default;
+  CQOV_OM_MsgPackage& operator=(CQOV_OM_MsgPackage&& other) noexcept = default;
   /// Deletes the inner package, then the records.
   ~CQOV_OM_MsgPackage() override;
 
@@ -44,7 +48,9 @@ class CQOV_OM_MsgPackage : public CQOV_MsgPackage {
   /// are not looked at: the bytes behind the header are the inner package's to judge. A bad header
   /// leaves everything as it was, as missing memory for a new inner package does; when the inner
   /// package is bad the header has been taken over and the inner package has no records.
+  /// decodeFault() tells why, its position counted from the internal header.
   unsigned int decode(unsigned char* buf, unsigned int size) override;
+  using CQOV_MsgPackage::decode;
 
   /// Not the byte form of the message, which only the other encode() writes. Kept as it is: with an
   /// inner package whose records take R bytes it writes the header with LEN 28 + R, the header

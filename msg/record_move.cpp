@@ -1,0 +1,93 @@
+// Records that change places: with each other, out of a package's memory, or with that memory.
+#include <qovpub/qov_msg.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "msg/relocation.h"
+#include "msg/tag_index.h"
+
+CTLVRecordV3& CTLVRecordV3::operator=(CTLVRecordV3&& other) noexcept {
+  if (this != &other) {
+    CTLVRecordV3 taken(std::move(other));
+    cmd_ = taken.cmd_;
+    swapCells(taken);
+  }
+  return *this;
+}
+
+void CTLVRecordV3::swapCells(CTLVRecordV3& other) noexcept {
+  std::swap(first_, other.first_);
+  std::swap(last_, other.last_);
+  std::swap(open_, other.open_);
+  std::swap(own_, other.own_);
+  std::swap(length_, other.length_);
+  std::swap(seen_, other.seen_);
+  std::swap(given_, other.given_);
+  std::swap(sweep_, other.sweep_);
+  std::swap(large_, other.large_);
+  other.index_.store(index_.exchange(other.index_.load()));
+  claimBlocks();
+  other.claimBlocks();
+}
+
+void CTLVRecordV3::claimBlocks() noexcept {
+  for (qov::CellBlock* block = first_; block != nullptr; block = block->next()) {
+    block->setRecord(this);
+  }
+}
+
+/// Into a record without cells.
+void CTLVRecordV3::take(CTLVRecordV3& other) noexcept {
+  const bool inPackage = other.first_ != other.own_;
+  if (!inPackage || other.leavePackage()) {
+    swapCells(other);
+  }
+}
+
+/// Moves the cells into blocks of the record's own. Returns false, and leaves them where they are,
+/// when there is no memory.
+bool CTLVRecordV3::leavePackage() noexcept {
+  CTLVRecordV3 moved;
+  moved.large_ = large_;
+  unsigned long left = count();
+  while (left > 0) {
+    if (!moved.makeRoom(left)) {
+      return false;
+    }
+    left -= std::min<unsigned long>(left, qov::CellBlock::kMaxCells);
+  }
+  qov::CellBlock* to = moved.first_;
+  for (qov::CellBlock* from = first_; from != nullptr; from = from->next()) {
+    for (const CTLVCell* slot = from->begin(); slot != from->end(); ++slot) {
+      to = to->full() ? to->next() : to;
+      CTLVCell* const free = to->end();
+      to->relocate(free, slot);
+      to->setEnd(free + 1);
+    }
+    from->setEnd(from->begin());
+  }
+  moved.length_ = length_;
+  moved.seen_ = seen_;
+  moved.given_ = std::exchange(given_, false);
+  moved.sweep_ = std::exchange(sweep_, false);
+  if (moved.given_) {
+    moved.open_ = &qov::CellBlock::full_;
+  }
+  swapCells(moved);
+  return true;
+}
+
+/// The record has come to stand at another place, and some of its blocks may have, too.
+void CTLVRecordV3::follow(const qov::Relocation& moved) noexcept {
+  moved(first_);
+  moved(last_);
+  moved(open_);
+  for (qov::CellBlock* block = first_; block != nullptr; block = block->next()) {
+    qov::CellBlock* next = block->next();
+    moved(next);
+    block->setNext(next);
+  }
+  claimBlocks();
+  dropIndex();
+}
