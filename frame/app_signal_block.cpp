@@ -19,14 +19,14 @@ sigset_t setOf(std::initializer_list<int> signals) {
 }
 
 void blockForGood() {
-  const sigset_t blocked = setOf({SIGINT, SIGUSR1, SIGPIPE});
+  const sigset_t blocked = setOf({SIGINT, SIGTERM, SIGUSR1, SIGPIPE});
   ::pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
 }
 
 }  // namespace
 
 SignalBlock::SignalBlock() {
-  const sigset_t blocked = setOf({SIGINT, SIGUSR1});
+  const sigset_t blocked = setOf({SIGINT, SIGTERM, SIGUSR1});
   ::pthread_sigmask(SIG_BLOCK, &blocked, &former_);
 }
 
@@ -35,7 +35,7 @@ SignalBlock::~SignalBlock() {
 }
 
 SignalAdmission::SignalAdmission() {
-  const sigset_t admitted = setOf({SIGINT, SIGUSR1});
+  const sigset_t admitted = setOf({SIGINT, SIGTERM, SIGUSR1});
   ::pthread_sigmask(SIG_UNBLOCK, &admitted, &former_);
 }
 

@@ -5,8 +5,8 @@
 
 namespace qov {
 
-/// Keeps SIGINT and SIGUSR1 from the calling thread, and from the threads it starts, while it
-/// lives.
+/// Keeps SIGINT, SIGTERM and SIGUSR1 from the calling thread, and from the threads it starts, while
+/// it lives.
 ///
 /// Thread: made and destroyed by one thread.
 /// Owns:   that thread's signal mask, which the destructor sets back to what it was.
@@ -23,8 +23,8 @@ class SignalBlock {
   sigset_t former_;
 };
 
-/// Lets SIGINT and SIGUSR1 reach the calling thread while it lives, whoever has blocked them: a
-/// process inherits its starter's mask.
+/// Lets SIGINT, SIGTERM and SIGUSR1 reach the calling thread while it lives, whoever has blocked
+/// them: a process inherits its starter's mask.
 ///
 /// Thread: made and destroyed by one thread.
 /// Owns:   that thread's signal mask, which the destructor sets back to what it was.
@@ -45,8 +45,8 @@ class SignalAdmission {
 /// the signal itself.
 void ignoreBrokenPipes();
 
-/// Has the thread that calls exit(), or returns from main, block SIGINT, SIGUSR1 and SIGPIPE for
-/// the rest of the process, which none of them can end then. ACE's own end takes the handlers away
+/// Has the thread that calls exit(), or returns from main, block SIGINT, SIGTERM, SIGUSR1 and
+/// SIGPIPE for the rest of the process, which none of them can end then. ACE's own end takes the handlers away
 /// and standard output is written after that, but a mask stays.
 void blockSignalsAtExit();
 

@@ -61,7 +61,7 @@ void SignalRelay::openEvent() {
 }
 
 void SignalRelay::note(int signum) {
-  if (signum == SIGINT) {
+  if (signum == SIGINT || signum == SIGTERM) {
     stopNoted.store(true);
   } else if (signum == SIGUSR1) {
     reloadNoted.store(true);

@@ -30,14 +30,14 @@ class SignalRelay : public ACE_Event_Handler {
   void detach(const SigintHandler& handler);
 
   /// Notes `signum` and wakes the reactor. Async-signal-safe; errno is kept. Signals other than
-  /// SIGINT and SIGUSR1 have nothing to carry out.
+  /// SIGINT, SIGTERM and SIGUSR1 have nothing to carry out.
   static void note(int signum);
 
   ACE_HANDLE get_handle() const override;
 
   int handle_input(ACE_HANDLE handle) override;
 
-  /// Carries out the noted signals: the log first, since after SIGINT nothing more is carried out.
+  /// Carries out the noted signals: the log first, since after a stop nothing more is carried out.
   void carryOut();
 
  private:

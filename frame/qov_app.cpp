@@ -132,7 +132,7 @@ void CQOVapp::handleSignals() {
   // Of an earlier frame, what it has not carried out any more is forgotten.
   qov::SignalRelay::instance().attach(*signalHandler_);
   signalHandler_->logStrategy_ = logStrategy_.get();
-  for (const int signum : {SIGINT, SIGPIPE, SIGUSR1}) {
+  for (const int signum : {SIGINT, SIGPIPE, SIGUSR1, SIGTERM}) {
     ACE_Reactor::instance()->register_handler(signum, signalHandler_);
   }
 }

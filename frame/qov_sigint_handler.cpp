@@ -21,7 +21,7 @@ SigintHandler::~SigintHandler() {
 int SigintHandler::handle_signal(int signum, siginfo_t* info, ucontext_t*) {
   if (info != nullptr) {
     qov::SignalRelay::note(signum);
-  } else if (signum == SIGINT) {
+  } else if (signum == SIGINT || signum == SIGTERM) {
     ACE_Reactor::instance()->implementation()->deactivate(1);
   } else if (signum == SIGUSR1 && logStrategy_ != nullptr) {
     try {

@@ -47,10 +47,15 @@ TEST_F(AppSignals, CalledDirectlySigintEndsTheLoopAtOnce) {
 }
 
 TEST_F(AppSignals, CalledDirectlyOtherSignalsLeaveTheLoopRunning) {
-  for (const int signum : {SIGPIPE, SIGUSR1, SIGTERM, 0}) {
+  for (const int signum : {SIGPIPE, SIGUSR1, SIGUSR2, 0}) {
     EXPECT_EQ(handler.handle_signal(signum), 0);
   }
   EXPECT_FALSE(loopHasEnded());
+}
+
+TEST_F(AppSignals, CalledDirectlySigtermEndsTheLoopAtOnce) {
+  EXPECT_EQ(handler.handle_signal(SIGTERM), 0);
+  EXPECT_TRUE(loopHasEnded());
 }
 
 TEST_F(AppSignals, FromTheSystemSigintIsCarriedOutByTheReactor) {
@@ -60,8 +65,15 @@ TEST_F(AppSignals, FromTheSystemSigintIsCarriedOutByTheReactor) {
   EXPECT_TRUE(loopHasEnded());
 }
 
+TEST_F(AppSignals, FromTheSystemSigtermIsCarriedOutByTheReactor) {
+  EXPECT_EQ(handler.handle_signal(SIGTERM, &info), 0);
+  EXPECT_FALSE(loopHasEnded());
+  handleReadyEvents();
+  EXPECT_TRUE(loopHasEnded());
+}
+
 TEST_F(AppSignals, FromTheSystemOtherSignalsLeaveTheLoopRunning) {
-  for (const int signum : {SIGPIPE, SIGUSR1, SIGTERM}) {
+  for (const int signum : {SIGPIPE, SIGUSR1, SIGUSR2}) {
     EXPECT_EQ(handler.handle_signal(signum, &info), 0);
   }
   handleReadyEvents();
@@ -119,13 +131,16 @@ bool isBlocked(int signum) {
   return sigismember(&mask, signum) == 1;
 }
 
-TEST(AppSignalBlock, KeepsTheTwoSignalsFromThisThreadAndThoseItStarts) {
+TEST(AppSignalBlock, KeepsTheSignalsFromThisThreadAndThoseItStarts) {
   const qov::SignalBlock block;
   EXPECT_TRUE(isBlocked(SIGINT));
+  EXPECT_TRUE(isBlocked(SIGTERM));
   EXPECT_TRUE(isBlocked(SIGUSR1));
   EXPECT_FALSE(isBlocked(SIGPIPE));
   bool inherited = false;
-  std::thread([&] { inherited = isBlocked(SIGINT) && isBlocked(SIGUSR1); }).join();
+  std::thread([&] {
+    inherited = isBlocked(SIGINT) && isBlocked(SIGTERM) && isBlocked(SIGUSR1);
+  }).join();
   EXPECT_TRUE(inherited);
 }
 
@@ -136,6 +151,7 @@ TEST(AppSignalBlock, GivesBackTheMaskThatWas) {
   ::pthread_sigmask(SIG_BLOCK, &usr1, nullptr);
   { const qov::SignalBlock block; }
   EXPECT_FALSE(isBlocked(SIGINT));
+  EXPECT_FALSE(isBlocked(SIGTERM));
   EXPECT_TRUE(isBlocked(SIGUSR1));
   ::pthread_sigmask(SIG_UNBLOCK, &usr1, nullptr);
 }

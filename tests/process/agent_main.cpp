@@ -54,7 +54,7 @@ std::string mode() {
 }
 
 ssize_t signalTheProcess(void*, const char*, size_t size) {
-  for (const int signum : {SIGPIPE, SIGUSR1, SIGINT}) {
+  for (const int signum : {SIGPIPE, SIGUSR1, SIGTERM, SIGINT}) {
     ::kill(::getpid(), signum);
   }
   return static_cast<ssize_t>(size);

@@ -24,18 +24,18 @@ TEST_F(AgentSignalsAtTheEnd, ABrokenPipeAtStandardOutputDoesNotTurnASuccessIntoA
   stopsInOrder();
 }
 
-TEST_F(AgentSignalsAtTheEnd, NoneOfTheThreeEndsAProcessThatHasEndedSomeOfItsModules) {
+TEST_F(AgentSignalsAtTheEnd, NoneOfTheFourEndsAProcessThatHasEndedSomeOfItsModules) {
   starts({"chatter", "stuck"});
   agent.send(SIGINT);
   ASSERT_TRUE(agent.waitForLog("Unload module qovp_chatter!"));
-  for (const int signum : {SIGPIPE, SIGUSR1, SIGINT}) {
+  for (const int signum : {SIGPIPE, SIGUSR1, SIGINT, SIGTERM}) {
     agent.send(signum);
   }
   agent.makeFile("go");
   hasEndedInOrder(agent.waitForEnd());
 }
 
-TEST_F(AgentSignalsAtTheEnd, NoneOfTheThreeEndsAProcessThatIsOnItsWayOut) {
+TEST_F(AgentSignalsAtTheEnd, NoneOfTheFourEndsAProcessThatIsOnItsWayOut) {
   agent.setEnvironment("QOV_TEST_LAST_SIGNALS", "1");
   starts({"chatter"});
   stopsInOrder();

@@ -76,12 +76,13 @@ TEST_F(AgentStart, LoadsTheModulesWithTheSignalsBlocked) {
   EXPECT_EQ(agent.state("sigpipe_blocked"), "0");
 }
 
-TEST_F(AgentStart, HandlesTheThreeSignalsFromItsEndOn) {
+TEST_F(AgentStart, HandlesTheFourSignalsFromItsEndOn) {
   starts({"state"});
   EXPECT_TRUE(agent.catches(SIGINT));
   EXPECT_TRUE(agent.catches(SIGPIPE));
   EXPECT_TRUE(agent.catches(SIGUSR1));
-  EXPECT_FALSE(agent.catches(SIGTERM));
+  EXPECT_TRUE(agent.catches(SIGTERM));
+  EXPECT_FALSE(agent.catches(SIGHUP));
   stopsInOrder();
 }
 

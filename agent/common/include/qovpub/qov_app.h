@@ -8,8 +8,8 @@
 
 class CQOV_Logging_Strategy;
 
-/// What the signals of the process do: SIGINT ends the event loop, SIGUSR1 applies the log
-/// configuration again, SIGPIPE and any other do nothing.
+/// What the signals of the process do: SIGINT and SIGTERM end the event loop, SIGUSR1 applies the
+/// log configuration again, SIGPIPE and any other do nothing.
 ///
 /// ACE runs handle_signal() in signal context, on whichever thread takes the signal. There it only
 /// notes the signal and wakes the process reactor, which carries it out on the thread that runs its
@@ -54,14 +54,15 @@ class SigintHandler : public ACE_Event_Handler {
 ///       }
 ///     }
 ///
-/// Signals: init() blocks SIGINT and SIGUSR1 while it works, so that the modules' threads never
-/// take them, gives the caller's signal mask back on every way out, and delivers what came
+/// Signals: init() blocks SIGINT, SIGTERM and SIGUSR1 while it works, so that the modules' threads
+/// never take them, gives the caller's signal mask back on every way out, and delivers what came
 /// meanwhile. From init() on a broken pipe (SIGPIPE) never ends the process, even when init()
 /// fails; a handler that the program has set itself stays until init() succeeds. event_loop_done()
-/// lets SIGINT and SIGUSR1 through to its thread while the loop runs, even where the starter of the
-/// process has blocked them, and then gives the mask back. The thread that ends the process by
-/// exit() or by returning from main has all three blocked from the exit handlers on. Programs that
-/// a module's thread starts inherit SIGINT and SIGUSR1 blocked: unblock them between fork and exec.
+/// lets these three through to its thread while the loop runs, even where the starter of the
+/// process has blocked or ignored them, and then gives the mask back. The thread that ends the
+/// process by exit() or by returning from main has them and SIGPIPE blocked from the exit handlers
+/// on. Programs that a module's thread starts inherit the three blocked: unblock them between fork
+/// and exec.
 ///
 /// Exit handlers (std::atexit, static objects) run in each of the two processes that make way for a
 /// daemon, too.
@@ -104,7 +105,7 @@ class CQOVapp {
   /// the log only.
   int init(int argc, char** argv);
 
-  /// Runs the process reactor's event loop until SIGINT, then unloads the modules, closes the
+  /// Runs the process reactor's event loop until SIGINT or SIGTERM, then unloads the modules, closes the
   /// plug-in registry and waits for all threads of ACE's thread manager. A shutdown that takes
   /// longer than 450 seconds ends the process.
   void event_loop_done();
