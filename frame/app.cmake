@@ -3,6 +3,6 @@
 qov_component(
   frame_app
   FOLDER "${CMAKE_CURRENT_LIST_DIR}"
-  SOURCES app_daemon.cpp app_signal_block.cpp app_signal_relay.cpp qov_app.cpp
-          qov_sigint_handler.cpp
+  SOURCES app_daemon.cpp app_signal_block.cpp app_signal_relay.cpp app_start_watch.cpp
+          app_stop_watch.cpp qov_app.cpp qov_sigint_handler.cpp
   USES frame_env diag module)

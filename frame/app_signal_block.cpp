@@ -43,6 +43,16 @@ SignalAdmission::~SignalAdmission() {
   ::pthread_sigmask(SIG_SETMASK, &former_, nullptr);
 }
 
+AllSignalsBlock::AllSignalsBlock() {
+  sigset_t all;
+  sigfillset(&all);
+  ::pthread_sigmask(SIG_SETMASK, &all, &former_);
+}
+
+AllSignalsBlock::~AllSignalsBlock() {
+  ::pthread_sigmask(SIG_SETMASK, &former_, nullptr);
+}
+
 void ignoreBrokenPipes() {
   struct sigaction action {};
   if (::sigaction(SIGPIPE, nullptr, &action) == 0 && (action.sa_flags & SA_SIGINFO) == 0 &&

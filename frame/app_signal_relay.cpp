@@ -1,6 +1,7 @@
 #include "frame/app_signal_relay.h"
 
 #include <ace/Reactor.h>
+#include <semaphore.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -19,6 +20,8 @@ namespace {
 std::atomic<int> eventDescriptor{-1};
 std::atomic<bool> stopNoted{false};
 std::atomic<bool> reloadNoted{false};
+std::atomic<bool> stopCame{false};
+sem_t stopRang;
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
               "a signal handler must not lock");
 
@@ -31,8 +34,13 @@ SignalRelay& SignalRelay::instance() {
   return relay;
 }
 
+SignalRelay::SignalRelay() {
+  ::sem_init(&stopRang, 0, 0);
+}
+
 void SignalRelay::attach(SigintHandler& handler) {
   stopNoted.store(false);
+  stopCame.store(false);
   reloadNoted.store(false);
   handler_ = &handler;
   listen();
@@ -60,15 +68,29 @@ void SignalRelay::openEvent() {
   }
 }
 
+bool SignalRelay::stopHasCome() {
+  return stopCame.load();
+}
+
+void SignalRelay::waitForStop() {
+  ::sem_wait(&stopRang);
+}
+
+void SignalRelay::endWaitForStop() {
+  ::sem_post(&stopRang);
+}
+
 void SignalRelay::note(int signum) {
+  const int formerErrno = errno;
   if (signum == SIGINT || signum == SIGTERM) {
     stopNoted.store(true);
+    stopCame.store(true);
+    ::sem_post(&stopRang);
   } else if (signum == SIGUSR1) {
     reloadNoted.store(true);
   } else {
     return;
   }
-  const int formerErrno = errno;
   const std::uint64_t one = 1;
   // A counter that is full (EAGAIN) has woken the reactor already.
   static_cast<void>(!::write(eventDescriptor.load(), &one, sizeof one));

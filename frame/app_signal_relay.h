@@ -10,7 +10,7 @@ namespace qov {
 /// Carries signals out of signal context into the process reactor's event loop.
 ///
 /// Thread: note() in signal context on any thread; everything else on the thread that runs the
-///         process reactor.
+///         process reactor, unless it says otherwise.
 /// Owns:   an event descriptor, for as long as the process lives: a signal may come at any time.
 /// Errors: without a descriptor signals are noted, but only those that interrupt the reactor's wait
 ///         wake it.
@@ -29,6 +29,14 @@ class SignalRelay : public ACE_Event_Handler {
   /// Forgets `handler`, if it is the one, and leaves the process reactor.
   void detach(const SigintHandler& handler);
 
+  /// Whether a stop signal has come since attach(), carried out or not. Thread: any.
+  static bool stopHasCome();
+
+  /// Returns when a stop signal comes, or at endWaitForStop(); perhaps earlier. Thread: any but in
+  /// signal context.
+  void waitForStop();
+  void endWaitForStop();
+
   /// Notes `signum` and wakes the reactor. Async-signal-safe; errno is kept. Signals other than
   /// SIGINT, SIGTERM and SIGUSR1 have nothing to carry out.
   static void note(int signum);
@@ -41,7 +49,7 @@ class SignalRelay : public ACE_Event_Handler {
   void carryOut();
 
  private:
-  SignalRelay() = default;
+  SignalRelay();
 
   void openEvent();
 

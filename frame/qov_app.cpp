@@ -12,7 +12,6 @@
 #include <csignal>
 #include <new>
 
-#include <qovplatform/platform_guard.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_logging_strategy.h>
 #include <qovpub/qov_module_loader.h>
@@ -22,8 +21,11 @@
 #include "frame/app_daemon.h"
 #include "frame/app_signal_block.h"
 #include "frame/app_signal_relay.h"
-#include "frame/shutdown_supervision.h"
+#include "frame/app_start_watch.h"
+#include "frame/app_stop_watch.h"
+#include "frame/current_step.h"
 #include "module/module_shutdown.h"
+#include "module/shutdown_watch.h"
 
 namespace {
 
@@ -61,6 +63,16 @@ void runReactor() {
   }
 }
 
+void closePlugins() {
+  const qov::CurrentStep step("closing the plug-ins");
+  CQOV_Plugins::close();
+}
+
+void waitForOtherThreads() {
+  const qov::CurrentStep step("waiting for threads that belong to no module");
+  ACE_Thread_Manager::instance()->wait(nullptr, false, true);
+}
+
 }  // namespace
 
 bool CQOVapp::bDeaemonize_ = true;
@@ -94,6 +106,7 @@ int CQOVapp::init(int argc, char** argv) {
     QOV_Utility::getProcessCfgFileName();
     qov::becomeDaemon(QOV_Utility::getQOVRootEnv());
   }
+  const qov::StartWatch watch;
   // Not before: a daemon has lost the descriptors of an earlier reactor. Not later: a module's
   // thread that came first would own it.
   ownReactor();
@@ -140,12 +153,15 @@ void CQOVapp::handleSignals() {
 void CQOVapp::event_loop_done() {
   CQOVDebugKitGuard guard(0, "void CQOVapp::event_loop_done()");
   {
-    MonitorGuard monitor(qov::kShutdownSeconds);
-    runReactor();
-    qov::shutdownBegins(monitor);
+    qov::ShutdownWatch watch;
+    {
+      const qov::StopWatch stop(watch);
+      runReactor();
+    }
+    watch.begins();
     moduleLoader().unload();
-    CQOV_Plugins::close();
-    ACE_Thread_Manager::instance()->wait(nullptr, false, true);
+    closePlugins();
+    waitForOtherThreads();
     guard.info(65601, __FUNCTION__, __LINE__, "%s had shutdown.", programName_.c_str());
   }
 }

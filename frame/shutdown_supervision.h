@@ -13,6 +13,13 @@ template <class Guard>
 struct HasShutdownBegins<Guard, std::void_t<decltype(std::declval<Guard&>().shutdownBegins())>>
     : std::true_type {};
 
+template <class Guard, class = void>
+struct HasBeforeAbort : std::false_type {};
+
+template <class Guard>
+struct HasBeforeAbort<Guard, std::void_t<decltype(std::declval<Guard&>().beforeAbort(nullptr))>>
+    : std::true_type {};
+
 /// How long the end of the modules may take, in seconds.
 constexpr unsigned kShutdownSeconds = 450;
 
@@ -23,6 +30,14 @@ template <class Guard>
 void shutdownBegins(Guard& guard) {
   if constexpr (HasShutdownBegins<Guard>::value) {
     guard.shutdownBegins();
+  }
+}
+
+/// Has the guard call `report` before it aborts the process, where it is the stand-in's.
+template <class Guard>
+void beforeAbort(Guard& guard, void (*report)()) {
+  if constexpr (HasBeforeAbort<Guard>::value) {
+    guard.beforeAbort(report);
   }
 }
 

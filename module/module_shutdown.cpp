@@ -2,11 +2,10 @@
 
 #include <cxxabi.h>
 
-#include <qovplatform/platform_guard.h>
 #include <qovpub/qov_leader_task.h>
 #include <qovpub/qov_module_loader.h>
 
-#include "frame/shutdown_supervision.h"
+#include "module/shutdown_watch.h"
 
 namespace qov {
 namespace {
@@ -32,8 +31,8 @@ void ModuleShutdown::stopAll() {
     return;
   }
   if (CQOV_Module_Loader::loading_ != nullptr || loader->holdsModules()) {
-    MonitorGuard monitor(kShutdownSeconds);
-    shutdownBegins(monitor);
+    ShutdownWatch watch;
+    watch.begins();
     // exit() in a module's start has left this thread in the middle of that, with the table held.
     loader->endInterruptedLoad();
     loader->unload();

@@ -3,16 +3,19 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <optional>
 #include <utility>
 
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
 
+#include "frame/current_step.h"
 #include "module/dll_manager.h"
 #include "module/module_entry.h"
 #include "module/module_library.h"
 #include "module/module_shutdown.h"
+#include "module/shutdown_watch.h"
 #include "module/table_guards.h"
 #include "task/ending_thread.h"
 
@@ -29,11 +32,25 @@ using CreateModule = CQOV_TaskMgr* (*)();
 /// One load() on its thread.
 struct CQOV_Module_Loader::Loading {
   explicit Loading(CQOV_Module_Loader& loader) : table(loader) { loading_ = this; }
-  ~Loading() { loading_ = nullptr; }
+  ~Loading() {
+    loading_ = nullptr;
+    if (manager != nullptr) {
+      watchTheEnd();
+    }
+  }
 
   Loading(const Loading&) = delete;
   Loading& operator=(const Loading&) = delete;
 
+  /// The end of a module that has failed to start may hang as any other.
+  void watchTheEnd() try {
+    watch.emplace();
+    watch->begins();
+  } catch (const std::bad_alloc&) {  // ends unwatched
+  }
+
+  std::optional<qov::ShutdownWatch> watch;
+  std::optional<qov::CurrentStep> step;
   /// The module that is being started. However the loading ends, this goes after the table's lock:
   /// joining its threads under that would wait for good on a leader that waits to read.
   ManagerPtr manager;
@@ -85,6 +102,8 @@ void CQOV_Module_Loader::endInterruptedLoad() {
 }
 
 void CQOV_Module_Loader::StopAndDelete::operator()(CQOV_TaskMgr* manager) const {
+  const qov::CurrentStep step("stopping module %u (%s)", manager->moduleId(),
+                              manager->name().c_str());
   // Joined before the destructor of the module's own class frees what its threads use.
   manager->stop();
   delete manager;
@@ -93,6 +112,7 @@ void CQOV_Module_Loader::StopAndDelete::operator()(CQOV_TaskMgr* manager) const 
 bool CQOV_Module_Loader::loadModules(const std::list<std::string>& names, ManagerPtr& manager,
                                      CQOVDebugKitGuard& guard) {
   for (const std::string& name : names) {
+    loading_->step.emplace("loading module %s", name.c_str());
     if (!loadModule(name, manager, guard)) {
       return false;
     }
@@ -189,6 +209,7 @@ void CQOV_Module_Loader::unload() {
     bModuleLoaded_ = false;
   }
   while (const std::unique_ptr<ModuleEntry> entry = takeFirst()) {
+    const qov::CurrentStep step("unloading module %s", entry->dll->dll_name());
     entry->taskMgr.reset();
     guard.warn(65567, __FUNCTION__, __LINE__, "Unload module %s!", entry->dll->dll_name());
     qov::closeLibrary(*entry->dll);

@@ -11,6 +11,12 @@ MonitorGuard::MonitorGuard(unsigned seconds) {
 
 MonitorGuard::~MonitorGuard() = default;
 
+void MonitorGuard::beforeAbort(void (*report)()) {
+  if (watchdog_ != nullptr) {
+    watchdog_->beforeAbort(report);
+  }
+}
+
 void MonitorGuard::shutdownBegins() {
   if (watchdog_ != nullptr) {
     watchdog_->start();

@@ -14,6 +14,8 @@
 namespace qov::platform {
 namespace {
 
+constexpr std::chrono::seconds kLongestTelling(5);
+
 // A pipe that nobody reads, or a stopped terminal, may be what the shutdown hangs on: a write there
 // would hang, too.
 bool takesALine(int descriptor) {
@@ -40,41 +42,70 @@ ShutdownWatchdog::ShutdownWatchdog(std::chrono::nanoseconds bound, unsigned seco
     : bound_(bound), seconds_(seconds) {}
 
 ShutdownWatchdog::~ShutdownWatchdog() {
-  std::thread thread;
+  std::thread watching;
+  std::thread telling;
   {
     const std::lock_guard<std::mutex> held(lock_);
     over_ = true;
-    thread.swap(thread_);
-    changed_.notify_one();
+    watching.swap(watching_);
+    telling.swap(telling_);
+    changed_.notify_all();
   }
-  if (thread.joinable()) {
-    thread.join();
+  for (std::thread* const thread : {&watching, &telling}) {
+    if (thread->joinable()) {
+      thread->join();
+    }
   }
 }
 
 void ShutdownWatchdog::start() {
   const std::lock_guard<std::mutex> held(lock_);
-  if (over_ || thread_.joinable()) {
+  if (over_ || telling_.joinable()) {
     return;
   }
   const AllSignalsBlocked blocked;
   try {
-    thread_ = std::thread(&ShutdownWatchdog::run, this, std::chrono::steady_clock::now() + bound_);
-    pthread_setname_np(thread_.native_handle(), "qov-shutdown");
+    telling_ = std::thread(&ShutdownWatchdog::tell, this);
+    pthread_setname_np(telling_.native_handle(), "qov-report");
+    watching_ =
+        std::thread(&ShutdownWatchdog::watch, this, std::chrono::steady_clock::now() + bound_);
+    pthread_setname_np(watching_.native_handle(), "qov-shutdown");
   } catch (const std::exception& error) {
     writeToStandardError("MonitorGuard: the shutdown of process %d is not supervised: %s\n",
                          static_cast<int>(::getpid()), error.what());
   }
 }
 
-void ShutdownWatchdog::run(std::chrono::steady_clock::time_point deadline) {
+void ShutdownWatchdog::watch(std::chrono::steady_clock::time_point deadline) {
   std::unique_lock<std::mutex> held(lock_);
   if (!changed_.wait_until(held, deadline, [this] { return over_; })) {
-    writeToStandardError(
-        "MonitorGuard: the shutdown of process %d has not ended within %u s, aborting\n",
-        static_cast<int>(::getpid()), seconds_);
+    overdue_ = true;
+    changed_.notify_all();
+    changed_.wait_for(held, kLongestTelling, [this] { return told_; });
     std::abort();
   }
+}
+
+void ShutdownWatchdog::tell() {
+  std::unique_lock<std::mutex> held(lock_);
+  changed_.wait(held, [this] { return over_ || overdue_; });
+  if (!overdue_) {
+    return;
+  }
+  held.unlock();
+  writeToStandardError(
+      "MonitorGuard: the shutdown of process %d has not ended within %u s, aborting\n",
+      static_cast<int>(::getpid()), seconds_);
+  try {
+    if (report_ != nullptr) {
+      report_();
+    }
+  } catch (...) {
+    // The line above has to do.
+  }
+  held.lock();
+  told_ = true;
+  changed_.notify_all();
 }
 
 }  // namespace qov::platform

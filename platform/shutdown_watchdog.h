@@ -18,19 +18,28 @@ class ShutdownWatchdog {
   ShutdownWatchdog(const ShutdownWatchdog&) = delete;
   ShutdownWatchdog& operator=(const ShutdownWatchdog&) = delete;
 
+  /// Called before the process is aborted; before start() only.
+  void beforeAbort(void (*report)()) { report_ = report; }
+
   void start();
 
  private:
-  void run(std::chrono::steady_clock::time_point deadline);
+  void watch(std::chrono::steady_clock::time_point deadline);
+  /// Apart from watch(): whatever is written may hang.
+  void tell();
 
   const std::chrono::nanoseconds bound_;
   const unsigned seconds_;
+  void (*report_)() = nullptr;
 
   std::mutex lock_;
   std::condition_variable changed_;
   // Guarded by lock_.
   bool over_ = false;
-  std::thread thread_;
+  bool overdue_ = false;
+  bool told_ = false;
+  std::thread watching_;
+  std::thread telling_;
 };
 
 }  // namespace qov::platform

@@ -65,10 +65,10 @@ CQOV_Leader_Task::~CQOV_Leader_Task() {
 bool CQOV_Leader_Task::run() {
   CQOVDebugKitGuard log(qov::kPublicKit, "bool CQOV_Leader_Task::run()");
   ACE_thread_t thread = 0;
-  if (qov::startTask(*this, grp_id(), thread) != 0) {
+  if (qov::startTask(*this, grp_id(), {moduleId_, "leader"}, thread) != 0) {
     return false;
   }
-  if (qov::startTask(*scheduler_, grp_id(), thread) != 0) {
+  if (qov::startTask(*scheduler_, grp_id(), {moduleId_, "scheduler"}, thread) != 0) {
     notifyExit();
     return false;
   }

@@ -5,6 +5,7 @@
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <new>
@@ -16,6 +17,7 @@
 #include "task/task_queue.h"
 #include "task/task_registry.h"
 #include "task/task_roster.h"
+#include "task/thread_name.h"
 
 using qov::TaskRegistry;
 
@@ -89,15 +91,18 @@ int CQOV_Task::activate(long flags, int n_threads, int force_active, long priori
   }
   const std::size_t count = n_threads > 0 ? static_cast<std::size_t>(n_threads) : 0;
   const std::unique_ptr<ACE_thread_t[]> ids(new (std::nothrow) ACE_thread_t[count]{});
-  if (ids == nullptr) {
+  const std::unique_ptr<const char*[]> names(new (std::nothrow) const char* [count] {});
+  if (ids == nullptr || names == nullptr) {
     errno = ENOMEM;
     return -1;
   }
   ACE_thread_t* const started = thread_ids != nullptr ? thread_ids : ids.get();
+  const qov::ThreadName usual(taskMgr_ != nullptr ? taskMgr_->moduleId() : 0, "task");
+  std::fill_n(names.get(), count, usual.text());
   started_ = true;
-  const int result =
-      ACE_Task<ACE_MT_SYNCH>::activate(flags, n_threads, force_active, priority, grp_id, task,
-                                       thread_handles, stack, stack_size, started, thr_name);
+  const int result = ACE_Task<ACE_MT_SYNCH>::activate(
+      flags, n_threads, force_active, priority, grp_id, task, thread_handles, stack, stack_size,
+      started, thr_name != nullptr ? thr_name : names.get());
   if (result != 0) {
     return result;
   }

@@ -12,6 +12,7 @@
 
 #include "module/module_library.h"
 #include "task/log_ids.h"
+#include "task/running_managers.h"
 #include "task/start_task.h"
 #include "task/task_roster.h"
 
@@ -95,6 +96,7 @@ CQOV_TaskMgr::~CQOV_TaskMgr() {
 }
 
 void CQOV_TaskMgr::stop() {
+  qov::RunningManagers::remove(*this);
   if (leader_ == nullptr || stopped_) {
     return;
   }
@@ -120,7 +122,11 @@ bool CQOV_TaskMgr::initEnv() {
 
 bool CQOV_TaskMgr::init() {
   CQOVDebugKitGuard log(qov::kPublicKit, "bool CQOV_TaskMgr::init()");
-  if (leader_ == nullptr || !leader_->run()) {
+  if (leader_ == nullptr) {
+    return false;
+  }
+  qov::RunningManagers::add(*this);
+  if (!leader_->run()) {
     return false;
   }
   if (!leader_->scheduler().waitForPool(kPoolSeconds)) {
@@ -160,7 +166,7 @@ int CQOV_TaskMgr::insertStaticScheduledTask(CQOV_StaticSchecheduledTask* task) {
   }
   qov::ModuleLibrary::check(*this, *task);
   ACE_thread_t thread = 0;
-  if (leader_ == nullptr || qov::startTask(*task, gid(), thread) != 0) {
+  if (leader_ == nullptr || qov::startTask(*task, gid(), {moduleId_, "static"}, thread) != 0) {
     return -1;
   }
   leader_->insertStaticScheduledTask(thread, task);

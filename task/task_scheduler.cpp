@@ -119,16 +119,18 @@ bool CQOV_TaskScheduler::addWorker(std::unique_ptr<CQOV_Task> worker) {
   worker->grp_id(taskMgr()->gid());
   CQOV_Task* const task = worker.get();
   ACE_thread_t thread = 0;
+  const std::size_t number = workers_.size() + 1;
   try {
     ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
-    idleTasks_.reserve(workers_.size() + 1);
+    idleTasks_.reserve(number);
     workers_.push_back(std::move(worker));
     task->pooled_ = true;
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;
     return false;
   }
-  if (qov::startTask(*task, taskMgr()->gid(), thread) != 0) {
+  if (qov::startTask(*task, taskMgr()->gid(), {taskMgr()->moduleId(), "worker", number}, thread) !=
+      0) {
     ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
     // Its own factory may have called it idle.
     idleTasks_.erase(std::remove(idleTasks_.begin(), idleTasks_.end(), task), idleTasks_.end());

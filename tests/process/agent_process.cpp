@@ -17,6 +17,11 @@ void redirect(const std::filesystem::path& file, int descriptor) {
   ::close(opened);
 }
 
+std::string firstLineOf(const std::filesystem::path& file) {
+  const std::string text = readFile(file);
+  return text.substr(0, text.find('\n'));
+}
+
 std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<char*> result;
   for (std::string& text : texts) {
@@ -96,6 +101,19 @@ bool AgentProcess::catches(int signum) const {
   const std::size_t mask = status.find(key);
   return mask != std::string::npos &&
          (std::stoull(status.substr(mask + key.size()), nullptr, 16) >> (signum - 1) & 1U) != 0;
+}
+
+std::multiset<std::string> AgentProcess::threadNames() const {
+  std::multiset<std::string> names;
+  const std::filesystem::path tasks = "/proc/" + std::to_string(started_) + "/task";
+  for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+    names.insert(firstLineOf(task.path() / "comm"));
+  }
+  return names;
+}
+
+std::string AgentProcess::mainThreadName() const {
+  return firstLineOf("/proc/" + std::to_string(started_) + "/comm");
 }
 
 bool AgentProcess::waitForLog(const std::string& text) {

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -42,6 +43,10 @@ class AgentProcess {
 
   /// Whether the process that was started has a handler for the signal.
   bool catches(int signum) const;
+
+  /// The names of the threads of the process that was started, and its main thread's.
+  std::multiset<std::string> threadNames() const;
+  std::string mainThreadName() const;
 
   bool waitForLog(const std::string& text);
   bool waitForFile(const std::string& name);

@@ -54,13 +54,14 @@ class FowGuard {
 ///
 /// The guard is made before the process starts to work and lives until the shutdown is over. It is
 /// at rest until shutdownBegins(); when it is not destroyed within its time from then on, it writes
-/// one line to standard error (unless that takes nothing for a second) and aborts the process
-/// (SIGABRT, shell status 134), so that a core image shows what hangs. It works from a thread of
-/// its own that takes no signals, whatever state the other threads are in.
+/// one line to standard error (unless that takes nothing for a second), calls the report that it
+/// was given and aborts the process (SIGABRT, shell status 134); a core image shows what hangs.
+/// It works from two threads of its own that take no signals, whatever state the other threads are
+/// in: one writes and reports, the other aborts, 5 seconds after the end of the time at the latest.
 ///
 /// Thread: made and destroyed by one thread; shutdownBegins() from any thread meanwhile.
-/// Owns:   its thread, which runs only while a shutdown is under way.
-/// Errors: a thread that cannot be started is reported by one line on standard error; the shutdown
+/// Owns:   its threads, which run only while a shutdown is under way.
+/// Errors: threads that cannot be started are reported by one line on standard error; the shutdown
 ///         then goes on unsupervised.
 class MonitorGuard {
  public:
@@ -70,6 +71,10 @@ class MonitorGuard {
 
   MonitorGuard(const MonitorGuard&) = delete;
   MonitorGuard& operator=(const MonitorGuard&) = delete;
+
+  /// Has `report` called, on a thread of the guard, before the process is aborted. It may hang or
+  /// throw. To be called before shutdownBegins().
+  void beforeAbort(void (*report)());
 
   /// Starts the time; later calls change nothing. Not for signal handlers.
   void shutdownBegins();

@@ -1,18 +1,33 @@
-// A module whose end waits for the file "go", for ever if need be.
+// A module whose end waits for the file "go", for ever if need be. QOV_TEST_STUCK says what else:
+//   fails            it does not start
+//   holding the log  nobody can log meanwhile
+#include <ace/Log_Msg.h>
 #include <qovpub/qov_task_mgr.h>
+
+#include <cstdlib>
+#include <string>
 
 #include "tests/process/modules/agent_files.h"
 
 namespace {
 
+std::string mode() {
+  const char* const text = std::getenv("QOV_TEST_STUCK");
+  return text == nullptr ? "" : text;
+}
+
 class Module : public CQOV_TaskMgr {
  public:
   Module() : CQOV_TaskMgr(43, 0, "stuck") {}
   ~Module() override {
+    if (mode() == "holding the log") {
+      ACE_Log_Msg::instance()->acquire();
+    }
     while (!qov::test::waitForFile("go")) {
     }
   }
   CQOV_Task* createTask() override { return nullptr; }
+  bool initEnv() override { return mode() != "fails"; }
 };
 
 }  // namespace

@@ -64,6 +64,9 @@ class SigintHandler : public ACE_Event_Handler {
 /// on. Programs that a module's thread starts inherit the three blocked: unblock them between fork
 /// and exec.
 ///
+/// A start that hangs is given up when a stop signal has waited for its end for 7 seconds: standard
+/// error and the log name the module that is being loaded, and the process ends by the signal.
+///
 /// Exit handlers (std::atexit, static objects) run in each of the two processes that make way for a
 /// daemon, too.
 ///
@@ -105,9 +108,10 @@ class CQOVapp {
   /// the log only.
   int init(int argc, char** argv);
 
-  /// Runs the process reactor's event loop until SIGINT or SIGTERM, then unloads the modules, closes the
-  /// plug-in registry and waits for all threads of ACE's thread manager. A shutdown that takes
-  /// longer than 450 seconds ends the process.
+  /// Runs the process reactor's event loop until SIGINT or SIGTERM, then unloads the modules,
+  /// closes the plug-in registry and waits for all threads of ACE's thread manager. A shutdown that
+  /// has not ended 450 seconds after the signal ends the process (SIGABRT). Standard error and the
+  /// log name before that the module that is being stopped and what each thread is at.
   void event_loop_done();
 
   /// Reads the command line: "-n" anywhere, alone or among other letters ("-xn"), after "--" as

@@ -60,6 +60,9 @@ class CQOV_TaskMgr {
   /// frees what its workers use. Who deletes a manager otherwise calls it first, too. Joins the
   /// threads of this manager's own tasks only, whoever else uses the same thread group. Not to be
   /// called by one of these.
+  ///
+  /// A manager that still runs when the process ends by exit() or by returning from main is stopped
+  /// then, before ACE and older static objects go, unless one of its own threads calls exit().
   void stop();
 
   /// The module id; -1 when the leader could not be made (errno ENOMEM then).

@@ -1,0 +1,126 @@
+#include "frame/app_start_watch.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <string>
+#include <system_error>
+
+#include "frame/app_signal_block.h"
+#include "frame/current_step.h"
+#include "frame/failure.h"
+#include "module/last_words.h"
+
+namespace qov {
+
+namespace {
+
+constexpr unsigned long long kGivenUpId = 65751;
+
+/// With the 3 seconds that last words may take, the process ends within 10.
+constexpr int kPatienceSeconds = 7;
+
+sigset_t stopSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGINT);
+  sigaddset(&set, SIGTERM);
+  return set;
+}
+
+/// A stop signal that the process has got and not taken; 0 when a module has taken it.
+int pendingStop() {
+  sigset_t pending;
+  sigemptyset(&pending);
+  ::sigpending(&pending);
+  for (const int signum : {SIGTERM, SIGINT}) {
+    if (sigismember(&pending, signum) == 1) {
+      return signum;
+    }
+  }
+  return 0;
+}
+
+void tellWhatHangs(int signum) {
+  const std::string step = CurrentStep::open();
+  Failure failure;
+  failure.tried = std::string("stop in order at ") + (signum == SIGTERM ? "SIGTERM" : "SIGINT");
+  failure.cause = (step.empty() ? "the start" : step) + " has not ended within " +
+                  std::to_string(kPatienceSeconds) + " s, the process ends now";
+  tellLastWords(kGivenUpId, withThreads(textOf(failure)));
+}
+
+[[noreturn]] void endBy(int signum) {
+  ::signal(signum, SIG_DFL);
+  sigset_t one;
+  sigemptyset(&one);
+  sigaddset(&one, signum);
+  ::pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+  ::raise(signum);
+  constexpr int kShellsBase = 128;
+  ::_exit(kShellsBase + signum);
+}
+
+}  // namespace
+
+StartWatch::StartWatch() : signals_(-1), over_(::eventfd(0, EFD_CLOEXEC)) {
+  const sigset_t stops = stopSignals();
+  // Only asked whether it is readable, so that the signals stay for the event loop.
+  signals_ = ::signalfd(-1, &stops, SFD_CLOEXEC);
+  if (over_ < 0 || signals_ < 0) {
+    return;
+  }
+  try {
+    const AllSignalsBlock block;
+    thread_ = std::thread(&StartWatch::run, this);
+    ::pthread_setname_np(thread_.native_handle(), "qov-start-watch");
+  } catch (const std::system_error&) {
+  }
+}
+
+StartWatch::~StartWatch() {
+  if (thread_.joinable()) {
+    const std::uint64_t one = 1;
+    static_cast<void>(!::write(over_, &one, sizeof one));
+    thread_.join();
+  }
+  for (const int descriptor : {signals_, over_}) {
+    if (descriptor >= 0) {
+      ::close(descriptor);
+    }
+  }
+}
+
+void StartWatch::run() const {
+  while (stopCame()) {
+    const int signum = endsInTime() ? 0 : pendingStop();
+    if (signum != 0) {
+      tellWhatHangs(signum);
+      endBy(signum);
+    }
+  }
+}
+
+bool StartWatch::stopCame() const {
+  pollfd both[] = {{over_, POLLIN, 0}, {signals_, POLLIN, 0}};
+  while (::poll(both, 2, -1) < 0 && errno == EINTR) {
+  }
+  return both[0].revents == 0;
+}
+
+bool StartWatch::endsInTime() const {
+  pollfd end{over_, POLLIN, 0};
+  int result = 0;
+  do {
+    result = ::poll(&end, 1, kPatienceSeconds * 1000);
+  } while (result < 0 && errno == EINTR);
+  return result != 0;
+}
+
+}  // namespace qov

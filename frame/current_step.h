@@ -1,0 +1,34 @@
+#ifndef QOV_FRAME_CURRENT_STEP_H
+#define QOV_FRAME_CURRENT_STEP_H
+
+#include <array>
+#include <string>
+
+namespace qov {
+
+/// Something that may hang: "stopping module 20 (collector)". Steps that are open tell whoever
+/// watches over the start or the stop of the process what it is at.
+///
+/// Thread: made and destroyed by one thread; any number of threads at once.
+/// Owns:   its text, up to 159 characters.
+/// Errors: none.
+class CurrentStep {
+ public:
+  explicit CurrentStep(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  ~CurrentStep();
+
+  CurrentStep(const CurrentStep&) = delete;
+  CurrentStep& operator=(const CurrentStep&) = delete;
+
+  /// The open steps of all threads, the oldest first, with a comma in between; empty for none.
+  static std::string open();
+
+ private:
+  std::array<char, 160> text_{};
+  // Guarded by the lock of all steps.
+  CurrentStep* outer_;
+};
+
+}  // namespace qov
+
+#endif

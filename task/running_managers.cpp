@@ -1,0 +1,90 @@
+#include "task/running_managers.h"
+
+#include <qovpub/qov_task.h>
+#include <qovpub/qov_task_mgr.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdlib>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "frame/current_step.h"
+#include "module/shutdown_watch.h"
+
+namespace qov {
+
+namespace {
+
+struct Registry {
+  std::mutex mutex;
+  std::condition_variable changed;
+  // Guarded by mutex.
+  std::vector<CQOV_TaskMgr*> managers;
+  CQOV_TaskMgr* stopping = nullptr;
+  std::thread::id stopper;
+};
+
+Registry& registry() {
+  // Never destroyed: managers may go after every static object.
+  static Registry& only = *new Registry;
+  return only;
+}
+
+/// The manager that was added last; null when none is left.
+CQOV_TaskMgr* takeNext() {
+  Registry& all = registry();
+  const std::lock_guard<std::mutex> held(all.mutex);
+  all.stopping = nullptr;
+  all.changed.notify_all();
+  if (all.managers.empty()) {
+    return nullptr;
+  }
+  all.stopping = all.managers.back();
+  all.stopper = std::this_thread::get_id();
+  all.managers.pop_back();
+  return all.stopping;
+}
+
+}  // namespace
+
+void RunningManagers::add(CQOV_TaskMgr& manager) {
+  // ACE's own exit handler is older, so this one comes before it.
+  static const int registered = std::atexit(&RunningManagers::stopAll);
+  static_cast<void>(registered);
+  Registry& all = registry();
+  const std::lock_guard<std::mutex> held(all.mutex);
+  try {
+    all.managers.push_back(&manager);
+  } catch (const std::bad_alloc&) {
+  }
+}
+
+void RunningManagers::remove(CQOV_TaskMgr& manager) {
+  Registry& all = registry();
+  std::unique_lock<std::mutex> held(all.mutex);
+  all.managers.erase(std::remove(all.managers.begin(), all.managers.end(), &manager),
+                     all.managers.end());
+  all.changed.wait(
+      held, [&] { return all.stopping != &manager || all.stopper == std::this_thread::get_id(); });
+}
+
+void RunningManagers::stopAll() {
+  if (getCurrentTask() != nullptr) {
+    return;
+  }
+  std::optional<ShutdownWatch> watch;
+  while (CQOV_TaskMgr* const manager = takeNext()) {
+    if (!watch) {
+      watch.emplace();
+      watch->begins();
+    }
+    const CurrentStep step("stopping module %u (%s)", manager->moduleId(), manager->name().c_str());
+    manager->stop();
+  }
+}
+
+}  // namespace qov

@@ -1,0 +1,119 @@
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "tests/process/agent_test.h"
+
+using ::testing::ContainsRegex;
+using ::testing::HasSubstr;
+
+namespace qov::test {
+namespace {
+
+/// An agent that hangs and is given 450 milliseconds instead of seconds to stop.
+class AgentHangReport : public AgentTest {
+ protected:
+  AgentHangReport() { agent.setEnvironment("PXOS_GUARD_SECOND_MS", "1"); }
+
+  void isAborted() {
+    const Ending ending = agent.waitForEnd();
+    EXPECT_TRUE(ending.ended) << "hangs";
+    EXPECT_EQ(ending.signal, SIGABRT) << agent.errors();
+  }
+
+  static void tellsOf(const std::string& text, const std::string& step) {
+    EXPECT_THAT(text, HasSubstr("Failed to stop within 450 s: " + step));
+    EXPECT_THAT(text, ContainsRegex("thread [0-9]+ \\(m255-worker-1\\): sleeping"));
+  }
+};
+
+constexpr const char* kUnloading = "unloading module qovp_stuck, stopping module 43 (stuck)";
+
+TEST_F(AgentHangReport, NamesTheModuleAndWhatTheThreadsAreAt) {
+  starts({"stuck", "named"});
+  agent.send(SIGINT);
+  isAborted();
+  tellsOf(agent.errors(), kUnloading);
+  tellsOf(agent.log(), kUnloading);
+  EXPECT_THAT(agent.log(), ContainsRegex("\\[65750\\]\\[ERR\\]\\[QOVPUBLIC\\]"));
+}
+
+TEST_F(AgentHangReport, ComesIntoALogThatTheHangingThreadHolds) {
+  agent.setEnvironment("QOV_TEST_STUCK", "holding the log");
+  starts({"stuck", "named"});
+  agent.send(SIGINT);
+  isAborted();
+  tellsOf(agent.errors(), kUnloading);
+  tellsOf(agent.log(), kUnloading);
+}
+
+TEST_F(AgentHangReport, NamesAModuleThatHasFailedToStartAndDoesNotEnd) {
+  agent.setEnvironment("QOV_TEST_STUCK", "fails");
+  agent.useModules({"stuck"});
+  agent.start({"-n"});
+  isAborted();
+  const std::string step =
+      "Failed to stop within 450 s: loading module qovp_stuck, "
+      "stopping module 43 (stuck)";
+  EXPECT_THAT(agent.errors(), HasSubstr(step));
+  EXPECT_THAT(agent.log(), HasSubstr(step));
+}
+
+/// An agent with a pipe that nobody reads as its standard error.
+class AgentUnread : public AgentHangReport {
+ protected:
+  AgentUnread() {
+    if (::pipe2(ends_, O_CLOEXEC) != 0) {
+      throw std::runtime_error("no pipe");
+    }
+    agent.prepareChild([this] { ::dup2(ends_[1], STDERR_FILENO); });
+  }
+  ~AgentUnread() override {
+    ::close(ends_[0]);
+    ::close(ends_[1]);
+  }
+
+  void logsToStandardError() {
+    AgentRoot::write(agent.root().cfgFile(),
+                     "[QOV_GLOBAL]\nPROC_PID=7\n[LOG_CFG]\nSendTerminal=1\nChkInterval=600\n"
+                     "LogFileMaxSize=10240\nLogFileMaxCnt=3\nLogLevel=0\n");
+    agent.send(SIGUSR1);
+  }
+
+  bool hasSomethingToRead() {
+    int waiting = 0;
+    ::ioctl(ends_[0], FIONREAD, &waiting);
+    return waiting > 0;
+  }
+
+  /// Leaves no room for a single byte in the pipe.
+  void fill() {
+    // A descriptor of its own: the agent's shall block.
+    const std::string name = "/proc/self/fd/" + std::to_string(ends_[1]);
+    const int end = ::open(name.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(end, 0);
+    const char byte = 'x';
+    while (::write(end, &byte, 1) == 1) {
+    }
+    ::close(end);
+  }
+
+ private:
+  int ends_[2] = {-1, -1};
+};
+
+TEST_F(AgentUnread, IsEndedAlthoughTheMainThreadHangsInTheLogWhenTheSignalComes) {
+  // With traces, of which a reload writes some.
+  agent.root().writeConfig(0);
+  starts({"chatter", "named"});
+  logsToStandardError();
+  ASSERT_TRUE(waitUntil([&] { return hasSomethingToRead(); }));
+  fill();
+  agent.send(SIGUSR1);
+  agent.send(SIGINT);
+  isAborted();
+  tellsOf(agent.log(), "the main thread has not come to the stop signal");
+}
+
+}  // namespace
+}  // namespace qov::test
