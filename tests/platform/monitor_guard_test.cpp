@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <thread>
@@ -66,6 +67,39 @@ TEST_F(MonitorGuardDeathTest, AbortsAShutdownThatHangs) {
       },
       ::testing::KilledBySignal(SIGABRT),
       "MonitorGuard: the shutdown of process [0-9]+ has not ended within 20 s, aborting\n");
+}
+
+TEST_F(MonitorGuardDeathTest, CallsItsReportBeforeItAborts) {
+  EXPECT_EXIT(
+      {
+        MonitorGuard guard(20);
+        guard.beforeAbort([] { std::fputs("and that is why\n", stderr); });
+        guard.shutdownBegins();
+        hang();
+      },
+      ::testing::KilledBySignal(SIGABRT), "aborting\nand that is why\n");
+}
+
+TEST_F(MonitorGuardDeathTest, AbortsAlthoughItsReportHangs) {
+  EXPECT_EXIT(
+      {
+        MonitorGuard guard(20);
+        guard.beforeAbort(&hang);
+        guard.shutdownBegins();
+        hang();
+      },
+      ::testing::KilledBySignal(SIGABRT), "aborting");
+}
+
+TEST_F(MonitorGuardDeathTest, AbortsAlthoughItsReportThrows) {
+  EXPECT_EXIT(
+      {
+        MonitorGuard guard(20);
+        guard.beforeAbort([] { throw 1; });
+        guard.shutdownBegins();
+        hang();
+      },
+      ::testing::KilledBySignal(SIGABRT), "aborting");
 }
 
 TEST_F(MonitorGuardDeathTest, AbortsEvenWithEverySignalBlocked) {
