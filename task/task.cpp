@@ -1,11 +1,11 @@
 #include <ace/Thread.h>
 #include <ace/Thread_Manager.h>
+#include <pthread.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_leader_task.h>
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <new>
@@ -91,22 +91,26 @@ int CQOV_Task::activate(long flags, int n_threads, int force_active, long priori
   }
   const std::size_t count = n_threads > 0 ? static_cast<std::size_t>(n_threads) : 0;
   const std::unique_ptr<ACE_thread_t[]> ids(new (std::nothrow) ACE_thread_t[count]{});
-  const std::unique_ptr<const char*[]> names(new (std::nothrow) const char* [count] {});
-  if (ids == nullptr || names == nullptr) {
+  if (ids == nullptr) {
     errno = ENOMEM;
     return -1;
   }
   ACE_thread_t* const started = thread_ids != nullptr ? thread_ids : ids.get();
-  const qov::ThreadName usual(taskMgr_ != nullptr ? taskMgr_->moduleId() : 0, "task");
-  std::fill_n(names.get(), count, usual.text());
   started_ = true;
+  // Not named by ACE, which names a thread that it could not start, too, and crashes. A detached
+  // thread may be gone before it gets its name.
+  const bool named = (flags & THR_JOINABLE) != 0;
   const int result = ACE_Task<ACE_MT_SYNCH>::activate(
       flags, n_threads, force_active, priority, grp_id, task, thread_handles, stack, stack_size,
-      started, thr_name != nullptr ? thr_name : names.get());
+      started, named ? nullptr : thr_name);
   if (result != 0) {
     return result;
   }
+  const qov::ThreadName usual(taskMgr_ != nullptr ? taskMgr_->moduleId() : 0, "task");
   for (std::size_t i = 0; i < count; ++i) {
+    if (named) {
+      ::pthread_setname_np(started[i], thr_name != nullptr ? thr_name[i] : usual.text());
+    }
     TaskRegistry::instance().bindStarted(started[i], this);
   }
   // By the group that was asked for: ACE numbers the groups of other tasks 1, 2, 3.
