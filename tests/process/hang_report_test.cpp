@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "tests/process/agent_test.h"
+#include "tests/support/sanitizers.h"
 
 using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
@@ -102,6 +103,8 @@ class AgentUnread : public AgentHangReport {
   int ends_[2] = {-1, -1};
 };
 
+// ThreadSanitizer's own abort() flushes the standard streams first, and waits for the lock.
+#if !QOV_TEST_TSAN
 TEST_F(AgentUnread, IsEndedAlthoughTheMainThreadHangsInTheLogWhenTheSignalComes) {
   // With traces, of which a reload writes some.
   agent.root().writeConfig(0);
@@ -114,6 +117,7 @@ TEST_F(AgentUnread, IsEndedAlthoughTheMainThreadHangsInTheLogWhenTheSignalComes)
   isAborted();
   tellsOf(agent.log(), "the main thread has not come to the stop signal");
 }
+#endif
 
 }  // namespace
 }  // namespace qov::test
