@@ -9,11 +9,39 @@
 #include <cstdlib>
 #include <memory>
 
+#include "config/file_overwrite.h"
+
 namespace qov {
 namespace {
 
 constexpr mode_t kPermissionBits = 07777;
 constexpr mode_t kModeOfNewFile = 0644;
+
+/// The file that is to take another one's place, removed unless it did.
+class Replacement {
+ public:
+  explicit Replacement(const std::string& target) : target_(target) {}
+  ~Replacement();
+  Replacement(const Replacement&) = delete;
+  Replacement& operator=(const Replacement&) = delete;
+
+  /// Creates it in the place of `old`, or of no file (null).
+  bool begin(const struct stat* old);
+  /// Brings `content` to the disk.
+  bool fill(const std::string& content) const {
+    return writeFromBeginning(handle_, content) && ::fsync(handle_) == 0;
+  }
+  bool takeThePlace();
+
+ private:
+  bool createTemporary();
+  bool createAnew();
+  bool takeOver(const struct stat& old) const;
+
+  const std::string target_;
+  std::string temporary_;  // empty while there is none
+  int handle_ = -1;
+};
 
 void syncDirectoryOf(const std::string& fileName) {
   const std::size_t slash = fileName.rfind('/');
@@ -26,46 +54,22 @@ void syncDirectoryOf(const std::string& fileName) {
   }
 }
 
-}  // namespace
-
-FileReplacement::~FileReplacement() {
+Replacement::~Replacement() {
+  const int callersErrno = errno;
   if (handle_ >= 0) {
     ::close(handle_);
   }
   if (!temporary_.empty()) {
     ::unlink(temporary_.c_str());
   }
+  errno = callersErrno;
 }
 
-bool FileReplacement::begin(const std::string& fileName) {
-  if (!findTarget(fileName)) {
-    return false;
-  }
-  struct stat old {};
-  if (::stat(target_.c_str(), &old) != 0) {
-    return errno == ENOENT && createTemporary() && createAnew();
-  }
-  // Renaming needs no right to write the file itself; what is write-protected stays so.
-  return S_ISREG(old.st_mode) && ::faccessat(AT_FDCWD, target_.c_str(), W_OK, AT_EACCESS) == 0 &&
-         createTemporary() && takeOver(old);
+bool Replacement::begin(const struct stat* old) {
+  return createTemporary() && (old != nullptr ? takeOver(*old) : createAnew());
 }
 
-bool FileReplacement::findTarget(const std::string& fileName) {
-  const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(fileName.c_str(), nullptr),
-                                                             &std::free);
-  if (resolved != nullptr) {
-    target_ = resolved.get();
-    return true;
-  }
-  struct stat link {};
-  if (errno != ENOENT || ::lstat(fileName.c_str(), &link) == 0) {
-    return false;  // a link that leads nowhere, or no way to tell
-  }
-  target_ = fileName;
-  return true;
-}
-
-bool FileReplacement::createTemporary() {
+bool Replacement::createTemporary() {
   std::string name = target_ + ".XXXXXX";
   handle_ = ::mkostemp(name.data(), O_CLOEXEC);
   if (handle_ < 0) {
@@ -75,7 +79,7 @@ bool FileReplacement::createTemporary() {
   return true;
 }
 
-bool FileReplacement::createAnew() {
+bool Replacement::createAnew() {
   // The first one was made for this process alone. A new file may be what the file mode mask says,
   // and only the kernel applies that without changing it for other threads.
   ::close(handle_);
@@ -87,7 +91,7 @@ bool FileReplacement::createAnew() {
   return handle_ >= 0;
 }
 
-bool FileReplacement::takeOver(const struct stat& old) {
+bool Replacement::takeOver(const struct stat& old) const {
   struct stat mine {};
   if (::fstat(handle_, &mine) != 0) {
     return false;
@@ -97,13 +101,74 @@ bool FileReplacement::takeOver(const struct stat& old) {
          ::fchmod(handle_, old.st_mode & kPermissionBits) == 0;
 }
 
-bool FileReplacement::commit() {
-  if (handle_ < 0 || ::fsync(handle_) != 0 || ::rename(temporary_.c_str(), target_.c_str()) != 0) {
+bool Replacement::takeThePlace() {
+  if (::rename(temporary_.c_str(), target_.c_str()) != 0) {
     return false;
   }
   temporary_.clear();
   syncDirectoryOf(target_);
   return true;
+}
+
+bool findTarget(const std::string& fileName, std::string& target) {
+  const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(fileName.c_str(), nullptr),
+                                                             &std::free);
+  if (resolved != nullptr) {
+    target = resolved.get();
+    return true;
+  }
+  struct stat link {};
+  if (errno != ENOENT || ::lstat(fileName.c_str(), &link) == 0) {
+    return false;  // a link that leads nowhere, or no way to tell
+  }
+  target = fileName;
+  return true;
+}
+
+/// Renaming needs no right to write the file itself; what is write-protected stays so.
+bool mayBeChanged(const std::string& target, const struct stat& status) {
+  if (!S_ISREG(status.st_mode)) {
+    errno = EINVAL;
+    return false;
+  }
+  return ::faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) == 0;
+}
+
+/// Whether `reason` says that no file can be put in that place, whatever it holds.
+bool isNoPlaceForAnother(int reason) {
+  return reason == EACCES || reason == EPERM || reason == EROFS || reason == ENAMETOOLONG ||
+         reason == EBUSY || reason == EXDEV;
+}
+
+bool replaceOrOverwrite(const std::string& target, const struct stat& old,
+                        const std::string& content) {
+  Replacement file(target);
+  bool isReady = file.begin(&old);
+  if (isReady) {
+    if (!file.fill(content)) {
+      return false;
+    }
+    isReady = file.takeThePlace();
+  }
+  return isReady || (isNoPlaceForAnother(errno) && overwriteFile(target, content));
+}
+
+}  // namespace
+
+bool replaceFile(const std::string& fileName, const std::string& content) {
+  std::string target;
+  if (!findTarget(fileName, target)) {
+    return false;
+  }
+  struct stat old {};
+  if (::stat(target.c_str(), &old) == 0) {
+    return mayBeChanged(target, old) && replaceOrOverwrite(target, old, content);
+  }
+  if (errno != ENOENT) {
+    return false;
+  }
+  Replacement file(target);
+  return file.begin(nullptr) && file.fill(content) && file.takeThePlace();
 }
 
 }  // namespace qov

@@ -116,10 +116,5 @@ int CQOV_Ini_Operator::save() {
   if (importer_ == nullptr) {
     return -1;
   }
-  qov::FileReplacement file;
-  if (!file.begin(fileName_)) {
-    return -1;
-  }
-  const qov::ValuesAsIniText quoted(heap_);
-  return importer_->export_config(file.temporaryName().c_str()) == 0 && file.commit() ? 0 : -1;
+  return qov::replaceFile(fileName_, qov::toIniFile(heap_)) ? 0 : -1;
 }

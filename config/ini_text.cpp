@@ -29,52 +29,50 @@ bool isQuoted(const std::string& text) {
   return !text.empty() && text.front() == '"' && text.back() == '"';
 }
 
-}  // namespace
-
+/// `value` as it must stand in the file.
 std::string toIniText(const std::string& value) {
   return isQuoted(value) || hasBlankAround(value) ? '"' + value + '"' : value;
 }
+
+void addValues(ACE_Configuration_Heap& heap, const ACE_Configuration_Section_Key& section,
+               std::string& file) {
+  ACE_TString name;
+  ACE_TString text;
+  ACE_Configuration::VALUETYPE type;
+  for (int index = 0; heap.enumerate_values(section, index, name, type) == 0; ++index) {
+    if (heap.get_string_value(section, name.c_str(), text) == 0) {
+      file.append(name.c_str()).append("=").append(toIniText(text.c_str())).append("\n");
+    }
+  }
+}
+
+/// `path` is empty for the root, which has no header and no values of its own.
+void addSection(ACE_Configuration_Heap& heap, const ACE_Configuration_Section_Key& section,
+                const std::string& path, std::string& file) {
+  if (!path.empty()) {
+    file.append("[").append(path).append("]\n");
+    addValues(heap, section, file);
+  }
+  ACE_TString name;
+  for (int index = 0; heap.enumerate_sections(section, index, name) == 0; ++index) {
+    ACE_Configuration_Section_Key inner;
+    if (heap.open_section(section, name.c_str(), 0, inner) == 0) {
+      addSection(heap, inner, path.empty() ? name.c_str() : path + "\\" + name.c_str(), file);
+    }
+  }
+}
+
+}  // namespace
 
 bool fitsIniLine(const std::string& key, const std::string& value) {
   return isIniKey(key) && !hasLineBreakOrZero(value) &&
          key.size() + 1 + toIniText(value).size() <= kLongestLine;
 }
 
-ValuesAsIniText::ValuesAsIniText(ACE_Configuration_Heap& heap) : heap_(heap) {
-  collect(heap_.root_section());
-  // Only now: an enumeration does not survive changes of what it walks through.
-  for (const Value& value : changed_) {
-    heap_.set_string_value(value.section, value.name.c_str(), toIniText(value.text).c_str());
-  }
-}
-
-ValuesAsIniText::~ValuesAsIniText() {
-  for (const Value& value : changed_) {
-    heap_.set_string_value(value.section, value.name.c_str(), value.text.c_str());
-  }
-}
-
-void ValuesAsIniText::collect(const ACE_Configuration_Section_Key& section) {
-  collectValues(section);
-  ACE_TString name;
-  for (int index = 0; heap_.enumerate_sections(section, index, name) == 0; ++index) {
-    ACE_Configuration_Section_Key inner;
-    if (heap_.open_section(section, name.c_str(), 0, inner) == 0) {
-      collect(inner);
-    }
-  }
-}
-
-void ValuesAsIniText::collectValues(const ACE_Configuration_Section_Key& section) {
-  ACE_TString name;
-  ACE_TString text;
-  ACE_Configuration::VALUETYPE type;
-  for (int index = 0; heap_.enumerate_values(section, index, name, type) == 0; ++index) {
-    if (heap_.get_string_value(section, name.c_str(), text) == 0 &&
-        toIniText(text.c_str()) != text.c_str()) {
-      changed_.push_back({section, name.c_str(), text.c_str()});
-    }
-  }
+std::string toIniFile(ACE_Configuration_Heap& heap) {
+  std::string file;
+  addSection(heap, heap.root_section(), "", file);
+  return file;
 }
 
 }  // namespace qov

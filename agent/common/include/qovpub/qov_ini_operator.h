@@ -17,7 +17,7 @@
 ///
 /// Thread: not locked; each user keeps an operator of its own.
 /// Owns:   its copy of the file's content; no descriptor stays open. A child that another thread
-///         starts during a call may inherit one: ACE opens files without O_CLOEXEC.
+///         starts during open() may inherit one: ACE opens files without O_CLOEXEC.
 /// Errors: every operation returns 0, or -1 on failure. Nothing is logged, nothing but
 ///         std::bad_alloc thrown. A missing value is a failure, never an empty text.
 class CQOV_Ini_Operator {
@@ -53,8 +53,15 @@ class CQOV_Ini_Operator {
   ///
   /// Saving replaces the file: whoever reads it, also after a crash, finds the old or the new one
   /// whole. Owner, group and permissions stay; a symbolic link is followed. -1 and the old file
-  /// when the directory or the file is not writable, or its owner cannot be kept. When saving
-  /// fails the change stays in memory and goes out with the next save that succeeds.
+  /// when the file is not writable, or the disk has no room. When saving fails the change stays in
+  /// memory and goes out with the next save that succeeds.
+  ///
+  /// Where no file can be put in its place, it is written over: in a directory that is not
+  /// writable, where its owner could not be kept, where the file is a mount point, and where its
+  /// name has more than 248 bytes. Then the same holds as far as it goes: room is reserved first
+  /// where the file system can do that; when writing fails all the same, the former content is put
+  /// back as far as the disk takes it. But who reads while it is written, or after the process or
+  /// the machine has died in the middle, may find a part of each.
   ///
   /// What is saved is what this operator has read and set: a change that another one has saved
   /// since open() is undone. To change one value of a file that others change, too, open a new

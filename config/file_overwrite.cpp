@@ -1,0 +1,85 @@
+#include "config/file_overwrite.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <vector>
+
+namespace qov {
+namespace {
+
+class Descriptor {
+ public:
+  explicit Descriptor(int number) : number_(number) {}
+  ~Descriptor() {
+    if (number_ >= 0) {
+      ::close(number_);
+    }
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  int number() const { return number_; }
+
+ private:
+  const int number_;
+};
+
+bool readAll(int handle, std::string& content) {
+  std::vector<char> part(65536);
+  ssize_t size = 0;
+  do {
+    size = ::pread(handle, part.data(), part.size(), static_cast<off_t>(content.size()));
+    if (size > 0) {
+      content.append(part.data(), static_cast<std::size_t>(size));
+    }
+  } while (size > 0 || (size < 0 && errno == EINTR));
+  return size == 0;
+}
+
+/// True also where the file system knows no reservations.
+bool reserve(int handle, std::size_t size) {
+  return size == 0 || ::fallocate(handle, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(size)) == 0 ||
+         (errno != ENOSPC && errno != EDQUOT && errno != EIO);
+}
+
+bool makeContent(int handle, const std::string& content) {
+  return writeFromBeginning(handle, content) &&
+         ::ftruncate(handle, static_cast<off_t>(content.size())) == 0 && ::fsync(handle) == 0;
+}
+
+}  // namespace
+
+bool writeFromBeginning(int handle, const std::string& content) {
+  std::size_t written = 0;
+  while (written < content.size()) {
+    const ssize_t size = ::pwrite(handle, content.data() + written, content.size() - written,
+                                  static_cast<off_t>(written));
+    if (size > 0) {
+      written += static_cast<std::size_t>(size);
+    } else if (size == 0 || errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool overwriteFile(const std::string& path, const std::string& content) {
+  const Descriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  std::string former;
+  if (file.number() < 0 || !readAll(file.number(), former) ||
+      !reserve(file.number(), content.size())) {
+    return false;
+  }
+  if (makeContent(file.number(), content)) {
+    return true;
+  }
+  const int reason = errno;
+  makeContent(file.number(), former);
+  errno = reason;
+  return false;
+}
+
+}  // namespace qov

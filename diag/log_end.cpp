@@ -1,0 +1,72 @@
+#include "diag/log_end.h"
+
+#include <ace/Base_Thread_Adapter.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <utility>
+
+namespace qov {
+
+namespace {
+
+/// ACE's function that closes its log. ACE calls it by this pointer when its object manager goes,
+/// while other threads may be logging, and has no public way to keep it from that. Naming a private
+/// member in an explicit instantiation is allowed.
+struct CloseHook {
+  using Type = ACE_CLOSE_LOG_MSG_HOOK*;
+  friend Type address(CloseHook);
+};
+
+template <class Name, typename Name::Type kMember>
+struct Reach {
+  friend typename Name::Type address(Name) { return kMember; }
+};
+
+template struct Reach<CloseHook, &ACE_Base_Thread_Adapter::close_log_msg_hook_>;
+
+/// Keeps ACE's log usable while static objects go. The system takes its memory back.
+const ACE_CLOSE_LOG_MSG_HOOK closeOfAce = std::exchange(*address(CloseHook()), nullptr);
+
+std::atomic<bool> ended{false};
+std::atomic<int> underWay{0};
+
+/// A record takes longer than this only where nobody reads standard error any more.
+constexpr std::chrono::seconds kLongestRecord(3);
+
+/// The last of this library that runs. ACE is unloaded behind it, and deletes its log lock even if
+/// its log was never closed.
+[[gnu::destructor]] void end() {
+  ended = true;
+  const auto giveUp = std::chrono::steady_clock::now() + kLongestRecord;
+  while (underWay > 0 && std::chrono::steady_clock::now() < giveUp) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+/// Counted first, so that end() either waits for the record or is seen by it.
+bool begin() {
+  ++underWay;
+  return !ended;
+}
+
+}  // namespace
+
+RecordUnderWay::RecordUnderWay() : mayGo_(begin()) {}
+
+RecordUnderWay::~RecordUnderWay() {
+  --underWay;
+}
+
+void RecordUnderWay::forgetAll() {
+  underWay = 0;
+}
+
+void closeAceLog() {
+  if (closeOfAce != nullptr) {
+    closeOfAce();
+  }
+}
+
+}  // namespace qov

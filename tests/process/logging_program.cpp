@@ -1,0 +1,121 @@
+// Logs from several threads into the file of its first argument. The second says what it does then:
+//   return   closes the registry of kits, as a frame does, and returns from main while detached
+//            threads go on
+//   fork     has 1000 children, one after the other, that log a line each; status 1 when one of
+//            them does not come to its end
+#include <ace/Log_Msg.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_logging_strategy.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr int kThreads = 12;
+constexpr int kChildren = 1000;
+constexpr int kRecordsForAChild = 20;
+constexpr unsigned int kChildLimit = 60;  // seconds
+constexpr unsigned int kRareKit = 4000;   // one that is looked up under a lock
+
+std::atomic<int> threadsThatLog{0};
+std::atomic<bool> enough{false};
+std::atomic<int> children{0};
+
+void log(unsigned int kit, const char* text, int number) {
+  CQOVDebugKitGuard guard(static_cast<int>(kit), "void log(unsigned int, const char*, int)");
+  guard.error(1, __FUNCTION__, __LINE__, "%s %d", text, number);
+}
+
+void logOn(int thread) {
+  for (int record = 0; !enough; ++record) {
+    log(0, "thread", thread);
+    if (record == 0) {
+      ++threadsThatLog;
+    }
+  }
+}
+
+/// Runs `work` until there are enough children: so often for each that the process never comes to
+/// rest, and no more, which would make the log large.
+template <class Work>
+void keepBusy(const Work& work) {
+  for (int done = 0; !enough; ++done) {
+    while (done > kRecordsForAChild * (children + 1) && !enough) {
+      std::this_thread::yield();
+    }
+    work();
+  }
+}
+
+void changeKits() {
+  static CQOVDebugKit own("OWN", kRareKit + 1);
+  if (CQOVDebugKitMgr::instance()->add(&own) == 1) {
+    CQOVDebugKitMgr::instance()->remove(own.id());
+  }
+}
+
+void waitForThreads(int count) {
+  while (threadsThatLog < count) {
+    std::this_thread::yield();
+  }
+}
+
+int returnWhileThreadsLog() {
+  for (int thread = 0; thread < kThreads; ++thread) {
+    std::thread(logOn, thread).detach();
+  }
+  waitForThreads(kThreads);
+  CQOVDebugKitMgr::close();
+  return 0;
+}
+
+bool childLogs(int number) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::alarm(kChildLimit);
+    log(kRareKit, "child", number);
+    ACE_ERROR((LM_ERROR, "child straight to ACE %d\n", number));
+    ::_exit(0);
+  }
+  int status = -1;
+  return ::waitpid(child, &status, 0) == child && status == 0;
+}
+
+int forkWhileThreadsLog() {
+  std::vector<std::thread> threads;
+  threads.emplace_back([] { keepBusy([] { log(0, "thread", 0); }); });
+  threads.emplace_back([] { keepBusy([] { log(kRareKit, "thread", 0); }); });
+  threads.emplace_back([] { keepBusy([] { ACE_ERROR((LM_ERROR, "straight to ACE\n")); }); });
+  threads.emplace_back([] { keepBusy(changeKits); });
+  bool all = true;
+  for (; all && children < kChildren; ++children) {
+    all = childLogs(children);
+  }
+  enough = true;
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  log(0, "parent", 0);
+  return all ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    return 2;
+  }
+  CLogging_Cfg_Param param;
+  std::snprintf(param.logFile_, sizeof(param.logFile_), "%s", argv[1]);
+  param.chkInterval_ = 0;
+  param.logFileMaxSize_ = 0;
+  CQOV_Logging_Strategy strategy;
+  strategy.initLogStrategy(param);
+  return std::string(argv[2]) == "fork" ? forkWhileThreadsLog() : returnWhileThreadsLog();
+}
