@@ -6,7 +6,8 @@
 #include <memory>
 #include <mutex>
 #include <new>
-#include <utility>
+
+#include "diag/kit_locks.h"
 
 template class ACE_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
 template class ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
@@ -14,18 +15,15 @@ template class ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
 namespace {
 
 constexpr unsigned int kPublicKit = 0;
+constexpr const char* kPublicName = "QOVPUBLIC";
 
-class Registry : public ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex> {
- public:
-  /// Makes ACE forget the registry, without deleting it; null if there is none.
-  static ACE_Cleanup* take() { return std::exchange(instance_i(), nullptr); }
-};
+using Registry = ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
 
 /// The registry of instance(). ACE's own double check reads its pointer without any ordering, so
 /// the pointer that threads go by is this one.
 std::atomic<CQOVDebugKitMgr*> processRegistry{nullptr};
 
-/// Keeps ACE's pointer and processRegistry in step.
+/// Keeps ACE's pointer and processRegistry in step, and one close() from another.
 std::mutex creation;
 
 CQOVDebugKitMgr* makeProcessRegistry() {
@@ -44,7 +42,11 @@ CQOVDebugKitMgr::CQOVDebugKitMgr() : small_{} {
     ACE_ERROR((LM_ERROR, "%p\n", "ACE_Hash_Map_Manager_Ex open"));
     return;
   }
-  std::unique_ptr<CQOVDebugKit> kit(new (std::nothrow) CQOVDebugKit("QOVPUBLIC", kPublicKit));
+  addPublicKit();
+}
+
+void CQOVDebugKitMgr::addPublicKit() {
+  std::unique_ptr<CQOVDebugKit> kit(new (std::nothrow) CQOVDebugKit(kPublicName, kPublicKit));
   if (add(kit.get()) == 1) {
     static_cast<void>(kit.release());
   }
@@ -66,16 +68,30 @@ CQOVDebugKitMgr* CQOVDebugKitMgr::instance() {
 }
 
 void CQOVDebugKitMgr::close() {
-  ACE_Cleanup* taken = nullptr;
-  {
-    const std::lock_guard<std::mutex> lock(creation);
-    taken = Registry::take();
-    processRegistry.store(nullptr, std::memory_order_release);
+  const std::lock_guard<std::mutex> lock(creation);
+  if (CQOVDebugKitMgr* const registry = processRegistry.load(std::memory_order_acquire)) {
+    registry->empty();
   }
-  // Whoever asks from here on gets a new one. ACE's own close() lets others have the old one again
-  // while it is being destroyed, and for good.
-  if (taken != nullptr) {
-    taken->cleanup();
+}
+
+/// Leaves the registry as it was made. The public kit stays in place: threads that nobody has
+/// joined, and that log through it, must not find it gone.
+void CQOVDebugKitMgr::empty() {
+  removeModulesKits();
+  addPublicKit();  // for one that was removed; refused where it is still there
+}
+
+void CQOVDebugKitMgr::removeModulesKits() {
+  ACE_GUARD(ACE_Thread_Mutex, guard, changes_);
+  auto entry = kits_.begin();
+  while (entry != kits_.end()) {
+    CQOVDebugKit* const kit = (*entry).item();
+    ++entry;
+    if (kit->id() != kPublicKit || kit->name() != kPublicName) {
+      publish(kit->id(), nullptr);
+      kits_.unbind(kit->id());
+      delete kit;
+    }
   }
 }
 
@@ -123,3 +139,23 @@ void CQOVDebugKitMgr::publish(unsigned int id, CQOVDebugKit* kit) {
     small_[id].store(kit, std::memory_order_release);
   }
 }
+
+namespace qov {
+
+void KitLocks::acquire() {
+  creation.lock();
+  if (CQOVDebugKitMgr* const registry = processRegistry.load(std::memory_order_acquire)) {
+    registry->changes_.acquire();
+    registry->kits_.mutex().acquire();
+  }
+}
+
+void KitLocks::release() {
+  if (CQOVDebugKitMgr* const registry = processRegistry.load(std::memory_order_acquire)) {
+    registry->kits_.mutex().release();
+    registry->changes_.release();
+  }
+  creation.unlock();
+}
+
+}  // namespace qov

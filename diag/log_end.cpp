@@ -45,10 +45,18 @@ constexpr std::chrono::seconds kLongestRecord(3);
   }
 }
 
-/// Counted first, so that end() either waits for the record or is seen by it.
+/// Counts the record before it looks the second time, so that end() waits for it or is seen by it.
+/// The first look keeps threads that go on logging out of the count.
 bool begin() {
+  if (ended) {
+    return false;
+  }
   ++underWay;
-  return !ended;
+  if (ended) {
+    --underWay;
+    return false;
+  }
+  return true;
 }
 
 }  // namespace
@@ -56,7 +64,9 @@ bool begin() {
 RecordUnderWay::RecordUnderWay() : mayGo_(begin()) {}
 
 RecordUnderWay::~RecordUnderWay() {
-  --underWay;
+  if (mayGo_) {
+    --underWay;
+  }
 }
 
 void RecordUnderWay::forgetAll() {

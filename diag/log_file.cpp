@@ -231,6 +231,15 @@ bool LogFile::putAside(int predecessors) const {
   return std::rename(path_.c_str(), numbered(1).c_str()) == 0;
 }
 
+void LogFile::removeFrom(int number) const {
+  struct stat status {};
+  for (std::string file = numbered(number); ::lstat(file.c_str(), &status) == 0 &&
+                                            S_ISREG(status.st_mode) &&
+                                            ::unlink(file.c_str()) == 0;) {
+    file = numbered(++number);
+  }
+}
+
 void LogFile::close() {
   forgetLost();
   if (fd_ >= 0) {

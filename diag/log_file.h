@@ -38,6 +38,11 @@ class LogFile {
   /// than `maxBytes` (0: no limit): path -> path.1 -> path.2 and so on up to `predecessors`.
   void check(long long maxBytes, int predecessors);
 
+  /// Removes path.`number` and those behind it, up to the first number without a regular file: what
+  /// is left when fewer files are kept than before. Rotation leaves no gap; what comes after one is
+  /// somebody else's.
+  void removeFrom(int number) const;
+
  private:
   bool begin(const struct stat* predecessor);
   bool isReady();

@@ -37,6 +37,8 @@ class LogStream : public std::ostream {
 
   /// Looks after the file's size, see LogFile::check().
   void checkFile(long long maxBytes, int predecessors) { file_.check(maxBytes, predecessors); }
+  /// Removes rotated files, see LogFile::removeFrom().
+  void removeFilesFrom(int number) { file_.removeFrom(number); }
 
  private:
   /// Unbuffered: each insertion of ACE's is a record or a part of one. Claims success always, since

@@ -3,9 +3,11 @@
 
 #include <cerrno>
 #include <ctime>
+#include <mutex>
 #include <string_view>
 
 #include "diag/deleted_kits.h"
+#include "diag/log_end.h"
 #include "diag/log_level.h"
 #include "diag/log_output.h"
 #include "diag/message_text.h"
@@ -52,6 +54,10 @@ std::string_view textOf(const char* message) {
 
 void write(ACE_Log_Msg& log, const LogLevel& level, const std::string& kitName,
            const Origin& origin, std::string_view message, int errnum) {
+  const qov::RecordUnderWay record;
+  if (!record.mayGo()) {
+    return;
+  }
   const qov::RecordHead head(kitName, origin.logId, level.tag, origin.function, origin.line);
   qov::writeRecord(log, {level.priority, origin.sourceLine, errnum}, head.text(),
                    head.complete() ? message : std::string_view());
@@ -189,5 +195,6 @@ void CQOVDebugKit::makeLog(std::ostringstream& out, unsigned long long logId, co
 }
 
 std::string CQOVDebugKit::makeLogTime() const {
+  const std::lock_guard<std::mutex> lock(qov::localTimeLock());
   return UtcTimeToLocalTimeStr(time(nullptr), "/");
 }

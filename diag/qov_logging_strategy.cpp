@@ -11,8 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
+#include <cstdio>
 #include <cstring>
 #include <list>
 #include <new>
@@ -25,6 +24,7 @@
 #include "diag/file_strategy.h"
 #include "diag/log_options.h"
 #include "diag/log_stream.h"
+#include "diag/log_value.h"
 #include "diag/orphan_threads.h"
 #include "frame/env_ini_import.h"
 #include "frame/failure.h"
@@ -32,16 +32,11 @@
 namespace {
 
 constexpr const char* kDefaultLogFile = "/var/log/KRV/NoSetLogFile.log";
-constexpr int kMaxLevel = 5;
+constexpr size_t kLongestLine = 512;
 
 void setLogFile(CLogging_Cfg_Param& param, const char* logFile) {
   strncpy_s(param.logFile_, sizeof(param.logFile_), logFile,
             std::min(std::strlen(logFile), sizeof(param.logFile_) - 1));
-}
-
-int toInt(const std::string& text) {
-  const long value = std::strtol(text.c_str(), nullptr, 10);
-  return static_cast<int>(std::clamp<long>(value, INT_MIN, INT_MAX));
 }
 
 long long maxBytes(const CLogging_Cfg_Param& param) {
@@ -68,6 +63,10 @@ void applyOptions(qov::FileStrategy& strategy, const CLogging_Cfg_Param& param,
   const qov::DestinationLock lock(log);
   if (toFile) {
     log.msg_ostream(&qov::LogStream::use(param.logFile_, owner), false);
+    // A count that cannot be meant must not cost the files that are there.
+    if (param.logFileMaxCnt_ >= 1) {
+      qov::LogStream::process()->removeFilesFrom(param.logFileMaxCnt_);
+    }
   }
   qov::OrphanThreads::adoptAll(log);
   strategy.init(options.argc(), options.argv());
@@ -129,6 +128,22 @@ qov::Failure whyNoKey(CQOV_Ini_Operator& ini, const std::string& key) {
   return failure;
 }
 
+/// Needs no memory, so that the line comes in any case.
+std::array<char, kLongestLine> describe(const CLogging_Cfg_Param& param) {
+  std::array<char, kLongestLine> line;
+  if (param.sendTerminal_ != 0) {
+    std::snprintf(line.data(), line.size(),
+                  "Log settings in force: standard error, levels as they were");
+  } else {
+    std::snprintf(line.data(), line.size(),
+                  "Log settings in force: LogLevel %d, file %s, LogFileMaxSize %d KB, "
+                  "LogFileMaxCnt %d, ChkInterval %d s",
+                  std::max(param.logLevel_, 0), param.logFile_, std::max(param.logFileMaxSize_, 0),
+                  std::max(param.logFileMaxCnt_, 1), std::max(param.chkInterval_, 0));
+  }
+  return line;
+}
+
 /// The user's id also stands for the group, on purpose.
 int give(const char* file, std::optional<uid_t> user) {
   return user && ::chown(file, *user, static_cast<gid_t>(*user)) == 0 ? 0 : -1;
@@ -158,11 +173,46 @@ int CQOV_Logging_Strategy::initLogStrategy(const char* cfgFile, const char* logF
   int result = read_log_config(cfgFile, param);
   if (result == 0) {
     result = initLogStrategy(param);
+    warnOfOddValues();
     if (logFile != nullptr && std::strcmp(logFile, param.logFile_) != 0) {
       warnOfCutName(logFile, param.logFile_);
     }
   }
   return result;
+}
+
+int CQOV_Logging_Strategy::reloadLogStrategy(const char* cfgFile, const char* logFile) {
+  inForce_.reset();
+  errno = 0;
+  const int result = initLogStrategy(cfgFile, logFile);
+  const CQOVDebugKit* const kit = publicKit();
+  if (kit == nullptr) {
+    return result;
+  }
+  if (inForce_) {
+    kit->info(65771, __FUNCTION__, __LINE__, describe(*inForce_).data());
+  } else if (errno == ENOMEM) {  // any other reason is told by whoever met it
+    kit->warn(65772, __FUNCTION__, __LINE__,
+              "Failed to configure the log: there is no memory; the log stays as it is");
+  }
+  return result;
+}
+
+void CQOV_Logging_Strategy::noteOddValue(const char* key, const std::string& why) {
+  if (!why.empty()) {
+    oddValues_.push_back(
+        qov::textOf({"take a value as it stands", QOV_Utility::getProcessCfgFileName(), 0,
+                     std::string("LOG_CFG/") + key, why}));
+  }
+}
+
+void CQOV_Logging_Strategy::warnOfOddValues() {
+  if (const CQOVDebugKit* const kit = publicKit()) {
+    for (const std::string& line : oddValues_) {
+      kit->warn(65770, "initLogStrategy", __LINE__, line);
+    }
+  }
+  oddValues_.clear();
 }
 
 int CQOV_Logging_Strategy::read_log_config(const char* /*cfgFile*/, CLogging_Cfg_Param& param) try {
@@ -172,21 +222,17 @@ int CQOV_Logging_Strategy::read_log_config(const char* /*cfgFile*/, CLogging_Cfg
     warnOf(whyNoConfig());
     return opened;
   }
-  const std::array<std::pair<const char*, int*>, 5> keys = {
-      {{"SendTerminal", &param.sendTerminal_},
-       {"ChkInterval", &param.chkInterval_},
-       {"LogFileMaxSize", &param.logFileMaxSize_},
-       {"LogFileMaxCnt", &param.logFileMaxCnt_},
-       {"LogLevel", &param.logLevel_}}};
-  for (const auto& [key, field] : keys) {
+  oddValues_.clear();
+  for (const qov::LogKey& key : qov::kLogKeys) {
     std::string value;
-    if (ini.getConfigItem("LOG_CFG", key, value) != 0) {
-      warnOf(whyNoKey(ini, key));
+    if (ini.getConfigItem("LOG_CFG", key.name, value) != 0) {
+      warnOf(whyNoKey(ini, key.name));
       return -1;
     }
-    *field = toInt(value);
+    param.*key.field = qov::toInt(value);
+    noteOddValue(key.name, qov::whyOdd(key, value));
   }
-  param.logLevel_ = std::min(param.logLevel_, kMaxLevel);
+  param.logLevel_ = std::min(param.logLevel_, qov::kMaxLevel);
   return 0;
 } catch (const std::bad_alloc&) {
   errno = ENOMEM;
@@ -217,6 +263,7 @@ int CQOV_Logging_Strategy::initLogStrategy(const CLogging_Cfg_Param& param) {
       strategy->arm(param.chkInterval_);
     }
     strategy_ = std::move(strategy);
+    inForce_ = param;
     const int error = toFile ? qov::LogStream::process()->openError() : 0;
     if (error != 0 && param.logFile_[0] != '\0') {
       tellNoFile(param.logFile_, error);

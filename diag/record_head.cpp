@@ -48,6 +48,7 @@ bool isCurrent(const SecondText& cached, time_t now) {
 }
 
 void refresh(SecondText& cached, time_t now) {
+  const std::lock_guard<std::mutex> lock(localTimeLock());
   const std::string text = UtcTimeToLocalTimeStr(now, "/");
   cached.size = std::min(text.size(), cached.text.size());
   std::memcpy(cached.text.data(), text.data(), cached.size);
@@ -56,6 +57,11 @@ void refresh(SecondText& cached, time_t now) {
 }
 
 }  // namespace
+
+std::mutex& localTimeLock() {
+  static std::mutex lock;
+  return lock;
+}
 
 RecordHead::RecordHead(const std::string& kitName, unsigned long long logId, const char* tag,
                        const char* function, unsigned int line) {

@@ -5,6 +5,7 @@
 #include <exception>
 
 #include <qovpub/qov_app.h>
+#include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_logging_strategy.h>
 #include <qovpub/qov_utility.h>
 
@@ -25,10 +26,12 @@ int SigintHandler::handle_signal(int signum, siginfo_t* info, ucontext_t*) {
     ACE_Reactor::instance()->implementation()->deactivate(1);
   } else if (signum == SIGUSR1 && logStrategy_ != nullptr) {
     try {
-      logStrategy_->initLogStrategy(QOV_Utility::getProcessCfgFileName().c_str(),
-                                    QOV_Utility::getProcessLogFileName().c_str());
-    } catch (const std::exception&) {
-      // No memory, or no configuration: the log stays as it is.
+      logStrategy_->reloadLogStrategy(QOV_Utility::getProcessCfgFileName().c_str(),
+                                      QOV_Utility::getProcessLogFileName().c_str());
+    } catch (const std::exception& e) {
+      CQOVDebugKitGuard guard(0, "int SigintHandler::handle_signal(int, siginfo_t*, ucontext_t*)");
+      guard.warn(65773, __FUNCTION__, __LINE__,
+                 "Failed to configure the log: %s; the log stays as it is", e.what());
     }
   }
   return 0;

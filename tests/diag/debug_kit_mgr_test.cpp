@@ -1,4 +1,3 @@
-#include <ace/Malloc_Allocator.h>
 #include <gtest/gtest.h>
 #include <qovpub/qov_common_debugkit.h>
 
@@ -83,45 +82,33 @@ TEST(DebugKitMgr, ReportsAnUnknownIdWithEnoent) {
   EXPECT_EQ(errno, ENOENT);
 }
 
-TEST(DebugKitMgr, IsOnePerProcessAndMadeAnewAfterClose) {
+TEST(DebugKitMgr, IsOnePerProcessAndEmptyAfterClose) {
   CQOVDebugKitMgr* const kits = CQOVDebugKitMgr::instance();
   EXPECT_EQ(CQOVDebugKitMgr::instance(), kits);
-  EXPECT_EQ(kits->add(new CQOVDebugKit("K", kSmallId)), 1);
+  for (const unsigned int id : {kSmallId, kLargeId}) {
+    EXPECT_EQ(kits->add(new CQOVDebugKit("K", id)), 1);
+  }
   CQOVDebugKitMgr::close();
   EXPECT_EQ(CQOVDebugKitMgr::instance()->find(kSmallId)->name(), "QOVPUBLIC");
+  EXPECT_EQ(CQOVDebugKitMgr::instance()->find(kLargeId)->name(), "QOVPUBLIC");
   CQOVDebugKitMgr::close();
   CQOVDebugKitMgr::close();
 }
 
-/// Asks for the process's registry while one that has its memory from here is being destroyed.
-class AskingAllocator : public ACE_New_Allocator {
- public:
-  void free(void* memory) override {
-    if (asks_ && seen_ == nullptr) {
-      // As another thread: this one has the table of the old registry locked.
-      std::thread([this] { seen_ = CQOVDebugKitMgr::instance(); }).join();
-    }
-    ACE_New_Allocator::free(memory);
-  }
-
-  bool asks_ = false;
-  CQOVDebugKitMgr* seen_ = nullptr;
-};
-
-TEST(DebugKitMgr, IsANewOneForWhoeverAsksWhileTheOldOneIsClosed) {
+TEST(DebugKitMgr, KeepsThePublicKitWhenItIsClosed) {
+  const CQOVDebugKit* const kit = CQOVDebugKitMgr::instance()->find(0);
   CQOVDebugKitMgr::close();
-  static AskingAllocator memory;
-  ACE_Allocator* const former = ACE_Allocator::instance(&memory);
-  CQOVDebugKitMgr* const old = CQOVDebugKitMgr::instance();
-  ACE_Allocator::instance(former);
-  memory.asks_ = true;
+  EXPECT_EQ(CQOVDebugKitMgr::instance()->find(0), kit) << "a detached thread may be using it";
+}
+
+TEST(DebugKitMgr, HasThePublicKitAgainAfterClose) {
+  const std::unique_ptr<CQOVDebugKit> removed(CQOVDebugKitMgr::instance()->remove(0));
   CQOVDebugKitMgr::close();
-  memory.asks_ = false;
-  ASSERT_NE(memory.seen_, nullptr);
-  EXPECT_NE(memory.seen_, old);
-  EXPECT_EQ(CQOVDebugKitMgr::instance(), memory.seen_);
+  ASSERT_NE(CQOVDebugKitMgr::instance()->find(0), nullptr);
+  const std::unique_ptr<CQOVDebugKit> again(CQOVDebugKitMgr::instance()->remove(0));
+  EXPECT_EQ(CQOVDebugKitMgr::instance()->add(new CQOVDebugKit("OTHER", 0)), 1);
+  CQOVDebugKitMgr::close();
   EXPECT_EQ(CQOVDebugKitMgr::instance()->find(0)->name(), "QOVPUBLIC");
-  CQOVDebugKitMgr::close();
 }
 
 TEST(DebugKitMgr, IsTheOneThatAcesSingletonHolds) {

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "tests/support/files.h"
 
@@ -238,6 +239,39 @@ TEST_F(LogFileTest, KeepsNothingOfAFileWithoutPredecessors) {
   write("b");
   EXPECT_EQ(readFile(path_), "b");
   EXPECT_FALSE(fs::exists(path_ + ".1"));
+}
+
+TEST_F(LogFileTest, RemovesThePredecessorsFromANumberOn) {
+  for (const char* const number : {".1", ".2", ".3", ".4"}) {
+    writeFile(path_ + number, "");
+  }
+  file_.open(path_);
+  file_.removeFrom(2);
+  EXPECT_TRUE(fs::exists(path_));
+  EXPECT_TRUE(fs::exists(path_ + ".1"));
+  for (const char* const number : {".2", ".3", ".4"}) {
+    EXPECT_FALSE(fs::exists(path_ + number)) << number;
+  }
+}
+
+TEST_F(LogFileTest, RemovesNothingThatRotationHasNotMade) {
+  const std::vector<std::string> others = {".4", ".20261122", ".03", ".2x", "2"};
+  for (const std::string& other : others) {
+    writeFile(path_ + other, "");
+  }
+  writeFile(path_ + ".2", "");
+  file_.open(path_);
+  file_.removeFrom(2);
+  EXPECT_FALSE(fs::exists(path_ + ".2"));
+  for (const std::string& other : others) {
+    EXPECT_TRUE(fs::exists(path_ + other)) << other << " comes after a gap or is no number";
+  }
+  fs::create_directory(path_ + ".2");
+  file_.removeFrom(2);
+  fs::create_symlink(path_ + ".4", path_ + ".5");
+  file_.removeFrom(5);
+  EXPECT_TRUE(fs::exists(path_ + ".2"));
+  EXPECT_TRUE(fs::is_symlink(path_ + ".5"));
 }
 
 TEST_F(LogFileTest, GoesOnGrowingWhenItCannotBeRotated) {

@@ -251,6 +251,26 @@ TEST_F(LoggingStrategy, KeepsTheSequenceOfRotatedFilesWhenItIsAppliedAgain) {
   EXPECT_FALSE(fs::exists(path_ + ".3")) << "three files with the current one";
 }
 
+TEST_F(LoggingStrategy, RemovesTheFilesAboveALowerCount) {
+  for (const char* const number : {".1", ".2", ".3"}) {
+    writeFile(path_ + number, "");
+  }
+  param_.logFileMaxCnt_ = 4;
+  strategy_.initLogStrategy(param_);
+  EXPECT_TRUE(fs::exists(path_ + ".3"));
+  param_.logFileMaxCnt_ = 2;
+  strategy_.initLogStrategy(param_);
+  EXPECT_TRUE(fs::exists(path_ + ".1"));
+  EXPECT_FALSE(fs::exists(path_ + ".2"));
+  EXPECT_FALSE(fs::exists(path_ + ".3"));
+  param_.logFileMaxCnt_ = 0;
+  strategy_.initLogStrategy(param_);
+  EXPECT_TRUE(fs::exists(path_ + ".1")) << "nobody can have meant that";
+  param_.logFileMaxCnt_ = 1;
+  strategy_.initLogStrategy(param_);
+  EXPECT_FALSE(fs::exists(path_ + ".1"));
+}
+
 TEST_F(LoggingStrategy, CreatesNoFileThatOthersCanWriteTo) {
   const mode_t mask = ::umask(0);
   param_.logFileMaxSize_ = 1;

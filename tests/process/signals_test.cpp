@@ -146,11 +146,22 @@ TEST_F(AgentSignals, SigintBeforeTheLoopStopsAProcessWhoseModulesHaveTakenAllDes
   hasEndedInOrder(agent.waitForEnd());
 }
 
-TEST_F(AgentSignals, ReloadThatFailsLeavesTheLogAsItIs) {
+TEST_F(AgentSignals, ReloadThatFailsLeavesTheLogAsItIsAndSaysWhy) {
   starts({"chatter"});
   AgentRoot::write(agent.root().cfgFile(), "[QOV_GLOBAL]\nPROC_PID=7\n");
   agent.send(SIGUSR1);
+  EXPECT_TRUE(agent.waitForLog("Failed to configure the log: " + agent.root().cfgFile().string() +
+                               ": LOG_CFG: there is no such section; the log stays as it is\n"));
   EXPECT_TRUE(logsAnew(kInfoLine));
+  stopsInOrder();
+}
+
+TEST_F(AgentSignals, ReloadSaysWhatIsInForce) {
+  starts({"state"});
+  agent.root().writeConfig(2);
+  agent.send(SIGUSR1);
+  EXPECT_TRUE(agent.waitForLog("Log settings in force: LogLevel 2, file " +
+                               agent.root().logFile().string() + ", LogFileMaxSize 10240 KB, "));
   stopsInOrder();
 }
 

@@ -15,6 +15,10 @@
 #include <string>
 #include <type_traits>
 
+namespace qov {
+struct KitLocks;
+}
+
 /// A named logger: turns a message into one record of the fixed bracketed layout
 ///
 ///     [2026/11/13 19:50:30][65556][ERR][QOVPUBLIC][svc,377][][agent:140093214717696] message
@@ -27,6 +31,15 @@
 /// A level operation first tests the level in ACE's process-wide priority mask and returns at once
 /// when it is off: nothing is built or formatted then. The `const char*` forms exist so that a
 /// literal message costs no string either. errno is the same after the call as before it.
+///
+/// A child that fork() makes while other threads log may log, too; its records go where the
+/// parent's go. fork() waits for the record that is being written. Neither holds for _Fork(), nor
+/// for a fork from within a destination of ACE's while it is written to.
+///
+/// Threads that nobody has joined may log while main() returns and until the process has ended.
+/// Their records are dropped from the moment at which this library is unloaded: main() has
+/// returned and static objects are gone. A record that is being written then is finished. This is
+/// about kits: what a thread hands to ACE directly must be over when main() returns.
 ///
 /// Thread: any; name and id never change.
 /// Owns:   nothing beyond its name. Kits in the registry belong to the registry.
@@ -146,7 +159,8 @@ class CQOVDebugKit {
 /// The process's registry of debug kits by id; id 0 is the public kit "QOVPUBLIC", through which
 /// the library itself logs.
 ///
-/// Thread: any, for all operations. The destructor and close() only when no other thread logs.
+/// Thread: any, for all operations. The destructor only when no other thread logs, close() when no
+///         other one logs through a kit of a module.
 /// Owns:   the kits that it holds; its destructor deletes them. A kit that remove() returned
 ///         belongs to the caller.
 /// Errors: reported by the results; never thrown.
@@ -164,8 +178,8 @@ class CQOVDebugKitMgr {
 
   /// The process's registry, made on the first call and never destroyed by the library itself.
   static CQOVDebugKitMgr* instance();
-  /// Deletes the process's registry with its kits, if there is one. A later instance() makes a
-  /// new one.
+  /// Deletes all kits of the process's registry but the public one, which is put back if it was
+  /// removed. It stays because a detached thread may be logging through it.
   static void close();
 
   /// Registers `kit` under its own id and takes it over. Returns 1, or 0 with the kit left to the
@@ -182,6 +196,9 @@ class CQOVDebugKitMgr {
                                          ACE_Equal_To<unsigned int>, ACE_Thread_Mutex>;
   static constexpr unsigned int kBuckets = 256;
 
+  void addPublicKit();
+  void empty();
+  void removeModulesKits();
   CQOVDebugKit* lookUp(unsigned int id);
   void publish(unsigned int id, CQOVDebugKit* kit);
 
@@ -190,6 +207,8 @@ class CQOVDebugKitMgr {
   /// Copy of the map's entries below 256, read without a lock: a guard looks its kit up on every
   /// call of a traced function.
   std::array<std::atomic<CQOVDebugKit*>, kBuckets> small_;
+
+  friend struct qov::KitLocks;  ///< holds both locks while the process forks
 };
 
 /// The library has the one registry, also for modules whose own symbols are hidden.

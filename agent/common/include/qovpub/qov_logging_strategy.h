@@ -4,6 +4,9 @@
 #include <ace/Logging_Strategy.h>
 
 #include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 /// The log settings of a process: section "LOG_CFG" of its configuration file.
 struct CLogging_Cfg_Param {
@@ -21,7 +24,9 @@ struct CLogging_Cfg_Param {
   /// less: never. 10240.
   int logFileMaxSize_;
   /// Key "LogFileMaxCnt": log files kept, the current one among them: 3 keeps the file and its
-  /// predecessors ".1" and ".2"; 1 or less keeps the current one alone. 3.
+  /// predecessors ".1" and ".2"; 1 or less keeps the current one alone. Applying the settings removes
+  /// predecessors of higher numbers, up to the first number that is missing; none for a value below
+  /// 1, which nobody can have meant. 3.
   int logFileMaxCnt_;
   /// Key "SendTerminal": not 0: records go to standard error instead of the file, and the other
   /// settings have no effect: levels stay as they are. 0.
@@ -57,8 +62,14 @@ class CQOV_Logging_Strategy {
 
   /// Reads the settings, puts `logFile` (null: the default) in, and applies them. `cfgFile` is not
   /// looked at, see read_log_config(). Returns 0; -1 when the settings cannot be read, with logging
-  /// left as it was, or when applying them answers -1. Warns of a path that is cut.
+  /// left as it was, or when applying them answers -1. Warns of a path that is cut and, with file, key and value,
+  /// of each value that cannot be meant: no whole number, or out of the range that `param` names.
   int initLogStrategy(const char* cfgFile, const char* logFile);
+
+  /// What SIGUSR1 does: initLogStrategy(), and a record that says what came of it. At INFO the level,
+  /// the file and its limits that are in force now; or at WARN, in the log as it was, why nothing has
+  /// changed. With "LogLevel" 4 the former and with 5 both are off, as all records of their levels.
+  int reloadLogStrategy(const char* cfgFile, const char* logFile);
 
   /// Reads the five keys of "LOG_CFG" into `param`, from the process's own configuration file:
   /// `cfgFile` is not used, which is kept so. Returns 0, or -1 when the file cannot be read or a
@@ -79,7 +90,12 @@ class CQOV_Logging_Strategy {
   int initLogStrategy(const CLogging_Cfg_Param& param);
 
  private:
+  void noteOddValue(const char* key, const std::string& why);
+  void warnOfOddValues();
+
   std::unique_ptr<ACE_Logging_Strategy> strategy_;  ///< null until settings were applied
+  std::optional<CLogging_Cfg_Param> inForce_;       ///< what was applied last
+  std::vector<std::string> oddValues_;              ///< of the last reading, still to be told
 };
 
 #endif

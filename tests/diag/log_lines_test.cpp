@@ -1,0 +1,159 @@
+#include <gmock/gmock.h>
+#include <qovpub/qov_logging_strategy.h>
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "tests/diag/log_capture.h"
+#include "tests/diag/process_root.h"
+#include "tests/support/files.h"
+
+// What the log says about its own settings.
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class LogLines : public testing::Test {
+ protected:
+  /// The five keys with values that can be meant, then `lines`, of which the last ones count.
+  static void configure(const std::string& lines) {
+    ProcessRoot::configure(
+        "SendTerminal=0\nChkInterval=600\nLogFileMaxSize=10240\nLogFileMaxCnt=3\nLogLevel=2\n" +
+        lines);
+  }
+
+  void init() { strategy_.initLogStrategy(nullptr, path_.c_str()); }
+  void reload() { strategy_.reloadLogStrategy(nullptr, path_.c_str()); }
+
+  /// Tag and message of each record, without their origin.
+  std::vector<std::string> records() const {
+    std::vector<std::string> all;
+    std::ifstream file(path_);
+    for (std::string line; std::getline(file, line);) {
+      const std::size_t tag = line.find("][", line.find("][") + 2) + 2;
+      all.push_back(line.substr(tag, line.find(']', tag) - tag) + " " +
+                    line.substr(line.find("] ", line.find("[][")) + 2));
+    }
+    return all;
+  }
+
+  static std::string warning(const std::string& key, const std::string& why) {
+    return "WARN Failed to take a value as it stands: " + ProcessRoot::cfgFile() + ": LOG_CFG/" +
+           key + ": " + why;
+  }
+
+  const LogStateKeeper before_;
+  const qov::test::TemporaryDirectory directory_;
+  const std::string path_ = directory_.file("x.log");
+  CQOV_Logging_Strategy strategy_;
+};
+
+TEST_F(LogLines, NameEachValueThatCannotBeMeantAndWhatIsTaken) {
+  configure("LogFileMaxSize=10MB\nLogLevel=verbose\n");
+  init();
+  EXPECT_THAT(records(),
+              ElementsAre(warning("LogFileMaxSize", "\"10MB\" is no whole number, 10 is taken"),
+                          warning("LogLevel", "\"verbose\" is no whole number, 0 is taken")));
+}
+
+TEST_F(LogLines, NameEachValueOutOfRangeAndWhatIsTaken) {
+  const std::vector<std::pair<std::string, std::string>> values = {
+      {"SendTerminal=no", "no whole number, 0"},
+      {"SendTerminal=", "no whole number, 0"},
+      {"ChkInterval=-1", "out of range, 0"},
+      {"ChkInterval=2147483648", "out of range, 2147483647"},
+      {"ChkInterval=60s", "no whole number, 60"},
+      {"LogFileMaxSize=-1", "out of range, 0"},
+      {"LogFileMaxSize=99999999999999999999", "out of range, 2147483647"},
+      {"LogFileMaxSize=1.5", "no whole number, 1"},
+      {"LogFileMaxCnt=0", "out of range, 1"},
+      {"LogFileMaxCnt=many", "no whole number, 1"},
+      {"LogLevel=-1", "out of range, 0"}};
+  for (const auto& [line, why] : values) {
+    fs::remove(path_);
+    configure(line + "\n");
+    init();
+    const std::string key = line.substr(0, line.find('='));
+    const std::string value = line.substr(key.size() + 1);
+    EXPECT_THAT(records(), ElementsAre(warning(key, "\"" + value + "\" is " + why + " is taken")));
+  }
+}
+
+TEST_F(LogLines, SayNothingOfValuesJustWithinTheirRange) {
+  for (const char* const line :
+       {"ChkInterval=0", "ChkInterval=2147483647", "LogFileMaxSize=0", "LogFileMaxSize=2147483647",
+        "LogFileMaxCnt=1", "LogFileMaxCnt=2147483647", "LogLevel=0", "LogLevel=+1",
+        "LogLevel=\" 2\""}) {
+    configure(std::string(line) + "\n");
+    init();
+    EXPECT_THAT(records(), IsEmpty()) << line;
+  }
+}
+
+TEST_F(LogLines, NameALevelAboveTheHighestWhereItCanBeSeen) {
+  configure("LogLevel=9\n");
+  init();
+  EXPECT_THAT(records(), IsEmpty()) << "it counts as 5, which lets no warning through";
+  configure("SendTerminal=1\nLogLevel=9\n");
+  testing::internal::CaptureStderr();
+  LogStateKeeper::log().priority_mask(LM_WARNING, ACE_Log_Msg::PROCESS);
+  init();
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("LOG_CFG/LogLevel: \"9\" is out of range, 5 is taken\n"));
+}
+
+TEST_F(LogLines, NameAValueOnceForEachReading) {
+  configure("LogFileMaxSize=10MB\n");
+  init();
+  init();
+  EXPECT_EQ(records().size(), 2U);
+  configure("");
+  init();
+  EXPECT_EQ(records().size(), 2U);
+}
+
+TEST_F(LogLines, SayWhatIsInForceAfterAReload) {
+  configure("LogLevel=1\nChkInterval=7\nLogFileMaxSize=8\nLogFileMaxCnt=9\n");
+  init();
+  EXPECT_THAT(records(), IsEmpty()) << "only a reload is told";
+  reload();
+  EXPECT_THAT(records(), ElementsAre("INFO Log settings in force: LogLevel 1, file " + path_ +
+                                     ", LogFileMaxSize 8 KB, LogFileMaxCnt 9, ChkInterval 7 s"));
+}
+
+TEST_F(LogLines, SayThatRecordsGoToStandardErrorAfterAReload) {
+  configure("");
+  init();
+  configure("SendTerminal=1\n");
+  testing::internal::CaptureStderr();
+  reload();
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("] Log settings in force: standard error, levels as they were\n"));
+}
+
+TEST_F(LogLines, SayWhyAReloadHasChangedNothing) {
+  configure("");
+  init();
+  ProcessRoot::configure("SendTerminal=1\nChkInterval=2\nLogFileMaxSize=3\nLogLevel=5\n");
+  reload();
+  EXPECT_THAT(records(), ElementsAre("WARN Failed to configure the log: " + ProcessRoot::cfgFile() +
+                                     ": LOG_CFG/LogFileMaxCnt: there is no such key; the log stays "
+                                     "as it is"));
+}
+
+TEST_F(LogLines, NameTheFaultyLineThatAReloadHasMet) {
+  configure("");
+  init();
+  ProcessRoot::configure("no equals sign\n");
+  reload();
+  ASSERT_EQ(records().size(), 1U);
+  EXPECT_THAT(records()[0], HasSubstr(ProcessRoot::cfgFile() + ":4: "));
+  EXPECT_THAT(records()[0], testing::StartsWith("WARN "));
+}
+
+}  // namespace
