@@ -32,12 +32,19 @@ void log(unsigned int kit, const char* text, int number) {
   guard.error(1, __FUNCTION__, __LINE__, "%s %d", text, number);
 }
 
-void logOn(int thread) {
-  for (int record = 0; !enough; ++record) {
+void waitForAll() {
+  while (threadsThatLog < kThreads) {
+    std::this_thread::yield();
+  }
+}
+
+/// Leaves the lock to the others until each has logged once.
+[[noreturn]] void logForever(int thread) {
+  log(0, "thread", thread);
+  ++threadsThatLog;
+  waitForAll();
+  while (true) {
     log(0, "thread", thread);
-    if (record == 0) {
-      ++threadsThatLog;
-    }
   }
 }
 
@@ -60,17 +67,11 @@ void changeKits() {
   }
 }
 
-void waitForThreads(int count) {
-  while (threadsThatLog < count) {
-    std::this_thread::yield();
-  }
-}
-
 int returnWhileThreadsLog() {
   for (int thread = 0; thread < kThreads; ++thread) {
-    std::thread(logOn, thread).detach();
+    std::thread(logForever, thread).detach();
   }
-  waitForThreads(kThreads);
+  waitForAll();
   CQOVDebugKitMgr::close();
   return 0;
 }
