@@ -5,16 +5,17 @@
 
 namespace qov {
 
-/// Makes `content` what `fileName` holds, following symbolic links. Refuses what is no regular file,
-/// or one that this process may not write. False with errno on failure.
+/// Makes `content` what `fileName` holds, following symbolic links. Refuses what is no regular
+/// file, or one that this process may not write. False with errno on failure.
 ///
-/// The content goes into a temporary file beside the old one, which takes its place in one step, with
-/// its owner, group and permissions; a file that does not exist yet gets 0644 less the file mode
-/// mask. A process that dies before that leaves the old file, and the temporary one, whose name is
-/// the file's with "." and six characters added.
+/// The content goes into a temporary file beside the old one, which takes its place in one step,
+/// with its owner, group and permissions; a file that does not exist yet gets 0644 less the file
+/// mode mask. A process that dies before that leaves the old file, and the temporary one, whose
+/// name is the file's with "." and six characters added.
 ///
 /// Where no file can be put in its place (a directory that is not writable, a foreign owner, a
-/// mount point, a name that is too long for the six characters), it is overwritten: overwriteFile().
+/// mount point, a name that is too long for the six characters), it is overwritten, see
+/// overwriteFile().
 bool replaceFile(const std::string& fileName, const std::string& content);
 
 }  // namespace qov

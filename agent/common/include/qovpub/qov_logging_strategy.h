@@ -24,9 +24,9 @@ struct CLogging_Cfg_Param {
   /// less: never. 10240.
   int logFileMaxSize_;
   /// Key "LogFileMaxCnt": log files kept, the current one among them: 3 keeps the file and its
-  /// predecessors ".1" and ".2"; 1 or less keeps the current one alone. Applying the settings removes
-  /// predecessors of higher numbers, up to the first number that is missing; none for a value below
-  /// 1, which nobody can have meant. 3.
+  /// predecessors ".1" and ".2"; 1 or less keeps the current one alone. Applying the settings
+  /// removes predecessors of higher numbers, up to the first number that is missing; none for a
+  /// value below 1, which nobody can have meant. 3.
   int logFileMaxCnt_;
   /// Key "SendTerminal": not 0: records go to standard error instead of the file, and the other
   /// settings have no effect: levels stay as they are. 0.
@@ -62,20 +62,21 @@ class CQOV_Logging_Strategy {
 
   /// Reads the settings, puts `logFile` (null: the default) in, and applies them. `cfgFile` is not
   /// looked at, see read_log_config(). Returns 0; -1 when the settings cannot be read, with logging
-  /// left as it was, or when applying them answers -1. Warns of a path that is cut and, with file, key and value,
-  /// of each value that cannot be meant: no whole number, or out of the range that `param` names.
+  /// left as it was, or when applying them answers -1. Warns of a path that is cut and, with file,
+  /// key and value, of each value that cannot be meant: no whole number, or out of range
+  /// (docs/configuration.md).
   int initLogStrategy(const char* cfgFile, const char* logFile);
 
-  /// What SIGUSR1 does: initLogStrategy(), and a record that says what came of it. At INFO the level,
-  /// the file and its limits that are in force now; or at WARN, in the log as it was, why nothing has
-  /// changed. With "LogLevel" 4 the former and with 5 both are off, as all records of their levels.
+  /// What SIGUSR1 does: initLogStrategy(), and a record that says what came of it. At INFO the
+  /// level, the file and its limits that are in force now; or at WARN, in the log as it was, why
+  /// nothing has changed. "LogLevel" 4 hides the former and 5 both, like any record of that level.
   int reloadLogStrategy(const char* cfgFile, const char* logFile);
 
   /// Reads the five keys of "LOG_CFG" into `param`, from the process's own configuration file:
   /// `cfgFile` is not used, which is kept so. Returns 0, or -1 when the file cannot be read or a
   /// key is missing; the keys are read in the order SendTerminal, ChkInterval, LogFileMaxSize,
-  /// LogFileMaxCnt, LogLevel, and those behind the missing one keep their values in `param`. A warning
-  /// names the file and its faulty line, or the key.
+  /// LogFileMaxCnt, LogLevel, and those behind the missing one keep their values in `param`. A
+  /// warning names the file and its faulty line, or the key.
   /// Text that is no number counts as 0, a number out of range as the nearest in range.
   int read_log_config(const char* cfgFile, CLogging_Cfg_Param& param);
 
