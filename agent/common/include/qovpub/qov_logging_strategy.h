@@ -76,8 +76,8 @@ class CQOV_Logging_Strategy {
   /// `cfgFile` is not used, which is kept so. Returns 0, or -1 when the file cannot be read or a
   /// key is missing; the keys are read in the order SendTerminal, ChkInterval, LogFileMaxSize,
   /// LogFileMaxCnt, LogLevel, and those behind the missing one keep their values in `param`. A
-  /// warning names the file and its faulty line, or the key.
-  /// Text that is no number counts as 0, a number out of range as the nearest in range.
+  /// warning names the file and its faulty line, or the key. Text that is no number counts as 0, a
+  /// number out of range as the nearest in range.
   int read_log_config(const char* cfgFile, CLogging_Cfg_Param& param);
 
   /// Applies `param`, rotates the file at once if it is too large, and gives it to the user
