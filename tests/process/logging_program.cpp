@@ -1,8 +1,8 @@
 // Logs from several threads into the file of its first argument. The second says what it does then:
-//   return   closes the registry of kits, as a frame does, and returns from main while detached
-//            threads go on
-//   fork     has 1000 children, one after the other, that log a line each; status 1 when one of
-//            them does not come to its end
+//   return    closes the registry of kits, as a frame does, and returns from main while detached
+//             threads go on
+//   a number  has so many children, one after the other, that log a line each; status 1 when one
+//             of them does not come to its end
 #include <ace/Log_Msg.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_logging_strategy.h>
@@ -18,7 +18,6 @@
 namespace {
 
 constexpr int kThreads = 12;
-constexpr int kChildren = 1000;
 constexpr int kRecordsForAChild = 20;
 constexpr unsigned int kChildLimit = 60;  // seconds
 constexpr unsigned int kRareKit = 4000;   // one that is looked up under a lock
@@ -88,14 +87,14 @@ bool childLogs(int number) {
   return ::waitpid(child, &status, 0) == child && status == 0;
 }
 
-int forkWhileThreadsLog() {
+int forkWhileThreadsLog(int count) {
   std::vector<std::thread> threads;
   threads.emplace_back([] { keepBusy([] { log(0, "thread", 0); }); });
   threads.emplace_back([] { keepBusy([] { log(kRareKit, "thread", 0); }); });
   threads.emplace_back([] { keepBusy([] { ACE_ERROR((LM_ERROR, "straight to ACE\n")); }); });
   threads.emplace_back([] { keepBusy(changeKits); });
   bool all = true;
-  for (; all && children < kChildren; ++children) {
+  for (; all && children < count; ++children) {
     all = childLogs(children);
   }
   enough = true;
@@ -118,5 +117,6 @@ int main(int argc, char** argv) {
   param.logFileMaxSize_ = 0;
   CQOV_Logging_Strategy strategy;
   strategy.initLogStrategy(param);
-  return std::string(argv[2]) == "fork" ? forkWhileThreadsLog() : returnWhileThreadsLog();
+  const std::string mode = argv[2];
+  return mode == "return" ? returnWhileThreadsLog() : forkWhileThreadsLog(std::stoi(mode));
 }
