@@ -112,41 +112,44 @@ void writeStream(std::ostream& out, const RecordPieces& record) {
   out.flush();
 }
 
-void writeToStreamOf(ACE_Log_Msg& log, const RecordPieces& record) {
+/// True if standard error has taken the record in place of the log file.
+bool writeToStreamOf(ACE_Log_Msg& log, const RecordPieces& record) {
   std::ostream* const out = log.msg_ostream();
   LogStream* const logFile = LogStream::process();
   if (out == nullptr) {
-    return;
+    return false;
   }
   if (out == logFile) {
-    logFile->write(record.data(), record.count());
-  } else {
-    writeStream(*out, record);
+    return !logFile->write(record.data(), record.count());
   }
+  writeStream(*out, record);
+  return false;
 }
 
 }  // namespace
 
-void writeRecord(ACE_Log_Msg& log, const RecordInfo& info, std::string_view head,
+bool writeRecord(ACE_Log_Msg& log, const RecordInfo& info, std::string_view head,
                  std::string_view message) {
   log.set(kSource, info.sourceLine, 0, info.errnum, log.restart(), log.msg_ostream(),
           log.msg_callback());
   const u_long flags = log.flags();
+  bool onStandardError = (flags & ACE_Log_Msg::STDERR) != 0;
   if ((flags & ACE_Log_Msg::OSTREAM) != 0) {
     OrphanThreads::adopt(log);
   }
   if (needsAce(log, flags)) {
     writeThroughAce(log, flags, info.priority, head, message);
-    return;
+    return onStandardError;
   }
   const RecordPieces record(head, message);
   const DestinationLock lock(log);
-  if ((flags & ACE_Log_Msg::STDERR) != 0) {
+  if (onStandardError) {
     writeStandardError(record.data(), record.count());
   }
-  if ((flags & ACE_Log_Msg::OSTREAM) != 0) {
-    writeToStreamOf(log, record);
+  if ((flags & ACE_Log_Msg::OSTREAM) != 0 && writeToStreamOf(log, record)) {
+    onStandardError = true;
   }
+  return onStandardError;
 }
 
 }  // namespace qov

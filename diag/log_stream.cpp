@@ -42,15 +42,16 @@ LogStream& LogStream::use(const std::string& path, std::optional<uid_t> owner) {
   return *stream;
 }
 
-void LogStream::write(const iovec* pieces, int count) {
+bool LogStream::write(const iovec* pieces, int count) {
   if (lost_ != 0) {
     reportLost();
   }
   if (lost_ == 0 && file_.write(pieces, count)) {
-    return;
+    return true;
   }
   ++lost_;
   writeStandardError(pieces, count);
+  return false;
 }
 
 /// Runs again before every record until the file takes it. Throws nothing: ACE's insertion would

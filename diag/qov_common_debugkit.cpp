@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string_view>
 
+#include "diag/complaints.h"
 #include "diag/deleted_kits.h"
 #include "diag/log_end.h"
 #include "diag/log_level.h"
@@ -59,8 +60,10 @@ void write(ACE_Log_Msg& log, const LogLevel& level, const std::string& kitName,
     return;
   }
   const qov::RecordHead head(kitName, origin.logId, level.tag, origin.function, origin.line);
-  qov::writeRecord(log, {level.priority, origin.sourceLine, errnum}, head.text(),
-                   head.complete() ? message : std::string_view());
+  const bool onStandardError =
+      qov::writeRecord(log, {level.priority, origin.sourceLine, errnum}, head.text(),
+                       head.complete() ? message : std::string_view());
+  qov::Complaints::tell(level, kitName, message, onStandardError);
 }
 
 // Logging is called in destructors and in handlers of exceptions, so nothing may leave it: both

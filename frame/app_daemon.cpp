@@ -4,14 +4,22 @@
 #include <dirent.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <vector>
+
+#include "frame/failure.h"
+#include "frame/start_watcher.h"
 
 namespace qov {
 namespace {
@@ -74,13 +82,7 @@ void closeDescriptorsFrom(int first) {
   }
 }
 
-}  // namespace
-
-void becomeDaemon(const std::string& directory) {
-  // The processes that exit would write what is buffered once more each.
-  std::cout.flush();
-  std::clog.flush();
-  std::fflush(nullptr);
+void splitOff(const std::string& directory) {
   const FileModeMask mask;
   int result = 0;
   {
@@ -90,6 +92,109 @@ void becomeDaemon(const std::string& directory) {
   if (result == 0) {
     closeDescriptorsFrom(static_cast<int>(kDescriptorLimit));
   }
+}
+
+/// For the signal handler.
+StartPage* waitedFor = nullptr;
+
+/// The daemon does the same the other way round: one of both sees what the other has written.
+void passOn(int signum) {
+  waitedFor->signalToPass = signum;
+  const pid_t daemon = waitedFor->daemon;
+  if (daemon > 0 && waitedFor->signalToPass.exchange(0) != 0) {
+    ::kill(daemon, signum);
+  }
+}
+
+/// Passes SIGINT and SIGTERM on to the daemon, unless the starter ignores them.
+class PassedSignals {
+ public:
+  explicit PassedSignals(StartPage& page) {
+    waitedFor = &page;
+    sigset_t passed;
+    sigemptyset(&passed);
+    for (std::size_t i = 0; i < kSignals.size(); ++i) {
+      struct sigaction action {};
+      action.sa_handler = &passOn;
+      ::sigaction(kSignals[i], nullptr, &former_[i]);
+      if (former_[i].sa_handler != SIG_IGN) {
+        ::sigaction(kSignals[i], &action, nullptr);
+        sigaddset(&passed, kSignals[i]);
+      }
+    }
+    ::pthread_sigmask(SIG_UNBLOCK, &passed, &formerMask_);
+  }
+  ~PassedSignals() {
+    ::pthread_sigmask(SIG_SETMASK, &formerMask_, nullptr);
+    for (std::size_t i = 0; i < kSignals.size(); ++i) {
+      ::sigaction(kSignals[i], &former_[i], nullptr);
+    }
+  }
+  PassedSignals(const PassedSignals&) = delete;
+  PassedSignals& operator=(const PassedSignals&) = delete;
+
+ private:
+  static constexpr std::array<int, 2> kSignals = {SIGINT, SIGTERM};
+
+  std::array<struct sigaction, kSignals.size()> former_{};
+  sigset_t formerMask_;
+};
+
+/// The starter's part. Returns when the system could not fork.
+void waitForOutcome(StartPage& page, pid_t watcher) {
+  const PassedSignals passed(page);
+  // No status comes where the program ignores SIGCHLD, so nothing is read from it.
+  while (::waitpid(watcher, nullptr, 0) < 0 && errno == EINTR) {
+  }
+  const StartOutcome outcome = page.outcome;
+  if (outcome == StartOutcome::kNotForked) {
+    errno = EAGAIN;
+    return;
+  }
+  if (outcome == StartOutcome::kOpen) {
+    page.verdict.add(textOf(
+        {"learn whether the daemon runs", {}, 0, {}, "the process that watches it has ended"}));
+  }
+  std::cerr << page.complaints.text() << page.verdict.text() << std::flush;
+  if (const std::string verdict = page.verdict.text(); !verdict.empty()) {
+    tellSystemLog(verdict);
+  }
+  std::exit(outcome == StartOutcome::kStarted ? EXIT_SUCCESS : EXIT_FAILURE);
+}
+
+}  // namespace
+
+StartPagePtr becomeDaemon(const std::string& directory, std::chrono::milliseconds limit) {
+  // The processes that exit would write what is buffered once more each.
+  std::cout.flush();
+  std::clog.flush();
+  std::fflush(nullptr);
+  StartPagePtr page = makeStartPage();
+  if (page == nullptr) {
+    return nullptr;
+  }
+  const pid_t starter = ::getpid();
+  const pid_t watcher = ::fork();
+  if (watcher < 0) {
+    return nullptr;
+  }
+  if (watcher > 0) {
+    waitForOutcome(*page, watcher);
+    return nullptr;
+  }
+  StartWatcher(*page, limit).run(starter);
+  splitOff(directory);
+  page->daemon = ::getpid();
+  if (const int signum = page->signalToPass.exchange(0)) {
+    ::kill(::getpid(), signum);
+  }
+  return page;
+}
+
+void tellSystemLog(const std::string& line) {
+  ::syslog(LOG_DAEMON | LOG_ERR, "%s", line.c_str());
+  // Closing all descriptors would leave the C library with a number that is another's later.
+  ::closelog();
 }
 
 }  // namespace qov

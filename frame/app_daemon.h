@@ -1,17 +1,31 @@
 #ifndef QOV_FRAME_APP_DAEMON_H
 #define QOV_FRAME_APP_DAEMON_H
 
+#include <chrono>
 #include <string>
+
+#include "frame/start_page.h"
 
 namespace qov {
 
+/// How long a daemon may take until its modules run.
+constexpr std::chrono::seconds kStartLimit{450};
+
 /// Makes a daemon of this process: works in `directory`, all descriptors closed and 0 to 2 on
-/// /dev/null. The calling process and a child of it exit with status 0; the caller goes on as a
-/// grandchild with the same file mode mask and limits. SIGHUP stays ignored, as ACE leaves it.
+/// /dev/null, the same file mode mask and limits. SIGHUP stays ignored, as ACE leaves it. Returns in
+/// the daemon, which says through the page whether it runs.
 ///
-/// Failures are not reported. When the first fork fails nothing has changed and the caller goes on
-/// in the foreground; when the second one does, both processes have exited and no daemon is left.
-void becomeDaemon(const std::string& directory);
+/// The calling process waits for that. It writes the complaints to standard error and exits with
+/// status 0, or with 1 when the daemon failed, ended, or took longer than `limit`. SIGINT and
+/// SIGTERM that it gets meanwhile go to the daemon. Two processes between them exit with 0.
+///
+/// Null when the system can fork no process: nothing has changed then and the caller goes on in the
+/// foreground. When ACE's own fork fails, the caller goes on in a child that is no daemon.
+StartPagePtr becomeDaemon(const std::string& directory,
+                          std::chrono::milliseconds limit = kStartLimit);
+
+/// Writes `line` to the system's log, facility daemon.
+void tellSystemLog(const std::string& line);
 
 }  // namespace qov
 

@@ -15,8 +15,8 @@ namespace qov {
 /// buffer. Never waits, as opening a pipe would.
 int importIniFile(ACE_Ini_ImpExp& importer, const std::string& fileName);
 
-/// Why importIniFile() refuses `fileName`: the system's reason, or the faulty line and what is wrong
-/// with it. Looks at the file anew; the cause is empty when nothing is wrong with it any more.
+/// Why importIniFile() refuses `fileName`: the system's reason, or the faulty line and what is
+/// wrong there. Looks at the file anew; the cause is empty when nothing is wrong any more.
 Failure whyNoIniFile(const std::string& fileName);
 
 }  // namespace qov

@@ -18,12 +18,14 @@
 #include <qovpub/qov_plugins.h>
 #include <qovpub/qov_utility.h>
 
-#include "frame/app_daemon.h"
 #include "frame/app_signal_block.h"
 #include "frame/app_signal_relay.h"
 #include "frame/app_start_watch.h"
 #include "frame/app_stop_watch.h"
 #include "frame/current_step.h"
+#include "frame/env_failure.h"
+#include "frame/start_lines.h"
+#include "frame/start_report.h"
 #include "module/module_shutdown.h"
 #include "module/shutdown_watch.h"
 
@@ -101,11 +103,36 @@ int CQOVapp::init(int argc, char** argv) {
   const qov::SignalBlock block;
   qov::ignoreBrokenPipes();
   qov::blockSignalsAtExit();
-  if (bDeaemonize_) {
-    // A configuration that cannot be read is told while there is still somebody to tell.
-    QOV_Utility::getProcessCfgFileName();
-    qov::becomeDaemon(QOV_Utility::getQOVRootEnv());
+  qov::StartReport report(bDeaemonize_);
+  try {
+    if (bDeaemonize_ && !splitOffDaemon(report)) {
+      return -1;
+    }
+    const int result = start(argc, argv, report);
+    if (result == 0) {
+      report.succeeded();
+    }
+    return result;
+  } catch (const qov::EnvFailure& e) {
+    report.tell(qov::textOf(e.failure()));
+    throw;
   }
+}
+
+/// What can be told before a process is split off is told before.
+bool CQOVapp::splitOffDaemon(qov::StartReport& report) {
+  const std::string root = QOV_Utility::getQOVRootEnv();
+  if (!root.empty() && root.front() != '/') {
+    report.tell(qov::textOf(
+        {"become a daemon", root, 0, {}, "the environment variable QOV_ROOT is no absolute path"}));
+    return false;
+  }
+  QOV_Utility::getProcessCfgFileName();
+  report.becomeDaemon(root.empty() ? "/" : root);
+  return true;
+}
+
+int CQOVapp::start(int argc, char** argv, qov::StartReport& report) {
   const qov::StartWatch watch;
   // Not before: a daemon has lost the descriptors of an earlier reactor. Not later: a module's
   // thread that came first would own it.
@@ -118,10 +145,12 @@ int CQOVapp::init(int argc, char** argv) {
   dropLogStrategy();
   logStrategy_.reset(new (std::nothrow) CQOV_Logging_Strategy);
   if (logStrategy_ == nullptr) {
+    report.tell(qov::textOf({"configure the log", cfgFile, 0, {}, qov::errnoText(ENOMEM)}));
     errno = ENOMEM;
     return -1;
   }
   logStrategy_->initLogStrategy(cfgFile.c_str(), logFile.c_str());
+  qov::logStart();
   CQOV_Plugins::instance();
   modulesLoaded_ = true;
   if (!moduleLoader().load()) {
@@ -131,7 +160,7 @@ int CQOVapp::init(int argc, char** argv) {
   }
   CQOVDebugKitGuard guard(0, "int CQOVapp::init(int, ACE_TCHAR**)");
   handleSignals();
-  guard.info(65600, __FUNCTION__, __LINE__, "Successed to init %s", programName_.c_str());
+  guard.info(65600, "init", __LINE__, "Successed to init %s", programName_.c_str());
   return 0;
 }
 

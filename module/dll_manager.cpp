@@ -1,6 +1,12 @@
 #include "module/dll_manager.h"
 
 #include <ace/OS_NS_dlfcn.h>
+#include <dlfcn.h>
+#include <link.h>
+
+#include <vector>
+
+#include "module/library_search.h"
 
 namespace qov {
 namespace {
@@ -12,15 +18,26 @@ ACE_DLL_Manager& dllManager() {
   return *ACE_DLL_Manager::instance(kLibraries);
 }
 
-ACE_DLL_Handle* open(const char* name) {
-  return dllManager().open_dll(name, RTLD_LAZY | RTLD_GLOBAL, nullptr);
+ACE_DLL_Handle* open(const char* name, ACE_DLL_Handle::ERROR_STACK* errors = nullptr) {
+  return dllManager().open_dll(name, RTLD_LAZY | RTLD_GLOBAL, nullptr, errors);
+}
+
+/// The oldest first.
+std::vector<std::string> textsOf(ACE_DLL_Handle::ERROR_STACK& errors) {
+  std::vector<std::string> texts;
+  for (ACE_TString text; errors.pop(text) == 0;) {
+    texts.insert(texts.begin(), text.c_str());
+  }
+  return texts;
 }
 
 }  // namespace
 
-ACE_DLL_Handle* openLibrary(const char* name) {
-  ACE_DLL_Handle* const opened = open(name);
+ACE_DLL_Handle* openLibrary(const char* name, std::string& whyNot) {
+  ACE_DLL_Handle::ERROR_STACK errors;
+  ACE_DLL_Handle* const opened = open(name, &errors);
   if (opened == nullptr) {
+    whyNot = whyNotOpened(name, textsOf(errors));
     return nullptr;
   }
   // Two threads that open a library first at the same time get a handle each, of which ACE finds
@@ -36,6 +53,12 @@ ACE_DLL_Handle* openLibrary(const char* name) {
   }
   ACE_OS::dlclose(opened->get_handle(true));
   return found;
+}
+
+std::string pathOf(ACE_DLL_Handle& library) {
+  const link_map* map = nullptr;
+  const bool known = ::dlinfo(library.get_handle(), RTLD_DI_LINKMAP, &map) == 0;
+  return known && map != nullptr ? map->l_name : library.dll_name();
 }
 
 void closeLibrary(const ACE_DLL_Handle& library) {

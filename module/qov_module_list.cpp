@@ -10,6 +10,8 @@
 #include <qovpub/qov_module_loader.h>
 #include <qovpub/qov_utility.h>
 
+#include "frame/failure.h"
+
 namespace {
 
 constexpr const char kMarker[] = ".mod";
@@ -29,11 +31,28 @@ std::string moduleOf(const std::string& file) {
   return file.substr(0, marker);
 }
 
-std::list<std::string> modulesIn(DIR& dir) {
+/// Of files that someone may have meant to be markers. An editor's copies among them, hence no error.
+void tellIgnored(const std::string& directory, const std::string& file, CQOVDebugKitGuard& guard) {
+  const std::size_t marker = file.find(kMarker);
+  if (marker != std::string::npos) {
+    guard.warn(65728, "getModuleList", __LINE__, "%s",
+               qov::textOf({"take a file for a module marker",
+                            directory + file,
+                            0,
+                            {},
+                            marker == 0 ? "no module's name stands before .mod"
+                                        : "its first .mod is not the end of its name"})
+                   .c_str());
+  }
+}
+
+std::list<std::string> modulesIn(DIR& dir, const std::string& directory, CQOVDebugKitGuard& guard) {
   std::list<std::string> names;
   while (const dirent* const entry = ::readdir(&dir)) {
     std::string name = moduleOf(entry->d_name);
-    if (!name.empty()) {
+    if (name.empty()) {
+      tellIgnored(directory, entry->d_name, guard);
+    } else {
       names.push_back(std::move(name));
     }
   }
@@ -62,11 +81,20 @@ void CQOV_Module_Loader::getModuleList(std::list<std::string>& names) const {
   }
   const std::unique_ptr<DIR, CloseDir> dir(::opendir(directory.c_str()));
   if (dir == nullptr) {
+    const std::string cause = qov::errnoText(errno);
     guard.error(65571, __FUNCTION__, __LINE__, "Failed to open %s", directory.c_str());
+    guard.error(65729, __FUNCTION__, __LINE__, "%s",
+                qov::textOf({"list the modules", directory, 0, {}, cause}).c_str());
     return;
   }
   try {
-    std::list<std::string> found = modulesIn(*dir);
+    std::list<std::string> found = modulesIn(*dir, directory, guard);
+    if (found.empty()) {
+      guard.error(
+          65729, __FUNCTION__, __LINE__, "%s",
+          qov::textOf({"find a module", directory, 0, {}, "the directory has no file <module>.mod"})
+              .c_str());
+    }
     names.splice(names.end(), found);
   } catch (const std::bad_alloc&) {
     guard.error(65572, __FUNCTION__, __LINE__, "Failed to list modules of %s", directory.c_str());

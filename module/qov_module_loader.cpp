@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <new>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include <qovpub/qov_common_debugkit.h>
@@ -11,6 +12,8 @@
 #include <qovpub/qov_task_mgr.h>
 
 #include "frame/current_step.h"
+#include "frame/failure.h"
+#include "module/caught.h"
 #include "module/dll_manager.h"
 #include "module/module_entry.h"
 #include "module/module_library.h"
@@ -26,6 +29,12 @@ namespace {
 constexpr unsigned int kMaxGid = 255;
 
 using CreateModule = CQOV_TaskMgr* (*)();
+
+/// Beside the line with the module's name.
+void tellReason(CQOVDebugKitGuard& guard, const std::string& tried, const std::string& file,
+                const std::string& cause) {
+  guard.error(65727, "load", __LINE__, "%s", qov::textOf({tried, file, 0, {}, cause}).c_str());
+}
 
 }  // namespace
 
@@ -120,6 +129,15 @@ bool CQOV_Module_Loader::loadModules(const std::list<std::string>& names, Manage
   return true;
 }
 
+/// Of a gid that a module cannot have.
+std::string CQOV_Module_Loader::whyInvalid(unsigned int gid) const {
+  if (gid == static_cast<unsigned int>(-1)) {
+    return "its manager has no leader";
+  }
+  return gid > kMaxGid ? "a gid is a number from 0 to 255"
+                       : std::string("module ") + modules_[gid]->dll->dll_name() + " has this gid";
+}
+
 bool CQOV_Module_Loader::loadModule(const std::string& name, ManagerPtr& manager,
                                     CQOVDebugKitGuard& guard) {
   ACE_DLL_Handle* dll = nullptr;
@@ -132,9 +150,10 @@ bool CQOV_Module_Loader::loadModule(const std::string& name, ManagerPtr& manager
   if (gid > kMaxGid || modules_[gid] != nullptr) {
     guard.error(65564, __FUNCTION__, __LINE__, "gid(%u) is invalid which module name is %s!", gid,
                 name.c_str());
+    tellReason(guard, "load module " + name, qov::pathOf(*dll), whyInvalid(gid));
     return false;
   }
-  if (!startModule(*manager, name, guard)) {
+  if (!startModule(*manager, name, *dll, guard)) {
     return false;
   }
   std::unique_ptr<ModuleEntry> entry(new (std::nothrow) ModuleEntry);
@@ -152,10 +171,12 @@ bool CQOV_Module_Loader::loadModule(const std::string& name, ManagerPtr& manager
 CQOV_Module_Loader::ManagerPtr CQOV_Module_Loader::createModule(const std::string& name,
                                                                 ACE_DLL_Handle*& dll,
                                                                 CQOVDebugKitGuard& guard) {
-  dll = qov::openLibrary(name.c_str());
+  std::string whyNot;
+  dll = qov::openLibrary(name.c_str(), whyNot);
   if (dll == nullptr) {
     guard.error(65561, __FUNCTION__, __LINE__,
                 "Failed to load module %s, because module file doesn't exist!", name.c_str());
+    tellReason(guard, "open the library of module " + name, {}, whyNot);
     return nullptr;
   }
   // Whoever calls exit() from now on: the modules end before this library's static objects.
@@ -165,18 +186,22 @@ CQOV_Module_Loader::ManagerPtr CQOV_Module_Loader::createModule(const std::strin
     guard.error(65562, __FUNCTION__, __LINE__,
                 "Failed to load module %s, because entry function %s is null!", name.c_str(),
                 qov::kEntryFunction);
+    tellReason(guard, "load module " + name, qov::pathOf(*dll),
+               std::string("the library does not export ") + qov::kEntryFunction);
     return nullptr;
   }
   ManagerPtr manager;
+  whyNot = std::string(qov::kEntryFunction) + " returned null";
   try {
     manager.reset(create());
   } catch (...) {
     qov::passOnEndOfThread();
-    // Foreign code; what it throws says no more than that there is no module.
+    whyNot = qov::caughtText();
   }
   if (manager == nullptr) {
     guard.error(65563, __FUNCTION__, __LINE__,
                 "Failed to load module %s, because module object is null!", name.c_str());
+    tellReason(guard, "create module " + name, qov::pathOf(*dll), whyNot);
     return nullptr;
   }
   qov::ModuleLibrary::set(*manager, *dll);
@@ -185,16 +210,18 @@ CQOV_Module_Loader::ManagerPtr CQOV_Module_Loader::createModule(const std::strin
 }
 
 bool CQOV_Module_Loader::startModule(CQOV_TaskMgr& manager, const std::string& name,
-                                     CQOVDebugKitGuard& guard) {
+                                     ACE_DLL_Handle& dll, CQOVDebugKitGuard& guard) {
   bool started = false;
+  std::string whyNot = "init() returned false";
   try {
     started = manager.init();
   } catch (...) {
     qov::passOnEndOfThread();
-    // As for the entry function: a module that throws has not started.
+    whyNot = qov::caughtText();
   }
   if (!started) {
     guard.error(65565, __FUNCTION__, __LINE__, "Failed to init module %s!", name.c_str());
+    tellReason(guard, "init module " + name, qov::pathOf(dll), whyNot);
   }
   return started;
 }

@@ -7,9 +7,12 @@
 #include <cstring>
 #include <map>
 #include <new>
+#include <string>
 
 #include <qovpub/qov_common_debugkit.h>
 
+#include "frame/failure.h"
+#include "module/caught.h"
 #include "module/dll_manager.h"
 #include "task/ending_thread.h"
 
@@ -25,14 +28,23 @@ void closePlugins(const std::multimap<u_int, ACE_DLL_Handle*>& plugins, CQOVDebu
   }
 }
 
-bool bind(CQOV_PluginOperator& op, ACE_DLL_Handle* dll) {
+bool bind(CQOV_PluginOperator& op, ACE_DLL_Handle* dll, std::string& whyNot) {
+  whyNot = "the plug-in's operator refuses it";
   try {
     return op.init(dll);
   } catch (...) {
     qov::passOnEndOfThread();
     // The caller's code; whatever it throws, the plug-in is not bound.
+    whyNot = qov::caughtText();
     return false;
   }
+}
+
+/// Beside the line with the plug-in's name.
+void tellReason(CQOVDebugKitGuard& guard, const char* tried, const std::string& library,
+                const std::string& cause) {
+  guard.warn(65726, "open", __LINE__, "%s",
+             qov::textOf({std::string(tried) + " plug-in", library, 0, {}, cause}).c_str());
 }
 
 }  // namespace
@@ -94,9 +106,11 @@ bool CQOV_Plugins::open(const char* name, CQOV_PluginOperator& op, u_int id) {
     guard.warn(65590, __FUNCTION__, __LINE__, "Invalid parameter, plugin name is null!");
     return false;
   }
-  qov::LibraryPtr dll(qov::openLibrary(name));
+  std::string whyNot;
+  qov::LibraryPtr dll(qov::openLibrary(name, whyNot));
   if (dll == nullptr) {
     guard.warn(65591, __FUNCTION__, __LINE__, "Failed to open %s", name);
+    tellReason(guard, "open the library of a", name, whyNot);
     return false;
   }
   // What the table takes is made first: once `op` is bound nothing may fail any more.
@@ -109,8 +123,9 @@ bool CQOV_Plugins::open(const char* name, CQOV_PluginOperator& op, u_int id) {
     errno = ENOMEM;
     return false;
   }
-  if (!bind(op, dll.get())) {
+  if (!bind(op, dll.get(), whyNot)) {
     guard.warn(65592, __FUNCTION__, __LINE__, "Failed to init %s", name);
+    tellReason(guard, "bind a", qov::pathOf(*dll), whyNot);
     return false;
   }
   guard.info(65594, __FUNCTION__, __LINE__, "Load plugin name is %s!", name);

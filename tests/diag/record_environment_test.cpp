@@ -95,8 +95,8 @@ class Lease {
   bool held_ = false;
 };
 
-/// Opening the configuration waits, so that reading it holds the singleton for as long as the record
-/// takes.
+/// Opening the configuration waits, so that reading it holds the singleton for as long as the
+/// record takes.
 void logWhileTheConfigurationIsRead(const std::string& processName) {
   const qov::test::TemporaryDirectory root;
   ::setenv("QOV_ROOT", root.path().c_str(), 1);

@@ -94,17 +94,23 @@ TEST_F(ModuleList, OfAMissingDirectoryIsLoggedAndEmpty) {
   const std::filesystem::path conf = thisProcess().confDirectory();
   const std::filesystem::path aside = conf.string() + "_aside";
   list();  // The process configuration is read once, from this directory.
+  log.clear();
   std::filesystem::rename(conf, aside);
   const bool loaded = loader().load();
   std::filesystem::rename(aside, conf);
   EXPECT_FALSE(loaded);
   EXPECT_THAT(messages("ERR"), ElementsAre("Failed to open " + conf.string() + "/",
+                                           "Failed to list the modules: " + conf.string() +
+                                               "/: No such file or directory",
                                            "Failed to load module, because module is empty!"));
 }
 
 TEST_F(ModuleList, WithoutAMarkerMakesLoadFail) {
   EXPECT_FALSE(loader().load());
-  EXPECT_THAT(messages("ERR"), ElementsAre("Failed to load module, because module is empty!"));
+  EXPECT_THAT(messages("ERR"),
+              ElementsAre("Failed to find a module: " + thisProcess().confDirectory().string() +
+                              "/: the directory has no file <module>.mod",
+                          "Failed to load module, because module is empty!"));
 }
 
 }  // namespace

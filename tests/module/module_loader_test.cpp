@@ -13,10 +13,13 @@
 #include "tests/support/latch.h"
 #include "tests/support/sanitizers.h"
 
+using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 namespace qov::test {
 namespace {
@@ -166,9 +169,10 @@ TEST_F(ModuleLoader, KeepsNothingOfALoadingOnceItIsUnloaded) {
 TEST_F(ModuleLoader, RefusesANameWithoutLibrary) {
   mark({"nowhere"});
   EXPECT_FALSE(loader().load());
-  EXPECT_THAT(
-      messages("ERR"),
-      ElementsAre("Failed to load module qovt_nowhere, because module file doesn't exist!"));
+  EXPECT_THAT(messages("ERR"),
+              ElementsAre("Failed to load module qovt_nowhere, because module file doesn't exist!",
+                          StartsWith("Failed to open the library of module qovt_nowhere: none of "
+                                     "libqovt_nowhere.so, qovt_nowhere.so, qovt_nowhere is in ")));
 }
 
 TEST_F(ModuleLoader, RefusesALibraryWithoutEntryFunction) {
@@ -176,15 +180,17 @@ TEST_F(ModuleLoader, RefusesALibraryWithoutEntryFunction) {
   EXPECT_FALSE(loader().load());
   EXPECT_THAT(messages("ERR"),
               ElementsAre("Failed to load module qovt_no_entry, because entry function "
-                          "QOV_CreateModule is null!"));
+                          "QOV_CreateModule is null!",
+                          EndsWith("/libqovt_no_entry.so: the library does not export "
+                                   "QOV_CreateModule")));
 }
 
 TEST_F(ModuleLoader, RefusesAnEntryFunctionThatGivesNothing) {
   mark({"null_object"});
   EXPECT_FALSE(loader().load());
-  EXPECT_THAT(
-      messages("ERR"),
-      ElementsAre("Failed to load module qovt_null_object, because module object is null!"));
+  EXPECT_THAT(messages("ERR"),
+              ElementsAre("Failed to load module qovt_null_object, because module object is null!",
+                          EndsWith("/libqovt_null_object.so: QOV_CreateModule returned null")));
 }
 
 TEST_F(ModuleLoader, TakesAnEntryFunctionThatThrowsForOneThatGivesNothing) {
@@ -192,13 +198,17 @@ TEST_F(ModuleLoader, TakesAnEntryFunctionThatThrowsForOneThatGivesNothing) {
   EXPECT_FALSE(loader().load());
   EXPECT_THAT(
       messages("ERR"),
-      ElementsAre("Failed to load module qovt_throwing_entry, because module object is null!"));
+      ElementsAre(
+          "Failed to load module qovt_throwing_entry, because module object is null!",
+          AllOf(StartsWith("Failed to create module qovt_throwing_entry: "),
+                EndsWith("/libqovt_throwing_entry.so: an exception that is no std::exception"))));
 }
 
 TEST_F(ModuleLoader, RefusesGid256AndDeletesItsModule) {
   mark({"gid256"});
   EXPECT_FALSE(loader().load());
   EXPECT_THAT(messages("ERR"), Contains("gid(256) is invalid which module name is qovt_gid256!"));
+  EXPECT_THAT(messages("ERR"), Contains(EndsWith(": a gid is a number from 0 to 255")));
   EXPECT_THAT(events(), ElementsAre("gid256 created", "gid256 deleted"));
 }
 
@@ -214,7 +224,8 @@ TEST_F(ModuleLoader, RefusesTheSecondModuleOfAGidAndKeepsTheFirst) {
   const std::string& kept = names.front();
   const std::string& refused = names.back();
   EXPECT_THAT(messages("ERR"),
-              ElementsAre("gid(3) is invalid which module name is qovt_" + refused + "!"));
+              ElementsAre("gid(3) is invalid which module name is qovt_" + refused + "!",
+                          EndsWith(": module qovt_" + kept + " has this gid")));
   EXPECT_THAT(events(), ElementsAre(kept + " created", kept + " initialised", refused + " created",
                                     refused + " deleted"));
   EXPECT_TRUE(hasModule(3));
@@ -224,6 +235,7 @@ TEST_F(ModuleLoader, DeletesAModuleThatDoesNotInitialise) {
   mark({"failing_init"});
   EXPECT_FALSE(loader().load());
   EXPECT_THAT(messages("ERR"), Contains("Failed to init module qovt_failing_init!"));
+  EXPECT_THAT(messages("ERR"), Contains(EndsWith(": init() returned false")));
   EXPECT_THAT(events(), Contains("failing_init deleted"));
   EXPECT_FALSE(hasModule(7));
 }
@@ -232,6 +244,7 @@ TEST_F(ModuleLoader, TakesAnInitialisationThatThrowsForAFailedOne) {
   mark({"throwing_init"});
   EXPECT_FALSE(loader().load());
   EXPECT_THAT(messages("ERR"), Contains("Failed to init module qovt_throwing_init!"));
+  EXPECT_THAT(messages("ERR"), Contains(EndsWith(": an exception that is no std::exception")));
   EXPECT_THAT(events(), Contains("throwing_init deleted"));
 }
 
@@ -254,7 +267,8 @@ TEST_F(ModuleLoader, RefusesAModuleThatHasNoMemoryForItsLeader) {
   EXPECT_FALSE(loader().load());
   EXPECT_TRUE(failing.hasFailed());
   EXPECT_THAT(messages("ERR"),
-              ElementsAre("gid(4294967295) is invalid which module name is qovt_alpha!"));
+              ElementsAre("gid(4294967295) is invalid which module name is qovt_alpha!",
+                          EndsWith(": its manager has no leader")));
   EXPECT_THAT(events(), ElementsAre("alpha created", "alpha deleted"));
 }
 
@@ -297,7 +311,8 @@ TEST_F(ModuleLoader, AFurtherLoadFailsAtTheModuleThatAFailedOneHasLoaded) {
   EXPECT_FALSE(loader().load());
   const std::string gid = first == "either" ? "11" : "12";
   EXPECT_THAT(messages("ERR"),
-              ElementsAre("gid(" + gid + ") is invalid which module name is qovt_" + first + "!"));
+              ElementsAre("gid(" + gid + ") is invalid which module name is qovt_" + first + "!",
+                          EndsWith(": module qovt_" + first + " has this gid")));
 }
 
 TEST_F(ModuleLoader, StopsTheModulesOfAFailedLoadAtItsOwnEnd) {

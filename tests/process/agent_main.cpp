@@ -11,6 +11,7 @@
 //               and which wait for the file "go"
 // With QOV_TEST_LAST_SIGNALS the process gets its signals once more at the very last, when the C
 // library writes what its streams still hold.
+// What it tells the system's log goes to the file "syslog".
 // It begins with QOV_TEST_GREETING on standard output, with QOV_TEST_OWN_BUFFER by a std::cout that
 // does not share the buffer of stdout.
 #include <ace/Thread_Manager.h>
@@ -23,6 +24,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -30,6 +32,19 @@
 
 #include "tests/process/modules/agent_files.h"
 #include "tests/support/sanitizers.h"
+
+/// Stands in front of the C library's for the whole process.
+extern "C" void syslog(int priority, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  if (std::FILE* const file = std::fopen(qov::test::agentFile("syslog").c_str(), "ae")) {
+    std::fprintf(file, "<%d>", priority);
+    std::vfprintf(file, format, args);
+    std::fputs("\n", file);
+    std::fclose(file);
+  }
+  va_end(args);
+}
 
 #if !QOV_TEST_TSAN
 /// Stands in front of the C library's for the whole process, which ThreadSanitizer, calling it from

@@ -64,6 +64,8 @@ class AgentProcess {
   std::string log() const { return readFile(root_.logFile()); }
   std::string output() const { return readFile(root_.path() / "stdout"); }
   std::string errors() const { return readFile(root_.path() / "stderr"); }
+  /// What it has told the system's log.
+  std::string systemLog() const { return readFile(root_.path() / "syslog"); }
 
  private:
   [[noreturn]] void becomeAgent(const std::vector<std::string>& arguments);

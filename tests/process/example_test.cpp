@@ -4,6 +4,9 @@
 #include "tests/process/agent_test.h"
 #include "tests/support/files.h"
 
+using ::testing::EndsWith;
+using ::testing::StartsWith;
+
 namespace qov::test {
 namespace {
 
@@ -24,16 +27,20 @@ class ExampleAgent : public ::testing::Test {
   AgentProcess agent{directory.file("devagent")};
 };
 
-TEST_F(ExampleAgent, WithoutAConfigurationEndsWithOneLineAndAFailure) {
+TEST_F(ExampleAgent, WithoutAConfigurationEndsWithTheReasonAndAFailure) {
   std::filesystem::remove(agent.root().cfgFile());
   failsToStart();
-  EXPECT_EQ(agent.errors(),
-            agent.program() + ": cannot start: CQOV_Exception: can't open proc config file\n");
+  EXPECT_THAT(agent.errors(), StartsWith("Failed to read the configuration: "));
+  EXPECT_THAT(agent.errors(), EndsWith("\n" + agent.program() +
+                                       ": cannot start: CQOV_Exception: can't open proc config "
+                                       "file\n"));
 }
 
-TEST_F(ExampleAgent, WithoutModulesEndsWithOneLineAndAFailure) {
+TEST_F(ExampleAgent, WithoutModulesEndsWithTheReasonAndAFailure) {
   failsToStart();
-  EXPECT_EQ(agent.errors(), agent.program() + ": cannot start; the log says why\n");
+  EXPECT_THAT(agent.errors(), StartsWith("Failed to find a module: "));
+  EXPECT_THAT(agent.errors(),
+              EndsWith("\n" + agent.program() + ": cannot start; the log says why\n"));
 }
 
 }  // namespace

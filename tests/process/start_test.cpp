@@ -98,23 +98,30 @@ TEST_F(AgentStart, TracesInitOnlyOnceItHasSucceeded) {
        kStopped, "leave void CQOVapp::event_loop_done(): OK"});
 }
 
-TEST_F(AgentStart, WithoutAConfigurationEndsWithOneLineAndAFailure) {
+TEST_F(AgentStart, WithoutAConfigurationEndsWithTheReasonAndAFailure) {
   std::filesystem::remove(agent.root().cfgFile());
   failsToStart();
-  EXPECT_EQ(agent.errors(), "CQOV_Exception: can't open proc config file\n");
+  EXPECT_EQ(agent.errors(), "Failed to read the configuration: " + agent.root().cfgFile().string() +
+                                ": No such file or directory\n"
+                                "CQOV_Exception: can't open proc config file\n");
 }
 
-TEST_F(AgentStart, WithoutAProcessIdEndsWithOneLineAndAFailure) {
+TEST_F(AgentStart, WithoutAProcessIdEndsWithTheReasonAndAFailure) {
   AgentRoot::write(agent.root().cfgFile(), "[QOV_GLOBAL]\nNAME=x\n");
   failsToStart();
-  EXPECT_EQ(agent.errors(), "CQOV_Exception: can't get PROC_PID from section name is PROC!\n");
+  EXPECT_EQ(agent.errors(), "Failed to read the configuration: " + agent.root().cfgFile().string() +
+                                ": QOV_GLOBAL/PROC_PID: there is no such key\n"
+                                "CQOV_Exception: can't get PROC_PID from section name is PROC!\n");
 }
 
 TEST_F(AgentStart, WithoutModulesFails) {
   failsToStart();
   EXPECT_THAT(agent.log(), HasSubstr("Failed to load module, because module is empty!"));
   EXPECT_THAT(agent.log(), Not(HasSubstr("CQOVapp")));
-  EXPECT_EQ(agent.errors(), "the agent did not start\n");
+  EXPECT_EQ(agent.errors(), "Failed to find a module: " + agent.root().confDirectory().string() +
+                                "/: the directory has no file <module>.mod\n"
+                                "Failed to load module, because module is empty!\n"
+                                "the agent did not start\n");
 }
 
 TEST_F(AgentStart, WithAModuleThatDoesNotInitialiseFails) {

@@ -7,6 +7,9 @@
 #include <string>
 
 class CQOV_Logging_Strategy;
+namespace qov {
+class StartReport;
+}
 
 /// What the signals of the process do: SIGINT and SIGTERM end the event loop, SIGUSR1 applies the
 /// log configuration again, SIGPIPE and any other do nothing.
@@ -123,6 +126,8 @@ class CQOVapp {
   static bool bDeaemonize_;
 
  private:
+  bool splitOffDaemon(qov::StartReport& report);
+  int start(int argc, char** argv, qov::StartReport& report);
   void handleSignals();
   void dropLogStrategy();
 

@@ -38,8 +38,9 @@ class ModuleShutdown;
 /// Thread: load() and unload() from the main thread; sendMsg() and sendMsg2All() from any thread,
 ///         but not from a module's init() on the thread that runs it: load() holds the table then.
 /// Owns:   the task managers of the loaded modules; the libraries belong to ACE's DLL manager.
-/// Errors: reported by the result and one log line of debug kit 0; never thrown. A lock that cannot
-///         be taken leaves its code in errno and the operation goes on without it.
+/// Errors: reported by the result and one log line of debug kit 0, which load() follows by one that
+///         names the file and the cause; never thrown. A lock that cannot be taken leaves its code
+///         in errno and the operation goes on without it.
 class CQOV_Module_Loader {
  public:
   /// Starts with an empty table.
@@ -105,8 +106,9 @@ class CQOV_Module_Loader {
   /// Appends the names of this process's modules to `names`: the part before ".mod" of the file
   /// names in the process configuration directory, in the order of the directory.
   ///
-  /// A name counts only if its first ".mod" is its end and something stands before it. The files'
-  /// contents are never read. A directory that cannot be opened is logged and adds nothing; nor
+  /// A name counts only if its first ".mod" is its end and something stands before it; of others
+  /// with ".mod" in them a warning tells that they are passed over. The files' contents are never
+  /// read. A directory that cannot be opened, or has no marker, is logged and adds nothing; nor
   /// does one for whose names there is no memory (errno ENOMEM).
   void getModuleList(std::list<std::string>& names) const;
 
@@ -129,7 +131,9 @@ class CQOV_Module_Loader {
                    CQOVDebugKitGuard& guard);
   bool loadModule(const std::string& name, ManagerPtr& manager, CQOVDebugKitGuard& guard);
   ManagerPtr createModule(const std::string& name, ACE_DLL_Handle*& dll, CQOVDebugKitGuard& guard);
-  bool startModule(CQOV_TaskMgr& manager, const std::string& name, CQOVDebugKitGuard& guard);
+  bool startModule(CQOV_TaskMgr& manager, const std::string& name, ACE_DLL_Handle& dll,
+                   CQOVDebugKitGuard& guard);
+  std::string whyInvalid(unsigned int gid) const;
   std::unique_ptr<ModuleEntry> takeFirst();
   bool holdsModules();
   void endInterruptedLoad();

@@ -1,0 +1,83 @@
+#include "frame/start_lines.h"
+
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_ini_operator.h>
+#include <qovpub/qov_utility.h>
+#include <qovpub/qov_version.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "diag/log_level.h"
+#include "frame/directory_lock.h"
+#include "frame/failure.h"
+
+namespace qov {
+namespace {
+
+/// The lowest level that is logged.
+const char* levelInForce() {
+  ACE_Log_Msg* const log = ACE_Log_Msg::instance();
+  for (const LogLevel* const level : {&kTrace, &kDebug, &kInfo, &kWarn, &kError}) {
+    if (isOn(*level, log)) {
+      return level->tag;
+    }
+  }
+  return "none";
+}
+
+void logBanner(const CQOVDebugKit& kit) {
+  const std::string root = QOV_Utility::getQOVRootEnv();
+  kit.info(65723, __FUNCTION__, __LINE__,
+           std::string("libqovpub ") + QOV_Version() + ": process " +
+               std::to_string(QOV_Utility::getProcPID()) + ", pid " + std::to_string(::getpid()) +
+               ", root " + (root.empty() ? "/" : root) + ", configuration " +
+               QOV_Utility::getProcessCfgFileName() + ", log level " + levelInForce());
+}
+
+bool isAddress(const std::string& text) {
+  constexpr unsigned long kLast = 255;
+  return !text.empty() && text.size() < 10 &&
+         text.find_first_not_of("0123456789") == std::string::npos && std::stoul(text) <= kLast;
+}
+
+/// The file is read once more: whoever reads it first cannot log.
+void checkProcPid(const CQOVDebugKit& kit) {
+  CQOV_Ini_Operator ini;
+  std::string value;
+  if (ini.open(nullptr) == 0 && ini.getConfigItem("QOV_GLOBAL", "PROC_PID", value) == 0 &&
+      !isAddress(value)) {
+    kit.warn(65724, __FUNCTION__, __LINE__,
+             textOf({"take a value as it stands", QOV_Utility::getProcessCfgFileName(), 0,
+                     "QOV_GLOBAL/PROC_PID",
+                     "\"" + value + "\" is no number from 0 to 255; " +
+                         std::to_string(QOV_Utility::getProcPID()) + " is taken"}));
+  }
+}
+
+void checkDirectory(const CQOVDebugKit& kit) {
+  const std::string& directory = QOV_Utility::getProcessCfgPath();
+  const std::string holder = lockDirectory(directory);
+  if (!holder.empty()) {
+    kit.warn(65725, __FUNCTION__, __LINE__,
+             textOf({"have the configuration directory for this process alone",
+                     directory,
+                     0,
+                     {},
+                     holder + " uses it, too"}));
+  }
+}
+
+}  // namespace
+
+void logStart() {
+  CQOVDebugKitMgr* const kits = CQOVDebugKitMgr::instance();
+  const CQOVDebugKit* const kit = kits != nullptr ? kits->find(0) : nullptr;
+  if (kit != nullptr) {
+    logBanner(*kit);
+    checkProcPid(*kit);
+    checkDirectory(*kit);
+  }
+}
+
+}  // namespace qov

@@ -1,0 +1,136 @@
+#include "frame/start_watcher.h"
+
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <string>
+
+#include "frame/failure.h"
+
+namespace qov {
+namespace {
+
+/// What the daemon may take to end when it is told to.
+constexpr std::chrono::seconds kPatience{15};
+
+/// For the signal handler.
+StartPage* watched = nullptr;
+
+void childHasEnded(int) {
+  const int formerErrno = errno;
+  ::sem_post(&watched->news);
+  errno = formerErrno;
+}
+
+std::string wayOf(int status) {
+  if (WIFSIGNALED(status)) {
+    return "ended by signal " + std::to_string(WTERMSIG(status)) + " (" +
+           ::strsignal(WTERMSIG(status)) + ")";
+  }
+  return "ended with exit status " + std::to_string(WEXITSTATUS(status));
+}
+
+timespec onMonotonicClock(std::chrono::steady_clock::time_point time) {
+  const auto since = time.time_since_epoch();
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(since);
+  return {seconds.count(),
+          std::chrono::duration_cast<std::chrono::nanoseconds>(since - seconds).count()};
+}
+
+}  // namespace
+
+void StartWatcher::run(pid_t starter) {
+  sigset_t all;
+  sigset_t formerMask;
+  struct sigaction formerAction {};
+  sigfillset(&all);
+  ::pthread_sigmask(SIG_SETMASK, &all, &formerMask);
+  watched = &page_;
+  struct sigaction action {};
+  action.sa_handler = &childHasEnded;
+  ::sigaction(SIGCHLD, &action, &formerAction);
+  ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (::getppid() != starter) {
+    ::_exit(1);  // it has gone before that
+  }
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::sigaction(SIGCHLD, &formerAction, nullptr);
+    ::pthread_sigmask(SIG_SETMASK, &formerMask, nullptr);
+    return;
+  }
+  if (child < 0) {
+    page_.settle(StartOutcome::kNotForked);
+    ::_exit(1);
+  }
+  sigdelset(&all, SIGCHLD);
+  ::pthread_sigmask(SIG_SETMASK, &all, nullptr);
+  watch();
+}
+
+void StartWatcher::watch() {
+  const Time limit = std::chrono::steady_clock::now() + limit_;
+  while (!collect()) {
+    if (!waitUntil(limit)) {
+      giveUp();
+      break;
+    }
+  }
+  ::_exit(0);
+}
+
+bool StartWatcher::collect() {
+  const pid_t daemon = page_.daemon;
+  int status = 0;
+  pid_t child = 0;
+  while ((child = ::waitpid(-1, &status, WNOHANG)) > 0) {
+    if (child == daemon) {
+      ended(status);
+    } else if (status != 0) {
+      lastFailure_ = status;
+    }
+  }
+  // The daemon may not have come as far as telling its number.
+  if (child < 0 && errno == ECHILD) {
+    ended(lastFailure_);
+  }
+  return page_.outcome != StartOutcome::kOpen;
+}
+
+void StartWatcher::ended(int status) {
+  if (page_.outcome == StartOutcome::kOpen) {
+    page_.verdict.add(textOf({"start the daemon", {}, 0, {}, wayOf(status) + " before it ran"}));
+    page_.settle(StartOutcome::kFailed);
+  }
+}
+
+bool StartWatcher::waitUntil(Time limit) {
+  const timespec time = onMonotonicClock(limit);
+  return ::sem_clockwait(&page_.news, CLOCK_MONOTONIC, &time) == 0 || errno != ETIMEDOUT;
+}
+
+void StartWatcher::giveUp() {
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit_).count();
+  page_.verdict.add(textOf(
+      {"start the daemon", {}, 0, {}, "it did not run within " + std::to_string(seconds) + " s"}));
+  page_.settle(StartOutcome::kFailed);
+  const pid_t daemon = page_.daemon;
+  if (daemon <= 0) {
+    return;
+  }
+  ::kill(daemon, SIGTERM);
+  const Time limit = std::chrono::steady_clock::now() + kPatience;
+  while (::waitpid(daemon, nullptr, WNOHANG) == 0) {
+    if (!waitUntil(limit)) {
+      ::kill(daemon, SIGKILL);
+      return;
+    }
+  }
+}
+
+}  // namespace qov

@@ -1,0 +1,90 @@
+#include "module/library_search.h"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+
+#include "frame/failure.h"
+
+namespace qov {
+namespace {
+
+/// As ACE decorates it.
+std::vector<std::string> fileNamesOf(const std::string& name) {
+  const std::size_t start = name.rfind('/') + 1;
+  if (name.find('.', start) != std::string::npos) {
+    return {name};
+  }
+  return {name.substr(0, start) + "lib" + name.substr(start) + ".so", name + ".so", name};
+}
+
+/// The directories that the dynamic loader searches for the program's libraries.
+std::vector<std::string> searchPath() {
+  std::vector<std::string> directories;
+  void* const program = ::dlopen(nullptr, RTLD_LAZY);
+  Dl_serinfo size{};
+  if (program == nullptr || ::dlinfo(program, RTLD_DI_SERINFOSIZE, &size) != 0) {
+    return directories;
+  }
+  std::vector<std::max_align_t> memory(size.dls_size / sizeof(std::max_align_t) + 1);
+  auto* const found = reinterpret_cast<Dl_serinfo*>(memory.data());
+  *found = size;
+  if (::dlinfo(program, RTLD_DI_SERINFO, found) == 0) {
+    for (unsigned i = 0; i < found->dls_cnt; ++i) {
+      directories.emplace_back(found->dls_serpath[i].dls_name);
+    }
+  }
+  ::dlclose(program);
+  return directories;
+}
+
+/// The loader passes over a file that it must not read, as if it were not there.
+std::string findUnreadable(const std::vector<std::string>& fileNames) {
+  for (const std::string& directory : searchPath()) {
+    for (const std::string& fileName : fileNames) {
+      const std::string path = directory + "/" + fileName;
+      if (::access(path.c_str(), F_OK) == 0 && ::access(path.c_str(), R_OK) != 0) {
+        return path + ": " + errnoText(EACCES);
+      }
+    }
+  }
+  return {};
+}
+
+std::string join(const std::vector<std::string>& texts) {
+  std::string all;
+  for (const std::string& text : texts) {
+    all += (all.empty() ? "" : ", ") + text;
+  }
+  return all;
+}
+
+std::string nowhere(const std::vector<std::string>& fileNames) {
+  const char* const path = std::getenv("LD_LIBRARY_PATH");
+  return "none of " + join(fileNames) + " is in LD_LIBRARY_PATH (" +
+         (path != nullptr && *path != '\0' ? path : "not set") +
+         ") or the system's library directories";
+}
+
+}  // namespace
+
+std::string whyNotOpened(const std::string& name, const std::vector<std::string>& said) {
+  const std::vector<std::string> fileNames = fileNamesOf(name);
+  const auto isThere = [&](const std::string& text) {
+    return std::none_of(fileNames.begin(), fileNames.end(), [&](const std::string& fileName) {
+      return text == fileName + ": cannot open shared object file: No such file or directory";
+    });
+  };
+  const auto reason = std::find_if(said.begin(), said.end(), isThere);
+  if (reason != said.end()) {
+    return *reason;
+  }
+  const std::string unreadable = findUnreadable(fileNames);
+  return unreadable.empty() ? nowhere(fileNames) : unreadable;
+}
+
+}  // namespace qov

@@ -1,0 +1,181 @@
+// What a start says that goes wrong: tests/process/broken_set_ups.cpp holds the rows.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "tests/process/agent_test.h"
+#include "tests/process/broken_set_ups.h"
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+namespace qov::test {
+namespace {
+
+class BrokenAgent : public AgentTest {
+ protected:
+  /// `text` with the directories that it names.
+  std::string filledIn(std::string text) {
+    for (const auto& [place, path] :
+         {std::pair<std::string, std::string>{"<root>", agent.root().path()},
+          {"<conf>", agent.root().confDirectory().string() + "/"}}) {
+      for (std::size_t at = text.find(place); at != std::string::npos; at = text.find(place)) {
+        text.replace(at, place.size(), path);
+      }
+    }
+    return text;
+  }
+
+  static std::size_t countOf(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+      ++count;
+    }
+    return count;
+  }
+
+  bool hasStarted() {
+    return waitUntil([&] {
+      return agent.log().find(kStarted) != std::string::npos ||
+             agent.errors().find(kStarted) != std::string::npos || !agent.state("pid").empty();
+    });
+  }
+};
+
+class BrokenSetUpTest : public BrokenAgent, public ::testing::WithParamInterface<BrokenSetUp> {
+ protected:
+  void SetUp() override {
+    if (GetParam().notAsRoot && ::geteuid() == 0) {
+      GTEST_SKIP() << "root may do everything";
+    }
+    if (GetParam().result == Result::kWarns) {
+      agent.useModules({"state"});
+    }
+    GetParam().breakIt(agent);
+  }
+
+  void saysAllOnce(const std::string& where) {
+    for (const std::string& line : GetParam().says) {
+      EXPECT_EQ(countOf(where, filledIn(line)), 1U) << filledIn(line) << "\nis in\n" << where;
+    }
+  }
+
+  void saysAllIn(const std::string& where) {
+    for (const std::string& line : GetParam().says) {
+      EXPECT_THAT(where, HasSubstr(filledIn(line)));
+    }
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Of, BrokenSetUpTest, ::testing::ValuesIn(brokenSetUps()),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+TEST_P(BrokenSetUpTest, IsToldInTheForeground) {
+  const BrokenSetUp& row = GetParam();
+  agent.start({"-n"});
+  if (row.result == Result::kWarns) {
+    ASSERT_TRUE(hasStarted()) << agent.errors();
+    agent.send(SIGINT);
+  }
+  const Ending ending = agent.waitForEnd();
+  ASSERT_TRUE(ending.ended) << "hangs";
+  EXPECT_EQ(ending.signal, row.signal) << agent.errors();
+  if (row.signal == 0) {
+    EXPECT_EQ(ending.exitStatus, row.result == Result::kWarns ? 0 : row.exitStatus)
+        << agent.errors();
+  }
+  if (row.result != Result::kEnds) {
+    saysAllOnce(agent.errors());
+  }
+  if (row.log == Log::kFile) {
+    saysAllIn(agent.log());
+  }
+  EXPECT_EQ(agent.systemLog(), "");
+}
+
+TEST_P(BrokenSetUpTest, IsToldByTheStarterOfADaemon) {
+  const BrokenSetUp& row = GetParam();
+  agent.start({});
+  const Ending ending = agent.waitForEnd();
+  ASSERT_TRUE(ending.ended) << "hangs";
+  EXPECT_EQ(ending.exitStatus, row.result == Result::kWarns ? 0 : 1) << agent.errors();
+  saysAllOnce(agent.errors());
+  if (row.log == Log::kFile) {
+    saysAllIn(agent.log());
+    EXPECT_EQ(agent.systemLog(), "");
+  } else if (row.log == Log::kNone) {
+    saysAllIn(agent.systemLog());
+  }
+  if (row.result == Result::kWarns) {
+    ASSERT_TRUE(agent.findDaemon());
+    agent.send(SIGINT);
+    hasExited(agent.waitForDaemonEnd(), 0);
+  }
+}
+
+TEST_F(BrokenAgent, HasAtLeastSixtyRows) {
+  EXPECT_GE(brokenSetUps().size(), 60U);
+}
+
+TEST_F(BrokenAgent, RefusesARelativeRootAsADaemonWithOneLine) {
+  agent.setEnvironment("QOV_ROOT", "no/such");
+  agent.start({});
+  hasExited(agent.waitForEnd(), 1);
+  EXPECT_EQ(agent.errors(),
+            "Failed to become a daemon: no/such: the environment variable QOV_ROOT is no absolute "
+            "path\nthe agent did not start\n");
+}
+
+TEST_F(BrokenAgent, TellsWhoElseHasItsConfigurationDirectory) {
+  const int held = ::open(agent.root().confDirectory().c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(::flock(held, LOCK_EX | LOCK_NB), 0);
+  starts({"state"});
+  EXPECT_THAT(agent.errors(),
+              HasSubstr("Failed to have the configuration directory for this process alone: " +
+                        agent.root().confDirectory().string() + "/: "));
+  EXPECT_THAT(agent.log(), HasSubstr(" uses it, too\n"));
+  stopsInOrder();
+  ::close(held);
+}
+
+TEST_F(BrokenAgent, LeavesItsConfigurationDirectoryToTheNext) {
+  starts({"state"});
+  const int next = ::open(agent.root().confDirectory().c_str(), O_RDONLY | O_CLOEXEC);
+  EXPECT_NE(::flock(next, LOCK_EX | LOCK_NB), 0) << "a running agent has it";
+  EXPECT_EQ(agent.errors(), "");
+  stopsInOrder();
+  EXPECT_EQ(::flock(next, LOCK_EX | LOCK_NB), 0);
+  ::close(next);
+}
+
+TEST_F(BrokenAgent, BeginsItsLogWithWhoItIs) {
+  starts({"state"});
+  EXPECT_THAT(agent.log(), HasSubstr("] libqovpub 1.0.0: process 7, pid " + agent.state("pid") +
+                                     ", root " + agent.root().path().string() + ", configuration " +
+                                     agent.root().cfgFile().string() + ", log level DBG\n"));
+  stopsInOrder();
+}
+
+/// An executable whose path has its only dot in a folder.
+TEST(NamelessAgent, SaysWhatEndsItsName) {
+  const TemporaryDirectory directory;
+  std::filesystem::create_directory(directory.path() / "rel1.2");
+  const std::filesystem::path program = directory.path() / "rel1.2" / "agent";
+  std::filesystem::copy_file(QOV_TEST_AGENT, program);
+  for (const char* option : {"-n", "-d"}) {
+    AgentProcess agent(program);
+    agent.start({option});
+    EXPECT_EQ(agent.waitForEnd().exitStatus, 1);
+    EXPECT_THAT(agent.errors(),
+                HasSubstr("/conf//.cfg: No such file or directory; the process name "
+                          "is empty"));
+    EXPECT_THAT(agent.errors(),
+                HasSubstr("which stands in the folder name " + directory.path().string() +
+                          "/rel1.2; give the file a suffix (" + program.string() + ".bin)\n"));
+  }
+}
+
+}  // namespace
+}  // namespace qov::test
