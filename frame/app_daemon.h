@@ -12,8 +12,8 @@ namespace qov {
 constexpr std::chrono::seconds kStartLimit{450};
 
 /// Makes a daemon of this process: works in `directory`, all descriptors closed and 0 to 2 on
-/// /dev/null, the same file mode mask and limits. SIGHUP stays ignored, as ACE leaves it. Returns in
-/// the daemon, which says through the page whether it runs.
+/// /dev/null, the same file mode mask and limits. SIGHUP stays ignored, as ACE leaves it. Returns
+/// in the daemon, which says through the page whether it runs.
 ///
 /// The calling process waits for that. It writes the complaints to standard error and exits with
 /// status 0, or with 1 when the daemon failed, ended, or took longer than `limit`. SIGINT and

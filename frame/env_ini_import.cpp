@@ -123,7 +123,8 @@ std::string whatIsWrong(int result, const std::string& line) {
   }
 }
 
-/// ACE does not tell the line, so the shortest beginning of whole lines is looked for that it refuses.
+/// ACE does not tell the line, so the shortest beginning of whole lines is looked for that it
+/// refuses.
 void findFaultyLine(const std::string& text, Failure& failure) {
   std::vector<std::size_t> ends;
   for (std::size_t start = 0; start < text.size(); start = ends.back()) {

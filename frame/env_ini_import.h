@@ -9,8 +9,8 @@
 
 namespace qov {
 
-/// Reads `fileName` with `importer`: 0, or -1 when the file cannot be read, is no regular file or is
-/// no INI file. All before the first faulty line is read then; but nothing at all of a file that
+/// Reads `fileName` with `importer`: 0, or -1 when the file cannot be read, is no regular file or
+/// is no INI file. All before the first faulty line is read then; but nothing at all of a file that
 /// ACE's reader must not see: for a line that begins with "=" or a zero byte it looks before its
 /// buffer. Never waits, as opening a pipe would.
 int importIniFile(ACE_Ini_ImpExp& importer, const std::string& fileName);

@@ -9,9 +9,9 @@
 namespace qov {
 
 /// Opens the library `name` as ACE decorates and searches it, binding lazily, its symbols visible
-/// to the libraries that are opened later; null when it cannot be opened, and `whyNot` says why. Each
-/// success is counted and undone by one closeLibrary(). A name has one handle, whoever opens it
-/// first.
+/// to the libraries that are opened later; null when it cannot be opened, and `whyNot` says why.
+/// Each success is counted and undone by one closeLibrary(). A name has one handle, whoever opens
+/// it first.
 ///
 /// Thread: any, as for closeLibrary(). Both wait for the dynamic loader, which may be running a
 ///         library's static constructor: a lock that such a one may want is not held meanwhile.

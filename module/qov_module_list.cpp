@@ -31,7 +31,8 @@ std::string moduleOf(const std::string& file) {
   return file.substr(0, marker);
 }
 
-/// Of files that someone may have meant to be markers. An editor's copies among them, hence no error.
+/// Of files that someone may have meant to be markers. An editor's copies among them, hence no
+/// error.
 void tellIgnored(const std::string& directory, const std::string& file, CQOVDebugKitGuard& guard) {
   const std::size_t marker = file.find(kMarker);
   if (marker != std::string::npos) {

@@ -230,9 +230,6 @@ std::vector<BrokenSetUp> ofTheLog() {
       "LogIsDirectory", [](Agent& agent) { fs::create_directory(agent.root().logFile()); },
       open + "Is a directory");
   add(
-      "LogIsPipe", [](Agent& agent) { ::mkfifo(agent.root().logFile().c_str(), 0600); },
-      open + "No such device or address");
-  add(
       "LogFolderNotWritable",
       [](Agent& agent) { ::chmod((agent.root().path() / "log").c_str(), 0500); },
       open + "Permission denied", true);

@@ -70,8 +70,8 @@ class SigintHandler : public ACE_Event_Handler {
 /// A start that hangs is given up when a stop signal has waited for its end for 7 seconds: standard
 /// error and the log name the module that is being loaded, and the process ends by the signal.
 ///
-/// Exit handlers (std::atexit, static objects) run in each of the two processes that make way for a
-/// daemon, too.
+/// Exit handlers (std::atexit, static objects) run in the calling process of a daemon and in the
+/// two between it and the daemon, too.
 ///
 /// Do not call exit() on a module's thread, which cannot join itself: the modules are not stopped
 /// then and their threads run while static objects are destroyed.
@@ -80,7 +80,8 @@ class SigintHandler : public ACE_Event_Handler {
 /// Owns:   the logging strategy. The modules belong to the loader, but the destructor stops those
 ///         that init() loaded and nobody unloaded.
 /// Errors: by result. init() throws CQOV_Exception when the process configuration cannot be read,
-///         for a daemon before it leaves its starter.
+///         for a daemon before it leaves its starter. Why a start fails stands on standard error, a
+///         line for each reason, also what a daemon says; see init().
 class CQOVapp {
  public:
   CQOVapp();
@@ -96,19 +97,27 @@ class CQOVapp {
   /// Starts the agent: becomes a daemon unless told not to, sets up the allocator, the debug kits,
   /// the log and the plug-in registry, loads the modules and registers the signals.
   ///
-  /// Returns 0, or -1 when memory for the logging strategy runs out (errno ENOMEM) or a module
-  /// cannot be loaded. Failures to become a daemon, to configure the log or to register a signal
-  /// are ignored. After -1 there is nothing to do but to end the process; modules that were loaded
-  /// before the failing one run until this object is destroyed or the process exits.
+  /// Returns 0, or -1 when memory for the logging strategy runs out (errno ENOMEM), a module cannot
+  /// be loaded, or "QOV_ROOT" is relative and a daemon is wanted. Failures to become a daemon, to
+  /// configure the log or to register a signal are ignored. After -1 there is nothing to do but to
+  /// end the process; modules that were loaded before the failing one run until this object is
+  /// destroyed or the process exits.
   ///
-  /// A daemon works in the directory "QOV_ROOT", which should therefore be absolute, with its
-  /// descriptors 0 to 2 on /dev/null and all others closed: what the program opens before init() is
-  /// lost, the process reactor (ACE_Reactor::instance()) included, so that must not be used before.
-  /// Threads do not survive it either, and event_loop_done() would wait for those of ACE's thread
-  /// manager for good: start none before init(). SIGHUP is ignored from then on. The file mode mask
-  /// is the caller's. A process configuration that cannot be read shows on the starter's terminal;
-  /// after that the calling process exits with status 0 from within init(), and a failure shows in
-  /// the log only.
+  /// While it works, the errors that this thread logs through any kit and the library's warnings go
+  /// to standard error, too. A process that shares its configuration directory with another one is
+  /// warned; the lock for that lies on the directory itself and ends with the process.
+  ///
+  /// A daemon works in the directory "QOV_ROOT" (the file system's root when that is empty), with
+  /// its descriptors 0 to 2 on /dev/null and all others closed: what the program opens before
+  /// init() is lost, the process reactor (ACE_Reactor::instance()) included, so that must not be
+  /// used before. Threads do not survive it either, and event_loop_done() would wait for those of
+  /// ACE's thread manager for good: start none before init(). SIGHUP is ignored from then on. The
+  /// file mode mask is the caller's. The calling process waits in init() for the daemon: it exits
+  /// with status 0 when all modules run, and with 1 when init() fails there, the daemon ends on the
+  /// way in whatever manner, or takes longer than 450 seconds; then it is ended. The daemon's
+  /// complaints show on the caller's standard error, and in the system's log (facility daemon)
+  /// where the daemon's own log goes nowhere. SIGINT and SIGTERM that the caller gets meanwhile go
+  /// to the daemon; when the caller is killed the daemon goes on.
   int init(int argc, char** argv);
 
   /// Runs the process reactor's event loop until SIGINT or SIGTERM, then unloads the modules,
