@@ -85,7 +85,7 @@ std::string noSuchModule(const std::string& name) {
 }
 
 std::string tooShort(const fs::path& from) {
-  return readFile(from).substr(0, 1000);
+  return readFile(from).substr(0, 32);
 }
 
 std::vector<BrokenSetUp> ofTheConfiguration() {
@@ -277,7 +277,7 @@ std::vector<BrokenSetUp> ofTheLibraries() {
       {noSuchModule("odd"), path + "invalid ELF header\n"});
   add("LibraryCutOff",
       library([real](const fs::path& at) { AgentRoot::write(at, tooShort(real)); }),
-      {noSuchModule("odd"), path});
+      {noSuchModule("odd"), path + "file too short\n"});
   add("LibraryIsDirectory", library([](const fs::path& at) { fs::create_directory(at); }),
       {noSuchModule("odd"), path + "cannot read file data: Is a directory\n"});
   add("LibraryIsLinkToNothing", library([](const fs::path& at) { fs::create_symlink("gone", at); }),
