@@ -156,7 +156,7 @@ TEST_F(AppDaemon, ThatStopsForAWhileIsWaitedFor) {
   EXPECT_EQ(exitStatusOfStarter(), 0);
 }
 
-TEST_F(AppDaemon, LeavesItsStarterWithTheSignalsThatThatIgnores) {
+TEST_F(AppDaemon, RunsAlsoWhereItsStarterIgnoresTheEndOfChildren) {
   prepare = [] { ::signal(SIGCHLD, SIG_IGN); };
   starts([](StartPage& page) {
     page.settle(StartOutcome::kStarted);
