@@ -185,6 +185,9 @@ StartPagePtr becomeDaemon(const std::string& directory, std::chrono::millisecond
   StartWatcher(*page, limit).run(starter);
   splitOff(directory);
   page->daemon = ::getpid();
+  if (page->outcome != StartOutcome::kOpen) {
+    ::_exit(EXIT_FAILURE);  // the watcher gave up before it could know whom to end
+  }
   if (const int signum = page->signalToPass.exchange(0)) {
     ::kill(::getpid(), signum);
   }
