@@ -2,11 +2,13 @@
 #include <ace/Time_Value.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_module_loader.h>
 #include <qovpub/qov_task_mgr.h>
+#include <qovpub/qov_utility.h>
 
 #include "module/message_copy.h"
 #include "module/module_entry.h"
@@ -17,6 +19,16 @@ namespace {
 
 /// putq() takes it for an absolute time, so that a full queue refuses at once.
 constexpr time_t kPutSeconds = 1;
+
+/// Makes the package in `copy`, if there is one, a message to module `gid` of this process.
+void readdress(ACE_Message_Block& copy, unsigned int gid) {
+  if (CQOV_MsgPackage* const package = qov::packageOf(copy)) {
+    // Known since the first module was made.
+    package->head().rpid_ = static_cast<std::uint8_t>(QOV_Utility::getProcPID() & 0xFFU);
+    package->head().rmid_ = static_cast<std::uint8_t>(gid);
+    qov::markUnawaited(copy);
+  }
+}
 
 }  // namespace
 
@@ -41,11 +53,13 @@ int CQOV_Module_Loader::sendMsg(u_short pid, ACE_Message_Block* mb) {
 
 CQOV_Module_Loader::Delivery CQOV_Module_Loader::deliver(u_short pid, ACE_Message_Block* mb) {
   const TableReader table(*this);
-  if (pid >= modules_.size() || modules_[pid] == nullptr) {
-    return Delivery::kNobody;
-  }
-  if (modules_[pid]->taskMgr == nullptr) {
-    return Delivery::kNoManager;
+  const bool known = pid < modules_.size() && modules_[pid] != nullptr;
+  if (!known || modules_[pid]->taskMgr == nullptr) {
+    if (table.locked()) {
+      // Where the table cannot be locked, errno says that.
+      errno = EHOSTUNREACH;
+    }
+    return known ? Delivery::kNoManager : Delivery::kNobody;
   }
   ACE_Time_Value timeout(kPutSeconds);
   return modules_[pid]->taskMgr->putq(mb, &timeout) < 0 ? Delivery::kRefused : Delivery::kDone;
@@ -82,6 +96,7 @@ bool CQOV_Module_Loader::copyToAll(const ACE_Message_Block& mb, std::bitset<kGid
     if (copy == nullptr) {
       return false;
     }
+    readdress(*copy, gid);
     ACE_Time_Value timeout(kPutSeconds);
     // Unlike for sendMsg(), a result of 0 is a failure; both are kept.
     if (modules_[gid]->taskMgr->putq(copy, &timeout) <= 0) {

@@ -30,6 +30,8 @@ class CQOV_Module_Loader::TableReader {
  public:
   explicit TableReader(CQOV_Module_Loader& loader);
 
+  bool locked() const { return lock_.locked(); }
+
  private:
   /// Waits while a writer waits. Not for long: a reader inside may be waiting for something that
   /// the calling thread holds, or may be the calling thread.

@@ -7,6 +7,8 @@
 #include <qovpub/qov_task_mgr.h>
 #include <qovpub/qov_task_scheduler.h>
 
+#include <cerrno>
+
 #include "task/leader_queue.h"
 #include "task/log_ids.h"
 #include "task/message_block.h"
@@ -54,7 +56,7 @@ void CQOV_Leader_Task::handleDataMsg(ACE_Message_Block* mb) {
     log.warn(qov::kLogIdBase + 46, __FUNCTION__, __LINE__,
              "Module(%d) cannot wait for the response to a message that is not its own request!",
              taskMgr()->moduleId());
-    wakeSenderOf(*mb);
+    wakeSenderOf(*mb, EINVAL);
   }
   const Handler handler =
       qov::isKnownType(head.type_) ? kHandlers[head.type_] : kHandlers[qov::kUnknownType];

@@ -1,11 +1,12 @@
 #include "task/leader_queue.h"
 
 #include <ace/Guard_T.h>
-#include <ace/OS_NS_sys_time.h>
+#include <ace/OS_Errno.h>
 #include <ace/Time_Value.h>
 #include <qovpub/qov_task.h>
 
 #include <cerrno>
+#include <optional>
 
 #include "task/message_block.h"
 #include "task/message_types.h"
@@ -14,10 +15,9 @@
 namespace qov {
 
 LeaderQueue::LeaderQueue(const CQOV_TaskMgr* mgr, std::uint8_t processId, std::uint8_t moduleId)
-    : mgr_(mgr),
-      processId_(processId),
-      moduleId_(moduleId),
-      load_(std::make_shared<ModuleLoad>()) {}
+    : mgr_(mgr), processId_(processId), moduleId_(moduleId), load_(std::make_shared<ModuleLoad>()) {
+  shareLoad(load_);
+}
 
 int LeaderQueue::enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
   if (mb == nullptr) {
@@ -33,10 +33,7 @@ int LeaderQueue::enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
       }
       break;
     case Kind::kForOwnWorkers:
-      if (!waitForModule(timeout)) {
-        return -1;
-      }
-      break;
+      return enqueueForOwnWorkers(mb, timeout);
     case Kind::kPassedOn:
       break;
   }
@@ -45,7 +42,7 @@ int LeaderQueue::enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
 
 int LeaderQueue::deactivate() {
   const int previous = TaskQueue::deactivate();
-  load_->roomMayHaveCome();
+  load_->close();
   return previous;
 }
 
@@ -80,32 +77,41 @@ bool LeaderQueue::urgentFits() {
   return cur_bytes_ < 2 * high_water_mark_;
 }
 
-bool LeaderQueue::moduleHasRoom() {
-  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
-  // A stopped queue lets everybody through, to be refused by the queue itself.
-  return state_ == DEACTIVATED || cur_bytes_ + load_->waiting() < high_water_mark_;
+int LeaderQueue::enqueueForOwnWorkers(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
+  if (load_->hasRoom(nullptr) && load_->waitingSenders() == 0) {
+    return TaskQueue::enqueue_tail(mb, timeout);
+  }
+  const CQOV_Task* const sender = ownSender();
+  if (sender != nullptr && sender->pooled_) {
+    return TaskQueue::enqueue_tail(mb, timeout);
+  }
+  const TaskQueue* const own = sender != nullptr ? sender->queue_.get() : nullptr;
+  std::optional<ModuleLoad::Clock::time_point> deadline;
+  if (timeout != nullptr) {
+    deadline = steadyDeadline(*timeout);
+    if (*deadline <= ModuleLoad::Clock::now()) {
+      // Whoever may not wait has no place in the line either.
+      return load_->hasRoom(own) ? TaskQueue::enqueue_tail(mb, timeout) : refuse();
+    }
+  }
+  const std::size_t bytes = mb->total_size();
+  if (!load_->waitForRoom(bytes, deadline ? &*deadline : nullptr, own)) {
+    return refuse();
+  }
+  const int count = TaskQueue::enqueue_tail(mb, timeout);
+  const ACE_Errno_Guard keep(errno);
+  load_->subtract(bytes);
+  return count;
 }
 
-bool LeaderQueue::sentByOwnThread() const {
+int LeaderQueue::refuse() {
+  errno = EWOULDBLOCK;
+  return -1;
+}
+
+const CQOV_Task* LeaderQueue::ownSender() const {
   const CQOV_Task* const sender = getCurrentTask();
-  return sender != nullptr && sender->taskMgr() == mgr_;
-}
-
-bool LeaderQueue::waitForModule(const ACE_Time_Value* timeout) {
-  const auto hasRoom = [this] { return moduleHasRoom(); };
-  if (hasRoom() || sentByOwnThread()) {
-    return true;
-  }
-  bool room = false;
-  if (timeout == nullptr) {
-    room = load_->waitForRoom(nullptr, hasRoom);
-  } else if (const auto deadline = steadyDeadline(*timeout); deadline > ModuleLoad::Clock::now()) {
-    room = load_->waitForRoom(&deadline, hasRoom);
-  }
-  if (!room) {
-    errno = EWOULDBLOCK;
-  }
-  return room;
+  return sender != nullptr && sender->taskMgr() == mgr_ ? sender : nullptr;
 }
 
 }  // namespace qov

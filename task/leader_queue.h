@@ -1,12 +1,12 @@
 #ifndef QOV_TASK_LEADER_QUEUE_H
 #define QOV_TASK_LEADER_QUEUE_H
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 
 #include "task/task_queue.h"
 
+class CQOV_Task;
 class CQOV_TaskMgr;
 
 namespace qov {
@@ -14,10 +14,11 @@ namespace qov {
 /// The queue of a leader: decides who must wait when the module is full.
 ///
 /// - Requests and asynchronous messages to the module itself need one of its workers: they find no
-///   room while this queue, the leader's hands and the queues behind it (ModuleLoad) hold a queue's
-///   worth of bytes.
-/// - Not so what the module's own threads send: were they to wait for room that only they can make,
-///   nothing would move again. A module that sends itself more than it can handle grows instead.
+///   room while the module's ledger (ModuleLoad) holds a queue's worth of bytes.
+/// - Not so what the workers of its pool and its scheduler send: were they to wait for room that only
+///   they can make, nothing would move again. A pool that sends itself more than it can handle grows
+///   its module instead. Everybody else waits or is refused, the module's static tasks and other
+///   threads included; a static task is spared only what stands in its own queue.
 /// - Messages that the leader only passes on, and unknown ones, find no room while this queue alone
 ///   is full. The leader never waits, so that ends soon, whatever its workers do; otherwise workers
 ///   that wait to send and a backlog that waits for workers would block each other for good.
@@ -49,10 +50,10 @@ class LeaderQueue : public TaskQueue {
 
   Kind kindOf(const ACE_Message_Block& mb) const;
   bool urgentFits();
-  bool moduleHasRoom();
-  bool waitForModule(const ACE_Time_Value* timeout);
-
-  bool sentByOwnThread() const;
+  int enqueueForOwnWorkers(ACE_Message_Block* mb, ACE_Time_Value* timeout);
+  int refuse();
+  /// The task of the calling thread if it is one of this module.
+  const CQOV_Task* ownSender() const;
 
   const CQOV_TaskMgr* const mgr_;
   const std::uint8_t processId_;

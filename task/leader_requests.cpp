@@ -8,6 +8,7 @@
 #include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/message_types.h"
+#include "task/send_cause.h"
 #include "task/wait_reactor.h"
 
 // The requests that wait for their responses.
@@ -46,7 +47,7 @@ void CQOV_Leader_Task::handleReqMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg)
   }
   const QOVMsgHead& head = pkg->head();
   const MsgKey key = keyOfRequest(head);
-  const bool waitedFor = isWaitedFor(head);
+  const bool waitedFor = isWaitedFor(head) && !qov::isUnawaited(*mb);
   if (waitedFor && !beginWait(log, key, mb, pkg)) {
     return;
   }
@@ -54,7 +55,7 @@ void CQOV_Leader_Task::handleReqMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg)
     return;
   }
   if (waitedFor) {
-    dropFailedRequest(key);
+    dropFailedRequest(key, qov::sendCauseOf(errno));
   }
   delete pkg;
   mb->release();
@@ -79,11 +80,12 @@ bool CQOV_Leader_Task::beginWait(CQOVDebugKitGuard& log, const MsgKey& key, ACE_
   if (bindPending(key, desc)) {
     return true;
   }
+  const int cause = errno;
   log.warn(qov::kLogIdBase + 39, __FUNCTION__, __LINE__,
            "Failed to bind REQ message! SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u\n",
            key.spid_, key.smid_, key.rpid_, key.rmid_, static_cast<unsigned long long>(key.opc_),
            key.sn_, pkg->head().type_);
-  desc->task_->wakeup();
+  wakeSender(*desc, cause);
   delete pkg;
   mb->release();
   return false;
@@ -106,12 +108,19 @@ std::unique_ptr<TimeoutDesc> CQOV_Leader_Task::takeTimeoutDesc(ACE_Message_Block
   return std::unique_ptr<TimeoutDesc>(static_cast<TimeoutDesc*>(pointer));
 }
 
-void CQOV_Leader_Task::wakeSenderOf(ACE_Message_Block& mb) {
+void CQOV_Leader_Task::wakeSender(const TimeoutDesc& desc, int cause) {
+  if (desc.task_ != nullptr) {
+    desc.task_->cause_ = cause;
+    desc.task_->wakeup();
+  }
+}
+
+void CQOV_Leader_Task::wakeSenderOf(ACE_Message_Block& mb, int cause) {
   if (!qov::carriesTimeoutDesc(mb)) {
     return;
   }
   if (const std::unique_ptr<TimeoutDesc> desc = takeTimeoutDesc(mb)) {
-    desc->task_->wakeup();
+    wakeSender(*desc, cause);
   }
 }
 
@@ -119,9 +128,8 @@ bool CQOV_Leader_Task::bindPending(const MsgKey& key, std::unique_ptr<TimeoutDes
   PendingEntry* entry = nullptr;
   const int bound = pending_.bind(key, desc.get(), entry);
   if (bound != 0) {
-    if (bound == -1) {
-      errno = ENOMEM;
-    }
+    // Bound already, or no memory.
+    errno = bound == -1 ? ENOMEM : EINVAL;
     return false;
   }
   TimeoutDesc& waiting = *desc.release();
@@ -137,8 +145,9 @@ bool CQOV_Leader_Task::bindPending(const MsgKey& key, std::unique_ptr<TimeoutDes
   return desc == nullptr;
 }
 
-void CQOV_Leader_Task::dropFailedRequest(const MsgKey& key) {
+void CQOV_Leader_Task::dropFailedRequest(const MsgKey& key, int cause) {
   if (const std::unique_ptr<TimeoutDesc> desc = unbindPending(key)) {
+    desc->task_->cause_ = cause;
     // The queue itself and not wakeup(), so a static task that waits in its response slot is not
     // woken here: kept.
     desc->task_->msg_queue()->pulse();
@@ -198,9 +207,7 @@ int CQOV_Leader_Task::handle_timeout(const ACE_Time_Value&, const void* act) {
   // A copy: unbinding frees the entry.
   const MsgKey key = entry->key();
   entry->item()->timerId_ = kNoTimer;
-  if (const std::unique_ptr<TimeoutDesc> desc = unbindPending(key); desc->task_ != nullptr) {
-    desc->task_->wakeup();
-  }
+  wakeSender(*unbindPending(key), ETIMEDOUT);
   return 0;
 }
 
@@ -218,8 +225,6 @@ void CQOV_Leader_Task::releasePending(Scope scope) {
     if (scope == Scope::kOtherProcesses && key.rpid_ == leaderQueue_.processId()) {
       continue;
     }
-    if (const std::unique_ptr<TimeoutDesc> desc = unbindPending(key); desc->task_ != nullptr) {
-      desc->task_->wakeup();
-    }
+    wakeSender(*unbindPending(key), ECONNABORTED);
   }
 }

@@ -7,6 +7,7 @@
 #include <qovpub/qov_task_scheduler.h>
 #include <qovpub/qov_utility.h>
 
+#include <cerrno>
 #include <new>
 
 #include "task/doorbell.h"
@@ -148,7 +149,7 @@ void CQOV_Leader_Task::shutDown() {
   for (ACE_Message_Block* mb = leaderQueue_.takeBatch(); mb != nullptr;) {
     ACE_Message_Block* const next = mb->next();
     leaderQueue_.doneWith(mb->total_size());
-    wakeSenderOf(*mb);
+    wakeSenderOf(*mb, ECONNABORTED);
     qov::releaseWithPackage(mb);
     mb = next;
   }

@@ -9,6 +9,10 @@ namespace qov {
 
 namespace {
 
+/// A mark of ours among the flags that ACE leaves to users. On a continuation it tells a descriptor
+/// from whatever else a module may chain behind its messages.
+constexpr ACE_Message_Block::Message_Flags kMark = ACE_Message_Block::USER_FLAGS;
+
 /// Null with errno ENOMEM without memory.
 ACE_Message_Block* makeBlock(std::size_t size, ACE_Message_Block::ACE_Message_Type type) {
   auto* const mb = new (std::nothrow) ACE_Message_Block(size, type);
@@ -41,15 +45,22 @@ bool chainTimeoutDesc(ACE_Message_Block& mb, const TimeoutDesc* desc) {
   if (block == nullptr) {
     return false;
   }
-  // A mark that tells it from whatever else a module may chain behind its messages.
-  block->set_self_flags(ACE_Message_Block::USER_FLAGS);
+  block->set_self_flags(kMark);
   mb.cont(block);
   return true;
 }
 
 bool carriesTimeoutDesc(const ACE_Message_Block& mb) {
   const ACE_Message_Block* const block = mb.cont();
-  return block != nullptr && (block->self_flags() & ACE_Message_Block::USER_FLAGS) != 0;
+  return block != nullptr && (block->self_flags() & kMark) != 0;
+}
+
+void markUnawaited(ACE_Message_Block& mb) {
+  mb.set_self_flags(kMark);
+}
+
+bool isUnawaited(const ACE_Message_Block& mb) {
+  return (mb.self_flags() & kMark) != 0;
 }
 
 bool readPointer(const ACE_Message_Block& mb, void*& pointer) {

@@ -32,6 +32,11 @@ bool chainTimeoutDesc(ACE_Message_Block& mb, const TimeoutDesc* desc);
 /// True when chainTimeoutDesc() chained a descriptor behind `mb`.
 bool carriesTimeoutDesc(const ACE_Message_Block& mb);
 
+/// Marks the block of a package that goes without its sender's waiting, though it may look like a
+/// request that waits: a broadcast's copy.
+void markUnawaited(ACE_Message_Block& mb);
+bool isUnawaited(const ACE_Message_Block& mb);
+
 /// Copies the pointer out of a block of exactly 8 bytes. False, and `pointer` null, for any other
 /// block.
 bool readPointer(const ACE_Message_Block& mb, void*& pointer);

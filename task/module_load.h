@@ -1,73 +1,71 @@
 #ifndef QOV_TASK_MODULE_LOAD_H
 #define QOV_TASK_MODULE_LOAD_H
 
+#include <ace/Message_Queue.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
 
-#include "task/doorbell.h"
-
 namespace qov {
 
-/// How many bytes of blocks wait behind the leader of one module, in the queues of its scheduler
-/// and its static tasks, and where senders wait for room.
+class TaskQueue;
+
+/// The ledger of one module: how many bytes of blocks wait for its leader, in the leader's hands and
+/// in the queues of its scheduler and its static tasks. Senders wait here for room, in a line: who
+/// came first is let in first, and only as many are woken as there is room for.
 ///
-/// Shared by these queues and the leader's; static tasks' queues may outlive the leader.
+/// A sender whose own queue counts into the ledger does not wait for what stands in there, since
+/// only it can work that off. So a later sender may have room where an earlier one has none.
+///
+/// Shared by these queues; static tasks' queues may outlive the leader.
+///
+/// Thread: any.
 class ModuleLoad {
  public:
   using Clock = std::chrono::steady_clock;
 
+  /// From so many bytes on there is no room: ACE's default for a single queue.
+  static constexpr std::size_t kLimit = ACE_Message_Queue_Base::DEFAULT_HWM;
+
   void add(std::size_t bytes) { waiting_.fetch_add(bytes); }
 
-  void subtract(std::size_t bytes) {
-    waiting_.fetch_sub(bytes);
-    roomMayHaveCome();
-  }
+  /// Also lets in whoever waits for the room. Costs one load more while nobody does.
+  void subtract(std::size_t bytes);
+
+  /// Lets everybody in from now on, to be refused by a queue that is closed.
+  void close();
+
+  /// Whether a sender with the queue `own` (null: none) has room now.
+  bool hasRoom(const TaskQueue* own) const;
 
   std::size_t waiting() const { return waiting_.load(); }
 
-  /// Lets blocked senders look again. Costs one load while there are none.
-  void roomMayHaveCome() {
-    // The sender counts itself before it looks for room, so either it sees the room or we see it.
-    if (senders_.load() > 0) {
-      const std::lock_guard<std::mutex> lock(mutex_);
-      changed_.notify_all();
-    }
-  }
+  /// Length of the line.
+  int waitingSenders() const { return waiters_.load(); }
 
-  /// Waits until `hasRoom` holds, or until `deadline` (null: without limit); returns hasRoom().
-  template <class HasRoom>
-  bool waitForRoom(const Clock::time_point* deadline, HasRoom hasRoom) {
-    ringCollected();
-    const Sender counted(senders_);
-    std::unique_lock<std::mutex> lock(mutex_);
-    if (deadline != nullptr) {
-      return changed_.wait_until(lock, *deadline, hasRoom);
-    }
-    changed_.wait(lock, hasRoom);
-    return true;
-  }
+  /// Waits in the line until there is room for `bytes`, or until `deadline` (null: without limit).
+  /// True when the sender is let in: its bytes count already. It subtracts them once its block is
+  /// in a queue and counts there.
+  bool waitForRoom(std::size_t bytes, const Clock::time_point* deadline, const TaskQueue* own);
 
  private:
-  /// Counts one for as long as it waits, also when its thread is cancelled meanwhile.
-  class Sender {
-   public:
-    explicit Sender(std::atomic<int>& senders) : senders_(senders) { senders_.fetch_add(1); }
-    ~Sender() { senders_.fetch_sub(1); }
+  class Waiter;
 
-    Sender(const Sender&) = delete;
-    Sender& operator=(const Sender&) = delete;
-
-   private:
-    std::atomic<int>& senders_;
-  };
+  /// Lets in those for whom there is room. With mutex_ held.
+  void letIn();
 
   std::atomic<std::size_t> waiting_{0};
-  std::atomic<int> senders_{0};
+  std::atomic<bool> closed_{false};
+  /// Length of the line. A sender counts itself before it looks for room: either it sees the room,
+  /// or whoever makes room sees it.
+  std::atomic<int> waiters_{0};
+
   std::mutex mutex_;
-  std::condition_variable changed_;
+  // Guarded by mutex_: the line, linked through the waiters.
+  Waiter* first_ = nullptr;
 };
 
 }  // namespace qov

@@ -24,7 +24,10 @@ using qov::TaskRegistry;
 CQOV_Task::CQOV_Task(CQOV_TaskMgr* mgr) : CQOV_Task(mgr, std::make_unique<qov::TaskQueue>()) {}
 
 CQOV_Task::CQOV_Task(CQOV_TaskMgr* mgr, std::unique_ptr<qov::TaskQueue> queue)
-    : ACE_Task<ACE_MT_SYNCH>(nullptr, queue.get()), taskMgr_(mgr), queue_(std::move(queue)) {}
+    : ACE_Task<ACE_MT_SYNCH>(nullptr, queue.get()),
+      taskMgr_(mgr),
+      queue_(std::move(queue)),
+      roster_(mgr != nullptr ? mgr->roster_ : nullptr) {}
 
 CQOV_Task::~CQOV_Task() {
   TaskRegistry::instance().unbindAll(this);
@@ -114,11 +117,8 @@ int CQOV_Task::activate(long flags, int n_threads, int force_active, long priori
     TaskRegistry::instance().bindStarted(started[i], this);
   }
   // By the group that was asked for: ACE numbers the groups of other tasks 1, 2, 3.
-  if (taskMgr_ != nullptr && grp_id != -1 && grp_id == taskMgr_->gid()) {
-    roster_ = taskMgr_->roster_;
-    if (!roster_->add(this)) {
-      notifyExit();
-    }
+  if (taskMgr_ != nullptr && grp_id != -1 && grp_id == taskMgr_->gid() && !roster_->add(this)) {
+    notifyExit();
   }
   return result;
 }

@@ -134,17 +134,21 @@ ACE_Message_Block* TaskQueue::takeData() {
   return mb;
 }
 
-void TaskQueue::countInto(std::shared_ptr<ModuleLoad> load) {
+void TaskQueue::countInto(const std::shared_ptr<ModuleLoad>& load) {
+  shareLoad(load);
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
   high_water_mark_ = std::numeric_limits<std::size_t>::max();
   low_water_mark_ = high_water_mark_;
-  if (load_) {
-    load_->subtract(countedBytes_);
-  }
-  load_ = std::move(load);
-  countedBytes_ = 0;
-  counted(0);
   not_full_cond_.broadcast();
+}
+
+void TaskQueue::shareLoad(const std::shared_ptr<ModuleLoad>& load) {
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  if (load_) {
+    load_->subtract(countedBytes_.exchange(0));
+  }
+  load_ = load;
+  counted(0);
 }
 
 ACE_Message_Block* TaskQueue::takeAll() {
@@ -165,12 +169,16 @@ ACE_Message_Block* TaskQueue::takeAllLocked() {
 }
 
 int TaskQueue::counted(int result) {
-  if (load_ && cur_bytes_ > countedBytes_) {
-    load_->add(cur_bytes_ - countedBytes_);
-  } else if (load_ && cur_bytes_ < countedBytes_) {
-    load_->subtract(countedBytes_ - cur_bytes_);
+  if (!load_) {
+    return result;
   }
-  countedBytes_ = cur_bytes_;
+  // The own share changes first, see ModuleLoad::hasRoom().
+  const std::size_t before = countedBytes_.exchange(cur_bytes_);
+  if (cur_bytes_ > before) {
+    load_->add(cur_bytes_ - before);
+  } else if (cur_bytes_ < before) {
+    load_->subtract(before - cur_bytes_);
+  }
   return result;
 }
 

@@ -6,6 +6,7 @@
 #include <ace/Synch_Traits.h>
 #include <ace/Thread_Mutex.h>
 
+#include <atomic>
 #include <memory>
 
 #include "task/doorbell.h"
@@ -48,7 +49,10 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
 
   /// Counts the queue's bytes into `load` from now on and lifts the queue's own limit: whoever
   /// fills the queue never waits.
-  void countInto(std::shared_ptr<ModuleLoad> load);
+  void countInto(const std::shared_ptr<ModuleLoad>& load);
+
+  /// How many of the bytes in the load of the module stand in this queue.
+  std::size_t countedBytes() const { return countedBytes_.load(); }
 
   /// Takes every block out at once, also from a deactivated queue: a list linked by next(), null
   /// when empty.
@@ -72,6 +76,8 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
 
   /// Queues `mb` without regard to the limit.
   int forceTail(ACE_Message_Block* mb);
+  /// As countInto(), and leaves the queue its limit.
+  void shareLoad(const std::shared_ptr<ModuleLoad>& load);
   /// As takeAll(), with the queue's lock held.
   ACE_Message_Block* takeAllLocked();
 
@@ -96,7 +102,9 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   bool holdBell_ = false;
   bool toldToStop_ = false;
   std::shared_ptr<ModuleLoad> load_;
-  std::size_t countedBytes_ = 0;
+
+  // Changed under the queue's lock; read by a sender that asks for room.
+  std::atomic<std::size_t> countedBytes_{0};
 };
 
 }  // namespace qov

@@ -18,6 +18,7 @@
 #include "task/message_block.h"
 #include "task/start_task.h"
 #include "task/task_queue.h"
+#include "task/task_roster.h"
 
 namespace {
 
@@ -46,7 +47,9 @@ std::unique_ptr<CQOV_Task> makeWorker(CQOV_TaskMgr& mgr) {
 std::atomic<unsigned long long> CQOV_TaskScheduler::oAtomicSerialNum_{0};
 
 CQOV_TaskScheduler::CQOV_TaskScheduler(CQOV_TaskMgr* mgr, unsigned int poolSize)
-    : CQOV_Task(mgr), poolSize_(poolSize), idleSignal_(poolLock_) {}
+    : CQOV_Task(mgr), poolSize_(poolSize), idleSignal_(poolLock_) {
+  pooled_ = true;
+}
 
 CQOV_TaskScheduler::~CQOV_TaskScheduler() {
   // Only where the scheduler thread was cancelled in its wait.
@@ -96,7 +99,7 @@ void CQOV_TaskScheduler::notifyExit() {
 
 int CQOV_TaskScheduler::createPool() {
   CQOVDebugKitGuard log(qov::kPublicKit, "int CQOV_TaskScheduler::createPool()");
-  for (unsigned int i = 0; i < poolSize_; ++i) {
+  for (unsigned int i = 0; i < poolSize_ && !toldToStop(); ++i) {
     std::unique_ptr<CQOV_Task> worker = makeWorker(*taskMgr());
     if (worker == nullptr) {
       log.warn(qov::kLogIdBase + 17, __FUNCTION__, __LINE__, "Failed to create task in module %d!",
@@ -118,28 +121,40 @@ int CQOV_TaskScheduler::createPool() {
 bool CQOV_TaskScheduler::addWorker(std::unique_ptr<CQOV_Task> worker) {
   worker->grp_id(taskMgr()->gid());
   CQOV_Task* const task = worker.get();
-  ACE_thread_t thread = 0;
-  const std::size_t number = workers_.size() + 1;
-  try {
+  std::size_t number = 0;
+  {
     ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
-    idleTasks_.reserve(number);
-    workers_.push_back(std::move(worker));
-    task->pooled_ = true;
-  } catch (const std::bad_alloc&) {
-    errno = ENOMEM;
-    return false;
+    if (!adopt(task)) {
+      return false;
+    }
+    static_cast<void>(worker.release());
+    number = workers_.size();
   }
+  ACE_thread_t thread = 0;
   if (qov::startTask(*task, taskMgr()->gid(), {taskMgr()->moduleId(), "worker", number}, thread) !=
       0) {
-    ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
-    // Its own factory may have called it idle.
-    idleTasks_.erase(std::remove(idleTasks_.begin(), idleTasks_.end(), task), idleTasks_.end());
-    workers_.pop_back();
+    dropWorker(task);
     return false;
   }
   // A worker that is busy with nothing yet is as idle before its thread runs as after.
   return_to_work(task);
   return true;
+}
+
+void CQOV_TaskScheduler::dropWorker(CQOV_Task* worker) {
+  std::unique_ptr<CQOV_Task> dropped;
+  ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
+  // Its own factory may have called it idle.
+  idleTasks_.erase(std::remove(idleTasks_.begin(), idleTasks_.end(), worker), idleTasks_.end());
+  const auto place = std::find_if(workers_.begin(), workers_.end(),
+                                  [worker](const auto& one) { return one.get() == worker; });
+  dropped = std::move(*place);
+  workers_.erase(place);
+}
+
+bool CQOV_TaskScheduler::toldToStop() {
+  ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
+  return stopping_;
 }
 
 void CQOV_TaskScheduler::poolStands() {
@@ -159,25 +174,41 @@ int CQOV_TaskScheduler::return_to_work(CQOV_Task* worker) {
     log.warn(qov::kLogIdBase + 20, __FUNCTION__, __LINE__, "Null pointer of pWorkerTask!");
     return -1;
   }
-  ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
-  // A worker has one place in the list, and a task that the module runs beside the pool has none.
-  if (!worker->idle_ && (worker->pooled_ || !worker->started_)) {
-    if (!addIdle(worker)) {
-      return -1;
+  bool tooLate = false;
+  {
+    ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
+    if (!worker->pooled_) {
+      if (!adopt(worker)) {
+        return -1;
+      }
+      tooLate = !worker->roster_->add(worker);
     }
-    serveWaiting(log);
+    if (!worker->idle_) {
+      worker->idle_ = true;
+      idleTasks_.push_back(worker);
+      serveWaiting(log);
+    }
+  }
+  if (tooLate) {
+    worker->notifyExit();
   }
   return 0;
 }
 
-bool CQOV_TaskScheduler::addIdle(CQOV_Task* worker) {
+bool CQOV_TaskScheduler::adopt(CQOV_Task* worker) {
+  if (worker->pooled_) {
+    return true;
+  }
   try {
-    idleTasks_.push_back(worker);
+    // Room for every worker, so that one that returns needs no memory.
+    idleTasks_.reserve(workers_.size() + 1);
+    workers_.emplace_back();
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;
     return false;
   }
-  worker->idle_ = true;
+  workers_.back().reset(worker);
+  worker->pooled_ = true;
   return true;
 }
 

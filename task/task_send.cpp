@@ -4,6 +4,7 @@
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
 
+#include <atomic>
 #include <cerrno>
 #include <new>
 
@@ -11,6 +12,7 @@
 #include "task/message_block.h"
 #include "task/message_types.h"
 #include "task/response_slot.h"
+#include "task/send_cause.h"
 #include "task/task_queue.h"
 #include "task/time_span.h"
 
@@ -48,6 +50,35 @@ ACE_Message_Block* makeRequestBlock(const CQOV_MsgPackage* req,
   return block;
 }
 
+/// Deletes `req` if `freeReq`, and leaves `cause` in errno; returns -1.
+int failed(int cause, const CQOV_MsgPackage* req, bool freeReq) {
+  if (freeReq) {
+    delete req;
+  }
+  errno = cause;
+  return -1;
+}
+
+/// The turn of one thread, given back at the end; not taken while another has it.
+class OneAtATime {
+ public:
+  explicit OneAtATime(std::atomic<bool>& busy) : busy_(busy), taken_(!busy.exchange(true)) {}
+  ~OneAtATime() {
+    if (taken_) {
+      busy_ = false;
+    }
+  }
+
+  OneAtATime(const OneAtATime&) = delete;
+  OneAtATime& operator=(const OneAtATime&) = delete;
+
+  bool taken() const { return taken_; }
+
+ private:
+  std::atomic<bool>& busy_;
+  const bool taken_;
+};
+
 }  // namespace
 
 int CQOV_Task::send(const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp, ACE_Time_Value* timeout,
@@ -58,18 +89,26 @@ int CQOV_Task::send(const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp, ACE_Time_
   if (req == nullptr || rsp != nullptr) {
     log.warn(qov::kLogIdBase + 2, __FUNCTION__, __LINE__,
              "reqest-pointor is null pointor, or respond-pointor is not null!");
-    if (freeReq) {
-      delete req;
-    }
-    return -1;
+    return failed(EINVAL, req, freeReq);
   }
+  const OneAtATime turn(sending_);
+  if (!turn.taken()) {
+    log.error(qov::kLogIdBase + 48, __FUNCTION__, __LINE__,
+              "Worker(%d) cannot send: another thread waits in send() of the same task!",
+              taskMgr_->moduleId());
+    return failed(EBUSY, req, freeReq);
+  }
+  return sendAlone(log, req, rsp, timeout, freeReq);
+}
+
+int CQOV_Task::sendAlone(CQOVDebugKitGuard& log, const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp,
+                         ACE_Time_Value* timeout, bool freeReq) {
   forgetLateAnswer();
   const ACE_Time_Value limit = timeout != nullptr ? *timeout : ACE_Time_Value::zero;
   std::unique_ptr<TimeoutDesc> desc(new (std::nothrow) TimeoutDesc{this, limit, -1});
   ACE_Message_Block* const block = makeRequestBlock(req, desc);
   if (block == nullptr) {
-    delete req;
-    return -1;
+    return failed(ENOMEM, req, true);
   }
   // A copy: the request belongs to the runtime before the response is here.
   const QOVMsgHead head = req->head();
@@ -79,33 +118,32 @@ int CQOV_Task::send(const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp, ACE_Time_
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
   Deadline deadline(timeout);
   if (taskMgr_->putq(block, deadline.get()) == -1) {
-    if (freeReq) {
-      delete req;
-    }
+    const int cause = qov::sendCauseOf(errno);
     block->release();
     log.error(qov::kLogIdBase + 3, __FUNCTION__, __LINE__, "Worker(%d) failed to send msg!",
               taskMgr_->moduleId());
-    return -1;
+    return failed(cause, req, freeReq);
   }
   // The leader owns the descriptor from here on.
   static_cast<void>(desc.release());
-  return waitForResponse(log, head.opc_, head.sn_, rsp);
+  return waitForResponse(log, head, rsp);
 }
 
 void CQOV_Task::forgetLateAnswer() {
+  cause_ = 0;
   queue_->clearPulse();
   if (slot_) {
     slot_->reset();
   }
 }
 
-ACE_Message_Block* CQOV_Task::awaitAnswerTo(std::uint64_t opc, std::uint32_t sn) {
+ACE_Message_Block* CQOV_Task::awaitAnswerTo(const QOVMsgHead& request) {
   for (;;) {
     ACE_Message_Block* block = nullptr;
     getMsg(block);
     const CQOV_MsgPackage* const pkg = block != nullptr ? qov::packageOf(*block) : nullptr;
     if (pkg == nullptr || pkg->head().type_ != qov::kResponseType ||
-        (pkg->head().opc_ == opc && pkg->head().sn_ == sn)) {
+        (pkg->head().opc_ == request.opc_ && pkg->head().sn_ == request.sn_)) {
       return block;
     }
     // The response to an earlier request whose send() was ended before it came.
@@ -113,12 +151,24 @@ ACE_Message_Block* CQOV_Task::awaitAnswerTo(std::uint64_t opc, std::uint32_t sn)
   }
 }
 
-int CQOV_Task::waitForResponse(CQOVDebugKitGuard& log, std::uint64_t opc, std::uint32_t sn,
+int CQOV_Task::explainNoResponse(CQOVDebugKitGuard& log, const QOVMsgHead& request) {
+  log.error(qov::kLogIdBase + 4, __FUNCTION__, __LINE__, "Worker(%d) failed to get msg!",
+            taskMgr_->moduleId());
+  const int cause = cause_ != 0 ? cause_.load() : ECONNABORTED;
+  if (cause == ETIMEDOUT) {
+    log.warn(qov::kLogIdBase + 49, __FUNCTION__, __LINE__,
+             "Worker(%d) got no response in time: RPID=%u,RMID=%u,OPC=%llu,SN=0x%x!",
+             taskMgr_->moduleId(), request.rpid_, request.rmid_,
+             static_cast<unsigned long long>(request.opc_), request.sn_);
+  }
+  return cause;
+}
+
+int CQOV_Task::waitForResponse(CQOVDebugKitGuard& log, const QOVMsgHead& request,
                                CQOV_MsgPackage*& rsp) {
-  ACE_Message_Block* const block = awaitAnswerTo(opc, sn);
+  ACE_Message_Block* const block = awaitAnswerTo(request);
   if (block == nullptr) {
-    log.error(qov::kLogIdBase + 4, __FUNCTION__, __LINE__, "Worker(%d) failed to get msg!",
-              taskMgr_->moduleId());
+    errno = explainNoResponse(log, request);
     return -1;
   }
   void* pointer = nullptr;
@@ -127,12 +177,14 @@ int CQOV_Task::waitForResponse(CQOVDebugKitGuard& log, std::uint64_t opc, std::u
   if (!valid) {
     log.error(qov::kLogIdBase + 5, __FUNCTION__, __LINE__, "Message length isn't equal to %u.",
               static_cast<unsigned int>(qov::kPointerSize));
+    errno = EBADMSG;
     return -1;
   }
   std::unique_ptr<CQOV_MsgPackage> response(static_cast<CQOV_MsgPackage*>(pointer));
   if (response == nullptr) {
     log.error(qov::kLogIdBase + 6, __FUNCTION__, __LINE__, "Worker(%d) failed to get msg!",
               taskMgr_->moduleId());
+    errno = EBADMSG;
     return -1;
   }
   const QOVMsgHead& head = response->head();
@@ -152,12 +204,12 @@ int CQOV_Task::send(const CQOV_MsgPackage* req, ACE_Time_Value* timeout, bool fr
                         "int CQOV_Task::send(const CQOV_MsgPackage*, ACE_Time_Value*, bool)");
   if (req == nullptr) {
     log.warn(qov::kLogIdBase + 7, __FUNCTION__, __LINE__, "Null pointer of pReq!");
+    errno = EINVAL;
     return -1;
   }
   ACE_Message_Block* const block = qov::makePointerBlock(req);
   if (block == nullptr) {
-    delete req;
-    return -1;
+    return failed(ENOMEM, req, true);
   }
   const QOVMsgHead& head = req->head();
   log.debug(qov::kTrafficLogId, __FUNCTION__, __LINE__,
@@ -166,11 +218,9 @@ int CQOV_Task::send(const CQOV_MsgPackage* req, ACE_Time_Value* timeout, bool fr
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
   Deadline deadline(timeout);
   if (taskMgr_->putq(block, deadline.get()) == -1) {
-    if (freeReq) {
-      delete req;
-    }
+    const int cause = qov::sendCauseOf(errno);
     block->release();
-    return -1;
+    return failed(cause, req, freeReq);
   }
   return 0;
 }

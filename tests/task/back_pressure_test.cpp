@@ -78,6 +78,26 @@ class BackPressureTest : public TaskTest {
     }
   }
 
+  /// Sends from the thread of `task`, with a time-out that passes at once.
+  static void floodUntilRefused(CQOV_Task& task) {
+    constexpr int kMoreThanThereIsRoomFor = 100000;
+    const InstantWaits instant;
+    // The leader may have a batch in its hands, which counts twice for a moment.
+    for (int refusals = 0, sent = 0; refusals < 200 && sent < kMoreThanThereIsRoomFor;) {
+      ACE_Time_Value limit(0, 1000);
+      errno = 0;
+      if (task.send(makeMessage(3, kPassing).release(), &limit, true) == 0) {
+        ++sent;
+        refusals = 0;
+        ASSERT_LT(sent, kMoreThanThereIsRoomFor) << "never refused";
+      } else {
+        ASSERT_EQ(ENOBUFS, errno);
+        ++refusals;
+        std::this_thread::yield();
+      }
+    }
+  }
+
   int sent_ = 0;
   Latch blocked_;
   Latch release_;
@@ -256,6 +276,127 @@ TEST_F(BackPressureTest, AWorkerThatSendsToItsOwnModuleIsNotHeldBack) {
   while (answered_.counted() == 0) {
     putTo(kPassing);
   }
+}
+
+TEST_F(BackPressureTest, AStaticTaskThatFloodsItsOwnBlockedPoolIsRefusedAtItsTimeOut) {
+  FunctionStaticTask flooding(module_.get(), {kStatic}, [this](CQOV_Task& task, CQOV_MsgPackage&) {
+    floodUntilRefused(task);
+    answered_.count();
+    return 0;
+  });
+  ASSERT_EQ(0, module_->insertStaticScheduledTask(&flooding));
+  ASSERT_TRUE(put(kStatic));
+  ASSERT_TRUE(answered_.waitFor());
+  release_.count();
+  module_.reset();
+}
+
+TEST_F(BackPressureTest, ATaskBesideThePoolThatFloodsItIsRefusedAtItsTimeOut) {
+  WorkerBeside flooding(module_.get(), [this](CQOV_Task& task, CQOV_MsgPackage&) {
+    floodUntilRefused(task);
+    answered_.count();
+    return 0;
+  });
+  ASSERT_EQ(
+      0, flooding.activate(THR_NEW_LWP | THR_JOINABLE, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, kModule));
+  ASSERT_EQ(0, flooding.putMsg(3, makeBlock(makeMessage(3, kStatic)), nullptr));
+  ASSERT_TRUE(answered_.waitFor());
+  release_.count();
+  module_->stop();
+}
+
+TEST_F(BackPressureTest, AStaticTaskWithoutATimeOutWaitsForItsOwnPool) {
+  Latch full;
+  FunctionStaticTask flooding(module_.get(), {kStatic}, [&](CQOV_Task& task, CQOV_MsgPackage&) {
+    floodUntilRefused(task);
+    full.count();
+    EXPECT_EQ(0, task.send(makeMessage(3, kPassing).release(), nullptr, true));
+    answered_.count();
+    return 0;
+  });
+  ASSERT_EQ(0, module_->insertStaticScheduledTask(&flooding));
+  ASSERT_TRUE(put(kStatic));
+  ASSERT_TRUE(full.waitFor());
+  // Long enough for somebody who does not wait.
+  EXPECT_FALSE(answered_.waitFor(1, std::chrono::milliseconds(100)));
+  release_.count();
+  EXPECT_TRUE(answered_.waitFor());
+  module_.reset();
+}
+
+TEST_F(BackPressureTest, AStaticTaskDoesNotWaitForWhatStandsInItsOwnQueue) {
+  // Only it can work that off.
+  Latch filled;
+  FunctionStaticTask busy(module_.get(), {kStatic}, [&](CQOV_Task& task, CQOV_MsgPackage&) {
+    if (blocked_.counted() == 1) {
+      blocked_.count();
+      EXPECT_TRUE(filled.waitFor());
+      EXPECT_EQ(0, task.send(makeMessage(3, kPassing).release(), nullptr, true));
+      EXPECT_EQ(0, task.send(makeMessage(3, kStatic).release(), nullptr, true));
+      answered_.count();
+    }
+    return 0;
+  });
+  ASSERT_EQ(0, module_->insertStaticScheduledTask(&busy));
+  ASSERT_TRUE(put(kStatic));
+  ASSERT_TRUE(blocked_.waitFor(2));
+  fill(kStatic);
+  filled.count();
+  EXPECT_TRUE(answered_.waitFor());
+  release_.count();
+  module_.reset();
+}
+
+TEST_F(BackPressureTest, AStaticTaskIsNotHeldUpByThoseWhoWaitForItsOwnQueue) {
+  // Somebody waits in the line for room that only the static task can make, and it comes behind.
+  Latch filled;
+  FunctionStaticTask busy(module_.get(), {kStatic}, [&](CQOV_Task& task, CQOV_MsgPackage&) {
+    if (blocked_.counted() == 1) {
+      blocked_.count();
+      EXPECT_TRUE(filled.waitFor());
+      EXPECT_EQ(0, task.send(makeMessage(3, kPassing).release(), nullptr, true));
+      answered_.count();
+    }
+    return 0;
+  });
+  ASSERT_EQ(0, module_->insertStaticScheduledTask(&busy));
+  ASSERT_TRUE(put(kStatic));
+  ASSERT_TRUE(blocked_.waitFor(2));
+  fill(kStatic);
+  std::thread stranger([this] {
+    CQOV_Task task(module_.get());
+    EXPECT_EQ(0, task.send(makeMessage(3, kStatic).release(), nullptr, true));
+  });
+  filled.count();
+  EXPECT_TRUE(answered_.waitFor());
+  stranger.join();
+  release_.count();
+  module_.reset();
+}
+
+TEST_F(BackPressureTest, AFactoryThatSendsToItsOwnModuleIsNotHeldBack) {
+  // Nothing is worked off before its pool stands.
+  constexpr int kMany = 5000;
+  class Sending : public TestModule {
+   public:
+    explicit Sending(FunctionWorker::Handler handler)
+        : TestModule(std::move(handler), 1, kModule + 1) {}
+    CQOV_Task* createTask() override {
+      CQOV_Task sender(this);
+      for (int i = 0; i < kMany; ++i) {
+        auto message = makeMessage(3, kPassing, kModule + 1, kModule + 1);
+        EXPECT_EQ(0, sender.send(message.release(), nullptr, true));
+      }
+      return TestModule::createTask();
+    }
+  };
+  Latch handled;
+  Sending module([&handled](CQOV_Task&, CQOV_MsgPackage&) {
+    handled.count();
+    return 0;
+  });
+  ASSERT_TRUE(module.init());
+  EXPECT_TRUE(handled.waitFor(kMany));
 }
 
 TEST_F(BackPressureTest, AStopReachesAFullModule) {

@@ -3,7 +3,12 @@
 #include <ace/OS_NS_sys_time.h>
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+#include <sys/resource.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -37,8 +42,34 @@ class LeaderQueueTest : public TaskTest {
   /// As if `bytes` waited behind the leader.
   void loadModule(std::size_t bytes) { queue_.load()->add(bytes); }
 
+  /// A sender that waits as long as it takes and then says that it was number `number`.
+  std::thread startSender(int number) {
+    const int before = queue_.load()->waitingSenders();
+    std::thread sender([this, number] {
+      EXPECT_LT(0, queue_.enqueue_tail(makeBlock(makeMessage(1, 1)), nullptr));
+      rusage usage{};
+      ::getrusage(RUSAGE_THREAD, &usage);
+      const std::lock_guard<std::mutex> lock(mutex_);
+      letIn_.push_back(number);
+      switches_ += usage.ru_nvcsw;
+      gone_.count();
+    });
+    while (queue_.load()->waitingSenders() == before) {
+      std::this_thread::yield();
+    }
+    return sender;
+  }
+
+  std::mutex mutex_;
+  std::vector<int> letIn_;
+  long switches_ = 0;
+  Latch gone_;
+
   qov::LeaderQueue queue_;
 };
+
+/// Of one block.
+constexpr std::size_t kBlock = 8;
 
 }  // namespace
 
@@ -140,6 +171,93 @@ TEST_F(LeaderQueueTest, ASenderThatWaitsForGoodIsLetGoWhenTheQueueCloses) {
   });
   queue_.deactivate();
   sender.join();
+}
+
+TEST_F(LeaderQueueTest, SendersThatWaitAreLetInOneByOneInTheirOrder) {
+  constexpr int kSenders = 64;
+  loadModule(kLimit);
+  std::vector<std::thread> senders;
+  for (int i = 0; i < kSenders; ++i) {
+    senders.push_back(startSender(i));
+  }
+  for (int i = 1; i <= kSenders; ++i) {
+    queue_.load()->subtract(kBlock);
+    ASSERT_TRUE(gone_.waitFor(i));
+    EXPECT_EQ(kSenders - i, queue_.load()->waitingSenders());
+  }
+  for (std::thread& sender : senders) {
+    sender.join();
+  }
+  EXPECT_TRUE(std::is_sorted(letIn_.begin(), letIn_.end()));
+  // Were all woken for each, they would sleep and wake 32 times each.
+  EXPECT_GT(kSenders * 16, switches_);
+}
+
+TEST_F(LeaderQueueTest, AsManySendersAreLetInAsThereIsRoomFor) {
+  loadModule(kLimit);
+  std::vector<std::thread> senders;
+  for (int i = 0; i < 5; ++i) {
+    senders.push_back(startSender(i));
+  }
+  queue_.load()->subtract(3 * kBlock);
+  EXPECT_TRUE(gone_.waitFor(3));
+  EXPECT_EQ(2, queue_.load()->waitingSenders());
+  queue_.load()->subtract(kLimit - 3 * kBlock);
+  for (std::thread& sender : senders) {
+    sender.join();
+  }
+}
+
+TEST_F(LeaderQueueTest, ASenderThatMayWaitStandsBehindThoseWhoWait) {
+  loadModule(kLimit);
+  std::thread first = startSender(1);
+  std::thread second = startSender(2);
+  queue_.load()->subtract(kBlock);
+  EXPECT_TRUE(gone_.waitFor());
+  // The first one's block is taken out: room for one, and the second has waited for longer.
+  std::thread third = startSender(3);
+  ACE_Message_Block* block = nullptr;
+  EXPECT_LE(0, queue_.dequeue_head(block));
+  qov::releaseWithPackage(block);
+  EXPECT_TRUE(gone_.waitFor(2));
+  queue_.load()->subtract(kBlock);
+  EXPECT_TRUE(gone_.waitFor(3));
+  for (std::thread* const sender : {&first, &second, &third}) {
+    sender->join();
+  }
+  EXPECT_EQ((std::vector<int>{1, 2, 3}), letIn_);
+}
+
+TEST_F(LeaderQueueTest, ASenderThatGivesUpLeavesItsPlaceInTheLine) {
+  loadModule(kLimit);
+  std::thread impatient([this] {
+    ACE_Time_Value soon = ACE_OS::gettimeofday() + ACE_Time_Value(0, 50000);
+    ACE_Message_Block* const block = makeBlock(makeMessage(1, 1));
+    EXPECT_EQ(-1, queue_.enqueue_tail(block, &soon));
+    qov::releaseWithPackage(block);
+  });
+  std::thread patient = startSender(1);
+  impatient.join();
+  queue_.load()->subtract(kBlock);
+  EXPECT_TRUE(gone_.waitFor());
+  patient.join();
+}
+
+TEST_F(LeaderQueueTest, ASenderThatIsCancelledLeavesItsPlaceInTheLine) {
+  loadModule(kLimit);
+  ACE_Message_Block* const block = makeBlock(makeMessage(1, 1));
+  std::thread cancelled([&] { queue_.enqueue_tail(block, nullptr); });
+  while (queue_.load()->waitingSenders() == 0) {
+    std::this_thread::yield();
+  }
+  std::thread patient = startSender(1);
+  ASSERT_EQ(0, pthread_cancel(cancelled.native_handle()));
+  cancelled.join();
+  qov::releaseWithPackage(block);
+  EXPECT_EQ(1, queue_.load()->waitingSenders());
+  queue_.load()->subtract(kBlock);
+  EXPECT_TRUE(gone_.waitFor());
+  patient.join();
 }
 
 TEST_F(LeaderQueueTest, NoSenderIsForgottenUnderPressure) {

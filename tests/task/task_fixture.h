@@ -61,6 +61,13 @@ class FunctionWorker : public CQOV_CommonTask {
   Handler handler_;
 };
 
+/// A worker of the test's own, which stays beside the pool.
+class WorkerBeside : public FunctionWorker {
+ public:
+  using FunctionWorker::FunctionWorker;
+  int idle() override { return 0; }
+};
+
 /// A module whose workers run a function.
 class TestModule : public CQOV_TaskMgr {
  public:

@@ -57,13 +57,13 @@ TEST_F(TaskSchedulerTest, ReusesWorkersInTheOrderInWhichTheyReturned) {
   // Never started: the test plays the scheduler thread.
   TestModule module(ignore, 0);
   CQOV_TaskScheduler scheduler(&module, 0);
-  FunctionWorker first(&module, ignore);
-  FunctionWorker second(&module, ignore);
-  FunctionWorker third(&module, ignore);
-  for (CQOV_Task* const worker : {&third, &first, &second}) {
+  auto* const first = new FunctionWorker(&module, ignore);
+  auto* const second = new FunctionWorker(&module, ignore);
+  auto* const third = new FunctionWorker(&module, ignore);
+  for (CQOV_Task* const worker : {third, first, second}) {
     ASSERT_EQ(0, scheduler.return_to_work(worker));
   }
-  for (CQOV_Task* const worker : {&third, &first, &second}) {
+  for (CQOV_Task* const worker : {third, first, second}) {
     ACE_Message_Block* const block = makeBlock(makeMessage(3, 1));
     ASSERT_EQ(0, scheduler.handle_mb_data(block));
     ACE_Message_Block* taken = nullptr;
@@ -100,18 +100,18 @@ TEST_F(TaskSchedulerTest, EachWorkerOfThePoolTakesItsTurn) {
 TEST_F(TaskSchedulerTest, AWorkerHasOnePlaceInTheIdleList) {
   TestModule module(ignore, 0);
   CQOV_TaskScheduler scheduler(&module, 0);
-  FunctionWorker first(&module, ignore);
-  FunctionWorker second(&module, ignore);
-  for (CQOV_Task* const worker : {&first, &first, &second}) {
+  auto* const first = new FunctionWorker(&module, ignore);
+  auto* const second = new FunctionWorker(&module, ignore);
+  for (CQOV_Task* const worker : {first, first, second}) {
     ASSERT_EQ(0, scheduler.return_to_work(worker));
   }
   ASSERT_EQ(0, scheduler.handle_mb_data(makeBlock(makeMessage(3, 1))));
   ASSERT_EQ(0, scheduler.handle_mb_data(makeBlock(makeMessage(3, 2))));
-  EXPECT_EQ(1U, first.msg_queue()->message_count());
-  EXPECT_EQ(1U, second.msg_queue()->message_count());
+  EXPECT_EQ(1U, first->msg_queue()->message_count());
+  EXPECT_EQ(1U, second->msg_queue()->message_count());
 }
 
-TEST_F(TaskSchedulerTest, ATaskBesideThePoolIsNotTakenForAWorker) {
+TEST_F(TaskSchedulerTest, ATaskThatStaysBesideThePoolIsNotTakenForAWorker) {
   Latch beside;
   Latch inPool;
   TestModule module(
@@ -122,7 +122,7 @@ TEST_F(TaskSchedulerTest, ATaskBesideThePoolIsNotTakenForAWorker) {
       1);
   ASSERT_TRUE(module.init());
   {
-    FunctionWorker own(&module, [&](CQOV_Task&, CQOV_MsgPackage&) {
+    WorkerBeside own(&module, [&](CQOV_Task&, CQOV_MsgPackage&) {
       beside.count();
       return 0;
     });
@@ -288,7 +288,10 @@ namespace {
 class BusyPool {
  public:
   explicit BusyPool(StderrCapture& log)
-      : scheduler_(&module_, 0), worker_(&module_, ignore), waiter_([this] { result_ = hand(0); }) {
+      : scheduler_(&module_, 0),
+        made_(std::make_unique<FunctionWorker>(&module_, ignore)),
+        worker_(*made_),
+        waiter_([this] { result_ = hand(0); }) {
     EXPECT_TRUE(log.waitFor("wait worker thread is empty begin num("));
   }
   ~BusyPool() { end(); }
@@ -301,9 +304,15 @@ class BusyPool {
     ASSERT_EQ(0, scheduler_.putMsg(3, makeBlock(makeMessage(3, opc)), nullptr));
   }
 
+  /// Returns the worker; the pool owns it from then on.
+  void handOver() {
+    EXPECT_EQ(0, scheduler_.return_to_work(&worker_));
+    static_cast<void>(made_.release());
+  }
+
   /// The operation of the message that the worker is given for its return; nothing when none is.
   std::optional<std::uint64_t> returnWorker() {
-    EXPECT_EQ(0, scheduler_.return_to_work(&worker_));
+    handOver();
     if (worker_.msg_queue()->is_empty()) {
       return std::nullopt;
     }
@@ -328,7 +337,8 @@ class BusyPool {
 
   TestModule module_{ignore, 0};
   CQOV_TaskScheduler scheduler_;
-  FunctionWorker worker_;
+  std::unique_ptr<FunctionWorker> made_;
+  FunctionWorker& worker_;
   int result_ = -2;
   std::thread waiter_;
 };
@@ -422,7 +432,7 @@ TEST_F(BusyPoolTest, AWorkerTakesWhatWaitsHoweverFullItsOwnQueueIs) {
   for (; worker.msg_queue()->message_bytes() < limit; ++count) {
     ASSERT_EQ(0, worker.putMsg(3, makeBlock(makeMessage(3, 1)), nullptr));
   }
-  ASSERT_EQ(0, pool.scheduler().return_to_work(&worker));
+  pool.handOver();
   EXPECT_EQ(0, pool.end());
   EXPECT_EQ(count + 1, worker.msg_queue()->message_count());
 }
@@ -430,11 +440,11 @@ TEST_F(BusyPoolTest, AWorkerTakesWhatWaitsHoweverFullItsOwnQueueIs) {
 TEST_F(BusyPoolTest, AWorkerThatIsToldToEndTakesNothingMore) {
   BusyPool pool(log_);
   pool.worker().notifyExit();
-  ASSERT_EQ(0, pool.scheduler().return_to_work(&pool.worker()));
+  pool.handOver();
   EXPECT_EQ(1U, pool.worker().msg_queue()->message_count());
   TestModule module(ignore, 0);
-  FunctionWorker other(&module, ignore);
-  ASSERT_EQ(0, pool.scheduler().return_to_work(&other));
+  auto* const other = new FunctionWorker(&module, ignore);
+  ASSERT_EQ(0, pool.scheduler().return_to_work(other));
   EXPECT_EQ(0, pool.end());
-  EXPECT_EQ(1U, other.msg_queue()->message_count());
+  EXPECT_EQ(1U, other->msg_queue()->message_count());
 }

@@ -139,11 +139,13 @@ class CQOV_Leader_Task : public CQOV_Task {
   bool bindPending(const MsgKey& key, std::unique_ptr<TimeoutDesc>& desc);
   /// Unbinds `key` and cancels its timer; null when it is not pending.
   std::unique_ptr<TimeoutDesc> unbindPending(const MsgKey& key);
-  void dropFailedRequest(const MsgKey& key);
+  /// `cause` is the errno that the sender finds, here and below.
+  void dropFailedRequest(const MsgKey& key, int cause);
   /// Wakes the senders of the pending requests without a response and forgets them.
   void releasePending(Scope scope);
   /// Wakes the sender that waits for an answer to `mb` and will get none.
-  void wakeSenderOf(ACE_Message_Block& mb);
+  void wakeSenderOf(ACE_Message_Block& mb, int cause);
+  void wakeSender(const TimeoutDesc& desc, int cause);
 
   static const Handler kHandlers[5];
 

@@ -85,7 +85,8 @@ class CQOV_Module_Loader {
 
   /// Puts `mb` into the queue of module `pid` (0 to 255).
   ///
-  /// Returns 0 and hands `mb` over, or returns -1 and leaves `mb` with the caller. The one second
+  /// Returns 0 and hands `mb` over, or returns -1 and leaves `mb` with the caller; errno is then
+  /// EHOSTUNREACH (no module has that id) or what CQOV_TaskMgr::putq() leaves. The one second
   /// that it passes to CQOV_TaskMgr::putq() is an absolute time long gone: a full queue refuses at
   /// once, so that a leader never waits for another module.
   int sendMsg(u_short pid, ACE_Message_Block* mb);
@@ -95,7 +96,9 @@ class CQOV_Module_Loader {
   ///
   /// A package block (MB_DATA, 8 bytes, a CQOV_MsgPackage pointer that is not null) is copied with
   /// its package, so that each receiver owns one, and without a continuation; the caller's package
-  /// is freed with `mb`. Only plain CQOV_MsgPackage objects have such a copy: a class derived from
+  /// is freed with `mb`. Each copy is addressed to the module that receives it (RPID and RMID),
+  /// whatever the caller wrote there, the sender's own module included. Nobody waits for what is
+  /// answered to a broadcast request: the sender's leader drops it with a warning. Only plain CQOV_MsgPackage objects have such a copy: a class derived from
   /// it is refused rather than cut down to its base. Any other block is a plain clone.
   ///
   /// A queue that refuses its copy is logged and passed over. When a copy cannot be made the

@@ -14,6 +14,7 @@ class CQOVDebugKitGuard;
 class CQOV_TaskMgr;
 
 namespace qov {
+class LeaderQueue;
 class ModuleLoad;
 class ResponseSlot;
 class TaskQueue;
@@ -23,11 +24,13 @@ class TaskRoster;
 /// Base of every thread-owning object of the runtime: a message queue, a way to be woken, a way to
 /// be told to end, and the two operations that send messages to other modules.
 ///
-/// Thread: putMsg(), wakeup() and notifyExit() from any thread; getMsg() and send() from the task's
-///         own thread only (one waiter per task).
+/// Thread: putMsg(), wakeup(), notifyExit(), idle() and the send() that does not wait from any
+///         thread; getMsg() and the send() that waits from the task's own thread only (one waiter
+///         per task), or from any one thread if the task was never started.
 /// Owns:   its queue; whatever is left in it at the end is freed together with its package. The
 ///         task manager is borrowed and must outlive every use of the task's operations.
-/// Errors: by result; nothing is thrown by the runtime's own code.
+/// Errors: by result, and errno where an operation says so; nothing is thrown by the runtime's own
+///         code.
 class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
  public:
   /// `mgr` is the module that the task belongs to; it gives the module id and the leader's queue.
@@ -54,7 +57,14 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   /// caller.
   virtual int putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout);
 
-  /// Hands the task back to its module's pool of idle workers.
+  /// Hands the task to its module's pool of idle workers, or back to it: it goes behind those that
+  /// are idle, once, and is served in turn. A worker's loop calls it after each message.
+  ///
+  /// A task that the pool did not make becomes one of it with the first call, whether its thread
+  /// runs yet or not: the pool owns it, tells it to end, joins its thread (which must be joinable)
+  /// and deletes it. A task that shall not belong to the pool, such as a CQOV_CommonTask that its
+  /// module starts for itself, overrides idle(), as static scheduled tasks do.
+  /// Returns 0, or -1 with errno ENOMEM.
   virtual int idle();
 
   /// Waits for the next block without limit. When the wait was ended by wakeup(), or by an MB_STOP
@@ -70,7 +80,18 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   /// queue and then, anew, the wait for the response. Null waits without limit for both; zero does
   /// not wait for room and then waits without limit for the response.
   /// Returns 0 with `rsp` owned by the caller; the response's MST byte, when that is not zero, with
-  /// `rsp` null; or -1: no response (time-out, stop, hang-up, no such receiver) or a failure.
+  /// `rsp` null; or -1 with the cause in errno:
+  ///
+  ///   ETIMEDOUT     no response came in time; one WARN line names the receiver and the operation
+  ///   EHOSTUNREACH  no module has the receiver's id
+  ///   ECONNABORTED  this module or the receiver stops, a hang-up, or somebody's wakeup()
+  ///   ENOBUFS       this module or the receiver had no room (for as long as `timeout` says)
+  ///   ENOMEM        no memory for the hand-over, or for the leader to wait for the response
+  ///   EINVAL        null `req`, `rsp` not null, not this module's own request, or one with the same
+  ///                 addresses, operation code and serial number waits already
+  ///   EBADMSG       what came is no package
+  ///   EBUSY         another thread waits in this task's send(); nothing is sent, one ERR line
+  ///
   /// `req` is handed over: from a successful hand-over on it belongs to the runtime, also when the
   /// result is -1 then. When the hand-over fails it is deleted if `freeReq`, or else stays with the
   /// caller. When memory for the hand-over runs out (errno ENOMEM) it is deleted in any case.
@@ -78,7 +99,8 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
            bool freeReq);
 
   /// Sends `req` and does not wait: asynchronous messages (types 3 and 4) and responses (type 2).
-  /// `timeout` and `freeReq` are as above. Returns 0 or -1.
+  /// `timeout` and `freeReq` are as above. Returns 0, or -1 with errno ENOBUFS, ECONNABORTED, ENOMEM
+  /// or EINVAL as above. What becomes of the message afterwards is not told.
   int send(const CQOV_MsgPackage* req, ACE_Time_Value* timeout, bool freeReq);
 
   /// Starts the task's threads as ACE does, and makes them known: getCurrentTask() finds the task
@@ -109,6 +131,7 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
  private:
   friend class CQOV_Leader_Task;
   friend class CQOV_TaskScheduler;
+  friend class qov::LeaderQueue;
   friend class qov::TaskRoster;
 
   /// Sees to it that notifyExit() has a block for want of memory. False (errno ENOMEM) without.
@@ -117,23 +140,34 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   void countLoadInto(const std::shared_ptr<qov::ModuleLoad>& load);
   /// Forgets a wake-up or a response that came too late for the send() it was meant for.
   void forgetLateAnswer();
-  /// Waits for the response with this operation code and serial number, past responses to earlier
-  /// requests; null when the wait was ended.
-  ACE_Message_Block* awaitAnswerTo(std::uint64_t opc, std::uint32_t sn);
-  int waitForResponse(CQOVDebugKitGuard& log, std::uint64_t opc, std::uint32_t sn,
-                      CQOV_MsgPackage*& rsp);
+  /// Sends `req` for the one thread that may, with arguments that are valid.
+  int sendAlone(CQOVDebugKitGuard& log, const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp,
+                ACE_Time_Value* timeout, bool freeReq);
+  /// Waits for the response with the operation code and serial number of `request`, past responses
+  /// to earlier requests; null when the wait was ended.
+  ACE_Message_Block* awaitAnswerTo(const QOVMsgHead& request);
+  int waitForResponse(CQOVDebugKitGuard& log, const QOVMsgHead& request, CQOV_MsgPackage*& rsp);
+  /// Says why the wait ended without a response; returns the errno for it.
+  int explainNoResponse(CQOVDebugKitGuard& log, const QOVMsgHead& request);
 
   // Constant after construction.
   CQOV_TaskMgr* const taskMgr_;
   const std::unique_ptr<qov::TaskQueue> queue_;
+  // That of the manager; null without one.
+  const std::shared_ptr<qov::TaskRoster> roster_;
 
   // True from the first activate() on.
   std::atomic<bool> started_{false};
+  // While a thread is in the send() that waits.
+  std::atomic<bool> sending_{false};
+  // The errno of that send(), left by the leader before it ends the wait; 0: nobody has said why.
+  std::atomic<int> cause_{0};
+
+  // True for the scheduler and what its pool owns, whose threads make room in the module. Changed
+  // under the pool's lock.
+  std::atomic<bool> pooled_{false};
   // Guarded by the pool's lock.
-  bool pooled_ = false;
   bool idle_ = false;
-  // Set by the first activate() into the module's thread group.
-  std::shared_ptr<qov::TaskRoster> roster_;
   // Guarded by the lock of the roster.
   CQOV_Task* nextInRoster_ = nullptr;
   bool told_ = false;
@@ -144,7 +178,8 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
 };
 
 /// A pooled worker: its thread takes one message at a time, calls the module's handler and returns
-/// to the pool.
+/// to the pool by idle(). One that a module starts for itself joins the pool thereby, which deletes
+/// it at the end; to stay beside the pool it overrides idle().
 ///
 /// Thread: handleMessage() runs on the task's own thread.
 /// Errors: a result other than 0 is logged with a dump of the message. Whatever the handler throws
@@ -191,8 +226,15 @@ class CQOV_CommonTaskEx : public CQOV_CommonTask {
 /// with CQOV_TaskMgr::insertStaticScheduledTask().
 ///
 /// A request of such a task to a module that does not exist, or that refuses it, is given up
-/// without waking the task, and without its time-out: send() then returns at the stop only. That is
-/// kept; a task that cannot be sure of its receiver sends from a pooled worker.
+/// without waking the task, and without its time-out: send() then returns at the stop only (errno
+/// still says EHOSTUNREACH or ENOBUFS). That is kept; a task that cannot be sure of its receiver
+/// sends from a pooled worker.
+///
+/// What such a task sends to its own module waits for room, or is refused, as if it came from
+/// outside (see CQOV_TaskMgr::putq()); only what stands in its own queue is left out of account. So
+/// it never waits for room that only it can make. It may wait for a worker that in turn waits for
+/// its answer, or for another static task that waits for room as it does: give such a send() a
+/// time-out.
 ///
 /// Owns:   nothing of the module, and no one owns it: it belongs to the caller and must outlive the
 ///         stop of its task manager, which tells it to end and joins its thread:
