@@ -213,6 +213,7 @@ bool CQOV_Module_Loader::startModule(CQOV_TaskMgr& manager, const std::string& n
                                      ACE_DLL_Handle& dll, CQOVDebugKitGuard& guard) {
   bool started = false;
   std::string whyNot = "init() returned false";
+  manager.stoppedBeforeDeleted_ = true;
   try {
     started = manager.init();
   } catch (...) {

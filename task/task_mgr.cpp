@@ -15,6 +15,7 @@
 #include "task/running_managers.h"
 #include "task/start_task.h"
 #include "task/task_roster.h"
+#include "task/thread_groups.h"
 
 namespace {
 
@@ -106,6 +107,9 @@ void CQOV_TaskMgr::stop() {
   // A leader that never ran has told nobody yet.
   leader_->shutDown();
   joinTasks();
+  if (roster_->leaveGroup()) {
+    joinSpawned();
+  }
 }
 
 void CQOV_TaskMgr::joinTasks() {
@@ -113,6 +117,17 @@ void CQOV_TaskMgr::joinTasks() {
   while (CQOV_Task* const task = roster_->nextToJoin()) {
     joinThreadsOf(*task);
   }
+}
+
+void CQOV_TaskMgr::joinSpawned() {
+  const int group = static_cast<int>(moduleId_);
+  if (const std::size_t count = qov::plainThreadsIn(group); count > 0) {
+    CQOVDebugKitGuard log(qov::kPublicKit, "void CQOV_TaskMgr::joinSpawned()");
+    log.warn(qov::kLogIdBase + 50, __FUNCTION__, __LINE__,
+             "Module(%d) waits for threads that were spawned into its thread group: %u run.", group,
+             static_cast<unsigned int>(count));
+  }
+  qov::joinPlainThreads(group);
 }
 
 bool CQOV_TaskMgr::initEnv() {
@@ -129,7 +144,8 @@ bool CQOV_TaskMgr::init() {
   if (!leader_->run()) {
     return false;
   }
-  if (!leader_->scheduler().waitForPool(kPoolSeconds)) {
+  roster_->enterGroup(gid());
+  if (!stoppedBeforeDeleted_ && !leader_->scheduler().waitForPool(kPoolSeconds)) {
     log.warn(qov::kLogIdBase + 44, __FUNCTION__, __LINE__,
              "Module(%d) thread pool does not stand after %u seconds.", moduleId(), kPoolSeconds);
   }

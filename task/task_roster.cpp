@@ -2,9 +2,19 @@
 
 #include <qovpub/qov_task.h>
 
+#include <array>
 #include <utility>
 
 namespace qov {
+
+namespace {
+
+std::mutex groupsMutex;
+
+/// How many managers have threads in each module's group. The module loader lets in one for each.
+std::array<int, 256> managersIn{};
+
+}  // namespace
 
 bool TaskRoster::add(CQOV_Task* task) {
   const std::lock_guard<std::mutex> lock(mutex_);
@@ -23,6 +33,21 @@ void TaskRoster::remove(CQOV_Task* task) {
   if (*place != nullptr) {
     *place = std::exchange(task->nextInRoster_, nullptr);
   }
+}
+
+void TaskRoster::enterGroup(int group) {
+  const std::lock_guard<std::mutex> lock(groupsMutex);
+  const auto number = static_cast<std::size_t>(group);
+  if (!group_ && number < managersIn.size()) {
+    group_ = number;
+    ++managersIn[number];
+  }
+}
+
+bool TaskRoster::leaveGroup() {
+  const std::lock_guard<std::mutex> lock(groupsMutex);
+  const std::optional<std::size_t> group = std::exchange(group_, std::nullopt);
+  return group && --managersIn[*group] == 0;
 }
 
 void TaskRoster::beginStop() {

@@ -1,7 +1,9 @@
 #ifndef QOV_TASK_TASK_ROSTER_H
 #define QOV_TASK_TASK_ROSTER_H
 
+#include <cstddef>
 #include <mutex>
+#include <optional>
 
 class CQOV_Task;
 
@@ -25,6 +27,13 @@ class TaskRoster {
 
   void remove(CQOV_Task* task);
 
+  /// The module's threads run in the thread group `group` from now on.
+  void enterGroup(int group);
+
+  /// The module's tasks have ended. True if it was in its group and no other manager is in there
+  /// now: the threads that are left there are its own.
+  bool leaveGroup();
+
   /// From now on the module is stopping.
   void beginStop();
 
@@ -44,6 +53,9 @@ class TaskRoster {
   // Guarded by mutex_, as the links and the marks in the tasks.
   CQOV_Task* first_ = nullptr;
   bool stopping_ = false;
+
+  // Loading thread only.
+  std::optional<std::size_t> group_;
 };
 
 }  // namespace qov

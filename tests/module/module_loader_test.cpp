@@ -372,6 +372,26 @@ TEST_F(ModuleLoader, KeepsTheTableFromOthersUntilTheModulesHaveInitialised) {
   EXPECT_TRUE(delivered);
 }
 
+TEST_F(ModuleLoader, DoesNotWaitForThePoolOfAModule) {
+  loads({"slow_factory", "alpha"});
+  // Nor has it waited for as long as a module that nobody loads would.
+  EXPECT_THAT(messages("WARN"), IsEmpty());
+  EXPECT_TRUE(hasModule(17));
+  openGate();
+  EXPECT_TRUE(log.waitFor("Module(17) thread inited"));
+}
+
+TEST_F(ModuleLoader, UnloadsAModuleWhosePoolDoesNotStandYet) {
+  loads({"slow_factory"});
+  std::thread opener([this] {
+    EXPECT_TRUE(log.waitFor("Manager thread(17) exit!"));
+    openGate();
+  });
+  loader().unload();
+  opener.join();
+  EXPECT_THAT(events(), Contains("slow_factory deleted"));
+}
+
 TEST_F(ModuleLoader, TracesItsOperations) {
   const std::string list = "void CQOV_Module_Loader::getModuleList(std::list<std::string>&) const";
   mark({"nowhere"});

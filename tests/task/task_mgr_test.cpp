@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <qovpub/qov_common_debugkit.h>
 
+#include <atomic>
 #include <optional>
 #include <thread>
 
@@ -11,6 +12,31 @@
 namespace {
 
 using TaskMgrTest = TaskTest;
+
+constexpr int kJoinable = THR_NEW_LWP | THR_JOINABLE;
+
+/// What a plain thread waits for, and whether it is through.
+struct PlainThread {
+  Latch end_;
+  std::atomic<bool> ended_{false};
+};
+
+ACE_THR_FUNC_RETURN runPlainThread(void* argument) {
+  auto& self = *static_cast<PlainThread*>(argument);
+  EXPECT_TRUE(self.end_.waitFor());
+  self.ended_ = true;
+  return nullptr;
+}
+
+ACE_THR_FUNC_RETURN endAtOnce(void*) {
+  return nullptr;
+}
+
+/// Starts a plain thread in the thread group `group`; returns the number of its group.
+int spawnInto(int group, PlainThread& plain, long flags = kJoinable) {
+  return ACE_Thread_Manager::instance()->spawn(&runPlainThread, &plain, flags, nullptr, nullptr,
+                                               ACE_DEFAULT_THREAD_PRIORITY, group);
+}
 
 /// Says whether initEnv() ran, and answers as told.
 class HookedModule : public TestModule {
@@ -125,8 +151,109 @@ TEST_F(TaskMgrTest, DoesNotWaitForAStrangerInItsThreadGroup) {
   EXPECT_EQ(0, stranger.wait());
 }
 
+TEST_F(TaskMgrTest, JoinsPlainThreadsThatWereSpawnedIntoItsGroup) {
+  PlainThread plain[3];
+  TestModule module(ignore);
+  ASSERT_TRUE(module.init());
+  for (PlainThread& one : plain) {
+    ASSERT_EQ(static_cast<int>(kModule), spawnInto(kModule, one));
+  }
+  std::thread releaser([&] {
+    EXPECT_TRUE(
+        log_.waitFor("Module(20) waits for threads that were spawned into its thread group: "
+                     "3 run."));
+    for (PlainThread& one : plain) {
+      one.end_.count();
+    }
+  });
+  module.stop();
+  for (PlainThread& one : plain) {
+    EXPECT_TRUE(one.ended_);
+  }
+  releaser.join();
+}
+
+TEST_F(TaskMgrTest, LeavesThePlainThreadsOfItsGroupToAnotherManagerOfItsIdThatRuns) {
+  PlainThread plain;
+  TestModule module(ignore);
+  ASSERT_TRUE(module.init());
+  ASSERT_EQ(static_cast<int>(kModule), spawnInto(kModule, plain));
+  {
+    TestModule neverStarted(ignore);
+    TestModule twin(ignore);
+    ASSERT_TRUE(twin.init());
+  }
+  EXPECT_EQ(0, log_.count("waits for threads"));
+  std::thread releaser([&] {
+    EXPECT_TRUE(log_.waitFor("Module(20) waits for threads that were spawned"));
+    plain.end_.count();
+  });
+  module.stop();
+  EXPECT_TRUE(plain.ended_);
+  releaser.join();
+}
+
+TEST_F(TaskMgrTest, JoinsPlainThreadsThoughAStrangersTaskRunsInTheGroup) {
+  Stranger stranger;
+  ASSERT_EQ(0, stranger.activate(kJoinable, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, kModule));
+  PlainThread plain;
+  TestModule module(ignore);
+  ASSERT_TRUE(module.init());
+  ASSERT_EQ(static_cast<int>(kModule), spawnInto(kModule, plain));
+  std::thread releaser([&] {
+    EXPECT_TRUE(log_.waitFor("Module(20) waits for threads that were spawned"));
+    plain.end_.count();
+  });
+  module.stop();
+  EXPECT_TRUE(plain.ended_);
+  releaser.join();
+  stranger.end_.count();
+  EXPECT_EQ(0, stranger.wait());
+}
+
+TEST_F(TaskMgrTest, DoesNotWaitForPlainThreadsOfOtherGroups) {
+  PlainThread plain;
+  ASSERT_EQ(kModule + 1, spawnInto(kModule + 1, plain));
+  {
+    TestModule module(ignore);
+    ASSERT_TRUE(module.init());
+  }
+  EXPECT_FALSE(plain.ended_);
+  EXPECT_EQ(0, log_.count("waits for threads"));
+  plain.end_.count();
+  EXPECT_EQ(0, ACE_Thread_Manager::instance()->wait_grp(kModule + 1));
+}
+
+TEST_F(TaskMgrTest, DoesNotWaitForADetachedThreadOfItsGroup) {
+  // Nobody can. It is given up, whatever the log says.
+  auto& plain = *new PlainThread;
+  ASSERT_EQ(static_cast<int>(kModule), spawnInto(kModule, plain, THR_NEW_LWP | THR_DETACHED));
+  {
+    TestModule module(ignore);
+    ASSERT_TRUE(module.init());
+  }
+  EXPECT_FALSE(plain.ended_);
+  plain.end_.count();
+  while (!plain.ended_) {
+    std::this_thread::yield();
+  }
+  delete &plain;
+}
+
+TEST_F(TaskMgrTest, ThreadsThatAskForNoGroupGetNoneOfAModule) {
+  ACE_Thread_Manager& threads = *ACE_Thread_Manager::instance();
+  const int group = threads.spawn(&endAtOnce);
+  EXPECT_LT(255, group);
+  EXPECT_EQ(0, threads.wait_grp(group));
+  Stranger stranger;
+  ASSERT_EQ(0, stranger.activate());
+  EXPECT_LT(255, stranger.grp_id());
+  stranger.end_.count();
+  EXPECT_EQ(0, stranger.wait());
+}
+
 TEST_F(TaskMgrTest, TellsAndJoinsATaskOfTheModulesOwnThatJoinedItsGroup) {
-  std::optional<FunctionWorker> own;
+  std::optional<WorkerBeside> own;
   {
     TestModule module(ignore);
     ASSERT_TRUE(module.init());
@@ -168,7 +295,7 @@ TEST_F(TaskMgrTest, JoinsATaskThatAWorkerStartsDuringTheStop) {
   Latch inHandler;
   {
     TestModule module(ignore, 0);
-    FunctionWorker starter(&module, [&](CQOV_Task&, CQOV_MsgPackage&) {
+    WorkerBeside starter(&module, [&](CQOV_Task&, CQOV_MsgPackage&) {
       inHandler.count();
       EXPECT_TRUE(log_.waitFor("Manager thread(20) exit!"));
       late.emplace(&module, std::list<unsigned long long>{1}, ignore);
@@ -188,7 +315,7 @@ TEST_F(TaskMgrTest, JoinsATaskThatAWorkerStartsDuringTheStop) {
 TEST_F(TaskMgrTest, ATaskOutsideTheGroupIsTheCallersOwn) {
   TestModule module(ignore);
   ASSERT_TRUE(module.init());
-  FunctionWorker own(&module, ignore);
+  WorkerBeside own(&module, ignore);
   ASSERT_EQ(0, own.activate());
   module.stop();
   EXPECT_EQ(1U, own.thr_count());

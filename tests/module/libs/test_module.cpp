@@ -2,6 +2,7 @@
 //   QOV_TEST_NAME  the name in its events
 //   QOV_TEST_GID   its gid
 //   QOV_TEST_INIT  what initEnv() does: a statement
+//   QOV_TEST_GATED_FACTORY  if defined, its worker is made when the gate is open
 #include <qovpub/qov_om_message_package.h>
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
@@ -42,7 +43,12 @@ class Module : public CQOV_TaskMgr {
   Module() : CQOV_TaskMgr(QOV_TEST_GID, 1, QOV_TEST_NAME) { record("created"); }
   ~Module() override { record("deleted"); }
 
-  CQOV_Task* createTask() override { return new Worker(this); }
+  CQOV_Task* createTask() override {
+#ifdef QOV_TEST_GATED_FACTORY
+    qov::test::waitAtGate();
+#endif
+    return new Worker(this);
+  }
 
   bool initEnv() override {
     record("initialised");

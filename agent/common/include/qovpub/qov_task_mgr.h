@@ -10,6 +10,7 @@
 
 class CQOVDebugKit;
 class CQOV_Leader_Task;
+class CQOV_Module_Loader;
 class CQOV_StaticSchecheduledTask;
 class CQOV_Task;
 struct link_map;
@@ -41,25 +42,39 @@ class CQOV_TaskMgr {
   CQOV_TaskMgr& operator=(const CQOV_TaskMgr&) = delete;
 
   /// Makes one worker for the pool; the runtime takes it over. Called on the scheduler thread, once
-  /// per worker, before init() returns. Null, or an exception, ends the creation of the pool. It
-  /// must not send: see initEnv().
+  /// per worker, before the module's first message is handled. Null, or an exception, ends the
+  /// creation of the pool.
+  ///
+  /// It may run while init() does and, under the module loader, while other modules are loaded and
+  /// after that. It may send, through a task that it makes for that (not getCurrentTask(), which is
+  /// the scheduler): to another module a message gets when all modules are loaded, and the answer
+  /// comes back as ever; without the loader init() waits for it. A request to its own module is
+  /// answered by a static task at best, since the pool does not work yet.
   virtual CQOV_Task* createTask() = 0;
 
-  /// Module hook, run by init() when the threads stand. The base returns true. It must not wait for
-  /// another module: messages between modules are held back until all modules are loaded.
+  /// Module hook, run by init() when leader and scheduler run. The base returns true. It must not
+  /// wait for another module: messages between modules are held back until all modules are loaded.
+  /// Under the module loader the pool may not stand yet; messages wait for it.
   virtual bool initEnv();
 
-  /// Starts the leader and the scheduler and returns when the pool stands, so that the manager may
-  /// be deleted from then on; waits at most 30 seconds for that and goes on with a warning. False
-  /// when a thread could not be started or initEnv() says so; the manager is then only good to be
-  /// deleted.
+  /// Starts the leader and the scheduler, which makes the pool, and calls initEnv(). False when a
+  /// thread could not be started or initEnv() says so; the manager is then only good to be deleted.
+  ///
+  /// Waits before initEnv() until the pool stands, at most 30 seconds, and goes on with a warning
+  /// then, so that the manager may be deleted right afterwards: createTask() is not called any more.
+  /// The module loader's call does not wait: it holds its table, which a createTask() that asks
+  /// another module has to wait for, and calls stop() before it deletes a manager.
   bool init();
 
   /// Tells the module's threads to end and joins them, once. The module loader calls it before it
   /// deletes a manager, so that no thread runs any more when the destructor of a derived class
-  /// frees what its workers use. Who deletes a manager otherwise calls it first, too. Joins the
-  /// threads of this manager's own tasks only, whoever else uses the same thread group. Not to be
-  /// called by one of these.
+  /// frees what its workers use. Who deletes a manager otherwise calls it first, too.
+  ///
+  /// Joins the threads of this manager's own tasks, and then the plain threads in the thread group
+  /// of its id: what ACE_Thread_Manager::instance()->spawn() or spawn_n() started with the id as
+  /// `grp_id`, detached ones excepted. Nobody tells those to end; a wait for them is logged, and the
+  /// shutdown watch bounds it. Threads of other tasks in that group are left alone, and so are plain
+  /// ones while another manager of this id runs. Not to be called by a thread that it joins.
   ///
   /// A manager that still runs when the process ends by exit() or by returning from main is stopped
   /// then, before ACE and older static objects go, unless one of its own threads calls exit().
@@ -73,7 +88,8 @@ class CQOV_TaskMgr {
 
   const std::string& name() const { return name_; }
 
-  /// Puts a worker back on the idle list of the pool. 0, or -1 for a null task.
+  /// Puts a task on the idle list of the pool, which owns it from then on: see CQOV_Task::idle(). 0,
+  /// or -1 for a null task or without memory (errno ENOMEM).
   int idle(CQOV_Task* task);
 
   /// Puts `mb` at the tail of the leader's queue.
@@ -85,9 +101,12 @@ class CQOV_TaskMgr {
   /// leaves `mb` with the caller.
   ///
   /// There is no room for a request or an asynchronous message to this module while 16 KiB of
-  /// blocks wait for its leader, its pool and its static tasks together. Responses, stop blocks and
-  /// whatever the module's own threads send get in even then, so that a module under load still
-  /// gets its answers, and no worker waits for room that only it can make.
+  /// blocks wait for its leader, its pool and its static tasks together. Senders that wait are let
+  /// in one by one as room comes, whoever came first being first. Responses, stop blocks and
+  /// whatever the workers of the pool send get in even then, so that a module under load still gets
+  /// its answers, and no worker waits for room that only it can make. The same holds for
+  /// synchronous requests of the module's own tasks. Its static tasks and other threads wait like
+  /// anybody, except that a static task does not wait for what stands in its own queue.
   int putq(ACE_Message_Block* mb, ACE_Time_Value* timeout);
 
   /// Starts `task` on a thread of its own and routes its operation codes to it. 0, or -1 for a null
@@ -97,10 +116,12 @@ class CQOV_TaskMgr {
 
  private:
   friend class CQOV_Leader_Task;
+  friend class CQOV_Module_Loader;
   friend class CQOV_Task;
   friend class qov::ModuleLibrary;
 
   void joinTasks();
+  void joinSpawned();
 
   // Constant after construction.
   const unsigned int moduleId_;
@@ -116,6 +137,8 @@ class CQOV_TaskMgr {
 
   // Loading thread only.
   bool stopped_ = false;
+  // Set by who calls stop() before the manager is deleted.
+  bool stoppedBeforeDeleted_ = false;
 };
 
 #endif
