@@ -15,10 +15,10 @@ namespace qov {
 ///
 /// - Requests and asynchronous messages to the module itself need one of its workers: they find no
 ///   room while the module's ledger (ModuleLoad) holds a queue's worth of bytes.
-/// - Not so what the workers of its pool and its scheduler send: were they to wait for room that only
-///   they can make, nothing would move again. A pool that sends itself more than it can handle grows
-///   its module instead. Everybody else waits or is refused, the module's static tasks and other
-///   threads included; a static task is spared only what stands in its own queue.
+/// - Not so what the workers of its pool and its scheduler send: were they to wait for room that
+///   only they can make, nothing would move again. A pool that sends itself more than it can handle
+///   grows its module instead. Everybody else waits or is refused, the module's static tasks and
+///   other threads included; a static task is spared only what stands in its own queue.
 /// - Messages that the leader only passes on, and unknown ones, find no room while this queue alone
 ///   is full. The leader never waits, so that ends soon, whatever its workers do; otherwise workers
 ///   that wait to send and a backlog that waits for workers would block each other for good.

@@ -13,9 +13,9 @@ namespace qov {
 
 class TaskQueue;
 
-/// The ledger of one module: how many bytes of blocks wait for its leader, in the leader's hands and
-/// in the queues of its scheduler and its static tasks. Senders wait here for room, in a line: who
-/// came first is let in first, and only as many are woken as there is room for.
+/// The ledger of one module: how many bytes of blocks wait for its leader, in the leader's hands
+/// and in the queues of its scheduler and its static tasks. Senders wait here for room, in a line:
+/// who came first is let in first, and only as many are woken as there is room for.
 ///
 /// A sender whose own queue counts into the ledger does not wait for what stands in there, since
 /// only it can work that off. So a later sender may have room where an earlier one has none.

@@ -98,8 +98,9 @@ class CQOV_Module_Loader {
   /// its package, so that each receiver owns one, and without a continuation; the caller's package
   /// is freed with `mb`. Each copy is addressed to the module that receives it (RPID and RMID),
   /// whatever the caller wrote there, the sender's own module included. Nobody waits for what is
-  /// answered to a broadcast request: the sender's leader drops it with a warning. Only plain CQOV_MsgPackage objects have such a copy: a class derived from
-  /// it is refused rather than cut down to its base. Any other block is a plain clone.
+  /// answered to a broadcast request: the sender's leader drops it with a warning. Only plain
+  /// CQOV_MsgPackage objects have such a copy: a class derived from it is refused rather than cut
+  /// down to its base. Any other block is a plain clone.
   ///
   /// A queue that refuses its copy is logged and passed over. When a copy cannot be made the
   /// broadcast ends there and `mb`, with its package, stays with the caller; modules before that

@@ -87,7 +87,7 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   ///   ECONNABORTED  this module or the receiver stops, a hang-up, or somebody's wakeup()
   ///   ENOBUFS       this module or the receiver had no room (for as long as `timeout` says)
   ///   ENOMEM        no memory for the hand-over, or for the leader to wait for the response
-  ///   EINVAL        null `req`, `rsp` not null, not this module's own request, or one with the same
+  ///   EINVAL        null `req`, `rsp` not null, not this module's own request, or one with its
   ///                 addresses, operation code and serial number waits already
   ///   EBADMSG       what came is no package
   ///   EBUSY         another thread waits in this task's send(); nothing is sent, one ERR line
@@ -99,8 +99,8 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
            bool freeReq);
 
   /// Sends `req` and does not wait: asynchronous messages (types 3 and 4) and responses (type 2).
-  /// `timeout` and `freeReq` are as above. Returns 0, or -1 with errno ENOBUFS, ECONNABORTED, ENOMEM
-  /// or EINVAL as above. What becomes of the message afterwards is not told.
+  /// `timeout` and `freeReq` are as above. Returns 0, or -1 with errno ENOBUFS, ECONNABORTED,
+  /// ENOMEM or EINVAL as above. What becomes of the message afterwards is not told.
   int send(const CQOV_MsgPackage* req, ACE_Time_Value* timeout, bool freeReq);
 
   /// Starts the task's threads as ACE does, and makes them known: getCurrentTask() finds the task

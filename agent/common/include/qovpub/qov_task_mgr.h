@@ -61,9 +61,9 @@ class CQOV_TaskMgr {
   /// thread could not be started or initEnv() says so; the manager is then only good to be deleted.
   ///
   /// Waits before initEnv() until the pool stands, at most 30 seconds, and goes on with a warning
-  /// then, so that the manager may be deleted right afterwards: createTask() is not called any more.
-  /// The module loader's call does not wait: it holds its table, which a createTask() that asks
-  /// another module has to wait for, and calls stop() before it deletes a manager.
+  /// then, so that the manager may be deleted right afterwards: createTask() is not called any
+  /// more. The module loader's call does not wait: it holds its table, which a createTask() that
+  /// asks another module has to wait for, and calls stop() before it deletes a manager.
   bool init();
 
   /// Tells the module's threads to end and joins them, once. The module loader calls it before it
@@ -72,9 +72,9 @@ class CQOV_TaskMgr {
   ///
   /// Joins the threads of this manager's own tasks, and then the plain threads in the thread group
   /// of its id: what ACE_Thread_Manager::instance()->spawn() or spawn_n() started with the id as
-  /// `grp_id`, detached ones excepted. Nobody tells those to end; a wait for them is logged, and the
-  /// shutdown watch bounds it. Threads of other tasks in that group are left alone, and so are plain
-  /// ones while another manager of this id runs. Not to be called by a thread that it joins.
+  /// `grp_id`, detached ones excepted. Nobody tells those to end; a wait for them is logged, and
+  /// the shutdown watch bounds it. Threads of other tasks in that group are left alone, and so are
+  /// plain ones while another manager of this id runs. Not to be called by a thread that it joins.
   ///
   /// A manager that still runs when the process ends by exit() or by returning from main is stopped
   /// then, before ACE and older static objects go, unless one of its own threads calls exit().
@@ -88,8 +88,8 @@ class CQOV_TaskMgr {
 
   const std::string& name() const { return name_; }
 
-  /// Puts a task on the idle list of the pool, which owns it from then on: see CQOV_Task::idle(). 0,
-  /// or -1 for a null task or without memory (errno ENOMEM).
+  /// Puts a task on the idle list of the pool, which owns it from then on: see CQOV_Task::idle().
+  /// 0, or -1 for a null task or without memory (errno ENOMEM).
   int idle(CQOV_Task* task);
 
   /// Puts `mb` at the tail of the leader's queue.

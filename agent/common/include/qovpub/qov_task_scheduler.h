@@ -15,7 +15,7 @@
 ///
 /// Thread: svc(), createPool() and handle_mb_data() on the scheduler's own thread; return_to_work()
 ///         from any thread.
-/// Owns:   the workers, from their creation, and whatever task was handed to the pool, from then on,
+/// Owns:   the workers, from their creation, and what was handed to the pool, from then on,
 ///         until its destructor, which runs after their threads have been joined. The task manager
 ///         is borrowed.
 /// Errors: by result and log.
@@ -29,14 +29,14 @@ class CQOV_TaskScheduler : public CQOV_Task {
   /// Also ends a wait for an idle worker; the message that waits for it is dropped.
   void notifyExit() override;
 
-  /// Creates and starts the workers; fewer when the factory returns null, a thread cannot be started
-  /// or the scheduler is told to end meanwhile. Returns 0.
+  /// Creates and starts the workers; fewer when the factory returns null, a thread cannot be
+  /// started or the scheduler is told to end meanwhile. Returns 0.
   int createPool();
 
   /// Puts `worker` at the tail of the idle list, once; while handle_mb_data() waits, `worker` takes
   /// what waits, or else the next message in the queue, at once. A task that is not of the pool yet
-  /// becomes one of it: see CQOV_Task::idle(). 0, or -1 for null, or without memory (errno ENOMEM) to
-  /// take a new one into the pool.
+  /// becomes one of it: see CQOV_Task::idle(). 0, or -1 for null, or without memory (errno ENOMEM)
+  /// to take a new one into the pool.
   int return_to_work(CQOV_Task* worker);
 
   /// Hands `mb` to the worker that has been idle for longest, waiting for one as long as it takes;
@@ -59,8 +59,8 @@ class CQOV_TaskScheduler : public CQOV_Task {
   void poolStands();
 
   // With poolLock_ held.
-  /// Makes `worker` one of the pool, which owns it then, unless it is one already. False, with errno
-  /// ENOMEM and `worker` still the caller's, without memory.
+  /// Makes `worker` one of the pool, which owns it then, unless it is one already. False, with
+  /// errno ENOMEM and `worker` still the caller's, without memory.
   bool adopt(CQOV_Task* worker);
   /// The worker that has been idle for longest, no longer on the list; null when nobody is.
   CQOV_Task* takeIdle();
