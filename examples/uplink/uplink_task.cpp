@@ -36,15 +36,18 @@ bool isClosed(const CT7QPackageV3& rows) {
 
 UplinkTask::UplinkTask(CQOV_TaskMgr* module) : CQOV_Task(module) {}
 
-int UplinkTask::start(Plan plan) {
-  plan_ = std::move(plan);
+int UplinkTask::start(const Plan& plan) {
+  for (const TablePlan& table : plan.tables) {
+    jobs_.push_back({table.name, table.period, [this, table] { walk(table); }});
+  }
+  jobs_.push_back({kRecords, plan.pushPeriod, [this] { push(); }});
   return activate(THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED, 1, 0, ACE_DEFAULT_THREAD_PRIORITY,
                   taskMgr()->gid());
 }
 
 int UplinkTask::svc() {
   CQOVDebugKitGuard guard(kUplink, "int UplinkTask::svc()");
-  // Made here: connecting takes up to two seconds, in which the other modules are to start.
+  // Made here: connecting takes its time, in which the other modules are to start.
   attempt("link", [this] { makeLink(); });
   if (link_ == nullptr) {
     return -1;
@@ -93,21 +96,13 @@ bool UplinkTask::isToldToEnd() {
 }
 
 void UplinkTask::runDueJobs() {
-  for (const TablePlan& table : plan_.tables) {
-    run(table.name, table.period, [&] { walk(table); });
+  for (Job& job : jobs_) {
+    const auto now = Clock::now();
+    if (job.due <= now && !isToldToEnd()) {
+      job.due = now + job.period;
+      attempt(job.name.c_str(), job.work);
+    }
   }
-  run(kRecords, plan_.pushPeriod, [this] { push(); });
-}
-
-void UplinkTask::run(const std::string& name, std::chrono::milliseconds period,
-                     const std::function<void()>& job) {
-  const auto now = Clock::now();
-  Clock::time_point& due = due_[name];
-  if (due > now || isToldToEnd()) {
-    return;
-  }
-  due = now + period;
-  attempt(name.c_str(), job);
 }
 
 void UplinkTask::attempt(const char* name, const std::function<void()>& job) {
@@ -194,9 +189,9 @@ std::string UplinkTask::describe() const {
 
 /// False when the thread is to end. Nothing else comes into its queue but the block that says so.
 bool UplinkTask::waitForNextJob() {
-  const auto next = std::min_element(due_.begin(), due_.end(), [](const auto& a, const auto& b) {
-                      return a.second < b.second;
-                    })->second;
+  const auto next = std::min_element(jobs_.begin(), jobs_.end(), [](const Job& a, const Job& b) {
+                      return a.due < b.due;
+                    })->due;
   const auto left = std::max(next - Clock::now(), Clock::duration::zero());
   ACE_Time_Value until =
       ACE_OS::gettimeofday() +

@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "examples/common/messages.h"
 #include "examples/uplink/counted_link.h"
@@ -22,8 +23,9 @@ namespace devagent {
 ///
 /// An exchange may take as long as the link waits; no worker does that for it. The thread ends at
 /// once when the module tells its tasks to end: between two jobs it waits on the task's own queue,
-/// and an exchange, or the walk that it belongs to, is interrupted. Only the link's making is not,
-/// which takes up to two seconds to connect.
+/// and an exchange, or the walk that it belongs to, is interrupted. Two waits are not: to connect
+/// when the link is made, up to two seconds, and for the endpoint's name to be looked up, which
+/// takes as long as the system's name servers do.
 ///
 /// Whatever a job throws ends that job alone. The next one is done when it is due.
 class UplinkTask : public CQOV_Task {
@@ -31,7 +33,7 @@ class UplinkTask : public CQOV_Task {
   explicit UplinkTask(CQOV_TaskMgr* module);
 
   /// Starts the thread among those of the module, which stops and joins it. 0 or -1.
-  int start(Plan plan);
+  int start(const Plan& plan);
 
   int svc() override;
   /// Ends the exchange under way, too.
@@ -39,6 +41,13 @@ class UplinkTask : public CQOV_Task {
 
  private:
   using Clock = std::chrono::steady_clock;
+
+  struct Job {
+    std::string name;
+    std::chrono::milliseconds period;
+    std::function<void()> work;
+    Clock::time_point due{};  ///< at once
+  };
 
   struct Tally {
     std::uint64_t walks = 0;   ///< that came to the table's end
@@ -55,8 +64,6 @@ class UplinkTask : public CQOV_Task {
   void dropLink();
   bool isToldToEnd();
   void runDueJobs();
-  void run(const std::string& name, std::chrono::milliseconds period,
-           const std::function<void()>& job);
   /// Whatever `job` throws ends that job alone, never the thread.
   static void attempt(const char* name, const std::function<void()>& job);
   void walk(const TablePlan& table);
@@ -69,8 +76,7 @@ class UplinkTask : public CQOV_Task {
   bool waitForNextJob();
 
   // The thread's alone once that is started.
-  Plan plan_;
-  std::map<std::string, Clock::time_point> due_;
+  std::vector<Job> jobs_;
   Tally tally_;
 
   // For link_ as a pointer, which the thread alone changes, and toldToEnd_.
