@@ -58,8 +58,9 @@ ACE_HANDLE Endpoint::connect(const ACE_Time_Value& timeout, const Interruption& 
       failure_.cause.clear();
       return socket;
     }
-    noteFailureOf(address);
-    if (interruption.isSet()) {
+    const int error = errno;
+    noteFailureOf(address, error);
+    if (error == ECANCELED) {
       break;
     }
   }
@@ -74,9 +75,8 @@ void Endpoint::lookUp() {
   }
 }
 
-/// errno says why.
-void Endpoint::noteFailureOf(const ACE_INET_Addr& address) {
-  const std::string cause = errnoText(errno);
+void Endpoint::noteFailureOf(const ACE_INET_Addr& address, int error) {
+  const std::string cause = errnoText(error);
   if (addresses_.size() == 1) {
     failure_.cause = cause;
     return;

@@ -35,7 +35,8 @@ class Endpoint {
 
   /// A connected socket, or ACE_INVALID_HANDLE. Tries one address after the other until `timeout`
   /// is over, each for an equal part of what is left, and sets `tried` to each. Looks the addresses
-  /// up if that has not succeeded so far, which `timeout` does not bound and nothing interrupts.
+  /// up if that has not succeeded so far, which `timeout` does not bound and nothing interrupts. An
+  /// address that has used up its part is not tried again when others leave time over.
   ACE_HANDLE connect(const ACE_Time_Value& timeout, const Interruption& interruption,
                      ACE_INET_Addr& tried);
 
@@ -44,7 +45,7 @@ class Endpoint {
 
  private:
   void lookUp();
-  void noteFailureOf(const ACE_INET_Addr& address);
+  void noteFailureOf(const ACE_INET_Addr& address, int error);
 
   std::optional<HostPort> hostPort_;
   std::vector<ACE_INET_Addr> addresses_;

@@ -49,6 +49,15 @@ std::optional<HostPort> hostPort(const std::string& host, const std::string& por
   return HostPort{host, address.get_port_number()};
 }
 
+/// Longer than any address: ACE writes nothing at all into a buffer that is too short.
+using WholeText = std::array<char, 64>;
+
+WholeText written(const ACE_INET_Addr& address) {
+  WholeText text{};
+  address.addr_to_string(text.data(), text.size(), 1);
+  return text;
+}
+
 }  // namespace
 
 std::optional<HostPort> hostPortOf(const std::string& text) {
@@ -81,17 +90,14 @@ std::vector<ACE_INET_Addr> addressesOf(const HostPort& where, std::string& cause
 }
 
 AddressText textOf(const ACE_INET_Addr& address) {
-  const std::string whole = wholeTextOf(address);
+  const WholeText whole = written(address);
   AddressText text{};
-  std::copy_n(whole.begin(), std::min(whole.size(), text.size() - 1), text.begin());
+  std::copy_n(whole.begin(), text.size() - 1, text.begin());
   return text;
 }
 
 std::string wholeTextOf(const ACE_INET_Addr& address) {
-  // ACE writes nothing at all into a buffer that is too short.
-  std::array<char, 64> whole{};
-  address.addr_to_string(whole.data(), whole.size(), 1);
-  return whole.data();
+  return written(address).data();
 }
 
 }  // namespace qov

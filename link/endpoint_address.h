@@ -27,7 +27,7 @@ std::vector<ACE_INET_Addr> addressesOf(const HostPort& where, std::string& cause
 /// Text of at most 32 characters, and the NUL behind it.
 using AddressText = std::array<char, 33>;
 
-/// `address` in numbers, as in 127.0.0.1:19001, cut to fit.
+/// `address` in numbers, as in 127.0.0.1:19001, cut to fit. Takes no memory.
 AddressText textOf(const ACE_INET_Addr& address);
 
 /// The same, whole.

@@ -15,18 +15,18 @@ Interruption::~Interruption() {
 
 void Interruption::set() {
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (!set_) {
-    set_ = true;
+  if (!isSet()) {
+    ++changes_;
     static_cast<void>(::eventfd_write(handle_, 1));
   }
 }
 
 void Interruption::clear() {
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (set_) {
+  if (isSet()) {
     eventfd_t count;
     static_cast<void>(::eventfd_read(handle_, &count));
-    set_ = false;
+    ++changes_;
   }
 }
 

@@ -61,11 +61,7 @@ void logTraffic(CQOVDebugKitGuard& guard, const char* what, const CT7QPackageV3&
 
 CQOVLongSocket::CQOVLongSocket() : buffer_(makeBuffer()) {
   CQOVDebugKitGuard guard(0, "CQOVLongSocket::CQOVLongSocket()");
-  try {
-    setupConnection();
-  } catch (const std::bad_alloc&) {
-    // The first exchange tries again.
-  }
+  setupConnection();
 }
 
 CQOVLongSocket::CQOVLongSocket(const ACE_INET_Addr& endpoint, const Limits& limits)
@@ -103,20 +99,35 @@ int CQOVLongSocket::setupConnection() {
   CQOVDebugKitGuard guard(0, "int CQOVLongSocket::setupConnection()");
   peer_.close();
   cut_ = false;
-  if (endpoint_ == nullptr) {
-    endpoint_ = qov::configuredEndpoint(guard);
+  std::string why;
+  try {
+    why = connect(guard);
+  } catch (const std::bad_alloc&) {
+    // No connection, or no words for why there is none: the next exchange tries again.
   }
-  peer_.set_handle(endpoint_->connect(limits_.connect, interruption_, server_));
   const qov::AddressText address = qov::textOf(server_);
   if (peer_.get_handle() == ACE_INVALID_HANDLE) {
     guard.error(65611, __FUNCTION__, __LINE__, "Failed to connect socket server, server ip is %s",
                 address.data());
-    guard.error(65830, __FUNCTION__, __LINE__, "%s", qov::textOf(endpoint_->failure()).c_str());
+    guard.error(65830, __FUNCTION__, __LINE__, "%s",
+                why.empty() ? "Failed to connect to the management endpoint, or to say why not: "
+                              "no memory"
+                            : why.c_str());
     return -1;
   }
   guard.info(65612, __FUNCTION__, __LINE__, "Successed to connect socket server, server ip is %s",
              address.data());
   return 0;
+}
+
+/// Gives the line that says why there is no connection; empty when there is one, or no log for it.
+std::string CQOVLongSocket::connect(CQOVDebugKitGuard& guard) {
+  if (endpoint_ == nullptr) {
+    endpoint_ = qov::configuredEndpoint(guard);
+  }
+  peer_.set_handle(endpoint_->connect(limits_.connect, interruption_, server_));
+  const bool asked = peer_.get_handle() == ACE_INVALID_HANDLE && CQOVDebugKit::isOn(LM_ERROR);
+  return asked ? qov::textOf(endpoint_->failure()) : "";
 }
 
 unsigned int CQOVLongSocket::sendMsg_i(const unsigned char* data, unsigned int length) {
@@ -134,9 +145,11 @@ unsigned int CQOVLongSocket::sendMsg_i(const unsigned char* data, unsigned int l
   return reconnect();
 }
 
+/// errno says what has ended the connection that was.
 unsigned int CQOVLongSocket::reconnect() {
-  if (interruption_.isSet()) {
+  if (errno == ECANCELED) {
     peer_.close();
+    cut_ = false;
   } else {
     setupConnection();
   }
@@ -255,14 +268,17 @@ unsigned int CQOVLongSocket::sendMsg(CT7QPackageV3* package) {
 /// other threads wait for the lock.
 unsigned int CQOVLongSocket::exchange(const unsigned char* data, unsigned int length,
                                       CT7QPackageV3& package, bool& sent) {
+  const unsigned int changes = interruption_.changes();
   const ACE_Guard<ACE_Thread_Mutex> lock(lock_);
   Unanswered request(peer_);
   unsigned int result = attempt(data, length, package, sent);
-  if (result == kSocketFailed && !interruption_.isSet()) {
+  if (result == kSocketFailed && interruption_.wasClearSince(changes)) {
     result = attempt(data, length, package, sent);
   }
-  if (!cut_) {
-    request.settle();
+  request.settle();
+  if (cut_) {
+    // The endpoint would take the next request for the rest of this one.
+    setupConnection();
   }
   return result;
 }

@@ -54,7 +54,9 @@ bool waitFor(ACE_HANDLE socket, short events, const Patience& patience) {
   pollfd entries[] = {{socket, events, 0}, {patience.interruption.handle(), POLLIN, 0}};
   while (const int timeout = patience.deadline.pollTimeout()) {
     const int ready = ::poll(entries, std::size(entries), timeout);
-    if (patience.interruption.isSet()) {
+    // What the poll has seen holds, although the interruption may be over by now. Without a
+    // descriptor the poll sees none.
+    if (entries[1].revents != 0 || patience.interruption.isSet()) {
       return canceled();
     }
     if (ready > 0) {

@@ -7,6 +7,7 @@
 #include "tests/diag/process_root.h"
 #include "tests/link/link_fixture.h"
 #include "tests/link/scripted_names.h"
+#include "tests/link/scripted_poll.h"
 
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
@@ -83,6 +84,21 @@ TEST_F(EndpointName, HasTimeForTheSecondAddressWhenTheFirstTakesAllOfItsOwn) {
   EXPECT_THAT(records(),
               ElementsAre("INFO 65612 Successed to connect socket server, server ip is 127.0.0.2:" +
                           std::to_string(both.port())));
+}
+
+TEST_F(EndpointName, IsGivenUpWithAllItsAddressesWhenItIsInterrupted) {
+  const QuietAndOpen both;
+  NamedLink made("endpoint:" + std::to_string(both.port()));
+  ScriptedNames::know("endpoint", {QuietAndOpen::kQuiet, QuietAndOpen::kOpen});
+  const InsteadOfPoll interrupted([&](const InsteadOfPoll::Poll& real, int) {
+    made.interrupt();
+    const int ready = real();
+    made.resume();
+    return ready;
+  });
+  EXPECT_EQ(made.setupConnection(), -1);
+  EXPECT_EQ(made.whyNotConnected(),
+            "127.0.0.1:" + std::to_string(both.port()) + ": Operation canceled");
 }
 
 TEST_F(EndpointName, IsReportedWithWhatBecameOfEachAddress) {

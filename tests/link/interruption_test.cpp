@@ -102,6 +102,23 @@ TEST_F(Interrupting, EndsAWaitToSend) {
   EXPECT_THAT(records(), ElementsAre(std::string("ERR 65613 ") + kSendCanceled));
 }
 
+TEST_F(Interrupting, ConnectsNoMoreForARequestCutShort) {
+  plays({[this](PeerConnection& connection) {
+           connection.head();
+           asked.count();
+           connection.ignoreAll();
+         },
+         answers});
+  connects(endless());
+  holdsLittle();
+  makeLarge();
+  {
+    const Afterwards interrupts(asked, interruptsTheSleeper());
+    EXPECT_EQ(sends(), kSocketFailed);
+  }
+  EXPECT_THAT(causes(), ElementsAre(kHeadFailed, kReceiveCanceled));
+}
+
 TEST_F(Interrupting, EndsConnecting) {
   QuietPort quiet;
   quiet.makeRoom();

@@ -63,6 +63,13 @@ void LinkTest::holdsLittle() const {
   ASSERT_EQ(::setsockopt(sockets[0], SOL_SOCKET, SO_SNDBUF, &least, sizeof least), 0);
 }
 
+void LinkTest::makeLarge() {
+  const std::string octets(60000, 'x');
+  for (int i = 0; i < 4; ++i) {
+    package.addRecord(2).addOctets(1, octets.data(), octets.size());
+  }
+}
+
 LinkTest::Strings LinkTest::records(const std::string& tag) const {
   Strings found;
   for (const LogRecord& record : recordsIn(log.text())) {

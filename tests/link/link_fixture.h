@@ -67,6 +67,8 @@ class LinkTest : public ::testing::Test {
   /// Makes the system hold no more than a few thousand bytes that the peer has not taken, so that
   /// one send cannot take a larger request.
   void holdsLittle() const;
+  /// Makes the request larger than one send takes after holdsLittle().
+  void makeLarge();
   unsigned int sends() { return link->sendMsg(&package); }
   unsigned int walks() { return link->sendGetNextMsgV3(&package); }
 

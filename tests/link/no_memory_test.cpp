@@ -1,3 +1,7 @@
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <new>
 
 #include "tests/diag/process_root.h"
@@ -5,6 +9,7 @@
 #include "tests/support/failing_allocations.h"
 
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 
 namespace qov::test {
 namespace {
@@ -67,6 +72,63 @@ TEST_F(NoMemory, AnywhereInTheMakingOfAConfiguredLinkIsNoException) {
     EXPECT_NO_THROW(CQOVLongSocket());
     failed = failing.hasFailed();
   }
+}
+
+TEST_F(NoMemory, ToSayWhyThereIsNoConnectionIsNoException) {
+  const ScriptedPeer nobody;
+  TestLink made(nobody.port());
+  for (const auto level : {LM_ERROR, LM_INFO}) {
+    log.log().priority_mask(level, ACE_Log_Msg::PROCESS);
+    log.clear();
+    bool failed = true;
+    for (long count = 0; failed; ++count) {
+      const auto failing = FailingAllocations::ofThoseThatThrow(count);
+      EXPECT_NO_THROW(EXPECT_EQ(made.setupConnection(), -1));
+      EXPECT_NO_THROW(EXPECT_EQ(made.sendMsg_i(nullptr, 0), kSocketFailed));
+      failed = failing.hasFailed();
+    }
+  }
+}
+
+/// Listens at an address whose text is too long for a string without memory of its own.
+class LongAddress {
+ public:
+  LongAddress() {
+    const ACE_INET_Addr any(u_short{0}, "127.100.100.100");
+    const auto* name = static_cast<const sockaddr*>(any.get_addr());
+    socklen_t size = sizeof name_;
+    EXPECT_EQ(::bind(listener_, name, static_cast<socklen_t>(any.get_size())), 0);
+    EXPECT_EQ(::listen(listener_, 100), 0);
+    EXPECT_EQ(::getsockname(listener_, reinterpret_cast<sockaddr*>(&name_), &size), 0);
+  }
+  ~LongAddress() { ::close(listener_); }
+  LongAddress(const LongAddress&) = delete;
+  LongAddress& operator=(const LongAddress&) = delete;
+
+  ACE_INET_Addr get() const { return ACE_INET_Addr(&name_, sizeof name_); }
+
+ private:
+  const int listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in name_{};
+};
+
+class LongNamedLink : public CQOVLongSocket {
+ public:
+  explicit LongNamedLink(const ACE_INET_Addr& address) : CQOVLongSocket(address, Limits()) {}
+};
+
+TEST_F(NoMemory, AnywhereInTheMakingOfALinkLeavesNoConnectionBehind) {
+  const LongAddress address;
+  bool failed = true;
+  for (long count = 0; failed; ++count) {
+    const auto failing = FailingAllocations::ofThoseThatThrow(count);
+    try {
+      const LongNamedLink made(address.get());
+    } catch (const std::bad_alloc&) {
+    }
+    failed = failing.hasFailed();
+  }
+  EXPECT_THAT(socketsTo(address.get().get_port_number()), IsEmpty());
 }
 
 TEST_F(NoMemory, ToEncodeIsReported) {

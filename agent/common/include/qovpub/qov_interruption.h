@@ -24,16 +24,23 @@ class Interruption {
 
   void set();
   void clear();
-  bool isSet() const { return set_; }
+  bool isSet() const { return isSetAt(changes_); }
+
+  /// How often the flag was set or cleared: for wasClearSince().
+  unsigned changes() const { return changes_; }
+  /// Whether the flag was clear at that count of changes and has been ever since.
+  bool wasClearSince(unsigned changes) const { return changes_ == changes && !isSetAt(changes); }
 
   /// Readable while the flag is set; for poll() only. Negative, which poll() skips, without one.
   ACE_HANDLE handle() const { return handle_; }
 
  private:
+  static bool isSetAt(unsigned changes) { return changes % 2 != 0; }
+
   const ACE_HANDLE handle_;
   // Keeps flag and descriptor alike.
   std::mutex mutex_;
-  std::atomic<bool> set_{false};
+  std::atomic<unsigned> changes_{0};
 };
 
 }  // namespace qov

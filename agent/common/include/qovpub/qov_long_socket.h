@@ -22,16 +22,19 @@ class Endpoint;
 ///
 /// It connects when it is made and stays connected. Whatever fails on the way closes the connection
 /// and makes a new one at once; an exchange repeats its request once when that happens. A link
-/// without a connection (the endpoint was away) tries again with its next exchange. A process that
-/// has forked uses it on one side only.
+/// without a connection (the endpoint was away) tries again with its next exchange.
+///
+/// A process that has forked uses it on one side only. Make it after CQOVapp::init(): becoming a
+/// daemon closes its descriptors.
 ///
 /// Thread: sendMsg(), sendGetNextMsgV3(), interrupt() and resume() from any thread. An exchange has
 ///         the connection for itself; a walk lets those of other threads in between its steps. All
 ///         other operations are the steps of an exchange: they are for derived classes and need the
 ///         link alone.
 /// Owns:   the connection and 2 MiB to receive in. Packages stay with the caller.
-/// Errors: by the result and a log line. What the message model throws comes through:
-///         std::bad_alloc, and CQOV_Exception as sendGetNextMsgV3() has it.
+/// Errors: by the result and a log line; without memory to connect there is no connection. What the
+///         message model throws comes through: std::bad_alloc, and CQOV_Exception as
+///         sendGetNextMsgV3() has it.
 ///
 /// The class has virtual operations but no virtual destructor: the layout of its table of
 /// virtual operations is fixed. Delete an object as what it was made.
@@ -60,12 +63,14 @@ class CQOVLongSocket {
 
   /// Gives `package` a fresh serial number, sends it and waits for its answer, which `package`
   /// holds afterwards. Takes 30 seconds to send, 30 to receive the header, 30 to receive the rest
-  /// and 2 to connect at most, all of it twice when it fails; other exchanges wait meanwhile.
+  /// and 2 to connect at most, all of it twice when it fails. A name that could not be looked up so
+  /// far takes, each time, as long as the system's name servers do. Other exchanges wait meanwhile.
   ///
   /// Returns 0, one of the three results above, or the answer's RET field, when that is not 0;
   /// `package` has the answer's header and records then, too, if it can be decoded. After
   /// kNotEncoded, and when neither attempt could be sent, it has the request; in all other cases no
-  /// records. A request of megabytes may be cut short, which counts as sent.
+  /// records. A request of megabytes may be cut short, which counts as sent; the link then connects
+  /// anew behind the answer.
   unsigned int sendMsg(CT7QPackageV3* package);
 
   /// Reads a table: sends `package`, then each answer's record as the next request, until a record
@@ -81,23 +86,25 @@ class CQOVLongSocket {
   /// Ends the exchanges under way, in other threads, and all that begin before resume(): result
   /// kSocketFailed, no retry. It does not matter what they wait for: to connect, to send, to
   /// receive, or for each other. Only the system's look-up of a name runs to its end. Does not wait
-  /// until they have ended. The link has no connection then and makes one after resume().
+  /// until they have ended. An exchange that notices it closes the connection; the first one after
+  /// resume() makes another.
   ///
   /// For a module that stops: one call, at any time, and no thread of it stays in the link.
   void interrupt();
 
-  /// Lets exchanges work again. An exchange that has not noticed interrupt() by then goes on.
+  /// Lets exchanges work again. One that has noticed interrupt() by then ends nevertheless; another
+  /// goes on, without a retry.
   void resume();
 
   /// Connects to the endpoint in place of the connection that may be there. A host may have several
-  /// addresses: they are tried in turn, each for an equal part of what is left of 2 seconds in all.
+  /// addresses: they are tried in turn, each once, for an equal part of what is left of 2 seconds.
   /// A name that could not be looked up so far is looked up first, which takes as long as the
   /// system's name servers do. Returns 0, or -1 without a connection.
   int setupConnection();
 
   /// Waits until the connection takes anything, for at most 30 seconds, and sends `length` bytes.
   /// One call of the system: if it takes a part only, that is all that is sent, and the exchange
-  /// closes the connection at its end. Returns 0, or kSocketFailed after connecting anew.
+  /// connects anew at its end. Returns 0, or kSocketFailed after connecting anew.
   virtual unsigned int sendMsg_i(const unsigned char* data, unsigned int length);
 
   /// Receives one message and puts it into `package`; recvData() with 30 seconds, then convert().
@@ -128,7 +135,7 @@ class CQOVLongSocket {
 
   /// Why the last attempt to connect has failed, as in "Connection refused" or "no such host"; of a
   /// host with several addresses: "[::1]:19001: Connection refused; 127.0.0.1:19001: ...". Empty
-  /// when it has succeeded.
+  /// when it has succeeded or there was no memory for it.
   std::string whyNotConnected() const;
 
  private:
@@ -141,6 +148,7 @@ class CQOVLongSocket {
   bool receiveHead(char* to, const qov::Deadline& deadline);
   bool receiveBody(char* to, unsigned int length, const qov::Deadline& deadline);
   unsigned int reconnect();
+  std::string connect(CQOVDebugKitGuard& guard);
 
   // Guarded by lock_, limits_ and interruption_ excepted: the first is constant after construction,
   // the other guards itself.

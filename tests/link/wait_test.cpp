@@ -1,0 +1,87 @@
+// What a link waits for and how long, in a program that sees every wait.
+#include <poll.h>
+
+#include <chrono>
+
+#include "tests/link/exchange_fixture.h"
+#include "tests/link/scripted_poll.h"
+#include "tests/support/latch.h"
+
+using ::testing::_;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+namespace qov::test {
+namespace {
+
+class Wait : public LinkTest {
+ protected:
+  /// Interrupts a wait, and calls resume() as soon as the system has ended it.
+  InsteadOfPoll::Script interruptsAndResumes() {
+    return [this](const InsteadOfPoll::Poll& real, int) {
+      link->interrupt();
+      const int ready = real();
+      link->resume();
+      return ready;
+    };
+  }
+};
+
+TEST_F(Wait, ThatIsInterruptedAndResumedIsNoConnection) {
+  QuietPort quiet;
+  quiet.makeRoom();
+  link = std::make_unique<TestLink>(quiet.port(), endless());
+  log.clear();
+  const InsteadOfPoll interrupted(interruptsAndResumes());
+  EXPECT_EQ(link->setupConnection(), -1);
+  EXPECT_THAT(messages("ERR"), ElementsAre(_, EndsWith(": Operation canceled")));
+}
+
+TEST_F(Wait, ThatIsInterruptedAndResumedEndsTheExchange) {
+  plays({[](PeerConnection& connection) { connection.ignoreAll(); }, answers});
+  connects(endless());
+  {
+    const InsteadOfPoll interrupted(interruptsAndResumes());
+    EXPECT_EQ(sends(), kSocketFailed);
+  }
+  EXPECT_THAT(causes(), ElementsAre(kHeadFailed,
+                                    "Failed to receive V3 message, error is Operation canceled"));
+  EXPECT_THAT(socketsTo(peer.port()), IsEmpty());
+  EXPECT_EQ(sends(), 0U) << "it was resumed";
+}
+
+TEST_F(Wait, ForABodyHasTheWholeTimeAgain) {
+  using Clock = std::chrono::steady_clock;
+  Latch waits;
+  Clock::time_point headSent;
+  plays({[&](PeerConnection& connection) {
+    const Message answer = answerTo(connection.request(), recordBytes(77));
+    waits.waitFor(1);
+    // Time of which the wait for the body must not be robbed.
+    constexpr int kPause = 20;
+    ::poll(nullptr, 0, kPause);
+    headSent = Clock::now();
+    connection.send({answer.begin(), answer.begin() + 28});
+    waits.waitFor(2);
+    connection.send({answer.begin() + 28, answer.end()});
+  }});
+  const TestLink::Limits limits = endless();
+  connects(limits);
+  std::vector<Clock::time_point> ends;
+  {
+    const InsteadOfPoll seen([&](const InsteadOfPoll::Poll& real, int timeout) {
+      ends.push_back(Clock::now() + std::chrono::milliseconds(timeout));
+      waits.count();
+      return real();
+    });
+    EXPECT_EQ(sends(), 0U);
+  }
+  peer.join();
+  ASSERT_THAT(ends, SizeIs(2));
+  EXPECT_GE(ends[1], headSent + std::chrono::seconds(limits.reply.sec()));
+}
+
+}  // namespace
+}  // namespace qov::test
