@@ -171,5 +171,23 @@ TEST_F(WiresharkCells, AreFoundByFilters) {
             std::vector<std::string>{"5\teth01"});
 }
 
+TEST(WiresharkText, CannotSteerATerminalOrTurnTheDirectionOfWriting) {
+  const TemporaryDirectory directory;
+  Capture capture(directory.file("text.pcap"));
+  const std::string text =
+      "a\x1b[2J\x7F\xC2\x85\xD8\x9C\xE2\x80\xAE\xE2\x81\xA6 \xC2\xA0\xE2\x80\x90";
+  Connection(capture).ask(message(1, record(1, cell(1, kString, text + kNul))));
+  const Finished shown = Tshark().start(capture.file(), {"-V", "-O", "qov.v3"});
+  EXPECT_NE(
+      shown.out.find("Cell: tag 1, String, \"a\\x1b[2J\\x7f\\xc2\\x85\\xd8\\x9c\\xe2\\x80\\xae"
+                     "\\xe2\\x81\\xa6 \xC2\xA0\xE2\x80\x90\""),
+      std::string::npos)
+      << shown.out;
+  for (const char* control :
+       {"\x1b", "\x7F", "\xC2\x85", "\xD8\x9C", "\xE2\x80\xAE", "\xE2\x81\xA6"}) {
+    EXPECT_EQ(shown.out.find(control), std::string::npos) << shown.out;
+  }
+}
+
 }  // namespace
 }  // namespace qov::test

@@ -277,6 +277,22 @@ TEST_F(WiresharkExchanges, TakeItForTheSameWhenTheFirstIsAnsweredTooLateOnly) {
   EXPECT_EQ(repeats(4), 0U);
 }
 
+TEST_F(WiresharkExchanges, TakeItForAnotherOnceNoAgentCanBeWaitingForTheFirst) {
+  const auto askTwice = [&](int milliseconds, std::uint16_t port) {
+    Connection(capture_, port).ask(message(7, ""));
+    const unsigned int first = capture_.frames();
+    capture_.pass(milliseconds);
+    Connection(capture_, port).ask(message(7, ""));
+    return first;
+  };
+  const unsigned int first = askTwice(91900, 4444);
+  askTwice(92000, 4445);
+  dissect();
+  ASSERT_EQ(shown_.size(), 4U);
+  EXPECT_EQ(repeats(1), first);
+  EXPECT_EQ(repeats(3), 0U);
+}
+
 TEST_F(WiresharkExchanges, TakeItForAnotherWhoeverElseAsksTheSame) {
   const std::string request = message(7, record(1));
   Connection answered(capture_);

@@ -22,6 +22,8 @@ local CURSOR_TAG = 4093
 -- a new request, not one that is sent again.
 local HALF_OF_SERIALS = 16384
 local PATIENCE = 30 -- seconds that an agent waits for an answer
+-- Seconds after which it has given up: to send, for the head, for what is behind it, and to connect.
+local LONGEST = 3 * PATIENCE + 2
 
 local EMPTY_TAG = 4094
 local INVALID, OCTET, STRING, UINT, INT = 0, 1, 2, 3, 4
@@ -265,7 +267,8 @@ local function find_given_up(connection, serial, bytes, now)
   local list = waiting[connection.answering.port .. " " .. serial] or {}
   for place = #list, 1, -1 do
     local other = list[place]
-    if other.bytes == bytes and other.asking.address == connection.asking.address and
+    if other.bytes == bytes and now - other.since <= LONGEST and
+       other.asking.address == connection.asking.address and
        other.answering.address == connection.answering.address then
       return { connection = other, asked = other.asked, frame = other.frame,
                too_late = now - other.since >= PATIENCE }
@@ -434,6 +437,20 @@ local function is_text(bytes)
   return bytes:find("\0", 1, true) == #bytes and is_utf8(bytes)
 end
 
+local function escaped(bytes)
+  return (bytes:gsub(".", function(byte) return ("\\x%02x"):format(byte:byte()) end))
+end
+
+-- UTF-8 text without what could steer a terminal (C0, DEL, C1) or set the direction of writing
+-- (U+061C, U+200E, U+200F, U+202A to U+202E, U+2066 to U+2069).
+local function without_controls(text)
+  return (text:gsub("[\1-\31\127]", escaped)
+              :gsub("\194[\128-\159]", escaped)
+              :gsub("\216\156", escaped)
+              :gsub("\226\128[\142\143\170-\174]", escaped)
+              :gsub("\226\129[\166-\169]", escaped))
+end
+
 local function is_number_type(type)
   return type > STRING
 end
@@ -454,7 +471,7 @@ local function add_text(tree, field, tvb, offset, length)
     return length .. " bytes that are no text"
   end
   tree:add_packet_field(field, range, ENC_UTF_8)
-  return '"' .. range:stringz(ENC_UTF_8) .. '"'
+  return '"' .. without_controls(range:stringz(ENC_UTF_8)) .. '"'
 end
 
 -- Adds the value by its type; how it reads in one line.
