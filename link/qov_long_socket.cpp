@@ -163,6 +163,7 @@ unsigned int CQOVLongSocket::recvData(char* buffer, unsigned int& length,
   if (readMessage(buffer, length, timeout, guard)) {
     return 0;
   }
+  receiveError_ = errno;
   guard.error(65616, __FUNCTION__, __LINE__, "Failed to receive V3 message, error is %s",
               std::strerror(errno));
   return reconnect();

@@ -86,6 +86,7 @@ TEST_F(QovctlCommandLine, SaysInEveryHelpHowItEnds) {
     EXPECT_THAT(run({command, "--help"}).out, HasSubstr("127.0.0.1:19001"));
     EXPECT_THAT(run({command, "--help"}).out, HasSubstr("[HOST]:PORT"));
     EXPECT_THAT(run({command, "--help"}).out, HasSubstr("0.001 to 86400"));
+    EXPECT_THAT(run({command, "--help"}).out, HasSubstr("Connecting takes at most 2 seconds, or"));
   }
   EXPECT_THAT(run({"get", "--help"}).out, HasSubstr("required with a key"));
   for (const std::string& word : Words{"get", "walk", "send", "decode"}) {
@@ -128,8 +129,8 @@ TEST_F(QovctlCommandLine, RefusesWhatIsTooMuch) {
 }
 
 TEST_F(QovctlCommandLine, RefusesValuesThatAreNone) {
-  for (const std::string& endpoint :
-       Words{"", "host", "host:", ":1", "host:0", "host:65536", "host:1x", "::1:1", "[]:1"}) {
+  for (const std::string& endpoint : Words{"", "host", "host:", ":1", "host:0", "host:65536",
+                                           "host:1x", "host:0x958f", "[x]:y]:1", "[]:1", "70000"}) {
     expectUsageError({"get", "counts", "--endpoint", endpoint}, "--endpoint");
   }
   for (const std::string& timeout : Words{"0", "-1", "nan", "inf", "86401", "1s", ""}) {
@@ -162,16 +163,19 @@ TEST_F(QovctlCommandLine, RefusesRecordsThatAreNone) {
   refusedCell("1:Uint", "not TAG:TYPE:VALUE");
   refusedCell("4096:Uint:1", "the tag");
   refusedCell("1:Number:1", "type: \"Number\" is no type");
-  refusedCell("1:Uint:x", "not JSON");
+  refusedCell("1:Uint:x", "not a number of up to 64 bits (16 or 0x10)");
+  refusedCell("1:Enum:18446744073709551616", "not a number of up to 64 bits");
+  refusedCell("1:Time:", "not a number");
   refusedCell("1:Json:0x10", "not JSON");
-  refusedCell("1:Int:-", "not JSON");
+  refusedCell("1:Int:-", "not a number");
+  refusedCell("1:Int:-9223372036854775809", "not a number of up to 64 bits");
   refusedCell("1:Uint:-1", "value: -1 is not within");
   refusedCell("1:Octet:0", "value: not pairs");
   refusedCell("1:Array:{}", "value: not an array");
   refused({"--command", "1", "--cell", "1:String:" + std::string(65531, 'a')},
           "aaa...\": record is too long, length is 65536");
-  refusedCell("1:Bool:yes", "not JSON");
-  refusedCell("1:Uint:true", "value: not an integer");
+  refusedCell("1:Bool:yes", "neither true, false nor a number");
+  refusedCell("1:Uint:true", "not a number");
 }
 
 TEST_F(QovctlCommandLine, TakesValuesAtTheirLimits) {
@@ -182,10 +186,20 @@ TEST_F(QovctlCommandLine, TakesValuesAtTheirLimits) {
        std::vector<Words>{{"get", "counts", "--timeout", "0.001"},
                           {"get", "--table", "4294967295", "18446744073709551615"},
                           {"walk", "--table", "0xFFFFFFFF", "--after=0", "--timeout=86400"},
-                          {"send", "--command", "0xFFFFFFFFFFFFFFFF", "--cell", "4095:Uint:0"}}) {
+                          {"send", "--command", "0xFFFFFFFFFFFFFFFF", "--cell", "4095:Uint:0"},
+                          {"send", "--command=1", "--cell=1:Int:-9223372036854775808",
+                           "--cell=1:Uint:18446744073709551615", "--cell=1:Bool:true"}}) {
     Words words = arguments;
     words.push_back(endpoint);
     EXPECT_EQ(run(words).status, 3) << ::testing::PrintToString(words);
+  }
+}
+
+TEST_F(QovctlCommandLine, TakesTheEndpointsThatTheLinkTakes) {
+  const ClosedPort nobody;
+  const std::string port = std::to_string(nobody.port());
+  for (const std::string& endpoint : {"127.0.0.1:" + port, "[127.0.0.1]:" + port, port}) {
+    EXPECT_EQ(run({"get", "counts", "--endpoint", endpoint}).status, 3) << endpoint;
   }
 }
 

@@ -193,6 +193,13 @@ TEST_F(QovctlEndpoint, PrintsEachRowAsItComes) {
   }
 }
 
+TEST_F(QovctlEndpoint, DumpsTheBadReplyOfAWalkButNoRefusedOne) {
+  plays({[](PeerConnection& link) { link.answer(Bytes().record(1, 0).record(2, 0)); }});
+  EXPECT_THAT(walk({"--dump"}).out, HasSubstr("cmd = 2"));
+  plays({[](PeerConnection& link) { link.answer(Bytes().record(1, 0), 4); }});
+  EXPECT_EQ(walk({"--dump"}).out, "");
+}
+
 TEST_F(QovctlEndpoint, NamesTheColumnsAgainWithOneMore) {
   plays({[](PeerConnection& link) {
     link.answer(row("lo", 1));
@@ -488,6 +495,16 @@ TEST_F(QovctlEndpoint, PrintsTheReplyToWhatItSendsWhateverItsResult) {
   EXPECT_THAT(refused.err, EndsWith("RET 4 (bad request)\n"));
 }
 
+TEST_F(QovctlEndpoint, SaysThatTheReplyToWhatItSendsCannotBeDecodedInsteadOfPrintingIt) {
+  plays({[](PeerConnection& link) { link.answer(Bytes().record(1, 4).cell(1, 10, 0), 4); }});
+  const QovctlRun refused = ask({"send", "--command", "1"});
+  EXPECT_EQ(refused.status, 5);
+  EXPECT_EQ(refused.out, "");
+  EXPECT_EQ(refused.err,
+            "qovctl: the endpoint refused the request: RET 4 (bad request); its reply cannot be "
+            "decoded: bad data at byte 38: cell-type: 10 is none of 0 to 9\n");
+}
+
 TEST_F(QovctlEndpoint, EndsWithSixWhenTheReplyIsToAnotherRequest) {
   plays({[](PeerConnection& link) {
     Message reply = answerTo(link.request());
@@ -582,8 +599,7 @@ TEST_F(QovctlEndpoint, EndsWithSevenWhenAWalkDoesNotEnd) {
   EXPECT_EQ(failed.status, 7);
   EXPECT_EQ(
       failed.err,
-      "qovctl: the walk stopped after 10000 rows, before the end of the table; --after 1 goes "
-      "on\n");
+      "qovctl: the walk stopped after 10000 rows, the table may have more; --after 1 goes on\n");
   EXPECT_EQ(std::count(failed.out.begin(), failed.out.end(), '\n'), 10001);
 }
 

@@ -5,6 +5,7 @@
 #include <limits>
 #include <optional>
 
+#include "link/endpoint_address.h"
 #include "tools/qovctl/failure.h"
 #include "tools/qovctl/streams.h"
 #include "tools/qovctl/tables.h"
@@ -23,7 +24,7 @@ Exit status:
   4  no reply in time
   5  the endpoint refused the request (RET, which is printed) or ended a walk with a status
   6  bad data: the input, or a reply, is not what it should be
-  7  a walk stopped before the end of its table
+  7  a walk stopped after 10000 rows; its table may have more
 What went wrong is one line on standard error. When nobody reads its output any more the program
 ends by SIGPIPE, as others do.)";
 
@@ -49,8 +50,8 @@ constexpr const char* kGetText = R"(For example:
 constexpr const char* kWalkText = R"(
 Each row is printed as it comes. A column is as wide as its widest value so far (8 to 60
 characters); the line of names comes again with a row that has one more column. --json has a message
-for each row, --dump each reply as the logs would have it. A walk stops after 10000 rows; --after
-goes on behind the last key.)";
+for each row, --dump each reply that refuses nothing, as the logs would have it. A walk stops after
+10000 rows; --after goes on behind the last key.)";
 
 constexpr const char* kSendText = R"(
 The file holds one V3 message as "qovctl decode --json" prints it; what has a default and all
@@ -142,7 +143,7 @@ CLI::App* CommandLine::addEndpointCommand(const std::string& name, const std::st
       ->add_option(
           "--timeout", target_.timeout,
           "Seconds (0.001 to 86400) for sending, for the head of the reply and for the rest of it, "
-          "each; connecting may take 2 of them")
+          "each. Connecting takes at most 2 seconds, or this time if that is shorter")
       ->check(checkTimeout)
       ->capture_default_str();
   command->add_flag("--verbose", verbose_, "Show on standard error what the link logs");

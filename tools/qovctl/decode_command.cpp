@@ -50,11 +50,6 @@ class Printer {
   std::optional<JsonDocument> document_;
 };
 
-[[noreturn]] void refuse(Printer& printer, const Refusal& refusal, std::size_t start) {
-  printer.end();
-  throw Failure(kBadData, textOf(refusal, start));
-}
-
 /// Prints the message at the start of `rest`, which `start` bytes precede, and returns its size.
 std::size_t decodeOne(std::string_view rest, std::size_t start, std::optional<Kind> kind,
                       Printer& printer) {
@@ -62,16 +57,24 @@ std::size_t decodeOne(std::string_view rest, std::size_t start, std::optional<Ki
     kind = kindOfBytes(rest);
   }
   if (!kind) {
-    refuse(printer, unknownKind(rest), start);
+    throw Failure(kBadData, textOf(unknownKind(rest), start));
   }
   printer.begin(*kind);
   Message message(*kind);
   const auto size = message.decode(rest);
   if (!size) {
-    refuse(printer, findRefusal(rest, *kind), start);
+    throw Failure(kBadData, textOf(findRefusal(rest, *kind), start));
   }
   printer.add(message);
   return *size;
+}
+
+void decodeAll(std::string_view input, std::optional<Kind> kind, Printer& printer) {
+  std::size_t start = 0;
+  // Input without a byte has no message, either.
+  do {
+    start += decodeOne(input.substr(start), start, kind, printer);
+  } while (start < input.size());
 }
 
 }  // namespace
@@ -79,11 +82,12 @@ std::size_t decodeOne(std::string_view rest, std::size_t start, std::optional<Ki
 void decode(const DecodeOptions& options) {
   const std::string input = inputOf(options);
   Printer printer(options.json);
-  std::size_t start = 0;
-  // Input without a byte has no message, either.
-  do {
-    start += decodeOne(std::string_view(input).substr(start), start, options.kind, printer);
-  } while (start < input.size());
+  try {
+    decodeAll(input, options.kind, printer);
+  } catch (...) {
+    printer.end();
+    throw;
+  }
   printer.end();
 }
 

@@ -70,7 +70,8 @@ void send(const EndpointOptions& options, CT7QPackageV3& request) {
   try {
     sending.link().exchange(request);
   } catch (const Failure& failure) {
-    if (failure.code() == kEndpointError) {
+    if (failure.code() == kEndpointError &&
+        request.decodeFault().kind == DecodeFault::Kind::kNone) {
       printReply();
     }
     throw;
@@ -102,8 +103,9 @@ void walk(const EndpointOptions& options, std::uint32_t table, std::optional<std
   Sending sending(options.target);
   WalkOutput output(options.format, table);
   try {
-    sending.link().walk(request, [&](const CT7QPackageV3& reply) { output.add(reply); });
-  } catch (const Failure&) {
+    sending.link().walk(request,
+                        [&](const CT7QPackageV3& reply, bool isRow) { output.add(reply, isRow); });
+  } catch (...) {
     output.endEarly();
     throw;
   }

@@ -30,8 +30,8 @@ void getRow(const EndpointOptions& options, std::uint32_t table, std::uint64_t k
 void getCounts(const EndpointOptions& options);
 /// All rows of the table, or those behind `after`, each as it comes.
 void walk(const EndpointOptions& options, std::uint32_t table, std::optional<std::uint64_t> after);
-/// Sends the message in `file`, JSON, and prints the reply, whatever its RET: as JSON, or as logs
-/// have it.
+/// Sends the message in `file`, JSON, and prints the reply, whatever its RET, if it can be
+/// decoded: as JSON, or as logs have it.
 void sendFile(const EndpointOptions& options, const std::string& file);
 /// The same for the message that the parts make up.
 void sendParts(const EndpointOptions& options, const std::vector<RequestPart>& parts);

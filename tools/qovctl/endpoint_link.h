@@ -14,26 +14,16 @@ namespace qov::ctl {
 
 /// Where the endpoint is and how long it may take.
 struct Target {
-  std::string endpoint = "127.0.0.1:19001";  ///< host:port or [host]:port
+  std::string endpoint = "127.0.0.1:19001";  ///< as the link takes it
   /// Seconds for sending, for the reply's head and for what is behind it, each.
   double timeout = 30;
 };
-
-/// The host and the port in host:port or [host]:port; nothing when it is no such text.
-struct HostPort {
-  std::string host;
-  unsigned short port;
-};
-std::optional<HostPort> hostPortOf(const std::string& text);
-
-/// Whether a reply to a walk is a row of the table and not the walk's end.
-bool isRow(const CT7QPackageV3& reply);
 
 /// The library's link, which also knows why an exchange came to nothing.
 ///
 /// Thread: one at a time.
 /// Owns:   the connection and a message's room to receive in.
-/// Errors: Failure.
+/// Errors: Failure; std::bad_alloc.
 class EndpointLink : public CQOVLongSocket {
  public:
   /// Connects to the first address of the host that takes the connection, or throws why none does.
@@ -45,10 +35,11 @@ class EndpointLink : public CQOVLongSocket {
   /// The same of a request whose reply has one record.
   void exchangeForRecord(CT7QPackageV3& package);
 
-  /// Walks a table. `take` gets each reply as it comes, the one that ends the walk too; what it
-  /// throws ends the walk.
-  using Taker = std::function<void(const CT7QPackageV3& reply)>;
-  void walk(CT7QPackageV3& request, Taker take);
+  /// Walks a table. `take` gets each reply as it comes, the one that ends the walk too, but none
+  /// that refuses the request. What it throws ends the walk. No reply is kept, not in `request`
+  /// either.
+  using Taker = std::function<void(const CT7QPackageV3& reply, bool isRow)>;
+  void walk(CT7QPackageV3& request, const Taker& take);
 
   /// Whether a request was sent once more.
   bool hasResent() const { return resent_; }
@@ -61,31 +52,26 @@ class EndpointLink : public CQOVLongSocket {
   void check(unsigned int result) const;
   [[noreturn]] void throwNoConnection() const;
   [[noreturn]] void throwNoReply() const;
+  [[noreturn]] void throwTooLong() const;
   [[noreturn]] void throwBadReply() const;
-  [[noreturn]] void throwNotOneRecord() const;
-  void noteWalked(const CT7QPackageV3& reply);
+  void takeReply(const CT7QPackageV3& reply);
   void checkEndOfWalk() const;
 
   const Target target_;
-  const ACE_Time_Value timeout_;
   std::vector<char> buffer_;
 
-  // Of the last request.
-  bool tried_ = false;
-  bool sent_ = false;
-  bool received_ = false;
-  bool timedOut_ = false;
+  // Of the last request: how far it has come. In a walk each reply that is taken settles one.
+  enum class Stage { kNotTried, kNotSent, kNotReceived, kReceived };
+  Stage stage_ = Stage::kNotTried;
   unsigned short serial_ = 0;
   unsigned int replyLength_ = 0;
-  // What the last reply was found to be, and how many records it has.
-  unsigned int converted_ = 0;
-  unsigned long records_ = 0;
+  bool decoded_ = false;
 
   // Of a walk.
   Taker take_;
   unsigned long rows_ = 0;
-  std::optional<std::uint64_t> status_;  ///< of the last reply
-  std::optional<std::uint64_t> key_;     ///< of the last row
+  std::uint64_t status_ = 0;          ///< of the last reply
+  std::optional<std::uint64_t> key_;  ///< of the last row
 
   bool resent_ = false;
 };

@@ -16,7 +16,7 @@ enum ExitCode : int {
   kTimedOut = 4,       ///< no reply in time
   kEndpointError = 5,  ///< the endpoint refused the request
   kBadData = 6,        ///< the input or a reply is not what it should be
-  kIncomplete = 7,     ///< a walk that stopped before the end of its table
+  kIncomplete = 7,     ///< a walk that stopped although its table may have more
 };
 
 /// Ends a command; what() is the one line for standard error.

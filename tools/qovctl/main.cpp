@@ -2,6 +2,7 @@
 #include <new>
 
 #include "tools/common/json_object.h"
+#include "tools/common/standard_streams.h"
 #include "tools/qovctl/command_line.h"
 #include "tools/qovctl/failure.h"
 #include "tools/qovctl/streams.h"
@@ -13,7 +14,7 @@ namespace {
 int runCommand(int argc, char** argv) try {
   try {
     CommandLine().run(argc, argv);
-  } catch (const Failure&) {
+  } catch (...) {
     finishOutput();
     throw;
   }
@@ -37,6 +38,6 @@ int runCommand(int argc, char** argv) try {
 }  // namespace qov::ctl
 
 int main(int argc, char** argv) {
-  qov::ctl::keepStandardStreams();
+  qov::tools::keepStandardStreams();
   return qov::ctl::runCommand(argc, argv);
 }

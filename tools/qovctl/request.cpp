@@ -4,7 +4,10 @@
 
 #include <cstdint>
 #include <limits>
+#include <optional>
+#include <string_view>
 
+#include "tools/common/cell_json.h"
 #include "tools/common/json_object.h"
 #include "tools/common/message_json.h"
 #include "tools/qovctl/failure.h"
@@ -16,14 +19,38 @@ namespace {
 
 using tools::BadJson;
 
-/// The value of a cell's text: numbers as they are elsewhere on the command line, or JSON.
-Json::Value valueOf(const std::string& type, const std::string& text) {
-  if (type == "String" || type == "Octet" || type == "Invalid") {
-    return text;
+/// As numbers are elsewhere on the command line, and with a minus in front.
+std::optional<Json::Value> signedNumberOf(std::string_view text) {
+  if (text.substr(0, 1) != "-") {
+    const auto number = numberOf(text, std::numeric_limits<std::uint64_t>::max());
+    return number ? std::optional(tools::jsonNumber(*number)) : std::nullopt;
   }
-  const bool json = type == "Array" || type == "Json";
-  const auto number = numberOf(text, std::numeric_limits<std::uint64_t>::max());
-  return number && !json ? tools::jsonNumber(*number) : tools::parseJson(text);
+  const auto number = numberOf(text.substr(1), std::uint64_t{1} << 63);
+  return number ? std::optional(Json::Value(static_cast<Json::Int64>(0 - *number))) : std::nullopt;
+}
+
+Json::Value valueOf(CTLVCell::ETLVType type, const std::string& text) {
+  switch (type) {
+    case CTLVCell::TLV_INVALID:
+    case CTLVCell::TLV_OCTET:
+    case CTLVCell::TLV_STRING:
+      return text;
+    case CTLVCell::TLV_ARRAY:
+    case CTLVCell::TLV_JSON:
+      return tools::parseJson(text);
+    default:
+      break;
+  }
+  const bool isBool = type == CTLVCell::TLV_BOOL;
+  if (isBool && (text == "true" || text == "false")) {
+    return text == "true";
+  }
+  const auto number = signedNumberOf(text);
+  if (!number) {
+    throw BadJson("", isBool ? "neither true, false nor a number"
+                             : "not a number of up to 64 bits (16 or 0x10)");
+  }
+  return *number;
 }
 
 CTLVCell cellOfText(const std::string& text) {
@@ -38,8 +65,9 @@ CTLVCell cellOfText(const std::string& text) {
   }
   Json::Value json(Json::objectValue);
   json["tag"] = tools::jsonNumber(*tag);
-  json["type"] = text.substr(first + 1, second - first - 1);
-  json["value"] = valueOf(json["type"].asString(), text.substr(second + 1));
+  const std::string type = text.substr(first + 1, second - first - 1);
+  json["type"] = type;
+  json["value"] = valueOf(tools::typeFromName(type, "type"), text.substr(second + 1));
   return tools::cellFromJson(json, "");
 }
 

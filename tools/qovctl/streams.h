@@ -6,10 +6,6 @@
 
 namespace qov::ctl {
 
-/// Lets no file or socket that the program opens become its standard input, output or error: one
-/// that the caller has closed fails when it is used.
-void keepStandardStreams();
-
 /// The content of `file`, or of standard input for "-". Throws Failure.
 std::string readInput(const std::string& file);
 

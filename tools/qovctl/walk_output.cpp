@@ -3,7 +3,6 @@
 #include <sstream>
 
 #include "tools/common/message_json.h"
-#include "tools/qovctl/endpoint_link.h"
 #include "tools/qovctl/streams.h"
 #include "tools/qovctl/tables.h"
 
@@ -13,10 +12,10 @@ WalkOutput::WalkOutput(Format format, std::uint32_t table)
     : format_(format),
       rows_(namedColumns(table), [table](unsigned short tag) { return columnName(table, tag); }) {}
 
-void WalkOutput::add(const CT7QPackageV3& reply) {
+void WalkOutput::add(const CT7QPackageV3& reply, bool isRow) {
   if (format_ == Format::kDump) {
     print(dumpOf(reply));
-  } else if (isRow(reply)) {
+  } else if (isRow) {
     format_ == Format::kJson ? addJson(reply) : print(rows_.lines(reply[0]));
   }
   // Whoever waits for the next row sees this one.

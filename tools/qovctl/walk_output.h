@@ -22,8 +22,8 @@ class WalkOutput {
  public:
   WalkOutput(Format format, std::uint32_t table);
 
-  /// Prints a reply, without delay. Of the reply that ends the walk only a dump shows anything.
-  void add(const CT7QPackageV3& reply);
+  /// Prints a reply, without delay. Of one that is no row only a dump shows anything.
+  void add(const CT7QPackageV3& reply, bool isRow);
   /// Prints what is behind the rows of a walk that has come to its end.
   void end();
   /// The same of one that has failed: nothing, unless there were rows.

@@ -138,6 +138,11 @@ class CQOVLongSocket {
   /// when it has succeeded or there was no memory for it.
   std::string whyNotConnected() const;
 
+  /// Why the last recvData() that failed has failed, an errno value: ETIME when the time was over,
+  /// EMSGSIZE when the message is longer than kMaxMessage, ENOLINK when the peer has closed the
+  /// connection. 0 when none has failed.
+  int whyNotReceived() const { return receiveError_; }
+
  private:
   unsigned int exchange(const unsigned char* data, unsigned int length, CT7QPackageV3& package,
                         bool& sent);
@@ -160,6 +165,7 @@ class CQOVLongSocket {
   qov::Interruption interruption_;
   const Limits limits_;
   bool cut_ = false;  ///< the endpoint lacks the end of a request on this connection
+  int receiveError_ = 0;
 };
 
 #endif
