@@ -37,6 +37,16 @@ TEST_F(EndpointInput, RefusesWhatIsNoJson) {
   }
 }
 
+TEST_F(EndpointInput, RefusesAFileThatDoesNotEnd) {
+  EXPECT_EQ(endpoint.run({"--tables", "/dev/zero"}).exitStatus, 2);
+  EXPECT_EQ(endpoint.errors(), "qov-endpoint: /dev/zero: more than 256 MiB\n");
+}
+
+TEST_F(EndpointInput, RefusesADirectory) {
+  EXPECT_EQ(endpoint.run({"--tables", "/"}).exitStatus, 2);
+  EXPECT_EQ(endpoint.errors(), "qov-endpoint: /: Is a directory\n");
+}
+
 TEST_F(EndpointInput, RefusesAnEmptyFileForWhatItIsWhateverFailedBefore) {
   const std::string file = endpoint.file("empty.json", "");
   errno = EINTR;

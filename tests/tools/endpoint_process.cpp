@@ -14,7 +14,11 @@ void EndpointProcess::spawn(const std::vector<std::string>& arguments) {
   pid_ = -1;
   BeforeProgram before;
   before.writeTo(STDOUT_FILENO, path("stdout"));
-  before.writeTo(STDERR_FILENO, path("stderr"));
+  if (hasErrors_) {
+    before.writeTo(STDERR_FILENO, path("stderr"));
+  } else {
+    before.close(STDERR_FILENO);
+  }
   if (files_ == 0) {
     pid_ = qov::test::spawn(QOV_ENDPOINT, arguments, before);
     return;

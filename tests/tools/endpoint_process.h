@@ -33,6 +33,8 @@ class EndpointProcess {
   void expectHost(const std::string& host) { host_ = host; }
   /// How many files the next ones may have open; it cannot have more.
   void limitFiles(unsigned files) { files_ = files; }
+  /// The next ones have no standard error.
+  void closeErrors() { hasErrors_ = false; }
   std::uint16_t port() const { return port_; }
   pid_t pid() const { return pid_; }
   void send(int signum) const { ::kill(pid_, signum); }
@@ -66,6 +68,7 @@ class EndpointProcess {
   pid_t pid_ = -1;
   std::uint16_t port_ = 0;
   std::string host_ = "127.0.0.1";
+  bool hasErrors_ = true;
   unsigned files_ = 0;  ///< 0 for as many as this process may have
 };
 

@@ -1,6 +1,8 @@
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <thread>
@@ -37,11 +39,17 @@ TEST_F(EndpointRun, SaysEverythingWhenAskedForHelp) {
   }
 }
 
+TEST_F(EndpointRun, EndsWithOneWhenHelpCannotBeWritten) {
+  ASSERT_EQ(::symlink("/dev/full", endpoint.path("stdout").c_str()), 0);
+  EXPECT_EQ(run({"--help"}).exitStatus, 1);
+  EXPECT_EQ(endpoint.errors(), "qov-endpoint: the help cannot be written\n");
+}
+
 TEST_F(EndpointRun, RefusesWhatItDoesNotKnow) {
   expectUsage({"--bogus"}, "--bogus");
   expectUsage({"stray"}, "stray");
   expectUsage({"--port"}, "--port");
-  expectUsage({"--port", "65536"}, "--port");
+  expectUsage({"--port", "65536"}, "--port: not a number from 0 to 65535: 65536");
   expectUsage({"--port", "x"}, "--port");
   expectUsage({"--address", "localhost"}, "not an IPv4 or IPv6 address: localhost");
   expectUsage({"--address", "[127.0.0.1]"}, "not an IPv4 or IPv6 address: [127.0.0.1]");
@@ -53,7 +61,7 @@ TEST_F(EndpointRun, RefusesWhatItDoesNotKnow) {
     expectUsage({"--port", "0", option, ""}, std::string(option) + ": no file is named");
   }
   for (const char* option : {"--port", "--wait", "--grace"}) {
-    expectUsage({option, ""}, std::string(option) + ": no number is given");
+    expectUsage({option, ""}, std::string(option) + ": not a number from 0 to 65535");
   }
 }
 
@@ -256,6 +264,35 @@ TEST_F(EndpointRun, LeavesAFileAloneThatHoldsNoCounts) {
 TEST_F(EndpointRun, FailsOnACountsFileThatCannotBeMade) {
   EXPECT_EQ(run({"--port", "0", "--counts", endpoint.path("missing/counts")}).exitStatus, 1);
   EXPECT_THAT(endpoint.errors(), HasSubstr("missing/counts: No such file"));
+}
+
+TEST_F(EndpointRun, KeepsTheCountsApartFromAStandardErrorThatIsClosed) {
+  endpoint.closeErrors();
+  starts({"--verbose"});
+  const EndpointClient asking = client();
+  for (std::uint16_t serial = 1; serial <= 10; ++serial) {
+    EXPECT_EQ(asking.exchange(request(serial)), answer(serial));
+  }
+  const std::string counts = readFile(endpoint.path("counts"));
+  EXPECT_THAT(counts, testing::StartsWith("connections 1 "));
+  EXPECT_EQ(std::count(counts.begin(), counts.end(), '\n'), 7) << counts;
+}
+
+TEST_F(EndpointRun, ServesAndStopsWhileNobodyReadsItsErrors) {
+  const std::string pipe = endpoint.path("stderr");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  const int unread = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  ASSERT_EQ(::fcntl(unread, F_SETPIPE_SZ, 4096), 4096);
+  starts({"--verbose"});
+  const EndpointClient asking = client();
+  // More lines, those of the codec included, than the pipe holds.
+  for (std::uint16_t serial = 1; serial <= 200; serial += 2) {
+    ASSERT_EQ(asking.exchange(request(serial)), answer(serial));
+    const auto next = static_cast<std::uint16_t>(serial + 1);
+    ASSERT_EQ(asking.exchange(message(next, "bad")), message(next, "", 4));
+  }
+  EXPECT_EQ(endpoint.end(SIGTERM).exitStatus, 0);
+  ::close(unread);
 }
 
 TEST_F(EndpointRun, TellsNothingOrEveryExchange) {

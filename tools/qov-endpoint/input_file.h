@@ -1,13 +1,10 @@
 #ifndef QOV_TOOLS_QOV_ENDPOINT_INPUT_FILE_H
 #define QOV_TOOLS_QOV_ENDPOINT_INPUT_FILE_H
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 
+#include "tools/common/input.h"
 #include "tools/common/json_object.h"
 
 namespace qov::endpoint {
@@ -17,15 +14,11 @@ namespace qov::endpoint {
 template <class Read>
 void readInputFile(const std::string& path, Read read) {
   try {
-    // What failed before is no reason; an empty file leaves none.
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    // A directory can be opened, but not read.
-    if (!file || !(text << file.rdbuf())) {
-      throw std::runtime_error(errno != 0 ? std::strerror(errno) : "empty");
+    const std::string text = qov::tools::readFile(path);
+    if (text.empty()) {
+      throw std::runtime_error("empty");
     }
-    read(qov::tools::parseJson(text.str()));
+    read(qov::tools::parseJson(text));
   } catch (const std::exception& wrong) {
     throw std::runtime_error(path + ": " + wrong.what());
   }

@@ -1,8 +1,9 @@
 #ifndef QOV_TOOLS_QOV_ENDPOINT_LOG_H
 #define QOV_TOOLS_QOV_ENDPOINT_LOG_H
 
-#include <iostream>
 #include <string>
+
+#include "tools/qov-endpoint/standard_error.h"
 
 namespace qov::endpoint {
 
@@ -20,7 +21,7 @@ class Log {
   /// if they are told, exchanges.
   void event(const std::string& line) const {
     if (level_ != Level::kQuiet) {
-      std::cerr << line << '\n';
+      tell(line);
     }
   }
 

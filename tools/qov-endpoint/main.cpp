@@ -1,27 +1,18 @@
-#include <ace/Log_Msg.h>
 #include <signal.h>
 
 #include <exception>
 #include <iostream>
 
-#include "tools/qov-endpoint/complaint.h"
+#include "tools/common/standard_streams.h"
 #include "tools/qov-endpoint/live_tables.h"
 #include "tools/qov-endpoint/options.h"
 #include "tools/qov-endpoint/server.h"
+#include "tools/qov-endpoint/standard_error.h"
 #include "tools/qov-endpoint/table_file.h"
 
 namespace {
 
 using namespace qov::endpoint;
-
-void prepareProcess(const Options& options) {
-  // A reader of our output that goes away is no reason to end.
-  ::signal(SIGPIPE, SIG_IGN);
-  if (options.level == Log::Level::kQuiet) {
-    // The codec tells through ACE what it refuses.
-    ACE_LOG_MSG->clr_flags(ACE_Log_Msg::STDERR);
-  }
-}
 
 Tables makeTables(const Options& options) {
   Tables tables;
@@ -71,12 +62,16 @@ int runTelling(int statusOfFailure, Body body) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  qov::tools::keepStandardStreams();
+  // A reader of our output that goes away is no reason to end.
+  ::signal(SIGPIPE, SIG_IGN);
   int exitStatus = kStopped;
   const std::optional<Options> options = readOptions(argc, argv, exitStatus);
   if (!options) {
     return exitStatus;
   }
-  prepareProcess(*options);
+  // The codec tells through ACE what it refuses.
+  const AceLog codec(options->level != Log::Level::kQuiet);
   return runTelling(kUsage, [&] {
     Tables tables = makeTables(*options);
     Scenario scenario = makeScenario(*options);

@@ -4,7 +4,9 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/qov-endpoint/complaint.h"
+#include <iostream>
+
+#include "tools/qov-endpoint/standard_error.h"
 
 namespace qov::endpoint {
 namespace {
@@ -37,7 +39,7 @@ constexpr const char* kFooter =
     "\n"
     "Exit status: 0 stopped by SIGTERM or SIGINT once it listens; 1 the address cannot be had, or "
     "the\n"
-    "counts cannot be written; 2 wrong usage, tables or scenario.\n"
+    "counts or this help cannot be written; 2 wrong usage, tables or scenario.\n"
     "\n"
     "docs/endpoint.md says it all at length.\n";
 
@@ -63,9 +65,22 @@ std::string checkFile(const std::string& text) {
   return text.empty() ? "no file is named" : "";
 }
 
-/// The same; it would count as 0, which as a port means any.
+/// An empty one would count as 0, which as a port means any.
 std::string checkNumber(const std::string& text) {
-  return text.empty() ? "no number is given" : "";
+  unsigned short number = 0;
+  return !text.empty() && CLI::detail::lexical_cast(text, number)
+             ? ""
+             : "not a number from 0 to 65535: " + text;
+}
+
+/// Prints the help and gives the exit status.
+int printHelp(const CLI::App& app) {
+  std::cout << app.help() << std::flush;
+  if (!std::cout) {
+    complain("the help cannot be written");
+    return kFailed;
+  }
+  return kStopped;
 }
 
 }  // namespace
@@ -106,7 +121,7 @@ std::optional<Options> readOptions(int argc, char** argv, int& exitStatus) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& end) {
     if (end.get_exit_code() == 0) {
-      exitStatus = app.exit(end);
+      exitStatus = printHelp(app);
     } else {
       complain(std::string(end.what()) + " (--help says more)");
       exitStatus = kUsage;
