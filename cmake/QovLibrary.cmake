@@ -2,6 +2,8 @@
 set_target_properties(
   qovpub PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
                     EXPORT_NAME qovpub OUTPUT_NAME qovpub)
+# The public headers need it, too.
+target_compile_features(qovpub PUBLIC cxx_std_17)
 target_include_directories(
   qovpub PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/agent/common/include>
                 $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)

@@ -65,7 +65,7 @@ void ModuleLibrary::checkClass(CQOV_TaskMgr& manager, const std::type_info& type
     kit->warn(65810, __FUNCTION__, __LINE__,
               "Module " + manager.name() + " runs code of another module: its class " +
                   nameOf(type) + " comes from " + found->l_name + ", not from " + own->l_name +
-                  ". Both have a class of that name; qov_add_module() keeps them apart.");
+                  ". Where both have a class of that name, qov_add_module() keeps them apart.");
   }
 }
 

@@ -1,56 +1,109 @@
 #include "module/module_shutdown.h"
 
 #include <cxxabi.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <optional>
+#include <type_traits>
 
 #include <qovpub/qov_leader_task.h>
 #include <qovpub/qov_module_loader.h>
 
 #include "module/shutdown_watch.h"
+#include "task/running_managers.h"
 
 namespace qov {
 namespace {
 
-/// Whether this thread is taking its registration back, which runs the handler once.
-thread_local bool registering = false;
+// Exit handlers are kept for each library, and all of a library's are run and forgotten when it
+// goes. This token stands for a library that has nothing but this one handler: to let it go is the
+// only way to take a handler back. Where exit() runs on another thread, it has the handler already
+// or misses it only in between; the loader's own end stops the modules then.
+char token;
 
-void stopUnlessRegistering(void*) {
-  if (!registering) {
-    ModuleShutdown::stopAll();
-  }
+std::mutex registration;
+
+/// Whether this thread is taking its registration back, which runs the handler once.
+thread_local bool takingBack = false;
+
+/// That of the last registration; 0 before the first one.
+std::atomic<pid_t> process{0};
+
+void takeBack() {
+  takingBack = true;
+  abi::__cxa_finalize(&token);
+  takingBack = false;
 }
+
+/// Watches over a stop, if there is something to stop.
+class Supervised {
+ public:
+  Supervised() {
+    if (RunningManagers::any()) {
+      watch_.emplace();
+      watch_->begins();
+    }
+  }
+
+ private:
+  std::optional<ShutdownWatch> watch_;
+};
 
 }  // namespace
 
-void ModuleShutdown::stopAll() {
-  if (getCurrentTask() != nullptr) {
-    return;
-  }
-  CQOV_Module_Loader* const loader =
-      ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance();
-  if (loader == nullptr) {
-    return;
-  }
-  if (CQOV_Module_Loader::loading_ != nullptr || loader->holdsModules()) {
-    ShutdownWatch watch;
-    watch.begins();
-    // exit() in a module's start has left this thread in the middle of that, with the table held.
-    loader->endInterruptedLoad();
+std::recursive_mutex ModuleShutdown::turn;
+// Threads may wait for it until the process is gone.
+static_assert(std::is_trivially_destructible_v<std::recursive_mutex>);
+
+bool ModuleShutdown::isForkedChild() {
+  return process != 0 && process != ::getpid();
+}
+
+bool ModuleShutdown::mayStop() {
+  return !isForkedChild() && getCurrentTask() == nullptr;
+}
+
+void ModuleShutdown::stopModules() {
+  if (CQOV_Module_Loader* const loader =
+          ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance()) {
     loader->unload();
     loader->stopLeftovers();
   }
 }
 
+void ModuleShutdown::stopAll() {
+  if (mayStop()) {
+    const Supervised supervised;
+    stopModules();
+  }
+}
+
+void ModuleShutdown::end(void*) {
+  if (takingBack || !mayStop()) {
+    return;
+  }
+  const Supervised supervised;
+  // exit() in a module's start has left this thread in the middle of that, with the table held.
+  CQOV_Module_Loader::endInterruptedLoad();
+  turn.lock();
+  stopModules();
+  RunningManagers::stopAll();
+}
+
 void ModuleShutdown::stopAtExit() {
-  // Exit handlers are kept for each library, and all of a library's are run and forgotten when it
-  // goes. This token stands for a library that has nothing but this one handler: to let it go is
-  // the only way to take a handler back. Where exit() runs on another thread, it has the handler
-  // already or misses it only in between; the loader's own end stops the modules then.
-  static char token;
-  registering = true;
-  abi::__cxa_finalize(&token);
-  registering = false;
+  const std::lock_guard<std::mutex> held(registration);
+  process = ::getpid();
+  takeBack();
   // A registration that fails leaves the frame's own call.
-  static_cast<void>(abi::__cxa_atexit(&stopUnlessRegistering, nullptr, &token));
+  static_cast<void>(abi::__cxa_atexit(&end, nullptr, &token));
+}
+
+void ModuleShutdown::forgetWhenIdle() {
+  const std::lock_guard<std::mutex> held(registration);
+  if (!RunningManagers::any()) {
+    takeBack();
+  }
 }
 
 }  // namespace qov

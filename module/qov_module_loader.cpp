@@ -1,14 +1,13 @@
 #include <qovpub/qov_module_loader.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <mutex>
 #include <new>
 #include <optional>
 #include <string>
 #include <utility>
 
 #include <qovpub/qov_common_debugkit.h>
-#include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
 
 #include "frame/current_step.h"
@@ -29,6 +28,7 @@ namespace {
 constexpr unsigned int kMaxGid = 255;
 
 using CreateModule = CQOV_TaskMgr* (*)();
+using Turn = std::lock_guard<std::recursive_mutex>;
 
 /// Beside the line with the module's name.
 void tellReason(CQOVDebugKitGuard& guard, const std::string& tried, const std::string& file,
@@ -42,14 +42,24 @@ void tellReason(CQOVDebugKitGuard& guard, const std::string& tried, const std::s
 struct CQOV_Module_Loader::Loading {
   explicit Loading(CQOV_Module_Loader& loader) : table(loader) { loading_ = this; }
   ~Loading() {
-    loading_ = nullptr;
     if (manager != nullptr) {
       watchTheEnd();
     }
+    end();
   }
 
   Loading(const Loading&) = delete;
   Loading& operator=(const Loading&) = delete;
+
+  /// Gives the table back, then stops and deletes the module that is being started, if there is
+  /// one: joining its threads with the table held would wait for good on a leader that waits to
+  /// read.
+  void end() {
+    loading_ = nullptr;
+    table.release();
+    const Turn turn(qov::ModuleShutdown::turn);
+    manager.reset();
+  }
 
   /// The end of a module that has failed to start may hang as any other.
   void watchTheEnd() try {
@@ -60,8 +70,6 @@ struct CQOV_Module_Loader::Loading {
 
   std::optional<qov::ShutdownWatch> watch;
   std::optional<qov::CurrentStep> step;
-  /// The module that is being started. However the loading ends, this goes after the table's lock:
-  /// joining its threads under that would wait for good on a leader that waits to read.
   ManagerPtr manager;
   TableWriter table;
 };
@@ -72,13 +80,12 @@ thread_local CQOV_Module_Loader::Loading* CQOV_Module_Loader::loading_ = nullptr
 CQOV_Module_Loader::CQOV_Module_Loader() = default;
 
 CQOV_Module_Loader::~CQOV_Module_Loader() {
-  if (getCurrentTask() != nullptr) {
-    // exit() on a module's own thread, which must not join itself.
+  if (qov::ModuleShutdown::mayStop()) {
+    unload();
+    stopLeftovers();
+  } else {
     abandonModules();
-    return;
   }
-  unload();
-  stopLeftovers();
 }
 
 bool CQOV_Module_Loader::load() {
@@ -95,7 +102,11 @@ bool CQOV_Module_Loader::load() {
     if (bModuleLoaded_) {
       return true;
     }
-    loaded = loadModules(names, loading.manager, guard);
+    try {
+      loaded = loadModules(names, loading.manager, guard);
+    } catch (const std::bad_alloc&) {
+      errno = ENOMEM;
+    }
     bModuleLoaded_ = loaded;
   }
   // Once more, for the static objects that the modules' own start has made.
@@ -104,9 +115,8 @@ bool CQOV_Module_Loader::load() {
 }
 
 void CQOV_Module_Loader::endInterruptedLoad() {
-  if (Loading* const loading = std::exchange(loading_, nullptr)) {
-    loading->table.release();
-    loading->manager.reset();
+  if (loading_ != nullptr) {
+    loading_->end();
   }
 }
 
@@ -236,12 +246,22 @@ void CQOV_Module_Loader::unload() {
     }
     bModuleLoaded_ = false;
   }
-  while (const std::unique_ptr<ModuleEntry> entry = takeFirst()) {
-    const qov::CurrentStep step("unloading module %s", entry->dll->dll_name());
-    entry->taskMgr.reset();
-    guard.warn(65567, __FUNCTION__, __LINE__, "Unload module %s!", entry->dll->dll_name());
-    qov::closeLibrary(*entry->dll);
+  while (unloadFirst(guard)) {
   }
+}
+
+bool CQOV_Module_Loader::unloadFirst(CQOVDebugKitGuard& guard) {
+  const Turn turn(qov::ModuleShutdown::turn);
+  const std::unique_ptr<ModuleEntry> entry = takeFirst();
+  if (entry == nullptr) {
+    return false;
+  }
+  const qov::CurrentStep step("unloading module %s", entry->dll->dll_name());
+  entry->taskMgr.reset();
+  guard.warn(65567, __FUNCTION__, __LINE__, "Unload module %s!", entry->dll->dll_name());
+  qov::ModuleShutdown::forgetWhenIdle();
+  qov::closeLibrary(*entry->dll);
+  return true;
 }
 
 std::unique_ptr<CQOV_Module_Loader::ModuleEntry> CQOV_Module_Loader::takeFirst() {
@@ -254,20 +274,22 @@ std::unique_ptr<CQOV_Module_Loader::ModuleEntry> CQOV_Module_Loader::takeFirst()
   return nullptr;
 }
 
-bool CQOV_Module_Loader::holdsModules() {
-  const TableReader table(*this);
-  return std::any_of(modules_.begin(), modules_.end(),
-                     [](const auto& slot) { return slot != nullptr; });
-}
-
 void CQOV_Module_Loader::abandonModules() {
-  while (std::unique_ptr<ModuleEntry> entry = takeFirst()) {
-    // Their threads go on until the process is gone.
-    static_cast<void>(entry->taskMgr.release());
+  // Their threads, if there are any, go on until the process is gone.
+  std::optional<TableWriter> table;
+  if (!qov::ModuleShutdown::isForkedChild()) {
+    table.emplace(*this);
+  }
+  for (std::unique_ptr<ModuleEntry>& slot : modules_) {
+    if (slot != nullptr) {
+      static_cast<void>(slot->taskMgr.release());
+      slot.reset();
+    }
   }
 }
 
 void CQOV_Module_Loader::stopLeftovers() {
+  const Turn turn(qov::ModuleShutdown::turn);
   while (const std::unique_ptr<ModuleEntry> entry = takeFirst()) {
     entry->taskMgr.reset();
   }

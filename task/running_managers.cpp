@@ -1,19 +1,17 @@
 #include "task/running_managers.h"
 
-#include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
 
 #include <algorithm>
 #include <condition_variable>
-#include <cstdlib>
+#include <cstddef>
 #include <mutex>
 #include <new>
-#include <optional>
 #include <thread>
 #include <vector>
 
 #include "frame/current_step.h"
-#include "module/shutdown_watch.h"
+#include "module/module_shutdown.h"
 
 namespace qov {
 
@@ -29,8 +27,9 @@ struct Registry {
 };
 
 Registry& registry() {
-  // Never destroyed: managers may go after every static object.
-  static Registry& only = *new Registry;
+  // Never destroyed: managers may go after every static object. They may ask without memory, too.
+  alignas(Registry) static std::byte room[sizeof(Registry)];
+  static Registry& only = *new (room) Registry;
   return only;
 }
 
@@ -52,15 +51,16 @@ CQOV_TaskMgr* takeNext() {
 }  // namespace
 
 void RunningManagers::add(CQOV_TaskMgr& manager) {
-  // ACE's own exit handler is older, so this one comes before it.
-  static const int registered = std::atexit(&RunningManagers::stopAll);
-  static_cast<void>(registered);
   Registry& all = registry();
-  const std::lock_guard<std::mutex> held(all.mutex);
-  try {
-    all.managers.push_back(&manager);
-  } catch (const std::bad_alloc&) {
+  {
+    const std::lock_guard<std::mutex> held(all.mutex);
+    try {
+      all.managers.push_back(&manager);
+    } catch (const std::bad_alloc&) {
+    }
   }
+  // ACE's own exit handler is older, so this one comes before it.
+  ModuleShutdown::stopAtExit();
 }
 
 void RunningManagers::remove(CQOV_TaskMgr& manager) {
@@ -72,16 +72,14 @@ void RunningManagers::remove(CQOV_TaskMgr& manager) {
       held, [&] { return all.stopping != &manager || all.stopper == std::this_thread::get_id(); });
 }
 
+bool RunningManagers::any() {
+  Registry& all = registry();
+  const std::lock_guard<std::mutex> held(all.mutex);
+  return !all.managers.empty() || all.stopping != nullptr;
+}
+
 void RunningManagers::stopAll() {
-  if (getCurrentTask() != nullptr) {
-    return;
-  }
-  std::optional<ShutdownWatch> watch;
   while (CQOV_TaskMgr* const manager = takeNext()) {
-    if (!watch) {
-      watch.emplace();
-      watch->begins();
-    }
     const CurrentStep step("stopping module %u (%s)", manager->moduleId(), manager->name().c_str());
     manager->stop();
   }

@@ -5,8 +5,8 @@ class CQOV_TaskMgr;
 
 namespace qov {
 
-/// The task managers whose threads may run. What is left when the process exits is stopped then:
-/// the threads of a module use singletons, ACE's process reactor among them, which exit() destroys.
+/// The task managers whose threads may run, those of the module loader included. What is left when
+/// the process exits is stopped then (module/module_shutdown.h).
 ///
 /// Thread: any.
 /// Owns:   nothing.
@@ -18,8 +18,9 @@ class RunningManagers {
   /// For a manager that is about to stop. Returns when nobody else is stopping it.
   static void remove(CQOV_TaskMgr& manager);
 
- private:
-  /// Exit handler. Does nothing on a thread of a module, which cannot join itself.
+  static bool any();
+
+  /// Stops them, the one that was added last first. For the exit handler.
   static void stopAll();
 };
 

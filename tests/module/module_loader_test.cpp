@@ -3,6 +3,7 @@
 #include <qovpub/qov_leader_task.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <thread>
@@ -145,14 +146,22 @@ TEST_F(ModuleLoader, LoadsAgainAfterUnload) {
   EXPECT_TRUE(hasModule(3));
 }
 
-TEST_F(ModuleLoader, KeepsNothingOfALoadingOnceItIsUnloaded) {
+/// Modules whose libraries stay in memory when they are closed, and such that go.
+class ModuleLoaderCycle : public ModuleLoader,
+                          public ::testing::WithParamInterface<std::array<const char*, 2>> {};
+
+INSTANTIATE_TEST_SUITE_P(Modules, ModuleLoaderCycle,
+                         ::testing::Values(std::array{"alpha", "beta"},
+                                           std::array{"hidden_going", "hidden_other_going"}));
+
+TEST_P(ModuleLoaderCycle, KeepsNothingOfALoadingOnceItIsUnloaded) {
 #if QOV_TEST_ASAN || QOV_TEST_TSAN
   GTEST_SKIP() << "the sanitizer has an allocator of its own, which does not tell what is in use";
 #endif
   constexpr int kCycles = 1000;
   // Room that the C library takes for many at once, whatever has grown by itself included.
   constexpr std::size_t kSlack = 16 * kCycles;
-  mark({"alpha", "beta"});
+  mark({GetParam()[0], GetParam()[1]});
   const auto bytesAfter = [this](int cycles) {
     for (; cycles > 0; --cycles) {
       EXPECT_TRUE(loader().load());
@@ -164,6 +173,12 @@ TEST_F(ModuleLoader, KeepsNothingOfALoadingOnceItIsUnloaded) {
   };
   const std::size_t before = bytesAfter(kCycles / 10);
   EXPECT_LT(bytesAfter(kCycles), before + kSlack);
+}
+
+TEST_F(ModuleLoader, LetsGoOfALibraryThatHasNothingToLeaveBehind) {
+  loads({"hidden_going"});
+  loader().unload();
+  EXPECT_THAT(events(), Contains("hidden_going static object gone"));
 }
 
 TEST_F(ModuleLoader, RefusesANameWithoutLibrary) {
@@ -289,6 +304,16 @@ TEST_P(ModuleLoaderFailure, LeavesItsLibraryOpen) {
   loader().unload();
   destroyLoader();
   EXPECT_EQ(timesOpen(library), before + 1);
+}
+
+TEST_P(ModuleLoaderFailure, ThrowsNothingWhereverMemoryRunsOut) {
+  mark({GetParam()});
+  bool failed = true;
+  for (long count = 0; failed; ++count) {
+    const auto failing = FailingAllocations::ofThoseThatThrow(count);
+    EXPECT_NO_THROW(EXPECT_FALSE(loader().load())) << "after " << count << " allocations";
+    failed = failing.hasFailed();
+  }
 }
 
 // Of "either" and "other" the second one fails to initialise, whichever that is.

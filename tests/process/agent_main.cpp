@@ -3,6 +3,9 @@
 //   return      returns without having run the event loop
 //   exit        calls exit() after init(), whatever that returned
 //   reload      unloads its modules after init(), loads them again and calls exit()
+//   meanwhile   unloads its modules after init(), while another thread, once there is the file
+//               "lingering", calls exit(3)
+//   fork        has a child call exit(3) and ends by exit() with the status of that
 //   leak        returns without destroying its frame
 //   twice       runs the whole life of a frame two times
 //   again       initialises its frame two times
@@ -20,6 +23,7 @@
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_module_loader.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -29,6 +33,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <string>
+#include <thread>
 
 #include "tests/process/modules/agent_files.h"
 #include "tests/support/sanitizers.h"
@@ -106,6 +111,30 @@ void startThreads() {
   threads.spawn(&waitToGo, detached, THR_NEW_LWP | THR_DETACHED);
 }
 
+CQOV_Module_Loader& loader() {
+  return *ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance();
+}
+
+/// The end of the process comes from the other thread.
+[[noreturn]] void unloadWhileAnotherThreadExits() {
+  std::thread([] { std::exit(qov::test::waitForFile("lingering") ? 3 : 1); }).detach();
+  loader().unload();
+  for (;;) {
+    ::pause();
+  }
+}
+
+int statusOfAChild() {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    constexpr unsigned int kHangs = 60;
+    ::alarm(kHangs);
+    std::exit(3);
+  }
+  int status = 0;
+  return ::waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+}
+
 void greet(const char* greeting) {
   if (std::getenv("QOV_TEST_OWN_BUFFER") == nullptr) {
     std::fputs(greeting, stdout);
@@ -125,9 +154,14 @@ int live(CQOVapp& app, int argc, char** argv) {
     startThreads();
   }
   if (mode() == "reload") {
-    CQOV_Module_Loader& loader = *ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance();
-    loader.unload();
-    std::exit(loader.load() ? 0 : 1);
+    loader().unload();
+    std::exit(loader().load() ? 0 : 1);
+  }
+  if (mode() == "meanwhile") {
+    unloadWhileAnotherThreadExits();
+  }
+  if (mode() == "fork") {
+    std::exit(statusOfAChild());
   }
   if (mode() == "exit") {
     std::exit(result == 0 ? 0 : 1);

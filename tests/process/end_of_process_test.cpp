@@ -62,6 +62,29 @@ TEST_F(AgentExit, AfterAReloadStopsTheModulesBeforeWhatTheSecondLoadHasMade) {
   hasExited(agent.waitForEnd(), 0);
 }
 
+TEST_F(AgentExit, OnAnotherThreadWaitsForTheModuleThatIsBeingUnloaded) {
+  agent.setEnvironment("QOV_TEST_MAIN", "meanwhile");
+  agent.useModules({"lingering"});
+  agent.start({"-n"});
+  hasExited(agent.waitForEnd(), 3);
+}
+
+TEST_F(AgentExit, InAForkedChildLeavesTheModulesAlone) {
+  agent.setEnvironment("QOV_TEST_MAIN", "fork");
+  agent.useModules({"quitter"});
+  agent.start({"-n"});
+  hasExited(agent.waitForEnd(), 3);
+}
+
+TEST_F(AgentExit, OnAThreadThatAStartWaitsForIsBroughtAboutByTheGuard) {
+  agent.setEnvironment("QOV_TEST_STUCK", "exits");
+  agent.setEnvironment("PXOS_GUARD_SECOND_MS", "1");
+  agent.useModules({"stuck"});
+  agent.start({"-n"});
+  EXPECT_EQ(agent.waitForEnd().signal, SIGABRT);
+  EXPECT_THAT(agent.errors(), ::testing::HasSubstr("has not ended within 450 s, aborting"));
+}
+
 /// A module ends the process while it is being initialised: the table of modules is held for that,
 /// and threads wait for it.
 class AgentExitDuringTheStart : public AgentTest,

@@ -3,6 +3,10 @@
 //   QOV_TEST_GID   its gid
 //   QOV_TEST_INIT  what initEnv() does: a statement
 //   QOV_TEST_GATED_FACTORY  if defined, its worker is made when the gate is open
+//   QOV_TEST_POLICY  if defined, what ACE does with the library when it is closed; it has a static
+//                    object then
+#include <ace/DLL_Manager.h>
+#include <qovpub/qov_module.h>
 #include <qovpub/qov_om_message_package.h>
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
@@ -58,6 +62,20 @@ class Module : public CQOV_TaskMgr {
 
 }  // namespace
 
-extern "C" CQOV_TaskMgr* QOV_CreateModule() {
-  return new Module;
+#ifdef QOV_TEST_POLICY
+namespace {
+
+struct Static {
+  ~Static() { record("static object gone"); }
+};
+
+const Static object;
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) int _get_dll_unload_policy() {
+  return QOV_TEST_POLICY;
 }
+#endif
+
+QOV_MODULE(Module)

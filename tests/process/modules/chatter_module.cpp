@@ -2,7 +2,7 @@
 // workers log through the module's kit; the thread logs, too. The second initialisation of such a
 // module in a process makes a static object, or fails when QOV_TEST_SECOND_FAILS is set;
 // QOV_TEST_EXIT ("first" or "second") says which one ends the process with status 3 there, its
-// threads at work.
+// threads at work, its leader with a message for a module that does not exist.
 //   QOV_TEST_GID  its gid
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_module.h>
@@ -20,6 +20,7 @@
 namespace {
 
 constexpr int kGid = QOV_TEST_GID;
+constexpr int kNobody = 99;
 constexpr int kExitStatus = 3;
 
 /// A static object of the library, which must outlive the module that works with it.
@@ -81,6 +82,8 @@ class Module : public CQOV_TaskMgr {
     thread_ = std::thread([this] { chat(); });
     const char* const exiting = std::getenv("QOV_TEST_EXIT");
     if (exiting != nullptr && which == exiting) {
+      qov::test::putAMessageTo(
+          kNobody, [this](ACE_Message_Block* block) { return putq(block, nullptr) >= 0; });
       std::exit(kExitStatus);
     }
     if (which == "second") {

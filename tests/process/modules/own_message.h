@@ -11,22 +11,36 @@
 
 namespace qov::test {
 
-/// Sends an asynchronous message to the workers of module `gid` of this process, from any thread.
-inline void sendAMessageTo(int gid) {
+/// An asynchronous message to module `gid` of this process.
+inline std::unique_ptr<CQOV_MsgPackage> aMessageTo(int gid) {
   constexpr std::uint8_t kAsyncType = 3;
   auto package = std::make_unique<CQOV_MsgPackage>();
   package->head().type_ = kAsyncType;
   package->head().rpid_ = static_cast<std::uint8_t>(QOV_Utility::getProcPID());
   package->head().rmid_ = static_cast<std::uint8_t>(gid);
+  return package;
+}
+
+/// Lets `put`, which takes a block and tells whether it has, have a message to module `gid`.
+template <class Put>
+void putAMessageTo(int gid, Put put) {
+  auto package = aMessageTo(gid);
   const CQOV_MsgPackage* const pointer = package.get();
   ACE_Message_Block* const block = new ACE_Message_Block(sizeof pointer);
   block->copy(reinterpret_cast<const char*>(&pointer), sizeof pointer);
-  using Loader = ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>;
-  if (Loader::instance()->sendMsg(static_cast<u_short>(gid), block) == 0) {
+  if (put(block)) {
     static_cast<void>(package.release());
   } else {
     block->release();
   }
+}
+
+/// Sends an asynchronous message to the workers of module `gid` of this process, from any thread.
+inline void sendAMessageTo(int gid) {
+  using Loader = ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>;
+  putAMessageTo(gid, [gid](ACE_Message_Block* block) {
+    return Loader::instance()->sendMsg(static_cast<u_short>(gid), block) == 0;
+  });
 }
 
 }  // namespace qov::test

@@ -1,11 +1,13 @@
 // A module whose end waits for the file "go", for ever if need be. QOV_TEST_STUCK says what else:
 //   fails            it does not start
+//   exits            its start waits for a thread of its own, which ends the process
 //   holding the log  nobody can log meanwhile
 #include <ace/Log_Msg.h>
 #include <qovpub/qov_task_mgr.h>
 
 #include <cstdlib>
 #include <string>
+#include <thread>
 
 #include "tests/process/modules/agent_files.h"
 
@@ -27,7 +29,12 @@ class Module : public CQOV_TaskMgr {
     }
   }
   CQOV_Task* createTask() override { return nullptr; }
-  bool initEnv() override { return mode() != "fails"; }
+  bool initEnv() override {
+    if (mode() == "exits") {
+      std::thread([] { std::exit(0); }).join();
+    }
+    return mode() != "fails";
+  }
 };
 
 }  // namespace

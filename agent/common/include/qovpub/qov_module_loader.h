@@ -46,8 +46,9 @@ class CQOV_Module_Loader {
   /// Starts with an empty table.
   CQOV_Module_Loader();
 
-  /// Calls unload(), then stops what a failed load() left running. On a module's own thread, which
-  /// only an exit() there brings about, nothing is stopped or deleted, since it cannot join itself.
+  /// Calls unload(), then stops what a failed load() left running. Nothing is stopped or deleted
+  /// where only exit() brings a module's loader to its end: on a module's own thread, which cannot
+  /// join itself, and in a forked child, which has none of the modules' threads.
   ~CQOV_Module_Loader();
 
   CQOV_Module_Loader(const CQOV_Module_Loader&) = delete;
@@ -57,8 +58,14 @@ class CQOV_Module_Loader {
   ///
   /// Returns true when all of them run, at once when they already did. On the first failure it
   /// returns false: the modules before the failing one stay in the table and keep running, unload()
-  /// leaves them alone, and they are stopped and joined when the process ends, before any static
-  /// object is destroyed. The failing module's library stays open.
+  /// leaves them alone, and they are stopped and joined when the process ends. The failing module's
+  /// library stays open. Without memory it may also fail without a log line (errno ENOMEM).
+  ///
+  /// However the process ends, by exit() on whatever thread but a module's own or by returning from
+  /// main, modules that still run are stopped before any static object is destroyed that was made
+  /// before load() returned. That does not hold for one that is made later, such as the static
+  /// variable of a function that a worker or createTask() calls first: the module makes it in its
+  /// constructor or init(), or never destroys it.
   ///
   /// A bare module name is handed to ACE, which tries lib<name>.so, <name>.so and <name> on the
   /// dynamic loader's own search path (LD_LIBRARY_PATH, run path); no directory is added. A
@@ -139,8 +146,8 @@ class CQOV_Module_Loader {
                    CQOVDebugKitGuard& guard);
   std::string whyInvalid(unsigned int gid) const;
   std::unique_ptr<ModuleEntry> takeFirst();
-  bool holdsModules();
-  void endInterruptedLoad();
+  bool unloadFirst(CQOVDebugKitGuard& guard);
+  static void endInterruptedLoad();
   Delivery deliver(u_short pid, ACE_Message_Block* mb);
   /// False, with errno set, when no copy can be made; `refused` holds who had no room.
   bool copyToAll(const ACE_Message_Block& mb, std::bitset<kGids>& refused);

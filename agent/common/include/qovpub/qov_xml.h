@@ -61,7 +61,7 @@ class CQOVXmlParser {
 
   /// Loads the file into `document`: up to 3 attempts, with a sleep of 10 seconds behind each one
   /// that fails. The file must be a regular one of at most 64 MiB whose elements nest at most 100
-  /// deep, and there must be memory; why an attempt failed is told in a log line of its own at warn
+  /// deep and have at most 100 attributes each, and there must be memory; why an attempt failed is told in a log line of its own at warn
   /// level.
   bool openXmlDoc(TiXmlDocument& document);
 
