@@ -6,8 +6,8 @@
 namespace qov {
 
 /// Ends the modules that no unload() reached, those before the failing one of a failed load() and
-/// those of a process whose main never ran the event loop; and when the process exits, also the task
-/// managers that the program has made itself and not stopped.
+/// those of a process whose main never ran the event loop; and when the process exits, also the
+/// task managers that the program has made itself and not stopped.
 ///
 /// Their threads must be gone before the static objects that they work with: those of the modules'
 /// libraries, and singletons, ACE's process reactor among them.

@@ -15,7 +15,8 @@
 /// The function is visible where all else is hidden, as it should be: modules are opened with
 /// global symbols, so of two classes with one name that two modules show, both run the one that was
 /// opened first. CMake's qov_add_module() hides them; other builds give -fvisibility=hidden,
-/// -fvisibility-inlines-hidden and, for static libraries, -Wl,--exclude-libs,ALL. The loader warns of a class that comes from another module.
+/// -fvisibility-inlines-hidden and, for static libraries, -Wl,--exclude-libs,ALL.
+/// The loader warns of a class that comes from another module.
 #define QOV_MODULE(Type)                                                               \
   extern "C" __attribute__((visibility("default"))) CQOV_TaskMgr* QOV_CreateModule();  \
   extern "C" __attribute__((visibility("default"))) CQOV_TaskMgr* QOV_CreateModule() { \

@@ -61,8 +61,8 @@ class CQOVXmlParser {
 
   /// Loads the file into `document`: up to 3 attempts, with a sleep of 10 seconds behind each one
   /// that fails. The file must be a regular one of at most 64 MiB whose elements nest at most 100
-  /// deep and have at most 100 attributes each, and there must be memory; why an attempt failed is told in a log line of its own at warn
-  /// level.
+  /// deep and have at most 100 attributes each, and there must be memory;
+  /// why an attempt failed is told in a log line of its own at warn level.
   bool openXmlDoc(TiXmlDocument& document);
 
   /// Reads `firstItem` and the elements behind it as items of the device. A null `firstItem` is no
