@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "msg/package_checks.h"
+#include "msg/plain_numbers.h"
 #include "msg/record_codec.h"
 
 namespace {
@@ -283,6 +284,7 @@ void CTLVPackageV3<MSG_S_HEAD>::clear() {
 
 template <class MSG_S_HEAD>
 void CTLVPackageV3<MSG_S_HEAD>::dump(std::ostringstream& out) const {
+  const qov::PlainNumbers plain(out);
   out << "{" << std::endl;
   head_.dump(out);
   for (const CTLVRecordV3* record : records_) {

@@ -2,29 +2,12 @@
 #include <qovpub/qov_utility.h>
 
 #include <ios>
-#include <locale>
 #include <ostream>
 #include <string>
 
-namespace {
+#include "msg/plain_numbers.h"
 
-/// Lets numbers be written into a stream as logs have them, in decimal and without a locale's
-/// separators, as long as it lives. The stream gets its locale back; it stays decimal.
-class PlainNumbers {
- public:
-  explicit PlainNumbers(std::ostream& out) : out_(out), before_(out.imbue(std::locale::classic())) {
-    out << std::dec;
-  }
-  ~PlainNumbers() { out_.imbue(before_); }
-  PlainNumbers(const PlainNumbers&) = delete;
-  PlainNumbers& operator=(const PlainNumbers&) = delete;
-
- private:
-  std::ostream& out_;
-  const std::locale before_;
-};
-
-}  // namespace
+using qov::PlainNumbers;
 
 void QOVMsgHead::dump(std::ostringstream& out) const {
   const PlainNumbers plain(out);

@@ -1,7 +1,8 @@
 #include <gtest/gtest.h>
 #include <json/value.h>
-#include <qovpub/qov_message_package.h>
+#include <qovpub/qov_om_message_package.h>
 
+#include <iomanip>
 #include <ios>
 #include <locale>
 #include <sstream>
@@ -93,6 +94,41 @@ TEST(Dump, WritesDecimalIntoAStreamThatWasSetToHexadecimal) {
   record.dump(out);
   EXPECT_NE(out.str().find("cmd = 16"), std::string::npos);
   EXPECT_NE(out.str().find("T,L,V=17,1,Uint: 18"), std::string::npos);
+}
+
+/// What dump() adds to a stream that `set` has set up, and the stream's flags afterwards.
+template <class T, class Set>
+void isTheSameIn(const T& object, const Set& set) {
+  std::ostringstream out;
+  set(out);
+  const std::ios_base::fmtflags flags = out.flags();
+  object.dump(out);
+  EXPECT_EQ(out.str(), dumpOf(object));
+  EXPECT_EQ(out.flags(), (flags & ~std::ios_base::basefield) | std::ios_base::dec);
+}
+
+TEST(Dump, IsTheSameWhateverTheStreamWasSetTo) {
+  const auto all = [](const auto& set) {
+    CQOV_OM_MsgPackage om(new CT7QPackageV3);
+    CTLVRecordV3& record = om.get()->addRecord(16);
+    record.addSigned(2, 5).addUnsigned(3, 255).addOctets(4, "\xAB\0\1", 3);
+    isTheSameIn(om, set);
+    isTheSameIn(*om.get(), set);
+    isTheSameIn(om.head(), set);
+    isTheSameIn(om.get()->head(), set);
+    isTheSameIn(record, set);
+  };
+  all([](std::ostream& out) { out << std::hex << std::showbase; });
+  all([](std::ostream& out) { out << std::oct << std::uppercase << std::showpos; });
+  all([](std::ostream& out) { out << std::setw(9) << std::setfill('*') << std::left; });
+  all([](std::ostream& out) { out << std::boolalpha << std::internal; });
+}
+
+TEST(Dump, OfOneCellIsTheSameWhateverTheStreamWasSetTo) {
+  std::ostringstream out;
+  out << std::hex << std::showbase << std::showpos << std::setw(9);
+  CTLVRecordV3().dump_i(CTLVCell(CTLVCell::TLV_INT, 1, "\x10", 1), out);
+  EXPECT_EQ(out.str(), "16");
 }
 
 TEST(Dump, NeverWritesATextItself) {
