@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <functional>
 
 namespace qov {
 
@@ -21,36 +20,21 @@ CellBlock* CellBlock::make(std::size_t cells) noexcept {
 }
 
 CellBlock* CellBlock::of(const CTLVCell* cell) noexcept {
-  if (cell->place_ <= CTLVCell::Place::kInBlock) {
+  static_assert(sizeof(CellBlock) / kPlaceUnit == static_cast<unsigned>(CTLVCell::Place::kInBlock),
+                "the first cell of a block has the lowest place");
+  if (cell->place_ < CTLVCell::Place::kInBlock) {
     return nullptr;
   }
   const auto* at = reinterpret_cast<const unsigned char*>(cell);
-  const unsigned char* start =
-      at + kPlaceOffset - static_cast<std::uint32_t>(cell->place_) * kPlaceUnit;
+  const unsigned char* start = at - static_cast<std::uint32_t>(cell->place_) * kPlaceUnit;
   return reinterpret_cast<CellBlock*>(const_cast<unsigned char*>(start));
-}
-
-void CellBlock::placeOne(CTLVCell* slot) noexcept {
-  if (slot->place_ >= CTLVCell::Place::kInBlock) {
-    slot->place_ = static_cast<CTLVCell::Place>((offsetOf(slot) + kPlaceOffset) / kPlaceUnit);
-  }
-}
-
-void CellBlock::place(CTLVRecordV3* record) noexcept {
-  record_ = record;
-  for (CTLVCell* slot = begin(); slot != end(); ++slot) {
-    placeOne(slot);
-  }
-}
-
-bool CellBlock::holds(const CTLVCell* cell) noexcept {
-  const std::less<const CTLVCell*> before;
-  return !before(cell, begin()) && before(cell, end());
 }
 
 void CellBlock::relocate(CTLVCell* to, const CTLVCell* from) noexcept {
   std::memcpy(static_cast<void*>(to), static_cast<const void*>(from), sizeof(CTLVCell));
-  placeOne(to);
+  if (to->place_ >= CTLVCell::Place::kInBlock) {
+    to->place_ = placeOf(to);
+  }
 }
 
 void CellBlock::remove(CTLVCell* slot) noexcept {

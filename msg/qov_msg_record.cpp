@@ -23,6 +23,7 @@ void CTLVRecordV3::addBlock(qov::CellBlock* block) noexcept {
     large_ = large_ || count() > kScanLimit;
   }
   last_ = block;
+  block->setRecord(this);
   open_ = large_ || given_ ? &qov::CellBlock::full_ : block;
 }
 
@@ -74,7 +75,7 @@ void CTLVRecordV3::append_int(const CTLVCell* cell) {
 
 void CTLVRecordV3::put(CTLVCell&& cell, unsigned long grownLength) {
   CTLVCell* free = slot();
-  ::new (free) CTLVCell(CTLVCell::Place::kInBlock, std::move(cell));
+  ::new (free) CTLVCell(last_->placeOf(free), std::move(cell));
   sweep_ = sweep_ || free->outside();
   commit(free, grownLength);
   index(free);
@@ -136,10 +137,14 @@ const CTLVCell* CTLVRecordV3::findIndexed(unsigned short tag) const noexcept {
   return index == nullptr ? scan(tag) : index->find(tag);
 }
 
+/// By blocks: an iterator would load each block's end again for each cell.
 const CTLVCell* CTLVRecordV3::scan(unsigned short tag) const noexcept {
-  for (const CTLVCell& cell : *this) {
-    if (cell.tag() == tag) {
-      return &cell;
+  for (qov::CellBlock* block = first_; block != nullptr; block = block->next()) {
+    for (CTLVCell *slot = block->begin(), *end = block->end(); slot != end; ++slot) {
+      const CTLVCell* cell = resolve(slot);
+      if (cell->tag() == tag) {
+        return cell;
+      }
     }
   }
   return nullptr;
@@ -160,19 +165,7 @@ CTLVRecordV3::const_iterator CTLVRecordV3::at(const CTLVCell& cell) const noexce
   if (cell.place_ == CTLVCell::Place::kAdopted) {
     return std::find_if(begin(), end(), [&cell](const CTLVCell& each) { return &each == &cell; });
   }
-  return {this, blockOf(&cell), const_cast<CTLVCell*>(&cell)};
-}
-
-/// The block of a cell that stands in one.
-qov::CellBlock* CTLVRecordV3::blockOf(const CTLVCell* cell) const noexcept {
-  qov::CellBlock* block = qov::CellBlock::of(cell);
-  if (block == nullptr && last_->holds(cell)) {
-    return last_;
-  }
-  for (qov::CellBlock* each = first_; block == nullptr; each = each->next()) {
-    block = each->holds(cell) ? each : nullptr;
-  }
-  return block;
+  return {qov::CellBlock::of(&cell), const_cast<CTLVCell*>(&cell)};
 }
 
 unsigned long CTLVRecordV3::measure() const noexcept {

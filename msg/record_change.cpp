@@ -1,12 +1,12 @@
 // How a record learns of changes that are made through references to its cells, and the operations
 // that change cells in their places.
-#include <qovpub/qov_msg.h>
+#include <qovpub/qov_message_package.h>
 
 #include <utility>
 
 #include "msg/tag_index.h"
 
-std::atomic<std::uint32_t> CTLVRecordV3::changesOfGiven_{0};
+std::atomic<std::uint64_t> CTLVRecordV3::changesOfGiven_{0};
 
 void CTLVCell::tellRecord(std::uint32_t headBefore) noexcept {
   if (qov::CellBlock* block = qov::CellBlock::of(this); block != nullptr) {
@@ -61,10 +61,37 @@ CTLVRecordV3::iterator CTLVRecordV3::erase(iterator at) noexcept {
     cell->freeValue();
   }
   dropIndex();
-  // The cells that move know their places from here on.
-  at.block_->setRecord(this);
   at.block_->remove(at.slot_);
-  return {this, at.block_, at.slot_};
+  const iterator next(at.block_, at.slot_);
+  if (at.block_->begin() == at.block_->end() && at.block_ != last_) {
+    dropBlock(at.block_);
+  }
+  return next;
+}
+
+/// Takes out a block without cells that is not the last one: a record whose cells come and go would
+/// grow. The memory of a package's block is lost until the package is cleared, so the record is
+/// given no more of those.
+void CTLVRecordV3::dropBlock(qov::CellBlock* block) noexcept {
+  qov::CellBlock* const next = block->next();
+  qov::CellBlock* before = nullptr;
+  bool own = block == own_;
+  for (qov::CellBlock* each = first_; each != block; each = each->next()) {
+    before = each;
+    own = own || each == own_;
+  }
+  if (before == nullptr) {
+    first_ = next;
+  } else {
+    before->setNext(next);
+  }
+  if (!own) {
+    store_->close(*this);
+    return;
+  }
+  own_ = block == own_ ? next : own_;
+  block->setNext(nullptr);
+  qov::CellBlock::freeAll(block);
 }
 
 unsigned long CTLVRecordV3::erase(unsigned short tag) noexcept {

@@ -10,6 +10,8 @@ namespace {
 
 constexpr unsigned int kLengthAt = 8;
 constexpr unsigned int kMaxType = CTLVCell::TLV_TIME;
+/// What the places of neighbours in a block differ by.
+constexpr unsigned int kPlaceStep = sizeof(CTLVCell) / alignof(CTLVCell);
 
 unsigned int lengthOf(std::uint32_t cellHead) {
   return cellHead >> 16;
@@ -35,25 +37,24 @@ struct RecordCodec::Cursor {
 inline const unsigned char* RecordCodec::makeCell(CTLVCell* slot, std::uint32_t head,
                                                   const unsigned char* in,
                                                   const unsigned char* readable,
-                                                  bool& sweep) noexcept {
-  constexpr auto kPlace = CTLVCell::Place::kInBlock;
+                                                  CTLVCell::Place place, bool& sweep) noexcept {
   const unsigned int length = lengthOf(head);
   // The widths of numbers are told apart by branches: where the next cell starts is then predicted,
   // not waited for.
   if (length == 1) {
-    ::new (slot) CTLVCell(kPlace, head, *in);
+    ::new (slot) CTLVCell(place, head, *in);
     return in + 1;
   }
   if (length == 2) {
-    ::new (slot) CTLVCell(kPlace, head, loadWord<std::uint16_t>(in));
+    ::new (slot) CTLVCell(place, head, loadWord<std::uint16_t>(in));
     return in + 2;
   }
   if (length == 4) {
-    ::new (slot) CTLVCell(kPlace, head, loadWord<std::uint32_t>(in));
+    ::new (slot) CTLVCell(place, head, loadWord<std::uint32_t>(in));
     return in + 4;
   }
   if (length - 1 < CTLVCell::kInside) {
-    ::new (slot) CTLVCell(kPlace, head, 0);
+    ::new (slot) CTLVCell(place, head, 0);
     if (readable - in >= CTLVCell::kInside && length > 8) {
       copyInside(slot->value_, in);
     } else {
@@ -62,7 +63,7 @@ inline const unsigned char* RecordCodec::makeCell(CTLVCell* slot, std::uint32_t 
     return in + length;
   }
   // As CTLVCell::setCell(): an empty value leaves the new cell's tag and type as they are.
-  ::new (slot) CTLVCell(kPlace);
+  ::new (slot) CTLVCell(place);
   sweep = sweep || length > 0;
   return length == 0 || slot->replace(head & 0xFFFF, in, length, false) ? in + length : nullptr;
 }
@@ -74,8 +75,10 @@ inline RecordFault::Kind RecordCodec::parseBlock(Cursor& at, CellBlock& block,
   const unsigned char* in = at.in;
   CTLVCell* cell = block.end();
   CTLVCell* const limit = block.limit();
+  // Counted along: that is faster than to work it out for each cell.
+  auto place = static_cast<unsigned int>(block.placeOf(cell));
   auto kind = RecordFault::Kind::kNone;
-  for (; in != end && cell != limit; ++cell) {
+  for (; in != end && cell != limit; ++cell, place += kPlaceStep) {
     if (end - in < MIN_TLV_SIZE) {
       kind = RecordFault::Kind::kCellShort;
       break;
@@ -86,7 +89,7 @@ inline RecordFault::Kind RecordCodec::parseBlock(Cursor& at, CellBlock& block,
       kind = RecordFault::Kind::kCellLength;
       break;
     }
-    in = makeCell(cell, head, value, at.readable, sweep);
+    in = makeCell(cell, head, value, at.readable, static_cast<CTLVCell::Place>(place), sweep);
     if (in == nullptr) {
       in = value;
       kind = RecordFault::Kind::kNoMemory;
@@ -175,24 +178,33 @@ RecordFault RecordCodec::parse(const unsigned char* p, unsigned int remain, Reco
   return kind == Kind::kNoMemory ? RecordFault{kind, length} : judge(at, length);
 }
 
+inline unsigned char* RecordCodec::writeCell(const CTLVCell& cell, unsigned char* out,
+                                             const unsigned char* end) noexcept {
+  storeWord(out, cell.head_);
+  out += MIN_TLV_SIZE;
+  const unsigned int length = cell.length();
+  if (length <= CTLVCell::kInside && end - out >= CTLVCell::kInside) {
+    // What is too much is overwritten by the next cell.
+    copyInside(out, cell.value_);
+  } else if (length <= 8) {
+    storeUpTo8(out, loadWord<std::uint64_t>(cell.value_), length);
+  } else {
+    std::memcpy(out, cell.value(), length);
+  }
+  return out + length;
+}
+
 unsigned char* RecordCodec::write(const CTLVRecordV3& record, unsigned char* out,
                                   unsigned char* end) noexcept {
   unsigned char* const start = out;
   storeWord(out, record.cmd_);
   out += MIN_RECORD_SIZE;
-  for (const CTLVCell& cell : record) {
-    storeWord(out, cell.head_);
-    out += MIN_TLV_SIZE;
-    const unsigned int length = cell.length();
-    if (length <= CTLVCell::kInside && end - out >= CTLVCell::kInside) {
-      // What is too much is overwritten by the next cell.
-      copyInside(out, cell.value_);
-    } else if (length <= 8) {
-      storeUpTo8(out, loadWord<std::uint64_t>(cell.value_), length);
-    } else {
-      std::memcpy(out, cell.value(), length);
+  // An iterator would load each block's end again for each cell.
+  for (CellBlock* block = record.first_; block != nullptr; block = block->next()) {
+    const CTLVCell* const last = block->end();
+    for (CTLVCell* slot = block->begin(); slot != last; ++slot) {
+      out = writeCell(*CTLVRecordV3::resolve(slot), out, end);
     }
-    out += length;
   }
   storeWord(start + kLengthAt, static_cast<std::uint16_t>(out - start - MIN_RECORD_SIZE));
   return out;

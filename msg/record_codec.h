@@ -47,7 +47,10 @@ class RecordCodec {
   static RecordFault::Kind parseBlock(Cursor& at, CellBlock& block, bool& sweep) noexcept;
   static RecordFault judge(const Cursor& at, unsigned int length) noexcept;
   static const unsigned char* makeCell(CTLVCell* slot, std::uint32_t head, const unsigned char* in,
-                                       const unsigned char* readable, bool& sweep) noexcept;
+                                       const unsigned char* readable, CTLVCell::Place place,
+                                       bool& sweep) noexcept;
+  static unsigned char* writeCell(const CTLVCell& cell, unsigned char* out,
+                                  const unsigned char* end) noexcept;
 };
 
 }  // namespace qov

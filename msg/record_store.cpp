@@ -129,14 +129,18 @@ bool RecordStore::extend(CTLVRecordV3& record) noexcept {
   return true;
 }
 
+void RecordStore::close(const CTLVRecordV3& record) noexcept {
+  if (record.last_ == open_) {
+    closeNewest();
+  }
+}
+
 void RecordStore::free(CTLVRecordV3* record) noexcept {
   if (record->store_ == nullptr) {
     delete record;
     return;
   }
-  if (record->last_ == open_) {
-    closeNewest();
-  }
+  close(*record);
   record->~CTLVRecordV3();
 }
 

@@ -114,7 +114,7 @@ class Model {
     return cell;
   }
 
-  /// Gets references in several ways.
+  /// Gets references to all cells.
   void refer() {
     cells_.clear();
     for (CTLVCell& cell : *record_) {

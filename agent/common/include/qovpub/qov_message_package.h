@@ -106,6 +106,8 @@ class RecordStore {
   CTLVRecordV3* make(std::uint64_t cmd) noexcept;
   /// Gives the newest record, whose room is used up, a further block. False for any other record.
   bool extend(CTLVRecordV3& record) noexcept;
+  /// Gives `record` no further block.
+  void close(const CTLVRecordV3& record) noexcept;
   /// Frees record `i`. Of one made here the memory is used again after clear() only.
   void erase(std::size_t i) noexcept;
   /// Frees record `i` and puts a record from `new` in its place, which is taken over.

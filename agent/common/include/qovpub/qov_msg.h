@@ -35,8 +35,8 @@ namespace qov {
 
 /// Room for some cells of one record, in a list with the record's other blocks.
 ///
-/// A cell that can be changed from outside finds its block by its place, and the block knows the
-/// record: that is how a record hears of a change through a reference.
+/// A cell finds its block by its place, and the block knows the record: that is how a record hears
+/// of a change through a reference.
 ///
 /// Thread: as the record.
 /// Owns:   nothing; the record knows which of its blocks are its own and which a package's.
@@ -57,11 +57,12 @@ class CellBlock {
   /// Frees a list of blocks from make().
   static void freeAll(CellBlock* first) noexcept;
 
-  /// The block of a cell that knows its place; null for any other.
+  /// The block of a cell in one; null for any other.
   static CellBlock* of(const CTLVCell* cell) noexcept;
-  /// Lets the cells know their places, from where they find `record`.
-  void place(CTLVRecordV3* record) noexcept;
-  bool holds(const CTLVCell* cell) noexcept;
+  /// The place of the cell that stands, or will, at `slot`.
+  CTLVCell::Place placeOf(const CTLVCell* slot) const noexcept {
+    return static_cast<CTLVCell::Place>(offsetOf(slot) / kPlaceUnit);
+  }
   /// Puts what stands at `from`, here or in another block, to the free `to`. `from` is free then.
   void relocate(CTLVCell* to, const CTLVCell* from) noexcept;
   /// Closes the gap at `slot`, whose value is freed already.
@@ -78,7 +79,7 @@ class CellBlock {
   void close() noexcept { limit_ = end_; }
   CellBlock* next() const noexcept { return next_; }
   void setNext(CellBlock* next) noexcept { next_ = next; }
-  /// The record to which a cell here that knows its place belongs.
+  /// The record to which the cells here belong.
   CTLVRecordV3* record() const noexcept { return record_; }
   void setRecord(CTLVRecordV3* record) noexcept { record_ = record; }
 
@@ -87,10 +88,6 @@ class CellBlock {
 
  private:
   static constexpr std::uint32_t kPlaceUnit = alignof(CTLVCell);
-  // The first cell's place has to be greater than Place::kInBlock.
-  static constexpr std::uint32_t kPlaceOffset = kPlaceUnit;
-
-  void placeOne(CTLVCell* slot) noexcept;
 
   constexpr CellBlock() noexcept = default;
   explicit CellBlock(std::size_t capacity) noexcept : limit_(offsetOf(begin() + capacity)) {}
@@ -118,14 +115,16 @@ static_assert(CellBlock::kMaxBytes / alignof(CTLVCell) < 256, "a cell's place is
 /// A command code and an ordered list of cells.
 ///
 /// Cells that the record makes itself (add...(), copies, decoding) live side by side in a few
-/// blocks. They stay where they are: a reference to a cell is valid until the record is cleared,
-/// assigned to, moved or destroyed; erase() says what becomes of references there.
+/// blocks. They stay where they are: a reference or iterator to a cell is valid until the record is
+/// cleared, assigned to or destroyed. When the record is moved, they go with its cells, as the move
+/// says; erase() says what becomes of them there.
 ///
 /// Cells of equal tag stand in the order they were appended, and a look-up finds the first of them
 /// in that order. It goes by the tags that the cells have now: cells may be changed at any time
 /// through any reference to them, their tags included, and a record answers as a fresh copy of it
 /// would. Look-ups and additions take the same time in a record of any length, also in turn with
-/// changes of values; the first look-up after a change of a tag passes over all cells once.
+/// changes of values; the first look-up after a change of a tag passes over all cells once. That
+/// does not hold for records with cells from append(), see there.
 ///
 /// Thread: const operations may run in several threads at once; all others, changes of a cell
 ///         through a reference included, need the record alone.
@@ -145,10 +144,10 @@ class CTLVRecordV3 {
   }
   /// Takes command code and cells over and leaves `other` its command code, without cells.
   ///
-  /// Nothing is allocated, and references to the cells stay valid. Only a record that a package
-  /// made (addRecord(), decoding, copying) may have to move its cells out of the package's memory,
-  /// into new memory. When there is none, errno is ENOMEM, this record has no cells and `other`
-  /// keeps them.
+  /// Nothing is allocated; references and iterators to the cells stay valid and belong to this
+  /// record. Only one that a package made (addRecord(), decoding, copying) may have to move its
+  /// cells out of the package's memory, into new memory; references end there. When there is no
+  /// memory, errno is ENOMEM, this record has no cells and `other` keeps them.
   CTLVRecordV3(CTLVRecordV3&& other) noexcept : cmd_(other.cmd_) { take(other); }
   /// The same for a record that is there already, on its own or in a package; its cells are freed.
   CTLVRecordV3& operator=(CTLVRecordV3&& other) noexcept;
@@ -167,9 +166,13 @@ class CTLVRecordV3 {
   /// Puts the cell itself, which must come from `new`, at the end and takes it over; null is
   /// ignored. Throws, and takes nothing, when a record owns the cell already.
   ///
-  /// The length is not limited here; a record above 65535 bytes cannot be encoded. Such a cell does
-  /// not know its record: once one was changed after it was appended, in whatever record, look-ups
-  /// and length() of records with such cells pass over all their cells, until they are added to.
+  /// The length is not limited here; a record above 65535 bytes cannot be encoded.
+  ///
+  /// Such a cell does not know its record. When the tag or length of any such cell changes, in
+  /// whatever record and thread, every record with such cells has to look at all its cells again:
+  /// each look-up and length() does, until the next addition to that record, which does, too.
+  /// findNext() looks for such a cell from the first cell on. Additions and changes in turn, and a
+  /// walk by findNext(), take the square of the time then; cells from add...() do not.
   void append(const CTLVCell* cell) { append_int(cell); }
   void append_int(const CTLVCell* cell);
 
@@ -211,14 +214,14 @@ class CTLVRecordV3 {
     return large_ ? findIndexed(tag) : scan(tag);
   }
   CTLVCell* find(unsigned short tag) noexcept {
-    return handOut(static_cast<const CTLVRecordV3*>(this)->find(tag));
+    return const_cast<CTLVCell*>(static_cast<const CTLVRecordV3*>(this)->find(tag));
   }
   /// The next cell behind `cell`, a cell of this record, that has the same tag, or null:
   ///
   ///     for (const CTLVCell* cell = r.find(7); cell != nullptr; cell = r.findNext(*cell))
   const CTLVCell* findNext(const CTLVCell& cell) const noexcept;
   CTLVCell* findNext(const CTLVCell& cell) noexcept {
-    return handOut(static_cast<const CTLVRecordV3*>(this)->findNext(cell));
+    return const_cast<CTLVCell*>(static_cast<const CTLVRecordV3*>(this)->findNext(cell));
   }
   /// The first cell with `tag`; throws when there is none.
   const CTLVCell& operator[](unsigned short tag) const {
@@ -229,7 +232,7 @@ class CTLVRecordV3 {
     return *cell;
   }
   CTLVCell& operator[](unsigned short tag) {
-    return *handOut(&static_cast<const CTLVRecordV3&>(*this)[tag]);
+    return const_cast<CTLVCell&>(static_cast<const CTLVRecordV3&>(*this)[tag]);
   }
 
   // The value of the first cell with `tag`; throw when it is missing or of another type.
@@ -276,17 +279,10 @@ class CTLVRecordV3 {
     using reference = Cell&;
 
     Iterator() noexcept = default;
-    Cell& operator*() const noexcept {
-      if constexpr (!std::is_const_v<Cell>) {
-        if (slot_->place_ == CTLVCell::Place::kInBlock) {
-          block_->place(record_);
-        }
-      }
-      return *resolve(slot_);
-    }
+    Cell& operator*() const noexcept { return *resolve(slot_); }
     Cell* operator->() const noexcept { return &**this; }
     Iterator& operator++() noexcept {
-      if (++slot_ == end_) {
+      if (++slot_ == block_->end()) {
         enter(block_->next());
       }
       return *this;
@@ -301,36 +297,32 @@ class CTLVRecordV3 {
 
    private:
     friend class CTLVRecordV3;
-    using Record = std::conditional_t<std::is_const_v<Cell>, const CTLVRecordV3, CTLVRecordV3>;
-    Iterator(Record* record, qov::CellBlock* block) noexcept : record_(record) { enter(block); }
+    explicit Iterator(qov::CellBlock* block) noexcept { enter(block); }
     /// At `slot`, or at the first cell behind if `block` ends there.
-    Iterator(Record* record, qov::CellBlock* block, CTLVCell* slot) noexcept
-        : slot_(slot), end_(block->end()), block_(block), record_(record) {
-      if (slot_ == end_) {
+    Iterator(qov::CellBlock* block, CTLVCell* slot) noexcept : slot_(slot), block_(block) {
+      if (slot_ == block_->end()) {
         enter(block->next());
       }
     }
-    /// A block may be empty: its record was closed, or could not set its first value.
+    /// A block may be empty: its record was closed or lost its cells, or could not set its first
+    /// value.
     void enter(qov::CellBlock* block) noexcept {
       while (block != nullptr && block->begin() == block->end()) {
         block = block->next();
       }
       block_ = block;
       slot_ = block != nullptr ? block->begin() : nullptr;
-      end_ = block != nullptr ? block->end() : nullptr;
     }
 
     CTLVCell* slot_ = nullptr;
-    CTLVCell* end_ = nullptr;
     qov::CellBlock* block_ = nullptr;
-    Record* record_ = nullptr;
   };
   using const_iterator = Iterator<const CTLVCell>;
   using iterator = Iterator<CTLVCell>;
 
-  const_iterator begin() const noexcept { return const_iterator(this, first_); }
+  const_iterator begin() const noexcept { return const_iterator(first_); }
   const_iterator end() const noexcept { return const_iterator(); }
-  iterator begin() noexcept { return iterator(this, first_); }
+  iterator begin() noexcept { return iterator(first_); }
   iterator end() noexcept { return iterator(); }
 
   /// Frees the cell at `at`, which must not be end(), and returns the place of the next one.
@@ -351,7 +343,8 @@ class CTLVRecordV3 {
   void clear() noexcept;
 
   /// Writes the record's text form: of text values the length only, never the text. As all dumps it
-  /// is the same in every locale; the stream keeps the locale it has, and is decimal afterwards.
+  /// is the same in every locale and whatever the stream was set to. The stream keeps its locale
+  /// and flags, but is decimal afterwards.
   void dump(std::ostringstream& out) const;
   /// Writes one cell's value as dump() does.
   void dump_i(const CTLVCell& cell, std::ostringstream& out) const;
@@ -368,20 +361,13 @@ class CTLVRecordV3 {
 
   /// Of a package: the first cells go into `block`.
   CTLVRecordV3(std::uint64_t cmd, qov::RecordStore* store, qov::CellBlock* block) noexcept
-      : cmd_(cmd), first_(block), last_(block), open_(block), store_(store), owned_(true) {}
+      : cmd_(cmd), first_(block), last_(block), open_(block), store_(store), owned_(true) {
+    block->setRecord(this);
+  }
 
   static CTLVCell* resolve(CTLVCell* slot) noexcept {
     return slot->place_ == CTLVCell::Place::kStandIn ? slot->pointer<CTLVCell>() : slot;
   }
-  /// Lets a cell that can be changed from outside know where it stands.
-  CTLVCell* handOut(const CTLVCell* cell) noexcept {
-    auto* own = const_cast<CTLVCell*>(cell);
-    if (own != nullptr && own->place_ == CTLVCell::Place::kInBlock) {
-      blockOf(own)->place(this);
-    }
-    return own;
-  }
-  qov::CellBlock* blockOf(const CTLVCell* cell) const noexcept;
   /// Whether a cell that came through append() may have been changed since.
   bool stale() const noexcept {
     return given_ && seen_ != changesOfGiven_.load(std::memory_order_relaxed);
@@ -434,6 +420,7 @@ class CTLVRecordV3 {
 
   bool makeRoom(unsigned long cells) noexcept;
   void addBlock(qov::CellBlock* block) noexcept;
+  void dropBlock(qov::CellBlock* block) noexcept;
   void addCopies(const CTLVRecordV3& other);
   void makeRoomOrThrow();
   /// Appends `cell`, which has been checked.
@@ -471,7 +458,7 @@ class CTLVRecordV3 {
   // The package's memory that the record stands in, or null.
   qov::RecordStore* store_ = nullptr;
   // The value of changesOfGiven_ up to which all changes are taken in.
-  std::uint32_t seen_ = 0;
+  std::uint64_t seen_ = 0;
   // Has cells from append(), or had.
   bool given_ = false;
   // A cell may own memory outside the blocks.
@@ -482,7 +469,7 @@ class CTLVRecordV3 {
   bool owned_ = false;
 
   // Counts the changes of cells from append(), in all records: those cells cannot find theirs.
-  static std::atomic<std::uint32_t> changesOfGiven_;
+  static std::atomic<std::uint64_t> changesOfGiven_;
 };
 
 inline CTLVRecordV3& CTLVRecordV3::addNumber(unsigned int type, unsigned short tag, std::uint64_t v,
@@ -492,8 +479,8 @@ inline CTLVRecordV3& CTLVRecordV3::addNumber(unsigned int type, unsigned short t
   }
   CTLVCell* cell = open_->end();
   commitFitting(length_ + MIN_TLV_SIZE + bytes);
-  ::new (cell) CTLVCell(CTLVCell::Place::kInBlock,
-                        static_cast<unsigned int>(tag) << 4 | type | bytes << 16, v);
+  ::new (cell)
+      CTLVCell(open_->placeOf(cell), static_cast<unsigned int>(tag) << 4 | type | bytes << 16, v);
   return *this;
 }
 
@@ -507,8 +494,7 @@ inline CTLVRecordV3& CTLVRecordV3::addBytes(unsigned int type, unsigned short ta
   commitFitting(length_ + MIN_TLV_SIZE + total);
   const auto bytes = static_cast<unsigned int>(len);
   const unsigned int typeTag = static_cast<unsigned int>(tag) << 4 | type;
-  ::new (cell)
-      CTLVCell(CTLVCell::Place::kInBlock, typeTag | static_cast<unsigned int>(total) << 16, 0);
+  ::new (cell) CTLVCell(open_->placeOf(cell), typeTag | static_cast<unsigned int>(total) << 16, 0);
   qov::copySmall(cell->value_, static_cast<const unsigned char*>(data), bytes, nul);
   return *this;
 }

@@ -173,8 +173,8 @@ class CTLVCell {
   friend class qov::RecordCodec;
 
   /// Where a cell stands: on its own; on its own but owned by a record; in a record's block; or it
-  /// only holds the place, in a record's block, of a cell that stands elsewhere. Higher numbers say
-  /// where in its block a cell stands; a record sets them before it hands out what can be changed.
+  /// only holds the place, in a record's block, of a cell that stands elsewhere. The number of a
+  /// cell in a block is kInBlock or higher and says where in the block it stands.
   enum class Place : unsigned char { kAlone, kAdopted, kStandIn, kInBlock };
 
   static constexpr unsigned short kInside = 19;
