@@ -1,6 +1,7 @@
 #include "config/file_overwrite.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,16 +11,24 @@
 namespace qov {
 namespace {
 
-class Descriptor {
+/// An open file, locked for one writer at a time where the file system can do that.
+class LockedFile {
  public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() {
-    if (number_ >= 0) {
-      ::close(number_);
+  explicit LockedFile(const std::string& path)
+      : number_(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {
+    while (number_ >= 0 && ::flock(number_, LOCK_EX) != 0 && errno == EINTR) {
     }
   }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
+  ~LockedFile() {
+    const int callersErrno = errno;
+    if (number_ >= 0) {
+      ::flock(number_, LOCK_UN);  // also for a child that another thread has forked meanwhile
+      ::close(number_);
+    }
+    errno = callersErrno;
+  }
+  LockedFile(const LockedFile&) = delete;
+  LockedFile& operator=(const LockedFile&) = delete;
 
   int number() const { return number_; }
 
@@ -67,7 +76,7 @@ bool writeFromBeginning(int handle, const std::string& content) {
 }
 
 bool overwriteFile(const std::string& path, const std::string& content) {
-  const Descriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  const LockedFile file(path);
   std::string former;
   if (file.number() < 0 || !readAll(file.number(), former) ||
       !reserve(file.number(), content.size())) {
@@ -77,7 +86,7 @@ bool overwriteFile(const std::string& path, const std::string& content) {
     return true;
   }
   const int reason = errno;
-  makeContent(file.number(), former);
+  static_cast<void>(makeContent(file.number(), former));  // the caller learns of the first failure
   errno = reason;
   return false;
 }

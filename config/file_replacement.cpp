@@ -97,8 +97,12 @@ bool Replacement::takeOver(const struct stat& old) const {
     return false;
   }
   const bool sameOwner = mine.st_uid == old.st_uid && mine.st_gid == old.st_gid;
-  return (sameOwner || ::fchown(handle_, old.st_uid, old.st_gid) == 0) &&
-         ::fchmod(handle_, old.st_mode & kPermissionBits) == 0;
+  if ((sameOwner || ::fchown(handle_, old.st_uid, old.st_gid) == 0) &&
+      ::fchmod(handle_, old.st_mode & kPermissionBits) == 0) {
+    return true;
+  }
+  errno = EPERM;  // every reason comes to this: EINVAL, say, is an owner whom a container lacks
+  return false;
 }
 
 bool Replacement::takeThePlace() {
