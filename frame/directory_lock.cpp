@@ -1,6 +1,7 @@
 #include "frame/directory_lock.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -16,6 +17,17 @@ namespace {
 
 /// The directory's descriptor while it is locked.
 int held = -1;
+
+/// A lock is there while anyone has its descriptor open. A helper that a module forks may outlive
+/// this process and must not keep the next one from it.
+void closeInChild() {
+  if (held >= 0) {
+    ::close(held);
+  }
+  held = -1;
+}
+
+const int registered = ::pthread_atfork(nullptr, nullptr, &closeInChild);
 
 bool isSame(int one, int other) {
   struct stat first {};

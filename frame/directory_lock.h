@@ -6,7 +6,7 @@
 namespace qov {
 
 /// Locks `directory` itself for this process until it ends; a second call does nothing. The lock
-/// keeps nobody out. Programs that modules start do not inherit it.
+/// keeps nobody out. Processes and programs that modules start do not inherit it.
 ///
 /// Empty when the lock is there or the directory cannot be locked; else who else has it:
 /// "process 123", or "another process" where the system does not say.
