@@ -1,6 +1,7 @@
 #include "diag/log_end.h"
 
 #include <ace/Base_Thread_Adapter.h>
+#include <ace/Log_Msg.h>
 
 #include <atomic>
 #include <chrono>
@@ -25,6 +26,10 @@ struct Reach {
 };
 
 template struct Reach<CloseHook, &ACE_Base_Thread_Adapter::close_log_msg_hook_>;
+
+/// ACE sets the function whenever its count of log objects goes from 0 to 1. This one keeps the
+/// count above 0, also where main() has ended its thread and another one logs for the first time.
+[[gnu::used]] const ACE_Log_Msg* const kept = new ACE_Log_Msg;
 
 /// Keeps ACE's log usable while static objects go. The system takes its memory back.
 const ACE_CLOSE_LOG_MSG_HOOK closeOfAce = std::exchange(*address(CloseHook()), nullptr);
@@ -74,9 +79,7 @@ void RecordUnderWay::forgetAll() {
 }
 
 void closeAceLog() {
-  if (closeOfAce != nullptr) {
-    closeOfAce();
-  }
+  closeOfAce();
 }
 
 }  // namespace qov

@@ -90,6 +90,7 @@ bool LogFile::begin(const struct stat* predecessor) {
   fd_ = fd;
   device_ = own.st_dev;
   inode_ = own.st_ino;
+  isShared_ = false;
   closeToOthers(fd_, own);
   if (predecessor != nullptr) {
     static_cast<void>(::fchown(fd_, predecessor->st_uid, predecessor->st_gid));
@@ -126,13 +127,18 @@ bool LogFile::isReady() {
   return isThere;
 }
 
-/// Opens path_ if descriptor and path do not belong together.
+void LogFile::openAnew() {
+  isShared_ = fd_ >= 0;
+  lastLook_ = kNever;
+}
+
+/// Opens path_ if descriptor and path do not belong together, or the descriptor is not ours alone.
 bool LogFile::follow() {
   struct stat own {};
   if (!statOwn(own)) {
     return begin(nullptr);
   }
-  if (!isMoved(own)) {
+  if (!isShared_ && !isMoved(own)) {
     return true;
   }
   const bool isDeleted = own.st_nlink == 0;
@@ -232,6 +238,9 @@ bool LogFile::putAside(int predecessors) const {
 }
 
 void LogFile::removeFrom(int number) const {
+  if (path_.empty()) {
+    return;
+  }
   struct stat status {};
   for (std::string file = numbered(number); ::lstat(file.c_str(), &status) == 0 &&
                                             S_ISREG(status.st_mode) &&

@@ -38,9 +38,13 @@ class LogFile {
   /// than `maxBytes` (0: no limit): path -> path.1 -> path.2 and so on up to `predecessors`.
   void check(long long maxBytes, int predecessors);
 
+  /// In a forked child: opens the file anew before the next record. Until then it shares its
+  /// position with the parent's, and either could take a record of the other's for its own.
+  void openAnew();
+
   /// Removes path.`number` and those behind it, up to the first number without a regular file: what
   /// is left when fewer files are kept than before. Rotation leaves no gap; what comes after one is
-  /// somebody else's.
+  /// somebody else's. Without a path it removes nothing.
   void removeFrom(int number) const;
 
  private:
@@ -61,6 +65,7 @@ class LogFile {
   int fd_ = -1;
   dev_t device_ = 0;  ///< with inode_: whose descriptor fd_ was when it was opened
   ino_t inode_ = 0;
+  bool isShared_ = false;  ///< with the parent of this process
   bool hasOwner_ = false;
   uid_t user_ = 0;
   gid_t group_ = 0;

@@ -1,6 +1,7 @@
 // A child of a process whose threads log may log, too. fork() takes along the calling thread only,
 // so a lock that another one holds just then would stay locked in the child for good. This takes
-// all locks of logging before each fork and makes them free again on both sides.
+// all locks of logging before each fork and makes them free again on both sides. What the child
+// cannot have for itself it goes without: the C library's local time, the file's position.
 
 #include <ace/Log_Msg.h>
 #include <ace/Log_Msg_Backend.h>
@@ -8,10 +9,12 @@
 #include <sys/single_threaded.h>
 
 #include <climits>
+#include <optional>
 
 #include "diag/kit_locks.h"
 #include "diag/log_end.h"
-#include "diag/record_head.h"
+#include "diag/log_stream.h"
+#include "diag/record_time.h"
 
 namespace qov {
 
@@ -19,6 +22,8 @@ namespace {
 
 /// The calling thread's, while it holds the locks for a fork; otherwise null.
 thread_local ACE_Log_Msg* held = nullptr;
+/// Meanwhile: ACE takes its lock away only when nothing is under way any more.
+thread_local std::optional<RecordUnderWay> forkUnderWay;
 /// ACE's own backend of that time: the child cannot ask for it. Guarded by ACE's log lock.
 ACE_Log_Msg_Backend* backend = nullptr;
 
@@ -27,24 +32,26 @@ void holdLocks() {
   if (__libc_single_threaded != 0) {
     return;
   }
-  held = ACE_Log_Msg::instance();
+  forkUnderWay.emplace();
+  held = forkUnderWay->mayGo() ? ACE_Log_Msg::instance() : nullptr;
   if (held == nullptr) {
+    forkUnderWay.reset();
     return;
   }
   KitLocks::acquire();
   held->acquire();
   backend = ACE_Log_Msg::msg_backend();
-  localTimeLock().lock();
+  noteUtcOffset();
 }
 
 void releaseInParent() {
   if (held == nullptr) {
     return;
   }
-  localTimeLock().unlock();
   held->release();
   KitLocks::release();
   held = nullptr;
+  forkUnderWay.reset();
 }
 
 /// Puts `next` where the calling thread has `present`. ACE keeps the key of its log objects to
@@ -73,14 +80,18 @@ void renewLockOfAce(ACE_Log_Msg* own) {
 }
 
 void renewInChild() {
+  if (LogStream* const stream = LogStream::process()) {
+    stream->openFileAnew();
+  }
   if (held == nullptr) {
     return;
   }
-  localTimeLock().unlock();
+  keepUtcOffset();
   renewLockOfAce(held);
   KitLocks::release();
-  RecordUnderWay::forgetAll();
   held = nullptr;
+  forkUnderWay.reset();
+  RecordUnderWay::forgetAll();
 }
 
 /// While the library is loaded, and therefore before anyone else whose handlers log: handlers of

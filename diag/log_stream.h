@@ -37,6 +37,8 @@ class LogStream : public std::ostream {
 
   /// Looks after the file's size, see LogFile::check().
   void checkFile(long long maxBytes, int predecessors) { file_.check(maxBytes, predecessors); }
+  /// In a forked child, see LogFile::openAnew().
+  void openFileAnew() { file_.openAnew(); }
   /// Removes rotated files, see LogFile::removeFrom().
   void removeFilesFrom(int number) { file_.removeFrom(number); }
 

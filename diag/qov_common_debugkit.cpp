@@ -1,5 +1,4 @@
 #include <qovpub/qov_common_debugkit.h>
-#include <qovpub/qov_utility.h>
 
 #include <cerrno>
 #include <ctime>
@@ -13,6 +12,7 @@
 #include "diag/log_output.h"
 #include "diag/message_text.h"
 #include "diag/record_head.h"
+#include "diag/record_time.h"
 #include "diag/uncancelled.h"
 
 namespace {
@@ -198,6 +198,5 @@ void CQOVDebugKit::makeLog(std::ostringstream& out, unsigned long long logId, co
 }
 
 std::string CQOVDebugKit::makeLogTime() const {
-  const std::lock_guard<std::mutex> lock(qov::localTimeLock());
-  return UtcTimeToLocalTimeStr(time(nullptr), "/");
+  return qov::recordTime(time(nullptr));
 }

@@ -11,6 +11,8 @@
 #include <ctime>
 #include <memory>
 
+#include "diag/record_time.h"
+
 namespace qov {
 
 namespace {
@@ -48,8 +50,7 @@ bool isCurrent(const SecondText& cached, time_t now) {
 }
 
 void refresh(SecondText& cached, time_t now) {
-  const std::lock_guard<std::mutex> lock(localTimeLock());
-  const std::string text = UtcTimeToLocalTimeStr(now, "/");
+  const std::string text = recordTime(now);
   cached.size = std::min(text.size(), cached.text.size());
   std::memcpy(cached.text.data(), text.data(), cached.size);
   cached.second = now;
@@ -57,11 +58,6 @@ void refresh(SecondText& cached, time_t now) {
 }
 
 }  // namespace
-
-std::mutex& localTimeLock() {
-  static std::mutex lock;
-  return lock;
-}
 
 RecordHead::RecordHead(const std::string& kitName, unsigned long long logId, const char* tag,
                        const char* function, unsigned int line) {

@@ -2,15 +2,10 @@
 #define QOV_DIAG_RECORD_HEAD_H
 
 #include <cstddef>
-#include <mutex>
 #include <string>
 #include <string_view>
 
 namespace qov {
-
-/// Held while a time is turned into text. The C library has a lock for that, which a forked child
-/// may find locked for good.
-std::mutex& localTimeLock();
 
 /// What a record carries in front of its message: the seven bracketed fields and a blank.
 /// Lives on the stack; only names that are longer than any sensible one make it allocate.

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/child.h"
 #include "tests/support/files.h"
 
 namespace {
@@ -272,6 +273,15 @@ TEST_F(LogFileTest, RemovesNothingThatRotationHasNotMade) {
   file_.removeFrom(5);
   EXPECT_TRUE(fs::exists(path_ + ".2"));
   EXPECT_TRUE(fs::is_symlink(path_ + ".5"));
+}
+
+TEST_F(LogFileTest, RemovesNothingWithoutAPath) {
+  writeFile(directory_.file(".2"), "");
+  EXPECT_TRUE(qov::test::holdsInChild([this] {
+    return ::chdir(directory_.path().c_str()) == 0 && !file_.open("") &&
+           (file_.removeFrom(2), true);
+  }));
+  EXPECT_TRUE(fs::exists(directory_.file(".2"))) << "it is somebody else's";
 }
 
 TEST_F(LogFileTest, GoesOnGrowingWhenItCannotBeRotated) {

@@ -18,6 +18,7 @@
 #include "tests/diag/log_capture.h"
 #include "tests/diag/process_root.h"
 #include "tests/diag/reactor_timers.h"
+#include "tests/support/child.h"
 #include "tests/support/files.h"
 
 namespace {
@@ -322,6 +323,32 @@ TEST_F(LoggingStrategy, KeepsNoFurtherDescriptors) {
     strategy_.initLogStrategy(param_);
   }
   EXPECT_EQ(descriptors(), before);
+}
+
+/// The number under which this process has `file` open; -1: not at all.
+int descriptorOf(const fs::path& file) {
+  for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;  // the listing's own
+    if (fs::read_symlink(entry.path(), gone) == file) {
+      return std::stoi(entry.path().filename().string());
+    }
+  }
+  return -1;
+}
+
+TEST_F(LoggingStrategy, SharesNoPositionInTheFileWithAChild) {
+  strategy_.initLogStrategy(param_);
+  log("parent");
+  const int descriptor = descriptorOf(path_);
+  const off_t position = ::lseek(descriptor, 0, SEEK_CUR);
+  ASSERT_GT(position, 0);
+  EXPECT_TRUE(qov::test::holdsInChild([this] {
+    log("child");
+    return true;
+  }));
+  EXPECT_THAT(logged(), EndsWith("] child\n"));
+  EXPECT_EQ(::lseek(descriptor, 0, SEEK_CUR), position)
+      << "who shares it may cut off the other's record with a torn one of its own";
 }
 
 TEST_F(LoggingStrategy, SwitchesBetweenFileAndTerminal) {

@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <ctime>
 #include <string>
 #include <thread>
 #include <vector>
@@ -59,6 +60,15 @@ void keepBusy(const Work& work) {
   }
 }
 
+/// Holds the C library's lock around the time zone most of the time, as a log with "%D" also does.
+void askForTheTime() {
+  while (!enough) {
+    const time_t now = ::time(nullptr);
+    struct tm local {};
+    ::localtime_r(&now, &local);
+  }
+}
+
 void changeKits() {
   static CQOVDebugKit own("OWN", kRareKit + 1);
   if (CQOVDebugKitMgr::instance()->add(&own) == 1) {
@@ -92,6 +102,7 @@ int forkWhileThreadsLog(int count) {
   threads.emplace_back([] { keepBusy([] { log(0, "thread", 0); }); });
   threads.emplace_back([] { keepBusy([] { log(kRareKit, "thread", 0); }); });
   threads.emplace_back([] { keepBusy([] { ACE_ERROR((LM_ERROR, "straight to ACE\n")); }); });
+  threads.emplace_back(askForTheTime);
   threads.emplace_back([] { keepBusy(changeKits); });
   bool all = true;
   for (; all && children < count; ++children) {

@@ -33,8 +33,11 @@ struct KitLocks;
 /// literal message costs no string either. errno is the same after the call as before it.
 ///
 /// A child that fork() makes while other threads log may log, too; its records go where the
-/// parent's go. fork() waits for the record that is being written. Neither holds for _Fork(), nor
-/// for a fork from within a destination of ACE's while it is written to.
+/// parent's go. fork() waits for the record that is being written, without a limit, also where a
+/// log is stuck. Neither holds for _Fork(), nor for a fork from within a destination of ACE's while
+/// it is written to. A child of several threads, and its own children, keep the offset from UTC of
+/// the fork: summer time that begins later does not show. The C library's local time may hang in
+/// such a child, and with it "%D" in what goes to ACE directly.
 ///
 /// Threads that nobody has joined may log while main() returns and until the process has ended.
 /// Their records are dropped from the moment at which this library is unloaded: main() has
