@@ -42,6 +42,17 @@ inline bool isOn(const LogLevel& level, ACE_Log_Msg* log) {
   return log != nullptr && (log->priority_mask(ACE_Log_Msg::PROCESS) & level.priority) != 0;
 }
 
+/// The tag of the lowest level that is logged.
+inline const char* lowestLevelOn() {
+  ACE_Log_Msg* const log = ACE_Log_Msg::instance();
+  for (const LogLevel* const level : {&kTrace, &kDebug, &kInfo, &kWarn, &kError}) {
+    if (isOn(*level, log)) {
+      return level->tag;
+    }
+  }
+  return "none";
+}
+
 }  // namespace qov
 
 #endif

@@ -22,6 +22,7 @@
 
 #include "diag/destination_lock.h"
 #include "diag/file_strategy.h"
+#include "diag/log_level.h"
 #include "diag/log_options.h"
 #include "diag/log_stream.h"
 #include "diag/log_value.h"
@@ -133,12 +134,15 @@ std::array<char, kLongestLine> describe(const CLogging_Cfg_Param& param) {
   std::array<char, kLongestLine> line;
   if (param.sendTerminal_ != 0) {
     std::snprintf(line.data(), line.size(),
-                  "Log settings in force: standard error, levels as they were");
+                  "Log settings in force: standard error, levels as they were, from %s up",
+                  qov::lowestLevelOn());
   } else {
+    const bool isOpen = qov::LogStream::process()->openError() == 0;
     std::snprintf(line.data(), line.size(),
-                  "Log settings in force: LogLevel %d, file %s, LogFileMaxSize %d KB, "
+                  "Log settings in force: LogLevel %d, %s%s, LogFileMaxSize %d KB, "
                   "LogFileMaxCnt %d, ChkInterval %d s",
-                  std::max(param.logLevel_, 0), param.logFile_, std::max(param.logFileMaxSize_, 0),
+                  std::max(param.logLevel_, 0), isOpen ? "file " : "standard error",
+                  isOpen ? param.logFile_ : "", std::max(param.logFileMaxSize_, 0),
                   std::max(param.logFileMaxCnt_, 1), std::max(param.chkInterval_, 0));
   }
   return line;

@@ -15,24 +15,13 @@
 namespace qov {
 namespace {
 
-/// The lowest level that is logged.
-const char* levelInForce() {
-  ACE_Log_Msg* const log = ACE_Log_Msg::instance();
-  for (const LogLevel* const level : {&kTrace, &kDebug, &kInfo, &kWarn, &kError}) {
-    if (isOn(*level, log)) {
-      return level->tag;
-    }
-  }
-  return "none";
-}
-
 void logBanner(const CQOVDebugKit& kit) {
   const std::string root = QOV_Utility::getQOVRootEnv();
   kit.info(65723, __FUNCTION__, __LINE__,
            std::string("libqovpub ") + QOV_Version() + ": process " +
                std::to_string(QOV_Utility::getProcPID()) + ", pid " + std::to_string(::getpid()) +
                ", root " + (root.empty() ? "/" : root) + ", configuration " +
-               QOV_Utility::getProcessCfgFileName() + ", log level " + levelInForce());
+               QOV_Utility::getProcessCfgFileName() + ", log level " + lowestLevelOn());
 }
 
 bool isAddress(const std::string& text) {

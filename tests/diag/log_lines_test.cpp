@@ -129,11 +129,23 @@ TEST_F(LogLines, SayWhatIsInForceAfterAReload) {
 TEST_F(LogLines, SayThatRecordsGoToStandardErrorAfterAReload) {
   configure("");
   init();
-  configure("SendTerminal=1\n");
+  configure("SendTerminal=1\nLogLevel=0\n");
   testing::internal::CaptureStderr();
   reload();
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
-              HasSubstr("] Log settings in force: standard error, levels as they were\n"));
+              HasSubstr("] Log settings in force: standard error, levels as they were, from INFO "
+                        "up\n"));
+}
+
+TEST_F(LogLines, NameStandardErrorInThePlaceOfAFileThatAReloadCannotOpen) {
+  configure("");
+  testing::internal::CaptureStderr();
+  strategy_.reloadLogStrategy(nullptr, (path_ + "/missing.log").c_str());
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("] Log settings in force: LogLevel 2, standard error, LogFileMaxSize "
+                        "10240 KB, LogFileMaxCnt 3, ChkInterval 600 s\n"));
+  reload();
+  EXPECT_THAT(records().back(), HasSubstr("LogLevel 2, file " + path_));
 }
 
 TEST_F(LogLines, SayWhyAReloadHasChangedNothing) {
