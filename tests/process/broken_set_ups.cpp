@@ -199,6 +199,36 @@ std::vector<BrokenSetUp> ofTheProcessId() {
   return rows;
 }
 
+/// `value` takes the place of the one that `key` has.
+Break logWith(const std::string& key, const std::string& value) {
+  std::string text = std::string(kGlobal) + kLog;
+  const std::size_t start = text.find("\n" + key + "=") + key.size() + 2;
+  return config(text.replace(start, text.find('\n', start) - start, value));
+}
+
+std::vector<BrokenSetUp> ofTheLogsValues() {
+  std::vector<BrokenSetUp> rows;
+  const auto add = [&](const char* name, const std::string& key, const std::string& value,
+                       const std::string& says) {
+    rows.push_back({name,
+                    logWith(key, value),
+                    {"Failed to take a value as it stands: <conf>qov_test_agent.cfg: LOG_CFG/" +
+                     key + ": \"" + value + "\" is " + says + " is taken\n"},
+                    Result::kWarns,
+                    Log::kFile});
+  };
+  add("LogLevelAsAWord", "LogLevel", "verbose", "no whole number, 0");
+  add("LogLevelEmpty", "LogLevel", "", "no whole number, 0");
+  add("LogLevelNegative", "LogLevel", "-1", "out of range, 0");
+  add("SendTerminalAsAWord", "SendTerminal", "no", "no whole number, 0");
+  add("ChkIntervalNegative", "ChkInterval", "-1", "out of range, 0");
+  add("ChkIntervalWithAUnit", "ChkInterval", "10min", "no whole number, 10");
+  add("LogFileMaxSizeWithAUnit", "LogFileMaxSize", "10MB", "no whole number, 10");
+  add("LogFileMaxSizeTooLarge", "LogFileMaxSize", "2147483648", "out of range, 2147483647");
+  add("LogFileMaxCntZero", "LogFileMaxCnt", "0", "out of range, 1");
+  return rows;
+}
+
 std::vector<BrokenSetUp> ofTheLog() {
   std::vector<BrokenSetUp> rows;
   const auto add = [&](const char* name, const Break& breakIt, const std::string& says,
@@ -370,8 +400,8 @@ const std::vector<BrokenSetUp>& brokenSetUps() {
   static const std::vector<BrokenSetUp> all = [] {
     std::vector<BrokenSetUp> rows;
     for (std::vector<BrokenSetUp> part :
-         {ofTheConfiguration(), ofTheProcessId(), ofTheLog(), ofTheLibraries(), ofTheModules(),
-          ofModulesThatEndTheProcess()}) {
+         {ofTheConfiguration(), ofTheProcessId(), ofTheLog(), ofTheLogsValues(), ofTheLibraries(),
+          ofTheModules(), ofModulesThatEndTheProcess()}) {
       rows.insert(rows.end(), part.begin(), part.end());
     }
     rows.push_back({"MarkerOfAnEditor",
