@@ -306,7 +306,14 @@ TEST_P(ModuleLoaderFailure, LeavesItsLibraryOpen) {
   EXPECT_EQ(timesOpen(library), before + 1);
 }
 
-TEST_P(ModuleLoaderFailure, ThrowsNothingWhereverMemoryRunsOut) {
+/// A module that cannot be loaded and has started no thread by then.
+class ModuleLoaderWithoutMemory : public ModuleLoader,
+                                  public ::testing::WithParamInterface<const char*> {};
+
+INSTANTIATE_TEST_SUITE_P(Module, ModuleLoaderWithoutMemory,
+                         ::testing::Values("no_entry", "null_object", "throwing_entry", "gid256"));
+
+TEST_P(ModuleLoaderWithoutMemory, ThrowsNothingWhereverMemoryRunsOut) {
   mark({GetParam()});
   // What the process makes once and keeps is there from now on.
   EXPECT_FALSE(loader().load());
