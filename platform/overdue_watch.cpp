@@ -17,8 +17,8 @@ using std::chrono::steady_clock;
 
 constexpr std::int64_t kNothingCovered = std::numeric_limits<std::int64_t>::max();
 
-// How long the end of the process waits for a look that is under way. Only a log that takes nothing
-// any more, such as a pipe that nobody reads, makes a look last longer.
+// How long a fork or the end of the process waits for a look that is under way. Only a log that
+// takes nothing any more, such as a pipe that nobody reads, makes a look last longer.
 constexpr std::chrono::seconds kLongestLook(3);
 
 // For what the watching thread writes, which nothing is above, and what a guard does in its
@@ -52,8 +52,15 @@ OverdueWatch& OverdueWatch::instance() {
 
 OverdueWatch::OverdueWatch() : shortest_(kNothingCovered) {
   // A daemon forks: hold the lock across it, so that the child finds it in a known state.
-  pthread_atfork([] { instance().lock_.lock(); }, [] { instance().lock_.unlock(); },
+  pthread_atfork([] { instance().holdForFork(); }, [] { instance().lock_.unlock(); },
                  [] { instance().forgetThreadAfterFork(); });
+}
+
+void OverdueWatch::holdForFork() {
+  std::unique_lock<std::mutex> held(lock_);
+  // While it logs the thread holds ACE's log lock, which nobody would release in the child.
+  waitForTheLook(held);
+  held.release();
 }
 
 bool OverdueWatch::waitForTheLook(std::unique_lock<std::mutex>& held) {

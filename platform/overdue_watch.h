@@ -44,6 +44,7 @@ class OverdueWatch {
   std::chrono::steady_clock::time_point look();
   /// Waits until the thread neither looks nor logs; false when that takes too long.
   bool waitForTheLook(std::unique_lock<std::mutex>& held);
+  void holdForFork();
   void forgetThreadAfterFork();
 
   std::atomic<std::int64_t> shortest_;
