@@ -1,7 +1,5 @@
 #include "frame/app_signal_block.h"
 
-#include <pthread.h>
-
 #include <cstdlib>
 #include <initializer_list>
 
@@ -9,48 +7,27 @@ namespace qov {
 
 namespace {
 
-sigset_t setOf(std::initializer_list<int> signals) {
-  sigset_t set;
-  sigemptyset(&set);
-  for (const int signum : signals) {
-    sigaddset(&set, signum);
-  }
-  return set;
-}
-
 void blockForGood() {
-  const sigset_t blocked = setOf({SIGINT, SIGTERM, SIGUSR1, SIGPIPE});
+  sigset_t blocked = loopSignals();
+  sigaddset(&blocked, SIGPIPE);
   ::pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
 }
 
 }  // namespace
 
-SignalBlock::SignalBlock() {
-  const sigset_t blocked = setOf({SIGINT, SIGTERM, SIGUSR1});
-  ::pthread_sigmask(SIG_BLOCK, &blocked, &former_);
+sigset_t loopSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int signum : {SIGINT, SIGTERM, SIGUSR1}) {
+    sigaddset(&set, signum);
+  }
+  return set;
 }
 
-SignalBlock::~SignalBlock() {
-  ::pthread_sigmask(SIG_SETMASK, &former_, nullptr);
-}
-
-SignalAdmission::SignalAdmission() {
-  const sigset_t admitted = setOf({SIGINT, SIGTERM, SIGUSR1});
-  ::pthread_sigmask(SIG_UNBLOCK, &admitted, &former_);
-}
-
-SignalAdmission::~SignalAdmission() {
-  ::pthread_sigmask(SIG_SETMASK, &former_, nullptr);
-}
-
-AllSignalsBlock::AllSignalsBlock() {
+sigset_t allSignals() {
   sigset_t all;
   sigfillset(&all);
-  ::pthread_sigmask(SIG_SETMASK, &all, &former_);
-}
-
-AllSignalsBlock::~AllSignalsBlock() {
-  ::pthread_sigmask(SIG_SETMASK, &former_, nullptr);
+  return all;
 }
 
 void ignoreBrokenPipes() {

@@ -5,58 +5,29 @@
 
 namespace qov {
 
-/// Keeps SIGINT, SIGTERM and SIGUSR1 from the calling thread, and from the threads it starts, while
-/// it lives.
+/// What the calling thread, and the threads it starts, take of signals while it lives.
 ///
 /// Thread: made and destroyed by one thread.
 /// Owns:   that thread's signal mask, which the destructor sets back to what it was.
 /// Errors: none.
-class SignalBlock {
+class SignalMask {
  public:
-  SignalBlock();
-  ~SignalBlock();
+  /// `how` as with pthread_sigmask(): SIG_BLOCK, SIG_UNBLOCK or SIG_SETMASK.
+  SignalMask(int how, const sigset_t& signals) { ::pthread_sigmask(how, &signals, &former_); }
+  ~SignalMask() { ::pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
 
-  SignalBlock(const SignalBlock&) = delete;
-  SignalBlock& operator=(const SignalBlock&) = delete;
+  SignalMask(const SignalMask&) = delete;
+  SignalMask& operator=(const SignalMask&) = delete;
 
  private:
   sigset_t former_;
 };
 
-/// Lets SIGINT, SIGTERM and SIGUSR1 reach the calling thread while it lives, whoever has blocked
-/// them: a process inherits its starter's mask.
-///
-/// Thread: made and destroyed by one thread.
-/// Owns:   that thread's signal mask, which the destructor sets back to what it was.
-/// Errors: none.
-class SignalAdmission {
- public:
-  SignalAdmission();
-  ~SignalAdmission();
+/// SIGINT, SIGTERM and SIGUSR1, which the event loop carries out. A process inherits its starter's
+/// mask, so they may be blocked when it begins.
+sigset_t loopSignals();
 
-  SignalAdmission(const SignalAdmission&) = delete;
-  SignalAdmission& operator=(const SignalAdmission&) = delete;
-
- private:
-  sigset_t former_;
-};
-
-/// Keeps every signal from the calling thread, and from the threads it starts, while it lives.
-///
-/// Thread: made and destroyed by one thread.
-/// Owns:   that thread's signal mask, which the destructor sets back to what it was.
-/// Errors: none.
-class AllSignalsBlock {
- public:
-  AllSignalsBlock();
-  ~AllSignalsBlock();
-
-  AllSignalsBlock(const AllSignalsBlock&) = delete;
-  AllSignalsBlock& operator=(const AllSignalsBlock&) = delete;
-
- private:
-  sigset_t former_;
-};
+sigset_t allSignals();
 
 /// Makes a write to a broken pipe fail instead of ending the process, unless the program handles
 /// the signal itself.

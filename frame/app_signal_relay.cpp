@@ -72,6 +72,10 @@ bool SignalRelay::stopHasCome() {
   return stopCame.load();
 }
 
+void SignalRelay::forgetStop() {
+  stopCame.store(false);
+}
+
 void SignalRelay::waitForStop() {
   ::sem_wait(&stopRang);
 }

@@ -29,8 +29,12 @@ class SignalRelay : public ACE_Event_Handler {
   /// Forgets `handler`, if it is the one, and leaves the process reactor.
   void detach(const SigintHandler& handler);
 
-  /// Whether a stop signal has come since attach(), carried out or not. Thread: any.
+  /// Whether a stop signal has come since attach() and forgetStop(), carried out or not. Thread:
+  /// any.
   static bool stopHasCome();
+
+  /// For the end of an event loop. What is noted is still carried out.
+  static void forgetStop();
 
   /// Returns when a stop signal comes, or at endWaitForStop(); perhaps earlier. Thread: any but in
   /// signal context.

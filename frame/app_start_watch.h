@@ -8,7 +8,7 @@ namespace qov {
 /// Ends a process whose start hangs, when a stop signal asks for that.
 ///
 /// While one lives, SIGINT and SIGTERM are blocked and wait for the end of the start. A start that
-/// does not end within 7 seconds from then on is given up: what it is at is told on standard error
+/// does not end within 6 seconds from then on is given up: what it is at is told on standard error
 /// and in the log, and the process ends by the signal. Where the signal does not end it (the first
 /// process of a container), it exits with status 128 plus the signal's number. Nothing is stopped
 /// in order.

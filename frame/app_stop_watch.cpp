@@ -12,7 +12,7 @@ namespace qov {
 
 StopWatch::StopWatch(ShutdownWatch& watch) : watch_(watch) {
   try {
-    const AllSignalsBlock block;
+    const SignalMask none(SIG_SETMASK, allSignals());
     thread_ = std::thread(&StopWatch::run, this);
     ::pthread_setname_np(thread_.native_handle(), "qov-stop-watch");
   } catch (const std::system_error&) {
@@ -25,6 +25,8 @@ StopWatch::~StopWatch() {
     SignalRelay::instance().endWaitForStop();
     thread_.join();
   }
+  // The next event loop is not about to stop. A stop signal from here on ends it by its note.
+  SignalRelay::forgetStop();
 }
 
 void StopWatch::run() {

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <csignal>
 #include <new>
+#include <optional>
 
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_logging_strategy.h>
@@ -24,6 +25,7 @@
 #include "frame/app_stop_watch.h"
 #include "frame/current_step.h"
 #include "frame/env_failure.h"
+#include "frame/shutdown_supervision.h"
 #include "frame/start_lines.h"
 #include "frame/start_report.h"
 #include "module/module_shutdown.h"
@@ -57,7 +59,7 @@ void ownReactor() {
 void runReactor() {
   ACE_Reactor& reactor = *ACE_Reactor::instance();
   reactor.owner(ACE_Thread::self());
-  const qov::SignalAdmission admission;
+  const qov::SignalMask admission(SIG_UNBLOCK, qov::loopSignals());
   while (reactor.implementation()->deactivated() == 0) {
     reactor.handle_events();
     // Without a descriptor the signal has still interrupted the wait.
@@ -100,7 +102,7 @@ void CQOVapp::dropLogStrategy() {
 
 int CQOVapp::init(int argc, char** argv) {
   parse_args(argc, argv);
-  const qov::SignalBlock block;
+  const qov::SignalMask block(SIG_BLOCK, qov::loopSignals());
   qov::ignoreBrokenPipes();
   qov::blockSignalsAtExit();
   qov::StartReport report(bDeaemonize_);
@@ -180,13 +182,15 @@ void CQOVapp::handleSignals() {
 }
 
 void CQOVapp::event_loop_done() {
+  // Around the trace, too, which hangs where the log does.
+  qov::ShutdownWatch watch;
+  std::optional<qov::StopWatch> stop(std::in_place, watch);
   CQOVDebugKitGuard guard(0, "void CQOVapp::event_loop_done()");
   {
-    qov::ShutdownWatch watch;
-    {
-      const qov::StopWatch stop(watch);
-      runReactor();
-    }
+    // The platform's guard has its fixed place between the traces.
+    const MonitorGuard monitor(qov::kShutdownSeconds);
+    runReactor();
+    stop.reset();
     watch.begins();
     moduleLoader().unload();
     closePlugins();

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <string_view>
+#include <system_error>
 
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_utility.h>
@@ -73,9 +74,15 @@ void appendToLogFile(unsigned long long logId, const Lines& lines) {
 }  // namespace
 
 void tellLastWords(unsigned long long logId, const Lines& lines) {
-  endsWithin(kPatience, [lines] { writeToStandardError(lines); });
-  if (!endsWithin(kPatience, [logId, lines] { log(logId, lines); })) {
-    endsWithin(kPatience, [logId, lines] { appendToLogFile(logId, lines); });
+  try {
+    endsWithin(kPatience, [lines] { writeToStandardError(lines); });
+    if (!endsWithin(kPatience, [logId, lines] { log(logId, lines); })) {
+      endsWithin(kPatience, [logId, lines] { appendToLogFile(logId, lines); });
+    }
+  } catch (const std::system_error&) {
+    // There are no more threads. Neither of these two waits for a lock.
+    writeToStandardError(lines);
+    appendToLogFile(logId, lines);
   }
 }
 

@@ -11,7 +11,7 @@ namespace qov {
 ///
 /// Takes 3 seconds at most, whatever hangs. A log that takes nothing, because a thread that hangs
 /// holds its lock, is passed by: the records are appended to the process's log file directly, if
-/// there is one.
+/// there is one. The same is done when the process can start no more threads.
 ///
 /// Thread: any but in signal context. Errors: none.
 void tellLastWords(unsigned long long logId, const std::vector<std::string>& lines);

@@ -4,8 +4,8 @@
 
 MonitorGuard::MonitorGuard(unsigned seconds) {
   if (seconds != 0) {
-    watchdog_ = std::make_unique<qov::platform::ShutdownWatchdog>(qov::platform::guardTime(seconds),
-                                                                  seconds);
+    watchdog_ =
+        std::make_unique<qov::platform::ShutdownWatchdog>(qov::platform::guardTime(1), seconds);
   }
 }
 

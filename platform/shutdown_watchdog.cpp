@@ -38,8 +38,8 @@ void writeToStandardError(const char* format, Arguments... arguments) {
 
 }  // namespace
 
-ShutdownWatchdog::ShutdownWatchdog(std::chrono::nanoseconds bound, unsigned seconds)
-    : bound_(bound), seconds_(seconds) {}
+ShutdownWatchdog::ShutdownWatchdog(std::chrono::nanoseconds second, unsigned seconds)
+    : second_(second), seconds_(seconds) {}
 
 ShutdownWatchdog::~ShutdownWatchdog() {
   std::thread watching;
@@ -67,8 +67,7 @@ void ShutdownWatchdog::start() {
   try {
     telling_ = std::thread(&ShutdownWatchdog::tell, this);
     pthread_setname_np(telling_.native_handle(), "qov-report");
-    watching_ =
-        std::thread(&ShutdownWatchdog::watch, this, std::chrono::steady_clock::now() + bound_);
+    watching_ = std::thread(&ShutdownWatchdog::watch, this);
     pthread_setname_np(watching_.native_handle(), "qov-shutdown");
   } catch (const std::exception& error) {
     writeToStandardError("MonitorGuard: the shutdown of process %d is not supervised: %s\n",
@@ -76,9 +75,16 @@ void ShutdownWatchdog::start() {
   }
 }
 
-void ShutdownWatchdog::watch(std::chrono::steady_clock::time_point deadline) {
+bool ShutdownWatchdog::endsInTime(std::unique_lock<std::mutex>& held) {
+  for (unsigned second = 0; second < seconds_ && !over_; ++second) {
+    changed_.wait_for(held, second_, [this] { return over_; });
+  }
+  return over_;
+}
+
+void ShutdownWatchdog::watch() {
   std::unique_lock<std::mutex> held(lock_);
-  if (!changed_.wait_until(held, deadline, [this] { return over_; })) {
+  if (!endsInTime(held)) {
     overdue_ = true;
     changed_.notify_all();
     changed_.wait_for(held, kLongestTelling, [this] { return told_; });

@@ -8,11 +8,14 @@
 
 namespace qov::platform {
 
-/// Aborts the process unless it is destroyed within its bound after start().
+/// Aborts the process unless it is destroyed within its time after start().
+///
+/// Only the time that the process runs counts: one that was stopped meanwhile (SIGSTOP, a debugger)
+/// has lost a second.
 class ShutdownWatchdog {
  public:
-  /// `seconds` is what the line says of `bound`.
-  ShutdownWatchdog(std::chrono::nanoseconds bound, unsigned seconds);
+  /// `seconds` of the length `second`.
+  ShutdownWatchdog(std::chrono::nanoseconds second, unsigned seconds);
   ~ShutdownWatchdog();
 
   ShutdownWatchdog(const ShutdownWatchdog&) = delete;
@@ -24,11 +27,13 @@ class ShutdownWatchdog {
   void start();
 
  private:
-  void watch(std::chrono::steady_clock::time_point deadline);
+  void watch();
+  /// Waits, and holds `held` again then; true when it is destroyed within its time.
+  bool endsInTime(std::unique_lock<std::mutex>& held);
   /// Apart from watch(): whatever is written may hang.
   void tell();
 
-  const std::chrono::nanoseconds bound_;
+  const std::chrono::nanoseconds second_;
   const unsigned seconds_;
   void (*report_)() = nullptr;
 

@@ -112,7 +112,8 @@ int CQOV_Task::activate(long flags, int n_threads, int force_active, long priori
   const qov::ThreadName usual(taskMgr_ != nullptr ? taskMgr_->moduleId() : 0, "task");
   for (std::size_t i = 0; i < count; ++i) {
     if (named) {
-      ::pthread_setname_np(started[i], thr_name != nullptr ? thr_name[i] : usual.text());
+      const qov::ThreadName name = thr_name != nullptr ? qov::ThreadName(thr_name[i]) : usual;
+      ::pthread_setname_np(started[i], name.text());
     }
     TaskRegistry::instance().bindStarted(started[i], this);
   }

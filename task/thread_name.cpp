@@ -12,6 +12,10 @@ ThreadName::ThreadName(unsigned int moduleId, const char* role, std::size_t numb
   }
 }
 
+ThreadName::ThreadName(const char* whole) {
+  std::snprintf(text_.data(), text_.size(), "%s", whole);
+}
+
 std::size_t ThreadName::write(unsigned int moduleId, const char* role, int letters,
                               std::size_t number) {
   std::array<char, 64> whole{};

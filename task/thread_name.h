@@ -14,6 +14,9 @@ class ThreadName {
   /// `number` counts the threads of one role from 1; 0 for a role that has only one.
   ThreadName(unsigned int moduleId, const char* role, std::size_t number = 0);
 
+  /// A name that a module has given.
+  explicit ThreadName(const char* whole);
+
   const char* text() const { return text_.data(); }
 
  private:

@@ -131,8 +131,8 @@ bool isBlocked(int signum) {
   return sigismember(&mask, signum) == 1;
 }
 
-TEST(AppSignalBlock, KeepsTheSignalsFromThisThreadAndThoseItStarts) {
-  const qov::SignalBlock block;
+TEST(AppSignalMask, KeepsTheSignalsFromThisThreadAndThoseItStarts) {
+  const qov::SignalMask block(SIG_BLOCK, qov::loopSignals());
   EXPECT_TRUE(isBlocked(SIGINT));
   EXPECT_TRUE(isBlocked(SIGTERM));
   EXPECT_TRUE(isBlocked(SIGUSR1));
@@ -144,12 +144,12 @@ TEST(AppSignalBlock, KeepsTheSignalsFromThisThreadAndThoseItStarts) {
   EXPECT_TRUE(inherited);
 }
 
-TEST(AppSignalBlock, GivesBackTheMaskThatWas) {
+TEST(AppSignalMask, GivesBackTheMaskThatWas) {
   sigset_t usr1;
   sigemptyset(&usr1);
   sigaddset(&usr1, SIGUSR1);
   ::pthread_sigmask(SIG_BLOCK, &usr1, nullptr);
-  { const qov::SignalBlock block; }
+  { const qov::SignalMask block(SIG_BLOCK, qov::loopSignals()); }
   EXPECT_FALSE(isBlocked(SIGINT));
   EXPECT_FALSE(isBlocked(SIGTERM));
   EXPECT_TRUE(isBlocked(SIGUSR1));

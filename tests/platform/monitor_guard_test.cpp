@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <qovplatform/platform_guard.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -49,6 +50,37 @@ bool fillStandardError() {
   while (::write(ends[1], &byte, 1) == 1) {
   }
   return ::fcntl(ends[1], F_SETFL, 0) == 0 && ::dup2(ends[1], STDERR_FILENO) == STDERR_FILENO;
+}
+
+constexpr unsigned kStoppedSeconds = 1000;
+
+long waitsOf(const std::filesystem::path& thread) {
+  const std::string status = qov::test::readFile(thread / "status");
+  const std::string label = "\nvoluntary_ctxt_switches:";
+  return std::stol(status.substr(status.find(label) + label.size()));
+}
+
+[[noreturn]] void shutDownWithAStopOnTheWay() {
+  {
+    MonitorGuard guard(kStoppedSeconds);
+    guard.shutdownBegins();
+    const std::filesystem::path watchdog = watchdogs().front();
+    ::raise(SIGSTOP);
+    // It has looked at its time meanwhile.
+    const long waits = waitsOf(watchdog);
+    while (waitsOf(watchdog) < waits + 3) {
+      std::this_thread::yield();
+    }
+  }
+  ::_exit(0);
+}
+
+/// Continues `child`, which stops itself, when a guard of kStoppedSeconds has run out.
+void continueLate(pid_t child) {
+  int status = 0;
+  ::waitpid(child, &status, WUNTRACED);
+  std::this_thread::sleep_for(std::chrono::milliseconds(kStoppedSeconds));
+  ::kill(child, SIGCONT);
 }
 
 class MonitorGuardDeathTest : public ::testing::Test {
@@ -204,6 +236,21 @@ TEST(MonitorGuard, EndsWithoutAWordWhenTheShutdownIsInTime) {
     guard.shutdownBegins();
   }
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(MonitorGuardDeathTest, DoesNotCountTheTimeForWhichTheProcessIsStopped) {
+  EXPECT_EXIT(
+      {
+        const pid_t child = ::fork();
+        if (child == 0) {
+          shutDownWithAStopOnTheWay();
+        }
+        continueLate(child);
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        std::exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
 }
 
 // A sanitizer's runtime needs address space all the time.

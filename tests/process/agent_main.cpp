@@ -9,6 +9,9 @@
 //   leak        returns without destroying its frame
 //   twice       runs the whole life of a frame two times
 //   again       initialises its frame two times
+//   loops       runs its event loop two times
+//   unread      fills its standard error, a pipe that nobody reads, logs there from then on, and
+//               makes the file "unread" before the event loop
 //   inner       a second frame comes and goes, then the file "inner_is_gone", before the event loop
 //   threads     has two threads, a joinable and a detached one, which only the thread manager knows
 //               and which wait for the file "go"
@@ -17,8 +20,12 @@
 // What it tells the system's log goes to the file "syslog".
 // It begins with QOV_TEST_GREETING on standard output, with QOV_TEST_OWN_BUFFER by a std::cout that
 // does not share the buffer of stdout.
+#include <ace/Log_Msg.h>
+#include <ace/Reactor.h>
+#include <ace/Reactor_Impl.h>
 #include <ace/Thread_Manager.h>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <qovpub/qov_app.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_exception.h>
@@ -103,6 +110,22 @@ ACE_THR_FUNC_RETURN waitToGo(void* text) {
   return nullptr;
 }
 
+/// Leaves no room for a single byte in the pipe that is standard error.
+void fillStandardError() {
+  // A descriptor of its own: the log's shall block.
+  const int end = ::open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+  while (::write(end, "x", 1) == 1) {
+  }
+  ::close(end);
+  ACE_LOG_MSG->set_flags(ACE_Log_Msg::STDERR);
+  qov::test::makeFile("unread");
+}
+
+void runAgain(CQOVapp& app) {
+  ACE_Reactor::instance()->implementation()->deactivate(0);
+  app.event_loop_done();
+}
+
 void startThreads() {
   static char joinable[] = "a joinable thread ends";
   static char detached[] = "a detached thread ends";
@@ -152,6 +175,8 @@ int live(CQOVapp& app, int argc, char** argv) {
     comeAndGo(argc, argv);
   } else if (mode() == "threads") {
     startThreads();
+  } else if (mode() == "unread") {
+    fillStandardError();
   }
   if (mode() == "reload") {
     loader().unload();
@@ -172,6 +197,9 @@ int live(CQOVapp& app, int argc, char** argv) {
   }
   if (mode() != "return" && mode() != "leak") {
     app.event_loop_done();
+  }
+  if (mode() == "loops") {
+    runAgain(app);
   }
   return 0;
 }

@@ -116,6 +116,19 @@ std::string AgentProcess::mainThreadName() const {
   return firstLineOf("/proc/" + std::to_string(started_) + "/comm");
 }
 
+long AgentProcess::waitsOf(const std::string& threadName) const {
+  const std::filesystem::path tasks = "/proc/" + std::to_string(started_) + "/task";
+  const std::string key = "\nvoluntary_ctxt_switches:";
+  for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+    const std::string status = readFile(task.path() / "status");
+    const std::size_t waits = status.find(key);
+    if (firstLineOf(task.path() / "comm") == threadName && waits != std::string::npos) {
+      return std::stol(status.substr(waits + key.size()));
+    }
+  }
+  return 0;
+}
+
 bool AgentProcess::waitForLog(const std::string& text) {
   return waitUntil([&] { return log().find(text) != std::string::npos; });
 }
@@ -143,6 +156,10 @@ bool AgentProcess::findDaemon() {
 
 Ending AgentProcess::waitForDaemonEnd() {
   return waitForEndOf(daemon_);
+}
+
+bool AgentProcess::daemonIsThere() const {
+  return daemon_ > 0 && ::kill(daemon_, 0) == 0;
 }
 
 std::string AgentProcess::state(const std::string& key) const {

@@ -47,6 +47,8 @@ class AgentProcess {
   /// The names of the threads of the process that was started, and its main thread's.
   std::multiset<std::string> threadNames() const;
   std::string mainThreadName() const;
+  /// How often the thread of that name has waited for something so far; 0 when there is none.
+  long waitsOf(const std::string& threadName) const;
 
   bool waitForLog(const std::string& text);
   bool waitForFile(const std::string& name);
@@ -58,6 +60,7 @@ class AgentProcess {
   /// Learns the daemon's process id from the module "state".
   bool findDaemon();
   Ending waitForDaemonEnd();
+  bool daemonIsThere() const;
 
   /// The value of `key` in what the module "state" has written.
   std::string state(const std::string& key) const;

@@ -117,6 +117,18 @@ TEST_F(AgentUnread, IsEndedAlthoughTheMainThreadHangsInTheLogWhenTheSignalComes)
   isAborted();
   tellsOf(agent.log(), "the main thread has not come to the stop signal");
 }
+
+TEST_F(AgentUnread, IsEndedAlthoughTheMainThreadHangsInTheLogBeforeTheEventLoop) {
+  agent.setEnvironment("QOV_TEST_MAIN", "unread");
+  // With traces.
+  agent.root().writeConfig(0);
+  agent.useModules({"named"});
+  agent.start({"-n"});
+  ASSERT_TRUE(agent.waitForFile("unread"));
+  agent.send(SIGINT);
+  isAborted();
+  tellsOf(agent.log(), "the main thread has not come to the stop signal");
+}
 #endif
 
 }  // namespace

@@ -21,6 +21,16 @@ class AgentHangingStart : public AgentTest, public ::testing::WithParamInterface
     EXPECT_EQ(ending.signal, signum) << ending.exitStatus << agent.errors();
   }
 
+  /// Its starter ends when no process of it is left.
+  void daemonIsEnded() {
+    const Ending ending = agent.waitForEnd();
+    EXPECT_TRUE(ending.ended) << "hangs";
+    EXPECT_EQ(ending.exitStatus, 1) << ending.signal << agent.errors();
+    EXPECT_THAT(agent.errors(), HasSubstr("Failed to start the daemon: ended by signal "));
+    EXPECT_THAT(agent.log(), HasSubstr(reasonFor(GetParam())));
+    EXPECT_FALSE(agent.daemonIsThere());
+  }
+
   static std::string reasonFor(int signum) {
     return std::string("Failed to stop in order at ") + (signum == SIGINT ? "SIGINT" : "SIGTERM") +
            ": loading module qovp_state has not ended";
@@ -47,8 +57,30 @@ TEST_P(AgentHangingStart, OfADaemonIsEndedByAStopSignalAndNamesTheModule) {
   hangsInItsStart({});
   ASSERT_TRUE(agent.findDaemon());
   agent.send(GetParam());
-  isEndedBy(agent.waitForDaemonEnd(), GetParam());
-  EXPECT_THAT(agent.log(), HasSubstr(reasonFor(GetParam())));
+  daemonIsEnded();
+}
+
+TEST_P(AgentHangingStart, OfADaemonIsEndedByAStopSignalToItsStarter) {
+  hangsInItsStart({});
+  agent.send(GetParam());
+  ASSERT_TRUE(agent.findDaemon());
+  daemonIsEnded();
+}
+
+TEST_F(AgentTest, DoesNotCountTheTimeForWhichAHangingStartIsStopped) {
+  constexpr std::chrono::seconds kLongerThanAHangingStartMayTake{8};
+  agent.setEnvironment("QOV_TEST_WAIT", "1");
+  agent.useModules({"state"});
+  agent.start({"-n"});
+  ASSERT_TRUE(agent.waitForFile("state"));
+  const long before = agent.waitsOf("qov-start-watch");
+  agent.send(SIGTERM);
+  ASSERT_TRUE(waitUntil([&] { return agent.waitsOf("qov-start-watch") > before; }));
+  agent.send(SIGSTOP);
+  std::this_thread::sleep_for(kLongerThanAHangingStartMayTake);
+  agent.makeFile("go");
+  agent.send(SIGCONT);
+  hasEndedInOrder(agent.waitForEnd());
 }
 
 TEST_F(AgentTest, LeavesNoThreadBehindThatHasWatchedTheStart) {

@@ -25,8 +25,9 @@ TEST_F(AgentThreads, AreNamedAfterModuleAndRole) {
   starts({"named"});
   // Named behind all others.
   const std::multiset<std::string> names = namesOnceThereIs("christened");
-  EXPECT_THAT(names, IsSupersetOf({"m255-leader", "m255-scheduler", "m255-worker-1",
-                                   "m255-worker-2", "m255-static", "m255-task", "christened"}));
+  EXPECT_THAT(names,
+              IsSupersetOf({"m255-leader", "m255-scheduler", "m255-worker-1", "m255-worker-2",
+                            "m255-static", "m255-task", "m255-sixteen-ab", "christened"}));
   stopsInOrder();
 }
 

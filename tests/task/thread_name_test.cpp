@@ -23,4 +23,9 @@ TEST(ThreadName, ThatIsTooLongEvenSoLosesItsEnd) {
   EXPECT_STREQ(ThreadName(4294967295U, "worker", 123456).text(), "m4294967295-w-1");
 }
 
+TEST(ThreadName, GivenByAModuleKeepsFifteenCharacters) {
+  EXPECT_STREQ(ThreadName("fifteen-letters").text(), "fifteen-letters");
+  EXPECT_STREQ(ThreadName("fifteen-letters+").text(), "fifteen-letters");
+}
+
 }  // namespace

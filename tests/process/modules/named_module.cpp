@@ -23,13 +23,21 @@ class StaticTask : public CQOV_StaticSchecheduledTask {
 
 class Module : public CQOV_TaskMgr {
  public:
-  Module() : CQOV_TaskMgr(kGid, 2, "named"), static_(this), own_(this), christened_(this) {}
+  Module()
+      : CQOV_TaskMgr(kGid, 2, "named"),
+        static_(this),
+        own_(this),
+        christened_(this),
+        shortened_(this) {}
   CQOV_Task* createTask() override { return new Worker(this); }
 
   bool initEnv() override {
     const char* names[] = {"christened"};
+    const char* tooLong[] = {"m255-sixteen-abc"};
     return insertStaticScheduledTask(&static_) == 0 &&
            own_.activate(kFlags, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, kGid) == 0 &&
+           shortened_.activate(kFlags, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, kGid, nullptr, nullptr,
+                               nullptr, nullptr, nullptr, tooLong) == 0 &&
            christened_.activate(kFlags, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, kGid, nullptr, nullptr,
                                 nullptr, nullptr, nullptr, names) == 0;
   }
@@ -40,6 +48,7 @@ class Module : public CQOV_TaskMgr {
   StaticTask static_;
   Worker own_;
   Worker christened_;
+  Worker shortened_;
 };
 
 }  // namespace

@@ -67,7 +67,7 @@ class SigintHandler : public ACE_Event_Handler {
 /// on. Programs that a module's thread starts inherit the three blocked: unblock them between fork
 /// and exec.
 ///
-/// A start that hangs is given up when a stop signal has waited for its end for 7 seconds: standard
+/// A start that hangs is given up when a stop signal has waited for its end for 6 seconds: standard
 /// error and the log name the module that is being loaded, and the process ends by the signal.
 ///
 /// Exit handlers (std::atexit, static objects) run in the calling process of a daemon and in the

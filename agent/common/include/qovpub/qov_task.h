@@ -106,7 +106,9 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   /// Starts the task's threads as ACE does, and makes them known: getCurrentTask() finds the task
   /// on them, and a task that is started with the module's id as `grp_id` is told to end, and
   /// joined, with its module; it must outlive the stop of its task manager then. Without `thr_name`
-  /// joinable threads are named after the module, as "m20-task".
+  /// joinable threads are named after the module, as "m20-task"; a longer name than the system
+  /// takes keeps its first 15 characters. A detached thread has its starter's name without
+  /// `thr_name`, and with a longer one.
   int activate(long flags = THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED, int n_threads = 1,
                int force_active = 0, long priority = ACE_DEFAULT_THREAD_PRIORITY, int grp_id = -1,
                ACE_Task_Base* task = nullptr, ACE_hthread_t thread_handles[] = nullptr,
