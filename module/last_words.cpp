@@ -71,6 +71,16 @@ void appendToLogFile(unsigned long long logId, const Lines& lines) {
   ::close(file);
 }
 
+/// When there are no more threads. Nothing here waits for a lock.
+void tellHere(unsigned long long logId, const Lines& lines) {
+  try {
+    writeToStandardError(lines);
+    appendToLogFile(logId, lines);
+  } catch (...) {
+    // A process without a configuration has no log file.
+  }
+}
+
 }  // namespace
 
 void tellLastWords(unsigned long long logId, const Lines& lines) {
@@ -80,9 +90,7 @@ void tellLastWords(unsigned long long logId, const Lines& lines) {
       endsWithin(kPatience, [logId, lines] { appendToLogFile(logId, lines); });
     }
   } catch (const std::system_error&) {
-    // There are no more threads. Neither of these two waits for a lock.
-    writeToStandardError(lines);
-    appendToLogFile(logId, lines);
+    tellHere(logId, lines);
   }
 }
 
