@@ -64,10 +64,6 @@ void applyOptions(qov::FileStrategy& strategy, const CLogging_Cfg_Param& param,
   const qov::DestinationLock lock(log);
   if (toFile) {
     log.msg_ostream(&qov::LogStream::use(param.logFile_, owner), false);
-    // A count that cannot be meant must not cost the files that are there.
-    if (param.logFileMaxCnt_ >= 1) {
-      qov::LogStream::process()->removeFilesFrom(param.logFileMaxCnt_);
-    }
   }
   qov::OrphanThreads::adoptAll(log);
   strategy.init(options.argc(), options.argv());
@@ -107,6 +103,19 @@ void warnOfCutName(const char* logFile, const char* cut) {
                            {},
                            std::string("it is too long; records go to ") + cut}));
   }
+}
+
+/// Once `param` is in force: without memory this is left out.
+void tidyUp(const CLogging_Cfg_Param& param) noexcept try {
+  qov::LogStream* const log = qov::LogStream::process();
+  // A count that cannot be meant must not cost the files that are there.
+  if (param.logFileMaxCnt_ >= 1) {
+    log->removeFilesFrom(param.logFileMaxCnt_);
+  }
+  if (log->openError() != 0 && param.logFile_[0] != '\0') {
+    tellNoFile(param.logFile_, log->openError());
+  }
+} catch (const std::bad_alloc&) {
 }
 
 qov::Failure whyNoConfig() {
@@ -268,9 +277,8 @@ int CQOV_Logging_Strategy::initLogStrategy(const CLogging_Cfg_Param& param) {
     }
     strategy_ = std::move(strategy);
     inForce_ = param;
-    const int error = toFile ? qov::LogStream::process()->openError() : 0;
-    if (error != 0 && param.logFile_[0] != '\0') {
-      tellNoFile(param.logFile_, error);
+    if (toFile) {
+      tidyUp(param);
     }
     return give(param.logFile_, owner);
   } catch (const std::bad_alloc&) {

@@ -23,8 +23,9 @@ namespace {
 
 constexpr unsigned long long kGivenUpId = 65751;
 
-/// With the 3 seconds that last words may take, the process ends within 10, with one to spare.
+/// Both together are less than the 10 seconds that a stop may take, with one to spare.
 constexpr int kPatienceSeconds = 6;
+constexpr unsigned kLastWordsSeconds = 3;
 
 sigset_t stopSignals() {
   sigset_t set;
@@ -56,15 +57,31 @@ void tellWhatHangs(int signum) {
   tellLastWords(kGivenUpId, withThreads(textOf(failure)));
 }
 
-[[noreturn]] void endBy(int signum) {
-  ::signal(signum, SIG_DFL);
+void unblockHere(int signum) {
   sigset_t one;
   sigemptyset(&one);
   sigaddset(&one, signum);
   ::pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+}
+
+/// Async-signal-safe.
+[[noreturn]] void endBy(int signum) {
+  ::signal(signum, SIG_DFL);
+  unblockHere(signum);
   ::raise(signum);
   constexpr int kShellsBase = 128;
   ::_exit(kShellsBase + signum);
+}
+
+volatile std::sig_atomic_t signalToEndBy = 0;
+
+/// Ends the process by `signum` even if the last words never end: no thread can begin while another
+/// one waits in the dynamic loader for a library's file.
+void endAtTheLatestBy(int signum) {
+  signalToEndBy = signum;
+  ::signal(SIGALRM, [](int) { endBy(signalToEndBy); });
+  unblockHere(SIGALRM);
+  ::alarm(kLastWordsSeconds);
 }
 
 }  // namespace
@@ -101,6 +118,7 @@ void StartWatch::run() const {
   while (stopCame()) {
     const int signum = endsInTime() ? 0 : pendingStop();
     if (signum != 0) {
+      endAtTheLatestBy(signum);
       tellWhatHangs(signum);
       endBy(signum);
     }

@@ -71,10 +71,8 @@ void appendToLogFile(unsigned long long logId, const Lines& lines) {
   ::close(file);
 }
 
-/// When there are no more threads. Nothing here waits for a lock.
-void tellHere(unsigned long long logId, const Lines& lines) {
+void appendWithoutAThread(unsigned long long logId, const Lines& lines) {
   try {
-    writeToStandardError(lines);
     appendToLogFile(logId, lines);
   } catch (...) {
     // A process without a configuration has no log file.
@@ -84,13 +82,14 @@ void tellHere(unsigned long long logId, const Lines& lines) {
 }  // namespace
 
 void tellLastWords(unsigned long long logId, const Lines& lines) {
+  // On this thread, and first: it waits for nothing but a reader, and a thread may not begin.
+  writeToStandardError(lines);
   try {
-    endsWithin(kPatience, [lines] { writeToStandardError(lines); });
     if (!endsWithin(kPatience, [logId, lines] { log(logId, lines); })) {
       endsWithin(kPatience, [logId, lines] { appendToLogFile(logId, lines); });
     }
   } catch (const std::system_error&) {
-    tellHere(logId, lines);
+    appendWithoutAThread(logId, lines);
   }
 }
 

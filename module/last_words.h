@@ -9,7 +9,8 @@ namespace qov {
 /// Tells why the process is about to end: on standard error and, as records of level ERR of the
 /// public kit, in the log.
 ///
-/// Takes 3 seconds at most, whatever hangs. A log that takes nothing, because a thread that hangs
+/// Takes 3 seconds at most, whatever hangs but the dynamic loader: no thread begins while another one
+/// waits in that, and the lines are on standard error only then. A log that takes nothing, because a thread that hangs
 /// holds its lock, is passed by: the records are appended to the process's log file directly, if
 /// there is one. The same is done when the process can start no more threads.
 ///

@@ -73,6 +73,10 @@ TEST_F(AgentExit, InAForkedChildLeavesTheModulesAlone) {
   agent.setEnvironment("QOV_TEST_MAIN", "fork");
   agent.useModules({"quitter"});
   agent.start({"-n"});
+  // A child that is made while threads begin may find ACE's own locks held, for good.
+  ASSERT_TRUE(agent.waitForLog("Module(45) thread inited"));
+  ASSERT_TRUE(waitUntil([&] { return agent.threadNames().count("m45-worker-2") != 0; }));
+  agent.makeFile("go");
   hasExited(agent.waitForEnd(), 3);
 }
 

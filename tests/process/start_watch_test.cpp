@@ -1,4 +1,7 @@
+#include <sys/stat.h>
+
 #include "tests/process/agent_test.h"
+#include "tests/support/files.h"
 
 using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
@@ -81,6 +84,20 @@ TEST_F(AgentTest, DoesNotCountTheTimeForWhichAHangingStartIsStopped) {
   agent.makeFile("go");
   agent.send(SIGCONT);
   hasEndedInOrder(agent.waitForEnd());
+}
+
+TEST_F(AgentTest, IsEndedByAStopSignalWhileTheDynamicLoaderWaitsForALibrary) {
+  const TemporaryDirectory libraries;
+  ASSERT_EQ(::mkfifo(libraries.file("libqovp_unwritten.so").c_str(), 0600), 0);
+  agent.setEnvironment("LD_LIBRARY_PATH", libraries.path());
+  agent.useModules({"unwritten"});
+  agent.start({"-n"});
+  ASSERT_TRUE(agent.waitForLog("[65723]")) << agent.errors();
+  agent.send(SIGTERM);
+  const Ending ending = agent.waitForEnd();
+  EXPECT_TRUE(ending.ended) << "hangs";
+  EXPECT_EQ(ending.signal, SIGTERM) << ending.exitStatus << agent.errors();
+  EXPECT_THAT(agent.errors(), HasSubstr("loading module qovp_unwritten has not ended"));
 }
 
 TEST_F(AgentTest, LeavesNoThreadBehindThatHasWatchedTheStart) {
