@@ -9,10 +9,11 @@ namespace qov {
 /// Tells why the process is about to end: on standard error and, as records of level ERR of the
 /// public kit, in the log.
 ///
-/// Takes 3 seconds at most, whatever hangs but the dynamic loader: no thread begins while another one
-/// waits in that, and the lines are on standard error only then. A log that takes nothing, because a thread that hangs
-/// holds its lock, is passed by: the records are appended to the process's log file directly, if
-/// there is one. The same is done when the process can start no more threads.
+/// Takes 3 seconds at most, whatever hangs. Only while a thread waits in the dynamic loader, which
+/// lets no other one begin, it takes as long as that; the lines are on standard error by then. A log
+/// that takes nothing, because a thread that hangs holds its lock, is passed by: the records are
+/// appended to the process's log file directly, if there is one. The same is done when the process
+/// can start no more threads.
 ///
 /// Thread: any but in signal context. Errors: none.
 void tellLastWords(unsigned long long logId, const std::vector<std::string>& lines);
