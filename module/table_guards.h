@@ -24,8 +24,8 @@ class CQOV_Module_Loader::TableWriter {
   ACE_Write_Guard<ACE_RW_Thread_Mutex> lock_;
 };
 
-/// Holds the table for reading. A leader has to wait until the modules are loaded; whom it has work
-/// for must not.
+/// Holds the table for reading. A leader may wait here until all modules are loaded, so the
+/// wake-ups that it has collected go out first.
 class CQOV_Module_Loader::TableReader {
  public:
   explicit TableReader(CQOV_Module_Loader& loader);

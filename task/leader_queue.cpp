@@ -1,7 +1,6 @@
 #include "task/leader_queue.h"
 
 #include <ace/Guard_T.h>
-#include <ace/OS_Errno.h>
 #include <ace/Time_Value.h>
 #include <qovpub/qov_task.h>
 
@@ -27,8 +26,8 @@ int LeaderQueue::enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
   switch (kindOf(*mb)) {
     case Kind::kControl:
       return forceTail(mb);
-    case Kind::kUrgent:
-      if (urgentFits()) {
+    case Kind::kResponse:
+      if (responseFits()) {
         return forceTail(mb);
       }
       break;
@@ -48,7 +47,8 @@ int LeaderQueue::deactivate() {
 
 ACE_Message_Block* LeaderQueue::takeBatch() {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
-  load_->add(cur_bytes_);
+  // Its bytes stay in the load.
+  countedBytes_ = 0;
   return takeAllLocked();
 }
 
@@ -63,16 +63,13 @@ LeaderQueue::Kind LeaderQueue::kindOf(const ACE_Message_Block& mb) const {
   }
   const QOVMsgHead& head = pkg->head();
   if (head.type_ == kResponseType) {
-    return Kind::kUrgent;
+    return Kind::kResponse;
   }
   const bool own = head.rpid_ == processId_ && head.rmid_ == moduleId_;
-  if (!own || !isKnownType(head.type_)) {
-    return Kind::kPassedOn;
-  }
-  return carriesTimeoutDesc(mb) ? Kind::kUrgent : Kind::kForOwnWorkers;
+  return own && isKnownType(head.type_) ? Kind::kForOwnWorkers : Kind::kPassedOn;
 }
 
-bool LeaderQueue::urgentFits() {
+bool LeaderQueue::responseFits() {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
   return cur_bytes_ < 2 * high_water_mark_;
 }
@@ -82,7 +79,7 @@ int LeaderQueue::enqueueForOwnWorkers(ACE_Message_Block* mb, ACE_Time_Value* tim
     return TaskQueue::enqueue_tail(mb, timeout);
   }
   const CQOV_Task* const sender = ownSender();
-  if (sender != nullptr && sender->pooled_) {
+  if (sender != nullptr && sender->makesRoom_) {
     return TaskQueue::enqueue_tail(mb, timeout);
   }
   const TaskQueue* const own = sender != nullptr ? sender->queue_.get() : nullptr;
@@ -94,14 +91,15 @@ int LeaderQueue::enqueueForOwnWorkers(ACE_Message_Block* mb, ACE_Time_Value* tim
       return load_->hasRoom(own) ? TaskQueue::enqueue_tail(mb, timeout) : refuse();
     }
   }
-  const std::size_t bytes = mb->total_size();
-  if (!load_->waitForRoom(bytes, deadline ? &*deadline : nullptr, own)) {
-    return refuse();
-  }
-  const int count = TaskQueue::enqueue_tail(mb, timeout);
-  const ACE_Errno_Guard keep(errno);
-  load_->subtract(bytes);
-  return count;
+  ModuleLoad::Waiter place(*load_, mb->total_size(), own);
+  return place.wait(deadline ? &*deadline : nullptr) ? TaskQueue::enqueue_tail(mb, timeout)
+                                                     : refuse();
+}
+
+int LeaderQueue::wait_not_full_cond(ACE_Time_Value* timeout) {
+  const CQOV_Task* const sender = is_full_i() ? ownSender() : nullptr;
+  const bool isLeader = sender != nullptr && sender->queue_.get() == this;
+  return isLeader ? 0 : TaskQueue::wait_not_full_cond(timeout);
 }
 
 int LeaderQueue::refuse() {

@@ -15,16 +15,16 @@ namespace qov {
 ///
 /// - Requests and asynchronous messages to the module itself need one of its workers: they find no
 ///   room while the module's ledger (ModuleLoad) holds a queue's worth of bytes.
-/// - Not so what the workers of its pool and its scheduler send: were they to wait for room that
+/// - What its workers, its scheduler and its leader send is exempt: if they waited for room that
 ///   only they can make, nothing would move again. A pool that sends itself more than it can handle
 ///   grows its module instead. Everybody else waits or is refused, the module's static tasks and
 ///   other threads included; a static task is spared only what stands in its own queue.
 /// - Messages that the leader only passes on, and unknown ones, find no room while this queue alone
-///   is full. The leader never waits, so that ends soon, whatever its workers do; otherwise workers
-///   that wait to send and a backlog that waits for workers would block each other for good.
-/// - Responses and synchronous requests of the module's own tasks may fill the queue to twice its
-///   limit, since dropping a response costs a worker its whole time-out. Each belongs to a waiting
-///   task, so there are never more of them than tasks.
+///   is full. The leader itself never waits, so that ends soon, whatever its workers do; otherwise
+///   workers that wait to send and a backlog that waits for workers would block each other for
+///   good.
+/// - Responses may fill the queue to twice its limit: a dropped one costs a worker its whole
+///   time-out. Each belongs to a waiting task, so there are never more of them than tasks.
 /// - Stop and hang-up blocks always get in.
 class LeaderQueue : public TaskQueue {
  public:
@@ -45,11 +45,14 @@ class LeaderQueue : public TaskQueue {
   ACE_Message_Block* takeBatch();
   void doneWith(std::size_t bytes) { load_->subtract(bytes); }
 
+ protected:
+  int wait_not_full_cond(ACE_Time_Value* timeout) override;
+
  private:
-  enum class Kind { kControl, kUrgent, kForOwnWorkers, kPassedOn };
+  enum class Kind { kControl, kResponse, kForOwnWorkers, kPassedOn };
 
   Kind kindOf(const ACE_Message_Block& mb) const;
-  bool urgentFits();
+  bool responseFits();
   int enqueueForOwnWorkers(ACE_Message_Block* mb, ACE_Time_Value* timeout);
   int refuse();
   /// The task of the calling thread if it is one of this module.

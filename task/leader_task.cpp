@@ -53,6 +53,7 @@ CQOV_Leader_Task::CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize,
   }
   // Made by whoever loads the modules: the thread that first touches the process reactor owns it.
   ACE_Reactor::instance();
+  makesRoom_ = true;
   scheduler_->countLoadInto(leaderQueue_.load());
   msg_queue()->notification_strategy(&notification_);
 }

@@ -46,14 +46,9 @@ class ModuleLoad {
   /// Length of the line.
   int waitingSenders() const { return waiters_.load(); }
 
-  /// Waits in the line until there is room for `bytes`, or until `deadline` (null: without limit).
-  /// True when the sender is let in: its bytes count already. It subtracts them once its block is
-  /// in a queue and counts there.
-  bool waitForRoom(std::size_t bytes, const Clock::time_point* deadline, const TaskQueue* own);
-
- private:
   class Waiter;
 
+ private:
   /// Lets in those for whom there is room. With mutex_ held.
   void letIn();
 
@@ -66,6 +61,39 @@ class ModuleLoad {
   std::mutex mutex_;
   // Guarded by mutex_: the line, linked through the waiters.
   Waiter* first_ = nullptr;
+};
+
+/// A sender's place in the line, and then its room: once it is let in its bytes count. They are
+/// taken off at the end of this object, when its block is in a queue and counts there. A thread
+/// that is cancelled meanwhile leaves the line and gives its room back.
+class ModuleLoad::Waiter {
+ public:
+  /// A sender of `bytes` with the queue `own` (null: none).
+  Waiter(ModuleLoad& load, std::size_t bytes, const TaskQueue* own);
+  ~Waiter();
+
+  Waiter(const Waiter&) = delete;
+  Waiter& operator=(const Waiter&) = delete;
+
+  /// Waits until there is room, or until `deadline` (null: without limit). True when let in.
+  bool wait(const Clock::time_point* deadline);
+
+ private:
+  friend class ModuleLoad;
+
+  /// The next one in the line, after this one was let in where it has room. With the mutex held, as
+  /// leave().
+  Waiter* letInWhereRoom();
+  void leave();
+
+  ModuleLoad& load_;
+  const std::size_t bytes_;
+  const TaskQueue* const own_;
+  std::condition_variable woken_;
+  // Guarded by the mutex of the load.
+  Waiter* next_ = nullptr;
+  /// Off the line, with its bytes counted.
+  bool letIn_ = false;
 };
 
 }  // namespace qov

@@ -117,7 +117,7 @@ int CQOV_Task::activate(long flags, int n_threads, int force_active, long priori
     }
     TaskRegistry::instance().bindStarted(started[i], this);
   }
-  // By the group that was asked for: ACE numbers the groups of other tasks 1, 2, 3.
+  // By the group that was asked for: a task that asked for none is its starter's own.
   if (taskMgr_ != nullptr && grp_id != -1 && grp_id == taskMgr_->gid() && !roster_->add(this)) {
     notifyExit();
   }

@@ -78,6 +78,8 @@ CQOV_TaskMgr::CQOV_TaskMgr(unsigned int moduleId, unsigned int poolSize, const c
                         "CQOV_TaskMgr::CQOV_TaskMgr(unsigned int, unsigned int, const char*)");
   if (leader_ != nullptr) {
     leader_->grp_id(static_cast<int>(moduleId));
+    // Already here: the constructor of a derived class may start threads.
+    roster_->enterGroup(gid());
   }
   kit_ = registerKit(name_, moduleId);
   if (leader_ == nullptr) {
@@ -89,7 +91,11 @@ CQOV_TaskMgr::CQOV_TaskMgr(unsigned int moduleId, unsigned int poolSize, const c
 CQOV_TaskMgr::~CQOV_TaskMgr() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual CQOV_TaskMgr::~CQOV_TaskMgr()");
   stop();
-  leader_.reset();
+  if (leader_ != nullptr) {
+    // The pool may have got some more since.
+    joinTasks();
+    leader_.reset();
+  }
   // The id may belong to somebody else's kit.
   if (kit_ != nullptr && CQOVDebugKitMgr::instance()->find(moduleId_) == kit_) {
     delete CQOVDebugKitMgr::instance()->remove(moduleId_);
@@ -109,6 +115,8 @@ void CQOV_TaskMgr::stop() {
   joinTasks();
   if (roster_->leaveGroup()) {
     joinSpawned();
+    // Those may have handed tasks over.
+    joinTasks();
   }
 }
 
@@ -121,13 +129,13 @@ void CQOV_TaskMgr::joinTasks() {
 
 void CQOV_TaskMgr::joinSpawned() {
   const int group = static_cast<int>(moduleId_);
-  if (const std::size_t count = qov::plainThreadsIn(group); count > 0) {
+  if (const std::size_t count = qov::threadsIn(group); count > 0) {
     CQOVDebugKitGuard log(qov::kPublicKit, "void CQOV_TaskMgr::joinSpawned()");
     log.warn(qov::kLogIdBase + 50, __FUNCTION__, __LINE__,
-             "Module(%d) waits for threads that were spawned into its thread group: %u run.", group,
+             "Module(%d) finds %u threads in its group and joins those that can be.", group,
              static_cast<unsigned int>(count));
   }
-  qov::joinPlainThreads(group);
+  qov::joinThreadsIn(group);
 }
 
 bool CQOV_TaskMgr::initEnv() {
@@ -144,7 +152,6 @@ bool CQOV_TaskMgr::init() {
   if (!leader_->run()) {
     return false;
   }
-  roster_->enterGroup(gid());
   if (!stoppedBeforeDeleted_ && !leader_->scheduler().waitForPool(kPoolSeconds)) {
     log.warn(qov::kLogIdBase + 44, __FUNCTION__, __LINE__,
              "Module(%d) thread pool does not stand after %u seconds.", moduleId(), kPoolSeconds);
@@ -160,6 +167,10 @@ int CQOV_TaskMgr::gid() {
 
 int CQOV_TaskMgr::idle(CQOV_Task* task) {
   CQOVDebugKitGuard log(qov::kPublicKit, "int CQOV_TaskMgr::idle(CQOV_Task*)");
+  if (task != nullptr && task->taskMgr() != this) {
+    errno = EINVAL;
+    return -1;
+  }
   return leader_ != nullptr ? leader_->scheduler().return_to_work(task) : -1;
 }
 

@@ -81,6 +81,9 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   /// As takeAll(), with the queue's lock held.
   ACE_Message_Block* takeAllLocked();
 
+  // Changed under the queue's lock; read by a sender that asks for room.
+  std::atomic<std::size_t> countedBytes_{0};
+
  private:
   using Base = ACE_Message_Queue<ACE_MT_SYNCH>;
 
@@ -102,9 +105,6 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   bool holdBell_ = false;
   bool toldToStop_ = false;
   std::shared_ptr<ModuleLoad> load_;
-
-  // Changed under the queue's lock; read by a sender that asks for room.
-  std::atomic<std::size_t> countedBytes_{0};
 };
 
 }  // namespace qov

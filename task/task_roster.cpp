@@ -11,7 +11,7 @@ namespace {
 
 std::mutex groupsMutex;
 
-/// How many managers have threads in each module's group. The module loader lets in one for each.
+/// How many managers there are for each module's group. The module loader lets in one for each.
 std::array<int, 256> managersIn{};
 
 }  // namespace

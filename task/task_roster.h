@@ -10,8 +10,8 @@ class CQOV_Task;
 namespace qov {
 
 /// The tasks of one module that were started, in that order: whom to tell when the module stops and
-/// whose threads to join. Thread groups alone do not tell, since ACE and other modules may use the
-/// same number.
+/// whose threads to join. The thread group alone does not tell: another manager of the same id may
+/// run in it, and tasks that were handed to the pool may run outside.
 ///
 /// A list through the tasks themselves, which needs no memory: a module must be able to stop
 /// without any. It is walked one task at a time, since whoever is told or joined may start or end
@@ -27,7 +27,7 @@ class TaskRoster {
 
   void remove(CQOV_Task* task);
 
-  /// The module's threads run in the thread group `group` from now on.
+  /// The module's threads may run in the thread group `group` from now on.
   void enterGroup(int group);
 
   /// The module's tasks have ended. True if it was in its group and no other manager is in there

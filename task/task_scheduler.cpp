@@ -48,7 +48,7 @@ std::atomic<unsigned long long> CQOV_TaskScheduler::oAtomicSerialNum_{0};
 
 CQOV_TaskScheduler::CQOV_TaskScheduler(CQOV_TaskMgr* mgr, unsigned int poolSize)
     : CQOV_Task(mgr), poolSize_(poolSize), idleSignal_(poolLock_) {
-  pooled_ = true;
+  makesRoom_ = true;
 }
 
 CQOV_TaskScheduler::~CQOV_TaskScheduler() {
@@ -177,7 +177,7 @@ int CQOV_TaskScheduler::return_to_work(CQOV_Task* worker) {
   bool tooLate = false;
   {
     ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
-    if (!worker->pooled_) {
+    if (!worker->makesRoom_) {
       if (!adopt(worker)) {
         return -1;
       }
@@ -196,7 +196,7 @@ int CQOV_TaskScheduler::return_to_work(CQOV_Task* worker) {
 }
 
 bool CQOV_TaskScheduler::adopt(CQOV_Task* worker) {
-  if (worker->pooled_) {
+  if (worker->makesRoom_) {
     return true;
   }
   try {
@@ -208,7 +208,7 @@ bool CQOV_TaskScheduler::adopt(CQOV_Task* worker) {
     return false;
   }
   workers_.back().reset(worker);
-  worker->pooled_ = true;
+  worker->makesRoom_ = true;
   return true;
 }
 

@@ -3,8 +3,7 @@
 #include <ace/Thread_Manager.h>
 
 #include <algorithm>
-#include <new>
-#include <vector>
+#include <array>
 
 namespace qov {
 
@@ -30,42 +29,32 @@ class ReservedGroups {
 
 const ReservedGroups kReserved;
 
-std::vector<ACE_thread_t> plainThreads(int group) {
-  ACE_Thread_Manager& threads = *ACE_Thread_Manager::instance();
-  std::vector<ACE_thread_t> ids;
-  try {
-    ids.resize(threads.count_threads());
-  } catch (const std::bad_alloc&) {
-    return ids;
-  }
-  const auto count = threads.thread_list(nullptr, ids.data(), ids.size());
-  ids.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
-  const auto elsewhere = [&](ACE_thread_t id) {
-    int its = -1;
-    return threads.get_grp(id, its) == -1 || its != group;
-  };
-  ids.erase(std::remove_if(ids.begin(), ids.end(), elsewhere), ids.end());
+/// Threads of a group, with zeros behind them. Needs no memory, which a stop may not have.
+using ThreadIds = std::array<ACE_thread_t, 64>;
+
+ThreadIds idsIn(int group) {
+  ThreadIds ids{};
+  ACE_Thread_Manager::instance()->thread_grp_list(group, ids.data(), ids.size());
   return ids;
 }
 
 }  // namespace
 
-std::size_t plainThreadsIn(int group) {
-  return plainThreads(group).size();
+std::size_t threadsIn(int group) {
+  const ThreadIds ids = idsIn(group);
+  return static_cast<std::size_t>(
+      std::count_if(ids.begin(), ids.end(), [](ACE_thread_t id) { return id != ACE_thread_t{}; }));
 }
 
-void joinPlainThreads(int group) {
-  ACE_Thread_Manager& threads = *ACE_Thread_Manager::instance();
-  for (bool joined = true; joined;) {
-    joined = false;
-    for (const ACE_thread_t id : plainThreads(group)) {
-      joined = threads.join(id) == 0 || joined;
-    }
-  }
-  if (threads.num_tasks_in_group(group) == 0) {
-    // What is left in the group has ended; ACE keeps it until somebody joins it.
-    threads.wait_grp(group);
-  }
+void joinThreadsIn(int group) {
+  ThreadIds before{};
+  ThreadIds left = idsIn(group);
+  do {
+    before = left;
+    ACE_Thread_Manager::instance()->wait_grp(group);
+    left = idsIn(group);
+    // Who was there before is joined or cannot be. Somebody else was started meanwhile.
+  } while (left != before);
 }
 
 }  // namespace qov

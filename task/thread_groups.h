@@ -9,12 +9,12 @@ namespace qov {
 // for no group a number of its own, from 1 upwards; this library's start takes those up to 255 out
 // of ACE's hands.
 
-/// How many plain threads run in `group`: those that ACE's thread manager started for no task.
-std::size_t plainThreadsIn(int group);
+/// How many threads run in `group`, detached ones included; 64 at the most.
+std::size_t threadsIn(int group);
 
-/// Waits for the plain threads of `group` that can be joined, also for those that they start in it
-/// meanwhile. Threads of tasks are left alone. Without memory it waits for nobody.
-void joinPlainThreads(int group);
+/// Waits for the threads of `group` that can be joined, also for those that they start in it
+/// meanwhile. Without memory it waits for nobody.
+void joinThreadsIn(int group);
 
 }  // namespace qov
 

@@ -69,7 +69,7 @@ std::unique_ptr<WaitReactor::TimerWheel> WaitReactor::makeWheel() {
 }
 
 int WaitReactor::handle_events(ACE_Time_Value* max_wait_time) {
-  // A thread that always finds work never waits, and whom it has work for must not wait for that.
+  // A busy leader never blocks, so its wake-ups go out here; else receivers sleep until it is idle.
   ringCollected();
   waitForWork(max_wait_time);
   if (deactivated() != 0) {

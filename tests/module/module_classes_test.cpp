@@ -41,6 +41,8 @@ class ModuleClasses : public ModuleTest {
 
   /// One warning, which names both libraries and the class.
   void warnsOnce(const std::string& one, const std::string& other, const std::string& itsClass) {
+    // Nobody waits for the threads that make the workers.
+    EXPECT_TRUE(log.waitFor("[65810][WARN]"));
     EXPECT_THAT(warnings(),
                 ElementsAre(AllOf(HasSubstr(itsClass), HasSubstr("/libqovt_" + one + ".so"),
                                   HasSubstr("/libqovt_" + other + ".so"))));

@@ -82,7 +82,7 @@ class BackPressureTest : public TaskTest {
   static void floodUntilRefused(CQOV_Task& task) {
     constexpr int kMoreThanThereIsRoomFor = 100000;
     const InstantWaits instant;
-    // The leader may have a batch in its hands, which counts twice for a moment.
+    // A block counts twice for the moment in which it changes hands.
     for (int refusals = 0, sent = 0; refusals < 200 && sent < kMoreThanThereIsRoomFor;) {
       ACE_Time_Value limit(0, 1000);
       errno = 0;
@@ -142,8 +142,7 @@ TEST_F(BackPressureTest, TimeoutsFireWhileAStaticTaskIsBehind) {
 TEST_F(BackPressureTest, ResponsesAreDeliveredWhileTheWorkersAreBehind) {
   FunctionStaticTask responder(module_.get(), {kStatic},
                                [this](CQOV_Task& task, CQOV_MsgPackage& pkg) {
-                                 // By a stranger: the module's own threads are never refused.
-                                 std::thread([this] { fill(); }).join();
+                                 fill();
                                  return answer(task, pkg);
                                });
   ASSERT_EQ(0, module_->insertStaticScheduledTask(&responder));
@@ -212,13 +211,45 @@ TEST_F(BackPressureTest, ASenderThatMayNotWaitIsRefused) {
   EXPECT_EQ(-1, task.send(message.get(), &limit, false));
 }
 
-TEST_F(BackPressureTest, ASynchronousRequestOfTheModulesOwnIsTakenEvenThen) {
-  // It times out like any other, instead of waiting for room that its own module must make.
+TEST_F(BackPressureTest, ASynchronousRequestOfTheModulesOwnIsRefusedToo) {
   fill();
-  CQOV_Task task(module_.get());
-  EXPECT_EQ(-1, request(task, makeMessage(1, kPassing), kShort));
-  EXPECT_EQ(0, log_.count("Worker(20) failed to send msg!"));
-  EXPECT_EQ(1, log_.count("Worker(20) failed to get msg!"));
+  FunctionStaticTask asking(module_.get(), {kStatic}, [&](CQOV_Task& task, CQOV_MsgPackage&) {
+    EXPECT_EQ(-1, request(task, makeMessage(1, kPassing), kShort));
+    EXPECT_EQ(ENOBUFS, errno);
+    answered_.count();
+    return 0;
+  });
+  ASSERT_EQ(0, module_->insertStaticScheduledTask(&asking));
+  ASSERT_EQ(0, asking.putMsg(3, makeBlock(makeMessage(3, kStatic)), nullptr));
+  ASSERT_TRUE(answered_.waitFor());
+  EXPECT_EQ(1, log_.count("Worker(20) failed to send msg!"));
+  release_.count();
+  module_.reset();
+}
+
+TEST_F(BackPressureTest, TheLeaderNeverWaitsForRoomInItsOwnModule) {
+  // It runs the wakeup() of tasks, and only it makes room in its queue.
+  constexpr int kMoreThanFitsItsQueue = 5000;
+  class Sending : public CQOV_Task {
+   public:
+    Sending(CQOV_TaskMgr* mgr, Latch& sent) : CQOV_Task(mgr), sent_(sent) {}
+    int wakeup() override {
+      for (int i = 0; i < kMoreThanFitsItsQueue; ++i) {
+        EXPECT_EQ(0, send(makeMessage(3, kPassing).release(), nullptr, true));
+      }
+      sent_.count();
+      return CQOV_Task::wakeup();
+    }
+
+   private:
+    Latch& sent_;
+  };
+  fill();
+  Sending sending(module_.get(), answered_);
+  RequestElsewhere elsewhere(*module_, sending, kShort);
+  EXPECT_TRUE(answered_.waitFor());
+  release_.count();
+  EXPECT_FALSE(elsewhere.waitForResponse());
 }
 
 TEST_F(BackPressureTest, TheOnlyWorkerCanAnswerIntoAModuleThatIsKeptFull) {
@@ -245,6 +276,9 @@ TEST_F(BackPressureTest, AWorkerThatSendsToItsOwnModuleIsNotHeldBack) {
         if (pkg.head().opc_ == kBlocking) {
           blocked_.count();
           EXPECT_TRUE(release_.waitFor());
+          EXPECT_EQ(-1, request(task, makeMessage(1, kPassing, kModule + 1, kModule + 1), kShort));
+          // Taken, though nobody is left to answer it.
+          EXPECT_EQ(ETIMEDOUT, errno);
           EXPECT_EQ(0, task.send(makeMessage(3, kStatic, kModule + 1, kModule + 1).release(),
                                  nullptr, true));
         }

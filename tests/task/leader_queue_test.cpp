@@ -7,6 +7,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <mutex>
 #include <thread>
@@ -104,13 +105,15 @@ TEST_F(LeaderQueueTest, ResponsesHaveALimitOfTheirOwn) {
   EXPECT_EQ(static_cast<int>(2 * kLimit / 8), taken);
 }
 
-TEST_F(LeaderQueueTest, SynchronousRequestsOfTheModulesOwnTasksPassToo) {
+TEST_F(LeaderQueueTest, SynchronousRequestsToTheModuleAreRefusedToo) {
   loadModule(kLimit);
   ACE_Time_Value past(1);
   ACE_Message_Block* const block = makeBlock(makeMessage(1, 1));
   const TimeoutDesc desc{nullptr, kNoLimit, -1};
   ASSERT_TRUE(qov::chainTimeoutDesc(*block, &desc));
-  EXPECT_LT(0, queue_.enqueue_tail(block, &past));
+  EXPECT_EQ(-1, queue_.enqueue_tail(block, &past));
+  EXPECT_EQ(EWOULDBLOCK, errno);
+  qov::releaseWithPackage(block);
 }
 
 TEST_F(LeaderQueueTest, ABatchCountsUntilItIsDoneWith) {
@@ -125,6 +128,28 @@ TEST_F(LeaderQueueTest, ABatchCountsUntilItIsDoneWith) {
     qov::releaseWithPackage(mb);
     mb = next;
   }
+}
+
+TEST_F(LeaderQueueTest, ABatchNeverCountsTwice) {
+  constexpr std::size_t kMoreThanHalf = kLimit / 2 + 1;
+  constexpr int kRounds = 20000;
+  std::atomic<bool> over{false};
+  std::size_t most = 0;
+  std::thread observer([&] {
+    while (!over) {
+      most = std::max(most, queue_.load()->waiting());
+    }
+  });
+  auto* const block = new ACE_Message_Block(kMoreThanHalf);
+  for (int i = 0; i < kRounds; ++i) {
+    EXPECT_EQ(1, queue_.enqueue_tail(block, nullptr));
+    EXPECT_EQ(block, queue_.takeBatch());
+    queue_.doneWith(kMoreThanHalf);
+  }
+  over = true;
+  observer.join();
+  block->release();
+  EXPECT_GE(kMoreThanHalf, most);
 }
 
 TEST_F(LeaderQueueTest, StopAndHangupPassAFullQueue) {
@@ -258,6 +283,25 @@ TEST_F(LeaderQueueTest, ASenderThatIsCancelledLeavesItsPlaceInTheLine) {
   queue_.load()->subtract(kBlock);
   EXPECT_TRUE(gone_.waitFor());
   patient.join();
+}
+
+TEST_F(LeaderQueueTest, ASenderThatIsCancelledAfterItWasLetInGivesItsRoomBack) {
+  // The queue itself is full of what passes through, so the sender waits once more.
+  queue_.high_water_mark(kBlock);
+  ASSERT_TRUE(take(makeMessage(3, 1, kModule + 1)));
+  loadModule(kLimit - kBlock);
+  ACE_Message_Block* const block = makeBlock(makeMessage(1, 1));
+  std::thread cancelled([&] { queue_.enqueue_tail(block, nullptr); });
+  while (queue_.load()->waitingSenders() == 0) {
+    std::this_thread::yield();
+  }
+  queue_.load()->subtract(kBlock);
+  EXPECT_EQ(0, queue_.load()->waitingSenders());
+  EXPECT_EQ(kLimit, queue_.load()->waiting());
+  ASSERT_EQ(0, pthread_cancel(cancelled.native_handle()));
+  cancelled.join();
+  qov::releaseWithPackage(block);
+  EXPECT_EQ(kLimit - kBlock, queue_.load()->waiting());
 }
 
 TEST_F(LeaderQueueTest, NoSenderIsForgottenUnderPressure) {

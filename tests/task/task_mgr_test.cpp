@@ -4,8 +4,12 @@
 #include <qovpub/qov_common_debugkit.h>
 
 #include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <memory>
 #include <optional>
 #include <thread>
+#include <vector>
 
 #include "tests/task/task_fixture.h"
 
@@ -60,6 +64,39 @@ class Stranger : public ACE_Task<ACE_MT_SYNCH> {
     return 0;
   }
   Latch end_;
+};
+
+/// A worker that a plain thread starts and hands over to the pool.
+struct HandedOver {
+  /// Ends late.
+  class Worker : public CQOV_CommonTask {
+   public:
+    Worker(CQOV_TaskMgr* mgr, std::atomic<bool>& ended) : CQOV_CommonTask(mgr), ended_(ended) {}
+    int svc() override {
+      CQOV_CommonTask::svc();
+      // Long enough for somebody who does not wait.
+      EXPECT_FALSE(Latch().waitFor(1, std::chrono::milliseconds(100)));
+      ended_ = true;
+      return 0;
+    }
+    int handleMessage(CQOV_MsgPackage&) override { return 0; }
+
+   private:
+    std::atomic<bool>& ended_;
+  };
+
+  static ACE_THR_FUNC_RETURN run(void* argument) {
+    auto& self = *static_cast<HandedOver*>(argument);
+    EXPECT_TRUE(self.begin_.waitFor());
+    auto* const worker = new Worker(self.module_, self.ended_);
+    EXPECT_EQ(0, worker->activate());
+    EXPECT_EQ(0, worker->idle());
+    return nullptr;
+  }
+
+  CQOV_TaskMgr* module_ = nullptr;
+  Latch begin_;
+  std::atomic<bool> ended_{false};
 };
 
 }  // namespace
@@ -139,16 +176,18 @@ TEST_F(TaskMgrTest, AManagerThatNeverStartedDoesNotWaitForAnotherOfTheSameId) {
   EXPECT_EQ(0, task.send(makeMessage(3, 1).release(), nullptr, true));
 }
 
-TEST_F(TaskMgrTest, DoesNotWaitForAStrangerInItsThreadGroup) {
+TEST_F(TaskMgrTest, JoinsATaskOfAnotherKindThatRunsInItsGroup) {
   Stranger stranger;
-  ASSERT_EQ(
-      0, stranger.activate(THR_NEW_LWP | THR_JOINABLE, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, kModule));
-  {
-    TestModule module(ignore);
-    ASSERT_TRUE(module.init());
-  }
-  stranger.end_.count();
-  EXPECT_EQ(0, stranger.wait());
+  TestModule module(ignore);
+  ASSERT_TRUE(module.init());
+  ASSERT_EQ(0, stranger.activate(kJoinable, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, kModule));
+  std::thread releaser([&] {
+    EXPECT_TRUE(log_.waitFor("Module(20) finds 1 threads in its group"));
+    stranger.end_.count();
+  });
+  module.stop();
+  EXPECT_EQ(0U, stranger.thr_count());
+  releaser.join();
 }
 
 TEST_F(TaskMgrTest, JoinsPlainThreadsThatWereSpawnedIntoItsGroup) {
@@ -160,8 +199,7 @@ TEST_F(TaskMgrTest, JoinsPlainThreadsThatWereSpawnedIntoItsGroup) {
   }
   std::thread releaser([&] {
     EXPECT_TRUE(
-        log_.waitFor("Module(20) waits for threads that were spawned into its thread group: "
-                     "3 run."));
+        log_.waitFor("Module(20) finds 3 threads in its group and joins those that can be."));
     for (PlainThread& one : plain) {
       one.end_.count();
     }
@@ -183,9 +221,9 @@ TEST_F(TaskMgrTest, LeavesThePlainThreadsOfItsGroupToAnotherManagerOfItsIdThatRu
     TestModule twin(ignore);
     ASSERT_TRUE(twin.init());
   }
-  EXPECT_EQ(0, log_.count("waits for threads"));
+  EXPECT_EQ(0, log_.count("threads in its group"));
   std::thread releaser([&] {
-    EXPECT_TRUE(log_.waitFor("Module(20) waits for threads that were spawned"));
+    EXPECT_TRUE(log_.waitFor("Module(20) finds 1 threads in its group"));
     plain.end_.count();
   });
   module.stop();
@@ -193,22 +231,74 @@ TEST_F(TaskMgrTest, LeavesThePlainThreadsOfItsGroupToAnotherManagerOfItsIdThatRu
   releaser.join();
 }
 
-TEST_F(TaskMgrTest, JoinsPlainThreadsThoughAStrangersTaskRunsInTheGroup) {
-  Stranger stranger;
-  ASSERT_EQ(0, stranger.activate(kJoinable, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, kModule));
-  PlainThread plain;
+TEST_F(TaskMgrTest, JoinsAPlainThreadThatAnotherOneStartsDuringTheStop) {
+  struct Starter {
+    static ACE_THR_FUNC_RETURN run(void* argument) {
+      auto& self = *static_cast<Starter*>(argument);
+      EXPECT_TRUE(self.begin_.waitFor());
+      EXPECT_EQ(static_cast<int>(kModule), spawnInto(kModule, self.next_));
+      return nullptr;
+    }
+    Latch begin_;
+    PlainThread next_;
+  };
+  Starter starter;
   TestModule module(ignore);
   ASSERT_TRUE(module.init());
+  ASSERT_EQ(static_cast<int>(kModule),
+            ACE_Thread_Manager::instance()->spawn(&Starter::run, &starter, kJoinable, nullptr,
+                                                  nullptr, ACE_DEFAULT_THREAD_PRIORITY, kModule));
+  std::thread releaser([&] {
+    EXPECT_TRUE(log_.waitFor("Module(20) finds 1 threads in its group"));
+    starter.begin_.count();
+    starter.next_.end_.count();
+  });
+  module.stop();
+  EXPECT_TRUE(starter.next_.ended_);
+  releaser.join();
+}
+
+TEST_F(TaskMgrTest, JoinsThePlainThreadsOfAManagerThatWasNeverStarted) {
+  PlainThread plain;
+  TestModule module(ignore);
   ASSERT_EQ(static_cast<int>(kModule), spawnInto(kModule, plain));
   std::thread releaser([&] {
-    EXPECT_TRUE(log_.waitFor("Module(20) waits for threads that were spawned"));
+    EXPECT_TRUE(log_.waitFor("Module(20) finds 1 threads in its group"));
     plain.end_.count();
   });
   module.stop();
   EXPECT_TRUE(plain.ended_);
   releaser.join();
-  stranger.end_.count();
-  EXPECT_EQ(0, stranger.wait());
+}
+
+TEST_F(TaskMgrTest, JoinsATaskThatAPlainThreadHandsOverDuringTheStop) {
+  HandedOver handedOver;
+  TestModule module(ignore);
+  handedOver.module_ = &module;
+  ASSERT_TRUE(module.init());
+  ASSERT_EQ(static_cast<int>(kModule),
+            ACE_Thread_Manager::instance()->spawn(&HandedOver::run, &handedOver, kJoinable, nullptr,
+                                                  nullptr, ACE_DEFAULT_THREAD_PRIORITY, kModule));
+  std::thread releaser([&] {
+    EXPECT_TRUE(log_.waitFor("Module(20) finds 1 threads in its group"));
+    handedOver.begin_.count();
+  });
+  module.stop();
+  EXPECT_TRUE(handedOver.ended_);
+  releaser.join();
+}
+
+TEST_F(TaskMgrTest, JoinsATaskThatIsHandedOverAfterTheStop) {
+  HandedOver handedOver;
+  {
+    TestModule module(ignore);
+    handedOver.module_ = &module;
+    ASSERT_TRUE(module.init());
+    module.stop();
+    handedOver.begin_.count();
+    HandedOver::run(&handedOver);
+  }
+  EXPECT_TRUE(handedOver.ended_);
 }
 
 TEST_F(TaskMgrTest, DoesNotWaitForPlainThreadsOfOtherGroups) {
@@ -219,7 +309,7 @@ TEST_F(TaskMgrTest, DoesNotWaitForPlainThreadsOfOtherGroups) {
     ASSERT_TRUE(module.init());
   }
   EXPECT_FALSE(plain.ended_);
-  EXPECT_EQ(0, log_.count("waits for threads"));
+  EXPECT_EQ(0, log_.count("threads in its group"));
   plain.end_.count();
   EXPECT_EQ(0, ACE_Thread_Manager::instance()->wait_grp(kModule + 1));
 }
@@ -238,6 +328,39 @@ TEST_F(TaskMgrTest, DoesNotWaitForADetachedThreadOfItsGroup) {
     std::this_thread::yield();
   }
   delete &plain;
+}
+
+TEST_F(TaskMgrTest, LeavesAThreadAloneThatHasTheIdOfADetachedOneOfItsGroup) {
+  PlainThread joined;
+  auto& detached = *new PlainThread;
+  TestModule module(ignore);
+  ASSERT_TRUE(module.init());
+  ASSERT_EQ(static_cast<int>(kModule), spawnInto(kModule, detached, THR_NEW_LWP | THR_DETACHED));
+  ASSERT_EQ(static_cast<int>(kModule), spawnInto(kModule, joined));
+  std::vector<std::unique_ptr<PlainThread>> others;
+  std::thread releaser([&] {
+    EXPECT_TRUE(log_.waitFor("Module(20) finds 2 threads in its group"));
+    detached.end_.count();
+    while (!detached.ended_) {
+      std::this_thread::yield();
+    }
+    // One of many gets the id of the detached thread, once that is gone.
+    for (int i = 0; i < 20; ++i) {
+      others.push_back(std::make_unique<PlainThread>());
+      EXPECT_EQ(kModule + 1, spawnInto(kModule + 1, *others.back()));
+      std::this_thread::yield();
+    }
+    joined.end_.count();
+  });
+  module.stop();
+  EXPECT_TRUE(joined.ended_);
+  releaser.join();
+  for (const auto& other : others) {
+    EXPECT_FALSE(other->ended_);
+    other->end_.count();
+  }
+  EXPECT_EQ(0, ACE_Thread_Manager::instance()->wait_grp(kModule + 1));
+  delete &detached;
 }
 
 TEST_F(TaskMgrTest, ThreadsThatAskForNoGroupGetNoneOfAModule) {
@@ -321,6 +444,20 @@ TEST_F(TaskMgrTest, ATaskOutsideTheGroupIsTheCallersOwn) {
   EXPECT_EQ(1U, own.thr_count());
   own.notifyExit();
   EXPECT_EQ(0, own.wait());
+}
+
+TEST_F(TaskMgrTest, OnlyTasksOfTheManagerBecomeIdleInItsPool) {
+  TestModule module(ignore);
+  TestModule other(ignore, 1, kModule + 1);
+  CQOV_Task nobodys(nullptr);
+  CQOV_Task others(&other);
+  for (CQOV_Task* const task : {&nobodys, &others}) {
+    errno = 0;
+    EXPECT_EQ(-1, module.idle(task));
+    EXPECT_EQ(EINVAL, errno);
+  }
+  EXPECT_EQ(-1, module.idle(nullptr));
+  EXPECT_EQ(0, module.idle(new FunctionWorker(&module, ignore)));
 }
 
 TEST_F(TaskMgrTest, PassesTheTimeoutThroughToTheQueue) {

@@ -84,7 +84,8 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   ///
   ///   ETIMEDOUT     no response came in time; one WARN line names the receiver and the operation
   ///   EHOSTUNREACH  no module has the receiver's id
-  ///   ECONNABORTED  this module or the receiver stops, a hang-up, or somebody's wakeup()
+  ///   ECONNABORTED  this module stops, the receiver has stopped (what it had taken times out), a
+  ///                 hang-up, or somebody's wakeup()
   ///   ENOBUFS       this module or the receiver had no room (for as long as `timeout` says)
   ///   ENOMEM        no memory for the hand-over, or for the leader to wait for the response
   ///   EINVAL        null `req`, `rsp` not null, not this module's own request, or one with its
@@ -136,7 +137,8 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   friend class qov::LeaderQueue;
   friend class qov::TaskRoster;
 
-  /// Sees to it that notifyExit() has a block for want of memory. False (errno ENOMEM) without.
+  /// Allocates the spare MB_STOP block that notifyExit() uses when memory is short. False, with
+  /// errno ENOMEM, when there is no memory for that either.
   bool reserveStop();
   /// Counts what waits in the own queue into the load of the module.
   void countLoadInto(const std::shared_ptr<qov::ModuleLoad>& load);
@@ -165,9 +167,9 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   // The errno of that send(), left by the leader before it ends the wait; 0: nobody has said why.
   std::atomic<int> cause_{0};
 
-  // True for the scheduler and what its pool owns, whose threads make room in the module. Changed
-  // under the pool's lock.
-  std::atomic<bool> pooled_{false};
+  // True for the leader, the scheduler and what its pool owns: their threads make room in the
+  // module. Changed under the pool's lock.
+  std::atomic<bool> makesRoom_{false};
   // Guarded by the pool's lock.
   bool idle_ = false;
   // Guarded by the lock of the roster.

@@ -53,8 +53,10 @@ class CQOV_TaskMgr {
   virtual CQOV_Task* createTask() = 0;
 
   /// Module hook, run by init() when leader and scheduler run. The base returns true. It must not
-  /// wait for another module: messages between modules are held back until all modules are loaded.
-  /// Under the module loader the pool may not stand yet; messages wait for it.
+  /// wait for any message or for room, its own module's included: messages between modules are held
+  /// back until all modules are loaded, and with the first of them everything that stands behind it
+  /// in the leader's queue, and the leader's time-outs. Under the module loader the pool may not
+  /// stand yet; messages wait for it.
   virtual bool initEnv();
 
   /// Starts the leader and the scheduler, which makes the pool, and calls initEnv(). False when a
@@ -70,11 +72,11 @@ class CQOV_TaskMgr {
   /// deletes a manager, so that no thread runs any more when the destructor of a derived class
   /// frees what its workers use. Who deletes a manager otherwise calls it first, too.
   ///
-  /// Joins the threads of this manager's own tasks, and then the plain threads in the thread group
-  /// of its id: what ACE_Thread_Manager::instance()->spawn() or spawn_n() started with the id as
-  /// `grp_id`, detached ones excepted. Nobody tells those to end; a wait for them is logged, and
-  /// the shutdown watch bounds it. Threads of other tasks in that group are left alone, and so are
-  /// plain ones while another manager of this id runs. Not to be called by a thread that it joins.
+  /// Joins the threads of this manager's own tasks, and then whatever else runs in the thread group
+  /// of its id, detached threads excepted: what ACE_Thread_Manager::instance() has spawned, and
+  /// other ACE tasks. Nobody tells those to end; a line in the log says that there are some, and
+  /// the shutdown watch bounds the wait. The last of several managers of one id joins them. Not to
+  /// be called by a thread that it joins.
   ///
   /// A manager that still runs when the process ends by exit() or by returning from main is stopped
   /// then, before ACE and older static objects go, unless one of its own threads calls exit().
@@ -89,7 +91,8 @@ class CQOV_TaskMgr {
   const std::string& name() const { return name_; }
 
   /// Puts a task on the idle list of the pool, which owns it from then on: see CQOV_Task::idle().
-  /// 0, or -1 for a null task or without memory (errno ENOMEM).
+  /// 0, or -1 for a null task, for one of another manager (errno EINVAL) or without memory (errno
+  /// ENOMEM).
   int idle(CQOV_Task* task);
 
   /// Puts `mb` at the tail of the leader's queue.
@@ -104,9 +107,9 @@ class CQOV_TaskMgr {
   /// blocks wait for its leader, its pool and its static tasks together. Senders that wait are let
   /// in one by one as room comes, whoever came first being first. Responses, stop blocks and
   /// whatever the workers of the pool send get in even then, so that a module under load still gets
-  /// its answers, and no worker waits for room that only it can make. The same holds for
-  /// synchronous requests of the module's own tasks. Its static tasks and other threads wait like
-  /// anybody, except that a static task does not wait for what stands in its own queue.
+  /// its answers, and no worker waits for room that only it can make. The module's static tasks and
+  /// other threads wait like anybody, except that a static task does not wait for what stands in
+  /// its own queue.
   int putq(ACE_Message_Block* mb, ACE_Time_Value* timeout);
 
   /// Starts `task` on a thread of its own and routes its operation codes to it. 0, or -1 for a null
