@@ -16,6 +16,10 @@ Complaints::~Complaints() {
   listening = nullptr;
 }
 
+bool Complaints::hears(ACE_Log_Priority priority) {
+  return listening != nullptr && (priority == LM_WARNING || priority == LM_ERROR);
+}
+
 void Complaints::tell(const LogLevel& level, const std::string& kitName, std::string_view message,
                       bool onStandardError) {
   const bool isError = level.priority == LM_ERROR || level.priority == LM_CRITICAL;

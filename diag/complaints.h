@@ -9,7 +9,8 @@
 namespace qov {
 
 /// Hears what its own thread logs as an error through any kit, and as a warning through the public
-/// one, from construction to destruction. There is one of these on a thread.
+/// one, from construction to destruction, also where the level is off. There is one of these on a
+/// thread.
 ///
 /// Thread: the one that made it; heard() is called there.
 /// Owns:   nothing.
@@ -21,8 +22,12 @@ class Complaints {
   Complaints(const Complaints&) = delete;
   Complaints& operator=(const Complaints&) = delete;
 
-  /// A record with this message was written; `onStandardError` if that has it now.
+  /// A record has this message; `onStandardError` if that shows it now.
   virtual void heard(std::string_view message, bool onStandardError) = 0;
+
+  /// Whether the calling thread's object, if it has one, hears a record although its level is off.
+  /// Critical ones are off for good.
+  static bool hears(ACE_Log_Priority priority);
 
   /// Tells the calling thread's object, if it has one, of a record.
   static void tell(const LogLevel& level, const std::string& kitName, std::string_view message,

@@ -1,5 +1,6 @@
 #include <qovpub/qov_common_debugkit.h>
 
+#include "diag/complaints.h"
 #include "diag/deleted_kits.h"
 #include "diag/log_level.h"
 
@@ -77,7 +78,7 @@ void CQOVDebugKitGuard::info(unsigned long long logId, const char* function, uns
 void CQOVDebugKitGuard::warn(unsigned long long logId, const char* function, unsigned int line,
                              const char* format, ...) {
   ok_ = false;
-  if (!qov::isOn(qov::kWarn, log_)) {
+  if (!qov::isOn(qov::kWarn, log_) && !qov::Complaints::hears(LM_WARNING)) {
     return;
   }
   va_list args;
@@ -91,7 +92,7 @@ void CQOVDebugKitGuard::warn(unsigned long long logId, const char* function, uns
 void CQOVDebugKitGuard::error(unsigned long long logId, const char* function, unsigned int line,
                               const char* format, ...) {
   ok_ = false;
-  if (!qov::isOn(qov::kError, log_)) {
+  if (!qov::isOn(qov::kError, log_) && !qov::Complaints::hears(LM_ERROR)) {
     return;
   }
   va_list args;

@@ -61,6 +61,7 @@ void write(ACE_Log_Msg& log, const LogLevel& level, const std::string& kitName,
   }
   const qov::RecordHead head(kitName, origin.logId, level.tag, origin.function, origin.line);
   const bool onStandardError =
+      qov::isOn(level, &log) &&
       qov::writeRecord(log, {level.priority, origin.sourceLine, errnum}, head.text(),
                        head.complete() ? message : std::string_view());
   qov::Complaints::tell(level, kitName, message, onStandardError);
@@ -83,7 +84,7 @@ template <class Message>
 inline void logMessage(const LogLevel& level, const std::string& kitName, const Origin& origin,
                        const Message& message) {
   ACE_Log_Msg* const log = ACE_Log_Msg::instance();
-  if (qov::isOn(level, log)) {
+  if (log != nullptr && (qov::isOn(level, log) || qov::Complaints::hears(level.priority))) {
     writeMessage(*log, level, kitName, origin, message);
   }
 }
@@ -112,6 +113,10 @@ CQOVDebugKit::CQOVDebugKit(const std::string& name, unsigned int id) : name_(nam
 
 CQOVDebugKit::~CQOVDebugKit() {
   qov::deletedKits.fetch_add(1, std::memory_order_acq_rel);
+}
+
+bool CQOVDebugKit::isHeard(ACE_Log_Priority priority) {
+  return ACE_Log_Msg::instance() != nullptr && qov::Complaints::hears(priority);
 }
 
 void CQOVDebugKit::debug(unsigned long long logId, const char* function, unsigned int line,

@@ -101,7 +101,7 @@ class CQOVDebugKit {
             const char* message) const;
   void warn(unsigned long long logId, const char* function, unsigned int line, const char* format,
             va_list args) const {
-    if (isOn(LM_WARNING)) {
+    if (isOn(LM_WARNING) || isHeard(LM_WARNING)) {
       logFormatted(LM_WARNING, __LINE__, logId, function, line, format, args);
     }
   }
@@ -113,7 +113,7 @@ class CQOVDebugKit {
              const char* message) const;
   void error(unsigned long long logId, const char* function, unsigned int line, const char* format,
              va_list args) const {
-    if (isOn(LM_ERROR)) {
+    if (isOn(LM_ERROR) || isHeard(LM_ERROR)) {
       logFormatted(LM_ERROR, __LINE__, logId, function, line, format, args);
     }
   }
@@ -149,6 +149,9 @@ class CQOVDebugKit {
   std::string makeLogTime() const;
 
  private:
+  /// Whether the start of the process shows a record although its level is off.
+  static bool isHeard(ACE_Log_Priority priority);
+
   /// Behind the level test, which is inline because a caller that comes here with a va_list has
   /// spent enough by then. `sourceLine` is the level operation's, for ACE.
   void logFormatted(ACE_Log_Priority priority, int sourceLine, unsigned long long logId,
