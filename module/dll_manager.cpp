@@ -37,7 +37,9 @@ ACE_DLL_Handle* openLibrary(const char* name, std::string& whyNot) {
   ACE_DLL_Handle::ERROR_STACK errors;
   ACE_DLL_Handle* const opened = open(name, &errors);
   if (opened == nullptr) {
-    whyNot = whyNotOpened(name, textsOf(errors));
+    const std::vector<std::string> said = textsOf(errors);
+    whyNot = said.empty() ? std::to_string(kLibraries) + " library names are in use"
+                          : whyNotOpened(name, said);
     return nullptr;
   }
   // Two threads that open a library first at the same time get a handle each, of which ACE finds

@@ -42,13 +42,25 @@ std::vector<std::string> searchPath() {
   return directories;
 }
 
-/// The loader passes over a file that it must not read, as if it were not there.
-std::string findUnreadable(const std::vector<std::string>& fileNames) {
-  for (const std::string& directory : searchPath()) {
+/// A name with a "/" is a path already.
+bool isPath(const std::string& name) {
+  return name.find('/') != std::string::npos;
+}
+
+struct Candidate {
+  std::string path;
+  int error = 0;  ///< why it cannot be read
+};
+
+/// The first file of these names; its path is empty when there is none.
+Candidate findFile(const std::vector<std::string>& fileNames) {
+  const bool arePaths = isPath(fileNames.front());
+  for (const std::string& directory : arePaths ? std::vector<std::string>{""} : searchPath()) {
     for (const std::string& fileName : fileNames) {
-      const std::string path = directory + "/" + fileName;
-      if (::access(path.c_str(), F_OK) == 0 && ::access(path.c_str(), R_OK) != 0) {
-        return path + ": " + errnoText(EACCES);
+      const std::string path = arePaths ? fileName : directory + "/" + fileName;
+      const int error = ::access(path.c_str(), R_OK) == 0 ? 0 : errno;
+      if (error != ENOENT && error != ENOTDIR) {
+        return {path, error};
       }
     }
   }
@@ -64,6 +76,9 @@ std::string join(const std::vector<std::string>& texts) {
 }
 
 std::string nowhere(const std::vector<std::string>& fileNames) {
+  if (isPath(fileNames.front())) {
+    return "there is none of " + join(fileNames);
+  }
   const char* const path = std::getenv("LD_LIBRARY_PATH");
   return "none of " + join(fileNames) + " is in LD_LIBRARY_PATH (" +
          (path != nullptr && *path != '\0' ? path : "not set") +
@@ -79,12 +94,17 @@ std::string whyNotOpened(const std::string& name, const std::vector<std::string>
       return text == fileName + ": cannot open shared object file: No such file or directory";
     });
   };
+  const Candidate file = findFile(fileNames);
   const auto reason = std::find_if(said.begin(), said.end(), isThere);
   if (reason != said.end()) {
-    return *reason;
+    return reason->front() == '/' || file.path.empty() ? *reason : file.path + ": " + *reason;
   }
-  const std::string unreadable = findUnreadable(fileNames);
-  return unreadable.empty() ? nowhere(fileNames) : unreadable;
+  if (file.path.empty()) {
+    return nowhere(fileNames);
+  }
+  // The loader passes over these as if they were not there.
+  return file.path + ": " +
+         (file.error != 0 ? errnoText(file.error) : "not a library for this machine");
 }
 
 }  // namespace qov

@@ -132,6 +132,8 @@ bool CQOV_Module_Loader::loadModules(const std::list<std::string>& names, Manage
                                      CQOVDebugKitGuard& guard) {
   for (const std::string& name : names) {
     loading_->step.emplace("loading module %s", name.c_str());
+    // The last record when the module ends the process.
+    guard.info(65730, __FUNCTION__, __LINE__, "Loading module %s", name.c_str());
     if (!loadModule(name, manager, guard)) {
       return false;
     }
