@@ -82,16 +82,19 @@ void closeDescriptorsFrom(int first) {
   }
 }
 
-void splitOff(const std::string& directory) {
+/// False when ACE cannot fork; its second fork ends the process then, which the watcher sees.
+bool splitOff(const std::string& directory) {
   const FileModeMask mask;
   int result = 0;
   {
     const DescriptorLimit limit;
     result = ACE::daemonize(directory.c_str(), true, "<unknown>");
   }
-  if (result == 0) {
-    closeDescriptorsFrom(static_cast<int>(kDescriptorLimit));
+  if (result != 0) {
+    return false;
   }
+  closeDescriptorsFrom(static_cast<int>(kDescriptorLimit));
+  return true;
 }
 
 /// For the signal handler.
@@ -140,26 +143,41 @@ class PassedSignals {
   sigset_t formerMask_;
 };
 
+/// Nobody watches the daemon any more, so it is not left running either.
+void giveUp(StartPage& page) {
+  page.verdict.add(textOf(
+      {"learn whether the daemon runs", {}, 0, {}, "the process that watches it has ended"}));
+  page.settle(StartOutcome::kFailed);
+  const pid_t daemon = page.daemon;
+  if (daemon > 0) {
+    ::kill(daemon, SIGTERM);
+  }
+}
+
+/// Sends itself the signal that the starter could pass on to nobody.
+void takeStopSignal(StartPage& page) {
+  if (const int signum = page.signalToPass.exchange(0)) {
+    ::kill(::getpid(), signum);
+  }
+}
+
 /// The starter's part. Returns when the system could not fork.
 void waitForOutcome(StartPage& page, pid_t watcher) {
   const PassedSignals passed(page);
   // No status comes where the program ignores SIGCHLD, so nothing is read from it.
   while (::waitpid(watcher, nullptr, 0) < 0 && errno == EINTR) {
   }
-  const StartOutcome outcome = page.outcome;
-  if (outcome == StartOutcome::kNotForked) {
-    errno = EAGAIN;
+  if (page.outcome == StartOutcome::kNotForked) {
     return;
   }
-  if (outcome == StartOutcome::kOpen) {
-    page.verdict.add(textOf(
-        {"learn whether the daemon runs", {}, 0, {}, "the process that watches it has ended"}));
+  if (page.outcome == StartOutcome::kOpen) {
+    giveUp(page);
   }
   std::cerr << page.complaints.text() << page.verdict.text() << std::flush;
   if (const std::string verdict = page.verdict.text(); !verdict.empty()) {
     tellSystemLog(verdict);
   }
-  std::exit(outcome == StartOutcome::kStarted ? EXIT_SUCCESS : EXIT_FAILURE);
+  std::exit(page.outcome == StartOutcome::kStarted ? EXIT_SUCCESS : EXIT_FAILURE);
 }
 
 }  // namespace
@@ -180,17 +198,20 @@ StartPagePtr becomeDaemon(const std::string& directory, std::chrono::millisecond
   }
   if (watcher > 0) {
     waitForOutcome(*page, watcher);
+    takeStopSignal(*page);
+    errno = EAGAIN;
     return nullptr;
   }
   StartWatcher(*page, limit).run(starter);
-  splitOff(directory);
+  if (!splitOff(directory)) {
+    page->settle(StartOutcome::kNotForked);
+    ::_exit(EXIT_FAILURE);
+  }
   page->daemon = ::getpid();
   if (page->outcome != StartOutcome::kOpen) {
     ::_exit(EXIT_FAILURE);  // the watcher gave up before it could know whom to end
   }
-  if (const int signum = page->signalToPass.exchange(0)) {
-    ::kill(::getpid(), signum);
-  }
+  takeStopSignal(*page);
   return page;
 }
 

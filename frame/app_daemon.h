@@ -17,10 +17,10 @@ constexpr std::chrono::seconds kStartLimit{450};
 ///
 /// The calling process waits for that. It writes the complaints to standard error and exits with
 /// status 0, or with 1 when the daemon failed, ended, or took longer than `limit`. SIGINT and
-/// SIGTERM that it gets meanwhile go to the daemon. Two processes between them exit with 0.
+/// SIGTERM that it gets meanwhile go to the daemon.
 ///
-/// Null when the system can fork no process: nothing has changed then and the caller goes on in the
-/// foreground. When ACE's own fork fails, the caller goes on in a child that is no daemon.
+/// Null, with errno set, when the system can fork no process: nothing has changed then and the
+/// caller goes on in the foreground. A stop signal that came meanwhile comes to the caller again.
 StartPagePtr becomeDaemon(const std::string& directory,
                           std::chrono::milliseconds limit = kStartLimit);
 

@@ -14,6 +14,8 @@ namespace qov {
 /// Errors: none.
 class CurrentStep {
  public:
+  using Text = std::array<char, 160>;
+
   explicit CurrentStep(const char* format, ...) __attribute__((format(printf, 2, 3)));
   ~CurrentStep();
 
@@ -23,8 +25,16 @@ class CurrentStep {
   /// The open steps of all threads, the oldest first, with a comma in between; empty for none.
   static std::string open();
 
+  /// Keeps what open() gives, up to 159 characters, in `place` until the next call; null for no
+  /// place. Another process may read it there.
+  static void showIn(Text* place);
+
  private:
-  std::array<char, 160> text_{};
+  // Both under the lock of all steps.
+  static std::string all();
+  static void show();
+
+  Text text_{};
   // Guarded by the lock of all steps.
   CurrentStep* outer_;
 };

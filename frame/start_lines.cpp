@@ -6,6 +6,7 @@
 #include <qovpub/qov_version.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <string>
 
 #include "diag/log_level.h"
@@ -24,10 +25,12 @@ void logBanner(const CQOVDebugKit& kit) {
                QOV_Utility::getProcessCfgFileName() + ", log level " + lowestLevelOn());
 }
 
+/// Read as the process information does, but to the end.
 bool isAddress(const std::string& text) {
   constexpr unsigned long kLast = 255;
-  return !text.empty() && text.size() < 10 &&
-         text.find_first_not_of("0123456789") == std::string::npos && std::stoul(text) <= kLast;
+  char* end = nullptr;
+  const unsigned long number = std::strtoul(text.c_str(), &end, 10);
+  return end != text.c_str() && *end == '\0' && number <= kLast;
 }
 
 /// The file is read once more: whoever reads it first cannot log.

@@ -31,6 +31,10 @@ void StartPage::settle(StartOutcome result) {
   ::sem_post(&news);
 }
 
+std::string beforeItRan(const std::string& steps) {
+  return " before it ran" + (steps.empty() ? "" : ", while " + steps);
+}
+
 void UnmapStartPage::operator()(StartPage* page) const {
   ::munmap(page, sizeof *page);
 }

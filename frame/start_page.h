@@ -11,6 +11,8 @@
 #include <string>
 #include <string_view>
 
+#include "frame/current_step.h"
+
 namespace qov {
 
 /// The last lines of a text, as many whole ones as there is room for. It holds no pointers, so that
@@ -42,10 +44,14 @@ struct StartPage {
   std::atomic<int> signalToPass{0};  ///< one that the starter has got before it knew the daemon
   LastLines complaints;              ///< the daemon's
   LastLines verdict;                 ///< of the process that watches it
+  CurrentStep::Text steps{};         ///< what the daemon is at
 
   /// Does nothing when there is one already.
   void settle(StartOutcome result);
 };
+
+/// What ended too early: " before it ran, while loading module qovp_a".
+std::string beforeItRan(const std::string& steps);
 
 struct UnmapStartPage {
   void operator()(StartPage* page) const;

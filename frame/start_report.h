@@ -11,14 +11,15 @@ namespace qov {
 
 /// Tells whoever starts the agent what goes wrong meanwhile: errors of all kits, warnings of the
 /// library. In the foreground on standard error, unless the log goes there anyway; from a daemon on
-/// its starter's standard error and, where its log goes nowhere, in the system's log.
+/// its starter's standard error and, where its log goes nowhere, in the system's log. An exit() on
+/// the way is told, too.
 ///
 /// Thread: the one that made it; it hears no other.
 /// Owns:   what a daemon shares with its starter.
 /// Errors: none.
 class StartReport : private Complaints {
  public:
-  explicit StartReport(bool ofDaemon) : ofDaemon_(ofDaemon) {}
+  explicit StartReport(bool ofDaemon);
   /// A start that has not succeeded by now has failed.
   ~StartReport() override;
 

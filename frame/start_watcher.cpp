@@ -78,8 +78,11 @@ void StartWatcher::watch() {
   while (!collect()) {
     if (!waitUntil(limit)) {
       giveUp();
-      break;
+      ::_exit(0);
     }
+  }
+  if (page_.outcome == StartOutcome::kFailed) {
+    hasEnded(page_.daemon);
   }
   ::_exit(0);
 }
@@ -95,8 +98,12 @@ bool StartWatcher::collect() {
       lastFailure_ = status;
     }
   }
-  // The daemon may not have come as far as telling its number.
   if (child < 0 && errno == ECHILD) {
+    if (page_.daemon == 0 && lastFailure_ == 0) {
+      // All have gone in order and there is no daemon: ACE could not fork it.
+      page_.settle(StartOutcome::kNotForked);
+    }
+    // The daemon may not have come as far as telling its number.
     ended(lastFailure_);
   }
   return page_.outcome != StartOutcome::kOpen;
@@ -104,7 +111,8 @@ bool StartWatcher::collect() {
 
 void StartWatcher::ended(int status) {
   if (page_.outcome == StartOutcome::kOpen) {
-    page_.verdict.add(textOf({"start the daemon", {}, 0, {}, wayOf(status) + " before it ran"}));
+    page_.verdict.add(
+        textOf({"start the daemon", {}, 0, {}, wayOf(status) + beforeItRan(page_.steps.data())}));
     page_.settle(StartOutcome::kFailed);
   }
 }
@@ -116,21 +124,32 @@ bool StartWatcher::waitUntil(Time limit) {
 
 void StartWatcher::giveUp() {
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit_).count();
-  page_.verdict.add(textOf(
-      {"start the daemon", {}, 0, {}, "it did not run within " + std::to_string(seconds) + " s"}));
+  const std::string step = page_.steps.data();
+  page_.verdict.add(textOf({"start the daemon",
+                            {},
+                            0,
+                            {},
+                            "it did not run within " + std::to_string(seconds) + " s" +
+                                (step.empty() ? "" : ", while " + step)}));
   page_.settle(StartOutcome::kFailed);
   const pid_t daemon = page_.daemon;
   if (daemon <= 0) {
     return;
   }
   ::kill(daemon, SIGTERM);
+  if (!hasEnded(daemon)) {
+    ::kill(daemon, SIGKILL);
+  }
+}
+
+bool StartWatcher::hasEnded(pid_t daemon) {
   const Time limit = std::chrono::steady_clock::now() + kPatience;
   while (::waitpid(daemon, nullptr, WNOHANG) == 0) {
     if (!waitUntil(limit)) {
-      ::kill(daemon, SIGKILL);
-      return;
+      return false;
     }
   }
+  return true;
 }
 
 }  // namespace qov

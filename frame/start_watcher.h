@@ -14,7 +14,8 @@ namespace qov {
 /// the starter has.
 ///
 /// Goes when the starter goes. A start that takes longer than the limit counts as failed and is
-/// ended: by SIGTERM, and by SIGKILL when that does not help.
+/// ended: by SIGTERM, and by SIGKILL when that does not help. A daemon that has failed itself is
+/// waited for, so that the next one does not meet it, but not for good.
 ///
 /// Thread: a process of its own, which a fork has just made.
 /// Owns:   the process: run() returns in its child only.
@@ -37,6 +38,8 @@ class StartWatcher {
   /// Waits for news; false when there is none until `limit`.
   bool waitUntil(Time limit);
   void giveUp();
+  /// Waits for the daemon's end; false when it takes too long.
+  bool hasEnded(pid_t daemon);
 
   StartPage& page_;
   const std::chrono::milliseconds limit_;

@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <ctime>
 #include <functional>
 #include <string>
 
@@ -25,6 +26,57 @@ using qov::StartOutcome;
 using qov::StartPage;
 
 constexpr std::chrono::seconds kLong{60};
+
+sigset_t only(int signum) {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, signum);
+  return set;
+}
+
+/// Comes to this process, which lets it wait.
+void hold(int signum) {
+  const sigset_t set = only(signum);
+  ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  ::raise(signum);
+}
+
+bool holds(int signum) {
+  sigset_t pending;
+  ::sigpending(&pending);
+  return sigismember(&pending, signum) == 1;
+}
+
+/// Also where root runs the test, who has no limit of processes.
+void forkNoMore() {
+  if (::geteuid() == 0) {
+    static_cast<void>(!::setuid(65534));
+  }
+  const rlimit none{0, 0};
+  ::setrlimit(RLIMIT_NPROC, &none);
+}
+
+int forksToGo = 0;
+
+/// From now on `count` forks come off, each in the child of the one before.
+void forkOnly(int count) {
+  forksToGo = count;
+  const auto afterFork = [] {
+    if (--forksToGo == 0) {
+      forkNoMore();
+    }
+  };
+  if (count == 0) {
+    forkNoMore();
+  }
+  ::pthread_atfork(nullptr, nullptr, afterFork);
+}
+
+pid_t parentOf(pid_t pid) {
+  const std::string stat = qov::test::readFile("/proc/" + std::to_string(pid) + "/stat");
+  const std::size_t state = stat.find(") ");
+  return state == std::string::npos ? -1 : std::stoi(stat.substr(state + 4));
+}
 
 /// Starts daemons from a child process, whose standard error is a file.
 class AppDaemon : public ::testing::Test {
@@ -44,7 +96,7 @@ class AppDaemon : public ::testing::Test {
       ::dup2(::open(errors_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDERR_FILENO);
       prepare();
       const qov::StartPagePtr page = qov::becomeDaemon("/", limit);
-      ::_exit(page == nullptr ? kForeground : work(*page));
+      ::_exit(page == nullptr ? goOn() : work(*page));
     }
   }
 
@@ -65,10 +117,12 @@ class AppDaemon : public ::testing::Test {
   pid_t starter = -1;
   /// Runs in the starter.
   std::function<void()> prepare = [] {};
+  /// What the starter does in the foreground.
+  std::function<int()> goOn = [] { return kForeground; };
+  const qov::test::TemporaryDirectory files;
 
  private:
-  const qov::test::TemporaryDirectory directory_;
-  const std::string errors_ = directory_.file("errors");
+  const std::string errors_ = files.file("errors");
 };
 
 TEST_F(AppDaemon, HasNothingOpenButItsStandardDescriptors) {
@@ -187,17 +241,10 @@ TEST_F(AppDaemon, LeavesTheStartersOwnChildrenAlone) {
 TEST_F(AppDaemon, GetsTheStopSignalsOfTheWaitingStarter) {
   for (const int signum : {SIGINT, SIGTERM}) {
     prepare = [signum] {
-      // Comes to the starter before there is a daemon.
-      sigset_t set;
-      sigemptyset(&set);
-      sigaddset(&set, signum);
-      ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
-      ::raise(signum);
+      hold(signum);  // before there is a daemon
     };
     starts([signum](StartPage& page) {
-      sigset_t set;
-      sigemptyset(&set);
-      sigaddset(&set, signum);
+      const sigset_t set = only(signum);
       int got = 0;
       ::sigwait(&set, &got);
       page.settle(got == signum ? StartOutcome::kStarted : StartOutcome::kFailed);
@@ -208,10 +255,9 @@ TEST_F(AppDaemon, GetsTheStopSignalsOfTheWaitingStarter) {
 }
 
 TEST_F(AppDaemon, GoesOnWhenItsStarterIsKilled) {
-  const qov::test::TemporaryDirectory directory;
-  const std::string up = directory.file("up");
-  const std::string go = directory.file("go");
-  const std::string done = directory.file("done");
+  const std::string up = files.file("up");
+  const std::string go = files.file("go");
+  const std::string done = files.file("done");
   starts([&](StartPage& page) {
     qov::test::writeFile(up, "");
     qov::test::waitUntil([&] { return ::access(go.c_str(), F_OK) == 0; });
@@ -226,16 +272,79 @@ TEST_F(AppDaemon, GoesOnWhenItsStarterIsKilled) {
   EXPECT_TRUE(qov::test::waitUntil([&] { return ::access(done.c_str(), F_OK) == 0; }));
 }
 
-TEST_F(AppDaemon, StaysInTheForegroundWhereNoProcessCanBeForked) {
-  if (::geteuid() == 0) {
-    GTEST_SKIP() << "root has no limit of processes";
+TEST_F(AppDaemon, StaysInTheForegroundWhicheverForkFails) {
+  for (const int count : {0, 1, 2, 3}) {
+    prepare = [count] { forkOnly(count); };
+    starts([](StartPage&) { return 0; });
+    EXPECT_EQ(exitStatusOfStarter(), static_cast<int>(kForeground)) << count;
+    EXPECT_EQ(errors(), "") << count;
   }
-  prepare = [] {
-    const rlimit none{0, 0};
-    ::setrlimit(RLIMIT_NPROC, &none);
+  prepare = [] { forkOnly(4); };
+  EXPECT_TRUE(holdsInDaemon([] { return true; })) << "there are four of them";
+}
+
+TEST_F(AppDaemon, LeavesAStopSignalToTheForegroundWhereItCannotFork) {
+  for (const int count : {0, 1, 3}) {
+    prepare = [count] {
+      forkOnly(count);
+      hold(SIGINT);
+    };
+    goOn = [] { return holds(SIGINT) ? kForeground : 1; };
+    starts([](StartPage&) { return 0; });
+    EXPECT_EQ(exitStatusOfStarter(), static_cast<int>(kForeground)) << count;
+  }
+}
+
+TEST_F(AppDaemon, ThatHasFailedEndsBeforeItsStarter) {
+  const std::string ended = files.file("ended");
+  starts([&](StartPage& page) {
+    page.settle(StartOutcome::kFailed);
+    const timespec work{0, 100000000};  // ending takes a while
+    ::nanosleep(&work, nullptr);
+    qov::test::writeFile(ended, "");
+    return 0;
+  });
+  EXPECT_EQ(exitStatusOfStarter(), 1);
+  EXPECT_EQ(::access(ended.c_str(), F_OK), 0);
+}
+
+TEST_F(AppDaemon, ThatHasFailedAndDoesNotEndIsLeftAlone) {
+  const std::string go = files.file("go");
+  const std::string alive = files.file("alive");
+  starts([&](StartPage& page) {
+    page.settle(StartOutcome::kFailed);
+    qov::test::waitUntil([&] { return ::access(go.c_str(), F_OK) == 0; });
+    qov::test::writeFile(alive, "");
+    return 0;
+  });
+  EXPECT_EQ(exitStatusOfStarter(), 1);
+  qov::test::writeFile(go, "");
+  EXPECT_TRUE(qov::test::waitUntil([&] { return ::access(alive.c_str(), F_OK) == 0; }));
+}
+
+TEST_F(AppDaemon, IsEndedWhenTheProcessThatWatchesItIsKilled) {
+  const std::string told = files.file("told");
+  pid_t starterItself = 0;
+  prepare = [&] {
+    starterItself = ::getpid();
+    const sigset_t set = only(SIGTERM);
+    ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
   };
-  starts([](StartPage&) { return 0; });
-  EXPECT_EQ(exitStatusOfStarter(), static_cast<int>(kForeground));
+  starts([&](StartPage&) {
+    // Its parent is the watcher once the process between them has gone.
+    qov::test::waitUntil([&] { return parentOf(::getppid()) == starterItself; });
+    ::kill(::getppid(), SIGKILL);
+    const sigset_t set = only(SIGTERM);
+    const timespec limit{60, 0};
+    if (::sigtimedwait(&set, nullptr, &limit) == SIGTERM) {
+      qov::test::writeFile(told, "");
+    }
+    return 0;
+  });
+  EXPECT_EQ(exitStatusOfStarter(), 1);
+  EXPECT_EQ(errors(),
+            "Failed to learn whether the daemon runs: the process that watches it has ended\n");
+  EXPECT_TRUE(qov::test::waitUntil([&] { return ::access(told.c_str(), F_OK) == 0; }));
 }
 
 TEST(LastLines, KeepsAllThatThereIsRoomFor) {

@@ -119,6 +119,40 @@ TEST_F(BrokenAgent, HasAtLeastSixtyRows) {
   EXPECT_GE(brokenSetUps().size(), 60U);
 }
 
+TEST_F(BrokenAgent, NamesTheModuleThatCallsExitInTheForeground) {
+  agent.setEnvironment("QOV_TEST_BREAK", "exit_3");
+  agent.useModules({"broken"});
+  agent.start({"-n"});
+  hasExited(agent.waitForEnd(), 3);
+  EXPECT_EQ(agent.errors(),
+            "Failed to start the agent: exit() was called before it ran, while loading module "
+            "qovp_broken\n");
+}
+
+TEST_F(BrokenAgent, NamesTheModuleItLoadsInTheLog) {
+  agent.setEnvironment("QOV_TEST_BREAK", "entry_kills");
+  agent.useModules({"broken"});
+  agent.start({"-n"});
+  EXPECT_EQ(agent.waitForEnd().signal, SIGKILL);
+  const std::string last = "] Loading module qovp_broken\n";
+  EXPECT_EQ(agent.log().rfind(last), agent.log().size() - last.size()) << agent.log();
+}
+
+/// The values that the configuration reads as a number from 0 to 255.
+class ProcPid : public BrokenAgent, public ::testing::WithParamInterface<const char*> {};
+
+INSTANTIATE_TEST_SUITE_P(Of, ProcPid, ::testing::Values("\" 7\"", "0000000007", "+7", "0", "255"));
+
+TEST_P(ProcPid, IsNoReasonToWarn) {
+  AgentRoot::write(agent.root().cfgFile(),
+                   readFile(agent.root().cfgFile())
+                       .replace(0, std::string("[QOV_GLOBAL]\nPROC_PID=7").size(),
+                                std::string("[QOV_GLOBAL]\nPROC_PID=") + GetParam()));
+  starts({"state"});
+  EXPECT_EQ(agent.errors(), "");
+  stopsInOrder();
+}
+
 TEST_F(BrokenAgent, RefusesARelativeRootAsADaemonWithOneLine) {
   agent.setEnvironment("QOV_ROOT", "no/such");
   agent.start({});

@@ -88,6 +88,13 @@ std::string tooShort(const fs::path& from) {
   return readFile(from).substr(0, 32);
 }
 
+/// The library `from`, with another byte in its ELF header.
+std::string withByte(const fs::path& from, std::size_t at, char value) {
+  std::string text = readFile(from);
+  text.at(at) = value;
+  return text;
+}
+
 std::vector<BrokenSetUp> ofTheConfiguration() {
   const std::string read = "Failed to read the configuration: <conf>qov_test_agent.cfg";
   const std::string open = "CQOV_Exception: can't open proc config file\n";
@@ -281,6 +288,8 @@ std::vector<BrokenSetUp> ofTheLibraries() {
   };
   const std::string failed = "Failed to open the library of module qovp_odd: ";
   const std::string path = failed + "<root>/lib/libqovp_odd.so: ";
+  const std::string failedNeeding = "Failed to open the library of module qovp_needing: " +
+                                    std::string(QOV_TEST_AGENT_LIBRARIES) + "/";
   const fs::path real = fs::path(QOV_TEST_AGENT_LIBRARIES) / "libqovp_state.so";
   add("NoModules", [](Agent&) {},
       {"Failed to load module, because module is empty!\n",
@@ -317,10 +326,29 @@ std::vector<BrokenSetUp> ofTheLibraries() {
         ::chmod(at.c_str(), 0);
       }),
       {noSuchModule("odd"), path + "Permission denied\n"}, true);
+  add("LibraryFolderNotSearchable", library([real](const fs::path& at) {
+        fs::copy_file(real, at);
+        ::chmod(at.parent_path().c_str(), 0);
+      }),
+      {noSuchModule("odd"), path + "Permission denied\n"}, true);
+  add("LibraryIsLinkToItself", library([](const fs::path& at) { fs::create_symlink(at, at); }),
+      {noSuchModule("odd"), path + "Too many levels of symbolic links\n"});
+  add("LibraryOfAnotherMachine", library([real](const fs::path& at) {
+        constexpr std::size_t kMachine = 18;
+        constexpr char kAarch64 = '\xB7';
+        AgentRoot::write(at, withByte(real, kMachine, kAarch64));
+      }),
+      {noSuchModule("odd"), path + "not a library for this machine\n"});
+  add("LibraryOf32Bits", library([real](const fs::path& at) {
+        constexpr std::size_t kClass = 4;
+        constexpr char k32Bits = 1;
+        AgentRoot::write(at, withByte(real, kClass, k32Bits));
+      }),
+      {noSuchModule("odd"), path + "libqovp_odd.so: wrong ELF class: ELFCLASS32\n"});
   add("LibraryNeedsAnother", modules({"needing"}),
       {noSuchModule("needing"),
-       "Failed to open the library of module qovp_needing: libqovp_gone.so: cannot open shared "
-       "object file: No such file or directory\n"});
+       failedNeeding + "libqovp_needing.so: libqovp_gone.so: cannot open shared object file: No "
+                       "such file or directory\n"});
   add("LibraryNeedsAVariable", modules({"unbound"}),
       {noSuchModule("unbound"), "libqovp_unbound.so: undefined symbol: qovTestNowhere\n"});
   return rows;
@@ -365,6 +393,15 @@ std::vector<BrokenSetUp> ofTheModules() {
        "Failed to open the library of a plug-in: qovp_no_such_plugin: none of "
        "libqovp_no_such_plugin.so,",
        init});
+  add("PlugInPathMissing", "plugin_path",
+      {"Failed to open /no/such_plugin\n",
+       "Failed to open the library of a plug-in: /no/such_plugin: there is none of "
+       "/no/libsuch_plugin.so, /no/such_plugin.so, /no/such_plugin\n",
+       init});
+  add("PlugInBeyondTheNames", "plugin_no_name_left",
+      {"Failed to open qovp_plugin\n",
+       "Failed to open the library of a plug-in: qovp_plugin: 1024 library names are in use\n",
+       init});
   add("PlugInRefused", "plugin_refused",
       {"Failed to init qovp_plugin\n", "/libqovp_plugin.so: the plug-in's operator refuses it\n",
        init});
@@ -379,7 +416,8 @@ std::vector<BrokenSetUp> ofModulesThatEndTheProcess() {
                        int signal) {
     rows.push_back({name,
                     module(way),
-                    {"Failed to start the daemon: ended " + end + " before it ran\n"},
+                    {"Failed to start the daemon: ended " + end +
+                     " before it ran, while loading module qovp_broken\n"},
                     Result::kEnds,
                     Log::kNotYet,
                     false,
@@ -391,6 +429,7 @@ std::vector<BrokenSetUp> ofModulesThatEndTheProcess() {
   add("ModuleExitsAtOnce", "_exit_4", "with exit status 4", 4, 0);
   add("ModuleAborts", "abort", "by signal 6 (Aborted)", -1, SIGABRT);
   add("ModuleIsKilled", "kill", "by signal 9 (Killed)", -1, SIGKILL);
+  add("EntryKills", "entry_kills", "by signal 9 (Killed)", -1, SIGKILL);
   return rows;
 }
 
@@ -404,6 +443,14 @@ const std::vector<BrokenSetUp>& brokenSetUps() {
           ofTheModules(), ofModulesThatEndTheProcess()}) {
       rows.insert(rows.end(), part.begin(), part.end());
     }
+    rows.push_back({"MarkerAndErrorsOnly",
+                    [](Agent& agent) {
+                      agent.root().writeConfig(5);
+                      markers({"c.mod.bak"})(agent);
+                    },
+                    {"<conf>c.mod.bak: its first .mod is not the end of its name\n"},
+                    Result::kWarns,
+                    Log::kNotYet});
     rows.push_back({"MarkerOfAnEditor",
                     markers({"a.mod~", "c.mod.bak"}),
                     {"<conf>c.mod.bak: its first .mod is not the end of its name\n",

@@ -1,4 +1,5 @@
 // A module that fails in the way that QOV_TEST_BREAK says.
+#include <ace/DLL_Manager.h>
 #include <qovpub/qov_plugins.h>
 #include <qovpub/qov_task_mgr.h>
 
@@ -7,7 +8,10 @@
 #include <stdexcept>
 #include <string>
 
+#include <dlfcn.h>
 #include <unistd.h>
+
+extern "C" CQOV_TaskMgr* QOV_CreateModule();
 
 namespace {
 
@@ -30,6 +34,16 @@ class Refusing : public CQOV_PluginOperator {
   }
 };
 
+/// Opens this library under as many names as ACE has room for.
+void useUpTheNames() {
+  Dl_info own{};
+  ::dladdr(reinterpret_cast<void*>(&QOV_CreateModule), &own);
+  std::string name = own.dli_fname;
+  while (ACE_DLL_Manager::instance()->open_dll(name.c_str(), RTLD_LAZY, nullptr) != nullptr) {
+    name.insert(0, "/");
+  }
+}
+
 class Module : public CQOV_TaskMgr {
  public:
   Module() : CQOV_TaskMgr(gidToTake(), 1, "broken") {
@@ -50,6 +64,13 @@ class Module : public CQOV_TaskMgr {
     Refusing refusing;
     if (is("plugin_missing")) {
       return CQOV_Plugins::instance()->open("qovp_no_such_plugin", refusing, 1);
+    }
+    if (is("plugin_path")) {
+      return CQOV_Plugins::instance()->open("/no/such_plugin", refusing, 1);
+    }
+    if (is("plugin_no_name_left")) {
+      useUpTheNames();
+      return CQOV_Plugins::instance()->open("qovp_plugin", refusing, 1);
     }
     if (is("plugin_refused") || is("plugin_throws")) {
       return CQOV_Plugins::instance()->open("qovp_plugin", refusing, 1);
@@ -82,6 +103,9 @@ class Module : public CQOV_TaskMgr {
 extern "C" CQOV_TaskMgr* QOV_CreateModule() {
   if (is("entry_throws")) {
     throw std::runtime_error("the entry's own words");
+  }
+  if (is("entry_kills")) {
+    ::raise(SIGKILL);
   }
   if (is("entry_throws_number")) {
     throw 1;

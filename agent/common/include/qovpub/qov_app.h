@@ -114,8 +114,9 @@ class CQOVapp {
   /// ACE's thread manager for good: start none before init(). SIGHUP is ignored from then on. The
   /// file mode mask is the caller's. The calling process waits in init() for the daemon: it exits
   /// with status 0 when all modules run, and with 1 when init() fails there, the daemon ends on the
-  /// way in whatever manner, or takes longer than 450 seconds; then it is ended. The daemon's
-  /// complaints show on the caller's standard error, and in the system's log (facility daemon)
+  /// way in whatever manner, or takes longer than 450 seconds; then it is ended. A daemon that has
+  /// failed has gone by then, unless its end takes longer than 15 seconds. The daemon's complaints
+  /// show on the caller's standard error, and in the system's log (facility daemon)
   /// where the daemon's own log goes nowhere. SIGINT and SIGTERM that the caller gets meanwhile go
   /// to the daemon; when the caller is killed the daemon goes on.
   int init(int argc, char** argv);
