@@ -10,10 +10,11 @@ namespace qov {
 /// public kit, in the log.
 ///
 /// Takes 3 seconds at most, whatever hangs. Only while a thread waits in the dynamic loader, which
-/// lets no other one begin, it takes as long as that; the lines are on standard error by then. A log
-/// that takes nothing, because a thread that hangs holds its lock, is passed by: the records are
-/// appended to the process's log file directly, if there is one. The same is done when the process
-/// can start no more threads.
+/// lets no other one begin, it takes as long as that; the lines are on standard error by then.
+///
+/// A log that takes nothing, because a thread that hangs holds its lock, is passed by: the records
+/// are appended to the process's log file directly, if there is one. The same is done when the
+/// process can start no more threads.
 ///
 /// Thread: any but in signal context. Errors: none.
 void tellLastWords(unsigned long long logId, const std::vector<std::string>& lines);
