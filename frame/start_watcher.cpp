@@ -144,8 +144,9 @@ void StartWatcher::giveUp() {
 
 bool StartWatcher::hasEnded(pid_t daemon) {
   const Time limit = std::chrono::steady_clock::now() + kPatience;
-  while (::waitpid(daemon, nullptr, WNOHANG) == 0) {
-    if (!waitUntil(limit)) {
+  // It becomes a child of this process only when the one that has forked it is gone.
+  while (daemon > 0 && ::kill(daemon, 0) == 0) {
+    if (::waitpid(-1, nullptr, WNOHANG) <= 0 && !waitUntil(limit)) {
       return false;
     }
   }

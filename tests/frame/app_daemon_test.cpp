@@ -17,6 +17,7 @@
 
 #include "tests/support/files.h"
 #include "tests/support/process_end.h"
+#include "tests/support/sanitizers.h"
 
 using ::testing::HasSubstr;
 
@@ -273,7 +274,7 @@ TEST_F(AppDaemon, GoesOnWhenItsStarterIsKilled) {
 }
 
 TEST_F(AppDaemon, StaysInTheForegroundWhicheverForkFails) {
-  for (const int count : {0, 1, 2, 3}) {
+  for (const int count : {0, 1, 2}) {
     prepare = [count] { forkOnly(count); };
     starts([](StartPage&) { return 0; });
     EXPECT_EQ(exitStatusOfStarter(), static_cast<int>(kForeground)) << count;
@@ -283,8 +284,18 @@ TEST_F(AppDaemon, StaysInTheForegroundWhicheverForkFails) {
   EXPECT_TRUE(holdsInDaemon([] { return true; })) << "there are four of them";
 }
 
+TEST_F(AppDaemon, StaysInTheForegroundWhenThereIsNoDaemonAtLast) {
+#if QOV_TEST_ASAN
+  GTEST_SKIP() << "the leak check of the process that cannot fork has to fork";
+#endif
+  prepare = [] { forkOnly(3); };
+  starts([](StartPage&) { return 0; });
+  EXPECT_EQ(exitStatusOfStarter(), static_cast<int>(kForeground));
+  EXPECT_EQ(errors(), "");
+}
+
 TEST_F(AppDaemon, LeavesAStopSignalToTheForegroundWhereItCannotFork) {
-  for (const int count : {0, 1, 3}) {
+  for (const int count : {0, 1, 2}) {
     prepare = [count] {
       forkOnly(count);
       hold(SIGINT);
