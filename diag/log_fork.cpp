@@ -69,6 +69,9 @@ void replaceLog(const ACE_Log_Msg* present, ACE_Log_Msg* next) {
 /// its number. So ACE makes a new one. The thread keeps its log object meanwhile: callers have
 /// pointers to it.
 void renewLockOfAce(ACE_Log_Msg* own) {
+  // The system refuses that, but whoever watches over locks learns that none is destroyed while it
+  // is held.
+  own->release();
   replaceLog(own, nullptr);
   closeAceLog();
   ACE_Log_Msg* const fresh = ACE_Log_Msg::instance();
