@@ -5,7 +5,7 @@
 //   reload      unloads its modules after init(), loads them again and calls exit()
 //   meanwhile   unloads its modules after init(), while another thread, once there is the file
 //               "lingering", calls exit(3)
-//   fork        once there is the file "go", has a child call exit(3) and ends by exit() with the
+//   fork        once there is the file "fork", has a child call exit(3) and ends by exit() with the
 //               status of that
 //   leak        returns without destroying its frame
 //   twice       runs the whole life of a frame two times
@@ -187,7 +187,7 @@ int live(CQOVapp& app, int argc, char** argv) {
     unloadWhileAnotherThreadExits();
   }
   if (mode() == "fork") {
-    std::exit(qov::test::waitForFile("go") ? statusOfAChild() : 1);
+    std::exit(qov::test::waitForFile("fork") ? statusOfAChild() : 1);
   }
   if (mode() == "exit") {
     std::exit(result == 0 ? 0 : 1);

@@ -80,7 +80,7 @@ TEST_F(AgentExit, InAForkedChildLeavesTheModulesAlone) {
   // A child that is made while threads begin may find ACE's own locks held, for good.
   ASSERT_TRUE(agent.waitForLog("Module(45) thread inited"));
   ASSERT_TRUE(waitUntil([&] { return agent.threadNames().count("m45-worker-2") != 0; }));
-  agent.makeFile("go");
+  agent.makeFile("fork");
   hasExited(agent.waitForEnd(), 3);
 }
 
