@@ -7,6 +7,7 @@
 
 #include "tests/process/agent_test.h"
 #include "tests/process/broken_set_ups.h"
+#include "tests/support/sanitizers.h"
 
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -49,6 +50,9 @@ class BrokenSetUpTest : public BrokenAgent, public ::testing::WithParamInterface
   void SetUp() override {
     if (GetParam().notAsRoot && ::geteuid() == 0) {
       GTEST_SKIP() << "root may do everything";
+    }
+    if (GetParam().letsALibraryGo) {
+      QOV_SKIP_IF_ACE_IS_REPORTED();
     }
     if (GetParam().result == Result::kWarns) {
       agent.useModules({"state"});

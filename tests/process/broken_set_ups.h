@@ -35,6 +35,7 @@ struct BrokenSetUp {
   bool notAsRoot = false;
   int exitStatus = 1;  ///< in the foreground
   int signal = 0;
+  bool letsALibraryGo = false;
 };
 
 inline void PrintTo(const BrokenSetUp& setUp, std::ostream* out) {
