@@ -39,15 +39,11 @@ bool ModuleLoad::Waiter::wait(const Clock::time_point* deadline) {
   return letIn_;
 }
 
-ModuleLoad::Waiter* ModuleLoad::Waiter::letInWhereRoom() {
-  Waiter* const next = next_;
-  if (load_.hasRoom(own_)) {
-    load_.waiting_.fetch_add(bytes_);
-    leave();
-    letIn_ = true;
-    woken_.notify_one();
-  }
-  return next;
+void ModuleLoad::Waiter::letIn() {
+  load_.waiting_.fetch_add(bytes_);
+  leave();
+  letIn_ = true;
+  woken_.notify_one();
 }
 
 void ModuleLoad::Waiter::leave() {
@@ -73,17 +69,22 @@ void ModuleLoad::close() {
   letIn();
 }
 
-bool ModuleLoad::hasRoom(const TaskQueue* own) const {
-  // The ledger is read first, and the own share changes first: the rest may look smaller than it is
-  // for a moment, but never larger, which nobody would correct.
-  const std::size_t all = waiting();
+bool ModuleLoad::hasRoom(std::size_t all, const TaskQueue* own) const {
   const std::size_t ownShare = own != nullptr ? own->countedBytes() : 0;
   return closed_ || all < kLimit + ownShare;
 }
 
 void ModuleLoad::letIn() {
-  for (Waiter* next = first_; next != nullptr;) {
-    next = next->letInWhereRoom();
+  // Read once: room that comes up midway would go to whoever is looked at next, past those before.
+  // Whoever makes it comes here next and starts again from the first.
+  std::size_t all = waiting();
+  for (Waiter* waiter = first_; waiter != nullptr;) {
+    Waiter* const next = waiter->next_;
+    if (hasRoom(all, waiter->own_)) {
+      all += waiter->bytes_;
+      waiter->letIn();
+    }
+    waiter = next;
   }
 }
 

@@ -39,7 +39,7 @@ class ModuleLoad {
   void close();
 
   /// Whether a sender with the queue `own` (null: none) has room now.
-  bool hasRoom(const TaskQueue* own) const;
+  bool hasRoom(const TaskQueue* own) const { return hasRoom(waiting(), own); }
 
   std::size_t waiting() const { return waiting_.load(); }
 
@@ -49,6 +49,9 @@ class ModuleLoad {
   class Waiter;
 
  private:
+  /// `all`: what waited, read before. The own share changes first and is read last: the rest may
+  /// look smaller than it is for a moment, but never larger, which nobody would correct.
+  bool hasRoom(std::size_t all, const TaskQueue* own) const;
   /// Lets in those for whom there is room. With mutex_ held.
   void letIn();
 
@@ -81,9 +84,8 @@ class ModuleLoad::Waiter {
  private:
   friend class ModuleLoad;
 
-  /// The next one in the line, after this one was let in where it has room. With the mutex held, as
-  /// leave().
-  Waiter* letInWhereRoom();
+  /// Both with the mutex held.
+  void letIn();
   void leave();
 
   ModuleLoad& load_;

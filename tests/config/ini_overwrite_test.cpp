@@ -16,7 +16,6 @@
 
 #include "tests/config/ini_file.h"
 #include "tests/support/child.h"
-#include "tests/support/sanitizers.h"
 
 // Saving where no file can be put in the place of the old one.
 
@@ -137,9 +136,6 @@ bool waitsForALock() {
 }
 
 TEST_F(IniOverwrite, WaitsForAnotherThatSaves) {
-  if (QOV_TEST_TSAN) {
-    GTEST_SKIP() << "ThreadSanitizer objects to the new log lock in children of several threads";
-  }
   const std::string file = directory_.file(std::string(250, 'n'));
   writeFile(file, "[A]\nk=v\n");
   const int other = ::open(file.c_str(), O_RDWR | O_CLOEXEC);

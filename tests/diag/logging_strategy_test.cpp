@@ -20,7 +20,6 @@
 #include "tests/diag/reactor_timers.h"
 #include "tests/support/child.h"
 #include "tests/support/files.h"
-#include "tests/support/sanitizers.h"
 
 namespace {
 
@@ -338,9 +337,6 @@ int descriptorOf(const fs::path& file) {
 }
 
 TEST_F(LoggingStrategy, SharesNoPositionInTheFileWithAChild) {
-  if (QOV_TEST_TSAN) {
-    GTEST_SKIP() << "ThreadSanitizer objects to the new log lock in children of several threads";
-  }
   strategy_.initLogStrategy(param_);
   log("parent");
   const int descriptor = descriptorOf(path_);

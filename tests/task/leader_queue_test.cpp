@@ -198,7 +198,7 @@ TEST_F(LeaderQueueTest, ASenderThatWaitsForGoodIsLetGoWhenTheQueueCloses) {
   sender.join();
 }
 
-TEST_F(LeaderQueueTest, SendersThatWaitAreLetInOneByOne) {
+TEST_F(LeaderQueueTest, SendersThatWaitAreLetInOneByOneInTheirOrder) {
   constexpr int kSenders = 64;
   loadModule(kLimit);
   std::vector<std::thread> senders;
@@ -213,6 +213,7 @@ TEST_F(LeaderQueueTest, SendersThatWaitAreLetInOneByOne) {
   for (std::thread& sender : senders) {
     sender.join();
   }
+  EXPECT_TRUE(std::is_sorted(letIn_.begin(), letIn_.end()));
   // Were all woken for each, they would sleep and wake 32 times each.
   EXPECT_GT(kSenders * 16, switches_);
 }
