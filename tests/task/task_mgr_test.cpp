@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/sanitizers.h"
 #include "tests/task/task_fixture.h"
 
 namespace {
@@ -315,6 +316,9 @@ TEST_F(TaskMgrTest, DoesNotWaitForPlainThreadsOfOtherGroups) {
 }
 
 TEST_F(TaskMgrTest, DoesNotWaitForADetachedThreadOfItsGroup) {
+  if (QOV_TEST_TSAN) {
+    GTEST_SKIP() << "nothing orders a detached thread's last steps in ACE before ACE's own end";
+  }
   // Nobody can. It is given up, whatever the log says.
   auto& plain = *new PlainThread;
   ASSERT_EQ(static_cast<int>(kModule), spawnInto(kModule, plain, THR_NEW_LWP | THR_DETACHED));

@@ -190,6 +190,7 @@ TEST_F(QovctlEndpoint, PrintsEachRowAsItComes) {
     EXPECT_TRUE(waitForOutput(text)) << format;
     printed.count();
     EXPECT_EQ(finish().status, 0);
+    peer().join();
   }
 }
 
@@ -244,6 +245,7 @@ TEST_F(QovctlEndpoint, ShowsValuesSoThatTheyCannotTurnTheDirectionOfWriting) {
     link.answer(endOfWalk());
   }});
   const std::string shown = walkUnnamed().out;
+  peer().join();
   for (const std::string& text : turning) {
     EXPECT_THAT(shown, Not(HasSubstr(text)));
   }
