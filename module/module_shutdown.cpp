@@ -12,6 +12,7 @@
 
 #include "module/shutdown_watch.h"
 #include "task/running_managers.h"
+#include "task/thread_groups.h"
 
 namespace qov {
 namespace {
@@ -61,7 +62,7 @@ bool ModuleShutdown::isForkedChild() {
 }
 
 bool ModuleShutdown::mayStop() {
-  return !isForkedChild() && getCurrentTask() == nullptr;
+  return !isForkedChild() && getCurrentTask() == nullptr && !runsInModuleGroup();
 }
 
 void ModuleShutdown::stopModules() {

@@ -49,8 +49,9 @@ class ModuleLoad {
   class Waiter;
 
  private:
-  /// `all`: what waited, read before. The own share changes first and is read last: the rest may
-  /// look smaller than it is for a moment, but never larger, which nobody would correct.
+  /// `all`: what waited, read before. A queue changes its own share before the ledger, so for a
+  /// moment what the others have may look smaller than it is when the queue is filled, and larger
+  /// when it is drained. The latter does no harm: subtract() walks the line right afterwards.
   bool hasRoom(std::size_t all, const TaskQueue* own) const;
   /// Lets in those for whom there is room. With mutex_ held.
   void letIn();

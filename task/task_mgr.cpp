@@ -1,10 +1,8 @@
-#include <ace/Thread_Manager.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_leader_task.h>
 #include <qovpub/qov_task_mgr.h>
 #include <qovpub/qov_task_scheduler.h>
 
-#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <memory>
@@ -26,9 +24,6 @@ constexpr const char* kDefaultName = "12CQOV_TaskMgr";
 /// How long init() waits for the pool at the most.
 constexpr unsigned int kPoolSeconds = 30;
 
-/// Tasks have one thread; modules may start some of their own with more.
-constexpr std::size_t kThreadsAtOnce = 16;
-
 /// What `make` gives; null without memory.
 template <class Make>
 auto orNull(Make make) -> decltype(make()) {
@@ -47,24 +42,6 @@ std::unique_ptr<CQOV_Leader_Task> makeLeader(CQOV_TaskMgr* mgr, unsigned int poo
 CQOVDebugKit* registerKit(const std::string& name, unsigned int moduleId) {
   auto kit = orNull([&] { return std::make_unique<CQOVDebugKit>(name, moduleId); });
   return CQOVDebugKitMgr::instance()->add(kit.get()) == 1 ? kit.release() : nullptr;
-}
-
-/// Returns when the threads of `task` have ended.
-void joinThreadsOf(CQOV_Task& task) {
-  ACE_Thread_Manager& threads = *ACE_Thread_Manager::instance();
-  if (threads.wait_task(&task) == 0 || errno != ENOMEM) {
-    return;
-  }
-  // ACE has no memory for its copy of the list of threads. Those that run are joined one by one,
-  // those that have ended already are left to ACE, which does it when the process ends.
-  std::array<ACE_thread_t, kThreadsAtOnce> running{};
-  for (bool joined = true; joined;) {
-    joined = false;
-    const auto count = threads.thread_list(&task, running.data(), running.size());
-    for (ssize_t i = 0; i < count; ++i) {
-      joined = threads.join(running[static_cast<std::size_t>(i)]) == 0 || joined;
-    }
-  }
 }
 
 }  // namespace
@@ -92,7 +69,10 @@ CQOV_TaskMgr::~CQOV_TaskMgr() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual CQOV_TaskMgr::~CQOV_TaskMgr()");
   stop();
   if (leader_ != nullptr) {
-    // The pool may have got some more since.
+    if (roster_->leaveGroup()) {
+      joinSpawned();
+    }
+    // The pool may have got some more since the stop.
     joinTasks();
     leader_.reset();
   }
@@ -109,21 +89,16 @@ void CQOV_TaskMgr::stop() {
   }
   stopped_ = true;
   leader_->notifyExit();
-  joinThreadsOf(*leader_);
+  qov::joinThreadsOf(*leader_);
   // A leader that never ran has told nobody yet.
   leader_->shutDown();
   joinTasks();
-  if (roster_->leaveGroup()) {
-    joinSpawned();
-    // Those may have handed tasks over.
-    joinTasks();
-  }
 }
 
 void CQOV_TaskMgr::joinTasks() {
   // Tasks that still run may start others, so this goes on until it finds no new ones.
   while (CQOV_Task* const task = roster_->nextToJoin()) {
-    joinThreadsOf(*task);
+    qov::joinThreadsOf(*task);
   }
 }
 

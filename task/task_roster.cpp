@@ -38,7 +38,7 @@ void TaskRoster::remove(CQOV_Task* task) {
 void TaskRoster::enterGroup(int group) {
   const std::lock_guard<std::mutex> lock(groupsMutex);
   const auto number = static_cast<std::size_t>(group);
-  if (!group_ && number < managersIn.size()) {
+  if (number < managersIn.size()) {
     group_ = number;
     ++managersIn[number];
   }

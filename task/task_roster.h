@@ -30,8 +30,8 @@ class TaskRoster {
   /// The module's threads may run in the thread group `group` from now on.
   void enterGroup(int group);
 
-  /// The module's tasks have ended. True if it was in its group and no other manager is in there
-  /// now: the threads that are left there are its own.
+  /// The module's tasks have ended. True if the module was in its group and no other manager is in
+  /// there now: the threads that are left there are the module's own.
   bool leaveGroup();
 
   /// From now on the module is stopping.
@@ -54,7 +54,7 @@ class TaskRoster {
   CQOV_Task* first_ = nullptr;
   bool stopping_ = false;
 
-  // Loading thread only.
+  // Guarded by the lock of the groups' counts.
   std::optional<std::size_t> group_;
 };
 

@@ -1,9 +1,12 @@
 #include "task/thread_groups.h"
 
+#include <ace/Thread.h>
 #include <ace/Thread_Manager.h>
+#include <qovpub/qov_task.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 
 namespace qov {
 
@@ -29,21 +32,54 @@ class ReservedGroups {
 
 const ReservedGroups kReserved;
 
-/// Threads of a group, with zeros behind them. Needs no memory, which a stop may not have.
+/// Threads that run, with zeros behind them. Needs no memory, which a stop may not have.
 using ThreadIds = std::array<ACE_thread_t, 64>;
+
+constexpr ACE_thread_t kNobody{};
+
+ACE_Thread_Manager& threads() {
+  return *ACE_Thread_Manager::instance();
+}
 
 ThreadIds idsIn(int group) {
   ThreadIds ids{};
-  ACE_Thread_Manager::instance()->thread_grp_list(group, ids.data(), ids.size());
+  threads().thread_grp_list(group, ids.data(), ids.size());
   return ids;
+}
+
+ThreadIds idsOf(CQOV_Task& task) {
+  ThreadIds ids{};
+  threads().thread_list(&task, ids.data(), ids.size());
+  return ids;
+}
+
+/// Runs ACE's `wait`. Where that has no memory for its copy of the list of threads, those that
+/// `list` gives are joined one by one; those that have ended already are left to ACE, which joins
+/// them when the process ends.
+template <class Wait, class List>
+void waitOrJoin(Wait wait, List list) {
+  if (wait() == 0 || errno != ENOMEM) {
+    return;
+  }
+  for (bool joined = true; joined;) {
+    joined = false;
+    for (const ACE_thread_t id : list()) {
+      joined = (id != kNobody && threads().join(id) == 0) || joined;
+    }
+  }
 }
 
 }  // namespace
 
+bool runsInModuleGroup() {
+  int group = -1;
+  return threads().get_grp(ACE_Thread::self(), group) == 0 && group >= 0 && group <= kLastModule;
+}
+
 std::size_t threadsIn(int group) {
   const ThreadIds ids = idsIn(group);
   return static_cast<std::size_t>(
-      std::count_if(ids.begin(), ids.end(), [](ACE_thread_t id) { return id != ACE_thread_t{}; }));
+      std::count_if(ids.begin(), ids.end(), [](ACE_thread_t id) { return id != kNobody; }));
 }
 
 void joinThreadsIn(int group) {
@@ -51,10 +87,14 @@ void joinThreadsIn(int group) {
   ThreadIds left = idsIn(group);
   do {
     before = left;
-    ACE_Thread_Manager::instance()->wait_grp(group);
+    waitOrJoin([group] { return threads().wait_grp(group); }, [group] { return idsIn(group); });
     left = idsIn(group);
     // Who was there before is joined or cannot be. Somebody else was started meanwhile.
   } while (left != before);
+}
+
+void joinThreadsOf(CQOV_Task& task) {
+  waitOrJoin([&task] { return threads().wait_task(&task); }, [&task] { return idsOf(task); });
 }
 
 }  // namespace qov

@@ -3,18 +3,28 @@
 
 #include <cstddef>
 
+class CQOV_Task;
+
 namespace qov {
 
-// The thread groups of modules: ACE's groups of the numbers 0 to 255. ACE gives threads that ask
+// The threads of modules, as ACE's thread manager keeps them.
+//
+// Their thread groups are ACE's groups of the numbers 0 to 255. ACE gives threads that ask
 // for no group a number of its own, from 1 upwards; this library's start takes those up to 255 out
 // of ACE's hands.
+
+/// Whether the calling thread runs in the group of a module.
+bool runsInModuleGroup();
 
 /// How many threads run in `group`, detached ones included; 64 at the most.
 std::size_t threadsIn(int group);
 
 /// Waits for the threads of `group` that can be joined, also for those that they start in it
-/// meanwhile. Without memory it waits for nobody.
+/// meanwhile.
 void joinThreadsIn(int group);
+
+/// Waits for the threads of `task`.
+void joinThreadsOf(CQOV_Task& task);
 
 }  // namespace qov
 

@@ -117,6 +117,13 @@ TEST_F(ModuleLoader, LogsTheUnloadingWhenTheModulesThreadsHaveEnded) {
   EXPECT_LT(text.find("Manager thread(3) exit!"), text.find("Unload module qovt_alpha!"));
 }
 
+TEST_F(ModuleLoader, UnloadsAModuleWhoseDestructorAloneEndsAThreadOfItsGroup) {
+  loads({"own_thread"});
+  loader().unload();
+  EXPECT_THAT(events(), ElementsAre("own_thread created", "own_thread initialised",
+                                    "own_thread deleted", "own_thread thread ends"));
+}
+
 TEST_F(ModuleLoader, SecondLoadIsTrueAndOpensNothing) {
   loads({"alpha"});
   mark({"beta"});

@@ -56,6 +56,13 @@ TEST_F(AgentExit, OnAModulesThreadEndsTheProcessWithItsStatus) {
   hasExited(agent.waitForEnd(), 7);
 }
 
+TEST_F(AgentExit, OnAPlainThreadOfAModulesGroupEndsTheProcessWithItsStatus) {
+  agent.setEnvironment("QOV_TEST_PLAIN", "1");
+  starts({"quitter"});
+  agent.makeFile("go");
+  hasExited(agent.waitForEnd(), 7);
+}
+
 TEST_F(AgentExit, AfterAReloadStopsTheModulesBeforeWhatTheSecondLoadHasMade) {
   agent.setEnvironment("QOV_TEST_MAIN", "reload");
   agent.useModules({"chatter"});

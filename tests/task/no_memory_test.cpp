@@ -1,10 +1,13 @@
 #include <ace/Reactor.h>
+#include <ace/Thread_Manager.h>
 #include <ace/Timer_Queue_T.h>
 #include <gtest/gtest.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_task_scheduler.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -331,6 +334,36 @@ TEST_F(TaskNoMemoryTest, AModuleWhoseLeaderNeverRanStopsWithout) {
   }
   EXPECT_EQ(0U, own.thr_count());
   EXPECT_EQ(1, log_.count("Task(21) will exit!"));
+}
+
+TEST_F(TaskNoMemoryTest, AModuleJoinsAPlainThreadOfItsGroupWithout) {
+  struct PlainThread {
+    static ACE_THR_FUNC_RETURN run(void* argument) {
+      auto& self = *static_cast<PlainThread*>(argument);
+      EXPECT_TRUE(self.end_.waitFor());
+      // Long enough for somebody who does not wait.
+      EXPECT_FALSE(Latch().waitFor(1, std::chrono::milliseconds(100)));
+      self.ended_ = true;
+      return nullptr;
+    }
+    Latch end_;
+    std::atomic<bool> ended_{false};
+  };
+  PlainThread plain;
+  auto module = std::make_unique<TestModule>(ignore, 2, kModule + 1);
+  ASSERT_TRUE(module->init());
+  ASSERT_EQ(module->gid(), ACE_Thread_Manager::instance()->spawn(
+                               &PlainThread::run, &plain, THR_NEW_LWP | THR_JOINABLE, nullptr,
+                               nullptr, ACE_DEFAULT_THREAD_PRIORITY, module->gid()));
+  plain.end_.count();
+  {
+    const FailingAllocations fail(0);
+    module.reset();
+    EXPECT_TRUE(fail.hasFailed());
+  }
+  EXPECT_TRUE(plain.ended_);
+  // Joined already where that worked.
+  ACE_Thread_Manager::instance()->wait_grp(kModule + 1);
 }
 
 TEST_F(TaskNoMemoryTest, ALeaderWithoutEndsEveryThreadOfItsModule) {

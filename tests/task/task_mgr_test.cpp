@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/support/sanitizers.h"
@@ -179,22 +180,22 @@ TEST_F(TaskMgrTest, AManagerThatNeverStartedDoesNotWaitForAnotherOfTheSameId) {
 
 TEST_F(TaskMgrTest, JoinsATaskOfAnotherKindThatRunsInItsGroup) {
   Stranger stranger;
-  TestModule module(ignore);
-  ASSERT_TRUE(module.init());
+  std::optional<TestModule> module(std::in_place, ignore);
+  ASSERT_TRUE(module->init());
   ASSERT_EQ(0, stranger.activate(kJoinable, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, kModule));
   std::thread releaser([&] {
     EXPECT_TRUE(log_.waitFor("Module(20) finds 1 threads in its group"));
     stranger.end_.count();
   });
-  module.stop();
+  module.reset();
   EXPECT_EQ(0U, stranger.thr_count());
   releaser.join();
 }
 
 TEST_F(TaskMgrTest, JoinsPlainThreadsThatWereSpawnedIntoItsGroup) {
   PlainThread plain[3];
-  TestModule module(ignore);
-  ASSERT_TRUE(module.init());
+  std::optional<TestModule> module(std::in_place, ignore);
+  ASSERT_TRUE(module->init());
   for (PlainThread& one : plain) {
     ASSERT_EQ(static_cast<int>(kModule), spawnInto(kModule, one));
   }
@@ -205,7 +206,7 @@ TEST_F(TaskMgrTest, JoinsPlainThreadsThatWereSpawnedIntoItsGroup) {
       one.end_.count();
     }
   });
-  module.stop();
+  module.reset();
   for (PlainThread& one : plain) {
     EXPECT_TRUE(one.ended_);
   }
@@ -214,8 +215,8 @@ TEST_F(TaskMgrTest, JoinsPlainThreadsThatWereSpawnedIntoItsGroup) {
 
 TEST_F(TaskMgrTest, LeavesThePlainThreadsOfItsGroupToAnotherManagerOfItsIdThatRuns) {
   PlainThread plain;
-  TestModule module(ignore);
-  ASSERT_TRUE(module.init());
+  std::optional<TestModule> module(std::in_place, ignore);
+  ASSERT_TRUE(module->init());
   ASSERT_EQ(static_cast<int>(kModule), spawnInto(kModule, plain));
   {
     TestModule neverStarted(ignore);
@@ -227,12 +228,12 @@ TEST_F(TaskMgrTest, LeavesThePlainThreadsOfItsGroupToAnotherManagerOfItsIdThatRu
     EXPECT_TRUE(log_.waitFor("Module(20) finds 1 threads in its group"));
     plain.end_.count();
   });
-  module.stop();
+  module.reset();
   EXPECT_TRUE(plain.ended_);
   releaser.join();
 }
 
-TEST_F(TaskMgrTest, JoinsAPlainThreadThatAnotherOneStartsDuringTheStop) {
+TEST_F(TaskMgrTest, JoinsAPlainThreadThatAnotherOneStartsAtItsEnd) {
   struct Starter {
     static ACE_THR_FUNC_RETURN run(void* argument) {
       auto& self = *static_cast<Starter*>(argument);
@@ -244,8 +245,8 @@ TEST_F(TaskMgrTest, JoinsAPlainThreadThatAnotherOneStartsDuringTheStop) {
     PlainThread next_;
   };
   Starter starter;
-  TestModule module(ignore);
-  ASSERT_TRUE(module.init());
+  std::optional<TestModule> module(std::in_place, ignore);
+  ASSERT_TRUE(module->init());
   ASSERT_EQ(static_cast<int>(kModule),
             ACE_Thread_Manager::instance()->spawn(&Starter::run, &starter, kJoinable, nullptr,
                                                   nullptr, ACE_DEFAULT_THREAD_PRIORITY, kModule));
@@ -254,29 +255,29 @@ TEST_F(TaskMgrTest, JoinsAPlainThreadThatAnotherOneStartsDuringTheStop) {
     starter.begin_.count();
     starter.next_.end_.count();
   });
-  module.stop();
+  module.reset();
   EXPECT_TRUE(starter.next_.ended_);
   releaser.join();
 }
 
 TEST_F(TaskMgrTest, JoinsThePlainThreadsOfAManagerThatWasNeverStarted) {
   PlainThread plain;
-  TestModule module(ignore);
+  std::optional<TestModule> module(std::in_place, ignore);
   ASSERT_EQ(static_cast<int>(kModule), spawnInto(kModule, plain));
   std::thread releaser([&] {
     EXPECT_TRUE(log_.waitFor("Module(20) finds 1 threads in its group"));
     plain.end_.count();
   });
-  module.stop();
+  module.reset();
   EXPECT_TRUE(plain.ended_);
   releaser.join();
 }
 
-TEST_F(TaskMgrTest, JoinsATaskThatAPlainThreadHandsOverDuringTheStop) {
+TEST_F(TaskMgrTest, JoinsATaskThatAPlainThreadHandsOverAtItsEnd) {
   HandedOver handedOver;
-  TestModule module(ignore);
-  handedOver.module_ = &module;
-  ASSERT_TRUE(module.init());
+  std::optional<TestModule> module(std::in_place, ignore);
+  handedOver.module_ = &*module;
+  ASSERT_TRUE(module->init());
   ASSERT_EQ(static_cast<int>(kModule),
             ACE_Thread_Manager::instance()->spawn(&HandedOver::run, &handedOver, kJoinable, nullptr,
                                                   nullptr, ACE_DEFAULT_THREAD_PRIORITY, kModule));
@@ -284,9 +285,36 @@ TEST_F(TaskMgrTest, JoinsATaskThatAPlainThreadHandsOverDuringTheStop) {
     EXPECT_TRUE(log_.waitFor("Module(20) finds 1 threads in its group"));
     handedOver.begin_.count();
   });
-  module.stop();
+  module.reset();
   EXPECT_TRUE(handedOver.ended_);
   releaser.join();
+}
+
+TEST_F(TaskMgrTest, LeavesTheThreadsOfItsGroupToTheDestructorOfTheModulesOwnClass) {
+  class Owner : public TestModule {
+   public:
+    explicit Owner(PlainThread& plain) : TestModule(ignore), plain_(plain) {}
+    ~Owner() override {
+      plain_.end_.count();
+      member_.end_.count();
+      EXPECT_EQ(0, member_.wait());
+    }
+    bool initEnv() override {
+      return spawnInto(kModule, plain_) == kModule &&
+             member_.activate(kJoinable, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, gid()) == 0;
+    }
+
+   private:
+    PlainThread& plain_;
+    Stranger member_;
+  };
+  PlainThread plain;
+  std::optional<Owner> module(std::in_place, plain);
+  ASSERT_TRUE(module->init());
+  module->stop();
+  EXPECT_FALSE(plain.ended_);
+  module.reset();
+  EXPECT_TRUE(plain.ended_);
 }
 
 TEST_F(TaskMgrTest, JoinsATaskThatIsHandedOverAfterTheStop) {
@@ -337,8 +365,8 @@ TEST_F(TaskMgrTest, DoesNotWaitForADetachedThreadOfItsGroup) {
 TEST_F(TaskMgrTest, LeavesAThreadAloneThatHasTheIdOfADetachedOneOfItsGroup) {
   PlainThread joined;
   auto& detached = *new PlainThread;
-  TestModule module(ignore);
-  ASSERT_TRUE(module.init());
+  std::optional<TestModule> module(std::in_place, ignore);
+  ASSERT_TRUE(module->init());
   ASSERT_EQ(static_cast<int>(kModule), spawnInto(kModule, detached, THR_NEW_LWP | THR_DETACHED));
   ASSERT_EQ(static_cast<int>(kModule), spawnInto(kModule, joined));
   std::vector<std::unique_ptr<PlainThread>> others;
@@ -356,7 +384,7 @@ TEST_F(TaskMgrTest, LeavesAThreadAloneThatHasTheIdOfADetachedOneOfItsGroup) {
     }
     joined.end_.count();
   });
-  module.stop();
+  module.reset();
   EXPECT_TRUE(joined.ended_);
   releaser.join();
   for (const auto& other : others) {

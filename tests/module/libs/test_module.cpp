@@ -3,9 +3,11 @@
 //   QOV_TEST_GID   its gid
 //   QOV_TEST_INIT  what initEnv() does: a statement
 //   QOV_TEST_GATED_FACTORY  if defined, its worker is made when the gate is open
+//   QOV_TEST_OWN_THREAD  if defined, it has a thread in its group, which its destructor alone ends
 //   QOV_TEST_POLICY  if defined, what ACE does with the library when it is closed; it has a static
 //                    object then
 #include <ace/DLL_Manager.h>
+#include <ace/Thread_Manager.h>
 #include <qovpub/qov_module.h>
 #include <qovpub/qov_om_message_package.h>
 #include <qovpub/qov_task.h>
@@ -28,6 +30,14 @@ std::string contentOf(const CQOV_MsgPackage& package) {
                                                : std::to_string(package.count()) + " records";
 }
 
+#ifdef QOV_TEST_OWN_THREAD
+ACE_THR_FUNC_RETURN waitForTheEnd(void*) {
+  qov::test::waitAtGate();
+  record("thread ends");
+  return nullptr;
+}
+#endif
+
 class Worker : public CQOV_CommonTask {
  public:
   explicit Worker(CQOV_TaskMgr* mgr) : CQOV_CommonTask(mgr) {}
@@ -45,7 +55,12 @@ class Worker : public CQOV_CommonTask {
 class Module : public CQOV_TaskMgr {
  public:
   Module() : CQOV_TaskMgr(QOV_TEST_GID, 1, QOV_TEST_NAME) { record("created"); }
-  ~Module() override { record("deleted"); }
+  ~Module() override {
+    record("deleted");
+#ifdef QOV_TEST_OWN_THREAD
+    qov::test::openGate();
+#endif
+  }
 
   CQOV_Task* createTask() override {
 #ifdef QOV_TEST_GATED_FACTORY
@@ -56,6 +71,10 @@ class Module : public CQOV_TaskMgr {
 
   bool initEnv() override {
     record("initialised");
+#ifdef QOV_TEST_OWN_THREAD
+    ACE_Thread_Manager::instance()->spawn(&waitForTheEnd, nullptr, THR_NEW_LWP | THR_JOINABLE,
+                                          nullptr, nullptr, ACE_DEFAULT_THREAD_PRIORITY, gid());
+#endif
     QOV_TEST_INIT;
   }
 };

@@ -1,5 +1,7 @@
-// A module whose worker ends the process by exit(7), once there is the file "go". The module must
-// not be deleted under it, or else it aborts the process.
+// A module whose worker ends the process by exit(7), once there is the file "go"; with
+// QOV_TEST_PLAIN a plain thread of its group does. The module must not be deleted under either, or
+// else it aborts the process.
+#include <ace/Thread_Manager.h>
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
 
@@ -15,14 +17,23 @@ namespace {
 constexpr int kGid = 45;
 std::atomic<bool> inUse{false};
 
+[[noreturn]] void quit() {
+  inUse = true;
+  std::exit(7);
+}
+
+ACE_THR_FUNC_RETURN quitWhenToldTo(void*) {
+  if (qov::test::waitForFile("go")) {
+    quit();
+  }
+  return nullptr;
+}
+
 class Worker : public CQOV_CommonTask {
  public:
   explicit Worker(CQOV_TaskMgr* mgr) : CQOV_CommonTask(mgr) {}
 
-  int handleMessage(CQOV_MsgPackage&) override {
-    inUse = true;
-    std::exit(7);
-  }
+  int handleMessage(CQOV_MsgPackage&) override { quit(); }
 };
 
 class Module : public CQOV_TaskMgr {
@@ -36,6 +47,11 @@ class Module : public CQOV_TaskMgr {
   CQOV_Task* createTask() override { return new Worker(this); }
 
   bool initEnv() override {
+    if (std::getenv("QOV_TEST_PLAIN") != nullptr) {
+      return ACE_Thread_Manager::instance()->spawn(&quitWhenToldTo, nullptr,
+                                                   THR_NEW_LWP | THR_JOINABLE, nullptr, nullptr,
+                                                   ACE_DEFAULT_THREAD_PRIORITY, gid()) == kGid;
+    }
     // Nobody is left to join it.
     std::thread([] {
       if (qov::test::waitForFile("go")) {

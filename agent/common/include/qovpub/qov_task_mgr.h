@@ -35,7 +35,14 @@ class CQOV_TaskMgr {
   /// "12CQOV_TaskMgr".
   CQOV_TaskMgr(unsigned int moduleId, unsigned int poolSize, const char* name);
 
-  /// As stop(), then frees leader, scheduler and workers.
+  /// As stop(); then joins what is left in the thread group of its id, and frees leader, scheduler
+  /// and workers.
+  ///
+  /// Joined are the threads that no task of this manager owns, detached ones excepted: those that
+  /// ACE_Thread_Manager::instance() has spawned, and those of other ACE tasks. The destructor of
+  /// the derived class tells them to end, or they end by themselves; one that uses members of that
+  /// class is joined there, too. A line in the log says that there are some, and the shutdown watch
+  /// bounds the wait. The last of several managers of one id joins them.
   virtual ~CQOV_TaskMgr();
 
   CQOV_TaskMgr(const CQOV_TaskMgr&) = delete;
@@ -72,14 +79,13 @@ class CQOV_TaskMgr {
   /// deletes a manager, so that no thread runs any more when the destructor of a derived class
   /// frees what its workers use. Who deletes a manager otherwise calls it first, too.
   ///
-  /// Joins the threads of this manager's own tasks, and then whatever else runs in the thread group
-  /// of its id, detached threads excepted: what ACE_Thread_Manager::instance() has spawned, and
-  /// other ACE tasks. Nobody tells those to end; a line in the log says that there are some, and
-  /// the shutdown watch bounds the wait. The last of several managers of one id joins them. Not to
-  /// be called by a thread that it joins.
+  /// Joins the threads of this manager's own tasks; other threads of its group go on until the
+  /// destructor. Not to be called by a thread of the module.
   ///
   /// A manager that still runs when the process ends by exit() or by returning from main is stopped
-  /// then, before ACE and older static objects go, unless one of its own threads calls exit().
+  /// then, before ACE and older static objects go, unless a thread of a module calls exit(): one of
+  /// a task or in a module's thread group. Nobody waits for other threads of the group of a manager
+  /// that is not deleted.
   void stop();
 
   /// The module id; -1 when the leader could not be made (errno ENOMEM then).
@@ -138,7 +144,8 @@ class CQOV_TaskMgr {
   // comes from elsewhere.
   std::atomic<const link_map*> library_{nullptr};
 
-  // Loading thread only.
+  // Whoever stops the manager: the loading thread, or the thread that calls exit(). Never both at a
+  // time (RunningManagers::remove()).
   bool stopped_ = false;
   // Set by who calls stop() before the manager is deleted.
   bool stoppedBeforeDeleted_ = false;
