@@ -57,6 +57,9 @@ TEST_F(AgentExit, OnAModulesThreadEndsTheProcessWithItsStatus) {
 }
 
 TEST_F(AgentExit, OnAPlainThreadOfAModulesGroupEndsTheProcessWithItsStatus) {
+  if (QOV_TEST_TSAN) {
+    GTEST_SKIP() << "nothing orders what the module's threads did in ACE before ACE's own end";
+  }
   agent.setEnvironment("QOV_TEST_PLAIN", "1");
   starts({"quitter"});
   agent.makeFile("go");
