@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <thread>
 
 #include "tests/tools/endpoint_test.h"
@@ -24,6 +25,17 @@ class EndpointRun : public EndpointTest {
     EXPECT_THAT(errors, HasSubstr(why));
     EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 1) << errors;
     EXPECT_EQ(endpoint.output(), "");
+  }
+  /// The codec's lines included, they are some 80 KiB.
+  void servesAndStopsWithMoreErrorsThanAnyBufferHolds() {
+    starts({"--verbose"});
+    const EndpointClient asking = client();
+    for (std::uint16_t serial = 1; serial <= 1000; serial += 2) {
+      ASSERT_EQ(asking.exchange(request(serial)), answer(serial));
+      const auto next = static_cast<std::uint16_t>(serial + 1);
+      ASSERT_EQ(asking.exchange(message(next, "bad")), message(next, "", 4));
+    }
+    EXPECT_EQ(endpoint.end(SIGTERM).exitStatus, 0);
   }
 };
 
@@ -278,20 +290,22 @@ TEST_F(EndpointRun, KeepsTheCountsApartFromAStandardErrorThatIsClosed) {
   EXPECT_EQ(std::count(counts.begin(), counts.end(), '\n'), 7) << counts;
 }
 
-TEST_F(EndpointRun, ServesAndStopsWhileNobodyReadsItsErrors) {
+TEST_F(EndpointRun, ServesAndStopsWhileNobodyReadsThePipeOfItsErrors) {
   const std::string pipe = endpoint.path("stderr");
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
   const int unread = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   ASSERT_EQ(::fcntl(unread, F_SETPIPE_SZ, 4096), 4096);
-  starts({"--verbose"});
-  const EndpointClient asking = client();
-  // More lines, those of the codec included, than the pipe holds.
-  for (std::uint16_t serial = 1; serial <= 200; serial += 2) {
-    ASSERT_EQ(asking.exchange(request(serial)), answer(serial));
-    const auto next = static_cast<std::uint16_t>(serial + 1);
-    ASSERT_EQ(asking.exchange(message(next, "bad")), message(next, "", 4));
+  servesAndStopsWithMoreErrorsThanAnyBufferHolds();
+  ::close(unread);
+}
+
+TEST_F(EndpointRun, ServesAndStopsWhileNobodyReadsTheTerminalOfItsErrors) {
+  const int unread = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (unread < 0 || ::grantpt(unread) != 0 || ::unlockpt(unread) != 0) {
+    GTEST_SKIP() << "this machine gives no terminal";
   }
-  EXPECT_EQ(endpoint.end(SIGTERM).exitStatus, 0);
+  ASSERT_EQ(::symlink(::ptsname(unread), endpoint.path("stderr").c_str()), 0);
+  servesAndStopsWithMoreErrorsThanAnyBufferHolds();
   ::close(unread);
 }
 

@@ -7,8 +7,8 @@
 
 namespace qov::endpoint {
 
-/// Writes a line to standard error, or drops it when that does not take it at once: a pipe that
-/// nobody reads must not stop the program, which has one thread.
+/// Writes a line to standard error, or drops it when that does not take it at once: a pipe or a
+/// terminal that nobody reads must not stop the program, which has one thread.
 void tell(const std::string& line);
 
 /// The program's name and why it ends, as one line. The text may have control characters from
