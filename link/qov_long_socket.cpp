@@ -269,8 +269,8 @@ unsigned int CQOVLongSocket::sendMsg(CT7QPackageV3* package) {
 /// other threads wait for the lock.
 unsigned int CQOVLongSocket::exchange(const unsigned char* data, unsigned int length,
                                       CT7QPackageV3& package, bool& sent) {
-  const unsigned int changes = interruption_.changes();
   const ACE_Guard<ACE_Thread_Mutex> lock(lock_);
+  const unsigned int changes = interruption_.changes();
   Unanswered request(peer_);
   unsigned int result = attempt(data, length, package, sent);
   if (result == kSocketFailed && interruption_.wasClearSince(changes)) {

@@ -168,6 +168,54 @@ TEST_F(Interrupting, EndsTheExchangesThatWaitForAnother) {
   EXPECT_EQ(peer.requests().size(), 1U);
 }
 
+/// Keeps an exchange that was interrupted from its end.
+class HeldLink : public TestLink {
+ public:
+  explicit HeldLink(std::uint16_t port) : TestLink(port, endless()) {}
+
+  unsigned int receiveMsg(CT7QPackageV3* package) override {
+    const unsigned int result = TestLink::receiveMsg(package);
+    if (result != 0) {
+      noticed.count();
+      EXPECT_TRUE(resumed.waitFor());
+    }
+    return result;
+  }
+
+  Latch noticed;
+  Latch resumed;
+};
+
+TEST_F(Interrupting, LeavesItsRetryToAnExchangeThatHasWaitedForItsTurnAllTheTime) {
+  plays({holds(), answers});
+  log.log().priority_mask(0, ACE_Log_Msg::PROCESS);
+  HeldLink held(peer.port());
+  unsigned int results[2] = {};
+  std::thread underWay([&] {
+    CT7QPackageV3 other;
+    results[0] = held.sendMsg(&other);
+  });
+  EXPECT_TRUE(asked.waitFor());
+  Latch begun;
+  pid_t id = 0;
+  std::thread waiting([&] {
+    CT7QPackageV3 other;
+    id = ::gettid();
+    begun.count();
+    results[1] = held.sendMsg(&other);
+  });
+  EXPECT_TRUE(begun.waitFor());
+  waitForThread([&] { return sleeps(id); }, "waits for its turn");
+  held.interrupt();
+  EXPECT_TRUE(held.noticed.waitFor());
+  held.resume();
+  held.resumed.count();
+  underWay.join();
+  waiting.join();
+  EXPECT_EQ(results[0], kSocketFailed);
+  EXPECT_EQ(results[1], 0U);
+}
+
 TEST_F(Interrupting, IsNotLostBeforeTheExchangeBegins) {
   plays({answers});
   connects(endless());

@@ -92,8 +92,9 @@ class CQOVLongSocket {
   /// For a module that stops: one call, at any time, and no thread of it stays in the link.
   void interrupt();
 
-  /// Lets exchanges work again. One that has noticed interrupt() by then ends nevertheless; another
-  /// goes on, without a retry.
+  /// Lets exchanges work again. One under way that has noticed interrupt() by then ends
+  /// nevertheless; one that has not goes on, without a retry. One that has waited for its turn all
+  /// the time is as any other, and has its retry.
   void resume();
 
   /// Connects to the endpoint in place of the connection that may be there. A host may have several
