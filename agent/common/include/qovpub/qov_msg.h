@@ -123,8 +123,8 @@ static_assert(CellBlock::kMaxBytes / alignof(CTLVCell) < 256, "a cell's place is
 /// in that order. It goes by the tags that the cells have now: cells may be changed at any time
 /// through any reference to them, their tags included, and a record answers as a fresh copy of it
 /// would. Look-ups and additions take the same time in a record of any length, also in turn with
-/// changes of values; the first look-up after a change of a tag passes over all cells once. That
-/// does not hold for records with cells from append(), see there.
+/// changes of values; the first look-up after a change of a tag or an erase() passes over all cells
+/// once. That does not hold for records with cells from append(), see there.
 ///
 /// Thread: const operations may run in several threads at once; all others, changes of a cell
 ///         through a reference included, need the record alone.
