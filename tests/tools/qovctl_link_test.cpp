@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <ctime>
@@ -176,6 +177,45 @@ TEST_F(QovctlLink, TellsALostConnectionFromOneThatTakesTooLong) {
   EXPECT_EQ(failureOf([&] { link.exchange(request); }),
             std::make_pair(int{ctl::kNoConnection}, "the connection to " + peer.address() +
                                                         " was lost before the reply was there"));
+}
+
+/// A request of `size` bytes.
+CT7QPackageV3 requestOf(std::size_t size) {
+  constexpr std::size_t kHead = 28;
+  constexpr std::size_t kRecordAndCell = 10 + 4;
+  const std::string octets(CTLVRecordV3::kMaxLength - 4, 'x');
+  CT7QPackageV3 request;
+  for (size -= kHead; size > 0;) {
+    const std::size_t part = std::min(size - kRecordAndCell, octets.size());
+    request.addRecord(1).addOctets(1, octets.data(), part);
+    size -= kRecordAndCell + part;
+  }
+  return request;
+}
+
+TEST_F(QovctlLink, RefusesARequestThatIsLongerThanAnEndpointReads) {
+  ScriptedPeer peer({[](PeerConnection& link) { link.request(); }});
+  ctl::EndpointLink link(targetAt(peer));
+  CT7QPackageV3 request = requestOf(2097153);
+  EXPECT_EQ(failureOf([&] { link.exchange(request); }),
+            std::make_pair(int{ctl::kBadData},
+                           std::string("the request has 2097153 bytes, an endpoint reads at most "
+                                       "2097152")));
+  peer.join();
+  EXPECT_EQ(peer.requests().size(), 0U);
+}
+
+TEST_F(QovctlLink, SendsARequestAsLongAsAnEndpointReads) {
+  ScriptedPeer peer({[](PeerConnection& link) {
+                       const Message head = link.head();
+                       link.send(answerTo(head));
+                       link.ignoreAll();
+                     },
+                     // When the system has taken a part of the request only.
+                     [](PeerConnection& link) { link.ignoreAll(); }});
+  ctl::EndpointLink link(targetAt(peer));
+  CT7QPackageV3 request = requestOf(2097152);
+  EXPECT_EQ(failureOf([&] { link.exchange(request); }), std::make_pair(int{ctl::kDone}, std::string()));
 }
 
 /// Sends nothing until the connection is gone that it would be sent on.
