@@ -187,7 +187,7 @@ std::string UplinkTask::describe() const {
   return text.str();
 }
 
-/// False when the thread is to end. Nothing else comes into its queue but the block that says so.
+/// False when the thread is to end. All that comes into its queue is the block that wakes it then.
 bool UplinkTask::waitForNextJob() {
   const auto next = std::min_element(jobs_.begin(), jobs_.end(), [](const Job& a, const Job& b) {
                       return a.due < b.due;
@@ -197,12 +197,10 @@ bool UplinkTask::waitForNextJob() {
       ACE_OS::gettimeofday() +
       ACE_Time_Value(std::chrono::duration_cast<std::chrono::microseconds>(left));
   ACE_Message_Block* block = nullptr;
-  if (getq(block, &until) == -1) {
-    return true;
+  if (getq(block, &until) != -1) {
+    block->release();
   }
-  const bool stop = block->msg_type() == ACE_Message_Block::MB_STOP;
-  block->release();
-  return !stop;
+  return !isToldToEnd();
 }
 
 }  // namespace devagent
