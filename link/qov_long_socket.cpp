@@ -272,8 +272,10 @@ unsigned int CQOVLongSocket::exchange(const unsigned char* data, unsigned int le
   const ACE_Guard<ACE_Thread_Mutex> lock(lock_);
   const unsigned int changes = interruption_.changes();
   Unanswered request(peer_);
+  retry_ = false;
   unsigned int result = attempt(data, length, package, sent);
-  if (result == kSocketFailed && interruption_.wasClearSince(changes)) {
+  retry_ = result == kSocketFailed && interruption_.wasClearSince(changes);
+  if (retry_) {
     result = attempt(data, length, package, sent);
   }
   request.settle();

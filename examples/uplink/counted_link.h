@@ -26,10 +26,7 @@ class CountedLink : public CQOVLongSocket {
   const LinkTally& tally() const { return tally_; }
 
  private:
-  void countRequest(const unsigned char* data);
-
   LinkTally tally_;
-  std::uint16_t lastSerial_ = 0;
   bool failed_ = false;
 };
 

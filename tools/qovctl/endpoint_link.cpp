@@ -82,7 +82,7 @@ unsigned int EndpointLink::sendMsg_i(const unsigned char* data, unsigned int len
     throw Failure(kBadData, "the request has " + std::to_string(length) +
                                 " bytes, an endpoint reads at most " + std::to_string(kMaxMessage));
   }
-  const bool again = stage_ > Stage::kNotSent;
+  const bool again = isRetry() && stage_ != Stage::kNotSent;
   serial_ = loadWord<std::uint16_t>(data + offsetof(TLVMsgHeadV3, ser_));
   stage_ = Stage::kNotSent;
   const unsigned int result = CQOVLongSocket::sendMsg_i(data, length);

@@ -134,6 +134,9 @@ class CQOVLongSocket {
   /// The same with a text as of "MMT_ADDR": host:port, or [address]:port.
   CQOVLongSocket(const std::string& endpoint, const Limits& limits);
 
+  /// In the steps of an exchange: whether they are its second attempt.
+  bool isRetry() const { return retry_; }
+
   /// Why the last attempt to connect has failed, as in "Connection refused" or "no such host"; of a
   /// host with several addresses: "[::1]:19001: Connection refused; 127.0.0.1:19001: ...". Empty
   /// when it has succeeded or there was no memory for it.
@@ -166,6 +169,7 @@ class CQOVLongSocket {
   qov::Interruption interruption_;
   const Limits limits_;
   bool cut_ = false;  ///< the endpoint lacks the end of a request on this connection
+  bool retry_ = false;
   int receiveError_ = 0;
 };
 
