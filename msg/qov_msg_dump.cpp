@@ -9,6 +9,42 @@
 
 using qov::PlainNumbers;
 
+namespace {
+
+/// Into a stream that PlainNumbers has set up.
+void writeValue(const CTLVCell& cell, std::ostringstream& out) {
+  switch (cell.type()) {
+    case CTLVCell::TLV_OCTET:
+      out << "{" << std::hex << std::showbase;
+      for (unsigned int i = 0; i < cell.length(); ++i) {
+        out << unsigned{cell.value()[i]} << " ";
+      }
+      out << std::dec << std::noshowbase << "} ";
+      break;
+    case CTLVCell::TLV_STRING:
+    case CTLVCell::TLV_ARRAY:
+    case CTLVCell::TLV_JSON:
+      // Texts may hold what must not reach a log.
+      out << "strlen:" << cell.text().size();
+      break;
+    case CTLVCell::TLV_UINT:
+    case CTLVCell::TLV_BOOL:
+    case CTLVCell::TLV_ENUM:
+    case CTLVCell::TLV_TIME:
+      cell.checkNumerical();
+      out << cell.number();
+      break;
+    case CTLVCell::TLV_INT:
+      cell.checkNumerical();
+      out << static_cast<std::int64_t>(cell.number());
+      break;
+    default:
+      out << "null";
+  }
+}
+
+}  // namespace
+
 void QOVMsgHead::dump(std::ostringstream& out) const {
   const PlainNumbers plain(out);
   out << "  VER=" << unsigned{version_} << std::endl;
@@ -44,7 +80,7 @@ void CTLVRecordV3::dump(std::ostringstream& out) const {
     out << "    {"
         << "T,L,V=" << cell.tag() << "," << cell.length() << "," << CTLVCell::typeName(cell.type())
         << ": ";
-    dump_i(cell, out);
+    writeValue(cell, out);
     out << "}" << std::endl;
   }
   out << "  }" << std::endl;
@@ -52,32 +88,5 @@ void CTLVRecordV3::dump(std::ostringstream& out) const {
 
 void CTLVRecordV3::dump_i(const CTLVCell& cell, std::ostringstream& out) const {
   const PlainNumbers plain(out);
-  switch (cell.type()) {
-    case CTLVCell::TLV_OCTET:
-      out << "{" << std::hex << std::showbase;
-      for (unsigned int i = 0; i < cell.length(); ++i) {
-        out << unsigned{cell.value()[i]} << " ";
-      }
-      out << std::dec << std::noshowbase << "} ";
-      break;
-    case CTLVCell::TLV_STRING:
-    case CTLVCell::TLV_ARRAY:
-    case CTLVCell::TLV_JSON:
-      // Texts may hold what must not reach a log.
-      out << "strlen:" << cell.text().size();
-      break;
-    case CTLVCell::TLV_UINT:
-    case CTLVCell::TLV_BOOL:
-    case CTLVCell::TLV_ENUM:
-    case CTLVCell::TLV_TIME:
-      cell.checkNumerical();
-      out << cell.number();
-      break;
-    case CTLVCell::TLV_INT:
-      cell.checkNumerical();
-      out << static_cast<std::int64_t>(cell.number());
-      break;
-    default:
-      out << "null";
-  }
+  writeValue(cell, out);
 }
