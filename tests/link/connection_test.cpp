@@ -7,8 +7,8 @@
 #include <unistd.h>
 
 #include <csignal>
-#include "tests/link/link_fixture.h"
-#include "tests/support/latch.h"
+
+#include "tests/link/exchange_fixture.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -23,8 +23,6 @@ std::uint16_t portOf(int socket) {
   ::getsockname(socket, reinterpret_cast<sockaddr*>(&own), &size);
   return ntohs(own.sin_port);
 }
-
-const ScriptedPeer::Script answers = [](PeerConnection& connection) { connection.answerAll(); };
 
 class Connection : public LinkTest {};
 
@@ -181,24 +179,12 @@ TEST_F(Connection, TakesAShortSendForASend) {
 }
 
 TEST_F(Connection, FailsToSendWhenNothingIsTakenInTime) {
-  Latch accepted;
-  Latch done;
-  plays({[&](PeerConnection&) {
-    accepted.count();
-    done.waitFor();
-  }});
+  plays({readsNothing()});
   TestLink::Limits limits = endless();
   limits.send.set(0, 50000);
   connects(limits);
-  EXPECT_TRUE(accepted.waitFor());
-  const Message large(1U << 20);
-  unsigned int result = 0;
-  while (result == 0) {
-    result = link->sendMsg_i(large.data(), static_cast<unsigned int>(large.size()));
-  }
-  done.count();
-  peer.join();
-  EXPECT_EQ(result, kSocketFailed);
+  EXPECT_TRUE(connected.waitFor());
+  EXPECT_EQ(sendsUntilNothingIsTaken(), kSocketFailed);
   EXPECT_THAT(messages("ERR"), ElementsAre("Failed to send V3 message, error is Timer expired",
                                            notConnectedTo(), refused()));
 }

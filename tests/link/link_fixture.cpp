@@ -70,6 +70,24 @@ void LinkTest::makeLarge() {
   }
 }
 
+ScriptedPeer::Script LinkTest::readsNothing() {
+  return [this](PeerConnection&) {
+    connected.count();
+    mayEnd.waitFor();
+  };
+}
+
+unsigned int LinkTest::sendsUntilNothingIsTaken() {
+  const Message large(1U << 20);
+  unsigned int result = 0;
+  while (result == 0) {
+    result = link->sendMsg_i(large.data(), static_cast<unsigned int>(large.size()));
+  }
+  mayEnd.count();
+  peer.join();
+  return result;
+}
+
 LinkTest::Strings LinkTest::records(const std::string& tag) const {
   Strings found;
   for (const LogRecord& record : recordsIn(log.text())) {

@@ -13,6 +13,7 @@
 
 #include "tests/diag/log_capture.h"
 #include "tests/link/scripted_peer.h"
+#include "tests/support/latch.h"
 
 namespace qov::test {
 
@@ -69,6 +70,10 @@ class LinkTest : public ::testing::Test {
   void holdsLittle() const;
   /// Makes the request larger than one send takes after holdsLittle().
   void makeLarge();
+  /// A script that counts the connection and reads nothing.
+  ScriptedPeer::Script readsNothing();
+  /// Sends until it takes no more, and gives the result of the send that fails.
+  unsigned int sendsUntilNothingIsTaken();
   unsigned int sends() { return link->sendMsg(&package); }
   unsigned int walks() { return link->sendGetNextMsgV3(&package); }
 
@@ -96,6 +101,8 @@ class LinkTest : public ::testing::Test {
   }
 
   LogCapture log{LogCapture::kAllLevels & ~static_cast<u_long>(LM_TRACE)};
+  Latch connected;
+  Latch mayEnd;
   // The link goes first: scripts end when it closes the connection.
   ScriptedPeer peer;
   CT7QPackageV3 package;
