@@ -215,7 +215,8 @@ TEST_F(QovctlLink, SendsARequestAsLongAsAnEndpointReads) {
                      [](PeerConnection& link) { link.ignoreAll(); }});
   ctl::EndpointLink link(targetAt(peer));
   CT7QPackageV3 request = requestOf(2097152);
-  EXPECT_EQ(failureOf([&] { link.exchange(request); }), std::make_pair(int{ctl::kDone}, std::string()));
+  EXPECT_EQ(failureOf([&] { link.exchange(request); }),
+            std::make_pair(int{ctl::kDone}, std::string()));
 }
 
 /// Sends nothing until the connection is gone that it would be sent on.
