@@ -147,7 +147,6 @@ class PassedSignals {
 void giveUp(StartPage& page) {
   page.verdict.add(textOf(
       {"learn whether the daemon runs", {}, 0, {}, "the process that watches it has ended"}));
-  page.settle(StartOutcome::kFailed);
   const pid_t daemon = page.daemon;
   if (daemon > 0) {
     ::kill(daemon, SIGTERM);
@@ -167,10 +166,11 @@ void waitForOutcome(StartPage& page, pid_t watcher) {
   // No status comes where the program ignores SIGCHLD, so nothing is read from it.
   while (::waitpid(watcher, nullptr, 0) < 0 && errno == EINTR) {
   }
+  const bool nobodyWatches = page.settle(StartOutcome::kFailed);
   if (page.outcome == StartOutcome::kNotForked) {
     return;
   }
-  if (page.outcome == StartOutcome::kOpen) {
+  if (nobodyWatches) {
     giveUp(page);
   }
   std::cerr << page.complaints.text() << page.verdict.text() << std::flush;
@@ -215,8 +215,8 @@ StartPagePtr becomeDaemon(const std::string& directory, std::chrono::millisecond
   return page;
 }
 
-void tellSystemLog(const std::string& line) {
-  ::syslog(LOG_DAEMON | LOG_ERR, "%s", line.c_str());
+void tellSystemLog(std::string_view line) {
+  ::syslog(LOG_DAEMON | LOG_ERR, "%.*s", static_cast<int>(line.size()), line.data());
   // Closing all descriptors would leave the C library with a number that is another's later.
   ::closelog();
 }

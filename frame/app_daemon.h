@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <string>
+#include <string_view>
 
 #include "frame/start_page.h"
 
@@ -25,7 +26,7 @@ StartPagePtr becomeDaemon(const std::string& directory,
                           std::chrono::milliseconds limit = kStartLimit);
 
 /// Writes `line` to the system's log, facility daemon.
-void tellSystemLog(const std::string& line);
+void tellSystemLog(std::string_view line);
 
 }  // namespace qov
 

@@ -25,10 +25,11 @@ void LastLines::add(std::string_view line) {
   text_[size_++] = '\n';
 }
 
-void StartPage::settle(StartOutcome result) {
+bool StartPage::settle(StartOutcome result) {
   StartOutcome open = StartOutcome::kOpen;
-  outcome.compare_exchange_strong(open, result);
+  const bool first = outcome.compare_exchange_strong(open, result);
   ::sem_post(&news);
+  return first;
 }
 
 std::string beforeItRan(const std::string& steps) {

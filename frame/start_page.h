@@ -46,8 +46,8 @@ struct StartPage {
   LastLines verdict;                 ///< of the process that watches it
   CurrentStep::Text steps{};         ///< what the daemon is at
 
-  /// Does nothing when there is one already.
-  void settle(StartOutcome result);
+  /// False, and nothing changes, when there is one already.
+  bool settle(StartOutcome result);
 };
 
 /// What ended too early: " before it ran, while loading module qovp_a".

@@ -76,7 +76,7 @@ void StartWatcher::run(pid_t starter) {
 void StartWatcher::watch() {
   const Time limit = std::chrono::steady_clock::now() + limit_;
   while (!collect()) {
-    if (!waitUntil(limit)) {
+    if (!waitUntil(limit) && page_.settle(StartOutcome::kFailed)) {
       giveUp();
       ::_exit(0);
     }
@@ -110,10 +110,9 @@ bool StartWatcher::collect() {
 }
 
 void StartWatcher::ended(int status) {
-  if (page_.outcome == StartOutcome::kOpen) {
+  if (page_.settle(StartOutcome::kFailed)) {
     page_.verdict.add(
         textOf({"start the daemon", {}, 0, {}, wayOf(status) + beforeItRan(page_.steps.data())}));
-    page_.settle(StartOutcome::kFailed);
   }
 }
 
@@ -131,7 +130,6 @@ void StartWatcher::giveUp() {
                             {},
                             "it did not run within " + std::to_string(seconds) + " s" +
                                 (step.empty() ? "" : ", while " + step)}));
-  page_.settle(StartOutcome::kFailed);
   const pid_t daemon = page_.daemon;
   if (daemon <= 0) {
     return;

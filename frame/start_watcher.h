@@ -37,6 +37,7 @@ class StartWatcher {
   void ended(int status);
   /// Waits for news; false when there is none until `limit`.
   bool waitUntil(Time limit);
+  /// Tells that the start takes too long, and ends the daemon.
   void giveUp();
   /// Waits for the daemon's end; false when it takes too long.
   bool hasEnded(pid_t daemon);

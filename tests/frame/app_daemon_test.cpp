@@ -1,16 +1,21 @@
 #include "frame/app_daemon.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <semaphore.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <ctime>
 #include <functional>
 #include <string>
@@ -21,10 +26,10 @@
 
 using ::testing::HasSubstr;
 
-namespace {
-
 using qov::StartOutcome;
 using qov::StartPage;
+
+namespace {
 
 constexpr std::chrono::seconds kLong{60};
 
@@ -73,11 +78,35 @@ void forkOnly(int count) {
   ::pthread_atfork(nullptr, nullptr, afterFork);
 }
 
+/// Whether a wait of the process that watches the daemon lasts until the daemon runs, and counts as
+/// one that has taken too long.
+bool waitsAreTooLong = false;
+
 pid_t parentOf(pid_t pid) {
   const std::string stat = qov::test::readFile("/proc/" + std::to_string(pid) + "/stat");
   const std::size_t state = stat.find(") ");
   return state == std::string::npos ? -1 : std::stoi(stat.substr(state + 4));
 }
+
+}  // namespace
+
+/// Stands in front of the C library's for the whole process.
+extern "C" int sem_clockwait(sem_t* semaphore, clockid_t clock, const timespec* time) {
+  using Wait = int (*)(sem_t*, clockid_t, const timespec*);
+  static const auto next = reinterpret_cast<Wait>(::dlsym(RTLD_NEXT, "sem_clockwait"));
+  if (!waitsAreTooLong) {
+    return next(semaphore, clock, time);
+  }
+  static_assert(offsetof(StartPage, news) == 0);
+  const auto* const page = reinterpret_cast<const StartPage*>(semaphore);
+  while (page->outcome == StartOutcome::kOpen) {
+    ::sched_yield();
+  }
+  errno = ETIMEDOUT;
+  return -1;
+}
+
+namespace {
 
 /// Starts daemons from a child process, whose standard error is a file.
 class AppDaemon : public ::testing::Test {
@@ -191,6 +220,25 @@ TEST_F(AppDaemon, ThatIsTooSlowIsEndedAndLetsItsStarterFail) {
       std::chrono::milliseconds(1));
   EXPECT_EQ(exitStatusOfStarter(), 1);
   EXPECT_THAT(errors(), HasSubstr("Failed to start the daemon: it did not run within 0 s\n"));
+}
+
+TEST_F(AppDaemon, ThatRunsJustAtTheLimitIsLeftAlone) {
+  const std::string go = files.file("go");
+  const std::string told = files.file("told");
+  prepare = [] { waitsAreTooLong = true; };
+  starts([&](StartPage& page) {
+    const sigset_t set = only(SIGTERM);
+    ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    page.settle(StartOutcome::kStarted);
+    qov::test::waitUntil([&] { return ::access(go.c_str(), F_OK) == 0; });
+    qov::test::writeFile(told, holds(SIGTERM) ? "ended" : "left alone");
+    return 0;
+  });
+  EXPECT_EQ(exitStatusOfStarter(), 0);
+  EXPECT_EQ(errors(), "");
+  qov::test::writeFile(go, "");
+  EXPECT_TRUE(qov::test::waitUntil([&] { return qov::test::readFile(told) == "left alone"; }))
+      << qov::test::readFile(told);
 }
 
 TEST_F(AppDaemon, ThatStopsForAWhileIsWaitedFor) {
