@@ -1,5 +1,6 @@
 #include "frame/current_step.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
@@ -37,8 +38,11 @@ CurrentStep::~CurrentStep() {
 }
 
 std::string CurrentStep::open() {
+  constexpr std::size_t kRoom = 1024;
+  std::array<char, kRoom> all;
   const std::lock_guard<std::mutex> held(stepsLock);
-  return all();
+  write(newest, all.data(), all.size());
+  return all.data();
 }
 
 void CurrentStep::showIn(Text* place) {
@@ -47,18 +51,21 @@ void CurrentStep::showIn(Text* place) {
   show();
 }
 
-std::string CurrentStep::all() {
-  std::string all;
-  for (const CurrentStep* step = newest; step != nullptr; step = step->outer_) {
-    all = all.empty() ? step->text_.data() : step->text_.data() + (", " + all);
+std::size_t CurrentStep::write(const CurrentStep* step, char* place, std::size_t room) {
+  if (step == nullptr) {
+    *place = '\0';
+    return 0;
   }
-  return all;
+  const std::size_t before = write(step->outer_, place, room);
+  const int added = std::snprintf(place + before, room - before, "%s%s", before == 0 ? "" : ", ",
+                                  step->text_.data());
+  return std::min(before + static_cast<std::size_t>(added), room - 1);
 }
 
 void CurrentStep::show() {
   if (shown != nullptr) {
     // The last byte stays zero, so that a reader finds an end at any time.
-    std::snprintf(shown->data(), shown->size(), "%s", all().c_str());
+    write(newest, shown->data(), shown->size());
   }
 }
 

@@ -2,6 +2,7 @@
 #define QOV_FRAME_CURRENT_STEP_H
 
 #include <array>
+#include <cstddef>
 #include <string>
 
 namespace qov {
@@ -22,7 +23,8 @@ class CurrentStep {
   CurrentStep(const CurrentStep&) = delete;
   CurrentStep& operator=(const CurrentStep&) = delete;
 
-  /// The open steps of all threads, the oldest first, with a comma in between; empty for none.
+  /// The open steps of all threads, the oldest first, with a comma in between, up to 1023
+  /// characters; empty for none.
   static std::string open();
 
   /// Keeps what open() gives, up to 159 characters, in `place` until the next call; null for no
@@ -30,8 +32,10 @@ class CurrentStep {
   static void showIn(Text* place);
 
  private:
-  // Both under the lock of all steps.
-  static std::string all();
+  // Both under the lock of all steps and without memory, since steps must open and close where
+  // there is none.
+  /// Writes the steps up to `step` and gives their length.
+  static std::size_t write(const CurrentStep* step, char* place, std::size_t room);
   static void show();
 
   Text text_{};
