@@ -10,8 +10,10 @@
 
 #include <cerrno>
 #include <csignal>
+#include <exception>
 #include <new>
 #include <optional>
+#include <string_view>
 
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_logging_strategy.h>
@@ -67,6 +69,9 @@ void runReactor() {
   }
 }
 
+/// Made without memory.
+constexpr std::string_view kNoMemory = "Failed to start the agent: Cannot allocate memory";
+
 void closePlugins() {
   const qov::CurrentStep step("closing the plug-ins");
   CQOV_Plugins::close();
@@ -110,13 +115,22 @@ int CQOVapp::init(int argc, char** argv) {
     if (bDeaemonize_ && !splitOffDaemon(report)) {
       return -1;
     }
-    const int result = start(argc, argv, report);
+    const int result = start(argc, argv);
     if (result == 0) {
       report.succeeded();
+    } else if (errno == ENOMEM) {
+      report.tell(kNoMemory);
+      errno = ENOMEM;
     }
     return result;
   } catch (const qov::EnvFailure& e) {
     report.tell(qov::textOf(e.failure()));
+    throw;
+  } catch (const std::bad_alloc&) {
+    report.tell(kNoMemory);
+    throw;
+  } catch (const std::exception& e) {
+    report.tell(qov::textOf({"start the agent", {}, 0, {}, e.what()}));
     throw;
   }
 }
@@ -134,7 +148,7 @@ bool CQOVapp::splitOffDaemon(qov::StartReport& report) {
   return true;
 }
 
-int CQOVapp::start(int argc, char** argv, qov::StartReport& report) {
+int CQOVapp::start(int argc, char** argv) {
   const qov::StartWatch watch;
   // Not before: a daemon has lost the descriptors of an earlier reactor. Not later: a module's
   // thread that came first would own it.
@@ -147,7 +161,6 @@ int CQOVapp::start(int argc, char** argv, qov::StartReport& report) {
   dropLogStrategy();
   logStrategy_.reset(new (std::nothrow) CQOV_Logging_Strategy);
   if (logStrategy_ == nullptr) {
-    report.tell(qov::textOf({"configure the log", cfgFile, 0, {}, qov::errnoText(ENOMEM)}));
     errno = ENOMEM;
     return -1;
   }
@@ -155,9 +168,12 @@ int CQOVapp::start(int argc, char** argv, qov::StartReport& report) {
   qov::logStart();
   CQOV_Plugins::instance();
   modulesLoaded_ = true;
+  errno = 0;
   if (!moduleLoader().load()) {
+    const int reason = errno;
     moduleLoader().unload();
     dropLogStrategy();
+    errno = reason;
     return -1;
   }
   CQOVDebugKitGuard guard(0, "int CQOVapp::init(int, ACE_TCHAR**)");
@@ -173,7 +189,7 @@ void CQOVapp::handleSignals() {
   if (signalHandler_ == nullptr) {
     return;
   }
-  // Of an earlier frame, what it has not carried out any more is forgotten.
+  // Signals that an earlier frame noted and did not carry out are dropped.
   qov::SignalRelay::instance().attach(*signalHandler_);
   signalHandler_->logStrategy_ = logStrategy_.get();
   for (const int signum : {SIGINT, SIGPIPE, SIGUSR1, SIGTERM}) {

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 
@@ -74,10 +75,11 @@ void StartReport::heard(std::string_view message, bool onStandardError, bool now
   if (page_ != nullptr) {
     page_->complaints.add(message);
   } else if (!onStandardError) {
-    std::cerr << std::string(message) + "\n" << std::flush;
+    // At once and without memory.
+    std::fprintf(stderr, "%.*s\n", static_cast<int>(message.size()), message.data());
   }
   if (nowhere && ofDaemon_) {
-    tellSystemLog(std::string(message));
+    tellSystemLog(message);
   }
 }
 

@@ -27,7 +27,7 @@ class StartReport : private Complaints {
   void becomeDaemon(const std::string& directory);
 
   /// Tells what no log has.
-  void tell(const std::string& line) { heard(line, false, true); }
+  void tell(std::string_view line) { heard(line, false, true); }
 
   /// Lets the starter of a daemon go.
   void succeeded();

@@ -97,20 +97,25 @@ bool CQOV_Module_Loader::load() {
     return false;
   }
   bool loaded = false;
+  int reason = 0;
   {
     Loading loading(*this);
     if (bModuleLoaded_) {
       return true;
     }
+    reason = errno;
     try {
       loaded = loadModules(names, loading.manager, guard);
     } catch (const std::bad_alloc&) {
-      errno = ENOMEM;
+      reason = ENOMEM;
     }
     bModuleLoaded_ = loaded;
   }
   // Once more, for the static objects that the modules' own start has made.
   qov::ModuleShutdown::stopAtExit();
+  if (!loaded) {
+    errno = reason;  // not what a call on the way has left there
+  }
   return loaded;
 }
 
@@ -170,8 +175,7 @@ bool CQOV_Module_Loader::loadModule(const std::string& name, ManagerPtr& manager
   }
   std::unique_ptr<ModuleEntry> entry(new (std::nothrow) ModuleEntry);
   if (entry == nullptr) {
-    errno = ENOMEM;
-    return false;
+    throw std::bad_alloc();  // load() tells
   }
   entry->taskMgr = std::move(manager);
   entry->dll = dll;

@@ -10,11 +10,14 @@
 #include <csignal>
 #include <cstdlib>
 #include <memory>
+#include <new>
 
 #include "tests/support/agent_root.h"
 #include "tests/support/failing_allocations.h"
 
 namespace {
+
+constexpr const char* kNoMemory = "Failed to start the agent: Cannot allocate memory\n";
 
 /// The frame of this very process, which has no modules; what an agent does is in tests/process.
 class AppStart : public ::testing::Test {
@@ -94,9 +97,35 @@ TEST_F(AppStart, WithoutMemoryForTheLoggingStrategyFails) {
   const auto failing =
       qov::test::FailingAllocations::ofObjectsThatGiveNull(sizeof(CQOV_Logging_Strategy));
   errno = 0;
+  ::testing::internal::CaptureStderr();
   EXPECT_EQ(init(app), -1);
   EXPECT_EQ(errno, ENOMEM);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), kNoMemory);
   EXPECT_TRUE(failing.hasFailed());
+}
+
+TEST_F(AppStart, WhoseMemoryRunsOutSaysWhy) {
+  root.writeConfig();
+  root.addModule("qovp_that_is_nowhere");
+  // What a process makes once it makes here.
+  {
+    CQOVapp first;
+    EXPECT_EQ(init(first), -1);
+  }
+  bool failed = true;
+  for (long count = 0; failed; ++count) {
+    CQOVapp app;
+    ::testing::internal::CaptureStderr();
+    {
+      const auto failing = qov::test::FailingAllocations::ofThoseThatThrow(count);
+      try {
+        EXPECT_EQ(init(app), -1);
+      } catch (const std::bad_alloc&) {
+      }
+      failed = failing.hasFailed();
+    }
+    EXPECT_NE(::testing::internal::GetCapturedStderr(), "") << "after " << count;
+  }
 }
 
 TEST_F(AppStart, SurvivesAnEmptyCommandLine) {

@@ -137,7 +137,7 @@ class CQOVapp {
 
  private:
   bool splitOffDaemon(qov::StartReport& report);
-  int start(int argc, char** argv, qov::StartReport& report);
+  int start(int argc, char** argv);
   void handleSignals();
   void dropLogStrategy();
 
