@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <optional>
 #include <type_traits>
 
 #include <qovpub/qov_leader_task.h>
@@ -19,8 +18,9 @@ namespace {
 
 // Exit handlers are kept for each library, and all of a library's are run and forgotten when it
 // goes. This token stands for a library that has nothing but this one handler: to let it go is the
-// only way to take a handler back. Where exit() runs on another thread, it has the handler already
-// or misses it only in between; the loader's own end stops the modules then.
+// only way to take a handler back. An exit() on another thread that comes between taking back and
+// registering again finds no handler. The loader's own end, among ACE's singletons, stops the
+// modules then, when the static objects that are younger than ACE have gone.
 char token;
 
 std::mutex registration;
@@ -36,20 +36,6 @@ void takeBack() {
   abi::__cxa_finalize(&token);
   takingBack = false;
 }
-
-/// Watches over a stop, if there is something to stop.
-class Supervised {
- public:
-  Supervised() {
-    if (RunningManagers::any()) {
-      watch_.emplace();
-      watch_->begins();
-    }
-  }
-
- private:
-  std::optional<ShutdownWatch> watch_;
-};
 
 }  // namespace
 
@@ -75,7 +61,8 @@ void ModuleShutdown::stopModules() {
 
 void ModuleShutdown::stopAll() {
   if (mayStop()) {
-    const Supervised supervised;
+    ShutdownWatch watch;
+    watch.begins();
     stopModules();
   }
 }
@@ -84,7 +71,10 @@ void ModuleShutdown::end(void*) {
   if (takingBack || !mayStop()) {
     return;
   }
-  const Supervised supervised;
+  // Whether or not a manager runs: another thread may hang in the end of the last one, with `turn`
+  // held. Where nothing was left, forgetWhenIdle() has taken this handler back.
+  ShutdownWatch watch;
+  watch.begins();
   // exit() in a module's start has left this thread in the middle of that, with the table held.
   CQOV_Module_Loader::endInterruptedLoad();
   turn.lock();

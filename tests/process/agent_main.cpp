@@ -5,6 +5,7 @@
 //   reload      unloads its modules after init(), loads them again and calls exit()
 //   meanwhile   unloads its modules after init(), while another thread, once there is the file
 //               "lingering", calls exit(3)
+//   before      before init() has another thread that calls exit(3) as above
 //   fork        once there is the file "fork", has a child call exit(3) and ends by exit() with the
 //               status of that
 //   leak        returns without destroying its frame
@@ -139,9 +140,13 @@ CQOV_Module_Loader& loader() {
   return *ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance();
 }
 
+void exitOnAnotherThread() {
+  std::thread([] { std::exit(qov::test::waitForFile("lingering") ? 3 : 1); }).detach();
+}
+
 /// The end of the process comes from the other thread.
 [[noreturn]] void unloadWhileAnotherThreadExits() {
-  std::thread([] { std::exit(qov::test::waitForFile("lingering") ? 3 : 1); }).detach();
+  exitOnAnotherThread();
   loader().unload();
   for (;;) {
     ::pause();
@@ -169,6 +174,9 @@ void greet(const char* greeting) {
 }
 
 int live(CQOVapp& app, int argc, char** argv) {
+  if (mode() == "before") {
+    exitOnAnotherThread();
+  }
   const int result = app.init(argc, argv);
   if (mode() == "again") {
     app.init(argc, argv);

@@ -80,6 +80,25 @@ TEST_F(AgentExit, OnAnotherThreadWaitsForTheModuleThatIsBeingUnloaded) {
   hasExited(agent.waitForEnd(), 3);
 }
 
+TEST_F(AgentExit, OnAnotherThreadWhileTheEndOfTheLastModuleHangsIsBroughtAboutByTheGuard) {
+  agent.setEnvironment("QOV_TEST_MAIN", "meanwhile");
+  agent.setEnvironment("PXOS_GUARD_SECOND_MS", "1");
+  agent.useModules({"stuck"});
+  agent.start({"-n"});
+  EXPECT_EQ(agent.waitForEnd().signal, SIGABRT);
+  EXPECT_THAT(agent.errors(), ::testing::HasSubstr("has not ended within 450 s, aborting"));
+}
+
+TEST_F(AgentExit, OnAnotherThreadWhileAModuleIsMadeForEverIsBroughtAboutByTheGuard) {
+  agent.setEnvironment("QOV_TEST_MAIN", "before");
+  agent.setEnvironment("QOV_TEST_STUCK", "is made");
+  agent.setEnvironment("PXOS_GUARD_SECOND_MS", "1");
+  agent.useModules({"stuck"});
+  agent.start({"-n"});
+  EXPECT_EQ(agent.waitForEnd().signal, SIGABRT);
+  EXPECT_THAT(agent.errors(), ::testing::HasSubstr("has not ended within 450 s, aborting"));
+}
+
 TEST_F(AgentExit, InAForkedChildLeavesTheModulesAlone) {
   if (QOV_TEST_ASAN) {
     GTEST_SKIP() << "LeakSanitizer takes for leaks of the child what the parent's threads hold";

@@ -1,5 +1,7 @@
-// A module whose end waits for the file "go", for ever if need be. QOV_TEST_STUCK says what else:
+// A module whose end makes the file "lingering" and waits for the file "go", for ever if need be.
+// QOV_TEST_STUCK says what else:
 //   fails            it does not start
+//   is made          its making waits so, too
 //   exits            its start waits for a thread of its own, which ends the process
 //   holding the log  nobody can log meanwhile
 #include <ace/Log_Msg.h>
@@ -18,6 +20,13 @@ std::string mode() {
   return text == nullptr ? "" : text;
 }
 
+/// Tells that it has begun.
+void waitToGo() {
+  qov::test::makeFile("lingering");
+  while (!qov::test::waitForFile("go")) {
+  }
+}
+
 class Module : public CQOV_TaskMgr {
  public:
   Module() : CQOV_TaskMgr(43, 0, "stuck") {}
@@ -25,8 +34,7 @@ class Module : public CQOV_TaskMgr {
     if (mode() == "holding the log") {
       ACE_Log_Msg::instance()->acquire();
     }
-    while (!qov::test::waitForFile("go")) {
-    }
+    waitToGo();
   }
   CQOV_Task* createTask() override { return nullptr; }
   bool initEnv() override {
@@ -40,5 +48,8 @@ class Module : public CQOV_TaskMgr {
 }  // namespace
 
 extern "C" CQOV_TaskMgr* QOV_CreateModule() {
+  if (mode() == "is made") {
+    waitToGo();
+  }
   return new Module;
 }
