@@ -5,26 +5,23 @@
 #include "diag/log_level.h"
 
 CQOVDebugKitGuard::CQOVDebugKitGuard(int kitId, const std::string& name)
-    : log_(ACE_Log_Msg::instance()),
-      kitId_(static_cast<unsigned int>(kitId)),
-      owned_(name),
-      name_(owned_.c_str()) {
+    : kitId_(static_cast<unsigned int>(kitId)), owned_(name), name_(owned_.c_str()) {
   findKit();
-  if (qov::isOn(qov::kTrace, log_)) {
+  if (qov::isOn(qov::kTrace)) {
     trace("enter ", "...");
   }
 }
 
 CQOVDebugKitGuard::CQOVDebugKitGuard(int kitId, Borrowed name)
-    : log_(ACE_Log_Msg::instance()), kitId_(static_cast<unsigned int>(kitId)), name_(name.text) {
+    : kitId_(static_cast<unsigned int>(kitId)), name_(name.text) {
   findKit();
-  if (qov::isOn(qov::kTrace, log_)) {
+  if (qov::isOn(qov::kTrace)) {
     trace("enter ", "...");
   }
 }
 
 CQOVDebugKitGuard::~CQOVDebugKitGuard() {
-  if (qov::isOn(qov::kTrace, log_)) {
+  if (qov::isOn(qov::kTrace)) {
     trace("leave ", ok_ ? ": OK" : ": NOK");
   }
 }
@@ -51,7 +48,7 @@ void CQOVDebugKitGuard::trace(const char* before, const char* after) try {
 
 void CQOVDebugKitGuard::debug(unsigned long long logId, const char* function, unsigned int line,
                               const char* format, ...) {
-  if (!qov::isOn(qov::kDebug, log_)) {
+  if (!qov::isOn(qov::kDebug)) {
     return;
   }
   va_list args;
@@ -64,7 +61,7 @@ void CQOVDebugKitGuard::debug(unsigned long long logId, const char* function, un
 
 void CQOVDebugKitGuard::info(unsigned long long logId, const char* function, unsigned int line,
                              const char* format, ...) {
-  if (!qov::isOn(qov::kInfo, log_)) {
+  if (!qov::isOn(qov::kInfo)) {
     return;
   }
   va_list args;
@@ -78,7 +75,7 @@ void CQOVDebugKitGuard::info(unsigned long long logId, const char* function, uns
 void CQOVDebugKitGuard::warn(unsigned long long logId, const char* function, unsigned int line,
                              const char* format, ...) {
   ok_ = false;
-  if (!qov::isOn(qov::kWarn, log_) && !qov::Complaints::hears(LM_WARNING)) {
+  if (!qov::isOn(qov::kWarn) && !qov::Complaints::hears(LM_WARNING)) {
     return;
   }
   va_list args;
@@ -92,7 +89,7 @@ void CQOVDebugKitGuard::warn(unsigned long long logId, const char* function, uns
 void CQOVDebugKitGuard::error(unsigned long long logId, const char* function, unsigned int line,
                               const char* format, ...) {
   ok_ = false;
-  if (!qov::isOn(qov::kError, log_) && !qov::Complaints::hears(LM_ERROR)) {
+  if (!qov::isOn(qov::kError) && !qov::Complaints::hears(LM_ERROR)) {
     return;
   }
   va_list args;

@@ -2,30 +2,37 @@
 
 #include <ace/Base_Thread_Adapter.h>
 #include <ace/Log_Msg.h>
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <thread>
+#include <climits>
+#include <ctime>
 #include <utility>
+
+#include "diag/ace_private.h"
 
 namespace qov {
 
-namespace {
-
 /// ACE's function that closes its log. ACE calls it by this pointer when its object manager goes,
-/// while other threads may be logging, and has no public way to keep it from that. Naming a private
-/// member in an explicit instantiation is allowed.
+/// while other threads may be logging, and has no public way to keep it from that.
 struct CloseHook {
   using Type = ACE_CLOSE_LOG_MSG_HOOK*;
-  friend Type address(CloseHook);
+  friend constexpr Type address(CloseHook);
 };
 
-template <class Name, typename Name::Type kMember>
-struct Reach {
-  friend typename Name::Type address(Name) { return kMember; }
+/// Whether ACE has a key for the log objects of threads.
+struct KeyCreated {
+  using Type = bool*;
+  friend constexpr Type address(KeyCreated);
 };
 
 template struct Reach<CloseHook, &ACE_Base_Thread_Adapter::close_log_msg_hook_>;
+template struct Reach<KeyCreated, &ACE_Log_Msg::key_created_>;
+
+namespace {
 
 /// ACE sets the function whenever its count of log objects goes from 0 to 1. This one keeps the
 /// count above 0, also where main() has ended its thread and another one logs for the first time.
@@ -35,18 +42,23 @@ template struct Reach<CloseHook, &ACE_Base_Thread_Adapter::close_log_msg_hook_>;
 const ACE_CLOSE_LOG_MSG_HOOK closeOfAce = std::exchange(*address(CloseHook()), nullptr);
 
 std::atomic<bool> ended{false};
+/// The count of records; end() waits for it as a futex.
 std::atomic<int> underWay{0};
+static_assert(sizeof(underWay) == sizeof(int));
 
 /// A record takes longer than this only where nobody reads standard error any more.
 constexpr std::chrono::seconds kLongestRecord(3);
 
-/// The last of this library that runs. ACE is unloaded behind it, and deletes its log lock even if
-/// its log was never closed.
-[[gnu::destructor]] void end() {
-  ended = true;
-  const auto giveUp = std::chrono::steady_clock::now() + kLongestRecord;
-  while (underWay > 0 && std::chrono::steady_clock::now() < giveUp) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+/// Returns at once when the count is not `seen` any more.
+void waitForChange(int seen, std::chrono::nanoseconds limit) {
+  const timespec time = {static_cast<time_t>(limit.count() / 1000000000),
+                         static_cast<long>(limit.count() % 1000000000)};
+  ::syscall(SYS_futex, &underWay, FUTEX_WAIT_PRIVATE, seen, &time, nullptr, 0);
+}
+
+void leave() {
+  if (--underWay == 0 && ended) {
+    ::syscall(SYS_futex, &underWay, FUTEX_WAKE_PRIVATE, INT_MAX, nullptr, nullptr, 0);
   }
 }
 
@@ -58,10 +70,49 @@ bool begin() {
   }
   ++underWay;
   if (ended) {
-    --underWay;
+    leave();
     return false;
   }
   return true;
+}
+
+/// False if a record takes longer than is waited for.
+bool waitForRecords() {
+  const auto giveUp = std::chrono::steady_clock::now() + kLongestRecord;
+  int count = underWay;
+  while (count > 0) {
+    const auto left = giveUp - std::chrono::steady_clock::now();
+    if (left <= left.zero()) {
+      return false;
+    }
+    waitForChange(count, left);
+    count = underWay;
+  }
+  return true;
+}
+
+/// A thread that ends has ACE delete its log object, which takes ACE's log lock. Without ACE's key
+/// no thread does that any more; who has just taken the lock is waited for. A thread that was about
+/// to take it, which is a matter of a few instructions, still may find it gone.
+void detachThreadsFromAce() {
+  ACE_Log_Msg* const own = ACE_Log_Msg::instance();
+  const std::optional<pthread_key_t> key = keyOf(own);
+  if (!key) {
+    return;
+  }
+  *address(KeyCreated()) = false;  // who logs to ACE later gets a key of its own
+  pthread_key_delete(*key);
+  own->acquire();
+  own->release();
+}
+
+/// The last of this library that runs. ACE is unloaded behind it, and deletes its log lock even if
+/// its log was never closed.
+[[gnu::destructor]] void end() {
+  ended = true;
+  if (waitForRecords()) {
+    detachThreadsFromAce();
+  }
 }
 
 }  // namespace
@@ -70,7 +121,7 @@ RecordUnderWay::RecordUnderWay() : mayGo_(begin()) {}
 
 RecordUnderWay::~RecordUnderWay() {
   if (mayGo_) {
-    --underWay;
+    leave();
   }
 }
 
@@ -80,6 +131,15 @@ void RecordUnderWay::forgetAll() {
 
 void closeAceLog() {
   closeOfAce();
+}
+
+std::optional<pthread_key_t> keyOf(const ACE_Log_Msg* log) {
+  for (pthread_key_t key = 0; log != nullptr && key < PTHREAD_KEYS_MAX; ++key) {
+    if (pthread_getspecific(key) == log) {
+      return key;
+    }
+  }
+  return std::nullopt;
 }
 
 }  // namespace qov

@@ -8,7 +8,6 @@
 #include <pthread.h>
 #include <sys/single_threaded.h>
 
-#include <climits>
 #include <optional>
 
 #include "diag/kit_locks.h"
@@ -54,14 +53,10 @@ void releaseInParent() {
   forkUnderWay.reset();
 }
 
-/// Puts `next` where the calling thread has `present`. ACE keeps the key of its log objects to
-/// itself, but the object that stands there tells which one it is.
+/// Puts `next` where the calling thread has `present`.
 void replaceLog(const ACE_Log_Msg* present, ACE_Log_Msg* next) {
-  for (pthread_key_t key = 0; key < PTHREAD_KEYS_MAX; ++key) {
-    if (pthread_getspecific(key) == present) {
-      pthread_setspecific(key, next);
-      return;
-    }
+  if (const std::optional<pthread_key_t> key = keyOf(present)) {
+    pthread_setspecific(*key, next);
   }
 }
 

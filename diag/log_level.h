@@ -37,21 +37,16 @@ constexpr const LogLevel& levelOf(ACE_Log_Priority priority) {
   }
 }
 
-/// `log` is the calling thread's object, or null; the mask is the process's.
-inline bool isOn(const LogLevel& level, ACE_Log_Msg* log) {
-  return log != nullptr && (log->priority_mask(ACE_Log_Msg::PROCESS) & level.priority) != 0;
+/// ACE's process-wide mask of priorities. ACE shows it through a thread's log object only; making
+/// one takes ACE's log lock, which a level that is off must not cost.
+extern const u_long* const kProcessMask;
+
+inline bool isOn(const LogLevel& level) {
+  return (*kProcessMask & level.priority) != 0;
 }
 
 /// The tag of the lowest level that is logged.
-inline const char* lowestLevelOn() {
-  ACE_Log_Msg* const log = ACE_Log_Msg::instance();
-  for (const LogLevel* const level : {&kTrace, &kDebug, &kInfo, &kWarn, &kError}) {
-    if (isOn(*level, log)) {
-      return level->tag;
-    }
-  }
-  return "none";
-}
+const char* lowestLevelOn();
 
 }  // namespace qov
 

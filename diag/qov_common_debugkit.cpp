@@ -53,16 +53,17 @@ std::string_view textOf(const char* message) {
   return message != nullptr ? std::string_view(message) : std::string_view();
 }
 
-void write(ACE_Log_Msg& log, const LogLevel& level, const std::string& kitName,
-           const Origin& origin, std::string_view message, int errnum) {
+void write(const LogLevel& level, const std::string& kitName, const Origin& origin,
+           std::string_view message, int errnum) {
   const qov::RecordUnderWay record;
-  if (!record.mayGo()) {
+  ACE_Log_Msg* const log = record.mayGo() ? ACE_Log_Msg::instance() : nullptr;
+  if (log == nullptr) {
     return;
   }
   const qov::RecordHead head(kitName, origin.logId, level.tag, origin.function, origin.line);
   const bool onStandardError =
-      qov::isOn(level, &log) &&
-      qov::writeRecord(log, {level.priority, origin.sourceLine, errnum}, head.text(),
+      qov::isOn(level) &&
+      qov::writeRecord(*log, {level.priority, origin.sourceLine, errnum}, head.text(),
                        head.complete() ? message : std::string_view());
   qov::Complaints::tell(level, kitName, message, onStandardError);
 }
@@ -71,11 +72,11 @@ void write(ACE_Log_Msg& log, const LogLevel& level, const std::string& kitName,
 // kinds of writing give up a record for which there is no memory, or whose destination throws.
 
 template <class Message>
-void writeMessage(ACE_Log_Msg& log, const LogLevel& level, const std::string& kitName,
-                  const Origin& origin, const Message& message) noexcept {
+void writeMessage(const LogLevel& level, const std::string& kitName, const Origin& origin,
+                  const Message& message) noexcept {
   const CallerState caller;
   try {
-    write(log, level, kitName, origin, textOf(message), caller.errnum());
+    write(level, kitName, origin, textOf(message), caller.errnum());
   } catch (...) {
   }
 }
@@ -83,9 +84,8 @@ void writeMessage(ACE_Log_Msg& log, const LogLevel& level, const std::string& ki
 template <class Message>
 inline void logMessage(const LogLevel& level, const std::string& kitName, const Origin& origin,
                        const Message& message) {
-  ACE_Log_Msg* const log = ACE_Log_Msg::instance();
-  if (log != nullptr && (qov::isOn(level, log) || qov::Complaints::hears(level.priority))) {
-    writeMessage(*log, level, kitName, origin, message);
+  if (qov::isOn(level) || qov::Complaints::hears(level.priority)) {
+    writeMessage(level, kitName, origin, message);
   }
 }
 
@@ -115,8 +115,12 @@ CQOVDebugKit::~CQOVDebugKit() {
   qov::deletedKits.fetch_add(1, std::memory_order_acq_rel);
 }
 
+bool CQOVDebugKit::isOn(ACE_Log_Priority priority) {
+  return (*qov::kProcessMask & priority) != 0;
+}
+
 bool CQOVDebugKit::isHeard(ACE_Log_Priority priority) {
-  return ACE_Log_Msg::instance() != nullptr && qov::Complaints::hears(priority);
+  return qov::Complaints::hears(priority);
 }
 
 void CQOVDebugKit::debug(unsigned long long logId, const char* function, unsigned int line,
@@ -175,8 +179,8 @@ void CQOVDebugKit::logFormatted(ACE_Log_Priority priority, int sourceLine, unsig
   const CallerState caller;
   try {
     const qov::MessageText message(format, args);
-    write(*ACE_Log_Msg::instance(), qov::levelOf(priority), name_,
-          {logId, function, line, sourceLine}, message.text(), caller.errnum());
+    write(qov::levelOf(priority), name_, {logId, function, line, sourceLine}, message.text(),
+          caller.errnum());
   } catch (...) {
   }
 }

@@ -1,9 +1,11 @@
 // Logs from several threads into the file of its first argument. The second says what it does then:
 //   return    closes the registry of kits, as a frame does, and returns from main while detached
 //             threads go on
+//   short     returns from main while threads start, log or open a guard, and end
 //   a number  has so many children, one after the other, that log a line each; status 1 when one
 //             of them does not come to its end
 #include <ace/Log_Msg.h>
+#include <pthread.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_logging_strategy.h>
 #include <sys/wait.h>
@@ -15,6 +17,11 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "tests/support/sanitizers.h"
+#if QOV_TEST_ASAN
+#include <sanitizer/lsan_interface.h>
+#endif
 
 namespace {
 
@@ -85,6 +92,50 @@ int returnWhileThreadsLog() {
   return 0;
 }
 
+/// The log object of a thread that ends last is not deleted any more.
+void* logOnce(void* alive) {
+#if QOV_TEST_ASAN
+  const __lsan::ScopedDisabler lastOne;
+#endif
+  log(0, "thread", 0);
+  --*static_cast<std::atomic<int>*>(alive);
+  return nullptr;
+}
+
+void* openGuard(void* alive) {
+  { const CQOVDebugKitGuard guard(0, "void* openGuard(void*)"); }
+  --*static_cast<std::atomic<int>*>(alive);
+  return nullptr;
+}
+
+[[noreturn]] void startForever() {
+  constexpr int kAlive = 50;
+  constexpr size_t kStack = 128 * 1024;
+  static std::atomic<int> alive{0};
+  pthread_attr_t detached;
+  pthread_attr_init(&detached);
+  pthread_attr_setdetachstate(&detached, PTHREAD_CREATE_DETACHED);
+  pthread_attr_setstacksize(&detached, kStack);
+  for (int number = 0;; ++number) {
+    while (++alive > kAlive) {
+      --alive;
+    }
+    pthread_t thread = 0;
+    if (pthread_create(&thread, &detached, number % 2 == 0 ? logOnce : openGuard, &alive) != 0) {
+      --alive;
+    }
+    ++threadsThatLog;
+  }
+}
+
+int returnWhileThreadsStartAndEnd() {
+  for (int starter = 0; starter < 3; ++starter) {
+    std::thread(startForever).detach();
+  }
+  waitForAll();
+  return 0;
+}
+
 bool childLogs(int number) {
   const pid_t child = ::fork();
   if (child == 0) {
@@ -129,5 +180,8 @@ int main(int argc, char** argv) {
   CQOV_Logging_Strategy strategy;
   strategy.initLogStrategy(param);
   const std::string mode = argv[2];
-  return mode == "return" ? returnWhileThreadsLog() : forkWhileThreadsLog(std::stoi(mode));
+  if (mode == "return") {
+    return returnWhileThreadsLog();
+  }
+  return mode == "short" ? returnWhileThreadsStartAndEnd() : forkWhileThreadsLog(std::stoi(mode));
 }

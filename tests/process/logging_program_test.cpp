@@ -35,6 +35,13 @@ TEST_F(LoggingProgram, EndsInOrderWhileDetachedThreadsLog) {
   }
 }
 
+TEST_F(LoggingProgram, EndsInOrderWhileThreadsStartLogAndEnd) {
+  const int runs = QOV_TEST_ASAN || QOV_TEST_TSAN ? 20 : 300;
+  for (int run = 0; run < runs && !HasFatalFailure(); ++run) {
+    this->runs("short");
+  }
+}
+
 /// What a line says: all behind the head of a record, the whole of a line of ACE's.
 std::string messageOf(const std::string& line) {
   const std::size_t head = line.rfind("] ");

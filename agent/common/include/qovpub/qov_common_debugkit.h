@@ -41,8 +41,10 @@ struct KitLocks;
 ///
 /// Threads that nobody has joined may log while main() returns and until the process has ended.
 /// Their records are dropped from the moment at which this library is unloaded: main() has
-/// returned and static objects are gone. A record that is being written then is finished. This is
-/// about kits: what a thread hands to ACE directly must be over when main() returns.
+/// returned and static objects are gone. A record that is being written then is finished. Threads
+/// may start and end meanwhile; but one that ends at that very moment may crash, in the few
+/// instructions in which ACE's end of a thread is on its way to ACE's log lock. This is about kits:
+/// what a thread hands to ACE directly must be over when main() returns.
 ///
 /// Thread: any; name and id never change.
 /// Owns:   nothing beyond its name. Kits in the registry belong to the registry.
@@ -63,10 +65,7 @@ class CQOVDebugKit {
   unsigned int id() const { return id_; }
 
   /// Whether records of `priority` pass now: to spare a message that is costly to put together.
-  static bool isOn(ACE_Log_Priority priority) {
-    ACE_Log_Msg* const log = ACE_Log_Msg::instance();
-    return log != nullptr && (log->priority_mask(ACE_Log_Msg::PROCESS) & priority) != 0;
-  }
+  static bool isOn(ACE_Log_Priority priority);
 
   /// Tag "DBG", priority LM_DEBUG. `logId` is the caller's own number for this record, `function`
   /// its `__FUNCTION__`, `line` its source line. The last form prints `format` with `args` as
@@ -277,7 +276,6 @@ class CQOVDebugKitGuard {
   const CQOVDebugKit* kit();
   void trace(const char* before, const char* after);
 
-  ACE_Log_Msg* const log_;  ///< of the guard's thread, to ask which levels are on
   const CQOVDebugKit* kit_ = nullptr;
   const unsigned int kitId_;
   /// How many kits had been deleted when kit_ was found: kit_ is good while that number stands.
