@@ -26,23 +26,45 @@ std::atomic<CQOVDebugKitMgr*> processRegistry{nullptr};
 /// Keeps ACE's pointer and processRegistry in step, and one close() from another.
 std::mutex creation;
 
-CQOVDebugKitMgr* makeProcessRegistry() {
+/// Why a registry has no map. Null: nobody keeps that for later, so it is logged at once.
+thread_local int* mapError = nullptr;
+
+void tellNoMap(int error) {
+  errno = error;
+  ACE_ERROR((LM_ERROR, "%p\n", "ACE_Hash_Map_Manager_Ex open"));
+}
+
+CQOVDebugKitMgr* makeLockedProcessRegistry() {
   const std::lock_guard<std::mutex> lock(creation);
-  const int callersErrno = errno;  // the first guard may be what makes the registry
   CQOVDebugKitMgr* const registry = Registry::instance();
-  errno = callersErrno;
   processRegistry.store(registry, std::memory_order_release);
+  return registry;
+}
+
+/// Logs behind `creation`: a fork takes ACE's log lock before it.
+CQOVDebugKitMgr* makeProcessRegistry() {
+  const int callersErrno = errno;  // the first guard may be what makes the registry
+  int error = 0;
+  mapError = &error;
+  CQOVDebugKitMgr* const registry = makeLockedProcessRegistry();
+  mapError = nullptr;
+  if (error != 0) {
+    tellNoMap(error);
+  }
+  errno = callersErrno;
   return registry;
 }
 
 }  // namespace
 
 CQOVDebugKitMgr::CQOVDebugKitMgr() : small_{} {
-  if (kits_.open(kBuckets) == -1) {
-    ACE_ERROR((LM_ERROR, "%p\n", "ACE_Hash_Map_Manager_Ex open"));
-    return;
+  if (kits_.open(kBuckets) == 0) {
+    addPublicKit();
+  } else if (mapError != nullptr) {
+    *mapError = errno;
+  } else {
+    tellNoMap(errno);
   }
-  addPublicKit();
 }
 
 void CQOVDebugKitMgr::addPublicKit() {

@@ -26,7 +26,7 @@ thread_local std::optional<RecordUnderWay> forkUnderWay;
 /// ACE's own backend of that time: the child cannot ask for it. Guarded by ACE's log lock.
 ACE_Log_Msg_Backend* backend = nullptr;
 
-/// In the order in which threads that log take them.
+/// ACE's lock first: a logging destination, for which ACE holds it, may look for kits.
 void holdLocks() {
   if (__libc_single_threaded != 0) {
     return;
@@ -37,8 +37,8 @@ void holdLocks() {
     forkUnderWay.reset();
     return;
   }
-  KitLocks::acquire();
   held->acquire();
+  KitLocks::acquire();
   backend = ACE_Log_Msg::msg_backend();
   noteUtcOffset();
 }
@@ -47,8 +47,8 @@ void releaseInParent() {
   if (held == nullptr) {
     return;
   }
-  held->release();
   KitLocks::release();
+  held->release();
   held = nullptr;
   forkUnderWay.reset();
 }
@@ -64,8 +64,8 @@ void replaceLog(const ACE_Log_Msg* present, ACE_Log_Msg* next) {
 /// its number. So ACE makes a new one. The thread keeps its log object meanwhile: callers have
 /// pointers to it.
 void renewLockOfAce(ACE_Log_Msg* own) {
-  // The system refuses that, but whoever watches over locks learns that none is destroyed while it
-  // is held.
+  // pthread refuses this unlock, the thread number is the parent's. ThreadSanitizer would report a
+  // held lock being destroyed without it.
   own->release();
   replaceLog(own, nullptr);
   closeAceLog();

@@ -1,10 +1,12 @@
 // Logs from several threads into the file of its first argument. The second says what it does then:
 //   return    closes the registry of kits, as a frame does, and returns from main while detached
 //             threads go on
+//   backend   has children while a thread logs to a backend of ACE's that looks for a kit
 //   short     returns from main while threads start, log or open a guard, and end
 //   a number  has so many children, one after the other, that log a line each; status 1 when one
 //             of them does not come to its end
 #include <ace/Log_Msg.h>
+#include <ace/Log_Msg_Backend.h>
 #include <pthread.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_logging_strategy.h>
@@ -167,6 +169,37 @@ int forkWhileThreadsLog(int count) {
   return all ? 0 : 1;
 }
 
+/// ACE holds its log lock while it calls this.
+class LookingBackend : public ACE_Log_Msg_Backend {
+ public:
+  int open(const ACE_TCHAR*) override { return 0; }
+  int reset() override { return 0; }
+  int close() override { return 0; }
+  ssize_t log(ACE_Log_Record&) override {
+    CQOVDebugKitMgr::instance()->find(kRareKit);
+    return 0;
+  }
+};
+
+int forkWhileABackendLooksForKits() {
+  static LookingBackend backend;
+  ACE_Log_Msg::msg_backend(&backend);
+  ACE_Log_Msg::instance()->open("", ACE_Log_Msg::CUSTOM, nullptr);
+  std::thread thread([] { keepBusy([] { log(0, "thread", 0); }); });
+  bool all = true;
+  for (; all && children < 500; ++children) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      ::_exit(0);
+    }
+    all = child > 0 && ::waitpid(child, nullptr, 0) == child;
+  }
+  enough = true;
+  thread.join();
+  ACE_Log_Msg::msg_backend(nullptr);
+  return all ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -182,6 +215,9 @@ int main(int argc, char** argv) {
   const std::string mode = argv[2];
   if (mode == "return") {
     return returnWhileThreadsLog();
+  }
+  if (mode == "backend") {
+    return forkWhileABackendLooksForKits();
   }
   return mode == "short" ? returnWhileThreadsStartAndEnd() : forkWhileThreadsLog(std::stoi(mode));
 }

@@ -66,5 +66,9 @@ TEST_F(LoggingProgram, LogsFromChildrenThatItForksWhileItsThreadsLog) {
   EXPECT_EQ(lines.size(), 2U * static_cast<unsigned>(children) + 1) << "none is torn";
 }
 
+TEST_F(LoggingProgram, ForksWhileABackendOfAcesLooksForAKit) {
+  runs("backend");
+}
+
 }  // namespace
 }  // namespace qov::test
