@@ -6,23 +6,45 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <thread>
 #include <vector>
 
 namespace qov {
 namespace {
 
+constexpr std::chrono::seconds kLongestWait(5);
+constexpr std::chrono::milliseconds kBetweenLooks(10);
+
+/// True also where the file system knows no locks. There is no call that waits for a lock up to a
+/// limit, so this asks again and again.
+bool lock(int handle) {
+  const auto giveUp = std::chrono::steady_clock::now() + kLongestWait;
+  while (::flock(handle, LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK && errno != EINTR) {
+      return true;
+    }
+    if (std::chrono::steady_clock::now() >= giveUp) {
+      errno = EWOULDBLOCK;
+      return false;
+    }
+    std::this_thread::sleep_for(kBetweenLooks);
+  }
+  return true;
+}
+
 /// An open file, locked for one writer at a time where the file system can do that.
 class LockedFile {
  public:
   explicit LockedFile(const std::string& path)
-      : number_(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {
-    while (number_ >= 0 && ::flock(number_, LOCK_EX) != 0 && errno == EINTR) {
-    }
-  }
+      : number_(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)),
+        isOurs_(number_ >= 0 && lock(number_)) {}
   ~LockedFile() {
     const int callersErrno = errno;
-    if (number_ >= 0) {
+    if (isOurs_) {
       ::flock(number_, LOCK_UN);  // also for a child that another thread has forked meanwhile
+    }
+    if (number_ >= 0) {
       ::close(number_);
     }
     errno = callersErrno;
@@ -30,10 +52,13 @@ class LockedFile {
   LockedFile(const LockedFile&) = delete;
   LockedFile& operator=(const LockedFile&) = delete;
 
+  /// False with errno when it cannot be opened, or another one keeps it locked.
+  bool isOurs() const { return isOurs_; }
   int number() const { return number_; }
 
  private:
   const int number_;
+  const bool isOurs_;
 };
 
 bool readAll(int handle, std::string& content) {
@@ -78,7 +103,7 @@ bool writeFromBeginning(int handle, const std::string& content) {
 bool overwriteFile(const std::string& path, const std::string& content) {
   const LockedFile file(path);
   std::string former;
-  if (file.number() < 0 || !readAll(file.number(), former) ||
+  if (!file.isOurs() || !readAll(file.number(), former) ||
       !reserve(file.number(), content.size())) {
     return false;
   }

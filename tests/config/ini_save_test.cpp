@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <qovpub/qov_ini_operator.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -16,11 +15,13 @@
 #include "tests/config/ini_file.h"
 #include "tests/support/child.h"
 
-using qov::test::endOfChild;
-using qov::test::holdsInChild;
+using qov::test::holdsAsStranger;
 using qov::test::IniFile;
 using qov::test::Items;
+using qov::test::kStranger;
+using qov::test::kStrangersGroup;
 using qov::test::readFile;
+using qov::test::runWithSmallFiles;
 using qov::test::writeFile;
 namespace fs = std::filesystem;
 
@@ -99,12 +100,6 @@ class IniSave : public IniFile {
     EXPECT_EQ(read("A", "k"), "w");
   }
 
-  int set(const std::string& key, const std::string& value) {
-    CQOV_Ini_Operator ini;
-    EXPECT_EQ(ini.open(file_.c_str()), 0);
-    return ini.setConfigItem("A", key.c_str(), value);
-  }
-
   // That `value` is refused, and nothing happens to the file or in memory.
   void expectRefused(const std::string& key, const std::string& value) {
     const std::string before = content();
@@ -113,12 +108,6 @@ class IniSave : public IniFile {
     EXPECT_EQ(ini.setConfigItem("A", key.c_str(), value), -1);
     EXPECT_EQ(valueOf(ini, "A", key.c_str()), key == "k" ? "v" : "(none)");
     EXPECT_EQ(content(), before);
-  }
-
-  struct stat status() const {
-    struct stat result {};
-    EXPECT_EQ(::stat(file_.c_str(), &result), 0);
-    return result;
   }
 };
 
@@ -129,19 +118,6 @@ std::string largeContent(char fill) {
     content += "key" + std::to_string(i) + "=" + std::string(1000, fill) + "\n";
   }
   return content;
-}
-
-// Runs `body` in a child in which no file may grow beyond `limit` bytes; how the child ended.
-template <class Body>
-int runWithSmallFiles(rlim_t limit, void (*onTooLarge)(int), Body body) {
-  return endOfChild([&] {
-    ::signal(SIGXFSZ, onTooLarge);
-    const rlimit size{limit, limit};
-    ::setrlimit(RLIMIT_FSIZE, &size);
-    const rlimit noCore{};
-    ::setrlimit(RLIMIT_CORE, &noCore);
-    return body();
-  });
 }
 
 }  // namespace
@@ -293,44 +269,30 @@ TEST_F(IniSave, KeepsPermissionsWhateverTheModeMask) {
     const mode_t mask = ::umask(0);
     EXPECT_EQ(set("k", "w"), 0);
     ::umask(mask);
-    EXPECT_EQ(status().st_mode & 07777, mode);
+    EXPECT_EQ(statusOf(file_).st_mode & 07777, mode);
   }
 }
 
 TEST_F(IniSave, KeepsOwnerAndGroup) {
-  if (::geteuid() != 0) {
-    GTEST_SKIP() << "only root can give a file away";
-  }
-  ASSERT_EQ(::chown(file_.c_str(), 4001, 4002), 0);
+  QOV_SKIP_UNLESS_ROOT();
+  ASSERT_EQ(::chown(file_.c_str(), kStranger, kStrangersGroup), 0);
   EXPECT_EQ(set("k", "w"), 0);
-  EXPECT_EQ(status().st_uid, 4001u);
-  EXPECT_EQ(status().st_gid, 4002u);
+  EXPECT_EQ(statusOf(file_).st_uid, kStranger);
+  EXPECT_EQ(statusOf(file_).st_gid, kStrangersGroup);
 }
-
-namespace {
-
-// How `body` goes for the user 4001, a stranger on every system.
-template <class Body>
-bool succeedsAsAnotherUser(Body body) {
-  return holdsInChild([&] { return ::setgid(4002) == 0 && ::setuid(4001) == 0 && body(); });
-}
-
-}  // namespace
 
 TEST_F(IniSave, RefusesAFileThatItsUserMayNotWriteAlthoughTheDirectoryWouldLetIt) {
-  if (::geteuid() != 0) {
-    GTEST_SKIP() << "only root can become another user";
-  }
+  QOV_SKIP_UNLESS_ROOT();
   fs::permissions(directory_.path(), fs::perms::all);
   const std::string before = content();
   ASSERT_EQ(::chmod(file_.c_str(), 0644), 0);
-  EXPECT_TRUE(succeedsAsAnotherUser([this] { return set("k", "w") == -1; })) << "no right to write";
-  ASSERT_EQ(::chown(file_.c_str(), 4001, 4002), 0);
+  EXPECT_TRUE(holdsAsStranger([this] { return set("k", "w") == -1; })) << "no right to write";
+  ASSERT_EQ(::chown(file_.c_str(), kStranger, kStrangersGroup), 0);
   ASSERT_EQ(::chmod(file_.c_str(), 0444), 0);
-  EXPECT_TRUE(succeedsAsAnotherUser([this] { return set("k", "w") == -1; })) << "write-protected";
+  EXPECT_TRUE(holdsAsStranger([this] { return set("k", "w") == -1; })) << "write-protected";
   EXPECT_EQ(content(), before);
   ASSERT_EQ(::chmod(file_.c_str(), 0644), 0);
-  EXPECT_TRUE(succeedsAsAnotherUser([this] { return set("k", "w") == 0; }));
+  EXPECT_TRUE(holdsAsStranger([this] { return set("k", "w") == 0; }));
   EXPECT_EQ(read("A", "k"), "w");
   EXPECT_EQ(filesInDirectory(), 1);
 }
@@ -363,7 +325,8 @@ TEST_F(IniSave, MakesTheFileAnewWhenItIsGone) {
   EXPECT_EQ(ini.setConfigItem("A", "k", "w"), 0);
   ::umask(mask);
   EXPECT_EQ(read("A", "k"), "w");
-  EXPECT_EQ(status().st_mode & 07777, 0644u) << "not writable by everybody, whatever the mode mask";
+  EXPECT_EQ(statusOf(file_).st_mode & 07777, 0644u)
+      << "not writable by everybody, whatever the mode mask";
 }
 
 TEST_F(IniSave, MakesAFileAnewUnderTheFileModeMask) {
@@ -374,7 +337,7 @@ TEST_F(IniSave, MakesAFileAnewUnderTheFileModeMask) {
     const mode_t before = ::umask(mask);
     EXPECT_EQ(ini.setConfigItem("A", "k", "w"), 0);
     ::umask(before);
-    EXPECT_EQ(status().st_mode & 07777, 0644 & ~mask);
+    EXPECT_EQ(statusOf(file_).st_mode & 07777, 0644 & ~mask);
   }
 }
 

@@ -58,7 +58,8 @@ class CQOV_Ini_Operator {
   ///
   /// Where no file can be put in its place, it is written over: in a directory that is not
   /// writable, where its owner could not be kept, where the file is a mount point, and where its
-  /// name has more than 248 bytes. Then the same holds as far as it goes: room is reserved first
+  /// name has more than 248 bytes. Who has it locked (flock) is waited for, 5 seconds at most;
+  /// then saving fails with EWOULDBLOCK. The same holds as far as it goes: room is reserved first
   /// where the file system can do that; when writing fails all the same, the former content is put
   /// back as far as the disk takes it. But who reads while it is written, or after the process or
   /// the machine has died in the middle, may find a part of each.
