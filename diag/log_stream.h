@@ -25,8 +25,8 @@ class LogStream : public std::ostream {
   /// The stream of this process; null until use() was called once.
   static LogStream* process();
   /// Makes the process's stream write to `path`, and makes the stream if there is none. A file
-  /// that cannot be opened is tried again with every record. `owner` is who gets it when it does
-  /// not exist yet, its number standing for the group, too.
+  /// that cannot be opened is tried again with every record. A newly created file is given to
+  /// `owner`; the same number is used as group id.
   static LogStream& use(const std::string& path, std::optional<uid_t> owner);
 
   /// Why the last use() could not open the file, an errno value; 0 when it could.

@@ -13,8 +13,8 @@ class OrphanThreads {
   /// to ACE directly. Does nothing where the program has a logging backend of its own; but if it
   /// has taken ours away, ACE must not be opened without this: it would call the missing one.
   static void adoptAll(ACE_Log_Msg& log);
-  /// Whether ACE has a backend that is not the one of adoptAll(). None at all is none, too: ACE
-  /// forgets it when it comes to its end, and goes on without.
+  /// True if the program installed its own ACE backend. No backend counts as ours: ACE forgets it
+  /// at its end.
   static bool hasForeignBackend();
   /// Gives the calling thread, whose object `log` is, the process's stream if it has none.
   static void adopt(ACE_Log_Msg& log);

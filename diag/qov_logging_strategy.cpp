@@ -9,9 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <list>
 #include <new>
@@ -33,7 +31,6 @@
 namespace {
 
 constexpr const char* kDefaultLogFile = "/var/log/KRV/NoSetLogFile.log";
-constexpr size_t kLongestLine = 512;
 
 void setLogFile(CLogging_Cfg_Param& param, const char* logFile) {
   strncpy_s(param.logFile_, sizeof(param.logFile_), logFile,
@@ -94,7 +91,8 @@ void tellNoFile(const std::string& file, int error) {
   }
 }
 
-void warnOfCutName(const char* logFile, const char* cut) {
+/// Without memory this is left out: the settings are in force.
+void warnOfCutName(const char* logFile, const char* cut) noexcept try {
   if (const CQOVDebugKit* const kit = publicKit()) {
     kit->warn(65722, "initLogStrategy", __LINE__,
               qov::textOf({"take the whole path of the log",
@@ -103,6 +101,7 @@ void warnOfCutName(const char* logFile, const char* cut) {
                            {},
                            std::string("it is too long; records go to ") + cut}));
   }
+} catch (const std::bad_alloc&) {
 }
 
 /// Once `param` is in force: without memory this is left out.
@@ -139,23 +138,25 @@ qov::Failure whyNoKey(CQOV_Ini_Operator& ini, const std::string& key) {
   return failure;
 }
 
-/// Needs no memory, so that the line comes in any case.
-std::array<char, kLongestLine> describe(const CLogging_Cfg_Param& param) {
-  std::array<char, kLongestLine> line;
+std::string describe(const CLogging_Cfg_Param& param) {
+  const std::string begin = "Log settings in force: ";
   if (param.sendTerminal_ != 0) {
-    std::snprintf(line.data(), line.size(),
-                  "Log settings in force: standard error, levels as they were, from %s up",
-                  qov::lowestLevelOn());
-  } else {
-    const bool isOpen = qov::LogStream::process()->openError() == 0;
-    std::snprintf(line.data(), line.size(),
-                  "Log settings in force: LogLevel %d, %s%s, LogFileMaxSize %d KB, "
-                  "LogFileMaxCnt %d, ChkInterval %d s",
-                  std::max(param.logLevel_, 0), isOpen ? "file " : "standard error",
-                  isOpen ? param.logFile_ : "", std::max(param.logFileMaxSize_, 0),
-                  std::max(param.logFileMaxCnt_, 1), std::max(param.chkInterval_, 0));
+    return begin + "standard error, levels as they were, from " + qov::lowestLevelOn() + " up";
   }
-  return line;
+  const bool isOpen = qov::LogStream::process()->openError() == 0;
+  const auto shown = [](int value, int least) { return std::to_string(std::max(value, least)); };
+  return begin + "LogLevel " + shown(param.logLevel_, 0) + ", " +
+         (isOpen ? std::string("file ") + param.logFile_ : "standard error") + ", LogFileMaxSize " +
+         shown(param.logFileMaxSize_, 0) + " KB, LogFileMaxCnt " + shown(param.logFileMaxCnt_, 1) +
+         ", ChkInterval " + shown(param.chkInterval_, 0) + " s";
+}
+
+/// Without memory this is left out: the settings are in force.
+void tellSettings(const CLogging_Cfg_Param& param) noexcept try {
+  if (const CQOVDebugKit* const kit = publicKit()) {
+    kit->info(65771, "reloadLogStrategy", __LINE__, describe(param));
+  }
+} catch (const std::bad_alloc&) {
 }
 
 /// The user's id also stands for the group, on purpose.
@@ -197,17 +198,9 @@ int CQOV_Logging_Strategy::initLogStrategy(const char* cfgFile, const char* logF
 
 int CQOV_Logging_Strategy::reloadLogStrategy(const char* cfgFile, const char* logFile) {
   inForce_.reset();
-  errno = 0;
   const int result = initLogStrategy(cfgFile, logFile);
-  const CQOVDebugKit* const kit = publicKit();
-  if (kit == nullptr) {
-    return result;
-  }
-  if (inForce_) {
-    kit->info(65771, __FUNCTION__, __LINE__, describe(*inForce_).data());
-  } else if (errno == ENOMEM) {  // any other reason is told by whoever met it
-    kit->warn(65772, __FUNCTION__, __LINE__,
-              "Failed to configure the log: there is no memory; the log stays as it is");
+  if (inForce_) {  // or else who met the reason has told it
+    tellSettings(*inForce_);
   }
   return result;
 }

@@ -9,6 +9,7 @@
 
 #include "diag/file_strategy.h"
 #include "tests/diag/log_capture.h"
+#include "tests/diag/process_root.h"
 #include "tests/diag/reactor_timers.h"
 #include "tests/support/failing_allocations.h"
 #include "tests/support/files.h"
@@ -87,6 +88,18 @@ TEST_F(OutOfMemory, LeavesLoggingAsItWasWhenSettingsCannotBeApplied) {
     refusals += refused ? 1 : 0;
   }
   EXPECT_GT(refusals, 0);
+}
+
+TEST_F(OutOfMemory, DoesNotLeaveTheReadingOfSettingsAsAnException) {
+  ProcessRoot::configure(
+      "SendTerminal=0\nChkInterval=0\nLogFileMaxSize=x\nLogFileMaxCnt=1\nLogLevel=2\n");
+  const std::string tooLong = directory_.file(std::string(300, 'n'));
+  bool complete = false;
+  for (int granted = 0; !complete; ++granted) {
+    const auto noMore = FailingAllocations::ofThoseThatThrow(granted);
+    EXPECT_NO_THROW(strategy_.reloadLogStrategy(nullptr, tooLong.c_str())) << granted;
+    complete = !noMore.hasFailed();
+  }
 }
 
 TEST_F(OutOfMemory, ReportsThatThereIsNoStrategy) {
