@@ -85,8 +85,8 @@ void renewInChild() {
     return;
   }
   keepUtcOffset();
-  renewLockOfAce(held);
   KitLocks::release();
+  renewLockOfAce(held);
   held = nullptr;
   forkUnderWay.reset();
   RecordUnderWay::forgetAll();
