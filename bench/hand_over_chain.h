@@ -3,24 +3,27 @@
 
 #include <array>
 #include <condition_variable>
+#include <cstddef>
 #include <deque>
 #include <mutex>
 #include <thread>
+#include <vector>
 
-/// A queue between threads as one writes it in ten lines.
-template <class T>
+/// A queue between threads as a careful programmer writes it: whoever is woken finds the lock free.
 class PlainQueue {
  public:
-  void push(T item) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    items_.push_back(item);
+  void push(std::size_t item) {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      items_.push_back(item);
+    }
     filled_.notify_one();
   }
 
-  T pop() {
+  std::size_t pop() {
     std::unique_lock<std::mutex> lock(mutex_);
     filled_.wait(lock, [this] { return !items_.empty(); });
-    T item = items_.front();
+    const std::size_t item = items_.front();
     items_.pop_front();
     return item;
   }
@@ -28,25 +31,25 @@ class PlainQueue {
  private:
   std::mutex mutex_;
   std::condition_variable filled_;
-  std::deque<T> items_;
+  std::deque<std::size_t> items_;
 };
 
 /// What a synchronous request between two modules is made of, and nothing else: seven hand-overs
-/// through queues, from the requester through six threads and back to it.
+/// through seven queues with one thread behind each, from the requester through six threads and
+/// back to it.
+///
+/// What passes is the requester's number. The queues for the way back belong to the chain, because
+/// the last thread still wakes on one whose requester is gone.
 class HandOverChain {
  public:
-  struct Message {
-    PlainQueue<Message*> reply_;
-  };
-
-  HandOverChain() {
+  explicit HandOverChain(std::size_t requesters) : replies_(requesters) {
     for (std::size_t i = 0; i < kStages; ++i) {
       threads_[i] = std::thread([this, i] { pass(i); });
     }
   }
 
   ~HandOverChain() {
-    queues_[0].push(nullptr);
+    queues_[0].push(kStop);
     for (std::thread& thread : threads_) {
       thread.join();
     }
@@ -55,30 +58,30 @@ class HandOverChain {
   HandOverChain(const HandOverChain&) = delete;
   HandOverChain& operator=(const HandOverChain&) = delete;
 
-  /// Sends `message` round and waits until it is back.
-  void request(Message& message) {
-    queues_[0].push(&message);
-    message.reply_.pop();
+  /// Goes round once for `requester`, whose only request this is.
+  void request(std::size_t requester) {
+    queues_[0].push(requester);
+    replies_[requester].pop();
   }
 
  private:
   static constexpr std::size_t kStages = 6;
+  static constexpr std::size_t kStop = ~std::size_t{0};
 
   void pass(std::size_t stage) {
-    for (;;) {
-      Message* const message = queues_[stage].pop();
+    std::size_t requester = 0;
+    while (requester != kStop) {
+      requester = queues_[stage].pop();
       if (stage + 1 < kStages) {
-        queues_[stage + 1].push(message);
-      } else if (message != nullptr) {
-        message->reply_.push(message);
-      }
-      if (message == nullptr) {
-        return;
+        queues_[stage + 1].push(requester);
+      } else if (requester != kStop) {
+        replies_[requester].push(requester);
       }
     }
   }
 
-  std::array<PlainQueue<Message*>, kStages> queues_;
+  std::array<PlainQueue, kStages> queues_;
+  std::vector<PlainQueue> replies_;
   std::array<std::thread, kStages> threads_;
 };
 
