@@ -1,14 +1,14 @@
+// The link to a management endpoint, against round trips of the same bytes by blocking calls.
 #include <ace/Log_Msg.h>
-#include <benchmark/benchmark.h>
 #include <qovpub/qov_long_socket.h>
-#include <sched.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
 
+#include "bench/processors.h"
+#include "bench/stopwatch.h"
+#include "bench/table.h"
 #include "bench/table_server.h"
 #ifdef QOV_SNMPD
 #include "bench/snmp_agent.h"
@@ -16,18 +16,7 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using Message = TableServer::Message;
-
-double secondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-double medianOf(std::vector<double>& values) {
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
-}
 
 class Link : public CQOVLongSocket {
  public:
@@ -49,7 +38,7 @@ Message encoded(CT7QPackageV3& package) {
   return message;
 }
 
-Message row() {
+Message tableRow() {
   CT7QPackageV3 package;
   CTLVRecordV3& record = package.addRecord(1);
   fillRow(record, 1000);
@@ -70,60 +59,12 @@ void check(unsigned int result) {
   }
 }
 
-cpu_set_t allowed() {
-  cpu_set_t processors;
-  CPU_ZERO(&processors);
-  ::sched_getaffinity(0, sizeof processors, &processors);
-  return processors;
-}
-
-/// Errors only in the log, and both sides on one processor or wherever they come to run. On one,
-/// a change between two threads is part of each round trip, ours and theirs, which brings the ratio
-/// nearer to 1. On several, the ratio also tells where the scheduler has put which thread, and
-/// varies from run to run.
-void prepare(bool onOneProcessor) {
-  static const cpu_set_t all = allowed();
-  cpu_set_t chosen = all;
-  if (onOneProcessor) {
-    CPU_ZERO(&chosen);
-    CPU_SET(::sched_getcpu(), &chosen);
+/// Median of one exchange to that of one round trip of the same bytes.
+void exchange(benchmark::State& state, int processors) {
+  if (!useProcessors(state, processors)) {
+    return;
   }
-  ::sched_setaffinity(0, sizeof chosen, &chosen);
-
-  ACE_Log_Msg::instance()->priority_mask(LM_ERROR, ACE_Log_Msg::PROCESS);
-}
-
-/// Runs a benchmark in both ways.
-void inBothWays(benchmark::internal::Benchmark* measured) {
-  measured->ArgName("one_processor")->Arg(1)->Arg(0);
-  measured->UseManualTime()->Unit(benchmark::kMillisecond);
-}
-
-void report(benchmark::State& state, std::vector<double>& ours, std::vector<double>& theirs) {
-  const double our = medianOf(ours);
-  const double their = medianOf(theirs);
-  state.counters["ours_us"] = our * 1e6;
-  state.counters["theirs_us"] = their * 1e6;
-}
-
-/// Appends the duration of each of some calls, and gives that of all.
-template <class Call>
-double sample(const Call& call, std::vector<double>& seconds) {
-  constexpr int kBatch = 200;
-  const auto start = Clock::now();
-  for (int i = 0; i < kBatch; ++i) {
-    const auto begin = Clock::now();
-    call();
-    seconds.push_back(secondsSince(begin));
-  }
-  return secondsSince(start);
-}
-
-/// Median of one exchange against that of one round trip of the same bytes by blocking calls.
-/// Target: at most 1.2, on one processor.
-void exchange(benchmark::State& state) {
-  prepare(state.range(0) != 0);
-  TableServer server({row()});
+  TableServer server({tableRow()});
   RawClient raw(server.port());
   Link link(server.port());
   CT7QPackageV3 package;
@@ -131,23 +72,22 @@ void exchange(benchmark::State& state) {
   package[0].addEnum(MAX_TAG_VALUE, 0);
   const Message request = server.answers()[0];
   Message answer(request.size());
+  constexpr int kBatch = 200;
   std::vector<double> ours;
   std::vector<double> theirs;
   for (auto _ : state) {
-    state.SetIterationTime(sample([&] { check(link.sendMsg(&package)); }, ours));
-    sample([&] { raw.roundTrip(request, answer); }, theirs);
+    state.SetIterationTime(sample([&] { check(link.sendMsg(&package)); }, kBatch, ours));
+    sample([&] { raw.roundTrip(request, answer); }, kBatch, theirs);
   }
-  report(state, ours, theirs);
-  state.counters["ratio"] = state.counters["ours_us"] / state.counters["theirs_us"];
+  reportCost(state, ours, theirs);
 }
-BENCHMARK(exchange)->Apply(inBothWays);
 
 // So few that most walks are not interrupted by what else the machine does.
 constexpr std::size_t kRows = 50;
 
 /// A table of kRows rows and the end mark.
 std::vector<Message> table() {
-  std::vector<Message> answers(kRows, row());
+  std::vector<Message> answers(kRows, tableRow());
   answers.push_back(endMark());
   return answers;
 }
@@ -156,9 +96,9 @@ std::vector<Message> table() {
 double walkSeconds(CQOVLongSocket& link) {
   CT7QPackageV3 package;
   package.addRecord(1);
-  const auto start = Clock::now();
+  const Stopwatch watch;
   check(link.sendGetNextMsgV3(&package));
-  const double seconds = secondsSince(start);
+  const double seconds = watch.seconds();
   check(package.count() == kRows + 1 ? 0 : 1);
   return seconds;
 }
@@ -168,19 +108,20 @@ double rawSeconds(const RawClient& raw, std::vector<Message>& answers) {
   CT7QPackageV3 package;
   package.addRecord(1);
   const Message first = encoded(package);
-  const auto start = Clock::now();
+  const Stopwatch watch;
   const Message* request = &first;
   for (Message& answer : answers) {
     raw.roundTrip(*request, answer);
     request = &answer;
   }
-  return secondsSince(start);
+  return watch.seconds();
 }
 
-/// Rows that a walk reads in the time of one round trip of the same bytes by blocking calls.
-/// Target: at least 0.8, on one processor.
-void walk(benchmark::State& state) {
-  prepare(state.range(0) != 0);
+/// Rows that a walk reads in the time of one round trip.
+void walk(benchmark::State& state, int processors) {
+  if (!useProcessors(state, processors)) {
+    return;
+  }
   TableServer server(table());
   RawClient raw(server.port());
   Link link(server.port());
@@ -193,16 +134,15 @@ void walk(benchmark::State& state) {
     ours.push_back(seconds / kRows);
     theirs.push_back(rawSeconds(raw, answers) / (kRows + 1));
   }
-  report(state, ours, theirs);
-  state.counters["rows_per_s"] = 1e6 / state.counters["ours_us"];
-  state.counters["rows_per_trip"] = state.counters["theirs_us"] / state.counters["ours_us"];
+  reportRate(state, ours, theirs);
 }
-BENCHMARK(walk)->Apply(inBothWays);
 
 #ifdef QOV_SNMPD
-/// Rows per second of a walk against values per second of GETNEXT over a daemon that is installed.
+/// Rows that a walk reads while a daemon that is installed answers GETNEXT for one value.
 void walkAgainstSnmp(benchmark::State& state) {
-  prepare(true);
+  if (!useProcessors(state, 1)) {
+    return;
+  }
   const SnmpAgent agent;
   if (!agent.answers()) {
     state.SkipWithError("snmpd does not answer");
@@ -216,17 +156,24 @@ void walkAgainstSnmp(benchmark::State& state) {
     const double seconds = walkSeconds(link);
     state.SetIterationTime(seconds);
     ours.push_back(seconds / kRows);
-    const auto start = Clock::now();
+    const Stopwatch watch;
     const int values = agent.walk();
-    theirs.push_back(secondsSince(start) / values);
+    theirs.push_back(watch.seconds() / values);
   }
-  report(state, ours, theirs);
-  state.counters["rows_per_s"] = 1e6 / state.counters["ours_us"];
-  state.counters["snmp_per_s"] = 1e6 / state.counters["theirs_us"];
+  reportRate(state, ours, theirs);
 }
-BENCHMARK(walkAgainstSnmp)->UseManualTime()->Unit(benchmark::kMillisecond);
 #endif
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  ACE_Log_Msg::instance()->priority_mask(LM_ERROR, ACE_Log_Msg::PROCESS);
+  row("exchange, against a raw round trip, one CPU", "<= 1.03", exchange, 1);
+  row("exchange, against a raw round trip, two CPUs", "", exchange, 2);
+  row("walk, rows per raw trip, one CPU", ">= 0.92", walk, 1);
+  row("walk, rows per raw trip, two CPUs", "", walk, 2);
+#ifdef QOV_SNMPD
+  row("walk, rows per GETNEXT, one CPU", "", walkAgainstSnmp);
+#endif
+  return runTable(argc, argv);
+}

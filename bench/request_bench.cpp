@@ -24,11 +24,7 @@ void latency(benchmark::State& state, int processors) {
     state.SetIterationTime(sample([&] { requester.request(); }, kBatch, ours));
     sample([&] { chain.request(0); }, kBatch, theirs);
   }
-  const double our = medianOf(ours);
-  const double their = medianOf(theirs);
-  state.counters["ours_us"] = our * 1e6;
-  state.counters["theirs_us"] = their * 1e6;
-  state.counters["ratio"] = our / their;
+  reportCost(state, ours, theirs);
 }
 
 /// Requests of all requesters per second to passes through the chain per second.

@@ -7,7 +7,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <vector>
+
+#include "bench/stopwatch.h"
 
 namespace {
 
@@ -51,6 +52,19 @@ class TableReporter : public benchmark::BenchmarkReporter {
 };
 
 }  // namespace
+
+void reportCost(benchmark::State& state, std::vector<double>& ours, std::vector<double>& theirs) {
+  const double our = medianOf(ours);
+  const double their = medianOf(theirs);
+  state.counters["ours_us"] = our * 1e6;
+  state.counters["theirs_us"] = their * 1e6;
+  state.counters["ratio"] = our / their;
+}
+
+void reportRate(benchmark::State& state, std::vector<double>& ours, std::vector<double>& theirs) {
+  reportCost(state, ours, theirs);
+  state.counters["ratio"] = 1 / state.counters["ratio"];
+}
 
 int runTable(int argc, char** argv) {
   // In front of the caller's, which count more.

@@ -4,6 +4,7 @@
 #include <benchmark/benchmark.h>
 
 #include <string>
+#include <vector>
 
 /// Registers one row: `measure(state, arguments...)` runs one round, in which it measures two
 /// things by turns, and sets the counter "ratio". `wanted` says which ratio is good, as "<= 0.95".
@@ -16,6 +17,11 @@ void row(const std::string& path, const std::string& wanted, Measure measure,
   };
   benchmark::RegisterBenchmark(path.c_str(), round)->UseManualTime();
 }
+
+/// Sets the counters of a round from the durations of single calls, in seconds. The ratio is that
+/// of the medians: ours to theirs, or how many of ours are done in the time of one of theirs.
+void reportCost(benchmark::State& state, std::vector<double>& ours, std::vector<double>& theirs);
+void reportRate(benchmark::State& state, std::vector<double>& ours, std::vector<double>& theirs);
 
 /// Runs the registered rows, nine rounds of each unless the arguments say otherwise, and prints
 ///
