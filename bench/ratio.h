@@ -60,9 +60,4 @@ class Ratio {
   long batches_ = 0;
 };
 
-/// For BENCHMARK()->Apply(): repeats a benchmark that uses Ratio, and prints median and spread.
-inline void asRatio(benchmark::internal::Benchmark* each) {
-  each->UseManualTime()->Repetitions(9)->ReportAggregatesOnly();
-}
-
 #endif
