@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <vector>
 
-#include "bench/processors.h"
 #include "bench/stopwatch.h"
 #include "bench/table.h"
 #include "bench/table_server.h"

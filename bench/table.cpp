@@ -1,29 +1,43 @@
 #include "bench/table.h"
 
 #include <malloc.h>
+#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <regex>
+#include <utility>
 
 #include "bench/stopwatch.h"
 
 namespace {
 
-using Run = benchmark::BenchmarkReporter::Run;
+struct Row {
+  std::string path;
+  std::string wanted;
+  Round round;
+};
 
-class TableReporter : public benchmark::BenchmarkReporter {
+std::vector<Row>& rows() {
+  static std::vector<Row> all;
+  return all;
+}
+
+class RowReporter : public benchmark::BenchmarkReporter {
  public:
+  explicit RowReporter(const Row& row) : row_(row) {}
+
   bool ReportContext(const Context& /*context*/) override { return true; }
 
-  /// All rounds of one row come together, and their aggregates in a call of their own.
+  /// All rounds come together, and their aggregates in a call of their own.
   void ReportRuns(const std::vector<Run>& runs) override {
     std::vector<double> ratios;
     for (const Run& run : runs) {
       if (run.error_occurred) {
-        print(run, run.error_message);
+        print(run.error_message);
         return;
       }
       if (run.run_type == Run::RT_Iteration) {
@@ -31,7 +45,7 @@ class TableReporter : public benchmark::BenchmarkReporter {
       }
     }
     if (!ratios.empty()) {
-      print(runs.front(), medianAndSpread(ratios));
+      print(medianAndSpread(ratios));
     }
   }
 
@@ -44,14 +58,65 @@ class TableReporter : public benchmark::BenchmarkReporter {
     return text;
   }
 
-  static void print(const Run& run, const std::string& result) {
-    std::printf("| %s | %s | %s |\n", run.run_name.function_name.c_str(), result.c_str(),
-                run.report_label.c_str());
-    std::fflush(stdout);
+  void print(const std::string& result) const {
+    std::printf("| %s | %s | %s |\n", row_.path.c_str(), result.c_str(), row_.wanted.c_str());
   }
+
+  const Row& row_;
 };
 
+[[noreturn]] void run(const Row& row) {
+  benchmark::RegisterBenchmark(row.path.c_str(), row.round)->UseManualTime();
+  RowReporter reporter(row);
+  benchmark::RunSpecifiedBenchmarks(&reporter, "all");
+  std::exit(EXIT_SUCCESS);
+}
+
+bool runInChild(const Row& row) {
+  const pid_t child = fork();
+  if (child == 0) {
+    run(row);
+  }
+  int status = 0;
+  return child > 0 && waitpid(child, &status, 0) == child && status == 0;
+}
+
+cpu_set_t allowedProcessors() {
+  cpu_set_t processors;
+  CPU_ZERO(&processors);
+  ::sched_getaffinity(0, sizeof processors, &processors);
+  return processors;
+}
+
 }  // namespace
+
+void addRow(const std::string& path, const std::string& wanted, Round round) {
+  rows().push_back({path, wanted, std::move(round)});
+}
+
+void addAgentRow(const std::string& path, const std::string& wanted, Round round) {
+  addRow(path + ", agent's allocator", wanted, [round = std::move(round)](benchmark::State& state) {
+    mallopt(M_MMAP_THRESHOLD, 1024);
+    mallopt(M_MXFAST, 0);
+    round(state);
+  });
+}
+
+bool useProcessors(benchmark::State& state, int count) {
+  const cpu_set_t allowed = allowedProcessors();
+  cpu_set_t chosen;
+  CPU_ZERO(&chosen);
+  for (int i = 0; i < CPU_SETSIZE && CPU_COUNT(&chosen) < count; ++i) {
+    if (CPU_ISSET(i, &allowed)) {
+      CPU_SET(i, &chosen);
+    }
+  }
+  if (CPU_COUNT(&chosen) < count || ::sched_setaffinity(0, sizeof chosen, &chosen) != 0) {
+    state.SkipWithError("too few processors");
+    return false;
+  }
+  return true;
+}
 
 void reportCost(benchmark::State& state, std::vector<double>& ours, std::vector<double>& theirs) {
   const double our = medianOf(ours);
@@ -77,24 +142,10 @@ int runTable(int argc, char** argv) {
   if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) {
     return EXIT_FAILURE;
   }
-  TableReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  return EXIT_SUCCESS;
-}
-
-int runTableWithBothAllocators(int argc, char** argv, void (*rows)(const std::string& behindPath)) {
-  // The allocator's settings cannot be taken back.
-  const pid_t child = fork();
-  if (child == 0) {
-    rows("");
-    return runTable(argc, argv);
+  const std::regex filter(benchmark::GetBenchmarkFilter());
+  bool done = true;
+  for (const Row& row : rows()) {
+    done = (!std::regex_search(row.path, filter) || runInChild(row)) && done;
   }
-  int status = 0;
-  if (child < 0 || waitpid(child, &status, 0) != child || status != 0) {
-    return EXIT_FAILURE;
-  }
-  mallopt(M_MMAP_THRESHOLD, 1024);
-  mallopt(M_MXFAST, 0);
-  rows(", agent's allocator");
-  return runTable(argc, argv);
+  return done ? EXIT_SUCCESS : EXIT_FAILURE;
 }
