@@ -1,21 +1,16 @@
 // Build, encode, decode and read every value of one message, against msgpack-cxx with the same
 // content: the header's fields and, record by record, a command code and tagged values.
-//
-// Everything runs twice: with the allocator as it is in a plain program, and with the settings of
-// an agent process, where an allocation of 1024 bytes or more tends to be a mapping of its own.
-#include <benchmark/benchmark.h>
-#include <malloc.h>
 #include <qovpub/qov_message_package.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <msgpack.hpp>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include "bench/ratio.h"
+#include "bench/table.h"
 
 namespace {
 
@@ -25,15 +20,20 @@ struct Content {
   unsigned int records;
   unsigned int cells;
   Values values;
+  std::string_view text;
 };
 
-constexpr Content kFourIntegers{1, 4, Values::kIntegers};
-constexpr Content kTenTimesEight{10, 8, Values::kIntegersAndStrings};
-constexpr Content kHundredTimesTwenty{100, 20, Values::kIntegersAndStrings};
-constexpr Content kHundredTimesTwentyIntegers{100, 20, Values::kIntegers};
-constexpr Content kOneOctetCell{1, 1, Values::kOctets};
-
 constexpr std::string_view kText = "0123456789abcdef";
+// Longer than what a string type keeps within itself.
+constexpr std::string_view kLongText = "0123456789abcdef0123456789abcdef";
+
+constexpr Content kOneTimesFour{1, 4, Values::kIntegers, {}};
+constexpr Content kTenTimesEight{10, 8, Values::kIntegersAndStrings, kText};
+constexpr Content kTenTimesEightLong{10, 8, Values::kIntegersAndStrings, kLongText};
+constexpr Content kHundredTimesTwenty{100, 20, Values::kIntegersAndStrings, kText};
+constexpr Content kHundredTimesTwentyIntegers{100, 20, Values::kIntegers, {}};
+constexpr Content kOneOctetCell{1, 1, Values::kOctets, {}};
+
 const std::vector<unsigned char> octets(60000, 7);
 
 std::uint64_t number(unsigned int record, unsigned int cell) {
@@ -56,7 +56,7 @@ void fill(CTLVRecordV3& record, const Content& content, unsigned int index) {
     if (content.values == Values::kOctets) {
       record.addOctets(tag, octets.data(), octets.size());
     } else if (isText(content, i)) {
-      record.addString(tag, kText);
+      record.addString(tag, content.text);
     } else {
       record.addUnsigned(tag, number(index, i));
     }
@@ -143,8 +143,8 @@ void packRecord(Packer& packer, const Content& content, unsigned int index) {
       packer.pack_bin_body(reinterpret_cast<const char*>(octets.data()),
                            static_cast<std::uint32_t>(octets.size()));
     } else if (isText(content, i)) {
-      packer.pack_str(static_cast<std::uint32_t>(kText.size()));
-      packer.pack_str_body(kText.data(), static_cast<std::uint32_t>(kText.size()));
+      packer.pack_str(static_cast<std::uint32_t>(content.text.size()));
+      packer.pack_str_body(content.text.data(), static_cast<std::uint32_t>(content.text.size()));
     } else {
       packer.pack(number(index, i));
     }
@@ -243,19 +243,6 @@ void reusingRoundTrip(benchmark::State& state, const Content& content) {
   checkSame(state, our, their);
 }
 
-// Targets of roundTrip: at most 0.65, 0.9, 0.85 and 1.45.
-#define QOV_CODEC_BENCH(pair)                                                                 \
-  BENCHMARK_CAPTURE(pair, oneRecordOfFourIntegers, kFourIntegers)->UseManualTime();           \
-  BENCHMARK_CAPTURE(pair, tenRecordsOfEightCells, kTenTimesEight)->UseManualTime();           \
-  BENCHMARK_CAPTURE(pair, hundredRecordsOfTwentyCells, kHundredTimesTwenty)->UseManualTime(); \
-  BENCHMARK_CAPTURE(pair, hundredRecordsOfTwentyIntegers, kHundredTimesTwentyIntegers)        \
-      ->UseManualTime();                                                                      \
-  BENCHMARK_CAPTURE(pair, oneOctetCellOf60000Bytes, kOneOctetCell)->UseManualTime()
-
-QOV_CODEC_BENCH(roundTrip);
-QOV_CODEC_BENCH(allocatingRoundTrip);
-QOV_CODEC_BENCH(reusingRoundTrip);
-
 // --- look-ups
 
 /// Adds 4,096 cells, each after a look-up that does not find it.
@@ -279,44 +266,22 @@ void findOrAddThroughNonConst(benchmark::State& state) {
     ratio.theirs([] { benchmark::DoNotOptimize(findOrAdd<const CTLVRecordV3>()); });
   }
 }
-BENCHMARK(findOrAddThroughNonConst)->UseManualTime();
-
-void runAll(const char* allocator) {
-  std::printf("\nallocator: %s\n", allocator);
-  std::fflush(stdout);
-  benchmark::RunSpecifiedBenchmarks();
-  std::fflush(stdout);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Without arguments, enough repetitions for a median and its spread.
-  std::vector<char*> arguments(argv, argv + argc);
-  char repetitions[] = "--benchmark_repetitions=9";
-  char aggregates[] = "--benchmark_report_aggregates_only=true";
-  char minTime[] = "--benchmark_min_time=0.02";
-  if (argc == 1) {
-    arguments.insert(arguments.end(), {repetitions, aggregates, minTime});
-  }
-  int count = static_cast<int>(arguments.size());
-  benchmark::Initialize(&count, arguments.data());
-  if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) {
-    return EXIT_FAILURE;
-  }
-
-  // The allocator's settings cannot be taken back.
-  const pid_t child = fork();
-  if (child == 0) {
-    runAll("as in a plain program");
-    std::_Exit(EXIT_SUCCESS);
-  }
-  int status = 0;
-  if (child < 0 || waitpid(child, &status, 0) != child || status != 0) {
-    return EXIT_FAILURE;
-  }
-  mallopt(M_MMAP_THRESHOLD, 1024);
-  mallopt(M_MXFAST, 0);
-  runAll("as in an agent process");
-  return EXIT_SUCCESS;
+  row("codec S, 1 x 4 integers", "<= 0.44", roundTrip, kOneTimesFour);
+  row("codec M, 10 x 8 integers and 16-byte strings", "<= 0.47", roundTrip, kTenTimesEight);
+  row("codec, 10 x 8 with 32-byte strings", "<= 0.95", roundTrip, kTenTimesEightLong);
+  row("codec L, 100 x 20 integers and 16-byte strings", "<= 0.45", roundTrip, kHundredTimesTwenty);
+  row("codec L, 100 x 20 integers", "", roundTrip, kHundredTimesTwentyIntegers);
+  row("codec, 60,000 octets", "<= 1.1", roundTrip, kOneOctetCell);
+  agentRow("codec, 60,000 octets", "<= 1.1", roundTrip, kOneOctetCell);
+  agentRow("codec M, 10 x 8 integers and 16-byte strings", "", roundTrip, kTenTimesEight);
+  row("codec M, both with new buffers", "", allocatingRoundTrip, kTenTimesEight);
+  row("codec M, both with their buffers again", "", reusingRoundTrip, kTenTimesEight);
+  row("codec, 60,000 octets, both with new buffers", "<= 1.1", allocatingRoundTrip, kOneOctetCell);
+  agentRow("codec, 60,000 octets, both with new buffers", "<= 1.1", allocatingRoundTrip,
+           kOneOctetCell);
+  row("find or add a cell, through a reference to non-const", "about 1", findOrAddThroughNonConst);
+  return runTable(argc, argv);
 }

@@ -134,7 +134,7 @@ void reportRate(benchmark::State& state, std::vector<double>& ours, std::vector<
 int runTable(int argc, char** argv) {
   // In front of the caller's, which count more.
   char repetitions[] = "--benchmark_repetitions=9";
-  char minTime[] = "--benchmark_min_time=0.2";
+  char minTime[] = "--benchmark_min_time=0.1";
   std::vector<char*> arguments{argv[0], repetitions, minTime};
   arguments.insert(arguments.end(), argv + 1, argv + argc);
   int count = static_cast<int>(arguments.size());
