@@ -63,8 +63,8 @@ void disabledFormattedRecordToAceMasked(benchmark::State& state) {
 }
 
 void disabledRecordOfGuardToAceMasked(benchmark::State& state) {
-  CQOVDebugKitGuard guard(0, "int main()");
   enable(LM_ERROR);
+  CQOVDebugKitGuard guard(0, "int main()");
   Ratio ratio(state);
   for (auto _ : state) {
     ratio.ours([&guard] {
