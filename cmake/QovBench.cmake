@@ -1,17 +1,14 @@
-# qov_bench(<name> SOURCES <file>... [LIBRARIES <target>...])
+# qov_bench(<name> SOURCES <file>...)
 #
-# One Google Benchmark program. It repeats each benchmark and prints median and spread; a tiny run
-# of it is a test.
+# One program of bench/ (see bench/table.h); a tiny run of it is a test.
 find_package(benchmark REQUIRED)
 
 function(qov_bench name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   # As the tests': the process name ends at the last dot of the program's path.
   set_target_properties(${name} PROPERTIES SUFFIX ".bin")
-  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
-  target_link_libraries(${name} PRIVATE qov::qovpub qov_compile_options benchmark::benchmark
-                                        ${ARG_LIBRARIES})
+  target_link_libraries(${name} PRIVATE qov_bench_table qov::qovpub qov_compile_options)
   if(QOV_BUILD_TESTS)
     add_test(NAME ${name} COMMAND ${name} --benchmark_min_time=0.001 --benchmark_repetitions=1)
     set_tests_properties(${name} PROPERTIES LABELS bench TIMEOUT 600 ${QOV_SANITIZER_FIXTURE})
