@@ -9,6 +9,7 @@
 
 using Round = std::function<void(benchmark::State&)>;
 
+// What the templates below pass on to.
 void addRow(const std::string& path, const std::string& wanted, Round round);
 void addAgentRow(const std::string& path, const std::string& wanted, Round round);
 
