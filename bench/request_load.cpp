@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
     return EXIT_FAILURE;
   }
   std::vector<Requester> all(static_cast<std::size_t>(requesters));
-  secondsOfAll(all.size(), requests / requesters, [&all](std::size_t i) { all[i].request(); });
+  secondsOfAll(CLOCK_MONOTONIC, all.size(), requests / requesters,
+               [&all](std::size_t i) { all[i].request(); });
   return EXIT_SUCCESS;
 }

@@ -22,10 +22,10 @@ class Requester {
   CQOV_Task task_;
 };
 
-/// Lets `requesters` threads call `request(number)` `each` times; returns the seconds that all of
-/// them take.
+/// Lets `requesters` threads call `request(number)` `each` times; returns the seconds of `clock`
+/// that all of them take.
 template <class Request>
-double secondsOfAll(std::size_t requesters, int each, const Request& request) {
+double secondsOfAll(clockid_t clock, std::size_t requesters, int each, const Request& request) {
   std::atomic<bool> go{false};
   std::vector<std::thread> threads;
   for (std::size_t number = 0; number < requesters; ++number) {
@@ -38,7 +38,7 @@ double secondsOfAll(std::size_t requesters, int each, const Request& request) {
       }
     });
   }
-  const Stopwatch watch;
+  const Stopwatch watch(clock);
   go = true;
   for (std::thread& thread : threads) {
     thread.join();

@@ -2,17 +2,25 @@
 #define QOV_BENCH_STOPWATCH_H
 
 #include <algorithm>
-#include <chrono>
+#include <ctime>
 #include <vector>
 
 class Stopwatch {
  public:
-  double seconds() const {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-  }
+  /// Runs by `clock`, one of clock_gettime()'s.
+  explicit Stopwatch(clockid_t clock = CLOCK_MONOTONIC) : clock_(clock), start_(now()) {}
+
+  double seconds() const { return now() - start_; }
 
  private:
-  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+  double now() const {
+    timespec time{};
+    clock_gettime(clock_, &time);
+    return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+  }
+
+  const clockid_t clock_;
+  const double start_;
 };
 
 inline double medianOf(std::vector<double>& values) {
