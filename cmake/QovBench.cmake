@@ -11,6 +11,7 @@ function(qov_bench name)
   target_link_libraries(${name} PRIVATE qov_bench_table qov::qovpub qov_compile_options)
   if(QOV_BUILD_TESTS)
     add_test(NAME ${name} COMMAND ${name} --benchmark_min_time=0.001 --benchmark_repetitions=1)
-    set_tests_properties(${name} PROPERTIES LABELS bench TIMEOUT 600 ${QOV_SANITIZER_FIXTURE})
+    set_tests_properties(${name} PROPERTIES LABELS bench TIMEOUT 600
+      ENVIRONMENT QOV_BENCH_SHORT=1 ${QOV_SANITIZER_FIXTURE})
   endif()
 endfunction()
