@@ -1,61 +1,51 @@
 #include "task/doorbell.h"
 
 #include <algorithm>
-#include <new>
+#include <cerrno>
+#include <ctime>
 
 namespace qov {
 
 namespace {
 
-/// So many threads are kept waiting for the sake of the batch, and no more.
-constexpr std::size_t kMostCollected = 16;
-
-/// Nor does one wait while so much is put before it: its queue has an end.
-constexpr unsigned int kMostRings = 256;
-
 thread_local RingCollector* collector = nullptr;
 
-/// Counts its thread among those that wait.
-class Waiting {
- public:
-  explicit Waiting(int& count) : count_(count) { ++count_; }
-  ~Waiting() { --count_; }
-
-  Waiting(const Waiting&) = delete;
-  Waiting& operator=(const Waiting&) = delete;
-
- private:
-  int& count_;
-};
+timespec toTimespec(Doorbell::Clock::time_point time) {
+  const std::chrono::nanoseconds since = time.time_since_epoch();
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(since);
+  return {seconds.count(), (since - seconds).count()};
+}
 
 }  // namespace
 
+Doorbell::Doorbell() {
+  ::sem_init(&signal_, 0, 0);
+}
+
+Doorbell::~Doorbell() {
+  ::sem_destroy(&signal_);
+}
+
 void Doorbell::ring() {
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    ringing_ = true;
-    if (waiting_ == 0) {
-      return;
-    }
+  if (!rung_.exchange(true)) {
+    ::sem_post(&signal_);
   }
-  // The lock is free by now, or else the woken thread would run into it.
-  rung_.notify_one();
 }
 
 bool Doorbell::wait(const std::optional<Clock::time_point>& deadline) {
   ringCollected();
-  std::unique_lock<std::mutex> lock(mutex_);
-  // Also when the thread is cancelled while it waits.
-  const Waiting waiting(waiting_);
-  const auto ringing = [this] { return ringing_; };
-  bool rung = true;
-  if (deadline) {
-    rung = rung_.wait_until(lock, *deadline, ringing);
-  } else {
-    rung_.wait(lock, ringing);
+  const timespec until = deadline ? toTimespec(*deadline) : timespec{};
+  const auto waitOnce = [&] {
+    return deadline ? ::sem_clockwait(&signal_, CLOCK_MONOTONIC, &until) : ::sem_wait(&signal_);
+  };
+  while (waitOnce() != 0) {
+    if (errno != EINTR) {
+      return false;
+    }
   }
-  ringing_ = false;
-  return rung;
+  // Before the waiter looks: a ring from now on posts anew.
+  rung_.exchange(false);
+  return true;
 }
 
 void ring(const std::shared_ptr<Doorbell>& bell) {
@@ -72,35 +62,35 @@ void ringCollected() {
   }
 }
 
-RingCollector::RingCollector() {
-  try {
-    bells_.reserve(kMostCollected);
+RingCollector::RingCollector() : isInner_(collector != nullptr) {
+  if (!isInner_) {
     collector = this;
-  } catch (const std::bad_alloc&) {
-    // Nothing is collected then.
   }
 }
 
 RingCollector::~RingCollector() {
-  ringAll();
-  collector = nullptr;
+  if (!isInner_) {
+    collector = nullptr;
+    ringAll();
+  }
 }
 
 void RingCollector::add(const std::shared_ptr<Doorbell>& bell) {
-  if (std::find(bells_.begin(), bells_.end(), bell) == bells_.end()) {
-    bells_.push_back(bell);
+  const auto end = bells_.begin() + static_cast<std::ptrdiff_t>(count_);
+  if (std::find(bells_.begin(), end, bell) == end) {
+    bells_[count_++] = bell;
   }
-  ++rings_;
-  if (bells_.size() == kMostCollected || rings_ == kMostRings) {
+  if (++rings_ == kMostRings || count_ == kMostBells) {
     ringAll();
   }
 }
 
 void RingCollector::ringAll() {
-  for (const std::shared_ptr<Doorbell>& bell : bells_) {
+  for (; count_ > 0; --count_) {
+    std::shared_ptr<Doorbell>& bell = bells_[count_ - 1];
     bell->ring();
+    bell.reset();
   }
-  bells_.clear();
   rings_ = 0;
 }
 

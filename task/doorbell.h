@@ -1,47 +1,65 @@
 #ifndef QOV_TASK_DOORBELL_H
 #define QOV_TASK_DOORBELL_H
 
+#include <semaphore.h>
+
+#include <array>
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
+#include <cstddef>
 #include <memory>
-#include <mutex>
 #include <optional>
-#include <vector>
 
 namespace qov {
 
 /// Wakes a thread that waits for work. A ring while nobody waits ends the next wait.
 ///
-/// Shared by the waiter and by whoever is about to ring: the waiter may find its work by itself and
-/// be gone, queue and all, before the ring comes.
+/// A ring is no system call while the waiter is awake or has been rung for already, and one when it
+/// sleeps.
 ///
-/// Thread: any.
+/// No wake-up is lost. Who has work leaves it where the waiter looks and then rings; the waiter
+/// takes a ring and then looks. A ring that finds the bell rung posts nothing: the ring before it
+/// is not taken yet, and when it is, the waiter sees what was left before either.
+///
+/// Thread: any. Several may wait; a ring ends the wait of one of them. A thread may be cancelled
+///         while it waits; the bell stays usable.
 class Doorbell {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// A waiter that sleeps is woken; no system call while it is awake.
+  Doorbell();
+  ~Doorbell();
+
+  Doorbell(const Doorbell&) = delete;
+  Doorbell& operator=(const Doorbell&) = delete;
+
   void ring();
 
-  /// Waits for a ring, at most until `deadline`, and takes it. False when none came in time.
-  bool wait(const std::optional<Clock::time_point>& deadline);
+  /// Waits for a ring, at most until `deadline`, and takes it. False when none came in time. First
+  /// rings what the calling thread has collected.
+  bool wait(const std::optional<Clock::time_point>& deadline = std::nullopt);
 
  private:
-  std::mutex mutex_;
-  std::condition_variable rung_;
-  // Guarded by mutex_.
-  bool ringing_ = false;
-  int waiting_ = 0;
+  /// From a ring until it is taken. The semaphore is posted once meanwhile.
+  std::atomic<bool> rung_{false};
+  /// A thread that waits for it can be cancelled, as none can that waits for a bare futex.
+  sem_t signal_;
 };
 
-/// Rings `bell`: at once, or with the rest of the batch that the calling thread collects.
+/// Rings `bell`: at once, or with the rest of the batch that the calling thread collects, which
+/// keeps the bell. The waiter may find its work by itself and be gone, queue and all, before the
+/// ring comes.
 void ring(const std::shared_ptr<Doorbell>& bell);
 
-/// Rings what the calling thread has collected. Whoever is about to wait calls it first.
+/// Rings what the calling thread has collected. For who is about to wait for anything but a bell.
 void ringCollected();
 
-/// While one lives, its thread collects its rings instead of being interrupted by each thread that
-/// it wakes. They go out when the thread is about to wait, when they are many, and at the end.
+/// While one lives, its thread collects its rings. They go out before the thread waits for a bell,
+/// when they are many, and at the end. Within another one it does nothing.
+///
+/// Made before a lock is taken, it rings when the lock is free again; whom it wakes would run into
+/// the lock. Around a batch of messages, it keeps the thread from being interrupted by each thread
+/// that it wakes.
 class RingCollector {
  public:
   RingCollector();
@@ -54,10 +72,17 @@ class RingCollector {
   friend void ring(const std::shared_ptr<Doorbell>& bell);
   friend void ringCollected();
 
+  /// So many threads are kept waiting for the sake of the batch, and no more.
+  static constexpr std::size_t kMostBells = 16;
+  /// Nor does one wait while so much is put before it: its queue has an end.
+  static constexpr unsigned int kMostRings = 256;
+
   void add(const std::shared_ptr<Doorbell>& bell);
   void ringAll();
 
-  std::vector<std::shared_ptr<Doorbell>> bells_;
+  const bool isInner_;
+  std::array<std::shared_ptr<Doorbell>, kMostBells> bells_;
+  std::size_t count_ = 0;
   unsigned int rings_ = 0;
 };
 

@@ -92,8 +92,7 @@ int LeaderQueue::enqueueForOwnWorkers(ACE_Message_Block* mb, ACE_Time_Value* tim
     }
   }
   ModuleLoad::Waiter place(*load_, mb->total_size(), own);
-  return place.wait(deadline ? &*deadline : nullptr) ? TaskQueue::enqueue_tail(mb, timeout)
-                                                     : refuse();
+  return place.wait(deadline) ? TaskQueue::enqueue_tail(mb, timeout) : refuse();
 }
 
 int LeaderQueue::wait_not_full_cond(ACE_Time_Value* timeout) {

@@ -80,9 +80,10 @@ bool CQOV_Leader_Task::run() {
 int CQOV_Leader_Task::svc() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_Leader_Task::svc()");
   reactor_.owner(ACE_Thread::self());
-  const qov::RingCollector collector;
   ACE_Reactor& processReactor = *ACE_Reactor::instance();
   while (processReactor.reactor_event_loop_done() == 0 && reactorImpl_->deactivated() == 0) {
+    // Not longer: a busy leader never waits, and whom it wakes would sleep until it does.
+    const qov::RingCollector round;
     reactor_.handle_events();
   }
   shutDown();

@@ -1,6 +1,5 @@
 #include "task/module_load.h"
 
-#include "task/doorbell.h"
 #include "task/task_queue.h"
 
 namespace qov {
@@ -27,15 +26,9 @@ ModuleLoad::Waiter::~Waiter() {
   }
 }
 
-bool ModuleLoad::Waiter::wait(const Clock::time_point* deadline) {
-  ringCollected();
-  std::unique_lock<std::mutex> lock(load_.mutex_);
-  const auto mayGo = [this] { return letIn_; };
-  if (deadline != nullptr) {
-    woken_.wait_until(lock, *deadline, mayGo);
-  } else {
-    woken_.wait(lock, mayGo);
-  }
+bool ModuleLoad::Waiter::wait(const std::optional<Clock::time_point>& deadline) {
+  woken_.wait(deadline);
+  const std::lock_guard<std::mutex> lock(load_.mutex_);
   return letIn_;
 }
 
@@ -43,7 +36,7 @@ void ModuleLoad::Waiter::letIn() {
   load_.waiting_.fetch_add(bytes_);
   leave();
   letIn_ = true;
-  woken_.notify_one();
+  woken_.ring();
 }
 
 void ModuleLoad::Waiter::leave() {

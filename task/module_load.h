@@ -4,10 +4,11 @@
 #include <ace/Message_Queue.h>
 
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <mutex>
+#include <optional>
+
+#include "task/doorbell.h"
 
 namespace qov {
 
@@ -25,7 +26,7 @@ class TaskQueue;
 /// Thread: any.
 class ModuleLoad {
  public:
-  using Clock = std::chrono::steady_clock;
+  using Clock = Doorbell::Clock;
 
   /// From so many bytes on there is no room: ACE's default for a single queue.
   static constexpr std::size_t kLimit = ACE_Message_Queue_Base::DEFAULT_HWM;
@@ -79,8 +80,8 @@ class ModuleLoad::Waiter {
   Waiter(const Waiter&) = delete;
   Waiter& operator=(const Waiter&) = delete;
 
-  /// Waits until there is room, or until `deadline` (null: without limit). True when let in.
-  bool wait(const Clock::time_point* deadline);
+  /// Waits until there is room, or until `deadline`, if there is one. True when let in.
+  bool wait(const std::optional<Clock::time_point>& deadline);
 
  private:
   friend class ModuleLoad;
@@ -92,7 +93,7 @@ class ModuleLoad::Waiter {
   ModuleLoad& load_;
   const std::size_t bytes_;
   const TaskQueue* const own_;
-  std::condition_variable woken_;
+  Doorbell woken_;
   // Guarded by the mutex of the load.
   Waiter* next_ = nullptr;
   /// Off the line, with its bytes counted.

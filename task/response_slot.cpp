@@ -8,8 +8,6 @@
 
 namespace qov {
 
-ResponseSlot::ResponseSlot() : changed_(lock_) {}
-
 ResponseSlot::~ResponseSlot() {
   empty();
 }
@@ -20,26 +18,28 @@ void ResponseSlot::put(ACE_Message_Block* mb) {
     empty();
     block_ = mb;
   }
-  changed_.signal();
+  ring(changed_);
 }
 
 void ResponseSlot::wake() {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
   empty();
   woken_ = true;
-  changed_.signal();
+  ring(changed_);
 }
 
 void ResponseSlot::stop() {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
   stopped_ = true;
-  changed_.signal();
+  ring(changed_);
 }
 
 ACE_Message_Block* ResponseSlot::take() {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
   while (block_ == nullptr && !woken_ && !stopped_) {
-    changed_.wait();
+    guard.release();
+    changed_->wait();
+    guard.acquire();
   }
   woken_ = false;
   return std::exchange(block_, nullptr);

@@ -1,9 +1,12 @@
 #ifndef QOV_TASK_RESPONSE_SLOT_H
 #define QOV_TASK_RESPONSE_SLOT_H
 
-#include <ace/Condition_Thread_Mutex.h>
 #include <ace/Message_Block.h>
 #include <ace/Thread_Mutex.h>
+
+#include <memory>
+
+#include "task/doorbell.h"
 
 namespace qov {
 
@@ -14,7 +17,7 @@ namespace qov {
 /// Owns:   the block in the slot, with its package.
 class ResponseSlot {
  public:
-  ResponseSlot();
+  ResponseSlot() = default;
   ~ResponseSlot();
 
   ResponseSlot(const ResponseSlot&) = delete;
@@ -38,8 +41,8 @@ class ResponseSlot {
  private:
   void empty();
 
+  const std::shared_ptr<Doorbell> changed_ = std::make_shared<Doorbell>();
   ACE_Thread_Mutex lock_;
-  ACE_Condition<ACE_Thread_Mutex> changed_;
   // Guarded by lock_.
   ACE_Message_Block* block_ = nullptr;
   bool woken_ = false;

@@ -38,32 +38,21 @@ int TaskQueue::forceTail(ACE_Message_Block* mb) {
 }
 
 bool TaskQueue::offer(ACE_Message_Block* mb) {
-  {
-    ACE_Guard<ACE_Thread_Mutex> guard(lock_);
-    if (toldToStop_ || putLocked(mb, nullptr, true) == -1) {
-      return false;
-    }
-  }
-  ring(bell_);
-  return true;
+  const RingCollector untilUnlocked;
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  return !toldToStop_ && putLocked(mb, nullptr, true) != -1;
 }
 
 int TaskQueue::put(ACE_Message_Block* mb, ACE_Time_Value* timeout, bool force) {
-  // Held, since whoever takes the block may be done with the queue before the bell is rung.
-  std::shared_ptr<Doorbell> bell;
+  const RingCollector untilUnlocked;
   ACE_Notification_Strategy* notifier = nullptr;
   int count = 0;
   {
     ACE_Guard<ACE_Thread_Mutex> guard(lock_);
     count = putLocked(mb, timeout, force);
     notifier = notification_strategy_;
-    if (count != -1 && notifier == nullptr) {
-      bell = bell_;
-    }
   }
-  if (bell != nullptr) {
-    ring(bell);
-  } else if (count != -1) {
+  if (count != -1 && notifier != nullptr) {
     notifier->notify();
   }
   return count;
@@ -78,29 +67,25 @@ int TaskQueue::putLocked(ACE_Message_Block* mb, ACE_Time_Value* timeout, bool fo
     return -1;
   }
   toldToStop_ = toldToStop_ || isStop(mb);
-  holdBell_ = true;
-  const int count = enqueue_tail_i(mb);
-  holdBell_ = false;
-  return count;
+  return enqueue_tail_i(mb);
 }
 
 int TaskQueue::signal_dequeue_waiters() {
-  if (!holdBell_) {
-    bell_->ring();
-  }
+  ring(bell_);
   return 0;
 }
 
 int TaskQueue::deactivate_i(int pulse) {
   const int previous = Base::deactivate_i(pulse);
-  bell_->ring();
+  ring(bell_);
   return previous;
 }
 
 int TaskQueue::pulse() {
+  const RingCollector untilUnlocked;
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
   pulsed_ = true;
-  bell_->ring();
+  ring(bell_);
   return state_;
 }
 
@@ -236,7 +221,7 @@ int TaskQueue::wait_not_empty_cond(ACE_Time_Value* timeout) {
   }
   if (cur_count_ > 1) {
     // Rings are not counted: with more than one block, another waiter may be due, too.
-    bell_->ring();
+    ring(bell_);
   }
   return 0;
 }

@@ -16,8 +16,8 @@ namespace qov {
 
 /// The message queue of a task. Differs from ACE's own in five ways:
 ///
-/// - It wakes its waiter after its lock is free, and through a Doorbell, so that a thread that
-///   fills many queues can wake their waiters together.
+/// - It wakes its waiter through a Doorbell, after its lock is free, so that a thread that fills
+///   many queues can wake their waiters together.
 /// - pulse() is not lost when nobody waits yet: it ends the next wait. (ACE's leaves the queue in a
 ///   state in which the waiter cannot even take the message that arrives next.)
 /// - MB_STOP blocks get in however full the queue is.
@@ -102,7 +102,6 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
 
   // Guarded by the queue's lock.
   bool pulsed_ = false;
-  bool holdBell_ = false;
   bool toldToStop_ = false;
   std::shared_ptr<ModuleLoad> load_;
 };

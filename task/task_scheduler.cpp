@@ -47,7 +47,7 @@ std::unique_ptr<CQOV_Task> makeWorker(CQOV_TaskMgr& mgr) {
 std::atomic<unsigned long long> CQOV_TaskScheduler::oAtomicSerialNum_{0};
 
 CQOV_TaskScheduler::CQOV_TaskScheduler(CQOV_TaskMgr* mgr, unsigned int poolSize)
-    : CQOV_Task(mgr), poolSize_(poolSize), idleSignal_(poolLock_) {
+    : CQOV_Task(mgr), poolSize_(poolSize), idleSignal_(std::make_shared<qov::Doorbell>()) {
   makesRoom_ = true;
 }
 
@@ -94,7 +94,7 @@ void CQOV_TaskScheduler::notifyExit() {
   CQOV_Task::notifyExit();
   ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
   stopping_ = true;
-  idleSignal_.broadcast();
+  ring(idleSignal_);
 }
 
 int CQOV_TaskScheduler::createPool() {
@@ -175,6 +175,7 @@ int CQOV_TaskScheduler::return_to_work(CQOV_Task* worker) {
     return -1;
   }
   bool tooLate = false;
+  const qov::RingCollector untilUnlocked;
   {
     ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
     if (!worker->makesRoom_) {
@@ -237,9 +238,10 @@ int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
   beginWait(log, mb);
   taken_ = 0;
   takenSince_ = waitBegin_;
-  qov::ringCollected();
   while (waiting_ != nullptr && !stopping_) {
-    idleSignal_.wait();
+    guard.release();
+    idleSignal_->wait();
+    guard.acquire();
   }
   if (waiting_ == nullptr) {
     return 0;
@@ -269,7 +271,7 @@ void CQOV_TaskScheduler::serveWaiting(CQOVDebugKitGuard& log) {
     }
   }
   if (waiting_ == nullptr) {
-    idleSignal_.signal();
+    ring(idleSignal_);
   }
 }
 

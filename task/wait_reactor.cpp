@@ -69,8 +69,6 @@ std::unique_ptr<WaitReactor::TimerWheel> WaitReactor::makeWheel() {
 }
 
 int WaitReactor::handle_events(ACE_Time_Value* max_wait_time) {
-  // A busy leader never blocks, so its wake-ups go out here; else receivers sleep until it is idle.
-  ringCollected();
   waitForWork(max_wait_time);
   if (deactivated() != 0) {
     errno = ESHUTDOWN;

@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <pthread.h>
+#include <semaphore.h>
 
 #include <atomic>
 #include <cerrno>
@@ -61,6 +62,19 @@ int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
   using Wait = int (*)(pthread_cond_t*, pthread_mutex_t*, const timespec*);
   static const auto real = next<Wait>("pthread_cond_timedwait");
   return instantWaits ? passOver(CLOCK_REALTIME, *until) : real(condition, mutex, until);
+}
+
+int sem_clockwait(sem_t* semaphore, clockid_t clock, const timespec* until) {
+  using Wait = int (*)(sem_t*, clockid_t, const timespec*);
+  static const auto real = next<Wait>("sem_clockwait");
+  if (!instantWaits) {
+    return real(semaphore, clock, until);
+  }
+  if (sem_trywait(semaphore) == 0) {
+    return 0;
+  }
+  errno = passOver(clock, *until);
+  return -1;
 }
 
 time_t time(time_t* result) noexcept {

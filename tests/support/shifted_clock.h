@@ -6,8 +6,8 @@
 
 namespace qov::test {
 
-// A program with shifted_clock.cpp has its own clock_gettime(), time(), pthread_cond_clockwait()
-// and pthread_cond_timedwait(), which this shifts and shortens.
+// A program with shifted_clock.cpp has its own clock_gettime(), time(), sem_clockwait(),
+// pthread_cond_clockwait() and pthread_cond_timedwait(), which this shifts and shortens.
 
 /// While it lives, waits of the calling thread that have an end are at their end at once, and the
 /// thread's steady clock goes on by as much.

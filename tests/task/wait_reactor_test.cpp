@@ -133,16 +133,6 @@ TEST_F(WaitReactorTest, ASecondNotificationWakesTheOwnerWhileTheFirstOneIsCollec
   handler.reactor(nullptr);
 }
 
-TEST_F(WaitReactorTest, RingsWhatItsThreadHasCollectedHoweverMuchThereIsToDo) {
-  const auto bell = std::make_shared<qov::Doorbell>();
-  const qov::RingCollector collector;
-  std::thread other([&] { EXPECT_TRUE(bell->wait(std::nullopt)); });
-  qov::ring(bell);
-  reactor_.notify(&handler_, ACE_Event_Handler::WRITE_MASK);
-  reactor_.handle_events();
-  other.join();
-}
-
 TEST_F(WaitReactorTest, NoNotificationIsLostBetweenTwoThreads) {
   constexpr int kTimes = 20000;
   std::thread notifier([this] {

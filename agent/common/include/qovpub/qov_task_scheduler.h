@@ -1,7 +1,6 @@
 #ifndef QOVPUB_QOV_TASK_SCHEDULER_H
 #define QOVPUB_QOV_TASK_SCHEDULER_H
 
-#include <ace/Condition_Thread_Mutex.h>
 #include <ace/Thread_Mutex.h>
 #include <qovpub/qov_task.h>
 
@@ -10,6 +9,10 @@
 #include <memory>
 #include <mutex>
 #include <vector>
+
+namespace qov {
+class Doorbell;
+}  // namespace qov
 
 /// One thread per module that hands each message to the next idle worker of the module's pool.
 ///
@@ -78,8 +81,10 @@ class CQOV_TaskScheduler : public CQOV_Task {
   // Constant after construction.
   const unsigned int poolSize_;
 
+  /// Wakes the scheduler thread where it waits for an idle worker.
+  const std::shared_ptr<qov::Doorbell> idleSignal_;
+
   ACE_Thread_Mutex poolLock_;
-  ACE_Condition<ACE_Thread_Mutex> idleSignal_;
   // Guarded by poolLock_.
   std::vector<std::unique_ptr<CQOV_Task>> workers_;
   /// Longest idle first, with room for every worker. A plain vector: pools are small.
