@@ -23,14 +23,7 @@ struct CloseHook {
   friend constexpr Type address(CloseHook);
 };
 
-/// Whether ACE has a key for the log objects of threads.
-struct KeyCreated {
-  using Type = bool*;
-  friend constexpr Type address(KeyCreated);
-};
-
 template struct Reach<CloseHook, &ACE_Base_Thread_Adapter::close_log_msg_hook_>;
-template struct Reach<KeyCreated, &ACE_Log_Msg::key_created_>;
 
 namespace {
 
@@ -76,43 +69,24 @@ bool begin() {
   return true;
 }
 
-/// False if a record takes longer than is waited for.
-bool waitForRecords() {
+void waitForRecords() {
   const auto giveUp = std::chrono::steady_clock::now() + kLongestRecord;
   int count = underWay;
   while (count > 0) {
     const auto left = giveUp - std::chrono::steady_clock::now();
     if (left <= left.zero()) {
-      return false;
+      return;
     }
     waitForChange(count, left);
     count = underWay;
   }
-  return true;
-}
-
-/// A thread that ends has ACE delete its log object, which takes ACE's log lock. Without ACE's key
-/// no thread does that any more; who has just taken the lock is waited for. A thread that was about
-/// to take it, which is a matter of a few instructions, still may find it gone.
-void detachThreadsFromAce() {
-  ACE_Log_Msg* const own = ACE_Log_Msg::instance();
-  const std::optional<pthread_key_t> key = keyOf(own);
-  if (!key) {
-    return;
-  }
-  *address(KeyCreated()) = false;  // who logs to ACE later gets a key of its own
-  pthread_key_delete(*key);
-  own->acquire();
-  own->release();
 }
 
 /// The last of this library that runs. ACE is unloaded behind it, and deletes its log lock even if
 /// its log was never closed.
 [[gnu::destructor]] void end() {
   ended = true;
-  if (waitForRecords()) {
-    detachThreadsFromAce();
-  }
+  waitForRecords();
 }
 
 }  // namespace
