@@ -91,7 +91,8 @@ bool StartWatcher::collect() {
   const pid_t daemon = page_.daemon;
   int status = 0;
   pid_t child = 0;
-  while ((child = ::waitpid(-1, &status, WNOHANG)) > 0) {
+  // A daemon that runs is not this process's to collect, however soon it ends.
+  while (page_.outcome == StartOutcome::kOpen && (child = ::waitpid(-1, &status, WNOHANG)) > 0) {
     if (child == daemon) {
       ended(status);
     } else if (status != 0) {
