@@ -4,7 +4,7 @@ qov_component(
   frame_app
   FOLDER "${CMAKE_CURRENT_LIST_DIR}"
   SOURCES app_daemon.cpp app_signal_block.cpp app_signal_relay.cpp app_start_watch.cpp
-          app_stop_watch.cpp directory_lock.cpp qov_app.cpp qov_sigint_handler.cpp qov_version.cpp
+          directory_lock.cpp qov_app.cpp qov_sigint_handler.cpp qov_version.cpp
           start_lines.cpp start_page.cpp start_report.cpp start_watcher.cpp
   USES frame_env config diag module)
 set_source_files_properties(

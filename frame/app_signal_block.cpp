@@ -24,12 +24,6 @@ sigset_t loopSignals() {
   return set;
 }
 
-sigset_t allSignals() {
-  sigset_t all;
-  sigfillset(&all);
-  return all;
-}
-
 void ignoreBrokenPipes() {
   struct sigaction action {};
   if (::sigaction(SIGPIPE, nullptr, &action) == 0 && (action.sa_flags & SA_SIGINFO) == 0 &&

@@ -3,31 +3,13 @@
 
 #include <csignal>
 
+#include "platform/signal_mask.h"
+
 namespace qov {
-
-/// What the calling thread, and the threads it starts, take of signals while it lives.
-///
-/// Thread: made and destroyed by one thread.
-/// Owns:   that thread's signal mask, which the destructor sets back to what it was.
-/// Errors: none.
-class SignalMask {
- public:
-  /// `how` as with pthread_sigmask(): SIG_BLOCK, SIG_UNBLOCK or SIG_SETMASK.
-  SignalMask(int how, const sigset_t& signals) { ::pthread_sigmask(how, &signals, &former_); }
-  ~SignalMask() { ::pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
-
-  SignalMask(const SignalMask&) = delete;
-  SignalMask& operator=(const SignalMask&) = delete;
-
- private:
-  sigset_t former_;
-};
 
 /// SIGINT, SIGTERM and SIGUSR1, which the event loop carries out. A process inherits its starter's
 /// mask, so they may be blocked when it begins.
 sigset_t loopSignals();
-
-sigset_t allSignals();
 
 /// Makes a write to a broken pipe fail instead of ending the process, unless the program handles
 /// the signal itself.

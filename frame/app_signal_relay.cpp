@@ -1,7 +1,6 @@
 #include "frame/app_signal_relay.h"
 
 #include <ace/Reactor.h>
-#include <semaphore.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -13,6 +12,8 @@
 
 #include <qovpub/qov_app.h>
 
+#include "module/shutdown_watch.h"
+
 namespace qov {
 namespace {
 
@@ -20,8 +21,6 @@ namespace {
 std::atomic<int> eventDescriptor{-1};
 std::atomic<bool> stopNoted{false};
 std::atomic<bool> reloadNoted{false};
-std::atomic<bool> stopCame{false};
-sem_t stopRang;
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
               "a signal handler must not lock");
 
@@ -34,13 +33,8 @@ SignalRelay& SignalRelay::instance() {
   return relay;
 }
 
-SignalRelay::SignalRelay() {
-  ::sem_init(&stopRang, 0, 0);
-}
-
 void SignalRelay::attach(SigintHandler& handler) {
   stopNoted.store(false);
-  stopCame.store(false);
   reloadNoted.store(false);
   handler_ = &handler;
   listen();
@@ -68,28 +62,11 @@ void SignalRelay::openEvent() {
   }
 }
 
-bool SignalRelay::stopHasCome() {
-  return stopCame.load();
-}
-
-void SignalRelay::forgetStop() {
-  stopCame.store(false);
-}
-
-void SignalRelay::waitForStop() {
-  ::sem_wait(&stopRang);
-}
-
-void SignalRelay::endWaitForStop() {
-  ::sem_post(&stopRang);
-}
-
 void SignalRelay::note(int signum) {
   const int formerErrno = errno;
   if (signum == SIGINT || signum == SIGTERM) {
     stopNoted.store(true);
-    stopCame.store(true);
-    ::sem_post(&stopRang);
+    ShutdownWatch::stopSignalCame();
   } else if (signum == SIGUSR1) {
     reloadNoted.store(true);
   } else {

@@ -29,18 +29,6 @@ class SignalRelay : public ACE_Event_Handler {
   /// Forgets `handler`, if it is the one, and leaves the process reactor.
   void detach(const SigintHandler& handler);
 
-  /// Whether a stop signal has come since attach() and forgetStop(), carried out or not. Thread:
-  /// any.
-  static bool stopHasCome();
-
-  /// For the end of an event loop. What is noted is still carried out.
-  static void forgetStop();
-
-  /// Returns when a stop signal comes, or at endWaitForStop(); perhaps earlier. Thread: any but in
-  /// signal context.
-  void waitForStop();
-  void endWaitForStop();
-
   /// Notes `signum` and wakes the reactor. Async-signal-safe; errno is kept. Signals other than
   /// SIGINT, SIGTERM and SIGUSR1 have nothing to carry out.
   static void note(int signum);
@@ -53,7 +41,7 @@ class SignalRelay : public ACE_Event_Handler {
   void carryOut();
 
  private:
-  SignalRelay();
+  SignalRelay() = default;
 
   void openEvent();
 

@@ -75,8 +75,7 @@ void unblockHere(int signum) {
 
 volatile std::sig_atomic_t signalToEndBy = 0;
 
-/// Ends the process by `signum` even if the last words never end: no thread can begin while another
-/// one waits in the dynamic loader for a library's file.
+/// Ends the process by `signum` even if the last words never end.
 void endAtTheLatestBy(int signum) {
   signalToEndBy = signum;
   ::signal(SIGALRM, [](int) { endBy(signalToEndBy); });

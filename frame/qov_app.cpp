@@ -7,6 +7,7 @@
 #include <ace/Thread.h>
 #include <ace/Thread_Manager.h>
 #include <malloc.h>
+#include <qovplatform/platform_guard.h>
 
 #include <cerrno>
 #include <csignal>
@@ -24,10 +25,8 @@
 #include "frame/app_signal_block.h"
 #include "frame/app_signal_relay.h"
 #include "frame/app_start_watch.h"
-#include "frame/app_stop_watch.h"
 #include "frame/current_step.h"
 #include "frame/env_failure.h"
-#include "frame/shutdown_supervision.h"
 #include "frame/start_lines.h"
 #include "frame/start_report.h"
 #include "module/module_shutdown.h"
@@ -150,6 +149,8 @@ bool CQOVapp::splitOffDaemon(qov::StartReport& report) {
 
 int CQOVapp::start(int argc, char** argv) {
   const qov::StartWatch watch;
+  // Before the modules, one of whose threads may wait in the dynamic loader.
+  qov::ShutdownWatch::heedSignals();
   // Not before: a daemon has lost the descriptors of an earlier reactor. Not later: a module's
   // thread that came first would own it.
   ownReactor();
@@ -198,16 +199,16 @@ void CQOVapp::handleSignals() {
 }
 
 void CQOVapp::event_loop_done() {
-  // Around the trace, too, which hangs where the log does.
-  qov::ShutdownWatch watch;
-  std::optional<qov::StopWatch> stop(std::in_place, watch);
+  // A second loop has them heeded again.
+  qov::ShutdownWatch::heedSignals();
+  // To the end of the trace, which hangs where the log does.
+  std::optional<qov::ShutdownWatch> watch;
   CQOVDebugKitGuard guard(0, "void CQOVapp::event_loop_done()");
   {
     // The platform's guard has its fixed place between the traces.
-    const MonitorGuard monitor(qov::kShutdownSeconds);
+    const MonitorGuard monitor(qov::ShutdownWatch::kSeconds);
     runReactor();
-    stop.reset();
-    watch.begins();
+    watch.emplace();
     moduleLoader().unload();
     closePlugins();
     waitForOtherThreads();

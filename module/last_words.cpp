@@ -5,23 +5,20 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <exception>
 #include <string_view>
-#include <system_error>
 
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_utility.h>
 
 #include "diag/log_level.h"
 #include "diag/record_head.h"
-#include "frame/expendable_thread.h"
-#include "frame/thread_states.h"
+#include "module/thread_states.h"
 
 namespace qov {
 
 namespace {
 
-constexpr std::chrono::milliseconds kPatience{1000};
 constexpr unsigned int kPublicKit = 0;
 
 using Lines = std::vector<std::string>;
@@ -36,18 +33,6 @@ void writeAll(int descriptor, std::string_view text) {
   }
 }
 
-void writeToStandardError(const Lines& lines) {
-  constexpr int kReaderMs = 500;
-  pollfd wanted{STDERR_FILENO, POLLOUT, 0};
-  for (const std::string& line : lines) {
-    // Nobody may read it, or a terminal may be stopped.
-    if (::poll(&wanted, 1, kReaderMs) != 1 || (wanted.revents & POLLOUT) == 0) {
-      return;
-    }
-    writeAll(STDERR_FILENO, line + "\n");
-  }
-}
-
 void log(unsigned long long logId, const Lines& lines) {
   if (const CQOVDebugKit* const kit = CQOVDebugKitMgr::instance()->find(kPublicKit)) {
     for (const std::string& line : lines) {
@@ -56,40 +41,44 @@ void log(unsigned long long logId, const Lines& lines) {
   }
 }
 
-/// Without any lock of the log. Appending keeps whole what other threads write.
-void appendToLogFile(unsigned long long logId, const Lines& lines) {
+/// Without any lock of the log; false when there is no such file. Appending keeps whole what other
+/// threads write.
+bool appendToLogFile(unsigned long long logId, const Lines& lines) {
   const int file = ::open(QOV_Utility::getProcessLogFileName().c_str(),
                           O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
   struct stat status {};
   if (file < 0 || ::fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) {
-    return;
+    return false;
   }
   for (const std::string& line : lines) {
     const RecordHead head("QOVPUBLIC", logId, kError.tag, __FUNCTION__, __LINE__);
     writeAll(file, std::string(head.text()) + line + "\n");
   }
   ::close(file);
-}
-
-void appendWithoutAThread(unsigned long long logId, const Lines& lines) {
-  try {
-    appendToLogFile(logId, lines);
-  } catch (...) {
-    // A process without a configuration has no log file.
-  }
+  return true;
 }
 
 }  // namespace
 
-void tellLastWords(unsigned long long logId, const Lines& lines) {
-  // On this thread, and first: it waits for nothing but a reader, and a thread may not begin.
-  writeToStandardError(lines);
-  try {
-    if (!endsWithin(kPatience, [logId, lines] { log(logId, lines); })) {
-      endsWithin(kPatience, [logId, lines] { appendToLogFile(logId, lines); });
+void tellOnStandardError(const Lines& lines) {
+  constexpr int kReaderMs = 500;
+  pollfd wanted{STDERR_FILENO, POLLOUT, 0};
+  for (const std::string& line : lines) {
+    if (::poll(&wanted, 1, kReaderMs) != 1 || (wanted.revents & POLLOUT) == 0) {
+      return;
     }
-  } catch (const std::system_error&) {
-    appendWithoutAThread(logId, lines);
+    writeAll(STDERR_FILENO, line + "\n");
+  }
+}
+
+void tellLastWords(unsigned long long logId, const Lines& lines) {
+  try {
+    tellOnStandardError(lines);
+    if (!appendToLogFile(logId, lines)) {
+      log(logId, lines);
+    }
+  } catch (const std::exception&) {
+    // No memory, or a process without a configuration, which has no log.
   }
 }
 

@@ -9,15 +9,17 @@ namespace qov {
 /// Tells why the process is about to end: on standard error and, as records of level ERR of the
 /// public kit, in the log.
 ///
-/// Takes 3 seconds at most, whatever hangs. Only while a thread waits in the dynamic loader, which
-/// lets no other one begin, it takes as long as that; the lines are on standard error by then.
-///
-/// A log that takes nothing, because a thread that hangs holds its lock, is passed by: the records
-/// are appended to the process's log file directly, if there is one. The same is done when the
-/// process can start no more threads.
+/// The records are appended to the process's log file, past the log, whose lock a thread that hangs
+/// may hold. Where there is no such file the log gets them, and this may hang there: to be called
+/// where something else ends the process after a few seconds. No thread is started, which would
+/// wait for one that waits in the dynamic loader.
 ///
 /// Thread: any but in signal context. Errors: none.
 void tellLastWords(unsigned long long logId, const std::vector<std::string>& lines);
+
+/// Writes the lines on standard error, past its lock. What takes nothing for half a second, such as
+/// a pipe that nobody reads, loses the rest.
+void tellOnStandardError(const std::vector<std::string>& lines);
 
 /// The threads of the process behind `reason`, a line each.
 std::vector<std::string> withThreads(const std::string& reason);

@@ -61,8 +61,7 @@ void ModuleShutdown::stopModules() {
 
 void ModuleShutdown::stopAll() {
   if (mayStop()) {
-    ShutdownWatch watch;
-    watch.begins();
+    const ShutdownWatch watch;
     stopModules();
   }
 }
@@ -73,8 +72,7 @@ void ModuleShutdown::end(void*) {
   }
   // Whether or not a manager runs: another thread may hang in the end of the last one, with `turn`
   // held. Where nothing was left, forgetWhenIdle() has taken this handler back.
-  ShutdownWatch watch;
-  watch.begins();
+  const ShutdownWatch watch;
   // exit() in a module's start has left this thread in the middle of that, with the table held.
   CQOV_Module_Loader::endInterruptedLoad();
   turn.lock();

@@ -43,7 +43,8 @@ struct CQOV_Module_Loader::Loading {
   explicit Loading(CQOV_Module_Loader& loader) : table(loader) { loading_ = this; }
   ~Loading() {
     if (manager != nullptr) {
-      watchTheEnd();
+      // The end of a module that has failed to start may hang as any other.
+      watch.emplace();
     }
     end();
   }
@@ -59,13 +60,6 @@ struct CQOV_Module_Loader::Loading {
     table.release();
     const Turn turn(qov::ModuleShutdown::turn);
     manager.reset();
-  }
-
-  /// The end of a module that has failed to start may hang as any other.
-  void watchTheEnd() try {
-    watch.emplace();
-    watch->begins();
-  } catch (const std::bad_alloc&) {  // ends unwatched
   }
 
   std::optional<qov::ShutdownWatch> watch;

@@ -1,27 +1,12 @@
 #include "platform/guard_time.h"
 
-#include <cstdlib>
 #include <ctime>
 
-#include "platform/whole_number.h"
+#include "platform/guard_second.h"
 
 namespace qov::platform {
-namespace {
-
-std::chrono::milliseconds lengthOfOneSecond() {
-  const char* text = std::getenv("PXOS_GUARD_SECOND_MS");
-  unsigned milliseconds = 0;
-  if (text != nullptr && parseWholeNumber(text, milliseconds) && milliseconds >= 1 &&
-      milliseconds <= 1000) {
-    return std::chrono::milliseconds(milliseconds);
-  }
-  return std::chrono::seconds(1);
-}
-
-}  // namespace
-
 std::chrono::nanoseconds guardTime(unsigned seconds) {
-  static const std::chrono::milliseconds second = lengthOfOneSecond();
+  static const std::chrono::milliseconds second = guardSecond();
   return second * static_cast<long long>(seconds);
 }
 

@@ -5,10 +5,7 @@
 
 namespace qov::platform {
 
-/// The length of `seconds` seconds as the guards count them.
-///
-/// The environment variable "PXOS_GUARD_SECOND_MS" (1 to 1000, milliseconds) shortens a guard's
-/// second, to try an agent's guards out without waiting for hours; it is read once, at first use.
+/// The length of `seconds` seconds as the guards count them (guardSecond(), read at first use).
 std::chrono::nanoseconds guardTime(unsigned seconds);
 
 /// The time as the guards read it: the steady clock's, up to a few milliseconds old. Guards count

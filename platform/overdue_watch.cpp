@@ -7,7 +7,7 @@
 #include <limits>
 #include <new>
 
-#include "platform/all_signals_blocked.h"
+#include "platform/signal_mask.h"
 
 namespace qov::platform {
 namespace {
@@ -92,7 +92,7 @@ void OverdueWatch::lowerShortest(std::int64_t limit) {
 }
 
 void OverdueWatch::startThread() {
-  const AllSignalsBlocked blocked;
+  const SignalMask none(SIG_SETMASK, allSignals());
   const auto body = [](void* watch) -> void* {
     static_cast<OverdueWatch*>(watch)->run();
     return nullptr;

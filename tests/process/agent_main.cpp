@@ -14,6 +14,8 @@
 //   loops       runs its event loop two times
 //   unread      fills its standard error, a pipe that nobody reads, logs there from then on, and
 //               makes the file "unread" before the event loop
+//   loading     comes to its event loop when there is the file "loop", and once there is the file
+//               "load" has a thread that opens the library "unwritten.so"
 //   inner       a second frame comes and goes, then the file "inner_is_gone", before the event loop
 //   threads     has two threads, a joinable and a detached one, which only the thread manager knows
 //               and which wait for the file "go"
@@ -32,6 +34,7 @@
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_module_loader.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -67,10 +70,8 @@ extern "C" {
 std::atomic<long> qov_test_closes{0};
 
 int close(int descriptor) {
-  using Close = int (*)(int);
-  static const auto next = reinterpret_cast<Close>(::dlsym(RTLD_NEXT, "close"));
   ++qov_test_closes;
-  return next(descriptor);
+  return static_cast<int>(::syscall(SYS_close, descriptor));
 }
 }
 #endif
@@ -136,6 +137,14 @@ void startThreads() {
   threads.spawn(&waitToGo, detached, THR_NEW_LWP | THR_DETACHED);
 }
 
+void openALibraryOnAnotherThread() {
+  std::thread([] {
+    if (qov::test::waitForFile("load")) {
+      ::dlopen(qov::test::agentFile("unwritten.so").c_str(), RTLD_NOW);
+    }
+  }).detach();
+}
+
 CQOV_Module_Loader& loader() {
   return *ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance();
 }
@@ -186,6 +195,9 @@ int live(CQOVapp& app, int argc, char** argv) {
     startThreads();
   } else if (mode() == "unread") {
     fillStandardError();
+  } else if (mode() == "loading") {
+    openALibraryOnAnotherThread();
+    qov::test::waitForFile("loop");
   }
   if (mode() == "reload") {
     loader().unload();

@@ -14,6 +14,8 @@ namespace qov::test {
 
 constexpr const char* kStarted = "Successed to init /";
 constexpr const char* kStopped = " had shutdown.";
+/// What a SIGUSR1 that the event loop carries out makes of the log.
+constexpr const char* kReloaded = "Log settings in force";
 /// What the workers of the module "chatter" log all the time.
 constexpr const char* kDebugLine = "chatter handles";
 constexpr const char* kInfoLine = "chatter works";

@@ -45,7 +45,7 @@ TEST_P(AgentEnd, WithAModuleThatNeverStopsIsBroughtAboutByTheGuard) {
   agent.useModules({"stuck"});
   agent.start({"-n"});
   EXPECT_EQ(agent.waitForEnd().signal, SIGABRT);
-  EXPECT_THAT(agent.errors(), ::testing::HasSubstr("has not ended within 450 s, aborting"));
+  EXPECT_THAT(agent.errors(), ::testing::HasSubstr("Failed to stop within 450 s: "));
 }
 
 class AgentExit : public AgentTest {};
@@ -86,7 +86,7 @@ TEST_F(AgentExit, OnAnotherThreadWhileTheEndOfTheLastModuleHangsIsBroughtAboutBy
   agent.useModules({"stuck"});
   agent.start({"-n"});
   EXPECT_EQ(agent.waitForEnd().signal, SIGABRT);
-  EXPECT_THAT(agent.errors(), ::testing::HasSubstr("has not ended within 450 s, aborting"));
+  EXPECT_THAT(agent.errors(), ::testing::HasSubstr("Failed to stop within 450 s: "));
 }
 
 TEST_F(AgentExit, OnAnotherThreadWhileAModuleIsMadeForEverIsBroughtAboutByTheGuard) {
@@ -96,7 +96,7 @@ TEST_F(AgentExit, OnAnotherThreadWhileAModuleIsMadeForEverIsBroughtAboutByTheGua
   agent.useModules({"stuck"});
   agent.start({"-n"});
   EXPECT_EQ(agent.waitForEnd().signal, SIGABRT);
-  EXPECT_THAT(agent.errors(), ::testing::HasSubstr("has not ended within 450 s, aborting"));
+  EXPECT_THAT(agent.errors(), ::testing::HasSubstr("Failed to stop within 450 s: "));
 }
 
 TEST_F(AgentExit, InAForkedChildLeavesTheModulesAlone) {
@@ -119,7 +119,7 @@ TEST_F(AgentExit, OnAThreadThatAStartWaitsForIsBroughtAboutByTheGuard) {
   agent.useModules({"stuck"});
   agent.start({"-n"});
   EXPECT_EQ(agent.waitForEnd().signal, SIGABRT);
-  EXPECT_THAT(agent.errors(), ::testing::HasSubstr("has not ended within 450 s, aborting"));
+  EXPECT_THAT(agent.errors(), ::testing::HasSubstr("Failed to stop within 450 s: "));
 }
 
 /// A module ends the process while it is being initialised: the table of modules is held for that,

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "tests/process/agent_test.h"
@@ -48,6 +49,16 @@ TEST_F(AgentHangReport, ComesIntoALogThatTheHangingThreadHolds) {
   tellsOf(agent.log(), kUnloading);
 }
 
+TEST_F(AgentHangReport, DoesNotKeepTheProcessWhereOnlyALogThatHangsCouldTakeIt) {
+  agent.setEnvironment("QOV_TEST_STUCK", "holding the log");
+  starts({"stuck", "named"});
+  agent.send(SIGINT);
+  ASSERT_TRUE(agent.waitForFile("lingering"));
+  std::filesystem::remove(agent.root().logFile());
+  isAborted();
+  tellsOf(agent.errors(), kUnloading);
+}
+
 TEST_F(AgentHangReport, NamesAModuleThatHasFailedToStartAndDoesNotEnd) {
   agent.setEnvironment("QOV_TEST_STUCK", "fails");
   agent.useModules({"stuck"});
@@ -58,6 +69,69 @@ TEST_F(AgentHangReport, NamesAModuleThatHasFailedToStartAndDoesNotEnd) {
       "stopping module 43 (stuck)";
   EXPECT_THAT(agent.errors(), HasSubstr(step));
   EXPECT_THAT(agent.log(), HasSubstr(step));
+}
+
+TEST_F(AgentHangReport, ComesAlsoWhereTheMainThreadNeverComesToTheEventLoop) {
+  agent.setEnvironment("QOV_TEST_MAIN", "loading");
+  starts({"named"});
+  agent.send(SIGINT);
+  isAborted();
+  tellsOf(agent.log(), "the main thread has not come to the stop signal");
+}
+
+/// An agent one of whose threads waits in the dynamic loader, which lets no other one begin.
+class AgentLoading : public AgentHangReport {
+ protected:
+  AgentLoading() {
+    agent.setEnvironment("QOV_TEST_MAIN", "loading");
+    if (::mkfifo(library().c_str(), 0600) != 0) {
+      throw std::runtime_error("no pipe");
+    }
+  }
+  ~AgentLoading() override { ::close(writer_); }
+
+  void waitsInTheLoader() {
+    ASSERT_TRUE(waitUntil([&] { return agent.threadNames().count("m255-worker-1") != 0; }));
+    agent.makeFile("load");
+    // It can be opened when there is a reader, and gives that nothing to read.
+    ASSERT_TRUE(waitUntil([&] {
+      writer_ = ::open(library().c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+      return writer_ >= 0;
+    }));
+  }
+
+  void runsTheEventLoop() {
+    agent.makeFile("loop");
+    agent.send(SIGUSR1);
+    ASSERT_TRUE(agent.waitForLog(kReloaded)) << agent.log();
+  }
+
+  void isAbortedAndSaysWhy() {
+    isAborted();
+    tellsOf(agent.errors(), kUnloading);
+    tellsOf(agent.log(), kUnloading);
+  }
+
+ private:
+  std::string library() { return agent.root().path() / "unwritten.so"; }
+
+  int writer_ = -1;
+};
+
+TEST_F(AgentLoading, WhileItsEventLoopRunsIsEnded) {
+  starts({"stuck", "named"});
+  runsTheEventLoop();
+  waitsInTheLoader();
+  agent.send(SIGINT);
+  isAbortedAndSaysWhy();
+}
+
+TEST_F(AgentLoading, BeforeItsEventLoopIsEnded) {
+  starts({"stuck", "named"});
+  waitsInTheLoader();
+  runsTheEventLoop();
+  agent.send(SIGINT);
+  isAbortedAndSaysWhy();
 }
 
 /// An agent with a pipe that nobody reads as its standard error.

@@ -98,12 +98,14 @@ TEST_F(AgentTest, IsEndedByAStopSignalWhileTheDynamicLoaderWaitsForALibrary) {
   EXPECT_TRUE(ending.ended) << "hangs";
   EXPECT_EQ(ending.signal, SIGTERM) << ending.exitStatus << agent.errors();
   EXPECT_THAT(agent.errors(), HasSubstr("loading module qovp_unwritten has not ended"));
+  EXPECT_THAT(agent.log(),
+              ContainsRegex("\\[65751\\].*loading module qovp_unwritten has not ended"));
 }
 
 TEST_F(AgentTest, LeavesNoThreadBehindThatHasWatchedTheStart) {
   starts({"named"});
-  ASSERT_TRUE(waitUntil([&] { return agent.threadNames().count("qov-stop-watch") != 0; }))
-      << "the event loop does not run";
+  agent.send(SIGUSR1);
+  ASSERT_TRUE(agent.waitForLog(kReloaded)) << "the event loop does not run";
   EXPECT_EQ(agent.threadNames().count("qov-start-watch"), 0u);
   stopsInOrder();
 }

@@ -2,16 +2,10 @@
 #include <ace/Log_Msg.h>
 #include <qovplatform/platform_guard.h>
 
-#include "platform/shutdown_watchdog.h"
-
 MonitorGuard::MonitorGuard(unsigned seconds) {
   ACE_DEBUG((LM_INFO, "guard of %u seconds is made\n", seconds));
 }
 
 MonitorGuard::~MonitorGuard() {
   ACE_DEBUG((LM_INFO, "guard is gone\n"));
-}
-
-void MonitorGuard::shutdownBegins() {
-  ACE_DEBUG((LM_INFO, "guard knows of the shutdown\n"));
 }

@@ -2,11 +2,9 @@
 #define QOVPLATFORM_PLATFORM_GUARD_H
 
 #include <chrono>
-#include <memory>
 
 namespace qov::platform {
 class GuardSlot;
-class ShutdownWatchdog;
 }  // namespace qov::platform
 
 /// Watches the handling of one message: a handling that outlasts its time is logged once.
@@ -50,37 +48,20 @@ class FowGuard {
   qov::platform::GuardSlot* slot_;
 };
 
-/// Ends a process whose shutdown hangs.
+/// Stands around the shutdown of a process for the platform, which may supervise it. The stand-in's
+/// does nothing: the library watches over a shutdown itself.
 ///
-/// The guard is made before the process starts to work and lives until the shutdown is over. It is
-/// at rest until shutdownBegins(); when it is not destroyed within its time from then on, it writes
-/// one line to standard error (unless that takes nothing for a second), calls the report that it
-/// was given and aborts the process (SIGABRT, shell status 134); a core image shows what hangs.
-/// It works from two threads of its own that take no signals, whatever state the other threads are
-/// in: one writes and reports, the other aborts, 5 seconds after the end of the time at the latest.
-///
-/// Thread: made and destroyed by one thread; shutdownBegins() from any thread meanwhile.
-/// Owns:   its threads, which run only while a shutdown is under way.
-/// Errors: threads that cannot be started are reported by one line on standard error; the shutdown
-///         then goes on unsupervised.
+/// Thread: made and destroyed by one thread.
+/// Owns:   nothing.
+/// Errors: none.
 class MonitorGuard {
  public:
-  /// `seconds` is the time that the shutdown may take, 0 for no limit.
+  /// `seconds` is the time that the shutdown may take.
   explicit MonitorGuard(unsigned seconds);
   ~MonitorGuard();
 
   MonitorGuard(const MonitorGuard&) = delete;
   MonitorGuard& operator=(const MonitorGuard&) = delete;
-
-  /// Has `report` called, on a thread of the guard, before the process is aborted. It may hang or
-  /// throw. To be called before shutdownBegins().
-  void beforeAbort(void (*report)());
-
-  /// Starts the time; later calls change nothing. Not for signal handlers.
-  void shutdownBegins();
-
- private:
-  std::unique_ptr<qov::platform::ShutdownWatchdog> watchdog_;
 };
 
 /// The platform's system-call gate. Returns 0, or -1 with errno EINVAL.

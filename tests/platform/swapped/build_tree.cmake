@@ -1,5 +1,5 @@
 # Configures the tree with the platform library in LIBRARY, tests and all, and compiles what
-# tells the guards of the shutdown and asks the gate for the node id.
+# stands on the guards and asks the gate for the node id.
 execute_process(
   COMMAND
     "${CMAKE_COMMAND}" -S "${SOURCE}" -B "${BUILD}" -G "${GENERATOR}"

@@ -2,11 +2,8 @@
 
 #include <cstdio>
 
-#include "frame/shutdown_supervision.h"
-
 int main() {
-  MonitorGuard monitor(450);
+  const MonitorGuard monitor(450);
   { const FowGuard guard(5, 1, 3600); }
   std::printf("gate answers %d\n", PXOS_SysCall(512, nullptr));
-  qov::shutdownBegins(monitor);
 }

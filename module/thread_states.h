@@ -1,5 +1,5 @@
-#ifndef QOV_FRAME_THREAD_STATES_H
-#define QOV_FRAME_THREAD_STATES_H
+#ifndef QOV_MODULE_THREAD_STATES_H
+#define QOV_MODULE_THREAD_STATES_H
 
 #include <string>
 #include <vector>

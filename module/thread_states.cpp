@@ -1,4 +1,4 @@
-#include "frame/thread_states.h"
+#include "module/thread_states.h"
 
 #include <sys/syscall.h>
 

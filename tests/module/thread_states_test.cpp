@@ -1,20 +1,15 @@
-#include "frame/thread_states.h"
+#include "module/thread_states.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
-#include <memory>
-#include <mutex>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "frame/expendable_thread.h"
 #include "tests/support/process_end.h"
 
 namespace {
@@ -47,23 +42,6 @@ TEST(ThreadStates, SaysInWhichCallAThreadWaits) {
   ::close(ends[1]);
   reader.join();
   ::close(ends[0]);
-}
-
-TEST(ExpendableThread, IsWaitedFor) {
-  bool done = false;
-  EXPECT_TRUE(qov::endsWithin(std::chrono::minutes(1), [&] { done = true; }));
-  EXPECT_TRUE(done);
-}
-
-TEST(ExpendableThread, IsLeftBehindWhenItHangs) {
-  const auto mutex = std::make_shared<std::mutex>();
-  const std::lock_guard<std::mutex> held(*mutex);
-  EXPECT_FALSE(qov::endsWithin(std::chrono::milliseconds(1),
-                               [mutex] { const std::lock_guard<std::mutex> hangs(*mutex); }));
-}
-
-TEST(ExpendableThread, MayThrow) {
-  EXPECT_TRUE(qov::endsWithin(std::chrono::minutes(1), [] { throw std::runtime_error("ends"); }));
 }
 
 }  // namespace
