@@ -137,8 +137,9 @@ const CTLVCell* CTLVRecordV3::findIndexed(unsigned short tag) const noexcept {
   return index == nullptr ? scan(tag) : index->find(tag);
 }
 
-/// By blocks: an iterator would load each block's end again for each cell.
-const CTLVCell* CTLVRecordV3::scan(unsigned short tag) const noexcept {
+/// By blocks: an iterator would load each block's end again for each cell. Not part of
+/// findIndexed(), which would save registers for it in every call.
+[[gnu::noinline]] const CTLVCell* CTLVRecordV3::scan(unsigned short tag) const noexcept {
   for (qov::CellBlock* block = first_; block != nullptr; block = block->next()) {
     for (CTLVCell *slot = block->begin(), *end = block->end(); slot != end; ++slot) {
       const CTLVCell* cell = resolve(slot);
