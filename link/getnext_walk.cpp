@@ -2,7 +2,7 @@
 #include <qovpub/qov_long_socket.h>
 
 #include <cstdint>
-#include <memory>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -12,20 +12,52 @@ namespace {
 
 enum Status : std::uint64_t { kRow = 0, kEnd = 1 };
 
-/// A request with the caller's records and those fields of its header that say who asks.
-CT7QPackageV3 requestLike(const CT7QPackageV3& package) {
-  CT7QPackageV3 request(package);
-  const TLVMsgHeadV3& asked = package.head();
-  TLVMsgHeadV3 head;
-  head.ret_ = asked.ret_;
-  head.ssk_ = asked.ssk_;
-  head.nid_ = asked.nid_;
-  head.reserved_ = asked.reserved_;
-  head.bid_ = asked.bid_;
-  head.ser_ = asked.ser_;
-  request.head() = head;
-  return request;
+/// Gives the cells of a record that was decoded memory of their own, with which they can move
+/// without any more.
+void detach(CTLVRecordV3& record) {
+  CTLVRecordV3 detached(std::move(record));
+  if (record.count() > 0) {
+    throw std::bad_alloc();
+  }
+  record = std::move(detached);
 }
+
+/// What a walk asks with. An answer's record is the next request; it moves into the result when
+/// that was sent, which the link says by clear(), or at the end.
+class Request : public CT7QPackageV3 {
+ public:
+  /// Takes the caller's records over, and those fields of its header that say who asks.
+  explicit Request(CT7QPackageV3&& package) : CT7QPackageV3(std::move(package)) {
+    const TLVMsgHeadV3 asked = head();
+    head() = TLVMsgHeadV3();
+    head().ret_ = asked.ret_;
+    head().ssk_ = asked.ssk_;
+    head().nid_ = asked.nid_;
+    head().reserved_ = asked.reserved_;
+    head().bid_ = asked.bid_;
+    head().ser_ = asked.ser_;
+  }
+  ~Request() override { settle(); }
+
+  /// The only record is to be the last one of `result`, in its place from now on.
+  void keepIn(CT7QPackageV3& result) {
+    detach((*this)[0]);
+    place_ = &result.addRecord(0);
+  }
+  void clear() override {
+    settle();
+    CT7QPackageV3::clear();
+  }
+
+ private:
+  void settle() noexcept {
+    if (place_ != nullptr) {
+      *std::exchange(place_, nullptr) = std::move((*this)[0]);
+    }
+  }
+
+  CTLVRecordV3* place_ = nullptr;
+};
 
 /// An answer without a status is a row. Throws when the status is no number.
 std::uint64_t statusOf(const CTLVRecordV3& record) {
@@ -37,12 +69,6 @@ std::uint64_t statusOf(const CTLVRecordV3& record) {
   return status->number();
 }
 
-void appendCopy(CT7QPackageV3& package, const CTLVRecordV3& record) {
-  auto copy = std::make_unique<CTLVRecordV3>(record);
-  package.append(copy.get());
-  static_cast<void>(copy.release());
-}
-
 std::string dumpIfError(const CTLVRecordV3& record) {
   return CQOVDebugKit::isOn(LM_ERROR) ? qov::dumpOf(record) : std::string();
 }
@@ -52,7 +78,7 @@ std::string dumpIfError(const CTLVRecordV3& record) {
 unsigned int CQOVLongSocket::sendGetNextMsgV3(CT7QPackageV3* package) {
   CQOVDebugKitGuard guard(0, "unsigned int CQOVLongSocket::sendGetNextMsgV3(CT7QPackageV3*)");
   constexpr int kMostRows = 10000;
-  CT7QPackageV3 working = requestLike(*package);
+  Request working(std::move(*package));
   package->clear();
   for (int rows = 0; rows < kMostRows; ++rows) {
     const unsigned int result = sendMsg(&working);
@@ -68,7 +94,7 @@ unsigned int CQOVLongSocket::sendGetNextMsgV3(CT7QPackageV3* package) {
     if (status == kEnd) {
       break;
     }
-    appendCopy(*package, record);
+    working.keepIn(*package);
     if (status != kRow) {
       guard.error(65622, __FUNCTION__, __LINE__,
                   "Return message error, error code is %d, message is : \n%s",
