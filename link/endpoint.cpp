@@ -41,7 +41,7 @@ Endpoint::Endpoint(const std::string& text) : Endpoint(text, failureToConnect(te
 Endpoint::Endpoint(const ACE_INET_Addr& address)
     : addresses_{address}, failure_(failureToConnect(wholeTextOf(address))) {}
 
-ACE_HANDLE Endpoint::connect(const ACE_Time_Value& timeout, const Interruption& interruption,
+ACE_HANDLE Endpoint::connect(const ACE_Time_Value& timeout, Interruption& interruption,
                              ACE_INET_Addr& tried) {
   failure_.cause.clear();
   if (interruption.isSet()) {

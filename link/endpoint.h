@@ -37,7 +37,7 @@ class Endpoint {
   /// is over, each for an equal part of what is left, and sets `tried` to each. Looks the addresses
   /// up if that has not succeeded so far, which `timeout` does not bound and nothing interrupts. An
   /// address that has used up its part is not tried again when others leave time over.
-  ACE_HANDLE connect(const ACE_Time_Value& timeout, const Interruption& interruption,
+  ACE_HANDLE connect(const ACE_Time_Value& timeout, Interruption& interruption,
                      ACE_INET_Addr& tried);
 
   /// Of the last connect(); its cause is empty when that has succeeded.

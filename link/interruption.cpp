@@ -1,33 +1,36 @@
 #include <qovpub/qov_interruption.h>
 
-#include <sys/eventfd.h>
-#include <unistd.h>
+#include <sys/socket.h>
 
 namespace qov {
-
-Interruption::Interruption() : handle_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-
-Interruption::~Interruption() {
-  if (handle_ != ACE_INVALID_HANDLE) {
-    ::close(handle_);
-  }
-}
 
 void Interruption::set() {
   const std::lock_guard<std::mutex> lock(mutex_);
   if (!isSet()) {
     ++changes_;
-    static_cast<void>(::eventfd_write(handle_, 1));
+    if (waitedFor_ != ACE_INVALID_HANDLE) {
+      ::shutdown(waitedFor_, SHUT_RDWR);
+    }
   }
 }
 
 void Interruption::clear() {
   const std::lock_guard<std::mutex> lock(mutex_);
   if (isSet()) {
-    eventfd_t count;
-    static_cast<void>(::eventfd_read(handle_, &count));
     ++changes_;
   }
+}
+
+Interruption::Wait::Wait(Interruption& interruption, ACE_HANDLE socket)
+    : interruption_(interruption) {
+  const std::lock_guard<std::mutex> lock(interruption.mutex_);
+  changes_ = interruption.changes_;
+  interruption.waitedFor_ = socket;
+}
+
+Interruption::Wait::~Wait() {
+  const std::lock_guard<std::mutex> lock(interruption_.mutex_);
+  interruption_.waitedFor_ = ACE_INVALID_HANDLE;
 }
 
 }  // namespace qov

@@ -4,7 +4,6 @@
 #include <ace/Guard_T.h>
 #include <qovpub/qov_cell_bytes.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -23,13 +22,6 @@ constexpr unsigned long long kTraffic = 65535;
 
 unsigned char* makeBuffer() {
   return new (std::nothrow) unsigned char[CQOVLongSocket::kMaxMessage];
-}
-
-/// As it stands in the header at `head`: negative when the endpoint sends nonsense.
-std::int32_t lengthOfBody(const char* head) {
-  std::int32_t length;
-  std::memcpy(&length, head + offsetof(TLVMsgHeadV3, len_), sizeof length);
-  return length;
 }
 
 /// Closes the connection unless the exchange comes to its end: what a request that was given up
@@ -99,6 +91,7 @@ int CQOVLongSocket::setupConnection() {
   CQOVDebugKitGuard guard(0, "int CQOVLongSocket::setupConnection()");
   peer_.close();
   cut_ = false;
+  ahead_ = {};
   std::string why;
   try {
     why = connect(guard);
@@ -126,6 +119,7 @@ std::string CQOVLongSocket::connect(CQOVDebugKitGuard& guard) {
     endpoint_ = qov::configuredEndpoint(guard);
   }
   peer_.set_handle(endpoint_->connect(limits_.connect, interruption_, server_));
+  sleeps_ = qov::letSleep(peer_.get_handle(), limits_.reply);
   const bool asked = peer_.get_handle() == ACE_INVALID_HANDLE && CQOVDebugKit::isOn(LM_ERROR);
   return asked ? qov::textOf(endpoint_->failure()) : "";
 }
@@ -154,52 +148,6 @@ unsigned int CQOVLongSocket::reconnect() {
     setupConnection();
   }
   return kSocketFailed;
-}
-
-unsigned int CQOVLongSocket::recvData(char* buffer, unsigned int& length,
-                                      const ACE_Time_Value* timeout) {
-  CQOVDebugKitGuard guard(
-      0, "unsigned int CQOVLongSocket::recvData(char*, unsigned int&, const ACE_Time_Value*)");
-  if (readMessage(buffer, length, timeout, guard)) {
-    return 0;
-  }
-  receiveError_ = errno;
-  guard.error(65616, __FUNCTION__, __LINE__, "Failed to receive V3 message, error is %s",
-              std::strerror(errno));
-  return reconnect();
-}
-
-/// False with errno set and the part that failed logged.
-bool CQOVLongSocket::readMessage(char* buffer, unsigned int& length, const ACE_Time_Value* timeout,
-                                 CQOVDebugKitGuard& guard) {
-  if (!receiveHead(buffer, qov::Deadline(timeout))) {
-    guard.error(65614, "recvData", __LINE__, "It failed to receive v3 message head!");
-    return false;
-  }
-  const std::int32_t len = lengthOfBody(buffer);
-  if (len > 0 &&
-      !receiveBody(buffer + kHeadSize, static_cast<unsigned int>(len), qov::Deadline(timeout))) {
-    guard.error(65615, "recvData", __LINE__, "It failed to receive v3 message body!");
-    return false;
-  }
-  length = kHeadSize + static_cast<unsigned int>(std::max(len, 0));
-  return true;
-}
-
-bool CQOVLongSocket::receiveHead(char* to, const qov::Deadline& deadline) {
-  if (to == nullptr) {
-    errno = ENOMEM;
-    return false;
-  }
-  return qov::receiveAll(peer_.get_handle(), to, kHeadSize, deadline, interruption_);
-}
-
-bool CQOVLongSocket::receiveBody(char* to, unsigned int length, const qov::Deadline& deadline) {
-  if (length > kMaxMessage - kHeadSize) {
-    errno = EMSGSIZE;
-    return false;
-  }
-  return qov::receiveAll(peer_.get_handle(), to, length, deadline, interruption_);
 }
 
 unsigned int CQOVLongSocket::receiveMsg(CT7QPackageV3* package) {

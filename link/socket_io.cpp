@@ -4,12 +4,12 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <qovpub/qov_interruption.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
-#include <iterator>
 #include <utility>
 
 namespace qov {
@@ -40,7 +40,7 @@ class Socket {
 /// How long to wait, and what else ends a wait.
 struct Patience {
   const Deadline& deadline;
-  const Interruption& interruption;
+  Interruption& interruption;
 };
 
 bool canceled() {
@@ -49,25 +49,26 @@ bool canceled() {
 }
 
 /// Waits until `events` or an error is there. False with errno set: ETIME when the time is over,
-/// ECANCELED when the wait was interrupted.
+/// ECANCELED when the wait was interrupted, also when the interruption is over by now.
 bool waitFor(ACE_HANDLE socket, short events, const Patience& patience) {
-  pollfd entries[] = {{socket, events, 0}, {patience.interruption.handle(), POLLIN, 0}};
-  while (const int timeout = patience.deadline.pollTimeout()) {
-    const int ready = ::poll(entries, std::size(entries), timeout);
-    // What the poll has seen holds, although the interruption may be over by now. Without a
-    // descriptor the poll sees none.
-    if (entries[1].revents != 0 || patience.interruption.isSet()) {
-      return canceled();
-    }
+  const Interruption::Wait wait(patience.interruption, socket);
+  pollfd entry{socket, events, 0};
+  int ready = 0;
+  while (!wait.isInterrupted()) {
     if (ready > 0) {
       return true;
     }
     if (ready < 0 && errno != EINTR) {
       return false;
     }
+    const int timeout = patience.deadline.pollTimeout();
+    if (timeout == 0) {
+      errno = ETIME;
+      return false;
+    }
+    ready = ::poll(&entry, 1, timeout);
   }
-  errno = ETIME;
-  return false;
+  return canceled();
 }
 
 /// After a call that has done nothing: whether there is time to try it again, and reason to.
@@ -118,11 +119,24 @@ bool connectWithin(ACE_HANDLE socket, const ACE_INET_Addr& address, const Patien
   return true;
 }
 
-/// Says it better than the system would of an invalid handle.
+/// Receives once, and sleeps until something comes or the time that letSleep() has set is over.
+ssize_t receiveAsleep(ACE_HANDLE socket, char* to, std::size_t length, Interruption& interruption) {
+  const Interruption::Wait wait(interruption, socket);
+  const ssize_t received = wait.isInterrupted() ? -1 : ::recv(socket, to, length, 0);
+  if (wait.isInterrupted()) {
+    canceled();
+    return -1;
+  }
+  return received;
+}
+
+}  // namespace
+
 bool isUsable(ACE_HANDLE socket, const Interruption& interruption) {
   if (interruption.isSet()) {
     return canceled();
   }
+  // Says it better than the system would of an invalid handle.
   if (socket == ACE_INVALID_HANDLE) {
     errno = ENOTCONN;
     return false;
@@ -130,10 +144,8 @@ bool isUsable(ACE_HANDLE socket, const Interruption& interruption) {
   return true;
 }
 
-}  // namespace
-
 ACE_HANDLE connectTo(const ACE_INET_Addr& address, const Deadline& deadline,
-                     const Interruption& interruption) {
+                     Interruption& interruption) {
   Socket socket(address.get_type());
   if (socket.get() == ACE_INVALID_HANDLE ||
       !connectWithin(socket.get(), address, {deadline, interruption})) {
@@ -146,36 +158,39 @@ ACE_HANDLE connectTo(const ACE_INET_Addr& address, const Deadline& deadline,
 }
 
 ssize_t sendWithin(ACE_HANDLE socket, const unsigned char* data, std::size_t length,
-                   const Deadline& deadline, const Interruption& interruption) {
+                   const Deadline& deadline, Interruption& interruption) {
   if (!isUsable(socket, interruption)) {
     return -1;
   }
   ssize_t sent = 0;
   // There mostly is room, which the send itself says at less cost than a poll before it.
   do {
-    sent = ::send(socket, data, length, MSG_NOSIGNAL);
+    sent = ::send(socket, data, length, MSG_NOSIGNAL | MSG_DONTWAIT);
   } while (sent < 0 && mayRepeat(socket, POLLOUT, {deadline, interruption}));
   return sent;
 }
 
-bool receiveAll(ACE_HANDLE socket, char* to, std::size_t length, const Deadline& deadline,
-                const Interruption& interruption) {
-  if (!isUsable(socket, interruption)) {
-    return false;
+bool letSleep(ACE_HANDLE socket, const ACE_Time_Value& time) {
+  const timeval limit = time;
+  int nonBlocking = 0;
+  // For the system no time at all is as long as it takes.
+  return time > ACE_Time_Value::zero &&
+         ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0 &&
+         ::ioctl(socket, FIONBIO, &nonBlocking) == 0;
+}
+
+ssize_t receiveWithin(ACE_HANDLE socket, char* to, std::size_t length, bool maySleep,
+                      const Deadline& deadline, Interruption& interruption) {
+  ssize_t received = maySleep ? receiveAsleep(socket, to, length, interruption)
+                              : ::recv(socket, to, length, MSG_DONTWAIT);
+  while (received < 0 && mayRepeat(socket, POLLIN, {deadline, interruption})) {
+    received = ::recv(socket, to, length, MSG_DONTWAIT);
   }
-  while (length > 0) {
-    const ssize_t received = ::recv(socket, to, length, 0);
-    if (received > 0) {
-      to += received;
-      length -= static_cast<std::size_t>(received);
-    } else if (received == 0) {
-      errno = ENOLINK;
-      return false;
-    } else if (!mayRepeat(socket, POLLIN, {deadline, interruption})) {
-      return false;
-    }
+  if (received == 0) {
+    errno = ENOLINK;
+    return -1;
   }
-  return true;
+  return received;
 }
 
 }  // namespace qov

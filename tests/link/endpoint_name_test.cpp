@@ -7,7 +7,7 @@
 #include "tests/diag/process_root.h"
 #include "tests/link/link_fixture.h"
 #include "tests/link/scripted_names.h"
-#include "tests/link/scripted_poll.h"
+#include "tests/link/scripted_waits.h"
 
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
@@ -90,7 +90,7 @@ TEST_F(EndpointName, IsGivenUpWithAllItsAddressesWhenItIsInterrupted) {
   const QuietAndOpen both;
   NamedLink made("endpoint:" + std::to_string(both.port()));
   ScriptedNames::know("endpoint", {QuietAndOpen::kQuiet, QuietAndOpen::kOpen});
-  const InsteadOfPoll interrupted([&](const InsteadOfPoll::Poll& real, int) {
+  const InsteadOfWaits interrupted([&](const InsteadOfWaits::Wait& real, int) {
     made.interrupt();
     const int ready = real();
     made.resume();

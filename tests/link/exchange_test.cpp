@@ -182,24 +182,6 @@ TEST_F(Exchange, TakesALengthBelowZeroForNoBody) {
   EXPECT_THAT(causes(), IsEmpty());
 }
 
-TEST_F(Exchange, TakesWhatStandsBehindAMessageForTheNextAnswer) {
-  plays({[](PeerConnection& connection) {
-    // A LEN of 0 although something comes behind: a header with another serial number and LEN 0.
-    Message answer = answerTo(connection.request());
-    const Message behind = Bytes().headV3(0).data();
-    answer.insert(answer.end(), behind.begin(), behind.end());
-    connection.send(answer);
-    connection.request();
-    connection.answerAll(recordBytes(77));
-  }});
-  connects();
-  EXPECT_EQ(sends(), 0U);
-  EXPECT_EQ(sends(), kBadReply);
-  EXPECT_EQ(sends(), 0U);
-  EXPECT_EQ(package.count(), 1U);
-  EXPECT_EQ(peer.connections(), 1);
-}
-
 TEST_F(Exchange, FailsToReceiveABodyLongerThanItsBuffer) {
   plays({answersWithLength(2097152 - 28 + 1), answersWithLength(0x7FFFFFFF)});
   connects();

@@ -1,4 +1,3 @@
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -63,6 +62,17 @@ TEST_F(Interrupting, EndsTheWaitForAHeader) {
   EXPECT_EQ(sends(), kSocketFailed);
   EXPECT_THAT(causes(), ElementsAre(kHeadFailed, kReceiveCanceled));
   EXPECT_EQ(peer.connections(), 1);
+}
+
+TEST_F(Interrupting, EndsTheWaitForAHeaderAlthoughItIsOverAtOnce) {
+  plays({holds(), answers});
+  connects(endless());
+  const Afterwards interrupts(asked, [this, interrupt = interruptsTheSleeper()] {
+    interrupt();
+    link->resume();
+  });
+  EXPECT_EQ(sends(), kSocketFailed);
+  EXPECT_THAT(causes(), ElementsAre(kHeadFailed, kReceiveCanceled));
 }
 
 TEST_F(Interrupting, EndsTheWaitForABody) {
@@ -283,21 +293,6 @@ TEST_F(Interrupting, IsTraced) {
                                              "leave void CQOVLongSocket::interrupt(): OK",
                                              "enter void CQOVLongSocket::resume()...",
                                              "leave void CQOVLongSocket::resume(): OK"));
-}
-
-TEST(Interruption, IsAFlagStillWithoutADescriptor) {
-  rlimit before{};
-  ::getrlimit(RLIMIT_NOFILE, &before);
-  rlimit none = before;
-  none.rlim_cur = 0;
-  ::setrlimit(RLIMIT_NOFILE, &none);
-  Interruption interruption;
-  ::setrlimit(RLIMIT_NOFILE, &before);
-  EXPECT_EQ(interruption.handle(), ACE_INVALID_HANDLE);
-  interruption.set();
-  EXPECT_TRUE(interruption.isSet());
-  interruption.clear();
-  EXPECT_FALSE(interruption.isSet());
 }
 
 }  // namespace

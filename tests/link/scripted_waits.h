@@ -1,21 +1,22 @@
-#ifndef QOV_TESTS_LINK_SCRIPTED_POLL_H
-#define QOV_TESTS_LINK_SCRIPTED_POLL_H
+#ifndef QOV_TESTS_LINK_SCRIPTED_WAITS_H
+#define QOV_TESTS_LINK_SCRIPTED_WAITS_H
 
 #include <functional>
 
 namespace qov::test {
 
-/// While it lives, `instead` is called for every poll() of its thread, with a function that does
-/// the real one, and with the time-out. The program has scripted_poll.cpp.
-class InsteadOfPoll {
+/// While it lives, `instead` is called for every poll() and every sleeping recv() of its thread,
+/// with a function that does the real one, and with the time-out in milliseconds. The program has
+/// scripted_waits.cpp.
+class InsteadOfWaits {
  public:
-  using Poll = std::function<int()>;
-  using Script = std::function<int(const Poll& real, int timeout)>;
+  using Wait = std::function<int()>;
+  using Script = std::function<int(const Wait& real, int timeout)>;
 
-  explicit InsteadOfPoll(Script instead);
-  ~InsteadOfPoll();
-  InsteadOfPoll(const InsteadOfPoll&) = delete;
-  InsteadOfPoll& operator=(const InsteadOfPoll&) = delete;
+  explicit InsteadOfWaits(Script instead);
+  ~InsteadOfWaits();
+  InsteadOfWaits(const InsteadOfWaits&) = delete;
+  InsteadOfWaits& operator=(const InsteadOfWaits&) = delete;
 };
 
 }  // namespace qov::test

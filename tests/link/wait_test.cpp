@@ -4,7 +4,7 @@
 #include <chrono>
 
 #include "tests/link/exchange_fixture.h"
-#include "tests/link/scripted_poll.h"
+#include "tests/link/scripted_waits.h"
 #include "tests/support/latch.h"
 
 using ::testing::_;
@@ -19,8 +19,8 @@ namespace {
 class Wait : public LinkTest {
  protected:
   /// Interrupts a wait, and calls resume() as soon as the system has ended it.
-  InsteadOfPoll::Script interruptsAndResumes() {
-    return [this](const InsteadOfPoll::Poll& real, int) {
+  InsteadOfWaits::Script interruptsAndResumes() {
+    return [this](const InsteadOfWaits::Wait& real, int) {
       link->interrupt();
       const int ready = real();
       link->resume();
@@ -34,7 +34,7 @@ TEST_F(Wait, ThatIsInterruptedAndResumedIsNoConnection) {
   quiet.makeRoom();
   link = std::make_unique<TestLink>(quiet.port(), endless());
   log.clear();
-  const InsteadOfPoll interrupted(interruptsAndResumes());
+  const InsteadOfWaits interrupted(interruptsAndResumes());
   EXPECT_EQ(link->setupConnection(), -1);
   EXPECT_THAT(messages("ERR"), ElementsAre(_, EndsWith(": Operation canceled")));
 }
@@ -43,7 +43,7 @@ TEST_F(Wait, ThatIsInterruptedAndResumedEndsTheExchange) {
   plays({[](PeerConnection& connection) { connection.ignoreAll(); }, answers});
   connects(endless());
   {
-    const InsteadOfPoll interrupted(interruptsAndResumes());
+    const InsteadOfWaits interrupted(interruptsAndResumes());
     EXPECT_EQ(sends(), kSocketFailed);
   }
   EXPECT_THAT(causes(), ElementsAre(kHeadFailed,
@@ -71,7 +71,7 @@ TEST_F(Wait, ForABodyHasTheWholeTimeAgain) {
   connects(limits);
   std::vector<Clock::time_point> ends;
   {
-    const InsteadOfPoll seen([&](const InsteadOfPoll::Poll& real, int timeout) {
+    const InsteadOfWaits seen([&](const InsteadOfWaits::Wait& real, int timeout) {
       ends.push_back(Clock::now() + std::chrono::milliseconds(timeout));
       waits.count();
       return real();

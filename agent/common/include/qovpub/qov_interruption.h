@@ -8,17 +8,14 @@
 
 namespace qov {
 
-/// A flag that ends waits: it stays set until it is cleared, and poll() sees it, too. Part of
-/// CQOVLongSocket.
+/// A flag that ends waits for a socket: it stays set until it is cleared. Part of CQOVLongSocket.
 ///
-/// Thread: any, for all operations.
-/// Owns:   a descriptor. Programs that the process starts do not inherit it.
-/// Errors: none. If the system has no descriptor left, a wait under way does not end before its
-///         time; all else works.
+/// Thread: any, for all operations, with one Wait at a time.
+/// Owns:   nothing.
+/// Errors: none.
 class Interruption {
  public:
-  Interruption();
-  ~Interruption();
+  Interruption() = default;
   Interruption(const Interruption&) = delete;
   Interruption& operator=(const Interruption&) = delete;
 
@@ -31,16 +28,30 @@ class Interruption {
   /// Whether the flag was clear at that count of changes and has been ever since.
   bool wasClearSince(unsigned changes) const { return changes_ == changes && !isSetAt(changes); }
 
-  /// Readable while the flag is set; for poll() only. Negative, which poll() skips, without one.
-  ACE_HANDLE handle() const { return handle_; }
+  /// A wait for a socket, as long as it lives. set() ends it by shutting the socket down, which can
+  /// only be closed then.
+  class Wait {
+   public:
+    Wait(Interruption& interruption, ACE_HANDLE socket);
+    ~Wait();
+    Wait(const Wait&) = delete;
+    Wait& operator=(const Wait&) = delete;
+
+    /// Whether the flag is set, or was since the wait began.
+    bool isInterrupted() const { return !interruption_.wasClearSince(changes_); }
+
+   private:
+    Interruption& interruption_;
+    unsigned changes_;
+  };
 
  private:
   static bool isSetAt(unsigned changes) { return changes % 2 != 0; }
 
-  const ACE_HANDLE handle_;
-  // Keeps flag and descriptor alike.
+  // For changes of both.
   std::mutex mutex_;
   std::atomic<unsigned> changes_{0};
+  ACE_HANDLE waitedFor_ = ACE_INVALID_HANDLE;
 };
 
 }  // namespace qov

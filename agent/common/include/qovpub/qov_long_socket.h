@@ -13,7 +13,6 @@
 
 class CQOVDebugKitGuard;
 namespace qov {
-class Deadline;
 class Endpoint;
 }  // namespace qov
 
@@ -154,8 +153,11 @@ class CQOVLongSocket {
                        bool& sent);
   bool readMessage(char* buffer, unsigned int& length, const ACE_Time_Value* timeout,
                    CQOVDebugKitGuard& guard);
-  bool receiveHead(char* to, const qov::Deadline& deadline);
-  bool receiveBody(char* to, unsigned int length, const qov::Deadline& deadline);
+  bool receiveBody(char* to, unsigned int& have, unsigned int length,
+                   const ACE_Time_Value* timeout);
+  bool receive(char* to, unsigned int& have, unsigned int wanted, const ACE_Time_Value* timeout);
+  unsigned int takeAhead(char* to, unsigned int most);
+  bool isOwn(const char* buffer) const;
   unsigned int reconnect();
   std::string connect(CQOVDebugKitGuard& guard);
 
@@ -168,7 +170,13 @@ class CQOVLongSocket {
   std::unique_ptr<qov::Endpoint> endpoint_;  ///< null: there was no memory for the configured one
   qov::Interruption interruption_;
   const Limits limits_;
-  bool cut_ = false;  ///< the endpoint lacks the end of a request on this connection
+  /// What has come on this connection behind the last message: bytes of buffer_.
+  struct {
+    unsigned int begin = 0;
+    unsigned int end = 0;
+  } ahead_;
+  bool sleeps_ = false;  ///< a receive on this connection may sleep as long as a reply may take
+  bool cut_ = false;     ///< the endpoint lacks the end of a request on this connection
   bool retry_ = false;
   int receiveError_ = 0;
 };
