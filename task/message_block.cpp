@@ -13,6 +13,38 @@ namespace {
 /// from whatever else a module may chain behind its messages.
 constexpr ACE_Message_Block::Message_Flags kMark = ACE_Message_Block::USER_FLAGS;
 
+/// The data part of a block, with the bytes of a pointer in it.
+class PointerData : public ACE_Data_Block {
+ public:
+  explicit PointerData(const void* pointer)
+      : ACE_Data_Block(kPointerSize, ACE_Message_Block::MB_DATA, bytes_, nullptr, nullptr,
+                       ACE_Message_Block::DONT_DELETE, nullptr) {
+    memcpy_s(bytes_, sizeof bytes_, &pointer, kPointerSize);
+    // One more user than the block, which thus never deletes what is a part of it.
+    duplicate();
+  }
+
+ private:
+  char bytes_[kPointerSize];
+};
+
+/// Makes the data part before ACE's block, which needs it.
+struct PointerDataHolder {
+  PointerData data_;
+};
+
+/// A block, its data part and its bytes in one allocation.
+class PointerBlock : private PointerDataHolder, public ACE_Message_Block {
+ public:
+  explicit PointerBlock(const void* pointer)
+      : PointerDataHolder{PointerData(pointer)}, ACE_Message_Block(&data_) {
+    wr_ptr(kPointerSize);
+  }
+
+  /// A second block with the same bytes. None can share data that go with this one.
+  ACE_Message_Block* duplicate() const override { return clone(); }
+};
+
 /// Null with errno ENOMEM without memory.
 ACE_Message_Block* makeBlock(std::size_t size, ACE_Message_Block::ACE_Message_Type type) {
   auto* const mb = new (std::nothrow) ACE_Message_Block(size, type);
@@ -28,10 +60,9 @@ ACE_Message_Block* makeBlock(std::size_t size, ACE_Message_Block::ACE_Message_Ty
 }  // namespace
 
 ACE_Message_Block* makePointerBlock(const void* pointer) {
-  ACE_Message_Block* const mb = makeBlock(kPointerSize, ACE_Message_Block::MB_DATA);
-  if (mb != nullptr) {
-    memcpy_s(mb->wr_ptr(), mb->space(), &pointer, kPointerSize);
-    mb->wr_ptr(kPointerSize);
+  ACE_Message_Block* const mb = new (std::nothrow) PointerBlock(pointer);
+  if (mb == nullptr) {
+    errno = ENOMEM;
   }
   return mb;
 }
