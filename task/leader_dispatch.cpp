@@ -117,6 +117,9 @@ void CQOV_Leader_Task::deliver(CQOVDebugKitGuard& log, const QOVMsgHead& head,
                                ACE_Message_Block* mb) {
   CQOV_Task* receiver = findStaticTask(head.opc_);
   if (receiver == nullptr) {
+    if (scheduler_->handToIdleWorker(mb)) {
+      return;
+    }
     receiver = scheduler_.get();
   }
   if (receiver->putMsg(head.type_, mb, nullptr) == -1) {

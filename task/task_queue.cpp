@@ -19,6 +19,19 @@ bool isStop(const ACE_Message_Block* mb) {
   return mb != nullptr && mb->msg_type() == ACE_Message_Block::MB_STOP;
 }
 
+/// Counts its thread for as long as it lives.
+class Counted {
+ public:
+  explicit Counted(int& count) : count_(count) { ++count_; }
+  ~Counted() { --count_; }
+
+  Counted(const Counted&) = delete;
+  Counted& operator=(const Counted&) = delete;
+
+ private:
+  int& count_;
+};
+
 }  // namespace
 
 TaskQueue::~TaskQueue() {
@@ -117,6 +130,11 @@ ACE_Message_Block* TaskQueue::takeData() {
     dequeue_head_i(mb);
   }
   return mb;
+}
+
+bool TaskQueue::isAwaited() {
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  return waitingThreads_ > 0 && is_empty_i();
 }
 
 void TaskQueue::countInto(const std::shared_ptr<ModuleLoad>& load) {
@@ -231,6 +249,7 @@ bool TaskQueue::waitForBell(const ACE_Time_Value* timeout) {
   if (timeout != nullptr) {
     deadline = steadyDeadline(*timeout);
   }
+  const Counted waiting(waitingThreads_);
   // Locked again on every way out: the thread may be cancelled while it waits, and its guards give
   // the lock back.
   ACE_Reverse_Lock<ACE_Thread_Mutex> reversed(lock_);

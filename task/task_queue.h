@@ -47,6 +47,10 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   /// The next block if it is an MB_DATA, at once; else null.
   ACE_Message_Block* takeData();
 
+  /// Whether a thread waits for a block and none is here. A queue's only thread has nothing in its
+  /// hands then either.
+  bool isAwaited();
+
   /// Counts the queue's bytes into `load` from now on and lifts the queue's own limit: whoever
   /// fills the queue never waits.
   void countInto(const std::shared_ptr<ModuleLoad>& load);
@@ -101,6 +105,7 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   const std::shared_ptr<Doorbell> bell_ = std::make_shared<Doorbell>();
 
   // Guarded by the queue's lock.
+  int waitingThreads_ = 0;
   bool pulsed_ = false;
   bool toldToStop_ = false;
   std::shared_ptr<ModuleLoad> load_;

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <new>
+#include <optional>
 #include <utility>
 
 #include "module/module_library.h"
@@ -26,11 +27,14 @@ namespace {
 constexpr unsigned long long kNotedWaits = 500;
 constexpr time_t kLongWaitSeconds = 10;
 
-/// So many messages returning workers take while the scheduler thread waits, and for so many
-/// seconds; then it has its turn again, so that what watches over one wait does not watch over a
-/// pool that is busy for hours.
-constexpr unsigned int kMostTaken = 64;
-constexpr time_t kLongestTaking = 10;
+/// Of the watch over one wait for a worker.
+constexpr unsigned int kWatchKind = 5;
+constexpr unsigned int kWatchLevel = 1;
+constexpr unsigned int kWatchSeconds = 3600;
+
+/// While returning workers serve the backlog, one wait follows another and the scheduler thread
+/// sleeps. So often it looks whether it is still the same wait that it has a watch set on.
+constexpr std::chrono::seconds kWatchedAnew{10};
 
 /// Null when the module makes none or throws.
 std::unique_ptr<CQOV_Task> makeWorker(CQOV_TaskMgr& mgr) {
@@ -187,7 +191,7 @@ int CQOV_TaskScheduler::return_to_work(CQOV_Task* worker) {
     if (!worker->idle_) {
       worker->idle_ = true;
       idleTasks_.push_back(worker);
-      serveWaiting(log);
+      serveBacklog(log);
     }
   }
   if (tooLate) {
@@ -226,7 +230,7 @@ CQOV_Task* CQOV_TaskScheduler::takeIdle() {
 int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block*)");
-  FowGuard watch(5, 1, 3600);
+  std::optional<FowGuard> watch(std::in_place, kWatchKind, kWatchLevel, kWatchSeconds);
   ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
   if (giveToIdleWorker(mb)) {
     return 0;
@@ -236,18 +240,29 @@ int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
     return -1;
   }
   beginWait(log, mb);
-  taken_ = 0;
-  takenSince_ = waitBegin_;
-  while (waiting_ != nullptr && !stopping_) {
+  for (unsigned long long watched = waitSerial_; waiting_ != nullptr && !stopping_;) {
     guard.release();
-    idleSignal_->wait();
+    idleSignal_->wait(qov::Doorbell::Clock::now() + kWatchedAnew);
     guard.acquire();
+    if (std::exchange(watched, waitSerial_) != waitSerial_) {
+      watch.emplace(kWatchKind, kWatchLevel, kWatchSeconds);
+    }
   }
   if (waiting_ == nullptr) {
     return 0;
   }
   qov::releaseWithPackage(endWait(log));
   return -1;
+}
+
+bool CQOV_TaskScheduler::handToIdleWorker(ACE_Message_Block* mb) {
+  CQOVDebugKitGuard log(qov::kPublicKit,
+                        "bool CQOV_TaskScheduler::handToIdleWorker(ACE_Message_Block*)");
+  const qov::RingCollector untilUnlocked;
+  ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
+  // What the scheduler thread takes out of its queue is given away, or waits, before it waits there
+  // again. Only the caller could put something in meanwhile that must come first.
+  return taskQueue().isAwaited() && giveToIdleWorker(mb);
 }
 
 bool CQOV_TaskScheduler::giveToIdleWorker(ACE_Message_Block* mb) {
@@ -260,23 +275,20 @@ bool CQOV_TaskScheduler::giveToIdleWorker(ACE_Message_Block* mb) {
   return false;
 }
 
-void CQOV_TaskScheduler::serveWaiting(CQOVDebugKitGuard& log) {
-  while (waiting_ != nullptr && !stopping_ && !idleTasks_.empty()) {
-    ACE_Message_Block* mb = endWait(log);
-    while (mb != nullptr && giveToIdleWorker(mb)) {
-      mb = mayTakeMore() ? taskQueue().takeData() : nullptr;
-    }
-    if (mb != nullptr) {
-      beginWait(log, mb);
-    }
+void CQOV_TaskScheduler::serveBacklog(CQOVDebugKitGuard& log) {
+  if (waiting_ == nullptr || stopping_) {
+    return;
   }
-  if (waiting_ == nullptr) {
+  ACE_Message_Block* next = endWait(log);
+  if (giveToIdleWorker(next)) {
+    next = taskQueue().takeData();
+  }
+  if (next != nullptr) {
+    // Nobody else is idle: who had been so would have taken what waited.
+    beginWait(log, next);
+  } else {
     ring(idleSignal_);
   }
-}
-
-bool CQOV_TaskScheduler::mayTakeMore() {
-  return ++taken_ < kMostTaken && ACE_OS::time() - takenSince_ < kLongestTaking;
 }
 
 void CQOV_TaskScheduler::beginWait(CQOVDebugKitGuard& log, ACE_Message_Block* mb) {

@@ -1,11 +1,14 @@
 #include <ace/Log_Msg.h>
 #include <gtest/gtest.h>
 #include <qovplatform/platform_guard.h>
+#include <qovpub/qov_task_scheduler.h>
 
 #include <array>
 #include <map>
 #include <mutex>
+#include <thread>
 
+#include "tests/support/shifted_clock.h"
 #include "tests/task/task_fixture.h"
 
 // This program has guards of its own, as a platform library in the place of ours would.
@@ -16,10 +19,17 @@ using Guard = std::array<unsigned, 3>;
 
 std::mutex mutex;
 std::map<Guard, int> open;
+std::map<Guard, int> begun;
 
 void count(const Guard& guard, int change) {
   const std::lock_guard<std::mutex> lock(mutex);
   open[guard] += change;
+  begun[guard] += change > 0 ? 1 : 0;
+}
+
+int countBegun(const Guard& guard) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  return begun[guard];
 }
 
 int countOpen(const Guard& guard) {
@@ -94,5 +104,37 @@ TEST_F(GuardedHandlingTest, TheSchedulerIsWatchedWhileItWaitsForAWorker) {
   release.count();
   ASSERT_TRUE(handled.waitFor(2));
   module.stop();
+  EXPECT_EQ(0, countOpen(kSchedulers));
+}
+
+TEST_F(GuardedHandlingTest, OneWatchIsNotSetOnTheWaitsOfAPoolThatIsBusyForHours) {
+  TestModule module(ignore, 0);
+  CQOV_TaskScheduler scheduler(&module, 0);
+  auto* const worker = new FunctionWorker(&module, ignore);
+  const int before = countBegun(kSchedulers);
+  ACE_Log_Msg& ace = *ACE_Log_Msg::instance();
+  ace.priority_mask(ace.priority_mask(ACE_Log_Msg::PROCESS) | LM_DEBUG, ACE_Log_Msg::PROCESS);
+  std::thread waiter([&] {
+    // Its looks at the watch come at once.
+    const qov::test::InstantWaits instant;
+    EXPECT_EQ(0, scheduler.handle_mb_data(makeBlock(makeMessage(3, 1))));
+  });
+  ASSERT_EQ(0, scheduler.putMsg(3, makeBlock(makeMessage(3, 2)), nullptr));
+  const auto returnWorker = [&] {
+    ASSERT_EQ(0, scheduler.return_to_work(worker));
+    ACE_Message_Block* block = nullptr;
+    ASSERT_EQ(0, worker->msg_queue()->dequeue_head(block));
+    qov::releaseWithPackage(block);
+  };
+  ASSERT_TRUE(log_.waitFor("wait worker thread is empty begin num("));
+  // The worker ends the first wait, and another one begins.
+  returnWorker();
+  while (countBegun(kSchedulers) == before + 1) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(1, countOpen(kSchedulers));
+  returnWorker();
+  waiter.join();
+  EXPECT_EQ(before + 2, countBegun(kSchedulers));
   EXPECT_EQ(0, countOpen(kSchedulers));
 }

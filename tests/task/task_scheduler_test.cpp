@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -271,6 +272,77 @@ TEST_F(TaskSchedulerTest, PassesOverAWorkerThatWasToldToEndOnItsOwn) {
   EXPECT_TRUE(handled.waitFor(2));
 }
 
+TEST_F(TaskSchedulerTest, KeepsTheOrderOfMessagesWhetherTheyWaitOrNot) {
+  constexpr std::uint64_t kMessages = 2000;
+  std::vector<std::uint64_t> order;
+  Latch handled;
+  TestModule module(
+      [&](CQOV_Task&, CQOV_MsgPackage& pkg) {
+        order.push_back(pkg.head().opc_);
+        handled.count();
+        return 0;
+      },
+      1);
+  ASSERT_TRUE(module.init());
+  for (std::uint64_t opc = 1; opc <= kMessages; ++opc) {
+    ASSERT_LT(0, module.putq(makeBlock(makeMessage(3, opc)), nullptr));
+    // Now and then the pool comes to rest, or nearly so.
+    if (opc % 7 == 0) {
+      ASSERT_TRUE(handled.waitFor(static_cast<int>(opc - opc % 3)));
+    }
+  }
+  ASSERT_TRUE(handled.waitFor(kMessages));
+  EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+}
+
+namespace {
+
+/// A scheduler with a worker that is idle and whose thread never runs.
+class SchedulerWithAWorker : public TaskSchedulerTest {
+ protected:
+  SchedulerWithAWorker() { EXPECT_EQ(0, scheduler_.return_to_work(worker_)); }
+
+  /// Whether a message gets to the worker without the scheduler thread.
+  bool hands() {
+    ACE_Message_Block* const block = makeBlock(makeMessage(3, 1));
+    const bool handed = scheduler_.handToIdleWorker(block);
+    if (!handed) {
+      qov::releaseWithPackage(block);
+    }
+    return handed;
+  }
+
+  TestModule module_{ignore, 0};
+  CQOV_TaskScheduler scheduler_{&module_, 0};
+  FunctionWorker* const worker_ = new FunctionWorker(&module_, ignore);
+};
+
+}  // namespace
+
+TEST_F(SchedulerWithAWorker, HandsAMessageToItWithoutItsThread) {
+  ASSERT_EQ(0, scheduler_.activate());
+  while (!hands()) {
+    // Its thread does not wait yet.
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(1U, worker_->msg_queue()->message_count());
+  // Nobody is idle.
+  EXPECT_FALSE(hands());
+  scheduler_.notifyExit();
+  EXPECT_EQ(0, scheduler_.wait());
+}
+
+TEST_F(SchedulerWithAWorker, LeavesAMessageToItsThreadWhileThatIsElsewhere) {
+  EXPECT_FALSE(hands());
+  EXPECT_TRUE(worker_->msg_queue()->is_empty());
+}
+
+TEST_F(SchedulerWithAWorker, HandsNothingPastWhatStandsInItsQueue) {
+  ASSERT_EQ(0, scheduler_.putMsg(3, makeBlock(makeMessage(3, 1)), nullptr));
+  EXPECT_FALSE(hands());
+  EXPECT_EQ(1U, scheduler_.msg_queue()->message_count());
+}
+
 TEST_F(TaskSchedulerTest, RefusesAnUnknownBlockType) {
   TestModule module(ignore, 0);
   CQOV_TaskScheduler scheduler(&module, 0);
@@ -406,22 +478,6 @@ TEST_F(BusyPoolTest, AWorkerThatIsFreeWhenNothingStandsInTheQueueJoinsTheIdleOne
   EXPECT_EQ(0, pool.end());
   EXPECT_EQ(std::nullopt, pool.returnWorker());
   EXPECT_EQ(0, pool.scheduler().handle_mb_data(makeBlock(makeMessage(3, 1))));
-}
-
-TEST_F(BusyPoolTest, TheSchedulerThreadHasItsTurnAgainHoweverBusyThePoolIs) {
-  BusyPool pool(log_);
-  constexpr std::uint64_t kMany = 200;
-  for (std::uint64_t opc = 1; opc <= kMany; ++opc) {
-    pool.queue(opc);
-  }
-  std::uint64_t taken = 0;
-  while (taken <= kMany && pool.returnWorker() == taken) {
-    ++taken;
-  }
-  EXPECT_EQ(0, pool.end());
-  EXPECT_LT(0U, taken);
-  EXPECT_EQ(kMany + 1 - taken, pool.scheduler().msg_queue()->message_count());
-  EXPECT_LT(0U, pool.scheduler().msg_queue()->message_count());
 }
 
 TEST_F(BusyPoolTest, AWorkerTakesWhatWaitsHoweverFullItsOwnQueueIs) {

@@ -14,10 +14,11 @@ namespace qov {
 class Doorbell;
 }  // namespace qov
 
-/// One thread per module that hands each message to the next idle worker of the module's pool.
+/// Hands each message to the next idle worker of the module's pool. Its thread, one per module, is
+/// needed only where a message has to wait for a worker.
 ///
-/// Thread: svc(), createPool() and handle_mb_data() on the scheduler's own thread; return_to_work()
-///         from any thread.
+/// Thread: svc(), createPool() and handle_mb_data() on the scheduler's own thread;
+///         handToIdleWorker() on the leader's; return_to_work() from any thread.
 /// Owns:   the workers, from their creation, and what was handed to the pool, from then on,
 ///         until its destructor, which runs after their threads have been joined. The task manager
 ///         is borrowed.
@@ -37,7 +38,7 @@ class CQOV_TaskScheduler : public CQOV_Task {
   int createPool();
 
   /// Puts `worker` at the tail of the idle list, once; while handle_mb_data() waits, `worker` takes
-  /// what waits, or else the next message in the queue, at once. A task that is not of the pool yet
+  /// what waits at once. A task that is not of the pool yet
   /// becomes one of it: see CQOV_Task::idle(). 0, or -1 for null, or without memory (errno ENOMEM)
   /// to take a new one into the pool.
   int return_to_work(CQOV_Task* worker);
@@ -46,6 +47,12 @@ class CQOV_TaskScheduler : public CQOV_Task {
   /// only a stop ends the wait, and frees `mb` with its package. Returns 0, or -1 when `mb` was
   /// dropped.
   int handle_mb_data(ACE_Message_Block* mb);
+
+  /// Hands `mb` to the worker that has been idle for longest, if there is one and the scheduler
+  /// holds nothing back that has come before: its queue is empty, and its thread waits there. Else
+  /// false, and `mb` still the caller's: it goes into the queue then. So messages of one sender
+  /// keep their order.
+  bool handToIdleWorker(ACE_Message_Block* mb);
 
   /// Waits until createPool() has ended or the scheduler thread has, at most `seconds`.
   bool waitForPool(unsigned int seconds);
@@ -69,14 +76,13 @@ class CQOV_TaskScheduler : public CQOV_Task {
   CQOV_Task* takeIdle();
   /// False, and `mb` still the caller's, when nobody is idle.
   bool giveToIdleWorker(ACE_Message_Block* mb);
-  /// Gives what waits, and what stands behind it in the queue, to idle workers. On the thread of
-  /// the worker that has become idle: it goes on at once, and no thread is woken in between.
-  void serveWaiting(CQOVDebugKitGuard& log);
+  /// Gives what waits to the worker that has become idle, on its thread: it goes on at once, and no
+  /// thread is woken in between. What stands behind that in the queue waits next; the scheduler
+  /// thread is woken for anything but a message, or when nothing is left.
+  void serveBacklog(CQOVDebugKitGuard& log);
   void beginWait(CQOVDebugKitGuard& log, ACE_Message_Block* mb);
   /// What has waited.
   ACE_Message_Block* endWait(CQOVDebugKitGuard& log);
-  /// Whether another message may go without the scheduler thread.
-  bool mayTakeMore();
 
   // Constant after construction.
   const unsigned int poolSize_;
@@ -94,9 +100,6 @@ class CQOV_TaskScheduler : public CQOV_Task {
   ACE_Message_Block* waiting_ = nullptr;
   unsigned long long waitSerial_ = 0;
   time_t waitBegin_ = 0;
-  /// What returning workers have taken since the scheduler thread began to wait, and when it did.
-  unsigned int taken_ = 0;
-  time_t takenSince_ = 0;
 
   std::mutex standsLock_;
   std::condition_variable standsSignal_;
