@@ -290,6 +290,9 @@ TEST_F(LeaderQueueTest, ASenderThatIsCancelledLeavesItsPlaceInTheLine) {
 }
 
 TEST_F(LeaderQueueTest, ASenderThatIsCancelledAfterItWasLetInGivesItsRoomBack) {
+  if (QOV_TEST_TSAN) {
+    GTEST_SKIP() << "ThreadSanitizer sees nothing more of a thread that is cancelled in sem_wait()";
+  }
   // The queue itself is full of what passes through, so the sender waits once more.
   queue_.high_water_mark(kBlock);
   ASSERT_TRUE(take(makeMessage(3, 1, kModule + 1)));
