@@ -16,8 +16,8 @@ Complaints::~Complaints() {
   listening = nullptr;
 }
 
-bool Complaints::hears(ACE_Log_Priority priority) {
-  return listening != nullptr && (priority == LM_WARNING || priority == LM_ERROR);
+bool Complaints::isListening() {
+  return listening != nullptr;
 }
 
 void Complaints::tell(const LogLevel& level, const std::string& kitName, std::string_view message,

@@ -27,11 +27,16 @@ class Complaints {
 
   /// Whether the calling thread's object, if it has one, hears a record although its level is off.
   /// Critical ones are off for good.
-  static bool hears(ACE_Log_Priority priority);
+  static bool hears(const LogLevel& level) {
+    return (level.priority & (LM_WARNING | LM_ERROR)) != 0 && isListening();
+  }
 
   /// Tells the calling thread's object, if it has one, of a record.
   static void tell(const LogLevel& level, const std::string& kitName, std::string_view message,
                    bool onStandardError);
+
+ private:
+  static bool isListening();
 };
 
 }  // namespace qov

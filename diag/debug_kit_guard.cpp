@@ -1,6 +1,5 @@
 #include <qovpub/qov_common_debugkit.h>
 
-#include "diag/complaints.h"
 #include "diag/deleted_kits.h"
 #include "diag/log_level.h"
 
@@ -39,18 +38,14 @@ const CQOVDebugKit* CQOVDebugKitGuard::kit() {
   return kit_;
 }
 
-void CQOVDebugKitGuard::trace(const char* before, const char* after) try {
+void CQOVDebugKitGuard::trace(const char* before, const char* after) {
   if (const CQOVDebugKit* const to = kit()) {
-    to->trace(std::string(before).append(name_).append(after));
+    to->traceCall(before, name_, after);
   }
-} catch (...) {  // no memory: the traced function goes on without its record
 }
 
 void CQOVDebugKitGuard::debug(unsigned long long logId, const char* function, unsigned int line,
                               const char* format, ...) {
-  if (!qov::isOn(qov::kDebug)) {
-    return;
-  }
   va_list args;
   va_start(args, format);
   if (const CQOVDebugKit* const to = kit()) {
@@ -61,9 +56,6 @@ void CQOVDebugKitGuard::debug(unsigned long long logId, const char* function, un
 
 void CQOVDebugKitGuard::info(unsigned long long logId, const char* function, unsigned int line,
                              const char* format, ...) {
-  if (!qov::isOn(qov::kInfo)) {
-    return;
-  }
   va_list args;
   va_start(args, format);
   if (const CQOVDebugKit* const to = kit()) {
@@ -75,9 +67,6 @@ void CQOVDebugKitGuard::info(unsigned long long logId, const char* function, uns
 void CQOVDebugKitGuard::warn(unsigned long long logId, const char* function, unsigned int line,
                              const char* format, ...) {
   ok_ = false;
-  if (!qov::isOn(qov::kWarn) && !qov::Complaints::hears(LM_WARNING)) {
-    return;
-  }
   va_list args;
   va_start(args, format);
   if (const CQOVDebugKit* const to = kit()) {
@@ -89,9 +78,6 @@ void CQOVDebugKitGuard::warn(unsigned long long logId, const char* function, uns
 void CQOVDebugKitGuard::error(unsigned long long logId, const char* function, unsigned int line,
                               const char* format, ...) {
   ok_ = false;
-  if (!qov::isOn(qov::kError) && !qov::Complaints::hears(LM_ERROR)) {
-    return;
-  }
   va_list args;
   va_start(args, format);
   if (const CQOVDebugKit* const to = kit()) {

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -37,11 +36,11 @@ void closeToOthers(int fd, const struct stat& status) {
   }
 }
 
-/// Writes all of `size` bytes unless that fails; returns how many it wrote.
-size_t writeAll(int fd, const char* from, size_t size) {
+/// Writes all of `text` unless that fails (a full disk); returns how many bytes it wrote.
+size_t writeAll(int fd, std::string_view text) {
   size_t written = 0;
-  while (written < size) {
-    const ssize_t result = ::write(fd, from + written, size - written);
+  while (written < text.size()) {
+    const ssize_t result = ::write(fd, text.data() + written, text.size() - written);
     if (result > 0) {
       written += static_cast<size_t>(result);
     } else if (result == 0 || errno != EINTR) {
@@ -145,48 +144,24 @@ bool LogFile::follow() {
   return begin(&own) || !isDeleted;  // rather in a file of another name than nowhere
 }
 
-bool LogFile::write(const iovec* pieces, int count) {
+bool LogFile::write(std::string_view record) {
   if (!isReady()) {
     return false;
   }
-  if (append(pieces, count)) {
+  if (append(record)) {
     return true;
   }
   struct stat own {};
   const bool isLost = !statOwn(own);  // someone has closed our descriptor since the last look
-  return isLost && begin(nullptr) && append(pieces, count);
+  return isLost && begin(nullptr) && append(record);
 }
 
-bool LogFile::append(const iovec* pieces, int count) {
-  size_t size = 0;
-  for (int i = 0; i < count; ++i) {
-    size += pieces[i].iov_len;
-  }
-  size_t written = static_cast<size_t>(std::max<ssize_t>(0, ::writev(fd_, pieces, count)));
-  if (written < size) {
-    written += writeRest(pieces, count, written);
-  }
-  if (written != 0 && written < size) {
+bool LogFile::append(std::string_view record) {
+  const size_t written = writeAll(fd_, record);
+  if (written != 0 && written < record.size()) {
     takeBack(written);
   }
-  return written == size;
-}
-
-/// After a call that wrote only the first `skipped` bytes (an interruption, a disk that is almost
-/// full). Returns how many bytes more it wrote.
-size_t LogFile::writeRest(const iovec* pieces, int count, size_t skipped) {
-  size_t written = 0;
-  for (int i = 0; i < count; ++i) {
-    const size_t from = std::min(skipped, pieces[i].iov_len);
-    skipped -= from;
-    const size_t size = pieces[i].iov_len - from;
-    const size_t result = writeAll(fd_, static_cast<const char*>(pieces[i].iov_base) + from, size);
-    written += result;
-    if (result != size) {
-      break;
-    }
-  }
-  return written;
+  return written == record.size();
 }
 
 /// Removes the torn beginning of a record, unless someone else has written behind it.

@@ -2,11 +2,11 @@
 #define QOV_DIAG_LOG_FILE_H
 
 #include <sys/stat.h>
-#include <sys/uio.h>
 
 #include <cstddef>
 #include <ctime>
 #include <string>
+#include <string_view>
 
 namespace qov {
 
@@ -31,8 +31,8 @@ class LogFile {
   /// Gives a file that did not exist, and has no predecessor to take after, to this user.
   void setOwner(uid_t user, gid_t group);
 
-  /// Appends the pieces as one: all of them, or nothing and false.
-  bool write(const iovec* pieces, int count);
+  /// Appends all of `record`, or nothing and false.
+  bool write(std::string_view record);
 
   /// Begins the file anew when its path no longer leads to it, then rotates it when it has more
   /// than `maxBytes` (0: no limit): path -> path.1 -> path.2 and so on up to `predecessors`.
@@ -51,11 +51,10 @@ class LogFile {
   bool begin(const struct stat* predecessor);
   bool isReady();
   bool follow();
-  bool append(const iovec* pieces, int count);
+  bool append(std::string_view record);
   bool statOwn(struct stat& own) const;
   bool isMoved(const struct stat& own) const;
   bool putAside(int predecessors) const;
-  size_t writeRest(const iovec* pieces, int count, size_t skipped);
   void takeBack(size_t written) const;
   void forgetLost();
   std::string numbered(int number) const { return path_ + "." + std::to_string(number); }

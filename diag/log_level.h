@@ -19,24 +19,6 @@ constexpr LogLevel kWarn{"WARN", LM_WARNING};
 constexpr LogLevel kError{"ERR", LM_ERROR};
 constexpr LogLevel kCritical{"CRI", LM_CRITICAL};
 
-/// The level of `priority`, which is one of those above.
-constexpr const LogLevel& levelOf(ACE_Log_Priority priority) {
-  switch (priority) {
-    case LM_DEBUG:
-      return kDebug;
-    case LM_INFO:
-      return kInfo;
-    case LM_WARNING:
-      return kWarn;
-    case LM_ERROR:
-      return kError;
-    case LM_CRITICAL:
-      return kCritical;
-    default:
-      return kTrace;
-  }
-}
-
 /// ACE's process-wide mask of priorities. ACE shows it through a thread's log object only; making
 /// one takes ACE's log lock, which a level that is off must not cost.
 extern const u_long* const kProcessMask;

@@ -12,7 +12,6 @@
 #include "diag/destination_lock.h"
 #include "diag/log_stream.h"
 #include "diag/orphan_threads.h"
-#include "diag/record_pieces.h"
 #include "diag/standard_error.h"
 
 namespace qov {
@@ -88,39 +87,32 @@ void writeLongThroughAce(ACE_Log_Msg& log, u_long flags, ACE_Log_Priority priori
 }
 
 void writeThroughAce(ACE_Log_Msg& log, u_long flags, ACE_Log_Priority priority,
-                     std::string_view head, std::string_view message) {
-  std::string text;
-  text.reserve(head.size() + message.size() + 1);
-  text.append(head).append(message).append(1, '\n');
-  if (text.size() <= kAcePiece) {
-    logPiece(log, priority, text);
+                     std::string_view record) {
+  if (record.size() <= kAcePiece) {
+    logPiece(log, priority, record);
   } else {
-    writeLongThroughAce(log, flags, priority, text);
+    writeLongThroughAce(log, flags, priority, record);
   }
 }
 
 /// A stream that failed once (a full disk) gets its next chance with the next record.
-void writeStream(std::ostream& out, const RecordPieces& record) {
+void writeStream(std::ostream& out, std::string_view record) {
   if (!out.good()) {
     out.clear();
   }
-  for (int i = 0; i < record.count(); ++i) {
-    const iovec& piece = record.data()[i];
-    out.write(static_cast<const char*>(piece.iov_base),
-              static_cast<std::streamsize>(piece.iov_len));
-  }
+  out.write(record.data(), static_cast<std::streamsize>(record.size()));
   out.flush();
 }
 
 /// True if standard error has taken the record in place of the log file.
-bool writeToStreamOf(ACE_Log_Msg& log, const RecordPieces& record) {
+bool writeToStreamOf(ACE_Log_Msg& log, std::string_view record) {
   std::ostream* const out = log.msg_ostream();
   LogStream* const logFile = LogStream::process();
   if (out == nullptr) {
     return false;
   }
   if (out == logFile) {
-    return !logFile->write(record.data(), record.count());
+    return !logFile->writeRecord(record);
   }
   writeStream(*out, record);
   return false;
@@ -128,8 +120,7 @@ bool writeToStreamOf(ACE_Log_Msg& log, const RecordPieces& record) {
 
 }  // namespace
 
-bool writeRecord(ACE_Log_Msg& log, const RecordInfo& info, std::string_view head,
-                 std::string_view message) {
+bool writeRecord(ACE_Log_Msg& log, const RecordInfo& info, std::string_view record) {
   log.set(kSource, info.sourceLine, 0, info.errnum, log.restart(), log.msg_ostream(),
           log.msg_callback());
   const u_long flags = log.flags();
@@ -138,13 +129,12 @@ bool writeRecord(ACE_Log_Msg& log, const RecordInfo& info, std::string_view head
     OrphanThreads::adopt(log);
   }
   if (needsAce(log, flags)) {
-    writeThroughAce(log, flags, info.priority, head, message);
+    writeThroughAce(log, flags, info.priority, record);
     return onStandardError;
   }
-  const RecordPieces record(head, message);
   const DestinationLock lock(log);
   if (onStandardError) {
-    writeStandardError(record.data(), record.count());
+    writeStandardError(record);
   }
   if ((flags & ACE_Log_Msg::OSTREAM) != 0 && writeToStreamOf(log, record)) {
     onStandardError = true;

@@ -14,11 +14,10 @@ struct RecordInfo {
   int errnum;
 };
 
-/// Hands one record, `head` + `message` + newline, to the destinations that ACE logging has for
-/// the calling thread, whole and not mixed with others. True if standard error was one of them,
-/// also in place of a log file that did not take it. May throw what a destination throws.
-bool writeRecord(ACE_Log_Msg& log, const RecordInfo& info, std::string_view head,
-                 std::string_view message);
+/// Hands one record, its newline included, to the destinations that ACE logging has for the calling
+/// thread, whole and not mixed with others. True if standard error was one of them, also in place
+/// of a log file that did not take it. May throw what a destination throws.
+bool writeRecord(ACE_Log_Msg& log, const RecordInfo& info, std::string_view record);
 
 }  // namespace qov
 

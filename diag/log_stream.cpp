@@ -5,8 +5,7 @@
 #include <new>
 
 #include "diag/log_level.h"
-#include "diag/record_head.h"
-#include "diag/record_pieces.h"
+#include "diag/record.h"
 #include "diag/standard_error.h"
 #include "diag/uncancelled.h"
 
@@ -42,26 +41,26 @@ LogStream& LogStream::use(const std::string& path, std::optional<uid_t> owner) {
   return *stream;
 }
 
-bool LogStream::write(const iovec* pieces, int count) {
+bool LogStream::writeRecord(std::string_view record) {
   if (lost_ != 0) {
     reportLost();
   }
-  if (lost_ == 0 && file_.write(pieces, count)) {
+  if (lost_ == 0 && file_.write(record)) {
     return true;
   }
   ++lost_;
-  writeStandardError(pieces, count);
+  writeStandardError(record);
   return false;
 }
 
 /// Runs again before every record until the file takes it. Throws nothing: ACE's insertion would
 /// take that for a bad stream.
 void LogStream::reportLost() try {
-  const RecordHead head("QOVPUBLIC", kLostRecordsId, kError.tag, __FUNCTION__, __LINE__);
-  const RecordPieces record(
-      head.text(),
-      "records missing here, since the log file could not be written: " + std::to_string(lost_));
-  if (file_.write(record.data(), record.count())) {
+  ShortRecord record("QOVPUBLIC", kLostRecordsId, kError.tag, __FUNCTION__, __LINE__);
+  record.add("records missing here, since the log file could not be written: ");
+  record.add(std::to_string(lost_));
+  record.finish();
+  if (file_.write(record.line())) {
     lost_ = 0;
   }
 } catch (const std::bad_alloc&) {
@@ -69,8 +68,7 @@ void LogStream::reportLost() try {
 
 std::streamsize LogStream::Buffer::xsputn(const char* from, std::streamsize size) {
   const Uncancelled uncancelled;
-  const iovec text = {const_cast<char*>(from), static_cast<size_t>(size)};
-  stream_.write(&text, 1);
+  stream_.writeRecord({from, static_cast<size_t>(size)});
   return size;
 }
 

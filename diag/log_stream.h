@@ -5,6 +5,7 @@
 #include <ostream>
 #include <streambuf>
 #include <string>
+#include <string_view>
 
 #include "diag/log_file.h"
 
@@ -32,8 +33,8 @@ class LogStream : public std::ostream {
   /// Why the last use() could not open the file, an errno value; 0 when it could.
   int openError() const { return openError_; }
 
-  /// Writes the pieces of one record. False if standard error has taken them instead.
-  bool write(const iovec* pieces, int count);
+  /// Writes one record. False if standard error has taken it instead.
+  bool writeRecord(std::string_view record);
 
   /// Looks after the file's size, see LogFile::check().
   void checkFile(long long maxBytes, int predecessors) { file_.check(maxBytes, predecessors); }

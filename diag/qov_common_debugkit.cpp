@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <ctime>
-#include <mutex>
 #include <string_view>
 
 #include "diag/complaints.h"
@@ -10,16 +9,11 @@
 #include "diag/log_end.h"
 #include "diag/log_level.h"
 #include "diag/log_output.h"
-#include "diag/message_text.h"
-#include "diag/record_head.h"
+#include "diag/record.h"
 #include "diag/record_time.h"
 #include "diag/uncancelled.h"
 
-namespace {
-
-using qov::LogLevel;
-
-constexpr unsigned long long kTraceId = ~0ULL;
+namespace qov {
 
 /// Where a record comes from.
 struct Origin {
@@ -28,6 +22,15 @@ struct Origin {
   unsigned int line;
   int sourceLine;  ///< of the level operation, for ACE
 };
+
+}  // namespace qov
+
+namespace {
+
+using qov::LogLevel;
+using qov::Origin;
+
+constexpr unsigned long long kTraceId = ~0ULL;
 
 /// What a call leaves as it found it. errno is the caller's: logging stands between a failed call
 /// and the look at its reason.
@@ -53,30 +56,27 @@ std::string_view textOf(const char* message) {
   return message != nullptr ? std::string_view(message) : std::string_view();
 }
 
-void write(const LogLevel& level, const std::string& kitName, const Origin& origin,
-           std::string_view message, int errnum) {
-  const qov::RecordUnderWay record;
-  ACE_Log_Msg* const log = record.mayGo() ? ACE_Log_Msg::instance() : nullptr;
+/// Fills a record with `fill` and hands it on. Logging is called in destructors and in handlers of
+/// exceptions, so nothing may leave it: a record is given up when there is no memory for it, or
+/// when its destination throws. `isOn` is false for a record that only the start of the process
+/// shows.
+template <class AnyRecord, class Fill>
+void write(const LogLevel& level, bool isOn, const std::string& kitName, const Origin& origin,
+           const Fill& fill) noexcept {
+  const CallerState caller;
+  const qov::RecordUnderWay underWay;
+  ACE_Log_Msg* const log = underWay.mayGo() ? ACE_Log_Msg::instance() : nullptr;
   if (log == nullptr) {
     return;
   }
-  const qov::RecordHead head(kitName, origin.logId, level.tag, origin.function, origin.line);
-  const bool onStandardError =
-      qov::isOn(level) &&
-      qov::writeRecord(*log, {level.priority, origin.sourceLine, errnum}, head.text(),
-                       head.complete() ? message : std::string_view());
-  qov::Complaints::tell(level, kitName, message, onStandardError);
-}
-
-// Logging is called in destructors and in handlers of exceptions, so nothing may leave it: both
-// kinds of writing give up a record for which there is no memory, or whose destination throws.
-
-template <class Message>
-void writeMessage(const LogLevel& level, const std::string& kitName, const Origin& origin,
-                  const Message& message) noexcept {
-  const CallerState caller;
   try {
-    write(level, kitName, origin, textOf(message), caller.errnum());
+    AnyRecord record(kitName, origin.logId, level.tag, origin.function, origin.line);
+    fill(record);
+    record.finish();
+    const bool onStandardError =
+        isOn &&
+        qov::writeRecord(*log, {level.priority, origin.sourceLine, caller.errnum()}, record.line());
+    qov::Complaints::tell(level, kitName, record.message(), onStandardError);
   } catch (...) {
   }
 }
@@ -84,21 +84,23 @@ void writeMessage(const LogLevel& level, const std::string& kitName, const Origi
 template <class Message>
 inline void logMessage(const LogLevel& level, const std::string& kitName, const Origin& origin,
                        const Message& message) {
-  if (qov::isOn(level) || qov::Complaints::hears(level.priority)) {
-    writeMessage(level, kitName, origin, message);
+  const bool isOn = qov::isOn(level);
+  if (isOn || qov::Complaints::hears(level)) {
+    write<qov::ShortRecord>(level, isOn, kitName, origin,
+                            [&](qov::Record& record) { record.add(textOf(message)); });
   }
 }
 
-void appendRecord(std::ostringstream& out, const qov::RecordHead& head, std::string_view message) {
-  const std::string_view text = head.text();
-  out.write(text.data(), static_cast<std::streamsize>(text.size()));
-  if (!head.complete()) {
+void appendRecord(std::ostringstream& out, qov::Record& record) {
+  record.finish();
+  const std::string_view line = record.line();
+  const size_t size = line.size() - (record.isComplete() ? 0 : 1);
+  out.write(line.data(), static_cast<std::streamsize>(size));
+  if (record.isComplete()) {
+    out.flush();
+  } else {
     out.setstate(std::ios_base::badbit);
-    return;
   }
-  out.write(message.data(), static_cast<std::streamsize>(message.size()));
-  out.put('\n');
-  out.flush();
 }
 
 }  // namespace
@@ -119,10 +121,6 @@ bool CQOVDebugKit::isOn(ACE_Log_Priority priority) {
   return (*qov::kProcessMask & priority) != 0;
 }
 
-bool CQOVDebugKit::isHeard(ACE_Log_Priority priority) {
-  return qov::Complaints::hears(priority);
-}
-
 void CQOVDebugKit::debug(unsigned long long logId, const char* function, unsigned int line,
                          const std::string& message) const {
   logMessage(qov::kDebug, name_, {logId, function, line, __LINE__}, message);
@@ -131,6 +129,11 @@ void CQOVDebugKit::debug(unsigned long long logId, const char* function, unsigne
 void CQOVDebugKit::debug(unsigned long long logId, const char* function, unsigned int line,
                          const char* message) const {
   logMessage(qov::kDebug, name_, {logId, function, line, __LINE__}, message);
+}
+
+void CQOVDebugKit::debug(unsigned long long logId, const char* function, unsigned int line,
+                         const char* format, va_list args) const {
+  logFormatted(qov::kDebug, {logId, function, line, __LINE__}, format, args);
 }
 
 void CQOVDebugKit::info(unsigned long long logId, const char* function, unsigned int line,
@@ -143,6 +146,11 @@ void CQOVDebugKit::info(unsigned long long logId, const char* function, unsigned
   logMessage(qov::kInfo, name_, {logId, function, line, __LINE__}, message);
 }
 
+void CQOVDebugKit::info(unsigned long long logId, const char* function, unsigned int line,
+                        const char* format, va_list args) const {
+  logFormatted(qov::kInfo, {logId, function, line, __LINE__}, format, args);
+}
+
 void CQOVDebugKit::warn(unsigned long long logId, const char* function, unsigned int line,
                         const std::string& message) const {
   logMessage(qov::kWarn, name_, {logId, function, line, __LINE__}, message);
@@ -153,6 +161,11 @@ void CQOVDebugKit::warn(unsigned long long logId, const char* function, unsigned
   logMessage(qov::kWarn, name_, {logId, function, line, __LINE__}, message);
 }
 
+void CQOVDebugKit::warn(unsigned long long logId, const char* function, unsigned int line,
+                        const char* format, va_list args) const {
+  logFormatted(qov::kWarn, {logId, function, line, __LINE__}, format, args);
+}
+
 void CQOVDebugKit::error(unsigned long long logId, const char* function, unsigned int line,
                          const std::string& message) const {
   logMessage(qov::kError, name_, {logId, function, line, __LINE__}, message);
@@ -161,6 +174,11 @@ void CQOVDebugKit::error(unsigned long long logId, const char* function, unsigne
 void CQOVDebugKit::error(unsigned long long logId, const char* function, unsigned int line,
                          const char* message) const {
   logMessage(qov::kError, name_, {logId, function, line, __LINE__}, message);
+}
+
+void CQOVDebugKit::error(unsigned long long logId, const char* function, unsigned int line,
+                         const char* format, va_list args) const {
+  logFormatted(qov::kError, {logId, function, line, __LINE__}, format, args);
 }
 
 void CQOVDebugKit::critical(unsigned long long logId, const char* function, unsigned int line,
@@ -173,15 +191,17 @@ void CQOVDebugKit::critical(unsigned long long logId, const char* function, unsi
   logMessage(qov::kCritical, name_, {logId, function, line, __LINE__}, message);
 }
 
-void CQOVDebugKit::logFormatted(ACE_Log_Priority priority, int sourceLine, unsigned long long logId,
-                                const char* function, unsigned int line, const char* format,
+void CQOVDebugKit::critical(unsigned long long logId, const char* function, unsigned int line,
+                            const char* format, va_list args) const {
+  logFormatted(qov::kCritical, {logId, function, line, __LINE__}, format, args);
+}
+
+void CQOVDebugKit::logFormatted(const LogLevel& level, const Origin& origin, const char* format,
                                 va_list args) const {
-  const CallerState caller;
-  try {
-    const qov::MessageText message(format, args);
-    write(qov::levelOf(priority), name_, {logId, function, line, sourceLine}, message.text(),
-          caller.errnum());
-  } catch (...) {
+  const bool isOn = qov::isOn(level);
+  if (isOn || qov::Complaints::hears(level)) {
+    write<qov::PrintedRecord>(level, isOn, name_, origin,
+                              [&](qov::Record& record) { record.print(format, args); });
   }
 }
 
@@ -193,17 +213,29 @@ void CQOVDebugKit::trace(const char* message) const {
   logMessage(qov::kTrace, name_, {kTraceId, "", 0, __LINE__}, message);
 }
 
+void CQOVDebugKit::traceCall(const char* before, const char* name, const char* after) const {
+  write<qov::ShortRecord>(qov::kTrace, true, name_, {kTraceId, "", 0, __LINE__},
+                          [&](qov::Record& record) {
+                            record.add(before);
+                            record.add(name);
+                            record.add(after);
+                          });
+}
+
 void CQOVDebugKit::makeLog(std::ostringstream& out, unsigned long long logId, const char* tag,
                            const char* function, unsigned int line,
                            const std::string& message) const {
-  appendRecord(out, qov::RecordHead(name_, logId, tag, function, line), message);
+  qov::ShortRecord record(name_, logId, tag, function, line);
+  record.add(message);
+  appendRecord(out, record);
 }
 
 void CQOVDebugKit::makeLog(std::ostringstream& out, unsigned long long logId, const char* tag,
                            const char* function, unsigned int line, const char* format,
                            va_list args) const {
-  const qov::MessageText message(format, args);
-  appendRecord(out, qov::RecordHead(name_, logId, tag, function, line), message.text());
+  qov::PrintedRecord record(name_, logId, tag, function, line);
+  record.print(format, args);
+  appendRecord(out, record);
 }
 
 std::string CQOVDebugKit::makeLogTime() const {

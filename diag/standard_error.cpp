@@ -22,30 +22,20 @@ bool mayGoOn(int reason) {
   return reason == EINTR;
 }
 
-bool writeAll(const char* from, size_t size) {
-  while (size > 0) {
+}  // namespace
+
+void writeStandardError(std::string_view text) {
+  while (!text.empty()) {
     errno = 0;
-    const size_t written = std::fwrite(from, 1, size, stderr);
-    if (written < size) {
+    const size_t written = std::fwrite(text.data(), 1, text.size(), stderr);
+    if (written < text.size()) {
       const int reason = errno;
       std::clearerr(stderr);
       if (!mayGoOn(reason)) {
-        return false;
+        return;
       }
     }
-    from += written;
-    size -= written;
-  }
-  return true;
-}
-
-}  // namespace
-
-void writeStandardError(const iovec* pieces, int count) {
-  for (int i = 0; i < count; ++i) {
-    if (!writeAll(static_cast<const char*>(pieces[i].iov_base), pieces[i].iov_len)) {
-      return;
-    }
+    text.remove_prefix(written);
   }
 }
 

@@ -12,7 +12,7 @@
 #include <qovpub/qov_utility.h>
 
 #include "diag/log_level.h"
-#include "diag/record_head.h"
+#include "diag/record.h"
 #include "module/thread_states.h"
 
 namespace qov {
@@ -51,8 +51,10 @@ bool appendToLogFile(unsigned long long logId, const Lines& lines) {
     return false;
   }
   for (const std::string& line : lines) {
-    const RecordHead head("QOVPUBLIC", logId, kError.tag, __FUNCTION__, __LINE__);
-    writeAll(file, std::string(head.text()) + line + "\n");
+    ShortRecord record("QOVPUBLIC", logId, kError.tag, __FUNCTION__, __LINE__);
+    record.add(line);
+    record.finish();
+    writeAll(file, record.line());
   }
   ::close(file);
   return true;

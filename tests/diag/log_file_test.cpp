@@ -25,11 +25,7 @@ using qov::test::writeFile;
 
 class LogFileTest : public testing::Test {
  protected:
-  bool write(std::string text) {
-    const size_t half = text.size() / 2;
-    const iovec pieces[2] = {{text.data(), half}, {text.data() + half, text.size() - half}};
-    return file_.write(pieces, 2);
-  }
+  bool write(const std::string& text) { return file_.write(text); }
 
   /// The number that the next descriptor gets.
   static int lowestFreeDescriptor() {

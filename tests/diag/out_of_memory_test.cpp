@@ -115,7 +115,7 @@ TEST_F(OutOfMemory, ReportsThatThereIsNoStrategy) {
   EXPECT_FALSE(fs::exists(directory_.file("x.log")));
 }
 
-TEST_F(OutOfMemory, CountsARecordThatTheFileMissesMeanwhile) {
+TEST_F(OutOfMemory, KeepsNothingFromALogFileThatIsThereAgain) {
   strategy_.initLogStrategy(settings("missing/x.log"));
   std::ostream& toFile = *LogStateKeeper::log().msg_ostream();
   toFile << "one\n";
@@ -126,8 +126,8 @@ TEST_F(OutOfMemory, CountsARecordThatTheFileMissesMeanwhile) {
   }
   EXPECT_TRUE(toFile.good());
   toFile << "three\n";
-  // The line that says why the file cannot be opened is one of them.
-  EXPECT_THAT(logged("missing/x.log"), EndsWith("could not be written: 3\nthree\n"));
+  // The line that says why the file cannot be opened is one of the two.
+  EXPECT_THAT(logged("missing/x.log"), EndsWith("could not be written: 2\ntwo\nthree\n"));
 }
 
 TEST_F(OutOfMemory, OnlyPutsARotationOff) {

@@ -17,7 +17,9 @@
 
 namespace qov {
 struct KitLocks;
-}
+struct LogLevel;
+struct Origin;
+}  // namespace qov
 
 /// A named logger: turns a message into one record of the fixed bracketed layout
 ///
@@ -75,11 +77,7 @@ class CQOVDebugKit {
   void debug(unsigned long long logId, const char* function, unsigned int line,
              const char* message) const;
   void debug(unsigned long long logId, const char* function, unsigned int line, const char* format,
-             va_list args) const {
-    if (isOn(LM_DEBUG)) {
-      logFormatted(LM_DEBUG, __LINE__, logId, function, line, format, args);
-    }
-  }
+             va_list args) const;
 
   /// Tag "INFO", priority LM_INFO.
   void info(unsigned long long logId, const char* function, unsigned int line,
@@ -87,11 +85,7 @@ class CQOVDebugKit {
   void info(unsigned long long logId, const char* function, unsigned int line,
             const char* message) const;
   void info(unsigned long long logId, const char* function, unsigned int line, const char* format,
-            va_list args) const {
-    if (isOn(LM_INFO)) {
-      logFormatted(LM_INFO, __LINE__, logId, function, line, format, args);
-    }
-  }
+            va_list args) const;
 
   /// Tag "WARN", priority LM_WARNING.
   void warn(unsigned long long logId, const char* function, unsigned int line,
@@ -99,11 +93,7 @@ class CQOVDebugKit {
   void warn(unsigned long long logId, const char* function, unsigned int line,
             const char* message) const;
   void warn(unsigned long long logId, const char* function, unsigned int line, const char* format,
-            va_list args) const {
-    if (isOn(LM_WARNING) || isHeard(LM_WARNING)) {
-      logFormatted(LM_WARNING, __LINE__, logId, function, line, format, args);
-    }
-  }
+            va_list args) const;
 
   /// Tag "ERR", priority LM_ERROR.
   void error(unsigned long long logId, const char* function, unsigned int line,
@@ -111,11 +101,7 @@ class CQOVDebugKit {
   void error(unsigned long long logId, const char* function, unsigned int line,
              const char* message) const;
   void error(unsigned long long logId, const char* function, unsigned int line, const char* format,
-             va_list args) const {
-    if (isOn(LM_ERROR) || isHeard(LM_ERROR)) {
-      logFormatted(LM_ERROR, __LINE__, logId, function, line, format, args);
-    }
-  }
+             va_list args) const;
 
   /// Tag "CRI", priority LM_CRITICAL. Every level that CQOV_Logging_Strategy sets switches this
   /// priority off, so these records pass only where no strategy is in force.
@@ -124,11 +110,7 @@ class CQOVDebugKit {
   void critical(unsigned long long logId, const char* function, unsigned int line,
                 const char* message) const;
   void critical(unsigned long long logId, const char* function, unsigned int line,
-                const char* format, va_list args) const {
-    if (isOn(LM_CRITICAL)) {
-      logFormatted(LM_CRITICAL, __LINE__, logId, function, line, format, args);
-    }
-  }
+                const char* format, va_list args) const;
 
   /// Tag "TRACE", priority LM_TRACE; log id 18446744073709551615, no function, line 0.
   void trace(const std::string& message) const;
@@ -148,14 +130,12 @@ class CQOVDebugKit {
   std::string makeLogTime() const;
 
  private:
-  /// Whether the start of the process shows a record although its level is off.
-  static bool isHeard(ACE_Log_Priority priority);
+  friend class CQOVDebugKitGuard;
 
-  /// Behind the level test, which is inline because a caller that comes here with a va_list has
-  /// spent enough by then. `sourceLine` is the level operation's, for ACE.
-  void logFormatted(ACE_Log_Priority priority, int sourceLine, unsigned long long logId,
-                    const char* function, unsigned int line, const char* format, va_list args) const
-      __attribute__((format(printf, 7, 0)));
+  void logFormatted(const qov::LogLevel& level, const qov::Origin& origin, const char* format,
+                    va_list args) const __attribute__((format(printf, 4, 0)));
+  /// The guard's record, made of three pieces. The guard has tested the level.
+  void traceCall(const char* before, const char* name, const char* after) const;
 
   const std::string name_;
   const unsigned int id_;
