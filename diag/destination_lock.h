@@ -9,7 +9,9 @@ namespace qov {
 /// recursive, and one for the process.
 class DestinationLock {
  public:
-  explicit DestinationLock(ACE_Log_Msg& log) : log_(log) { log_.acquire(); }
+  explicit DestinationLock(ACE_Log_Msg& log = *ACE_Log_Msg::instance()) : log_(log) {
+    log_.acquire();
+  }
   ~DestinationLock() { log_.release(); }
   DestinationLock(const DestinationLock&) = delete;
   DestinationLock& operator=(const DestinationLock&) = delete;

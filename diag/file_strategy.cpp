@@ -2,9 +2,6 @@
 
 #include <ace/Reactor.h>
 
-#include <new>
-
-#include "diag/destination_lock.h"
 #include "diag/log_stream.h"
 #include "diag/timer_clock.h"
 
@@ -24,14 +21,8 @@ void FileStrategy::arm(int seconds) {
 }
 
 int FileStrategy::handle_timeout(const ACE_Time_Value&, const void*) {
-  LogStream* const stream = LogStream::process();
-  if (stream == nullptr) {
-    return 0;
-  }
-  const DestinationLock lock(*ACE_Log_Msg::instance());
-  try {
+  if (LogStream* const stream = LogStream::process()) {
     stream->checkFile(maxBytes_, predecessors_);
-  } catch (const std::bad_alloc&) {  // the next check has the same file before it
   }
   return 0;
 }

@@ -9,12 +9,21 @@
 #include <ostream>
 #include <string>
 
+#include "diag/ace_private.h"
 #include "diag/destination_lock.h"
 #include "diag/log_stream.h"
 #include "diag/orphan_threads.h"
 #include "diag/standard_error.h"
 
 namespace qov {
+
+/// What ACE_Log_Msg::flags() answers, which takes the lock that is held here already.
+struct ProcessFlags {
+  using Type = u_long*;
+  friend constexpr Type address(ProcessFlags);
+};
+
+template struct Reach<ProcessFlags, &ACE_Log_Msg::flags_>;
 
 namespace {
 
@@ -118,21 +127,9 @@ bool writeToStreamOf(ACE_Log_Msg& log, std::string_view record) {
   return false;
 }
 
-}  // namespace
-
-bool writeRecord(ACE_Log_Msg& log, const RecordInfo& info, std::string_view record) {
-  log.set(kSource, info.sourceLine, 0, info.errnum, log.restart(), log.msg_ostream(),
-          log.msg_callback());
-  const u_long flags = log.flags();
+/// True if standard error has the record.
+bool writeToOurs(ACE_Log_Msg& log, u_long flags, std::string_view record) {
   bool onStandardError = (flags & ACE_Log_Msg::STDERR) != 0;
-  if ((flags & ACE_Log_Msg::OSTREAM) != 0) {
-    OrphanThreads::adopt(log);
-  }
-  if (needsAce(log, flags)) {
-    writeThroughAce(log, flags, info.priority, record);
-    return onStandardError;
-  }
-  const DestinationLock lock(log);
   if (onStandardError) {
     writeStandardError(record);
   }
@@ -140,6 +137,26 @@ bool writeRecord(ACE_Log_Msg& log, const RecordInfo& info, std::string_view reco
     onStandardError = true;
   }
   return onStandardError;
+}
+
+}  // namespace
+
+bool writeRecord(ACE_Log_Msg& log, const RecordInfo& info, std::string_view record) {
+  log.set(kSource, info.sourceLine, 0, info.errnum, log.restart(), log.msg_ostream(),
+          log.msg_callback());
+  u_long flags = 0;
+  {
+    const DestinationLock lock(log);
+    flags = *address(ProcessFlags());
+    if ((flags & ACE_Log_Msg::OSTREAM) != 0) {
+      OrphanThreads::adopt(log);
+    }
+    if (!needsAce(log, flags)) {
+      return writeToOurs(log, flags, record);
+    }
+  }
+  writeThroughAce(log, flags, info.priority, record);
+  return (flags & ACE_Log_Msg::STDERR) != 0;
 }
 
 }  // namespace qov

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <new>
 
+#include "diag/destination_lock.h"
 #include "diag/log_level.h"
 #include "diag/record.h"
 #include "diag/standard_error.h"
@@ -28,6 +29,7 @@ LogStream* LogStream::process() {
 }
 
 LogStream& LogStream::use(const std::string& path, std::optional<uid_t> owner) {
+  const DestinationLock lock;
   LogStream* stream = process();
   if (stream == nullptr) {
     stream = new LogStream;  // never freed
@@ -64,6 +66,17 @@ void LogStream::reportLost() try {
     lost_ = 0;
   }
 } catch (const std::bad_alloc&) {
+}
+
+void LogStream::checkFile(long long maxBytes, int predecessors) noexcept try {
+  const DestinationLock lock;
+  file_.check(maxBytes, predecessors);
+} catch (const std::bad_alloc&) {
+}
+
+void LogStream::removeFilesFrom(int number) {
+  const DestinationLock lock;
+  file_.removeFrom(number);
 }
 
 std::streamsize LogStream::Buffer::xsputn(const char* from, std::streamsize size) {

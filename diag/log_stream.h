@@ -17,7 +17,10 @@ namespace qov {
 /// it points to must outlive them all: there is one stream, it is never freed, and the file behind
 /// it changes (another name, rotation) without any thread noticing.
 ///
-/// Thread: any that holds ACE's log lock (ACE_Log_Msg::acquire()), except process().
+/// It is also the one owner of the file, its rotation and what is lost to it. ACE's log lock is its
+/// lock: ACE holds it for every insertion, so that what goes to ACE directly is kept apart, too.
+///
+/// Thread: any. Who writes holds ACE's log lock (DestinationLock); the others take it themselves.
 class LogStream : public std::ostream {
  public:
   LogStream(const LogStream&) = delete;
@@ -36,12 +39,12 @@ class LogStream : public std::ostream {
   /// Writes one record. False if standard error has taken it instead.
   bool writeRecord(std::string_view record);
 
-  /// Looks after the file's size, see LogFile::check().
-  void checkFile(long long maxBytes, int predecessors) { file_.check(maxBytes, predecessors); }
-  /// In a forked child, see LogFile::openAnew().
-  void openFileAnew() { file_.openAnew(); }
+  /// Looks after the file's size, see LogFile::check(). Without memory the next check does it.
+  void checkFile(long long maxBytes, int predecessors) noexcept;
   /// Removes rotated files, see LogFile::removeFrom().
-  void removeFilesFrom(int number) { file_.removeFrom(number); }
+  void removeFilesFrom(int number);
+  /// In a forked child, which has no other thread, see LogFile::openAnew().
+  void openFileAnew() { file_.openAnew(); }
 
  private:
   /// Unbuffered: each insertion of ACE's is a record or a part of one. Claims success always, since

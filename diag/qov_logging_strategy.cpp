@@ -109,7 +109,6 @@ void tidyUp(const CLogging_Cfg_Param& param) noexcept try {
   qov::LogStream* const log = qov::LogStream::process();
   // A count that cannot be meant must not cost the files that are there.
   if (param.logFileMaxCnt_ >= 1) {
-    const qov::DestinationLock lock(*ACE_Log_Msg::instance());
     log->removeFilesFrom(param.logFileMaxCnt_);
   }
   if (log->openError() != 0 && param.logFile_[0] != '\0') {
