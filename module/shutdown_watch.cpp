@@ -167,6 +167,9 @@ void ShutdownWatch::stopSignalCame() {
   if (signalsHeeded && stops.fetch_or(kBySignal) == 0) {
     ::sem_post(&changed);
   }
+  if (!signalsHeeded) {
+    stops.fetch_and(~kBySignal);  // the end of the stop has come in between
+  }
 }
 
 }  // namespace qov
