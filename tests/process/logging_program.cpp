@@ -175,7 +175,7 @@ int forkWhileABackendLooksForKits() {
   ACE_Log_Msg::instance()->open("", ACE_Log_Msg::CUSTOM, nullptr);
   std::thread thread([] { keepBusy([] { log(0, "thread", 0); }); });
   bool all = true;
-  for (; all && children < 500; ++children) {
+  for (; all && children < 200; ++children) {
     const pid_t child = ::fork();
     if (child == 0) {
       ::_exit(0);
