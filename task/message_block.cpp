@@ -20,11 +20,12 @@ class PointerData : public ACE_Data_Block {
       : ACE_Data_Block(kPointerSize, ACE_Message_Block::MB_DATA, bytes_, nullptr, nullptr,
                        ACE_Message_Block::DONT_DELETE, nullptr) {
     memcpy_s(bytes_, sizeof bytes_, &pointer, kPointerSize);
-    // One more user than the block, which thus never deletes what is a part of it.
-    duplicate();
   }
 
  private:
+  /// Tells the block that it is not to be deleted: it goes with the block, of which it is a part.
+  ACE_Data_Block* release_i() override { return this; }
+
   char bytes_[kPointerSize];
 };
 
