@@ -47,9 +47,10 @@ std::vector<std::string> split(const std::string& line) {
 void readLine(const std::string& line, Rows& rows) {
   constexpr std::size_t kPoint = 4;
   constexpr std::size_t kFlags = 5;
+  using Offset = std::vector<std::string>::difference_type;
   const std::vector<std::string> fields = split(line);
-  const auto dash =
-      std::find(fields.begin() + std::min(kFlags + 1, fields.size()), fields.end(), "-");
+  const auto optional = static_cast<Offset>(std::min(kFlags + 1, fields.size()));
+  const auto dash = std::find(fields.begin() + optional, fields.end(), "-");
   const std::uint64_t id = std::strtoull(fields[0].c_str(), nullptr, 10);
   if (fields.end() - dash < 3 || id == 0) {
     return;
