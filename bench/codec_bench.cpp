@@ -124,7 +124,7 @@ using Packer = msgpack::packer<msgpack::sbuffer>;
 
 void packHead(Packer& packer) {
   packer.pack_array(9);
-  for (unsigned int field : {1, 0, 1, 2, 1, 3}) {
+  for (const unsigned int field : {1U, 0U, 1U, 2U, 1U, 3U}) {
     packer.pack(field);
   }
   packer.pack(-1);

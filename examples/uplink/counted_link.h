@@ -18,7 +18,7 @@ struct LinkTally {
 /// The link to the management endpoint, with a count of what it does.
 ///
 /// Thread: one, but for interrupt().
-class CountedLink : public CQOVLongSocket {
+class CountedLink final : public CQOVLongSocket {
  public:
   unsigned int sendMsg_i(const unsigned char* data, unsigned int length) override;
   unsigned int receiveMsg(CT7QPackageV3* package) override;

@@ -137,10 +137,10 @@ TEST_F(DeviceConfig, TracesItsOperations) {
   const std::string value =
       "std::string& CQOVXmlConfig::getDeviceItem(const std::string&, const std::string&, "
       "std::string&)";
-  EXPECT_THAT(tracesOf([this] { find("a", "k"); }), traced(value, "OK"));
-  EXPECT_THAT(tracesOf([this] { find("b", "k"); }), traced(value, "OK"));
+  EXPECT_THAT(tracesOf([] { find("a", "k"); }), traced(value, "OK"));
+  EXPECT_THAT(tracesOf([] { find("b", "k"); }), traced(value, "OK"));
   EXPECT_THAT(
-      tracesOf([this] { list("a"); }),
+      tracesOf([] { list("a"); }),
       traced("void CQOVXmlConfig::getDeviceItem(const std::string&, std::list<CIType>&)", "OK"));
   EXPECT_THAT(tracesOf([] { CQOVXmlConfig::close(); }), IsEmpty());
 }

@@ -84,7 +84,7 @@ TEST_F(DebugKit, TracesWithAllBitsOfTheLogIdAndWithoutAnOrigin) {
 }
 
 TEST_F(DebugKit, HasThreeFormsOfEachLevel) {
-  const auto format = [this](auto level, const char* text, ...) {
+  const auto format = [](auto level, const char* text, ...) {
     va_list args;
     va_start(args, text);
     level(text, args);

@@ -50,7 +50,7 @@ ScriptedPeer::Script answersEarly(unsigned int count, std::size_t held) {
 }
 
 TEST_F(EarlyBytes, OfWholeAnswersAreThoseToTheirRequests) {
-  for (const std::size_t held : {0, 5, 10, 20, 37, 38}) {
+  for (const std::size_t held : {0U, 5U, 10U, 20U, 37U, 38U}) {
     ScriptedPeer early;
     early.open({answersEarly(3, held)});
     TestLink toIt(early.port(), endless());

@@ -25,6 +25,7 @@ class TestLink : public CQOVLongSocket {
   explicit TestLink(std::uint16_t port) : TestLink(port, Limits()) {}
   TestLink(std::uint16_t port, const Limits& limits)
       : CQOVLongSocket(ACE_INET_Addr(port, "127.0.0.1"), limits) {}
+  virtual ~TestLink() = default;
 };
 
 /// Time-outs that no test lives to see the end of.

@@ -241,7 +241,7 @@ TEST(OmPackage, RefusesBytesFromNowhere) {
 }
 
 TEST(OmPackage, RefusesAnotherMagicOrVersionAndLeavesItselfAsItWas) {
-  for (const std::size_t at : {0, 3, 4}) {
+  for (const std::size_t at : {0U, 3U, 4U}) {
     const Decoding decoding(writtenOut().set(at, 0x77));
     EXPECT_EQ(decoding.result, kFailed) << at;
     EXPECT_EQ(decoding.lines, kBadHead) << at;

@@ -31,6 +31,11 @@ struct NaiveRecord {
   }
 };
 
+template <class Record>
+auto cellAt(Record& record, std::size_t at) {
+  return std::next(record.begin(), static_cast<std::ptrdiff_t>(at));
+}
+
 struct Pair {
   CQOV_MsgPackage package;
   std::vector<NaiveRecord> naive;
@@ -256,13 +261,13 @@ class PackagesModel {
         return *found;
       }
       case 1:
-        return walked == at ? record[wanted] : *std::next(record.begin(), at);
+        return walked == at ? record[wanted] : *cellAt(record, at);
       case 2: {
         const CTLVRecordV3& same = record;
-        return const_cast<CTLVCell&>(*std::next(same.begin(), at));
+        return const_cast<CTLVCell&>(*cellAt(same, at));
       }
       default:
-        return *std::next(record.begin(), at);
+        return *cellAt(record, at);
     }
   }
 
@@ -278,8 +283,8 @@ class PackagesModel {
   void eraseBehind(CTLVRecordV3& record, NaiveRecord& naive) {
     const std::size_t at = below(naive.cells.size());
     const std::size_t kept = below(at + 1);
-    auto walk = std::next(record.begin(), kept);
-    record.erase(std::next(record.begin(), at));
+    auto walk = cellAt(record, kept);
+    record.erase(cellAt(record, at));
     naive.cells.erase(naive.cells.begin() + static_cast<std::ptrdiff_t>(at));
     if (kept == at) {
       return;

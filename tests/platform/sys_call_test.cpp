@@ -81,7 +81,7 @@ TEST(PlatformSysCall, RefusesUnknownCommands) {
 
 TEST(PlatformSysCall, RefusesARequestWithOtherWords) {
   ::setenv("PXOS_NODE_ID", "7", 1);
-  for (const std::size_t offset : {0, 4, 8, 16}) {
+  for (const std::size_t offset : {0U, 4U, 8U, 16U}) {
     NodeIdRequest request;
     request.putWord(offset, 3);
     expectFailure(request);

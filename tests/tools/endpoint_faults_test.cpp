@@ -175,7 +175,9 @@ TEST_F(EndpointFault, NeverAnswersAndStaysConnected) {
   EXPECT_EQ(client().exchange(request(3)), answer(3));
   EXPECT_TRUE(endpoint.waitForError("connection 1 request 2"));
   EXPECT_TRUE(silent.isSilent());
-  EXPECT_EQ(counted(), "connections 2 requests 3 replies 1 rows 1 ends 0 stored 0 refusals 0");
+  EXPECT_TRUE(waitUntil([&] {
+    return counted() == "connections 2 requests 3 replies 1 rows 1 ends 0 stored 0 refusals 0";
+  }));
 }
 
 /// Whether somebody else can bind to a port that nobody listens on.

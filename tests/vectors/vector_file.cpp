@@ -74,7 +74,7 @@ std::vector<unsigned char> bytesOfHex(std::string_view text) {
       throw std::runtime_error(std::string("not hexadecimal: ") + c);
     }
     if (half) {
-      bytes.back() = static_cast<unsigned char>(bytes.back() << 4 | digit);
+      bytes.back() = static_cast<unsigned char>(bytes.back() * 16U + digit);
     } else {
       bytes.push_back(static_cast<unsigned char>(digit));
     }

@@ -96,7 +96,8 @@ std::string withoutColons(std::string text) {
 std::string hexOf(const std::string& bytes) {
   static const char digits[] = "0123456789abcdef";
   std::string hex;
-  for (const unsigned char byte : bytes) {
+  for (const char each : bytes) {
+    const auto byte = static_cast<unsigned char>(each);
     hex += digits[byte >> 4];
     hex += digits[byte & 15];
   }

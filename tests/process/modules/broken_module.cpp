@@ -20,8 +20,8 @@ bool is(const std::string& way) {
   return text != nullptr && text == way;
 }
 
-int gidToTake() {
-  return is("gid_256") ? 256 : is("gid_taken") ? 1 : 50;
+unsigned int gidToTake() {
+  return is("gid_256") ? 256U : is("gid_taken") ? 1U : 50U;
 }
 
 class Refusing : public CQOV_PluginOperator {
