@@ -150,7 +150,7 @@ bool CQOVapp::splitOffDaemon(qov::StartReport& report) {
 int CQOVapp::start(int argc, char** argv) {
   const qov::StartWatch watch;
   // Before the modules, one of whose threads may wait in the dynamic loader.
-  qov::ShutdownWatch::heedSignals();
+  qov::ShutdownWatch::prepare();
   // Not before: a daemon has lost the descriptors of an earlier reactor. Not later: a module's
   // thread that came first would own it.
   ownReactor();
@@ -192,6 +192,7 @@ void CQOVapp::handleSignals() {
   }
   // Signals that an earlier frame noted and did not carry out are dropped.
   qov::SignalRelay::instance().attach(*signalHandler_);
+  qov::ShutdownWatch::heedSignals();
   signalHandler_->logStrategy_ = logStrategy_.get();
   for (const int signum : {SIGINT, SIGPIPE, SIGUSR1, SIGTERM}) {
     ACE_Reactor::instance()->register_handler(signum, signalHandler_);

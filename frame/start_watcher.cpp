@@ -88,18 +88,25 @@ void StartWatcher::watch() {
 }
 
 bool StartWatcher::collect() {
-  const pid_t daemon = page_.daemon;
-  int status = 0;
-  pid_t child = 0;
-  // A daemon that runs is not this process's to collect, however soon it ends.
-  while (page_.outcome == StartOutcome::kOpen && (child = ::waitpid(-1, &status, WNOHANG)) > 0) {
-    if (child == daemon) {
+  siginfo_t next{};
+  int looked = 0;
+  while ((looked = ::waitid(P_ALL, 0, &next, WEXITED | WNOHANG | WNOWAIT)) == 0 &&
+         next.si_pid != 0) {
+    // A daemon that has ended decides nothing any more.
+    const bool isDaemon = next.si_pid == page_.daemon;
+    if (isDaemon && page_.outcome != StartOutcome::kOpen) {
+      break;  // It ran: whoever collects orphans gets its status.
+    }
+    int status = 0;
+    ::waitpid(next.si_pid, &status, 0);
+    if (isDaemon) {
       ended(status);
     } else if (status != 0) {
       lastFailure_ = status;
     }
+    next.si_pid = 0;
   }
-  if (child < 0 && errno == ECHILD) {
+  if (looked < 0 && errno == ECHILD) {
     if (page_.daemon == 0 && lastFailure_ == 0) {
       // All have gone in order and there is no daemon: ACE could not fork it.
       page_.settle(StartOutcome::kNotForked);

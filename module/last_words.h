@@ -9,10 +9,10 @@ namespace qov {
 /// Tells why the process is about to end: on standard error and, as records of level ERR of the
 /// public kit, in the log.
 ///
-/// The records are appended to the process's log file, past the log, whose lock a thread that hangs
-/// may hold. Where there is no such file the log gets them, and this may hang there: to be called
-/// where something else ends the process after a few seconds. No thread is started, which would
-/// wait for one that waits in the dynamic loader.
+/// The records are appended to the file `<root>/log/<name>.log`, wherever records go otherwise, and
+/// past the log, whose lock a thread that hangs may hold. Where there is no such file the log gets
+/// them, and this may hang there: to be called where something else ends the process after a few
+/// seconds. No thread is started, which would wait for one that waits in the dynamic loader.
 ///
 /// Thread: any but in signal context. Errors: none.
 void tellLastWords(unsigned long long logId, const std::vector<std::string>& lines);

@@ -43,7 +43,8 @@ static_assert(std::atomic<unsigned>::is_always_lock_free, "a signal handler must
 std::mutex making;
 // Guarded by making.
 pid_t process = 0;  ///< whose threads they are
-bool made = false;
+bool tells = false;
+bool counts = false;
 /// Constant once the threads are made.
 std::chrono::milliseconds second;
 
@@ -114,7 +115,8 @@ bool makeThread(void* (*body)(void*), const char* name) {
 /// What a forked child has of its parent's is of no use there.
 void beginAnew() {
   process = ::getpid();
-  made = false;
+  tells = false;
+  counts = false;
   stops = 0;
   for (sem_t* const semaphore : {&changed, &overdue, &told}) {
     ::sem_init(semaphore, 0, 0);
@@ -127,24 +129,26 @@ void tellUnwatched() try {
   // No memory either.
 }
 
-void makeThreads() {
+}  // namespace
+
+void ShutdownWatch::prepare() {
   const std::lock_guard<std::mutex> held(making);
   if (process != ::getpid()) {
     beginAnew();
   }
-  if (!made) {
-    second = platform::guardSecond();
-    made = makeThread(&tell, "qov-report") && makeThread(&count, "qov-shutdown");
-    if (!made) {
-      tellUnwatched();
-    }
+  if (counts) {
+    return;
+  }
+  second = platform::guardSecond();
+  tells = tells || makeThread(&tell, "qov-report");
+  counts = tells && makeThread(&count, "qov-shutdown");
+  if (!counts) {
+    tellUnwatched();
   }
 }
 
-}  // namespace
-
 ShutdownWatch::ShutdownWatch() {
-  makeThreads();
+  prepare();
   if (stops.fetch_add(kOne) == 0) {
     ::sem_post(&changed);
   }
@@ -159,12 +163,15 @@ ShutdownWatch::~ShutdownWatch() {
 }
 
 void ShutdownWatch::heedSignals() {
-  makeThreads();
+  prepare();
   signalsHeeded = true;
 }
 
 void ShutdownWatch::stopSignalCame() {
-  if (signalsHeeded && stops.fetch_or(kBySignal) == 0) {
+  if (!signalsHeeded) {
+    return;
+  }
+  if (stops.fetch_or(kBySignal) == 0) {
     ::sem_post(&changed);
   }
   if (!signalsHeeded) {

@@ -3,8 +3,8 @@
 
 namespace qov {
 
-/// Ends the process (SIGABRT) when a stop of modules hangs: 450 seconds after it has begun, unless
-/// it is over by then. What hangs is told before that, on standard error and in the log: the open
+/// Ends the process (SIGABRT) when a stop of modules hangs: 450 seconds after the first of those under
+/// way has begun, unless they are over by then. What hangs is told before that, on standard error and in the log: the open
 /// steps and what each thread is at. Five seconds later the process is aborted in any case.
 ///
 /// A stop lasts as long as one of these lives. One that a stop signal asks for begins with the
@@ -29,8 +29,10 @@ class ShutdownWatch {
   ShutdownWatch(const ShutdownWatch&) = delete;
   ShutdownWatch& operator=(const ShutdownWatch&) = delete;
 
-  /// Makes the threads, if the process has none, and heeds stop signals until the next one of these
-  /// is gone.
+  /// Makes the threads, if the process has none.
+  static void prepare();
+
+  /// The same, and heeds stop signals until the next one of these is gone.
   static void heedSignals();
 
   /// Async-signal-safe.
