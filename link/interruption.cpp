@@ -29,8 +29,13 @@ Interruption::Wait::Wait(Interruption& interruption, ACE_HANDLE socket)
 }
 
 Interruption::Wait::~Wait() {
+  end();
+}
+
+bool Interruption::Wait::end() {
   const std::lock_guard<std::mutex> lock(interruption_.mutex_);
   interruption_.waitedFor_ = ACE_INVALID_HANDLE;
+  return !isInterrupted();
 }
 
 }  // namespace qov

@@ -51,12 +51,12 @@ bool canceled() {
 /// Waits until `events` or an error is there. False with errno set: ETIME when the time is over,
 /// ECANCELED when the wait was interrupted, also when the interruption is over by now.
 bool waitFor(ACE_HANDLE socket, short events, const Patience& patience) {
-  const Interruption::Wait wait(patience.interruption, socket);
+  Interruption::Wait wait(patience.interruption, socket);
   pollfd entry{socket, events, 0};
   int ready = 0;
   while (!wait.isInterrupted()) {
     if (ready > 0) {
-      return true;
+      return wait.end() || canceled();
     }
     if (ready < 0 && errno != EINTR) {
       return false;
@@ -121,9 +121,9 @@ bool connectWithin(ACE_HANDLE socket, const ACE_INET_Addr& address, const Patien
 
 /// Receives once, and sleeps until something comes or the time that letSleep() has set is over.
 ssize_t receiveAsleep(ACE_HANDLE socket, char* to, std::size_t length, Interruption& interruption) {
-  const Interruption::Wait wait(interruption, socket);
+  Interruption::Wait wait(interruption, socket);
   const ssize_t received = wait.isInterrupted() ? -1 : ::recv(socket, to, length, 0);
-  if (wait.isInterrupted()) {
+  if (!wait.end()) {
     canceled();
     return -1;
   }

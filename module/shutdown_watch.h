@@ -3,9 +3,10 @@
 
 namespace qov {
 
-/// Ends the process (SIGABRT) when a stop of modules hangs: 450 seconds after the first of those under
-/// way has begun, unless they are over by then. What hangs is told before that, on standard error and in the log: the open
-/// steps and what each thread is at. Five seconds later the process is aborted in any case.
+/// Ends the process (SIGABRT) when a stop of modules hangs: 450 seconds after the first of those
+/// under way has begun, unless they are over by then. What hangs is told before that, on standard
+/// error and in the log: the open steps and what each thread is at. Five seconds later the process
+/// is aborted in any case.
 ///
 /// A stop lasts as long as one of these lives. One that a stop signal asks for begins with the
 /// signal, whatever the main thread is at. Only seconds count for which the process runs: one that

@@ -62,6 +62,11 @@ void ringCollected() {
   }
 }
 
+void endCollecting() {
+  ringCollected();
+  collector = nullptr;
+}
+
 RingCollector::RingCollector() : isInner_(collector != nullptr) {
   if (!isInner_) {
     collector = this;

@@ -156,6 +156,8 @@ void CQOV_Leader_Task::shutDown() {
     mb = next;
   }
   releasePending(Scope::kAll);
+  // A module's own notifyExit() may join the thread that it has woken.
+  qov::endCollecting();
   qov::TaskRoster& roster = *taskMgr()->roster_;
   roster.beginStop();
   while (CQOV_Task* const task = roster.nextToTell()) {

@@ -84,7 +84,9 @@ int TaskQueue::putLocked(ACE_Message_Block* mb, ACE_Time_Value* timeout, bool fo
 }
 
 int TaskQueue::signal_dequeue_waiters() {
-  ring(bell_);
+  if (notification_strategy_ == nullptr) {  // or else nobody waits here
+    ring(bell_);
+  }
   return 0;
 }
 
@@ -233,6 +235,7 @@ int TaskQueue::wait_not_empty_cond(ACE_Time_Value* timeout) {
       return -1;
     }
     if (state_ != ACTIVATED) {
+      ring(bell_);  // for the next one that waits
       errno = ESHUTDOWN;
       return -1;
     }

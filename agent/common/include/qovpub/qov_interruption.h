@@ -40,6 +40,9 @@ class Interruption {
     /// Whether the flag is set, or was since the wait began.
     bool isInterrupted() const { return !interruption_.wasClearSince(changes_); }
 
+    /// Ends the wait: set() leaves the socket alone from now on. False if it was interrupted.
+    bool end();
+
    private:
     Interruption& interruption_;
     unsigned changes_;

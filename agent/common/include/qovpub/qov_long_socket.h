@@ -73,7 +73,7 @@ class CQOVLongSocket {
   unsigned int sendMsg(CT7QPackageV3* package);
 
   /// Reads a table: sends `package`, then each answer's record as the next request, until a record
-  /// has status 1 in its cell with tag 4095. `package` receives a copy of each record that came
+  /// has status 1 in its cell with tag 4095. `package` receives each record that came
   /// before that one, and at the end one record without cells that has that one's command code.
   ///
   /// Returns 0 or the result of the exchange that ended the walk; then, as after a status other
