@@ -32,9 +32,9 @@ class ModuleShutdown {
   /// library has registered keeps the C library from using that room again.
   static void forgetWhenIdle();
 
-  /// False on a thread of a module (of a task of its own or in its thread group), which cannot join
-  /// itself, and in a forked child of the process
-  /// that has made the modules, which has none of their threads.
+  /// False on a thread of a module (of one of its tasks, or in its thread group), which cannot join
+  /// itself, and in a forked child of the process that made the modules, which has none of their
+  /// threads.
   static bool mayStop();
 
   /// Whether this is such a child. No lock can be relied on there.
