@@ -102,11 +102,13 @@ StartPage* waitedFor = nullptr;
 
 /// The daemon does the same the other way round: one of both sees what the other has written.
 void passOn(int signum) {
+  const int formerErrno = errno;
   waitedFor->signalToPass = signum;
   const pid_t daemon = waitedFor->daemon;
   if (daemon > 0 && waitedFor->signalToPass.exchange(0) != 0) {
     ::kill(daemon, signum);
   }
+  errno = formerErrno;
 }
 
 /// Passes SIGINT and SIGTERM on to the daemon, unless the starter ignores them.

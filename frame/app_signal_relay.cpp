@@ -36,6 +36,7 @@ SignalRelay& SignalRelay::instance() {
 void SignalRelay::attach(SigintHandler& handler) {
   stopNoted.store(false);
   reloadNoted.store(false);
+  ShutdownWatch::dropSignal();
   handler_ = &handler;
   listen();
 }

@@ -11,6 +11,7 @@
 #include <exception>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "frame/current_step.h"
 #include "frame/failure.h"
@@ -45,6 +46,7 @@ std::mutex making;
 pid_t process = 0;  ///< whose threads they are
 bool tells = false;
 bool counts = false;
+bool lackTold = false;
 /// Constant once the threads are made.
 std::chrono::milliseconds second;
 
@@ -117,6 +119,7 @@ void beginAnew() {
   process = ::getpid();
   tells = false;
   counts = false;
+  lackTold = false;
   stops = 0;
   for (sem_t* const semaphore : {&changed, &overdue, &told}) {
     ::sem_init(semaphore, 0, 0);
@@ -142,7 +145,7 @@ void ShutdownWatch::prepare() {
   second = platform::guardSecond();
   tells = tells || makeThread(&tell, "qov-report");
   counts = tells && makeThread(&count, "qov-shutdown");
-  if (!counts) {
+  if (!counts && !std::exchange(lackTold, true)) {
     tellUnwatched();
   }
 }
@@ -165,6 +168,12 @@ ShutdownWatch::~ShutdownWatch() {
 void ShutdownWatch::heedSignals() {
   prepare();
   signalsHeeded = true;
+}
+
+void ShutdownWatch::dropSignal() {
+  if (stops.fetch_and(~kBySignal) == kBySignal) {
+    ::sem_post(&changed);
+  }
 }
 
 void ShutdownWatch::stopSignalCame() {

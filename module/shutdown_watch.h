@@ -36,6 +36,9 @@ class ShutdownWatch {
   /// The same, and heeds stop signals until the next one of these is gone.
   static void heedSignals();
 
+  /// For a stop signal that has come and is not carried out.
+  static void dropSignal();
+
   /// Async-signal-safe.
   static void stopSignalCame();
 };

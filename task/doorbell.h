@@ -54,8 +54,8 @@ void ring(const std::shared_ptr<Doorbell>& bell);
 /// Rings what the calling thread has collected. For who is about to wait for anything but a bell.
 void ringCollected();
 
-/// The same, and rings at once from now on, whatever collectors live: for who is about to call what
-/// may wait for a thread that it wakes.
+/// The same, and the calling thread rings at once from now on, until its next collector outside of
+/// those that live: for who is about to call what may wait for a thread that it wakes.
 void endCollecting();
 
 /// While one lives, its thread collects its rings. They go out before the thread waits for a bell,

@@ -1,6 +1,7 @@
 #include "module/shutdown_watch.h"
 
 #include <gtest/gtest.h>
+#include <qovpub/qov_app.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -160,6 +161,20 @@ TEST_F(ShutdownWatchDeathTest, ForgetsTheSignalOfAStopThatIsOver) {
       ::testing::ExitedWithCode(0), "^$");
 }
 
+TEST_F(ShutdownWatchDeathTest, ForgetsASignalThatIsDroppedForANewFrame) {
+  EXPECT_EXIT(
+      {
+        SigintHandler former(nullptr);
+        ShutdownWatch::heedSignals();
+        siginfo_t info{};
+        former.handle_signal(SIGTERM, &info);
+        const SigintHandler next(nullptr);
+        run();
+        ::_exit(0);
+      },
+      ::testing::ExitedWithCode(0), "^$");
+}
+
 TEST_F(ShutdownWatchDeathTest, HeedsNoSignalAfterAStop) {
   EXPECT_EXIT(
       {
@@ -206,6 +221,7 @@ TEST_F(ShutdownWatchDeathTest, SaysThatNobodyWatchesWhereThereIsNoThread) {
       {
         const qov::test::FailingThreads none(1);
         { const ShutdownWatch watch; }
+        { const ShutdownWatch another; }
         ::_exit(0);
       },
       ::testing::ExitedWithCode(0),
