@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <mutex>
 
 namespace qov {
@@ -13,6 +14,15 @@ std::mutex stepsLock;
 // Guarded by stepsLock.
 CurrentStep* newest = nullptr;
 CurrentStep::Text* shown = nullptr;
+
+/// Appends to the `used` characters at `place` as much of `text` as the room holds; gives the new
+/// length.
+std::size_t append(const char* text, char* place, std::size_t used, std::size_t room) {
+  const std::size_t count = std::min(std::strlen(text), room - 1 - used);
+  std::memcpy(place + used, text, count);
+  place[used + count] = '\0';
+  return used + count;
+}
 
 }  // namespace
 
@@ -57,9 +67,8 @@ std::size_t CurrentStep::write(const CurrentStep* step, char* place, std::size_t
     return 0;
   }
   const std::size_t before = write(step->outer_, place, room);
-  const int added = std::snprintf(place + before, room - before, "%s%s", before == 0 ? "" : ", ",
-                                  step->text_.data());
-  return std::min(before + static_cast<std::size_t>(added), room - 1);
+  const std::size_t separated = before != 0 ? append(", ", place, before, room) : before;
+  return append(step->text_.data(), place, separated, room);
 }
 
 void CurrentStep::show() {
