@@ -7,6 +7,7 @@
 #include "tests/config/device_xml.h"
 #include "tests/support/failing_allocations.h"
 #include "tests/support/latch.h"
+#include "tests/support/sleeping_thread.h"
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -189,21 +190,6 @@ TEST_F(DeviceConfig, IsTheSameForThreadsThatAskFirst) {
   }
 }
 
-/// Waits until the thread whose id is written to `id` has nothing to do; false after a long time.
-bool fallsAsleep(const std::atomic<pid_t>& id) {
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (std::chrono::steady_clock::now() < limit) {
-    if (id != 0) {
-      const std::string status = readFile("/proc/self/task/" + std::to_string(id) + "/stat");
-      if (status.find(") S ") != std::string::npos) {
-        return true;
-      }
-    }
-    std::this_thread::yield();
-  }
-  return false;
-}
-
 TEST_F(DeviceConfig, IsMadeOnceForThreadsThatAskMeanwhile) {
   constexpr int kThreads = 3;
   std::atomic<pid_t> ids[kThreads] = {};
@@ -215,7 +201,7 @@ TEST_F(DeviceConfig, IsMadeOnceForThreadsThatAskMeanwhile) {
         ids[i] = ::gettid();
         configs[i] = CQOVXmlConfig::instance();
       });
-      EXPECT_TRUE(fallsAsleep(ids[i]));
+      waitForThread([&] { return ids[i] != 0 && qov::test::sleeps(ids[i]); }, "waits");
     }
     writeDevices(R"(<D DeviceDesc="a"><I Key="k" Value="v"/></D>)");
   };

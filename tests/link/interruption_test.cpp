@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "tests/link/exchange_fixture.h"
-#include "tests/link/sleeping_thread.h"
+#include "tests/support/sleeping_thread.h"
 #include "tests/support/latch.h"
 
 using ::testing::ElementsAre;

@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "tests/link/link_fixture.h"
-#include "tests/link/sleeping_thread.h"
+#include "tests/support/sleeping_thread.h"
 
 using ::testing::IsEmpty;
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/support/files.h"
+#include "tests/support/sleeping_thread.h"
 
 namespace qov::test {
 
@@ -25,11 +26,6 @@ inline std::vector<std::filesystem::path> threadsNamed(const std::string& name) 
 
 /// Waits until the one thread that is named `name` has started and waits for something.
 inline std::filesystem::path waitUntilAsleep(const std::string& name) {
-  const auto sleeps = [](const std::filesystem::path& thread) {
-    const std::string stat = readFile(thread / "stat");
-    const std::size_t end = stat.rfind(')');
-    return end != std::string::npos && stat.compare(end, 3, ") S") == 0;
-  };
   std::vector<std::filesystem::path> threads = threadsNamed(name);
   while (threads.size() != 1 || !sleeps(threads.front())) {
     std::this_thread::yield();

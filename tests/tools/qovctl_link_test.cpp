@@ -14,9 +14,9 @@
 #include <new>
 
 #include "tests/link/scripted_peer.h"
-#include "tests/link/sleeping_thread.h"
 #include "tests/support/failing_allocations.h"
 #include "tests/support/latch.h"
+#include "tests/support/sleeping_thread.h"
 #include "tools/common/json_object.h"
 #include "tools/common/octets.h"
 #include "tools/qovctl/decode_command.h"

@@ -1,23 +1,28 @@
-#ifndef QOV_TESTS_LINK_SLEEPING_THREAD_H
-#define QOV_TESTS_LINK_SLEEPING_THREAD_H
+#ifndef QOV_TESTS_SUPPORT_SLEEPING_THREAD_H
+#define QOV_TESTS_SUPPORT_SLEEPING_THREAD_H
 
 #include <gtest/gtest.h>
 #include <sys/types.h>
 
 #include <chrono>
-#include <fstream>
+#include <filesystem>
 #include <string>
 #include <thread>
 
+#include "tests/support/files.h"
+
 namespace qov::test {
 
-/// Whether thread `id` of this process sleeps in the system.
+/// Whether the thread with the directory `thread` in /proc sleeps in the system.
+inline bool sleeps(const std::filesystem::path& thread) {
+  const std::string stat = readFile(thread / "stat");
+  const std::size_t name = stat.rfind(')');
+  return name != std::string::npos && stat.compare(name, 3, ") S") == 0;
+}
+
+/// Whether thread `id` of this process does.
 inline bool sleeps(pid_t id) {
-  std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
-  std::string text;
-  std::getline(file, text);
-  const std::size_t name = text.rfind(')');
-  return name != std::string::npos && text.compare(name + 2, 1, "S") == 0;
+  return sleeps("/proc/self/task/" + std::to_string(id));
 }
 
 /// Fails the test after a minute.
