@@ -1,10 +1,13 @@
 #include <ace/Reactor.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <thread>
 #include <vector>
 
+#include "tests/support/sleeping_thread.h"
 #include "tests/task/task_fixture.h"
 
 namespace {
@@ -35,6 +38,42 @@ class TaskStopTest : public TaskTest {
 
   Latch handled_;
   std::unique_ptr<TestModule> module_;
+};
+
+/// Its threads wait for blocks until its queue is closed, which notifyExit() does. That waits for
+/// them, too.
+class ClosedTask : public CQOV_Task {
+ public:
+  using CQOV_Task::CQOV_Task;
+
+  /// Each thread begins to wait when the one before it waits.
+  void startOneByOne(int threads) {
+    constexpr long kFlags = THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED;
+    for (int i = 0; i < threads; ++i) {
+      id_ = 0;
+      ASSERT_EQ(0, activate(kFlags, 1, 1, ACE_DEFAULT_THREAD_PRIORITY, kModule));
+      qov::test::waitForThread([this] { return id_ != 0 && qov::test::sleeps(id_); }, "waits");
+    }
+    threads_ = threads;
+  }
+
+  void notifyExit() override {
+    msg_queue()->deactivate();
+    EXPECT_TRUE(ended_.waitFor(threads_));
+  }
+
+  int svc() override {
+    ACE_Message_Block* none = nullptr;
+    id_ = ::gettid();
+    EXPECT_EQ(-1, msg_queue()->dequeue_head(none));
+    ended_.count();
+    return 0;
+  }
+
+ private:
+  std::atomic<pid_t> id_{0};
+  int threads_ = 0;
+  Latch ended_;
 };
 
 }  // namespace
@@ -176,6 +215,21 @@ TEST_F(TaskStopTest, TheLeaderClosesOnce) {
   EXPECT_EQ(1, task.notices_);
   EXPECT_EQ(1, log_.count("Scheduler thread(20) received stop-message!"));
   EXPECT_EQ(1, log_.count("Manager thread(20) exit!"));
+}
+
+TEST_F(TaskStopTest, ATaskThatIsToldMayWaitForAThreadThatItWakes) {
+  ClosedTask task(module_.get());
+  ASSERT_TRUE(module_->init());
+  task.startOneByOne(1);
+  stopLeader();
+  module_.reset();
+}
+
+TEST_F(TaskStopTest, ClosingAQueueEndsEveryWaitForIt) {
+  ClosedTask task(module_.get());
+  task.startOneByOne(3);
+  task.notifyExit();
+  EXPECT_EQ(0, task.wait());
 }
 
 TEST_F(TaskStopTest, ANotifiedTaskSaysSo) {
