@@ -66,8 +66,9 @@ void SignalRelay::openEvent() {
 void SignalRelay::note(int signum) {
   const int formerErrno = errno;
   if (signum == SIGINT || signum == SIGTERM) {
-    stopNoted.store(true);
+    // In this order: whoever drops the note in between has the watch forget it, too.
     ShutdownWatch::stopSignalCame();
+    stopNoted.store(true);
   } else if (signum == SIGUSR1) {
     reloadNoted.store(true);
   } else {
