@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <qovpub/qov_app.h>
+#include <qovpub/qov_exception.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,6 +47,19 @@ void run() {
   const auto end = std::chrono::steady_clock::now() + 2 * kAllSeconds;
   while (std::chrono::steady_clock::now() < end) {
     std::this_thread::yield();
+  }
+}
+
+/// The frame stays, since its end would be a stop.
+void failToStart() {
+  char name[] = "agent";
+  char foreground[] = "-n";
+  char* arguments[] = {name, foreground, nullptr};
+  static CQOVapp& app = *new CQOVapp;
+  try {
+    EXPECT_EQ(app.init(2, arguments), -1);
+  } catch (const CQOV_Exception&) {
+    // Nor is there a configuration.
   }
 }
 
@@ -173,6 +187,19 @@ TEST_F(ShutdownWatchDeathTest, ForgetsASignalThatIsDroppedForANewFrame) {
         ::_exit(0);
       },
       ::testing::ExitedWithCode(0), "^$");
+}
+
+TEST_F(ShutdownWatchDeathTest, HeedsNoSignalAfterAStartThatHasFailed) {
+  EXPECT_EXIT(
+      {
+        SigintHandler handler(nullptr);
+        failToStart();
+        siginfo_t info{};
+        handler.handle_signal(SIGTERM, &info);
+        run();
+        ::_exit(0);
+      },
+      ::testing::ExitedWithCode(0), "");
 }
 
 TEST_F(ShutdownWatchDeathTest, HeedsNoSignalAfterAStop) {
