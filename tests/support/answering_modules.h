@@ -25,12 +25,8 @@ class AnsweringModules {
     if (!loader().load()) {
       throw std::runtime_error("cannot load the answering modules");
     }
-    using Manager = CQOV_TaskMgr* (*)();
-    ACE_DLL_Manager& libraries = *ACE_DLL_Manager::instance();
-    ACE_DLL_Handle* const library =
-        libraries.open_dll("qovt_answering_first", RTLD_LAZY, ACE_SHLIB_INVALID_HANDLE);
-    first_ = reinterpret_cast<Manager>(library->symbol("qovAnsweringModule"))();
-    libraries.close_dll("qovt_answering_first");
+    first_ = managerOf("qovt_answering_first");
+    second_ = managerOf("qovt_answering_second");
   }
 
   ~AnsweringModules() { loader().unload(); }
@@ -38,15 +34,26 @@ class AnsweringModules {
   AnsweringModules(const AnsweringModules&) = delete;
   AnsweringModules& operator=(const AnsweringModules&) = delete;
 
-  /// The manager of the first module.
   CQOV_TaskMgr* first() const { return first_; }
+  CQOV_TaskMgr* second() const { return second_; }
 
  private:
+  static CQOV_TaskMgr* managerOf(const char* name) {
+    using Manager = CQOV_TaskMgr* (*)();
+    ACE_DLL_Manager& libraries = *ACE_DLL_Manager::instance();
+    ACE_DLL_Handle* const library = libraries.open_dll(name, RTLD_LAZY, ACE_SHLIB_INVALID_HANDLE);
+    CQOV_TaskMgr* const manager =
+        reinterpret_cast<Manager>(library->symbol("qovAnsweringModule"))();
+    libraries.close_dll(name);
+    return manager;
+  }
+
   static CQOV_Module_Loader& loader() {
     return *ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance();
   }
 
   CQOV_TaskMgr* first_ = nullptr;
+  CQOV_TaskMgr* second_ = nullptr;
 };
 
 #endif

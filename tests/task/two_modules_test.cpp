@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 #include <qovpub/qov_om_message_package.h>
 
+#include <cerrno>
+#include <optional>
 #include <thread>
 #include <vector>
 
 #include "tests/support/answering_modules.h"
+#include "tests/support/process_end.h"
 #include "tests/task/task_fixture.h"
 
 namespace {
@@ -19,6 +22,30 @@ class TwoModulesTest : public TaskTest {
     return makeMessage(1, 5, AnsweringModules::kSecond, AnsweringModules::kFirst);
   }
 
+  /// Until the second module takes no more. Its static task does nothing with it until release_.
+  void fillTheSecond() {
+    constexpr std::uint64_t kHeld = 6;
+    busy_.emplace(modules_.second(), std::list<unsigned long long>{kHeld},
+                  [this](CQOV_Task&, CQOV_MsgPackage&) {
+                    EXPECT_TRUE(release_.waitFor());
+                    return 0;
+                  });
+    ASSERT_EQ(0, modules_.second()->insertStaticScheduledTask(&*busy_));
+    // A block counts twice for the moment in which it changes hands.
+    for (int refusals = 0; refusals < 200; std::this_thread::yield()) {
+      ACE_Time_Value refuseAtOnce(1);
+      ACE_Message_Block* const block = makeBlock(makeMessage(3, kHeld, AnsweringModules::kSecond));
+      const bool taken = modules_.second()->putq(block, &refuseAtOnce) != -1;
+      refusals = taken ? 0 : refusals + 1;
+      if (!taken) {
+        qov::releaseWithPackage(block);
+      }
+    }
+  }
+
+  Latch release_;
+  // Outlives its module.
+  std::optional<FunctionStaticTask> busy_;
   AnsweringModules modules_;
 };
 
@@ -38,6 +65,17 @@ TEST_F(TwoModulesTest, ARequestComesBackFromWhereItWent) {
   EXPECT_EQ(AnsweringModules::kSecond, head.smid_);
   EXPECT_EQ(kPid, head.rpid_);
   EXPECT_EQ(AnsweringModules::kFirst, head.rmid_);
+}
+
+TEST_F(TwoModulesTest, ARequestToAModuleWithoutRoomIsRefusedUntilThereIsSome) {
+  CQOV_Task task(modules_.first());
+  fillTheSecond();
+  errno = 0;
+  EXPECT_EQ(-1, request(task, makeRequest(), kNoLimit));
+  EXPECT_EQ(ENOBUFS, errno);
+  EXPECT_EQ(1, log_.count("Failed to send message to pid 31."));
+  release_.count();
+  EXPECT_TRUE(qov::test::waitUntil([&] { return request(task, makeRequest(), kLong) == 0; }));
 }
 
 TEST_F(TwoModulesTest, AnOmRequestArrivesWithItsInnerPackage) {
