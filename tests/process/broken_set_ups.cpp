@@ -378,6 +378,19 @@ std::vector<BrokenSetUp> ofTheModules() {
   add("InitThrows", "init_throws", {init, library + "the module's own words\n"});
   add("InitThrowsANumber", "init_throws_number",
       {init, library + "an exception that is no std::exception\n"});
+  const std::string endpoint = "<conf>qov_test_agent.cfg: MMT/MMT_ADDR: ";
+  rows.push_back({"EndpointWithoutPort",
+                  [](Agent& agent) {
+                    config(std::string(kGlobal) + kLog + "[MMT]\nMMT_ADDR=somewhere\n")(agent);
+                    module("unconnected")(agent);
+                  },
+                  {"Failed to read the management endpoint: " + endpoint +
+                       "\"somewhere\" is not host:port; no endpoint is taken in its place\n",
+                   "Failed to connect to the management endpoint somewhere: " + endpoint +
+                       "this is not host:port\n",
+                   init},
+                  Result::kFails,
+                  Log::kFile});
   add("GidTooLarge", "gid_256",
       {"gid(256) is invalid which module name is qovp_broken!\n",
        library + "a gid is a number from 0 to 255\n"});

@@ -56,6 +56,19 @@ TEST_F(AgentDaemon, SurvivesAHangUp) {
   daemonStopsInOrder();
 }
 
+TEST_F(AgentDaemon, GoesOnWhenTheStarterThatWaitsForItIsHungUp) {
+  agent.setEnvironment("QOV_TEST_WAIT", "1");
+  agent.useModules({"state"});
+  agent.start({});
+  ASSERT_TRUE(agent.waitForFile("state"));
+  agent.send(SIGHUP);
+  EXPECT_EQ(agent.waitForEnd().signal, SIGHUP);
+  ASSERT_TRUE(agent.findDaemon());
+  agent.makeFile("go");
+  ASSERT_TRUE(agent.waitForLog(kStarted));
+  daemonStopsInOrder();
+}
+
 TEST_F(AgentDaemon, KeepsTheFileModeMaskOfItsStarter) {
   agent.prepareChild([] { ::umask(027); });
   startsADaemon({});

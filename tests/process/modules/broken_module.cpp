@@ -1,5 +1,6 @@
 // A module that fails in the way that QOV_TEST_BREAK says.
 #include <ace/DLL_Manager.h>
+#include <qovpub/qov_long_socket.h>
 #include <qovpub/qov_plugins.h>
 #include <qovpub/qov_task_mgr.h>
 
@@ -60,6 +61,10 @@ class Module : public CQOV_TaskMgr {
     }
     if (is("init_throws_number")) {
       throw 1;
+    }
+    if (is("unconnected")) {
+      const CQOVLongSocket unconnected;
+      return false;
     }
     Refusing refusing;
     if (is("plugin_missing")) {
