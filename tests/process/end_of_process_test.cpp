@@ -4,6 +4,15 @@
 namespace qov::test {
 namespace {
 
+/// Its only module keeps it from its end.
+void hangsAndIsAborted(AgentProcess& agent) {
+  agent.setEnvironment("PXOS_GUARD_SECOND_MS", "1");
+  agent.useModules({"stuck"});
+  agent.start({"-n"});
+  EXPECT_EQ(agent.waitForEnd().signal, SIGABRT);
+  EXPECT_THAT(agent.errors(), ::testing::HasSubstr("Failed to stop within 450 s: "));
+}
+
 /// Modules work when the process ends in a way that nobody should choose: they must be gone before
 /// static objects are, or else these modules abort the process.
 class AgentEnd : public ::testing::TestWithParam<const char*> {
@@ -41,11 +50,7 @@ TEST_P(AgentEnd, WithoutAnEventLoopDoesNotCrash) {
 TEST_P(AgentEnd, WithAModuleThatNeverStopsIsBroughtAboutByTheGuard) {
   AgentProcess agent;
   agent.setEnvironment("QOV_TEST_MAIN", GetParam());
-  agent.setEnvironment("PXOS_GUARD_SECOND_MS", "1");
-  agent.useModules({"stuck"});
-  agent.start({"-n"});
-  EXPECT_EQ(agent.waitForEnd().signal, SIGABRT);
-  EXPECT_THAT(agent.errors(), ::testing::HasSubstr("Failed to stop within 450 s: "));
+  hangsAndIsAborted(agent);
 }
 
 class AgentExit : public AgentTest {};
@@ -82,21 +87,13 @@ TEST_F(AgentExit, OnAnotherThreadWaitsForTheModuleThatIsBeingUnloaded) {
 
 TEST_F(AgentExit, OnAnotherThreadWhileTheEndOfTheLastModuleHangsIsBroughtAboutByTheGuard) {
   agent.setEnvironment("QOV_TEST_MAIN", "meanwhile");
-  agent.setEnvironment("PXOS_GUARD_SECOND_MS", "1");
-  agent.useModules({"stuck"});
-  agent.start({"-n"});
-  EXPECT_EQ(agent.waitForEnd().signal, SIGABRT);
-  EXPECT_THAT(agent.errors(), ::testing::HasSubstr("Failed to stop within 450 s: "));
+  hangsAndIsAborted(agent);
 }
 
 TEST_F(AgentExit, OnAnotherThreadWhileAModuleIsMadeForEverIsBroughtAboutByTheGuard) {
   agent.setEnvironment("QOV_TEST_MAIN", "before");
   agent.setEnvironment("QOV_TEST_STUCK", "is made");
-  agent.setEnvironment("PXOS_GUARD_SECOND_MS", "1");
-  agent.useModules({"stuck"});
-  agent.start({"-n"});
-  EXPECT_EQ(agent.waitForEnd().signal, SIGABRT);
-  EXPECT_THAT(agent.errors(), ::testing::HasSubstr("Failed to stop within 450 s: "));
+  hangsAndIsAborted(agent);
 }
 
 TEST_F(AgentExit, InAForkedChildLeavesTheModulesAlone) {
@@ -115,11 +112,7 @@ TEST_F(AgentExit, InAForkedChildLeavesTheModulesAlone) {
 
 TEST_F(AgentExit, OnAThreadThatAStartWaitsForIsBroughtAboutByTheGuard) {
   agent.setEnvironment("QOV_TEST_STUCK", "exits");
-  agent.setEnvironment("PXOS_GUARD_SECOND_MS", "1");
-  agent.useModules({"stuck"});
-  agent.start({"-n"});
-  EXPECT_EQ(agent.waitForEnd().signal, SIGABRT);
-  EXPECT_THAT(agent.errors(), ::testing::HasSubstr("Failed to stop within 450 s: "));
+  hangsAndIsAborted(agent);
 }
 
 /// A module ends the process while it is being initialised: the table of modules is held for that,

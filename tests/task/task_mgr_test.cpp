@@ -6,8 +6,10 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -43,6 +45,23 @@ int spawnInto(int group, PlainThread& plain, long flags = kJoinable) {
   return ACE_Thread_Manager::instance()->spawn(&runPlainThread, &plain, flags, nullptr, nullptr,
                                                ACE_DEFAULT_THREAD_PRIORITY, group);
 }
+
+/// Calls `release`, on a thread of its own, once module 20 tells that it joins so many threads.
+class Releaser {
+ public:
+  Releaser(StderrCapture& log, int threads, std::function<void()> release)
+      : thread_([&log, threads, toDo = std::move(release)] {
+          EXPECT_TRUE(log.waitFor("Module(20) finds " + std::to_string(threads) +
+                                  " threads in its group and joins those that can be."));
+          toDo();
+        }) {}
+  ~Releaser() { thread_.join(); }
+  Releaser(const Releaser&) = delete;
+  Releaser& operator=(const Releaser&) = delete;
+
+ private:
+  std::thread thread_;
+};
 
 /// Says whether initEnv() ran, and answers as told.
 class HookedModule : public TestModule {
@@ -183,13 +202,9 @@ TEST_F(TaskMgrTest, JoinsATaskOfAnotherKindThatRunsInItsGroup) {
   std::optional<TestModule> module(std::in_place, ignore);
   ASSERT_TRUE(module->init());
   ASSERT_EQ(0, stranger.activate(kJoinable, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, kModule));
-  std::thread releaser([&] {
-    EXPECT_TRUE(log_.waitFor("Module(20) finds 1 threads in its group"));
-    stranger.end_.count();
-  });
+  const Releaser releaser(log_, 1, [&] { stranger.end_.count(); });
   module.reset();
   EXPECT_EQ(0U, stranger.thr_count());
-  releaser.join();
 }
 
 TEST_F(TaskMgrTest, JoinsPlainThreadsThatWereSpawnedIntoItsGroup) {
@@ -199,9 +214,7 @@ TEST_F(TaskMgrTest, JoinsPlainThreadsThatWereSpawnedIntoItsGroup) {
   for (PlainThread& one : plain) {
     ASSERT_EQ(static_cast<int>(kModule), spawnInto(kModule, one));
   }
-  std::thread releaser([&] {
-    EXPECT_TRUE(
-        log_.waitFor("Module(20) finds 3 threads in its group and joins those that can be."));
+  const Releaser releaser(log_, 3, [&] {
     for (PlainThread& one : plain) {
       one.end_.count();
     }
@@ -210,7 +223,6 @@ TEST_F(TaskMgrTest, JoinsPlainThreadsThatWereSpawnedIntoItsGroup) {
   for (PlainThread& one : plain) {
     EXPECT_TRUE(one.ended_);
   }
-  releaser.join();
 }
 
 TEST_F(TaskMgrTest, LeavesThePlainThreadsOfItsGroupToAnotherManagerOfItsIdThatRuns) {
@@ -224,13 +236,9 @@ TEST_F(TaskMgrTest, LeavesThePlainThreadsOfItsGroupToAnotherManagerOfItsIdThatRu
     ASSERT_TRUE(twin.init());
   }
   EXPECT_EQ(0, log_.count("threads in its group"));
-  std::thread releaser([&] {
-    EXPECT_TRUE(log_.waitFor("Module(20) finds 1 threads in its group"));
-    plain.end_.count();
-  });
+  const Releaser releaser(log_, 1, [&] { plain.end_.count(); });
   module.reset();
   EXPECT_TRUE(plain.ended_);
-  releaser.join();
 }
 
 TEST_F(TaskMgrTest, JoinsAPlainThreadThatAnotherOneStartsAtItsEnd) {
@@ -250,27 +258,21 @@ TEST_F(TaskMgrTest, JoinsAPlainThreadThatAnotherOneStartsAtItsEnd) {
   ASSERT_EQ(static_cast<int>(kModule),
             ACE_Thread_Manager::instance()->spawn(&Starter::run, &starter, kJoinable, nullptr,
                                                   nullptr, ACE_DEFAULT_THREAD_PRIORITY, kModule));
-  std::thread releaser([&] {
-    EXPECT_TRUE(log_.waitFor("Module(20) finds 1 threads in its group"));
+  const Releaser releaser(log_, 1, [&] {
     starter.begin_.count();
     starter.next_.end_.count();
   });
   module.reset();
   EXPECT_TRUE(starter.next_.ended_);
-  releaser.join();
 }
 
 TEST_F(TaskMgrTest, JoinsThePlainThreadsOfAManagerThatWasNeverStarted) {
   PlainThread plain;
   std::optional<TestModule> module(std::in_place, ignore);
   ASSERT_EQ(static_cast<int>(kModule), spawnInto(kModule, plain));
-  std::thread releaser([&] {
-    EXPECT_TRUE(log_.waitFor("Module(20) finds 1 threads in its group"));
-    plain.end_.count();
-  });
+  const Releaser releaser(log_, 1, [&] { plain.end_.count(); });
   module.reset();
   EXPECT_TRUE(plain.ended_);
-  releaser.join();
 }
 
 TEST_F(TaskMgrTest, JoinsATaskThatAPlainThreadHandsOverAtItsEnd) {
@@ -281,13 +283,9 @@ TEST_F(TaskMgrTest, JoinsATaskThatAPlainThreadHandsOverAtItsEnd) {
   ASSERT_EQ(static_cast<int>(kModule),
             ACE_Thread_Manager::instance()->spawn(&HandedOver::run, &handedOver, kJoinable, nullptr,
                                                   nullptr, ACE_DEFAULT_THREAD_PRIORITY, kModule));
-  std::thread releaser([&] {
-    EXPECT_TRUE(log_.waitFor("Module(20) finds 1 threads in its group"));
-    handedOver.begin_.count();
-  });
+  const Releaser releaser(log_, 1, [&] { handedOver.begin_.count(); });
   module.reset();
   EXPECT_TRUE(handedOver.ended_);
-  releaser.join();
 }
 
 TEST_F(TaskMgrTest, LeavesTheThreadsOfItsGroupToTheDestructorOfTheModulesOwnClass) {
@@ -370,23 +368,23 @@ TEST_F(TaskMgrTest, LeavesAThreadAloneThatHasTheIdOfADetachedOneOfItsGroup) {
   ASSERT_EQ(static_cast<int>(kModule), spawnInto(kModule, detached, THR_NEW_LWP | THR_DETACHED));
   ASSERT_EQ(static_cast<int>(kModule), spawnInto(kModule, joined));
   std::vector<std::unique_ptr<PlainThread>> others;
-  std::thread releaser([&] {
-    EXPECT_TRUE(log_.waitFor("Module(20) finds 2 threads in its group"));
-    detached.end_.count();
-    while (!detached.ended_) {
-      std::this_thread::yield();
-    }
-    // One of many gets the id of the detached thread, once that is gone.
-    for (int i = 0; i < 20; ++i) {
-      others.push_back(std::make_unique<PlainThread>());
-      EXPECT_EQ(kModule + 1, spawnInto(kModule + 1, *others.back()));
-      std::this_thread::yield();
-    }
-    joined.end_.count();
-  });
-  module.reset();
-  EXPECT_TRUE(joined.ended_);
-  releaser.join();
+  {
+    const Releaser releaser(log_, 2, [&] {
+      detached.end_.count();
+      while (!detached.ended_) {
+        std::this_thread::yield();
+      }
+      // One of many gets the id of the detached thread, once that is gone.
+      for (int i = 0; i < 20; ++i) {
+        others.push_back(std::make_unique<PlainThread>());
+        EXPECT_EQ(kModule + 1, spawnInto(kModule + 1, *others.back()));
+        std::this_thread::yield();
+      }
+      joined.end_.count();
+    });
+    module.reset();
+    EXPECT_TRUE(joined.ended_);
+  }
   for (const auto& other : others) {
     EXPECT_FALSE(other->ended_);
     other->end_.count();

@@ -10,10 +10,6 @@
 #include "tests/link/scripted_peer.h"
 #include "tests/tools/qovctl_test.h"
 
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
-
 namespace qov::test {
 namespace {
 

@@ -4,10 +4,6 @@
 #include "tests/support/latch.h"
 #include "tests/tools/qovctl_endpoint_test.h"
 
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
-
 namespace qov::test {
 namespace {
 

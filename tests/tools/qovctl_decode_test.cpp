@@ -12,9 +12,6 @@
 #include "tools/common/octets.h"
 
 using namespace std::string_literals;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 namespace qov::test {
 namespace {

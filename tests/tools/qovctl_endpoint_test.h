@@ -12,6 +12,8 @@
 
 namespace qov::test {
 
+using tests::Bytes;
+
 inline constexpr std::uint64_t kGetNext = 1ULL << 32;
 inline constexpr std::uint64_t kGet = 2ULL << 32;
 inline constexpr std::uint64_t kStore = 3ULL << 32;
@@ -22,9 +24,9 @@ inline constexpr unsigned int kUint = 3;
 inline constexpr unsigned int kEnum = 6;
 
 /// A row of table 1 with the cells name, mtu, cursor and status.
-inline tests::Bytes row(const std::string& name, unsigned int key, unsigned int status = 0) {
+inline Bytes row(const std::string& name, unsigned int key, unsigned int status = 0) {
   const auto text = static_cast<unsigned int>(name.size() + 1);
-  tests::Bytes bytes;
+  Bytes bytes;
   bytes.record(kGetNext + 1, 4 + text + 4 + 2 + 4 + 1 + 4 + 1);
   bytes.cell(1, kString, text).text(name).u8(0).cell(4, kUint, 2).u16(1500);
   bytes.cell(4093, kUint, 1).u8(key).cell(4095, kEnum, 1).u8(status);
@@ -32,7 +34,7 @@ inline tests::Bytes row(const std::string& name, unsigned int key, unsigned int 
 }
 
 /// What ends a walk.
-inline tests::Bytes endOfWalk() {
+inline Bytes endOfWalk() {
   return recordBytes(kGetNext + 1, 1);
 }
 

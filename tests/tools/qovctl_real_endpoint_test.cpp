@@ -6,7 +6,6 @@
 #include "tools/common/json_object.h"
 
 using ::testing::ContainsRegex;
-using ::testing::HasSubstr;
 
 namespace qov::test {
 namespace {

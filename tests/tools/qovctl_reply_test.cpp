@@ -2,14 +2,8 @@
 
 #include "tests/tools/qovctl_endpoint_test.h"
 
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
-
 namespace qov::test {
 namespace {
-
-using tests::Bytes;
 
 /// Replies that end the command with a failure.
 class QovctlReply : public QovctlEndpoint {};

@@ -3,15 +3,10 @@
 #include "tests/tools/qovctl_endpoint_test.h"
 #include "tools/common/json_object.h"
 
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
 using ::testing::Not;
-using ::testing::StartsWith;
 
 namespace qov::test {
 namespace {
-
-using tests::Bytes;
 
 /// What is sent, and what is printed of its reply.
 class QovctlRequest : public QovctlEndpoint {};

@@ -13,6 +13,10 @@
 
 namespace qov::test {
 
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
 /// How a run of qovctl ended and what it wrote.
 struct QovctlRun {
   int status = -1;  ///< -1 when it did not exit

@@ -2,14 +2,10 @@
 #include "tests/tools/qovctl_endpoint_test.h"
 #include "tools/common/json_object.h"
 
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
 using ::testing::Not;
 
 namespace qov::test {
 namespace {
-
-using tests::Bytes;
 
 /// What is printed of a table.
 class QovctlWalk : public QovctlEndpoint {};
