@@ -54,7 +54,7 @@ CQOV_Leader_Task::CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize,
   // Made by whoever loads the modules: the thread that first touches the process reactor owns it.
   ACE_Reactor::instance();
   makesRoom_ = true;
-  scheduler_->countLoadInto(leaderQueue_.load());
+  scheduler_->queue_->countInto(leaderQueue_.admission());
   msg_queue()->notification_strategy(&notification_);
 }
 
@@ -175,7 +175,7 @@ void CQOV_Leader_Task::insertStaticScheduledTask(unsigned long threadId,
   if (task == nullptr) {
     return;
   }
-  task->countLoadInto(leaderQueue_.load());
+  task->queue_->countInto(leaderQueue_.admission());
   if (!task->started_) {
     // Its thread is the caller's own affair. Threads of the runtime are known, or have ended.
     qov::TaskRegistry::instance().bind(threadId, task);

@@ -124,10 +124,6 @@ int CQOV_Task::activate(long flags, int n_threads, int force_active, long priori
   return result;
 }
 
-void CQOV_Task::countLoadInto(const std::shared_ptr<qov::ModuleLoad>& load) {
-  queue_->countInto(load);
-}
-
 int CQOV_Task::close(u_long) {
   TaskRegistry::instance().unbind(ACE_Thread::self(), this);
   return 0;

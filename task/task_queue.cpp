@@ -43,51 +43,69 @@ TaskQueue::~TaskQueue() {
 }
 
 int TaskQueue::enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
-  return put(mb, timeout, isStop(mb));
-}
-
-int TaskQueue::forceTail(ACE_Message_Block* mb) {
-  return put(mb, nullptr, true);
-}
-
-bool TaskQueue::offer(ACE_Message_Block* mb) {
-  const RingCollector untilUnlocked;
-  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
-  return !toldToStop_ && putLocked(mb, nullptr, true) != -1;
-}
-
-int TaskQueue::put(ACE_Message_Block* mb, ACE_Time_Value* timeout, bool force) {
+  if (mb == nullptr) {
+    errno = EINVAL;
+    return -1;
+  }
   const RingCollector untilUnlocked;
   ACE_Notification_Strategy* notifier = nullptr;
   int count = 0;
   {
     ACE_Guard<ACE_Thread_Mutex> guard(lock_);
-    count = putLocked(mb, timeout, force);
+    if (state_ == DEACTIVATED) {
+      errno = ESHUTDOWN;
+      return -1;
+    }
+    if (!waitForRoom(*mb, timeout)) {
+      return -1;
+    }
+    toldToStop_ = toldToStop_ || isStop(mb);
+    count = enqueue_tail_i(mb);
     notifier = notification_strategy_;
   }
-  if (count != -1 && notifier != nullptr) {
+  if (notifier != nullptr) {
     notifier->notify();
   }
   return count;
 }
 
-int TaskQueue::putLocked(ACE_Message_Block* mb, ACE_Time_Value* timeout, bool force) {
-  if (state_ == DEACTIVATED) {
-    errno = ESHUTDOWN;
-    return -1;
-  }
-  if (!force && wait_not_full_cond(timeout) == -1) {
-    return -1;
-  }
-  toldToStop_ = toldToStop_ || isStop(mb);
-  return enqueue_tail_i(mb);
+bool TaskQueue::offer(ACE_Message_Block* mb) {
+  const RingCollector untilUnlocked;
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  return state_ != DEACTIVATED && !toldToStop_ && enqueue_tail_i(mb) != -1;
+}
+
+bool TaskQueue::waitForRoom(const ACE_Message_Block& mb, ACE_Time_Value* timeout) {
+  return isStop(&mb) || wait_not_full_cond(timeout) != -1;
 }
 
 int TaskQueue::signal_dequeue_waiters() {
+  book();
   if (notification_strategy_ == nullptr) {  // or else nobody waits here
     ring(bell_);
   }
   return 0;
+}
+
+int TaskQueue::signal_enqueue_waiters() {
+  book();
+  return Base::signal_enqueue_waiters();
+}
+
+int TaskQueue::flush_i() {
+  const int count = Base::flush_i();
+  signal_enqueue_waiters();
+  return count;
+}
+
+void TaskQueue::book() {
+  if (admission_ != nullptr) {
+    // The own part changes first. So for a moment what the others have may look smaller than it is
+    // when the queue is filled, and larger when it is drained; in the latter case the line is
+    // looked through right afterwards.
+    const std::size_t before = booked_.exchange(cur_bytes_);
+    admission_->book(before, cur_bytes_);
+  }
 }
 
 int TaskQueue::deactivate_i(int pulse) {
@@ -139,21 +157,15 @@ bool TaskQueue::isAwaited() {
   return waitingThreads_ > 0 && is_empty_i();
 }
 
-void TaskQueue::countInto(const std::shared_ptr<ModuleLoad>& load) {
-  shareLoad(load);
+void TaskQueue::countInto(const std::shared_ptr<Admission>& ledger) {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  if (admission_ != nullptr) {
+    admission_->book(booked_.exchange(0), 0);
+  }
+  admission_ = ledger;
   high_water_mark_ = std::numeric_limits<std::size_t>::max();
   low_water_mark_ = high_water_mark_;
-  not_full_cond_.broadcast();
-}
-
-void TaskQueue::shareLoad(const std::shared_ptr<ModuleLoad>& load) {
-  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
-  if (load_) {
-    load_->subtract(countedBytes_.exchange(0));
-  }
-  load_ = load;
-  counted(0);
+  signal_enqueue_waiters();
 }
 
 ACE_Message_Block* TaskQueue::takeAll() {
@@ -168,59 +180,9 @@ ACE_Message_Block* TaskQueue::takeAllLocked() {
   cur_bytes_ = 0;
   cur_length_ = 0;
   cur_count_ = 0;
-  counted(0);
+  book();
   not_full_cond_.broadcast();
   return all;
-}
-
-int TaskQueue::counted(int result) {
-  if (!load_) {
-    return result;
-  }
-  // The own share changes first, see ModuleLoad::hasRoom().
-  const std::size_t before = countedBytes_.exchange(cur_bytes_);
-  if (cur_bytes_ > before) {
-    load_->add(cur_bytes_ - before);
-  } else if (cur_bytes_ < before) {
-    load_->subtract(before - cur_bytes_);
-  }
-  return result;
-}
-
-int TaskQueue::enqueue_i(ACE_Message_Block* mb) {
-  return counted(Base::enqueue_i(mb));
-}
-
-int TaskQueue::enqueue_deadline_i(ACE_Message_Block* mb) {
-  return counted(Base::enqueue_deadline_i(mb));
-}
-
-int TaskQueue::enqueue_tail_i(ACE_Message_Block* mb) {
-  return counted(Base::enqueue_tail_i(mb));
-}
-
-int TaskQueue::enqueue_head_i(ACE_Message_Block* mb) {
-  return counted(Base::enqueue_head_i(mb));
-}
-
-int TaskQueue::dequeue_head_i(ACE_Message_Block*& mb) {
-  return counted(Base::dequeue_head_i(mb));
-}
-
-int TaskQueue::dequeue_prio_i(ACE_Message_Block*& mb) {
-  return counted(Base::dequeue_prio_i(mb));
-}
-
-int TaskQueue::dequeue_tail_i(ACE_Message_Block*& mb) {
-  return counted(Base::dequeue_tail_i(mb));
-}
-
-int TaskQueue::dequeue_deadline_i(ACE_Message_Block*& mb) {
-  return counted(Base::dequeue_deadline_i(mb));
-}
-
-int TaskQueue::flush_i() {
-  return counted(Base::flush_i());
 }
 
 int TaskQueue::wait_not_empty_cond(ACE_Time_Value* timeout) {
@@ -248,10 +210,7 @@ int TaskQueue::wait_not_empty_cond(ACE_Time_Value* timeout) {
 }
 
 bool TaskQueue::waitForBell(const ACE_Time_Value* timeout) {
-  std::optional<Doorbell::Clock::time_point> deadline;
-  if (timeout != nullptr) {
-    deadline = steadyDeadline(*timeout);
-  }
+  const auto deadline = steadyDeadline(timeout);
   const Counted waiting(waitingThreads_);
   // Locked again on every way out: the thread may be cancelled while it waits, and its guards give
   // the lock back.

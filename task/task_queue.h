@@ -9,8 +9,8 @@
 #include <atomic>
 #include <memory>
 
+#include "task/admission.h"
 #include "task/doorbell.h"
-#include "task/module_load.h"
 
 namespace qov {
 
@@ -21,7 +21,7 @@ namespace qov {
 /// - pulse() is not lost when nobody waits yet: it ends the next wait. (ACE's leaves the queue in a
 ///   state in which the waiter cannot even take the message that arrives next.)
 /// - MB_STOP blocks get in however full the queue is.
-/// - It can count its bytes into the load of its module.
+/// - It can count its bytes into the ledger of its module.
 /// - It frees what is left in it together with the packages.
 ///
 /// Thread: any.
@@ -51,55 +51,46 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   /// hands then either.
   bool isAwaited();
 
-  /// Counts the queue's bytes into `load` from now on and lifts the queue's own limit: whoever
+  /// Counts the queue's bytes into `ledger` from now on and lifts the queue's own limit: whoever
   /// fills the queue never waits.
-  void countInto(const std::shared_ptr<ModuleLoad>& load);
+  void countInto(const std::shared_ptr<Admission>& ledger);
 
-  /// How many of the bytes in the load of the module stand in this queue.
-  std::size_t countedBytes() const { return countedBytes_.load(); }
+  /// How many bytes of the ledger stand in this queue.
+  const std::atomic<std::size_t>& booked() const { return booked_; }
 
   /// Takes every block out at once, also from a deactivated queue: a list linked by next(), null
   /// when empty.
   ACE_Message_Block* takeAll();
 
  protected:
-  // Every way in and out counts.
-  int enqueue_i(ACE_Message_Block* mb) override;
-  int enqueue_deadline_i(ACE_Message_Block* mb) override;
-  int enqueue_tail_i(ACE_Message_Block* mb) override;
-  int enqueue_head_i(ACE_Message_Block* mb) override;
-  int dequeue_head_i(ACE_Message_Block*& mb) override;
-  int dequeue_prio_i(ACE_Message_Block*& mb) override;
-  int dequeue_tail_i(ACE_Message_Block*& mb) override;
-  int dequeue_deadline_i(ACE_Message_Block*& mb) override;
-  int flush_i() override;
+  /// Waits until `mb` may be put in, at most until `timeout`. With the queue's lock held, which is
+  /// free while this waits. False, with errno, when it may not.
+  virtual bool waitForRoom(const ACE_Message_Block& mb, ACE_Time_Value* timeout);
 
   int wait_not_empty_cond(ACE_Time_Value* timeout) override;
-  int signal_dequeue_waiters() override;
   int deactivate_i(int pulse) override;
+  // Each of ACE's ways in and out ends in one of these three, which tell the ledger.
+  int signal_dequeue_waiters() override;
+  int signal_enqueue_waiters() override;
+  int flush_i() override;
 
-  /// Queues `mb` without regard to the limit.
-  int forceTail(ACE_Message_Block* mb);
-  /// As countInto(), and leaves the queue its limit.
-  void shareLoad(const std::shared_ptr<ModuleLoad>& load);
   /// As takeAll(), with the queue's lock held.
   ACE_Message_Block* takeAllLocked();
 
-  // Changed under the queue's lock; read by a sender that asks for room.
-  std::atomic<std::size_t> countedBytes_{0};
+  // Changed under the queue's lock, by the Admission, too, if it is a leader's; read by any thread.
+  std::atomic<std::size_t> booked_{0};
+  // Set under the queue's lock; a leader's never changes.
+  std::shared_ptr<Admission> admission_;
 
  private:
   using Base = ACE_Message_Queue<ACE_MT_SYNCH>;
 
-  int put(ACE_Message_Block* mb, ACE_Time_Value* timeout, bool force);
-  /// Puts `mb` in, with the queue's lock held.
-  int putLocked(ACE_Message_Block* mb, ACE_Time_Value* timeout, bool force);
   /// Waits for the bell without the queue's lock, which is held before and after. False when no
   /// ring came until `timeout`, an absolute time of day.
   bool waitForBell(const ACE_Time_Value* timeout);
 
-  /// Tells the load how the queue's bytes have changed since it was told last; hands `result` on.
-  int counted(int result);
+  /// Tells the ledger what stands in the queue now.
+  void book();
 
   // Constant after construction.
   const std::shared_ptr<Doorbell> bell_ = std::make_shared<Doorbell>();
@@ -108,7 +99,6 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   int waitingThreads_ = 0;
   bool pulsed_ = false;
   bool toldToStop_ = false;
-  std::shared_ptr<ModuleLoad> load_;
 };
 
 }  // namespace qov

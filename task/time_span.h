@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <optional>
 
 namespace qov {
 
@@ -16,10 +17,14 @@ inline ACE_Time_Value limitedSpan(const ACE_Time_Value& span) {
   return std::clamp(span, ACE_Time_Value::zero - longest, longest);
 }
 
-/// The moment at which `timeout`, an absolute time of day, comes; on the steady clock, so that a
-/// change of the time of day does not stretch a wait that has begun.
-inline std::chrono::steady_clock::time_point steadyDeadline(const ACE_Time_Value& timeout) {
-  const ACE_Time_Value left = limitedSpan(limitedSpan(timeout) - ACE_OS::gettimeofday());
+/// The moment at which `timeout`, an absolute time of day, comes; none without it. On the steady
+/// clock, so that a change of the time of day does not stretch a wait that has begun.
+inline std::optional<std::chrono::steady_clock::time_point> steadyDeadline(
+    const ACE_Time_Value* timeout) {
+  if (timeout == nullptr) {
+    return std::nullopt;
+  }
+  const ACE_Time_Value left = limitedSpan(limitedSpan(*timeout) - ACE_OS::gettimeofday());
   return std::chrono::steady_clock::now() + std::chrono::seconds(left.sec()) +
          std::chrono::microseconds(left.usec());
 }

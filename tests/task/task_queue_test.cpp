@@ -40,6 +40,11 @@ class TaskQueueTest : public TaskTest {
     qov::releaseWithPackage(taken);
   }
 
+  std::shared_ptr<qov::Admission> makeLedger() {
+    return std::make_shared<qov::Admission>(nullptr, kPid, kModule, inLeadersQueue_);
+  }
+
+  std::atomic<std::size_t> inLeadersQueue_{0};
   qov::TaskQueue queue_;
 };
 
@@ -191,29 +196,29 @@ TEST_F(TaskQueueTest, TakesEverythingInOrderEvenWhenClosed) {
   qov::releaseWithPackage(second);
 }
 
-TEST_F(TaskQueueTest, CountsItsBytesIntoTheLoadOfTheModule) {
-  const auto load = std::make_shared<qov::ModuleLoad>();
+TEST_F(TaskQueueTest, CountsItsBytesIntoTheLedgerOfTheModule) {
+  const auto ledger = makeLedger();
   queue_.enqueue_tail(makeBlock(makeMessage(3, 1)));
-  queue_.countInto(load);
-  EXPECT_EQ(8U, load->waiting());
+  queue_.countInto(ledger);
+  EXPECT_EQ(8U, ledger->booked());
   queue_.enqueue_tail(makeBlock(makeMessage(3, 2)));
-  EXPECT_EQ(16U, load->waiting());
+  EXPECT_EQ(16U, ledger->booked());
   ACE_Message_Block* block = nullptr;
   queue_.dequeue_head(block);
-  EXPECT_EQ(8U, load->waiting());
+  EXPECT_EQ(8U, ledger->booked());
   qov::releaseWithPackage(block);
   qov::releaseWithPackage(queue_.takeAll());
-  EXPECT_EQ(0U, load->waiting());
+  EXPECT_EQ(0U, ledger->booked());
 }
 
 TEST_F(TaskQueueTest, CountsEveryWayInAndOut) {
-  const auto load = std::make_shared<qov::ModuleLoad>();
-  queue_.countInto(load);
+  const auto ledger = makeLedger();
+  queue_.countInto(ledger);
   queue_.enqueue_head(makeBlock(makeMessage(3, 1)));
   queue_.enqueue_prio(makeBlock(makeMessage(3, 2)));
   queue_.enqueue_deadline(makeBlock(makeMessage(3, 3)));
   queue_.enqueue_tail(makeBlock(makeMessage(3, 4)));
-  EXPECT_EQ(32U, load->waiting());
+  EXPECT_EQ(32U, ledger->booked());
   ACE_Message_Block* block = nullptr;
   queue_.dequeue_tail(block);
   qov::releaseWithPackage(block);
@@ -221,12 +226,53 @@ TEST_F(TaskQueueTest, CountsEveryWayInAndOut) {
   qov::releaseWithPackage(block);
   queue_.dequeue_deadline(block);
   qov::releaseWithPackage(block);
-  EXPECT_EQ(8U, load->waiting());
+  EXPECT_EQ(8U, ledger->booked());
 }
 
-TEST_F(TaskQueueTest, AQueueThatCountsIntoALoadHasNoLimitOfItsOwn) {
+TEST_F(TaskQueueTest, CountsWhatIsFlushed) {
+  const auto ledger = makeLedger();
+  queue_.countInto(ledger);
+  queue_.enqueue_tail(stopBlock());
+  queue_.enqueue_tail(new ACE_Message_Block(100));
+  EXPECT_EQ(100U, ledger->booked());
+  EXPECT_EQ(2, queue_.flush());
+  EXPECT_EQ(0U, ledger->booked());
+}
+
+TEST_F(TaskQueueTest, CountsRightInTheEndWhateverMarksAreSet) {
+  const auto ledger = makeLedger();
+  queue_.countInto(ledger);
+  queue_.high_water_mark(100);
+  queue_.low_water_mark(0);
+  for (int i = 0; i < 3; ++i) {
+    queue_.enqueue_tail(makeBlock(makeMessage(3, 1)));
+  }
+  for (int i = 0; i < 3; ++i) {
+    ACE_Message_Block* block = nullptr;
+    queue_.dequeue_head(block);
+    qov::releaseWithPackage(block);
+  }
+  EXPECT_EQ(0U, ledger->booked());
+}
+
+TEST_F(TaskQueueTest, MovesFromOneLedgerToTheOther) {
+  const auto first = makeLedger();
+  const auto second = makeLedger();
+  queue_.enqueue_tail(makeBlock(makeMessage(3, 1)));
+  queue_.countInto(first);
+  queue_.countInto(second);
+  EXPECT_EQ(0U, first->booked());
+  EXPECT_EQ(8U, second->booked());
+}
+
+TEST_F(TaskQueueTest, ANullBlockIsRefused) {
+  EXPECT_EQ(-1, queue_.enqueue_tail(nullptr, nullptr));
+  EXPECT_EQ(EINVAL, errno);
+}
+
+TEST_F(TaskQueueTest, AQueueThatCountsIntoALedgerHasNoLimitOfItsOwn) {
   fill();
-  queue_.countInto(std::make_shared<qov::ModuleLoad>());
+  queue_.countInto(makeLedger());
   ACE_Time_Value past;
   EXPECT_LT(0, queue_.enqueue_tail(makeBlock(makeMessage(3, 1)), &past));
 }

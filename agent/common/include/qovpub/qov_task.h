@@ -14,8 +14,7 @@ class CQOVDebugKitGuard;
 class CQOV_TaskMgr;
 
 namespace qov {
-class LeaderQueue;
-class ModuleLoad;
+class Admission;
 class ResponseSlot;
 class TaskQueue;
 class TaskRoster;
@@ -134,14 +133,12 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
  private:
   friend class CQOV_Leader_Task;
   friend class CQOV_TaskScheduler;
-  friend class qov::LeaderQueue;
+  friend class qov::Admission;
   friend class qov::TaskRoster;
 
   /// Allocates the spare MB_STOP block that notifyExit() uses when memory is short. False, with
   /// errno ENOMEM, when there is no memory for that either.
   bool reserveStop();
-  /// Counts what waits in the own queue into the load of the module.
-  void countLoadInto(const std::shared_ptr<qov::ModuleLoad>& load);
   /// Forgets a wake-up or a response that came too late for the send() it was meant for.
   void forgetLateAnswer();
   /// Sends `req` for the one thread that may, with arguments that are valid.
