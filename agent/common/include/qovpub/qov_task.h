@@ -16,6 +16,7 @@ class CQOV_TaskMgr;
 namespace qov {
 class LeaderQueue;
 class ModuleLoad;
+class PendingRequests;
 class ResponseSlot;
 class TaskQueue;
 class TaskRoster;
@@ -135,6 +136,7 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   friend class CQOV_Leader_Task;
   friend class CQOV_TaskScheduler;
   friend class qov::LeaderQueue;
+  friend class qov::PendingRequests;
   friend class qov::TaskRoster;
 
   /// Allocates the spare MB_STOP block that notifyExit() uses when memory is short. False, with
