@@ -16,8 +16,8 @@
 #include "task/message_block.h"
 #include "task/pending_requests.h"
 #include "task/start_task.h"
-#include "task/task_registry.h"
-#include "task/task_roster.h"
+#include "task/started_tasks.h"
+#include "task/thread_tasks.h"
 #include "task/wait_reactor.h"
 
 namespace {
@@ -176,9 +176,9 @@ void CQOV_Leader_Task::shutDown() {
   pending_->releaseAll();
   // A module's own notifyExit() may join the thread that it has woken.
   qov::endCollecting();
-  qov::TaskRoster& roster = *taskMgr()->roster_;
-  roster.beginStop();
-  while (CQOV_Task* const task = roster.nextToTell()) {
+  qov::StartedTasks& started = *taskMgr()->startedTasks_;
+  started.beginStop();
+  while (CQOV_Task* const task = started.nextToTell()) {
     if (task != this) {
       task->notifyExit();
     }
@@ -196,9 +196,9 @@ void CQOV_Leader_Task::insertStaticScheduledTask(unsigned long threadId,
   task->countLoadInto(leaderQueue_.load());
   if (!task->started_) {
     // Its thread is the caller's own affair. Threads of the runtime are known, or have ended.
-    qov::TaskRegistry::instance().bind(threadId, task);
+    qov::ThreadTasks::instance().bind(threadId, task);
   }
-  // Asked before the registry is locked: the leader would wait for whatever the task does here.
+  // Asked before the codes are locked: the leader would wait for whatever the task does here.
   std::list<unsigned long long> opcs;
   task->getOpcList(opcs);
   ACE_Guard<ACE_Thread_Mutex> guard(staticLock_);

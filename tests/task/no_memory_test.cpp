@@ -15,7 +15,7 @@
 
 #include "task/leader_queue.h"
 #include "task/pending_requests.h"
-#include "task/task_registry.h"
+#include "task/thread_tasks.h"
 #include "task/wait_reactor.h"
 #include "tests/support/failing_allocations.h"
 #include "tests/task/task_fixture.h"
@@ -323,7 +323,7 @@ TEST_F(TaskNoMemoryTest, ATaskThatCouldNotBeToldToEndIsNotStarted) {
 TEST_F(TaskNoMemoryTest, AThreadAndItsTaskEndWithout) {
   constexpr ACE_thread_t kThread = 1;
   auto task = std::make_unique<CQOV_Task>(&module_);
-  qov::TaskRegistry::instance().bind(kThread, task.get());
+  qov::ThreadTasks::instance().bind(kThread, task.get());
   {
     const FailingAllocations fail(0);
     // As on a thread that ends before it is known.
@@ -331,7 +331,7 @@ TEST_F(TaskNoMemoryTest, AThreadAndItsTaskEndWithout) {
     EXPECT_TRUE(fail.hasFailed());
     task.reset();
   }
-  EXPECT_EQ(nullptr, qov::TaskRegistry::instance().find(kThread));
+  EXPECT_EQ(nullptr, qov::ThreadTasks::instance().find(kThread));
 }
 
 TEST_F(TaskNoMemoryTest, AModuleStopsAndGoesWithout) {

@@ -139,7 +139,7 @@ class CQOV_Leader_Task : public CQOV_Task {
   const std::unique_ptr<qov::PendingRequests> pending_;
   bool closed_ = false;
 
-  // The static-task registry, guarded by staticLock_.
+  // Which static task serves which operation code, guarded by staticLock_.
   ACE_Thread_Mutex staticLock_;
   OpcMap opcTasks_;
   // Set under staticLock_; spares modules without static tasks the lock.
