@@ -248,13 +248,13 @@ TEST_F(TaskNoMemoryTest, PendingRequestsAreMadeWithTheirTableOrNotAtAll) {
   EXPECT_THROW(qov::PendingRequests(reactor, task_), std::bad_alloc);
 }
 
-TEST(WaitReactorNoMemoryTest, AReactorIsMadeWholeOrNotAtAll) {
+TEST_F(TaskNoMemoryTest, AReactorIsMadeWholeOrNotAtAll) {
   long failures = 0;
   for (bool failed = true; failed; ++failures) {
     std::optional<qov::WaitReactor> reactor;
     const FailingAllocations fail(failures, 1);
     try {
-      reactor.emplace();
+      reactor.emplace(task_);
     } catch (const std::bad_alloc&) {
     }
     failed = fail.hasFailed();
