@@ -13,8 +13,23 @@
 #include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/message_types.h"
+#include "task/pending_requests.h"
+#include "task/send_cause.h"
 
 // Which message goes where.
+
+namespace {
+
+MsgKey keyOfRequest(const QOVMsgHead& head) {
+  return {head.opc_, head.sn_, head.spid_, head.smid_, head.rpid_, head.rmid_};
+}
+
+/// A response comes back from where its request went.
+MsgKey keyOfResponse(const QOVMsgHead& head) {
+  return {head.opc_, head.sn_, head.rpid_, head.rmid_, head.spid_, head.smid_};
+}
+
+}  // namespace
 
 const CQOV_Leader_Task::Handler CQOV_Leader_Task::kHandlers[] = {
     &CQOV_Leader_Task::handleUnknownMsg, &CQOV_Leader_Task::handleReqMsg,
@@ -56,11 +71,102 @@ void CQOV_Leader_Task::handleDataMsg(ACE_Message_Block* mb) {
     log.warn(qov::kLogIdBase + 46, __FUNCTION__, __LINE__,
              "Module(%d) cannot wait for the response to a message that is not its own request!",
              taskMgr()->moduleId());
-    wakeSenderOf(*mb, EINVAL);
+    qov::PendingRequests::wakeSenderOf(*mb, EINVAL);
   }
   const Handler handler =
       qov::isKnownType(head.type_) ? kHandlers[head.type_] : kHandlers[qov::kUnknownType];
   (this->*handler)(mb, pkg);
+}
+
+bool CQOV_Leader_Task::isWaitedFor(const QOVMsgHead& head) const {
+  return head.type_ == qov::kRequestType && head.spid_ == leaderQueue_.processId() &&
+         head.smid_ == moduleId_;
+}
+
+void CQOV_Leader_Task::handleReqMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg) {
+  CQOVDebugKitGuard log(
+      qov::kPublicKit, "void CQOV_Leader_Task::handleReqMsg(ACE_Message_Block*, CQOV_MsgPackage*)");
+  if (mb == nullptr || pkg == nullptr) {
+    log.error(qov::kLogIdBase + 43, __FUNCTION__, __LINE__,
+              "Invalid Parameter, pMsgPkg or mb is null.");
+    return;
+  }
+  const QOVMsgHead& head = pkg->head();
+  const MsgKey key = keyOfRequest(head);
+  const bool waitedFor = isWaitedFor(head) && !qov::isUnawaited(*mb);
+  if (waitedFor && !beginWait(log, key, mb, pkg)) {
+    return;
+  }
+  if (forwordMessage(&head, mb) == 0) {
+    return;
+  }
+  if (waitedFor) {
+    pending_->drop(key, qov::sendCauseOf(errno));
+  }
+  delete pkg;
+  mb->release();
+}
+
+bool CQOV_Leader_Task::beginWait(CQOVDebugKitGuard& log, const MsgKey& key, ACE_Message_Block* mb,
+                                 CQOV_MsgPackage* pkg) {
+  if (mb->cont() == nullptr) {
+    // The package stays alive: kept. Nobody waits for an answer, so its sender may still hold it.
+    log.warn(qov::kLogIdBase + 37, __FUNCTION__, __LINE__,
+             "Manager thread(%d) received invalid request message!", taskMgr()->moduleId());
+    mb->release();
+    return false;
+  }
+  const std::unique_ptr<TimeoutDesc> sender = qov::takeTimeoutDesc(*mb);
+  if (sender == nullptr) {
+    log.error(qov::kLogIdBase + 38, __FUNCTION__, __LINE__, "Copy message error!");
+    delete pkg;
+    mb->release();
+    return false;
+  }
+  if (pending_->add(key, *sender)) {
+    return true;
+  }
+  const int cause = errno;
+  log.warn(qov::kLogIdBase + 39, __FUNCTION__, __LINE__,
+           "Failed to bind REQ message! SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u\n",
+           key.spid_, key.smid_, key.rpid_, key.rmid_, static_cast<unsigned long long>(key.opc_),
+           key.sn_, pkg->head().type_);
+  qov::PendingRequests::wake(*sender, cause);
+  delete pkg;
+  mb->release();
+  return false;
+}
+
+void CQOV_Leader_Task::handleRspMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg) {
+  CQOVDebugKitGuard log(
+      qov::kPublicKit, "void CQOV_Leader_Task::handleRspMsg(ACE_Message_Block*, CQOV_MsgPackage*)");
+  if (mb == nullptr || pkg == nullptr) {
+    log.error(qov::kLogIdBase + 40, __FUNCTION__, __LINE__,
+              "Invalid Parameter, pMsgPkg or mb is null.");
+    return;
+  }
+  const QOVMsgHead& head = pkg->head();
+  if (head.rpid_ == leaderQueue_.processId() && head.rmid_ == moduleId_) {
+    CQOV_Task* const sender = pending_->take(keyOfResponse(head));
+    if (sender != nullptr && sender->putMsg(head.type_, mb, nullptr) != -1) {
+      return;
+    }
+    if (sender == nullptr) {
+      log.warn(qov::kLogIdBase + 41, __FUNCTION__, __LINE__,
+               "Failed to handle RSP message: SPID=%u,SMID=%u,OPC=%llu,SN=%u!\n", head.spid_,
+               head.smid_, static_cast<unsigned long long>(head.opc_), head.sn_);
+    }
+  } else {
+    if (forwordMessage(&head, mb) == 0) {
+      return;
+    }
+    // The places of SPID and SMID show RPID and RMID: kept, tools that read these lines expect it.
+    log.warn(qov::kLogIdBase + 42, __FUNCTION__, __LINE__,
+             "Failed to forword message: SPID=%u,SMID=%u,OPC=%llu,SN=%u!\n", head.rpid_, head.rmid_,
+             static_cast<unsigned long long>(head.opc_), head.sn_);
+  }
+  delete pkg;
+  mb->release();
 }
 
 void CQOV_Leader_Task::handleAsyncMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg) {

@@ -14,9 +14,10 @@
 #include "task/leader_queue.h"
 #include "task/log_ids.h"
 #include "task/message_block.h"
+#include "task/pending_requests.h"
 #include "task/start_task.h"
-#include "task/task_registry.h"
-#include "task/task_roster.h"
+#include "task/started_tasks.h"
+#include "task/thread_tasks.h"
 #include "task/wait_reactor.h"
 
 namespace {
@@ -30,6 +31,10 @@ std::uint8_t addressOf(unsigned int id) {
 
 }  // namespace
 
+unsigned long LLHashFunctor::operator()(unsigned long long value) const {
+  return static_cast<unsigned long>(value);
+}
+
 CQOV_Leader_Task::CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize)
     : CQOV_Leader_Task(mgr, poolSize,
                        std::make_unique<qov::LeaderQueue>(mgr, addressOf(QOV_Utility::getProcPID()),
@@ -41,12 +46,12 @@ CQOV_Leader_Task::CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize,
       scheduler_(std::make_unique<CQOV_TaskScheduler>(mgr, poolSize)),
       moduleId_(mgr->moduleId()),
       leaderQueue_(static_cast<qov::LeaderQueue&>(taskQueue())),
-      reactorImpl_(std::make_unique<qov::WaitReactor>()),
+      reactorImpl_(std::make_unique<qov::WaitReactor>(*this)),
       reactor_(reactorImpl_.get()),
       notification_(&reactor_, this, ACE_Event_Handler::WRITE_MASK),
-      pending_(kBuckets),
+      pending_(std::make_unique<qov::PendingRequests>(reactor_, *this)),
       opcTasks_(kBuckets) {
-  if (pending_.total_size() == 0 || opcTasks_.total_size() == 0) {
+  if (opcTasks_.total_size() == 0) {
     // ACE leaves a map for which there is no memory without buckets, and then divides by their
     // number.
     throw std::bad_alloc();
@@ -133,6 +138,19 @@ int CQOV_Leader_Task::dispatch(CQOVDebugKitGuard& log, ACE_Message_Block* mb) {
   }
 }
 
+void CQOV_Leader_Task::handle_mb_hangup() {
+  CQOVDebugKitGuard log(qov::kPublicKit, "void CQOV_Leader_Task::handle_mb_hangup()");
+  pending_->releaseOtherProcesses(leaderQueue_.processId());
+}
+
+int CQOV_Leader_Task::handle_timeout(const ACE_Time_Value&, const void* act) {
+  CQOVDebugKitGuard log(
+      qov::kPublicKit,
+      "virtual int CQOV_Leader_Task::handle_timeout(const ACE_Time_Value&, const void*)");
+  pending_->timeOut(act);
+  return 0;
+}
+
 int CQOV_Leader_Task::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "virtual int CQOV_Leader_Task::handle_close(ACE_HANDLE, ACE_Reactor_Mask)");
@@ -151,16 +169,16 @@ void CQOV_Leader_Task::shutDown() {
   for (ACE_Message_Block* mb = leaderQueue_.takeBatch(); mb != nullptr;) {
     ACE_Message_Block* const next = mb->next();
     leaderQueue_.doneWith(mb->total_size());
-    wakeSenderOf(*mb, ECONNABORTED);
+    qov::PendingRequests::wakeSenderOf(*mb, ECONNABORTED);
     qov::releaseWithPackage(mb);
     mb = next;
   }
-  releasePending(Scope::kAll);
+  pending_->releaseAll();
   // A module's own notifyExit() may join the thread that it has woken.
   qov::endCollecting();
-  qov::TaskRoster& roster = *taskMgr()->roster_;
-  roster.beginStop();
-  while (CQOV_Task* const task = roster.nextToTell()) {
+  qov::StartedTasks& started = *taskMgr()->startedTasks_;
+  started.beginStop();
+  while (CQOV_Task* const task = started.nextToTell()) {
     if (task != this) {
       task->notifyExit();
     }
@@ -178,13 +196,12 @@ void CQOV_Leader_Task::insertStaticScheduledTask(unsigned long threadId,
   task->queue_->countInto(leaderQueue_.admission());
   if (!task->started_) {
     // Its thread is the caller's own affair. Threads of the runtime are known, or have ended.
-    qov::TaskRegistry::instance().bind(threadId, task);
+    qov::ThreadTasks::instance().bind(threadId, task);
   }
-  // Asked before the registry is locked: the leader would wait for whatever the task does here.
+  // Asked before the codes are locked: the leader would wait for whatever the task does here.
   std::list<unsigned long long> opcs;
   task->getOpcList(opcs);
   ACE_Guard<ACE_Thread_Mutex> guard(staticLock_);
-  staticTasks_.push_back(task);
   for (const unsigned long long opc : opcs) {
     if (opcTasks_.bind(opc, task) == -1) {
       errno = ENOMEM;

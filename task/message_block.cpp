@@ -1,5 +1,6 @@
 #include "task/message_block.h"
 
+#include <qovpub/qov_leader_task.h>
 #include <safe_mem_lib.h>
 
 #include <cerrno>
@@ -85,6 +86,17 @@ bool chainTimeoutDesc(ACE_Message_Block& mb, const TimeoutDesc* desc) {
 bool carriesTimeoutDesc(const ACE_Message_Block& mb) {
   const ACE_Message_Block* const block = mb.cont();
   return block != nullptr && (block->self_flags() & kMark) != 0;
+}
+
+std::unique_ptr<TimeoutDesc> takeTimeoutDesc(ACE_Message_Block& mb) {
+  const BlockPtr block(mb.cont());
+  if (block == nullptr) {
+    return nullptr;
+  }
+  mb.cont(nullptr);
+  void* pointer = nullptr;
+  readPointer(*block, pointer);
+  return std::unique_ptr<TimeoutDesc>(static_cast<TimeoutDesc*>(pointer));
 }
 
 void markUnawaited(ACE_Message_Block& mb) {

@@ -32,6 +32,10 @@ bool chainTimeoutDesc(ACE_Message_Block& mb, const TimeoutDesc* desc);
 /// True when chainTimeoutDesc() chained a descriptor behind `mb`.
 bool carriesTimeoutDesc(const ACE_Message_Block& mb);
 
+/// Takes the descriptor out of the continuation of `mb`, and the continuation off `mb`; null when
+/// there is none.
+std::unique_ptr<TimeoutDesc> takeTimeoutDesc(ACE_Message_Block& mb);
+
 /// Marks the block of a package that goes without its sender's waiting, though it may look like a
 /// request that waits: a broadcast's copy.
 void markUnawaited(ACE_Message_Block& mb);

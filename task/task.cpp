@@ -14,12 +14,12 @@
 #include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/response_slot.h"
+#include "task/started_tasks.h"
 #include "task/task_queue.h"
-#include "task/task_registry.h"
-#include "task/task_roster.h"
 #include "task/thread_name.h"
+#include "task/thread_tasks.h"
 
-using qov::TaskRegistry;
+using qov::ThreadTasks;
 
 CQOV_Task::CQOV_Task(CQOV_TaskMgr* mgr) : CQOV_Task(mgr, std::make_unique<qov::TaskQueue>()) {}
 
@@ -27,12 +27,12 @@ CQOV_Task::CQOV_Task(CQOV_TaskMgr* mgr, std::unique_ptr<qov::TaskQueue> queue)
     : ACE_Task<ACE_MT_SYNCH>(nullptr, queue.get()),
       taskMgr_(mgr),
       queue_(std::move(queue)),
-      roster_(mgr != nullptr ? mgr->roster_ : nullptr) {}
+      startedTasks_(mgr != nullptr ? mgr->startedTasks_ : nullptr) {}
 
 CQOV_Task::~CQOV_Task() {
-  TaskRegistry::instance().unbindAll(this);
-  if (roster_) {
-    roster_->remove(this);
+  ThreadTasks::instance().unbindAll(this);
+  if (startedTasks_) {
+    startedTasks_->remove(this);
   }
   ACE_Message_Block::release(reservedStop_);
 }
@@ -115,22 +115,23 @@ int CQOV_Task::activate(long flags, int n_threads, int force_active, long priori
       const qov::ThreadName name = thr_name != nullptr ? qov::ThreadName(thr_name[i]) : usual;
       ::pthread_setname_np(started[i], name.text());
     }
-    TaskRegistry::instance().bindStarted(started[i], this);
+    ThreadTasks::instance().bindStarted(started[i], this);
   }
   // By the group that was asked for: a task that asked for none is its starter's own.
-  if (taskMgr_ != nullptr && grp_id != -1 && grp_id == taskMgr_->gid() && !roster_->add(this)) {
+  if (taskMgr_ != nullptr && grp_id != -1 && grp_id == taskMgr_->gid() &&
+      !startedTasks_->add(this)) {
     notifyExit();
   }
   return result;
 }
 
 int CQOV_Task::close(u_long) {
-  TaskRegistry::instance().unbind(ACE_Thread::self(), this);
+  ThreadTasks::instance().unbind(ACE_Thread::self(), this);
   return 0;
 }
 
 CQOV_Task* getCurrentTask() {
-  CQOV_Task* const task = TaskRegistry::instance().find(ACE_Thread::self());
+  CQOV_Task* const task = ThreadTasks::instance().find(ACE_Thread::self());
   // A thread may ask before its starter has bound it; ACE knows whose it is.
   return task != nullptr ? task : dynamic_cast<CQOV_Task*>(ACE_Thread_Manager::instance()->task());
 }

@@ -12,7 +12,7 @@
 #include "task/log_ids.h"
 #include "task/running_managers.h"
 #include "task/start_task.h"
-#include "task/task_roster.h"
+#include "task/started_tasks.h"
 #include "task/thread_groups.h"
 
 namespace {
@@ -48,15 +48,15 @@ CQOVDebugKit* registerKit(const std::string& name, unsigned int moduleId) {
 
 CQOV_TaskMgr::CQOV_TaskMgr(unsigned int moduleId, unsigned int poolSize, const char* name)
     : moduleId_(moduleId),
-      roster_(orNull([] { return std::make_shared<qov::TaskRoster>(); })),
-      leader_(roster_ != nullptr ? makeLeader(this, poolSize) : nullptr),
+      startedTasks_(orNull([] { return std::make_shared<qov::StartedTasks>(); })),
+      leader_(startedTasks_ != nullptr ? makeLeader(this, poolSize) : nullptr),
       name_(name != nullptr ? name : kDefaultName) {
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "CQOV_TaskMgr::CQOV_TaskMgr(unsigned int, unsigned int, const char*)");
   if (leader_ != nullptr) {
     leader_->grp_id(static_cast<int>(moduleId));
     // Already here: the constructor of a derived class may start threads.
-    roster_->enterGroup(gid());
+    startedTasks_->enterGroup(gid());
   }
   kit_ = registerKit(name_, moduleId);
   if (leader_ == nullptr) {
@@ -69,7 +69,7 @@ CQOV_TaskMgr::~CQOV_TaskMgr() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual CQOV_TaskMgr::~CQOV_TaskMgr()");
   stop();
   if (leader_ != nullptr) {
-    if (roster_->leaveGroup()) {
+    if (startedTasks_->leaveGroup()) {
       joinSpawned();
     }
     // The pool may have got some more since the stop.
@@ -97,7 +97,7 @@ void CQOV_TaskMgr::stop() {
 
 void CQOV_TaskMgr::joinTasks() {
   // Tasks that still run may start others, so this goes on until it finds no new ones.
-  while (CQOV_Task* const task = roster_->nextToJoin()) {
+  while (CQOV_Task* const task = startedTasks_->nextToJoin()) {
     qov::joinThreadsOf(*task);
   }
 }

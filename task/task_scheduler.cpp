@@ -18,8 +18,8 @@
 #include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/start_task.h"
+#include "task/started_tasks.h"
 #include "task/task_queue.h"
-#include "task/task_roster.h"
 
 namespace {
 
@@ -186,7 +186,7 @@ int CQOV_TaskScheduler::return_to_work(CQOV_Task* worker) {
       if (!adopt(worker)) {
         return -1;
       }
-      tooLate = !worker->roster_->add(worker);
+      tooLate = !worker->startedTasks_->add(worker);
     }
     if (!worker->idle_) {
       worker->idle_ = true;

@@ -9,11 +9,13 @@
 #include <cerrno>
 #include <chrono>
 #include <memory>
+#include <new>
 #include <optional>
 #include <vector>
 
 #include "task/leader_queue.h"
-#include "task/task_registry.h"
+#include "task/pending_requests.h"
+#include "task/thread_tasks.h"
 #include "task/wait_reactor.h"
 #include "tests/support/failing_allocations.h"
 #include "tests/task/task_fixture.h"
@@ -81,7 +83,6 @@ class LeaderNoMemoryTest : public TaskNoMemoryTest {
   std::vector<ACE_Message_Block*> elsewhere_;
 };
 
-constexpr std::size_t kPendingEntrySize = sizeof(ACE_Hash_Map_Entry<MsgKey, TimeoutDesc*>);
 constexpr std::size_t kTimerSize = sizeof(ACE_Timer_Node_T<ACE_Event_Handler*>);
 
 }  // namespace
@@ -229,28 +230,31 @@ TEST_F(TaskNoMemoryTest, AModuleWithoutALeaderDoesNothingAndSurvives) {
   }
 }
 
-TEST_F(TaskNoMemoryTest, AModuleWithoutTheTablesOfItsLeaderHasNone) {
+TEST_F(TaskNoMemoryTest, AModuleWithoutTheTableOfItsOperationsHasNoLeader) {
   constexpr std::size_t kBuckets = 1024;
-  // The pending requests and the operations, whose entries are of one size.
-  for (const std::size_t size : {kBuckets * kPendingEntrySize,
-                                 kBuckets * sizeof(ACE_Hash_Map_Entry<ACE_UINT64, CQOV_Task*>)}) {
-    const auto fail = FailingAllocations::ofSize(size);
-    errno = 0;
-    TestModule module(ignore, 2, kModule + 1);
-    const int error = errno;
-    EXPECT_TRUE(fail.hasFailed());
-    EXPECT_EQ(ENOMEM, error);
-    EXPECT_EQ(-1, module.gid());
-  }
+  const auto fail =
+      FailingAllocations::ofSize(kBuckets * sizeof(ACE_Hash_Map_Entry<ACE_UINT64, CQOV_Task*>));
+  errno = 0;
+  TestModule module(ignore, 2, kModule + 1);
+  const int error = errno;
+  EXPECT_TRUE(fail.hasFailed());
+  EXPECT_EQ(ENOMEM, error);
+  EXPECT_EQ(-1, module.gid());
 }
 
-TEST(WaitReactorNoMemoryTest, AReactorIsMadeWholeOrNotAtAll) {
+TEST_F(TaskNoMemoryTest, PendingRequestsAreMadeWithTheirTableOrNotAtAll) {
+  ACE_Reactor& reactor = *ACE_Reactor::instance();
+  const FailingAllocations fail(0);
+  EXPECT_THROW(qov::PendingRequests(reactor, task_), std::bad_alloc);
+}
+
+TEST_F(TaskNoMemoryTest, AReactorIsMadeWholeOrNotAtAll) {
   long failures = 0;
   for (bool failed = true; failed; ++failures) {
     std::optional<qov::WaitReactor> reactor;
     const FailingAllocations fail(failures, 1);
     try {
-      reactor.emplace();
+      reactor.emplace(task_);
     } catch (const std::bad_alloc&) {
     }
     failed = fail.hasFailed();
@@ -319,7 +323,7 @@ TEST_F(TaskNoMemoryTest, ATaskThatCouldNotBeToldToEndIsNotStarted) {
 TEST_F(TaskNoMemoryTest, AThreadAndItsTaskEndWithout) {
   constexpr ACE_thread_t kThread = 1;
   auto task = std::make_unique<CQOV_Task>(&module_);
-  qov::TaskRegistry::instance().bind(kThread, task.get());
+  qov::ThreadTasks::instance().bind(kThread, task.get());
   {
     const FailingAllocations fail(0);
     // As on a thread that ends before it is known.
@@ -327,7 +331,7 @@ TEST_F(TaskNoMemoryTest, AThreadAndItsTaskEndWithout) {
     EXPECT_TRUE(fail.hasFailed());
     task.reset();
   }
-  EXPECT_EQ(nullptr, qov::TaskRegistry::instance().find(kThread));
+  EXPECT_EQ(nullptr, qov::ThreadTasks::instance().find(kThread));
 }
 
 TEST_F(TaskNoMemoryTest, AModuleStopsAndGoesWithout) {
@@ -429,7 +433,8 @@ TEST_F(LeaderNoMemoryTest, TheSenderOfARequestThatCannotBeRememberedIsWokenAtOnc
   ACE_Message_Block* const request = makeRequest(0x1F);
   const int before = CountedPackage::alive();
   {
-    const auto fail = FailingAllocations::ofSize(kPendingEntrySize);
+    // What is remembered is all that needs any.
+    const FailingAllocations fail(0, 1);
     errno = 0;
     leader_.handleDataMsg(request);
     EXPECT_EQ(ENOMEM, errno);

@@ -12,13 +12,13 @@
 
 #include <atomic>
 #include <cstdint>
-#include <list>
 #include <memory>
 
 class CQOV_TaskScheduler;
 
 namespace qov {
 class LeaderQueue;
+class PendingRequests;
 class WaitReactor;
 }  // namespace qov
 
@@ -41,8 +41,8 @@ struct MsgKey {
   }
 };
 
-/// A sender that waits for its response. Made by the sender, owned by the leader from the moment
-/// the request is in the leader's queue.
+/// A sender that waits for its response. Made by the sender, the leader's from the moment the
+/// request is in the leader's queue; the leader notes what it says beside the request's key.
 struct TimeoutDesc {
   CQOV_Task* task_;         ///< The waiting worker; borrowed.
   ACE_Time_Value timeout_;  ///< Relative; zero waits without limit.
@@ -52,10 +52,6 @@ struct TimeoutDesc {
 /// Hash of an operation code.
 struct LLHashFunctor {
   unsigned long operator()(unsigned long long value) const;
-};
-
-struct MsgKeyHash {
-  unsigned long operator()(const MsgKey& key) const;
 };
 
 /// The dispatcher thread of one module: every message for or from the module passes through its
@@ -69,8 +65,7 @@ struct MsgKeyHash {
 ///
 /// Thread: run() and notifyExit() from any thread; insertStaticScheduledTask() from any thread;
 ///         everything else on the leader thread.
-/// Owns:   the scheduler, the pending requests' TimeoutDesc, and every block in its queue with its
-///         package.
+/// Owns:   the scheduler, the pending requests, and every block in its queue with its package.
 /// Errors: by result and log.
 class CQOV_Leader_Task : public CQOV_Task {
  public:
@@ -110,14 +105,9 @@ class CQOV_Leader_Task : public CQOV_Task {
   void shutDown();
 
  private:
-  using PendingMap = ACE_Hash_Map_Manager_Ex<MsgKey, TimeoutDesc*, MsgKeyHash, ACE_Equal_To<MsgKey>,
-                                             ACE_Null_Mutex>;
-  using PendingEntry = PendingMap::ENTRY;
   using OpcMap = ACE_Hash_Map_Manager_Ex<ACE_UINT64, CQOV_StaticSchecheduledTask*, LLHashFunctor,
                                          ACE_Equal_To<ACE_UINT64>, ACE_Null_Mutex>;
   using Handler = void (CQOV_Leader_Task::*)(ACE_Message_Block*, CQOV_MsgPackage*);
-
-  enum class Scope { kAll, kOtherProcesses };
 
   CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize,
                    std::unique_ptr<qov::LeaderQueue> queue);
@@ -132,20 +122,6 @@ class CQOV_Leader_Task : public CQOV_Task {
   /// dropped then.
   bool beginWait(CQOVDebugKitGuard& log, const MsgKey& key, ACE_Message_Block* mb,
                  CQOV_MsgPackage* pkg);
-  /// Takes the descriptor out of the continuation of `mb`, and the continuation off `mb`; null when
-  /// there is none.
-  std::unique_ptr<TimeoutDesc> takeTimeoutDesc(ACE_Message_Block& mb);
-  /// Binds `key` and starts its timer; takes `desc` over on success only.
-  bool bindPending(const MsgKey& key, std::unique_ptr<TimeoutDesc>& desc);
-  /// Unbinds `key` and cancels its timer; null when it is not pending.
-  std::unique_ptr<TimeoutDesc> unbindPending(const MsgKey& key);
-  /// `cause` is the errno that the sender finds, here and below.
-  void dropFailedRequest(const MsgKey& key, int cause);
-  /// Wakes the senders of the pending requests without a response and forgets them.
-  void releasePending(Scope scope);
-  /// Wakes the sender that waits for an answer to `mb` and will get none.
-  void wakeSenderOf(ACE_Message_Block& mb, int cause);
-  void wakeSender(const TimeoutDesc& desc, int cause);
 
   static const Handler kHandlers[5];
 
@@ -160,12 +136,11 @@ class CQOV_Leader_Task : public CQOV_Task {
   ACE_Reactor_Notification_Strategy notification_;
 
   // Leader thread only.
-  PendingMap pending_;
+  const std::unique_ptr<qov::PendingRequests> pending_;
   bool closed_ = false;
 
-  // The static-task registry, guarded by staticLock_.
+  // Which static task serves which operation code, guarded by staticLock_.
   ACE_Thread_Mutex staticLock_;
-  std::list<CQOV_StaticSchecheduledTask*> staticTasks_;
   OpcMap opcTasks_;
   // Set under staticLock_; spares modules without static tasks the lock.
   std::atomic<bool> hasStaticTasks_{false};

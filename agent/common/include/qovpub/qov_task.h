@@ -15,9 +15,10 @@ class CQOV_TaskMgr;
 
 namespace qov {
 class Admission;
+class PendingRequests;
 class ResponseSlot;
+class StartedTasks;
 class TaskQueue;
-class TaskRoster;
 }  // namespace qov
 
 /// Base of every thread-owning object of the runtime: a message queue, a way to be woken, a way to
@@ -134,7 +135,8 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   friend class CQOV_Leader_Task;
   friend class CQOV_TaskScheduler;
   friend class qov::Admission;
-  friend class qov::TaskRoster;
+  friend class qov::PendingRequests;
+  friend class qov::StartedTasks;
 
   /// Allocates the spare MB_STOP block that notifyExit() uses when memory is short. False, with
   /// errno ENOMEM, when there is no memory for that either.
@@ -155,7 +157,7 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   CQOV_TaskMgr* const taskMgr_;
   const std::unique_ptr<qov::TaskQueue> queue_;
   // That of the manager; null without one.
-  const std::shared_ptr<qov::TaskRoster> roster_;
+  const std::shared_ptr<qov::StartedTasks> startedTasks_;
 
   // True from the first activate() on.
   std::atomic<bool> started_{false};
@@ -169,8 +171,8 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   std::atomic<bool> makesRoom_{false};
   // Guarded by the pool's lock.
   bool idle_ = false;
-  // Guarded by the lock of the roster.
-  CQOV_Task* nextInRoster_ = nullptr;
+  // Guarded by the lock of startedTasks_.
+  CQOV_Task* nextStarted_ = nullptr;
   bool told_ = false;
   bool joined_ = false;
 

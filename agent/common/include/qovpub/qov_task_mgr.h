@@ -17,7 +17,7 @@ struct link_map;
 
 namespace qov {
 class ModuleLibrary;
-class TaskRoster;
+class StartedTasks;
 }  // namespace qov
 
 /// The runtime object of one module: owns the module's leader thread and, through it, the scheduler
@@ -134,7 +134,7 @@ class CQOV_TaskMgr {
 
   // Constant after construction.
   const unsigned int moduleId_;
-  std::shared_ptr<qov::TaskRoster> roster_;
+  std::shared_ptr<qov::StartedTasks> startedTasks_;
   std::unique_ptr<CQOV_Leader_Task> leader_;
   std::string name_;
   // The kit that this manager registered; null when its id was taken.

@@ -1,5 +1,5 @@
-#ifndef QOV_TASK_TASK_REGISTRY_H
-#define QOV_TASK_TASK_REGISTRY_H
+#ifndef QOV_TASK_THREAD_TASKS_H
+#define QOV_TASK_THREAD_TASKS_H
 
 #include <ace/Functor.h>
 #include <ace/Hash_Map_Manager_T.h>
@@ -21,12 +21,12 @@ namespace qov {
 ///
 /// Thread: any.
 /// Owns:   nothing. Never destroyed, since threads may still end while the process exits.
-class TaskRegistry {
+class ThreadTasks {
  public:
-  static TaskRegistry& instance();
+  static ThreadTasks& instance();
 
-  TaskRegistry(const TaskRegistry&) = delete;
-  TaskRegistry& operator=(const TaskRegistry&) = delete;
+  ThreadTasks(const ThreadTasks&) = delete;
+  ThreadTasks& operator=(const ThreadTasks&) = delete;
 
   /// Binds `thread`, which was started for `task`, to it, unless it has ended already.
   void bindStarted(ACE_thread_t thread, CQOV_Task* task);
@@ -47,7 +47,7 @@ class TaskRegistry {
   using Map = ACE_Hash_Map_Manager_Ex<ACE_thread_t, CQOV_Task*, ACE_Hash<unsigned long>,
                                       ACE_Equal_To<ACE_thread_t>, ACE_Null_Mutex>;
 
-  TaskRegistry() = default;
+  ThreadTasks() = default;
 
   ACE_Thread_Mutex lock_;
   // Guarded by lock_.

@@ -1,4 +1,4 @@
-#include "task/task_roster.h"
+#include "task/started_tasks.h"
 
 #include <qovpub/qov_task.h>
 
@@ -16,7 +16,7 @@ std::array<int, 256> managersIn{};
 
 }  // namespace
 
-bool TaskRoster::add(CQOV_Task* task) {
+bool StartedTasks::add(CQOV_Task* task) {
   const std::lock_guard<std::mutex> lock(mutex_);
   CQOV_Task** const place = placeOf(task);
   if (*place == nullptr) {
@@ -27,15 +27,15 @@ bool TaskRoster::add(CQOV_Task* task) {
   return !stopping_;
 }
 
-void TaskRoster::remove(CQOV_Task* task) {
+void StartedTasks::remove(CQOV_Task* task) {
   const std::lock_guard<std::mutex> lock(mutex_);
   CQOV_Task** const place = placeOf(task);
   if (*place != nullptr) {
-    *place = std::exchange(task->nextInRoster_, nullptr);
+    *place = std::exchange(task->nextStarted_, nullptr);
   }
 }
 
-void TaskRoster::enterGroup(int group) {
+void StartedTasks::enterGroup(int group) {
   const std::lock_guard<std::mutex> lock(groupsMutex);
   const auto number = static_cast<std::size_t>(group);
   if (number < managersIn.size()) {
@@ -44,38 +44,38 @@ void TaskRoster::enterGroup(int group) {
   }
 }
 
-bool TaskRoster::leaveGroup() {
+bool StartedTasks::leaveGroup() {
   const std::lock_guard<std::mutex> lock(groupsMutex);
   const std::optional<std::size_t> group = std::exchange(group_, std::nullopt);
   return group && --managersIn[*group] == 0;
 }
 
-void TaskRoster::beginStop() {
+void StartedTasks::beginStop() {
   const std::lock_guard<std::mutex> lock(mutex_);
   stopping_ = true;
 }
 
-CQOV_Task* TaskRoster::nextToTell() {
+CQOV_Task* StartedTasks::nextToTell() {
   return markNext(&CQOV_Task::told_);
 }
 
-CQOV_Task* TaskRoster::nextToJoin() {
+CQOV_Task* StartedTasks::nextToJoin() {
   return markNext(&CQOV_Task::joined_);
 }
 
-CQOV_Task** TaskRoster::placeOf(const CQOV_Task* task) {
+CQOV_Task** StartedTasks::placeOf(const CQOV_Task* task) {
   CQOV_Task** place = &first_;
   while (*place != nullptr && *place != task) {
-    place = &(*place)->nextInRoster_;
+    place = &(*place)->nextStarted_;
   }
   return place;
 }
 
-CQOV_Task* TaskRoster::markNext(bool CQOV_Task::*mark) {
+CQOV_Task* StartedTasks::markNext(bool CQOV_Task::*mark) {
   const std::lock_guard<std::mutex> lock(mutex_);
   CQOV_Task* task = first_;
   while (task != nullptr && task->*mark) {
-    task = task->nextInRoster_;
+    task = task->nextStarted_;
   }
   if (task != nullptr) {
     task->*mark = true;

@@ -1,4 +1,4 @@
-#include "task/task_registry.h"
+#include "task/thread_tasks.h"
 
 #include <ace/Thread.h>
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@
 
 namespace {
 
-using TaskRegistryTest = TaskTest;
+using ThreadTasksTest = TaskTest;
 
 /// Notes what getCurrentTask() says on its own thread.
 class SelfSeeker : public CQOV_Task {
@@ -25,11 +25,11 @@ class SelfSeeker : public CQOV_Task {
 
 }  // namespace
 
-TEST_F(TaskRegistryTest, AThreadOfNoTaskHasNone) {
+TEST_F(ThreadTasksTest, AThreadOfNoTaskHasNone) {
   EXPECT_EQ(nullptr, getCurrentTask());
 }
 
-TEST_F(TaskRegistryTest, ATaskIsKnownOnItsThreadFromTheFirstInstant) {
+TEST_F(ThreadTasksTest, ATaskIsKnownOnItsThreadFromTheFirstInstant) {
   TestModule module(ignore);
   for (int i = 0; i < 200; ++i) {
     SelfSeeker task(&module);
@@ -39,7 +39,7 @@ TEST_F(TaskRegistryTest, ATaskIsKnownOnItsThreadFromTheFirstInstant) {
   }
 }
 
-TEST_F(TaskRegistryTest, AThreadThatEndedIsForgotten) {
+TEST_F(ThreadTasksTest, AThreadThatEndedIsForgotten) {
   TestModule module(ignore);
   SelfSeeker task(&module);
   ACE_thread_t id = 0;
@@ -47,20 +47,20 @@ TEST_F(TaskRegistryTest, AThreadThatEndedIsForgotten) {
       0, task.activate(THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED, 1, 0,
                        ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr, nullptr, nullptr, nullptr, &id));
   ASSERT_EQ(0, task.wait());
-  EXPECT_EQ(nullptr, qov::TaskRegistry::instance().find(id));
+  EXPECT_EQ(nullptr, qov::ThreadTasks::instance().find(id));
 }
 
-TEST_F(TaskRegistryTest, AThreadThatIsStartedTakesAnIdOverFromOneThatNobodyUnbound) {
+TEST_F(ThreadTasksTest, AThreadThatIsStartedTakesAnIdOverFromOneThatNobodyUnbound) {
   TestModule module(ignore);
   CQOV_Task foreign(&module);
   CQOV_Task started(&module);
-  qov::TaskRegistry& registry = qov::TaskRegistry::instance();
-  registry.bind(ACE_Thread::self(), &foreign);
-  registry.bindStarted(ACE_Thread::self(), &started);
+  qov::ThreadTasks& threads = qov::ThreadTasks::instance();
+  threads.bind(ACE_Thread::self(), &foreign);
+  threads.bindStarted(ACE_Thread::self(), &started);
   EXPECT_EQ(&started, getCurrentTask());
 }
 
-TEST_F(TaskRegistryTest, ALateBindingOfAnEndedThreadIsIgnored) {
+TEST_F(ThreadTasksTest, ALateBindingOfAnEndedThreadIsIgnored) {
   TestModule module(ignore);
   FunctionStaticTask task(&module, {1}, ignore);
   ACE_thread_t id = 0;
@@ -71,12 +71,12 @@ TEST_F(TaskRegistryTest, ALateBindingOfAnEndedThreadIsIgnored) {
   ASSERT_EQ(0, task.wait());
   CQOV_Leader_Task leader(&module, 0);
   leader.insertStaticScheduledTask(id, &task);
-  qov::TaskRegistry::instance().unbind(id, &task);
-  qov::TaskRegistry::instance().bindStarted(id, &task);
-  EXPECT_EQ(nullptr, qov::TaskRegistry::instance().find(id));
+  qov::ThreadTasks::instance().unbind(id, &task);
+  qov::ThreadTasks::instance().bindStarted(id, &task);
+  EXPECT_EQ(nullptr, qov::ThreadTasks::instance().find(id));
 }
 
-TEST_F(TaskRegistryTest, ThreadsThatEndAnyWayDoNotStandInTheWayOfOthersThatStart) {
+TEST_F(ThreadTasksTest, ThreadsThatEndAnyWayDoNotStandInTheWayOfOthersThatStart) {
 #if QOV_TEST_TSAN
   // ACE takes the lock of a task and that of its thread manager in one order where a thread is
   // started and in the other one where it exits by itself; never for the same task at once.
@@ -106,7 +106,7 @@ TEST_F(TaskRegistryTest, ThreadsThatEndAnyWayDoNotStandInTheWayOfOthersThatStart
   other.join();
 }
 
-TEST_F(TaskRegistryTest, BindsTheThreadOfAStaticTaskThatWasNotStartedByTheRuntime) {
+TEST_F(ThreadTasksTest, BindsTheThreadOfAStaticTaskThatWasNotStartedByTheRuntime) {
   TestModule module(ignore);
   {
     FunctionStaticTask task(&module, {1}, ignore);

@@ -1,4 +1,4 @@
-#include "task/task_registry.h"
+#include "task/thread_tasks.h"
 
 #include <ace/Guard_T.h>
 
@@ -7,24 +7,24 @@
 
 namespace qov {
 
-TaskRegistry& TaskRegistry::instance() {
-  static TaskRegistry* const registry = new TaskRegistry;
-  return *registry;
+ThreadTasks& ThreadTasks::instance() {
+  static ThreadTasks* const all = new ThreadTasks;
+  return *all;
 }
 
-void TaskRegistry::bindStarted(ACE_thread_t thread, CQOV_Task* task) {
+void ThreadTasks::bindStarted(ACE_thread_t thread, CQOV_Task* task) {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
   if (endedEarly_.erase({thread, task}) == 0) {
     tasks_.rebind(thread, task);
   }
 }
 
-void TaskRegistry::bind(ACE_thread_t thread, CQOV_Task* task) {
+void ThreadTasks::bind(ACE_thread_t thread, CQOV_Task* task) {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
   tasks_.rebind(thread, task);
 }
 
-void TaskRegistry::unbind(ACE_thread_t thread, const CQOV_Task* task) {
+void ThreadTasks::unbind(ACE_thread_t thread, const CQOV_Task* task) {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
   CQOV_Task* bound = nullptr;
   if (tasks_.find(thread, bound) == 0 && bound == task) {
@@ -38,7 +38,7 @@ void TaskRegistry::unbind(ACE_thread_t thread, const CQOV_Task* task) {
   }
 }
 
-void TaskRegistry::unbindAll(const CQOV_Task* task) {
+void ThreadTasks::unbindAll(const CQOV_Task* task) {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
   for (auto next = tasks_.begin(); next != tasks_.end();) {
     Map::ENTRY& entry = *next;
@@ -52,7 +52,7 @@ void TaskRegistry::unbindAll(const CQOV_Task* task) {
   }
 }
 
-CQOV_Task* TaskRegistry::find(ACE_thread_t thread) {
+CQOV_Task* ThreadTasks::find(ACE_thread_t thread) {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
   CQOV_Task* task = nullptr;
   return tasks_.find(thread, task) == 0 ? task : nullptr;

@@ -1,5 +1,5 @@
-#ifndef QOV_TASK_TASK_ROSTER_H
-#define QOV_TASK_TASK_ROSTER_H
+#ifndef QOV_TASK_STARTED_TASKS_H
+#define QOV_TASK_STARTED_TASKS_H
 
 #include <cstddef>
 #include <mutex>
@@ -18,8 +18,8 @@ namespace qov {
 /// others meanwhile.
 ///
 /// Thread: any.
-/// Owns:   nothing; a task leaves the roster in its destructor.
-class TaskRoster {
+/// Owns:   nothing; a task removes itself in its destructor.
+class StartedTasks {
  public:
   /// Adds a started task, or notes that it was started again. False when the module is stopping
   /// already: the task has to be told to end by the caller.

@@ -1,0 +1,76 @@
+#ifndef QOV_TASK_PENDING_REQUESTS_H
+#define QOV_TASK_PENDING_REQUESTS_H
+
+#include <ace/Event_Handler.h>
+#include <ace/Message_Block.h>
+#include <ace/Reactor.h>
+#include <qovpub/qov_leader_task.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <unordered_map>
+
+namespace qov {
+
+/// The requests of a module's tasks that wait for their responses: key, sender, time-out, timer.
+/// The errno `cause` is what the sender finds when its wait is ended.
+///
+/// Thread: the leader's only.
+/// Owns:   the requests and their timers. The senders' tasks and the reactor are borrowed.
+/// Errors: by result and errno; the constructor throws std::bad_alloc.
+class PendingRequests {
+ public:
+  /// Timers run in `reactor` and call the handle_timeout() of `handler`, which hands its act to
+  /// timeOut().
+  PendingRequests(ACE_Reactor& reactor, ACE_Event_Handler& handler);
+
+  PendingRequests(const PendingRequests&) = delete;
+  PendingRequests& operator=(const PendingRequests&) = delete;
+
+  /// Remembers that `sender` waits for the response to `key`, and starts its timer unless its
+  /// time-out is zero. False when `key` is pending already (errno EINVAL), or without memory
+  /// (ENOMEM).
+  bool add(const MsgKey& key, const TimeoutDesc& sender);
+
+  /// Forgets `key` and its timer. Returns who waits for the response, or null when `key` is not
+  /// pending.
+  CQOV_Task* take(const MsgKey& key);
+
+  /// Ends the wait for `key`, whose request could not be passed on.
+  void drop(const MsgKey& key, int cause);
+
+  /// Ends the wait whose timer has fired with `act` (ETIMEDOUT).
+  void timeOut(const void* act);
+
+  /// Ends the waits for other processes than `processId` (ECONNABORTED). Needs no memory.
+  void releaseOtherProcesses(std::uint8_t processId);
+
+  /// Ends every wait (ECONNABORTED). Needs no memory.
+  void releaseAll();
+
+  /// Ends the wait of a `sender` that is not pending.
+  static void wake(const TimeoutDesc& sender, int cause);
+
+  /// Ends the wait of the sender whose descriptor is chained behind `request`, if there is one.
+  static void wakeSenderOf(ACE_Message_Block& request, int cause);
+
+ private:
+  struct Hash {
+    std::size_t operator()(const MsgKey& key) const;
+  };
+  /// Grows with its entries, which stay where they are: each is the act of its timer.
+  using Requests = std::unordered_map<MsgKey, TimeoutDesc, Hash>;
+
+  /// Forgets the request and its timer; returns who waits for it.
+  TimeoutDesc remove(Requests::const_iterator request);
+  template <class IsChosen>
+  void releaseThose(IsChosen isChosen);
+
+  ACE_Reactor& reactor_;
+  ACE_Event_Handler& handler_;
+  Requests requests_;
+};
+
+}  // namespace qov
+
+#endif
