@@ -11,12 +11,13 @@ CellBlock CellBlock::full_;
 
 CellBlock* CellBlock::make(std::size_t cells) noexcept {
   cells = std::min(cells, kMaxCells);
-  void* memory = ::operator new(sizeof(CellBlock) + cells * sizeof(CTLVCell), std::nothrow);
+  const std::size_t bytes = sizeof(CellBlock) + cells * sizeof(CTLVCell);
+  void* memory = ::operator new(bytes, std::nothrow);
   if (memory == nullptr) {
     errno = ENOMEM;
     return nullptr;
   }
-  return ::new (memory) CellBlock(cells);
+  return makeIn(memory, bytes);
 }
 
 CellBlock* CellBlock::of(const CTLVCell* cell) noexcept {

@@ -28,6 +28,9 @@ CTLVCell& CTLVCell::operator=(const CTLVCell& other) {
 
 CTLVCell& CTLVCell::operator=(CTLVCell&& other) noexcept {
   if (this != &other) {
+    if (!other.ownValue()) {
+      return *this;
+    }
     const std::uint32_t before = head_;
     const std::uint32_t othersBefore = other.head_;
     freeValue();
@@ -59,7 +62,10 @@ bool CTLVCell::replace(unsigned int typeTag, const void* data, unsigned int len,
                        bool nul) noexcept {
   const auto* bytes = static_cast<const unsigned char*>(data);
   const unsigned int total = len + (nul ? 1U : 0U);
-  unsigned char* const old = outside() ? pointer<unsigned char>() : nullptr;
+  unsigned char* const old = outside() && !lent() ? pointer<unsigned char>() : nullptr;
+  if (lent()) {
+    leaveBlock();
+  }
   if (total <= kInside) {
     qov::copySmall(value_, bytes, len, nul);
   } else {

@@ -70,21 +70,32 @@ void CTLVRecordV3::append_int(const CTLVCell* cell) {
   }
   refresh();
   commit(standIn, length_ + MIN_TLV_SIZE + own->length());
-  index(standIn);
 }
 
 void CTLVRecordV3::put(CTLVCell&& cell, unsigned long grownLength) {
   CTLVCell* free = slot();
   ::new (free) CTLVCell(last_->placeOf(free), std::move(cell));
-  sweep_ = sweep_ || free->outside();
   commit(free, grownLength);
-  index(free);
 }
 
 CTLVRecordV3& CTLVRecordV3::add(CTLVCell cell) {
   const unsigned long grown = grownLength(cell.length());
   put(std::move(cell), grown);
   return *this;
+}
+
+/// Adds a cell with a long value, in the package's block if both have room there, or any cell.
+CTLVRecordV3& CTLVRecordV3::addLong(unsigned int type, unsigned short tag, const void* data,
+                                    unsigned long len, bool nul) {
+  const unsigned long total = len + (nul ? 1 : 0);
+  const unsigned int head =
+      static_cast<unsigned int>(tag) << 4 | type | static_cast<unsigned int>(total) << 16;
+  if (total > CTLVCell::kInside && len <= kMaxLength && lender() != nullptr && fits(tag, total) &&
+      open_->makeLong(open_->end(), head, data, static_cast<unsigned int>(len))) {
+    commitFitting(length_ + MIN_TLV_SIZE + total);
+    return *this;
+  }
+  return addChecked(type, tag, data, len, nul);
 }
 
 /// Adds any cell, or throws.

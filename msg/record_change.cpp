@@ -16,6 +16,10 @@ void CTLVCell::tellRecord(std::uint32_t headBefore) noexcept {
   }
 }
 
+void CTLVCell::leaveBlock() noexcept {
+  qov::CellBlock::of(this)->record()->sweep_ = true;
+}
+
 void CTLVRecordV3::takeChange(const CTLVCell& cell, std::uint32_t headBefore) noexcept {
   constexpr std::uint32_t kTag = 0xFFF0;
   length_ += cell.length();
@@ -57,6 +61,9 @@ CTLVRecordV3::iterator CTLVRecordV3::erase(iterator at) noexcept {
   length_ -= MIN_TLV_SIZE + cell->length();
   if (cell != at.slot_) {
     delete cell;
+  } else if (cell->lent()) {
+    // Its room is lost until the package is cleared, so the record is given no more of that.
+    store_->close(*this);
   } else {
     cell->freeValue();
   }

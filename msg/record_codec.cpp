@@ -37,7 +37,8 @@ struct RecordCodec::Cursor {
 inline const unsigned char* RecordCodec::makeCell(CTLVCell* slot, std::uint32_t head,
                                                   const unsigned char* in,
                                                   const unsigned char* readable,
-                                                  CTLVCell::Place place, bool& sweep) noexcept {
+                                                  CTLVCell::Place place, CTLVRecordV3& record,
+                                                  const CTLVCell*& last) noexcept {
   const unsigned int length = lengthOf(head);
   // The widths of numbers are told apart by branches: where the next cell starts is then predicted,
   // not waited for.
@@ -63,22 +64,27 @@ inline const unsigned char* RecordCodec::makeCell(CTLVCell* slot, std::uint32_t 
     return in + length;
   }
   // As CTLVCell::setCell(): an empty value leaves the new cell's tag and type as they are.
+  CellBlock* const lender = record.lender();
+  if (length > 0 && lender != nullptr && lender->makeLong(slot, head, in, length)) {
+    last = lender->lastPlace();
+    return in + length;
+  }
   ::new (slot) CTLVCell(place);
-  sweep = sweep || length > 0;
+  record.sweep_ = record.sweep_ || length > 0;
   return length == 0 || slot->replace(head & 0xFFFF, in, length, false) ? in + length : nullptr;
 }
 
 /// Makes cells until the record ends or the block is full. Stops at a bad cell with any fault.
-inline RecordFault::Kind RecordCodec::parseBlock(Cursor& at, CellBlock& block,
-                                                 bool& sweep) noexcept {
+inline RecordFault::Kind RecordCodec::parseBlock(Cursor& at, CTLVRecordV3& record) noexcept {
+  CellBlock& block = *record.last_;
   const unsigned char* const end = at.end;
   const unsigned char* in = at.in;
   CTLVCell* cell = block.end();
-  CTLVCell* const limit = block.limit();
+  const CTLVCell* last = block.lastPlace();
   // Counted along: that is faster than to work it out for each cell.
   auto place = static_cast<unsigned int>(block.placeOf(cell));
   auto kind = RecordFault::Kind::kNone;
-  for (; in != end && cell != limit; ++cell, place += kPlaceStep) {
+  for (; in != end && cell <= last; ++cell, place += kPlaceStep) {
     if (end - in < MIN_TLV_SIZE) {
       kind = RecordFault::Kind::kCellShort;
       break;
@@ -89,7 +95,8 @@ inline RecordFault::Kind RecordCodec::parseBlock(Cursor& at, CellBlock& block,
       kind = RecordFault::Kind::kCellLength;
       break;
     }
-    in = makeCell(cell, head, value, at.readable, static_cast<CTLVCell::Place>(place), sweep);
+    in =
+        makeCell(cell, head, value, at.readable, static_cast<CTLVCell::Place>(place), record, last);
     if (in == nullptr) {
       in = value;
       kind = RecordFault::Kind::kNoMemory;
@@ -118,7 +125,7 @@ inline RecordFault::Kind RecordCodec::parseCells(Cursor& at, CTLVRecordV3& recor
         !record.makeRoom(record.store_ == nullptr ? countCells(at) : 0)) {
       return RecordFault::Kind::kNoMemory;
     }
-    kind = parseBlock(at, *record.last_, record.sweep_);
+    kind = parseBlock(at, record);
   }
   return kind;
 }

@@ -44,11 +44,11 @@ class RecordCodec {
   static CTLVRecordV3* makeAlone(std::uint64_t cmd) noexcept;
   static unsigned long countCells(const Cursor& at) noexcept;
   static RecordFault::Kind parseCells(Cursor& at, CTLVRecordV3& record) noexcept;
-  static RecordFault::Kind parseBlock(Cursor& at, CellBlock& block, bool& sweep) noexcept;
+  static RecordFault::Kind parseBlock(Cursor& at, CTLVRecordV3& record) noexcept;
   static RecordFault judge(const Cursor& at, unsigned int length) noexcept;
   static const unsigned char* makeCell(CTLVCell* slot, std::uint32_t head, const unsigned char* in,
                                        const unsigned char* readable, CTLVCell::Place place,
-                                       bool& sweep) noexcept;
+                                       CTLVRecordV3& record, const CTLVCell*& last) noexcept;
   static unsigned char* writeCell(const CTLVCell& cell, unsigned char* out,
                                   const unsigned char* end) noexcept;
 };

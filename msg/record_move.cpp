@@ -48,6 +48,11 @@ void CTLVRecordV3::take(CTLVRecordV3& other) noexcept {
 /// Moves the cells into blocks of the record's own. Returns false, and leaves them where they are,
 /// when there is no memory.
 bool CTLVRecordV3::leavePackage() noexcept {
+  for (CTLVCell& cell : *this) {
+    if (!cell.ownValue()) {
+      return false;
+    }
+  }
   CTLVRecordV3 moved;
   moved.large_ = large_;
   unsigned long left = count();
@@ -87,6 +92,13 @@ void CTLVRecordV3::follow(const qov::Relocation& moved) noexcept {
     qov::CellBlock* next = block->next();
     moved(next);
     block->setNext(next);
+    for (CTLVCell* slot = block->begin(); slot != block->end(); ++slot) {
+      if (slot->lent()) {
+        auto* value = slot->pointer<unsigned char>();
+        moved(value);
+        slot->storePointer(value, true);
+      }
+    }
   }
   claimBlocks();
   dropIndex();

@@ -88,8 +88,9 @@ bool RecordStore::addPiece() noexcept {
 /// Takes back what the newest record has not used.
 void RecordStore::closeNewest() noexcept {
   if (open_ != nullptr) {
-    open_->close();
     room_ = reinterpret_cast<unsigned char*>(open_->end());
+    roomEnd_ = reinterpret_cast<unsigned char*>(open_->lastPlace() + 1);
+    open_->close();
     open_ = nullptr;
   }
 }

@@ -31,14 +31,16 @@ class NoMemory : public testing::Test {
   const u_long mask_;
 };
 
-constexpr unsigned int kLongRecord = 10 + 60 * (4 + 24);
+// Every other value has room in a package's memory; the others are longer than its pieces.
+constexpr unsigned int kLongRecord = 10 + 30 * (4 + 24) + 30 * (4 + 1000);
 constexpr unsigned int kLongBody = 12 * kLongRecord;
 
 Bytes& addLongBody(Bytes& message) {
   for (unsigned int r = 0; r < 12; ++r) {
     message.record(r, kLongRecord - 10);
     for (unsigned int i = 0; i < 60; ++i) {
-      message.cell(i, 1, 24).fill(24, static_cast<unsigned char>(i));
+      const unsigned short length = i % 2 == 0 ? 24 : 1000;
+      message.cell(i, 1, length).fill(length, static_cast<unsigned char>(i));
     }
   }
   return message;

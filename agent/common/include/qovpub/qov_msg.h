@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <iterator>
 #include <memory>
 #include <new>
@@ -33,7 +34,8 @@ inline constexpr unsigned int MIN_RECORD_SIZE = 10;
 
 namespace qov {
 
-/// Room for some cells of one record, in a list with the record's other blocks.
+/// Room for some cells of one record, in a list with the record's other blocks. The cells stand at
+/// its start; long values may stand at its end.
 ///
 /// A cell finds its block by its place, and the block knows the record: that is how a record hears
 /// of a change through a reference.
@@ -52,7 +54,7 @@ class CellBlock {
   static CellBlock* make(std::size_t cells) noexcept;
   /// A block in `bytes` bytes at `memory`.
   static CellBlock* makeIn(void* memory, std::size_t bytes) noexcept {
-    return ::new (memory) CellBlock((bytes - sizeof(CellBlock)) / sizeof(CTLVCell));
+    return ::new (memory) CellBlock(bytes);
   }
   /// Frees a list of blocks from make().
   static void freeAll(CellBlock* first) noexcept;
@@ -70,13 +72,17 @@ class CellBlock {
 
   CTLVCell* begin() noexcept { return reinterpret_cast<CTLVCell*>(this + 1); }
   CTLVCell* end() noexcept { return at(end_); }
-  CTLVCell* limit() noexcept { return at(limit_); }
-  bool full() const noexcept { return end_ == limit_; }
+  /// A cell may stand in front of this place, or there.
+  CTLVCell* lastPlace() noexcept { return at(lastPlace_); }
+  bool full() const noexcept { return end_ > lastPlace_; }
+  /// Makes, at the free `slot`, a cell with that head whose value stands in this block: the `len`
+  /// bytes at `data` and, if the head says so, a NUL. False if there is not enough room for both.
+  bool makeLong(CTLVCell* slot, std::uint32_t head, const void* data, unsigned int len) noexcept;
   void setEnd(CTLVCell* end) noexcept { end_ = offsetOf(end); }
   /// Counts the cell that stands, or will, at end().
   void grow() noexcept { end_ += static_cast<std::uint32_t>(sizeof(CTLVCell)); }
   /// Lets nothing more in.
-  void close() noexcept { limit_ = end_; }
+  void close() noexcept { lastPlace_ = end_ - static_cast<std::uint32_t>(sizeof(CTLVCell)); }
   CellBlock* next() const noexcept { return next_; }
   void setNext(CellBlock* next) noexcept { next_ = next; }
   /// The record to which the cells here belong.
@@ -90,7 +96,8 @@ class CellBlock {
   static constexpr std::uint32_t kPlaceUnit = alignof(CTLVCell);
 
   constexpr CellBlock() noexcept = default;
-  explicit CellBlock(std::size_t capacity) noexcept : limit_(offsetOf(begin() + capacity)) {}
+  explicit CellBlock(std::size_t bytes) noexcept
+      : lastPlace_(static_cast<std::uint32_t>(bytes - sizeof(CTLVCell))) {}
 
   CTLVCell* at(std::uint32_t offset) noexcept {
     return reinterpret_cast<CTLVCell*>(reinterpret_cast<unsigned char*>(this) + offset);
@@ -104,11 +111,28 @@ class CellBlock {
   CTLVRecordV3* record_ = nullptr;
   // Counted in bytes from the block's start, which moves with its package.
   std::uint32_t end_ = 3 * sizeof(void*);
-  std::uint32_t limit_ = 3 * sizeof(void*);
+  std::uint32_t lastPlace_ = 0;
 };
 static_assert(sizeof(CellBlock) == 3 * sizeof(void*), "kMaxCells goes by that");
 static_assert(sizeof(CellBlock) % alignof(CTLVCell) == 0, "the cells stand right behind");
 static_assert(CellBlock::kMaxBytes / alignof(CTLVCell) < 256, "a cell's place is one byte");
+
+inline bool CellBlock::makeLong(CTLVCell* slot, std::uint32_t head, const void* data,
+                                unsigned int len) noexcept {
+  const std::uint32_t bytes = head >> 16;
+  if (lastPlace_ < offsetOf(slot) + bytes) {
+    return false;
+  }
+  lastPlace_ -= bytes;
+  auto* const to = reinterpret_cast<unsigned char*>(lastPlace() + 1);
+  std::memcpy(to, data, len);
+  if (len < bytes) {
+    to[len] = 0;
+  }
+  ::new (slot) CTLVCell(placeOf(slot), head, 0);
+  slot->storePointer(to, true);
+  return true;
+}
 
 }  // namespace qov
 
@@ -388,6 +412,8 @@ class CTLVRecordV3 {
   void commit(CTLVCell* slot, unsigned long grownLength) noexcept {
     last_->setEnd(slot + 1);
     length_ = grownLength;
+    sweep_ = sweep_ || slot->outside();
+    index(slot);
   }
   void commitFitting(unsigned long grownLength) noexcept {
     open_->grow();
@@ -413,6 +439,10 @@ class CTLVRecordV3 {
                          bool nul);
   CTLVRecordV3& addChecked(unsigned int type, unsigned short tag, const void* data,
                            unsigned long len, bool nul);
+  /// The block that new cells' long values may stand in: the last one, if it is the package's.
+  qov::CellBlock* lender() const noexcept { return own_ == nullptr ? last_ : nullptr; }
+  CTLVRecordV3& addLong(unsigned int type, unsigned short tag, const void* data, unsigned long len,
+                        bool nul);
   /// True if a cell of `bytes` can be added at once: a good tag, short enough, and room for it.
   bool fits(unsigned short tag, unsigned long bytes) const noexcept {
     return tag <= MAX_TAG_VALUE && length_ + MIN_TLV_SIZE + bytes <= kMaxLength && !open_->full();
@@ -488,7 +518,7 @@ inline CTLVRecordV3& CTLVRecordV3::addBytes(unsigned int type, unsigned short ta
                                             unsigned long len, bool nul) {
   const unsigned long total = len + (nul ? 1 : 0);
   if (len > CTLVCell::kInside || total > CTLVCell::kInside || !fits(tag, total)) {
-    return addChecked(type, tag, data, len, nul);
+    return addLong(type, tag, data, len, nul);
   }
   CTLVCell* cell = open_->end();
   commitFitting(length_ + MIN_TLV_SIZE + total);

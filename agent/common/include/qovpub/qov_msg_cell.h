@@ -21,9 +21,10 @@ inline constexpr unsigned int MIN_TLV_SIZE = 4;
 
 /// One tagged, typed value.
 ///
-/// Values of up to 19 bytes live inside the cell, longer ones in one allocation. An empty value has
-/// an oddity that is kept: a cell of length 0 arrives at the receiver with tag 4094 and no type,
-/// since decoding goes through setCell().
+/// Values of up to 19 bytes live inside the cell. A longer one is an allocation, or stands in the
+/// memory of the package that has made the cell. An empty value has an oddity that is kept: a cell
+/// of length 0 arrives at the receiver with tag 4094 and no type, since decoding goes through
+/// setCell().
 ///
 /// Thread: a value; const operations may run in several threads at once.
 /// Owns:   its value. A cell of a record is a part of that record: a change of its tag or length
@@ -54,7 +55,9 @@ class CTLVCell {
   /// As set_i() on an empty cell.
   CTLVCell(ETLVType type, unsigned short tag, const void* data, unsigned long len);
   CTLVCell(const CTLVCell& other);
-  /// Takes the value over and leaves `other` empty, its type and tag as they are.
+  /// Takes the value over and leaves `other` empty, its type and tag as they are. Only a long value
+  /// in a package's memory has to be copied; when there is no memory for that, errno is ENOMEM and
+  /// both cells are as they were.
   CTLVCell(CTLVCell&& other) noexcept;
   CTLVCell& operator=(const CTLVCell& other);
   CTLVCell& operator=(CTLVCell&& other) noexcept;
@@ -205,15 +208,29 @@ class CTLVCell {
     std::memcpy(&there, value_, sizeof there);
     return there;
   }
-  void storePointer(const void* there) noexcept { std::memcpy(value_, &there, sizeof there); }
+  void storePointer(const void* there, bool lent = false) noexcept {
+    std::memcpy(value_, &there, sizeof there);
+    value_[sizeof there] = lent ? 1 : 0;
+  }
+  /// Whether the value stands in the memory of the cell's block, which frees it.
+  bool lent() const noexcept { return outside() && value_[sizeof(void*)] != 0; }
+  /// Makes a lent value an allocation. Returns false, with errno ENOMEM and the cell as it was,
+  /// when there is no memory.
+  bool ownValue() noexcept {
+    return !lent() || replace(typeTag(), pointer<void>(), length(), false);
+  }
   void storeNumber(std::uint64_t v) noexcept { std::memcpy(value_, &v, sizeof v); }
   void freeValue() noexcept {
-    if (outside()) {
+    if (lent()) {
+      leaveBlock();
+    } else if (outside()) {
       delete[] pointer<unsigned char>();
     }
   }
+  /// A lent value is given up: the record learns that the cell may own memory from here on.
+  void leaveBlock() noexcept;
   void setNumber(unsigned int type, unsigned short tag, std::uint64_t v, unsigned int bytes);
-  /// Takes the value of `other` over; there must be none here.
+  /// Takes the value of `other` over, which must not be lent; there must be none here.
   void take(CTLVCell& other) noexcept {
     std::memcpy(value_, other.value_, sizeof value_);
     head_ = other.head_;
@@ -251,7 +268,7 @@ class CTLVCell {
 
   // A value of at most 8 bytes is padded with zeros to 8; bytes that no value has used are zeros,
   // since the search for a text's end and the encoder read all of them. A value of more than
-  // kInside bytes is an array of its own and its address stands here.
+  // kInside bytes stands elsewhere: here is its address and, in the next byte, whether it is lent.
   alignas(8) unsigned char value_[kInside];
   Place place_;
   // As on the wire: type and tag in the lower half, the length in the upper.

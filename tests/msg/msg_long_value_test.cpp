@@ -1,0 +1,144 @@
+// Values that are longer than what a cell holds: where they stand, and who frees them. In a program
+// that counts and fails allocations.
+#include <gtest/gtest.h>
+#include <qovpub/qov_message_package.h>
+
+#include <cerrno>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/support/failing_allocations.h"
+
+namespace {
+
+using qov::test::allocations;
+using qov::test::FailingAllocations;
+using qov::test::heldBytes;
+
+const std::string kLong = "a text of more than nineteen bytes";
+const std::string kSameLength = "another one of just as many bytes!";
+
+TEST(LongValue, StandsInThePackageThatMakesItsCell) {
+  const long before = allocations();
+  CT7QPackageV3 package;
+  CTLVRecordV3& record = package.addRecord(1);
+  record.addString(1, kLong).addOctets(2, kLong.data(), kLong.size());
+  unsigned char bytes[200];
+  const unsigned int size = package.encode(bytes, sizeof bytes);
+  CT7QPackageV3 decoded;
+  ASSERT_NE(decoded.decode(bytes, size), CT7QPackageV3::kFailed);
+  EXPECT_EQ(allocations(), before);
+  EXPECT_EQ(decoded[0].getString(1), kLong);
+  EXPECT_EQ(decoded[0].getOctets(2), kLong);
+  EXPECT_EQ(decoded[0].find(1)->length(), kLong.size() + 1);
+}
+
+/// From what just does not fit into a cell to what no block has room for.
+TEST(LongValue, IsWholeWhateverItsLength) {
+  CT7QPackageV3 package;
+  CTLVRecordV3& record = package.addRecord(1);
+  for (unsigned short length = 17; length < 1200;
+       length = static_cast<unsigned short>(length + 13)) {
+    record.addString(length, std::string(length, 'a')).addUnsigned(4000, length);
+  }
+  std::vector<unsigned char> bytes(70000);
+  const unsigned int size = package.encode(bytes.data(), static_cast<unsigned int>(bytes.size()));
+  CT7QPackageV3 decoded;
+  ASSERT_EQ(decoded.decode(bytes.data(), size), size - sizeof(TLVMsgHeadV3));
+  for (const CT7QPackageV3* each : {&package, &decoded}) {
+    ASSERT_EQ((*each)[0].count(), record.count());
+    for (const CTLVCell& cell : (*each)[0]) {
+      if (cell.type() == CTLVCell::TLV_STRING) {
+        ASSERT_EQ(cell.getString(), std::string(cell.tag(), 'a'));
+      }
+    }
+  }
+}
+
+TEST(LongValue, MayBeReplacedInItsPlace) {
+  for (const std::string& text : {kSameLength, std::string("short"), std::string(500, 'b')}) {
+    CQOV_MsgPackage package;
+    CTLVRecordV3& record = package.addRecord(1);
+    for (unsigned short tag = 0; tag < 3; ++tag) {
+      record.addString(tag, kLong);
+    }
+    record[0].setString(0, text);
+    CTLVCell other;
+    other.setString(1, text);
+    record[1] = std::move(other);
+    record[2].setOctets(2, text.data(), text.size());
+    EXPECT_EQ(record.getString(0), text);
+    EXPECT_EQ(record.getString(1), text);
+    EXPECT_EQ(record.getOctets(2), text);
+    EXPECT_EQ(record.length(), CTLVRecordV3(record).length());
+    record[0].setUnsigned(0, 7);
+    record[0].setString(0, kLong);
+    EXPECT_EQ(record.getString(0), kLong);
+  }
+}
+
+TEST(LongValue, MayBePartOfItsNextOne) {
+  CQOV_MsgPackage package;
+  CTLVRecordV3& record = package.addRecord(1);
+  record.addString(1, kLong);
+  record.addString(2, record.getString(1));
+  record[1].setString(1, record.getString(1).substr(2));
+  EXPECT_EQ(record.getString(1), kLong.substr(2));
+  record[1].setString(1, record.getString(1).substr(20));
+  EXPECT_EQ(record.getString(1), kLong.substr(22));
+  EXPECT_EQ(record.getString(2), kLong);
+}
+
+TEST(LongValue, OutlivesThePackageInACellMovedOutOfIt) {
+  CTLVCell cell;
+  {
+    CQOV_MsgPackage package;
+    CTLVRecordV3& record = package.addRecord(1);
+    record.addString(1, kLong);
+    cell = std::move(record[1]);
+    EXPECT_EQ(record[1].length(), 0U);
+    EXPECT_EQ(record.length(), 4U);
+  }
+  EXPECT_EQ(cell.getString(), kLong);
+}
+
+TEST(LongValue, StaysInItsCellWhenThereIsNoMemoryToMoveIt) {
+  CQOV_MsgPackage package;
+  CTLVRecordV3& record = package.addRecord(1);
+  record.addString(1, kLong);
+  CTLVCell cell;
+  cell.setUnsigned(2, 3);
+  errno = 0;
+  {
+    const FailingAllocations fail(0);
+    cell = std::move(record[1]);
+  }
+  EXPECT_EQ(errno, ENOMEM);
+  EXPECT_EQ(cell.getUnsigned(), 3U);
+  EXPECT_EQ(record.getString(1), kLong);
+}
+
+/// The orders in which the room of values could be lost: last in first out, and in turn.
+TEST(LongValue, LeavesARecordAsItComesAndGoes) {
+  for (const bool fromTheFront : {false, true}) {
+    CQOV_MsgPackage package;
+    CTLVRecordV3& record = package.addRecord(1);
+    long held = 0;
+    for (int round = 0; round < 2; ++round) {
+      held = heldBytes();
+      for (unsigned int i = 0; i < 1000; ++i) {
+        record.addString(1, kLong).addString(2, kSameLength);
+        ASSERT_EQ(record.erase(fromTheFront ? 1 : 2), 1U);
+        ASSERT_EQ(record.erase(fromTheFront ? 2 : 1), 1U);
+      }
+    }
+    EXPECT_LE(heldBytes(), held);
+    record.addString(1, kLong);
+    package.addRecord(2).addString(1, kSameLength);
+    EXPECT_EQ(record.getString(1), kLong);
+    EXPECT_EQ(package[1].getString(1), kSameLength);
+  }
+}
+
+}  // namespace
