@@ -58,6 +58,21 @@ void CTLVCell::setString(unsigned short tag, std::string_view text) {
   replaceOrThrow(packed(TLV_STRING, tag), text.data(), text.size(), true);
 }
 
+void CTLVCell::setOctets(unsigned short tag, std::unique_ptr<unsigned char[]> data,
+                         unsigned long len) {
+  if (data == nullptr || len <= kInside) {
+    setOctets(tag, data.get(), len);
+    return;
+  }
+  const unsigned short typeTag = packed(TLV_OCTET, tag);
+  checkLength(len, false);
+  const std::uint32_t before = head_;
+  freeValue();
+  storePointer(data.release());
+  setHead(typeTag, static_cast<unsigned int>(len));
+  tellChange(before);
+}
+
 bool CTLVCell::replace(unsigned int typeTag, const void* data, unsigned int len,
                        bool nul) noexcept {
   const auto* bytes = static_cast<const unsigned char*>(data);

@@ -110,6 +110,13 @@ CTLVRecordV3& CTLVRecordV3::addChecked(unsigned int type, unsigned short tag, co
   return *this;
 }
 
+CTLVRecordV3& CTLVRecordV3::addOctets(unsigned short tag, std::unique_ptr<unsigned char[]> data,
+                                      unsigned long len) {
+  CTLVCell cell;
+  cell.setOctets(tag, std::move(data), len);
+  return add(std::move(cell));
+}
+
 void CTLVRecordV3::throwTooLong(unsigned long length) {
   throw CQOV_Exception("record is too long, length is " + std::to_string(length));
 }

@@ -4,6 +4,8 @@
 #include <qovpub/qov_message_package.h>
 
 #include <cerrno>
+#include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,6 +20,12 @@ using qov::test::heldBytes;
 
 const std::string kLong = "a text of more than nineteen bytes";
 const std::string kSameLength = "another one of just as many bytes!";
+
+std::unique_ptr<unsigned char[]> bytesOf(const std::string& text) {
+  std::unique_ptr<unsigned char[]> bytes(new unsigned char[text.size()]);
+  std::memcpy(bytes.get(), text.data(), text.size());
+  return bytes;
+}
 
 TEST(LongValue, StandsInThePackageThatMakesItsCell) {
   const long before = allocations();
@@ -67,7 +75,7 @@ TEST(LongValue, MayBeReplacedInItsPlace) {
     CTLVCell other;
     other.setString(1, text);
     record[1] = std::move(other);
-    record[2].setOctets(2, text.data(), text.size());
+    record[2].setOctets(2, bytesOf(text), text.size());
     EXPECT_EQ(record.getString(0), text);
     EXPECT_EQ(record.getString(1), text);
     EXPECT_EQ(record.getOctets(2), text);
@@ -139,6 +147,53 @@ TEST(LongValue, LeavesARecordAsItComesAndGoes) {
     EXPECT_EQ(record.getString(1), kLong);
     EXPECT_EQ(package[1].getString(1), kSameLength);
   }
+}
+
+TEST(TakenOctets, AreNotCopied) {
+  const std::string text(60000, 'x');
+  CQOV_MsgPackage package;
+  CTLVRecordV3& record = package.addRecord(1);
+  std::unique_ptr<unsigned char[]> bytes = bytesOf(text);
+  const unsigned char* const there = bytes.get();
+  const long before = allocations();
+  record.addOctets(1, std::move(bytes), text.size());
+  EXPECT_EQ(allocations(), before);
+  EXPECT_EQ(record[1].value(), there);
+  EXPECT_EQ(record.getOctets(1), text);
+  EXPECT_EQ(record.length(), 60004U);
+}
+
+TEST(TakenOctets, AreCopiedIntoACellThatHoldsThem) {
+  for (const std::size_t length : {0U, 1U, 19U, 20U}) {
+    const std::string text(length, 'x');
+    CTLVCell cell;
+    cell.setOctets(1, bytesOf(text), text.size());
+    EXPECT_EQ(cell.type(), CTLVCell::TLV_OCTET);
+    EXPECT_EQ(cell.getOctets(), text);
+    CTLVRecordV3 record;
+    record.addOctets(1, bytesOf(text), text.size());
+    EXPECT_EQ(record.getOctets(1), text);
+  }
+  CTLVCell cell;
+  cell.setOctets(1, std::unique_ptr<unsigned char[]>(), 5);
+  EXPECT_EQ(cell.length(), 0U);
+  EXPECT_EQ(cell.tag(), 1U);
+}
+
+TEST(TakenOctets, AreFreedWhenTheyCannotBeSet) {
+  const std::string text(65536, 'x');
+  CTLVRecordV3 record;
+  record.addUnsigned(7, 1);
+  const long held = heldBytes();
+  EXPECT_THROW(record[7].setOctets(1, bytesOf(text), 65536), CQOV_Exception);
+  EXPECT_THROW(record[7].setOctets(4096, bytesOf(text), 100), CQOV_Exception);
+  EXPECT_THROW(record.addOctets(4096, bytesOf(text), 100), CQOV_Exception);
+  // One byte more than the record has left.
+  EXPECT_THROW(record.addOctets(1, bytesOf(text), 65535 - 5 - 4 + 1), CQOV_Exception);
+  EXPECT_EQ(heldBytes(), held);
+  EXPECT_EQ(record.getUnsigned(7), 1U);
+  record.addOctets(1, bytesOf(text), 65535 - 5 - 4);
+  EXPECT_EQ(record.length(), 65535U);
 }
 
 }  // namespace

@@ -224,6 +224,9 @@ class CTLVRecordV3 {
   CTLVRecordV3& addOctets(unsigned short tag, const void* data, unsigned long len) {
     return addBytes(CTLVCell::TLV_OCTET, tag, data, data == nullptr ? 0 : len, false);
   }
+  /// The same without a copy, as CTLVCell::setOctets() with such bytes.
+  CTLVRecordV3& addOctets(unsigned short tag, std::unique_ptr<unsigned char[]> data,
+                          unsigned long len);
   CTLVRecordV3& addJson(unsigned short tag, const Json::Value& v);
   /// Appends `cell`, copied or moved.
   CTLVRecordV3& add(CTLVCell cell);

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -93,6 +94,9 @@ class CTLVCell {
   void setOctets(unsigned short tag, const void* data, unsigned long len) {
     set_i(TLV_OCTET, tag, data, len);
   }
+  /// The same without a copy: takes `data` over, `len` bytes from `new unsigned char[]`. Null makes
+  /// the value empty. When it throws, the bytes are freed.
+  void setOctets(unsigned short tag, std::unique_ptr<unsigned char[]> data, unsigned long len);
   void setJson(unsigned short tag, const Json::Value& v) { set(tag, v); }
 
   // Typed getters.
