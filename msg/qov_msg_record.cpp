@@ -78,8 +78,11 @@ void CTLVRecordV3::put(CTLVCell&& cell, unsigned long grownLength) {
   commit(free, grownLength);
 }
 
-CTLVRecordV3& CTLVRecordV3::add(CTLVCell cell) {
+CTLVRecordV3& CTLVRecordV3::add(CTLVCell&& cell) {
   const unsigned long grown = grownLength(cell.length());
+  if (!cell.ownValue()) {
+    throw std::bad_alloc();
+  }
   put(std::move(cell), grown);
   return *this;
 }

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -125,6 +126,22 @@ TEST(LongValue, StaysInItsCellWhenThereIsNoMemoryToMoveIt) {
   EXPECT_EQ(errno, ENOMEM);
   EXPECT_EQ(cell.getUnsigned(), 3U);
   EXPECT_EQ(record.getString(1), kLong);
+}
+
+TEST(LongValue, IsNotLostWhereItCannotBeAddedToAnotherRecord) {
+  CQOV_MsgPackage package;
+  CTLVRecordV3& record = package.addRecord(1);
+  record.addString(1, kLong);
+  CTLVRecordV3 other(2);
+  other.addUnsigned(2, 3);
+  {
+    const FailingAllocations fail(0);
+    EXPECT_THROW(other.add(std::move(record[1])), std::bad_alloc);
+  }
+  EXPECT_EQ(1U, other.count());
+  EXPECT_EQ(record.getString(1), kLong);
+  other.add(std::move(record[1]));
+  EXPECT_EQ(other.getString(1), kLong);
 }
 
 /// The orders in which the room of values could be lost: last in first out, and in turn.

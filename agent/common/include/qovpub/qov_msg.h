@@ -229,7 +229,8 @@ class CTLVRecordV3 {
                           unsigned long len);
   CTLVRecordV3& addJson(unsigned short tag, const Json::Value& v);
   /// Appends `cell`, copied or moved.
-  CTLVRecordV3& add(CTLVCell cell);
+  CTLVRecordV3& add(const CTLVCell& cell) { return add(CTLVCell(cell)); }
+  CTLVRecordV3& add(CTLVCell&& cell);
 
   /// Puts type and value of `cell`, copied or moved, into the first cell with its tag; references
   /// to that one stay valid. Returns false when there is none. Throws, too, when the record would
