@@ -81,7 +81,7 @@ bool TaskQueue::waitForRoom(const ACE_Message_Block& mb, ACE_Time_Value* timeout
 
 int TaskQueue::signal_dequeue_waiters() {
   book();
-  if (notification_strategy_ == nullptr) {  // or else nobody waits here
+  if (waitingThreads_ > 0) {
     ring(bell_);
   }
   return 0;

@@ -179,8 +179,9 @@ int CQOV_TaskScheduler::return_to_work(CQOV_Task* worker) {
     return -1;
   }
   bool tooLate = false;
-  const qov::RingCollector untilUnlocked;
   {
+    // Rings before notifyExit(), which may join the thread that it wakes.
+    const qov::RingCollector untilUnlocked;
     ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
     if (!worker->makesRoom_) {
       if (!adopt(worker)) {
