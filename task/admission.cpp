@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "task/doorbell.h"
+#include "task/leader_turn.h"
 #include "task/message_block.h"
 #include "task/message_types.h"
 #include "task/task_queue.h"
@@ -149,7 +150,7 @@ Admission::Need Admission::needOf(const ACE_Message_Block& mb) const {
   const std::atomic<std::size_t>* const own =
       sender != nullptr ? &sender->queue_->booked() : nullptr;
   if (mb.msg_type() == ACE_Message_Block::MB_STOP ||
-      mb.msg_type() == ACE_Message_Block::MB_HANGUP || own == &inQueue_) {
+      mb.msg_type() == ACE_Message_Block::MB_HANGUP || (turn_ != nullptr && turn_->isMine())) {
     return {};
   }
   const CQOV_MsgPackage* const pkg = packageOf(mb);

@@ -9,11 +9,15 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <mutex>
+#include <utility>
 
 class CQOV_TaskMgr;
 
 namespace qov {
+
+class LeaderTurn;
 
 /// Decides when a message gets into a module, and keeps the ledger of what waits there: the bytes
 /// of blocks in the leader's queue, in the leader's hands, and in the queues of the scheduler and
@@ -23,7 +27,7 @@ namespace qov {
 ///
 ///   message                        from                        leader's queue  module
 ///   stop, hang-up                  anybody                     -               -
-///   any                            the leader's own thread     -               -
+///   any                            who does the leader's work  -               -
 ///   response                       anybody                     2 limits        -
 ///   to another module, or unknown  anybody                     1 limit         -
 ///   request or asynchronous,       the pool and the scheduler  1 limit         -
@@ -31,7 +35,7 @@ namespace qov {
 ///                                                                              their own queue
 ///                                  anybody else                1 limit         1 limit
 ///
-/// - The leader alone drains its queue, so its own thread never waits for that.
+/// - Who does the leader's work (LeaderTurn) never waits for that.
 /// - A dropped response costs a worker its whole time-out. Each belongs to a waiting task, so there
 ///   are never more of them than tasks.
 /// - The leader never waits for its workers. So room in its queue comes soon, whatever they do.
@@ -55,6 +59,9 @@ class Admission {
   /// want to get in there.
   Admission(const CQOV_TaskMgr* mgr, std::uint8_t processId, std::uint8_t moduleId,
             std::atomic<std::size_t>& inQueue);
+
+  /// For the leader, before anybody is admitted: who has `turn` does its work.
+  void ledBy(std::shared_ptr<LeaderTurn> turn) { turn_ = std::move(turn); }
 
   std::uint8_t processId() const { return processId_; }
 
@@ -86,6 +93,8 @@ class Admission {
   const CQOV_TaskMgr* const mgr_;
   const std::uint8_t processId_;
   const std::uint8_t moduleId_;
+  // Null for a queue that nobody leads.
+  std::shared_ptr<LeaderTurn> turn_;
 
   std::atomic<std::size_t> booked_{0};
   std::atomic<std::size_t>& inQueue_;

@@ -15,6 +15,33 @@ ACE_Message_Block* LeaderQueue::takeBatch() {
   return takeAllLocked();
 }
 
+ACE_Message_Block* LeaderQueue::takeMessages(std::size_t most, std::size_t& count) {
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  ACE_Message_Block* const first = head_;
+  ACE_Message_Block* last = nullptr;
+  for (count = 0;
+       count < most && head_ != nullptr && head_->msg_type() == ACE_Message_Block::MB_DATA;
+       ++count) {
+    last = head_;
+    cur_bytes_ -= last->total_size();
+    cur_length_ -= last->total_length();
+    --cur_count_;
+    head_ = last->next();
+  }
+  if (last == nullptr) {
+    return nullptr;
+  }
+  last->next(nullptr);
+  if (head_ != nullptr) {
+    head_->prev(nullptr);
+  } else {
+    tail_ = nullptr;
+  }
+  booked_ = cur_bytes_;
+  signal_enqueue_waiters();
+  return first;
+}
+
 bool LeaderQueue::waitForRoom(const ACE_Message_Block& mb, ACE_Time_Value* timeout) {
   return admission_->admit(mb, timeout, lock_);
 }

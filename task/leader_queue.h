@@ -22,6 +22,11 @@ class LeaderQueue : public TaskQueue {
   /// Takes what stands in the queue now, as takeAll() does. It stays in the ledger of the module
   /// until doneWith() says that so many bytes of it have been passed on or dropped.
   ACE_Message_Block* takeBatch();
+
+  /// The same, but up to `most` messages (MB_DATA), and none behind another block; `count` says how
+  /// many.
+  ACE_Message_Block* takeMessages(std::size_t most, std::size_t& count);
+
   void doneWith(std::size_t bytes) { admission_->book(bytes, 0); }
 
  protected:

@@ -12,6 +12,7 @@
 
 #include "task/doorbell.h"
 #include "task/leader_queue.h"
+#include "task/leader_turn.h"
 #include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/pending_requests.h"
@@ -35,6 +36,29 @@ unsigned long LLHashFunctor::operator()(unsigned long long value) const {
   return static_cast<unsigned long>(value);
 }
 
+/// What a sender's thread does for the leader.
+struct CQOV_Leader_Task::Work : qov::LeaderWork {
+  explicit Work(CQOV_Leader_Task& leader) : leader_(leader) {}
+
+  std::size_t dispatchSome(std::size_t most) override {
+    CQOVDebugKitGuard log(qov::kPublicKit,
+                          "std::size_t CQOV_Leader_Task::Work::dispatchSome(std::size_t)");
+    std::size_t count = 0;
+    ACE_Message_Block* const messages = leader_.leaderQueue_.takeMessages(most, count);
+    if (count < most && !leader_.leaderQueue_.is_empty()) {
+      wakeOwnThread();
+    }
+    leader_.dispatchAll(log, messages);
+    return count;
+  }
+
+  void wakeOwnThread() override {
+    leader_.reactor_.notify(&leader_, ACE_Event_Handler::WRITE_MASK);
+  }
+
+  CQOV_Leader_Task& leader_;
+};
+
 CQOV_Leader_Task::CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize)
     : CQOV_Leader_Task(mgr, poolSize,
                        std::make_unique<qov::LeaderQueue>(mgr, addressOf(QOV_Utility::getProcPID()),
@@ -48,7 +72,9 @@ CQOV_Leader_Task::CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize,
       leaderQueue_(static_cast<qov::LeaderQueue&>(taskQueue())),
       reactorImpl_(std::make_unique<qov::WaitReactor>(*this)),
       reactor_(reactorImpl_.get()),
-      notification_(&reactor_, this, ACE_Event_Handler::WRITE_MASK),
+      work_(std::make_unique<Work>(*this)),
+      turn_(std::make_shared<qov::LeaderTurn>(*work_, reactorImpl_->bell())),
+      notification_(std::make_unique<qov::LeaderNotification>(reactor_, *this, turn_)),
       pending_(std::make_unique<qov::PendingRequests>(reactor_, *this)),
       opcTasks_(kBuckets) {
   if (opcTasks_.total_size() == 0) {
@@ -60,7 +86,8 @@ CQOV_Leader_Task::CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize,
   ACE_Reactor::instance();
   makesRoom_ = true;
   scheduler_->queue_->countInto(leaderQueue_.admission());
-  msg_queue()->notification_strategy(&notification_);
+  leaderQueue_.admission()->ledBy(turn_);
+  msg_queue()->notification_strategy(notification_.get());
 }
 
 CQOV_Leader_Task::~CQOV_Leader_Task() {
@@ -86,12 +113,18 @@ int CQOV_Leader_Task::svc() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_Leader_Task::svc()");
   reactor_.owner(ACE_Thread::self());
   ACE_Reactor& processReactor = *ACE_Reactor::instance();
+  turn_->open();
   while (processReactor.reactor_event_loop_done() == 0 && reactorImpl_->deactivated() == 0) {
+    reactorImpl_->wait();
     // Not longer: a busy leader never waits, and whom it wakes would sleep until it does.
     const qov::RingCollector round;
-    reactor_.handle_events();
+    turn_->takeOwn();
+    reactorImpl_->dispatch();
+    turn_->giveOwnBack();
   }
+  turn_->takeOwn();
   shutDown();
+  turn_->giveOwnBack();
   log.warn(qov::kLogIdBase + 24, __FUNCTION__, __LINE__, "Manager thread(%d) exit!",
            taskMgr()->moduleId());
   return 0;
@@ -99,10 +132,14 @@ int CQOV_Leader_Task::svc() {
 
 int CQOV_Leader_Task::handle_output(ACE_HANDLE) {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_Leader_Task::handle_output(ACE_HANDLE)");
-  int result = 0;
   // What stands in the queue now; what comes meanwhile has notified again. So timers get their turn
   // under constant traffic.
-  for (ACE_Message_Block* mb = leaderQueue_.takeBatch(); mb != nullptr;) {
+  return dispatchAll(log, leaderQueue_.takeBatch());
+}
+
+int CQOV_Leader_Task::dispatchAll(CQOVDebugKitGuard& log, ACE_Message_Block* mb) {
+  int result = 0;
+  while (mb != nullptr) {
     ACE_Message_Block* const next = mb->next();
     mb->next(nullptr);
     const std::size_t bytes = mb->total_size();
@@ -163,6 +200,7 @@ void CQOV_Leader_Task::shutDown() {
     return;
   }
   closed_ = true;
+  turn_->close();
   reactor_.end_reactor_event_loop();
   // Closed before it is drained, so that no sender can slip a request in that nobody would answer.
   leaderQueue_.deactivate();

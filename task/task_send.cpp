@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <new>
 
+#include "diag/log_level.h"
+#include "task/leader_turn.h"
 #include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/message_types.h"
@@ -101,6 +103,13 @@ int CQOV_Task::send(const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp, ACE_Time_
   return sendAlone(log, req, rsp, timeout, freeReq);
 }
 
+int CQOV_Task::handOver(ACE_Message_Block* block, const ACE_Time_Value* timeout, bool mayLead) {
+  // Records of the leader's work come from its own thread.
+  const qov::LeadingScope scope(mayLead && !qov::isOn(qov::kDebug) && !qov::isOn(qov::kTrace));
+  Deadline deadline(timeout);
+  return taskMgr_->putq(block, deadline.get());
+}
+
 int CQOV_Task::sendAlone(CQOVDebugKitGuard& log, const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp,
                          ACE_Time_Value* timeout, bool freeReq) {
   forgetLateAnswer();
@@ -116,8 +125,7 @@ int CQOV_Task::sendAlone(CQOVDebugKitGuard& log, const CQOV_MsgPackage* req, CQO
             "Worker(%d) send msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u!\n",
             taskMgr_->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
-  Deadline deadline(timeout);
-  if (taskMgr_->putq(block, deadline.get()) == -1) {
+  if (handOver(block, timeout, true) == -1) {
     const int cause = qov::sendCauseOf(errno);
     block->release();
     log.error(qov::kLogIdBase + 3, __FUNCTION__, __LINE__, "Worker(%d) failed to send msg!",
@@ -216,8 +224,8 @@ int CQOV_Task::send(const CQOV_MsgPackage* req, ACE_Time_Value* timeout, bool fr
             "Worker(%d) send msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u.",
             taskMgr_->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
-  Deadline deadline(timeout);
-  if (taskMgr_->putq(block, deadline.get()) == -1) {
+  // Others than the pool's workers may not wait here for anything but room.
+  if (handOver(block, timeout, makesRoom_ && getCurrentTask() == this) == -1) {
     const int cause = qov::sendCauseOf(errno);
     block->release();
     return failed(cause, req, freeReq);

@@ -25,36 +25,47 @@ WaitReactor::WaitReactor(ACE_Event_Handler& handler)
 }
 
 int WaitReactor::handle_events(ACE_Time_Value* max_wait_time) {
-  waitForWork(max_wait_time);
+  waitsUntil_ = due_;
+  wait(max_wait_time);
+  return dispatch();
+}
+
+void WaitReactor::wait(const ACE_Time_Value* maxWait) {
+  // A ring says that something has changed since the last look, so one is taken after the look.
+  if (notified_ || deactivated_) {
+    return;
+  }
+  std::optional<Clock::time_point> deadline = waitsUntil_;
+  if (maxWait != nullptr) {
+    const auto end = Clock::now() + toDuration(limitedSpan(*maxWait));
+    deadline = deadline ? std::min(*deadline, end) : end;
+  }
+  bell_->wait(deadline);
+}
+
+int WaitReactor::dispatch() {
   if (deactivated_) {
     errno = ESHUTDOWN;
     return -1;
   }
   // A response that is here already comes before its own time-out. The handler takes a bounded
   // batch, so the timers get their turn.
-  const int called = dispatchNotification();
-  return called + (timers_->is_empty() ? 0 : timers_->expire());
+  const int called = dispatchNotification() + (timers_->is_empty() ? 0 : timers_->expire());
+  const auto earliest = earliestTimer();
+  // What a cancelled timer leaves costs one look at its time, and not one for each timer that comes
+  // after it.
+  if (!due_ || *due_ <= Clock::now() || (earliest && *earliest < *due_)) {
+    due_ = earliest;
+  }
+  waitsUntil_ = due_;
+  return called;
 }
 
-void WaitReactor::waitForWork(const ACE_Time_Value* maxWait) {
-  // A ring says that something has changed since the last look, so one is taken after the look.
-  if (!notified_ && !deactivated_) {
-    bell_->wait(deadlineOf(maxWait));
+std::optional<WaitReactor::Clock::time_point> WaitReactor::earliestTimer() const {
+  if (timers_->is_empty()) {
+    return std::nullopt;
   }
-}
-
-std::optional<Doorbell::Clock::time_point> WaitReactor::deadlineOf(
-    const ACE_Time_Value* maxWait) const {
-  const Doorbell::Clock::time_point now = Doorbell::Clock::now();
-  std::optional<Doorbell::Clock::time_point> deadline;
-  if (maxWait != nullptr) {
-    deadline = now + toDuration(limitedSpan(*maxWait));
-  }
-  if (!timers_->is_empty()) {
-    const auto due = now + toDuration(timers_->earliest_time() - timers_->gettimeofday());
-    deadline = deadline ? std::min(*deadline, due) : due;
-  }
-  return deadline;
+  return Clock::now() + toDuration(timers_->earliest_time() - timers_->gettimeofday());
 }
 
 int WaitReactor::dispatchNotification() {
@@ -94,7 +105,14 @@ int WaitReactor::notify(ACE_Event_Handler* handler, ACE_Reactor_Mask, ACE_Time_V
 
 long WaitReactor::schedule_timer(ACE_Event_Handler* handler, const void* act,
                                  const ACE_Time_Value& delay, const ACE_Time_Value& interval) {
-  return timers_->schedule(handler, act, timers_->gettimeofday() + limitedSpan(delay), interval);
+  const ACE_Time_Value span = limitedSpan(delay);
+  const long id = timers_->schedule(handler, act, timers_->gettimeofday() + span, interval);
+  const Clock::time_point due = Clock::now() + toDuration(span);
+  if (id != -1 && (!due_ || due < *due_)) {
+    due_ = due;
+    bell_->ring();
+  }
+  return id;
 }
 
 int WaitReactor::cancel_timer(long timer_id, const void** act, int dont_call_handle_close) {

@@ -21,8 +21,8 @@ namespace qov {
 /// waits on a doorbell. A notification to an owner that is awake is a flag, and notifications that
 /// were not dispatched yet are one.
 ///
-/// Thread: notify(), deactivate() and deactivated() from any thread; all else on the one thread
-///         that handles the events.
+/// Thread: notify(), deactivate() and deactivated() from any thread; all else on one thread at a
+///         time, and on the one that waits but for the operations on timers.
 /// Owns:   its timer wheel. The handler is borrowed.
 /// Errors: whatever else a reactor can do answers -1 with errno ENOTSUP. The constructor throws
 ///         std::bad_alloc.
@@ -35,6 +35,15 @@ class WaitReactor : public RefusingReactor {
   /// dispatches the notification and fires the timers that are due. Returns how many calls that
   /// took, or -1 (errno ESHUTDOWN) once deactivated.
   int handle_events(ACE_Time_Value* max_wait_time = nullptr) override;
+
+  /// The two halves of handle_events(). wait() is its thread's alone; dispatch() and the operations
+  /// on timers may come from others, too, one at a time. A timer that one of these makes the
+  /// earliest ends the wait.
+  void wait(const ACE_Time_Value* maxWait = nullptr);
+  int dispatch();
+
+  /// What wait() waits for.
+  const std::shared_ptr<Doorbell>& bell() const { return bell_; }
 
   int deactivated() override;
   void deactivate(int do_stop) override;
@@ -53,13 +62,18 @@ class WaitReactor : public RefusingReactor {
   int owner(ACE_thread_t new_owner, ACE_thread_t* old_owner) override;
 
  private:
-  void waitForWork(const ACE_Time_Value* maxWait);
-  std::optional<Doorbell::Clock::time_point> deadlineOf(const ACE_Time_Value* maxWait) const;
+  using Clock = Doorbell::Clock;
+
+  std::optional<Clock::time_point> earliestTimer() const;
   int dispatchNotification();
 
   ACE_Event_Handler& handler_;
-  // Owner's thread only.
+  // One thread at a time.
   const std::unique_ptr<ACE_Timer_Queue> timers_;
+  /// Not later than the earliest timer is due.
+  std::optional<Clock::time_point> due_;
+  // The waiting thread only: due_ when it last looked.
+  std::optional<Clock::time_point> waitsUntil_;
 
   const std::shared_ptr<Doorbell> bell_ = std::make_shared<Doorbell>();
   std::atomic<bool> notified_{false};

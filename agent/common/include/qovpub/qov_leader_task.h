@@ -5,7 +5,6 @@
 #include <ace/Hash_Map_Manager_T.h>
 #include <ace/Null_Mutex.h>
 #include <ace/Reactor.h>
-#include <ace/Reactor_Notification_Strategy.h>
 #include <ace/Thread_Mutex.h>
 #include <ace/Time_Value.h>
 #include <qovpub/qov_task.h>
@@ -17,7 +16,9 @@
 class CQOV_TaskScheduler;
 
 namespace qov {
+class LeaderNotification;
 class LeaderQueue;
+class LeaderTurn;
 class PendingRequests;
 class WaitReactor;
 }  // namespace qov
@@ -63,8 +64,14 @@ struct LLHashFunctor {
 /// scheduler's queue, which has no limit of its own but counts against the leader's (see
 /// CQOV_TaskMgr::putq()), while responses are delivered and time-outs fire.
 ///
+/// Its work is done by one thread at a time. A task that asks for a response, and a worker of the
+/// pool whatever it sends, does the work of a leader that nobody is at on its own thread: up to 64
+/// messages of each leader that its own message passes, before send() waits or returns. So what a
+/// module overrides and a leader calls (putMsg() and wakeup() of its tasks) runs on either thread.
+/// While DEBUG or TRACE is on, the leaders' own threads do it all.
+///
 /// Thread: run() and notifyExit() from any thread; insertStaticScheduledTask() from any thread;
-///         everything else on the leader thread.
+///         everything else on the thread that does the leader's work.
 /// Owns:   the scheduler, the pending requests, and every block in its queue with its package.
 /// Errors: by result and log.
 class CQOV_Leader_Task : public CQOV_Task {
@@ -112,6 +119,10 @@ class CQOV_Leader_Task : public CQOV_Task {
   CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize,
                    std::unique_ptr<qov::LeaderQueue> queue);
 
+  struct Work;
+
+  /// Dispatches the blocks of the list `mb`; returns -1 when an MB_STOP is among them.
+  int dispatchAll(CQOVDebugKitGuard& log, ACE_Message_Block* mb);
   int dispatch(CQOVDebugKitGuard& log, ACE_Message_Block* mb);
   void deliver(CQOVDebugKitGuard& log, const QOVMsgHead& head, ACE_Message_Block* mb);
   CQOV_StaticSchecheduledTask* findStaticTask(std::uint64_t opc);
@@ -133,9 +144,12 @@ class CQOV_Leader_Task : public CQOV_Task {
   // The own reactor; its implementation comes first since the reactor uses it to its end.
   const std::unique_ptr<qov::WaitReactor> reactorImpl_;
   ACE_Reactor reactor_;
-  ACE_Reactor_Notification_Strategy notification_;
 
-  // Leader thread only.
+  const std::unique_ptr<Work> work_;
+  const std::shared_ptr<qov::LeaderTurn> turn_;
+  const std::unique_ptr<qov::LeaderNotification> notification_;
+
+  // For who has the turn.
   const std::unique_ptr<qov::PendingRequests> pending_;
   bool closed_ = false;
 

@@ -143,6 +143,9 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   bool reserveStop();
   /// Forgets a wake-up or a response that came too late for the send() it was meant for.
   void forgetLateAnswer();
+  /// Puts `block` into the leader's queue as CQOV_TaskMgr::putq() does, with a relative time-out.
+  /// The calling thread then does the leaders' work if it `mayLead`.
+  int handOver(ACE_Message_Block* block, const ACE_Time_Value* timeout, bool mayLead);
   /// Sends `req` for the one thread that may, with arguments that are valid.
   int sendAlone(CQOVDebugKitGuard& log, const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp,
                 ACE_Time_Value* timeout, bool freeReq);

@@ -1,0 +1,151 @@
+#include "task/leader_turn.h"
+
+#include <ace/OS_Errno.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace qov {
+
+namespace {
+
+thread_local LeadingScope* scope = nullptr;
+
+/// A thread that is cancelled while it has a turn would keep it.
+class Uncancelled {
+ public:
+  Uncancelled() { ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_); }
+  ~Uncancelled() { ::pthread_setcancelstate(former_, nullptr); }
+
+  Uncancelled(const Uncancelled&) = delete;
+  Uncancelled& operator=(const Uncancelled&) = delete;
+
+ private:
+  int former_ = PTHREAD_CANCEL_ENABLE;
+};
+
+}  // namespace
+
+LeaderTurn::LeaderTurn(LeaderWork& work, std::shared_ptr<Doorbell> bell)
+    : work_(work), bell_(std::move(bell)) {}
+
+void LeaderTurn::open() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  closed_ = false;
+  // Senders that came before have left their mark.
+  giveBack(lock);
+}
+
+void LeaderTurn::close() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  closed_ = true;
+}
+
+bool LeaderTurn::isMine() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return taken_ && ::pthread_equal(holder_, ::pthread_self()) != 0;
+}
+
+bool LeaderTurn::ownThreadWaits() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return ownThreadWaits_;
+}
+
+void LeaderTurn::takeOwn() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  while (taken_) {
+    ownThreadWaits_ = true;
+    lock.unlock();
+    bell_->wait();
+    lock.lock();
+  }
+  ownThreadWaits_ = false;
+  take();
+}
+
+void LeaderTurn::giveOwnBack() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  giveBack(lock);
+}
+
+void LeaderTurn::workHere() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  if (closed_ || taken_ || ownThreadWaits_) {
+    marked_ = true;
+    return;
+  }
+  take();
+  std::size_t left = kMost;
+  do {
+    marked_ = false;
+    lock.unlock();
+    left -= work_.dispatchSome(left);
+    lock.lock();
+  } while (marked_ && left > 0);
+  giveBack(lock);
+}
+
+void LeaderTurn::take() {
+  taken_ = true;
+  holder_ = ::pthread_self();
+}
+
+void LeaderTurn::giveBack(std::unique_lock<std::mutex>& lock) {
+  while (std::exchange(marked_, false)) {
+    lock.unlock();
+    work_.wakeOwnThread();
+    lock.lock();
+  }
+  taken_ = false;
+  if (ownThreadWaits_) {
+    bell_->ring();
+  }
+}
+
+LeadingScope::LeadingScope(bool active) : active_(active && scope == nullptr) {
+  if (active_) {
+    scope = this;
+  }
+}
+
+LeadingScope::~LeadingScope() {
+  if (!active_) {
+    return;
+  }
+  const ACE_Errno_Guard keep(errno);
+  const Uncancelled whileInTurn;
+  // The list may grow meanwhile: whom a leader passes a message on to comes next.
+  while (begun_ < count_) {
+    turns_[begun_++]->workHere();
+  }
+  scope = nullptr;
+}
+
+bool LeadingScope::defer(const std::shared_ptr<LeaderTurn>& turn) {
+  return scope != nullptr && scope->add(turn);
+}
+
+bool LeadingScope::add(const std::shared_ptr<LeaderTurn>& turn) {
+  const auto begin = turns_.begin();
+  const auto end = begin + static_cast<std::ptrdiff_t>(count_);
+  if (std::find(begin + static_cast<std::ptrdiff_t>(begun_), end, turn) != end) {
+    return true;
+  }
+  if (count_ == turns_.size()) {
+    return false;
+  }
+  turns_[count_++] = turn;
+  return true;
+}
+
+LeaderNotification::LeaderNotification(ACE_Reactor& reactor, ACE_Event_Handler& leader,
+                                       std::shared_ptr<LeaderTurn> turn)
+    : ACE_Reactor_Notification_Strategy(&reactor, &leader, ACE_Event_Handler::WRITE_MASK),
+      turn_(std::move(turn)) {}
+
+int LeaderNotification::notify() {
+  return LeadingScope::defer(turn_) ? 0 : ACE_Reactor_Notification_Strategy::notify();
+}
+
+}  // namespace qov

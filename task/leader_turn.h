@@ -1,0 +1,133 @@
+#ifndef QOV_TASK_LEADER_TURN_H
+#define QOV_TASK_LEADER_TURN_H
+
+#include <ace/Reactor_Notification_Strategy.h>
+#include <pthread.h>
+
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+
+#include "task/doorbell.h"
+
+namespace qov {
+
+/// What a leader lets a sender's thread do in its stead. Called by who has the turn.
+class LeaderWork {
+ public:
+  /// Dispatches up to `most` messages that stand in the queue, and nothing else. Returns how many;
+  /// fewer than `most` when what comes next is for the leader's own thread, which is told then.
+  virtual std::size_t dispatchSome(std::size_t most) = 0;
+
+  /// Has the leader's own thread look into the queue.
+  virtual void wakeOwnThread() = 0;
+
+ protected:
+  ~LeaderWork() = default;
+};
+
+/// Whose turn it is to do a leader's work: one thread at a time touches what the leader keeps, its
+/// pending requests and timers. The leader's own thread takes the turn for whatever there is to do;
+/// a sender takes it when nobody has it, to dispatch what it has put into the queue.
+///
+/// No message is left lying. It enters the queue before its sender asks for the turn. A sender that
+/// finds it taken leaves a mark, and who gives the turn back looks for the mark: both under one
+/// lock, so the mark comes before that look or finds the turn free. Who finds the mark has the
+/// queue looked at once more before the turn is free.
+///
+/// The leader's own thread comes next where it waits, however many senders there are.
+///
+/// Shared: a sender may come to its work when the leader is gone. The leader lives until the turn
+/// is closed, which needs the turn.
+///
+/// Thread: any; own() stands for the leader's.
+class LeaderTurn {
+ public:
+  /// `bell` wakes the leader's thread. Closed until open().
+  LeaderTurn(LeaderWork& work, std::shared_ptr<Doorbell> bell);
+
+  void open();
+
+  /// Takes the turn for the leader's own thread, waiting for a sender that has it.
+  void takeOwn();
+  void giveOwnBack();
+
+  /// Nobody gets the turn any more. For who has it.
+  void close();
+
+  /// Does what there is to do, unless another thread has the turn: that one will.
+  void workHere();
+
+  /// Whether the calling thread has the turn.
+  bool isMine();
+
+  /// Whether the leader's own thread waits for the turn.
+  bool ownThreadWaits();
+
+ private:
+  /// How many messages a sender dispatches at the most before it goes on with its own affairs.
+  static constexpr std::size_t kMost = 64;
+
+  // With mutex_ held.
+  void take();
+  void giveBack(std::unique_lock<std::mutex>& lock);
+
+  LeaderWork& work_;
+  const std::shared_ptr<Doorbell> bell_;
+
+  std::mutex mutex_;
+  // Guarded by mutex_.
+  bool closed_ = true;
+  bool taken_ = false;
+  bool marked_ = false;
+  bool ownThreadWaits_ = false;
+  pthread_t holder_{};
+};
+
+/// While one lives, the leaders whose queues its thread fills are not woken. At its end the thread
+/// does their work itself, one after the other, and rings those that it has made work for.
+///
+/// Within another one it does nothing.
+class LeadingScope {
+ public:
+  /// Does nothing unless `active`.
+  explicit LeadingScope(bool active);
+  ~LeadingScope();
+
+  LeadingScope(const LeadingScope&) = delete;
+  LeadingScope& operator=(const LeadingScope&) = delete;
+
+  /// Puts off the work of `turn` to the end of the calling thread's scope. False without a scope.
+  static bool defer(const std::shared_ptr<LeaderTurn>& turn);
+
+ private:
+  /// Two for a message: the sender's leader, and the one that it passes the message on to. What
+  /// else these have to pass on may take the rest; whoever finds no place is woken.
+  static constexpr std::size_t kMostLeaders = 4;
+
+  bool add(const std::shared_ptr<LeaderTurn>& turn);
+
+  const RingCollector rings_;
+  const bool active_;
+  std::array<std::shared_ptr<LeaderTurn>, kMostLeaders> turns_;
+  std::size_t count_ = 0;
+  std::size_t begun_ = 0;
+};
+
+/// Tells whoever will do the leader's work that there is some: the calling thread, in its scope, or
+/// else the leader's own.
+class LeaderNotification final : public ACE_Reactor_Notification_Strategy {
+ public:
+  LeaderNotification(ACE_Reactor& reactor, ACE_Event_Handler& leader,
+                     std::shared_ptr<LeaderTurn> turn);
+
+  int notify() override;
+
+ private:
+  const std::shared_ptr<LeaderTurn> turn_;
+};
+
+}  // namespace qov
+
+#endif

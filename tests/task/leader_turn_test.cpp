@@ -1,0 +1,202 @@
+#include "task/leader_turn.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <thread>
+
+#include "tests/support/latch.h"
+
+namespace {
+
+/// A queue that is a number.
+class CountedWork : public qov::LeaderWork {
+ public:
+  std::size_t dispatchSome(std::size_t most) override {
+    ++looks_;
+    const std::size_t count = std::min(most, waiting_.load());
+    waiting_ -= count;
+    if (count == most && waiting_ > 0) {
+      left_ = true;
+    }
+    meanwhile_();
+    return count;
+  }
+
+  void wakeOwnThread() override { ++wakes_; }
+
+  std::atomic<std::size_t> waiting_{0};
+  std::atomic<int> looks_{0};
+  std::atomic<int> wakes_{0};
+  bool left_ = false;
+  std::function<void()> meanwhile_ = [] {};
+};
+
+class LeaderTurnTest : public ::testing::Test {
+ protected:
+  LeaderTurnTest() { turn_->open(); }
+
+  void putAndWork(std::size_t count = 1) {
+    work_.waiting_ += count;
+    turn_->workHere();
+  }
+
+  CountedWork work_;
+  const std::shared_ptr<qov::Doorbell> bell_ = std::make_shared<qov::Doorbell>();
+  const std::shared_ptr<qov::LeaderTurn> turn_ = std::make_shared<qov::LeaderTurn>(work_, bell_);
+};
+
+}  // namespace
+
+TEST_F(LeaderTurnTest, ASenderDoesTheWorkThatNobodyIsAt) {
+  putAndWork();
+  EXPECT_EQ(0U, work_.waiting_);
+  EXPECT_EQ(0, work_.wakes_);
+}
+
+TEST_F(LeaderTurnTest, WhoHasTheTurnLooksAgainForASenderThatFoundItTaken) {
+  work_.meanwhile_ = [this] {
+    if (work_.looks_ == 1) {
+      std::thread([this] { putAndWork(); }).join();
+      EXPECT_EQ(1U, work_.waiting_);
+    }
+  };
+  putAndWork();
+  EXPECT_EQ(2, work_.looks_);
+  EXPECT_EQ(0U, work_.waiting_);
+  EXPECT_EQ(0, work_.wakes_);
+}
+
+TEST_F(LeaderTurnTest, WhatComesWhileTheOwnThreadHasTheTurnIsLeftToIt) {
+  turn_->takeOwn();
+  putAndWork();
+  EXPECT_EQ(0, work_.looks_);
+  EXPECT_EQ(0, work_.wakes_);
+  turn_->giveOwnBack();
+  EXPECT_EQ(1, work_.wakes_);
+}
+
+TEST_F(LeaderTurnTest, ASenderGoesOnWithItsOwnAffairsAfterSixtyFourMessages) {
+  constexpr int kRounds = 64;
+  work_.meanwhile_ = [this] { std::thread([this] { putAndWork(); }).join(); };
+  putAndWork();
+  EXPECT_EQ(kRounds, work_.looks_);
+  EXPECT_EQ(1U, work_.waiting_);
+  EXPECT_EQ(1, work_.wakes_);
+}
+
+TEST_F(LeaderTurnTest, NobodyButTheOwnThreadWorksOnceTheTurnIsClosed) {
+  turn_->takeOwn();
+  turn_->close();
+  turn_->giveOwnBack();
+  putAndWork();
+  EXPECT_EQ(0, work_.looks_);
+  EXPECT_EQ(1U, work_.waiting_);
+}
+
+TEST_F(LeaderTurnTest, WhatComesBeforeTheTurnIsOpenIsToldTheOwnThreadThen) {
+  const auto closed = std::make_shared<qov::LeaderTurn>(work_, bell_);
+  closed->workHere();
+  EXPECT_EQ(0, work_.looks_);
+  closed->open();
+  EXPECT_EQ(1, work_.wakes_);
+}
+
+TEST_F(LeaderTurnTest, TheOwnThreadComesBeforeOtherSenders) {
+  Latch taken;
+  std::thread own;
+  work_.meanwhile_ = [&] {
+    if (work_.looks_ > 1) {
+      return;
+    }
+    own = std::thread([&] {
+      turn_->takeOwn();
+      taken.count();
+      turn_->giveOwnBack();
+    });
+    while (!turn_->ownThreadWaits()) {
+      std::this_thread::yield();
+    }
+  };
+  putAndWork();
+  // Free, but promised: the sender leaves the message to the own thread, or comes after it.
+  putAndWork();
+  EXPECT_TRUE(taken.waitFor());
+  own.join();
+  EXPECT_EQ(1, work_.wakes_ + static_cast<int>(work_.looks_ == 2));
+}
+
+TEST_F(LeaderTurnTest, KnowsWhoHasIt) {
+  EXPECT_FALSE(turn_->isMine());
+  turn_->takeOwn();
+  EXPECT_TRUE(turn_->isMine());
+  std::thread([this] { EXPECT_FALSE(turn_->isMine()); }).join();
+  turn_->giveOwnBack();
+  EXPECT_FALSE(turn_->isMine());
+}
+
+TEST_F(LeaderTurnTest, WithoutAScopeNobodyPutsWorkOff) {
+  EXPECT_FALSE(qov::LeadingScope::defer(turn_));
+  {
+    const qov::LeadingScope inactive(false);
+    EXPECT_FALSE(qov::LeadingScope::defer(turn_));
+  }
+}
+
+TEST_F(LeaderTurnTest, AScopeWorksAtItsEndAndForWhomThatGivesWorkAfterIt) {
+  CountedWork next;
+  const auto nextTurn = std::make_shared<qov::LeaderTurn>(next, bell_);
+  nextTurn->open();
+  work_.meanwhile_ = [&] {
+    next.waiting_ += 1;
+    EXPECT_TRUE(qov::LeadingScope::defer(nextTurn));
+  };
+  {
+    const qov::LeadingScope scope(true);
+    work_.waiting_ += 1;
+    EXPECT_TRUE(qov::LeadingScope::defer(turn_));
+    const qov::LeadingScope inner(true);
+    EXPECT_EQ(0, work_.looks_);
+  }
+  EXPECT_EQ(0U, work_.waiting_);
+  EXPECT_EQ(0U, next.waiting_);
+}
+
+TEST_F(LeaderTurnTest, TwoLeadersThatKeepEachOtherBusyDoNotKeepTheSender) {
+  CountedWork other;
+  const auto otherTurn = std::make_shared<qov::LeaderTurn>(other, bell_);
+  otherTurn->open();
+  bool refused = false;
+  work_.meanwhile_ = [&] { refused = !qov::LeadingScope::defer(otherTurn); };
+  other.meanwhile_ = [&] { refused = !qov::LeadingScope::defer(turn_); };
+  {
+    const qov::LeadingScope scope(true);
+    EXPECT_TRUE(qov::LeadingScope::defer(turn_));
+  }
+  EXPECT_TRUE(refused);
+}
+
+TEST_F(LeaderTurnTest, AThreadThatIsCancelledAtWorkGivesTheTurnBack) {
+  Latch working;
+  Latch cancelled;
+  work_.meanwhile_ = [&] {
+    working.count();
+    EXPECT_TRUE(cancelled.waitFor());
+    ::pthread_testcancel();
+  };
+  std::thread sender([this] {
+    const qov::LeadingScope scope(true);
+    qov::LeadingScope::defer(turn_);
+  });
+  ASSERT_TRUE(working.waitFor());
+  ::pthread_cancel(sender.native_handle());
+  cancelled.count();
+  sender.join();
+  work_.meanwhile_ = [] {};
+  putAndWork();
+  EXPECT_EQ(0U, work_.waiting_);
+}
