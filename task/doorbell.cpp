@@ -1,14 +1,36 @@
 #include "task/doorbell.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstddef>
 #include <ctime>
+#include <utility>
 
 namespace qov {
 
 namespace {
 
-thread_local RingCollector* collector = nullptr;
+/// So many threads are kept waiting for the sake of the batch, and no more.
+constexpr std::size_t kMostBells = 16;
+/// Nor does one wait while so much is put before it: its queue has an end.
+constexpr unsigned int kMostRings = 256;
+
+thread_local bool collecting = false;
+thread_local std::size_t bellCount = 0;
+thread_local unsigned int ringCount = 0;
+/// The first `bellCount` of them are to be rung.
+thread_local std::array<std::shared_ptr<Doorbell>, kMostBells> bells;
+
+void collect(const std::shared_ptr<Doorbell>& bell) {
+  const auto end = bells.begin() + static_cast<std::ptrdiff_t>(bellCount);
+  if (std::find(bells.begin(), end, bell) == end) {
+    bells[bellCount++] = bell;
+  }
+  if (++ringCount == kMostRings || bellCount == kMostBells) {
+    ringCollected();
+  }
+}
 
 timespec toTimespec(Doorbell::Clock::time_point time) {
   const std::chrono::nanoseconds since = time.time_since_epoch();
@@ -49,54 +71,34 @@ bool Doorbell::wait(const std::optional<Clock::time_point>& deadline) {
 }
 
 void ring(const std::shared_ptr<Doorbell>& bell) {
-  if (collector != nullptr) {
-    collector->add(bell);
+  if (collecting) {
+    collect(bell);
   } else {
     bell->ring();
   }
 }
 
 void ringCollected() {
-  if (collector != nullptr) {
-    collector->ringAll();
+  while (bellCount > 0) {
+    const std::shared_ptr<Doorbell> bell = std::move(bells[--bellCount]);
+    bell->ring();
   }
+  ringCount = 0;
 }
 
 void endCollecting() {
+  collecting = false;
   ringCollected();
-  collector = nullptr;
 }
 
-RingCollector::RingCollector() : isInner_(collector != nullptr) {
-  if (!isInner_) {
-    collector = this;
-  }
+RingCollector::RingCollector() : isInner_(collecting) {
+  collecting = true;
 }
 
 RingCollector::~RingCollector() {
   if (!isInner_) {
-    collector = nullptr;
-    ringAll();
+    endCollecting();
   }
-}
-
-void RingCollector::add(const std::shared_ptr<Doorbell>& bell) {
-  const auto end = bells_.begin() + static_cast<std::ptrdiff_t>(count_);
-  if (std::find(bells_.begin(), end, bell) == end) {
-    bells_[count_++] = bell;
-  }
-  if (++rings_ == kMostRings || count_ == kMostBells) {
-    ringAll();
-  }
-}
-
-void RingCollector::ringAll() {
-  for (; count_ > 0; --count_) {
-    std::shared_ptr<Doorbell>& bell = bells_[count_ - 1];
-    bell->ring();
-    bell.reset();
-  }
-  rings_ = 0;
 }
 
 }  // namespace qov

@@ -3,10 +3,8 @@
 
 #include <semaphore.h>
 
-#include <array>
 #include <atomic>
 #include <chrono>
-#include <cstddef>
 #include <memory>
 #include <optional>
 
@@ -73,21 +71,7 @@ class RingCollector {
   RingCollector& operator=(const RingCollector&) = delete;
 
  private:
-  friend void ring(const std::shared_ptr<Doorbell>& bell);
-  friend void ringCollected();
-
-  /// So many threads are kept waiting for the sake of the batch, and no more.
-  static constexpr std::size_t kMostBells = 16;
-  /// Nor does one wait while so much is put before it: its queue has an end.
-  static constexpr unsigned int kMostRings = 256;
-
-  void add(const std::shared_ptr<Doorbell>& bell);
-  void ringAll();
-
   const bool isInner_;
-  std::array<std::shared_ptr<Doorbell>, kMostBells> bells_;
-  std::size_t count_ = 0;
-  unsigned int rings_ = 0;
 };
 
 }  // namespace qov
