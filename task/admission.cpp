@@ -103,7 +103,7 @@ bool Admission::Place::enter() {
   }
   admission_.promised_ -= bytes_;
   admission_.inQueue_ += bytes_;
-  admission_.booked_ += bytes_;
+  admission_.add(bytes_);
   bytes_ = 0;
   return true;
 }
@@ -129,8 +129,10 @@ bool Admission::admit(const ACE_Message_Block& mb, const ACE_Time_Value* timeout
 }
 
 void Admission::book(std::size_t before, std::size_t now) {
-  if (before != now) {
-    booked_ += now - before;
+  if (now > before) {
+    add(now - before);
+  } else if (now < before) {
+    booked_ -= before - now;
   }
   if (now <= before && waitingSenders() > 0) {
     const std::lock_guard<std::mutex> held(mutex_);

@@ -13,6 +13,8 @@
 #include <mutex>
 #include <utility>
 
+#include "task/module_counters.h"
+
 class CQOV_TaskMgr;
 
 namespace qov {
@@ -77,6 +79,7 @@ class Admission {
   void close();
 
   std::size_t booked() const { return booked_; }
+  std::uint64_t mostBooked() const { return mostBooked_.read(); }
 
   /// Who waits, or has been let in and is on its way into the queue.
   int waitingSenders() const { return waiting_; }
@@ -88,6 +91,7 @@ class Admission {
   Need needOf(const ACE_Message_Block& mb) const;
   /// Lets in those for whom there is room. With mutex_ held.
   void letIn();
+  void add(std::size_t bytes) { mostBooked_.raiseTo(booked_ += bytes); }
 
   // Constant after construction.
   const CQOV_TaskMgr* const mgr_;
@@ -97,6 +101,7 @@ class Admission {
   std::shared_ptr<LeaderTurn> turn_;
 
   std::atomic<std::size_t> booked_{0};
+  Counter mostBooked_;
   std::atomic<std::size_t>& inQueue_;
 
   /// A sender counts itself before it looks for room: either it sees the room, or whoever makes

@@ -13,6 +13,7 @@
 #include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/message_types.h"
+#include "task/module_counters.h"
 #include "task/pending_requests.h"
 #include "task/send_cause.h"
 
@@ -27,6 +28,18 @@ MsgKey keyOfRequest(const QOVMsgHead& head) {
 /// A response comes back from where its request went.
 MsgKey keyOfResponse(const QOVMsgHead& head) {
   return {head.opc_, head.sn_, head.rpid_, head.rmid_, head.spid_, head.smid_};
+}
+
+/// Why the loader did not take a message, from its errno.
+QOVDropReason reasonOf(int refusal) {
+  switch (refusal) {
+    case EWOULDBLOCK:
+      return QOVDropReason::kNoRoom;
+    case ESHUTDOWN:
+      return QOVDropReason::kStopped;
+    default:
+      return QOVDropReason::kNoReceiver;
+  }
 }
 
 }  // namespace
@@ -47,18 +60,18 @@ void CQOV_Leader_Task::handleDataMsg(ACE_Message_Block* mb) {
   if (mb->length() != qov::kPointerSize) {
     log.warn(qov::kLogIdBase + 29, __FUNCTION__, __LINE__,
              "Manager thread(%d) received invalid message!", taskMgr()->moduleId());
-    mb->release();
+    drop(QOVDropReason::kInvalid, mb);
     return;
   }
   void* pointer = nullptr;
   if (!qov::readPointer(*mb, pointer)) {
     log.error(qov::kLogIdBase + 30, __FUNCTION__, __LINE__, "Copy message error!");
-    mb->release();
+    drop(QOVDropReason::kInvalid, mb);
     return;
   }
   if (pointer == nullptr) {
     log.warn(qov::kLogIdBase + 31, __FUNCTION__, __LINE__, "Null message!");
-    mb->release();
+    drop(QOVDropReason::kInvalid, mb);
     return;
   }
   auto* const pkg = static_cast<CQOV_MsgPackage*>(pointer);
@@ -103,8 +116,7 @@ void CQOV_Leader_Task::handleReqMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg)
   if (waitedFor) {
     pending_->drop(key, qov::sendCauseOf(errno));
   }
-  delete pkg;
-  mb->release();
+  qov::releaseWithPackage(mb);
 }
 
 bool CQOV_Leader_Task::beginWait(CQOVDebugKitGuard& log, const MsgKey& key, ACE_Message_Block* mb,
@@ -113,14 +125,14 @@ bool CQOV_Leader_Task::beginWait(CQOVDebugKitGuard& log, const MsgKey& key, ACE_
     // The package stays alive: kept. Nobody waits for an answer, so its sender may still hold it.
     log.warn(qov::kLogIdBase + 37, __FUNCTION__, __LINE__,
              "Manager thread(%d) received invalid request message!", taskMgr()->moduleId());
+    counters_.drop(QOVDropReason::kInvalid);
     mb->release();
     return false;
   }
   const std::unique_ptr<TimeoutDesc> sender = qov::takeTimeoutDesc(*mb);
   if (sender == nullptr) {
     log.error(qov::kLogIdBase + 38, __FUNCTION__, __LINE__, "Copy message error!");
-    delete pkg;
-    mb->release();
+    drop(QOVDropReason::kInvalid, mb);
     return false;
   }
   if (pending_->add(key, *sender)) {
@@ -132,8 +144,7 @@ bool CQOV_Leader_Task::beginWait(CQOVDebugKitGuard& log, const MsgKey& key, ACE_
            key.spid_, key.smid_, key.rpid_, key.rmid_, static_cast<unsigned long long>(key.opc_),
            key.sn_, pkg->head().type_);
   qov::PendingRequests::wake(*sender, cause);
-  delete pkg;
-  mb->release();
+  drop(cause == ENOMEM ? QOVDropReason::kNoMemory : QOVDropReason::kInvalid, mb);
   return false;
 }
 
@@ -149,8 +160,10 @@ void CQOV_Leader_Task::handleRspMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg)
   if (head.rpid_ == leaderQueue_.processId() && head.rmid_ == moduleId_) {
     CQOV_Task* const sender = pending_->take(keyOfResponse(head));
     if (sender != nullptr && sender->putMsg(head.type_, mb, nullptr) != -1) {
+      counters_.in_.add();
       return;
     }
+    counters_.drop(sender != nullptr ? QOVDropReason::kStopped : QOVDropReason::kNobodyWaits);
     if (sender == nullptr) {
       log.warn(qov::kLogIdBase + 41, __FUNCTION__, __LINE__,
                "Failed to handle RSP message: SPID=%u,SMID=%u,OPC=%llu,SN=%u!\n", head.spid_,
@@ -165,8 +178,7 @@ void CQOV_Leader_Task::handleRspMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg)
              "Failed to forword message: SPID=%u,SMID=%u,OPC=%llu,SN=%u!\n", head.rpid_, head.rmid_,
              static_cast<unsigned long long>(head.opc_), head.sn_);
   }
-  delete pkg;
-  mb->release();
+  qov::releaseWithPackage(mb);
 }
 
 void CQOV_Leader_Task::handleAsyncMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg) {
@@ -183,19 +195,17 @@ void CQOV_Leader_Task::handleAsyncMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pk
     log.warn(qov::kLogIdBase + 33, __FUNCTION__, __LINE__,
              "Failed to forword message: RPID=%u,RMID=%u,OPC=%llu,SN=%u!\n", head.rpid_, head.rmid_,
              static_cast<unsigned long long>(head.opc_), head.sn_);
-    delete pkg;
-    mb->release();
+    qov::releaseWithPackage(mb);
   }
 }
 
-void CQOV_Leader_Task::handleUnknownMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg) {
+void CQOV_Leader_Task::handleUnknownMsg(ACE_Message_Block* mb, CQOV_MsgPackage*) {
   CQOVDebugKitGuard log(
       qov::kPublicKit,
       "void CQOV_Leader_Task::handleUnknownMsg(ACE_Message_Block*, CQOV_MsgPackage*)");
   log.warn(qov::kLogIdBase + 34, __FUNCTION__, __LINE__,
            "Manager thread(%d) received unknown message type!", taskMgr()->moduleId());
-  delete pkg;
-  ACE_Message_Block::release(mb);
+  drop(QOVDropReason::kInvalid, mb);
 }
 
 int CQOV_Leader_Task::forwordMessage(const QOVMsgHead* head, ACE_Message_Block* mb) {
@@ -209,14 +219,30 @@ int CQOV_Leader_Task::forwordMessage(const QOVMsgHead* head, ACE_Message_Block* 
   }
   if (head->rpid_ != leaderQueue_.processId()) {
     log.error(qov::kLogIdBase + 36, __FUNCTION__, __LINE__, "recv msg error.");
+    counters_.drop(QOVDropReason::kOtherProcess);
     return 0;
   }
   if (head->rmid_ != moduleId_) {
-    return ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance()->sendMsg(head->rmid_,
-                                                                                    mb);
+    return passOn(head->rmid_, mb);
   }
   deliver(log, *head, mb);
   return 0;
+}
+
+int CQOV_Leader_Task::passOn(std::uint8_t moduleId, ACE_Message_Block* mb) {
+  const int result =
+      ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance()->sendMsg(moduleId, mb);
+  if (result == 0) {
+    counters_.out_.add();
+  } else {
+    counters_.drop(reasonOf(errno));
+  }
+  return result;
+}
+
+void CQOV_Leader_Task::drop(QOVDropReason reason, ACE_Message_Block* mb) {
+  counters_.drop(reason);
+  qov::releaseWithPackage(mb);
 }
 
 void CQOV_Leader_Task::deliver(CQOVDebugKitGuard& log, const QOVMsgHead& head,
@@ -224,6 +250,7 @@ void CQOV_Leader_Task::deliver(CQOVDebugKitGuard& log, const QOVMsgHead& head,
   CQOV_Task* receiver = findStaticTask(head.opc_);
   if (receiver == nullptr) {
     if (scheduler_->handToIdleWorker(mb)) {
+      counters_.in_.add();
       return;
     }
     receiver = scheduler_.get();
@@ -233,8 +260,10 @@ void CQOV_Leader_Task::deliver(CQOVDebugKitGuard& log, const QOVMsgHead& head,
     log.warn(qov::kLogIdBase + 47, __FUNCTION__, __LINE__,
              "The receiver in module %d has ended: OPC=%llu,SN=%u,TP=%u!", taskMgr()->moduleId(),
              static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
-    qov::releaseWithPackage(mb);
+    drop(QOVDropReason::kStopped, mb);
+    return;
   }
+  counters_.in_.add();
 }
 
 CQOV_StaticSchecheduledTask* CQOV_Leader_Task::findStaticTask(std::uint64_t opc) {

@@ -15,6 +15,7 @@
 #include "task/leader_turn.h"
 #include "task/log_ids.h"
 #include "task/message_block.h"
+#include "task/module_counters.h"
 #include "task/pending_requests.h"
 #include "task/start_task.h"
 #include "task/started_tasks.h"
@@ -70,12 +71,13 @@ CQOV_Leader_Task::CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize,
       scheduler_(std::make_unique<CQOV_TaskScheduler>(mgr, poolSize)),
       moduleId_(mgr->moduleId()),
       leaderQueue_(static_cast<qov::LeaderQueue&>(taskQueue())),
+      counters_(*mgr->counters_),
       reactorImpl_(std::make_unique<qov::WaitReactor>(*this)),
       reactor_(reactorImpl_.get()),
       work_(std::make_unique<Work>(*this)),
       turn_(std::make_shared<qov::LeaderTurn>(*work_, reactorImpl_->bell())),
       notification_(std::make_unique<qov::LeaderNotification>(reactor_, *this, turn_)),
-      pending_(std::make_unique<qov::PendingRequests>(reactor_, *this)),
+      pending_(std::make_unique<qov::PendingRequests>(reactor_, *this, counters_)),
       opcTasks_(kBuckets) {
   if (opcTasks_.total_size() == 0) {
     // ACE leaves a map for which there is no memory without buckets, and then divides by their
@@ -94,6 +96,10 @@ CQOV_Leader_Task::~CQOV_Leader_Task() {
   msg_queue()->notification_strategy(nullptr);
   // The base class would reach for the reactor, which is gone by then.
   reactor(nullptr);
+}
+
+const qov::Admission& CQOV_Leader_Task::admission() const {
+  return *leaderQueue_.admission();
 }
 
 bool CQOV_Leader_Task::run() {
@@ -208,6 +214,9 @@ void CQOV_Leader_Task::shutDown() {
     ACE_Message_Block* const next = mb->next();
     leaderQueue_.doneWith(mb->total_size());
     qov::PendingRequests::wakeSenderOf(*mb, ECONNABORTED);
+    if (mb->msg_type() == ACE_Message_Block::MB_DATA) {
+      counters_.drop(QOVDropReason::kStopped);
+    }
     qov::releaseWithPackage(mb);
     mb = next;
   }

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <memory>
 #include <new>
+#include <tuple>
 
 #include "task/message_block.h"
 
@@ -22,30 +23,42 @@ std::size_t PendingRequests::Hash::operator()(const MsgKey& key) const {
   return LLHashFunctor()(key.opc_) * 31 + key.sn_ + key.rpid_ * 7UL + key.rmid_;
 }
 
-PendingRequests::PendingRequests(ACE_Reactor& reactor, ACE_Event_Handler& handler)
-    : reactor_(reactor), handler_(handler), requests_(kUsualRequests) {}
+PendingRequests::PendingRequests(ACE_Reactor& reactor, ACE_Event_Handler& handler,
+                                 ModuleCounters& counters)
+    : reactor_(reactor), handler_(handler), counters_(counters), requests_(kUsualRequests) {}
 
 bool PendingRequests::add(const MsgKey& key, const TimeoutDesc& sender) {
+  Requests::iterator request;
+  bool isNew = false;
   try {
-    const auto [request, isNew] = requests_.try_emplace(key, sender);
-    if (!isNew) {
-      errno = EINVAL;
+    const Request added{sender, ModuleCounters::Clock::now(), newest_};
+    std::tie(request, isNew) = requests_.try_emplace(key, added);
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return false;
+  }
+  if (!isNew) {
+    errno = EINVAL;
+    return false;
+  }
+  Request*& link = newest_ != nullptr ? newest_->newer_ : oldest_;
+  link = newest_ = &request->second;
+  if (sender.timeout_ != ACE_Time_Value::zero) {
+    newest_->sender_.timerId_ = reactor_.schedule_timer(&handler_, &*request, sender.timeout_);
+    if (newest_->sender_.timerId_ == kNoTimer) {
+      // Without its timer the sender might wait for good.
+      erase(request);
+      errno = ENOMEM;
       return false;
     }
-    if (sender.timeout_ == ACE_Time_Value::zero) {
-      return true;
-    }
-    request->second.timerId_ = reactor_.schedule_timer(&handler_, &*request, sender.timeout_);
-    if (request->second.timerId_ != kNoTimer) {
-      return true;
-    }
-    // Without its timer the sender might wait for good.
-    requests_.erase(request);
-  } catch (const std::bad_alloc&) {
-    // Said below.
   }
-  errno = ENOMEM;
-  return false;
+  tellCounters();
+  return true;
+}
+
+void PendingRequests::tellCounters() {
+  counters_.pending(requests_.size(),
+                    oldest_ != nullptr ? oldest_->since_ : ModuleCounters::Clock::time_point());
 }
 
 CQOV_Task* PendingRequests::take(const MsgKey& key) {
@@ -64,7 +77,8 @@ void PendingRequests::drop(const MsgKey& key, int cause) {
 
 void PendingRequests::timeOut(const void* act) {
   const auto request = requests_.find(static_cast<const Requests::value_type*>(act)->first);
-  request->second.timerId_ = kNoTimer;
+  request->second.sender_.timerId_ = kNoTimer;
+  counters_.timedOut_.add();
   wake(remove(request), ETIMEDOUT);
 }
 
@@ -103,12 +117,20 @@ void PendingRequests::wakeSenderOf(ACE_Message_Block& request, int cause) {
 }
 
 TimeoutDesc PendingRequests::remove(Requests::const_iterator request) {
-  const TimeoutDesc sender = request->second;
+  const TimeoutDesc sender = request->second.sender_;
   if (sender.timerId_ != kNoTimer) {
     reactor_.cancel_timer(sender.timerId_);
   }
-  requests_.erase(request);
+  erase(request);
+  tellCounters();
   return sender;
+}
+
+void PendingRequests::erase(Requests::const_iterator request) {
+  const Request& gone = request->second;
+  (gone.older_ != nullptr ? gone.older_->newer_ : oldest_) = gone.newer_;
+  (gone.newer_ != nullptr ? gone.newer_->older_ : newest_) = gone.older_;
+  requests_.erase(request);
 }
 
 }  // namespace qov

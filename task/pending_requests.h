@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <unordered_map>
 
+#include "task/module_counters.h"
+
 namespace qov {
 
 /// The requests of a module's tasks that wait for their responses: key, sender, time-out, timer.
@@ -22,7 +24,7 @@ class PendingRequests {
  public:
   /// Timers run in `reactor` and call the handle_timeout() of `handler`, which hands its act to
   /// timeOut().
-  PendingRequests(ACE_Reactor& reactor, ACE_Event_Handler& handler);
+  PendingRequests(ACE_Reactor& reactor, ACE_Event_Handler& handler, ModuleCounters& counters);
 
   PendingRequests(const PendingRequests&) = delete;
   PendingRequests& operator=(const PendingRequests&) = delete;
@@ -58,17 +60,30 @@ class PendingRequests {
   struct Hash {
     std::size_t operator()(const MsgKey& key) const;
   };
+  struct Request {
+    TimeoutDesc sender_;
+    ModuleCounters::Clock::time_point since_;
+    Request* older_;
+    Request* newer_ = nullptr;
+  };
   /// Grows with its entries, which stay where they are: each is the act of its timer.
-  using Requests = std::unordered_map<MsgKey, TimeoutDesc, Hash>;
+  using Requests = std::unordered_map<MsgKey, Request, Hash>;
 
   /// Forgets the request and its timer; returns who waits for it.
   TimeoutDesc remove(Requests::const_iterator request);
+  /// Takes the request out of the order of age, and the map.
+  void erase(Requests::const_iterator request);
+  void tellCounters();
   template <class IsChosen>
   void releaseThose(IsChosen isChosen);
 
   ACE_Reactor& reactor_;
   ACE_Event_Handler& handler_;
+  ModuleCounters& counters_;
   Requests requests_;
+  // Null without any.
+  Request* oldest_ = nullptr;
+  Request* newest_ = nullptr;
 };
 
 }  // namespace qov

@@ -78,6 +78,21 @@ bool RunningManagers::any() {
   return !all.managers.empty() || all.stopping != nullptr;
 }
 
+std::vector<QOVModuleStats> RunningManagers::stats() {
+  std::vector<QOVModuleStats> all;
+  {
+    Registry& running = registry();
+    const std::lock_guard<std::mutex> held(running.mutex);
+    for (const CQOV_TaskMgr* const manager : running.managers) {
+      all.push_back(manager->stats());
+    }
+  }
+  std::stable_sort(all.begin(), all.end(), [](const QOVModuleStats& a, const QOVModuleStats& b) {
+    return a.moduleId_ < b.moduleId_;
+  });
+  return all;
+}
+
 void RunningManagers::stopAll() {
   while (CQOV_TaskMgr* const manager = takeNext()) {
     const CurrentStep step("stopping module %u (%s)", manager->moduleId(), manager->name().c_str());

@@ -1,6 +1,10 @@
 #ifndef QOV_TASK_RUNNING_MANAGERS_H
 #define QOV_TASK_RUNNING_MANAGERS_H
 
+#include <qovpub/qov_stats.h>
+
+#include <vector>
+
 class CQOV_TaskMgr;
 
 namespace qov {
@@ -10,7 +14,8 @@ namespace qov {
 ///
 /// Thread: any.
 /// Owns:   nothing.
-/// Errors: none; a manager for which there is no memory is not stopped at exit.
+/// Errors: a manager for which there is no memory is not stopped at exit, nor in stats(), which
+///         throws std::bad_alloc without memory for itself.
 class RunningManagers {
  public:
   static void add(CQOV_TaskMgr& manager);
@@ -19,6 +24,9 @@ class RunningManagers {
   static void remove(CQOV_TaskMgr& manager);
 
   static bool any();
+
+  /// Their figures, in the order of their ids.
+  static std::vector<QOVModuleStats> stats();
 
   /// Stops them, the one that was added last first. For the exit handler.
   static void stopAll();

@@ -13,6 +13,7 @@
 
 #include "task/log_ids.h"
 #include "task/message_block.h"
+#include "task/module_counters.h"
 #include "task/response_slot.h"
 #include "task/started_tasks.h"
 #include "task/task_queue.h"
@@ -35,6 +36,10 @@ CQOV_Task::~CQOV_Task() {
     startedTasks_->remove(this);
   }
   ACE_Message_Block::release(reservedStop_);
+}
+
+qov::ModuleCounters& CQOV_Task::counters() const {
+  return *taskMgr_->counters_;
 }
 
 void CQOV_Task::notifyExit() {
@@ -89,6 +94,11 @@ int CQOV_Task::getMsg(ACE_Message_Block*& mb) {
 int CQOV_Task::activate(long flags, int n_threads, int force_active, long priority, int grp_id,
                         ACE_Task_Base* task, ACE_hthread_t thread_handles[], void* stack[],
                         size_t stack_size[], ACE_thread_t thread_ids[], const char* thr_name[]) {
+  if (taskMgr_ != nullptr && taskMgr_->counters_ == nullptr) {
+    // A manager that had no memory for its leader either.
+    errno = ENOMEM;
+    return -1;
+  }
   if (!reserveStop()) {
     return -1;
   }

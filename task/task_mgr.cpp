@@ -9,7 +9,9 @@
 #include <new>
 
 #include "module/module_library.h"
+#include "task/admission.h"
 #include "task/log_ids.h"
+#include "task/module_counters.h"
 #include "task/running_managers.h"
 #include "task/start_task.h"
 #include "task/started_tasks.h"
@@ -49,7 +51,9 @@ CQOVDebugKit* registerKit(const std::string& name, unsigned int moduleId) {
 CQOV_TaskMgr::CQOV_TaskMgr(unsigned int moduleId, unsigned int poolSize, const char* name)
     : moduleId_(moduleId),
       startedTasks_(orNull([] { return std::make_shared<qov::StartedTasks>(); })),
-      leader_(startedTasks_ != nullptr ? makeLeader(this, poolSize) : nullptr),
+      counters_(orNull([] { return std::make_unique<qov::ModuleCounters>(); })),
+      leader_(startedTasks_ != nullptr && counters_ != nullptr ? makeLeader(this, poolSize)
+                                                               : nullptr),
       name_(name != nullptr ? name : kDefaultName) {
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "CQOV_TaskMgr::CQOV_TaskMgr(unsigned int, unsigned int, const char*)");
@@ -134,6 +138,16 @@ bool CQOV_TaskMgr::init() {
   return initEnv();
 }
 
+QOVModuleStats CQOV_TaskMgr::stats() const {
+  QOVModuleStats stats = counters_->read();
+  stats.moduleId_ = moduleId_;
+  stats.name_ = name_;
+  const qov::Admission& admission = leader_->admission();
+  stats.waitingBytes_ = admission.booked();
+  stats.highestWaitingBytes_ = admission.mostBooked();
+  return stats;
+}
+
 int CQOV_TaskMgr::gid() {
   CQOVDebugKitGuard log(qov::kPublicKit, "int CQOV_TaskMgr::gid()");
   // Not ACE's own notion of the group: that is -1 for as long as the leader is being started.
@@ -156,7 +170,11 @@ int CQOV_TaskMgr::putq(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
     errno = ESHUTDOWN;
     return -1;
   }
-  return leader_->msg_queue()->enqueue_tail(mb, timeout);
+  const int count = leader_->msg_queue()->enqueue_tail(mb, timeout);
+  if (count == -1 && errno == EWOULDBLOCK) {
+    counters_->refused_.add();
+  }
+  return count;
 }
 
 int CQOV_TaskMgr::insertStaticScheduledTask(CQOV_StaticSchecheduledTask* task) {

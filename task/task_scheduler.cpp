@@ -17,6 +17,7 @@
 #include "task/ending_thread.h"
 #include "task/log_ids.h"
 #include "task/message_block.h"
+#include "task/module_counters.h"
 #include "task/start_task.h"
 #include "task/started_tasks.h"
 #include "task/task_queue.h"
@@ -133,6 +134,7 @@ bool CQOV_TaskScheduler::addWorker(std::unique_ptr<CQOV_Task> worker) {
     }
     static_cast<void>(worker.release());
     number = workers_.size();
+    tellCounters();
   }
   ACE_thread_t thread = 0;
   if (qov::startTask(*task, taskMgr()->gid(), {taskMgr()->moduleId(), "worker", number}, thread) !=
@@ -154,6 +156,7 @@ void CQOV_TaskScheduler::dropWorker(CQOV_Task* worker) {
                                   [worker](const auto& one) { return one.get() == worker; });
   dropped = std::move(*place);
   workers_.erase(place);
+  tellCounters();
 }
 
 bool CQOV_TaskScheduler::toldToStop() {
@@ -193,6 +196,7 @@ int CQOV_TaskScheduler::return_to_work(CQOV_Task* worker) {
       worker->idle_ = true;
       idleTasks_.push_back(worker);
       serveBacklog(log);
+      tellCounters();
     }
   }
   if (tooLate) {
@@ -225,7 +229,13 @@ CQOV_Task* CQOV_TaskScheduler::takeIdle() {
   CQOV_Task* const worker = idleTasks_.front();
   idleTasks_.erase(idleTasks_.begin());
   worker->idle_ = false;
+  tellCounters();
   return worker;
+}
+
+void CQOV_TaskScheduler::tellCounters() {
+  counters().workers_.set(workers_.size());
+  counters().idle_.set(idleTasks_.size());
 }
 
 int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
@@ -237,6 +247,7 @@ int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
     return 0;
   }
   if (stopping_) {
+    counters().drop(QOVDropReason::kStopped);
     qov::releaseWithPackage(mb);
     return -1;
   }
@@ -252,6 +263,7 @@ int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
   if (waiting_ == nullptr) {
     return 0;
   }
+  counters().drop(QOVDropReason::kStopped);
   qov::releaseWithPackage(endWait(log));
   return -1;
 }

@@ -13,6 +13,7 @@
 #include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/message_types.h"
+#include "task/module_counters.h"
 #include "task/response_slot.h"
 #include "task/send_cause.h"
 #include "task/task_queue.h"
@@ -155,6 +156,7 @@ ACE_Message_Block* CQOV_Task::awaitAnswerTo(const QOVMsgHead& request) {
       return block;
     }
     // The response to an earlier request whose send() was ended before it came.
+    counters().drop(QOVDropReason::kNobodyWaits);
     qov::releaseWithPackage(block);
   }
 }

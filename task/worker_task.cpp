@@ -12,12 +12,27 @@
 #include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/message_types.h"
+#include "task/module_counters.h"
 #include "task/task_queue.h"
 
 namespace {
 
 /// Tag of the cell that carries a handler's result in an automatic answer.
 constexpr unsigned short kResultTag = 4095;
+
+/// Counts the time for which it lives.
+class HandlingTime {
+ public:
+  explicit HandlingTime(qov::ModuleCounters& counters) : counters_(counters) {}
+  ~HandlingTime() { counters_.handled(begin_); }
+
+  HandlingTime(const HandlingTime&) = delete;
+  HandlingTime& operator=(const HandlingTime&) = delete;
+
+ private:
+  qov::ModuleCounters& counters_;
+  const qov::ModuleCounters::Clock::time_point begin_ = qov::ModuleCounters::Clock::now();
+};
 
 /// The dump of `pkg` for a record at `level`; empty when such records are off, or without memory.
 std::string dumpFor(ACE_Log_Priority level, const CQOV_MsgPackage& pkg) noexcept {
@@ -75,6 +90,9 @@ void CQOV_CommonTask::dropLeftOvers() {
   // Nobody takes them any more, and until they are gone they count into the load of the module.
   for (ACE_Message_Block* mb = taskQueue().takeAll(); mb != nullptr;) {
     ACE_Message_Block* const next = mb->next();
+    if (mb->msg_type() == ACE_Message_Block::MB_DATA) {
+      counters().drop(QOVDropReason::kStopped);
+    }
     qov::releaseWithPackage(mb);
     mb = next;
   }
@@ -91,6 +109,7 @@ void CQOV_CommonTask::serve(CQOVDebugKitGuard& log, const ACE_Message_Block& blo
     pkg.reset(static_cast<CQOV_MsgPackage*>(pointer));
     if (pkg->head().type_ == qov::kResponseType) {
       // Too late for the send() that waited for it, and no message that an idle worker was given.
+      counters().drop(QOVDropReason::kNobodyWaits);
       return;
     }
     handle(log, *pkg);
@@ -99,6 +118,7 @@ void CQOV_CommonTask::serve(CQOVDebugKitGuard& log, const ACE_Message_Block& blo
 }
 
 void CQOV_CommonTask::handle(CQOVDebugKitGuard& log, CQOV_MsgPackage& pkg) {
+  const HandlingTime time(counters());
   const QOVMsgHead& head = pkg.head();
   // The place of RPID shows RMID: kept, tools that read these lines expect it.
   log.debug(qov::kTrafficLogId, __FUNCTION__, __LINE__,

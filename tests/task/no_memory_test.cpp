@@ -198,8 +198,8 @@ TEST_F(TaskNoMemoryTest, AnExitNoticeThatCannotBeQueuedIsLoggedAllTheSame) {
 }
 
 TEST_F(TaskNoMemoryTest, AModuleWithoutALeaderDoesNothingAndSurvives) {
-  for (const std::size_t size :
-       {sizeof(CQOV_Leader_Task), sizeof(qov::LeaderQueue), sizeof(CQOV_TaskScheduler)}) {
+  for (const std::size_t size : {sizeof(qov::ModuleCounters), sizeof(CQOV_Leader_Task),
+                                 sizeof(qov::LeaderQueue), sizeof(CQOV_TaskScheduler)}) {
     errno = 0;
     std::optional<TestModule> module;
     bool failed = false;
@@ -244,8 +244,9 @@ TEST_F(TaskNoMemoryTest, AModuleWithoutTheTableOfItsOperationsHasNoLeader) {
 
 TEST_F(TaskNoMemoryTest, PendingRequestsAreMadeWithTheirTableOrNotAtAll) {
   ACE_Reactor& reactor = *ACE_Reactor::instance();
+  qov::ModuleCounters counters;
   const FailingAllocations fail(0);
-  EXPECT_THROW(qov::PendingRequests(reactor, task_), std::bad_alloc);
+  EXPECT_THROW(qov::PendingRequests(reactor, task_, counters), std::bad_alloc);
 }
 
 TEST_F(TaskNoMemoryTest, AReactorIsMadeWholeOrNotAtAll) {

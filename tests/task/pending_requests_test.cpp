@@ -60,7 +60,8 @@ class PendingRequestsTest : public ::testing::Test {
   TimeOuts timeOuts_;
   qov::WaitReactor impl_{timeOuts_};
   ACE_Reactor reactor_{&impl_};
-  qov::PendingRequests pending_{reactor_, timeOuts_};
+  qov::ModuleCounters counters_;
+  qov::PendingRequests pending_{reactor_, timeOuts_, counters_};
 };
 
 }  // namespace

@@ -14,11 +14,14 @@
 #include <memory>
 
 class CQOV_TaskScheduler;
+enum class QOVDropReason;
 
 namespace qov {
+class Admission;
 class LeaderNotification;
 class LeaderQueue;
 class LeaderTurn;
+class ModuleCounters;
 class PendingRequests;
 class WaitReactor;
 }  // namespace qov
@@ -106,6 +109,7 @@ class CQOV_Leader_Task : public CQOV_Task {
   void insertStaticScheduledTask(unsigned long threadId, CQOV_StaticSchecheduledTask* task);
 
   CQOV_TaskScheduler& scheduler() { return *scheduler_; }
+  const qov::Admission& admission() const;
 
   /// Ends what the leader still holds, once: called by the leader thread on its way out, and by the
   /// manager for a leader that never ran.
@@ -124,6 +128,7 @@ class CQOV_Leader_Task : public CQOV_Task {
   /// Dispatches the blocks of the list `mb`; returns -1 when an MB_STOP is among them.
   int dispatchAll(CQOVDebugKitGuard& log, ACE_Message_Block* mb);
   int dispatch(CQOVDebugKitGuard& log, ACE_Message_Block* mb);
+  int passOn(std::uint8_t moduleId, ACE_Message_Block* mb);
   void deliver(CQOVDebugKitGuard& log, const QOVMsgHead& head, ACE_Message_Block* mb);
   CQOV_StaticSchecheduledTask* findStaticTask(std::uint64_t opc);
 
@@ -133,6 +138,8 @@ class CQOV_Leader_Task : public CQOV_Task {
   /// dropped then.
   bool beginWait(CQOVDebugKitGuard& log, const MsgKey& key, ACE_Message_Block* mb,
                  CQOV_MsgPackage* pkg);
+  /// Counts `mb` as dropped and frees it with its package.
+  void drop(QOVDropReason reason, ACE_Message_Block* mb);
 
   static const Handler kHandlers[5];
 
@@ -140,6 +147,7 @@ class CQOV_Leader_Task : public CQOV_Task {
   const std::unique_ptr<CQOV_TaskScheduler> scheduler_;
   const unsigned int moduleId_;
   qov::LeaderQueue& leaderQueue_;
+  qov::ModuleCounters& counters_;
 
   // The own reactor; its implementation comes first since the reactor uses it to its end.
   const std::unique_ptr<qov::WaitReactor> reactorImpl_;

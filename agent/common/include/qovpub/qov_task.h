@@ -15,6 +15,7 @@ class CQOV_TaskMgr;
 
 namespace qov {
 class Admission;
+class ModuleCounters;
 class PendingRequests;
 class ResponseSlot;
 class StartedTasks;
@@ -127,6 +128,8 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   CQOV_Task(CQOV_TaskMgr* mgr, std::unique_ptr<qov::TaskQueue> queue);
 
   qov::TaskQueue& taskQueue() const { return *queue_; }
+  /// Those of the module, which are there once the task is started.
+  qov::ModuleCounters& counters() const;
 
   /// Where responses of a static scheduled task arrive; null for every other task.
   std::unique_ptr<qov::ResponseSlot> slot_;

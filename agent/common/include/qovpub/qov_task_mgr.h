@@ -13,10 +13,13 @@ class CQOV_Leader_Task;
 class CQOV_Module_Loader;
 class CQOV_StaticSchecheduledTask;
 class CQOV_Task;
+struct QOVModuleStats;
 struct link_map;
 
 namespace qov {
+class ModuleCounters;
 class ModuleLibrary;
+class RunningManagers;
 class StartedTasks;
 }  // namespace qov
 
@@ -128,13 +131,17 @@ class CQOV_TaskMgr {
   friend class CQOV_Module_Loader;
   friend class CQOV_Task;
   friend class qov::ModuleLibrary;
+  friend class qov::RunningManagers;
 
+  /// While init() has succeeded or is under way, and stop() has not begun.
+  QOVModuleStats stats() const;
   void joinTasks();
   void joinSpawned();
 
   // Constant after construction.
   const unsigned int moduleId_;
-  std::shared_ptr<qov::StartedTasks> startedTasks_;
+  const std::shared_ptr<qov::StartedTasks> startedTasks_;
+  const std::unique_ptr<qov::ModuleCounters> counters_;
   std::unique_ptr<CQOV_Leader_Task> leader_;
   std::string name_;
   // The kit that this manager registered; null when its id was taken.

@@ -74,6 +74,7 @@ class CQOV_TaskScheduler : public CQOV_Task {
   bool adopt(CQOV_Task* worker);
   /// The worker that has been idle for longest, no longer on the list; null when nobody is.
   CQOV_Task* takeIdle();
+  void tellCounters();
   /// False, and `mb` still the caller's, when nobody is idle.
   bool giveToIdleWorker(ACE_Message_Block* mb);
   /// Gives what waits to the worker that has become idle, on its thread: it goes on at once, and no

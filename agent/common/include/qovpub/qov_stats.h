@@ -1,0 +1,79 @@
+#ifndef QOVPUB_QOV_STATS_H
+#define QOVPUB_QOV_STATS_H
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// Why a module let go of a message that it had taken over.
+enum class QOVDropReason {
+  kNoReceiver,    ///< no module of this process has the receiver's id
+  kNoRoom,        ///< the receiving module was full
+  kStopped,       ///< this module, the receiving one or the receiving task had stopped
+  kNobodyWaits,   ///< a response for which nobody waits (any more)
+  kInvalid,       ///< no package, a type that does not exist, or a second request with one key
+  kNoMemory,      ///< no memory to remember who waits for the response
+  kOtherProcess,  ///< addressed to another process
+};
+
+/// What one module does now and has done since it was made.
+///
+/// A message is what the module's leader has taken up: a request, a response or an asynchronous
+/// message that somebody has put into its queue. Where it waits it counts 8 bytes; a request whose
+/// response is waited for counts 16 until the leader has taken it up. From kRoomBytes on the module
+/// takes no more, as CQOV_TaskMgr::putq() says.
+///
+/// Thread: a value.
+struct QOVModuleStats {
+  using Duration = std::chrono::nanoseconds;
+
+  static constexpr std::size_t kRoomBytes = 16384;
+  static constexpr std::size_t kDropReasons = 7;
+  static constexpr std::size_t kHandlingTimes = 64;
+
+  unsigned int moduleId_ = 0;
+  std::string name_;
+
+  // Since the module was made.
+  std::uint64_t in_ = 0;        ///< delivered in the module: to its pool, a static task, a sender
+  std::uint64_t out_ = 0;       ///< passed on to another module
+  std::uint64_t refused_ = 0;   ///< blocks refused for want of room; whoever sent them was told
+  std::uint64_t timedOut_ = 0;  ///< requests of its own that got no response in time
+  std::array<std::uint64_t, kDropReasons> dropped_{};  ///< by QOVDropReason
+
+  // Now.
+  std::uint64_t waitingBytes_ = 0;  ///< of blocks that wait for its leader, pool and static tasks
+  std::uint64_t workers_ = 0;       ///< in its pool
+  std::uint64_t busy_ = 0;          ///< of these, those that have a message
+  std::uint64_t pending_ = 0;       ///< requests of its own that wait for their responses
+  Duration oldestPending_{};        ///< how long the oldest of them has waited; 0 without any
+
+  /// The highest of waitingBytes_ since the module was made.
+  std::uint64_t highestWaitingBytes_ = 0;
+
+  // Of handleMessage(), on the workers of the pool and all other tasks of the module.
+  std::uint64_t handled_ = 0;  ///< the sum of handlingTimes_
+  Duration handlingSum_{};
+  Duration longestHandling_{};
+  /// How many took less than 2^i nanoseconds, and not less than 2^(i-1).
+  std::array<std::uint64_t, kHandlingTimes> handlingTimes_{};
+
+  std::uint64_t dropped(QOVDropReason reason) const {
+    return dropped_[static_cast<std::size_t>(reason)];
+  }
+};
+
+/// The figures of the modules that run in this process, in the order of their ids.
+///
+/// A module is listed from its CQOV_TaskMgr::init() on until it is told to stop. Nothing waits for
+/// the reader: each figure is read for itself while the module goes on, so that two of them may
+/// differ by what happened in between.
+///
+/// Thread: any; not from a signal handler.
+/// Errors: throws std::bad_alloc.
+std::vector<QOVModuleStats> getModuleStats();
+
+#endif

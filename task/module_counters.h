@@ -1,0 +1,62 @@
+#ifndef QOV_TASK_MODULE_COUNTERS_H
+#define QOV_TASK_MODULE_COUNTERS_H
+
+#include <qovpub/qov_stats.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+namespace qov {
+
+/// A number that any thread changes and any thread reads, without an order among several of them.
+class Counter {
+ public:
+  void add(std::uint64_t n = 1) { value_.fetch_add(n, std::memory_order_relaxed); }
+  void subtract(std::uint64_t n) { value_.fetch_sub(n, std::memory_order_relaxed); }
+  void set(std::uint64_t value) { value_.store(value, std::memory_order_relaxed); }
+  /// Keeps the greater one.
+  void raiseTo(std::uint64_t value);
+  std::uint64_t read() const { return value_.load(std::memory_order_relaxed); }
+
+ private:
+  std::atomic<std::uint64_t> value_{0};
+};
+
+/// What one module counts about itself: see QOVModuleStats.
+///
+/// Thread: any.
+class ModuleCounters {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  void drop(QOVDropReason reason) { dropped_[static_cast<std::size_t>(reason)].add(); }
+  /// Counts one call of a handler that began at `begin` and has just ended.
+  void handled(Clock::time_point begin);
+  /// `since`: when the oldest of `count` pending requests began; anything for none.
+  void pending(std::size_t count, Clock::time_point since);
+
+  /// All but the module's id and name, and what its Admission knows.
+  QOVModuleStats read() const;
+
+  Counter in_;
+  Counter out_;
+  Counter refused_;
+  Counter timedOut_;
+  Counter workers_;
+  Counter idle_;
+
+ private:
+  std::array<Counter, QOVModuleStats::kDropReasons> dropped_;
+  Counter pending_;
+  Counter oldestPendingSince_;
+  Counter handlingSum_;
+  Counter longestHandling_;
+  std::array<Counter, QOVModuleStats::kHandlingTimes> handlingTimes_;
+};
+
+}  // namespace qov
+
+#endif
