@@ -271,6 +271,6 @@ CQOV_StaticSchecheduledTask* CQOV_Leader_Task::findStaticTask(std::uint64_t opc)
     return nullptr;
   }
   ACE_Guard<ACE_Thread_Mutex> guard(staticLock_);
-  CQOV_StaticSchecheduledTask* task = nullptr;
-  return opcTasks_.find(opc, task) == 0 ? task : nullptr;
+  const auto found = opcTasks_.find(opc);
+  return found != opcTasks_.end() ? found->second : nullptr;
 }

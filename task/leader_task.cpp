@@ -79,11 +79,6 @@ CQOV_Leader_Task::CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize,
       notification_(std::make_unique<qov::LeaderNotification>(reactor_, *this, turn_)),
       pending_(std::make_unique<qov::PendingRequests>(reactor_, *this, counters_)),
       opcTasks_(kBuckets) {
-  if (opcTasks_.total_size() == 0) {
-    // ACE leaves a map for which there is no memory without buckets, and then divides by their
-    // number.
-    throw std::bad_alloc();
-  }
   // Made by whoever loads the modules: the thread that first touches the process reactor owns it.
   ACE_Reactor::instance();
   makesRoom_ = true;
@@ -250,7 +245,9 @@ void CQOV_Leader_Task::insertStaticScheduledTask(unsigned long threadId,
   task->getOpcList(opcs);
   ACE_Guard<ACE_Thread_Mutex> guard(staticLock_);
   for (const unsigned long long opc : opcs) {
-    if (opcTasks_.bind(opc, task) == -1) {
+    try {
+      opcTasks_.emplace(opc, task);
+    } catch (const std::bad_alloc&) {
       errno = ENOMEM;
     }
   }

@@ -1,6 +1,6 @@
 #include "tests/module/putq_hook.h"
 
-#include <dlfcn.h>
+#include <qovpub/qov_leader_task.h>
 
 #include <memory>
 #include <mutex>
@@ -23,13 +23,6 @@ void setHook(std::shared_ptr<const PutqHook::Hook> hook) {
   currentHook = std::move(hook);
 }
 
-int putIntoQueue(CQOV_TaskMgr* mgr, ACE_Message_Block* mb, ACE_Time_Value* timeout) {
-  using Putq = int (*)(CQOV_TaskMgr*, ACE_Message_Block*, ACE_Time_Value*);
-  static const auto putq = reinterpret_cast<Putq>(
-      ::dlsym(RTLD_NEXT, "_ZN12CQOV_TaskMgr4putqEP17ACE_Message_BlockP14ACE_Time_Value"));
-  return putq(mgr, mb, timeout);
-}
-
 }  // namespace
 
 int CQOV_TaskMgr::putq(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
@@ -38,7 +31,8 @@ int CQOV_TaskMgr::putq(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
       return *result;
     }
   }
-  return putIntoQueue(this, mb, timeout);
+  // As the library's own does it.
+  return leader_->msg_queue()->enqueue_tail(mb, timeout);
 }
 
 namespace qov::test {

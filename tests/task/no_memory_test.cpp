@@ -230,16 +230,19 @@ TEST_F(TaskNoMemoryTest, AModuleWithoutALeaderDoesNothingAndSurvives) {
   }
 }
 
-TEST_F(TaskNoMemoryTest, AModuleWithoutTheTableOfItsOperationsHasNoLeader) {
-  constexpr std::size_t kBuckets = 1024;
-  const auto fail =
-      FailingAllocations::ofSize(kBuckets * sizeof(ACE_Hash_Map_Entry<ACE_UINT64, CQOV_Task*>));
-  errno = 0;
-  TestModule module(ignore, 2, kModule + 1);
-  const int error = errno;
-  EXPECT_TRUE(fail.hasFailed());
-  EXPECT_EQ(ENOMEM, error);
-  EXPECT_EQ(-1, module.gid());
+TEST_F(TaskNoMemoryTest, AModuleIsMadeWithItsLeaderOrWithoutWhicheverMemoryIsMissing) {
+  long failures = 0;
+  bool failed = true;
+  for (; failed; ++failures) {
+    std::optional<TestModule> module;
+    {
+      const FailingAllocations fail(failures, 1);
+      module.emplace(ignore, 2, kModule + 1);
+      failed = fail.hasFailed();
+    }
+    EXPECT_EQ(module->gid() != -1, module->init());
+  }
+  EXPECT_LT(10, failures);
 }
 
 TEST_F(TaskNoMemoryTest, PendingRequestsAreMadeWithTheirTableOrNotAtAll) {

@@ -1,9 +1,6 @@
 #ifndef QOVPUB_QOV_LEADER_TASK_H
 #define QOVPUB_QOV_LEADER_TASK_H
 
-#include <ace/Functor.h>
-#include <ace/Hash_Map_Manager_T.h>
-#include <ace/Null_Mutex.h>
 #include <ace/Reactor.h>
 #include <ace/Thread_Mutex.h>
 #include <ace/Time_Value.h>
@@ -12,6 +9,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <unordered_map>
 
 class CQOV_TaskScheduler;
 enum class QOVDropReason;
@@ -116,8 +114,8 @@ class CQOV_Leader_Task : public CQOV_Task {
   void shutDown();
 
  private:
-  using OpcMap = ACE_Hash_Map_Manager_Ex<ACE_UINT64, CQOV_StaticSchecheduledTask*, LLHashFunctor,
-                                         ACE_Equal_To<ACE_UINT64>, ACE_Null_Mutex>;
+  using OpcMap =
+      std::unordered_map<unsigned long long, CQOV_StaticSchecheduledTask*, LLHashFunctor>;
   using Handler = void (CQOV_Leader_Task::*)(ACE_Message_Block*, CQOV_MsgPackage*);
 
   CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize,
