@@ -10,6 +10,7 @@
 #include <qovpub/qov_module_loader.h>
 
 #include "module/shutdown_watch.h"
+#include "task/leader_turn.h"
 #include "task/running_managers.h"
 #include "task/thread_groups.h"
 
@@ -48,7 +49,8 @@ bool ModuleShutdown::isForkedChild() {
 }
 
 bool ModuleShutdown::mayStop() {
-  return !isForkedChild() && getCurrentTask() == nullptr && !runsInModuleGroup();
+  return !isForkedChild() && getCurrentTask() == nullptr && !runsInModuleGroup() &&
+         !LeaderTurn::anyIsMine();
 }
 
 void ModuleShutdown::stopModules() {

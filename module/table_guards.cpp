@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "task/doorbell.h"
+#include "task/leader_turn.h"
 
 namespace {
 
@@ -28,14 +28,14 @@ CQOV_Module_Loader::TableWriter::TableWriter(CQOV_Module_Loader& loader)
 CQOV_Module_Loader::TableReader::TableReader(CQOV_Module_Loader& loader)
     : lock_(standBack(loader), false) {
   if (!lock_.locked()) {
-    qov::ringCollected();
+    qov::beforeWaiting();
     lock_.acquire_read();
   }
 }
 
 ACE_RW_Thread_Mutex& CQOV_Module_Loader::TableReader::standBack(CQOV_Module_Loader& loader) {
   if (loader.waitingWriters_ > 0) {
-    qov::ringCollected();
+    qov::beforeWaiting();
     std::unique_lock<std::mutex> entrance(loader.entrance_);
     loader.entranceFree_.wait_for(entrance, kStandBack,
                                   [&] { return loader.waitingWriters_ == 0; });

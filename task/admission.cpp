@@ -101,6 +101,7 @@ bool Admission::Place::enter() {
     errno = admission_.closed_ ? ESHUTDOWN : EWOULDBLOCK;
     return false;
   }
+  // Ahead of the queue, which finds nothing left to book then: its room is taken at once.
   admission_.promised_ -= bytes_;
   admission_.inQueue_ += bytes_;
   admission_.add(bytes_);
@@ -133,8 +134,12 @@ void Admission::book(std::size_t before, std::size_t now) {
     add(now - before);
   } else if (now < before) {
     booked_ -= before - now;
+    lookAgain();
   }
-  if (now <= before && waitingSenders() > 0) {
+}
+
+void Admission::lookAgain() {
+  if (waitingSenders() > 0) {
     const std::lock_guard<std::mutex> held(mutex_);
     letIn();
   }
@@ -147,14 +152,12 @@ void Admission::close() {
 }
 
 Admission::Need Admission::needOf(const ACE_Message_Block& mb) const {
-  const CQOV_Task* const task = getCurrentTask();
-  const CQOV_Task* const sender = task != nullptr && task->taskMgr() == mgr_ ? task : nullptr;
-  const std::atomic<std::size_t>* const own =
-      sender != nullptr ? &sender->queue_->booked() : nullptr;
   if (mb.msg_type() == ACE_Message_Block::MB_STOP ||
       mb.msg_type() == ACE_Message_Block::MB_HANGUP || (turn_ != nullptr && turn_->isMine())) {
     return {};
   }
+  const CQOV_Task* const task = getCurrentTask();
+  const CQOV_Task* const sender = task != nullptr && task->taskMgr() == mgr_ ? task : nullptr;
   const CQOV_MsgPackage* const pkg = packageOf(mb);
   if (pkg != nullptr && pkg->head().type_ == kResponseType) {
     return {2 * kLimit};
@@ -164,7 +167,7 @@ Admission::Need Admission::needOf(const ACE_Message_Block& mb) const {
   if (!toItself || (sender != nullptr && sender->makesRoom_)) {
     return {kLimit};
   }
-  return {kLimit, kLimit, own};
+  return {kLimit, kLimit, sender != nullptr ? &sender->queue_->booked() : nullptr};
 }
 
 void Admission::letIn() {

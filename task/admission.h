@@ -25,7 +25,7 @@ class LeaderTurn;
 /// of blocks in the leader's queue, in the leader's hands, and in the queues of the scheduler and
 /// the static tasks.
 ///
-/// A message gets in while fewer bytes wait than the table says; a limit is 16 KiB.
+/// A message gets in while fewer bytes wait than the first row says that fits it; a limit is 16 KiB.
 ///
 ///   message                        from                        leader's queue  module
 ///   stop, hang-up                  anybody                     -               -
@@ -74,6 +74,9 @@ class Admission {
 
   /// Where `before` bytes were, `now` bytes are. Lets in whoever has room by that.
   void book(std::size_t before, std::size_t now);
+
+  /// Lets in whoever has room, after a change in the leader's queue alone.
+  void lookAgain();
 
   /// Ends every wait.
   void close();

@@ -5,7 +5,10 @@
 #include <cerrno>
 #include <cstddef>
 #include <ctime>
+#include <new>
 #include <utility>
+
+#include "task/leader_turn.h"
 
 namespace qov {
 
@@ -16,16 +19,37 @@ constexpr std::size_t kMostBells = 16;
 /// Nor does one wait while so much is put before it: its queue has an end.
 constexpr unsigned int kMostRings = 256;
 
+/// A bell that needs no destructor: threads, and the process, may end in any order with theirs.
+class CollectedBell {
+ public:
+  void keep(const std::shared_ptr<Doorbell>& bell) {
+    ::new (room_) std::shared_ptr<Doorbell>(bell);
+  }
+  bool is(const std::shared_ptr<Doorbell>& bell) { return *kept() == bell; }
+  std::shared_ptr<Doorbell> take() {
+    std::shared_ptr<Doorbell> bell = std::move(*kept());
+    kept()->~shared_ptr();
+    return bell;
+  }
+
+ private:
+  std::shared_ptr<Doorbell>* kept() {
+    return std::launder(reinterpret_cast<std::shared_ptr<Doorbell>*>(room_));
+  }
+
+  alignas(std::shared_ptr<Doorbell>) unsigned char room_[sizeof(std::shared_ptr<Doorbell>)];
+};
+
 thread_local bool collecting = false;
 thread_local std::size_t bellCount = 0;
 thread_local unsigned int ringCount = 0;
 /// The first `bellCount` of them are to be rung.
-thread_local std::array<std::shared_ptr<Doorbell>, kMostBells> bells;
+thread_local std::array<CollectedBell, kMostBells> bells;
 
 void collect(const std::shared_ptr<Doorbell>& bell) {
   const auto end = bells.begin() + static_cast<std::ptrdiff_t>(bellCount);
-  if (std::find(bells.begin(), end, bell) == end) {
-    bells[bellCount++] = bell;
+  if (std::none_of(bells.begin(), end, [&](CollectedBell& one) { return one.is(bell); })) {
+    bells[bellCount++].keep(bell);
   }
   if (++ringCount == kMostRings || bellCount == kMostBells) {
     ringCollected();
@@ -55,7 +79,7 @@ void Doorbell::ring() {
 }
 
 bool Doorbell::wait(const std::optional<Clock::time_point>& deadline) {
-  ringCollected();
+  beforeWaiting();
   const timespec until = deadline ? toTimespec(*deadline) : timespec{};
   const auto waitOnce = [&] {
     return deadline ? ::sem_clockwait(&signal_, CLOCK_MONOTONIC, &until) : ::sem_wait(&signal_);
@@ -80,8 +104,7 @@ void ring(const std::shared_ptr<Doorbell>& bell) {
 
 void ringCollected() {
   while (bellCount > 0) {
-    const std::shared_ptr<Doorbell> bell = std::move(bells[--bellCount]);
-    bell->ring();
+    bells[--bellCount].take()->ring();
   }
   ringCount = 0;
 }

@@ -49,7 +49,7 @@ class Doorbell {
 /// ring comes.
 void ring(const std::shared_ptr<Doorbell>& bell);
 
-/// Rings what the calling thread has collected. For who is about to wait for anything but a bell.
+/// Rings what the calling thread has collected.
 void ringCollected();
 
 /// The same, and the calling thread rings at once from now on, until its next collector outside of

@@ -12,24 +12,28 @@ ACE_Message_Block* LeaderQueue::takeBatch() {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
   // Out of the queue, and still in the ledger.
   booked_ = 0;
-  return takeAllLocked();
+  ACE_Message_Block* const all = takeAllLocked();
+  admission_->lookAgain();
+  return all;
 }
 
-ACE_Message_Block* LeaderQueue::takeMessages(std::size_t most, std::size_t& count) {
+LeaderQueue::Messages LeaderQueue::takeMessages(std::size_t most) {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
-  ACE_Message_Block* const first = head_;
+  Messages taken{head_, 0, false};
   ACE_Message_Block* last = nullptr;
-  for (count = 0;
-       count < most && head_ != nullptr && head_->msg_type() == ACE_Message_Block::MB_DATA;
-       ++count) {
+  while (taken.count < most && head_ != nullptr &&
+         head_->msg_type() == ACE_Message_Block::MB_DATA) {
     last = head_;
+    head_ = last->next();
     cur_bytes_ -= last->total_size();
     cur_length_ -= last->total_length();
     --cur_count_;
-    head_ = last->next();
+    ++taken.count;
   }
+  taken.isAll = head_ == nullptr;
   if (last == nullptr) {
-    return nullptr;
+    taken.first = nullptr;
+    return taken;
   }
   last->next(nullptr);
   if (head_ != nullptr) {
@@ -37,9 +41,10 @@ ACE_Message_Block* LeaderQueue::takeMessages(std::size_t most, std::size_t& coun
   } else {
     tail_ = nullptr;
   }
+  // Out of the queue, and still in the ledger.
   booked_ = cur_bytes_;
-  signal_enqueue_waiters();
-  return first;
+  admission_->lookAgain();
+  return taken;
 }
 
 bool LeaderQueue::waitForRoom(const ACE_Message_Block& mb, ACE_Time_Value* timeout) {

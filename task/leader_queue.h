@@ -23,9 +23,15 @@ class LeaderQueue : public TaskQueue {
   /// until doneWith() says that so many bytes of it have been passed on or dropped.
   ACE_Message_Block* takeBatch();
 
-  /// The same, but up to `most` messages (MB_DATA), and none behind another block; `count` says how
-  /// many.
-  ACE_Message_Block* takeMessages(std::size_t most, std::size_t& count);
+  /// What takeMessages() has taken.
+  struct Messages {
+    ACE_Message_Block* first;  ///< as takeBatch() gives them
+    std::size_t count;
+    bool isAll;  ///< nothing else stands in the queue
+  };
+
+  /// As takeBatch(), but up to `most` messages (MB_DATA), and none behind another block.
+  Messages takeMessages(std::size_t most);
 
   void doneWith(std::size_t bytes) { admission_->book(bytes, 0); }
 

@@ -44,13 +44,16 @@ struct CQOV_Leader_Task::Work : qov::LeaderWork {
   std::size_t dispatchSome(std::size_t most) override {
     CQOVDebugKitGuard log(qov::kPublicKit,
                           "std::size_t CQOV_Leader_Task::Work::dispatchSome(std::size_t)");
-    std::size_t count = 0;
-    ACE_Message_Block* const messages = leader_.leaderQueue_.takeMessages(most, count);
-    if (count < most && !leader_.leaderQueue_.is_empty()) {
+    if (leader_.processLoopHasEnded()) {
+      wakeOwnThread();
+      return 0;
+    }
+    const qov::LeaderQueue::Messages messages = leader_.leaderQueue_.takeMessages(most);
+    if (!messages.isAll) {
       wakeOwnThread();
     }
-    leader_.dispatchAll(log, messages);
-    return count;
+    leader_.dispatchAll(log, messages.first);
+    return messages.count;
   }
 
   void wakeOwnThread() override {
@@ -113,19 +116,20 @@ bool CQOV_Leader_Task::run() {
 int CQOV_Leader_Task::svc() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_Leader_Task::svc()");
   reactor_.owner(ACE_Thread::self());
-  ACE_Reactor& processReactor = *ACE_Reactor::instance();
   turn_->open();
-  while (processReactor.reactor_event_loop_done() == 0 && reactorImpl_->deactivated() == 0) {
+  while (!processLoopHasEnded() && reactorImpl_->deactivated() == 0) {
     reactorImpl_->wait();
     // Not longer: a busy leader never waits, and whom it wakes would sleep until it does.
     const qov::RingCollector round;
     turn_->takeOwn();
+    if (!leaderQueue_.is_empty()) {
+      // A sender may have left a response that comes before its own time-out.
+      work_->wakeOwnThread();
+    }
     reactorImpl_->dispatch();
     turn_->giveOwnBack();
   }
-  turn_->takeOwn();
-  shutDown();
-  turn_->giveOwnBack();
+  end();
   log.warn(qov::kLogIdBase + 24, __FUNCTION__, __LINE__, "Manager thread(%d) exit!",
            taskMgr()->moduleId());
   return 0;
@@ -196,6 +200,16 @@ int CQOV_Leader_Task::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
   return 0;
 }
 
+bool CQOV_Leader_Task::processLoopHasEnded() {
+  return ACE_Reactor::instance()->reactor_event_loop_done() != 0;
+}
+
+void CQOV_Leader_Task::end() {
+  turn_->takeOwn();
+  shutDown();
+  turn_->giveOwnBack();
+}
+
 void CQOV_Leader_Task::shutDown() {
   if (closed_) {
     return;
@@ -209,9 +223,6 @@ void CQOV_Leader_Task::shutDown() {
     ACE_Message_Block* const next = mb->next();
     leaderQueue_.doneWith(mb->total_size());
     qov::PendingRequests::wakeSenderOf(*mb, ECONNABORTED);
-    if (mb->msg_type() == ACE_Message_Block::MB_DATA) {
-      counters_.drop(QOVDropReason::kStopped);
-    }
     qov::releaseWithPackage(mb);
     mb = next;
   }

@@ -11,6 +11,8 @@ namespace qov {
 namespace {
 
 thread_local LeadingScope* scope = nullptr;
+/// How many turns the thread has: a leader's own thread may take one of another leader, too.
+thread_local int turnsHere = 0;
 
 /// A thread that is cancelled while it has a turn would keep it.
 class Uncancelled {
@@ -33,6 +35,7 @@ LeaderTurn::LeaderTurn(LeaderWork& work, std::shared_ptr<Doorbell> bell)
 void LeaderTurn::open() {
   std::unique_lock<std::mutex> lock(mutex_);
   closed_ = false;
+  take();
   // Senders that came before have left their mark.
   giveBack(lock);
 }
@@ -45,6 +48,10 @@ void LeaderTurn::close() {
 bool LeaderTurn::isMine() {
   const std::lock_guard<std::mutex> lock(mutex_);
   return taken_ && ::pthread_equal(holder_, ::pthread_self()) != 0;
+}
+
+bool LeaderTurn::anyIsMine() {
+  return turnsHere > 0;
 }
 
 bool LeaderTurn::ownThreadWaits() {
@@ -71,11 +78,9 @@ void LeaderTurn::giveOwnBack() {
 
 void LeaderTurn::workHere() {
   std::unique_lock<std::mutex> lock(mutex_);
-  if (closed_ || taken_ || ownThreadWaits_) {
-    marked_ = true;
+  if (!tryTake()) {
     return;
   }
-  take();
   std::size_t left = kMost;
   do {
     marked_ = false;
@@ -86,9 +91,27 @@ void LeaderTurn::workHere() {
   giveBack(lock);
 }
 
+void LeaderTurn::leaveToOwnThread() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  if (tryTake()) {
+    marked_ = true;
+    giveBack(lock);
+  }
+}
+
+bool LeaderTurn::tryTake() {
+  if (closed_ || taken_ || ownThreadWaits_) {
+    marked_ = true;
+    return false;
+  }
+  take();
+  return true;
+}
+
 void LeaderTurn::take() {
   taken_ = true;
   holder_ = ::pthread_self();
+  ++turnsHere;
 }
 
 void LeaderTurn::giveBack(std::unique_lock<std::mutex>& lock) {
@@ -98,7 +121,10 @@ void LeaderTurn::giveBack(std::unique_lock<std::mutex>& lock) {
     lock.lock();
   }
   taken_ = false;
-  if (ownThreadWaits_) {
+  --turnsHere;
+  const bool promised = ownThreadWaits_;
+  lock.unlock();
+  if (promised) {
     bell_->ring();
   }
 }
@@ -126,6 +152,15 @@ bool LeadingScope::defer(const std::shared_ptr<LeaderTurn>& turn) {
   return scope != nullptr && scope->add(turn);
 }
 
+void LeadingScope::leaveRest() {
+  if (scope == nullptr) {
+    return;
+  }
+  while (scope->begun_ < scope->count_) {
+    scope->turns_[scope->begun_++]->leaveToOwnThread();
+  }
+}
+
 bool LeadingScope::add(const std::shared_ptr<LeaderTurn>& turn) {
   const auto begin = turns_.begin();
   const auto end = begin + static_cast<std::ptrdiff_t>(count_);
@@ -137,6 +172,11 @@ bool LeadingScope::add(const std::shared_ptr<LeaderTurn>& turn) {
   }
   turns_[count_++] = turn;
   return true;
+}
+
+void beforeWaiting() {
+  LeadingScope::leaveRest();
+  ringCollected();
 }
 
 LeaderNotification::LeaderNotification(ACE_Reactor& reactor, ACE_Event_Handler& leader,

@@ -16,8 +16,8 @@ namespace qov {
 /// What a leader lets a sender's thread do in its stead. Called by who has the turn.
 class LeaderWork {
  public:
-  /// Dispatches up to `most` messages that stand in the queue, and nothing else. Returns how many;
-  /// fewer than `most` when what comes next is for the leader's own thread, which is told then.
+  /// Dispatches up to `most` messages that stand in the queue, and nothing else. Returns how many.
+  /// If anything else stands there, it has the leader's own thread look.
   virtual std::size_t dispatchSome(std::size_t most) = 0;
 
   /// Has the leader's own thread look into the queue.
@@ -33,8 +33,9 @@ class LeaderWork {
 ///
 /// No message is left lying. It enters the queue before its sender asks for the turn. A sender that
 /// finds it taken leaves a mark, and who gives the turn back looks for the mark: both under one
-/// lock, so the mark comes before that look or finds the turn free. Who finds the mark has the
-/// queue looked at once more before the turn is free.
+/// lock, so the mark comes before that look or finds the turn free. Who finds the mark looks into
+/// the queue once more, or has the leader's own thread look, before the turn is free. Who looks and
+/// does not take everything has the leader's own thread look, too.
 ///
 /// The leader's own thread comes next where it waits, however many senders there are.
 ///
@@ -56,11 +57,18 @@ class LeaderTurn {
   /// Nobody gets the turn any more. For who has it.
   void close();
 
-  /// Does what there is to do, unless another thread has the turn: that one will.
+  /// Does what there is to do, up to 64 messages, unless another thread has the turn: that one
+  /// will.
   void workHere();
+
+  /// Leaves it to the leader's own thread.
+  void leaveToOwnThread();
 
   /// Whether the calling thread has the turn.
   bool isMine();
+
+  /// Whether the calling thread does some leader's work.
+  static bool anyIsMine();
 
   /// Whether the leader's own thread waits for the turn.
   bool ownThreadWaits();
@@ -70,6 +78,8 @@ class LeaderTurn {
   static constexpr std::size_t kMost = 64;
 
   // With mutex_ held.
+  /// False, and a mark left, when somebody else has the turn or comes next, or it is closed.
+  bool tryTake();
   void take();
   void giveBack(std::unique_lock<std::mutex>& lock);
 
@@ -101,6 +111,10 @@ class LeadingScope {
   /// Puts off the work of `turn` to the end of the calling thread's scope. False without a scope.
   static bool defer(const std::shared_ptr<LeaderTurn>& turn);
 
+  /// Leaves what the calling thread has put off to the leaders' own threads: it is about to wait,
+  /// in something that a module overrides and a leader calls.
+  static void leaveRest();
+
  private:
   /// Two for a message: the sender's leader, and the one that it passes the message on to. What
   /// else these have to pass on may take the rest; whoever finds no place is woken.
@@ -114,6 +128,10 @@ class LeadingScope {
   std::size_t count_ = 0;
   std::size_t begun_ = 0;
 };
+
+/// For a thread that is about to wait for anything: rings what it has collected, and leaves what it
+/// has put off to others.
+void beforeWaiting();
 
 /// Tells whoever will do the leader's work that there is some: the calling thread, in its scope, or
 /// else the leader's own.

@@ -1,6 +1,7 @@
 #include "task/module_counters.h"
 
 #include <algorithm>
+#include <ctime>
 
 #include "task/running_managers.h"
 
@@ -47,6 +48,14 @@ void ModuleCounters::handled(Clock::time_point begin) {
   handlingTimes_[widthOf(took)].add();
 }
 
+ModuleCounters::Clock::time_point ModuleCounters::coarseNow() {
+  // The clock of std::chrono::steady_clock.
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return Clock::time_point(std::chrono::seconds(now.tv_sec) +
+                           std::chrono::nanoseconds(now.tv_nsec));
+}
+
 void ModuleCounters::pending(std::size_t count, Clock::time_point since) {
   pending_.set(count);
   oldestPendingSince_.set(
@@ -63,9 +72,9 @@ QOVModuleStats ModuleCounters::read() const {
   stats.workers_ = workers_.read();
   stats.busy_ = stats.workers_ - std::min(stats.workers_, idle_.read());
   stats.pending_ = pending_.read();
-  if (stats.pending_ != 0) {
-    const Clock::duration since(std::chrono::nanoseconds(oldestPendingSince_.read()));
-    stats.oldestPending_ = toDuration(nanosecondsSince(Clock::time_point(since)));
+  if (const std::uint64_t since = oldestPendingSince_.read(); since != 0) {
+    stats.oldestPending_ =
+        toDuration(nanosecondsSince(Clock::time_point(std::chrono::nanoseconds(since))));
   }
   stats.handlingTimes_ = readAll(handlingTimes_);
   for (const std::uint64_t count : stats.handlingTimes_) {

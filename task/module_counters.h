@@ -35,8 +35,12 @@ class ModuleCounters {
   void drop(QOVDropReason reason) { dropped_[static_cast<std::size_t>(reason)].add(); }
   /// Counts one call of a handler that began at `begin` and has just ended.
   void handled(Clock::time_point begin);
-  /// `since`: when the oldest of `count` pending requests began; anything for none.
+  /// `since`: when the oldest of `count` pending requests began, by coarseNow(); the clock's epoch
+  /// for none.
   void pending(std::size_t count, Clock::time_point since);
+
+  /// A few milliseconds late, and many times cheaper than the clock itself.
+  static Clock::time_point coarseNow();
 
   /// All but the module's id and name, and what its Admission knows.
   QOVModuleStats read() const;

@@ -31,7 +31,7 @@ bool PendingRequests::add(const MsgKey& key, const TimeoutDesc& sender) {
   Requests::iterator request;
   bool isNew = false;
   try {
-    const Request added{sender, ModuleCounters::Clock::now(), newest_};
+    const Request added{key, sender, ModuleCounters::coarseNow(), newest_};
     std::tie(request, isNew) = requests_.try_emplace(key, added);
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;
@@ -92,10 +92,12 @@ void PendingRequests::releaseAll() {
 
 template <class IsChosen>
 void PendingRequests::releaseThose(IsChosen isChosen) {
-  for (auto next = requests_.cbegin(); next != requests_.cend();) {
-    const auto request = next++;
-    if (isChosen(request->first)) {
-      wake(remove(request), ECONNABORTED);
+  // The oldest first: its timer is the one that ACE finds first.
+  for (const Request* request = oldest_; request != nullptr;) {
+    const MsgKey& key = request->key_;
+    request = request->newer_;
+    if (isChosen(key)) {
+      wake(remove(requests_.find(key)), ECONNABORTED);
     }
   }
 }

@@ -18,7 +18,8 @@ namespace qov {
 /// The errno `cause` is what the sender finds when its wait is ended.
 ///
 /// Thread: the leader's only.
-/// Owns:   the requests and their timers. The senders' tasks and the reactor are borrowed.
+/// Owns:   the requests and their timers, which releaseAll() ends before this object goes. The
+///         senders' tasks and the reactor are borrowed.
 /// Errors: by result and errno; the constructor throws std::bad_alloc.
 class PendingRequests {
  public:
@@ -61,6 +62,7 @@ class PendingRequests {
     std::size_t operator()(const MsgKey& key) const;
   };
   struct Request {
+    MsgKey key_;
     TimeoutDesc sender_;
     ModuleCounters::Clock::time_point since_;
     Request* older_;

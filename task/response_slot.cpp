@@ -12,20 +12,22 @@ ResponseSlot::~ResponseSlot() {
   empty();
 }
 
-void ResponseSlot::put(ACE_Message_Block* mb) {
+bool ResponseSlot::put(ACE_Message_Block* mb) {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  const bool dropped = mb != nullptr && empty();
   if (mb != nullptr) {
-    empty();
     block_ = mb;
   }
   ring(changed_);
+  return dropped;
 }
 
-void ResponseSlot::wake() {
+bool ResponseSlot::wake() {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
-  empty();
+  const bool dropped = empty();
   woken_ = true;
   ring(changed_);
+  return dropped;
 }
 
 void ResponseSlot::stop() {
@@ -45,14 +47,16 @@ ACE_Message_Block* ResponseSlot::take() {
   return std::exchange(block_, nullptr);
 }
 
-void ResponseSlot::reset() {
+bool ResponseSlot::reset() {
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
-  empty();
   woken_ = false;
+  return empty();
 }
 
-void ResponseSlot::empty() {
+bool ResponseSlot::empty() {
+  const bool dropped = block_ != nullptr;
   releaseWithPackage(std::exchange(block_, nullptr));
+  return dropped;
 }
 
 }  // namespace qov

@@ -23,11 +23,13 @@ class ResponseSlot {
   ResponseSlot(const ResponseSlot&) = delete;
   ResponseSlot& operator=(const ResponseSlot&) = delete;
 
+  // Those that return something say whether a block was dropped that nobody took.
+
   /// Stores `mb`, if not null, in place of one that nobody took, and ends the wait.
-  void put(ACE_Message_Block* mb);
+  bool put(ACE_Message_Block* mb);
 
   /// Empties the slot and ends the wait that runs, or else the next one, without a block.
-  void wake();
+  bool wake();
 
   /// As wake(), for every wait to come.
   void stop();
@@ -36,10 +38,10 @@ class ResponseSlot {
   ACE_Message_Block* take();
 
   /// Forgets a block or a wake-up that came too late.
-  void reset();
+  bool reset();
 
  private:
-  void empty();
+  bool empty();
 
   const std::shared_ptr<Doorbell> changed_ = std::make_shared<Doorbell>();
   ACE_Thread_Mutex lock_;

@@ -3,6 +3,7 @@
 
 #include "task/log_ids.h"
 #include "task/message_types.h"
+#include "task/module_counters.h"
 #include "task/response_slot.h"
 
 CQOV_StaticSchecheduledTask::CQOV_StaticSchecheduledTask(CQOV_TaskMgr* mgr) : CQOV_CommonTask(mgr) {
@@ -19,7 +20,7 @@ void CQOV_StaticSchecheduledTask::notifyExit() {
 
 int CQOV_StaticSchecheduledTask::wakeup() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_StaticSchecheduledTask::wakeup()");
-  slot_->wake();
+  countDropped(slot_->wake());
   return 0;
 }
 
@@ -30,8 +31,14 @@ int CQOV_StaticSchecheduledTask::putMsg(int type, ACE_Message_Block* mb, ACE_Tim
   if (type != qov::kResponseType) {
     return CQOV_Task::putMsg(type, mb, timeout);
   }
-  slot_->put(mb);
+  countDropped(slot_->put(mb));
   return 0;
+}
+
+void CQOV_StaticSchecheduledTask::countDropped(bool dropped) {
+  if (dropped) {
+    counters().drop(QOVDropReason::kNobodyWaits);
+  }
 }
 
 int CQOV_StaticSchecheduledTask::idle() {

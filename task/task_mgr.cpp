@@ -95,7 +95,7 @@ void CQOV_TaskMgr::stop() {
   leader_->notifyExit();
   qov::joinThreadsOf(*leader_);
   // A leader that never ran has told nobody yet.
-  leader_->shutDown();
+  leader_->end();
   joinTasks();
 }
 

@@ -8,6 +8,7 @@
 #include <limits>
 #include <utility>
 
+#include "task/leader_turn.h"
 #include "task/message_block.h"
 #include "task/time_span.h"
 
@@ -76,7 +77,11 @@ bool TaskQueue::offer(ACE_Message_Block* mb) {
 }
 
 bool TaskQueue::waitForRoom(const ACE_Message_Block& mb, ACE_Time_Value* timeout) {
-  return isStop(&mb) || wait_not_full_cond(timeout) != -1;
+  if (isStop(&mb) || !is_full_i()) {
+    return true;
+  }
+  beforeWaiting();
+  return wait_not_full_cond(timeout) != -1;
 }
 
 int TaskQueue::signal_dequeue_waiters() {
@@ -165,7 +170,8 @@ void TaskQueue::countInto(const std::shared_ptr<Admission>& ledger) {
   admission_ = ledger;
   high_water_mark_ = std::numeric_limits<std::size_t>::max();
   low_water_mark_ = high_water_mark_;
-  signal_enqueue_waiters();
+  book();
+  not_full_cond_.broadcast();
 }
 
 ACE_Message_Block* TaskQueue::takeAll() {

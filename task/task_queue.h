@@ -69,7 +69,8 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
 
   int wait_not_empty_cond(ACE_Time_Value* timeout) override;
   int deactivate_i(int pulse) override;
-  // Each of ACE's ways in and out ends in one of these three, which tell the ledger.
+  // Each of ACE's ways in and out ends in one of these three, which tell the ledger; a way out does
+  // so at the low water mark and below.
   int signal_dequeue_waiters() override;
   int signal_enqueue_waiters() override;
   int flush_i() override;

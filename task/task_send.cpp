@@ -141,8 +141,8 @@ int CQOV_Task::sendAlone(CQOVDebugKitGuard& log, const CQOV_MsgPackage* req, CQO
 void CQOV_Task::forgetLateAnswer() {
   cause_ = 0;
   queue_->clearPulse();
-  if (slot_) {
-    slot_->reset();
+  if (slot_ && slot_->reset()) {
+    counters().drop(QOVDropReason::kNobodyWaits);
   }
 }
 

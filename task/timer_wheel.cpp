@@ -12,6 +12,7 @@
 namespace {
 
 constexpr u_int kSpokes = 1024;
+static_assert((kSpokes & (kSpokes - 1)) == 0, "ACE rounds it up, and there are nodes for so many");
 constexpr u_int kResolutionMs = 100;
 
 /// Makes the type of the wheel our own: what is said of it below holds for no other of the process.
@@ -24,7 +25,7 @@ using TimerNodes = ACE_Locked_Free_List<TimerWheel::Node, ACE_Null_Mutex>;
 }  // namespace
 
 /// Makes the spokes, or throws std::bad_alloc. ACE's own goes on without what it has no memory for,
-/// and whoever then uses or destroys the wheel crashes.
+/// and whoever then uses or destroys the wheel crashes. There is no iterator, which nobody asks for.
 template <>
 void TimerWheel::open_i(std::size_t, u_int spokes, u_int resolutionMs) {
   // The bits as ACE counts them.

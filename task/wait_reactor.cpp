@@ -35,7 +35,10 @@ void WaitReactor::wait(const ACE_Time_Value* maxWait) {
   if (notified_ || deactivated_) {
     return;
   }
-  std::optional<Clock::time_point> deadline = waitsUntil_;
+  std::optional<Clock::time_point> deadline;
+  if (waitsUntil_) {
+    deadline = steady(*waitsUntil_);
+  }
   if (maxWait != nullptr) {
     const auto end = Clock::now() + toDuration(limitedSpan(*maxWait));
     deadline = deadline ? std::min(*deadline, end) : end;
@@ -51,21 +54,21 @@ int WaitReactor::dispatch() {
   // A response that is here already comes before its own time-out. The handler takes a bounded
   // batch, so the timers get their turn.
   const int called = dispatchNotification() + (timers_->is_empty() ? 0 : timers_->expire());
-  const auto earliest = earliestTimer();
+  std::optional<ACE_Time_Value> earliest;
+  if (!timers_->is_empty()) {
+    earliest = timers_->earliest_time();
+  }
   // What a cancelled timer leaves costs one look at its time, and not one for each timer that comes
   // after it.
-  if (!due_ || *due_ <= Clock::now() || (earliest && *earliest < *due_)) {
+  if (!due_ || *due_ <= timers_->gettimeofday() || (earliest && *earliest < *due_)) {
     due_ = earliest;
   }
   waitsUntil_ = due_;
   return called;
 }
 
-std::optional<WaitReactor::Clock::time_point> WaitReactor::earliestTimer() const {
-  if (timers_->is_empty()) {
-    return std::nullopt;
-  }
-  return Clock::now() + toDuration(timers_->earliest_time() - timers_->gettimeofday());
+WaitReactor::Clock::time_point WaitReactor::steady(const ACE_Time_Value& time) const {
+  return Clock::now() + toDuration(time - timers_->gettimeofday());
 }
 
 int WaitReactor::dispatchNotification() {
@@ -105,12 +108,11 @@ int WaitReactor::notify(ACE_Event_Handler* handler, ACE_Reactor_Mask, ACE_Time_V
 
 long WaitReactor::schedule_timer(ACE_Event_Handler* handler, const void* act,
                                  const ACE_Time_Value& delay, const ACE_Time_Value& interval) {
-  const ACE_Time_Value span = limitedSpan(delay);
-  const long id = timers_->schedule(handler, act, timers_->gettimeofday() + span, interval);
-  const Clock::time_point due = Clock::now() + toDuration(span);
+  const ACE_Time_Value due = timers_->gettimeofday() + limitedSpan(delay);
+  const long id = timers_->schedule(handler, act, due, interval);
   if (id != -1 && (!due_ || due < *due_)) {
     due_ = due;
-    bell_->ring();
+    ring(bell_);
   }
   return id;
 }

@@ -36,8 +36,8 @@ class WaitReactor : public RefusingReactor {
   /// took, or -1 (errno ESHUTDOWN) once deactivated.
   int handle_events(ACE_Time_Value* max_wait_time = nullptr) override;
 
-  /// The two halves of handle_events(). wait() is its thread's alone; dispatch() and the operations
-  /// on timers may come from others, too, one at a time. A timer that one of these makes the
+  /// The two halves of handle_events(), of its thread alone. The first needs no lock: while this
+  /// thread waits, others may use the timers, one at a time. A timer that one of them makes the
   /// earliest ends the wait.
   void wait(const ACE_Time_Value* maxWait = nullptr);
   int dispatch();
@@ -64,16 +64,17 @@ class WaitReactor : public RefusingReactor {
  private:
   using Clock = Doorbell::Clock;
 
-  std::optional<Clock::time_point> earliestTimer() const;
+  /// When `time` of the timers' clock comes.
+  Clock::time_point steady(const ACE_Time_Value& time) const;
   int dispatchNotification();
 
   ACE_Event_Handler& handler_;
   // One thread at a time.
   const std::unique_ptr<ACE_Timer_Queue> timers_;
-  /// Not later than the earliest timer is due.
-  std::optional<Clock::time_point> due_;
+  /// Not later than the earliest timer is due, by the timers' clock.
+  std::optional<ACE_Time_Value> due_;
   // The waiting thread only: due_ when it last looked.
-  std::optional<Clock::time_point> waitsUntil_;
+  std::optional<ACE_Time_Value> waitsUntil_;
 
   const std::shared_ptr<Doorbell> bell_ = std::make_shared<Doorbell>();
   std::atomic<bool> notified_{false};

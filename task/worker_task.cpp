@@ -117,8 +117,12 @@ void CQOV_CommonTask::serve(CQOVDebugKitGuard& log, const ACE_Message_Block& blo
   idle();
 }
 
-void CQOV_CommonTask::handle(CQOVDebugKitGuard& log, CQOV_MsgPackage& pkg) {
+int CQOV_CommonTask::handleTimed(CQOV_MsgPackage& pkg) {
   const HandlingTime time(counters());
+  return handleMessage(pkg);
+}
+
+void CQOV_CommonTask::handle(CQOVDebugKitGuard& log, CQOV_MsgPackage& pkg) {
   const QOVMsgHead& head = pkg.head();
   // The place of RPID shows RMID: kept, tools that read these lines expect it.
   log.debug(qov::kTrafficLogId, __FUNCTION__, __LINE__,
@@ -126,7 +130,7 @@ void CQOV_CommonTask::handle(CQOVDebugKitGuard& log, CQOV_MsgPackage& pkg) {
             taskMgr()->moduleId(), head.spid_, head.smid_, head.rmid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
   try {
-    const int result = handleMessage(pkg);
+    const int result = handleTimed(pkg);
     if (result != 0) {
       log.warn(qov::kLogIdBase + 11, __FUNCTION__, __LINE__,
                "Failed to handle message, error code is %d!\n%s", result,

@@ -20,8 +20,8 @@ class CountedWork : public qov::LeaderWork {
     ++looks_;
     const std::size_t count = std::min(most, waiting_.load());
     waiting_ -= count;
-    if (count == most && waiting_ > 0) {
-      left_ = true;
+    if (waiting_ > 0) {
+      wakeOwnThread();
     }
     meanwhile_();
     return count;
@@ -32,7 +32,6 @@ class CountedWork : public qov::LeaderWork {
   std::atomic<std::size_t> waiting_{0};
   std::atomic<int> looks_{0};
   std::atomic<int> wakes_{0};
-  bool left_ = false;
   std::function<void()> meanwhile_ = [] {};
 };
 
@@ -87,6 +86,37 @@ TEST_F(LeaderTurnTest, ASenderGoesOnWithItsOwnAffairsAfterSixtyFourMessages) {
   EXPECT_EQ(kRounds, work_.looks_);
   EXPECT_EQ(1U, work_.waiting_);
   EXPECT_EQ(1, work_.wakes_);
+}
+
+TEST_F(LeaderTurnTest, TheOwnThreadIsToldOfWhatIsBeyondSixtyFourMessages) {
+  putAndWork(64);
+  EXPECT_EQ(0, work_.wakes_);
+  putAndWork(65);
+  EXPECT_EQ(1U, work_.waiting_);
+  EXPECT_EQ(1, work_.wakes_);
+}
+
+TEST_F(LeaderTurnTest, WhatIsLeftToTheOwnThreadIsToldToItOrToWhoHasTheTurn) {
+  turn_->leaveToOwnThread();
+  EXPECT_EQ(1, work_.wakes_);
+  turn_->takeOwn();
+  turn_->leaveToOwnThread();
+  EXPECT_EQ(1, work_.wakes_);
+  turn_->giveOwnBack();
+  EXPECT_EQ(2, work_.wakes_);
+  EXPECT_EQ(0, work_.looks_);
+}
+
+TEST_F(LeaderTurnTest, AThreadThatWaitsInItsScopeLeavesTheRestToOthers) {
+  {
+    const qov::LeadingScope scope(true);
+    qov::LeadingScope::defer(turn_);
+    qov::Doorbell bell;
+    bell.ring();
+    bell.wait();
+    EXPECT_EQ(1, work_.wakes_);
+  }
+  EXPECT_EQ(0, work_.looks_);
 }
 
 TEST_F(LeaderTurnTest, NobodyButTheOwnThreadWorksOnceTheTurnIsClosed) {

@@ -1,19 +1,33 @@
 #include <ace/Log_Msg.h>
 #include <gtest/gtest.h>
+#include <qovpub/qov_stats.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <functional>
 #include <random>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "tests/support/answering_modules.h"
 #include "tests/support/latch.h"
 #include "tests/task/task_fixture.h"
 
 namespace {
 
 constexpr std::uint64_t kNoted = 77;
+
+QOVModuleStats statsOf(unsigned int module) {
+  for (const QOVModuleStats& stats : getModuleStats()) {
+    if (stats.moduleId_ == module) {
+      return stats;
+    }
+  }
+  ADD_FAILURE() << "no figures of module " << module;
+  return {};
+}
 
 /// Notes which thread puts messages into its queue, and answers them.
 class NotingTask : public FunctionStaticTask {
@@ -96,6 +110,71 @@ TEST_F(LeadingSendersTest, ARequestTimesOutAlthoughTheLeaderHasSeenNothingOfIt) 
     EXPECT_EQ(-1, request(requester, makeMessage(1, 1, kModule + 1, kModule + 1), kShort));
     EXPECT_EQ(ETIMEDOUT, errno);
   }
+}
+
+namespace {
+
+/// Lets a requester do something in its turn, in a putMsg() that is overridden.
+class ActingTask : public FunctionStaticTask {
+ public:
+  ActingTask(CQOV_TaskMgr* mgr, std::function<void()> act)
+      : FunctionStaticTask(
+            mgr, {kNoted + 1},
+            [](CQOV_Task& task, CQOV_MsgPackage& message) { return answer(task, message); }),
+        act_(std::move(act)) {}
+
+  int putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout) override {
+    if (type == 1) {
+      act_();
+    }
+    return FunctionStaticTask::putMsg(type, mb, timeout);
+  }
+
+ private:
+  std::function<void()> act_;
+};
+
+}  // namespace
+
+TEST_F(LeadingSendersTest, WhatIsSentInAnothersTurnArrivesHoweverMuchItIs) {
+  constexpr int kMany = 200;
+  Latch handled;
+  const AnsweringModules modules(agentRoot());
+  ActingTask acting(module_.get(), [&] {
+    for (int i = 0; i < kMany; ++i) {
+      ASSERT_LT(0, modules.first()->putq(makeBlock(makeMessage(3, 1, AnsweringModules::kFirst)),
+                                         nullptr));
+    }
+  });
+  ASSERT_EQ(0, module_->insertStaticScheduledTask(&acting));
+  const std::uint64_t before = statsOf(AnsweringModules::kFirst).in_;
+  CQOV_Task requester(module_.get());
+  for (int i = 1; i <= 5; ++i) {
+    ASSERT_EQ(0, request(requester, makeMessage(1, kNoted + 1), kLong));
+    while (statsOf(AnsweringModules::kFirst).in_ < before + static_cast<std::uint64_t>(i) * kMany) {
+      std::this_thread::yield();
+    }
+  }
+  module_->stop();
+}
+
+TEST_F(LeadingSendersTest, ARequestInAnothersTurnIsAnsweredOrTimesOut) {
+  const AnsweringModules modules(agentRoot());
+  CQOV_Task inner(modules.first());
+  std::atomic<int> answered{0};
+  ActingTask acting(module_.get(), [&] {
+    if (request(inner, makeMessage(1, 1, AnsweringModules::kSecond, AnsweringModules::kFirst),
+                kLong) == 0) {
+      ++answered;
+    }
+  });
+  ASSERT_EQ(0, module_->insertStaticScheduledTask(&acting));
+  CQOV_Task requester(module_.get());
+  for (int i = 1; i <= 20; ++i) {
+    ASSERT_EQ(0, request(requester, makeMessage(1, kNoted + 1), kLong));
+    EXPECT_EQ(i, answered);
+  }
+  module_->stop();
 }
 
 TEST_F(LeadingSendersTest, EveryRequestEndsWhereverAStopComes) {

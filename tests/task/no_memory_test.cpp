@@ -52,7 +52,7 @@ class LeaderNoMemoryTest : public TaskNoMemoryTest {
  protected:
   LeaderNoMemoryTest() : leader_(&module_, 0) {}
   ~LeaderNoMemoryTest() override {
-    leader_.shutDown();
+    leader_.end();
     for (ACE_Message_Block* const block : elsewhere_) {
       qov::releaseWithPackage(block);
     }

@@ -156,7 +156,7 @@ TEST_F(StatsTest, TellsThePendingRequestsAndTheAgeOfTheOldest) {
     CQOV_Task& task = *tasks.emplace_back(std::make_unique<CQOV_Task>(module_.get()));
     requesters.emplace_back([&task] { EXPECT_EQ(0, request(task, makeMessage(1, 1), kLong)); });
   };
-  const auto begin = std::chrono::steady_clock::now();
+  const auto begin = qov::ModuleCounters::coarseNow();
   ask();
   statsOnce(kModule, [](const QOVModuleStats& now) { return now.pending_ == 1; });
   ask();

@@ -3,7 +3,9 @@
 #include <ace/OS_NS_sys_time.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <thread>
@@ -11,6 +13,7 @@
 
 #include "task/message_block.h"
 #include "tests/support/sanitizers.h"
+#include "tests/support/sleeping_thread.h"
 #include "tests/task/task_fixture.h"
 
 namespace {
@@ -275,6 +278,26 @@ TEST_F(TaskQueueTest, AQueueThatCountsIntoALedgerHasNoLimitOfItsOwn) {
   queue_.countInto(makeLedger());
   ACE_Time_Value past;
   EXPECT_LT(0, queue_.enqueue_tail(makeBlock(makeMessage(3, 1)), &past));
+}
+
+TEST_F(TaskQueueTest, WhoWaitsForItsLimitIsLetInWhenItHasNoneAnyMore) {
+  fill();
+  constexpr std::size_t kSenders = 3;
+  std::array<std::atomic<pid_t>, kSenders> ids{};
+  std::vector<std::thread> senders;
+  for (std::atomic<pid_t>& id : ids) {
+    senders.emplace_back([this, &id] {
+      id = ::gettid();
+      EXPECT_LT(0, queue_.enqueue_tail(makeBlock(makeMessage(3, 1))));
+    });
+  }
+  for (const std::atomic<pid_t>& id : ids) {
+    qov::test::waitForThread([&id] { return id != 0 && qov::test::sleeps(id); }, "sleeps");
+  }
+  queue_.countInto(makeLedger());
+  for (std::thread& sender : senders) {
+    sender.join();
+  }
 }
 
 TEST_F(TaskQueueTest, ServesOnWhenAThreadIsCancelledThatWaitsForABlock) {

@@ -67,9 +67,9 @@ struct LLHashFunctor {
 ///
 /// Its work is done by one thread at a time. A task that asks for a response, and a worker of the
 /// pool whatever it sends, does the work of a leader that nobody is at on its own thread: up to 64
-/// messages of each leader that its own message passes, before send() waits or returns. So what a
-/// module overrides and a leader calls (putMsg() and wakeup() of its tasks) runs on either thread.
-/// While DEBUG or TRACE is on, the leaders' own threads do it all.
+/// messages each time, up to four times, for the leaders that its own message passes, before send()
+/// waits or returns. So what a module overrides and a leader calls (putMsg() and wakeup() of its
+/// tasks) runs on either thread. While DEBUG or TRACE is on, the leaders' own threads do it all.
 ///
 /// Thread: run() and notifyExit() from any thread; insertStaticScheduledTask() from any thread;
 ///         everything else on the thread that does the leader's work.
@@ -110,8 +110,8 @@ class CQOV_Leader_Task : public CQOV_Task {
   const qov::Admission& admission() const;
 
   /// Ends what the leader still holds, once: called by the leader thread on its way out, and by the
-  /// manager for a leader that never ran.
-  void shutDown();
+  /// manager for a leader that never ran or was cancelled.
+  void end();
 
  private:
   using OpcMap =
@@ -122,6 +122,11 @@ class CQOV_Leader_Task : public CQOV_Task {
                    std::unique_ptr<qov::LeaderQueue> queue);
 
   struct Work;
+
+  /// Whether the process reactor's loop has ended, and the leader with it.
+  static bool processLoopHasEnded();
+  /// For who has the turn.
+  void shutDown();
 
   /// Dispatches the blocks of the list `mb`; returns -1 when an MB_STOP is among them.
   int dispatchAll(CQOVDebugKitGuard& log, ACE_Message_Block* mb);

@@ -8,13 +8,15 @@
 #include <string>
 #include <vector>
 
-/// Why a module let go of a message that it had taken over.
+/// Why a module let go of a message that it had taken over. One that was delivered before (in_) and
+/// then had nobody to take it up counts in both.
 enum class QOVDropReason {
   kNoReceiver,    ///< no module of this process has the receiver's id
   kNoRoom,        ///< the receiving module was full
   kStopped,       ///< this module, the receiving one or the receiving task had stopped
   kNobodyWaits,   ///< a response for which nobody waits (any more)
-  kInvalid,       ///< no package, a type that does not exist, or a second request with one key
+  kInvalid,       ///< no package, no such type, a second request with one key, or an own request
+                  ///< that does not say who waits for the response
   kNoMemory,      ///< no memory to remember who waits for the response
   kOtherProcess,  ///< addressed to another process
 };
@@ -45,11 +47,11 @@ struct QOVModuleStats {
   std::array<std::uint64_t, kDropReasons> dropped_{};  ///< by QOVDropReason
 
   // Now.
-  std::uint64_t waitingBytes_ = 0;  ///< of blocks that wait for its leader, pool and static tasks
+  std::uint64_t waitingBytes_ = 0;  ///< of blocks in the queues to leader, pool and static tasks
   std::uint64_t workers_ = 0;       ///< in its pool
-  std::uint64_t busy_ = 0;          ///< of these, those that have a message
+  std::uint64_t busy_ = 0;          ///< of these, those that are not idle
   std::uint64_t pending_ = 0;       ///< requests of its own that wait for their responses
-  Duration oldestPending_{};        ///< how long the oldest of them has waited; 0 without any
+  Duration oldestPending_{};        ///< how long the oldest of them waits, to a few ms; 0 for none
 
   /// The highest of waitingBytes_ since the module was made.
   std::uint64_t highestWaitingBytes_ = 0;

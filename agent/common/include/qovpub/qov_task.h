@@ -50,6 +50,10 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   /// Ends the getMsg() that waits now, or else the next one, without a message. The leader calls it
   /// exactly once for a request that gets no response; other callers make send() return early while
   /// its response may still come, so the task must outlive the stop of its task manager.
+  ///
+  /// An override of this or of putMsg() runs on whatever thread does the leader's work, which may
+  /// be one in send(): it neither waits nor takes a lock with which anybody calls send(), and what
+  /// it sends goes on when it has returned. getCurrentTask() is that thread's task, if it has one.
   virtual int wakeup();
 
   /// Puts `mb` at the tail of the own queue. `type` is the message type of the header (1 request,
@@ -207,6 +211,7 @@ class CQOV_CommonTask : public CQOV_Task {
   void dropLeftOvers();
   void serve(CQOVDebugKitGuard& log, const ACE_Message_Block& block);
   void handle(CQOVDebugKitGuard& log, CQOV_MsgPackage& pkg);
+  int handleTimed(CQOV_MsgPackage& pkg);
 };
 
 /// A worker that answers requests by itself.
@@ -268,6 +273,10 @@ class CQOV_StaticSchecheduledTask : public CQOV_CommonTask {
   /// Appends the operation codes that the task serves. Called once, while the task is registered. A
   /// code that another task of the module serves already stays with that one.
   virtual void getOpcList(std::list<unsigned long long>& opcs) = 0;
+
+ private:
+  /// Counts a response that nobody took.
+  void countDropped(bool dropped);
 };
 
 /// The task that owns the calling thread, or null.
