@@ -53,13 +53,13 @@ void throughput(benchmark::State& state, int count, int processors) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  row("request p50, one CPU", "<= 0.95", latency, 1);
-  agentRow("request p50, one CPU", "<= 0.95", latency, 1);
-  row("request p50, two CPUs", "<= 0.95", latency, 2);
-  row("8 requesters, throughput, one CPU", ">= 0.9", throughput, 8, 1);
-  row("8 requesters, throughput, two CPUs", ">= 0.9", throughput, 8, 2);
-  row("64 requesters, throughput, one CPU", ">= 1.15", throughput, 64, 1);
-  agentRow("64 requesters, throughput, one CPU", ">= 1.15", throughput, 64, 1);
-  row("64 requesters, throughput, two CPUs", ">= 1.0", throughput, 64, 2);
+  row("request p50, one CPU", "<= 0.35", latency, 1);
+  agentRow("request p50, one CPU", "<= 0.35", latency, 1);
+  row("request p50, two CPUs", "<= 0.45", latency, 2);
+  row("8 requesters, throughput, one CPU", ">= 1.2", throughput, 8, 1);
+  row("8 requesters, throughput, two CPUs", ">= 1.1", throughput, 8, 2);
+  row("64 requesters, throughput, one CPU", ">= 1.5", throughput, 64, 1);
+  agentRow("64 requesters, throughput, one CPU", ">= 1.5", throughput, 64, 1);
+  row("64 requesters, throughput, two CPUs", ">= 1.3", throughput, 64, 2);
   return runTable(argc, argv);
 }
