@@ -25,7 +25,7 @@ using TimerNodes = ACE_Locked_Free_List<TimerWheel::Node, ACE_Null_Mutex>;
 }  // namespace
 
 /// Makes the spokes, or throws std::bad_alloc. ACE's own goes on without what it has no memory for,
-/// and whoever then uses or destroys the wheel crashes. There is no iterator, which nobody asks for.
+/// and whoever then uses or destroys the wheel crashes. No iterator is made; nobody asks for one.
 template <>
 void TimerWheel::open_i(std::size_t, u_int spokes, u_int resolutionMs) {
   // The bits as ACE counts them.
