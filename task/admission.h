@@ -25,7 +25,7 @@ class LeaderTurn;
 /// of blocks in the leader's queue, in the leader's hands, and in the queues of the scheduler and
 /// the static tasks.
 ///
-/// A message gets in while fewer bytes wait than the first row that fits it says. A limit is 16 KiB.
+/// A message gets in while fewer bytes wait than the first row that fits says. A limit is 16 KiB.
 ///
 ///   message                        from                        leader's queue  module
 ///   stop, hang-up                  anybody                     -               -
