@@ -1,10 +1,13 @@
 #include "tests/module/putq_hook.h"
 
+#include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_leader_task.h>
 
 #include <memory>
 #include <mutex>
 #include <utility>
+
+#include "task/log_ids.h"
 
 namespace {
 
@@ -32,6 +35,8 @@ int CQOV_TaskMgr::putq(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
     }
   }
   // As the library's own does it.
+  const CQOVDebugKitGuard log(qov::kPublicKit,
+                              "int CQOV_TaskMgr::putq(ACE_Message_Block*, ACE_Time_Value*)");
   return leader_->msg_queue()->enqueue_tail(mb, timeout);
 }
 

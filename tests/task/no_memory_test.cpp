@@ -2,6 +2,7 @@
 #include <ace/Thread_Manager.h>
 #include <ace/Timer_Queue_T.h>
 #include <gtest/gtest.h>
+#include <qovplatform/platform_guard.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_task_scheduler.h>
 
@@ -50,7 +51,10 @@ class TaskNoMemoryTest : public TaskTest {
 /// The test plays the thread of the leader.
 class LeaderNoMemoryTest : public TaskNoMemoryTest {
  protected:
-  LeaderNoMemoryTest() : leader_(&module_, 0) {}
+  LeaderNoMemoryTest() : leader_(&module_, 0) {
+    // The thread's first one takes memory of its own.
+    const FowGuard watch(0, 1, 3600);
+  }
   ~LeaderNoMemoryTest() override {
     leader_.end();
     for (ACE_Message_Block* const block : elsewhere_) {
