@@ -34,6 +34,14 @@ void sendAtOnce(int socket) {
   require(::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) == 0, "TCP_NODELAY");
 }
 
+/// For calls that take longer.
+void giveUpAfter(int socket, time_t seconds) {
+  const timeval limit{seconds, 0};
+  require(::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0 &&
+              ::setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) == 0,
+          "SO_RCVTIMEO, SO_SNDTIMEO");
+}
+
 bool receive(int socket, unsigned char* to, std::size_t size) {
   return ::recv(socket, to, size, MSG_WAITALL) == static_cast<ssize_t>(size);
 }
@@ -41,6 +49,21 @@ bool receive(int socket, unsigned char* to, std::size_t size) {
 bool send(int socket, const TableServer::Message& message) {
   return ::send(socket, message.data(), message.size(), MSG_NOSIGNAL) ==
          static_cast<ssize_t>(message.size());
+}
+
+void setSerial(TableServer::Message& message, std::uint16_t serial) {
+  std::memcpy(message.data() + offsetof(TLVMsgHeadV3, ser_), &serial, sizeof serial);
+}
+
+TLVMsgHeadV3 headOf(const TableServer::Message& message) {
+  TLVMsgHeadV3 head;
+  std::memcpy(&head, message.data(), sizeof head);
+  return head;
+}
+
+/// Whether the first `size` bytes are the whole message.
+bool isWhole(const TableServer::Message& message, std::size_t size) {
+  return size >= sizeof(TLVMsgHeadV3) && size >= sizeof(TLVMsgHeadV3) + headOf(message).len_;
 }
 
 }  // namespace
@@ -94,7 +117,7 @@ void TableServer::serve(int socket) const {
       return;
     }
     Message& answer = answers[next];
-    std::memcpy(answer.data() + offsetof(TLVMsgHeadV3, ser_), &head.ser_, sizeof head.ser_);
+    setSerial(answer, head.ser_);
     if (!send(socket, answer)) {
       return;
     }
@@ -107,12 +130,20 @@ RawClient::RawClient(std::uint16_t port)
   require(::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
           "RawClient");
   sendAtOnce(socket_);
+  giveUpAfter(socket_, 30);
 }
 
 RawClient::~RawClient() {
   ::close(socket_);
 }
 
-void RawClient::roundTrip(const TableServer::Message& request, TableServer::Message& answer) const {
-  require(send(socket_, request) && receive(socket_, answer.data(), answer.size()), "roundTrip");
+void RawClient::roundTrip(TableServer::Message& request, TableServer::Message& answer) {
+  setSerial(request, ++serial_);
+  require(send(socket_, request), "send");
+  for (std::size_t have = 0; !isWhole(answer, have);) {
+    const ssize_t received = ::recv(socket_, answer.data() + have, answer.size() - have, 0);
+    require(received > 0, "recv");
+    have += static_cast<std::size_t>(received);
+  }
+  require(headOf(answer).ser_ == serial_, "serial number");
 }

@@ -32,7 +32,9 @@ class TableServer {
   std::thread thread_;
 };
 
-/// The other side without anything around it: blocking calls on a socket.
+/// The other side without anything around it: blocking calls on a socket, and what anybody has to
+/// do who makes them. They end after 30 seconds; the answer has to be whole and to have the
+/// request's serial number.
 class RawClient {
  public:
   explicit RawClient(std::uint16_t port);
@@ -40,11 +42,13 @@ class RawClient {
   RawClient(const RawClient&) = delete;
   RawClient& operator=(const RawClient&) = delete;
 
-  /// Sends `request` and receives as many bytes as `answer` has.
-  void roundTrip(const TableServer::Message& request, TableServer::Message& answer) const;
+  /// Gives `request` the next serial number, sends it and receives into `answer`, which has room
+  /// for the whole answer.
+  void roundTrip(TableServer::Message& request, TableServer::Message& answer);
 
  private:
   int socket_;
+  std::uint16_t serial_ = 0;
 };
 
 #endif

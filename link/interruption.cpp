@@ -8,8 +8,9 @@ void Interruption::set() {
   const std::lock_guard<std::mutex> lock(mutex_);
   if (!isSet()) {
     ++changes_;
-    if (waitedFor_ != ACE_INVALID_HANDLE) {
-      ::shutdown(waitedFor_, SHUT_RDWR);
+    const ACE_HANDLE socket = waitedFor_;
+    if (socket != ACE_INVALID_HANDLE) {
+      ::shutdown(socket, SHUT_RDWR);
     }
   }
 }
@@ -23,9 +24,8 @@ void Interruption::clear() {
 
 Interruption::Wait::Wait(Interruption& interruption, ACE_HANDLE socket)
     : interruption_(interruption) {
-  const std::lock_guard<std::mutex> lock(interruption.mutex_);
-  changes_ = interruption.changes_;
   interruption.waitedFor_ = socket;
+  changes_ = interruption.changes_;
 }
 
 Interruption::Wait::~Wait() {
@@ -33,9 +33,13 @@ Interruption::Wait::~Wait() {
 }
 
 bool Interruption::Wait::end() {
-  const std::lock_guard<std::mutex> lock(interruption_.mutex_);
   interruption_.waitedFor_ = ACE_INVALID_HANDLE;
-  return !isInterrupted();
+  if (!isInterrupted()) {
+    return true;
+  }
+  // set() may be about to shut the socket down.
+  const std::lock_guard<std::mutex> lock(interruption_.mutex_);
+  return false;
 }
 
 }  // namespace qov

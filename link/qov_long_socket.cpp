@@ -127,8 +127,8 @@ std::string CQOVLongSocket::connect(CQOVDebugKitGuard& guard) {
 unsigned int CQOVLongSocket::sendMsg_i(const unsigned char* data, unsigned int length) {
   CQOVDebugKitGuard guard(
       0, "unsigned int CQOVLongSocket::sendMsg_i(const unsigned char*, unsigned int)");
-  const ssize_t sent = qov::sendWithin(peer_.get_handle(), data, length,
-                                       qov::Deadline(&limits_.send), interruption_);
+  const ssize_t sent =
+      qov::sendWithin(peer_.get_handle(), data, length, limits_.send, interruption_);
   if (sent >= 0) {
     // A short send counts, and is not repeated. The endpoint goes on waiting for the rest.
     cut_ = cut_ || static_cast<std::size_t>(sent) < length;

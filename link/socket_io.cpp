@@ -158,15 +158,19 @@ ACE_HANDLE connectTo(const ACE_INET_Addr& address, const Deadline& deadline,
 }
 
 ssize_t sendWithin(ACE_HANDLE socket, const unsigned char* data, std::size_t length,
-                   const Deadline& deadline, Interruption& interruption) {
+                   const ACE_Time_Value& timeout, Interruption& interruption) {
   if (!isUsable(socket, interruption)) {
     return -1;
   }
-  ssize_t sent = 0;
+  const auto send = [=] { return ::send(socket, data, length, MSG_NOSIGNAL | MSG_DONTWAIT); };
   // There mostly is room, which the send itself says at less cost than a poll before it.
-  do {
-    sent = ::send(socket, data, length, MSG_NOSIGNAL | MSG_DONTWAIT);
-  } while (sent < 0 && mayRepeat(socket, POLLOUT, {deadline, interruption}));
+  ssize_t sent = send();
+  if (sent < 0) {
+    const Deadline deadline(&timeout);
+    while (sent < 0 && mayRepeat(socket, POLLOUT, {deadline, interruption})) {
+      sent = send();
+    }
+  }
   return sent;
 }
 

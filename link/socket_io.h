@@ -30,7 +30,7 @@ bool isUsable(ACE_HANDLE socket, const Interruption& interruption);
 /// Sends once, when the socket is usable and takes anything: gives the number of bytes that it has
 /// taken, or -1 with errno set, ETIME when the time was over. A peer that is gone raises no signal.
 ssize_t sendWithin(ACE_HANDLE socket, const unsigned char* data, std::size_t length,
-                   const Deadline& deadline, Interruption& interruption);
+                   const ACE_Time_Value& timeout, Interruption& interruption);
 
 /// Receives once, when anything has come to a usable socket: gives the number of bytes, at most
 /// `length`, or -1 with errno set: ETIME when the time was over, ENOLINK when the peer has closed

@@ -26,7 +26,10 @@ void CTLVRecordV3::swapCells(CTLVRecordV3& other) noexcept {
   std::swap(given_, other.given_);
   std::swap(sweep_, other.sweep_);
   std::swap(large_, other.large_);
-  other.index_.store(index_.exchange(other.index_.load()));
+  // Nobody else uses either record now: there is no need for an exchange that others see whole.
+  qov::TagIndex* const index = index_.load(std::memory_order_relaxed);
+  index_.store(other.index_.load(std::memory_order_relaxed), std::memory_order_relaxed);
+  other.index_.store(index, std::memory_order_relaxed);
   claimBlocks();
   other.claimBlocks();
 }

@@ -28,8 +28,8 @@ class Interruption {
   /// Whether the flag was clear at that count of changes and has been ever since.
   bool wasClearSince(unsigned changes) const { return changes_ == changes && !isSetAt(changes); }
 
-  /// A wait for a socket, as long as it lives. set() ends it by shutting the socket down, which can
-  /// only be closed then.
+  /// A wait for a socket, as long as it lives. set() ends it by shutting the socket down. Close the
+  /// socket behind the wait only.
   class Wait {
    public:
     Wait(Interruption& interruption, ACE_HANDLE socket);
@@ -51,10 +51,13 @@ class Interruption {
  private:
   static bool isSetAt(unsigned changes) { return changes % 2 != 0; }
 
-  // For changes of both.
-  std::mutex mutex_;
+  // A wait that nobody interrupts takes no lock. It says which socket it waits for, then looks at
+  // the changes; set() makes the change, then looks for a socket. So the wait sees the change, or
+  // set() the socket, or both. A wait whose socket set() has seen ends behind that change, finds
+  // it, and lets set() finish with the socket.
+  std::mutex mutex_;  ///< held by set() and clear()
   std::atomic<unsigned> changes_{0};
-  ACE_HANDLE waitedFor_ = ACE_INVALID_HANDLE;
+  std::atomic<ACE_HANDLE> waitedFor_{ACE_INVALID_HANDLE};
 };
 
 }  // namespace qov
