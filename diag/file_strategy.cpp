@@ -2,7 +2,7 @@
 
 #include <ace/Reactor.h>
 
-#include "diag/log_stream.h"
+#include "diag/log_sink.h"
 #include "diag/timer_clock.h"
 
 namespace qov {
@@ -21,9 +21,7 @@ void FileStrategy::arm(int seconds) {
 }
 
 int FileStrategy::handle_timeout(const ACE_Time_Value&, const void*) {
-  if (LogStream* const stream = LogStream::process()) {
-    stream->checkFile(maxBytes_, predecessors_);
-  }
+  LogSink::process().checkFile(maxBytes_, predecessors_);
   return 0;
 }
 

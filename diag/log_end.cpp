@@ -107,13 +107,4 @@ void closeAceLog() {
   closeOfAce();
 }
 
-std::optional<pthread_key_t> keyOf(const ACE_Log_Msg* log) {
-  for (pthread_key_t key = 0; log != nullptr && key < PTHREAD_KEYS_MAX; ++key) {
-    if (pthread_getspecific(key) == log) {
-      return key;
-    }
-  }
-  return std::nullopt;
-}
-
 }  // namespace qov

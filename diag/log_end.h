@@ -1,12 +1,6 @@
 #ifndef QOV_DIAG_LOG_END_H
 #define QOV_DIAG_LOG_END_H
 
-#include <pthread.h>
-
-#include <optional>
-
-class ACE_Log_Msg;
-
 namespace qov {
 
 /// One record on its way through ACE's logging, from the look for its thread's log object on.
@@ -33,10 +27,6 @@ class RecordUnderWay {
 /// Destroys ACE's log lock, its backends and the calling thread's log object, as ACE would do at
 /// its end. ACE makes new ones for whoever logs afterwards.
 void closeAceLog();
-
-/// Under which key the calling thread has `log`. ACE keeps the key of its log objects to itself,
-/// but the object that stands there tells which one it is.
-std::optional<pthread_key_t> keyOf(const ACE_Log_Msg* log);
 
 }  // namespace qov
 

@@ -14,7 +14,7 @@ namespace qov {
 /// deleted it or put another descriptor in the place of its own (noticed within a second), or
 /// closed its descriptor (noticed at once).
 ///
-/// Thread: not locked; LogStream uses it under ACE's log lock.
+/// Thread: not locked; LogSink uses it under its lock.
 /// Owns:   its descriptor.
 /// Errors: answered by the results, errno says why.
 class LogFile {

@@ -5,6 +5,7 @@
 
 #include <ace/Log_Msg.h>
 #include <ace/Log_Msg_Backend.h>
+#include <limits.h>
 #include <pthread.h>
 #include <sys/single_threaded.h>
 
@@ -12,7 +13,7 @@
 
 #include "diag/kit_locks.h"
 #include "diag/log_end.h"
-#include "diag/log_stream.h"
+#include "diag/log_sink.h"
 #include "diag/record_time.h"
 
 namespace qov {
@@ -53,6 +54,17 @@ void releaseInParent() {
   forkUnderWay.reset();
 }
 
+/// Under which key the calling thread has `log`. ACE keeps the key of its log objects to itself,
+/// but the object that stands there tells which one it is.
+std::optional<pthread_key_t> keyOf(const ACE_Log_Msg* log) {
+  for (pthread_key_t key = 0; log != nullptr && key < PTHREAD_KEYS_MAX; ++key) {
+    if (pthread_getspecific(key) == log) {
+      return key;
+    }
+  }
+  return std::nullopt;
+}
+
 /// Puts `next` where the calling thread has `present`.
 void replaceLog(const ACE_Log_Msg* present, ACE_Log_Msg* next) {
   if (const std::optional<pthread_key_t> key = keyOf(present)) {
@@ -78,9 +90,7 @@ void renewLockOfAce(ACE_Log_Msg* own) {
 }
 
 void renewInChild() {
-  if (LogStream* const stream = LogStream::process()) {
-    stream->openFileAnew();
-  }
+  LogSink::process().openFileAnew();
   if (held == nullptr) {
     return;
   }

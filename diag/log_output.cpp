@@ -10,9 +10,7 @@
 #include <string>
 
 #include "diag/ace_private.h"
-#include "diag/destination_lock.h"
-#include "diag/log_stream.h"
-#include "diag/orphan_threads.h"
+#include "diag/log_sink.h"
 #include "diag/standard_error.h"
 
 namespace qov {
@@ -44,7 +42,7 @@ bool needsAce(const ACE_Log_Msg& log, u_long flags) {
   if (log.msg_callback() == nullptr) {
     served |= ACE_Log_Msg::MSG_CALLBACK;
   }
-  if ((flags & ACE_Log_Msg::CUSTOM) != 0 && !OrphanThreads::hasForeignBackend()) {
+  if ((flags & ACE_Log_Msg::CUSTOM) != 0 && !LogSink::process().hasForeignBackend()) {
     served |= ACE_Log_Msg::CUSTOM;
   }
   return (flags & ~served) != 0;
@@ -91,7 +89,7 @@ void writeLongThroughAce(ACE_Log_Msg& log, u_long flags, ACE_Log_Priority priori
     forEachPiece(text, [&](std::string_view piece) { tellListener(log, priority, piece); });
   }
   const ListenerAside aside(log);
-  const DestinationLock lock(log);
+  const LogSink::Lock lock(log);
   forEachPiece(text, [&](std::string_view piece) { logPiece(log, priority, piece); });
 }
 
@@ -115,15 +113,12 @@ void writeStream(std::ostream& out, std::string_view record) {
 
 /// True if standard error has taken the record in place of the log file.
 bool writeToStreamOf(ACE_Log_Msg& log, std::string_view record) {
-  std::ostream* const out = log.msg_ostream();
-  LogStream* const logFile = LogStream::process();
-  if (out == nullptr) {
-    return false;
+  if (LogSink::process().isStreamOf(log)) {
+    return !LogSink::process().write(record);
   }
-  if (out == logFile) {
-    return !logFile->writeRecord(record);
+  if (std::ostream* const own = log.msg_ostream()) {
+    writeStream(*own, record);
   }
-  writeStream(*out, record);
   return false;
 }
 
@@ -146,10 +141,10 @@ bool writeRecord(ACE_Log_Msg& log, const RecordInfo& info, std::string_view reco
           log.msg_callback());
   u_long flags = 0;
   {
-    const DestinationLock lock(log);
+    const LogSink::Lock lock(log);
     flags = *address(ProcessFlags());
     if ((flags & ACE_Log_Msg::OSTREAM) != 0) {
-      OrphanThreads::adopt(log);
+      LogSink::process().adopt(log);
     }
     if (!needsAce(log, flags)) {
       return writeToOurs(log, flags, record);

@@ -18,13 +18,11 @@
 #include <utility>
 #include <vector>
 
-#include "diag/destination_lock.h"
 #include "diag/file_strategy.h"
 #include "diag/log_level.h"
 #include "diag/log_options.h"
-#include "diag/log_stream.h"
+#include "diag/log_sink.h"
 #include "diag/log_value.h"
-#include "diag/orphan_threads.h"
 #include "frame/env_ini_import.h"
 #include "frame/failure.h"
 
@@ -58,11 +56,12 @@ void applyOptions(qov::FileStrategy& strategy, const CLogging_Cfg_Param& param,
   ACE_Log_Msg& log = *ACE_Log_Msg::instance();
   const bool toFile = param.sendTerminal_ == 0;
   qov::LogOptions options(param);
-  const qov::DestinationLock lock(log);
+  qov::LogSink& sink = qov::LogSink::process();
+  const qov::LogSink::Lock lock(log);
   if (toFile) {
-    log.msg_ostream(&qov::LogStream::use(param.logFile_, owner), false);
+    sink.use(log, param.logFile_, owner);
   }
-  qov::OrphanThreads::adoptAll(log);
+  sink.beBackend(log);
   strategy.init(options.argc(), options.argv());
 }
 
@@ -106,13 +105,13 @@ void warnOfCutName(const char* logFile, const char* cut) noexcept try {
 
 /// Once `param` is in force: without memory this is left out.
 void tidyUp(const CLogging_Cfg_Param& param) noexcept try {
-  qov::LogStream* const log = qov::LogStream::process();
+  qov::LogSink& sink = qov::LogSink::process();
   // A count that cannot be meant must not cost the files that are there.
   if (param.logFileMaxCnt_ >= 1) {
-    log->removeFilesFrom(param.logFileMaxCnt_);
+    sink.removeFilesFrom(param.logFileMaxCnt_);
   }
-  if (log->openError() != 0 && param.logFile_[0] != '\0') {
-    tellNoFile(param.logFile_, log->openError());
+  if (sink.openError() != 0 && param.logFile_[0] != '\0') {
+    tellNoFile(param.logFile_, sink.openError());
   }
 } catch (const std::bad_alloc&) {
 }
@@ -142,7 +141,7 @@ std::string describe(const CLogging_Cfg_Param& param) {
   if (param.sendTerminal_ != 0) {
     return begin + "standard error, levels as they were, from " + qov::lowestLevelOn() + " up";
   }
-  const bool isOpen = qov::LogStream::process()->openError() == 0;
+  const bool isOpen = qov::LogSink::process().openError() == 0;
   const auto shown = [](int value, int least) { return std::to_string(std::max(value, least)); };
   return begin + "LogLevel " + shown(param.logLevel_, 0) + ", " +
          (isOpen ? std::string("file ") + param.logFile_ : "standard error") + ", LogFileMaxSize " +

@@ -34,27 +34,40 @@ const std::string& processName() {
   return *known;
 }
 
-/// The time text of the second in which this thread last logged. The zone is part of the key, for
-/// a program that changes it; any other second, also an earlier one, is printed afresh.
-struct SecondText {
-  time_t second;
-  long zone;
+/// A part of its records that a thread keeps for the next one. It has no destructor: a thread logs
+/// until it is gone.
+struct KeptPart {
   size_t size;
-  std::array<char, 40> text;
+  std::array<char, 320> text;  ///< a process name has 255 characters at most
+
+  bool isEmpty() const { return size == 0; }
+  void keep(const std::string& part) { size = part.copy(text.data(), text.size()); }
+  std::string_view view() const { return {text.data(), size}; }
 };
 
-thread_local SecondText lastSecond;
-
-bool isCurrent(const SecondText& cached, time_t now) {
-  return cached.size != 0 && cached.second == now && cached.zone == ::timezone;
+/// The time of the second in which this thread last logged, in its brackets. The zone is part of
+/// the key, for a program that changes it; any other second, also an earlier one, is printed
+/// afresh.
+std::string_view timePart() {
+  thread_local KeptPart kept;
+  thread_local time_t second;
+  thread_local long zone;
+  const time_t now = time(nullptr);
+  if (kept.isEmpty() || now != second || zone != ::timezone) {
+    kept.keep("[" + recordTime(now) + "][");
+    second = now;
+    zone = ::timezone;
+  }
+  return kept.view();
 }
 
-void refresh(SecondText& cached, time_t now) {
-  const std::string text = recordTime(now);
-  cached.size = std::min(text.size(), cached.text.size());
-  std::memcpy(cached.text.data(), text.data(), cached.size);
-  cached.second = now;
-  cached.zone = ::timezone;
+/// From behind the line number to the message.
+std::string_view threadPart() {
+  thread_local KeptPart kept;
+  if (kept.isEmpty()) {
+    kept.keep("][][" + processName() + ":" + std::to_string(pthread_self()) + "] ");
+  }
+  return kept.view();
 }
 
 /// Whether `c` may stand between "%" and the letter of its conversion.
@@ -95,9 +108,7 @@ void Record::begin(char* room, size_t size, std::string_view kitName, unsigned l
 /// False if the fields end in front of one that is null.
 bool Record::appendFields(std::string_view kitName, unsigned long long logId, const char* tag,
                           const char* function, unsigned int line) {
-  append("[");
-  appendTime();
-  append("][");
+  append(timePart());
   append(logId);
   append("][");
   if (tag == nullptr) {
@@ -113,11 +124,7 @@ bool Record::appendFields(std::string_view kitName, unsigned long long logId, co
   append(function);
   append(",");
   append(line);
-  append("][][");
-  append(processName());
-  append(":");
-  append(static_cast<unsigned long long>(pthread_self()));
-  append("] ");
+  append(threadPart());
   return true;
 }
 
@@ -167,19 +174,7 @@ void Record::append(unsigned long long number) {
   append(std::string_view(digits.data(), static_cast<size_t>(end - digits.data())));
 }
 
-void Record::appendTime() {
-  SecondText& cached = lastSecond;
-  const time_t now = time(nullptr);
-  if (!isCurrent(cached, now)) {
-    refresh(cached, now);
-  }
-  append(std::string_view(cached.text.data(), cached.size));
-}
-
-void Record::makeRoomFor(size_t more) {
-  if (more <= capacity_ - size_) {
-    return;
-  }
+void Record::enlarge(size_t more) {
   capacity_ = std::max(2 * capacity_, size_ + more + 1);  // the newline follows
   std::string larger;
   larger.resize(capacity_);

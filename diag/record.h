@@ -45,9 +45,13 @@ class Record {
                     const char* function, unsigned int line);
   void append(std::string_view piece);
   void append(unsigned long long number);
-  void appendTime();
   void printBounded(const char* format, va_list args) __attribute__((format(printf, 2, 0)));
-  void makeRoomFor(size_t more);
+  void makeRoomFor(size_t more) {
+    if (more > capacity_ - size_) {
+      enlarge(more);
+    }
+  }
+  void enlarge(size_t more);
 
   char* text_ = nullptr;
   size_t capacity_ = 0;
