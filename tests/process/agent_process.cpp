@@ -96,11 +96,18 @@ void AgentProcess::send(int signum) {
 }
 
 bool AgentProcess::catches(int signum) const {
+  return isIn("SigCgt:\t", signum);
+}
+
+bool AgentProcess::hasTaken(int signum) const {
+  return !isIn("ShdPnd:\t", signum);
+}
+
+bool AgentProcess::isIn(const std::string& mask, int signum) const {
   const std::string status = readFile("/proc/" + std::to_string(started_) + "/status");
-  const std::string key = "SigCgt:\t";
-  const std::size_t mask = status.find(key);
-  return mask != std::string::npos &&
-         (std::stoull(status.substr(mask + key.size()), nullptr, 16) >> (signum - 1) & 1U) != 0;
+  const std::size_t place = status.find(mask);
+  return place != std::string::npos &&
+         (std::stoull(status.substr(place + mask.size()), nullptr, 16) >> (signum - 1) & 1U) != 0;
 }
 
 std::multiset<std::string> AgentProcess::threadNames() const {

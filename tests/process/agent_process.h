@@ -44,6 +44,9 @@ class AgentProcess {
   /// Whether the process that was started has a handler for the signal.
   bool catches(int signum) const;
 
+  /// Whether it has begun with a signal that was sent to it.
+  bool hasTaken(int signum) const;
+
   /// The names of the threads of the process that was started, and its main thread's.
   std::multiset<std::string> threadNames() const;
   std::string mainThreadName() const;
@@ -71,6 +74,8 @@ class AgentProcess {
   std::string systemLog() const { return readFile(root_.path() / "syslog"); }
 
  private:
+  /// Whether the signal is in that mask of the process that was started.
+  bool isIn(const std::string& mask, int signum) const;
   [[noreturn]] void becomeAgent(const std::vector<std::string>& arguments);
 
   std::string program_;

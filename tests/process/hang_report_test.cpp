@@ -187,6 +187,7 @@ TEST_F(AgentUnread, IsEndedAlthoughTheMainThreadHangsInTheLogWhenTheSignalComes)
   ASSERT_TRUE(waitUntil([&] { return hasSomethingToRead(); }));
   fill();
   agent.send(SIGUSR1);
+  ASSERT_TRUE(waitUntil([&] { return agent.hasTaken(SIGUSR1); }));
   agent.send(SIGINT);
   isAborted();
   tellsOf(agent.log(), "the main thread has not come to the stop signal");
