@@ -156,7 +156,8 @@ Admission::Need Admission::needOf(const ACE_Message_Block& mb) const {
       mb.msg_type() == ACE_Message_Block::MB_HANGUP || (turn_ != nullptr && turn_->isMine())) {
     return {};
   }
-  const CQOV_Task* const task = getCurrentTask();
+  // What a leader passes on is not of the task whose thread does that.
+  const CQOV_Task* const task = LeaderTurn::anyIsMine() ? nullptr : getCurrentTask();
   const CQOV_Task* const sender = task != nullptr && task->taskMgr() == mgr_ ? task : nullptr;
   const CQOV_MsgPackage* const pkg = packageOf(mb);
   if (pkg != nullptr && pkg->head().type_ == kResponseType) {

@@ -45,6 +45,8 @@ class LeaderTurn;
 ///   pool that sends itself more than it can handle grows its module instead.
 /// - A static task makes the room in its own queue, and in no other.
 ///
+/// A sender's own messages are meant: what it passes on in a leader's stead is anybody's.
+///
 /// Who finds no room stands in a line. Room goes to the first in the line for whom it is enough. So
 /// a later sender gets in before an earlier one only where the table asks less of it.
 ///

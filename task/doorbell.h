@@ -33,8 +33,8 @@ class Doorbell {
 
   void ring();
 
-  /// Waits for a ring, at most until `deadline`, and takes it. False when none came in time. First
-  /// rings what the calling thread has collected.
+  /// Waits for a ring, at most until `deadline`, and takes it. False when none came in time. Goes
+  /// through beforeWaiting() first.
   bool wait(const std::optional<Clock::time_point>& deadline = std::nullopt);
 
  private:

@@ -121,13 +121,10 @@ int CQOV_Leader_Task::svc() {
     reactorImpl_->wait();
     // Not longer: a busy leader never waits, and whom it wakes would sleep until it does.
     const qov::RingCollector round;
-    turn_->takeOwn();
-    if (!leaderQueue_.is_empty()) {
-      // A sender may have left a response that comes before its own time-out.
-      work_->wakeOwnThread();
-    }
-    reactorImpl_->dispatch();
-    turn_->giveOwnBack();
+    const qov::OwnTurn turn(*turn_);
+    // The queue first, also where a sender has left only a mark: a response that is here comes
+    // before the time-out of its request.
+    reactorImpl_->dispatch(!leaderQueue_.is_empty());
   }
   end();
   log.warn(qov::kLogIdBase + 24, __FUNCTION__, __LINE__, "Manager thread(%d) exit!",
@@ -205,9 +202,8 @@ bool CQOV_Leader_Task::processLoopHasEnded() {
 }
 
 void CQOV_Leader_Task::end() {
-  turn_->takeOwn();
+  const qov::OwnTurn turn(*turn_);
   shutDown();
-  turn_->giveOwnBack();
 }
 
 void CQOV_Leader_Task::shutDown() {

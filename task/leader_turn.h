@@ -42,7 +42,7 @@ class LeaderWork {
 /// Shared: a sender may come to its work when the leader is gone. The leader lives until the turn
 /// is closed, which needs the turn.
 ///
-/// Thread: any; own() stands for the leader's.
+/// Thread: any; takeOwn() and giveOwnBack() are for the leader's, and for who has joined it.
 class LeaderTurn {
  public:
   /// `bell` wakes the leader's thread. Closed until open().
@@ -57,8 +57,8 @@ class LeaderTurn {
   /// Nobody gets the turn any more. For who has it.
   void close();
 
-  /// Does what there is to do, up to 64 messages, unless another thread has the turn: that one
-  /// will.
+  /// Takes the turn and does what there is to do, up to 64 messages. Leaves a mark instead if the
+  /// turn is taken, or the own thread waits for it.
   void workHere();
 
   /// Leaves it to the leader's own thread.
@@ -93,6 +93,19 @@ class LeaderTurn {
   bool marked_ = false;
   bool ownThreadWaits_ = false;
   pthread_t holder_{};
+};
+
+/// The turn in the hands of the leader's own thread, which may be cancelled or ended meanwhile.
+class OwnTurn {
+ public:
+  explicit OwnTurn(LeaderTurn& turn) : turn_(turn) { turn_.takeOwn(); }
+  ~OwnTurn() { turn_.giveOwnBack(); }
+
+  OwnTurn(const OwnTurn&) = delete;
+  OwnTurn& operator=(const OwnTurn&) = delete;
+
+ private:
+  LeaderTurn& turn_;
 };
 
 /// While one lives, the leaders whose queues its thread fills are not woken. At its end the thread

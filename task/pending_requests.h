@@ -17,7 +17,7 @@ namespace qov {
 /// The requests of a module's tasks that wait for their responses: key, sender, time-out, timer.
 /// The errno `cause` is what the sender finds when its wait is ended.
 ///
-/// Thread: the leader's only.
+/// Thread: who has the leader's turn.
 /// Owns:   the requests and their timers, which releaseAll() ends before this object goes. The
 ///         senders' tasks and the reactor are borrowed.
 /// Errors: by result and errno; the constructor throws std::bad_alloc.

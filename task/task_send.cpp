@@ -62,7 +62,7 @@ int failed(int cause, const CQOV_MsgPackage* req, bool freeReq) {
   return -1;
 }
 
-/// The turn of one thread, given back at the end; not taken while another has it.
+/// Keeps others out while it lives, unless another one has kept this one out.
 class OneAtATime {
  public:
   explicit OneAtATime(std::atomic<bool>& busy) : busy_(busy), taken_(!busy.exchange(true)) {}
@@ -94,8 +94,8 @@ int CQOV_Task::send(const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp, ACE_Time_
              "reqest-pointor is null pointor, or respond-pointor is not null!");
     return failed(EINVAL, req, freeReq);
   }
-  const OneAtATime turn(sending_);
-  if (!turn.taken()) {
+  const OneAtATime alone(sending_);
+  if (!alone.taken()) {
     log.error(qov::kLogIdBase + 48, __FUNCTION__, __LINE__,
               "Worker(%d) cannot send: another thread waits in send() of the same task!",
               taskMgr_->moduleId());
@@ -226,7 +226,8 @@ int CQOV_Task::send(const CQOV_MsgPackage* req, ACE_Time_Value* timeout, bool fr
             "Worker(%d) send msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u.",
             taskMgr_->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
-  // Others than the pool's workers may not wait here for anything but room.
+  // A leader may have to wait for the table of the modules, which is locked while a module starts.
+  // So may a worker of the pool, but not whoever starts the module.
   if (handOver(block, timeout, makesRoom_ && getCurrentTask() == this) == -1) {
     const int cause = qov::sendCauseOf(errno);
     block->release();

@@ -46,14 +46,14 @@ void WaitReactor::wait(const ACE_Time_Value* maxWait) {
   bell_->wait(deadline);
 }
 
-int WaitReactor::dispatch() {
+int WaitReactor::dispatch(bool anyhow) {
   if (deactivated_) {
     errno = ESHUTDOWN;
     return -1;
   }
   // A response that is here already comes before its own time-out. The handler takes a bounded
   // batch, so the timers get their turn.
-  const int called = dispatchNotification() + (timers_->is_empty() ? 0 : timers_->expire());
+  const int called = dispatchNotification(anyhow) + (timers_->is_empty() ? 0 : timers_->expire());
   std::optional<ACE_Time_Value> earliest;
   if (!timers_->is_empty()) {
     earliest = timers_->earliest_time();
@@ -71,9 +71,10 @@ WaitReactor::Clock::time_point WaitReactor::steady(const ACE_Time_Value& time) c
   return Clock::now() + toDuration(time - timers_->gettimeofday());
 }
 
-int WaitReactor::dispatchNotification() {
+int WaitReactor::dispatchNotification(bool anyhow) {
   // Before the handler looks: a notification from now on is another one.
-  if (!notified_.exchange(false)) {
+  const bool notified = notified_.exchange(false);
+  if (!notified && !anyhow) {
     return 0;
   }
   if (handler_.handle_output(ACE_INVALID_HANDLE) == -1) {

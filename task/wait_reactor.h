@@ -21,8 +21,8 @@ namespace qov {
 /// waits on a doorbell. A notification to an owner that is awake is a flag, and notifications that
 /// were not dispatched yet are one.
 ///
-/// Thread: notify(), deactivate() and deactivated() from any thread; all else on one thread at a
-///         time, and on the one that waits but for the operations on timers.
+/// Thread: notify(), deactivate() and deactivated() from any thread; timers from one thread at a
+///         time; all else on one thread.
 /// Owns:   its timer wheel. The handler is borrowed.
 /// Errors: whatever else a reactor can do answers -1 with errno ENOTSUP. The constructor throws
 ///         std::bad_alloc.
@@ -36,11 +36,11 @@ class WaitReactor : public RefusingReactor {
   /// took, or -1 (errno ESHUTDOWN) once deactivated.
   int handle_events(ACE_Time_Value* max_wait_time = nullptr) override;
 
-  /// The two halves of handle_events(), of its thread alone. The first needs no lock: while this
-  /// thread waits, others may use the timers, one at a time. A timer that one of them makes the
-  /// earliest ends the wait.
+  /// The two halves of handle_events(). During the first, other threads may use the timers, one at
+  /// a time; a timer that one of them makes the earliest ends the wait. The second dispatches as if
+  /// notified if `anyhow`.
   void wait(const ACE_Time_Value* maxWait = nullptr);
-  int dispatch();
+  int dispatch(bool anyhow = false);
 
   /// What wait() waits for.
   const std::shared_ptr<Doorbell>& bell() const { return bell_; }
@@ -66,7 +66,7 @@ class WaitReactor : public RefusingReactor {
 
   /// When `time` of the timers' clock comes.
   Clock::time_point steady(const ACE_Time_Value& time) const;
-  int dispatchNotification();
+  int dispatchNotification(bool anyhow);
 
   ACE_Event_Handler& handler_;
   // One thread at a time.

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "task/leader_turn.h"
 #include "tests/support/shifted_clock.h"
 #include "tests/task/task_fixture.h"
 
@@ -250,6 +251,36 @@ TEST_F(BackPressureTest, TheLeaderNeverWaitsForRoomInItsOwnModule) {
   EXPECT_TRUE(answered_.waitFor());
   release_.count();
   EXPECT_FALSE(elsewhere.waitForResponse());
+}
+
+TEST_F(BackPressureTest, WhatAWorkerPassesOnForAnotherLeaderIsRefusedLikeAnybodysElse) {
+  struct : qov::LeaderWork {
+    std::size_t dispatchSome(std::size_t) override { return 0; }
+    void wakeOwnThread() override {}
+  } none;
+  TestModule module(
+      [&](CQOV_Task& task, CQOV_MsgPackage& pkg) {
+        const auto send = [&task] {
+          ACE_Time_Value atOnce(0);
+          return task.send(makeMessage(3, kPassing, kModule + 1, kModule + 1).release(), &atOnce,
+                           true);
+        };
+        if (pkg.head().opc_ == kBlocking) {
+          for (int i = 0; i < 2500; ++i) {
+            EXPECT_EQ(0, send());
+          }
+          qov::LeaderTurn another(none, std::make_shared<qov::Doorbell>());
+          const qov::OwnTurn turn(another);
+          EXPECT_EQ(-1, send());
+          EXPECT_EQ(ENOBUFS, errno);
+          answered_.count();
+        }
+        return 0;
+      },
+      1, kModule + 1);
+  ASSERT_TRUE(module.init());
+  ASSERT_LT(0, module.putq(makeBlock(makeMessage(3, kBlocking, kModule + 1)), nullptr));
+  EXPECT_TRUE(answered_.waitFor());
 }
 
 TEST_F(BackPressureTest, TheOnlyWorkerCanAnswerIntoAModuleThatIsKeptFull) {

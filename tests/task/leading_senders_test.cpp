@@ -1,5 +1,6 @@
 #include <ace/Log_Msg.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <qovpub/qov_stats.h>
 
 #include <atomic>
@@ -13,6 +14,7 @@
 
 #include "tests/support/answering_modules.h"
 #include "tests/support/latch.h"
+#include "tests/support/sanitizers.h"
 #include "tests/task/task_fixture.h"
 
 namespace {
@@ -124,7 +126,7 @@ class ActingTask : public FunctionStaticTask {
         act_(std::move(act)) {}
 
   int putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout) override {
-    if (type == 1) {
+    if (type != 2) {
       act_();
     }
     return FunctionStaticTask::putMsg(type, mb, timeout);
@@ -219,4 +221,24 @@ TEST_F(LeadingSendersTest, EveryRequestEndsWhereverAStopComes) {
     EXPECT_LE(handled, answered + 4);
     sent += answered;
   }
+}
+
+TEST_F(LeadingSendersTest, ALeaderThatIsCancelledAtWorkIsStoppedAllTheSame) {
+  if (QOV_TEST_ASAN || QOV_TEST_TSAN) {
+    GTEST_SKIP() << "no sanitizer follows a thread that is cancelled";
+  }
+  Latch cancelled;
+  ActingTask acting(module_.get(), [&] {
+    ::pthread_cancel(::pthread_self());
+    cancelled.count();
+    ::pthread_testcancel();
+  });
+  ASSERT_EQ(0, module_->insertStaticScheduledTask(&acting));
+  // Nobody of the pool has sent it, so it is the leader's thread that delivers it.
+  ACE_Message_Block* const block = makeBlock(makeMessage(3, kNoted + 1));
+  ASSERT_LT(0, module_->putq(block, nullptr));
+  ASSERT_TRUE(cancelled.waitFor());
+  module_->stop();
+  // What it had in its hands is gone with it.
+  qov::releaseWithPackage(block);
 }

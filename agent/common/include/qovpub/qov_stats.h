@@ -56,7 +56,8 @@ struct QOVModuleStats {
   /// The highest of waitingBytes_ since the module was made.
   std::uint64_t highestWaitingBytes_ = 0;
 
-  // Of handleMessage(), on the workers of the pool and all other tasks of the module.
+  // Of handleMessage(), on the workers of the pool and all other tasks of the module, with what it
+  // waits for and what its send() does for leaders.
   std::uint64_t handled_ = 0;  ///< the sum of handlingTimes_
   Duration handlingSum_{};
   Duration longestHandling_{};
