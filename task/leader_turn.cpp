@@ -76,19 +76,20 @@ void LeaderTurn::giveOwnBack() {
   giveBack(lock);
 }
 
-void LeaderTurn::workHere() {
+std::size_t LeaderTurn::workHere(std::size_t most) {
   std::unique_lock<std::mutex> lock(mutex_);
   if (!tryTake()) {
-    return;
+    return 0;
   }
-  std::size_t left = kMost;
+  std::size_t left = most;
   do {
     marked_ = false;
     lock.unlock();
     left -= work_.dispatchSome(left);
     lock.lock();
-  } while (marked_ && left > 0);
+  } while (marked_ && left > 0 && !ownThreadWaits_);
   giveBack(lock);
+  return most - left;
 }
 
 void LeaderTurn::leaveToOwnThread() {
@@ -142,9 +143,10 @@ LeadingScope::~LeadingScope() {
   const ACE_Errno_Guard keep(errno);
   const Uncancelled whileInTurn;
   // The list may grow meanwhile: whom a leader passes a message on to comes next.
-  while (begun_ < count_) {
-    turns_[begun_++]->workHere();
+  for (std::size_t left = kMostMessages; left > 0 && begun_ < count_;) {
+    left -= turns_[begun_++]->workHere(left);
   }
+  leaveRest();
   scope = nullptr;
 }
 

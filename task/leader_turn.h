@@ -33,9 +33,9 @@ class LeaderWork {
 ///
 /// No message is left lying. It enters the queue before its sender asks for the turn. A sender that
 /// finds it taken leaves a mark, and who gives the turn back looks for the mark: both under one
-/// lock, so the mark comes before that look or finds the turn free. Who finds the mark looks into
-/// the queue once more, or has the leader's own thread look, before the turn is free. Who looks and
-/// does not take everything has the leader's own thread look, too.
+/// lock, so the mark comes before that look or finds the turn free. Who finds the mark takes the
+/// turn again, or has the leader's own thread look into the queue; and who looks and does not take
+/// everything has that thread look, too.
 ///
 /// The leader's own thread comes next where it waits, however many senders there are.
 ///
@@ -57,9 +57,10 @@ class LeaderTurn {
   /// Nobody gets the turn any more. For who has it.
   void close();
 
-  /// Takes the turn and does what there is to do, up to 64 messages. Leaves a mark instead if the
-  /// turn is taken, or the own thread waits for it.
-  void workHere();
+  /// Takes the turn and dispatches what stands in the queue then, and again where it finds a mark,
+  /// up to `most` messages in all; returns how many. Leaves a mark instead if the turn is taken, or
+  /// the own thread waits for it.
+  std::size_t workHere(std::size_t most);
 
   /// Leaves it to the leader's own thread.
   void leaveToOwnThread();
@@ -74,9 +75,6 @@ class LeaderTurn {
   bool ownThreadWaits();
 
  private:
-  /// How many messages a sender dispatches at the most before it goes on with its own affairs.
-  static constexpr std::size_t kMost = 64;
-
   // With mutex_ held.
   /// False, and a mark left, when somebody else has the turn or comes next, or it is closed.
   bool tryTake();
@@ -132,6 +130,8 @@ class LeadingScope {
   /// Two for a message: the sender's leader, and the one that it passes the message on to. What
   /// else these have to pass on may take the rest; whoever finds no place is woken.
   static constexpr std::size_t kMostLeaders = 4;
+  /// How many messages a sender dispatches before it goes on with its own affairs.
+  static constexpr std::size_t kMostMessages = 64;
 
   bool add(const std::shared_ptr<LeaderTurn>& turn);
 

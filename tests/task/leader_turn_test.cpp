@@ -13,6 +13,8 @@
 
 namespace {
 
+constexpr std::size_t kMost = 64;
+
 /// A queue that is a number.
 class CountedWork : public qov::LeaderWork {
  public:
@@ -41,7 +43,7 @@ class LeaderTurnTest : public ::testing::Test {
 
   void putAndWork(std::size_t count = 1) {
     work_.waiting_ += count;
-    turn_->workHere();
+    turn_->workHere(kMost);
   }
 
   CountedWork work_;
@@ -70,6 +72,14 @@ TEST_F(LeaderTurnTest, WhoHasTheTurnLooksAgainForASenderThatFoundItTaken) {
   EXPECT_EQ(0, work_.wakes_);
 }
 
+TEST_F(LeaderTurnTest, ASenderLooksAgainForSixtyFourMessagesAtTheMost) {
+  work_.meanwhile_ = [this] { std::thread([this] { putAndWork(); }).join(); };
+  putAndWork();
+  EXPECT_EQ(64, work_.looks_);
+  EXPECT_EQ(1U, work_.waiting_);
+  EXPECT_EQ(1, work_.wakes_);
+}
+
 TEST_F(LeaderTurnTest, WhatComesWhileTheOwnThreadHasTheTurnIsLeftToIt) {
   turn_->takeOwn();
   putAndWork();
@@ -80,12 +90,35 @@ TEST_F(LeaderTurnTest, WhatComesWhileTheOwnThreadHasTheTurnIsLeftToIt) {
 }
 
 TEST_F(LeaderTurnTest, ASenderGoesOnWithItsOwnAffairsAfterSixtyFourMessages) {
-  constexpr int kRounds = 64;
-  work_.meanwhile_ = [this] { std::thread([this] { putAndWork(); }).join(); };
-  putAndWork();
-  EXPECT_EQ(kRounds, work_.looks_);
-  EXPECT_EQ(1U, work_.waiting_);
-  EXPECT_EQ(1, work_.wakes_);
+  CountedWork other;
+  const auto otherTurn = std::make_shared<qov::LeaderTurn>(other, bell_);
+  otherTurn->open();
+  work_.waiting_ = 60;
+  other.waiting_ = 5;
+  {
+    const qov::LeadingScope scope(true);
+    qov::LeadingScope::defer(turn_);
+    qov::LeadingScope::defer(otherTurn);
+  }
+  EXPECT_EQ(0U, work_.waiting_);
+  EXPECT_EQ(1U, other.waiting_);
+  EXPECT_EQ(1, other.wakes_);
+}
+
+TEST_F(LeaderTurnTest, ASenderThatHasDoneItsShareLeavesTheRestToTheirOwnThreads) {
+  CountedWork other;
+  const auto otherTurn = std::make_shared<qov::LeaderTurn>(other, bell_);
+  otherTurn->open();
+  work_.waiting_ = 64;
+  other.waiting_ = 1;
+  {
+    const qov::LeadingScope scope(true);
+    qov::LeadingScope::defer(turn_);
+    qov::LeadingScope::defer(otherTurn);
+  }
+  EXPECT_EQ(0U, work_.waiting_);
+  EXPECT_EQ(0, other.looks_);
+  EXPECT_EQ(1, other.wakes_);
 }
 
 TEST_F(LeaderTurnTest, TheOwnThreadIsToldOfWhatIsBeyondSixtyFourMessages) {
@@ -130,7 +163,7 @@ TEST_F(LeaderTurnTest, NobodyButTheOwnThreadWorksOnceTheTurnIsClosed) {
 
 TEST_F(LeaderTurnTest, WhatComesBeforeTheTurnIsOpenIsToldTheOwnThreadThen) {
   const auto closed = std::make_shared<qov::LeaderTurn>(work_, bell_);
-  closed->workHere();
+  closed->workHere(kMost);
   EXPECT_EQ(0, work_.looks_);
   closed->open();
   EXPECT_EQ(1, work_.wakes_);

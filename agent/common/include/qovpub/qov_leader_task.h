@@ -66,10 +66,11 @@ struct LLHashFunctor {
 /// CQOV_TaskMgr::putq()), while responses are delivered and time-outs fire.
 ///
 /// Its work is done by one thread at a time. A task that asks for a response, and a worker of the
-/// pool whatever it sends, does the work of a leader that nobody is at on its own thread: up to 64
-/// messages each time, up to four times, for the leaders that its own message passes, before send()
-/// waits or returns. So what a module overrides and a leader calls (putMsg() and wakeup() of its
-/// tasks) runs on either thread. While DEBUG or TRACE is on, the leaders' own threads do it all.
+/// pool whatever it sends, does the work of a leader that nobody is at on its own thread: it
+/// dispatches what stands in the queues of the leaders that its own message passes, up to 64
+/// messages in all, before send() waits or returns. So what a module overrides and a leader calls
+/// (putMsg() and wakeup() of its tasks) runs on either thread. While DEBUG or TRACE is on, the
+/// leaders' own threads do it all.
 ///
 /// Thread: run() and notifyExit() from any thread; insertStaticScheduledTask() from any thread;
 ///         everything else on the thread that does the leader's work.
