@@ -38,7 +38,7 @@ unsigned long LLHashFunctor::operator()(unsigned long long value) const {
 }
 
 /// What a sender's thread does for the leader.
-struct CQOV_Leader_Task::Work : qov::LeaderWork {
+struct CQOV_Leader_Task::Work final : qov::LeaderWork {
   explicit Work(CQOV_Leader_Task& leader) : leader_(leader) {}
 
   std::size_t dispatchSome(std::size_t most) override {
