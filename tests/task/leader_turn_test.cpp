@@ -46,7 +46,19 @@ class LeaderTurnTest : public ::testing::Test {
     turn_->workHere(kMost);
   }
 
+  /// Lets a sender do the work of two leaders, for whom so many messages wait.
+  void leadFor(std::size_t first, std::size_t second) {
+    const auto otherTurn = std::make_shared<qov::LeaderTurn>(other_, bell_);
+    otherTurn->open();
+    work_.waiting_ = first;
+    other_.waiting_ = second;
+    const qov::LeadingScope scope(true);
+    qov::LeadingScope::defer(turn_);
+    qov::LeadingScope::defer(otherTurn);
+  }
+
   CountedWork work_;
+  CountedWork other_;
   const std::shared_ptr<qov::Doorbell> bell_ = std::make_shared<qov::Doorbell>();
   const std::shared_ptr<qov::LeaderTurn> turn_ = std::make_shared<qov::LeaderTurn>(work_, bell_);
 };
@@ -90,35 +102,17 @@ TEST_F(LeaderTurnTest, WhatComesWhileTheOwnThreadHasTheTurnIsLeftToIt) {
 }
 
 TEST_F(LeaderTurnTest, ASenderGoesOnWithItsOwnAffairsAfterSixtyFourMessages) {
-  CountedWork other;
-  const auto otherTurn = std::make_shared<qov::LeaderTurn>(other, bell_);
-  otherTurn->open();
-  work_.waiting_ = 60;
-  other.waiting_ = 5;
-  {
-    const qov::LeadingScope scope(true);
-    qov::LeadingScope::defer(turn_);
-    qov::LeadingScope::defer(otherTurn);
-  }
+  leadFor(60, 5);
   EXPECT_EQ(0U, work_.waiting_);
-  EXPECT_EQ(1U, other.waiting_);
-  EXPECT_EQ(1, other.wakes_);
+  EXPECT_EQ(1U, other_.waiting_);
+  EXPECT_EQ(1, other_.wakes_);
 }
 
 TEST_F(LeaderTurnTest, ASenderThatHasDoneItsShareLeavesTheRestToTheirOwnThreads) {
-  CountedWork other;
-  const auto otherTurn = std::make_shared<qov::LeaderTurn>(other, bell_);
-  otherTurn->open();
-  work_.waiting_ = 64;
-  other.waiting_ = 1;
-  {
-    const qov::LeadingScope scope(true);
-    qov::LeadingScope::defer(turn_);
-    qov::LeadingScope::defer(otherTurn);
-  }
+  leadFor(64, 1);
   EXPECT_EQ(0U, work_.waiting_);
-  EXPECT_EQ(0, other.looks_);
-  EXPECT_EQ(1, other.wakes_);
+  EXPECT_EQ(0, other_.looks_);
+  EXPECT_EQ(1, other_.wakes_);
 }
 
 TEST_F(LeaderTurnTest, TheOwnThreadIsToldOfWhatIsBeyondSixtyFourMessages) {

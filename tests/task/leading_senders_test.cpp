@@ -15,21 +15,12 @@
 #include "tests/support/answering_modules.h"
 #include "tests/support/latch.h"
 #include "tests/support/sanitizers.h"
+#include "tests/task/stats_of.h"
 #include "tests/task/task_fixture.h"
 
 namespace {
 
 constexpr std::uint64_t kNoted = 77;
-
-QOVModuleStats statsOf(unsigned int module) {
-  for (const QOVModuleStats& stats : getModuleStats()) {
-    if (stats.moduleId_ == module) {
-      return stats;
-    }
-  }
-  ADD_FAILURE() << "no figures of module " << module;
-  return {};
-}
 
 /// Notes which thread puts messages into its queue, and answers them.
 class NotingTask : public FunctionStaticTask {

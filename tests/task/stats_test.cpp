@@ -12,6 +12,7 @@
 
 #include "task/module_counters.h"
 #include "tests/support/answering_modules.h"
+#include "tests/task/stats_of.h"
 #include "tests/task/task_fixture.h"
 
 namespace {
@@ -20,16 +21,6 @@ using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 
 constexpr std::uint8_t kBeside = kModule + 1;
-
-QOVModuleStats statsOf(unsigned int module) {
-  for (const QOVModuleStats& stats : getModuleStats()) {
-    if (stats.moduleId_ == module) {
-      return stats;
-    }
-  }
-  ADD_FAILURE() << "no figures of module " << module;
-  return {};
-}
 
 /// Waits for a figure.
 template <class IsReached>
