@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "diag/uncancelled.h"
+
 namespace qov {
 
 namespace {
@@ -13,19 +15,6 @@ namespace {
 thread_local LeadingScope* scope = nullptr;
 /// How many turns the thread has: a leader's own thread may take one of another leader, too.
 thread_local int turnsHere = 0;
-
-/// A thread that is cancelled while it has a turn would keep it.
-class Uncancelled {
- public:
-  Uncancelled() { ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_); }
-  ~Uncancelled() { ::pthread_setcancelstate(former_, nullptr); }
-
-  Uncancelled(const Uncancelled&) = delete;
-  Uncancelled& operator=(const Uncancelled&) = delete;
-
- private:
-  int former_ = PTHREAD_CANCEL_ENABLE;
-};
 
 }  // namespace
 
@@ -141,6 +130,7 @@ LeadingScope::~LeadingScope() {
     return;
   }
   const ACE_Errno_Guard keep(errno);
+  // A thread that is cancelled while it has a turn would keep it.
   const Uncancelled whileInTurn;
   // The list may grow meanwhile: whom a leader passes a message on to comes next.
   for (std::size_t left = kMostMessages; left > 0 && begun_ < count_;) {
