@@ -1,3 +1,16 @@
+# What code is compiled with that includes the public headers, and all that a module needs: it finds
+# the library in the program that opens it.
+add_library(qov_headers INTERFACE)
+target_include_directories(qov_headers INTERFACE "${PROJECT_SOURCE_DIR}/agent/common/include")
+target_link_libraries(qov_headers INTERFACE qov::platform PkgConfig::ACE PkgConfig::JSONCPP
+                                            Threads::Threads)
+
+# The components' objects, in place of libqovpub, for programs of this tree that use what the library
+# hides. Never both in one process: it would have two copies of the library's state.
+add_library(qov_inside INTERFACE)
+target_include_directories(qov_inside INTERFACE "${PROJECT_SOURCE_DIR}")
+target_link_libraries(qov_inside INTERFACE qov_headers)
+
 # qov_component(<name> SOURCES <file>... [USES <component>...] [BESIDE <component>...]
 #               [LIBRARIES <target>...] [FOLDER <folder>])
 #
@@ -12,10 +25,11 @@ function(qov_component name)
   endif()
   list(TRANSFORM ARG_SOURCES PREPEND "${ARG_FOLDER}/" OUTPUT_VARIABLE source_paths)
   add_library(qov_${name} OBJECT ${source_paths})
-  target_include_directories(
-    qov_${name} PUBLIC "${PROJECT_SOURCE_DIR}/agent/common/include" "${PROJECT_SOURCE_DIR}")
-  target_link_libraries(qov_${name} PUBLIC qov::platform PkgConfig::ACE PkgConfig::JSONCPP
-                                           Threads::Threads ${ARG_LIBRARIES}
+  # Shown is what QOV_EXPORT marks.
+  set_target_properties(qov_${name} PROPERTIES CXX_VISIBILITY_PRESET hidden
+                                               VISIBILITY_INLINES_HIDDEN ON)
+  target_include_directories(qov_${name} PUBLIC "${PROJECT_SOURCE_DIR}")
+  target_link_libraries(qov_${name} PUBLIC qov_headers ${ARG_LIBRARIES}
                                     PRIVATE qov_compile_options)
   foreach(used IN LISTS ARG_USES)
     if(NOT TARGET qov_${used})
@@ -23,6 +37,7 @@ function(qov_component name)
     endif()
   endforeach()
   target_sources(qovpub PRIVATE $<TARGET_OBJECTS:qov_${name}>)
+  target_link_libraries(qov_inside INTERFACE $<TARGET_OBJECTS:qov_${name}> ${ARG_LIBRARIES})
   set_property(GLOBAL APPEND PROPERTY QOV_COMPONENTS ${name})
   set_property(GLOBAL PROPERTY QOV_COMPONENT_${name}_USES "${ARG_USES};${ARG_BESIDE}")
   set_property(GLOBAL PROPERTY QOV_COMPONENT_${name}_FOLDER "${ARG_FOLDER}")

@@ -14,6 +14,8 @@ target_link_libraries(
 # Where an installed copy finds the platform library: beside itself, or where the real one was.
 set_target_properties(
   qovpub PROPERTIES INSTALL_RPATH "$ORIGIN" INSTALL_RPATH_USE_LINK_PATH ON)
+# Calls from one component to another go straight there, also where users may call the same.
+target_link_options(qovpub PRIVATE -Wl,-Bsymbolic-functions)
 if(NOT QOV_SANITIZE)
   # A symbol nobody defines shall fail here, not when an agent opens its first module.
   target_link_options(qovpub PRIVATE -Wl,--no-undefined)

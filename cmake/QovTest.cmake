@@ -1,6 +1,9 @@
-# qov_test(<name> SOURCES <file>... [LIBRARIES <target>...] [LABELS <label>...] [TIMEOUT <s>])
+# qov_test(<name> [INSIDE] SOURCES <file>... [LIBRARIES <target>...] [LABELS <label>...]
+#          [TIMEOUT <s>])
 #
-# One GoogleTest program. Test programs may include private headers, from the root of the tree.
+# One GoogleTest program. With INSIDE it may include private headers, from the root of the tree, and
+# is made of the components' objects in place of libqovpub. The modules that it opens link
+# qov_headers and find the library in the program, which has ENABLE_EXPORTS for that.
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
@@ -11,11 +14,15 @@ if(QOV_SANITIZE)
 endif()
 
 function(qov_test name)
-  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBRARIES;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "INSIDE" "TIMEOUT" "SOURCES;LIBRARIES;LABELS" ${ARGN})
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 120)
   endif()
   set(properties TIMEOUT ${ARG_TIMEOUT} ${QOV_SANITIZER_FIXTURE})
+  set(library qov::qovpub)
+  if(ARG_INSIDE)
+    set(library qov_inside)
+  endif()
   if(ARG_LABELS)
     list(APPEND properties LABELS "${ARG_LABELS}")
   endif()
@@ -23,7 +30,7 @@ function(qov_test name)
   # A program's process name ends at the last dot of its path, which may lie in a folder's name.
   set_target_properties(${name} PROPERTIES SUFFIX ".bin")
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
-  target_link_libraries(${name} PRIVATE qov::qovpub qov_compile_options GTest::gmock GTest::gtest
+  target_link_libraries(${name} PRIVATE ${library} qov_compile_options GTest::gmock GTest::gtest
                                         GTest::gtest_main ${ARG_LIBRARIES})
   # The library is optimised as it is shipped. Test code is not: that would take longer to compile
   # than all else, most of all with the sanitizers' instrumentation in it.

@@ -1,15 +1,19 @@
 #include <dlfcn.h>
+#include <gtest/gtest.h>
 #include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_module_loader.h>
 #include <qovpub/qov_utility.h>
 
-#include "tests/module/module_fixture.h"
+#include "tests/support/this_process.h"
 
 namespace qov::test {
 namespace {
 
 /// A library whose own symbols are hidden.
-class HiddenLibrary : public ModuleTest {
+class HiddenLibrary : public ::testing::Test {
  protected:
+  HiddenLibrary() { thisProcess(); }
+
   /// What the library's function `name` gives.
   const void* given(const char* name) {
     const auto function = reinterpret_cast<const void* (*)()>(::dlsym(library_, name));
@@ -18,7 +22,7 @@ class HiddenLibrary : public ModuleTest {
   }
 
  private:
-  void* const library_ = ::dlopen("libqovt_hidden_singletons.so", RTLD_NOW);
+  void* const library_ = ::dlopen(QOV_TEST_HIDDEN_SINGLETONS, RTLD_NOW);
 };
 
 TEST_F(HiddenLibrary, MeetsTheOneLoader) {

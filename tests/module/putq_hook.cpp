@@ -1,13 +1,8 @@
 #include "tests/module/putq_hook.h"
 
-#include <qovpub/qov_common_debugkit.h>
-#include <qovpub/qov_leader_task.h>
-
 #include <memory>
 #include <mutex>
 #include <utility>
-
-#include "task/log_ids.h"
 
 namespace {
 
@@ -28,16 +23,19 @@ void setHook(std::shared_ptr<const PutqHook::Hook> hook) {
 
 }  // namespace
 
-int CQOV_TaskMgr::putq(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
+// The linker takes every call of CQOV_TaskMgr::putq() here (--wrap) and names the library's own.
+int wrappedPutq(CQOV_TaskMgr* to, ACE_Message_Block* mb, ACE_Time_Value* timeout) __asm__(
+    "__wrap__ZN12CQOV_TaskMgr4putqEP17ACE_Message_BlockP14ACE_Time_Value");
+int realPutq(CQOV_TaskMgr* to, ACE_Message_Block* mb, ACE_Time_Value* timeout) __asm__(
+    "__real__ZN12CQOV_TaskMgr4putqEP17ACE_Message_BlockP14ACE_Time_Value");
+
+int wrappedPutq(CQOV_TaskMgr* to, ACE_Message_Block* mb, ACE_Time_Value* timeout) {
   if (const auto before = hook()) {
-    if (const std::optional<int> result = (*before)(*this, mb, timeout)) {
+    if (const std::optional<int> result = (*before)(*to, mb, timeout)) {
       return *result;
     }
   }
-  // As the library's own does it.
-  const CQOVDebugKitGuard log(qov::kPublicKit,
-                              "int CQOV_TaskMgr::putq(ACE_Message_Block*, ACE_Time_Value*)");
-  return leader_->msg_queue()->enqueue_tail(mb, timeout);
+  return realPutq(to, mb, timeout);
 }
 
 namespace qov::test {

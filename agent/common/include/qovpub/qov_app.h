@@ -2,6 +2,7 @@
 #define QOVPUB_QOV_APP_H
 
 #include <ace/Event_Handler.h>
+#include <qovpub/qov_export.h>
 
 #include <memory>
 #include <string>
@@ -23,7 +24,7 @@ class StartReport;
 ///         without a siginfo there, too; with one from signal context on any thread.
 /// Owns:   nothing; the logging strategy is borrowed.
 /// Errors: none; a reading of the configuration that fails leaves the log as it is.
-class SigintHandler : public ACE_Event_Handler {
+class QOV_EXPORT SigintHandler : public ACE_Event_Handler {
  public:
   /// `logStrategy` is what SIGUSR1 initialises again; null for none. Prepares the process reactor
   /// for noted signals; of several handlers the one made last carries them out.
@@ -82,7 +83,7 @@ class SigintHandler : public ACE_Event_Handler {
 /// Errors: by result. init() throws CQOV_Exception when the process configuration cannot be read,
 ///         for a daemon before it leaves its starter. Why a start fails stands on standard error, a
 ///         line for each reason, also what a daemon says; see init().
-class CQOVapp {
+class QOV_EXPORT CQOVapp {
  public:
   CQOVapp();
 

@@ -6,6 +6,7 @@
 #include <ace/Log_Msg.h>
 #include <ace/Singleton.h>
 #include <ace/Thread_Mutex.h>
+#include <qovpub/qov_export.h>
 
 #include <array>
 #include <atomic>
@@ -55,7 +56,7 @@ struct Origin;
 ///         ("%n" among them: it is never obeyed). A null message is an empty one. A null function
 ///         ends the record in front of that field, though not the line: the newline is kept. A
 ///         thread that is cancelled while it logs goes when its record is written.
-class CQOVDebugKit {
+class QOV_EXPORT CQOVDebugKit {
  public:
   CQOVDebugKit(const std::string& name, unsigned int id);
   ~CQOVDebugKit();
@@ -153,7 +154,7 @@ class CQOVDebugKit {
 /// A pointer from find() stays good as long as its kit is registered. Whoever removes and deletes
 /// a kit does so when no thread can still be using it: a module after its threads were joined.
 /// Guards that stay open across such a deletion notice it and go on through whatever find() has.
-class CQOVDebugKitMgr {
+class QOV_EXPORT CQOVDebugKitMgr {
  public:
   /// A registry that holds the public kit. A program needs only the one of instance().
   CQOVDebugKitMgr();
@@ -197,10 +198,8 @@ class CQOVDebugKitMgr {
 };
 
 /// The library has the one registry, also for modules whose own symbols are hidden.
-extern template class __attribute__((visibility("default")))
-ACE_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
-extern template class __attribute__((visibility("default")))
-ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
+extern template class QOV_EXPORT ACE_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
+extern template class QOV_EXPORT ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
 
 /// Traces entry to and exit from a function, and whether it logged a warning or an error through
 /// the guard on the way: "enter " + name + "..." and "leave " + name + ": OK" (or "NOK").
@@ -208,7 +207,7 @@ ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
 /// Thread: the one that made it.
 /// Owns:   nothing; the kit is the registry's.
 /// Errors: none; it writes nothing when no kit is to be had.
-class CQOVDebugKitGuard {
+class QOV_EXPORT CQOVDebugKitGuard {
   /// Whether `Text` is a pointer to characters or an array of characters that can be written to.
   template <class Text>
   static constexpr bool isPassing = std::is_convertible_v<Text, char*> ||

@@ -1,6 +1,8 @@
 #ifndef QOVPUB_QOV_EXCEPTION_H
 #define QOVPUB_QOV_EXCEPTION_H
 
+#include <qovpub/qov_export.h>
+
 #include <exception>
 #include <stdexcept>
 #include <string>
@@ -11,7 +13,7 @@
 /// Thread: an exception belongs to the thread that handles it; copies may go to other threads.
 /// Owns:   its text, which copies share, so that copying never throws.
 /// Errors: the constructor throws std::bad_alloc when there is no memory for the text.
-class CQOV_Exception : public std::exception {
+class QOV_EXPORT CQOV_Exception : public std::exception {
  public:
   /// `message` is what went wrong; what() puts "CQOV_Exception: " in front of it.
   explicit CQOV_Exception(const std::string& message);

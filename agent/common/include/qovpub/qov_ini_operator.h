@@ -3,6 +3,7 @@
 
 #include <ace/Configuration.h>
 #include <ace/Configuration_Import_Export.h>
+#include <qovpub/qov_export.h>
 
 #include <list>
 #include <memory>
@@ -20,7 +21,7 @@
 ///         starts during open() may inherit one: ACE opens files without O_CLOEXEC.
 /// Errors: every operation returns 0, or -1 on failure. Nothing is logged, nothing but
 ///         std::bad_alloc thrown. A missing value is a failure, never an empty text.
-class CQOV_Ini_Operator {
+class QOV_EXPORT CQOV_Ini_Operator {
  public:
   CQOV_Ini_Operator();
   ~CQOV_Ini_Operator();

@@ -4,6 +4,7 @@
 #include <ace/Reactor.h>
 #include <ace/Thread_Mutex.h>
 #include <ace/Time_Value.h>
+#include <qovpub/qov_export.h>
 #include <qovpub/qov_task.h>
 
 #include <atomic>
@@ -52,7 +53,7 @@ struct TimeoutDesc {
 };
 
 /// Hash of an operation code.
-struct LLHashFunctor {
+struct QOV_EXPORT LLHashFunctor {
   unsigned long operator()(unsigned long long value) const;
 };
 
@@ -76,7 +77,7 @@ struct LLHashFunctor {
 ///         everything else on the thread that does the leader's work.
 /// Owns:   the scheduler, the pending requests, and every block in its queue with its package.
 /// Errors: by result and log.
-class CQOV_Leader_Task : public CQOV_Task {
+class QOV_EXPORT CQOV_Leader_Task : public CQOV_Task {
  public:
   /// Throws CQOV_Exception when the process id cannot be read from the process configuration.
   CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize);

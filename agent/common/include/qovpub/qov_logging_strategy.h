@@ -2,6 +2,7 @@
 #define QOVPUB_QOV_LOGGING_STRATEGY_H
 
 #include <ace/Logging_Strategy.h>
+#include <qovpub/qov_export.h>
 
 #include <memory>
 #include <optional>
@@ -9,7 +10,7 @@
 #include <vector>
 
 /// The log settings of a process: section "LOG_CFG" of its configuration file.
-struct CLogging_Cfg_Param {
+struct QOV_EXPORT CLogging_Cfg_Param {
   /// Sets the defaults, named beside each field.
   CLogging_Cfg_Param();
 
@@ -53,7 +54,7 @@ struct CLogging_Cfg_Param {
 /// Owns:   its ACE strategy, whose only timer stands in ACE_Reactor::instance(). The log file is
 ///         the process's and stays open until it ends.
 /// Errors: reported by the results; nothing is thrown.
-class CQOV_Logging_Strategy {
+class QOV_EXPORT CQOV_Logging_Strategy {
  public:
   CQOV_Logging_Strategy();
   ~CQOV_Logging_Strategy();

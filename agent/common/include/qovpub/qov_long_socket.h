@@ -5,6 +5,7 @@
 #include <ace/SOCK_Stream.h>
 #include <ace/Thread_Mutex.h>
 #include <ace/Time_Value.h>
+#include <qovpub/qov_export.h>
 #include <qovpub/qov_interruption.h>
 #include <qovpub/qov_message_package.h>
 
@@ -37,7 +38,7 @@ class Endpoint;
 ///
 /// The class has virtual operations but no virtual destructor: the layout of its table of
 /// virtual operations is fixed. Delete an object as what it was made.
-class CQOVLongSocket {
+class QOV_EXPORT CQOVLongSocket {
  public:
   /// The message could not be encoded; nothing was sent.
   static constexpr unsigned int kNotEncoded = 16797697;

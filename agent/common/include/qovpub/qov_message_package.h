@@ -2,6 +2,7 @@
 #define QOVPUB_QOV_MESSAGE_PACKAGE_H
 
 #include <qovpub/qov_exception.h>
+#include <qovpub/qov_export.h>
 #include <qovpub/qov_msg.h>
 
 #include <cstddef>
@@ -18,7 +19,7 @@ namespace qov {
 /// Thread: a value.
 /// Owns:   nothing.
 /// Errors: none.
-struct DecodeFault {
+struct QOV_EXPORT DecodeFault {
   enum class Kind : unsigned char {
     kNone,          ///< nothing was refused
     kHeadShort,     ///< no bytes, or fewer than the header has; `value`: how many there are
@@ -155,7 +156,7 @@ class RecordStore {
 /// Errors: encode() and decode() log and return kFailed; errno is ENOMEM when memory was short, and
 ///         decodeFault() tells why decode() failed. CQOV_Exception for a record that is not there.
 template <class MSG_S_HEAD>
-class CTLVPackageV3 {
+class QOV_EXPORT CTLVPackageV3 {
  public:
   /// What encode() and decode() return on failure.
   static constexpr unsigned int kFailed = 0xFFFFFFFF;
@@ -295,7 +296,7 @@ extern template class CTLVPackageV3<TLVMsgHeadV3>;
 /// CQOV_Task::send(): the leaders match a response crosswise, its sender against the request's
 /// receiver, so only exchanged addresses find the way back. CQOV_CommonTaskEx's automatic answers
 /// copy the addresses unexchanged; they are for requesters of the worker's own module only.
-std::unique_ptr<CQOV_MsgPackage> CreateQovRspPackage(const CQOV_MsgPackage& request,
-                                                     std::uint8_t mst = 0);
+QOV_EXPORT std::unique_ptr<CQOV_MsgPackage> CreateQovRspPackage(const CQOV_MsgPackage& request,
+                                                                std::uint8_t mst = 0);
 
 #endif

@@ -1,6 +1,7 @@
 #ifndef QOVPUB_QOV_MODULE_H
 #define QOVPUB_QOV_MODULE_H
 
+#include <qovpub/qov_export.h>
 #include <qovpub/qov_task_mgr.h>
 
 /// Gives a module library its entry function: QOV_CreateModule() returns a new `Type`.
@@ -17,10 +18,10 @@
 /// opened first. CMake's qov_add_module() hides them; other builds give -fvisibility=hidden,
 /// -fvisibility-inlines-hidden and, for static libraries, -Wl,--exclude-libs,ALL.
 /// The loader warns of a class that comes from another module.
-#define QOV_MODULE(Type)                                                               \
-  extern "C" __attribute__((visibility("default"))) CQOV_TaskMgr* QOV_CreateModule();  \
-  extern "C" __attribute__((visibility("default"))) CQOV_TaskMgr* QOV_CreateModule() { \
-    return new Type;                                                                   \
+#define QOV_MODULE(Type)                                   \
+  extern "C" QOV_EXPORT CQOV_TaskMgr* QOV_CreateModule();  \
+  extern "C" QOV_EXPORT CQOV_TaskMgr* QOV_CreateModule() { \
+    return new Type;                                       \
   }
 
 #endif

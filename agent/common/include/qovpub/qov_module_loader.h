@@ -4,6 +4,7 @@
 #include <ace/RW_Thread_Mutex.h>
 #include <ace/Singleton.h>
 #include <ace/Thread_Mutex.h>
+#include <qovpub/qov_export.h>
 #include <sys/types.h>
 
 #include <array>
@@ -41,7 +42,7 @@ class ModuleShutdown;
 /// Errors: reported by the result and one log line of debug kit 0, which load() follows by one that
 ///         names the file and the cause; never thrown. A lock that cannot be taken leaves its code
 ///         in errno and the operation goes on without it.
-class CQOV_Module_Loader {
+class QOV_EXPORT CQOV_Module_Loader {
  public:
   /// Starts with an empty table.
   CQOV_Module_Loader();
@@ -171,7 +172,6 @@ class CQOV_Module_Loader {
 };
 
 /// The library has the one loader, also for modules whose own symbols are hidden.
-extern template class __attribute__((visibility("default")))
-ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>;
+extern template class QOV_EXPORT ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>;
 
 #endif

@@ -3,6 +3,7 @@
 
 #include <json/forwards.h>
 #include <qovpub/qov_cell_bytes.h>
+#include <qovpub/qov_export.h>
 #include <qovpub/qov_msg_cell.h>
 #include <qovpub/qov_msg_head.h>
 
@@ -90,7 +91,7 @@ class CellBlock {
   void setRecord(CTLVRecordV3* record) noexcept { record_ = record; }
 
   /// Has no cells and no room.
-  static CellBlock full_;
+  QOV_EXPORT static CellBlock full_;
 
  private:
   static constexpr std::uint32_t kPlaceUnit = alignof(CTLVCell);
@@ -155,7 +156,7 @@ inline bool CellBlock::makeLong(CTLVCell* slot, std::uint32_t head, const void* 
 /// Owns:   its cells.
 /// Errors: CQOV_Exception for a missing tag and as CTLVCell's; std::bad_alloc with errno ENOMEM.
 ///         The record is unchanged then.
-class CTLVRecordV3 {
+class QOV_EXPORT CTLVRecordV3 {
  public:
   /// The longest record that can be encoded, without its head.
   static constexpr unsigned long kMaxLength = 65535;

@@ -1,6 +1,8 @@
 #ifndef QOVPUB_QOV_MSG_CELL_H
 #define QOVPUB_QOV_MSG_CELL_H
 
+#include <qovpub/qov_export.h>
+
 #include <json/forwards.h>
 
 #include <cstddef>
@@ -33,7 +35,7 @@ inline constexpr unsigned int MIN_TLV_SIZE = 4;
 /// Errors: CQOV_Exception for a tag above 4095, a value above 65535 bytes, and a typed getter on a
 ///         cell of another type; the cell is unchanged then. std::bad_alloc with errno ENOMEM when
 ///         there is no memory for the value, the cell is unchanged too.
-class CTLVCell {
+class QOV_EXPORT CTLVCell {
  public:
   enum ETLVType : unsigned short {
     TLV_INVALID = 0,

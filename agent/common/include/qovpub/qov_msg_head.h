@@ -1,6 +1,8 @@
 #ifndef QOVPUB_QOV_MSG_HEAD_H
 #define QOVPUB_QOV_MSG_HEAD_H
 
+#include <qovpub/qov_export.h>
+
 #include <atomic>
 #include <cstdint>
 #include <sstream>
@@ -13,7 +15,7 @@
 ///         thread and at any time, static initialisation included.
 /// Owns:   nothing.
 /// Errors: none.
-struct __attribute__((packed)) QOVMsgHead {
+struct QOV_EXPORT __attribute__((packed)) QOVMsgHead {
   static constexpr std::uint32_t kMagic = 20080808;
   static constexpr std::uint8_t kVersion = 1;
   /// Set in flags_ when the message carries a whole V3 package as its body.
@@ -50,7 +52,7 @@ static_assert(sizeof(QOVMsgHead) == 32, "copied byte for byte");
 /// Thread: a value; allocateSerial() from any thread.
 /// Owns:   nothing.
 /// Errors: none.
-struct TLVMsgHeadV3 {
+struct QOV_EXPORT TLVMsgHeadV3 {
   static constexpr std::uint32_t kMagic = 0x55555555;
   static constexpr std::uint32_t kVersion = 3;
 

@@ -1,6 +1,7 @@
 #ifndef QOVPUB_QOV_OM_MESSAGE_PACKAGE_H
 #define QOVPUB_QOV_OM_MESSAGE_PACKAGE_H
 
+#include <qovpub/qov_export.h>
 #include <qovpub/qov_message_package.h>
 
 #include <memory>
@@ -16,7 +17,7 @@
 /// Thread: as CQOV_MsgPackage; the inner package is a part of it.
 /// Owns:   the inner package and its own records.
 /// Errors: as CQOV_MsgPackage.
-class CQOV_OM_MsgPackage : public CQOV_MsgPackage {
+class QOV_EXPORT CQOV_OM_MsgPackage : public CQOV_MsgPackage {
  public:
   /// A default header with flags bit 0 set. Takes `inner`, which must come from `new` or be null.
   explicit CQOV_OM_MsgPackage(CT7QPackageV3* inner);
@@ -79,6 +80,6 @@ class CQOV_OM_MsgPackage : public CQOV_MsgPackage {
 /// when bit 0 of its flags is set, else a CQOV_MsgPackage. No field is copied, the new package has
 /// default values until it decodes the message or is given them. The caller owns it; null, with
 /// errno ENOMEM, when there is no memory.
-CQOV_MsgPackage* CreateQovMsgPackage(const QOVMsgHead& head);
+QOV_EXPORT CQOV_MsgPackage* CreateQovMsgPackage(const QOVMsgHead& head);
 
 #endif

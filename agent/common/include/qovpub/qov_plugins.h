@@ -2,6 +2,7 @@
 #define QOVPUB_QOV_PLUGINS_H
 
 #include <ace/Thread_Mutex.h>
+#include <qovpub/qov_export.h>
 #include <sys/types.h>
 
 #include <atomic>
@@ -14,7 +15,7 @@ class ACE_DLL_Handle;
 /// Thread: called on the thread that calls CQOV_Plugins::open(), outside the registry's lock.
 /// Owns:   nothing; the registry never keeps or deletes an operator.
 /// Errors: by the result.
-class CQOV_PluginOperator {
+class QOV_EXPORT CQOV_PluginOperator {
  public:
   virtual ~CQOV_PluginOperator();
 
@@ -42,7 +43,7 @@ class CQOV_PluginOperator {
 ///
 /// Even then the dynamic loader keeps a library with unique symbols, which templates and inline
 /// functions with static variables have unless they are hidden.
-class CQOV_Plugins {
+class QOV_EXPORT CQOV_Plugins {
  public:
   CQOV_Plugins();
 

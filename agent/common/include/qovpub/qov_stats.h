@@ -1,6 +1,8 @@
 #ifndef QOVPUB_QOV_STATS_H
 #define QOVPUB_QOV_STATS_H
 
+#include <qovpub/qov_export.h>
+
 #include <array>
 #include <chrono>
 #include <cstddef>
@@ -29,7 +31,7 @@ enum class QOVDropReason {
 /// takes no more, as CQOV_TaskMgr::putq() says.
 ///
 /// Thread: a value.
-struct QOVModuleStats {
+struct QOV_EXPORT QOVModuleStats {
   using Duration = std::chrono::nanoseconds;
 
   static constexpr std::size_t kRoomBytes = 16384;
@@ -77,6 +79,6 @@ struct QOVModuleStats {
 ///
 /// Thread: any; not from a signal handler.
 /// Errors: throws std::bad_alloc.
-std::vector<QOVModuleStats> getModuleStats();
+QOV_EXPORT std::vector<QOVModuleStats> getModuleStats();
 
 #endif

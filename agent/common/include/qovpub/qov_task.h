@@ -3,6 +3,7 @@
 
 #include <ace/Message_Block.h>
 #include <ace/Task.h>
+#include <qovpub/qov_export.h>
 #include <qovpub/qov_message_package.h>
 
 #include <atomic>
@@ -32,7 +33,7 @@ class TaskQueue;
 ///         task manager is borrowed and must outlive every use of the task's operations.
 /// Errors: by result, and errno where an operation says so; nothing is thrown by the runtime's own
 ///         code.
-class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
+class QOV_EXPORT CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
  public:
   /// `mgr` is the module that the task belongs to; it gives the module id and the leader's queue.
   explicit CQOV_Task(CQOV_TaskMgr* mgr);
@@ -198,7 +199,7 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
 /// Thread: handleMessage() runs on the task's own thread.
 /// Errors: a result other than 0 is logged with a dump of the message. Whatever the handler throws
 ///         is logged and the worker goes on.
-class CQOV_CommonTask : public CQOV_Task {
+class QOV_EXPORT CQOV_CommonTask : public CQOV_Task {
  public:
   explicit CQOV_CommonTask(CQOV_TaskMgr* mgr);
 
@@ -221,7 +222,7 @@ class CQOV_CommonTask : public CQOV_Task {
 /// responses crosswise, so these answers reach only requesters of the worker's own module. A worker
 /// that answers other modules derives from CQOV_CommonTask and sends what CreateQovRspPackage()
 /// builds.
-class CQOV_CommonTaskEx : public CQOV_CommonTask {
+class QOV_EXPORT CQOV_CommonTaskEx : public CQOV_CommonTask {
  public:
   explicit CQOV_CommonTaskEx(CQOV_TaskMgr* mgr);
 
@@ -254,7 +255,7 @@ class CQOV_CommonTaskEx : public CQOV_CommonTask {
 /// Owns:   nothing of the module, and no one owns it: it belongs to the caller and must outlive the
 ///         stop of its task manager, which tells it to end and joins its thread:
 ///         CQOV_TaskMgr::stop(), or the manager's destructor where nobody calls that.
-class CQOV_StaticSchecheduledTask : public CQOV_CommonTask {
+class QOV_EXPORT CQOV_StaticSchecheduledTask : public CQOV_CommonTask {
  public:
   explicit CQOV_StaticSchecheduledTask(CQOV_TaskMgr* mgr);
   ~CQOV_StaticSchecheduledTask() override;
@@ -281,6 +282,6 @@ class CQOV_StaticSchecheduledTask : public CQOV_CommonTask {
 };
 
 /// The task that owns the calling thread, or null.
-CQOV_Task* getCurrentTask();
+QOV_EXPORT CQOV_Task* getCurrentTask();
 
 #endif

@@ -3,6 +3,7 @@
 
 #include <ace/Message_Block.h>
 #include <ace/Time_Value.h>
+#include <qovpub/qov_export.h>
 
 #include <atomic>
 #include <memory>
@@ -31,7 +32,7 @@ class StartedTasks;
 /// Owns:   the leader task. Static scheduled tasks stay with the caller.
 /// Errors: by result and log. The constructor throws CQOV_Exception when the process configuration
 ///         cannot be read.
-class CQOV_TaskMgr {
+class QOV_EXPORT CQOV_TaskMgr {
  public:
   /// `moduleId` (0 to 255 for a loadable module) addresses the module, is the thread group of its
   /// threads and the id of its debug kit. `poolSize` is the number of workers. A null `name` gives

@@ -2,6 +2,7 @@
 #define QOVPUB_QOV_TASK_SCHEDULER_H
 
 #include <ace/Thread_Mutex.h>
+#include <qovpub/qov_export.h>
 #include <qovpub/qov_task.h>
 
 #include <atomic>
@@ -23,7 +24,7 @@ class Doorbell;
 ///         until its destructor, which runs after their threads have been joined. The task manager
 ///         is borrowed.
 /// Errors: by result and log.
-class CQOV_TaskScheduler : public CQOV_Task {
+class QOV_EXPORT CQOV_TaskScheduler : public CQOV_Task {
  public:
   CQOV_TaskScheduler(CQOV_TaskMgr* mgr, unsigned int poolSize);
   ~CQOV_TaskScheduler() override;

@@ -4,6 +4,7 @@
 #include <ace/Singleton.h>
 #include <ace/Thread_Mutex.h>
 #include <ace/config-lite.h>
+#include <qovpub/qov_export.h>
 #include <sys/types.h>
 
 #include <ctime>
@@ -19,7 +20,7 @@
 /// Owns:   its texts. ACE's object manager destroys the singleton when the process exits; the copy
 ///         that the getters read stays.
 /// Errors: the constructor throws CQOV_Exception; a later first use tries again.
-class CProcInfo {
+class QOV_EXPORT CProcInfo {
  public:
   /// Reads the process configuration file. Throws CQOV_Exception with one of
   /// "can't make config", "can't open proc config file" (also for a file that is no INI file),
@@ -50,8 +51,7 @@ class CProcInfo {
 };
 
 /// The library has the one object, also for modules whose own symbols are hidden.
-extern template class __attribute__((visibility("default")))
-ACE_Singleton<CProcInfo, ACE_Thread_Mutex>;
+extern template class QOV_EXPORT ACE_Singleton<CProcInfo, ACE_Thread_Mutex>;
 
 /// Services of the process: identity, privileges, node id, digest.
 ///
@@ -61,7 +61,7 @@ ACE_Singleton<CProcInfo, ACE_Thread_Mutex>;
 /// Errors: the getters of CProcInfo's values throw CQOV_Exception as its constructor does, as long
 ///         as it has not succeeded once. So do they when a log sink asks while its own thread runs
 ///         that constructor, which happens when ACE runs out of memory in there.
-class QOV_Utility {
+class QOV_EXPORT QOV_Utility {
  public:
   /// The value of the environment variable "QOV_ROOT" with every backslash turned into a slash,
   /// empty when it is not set. Read anew on every call.
@@ -100,21 +100,21 @@ class QOV_Utility {
 
 /// `t` broken down in the local time zone, which is looked up anew on every call. All fields are 0
 /// for a time whose year cannot be expressed.
-struct tm UtcTimeToLocalTime(time_t t);
+QOV_EXPORT struct tm UtcTimeToLocalTime(time_t t);
 
 /// `t` in local time: year, month and day with `dateSep` between them, a blank, and the time of
 /// day, as in 2026-01-05 07:03:09. The year has at least four digits, the other fields two.
-std::string UtcTimeToLocalTimeStr(time_t t, std::string dateSep);
+QOV_EXPORT std::string UtcTimeToLocalTimeStr(time_t t, std::string dateSep);
 
 /// The decimal number that `s` starts with after any white space, cut to its low 32 bits: 42 for
 /// "42abc". No error is reported: text that is no number gives 0, a number of more than 64 bits
 /// gives 4294967295, and a minus sign negates, so that "-1" gives 4294967295.
-u_int StrToUint(std::string s);
+QOV_EXPORT u_int StrToUint(std::string s);
 
 /// `v` in decimal, with a minus sign when it is negative.
-std::string IntToStr(int v);
+QOV_EXPORT std::string IntToStr(int v);
 
 /// `v` in decimal.
-std::string UintToStr(u_int v);
+QOV_EXPORT std::string UintToStr(u_int v);
 
 #endif

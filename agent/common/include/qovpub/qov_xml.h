@@ -2,6 +2,7 @@
 #define QOVPUB_QOV_XML_H
 
 #include <ace/Thread_Mutex.h>
+#include <qovpub/qov_export.h>
 
 #include <atomic>
 #include <list>
@@ -14,7 +15,7 @@ class TiXmlDocument;
 class TiXmlElement;
 
 /// One item of a device's configuration: a plain value, free to be copied.
-struct CIType {
+struct QOV_EXPORT CIType {
   std::string key;
   std::string value;
   std::string extra;  ///< the parser leaves it empty; copies carry it
@@ -36,7 +37,7 @@ struct CIType {
 /// Errors: by the result, and logged by debug kit 0; parse() throws std::runtime_error for a root
 ///         that is missing or has another name, and ends the process when there is no file to be
 ///         read.
-class CQOVXmlParser {
+class QOV_EXPORT CQOVXmlParser {
  public:
   using ItemMap = std::map<std::string, CIType*>;     ///< by key
   using DeviceMap = std::map<std::string, ItemMap*>;  ///< by device description
@@ -113,7 +114,7 @@ class CQOVXmlParser {
 /// Errors: one lookup throws CQOV_Exception, the other one finds nothing. Everything else is logged
 ///         by debug kit 0. The first instance() ends the process when the file cannot be loaded
 ///         (CQOVXmlParser::parse()), after up to 30 seconds in which others who ask or close wait.
-class CQOVXmlConfig {
+class QOV_EXPORT CQOVXmlConfig {
  public:
   /// Reads the file. Whatever standard exception keeps it from that is logged ("Failed to parse,
   /// exception is %s."): what was stored until then can be looked up.
