@@ -39,8 +39,8 @@ std::atomic<bool> ended{false};
 std::atomic<int> underWay{0};
 static_assert(sizeof(underWay) == sizeof(int));
 
-/// Another record takes longer than this to come through only where one is stuck: nobody reads
-/// standard error any more, or a callback of the program's waits for what has ended.
+/// As long as records come through, the next one takes less than this. Longer means that one is
+/// stuck: nobody reads standard error any more, or a callback waits for what has ended.
 constexpr time_t kPatience = 3;  // seconds
 
 /// False when the count is still `seen` after that time.
