@@ -1,19 +1,32 @@
 #include <qovpub/qov_common_debugkit.h>
 
-#include "diag/deleted_kits.h"
+#include "diag/kit_registry.h"
 #include "diag/log_level.h"
 
+namespace {
+
+unsigned int countDeletedKits() {
+  return qov::deletedKits.load(std::memory_order_acquire);
+}
+
+}  // namespace
+
 CQOVDebugKitGuard::CQOVDebugKitGuard(int kitId, const std::string& name)
-    : kitId_(static_cast<unsigned int>(kitId)), owned_(name), name_(owned_.c_str()) {
-  findKit();
+    : kitId_(static_cast<unsigned int>(kitId)),
+      deletedKits_(countDeletedKits()),
+      kit_(qov::KitRegistry::find(kitId_)),
+      owned_(name),
+      name_(owned_.c_str()) {
   if (qov::isOn(qov::kTrace)) {
     trace("enter ", "...");
   }
 }
 
 CQOVDebugKitGuard::CQOVDebugKitGuard(int kitId, Borrowed name)
-    : kitId_(static_cast<unsigned int>(kitId)), name_(name.text) {
-  findKit();
+    : kitId_(static_cast<unsigned int>(kitId)),
+      deletedKits_(countDeletedKits()),
+      kit_(qov::KitRegistry::find(kitId_)),
+      name_(name.text) {
   if (qov::isOn(qov::kTrace)) {
     trace("enter ", "...");
   }
@@ -25,20 +38,16 @@ CQOVDebugKitGuard::~CQOVDebugKitGuard() {
   }
 }
 
-void CQOVDebugKitGuard::findKit() {
-  deletedKits_ = qov::deletedKits.load(std::memory_order_acquire);
-  CQOVDebugKitMgr* const registry = CQOVDebugKitMgr::instance();
-  kit_ = registry != nullptr ? registry->find(kitId_) : nullptr;
-}
-
 const CQOVDebugKit* CQOVDebugKitGuard::kit() {
-  if (deletedKits_ != qov::deletedKits.load(std::memory_order_acquire)) {
-    findKit();
+  if (deletedKits_ != countDeletedKits()) {
+    deletedKits_ = countDeletedKits();
+    kit_ = qov::KitRegistry::find(kitId_);
   }
   return kit_;
 }
 
-void CQOVDebugKitGuard::trace(const char* before, const char* after) {
+/// Not inlined: a silent guard would save registers for it.
+[[gnu::noinline]] void CQOVDebugKitGuard::trace(const char* before, const char* after) {
   if (const CQOVDebugKit* const to = kit()) {
     to->traceCall(before, name_, after);
   }

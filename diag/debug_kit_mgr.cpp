@@ -7,23 +7,21 @@
 #include <mutex>
 #include <new>
 
-#include "diag/kit_locks.h"
+#include "diag/kit_registry.h"
 
 template class ACE_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
 template class ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
 
 namespace {
 
+using qov::KitRegistry;
+
 constexpr unsigned int kPublicKit = 0;
 constexpr const char* kPublicName = "QOVPUBLIC";
 
 using Registry = ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
 
-/// The registry of instance(). ACE's own double check reads its pointer without any ordering, so
-/// the pointer that threads go by is this one.
-std::atomic<CQOVDebugKitMgr*> processRegistry{nullptr};
-
-/// Keeps ACE's pointer and processRegistry in step, and one close() from another.
+/// Keeps ACE's pointer and KitRegistry::process in step, and one close() from another.
 std::mutex creation;
 
 /// Why a registry has no map. Null: nobody keeps that for later, so it is logged at once.
@@ -37,7 +35,7 @@ void tellNoMap(int error) {
 CQOVDebugKitMgr* makeLockedProcessRegistry() {
   const std::lock_guard<std::mutex> lock(creation);
   CQOVDebugKitMgr* const registry = Registry::instance();
-  processRegistry.store(registry, std::memory_order_release);
+  KitRegistry::process.store(registry, std::memory_order_release);
   return registry;
 }
 
@@ -76,7 +74,7 @@ void CQOVDebugKitMgr::addPublicKit() {
 
 CQOVDebugKitMgr::~CQOVDebugKitMgr() {
   CQOVDebugKitMgr* self = this;
-  processRegistry.compare_exchange_strong(self, nullptr);
+  KitRegistry::process.compare_exchange_strong(self, nullptr);
   for (auto& entry : kits_) {
     delete entry.item();
   }
@@ -85,13 +83,13 @@ CQOVDebugKitMgr::~CQOVDebugKitMgr() {
 }
 
 CQOVDebugKitMgr* CQOVDebugKitMgr::instance() {
-  CQOVDebugKitMgr* const known = processRegistry.load(std::memory_order_acquire);
+  CQOVDebugKitMgr* const known = KitRegistry::process.load(std::memory_order_acquire);
   return known != nullptr ? known : makeProcessRegistry();
 }
 
 void CQOVDebugKitMgr::close() {
   const std::lock_guard<std::mutex> lock(creation);
-  if (CQOVDebugKitMgr* const registry = processRegistry.load(std::memory_order_acquire)) {
+  if (CQOVDebugKitMgr* const registry = KitRegistry::process.load(std::memory_order_acquire)) {
     registry->empty();
   }
 }
@@ -145,8 +143,8 @@ CQOVDebugKit* CQOVDebugKitMgr::find(unsigned int id) {
   return kit != nullptr ? kit : small_[kPublicKit].load(std::memory_order_acquire);
 }
 
-/// For the ids beyond small_. Not inlined: what it needs would burden every guard's look-up.
-[[gnu::noinline]] CQOVDebugKit* CQOVDebugKitMgr::lookUp(unsigned int id) {
+/// For the ids beyond small_.
+CQOVDebugKit* CQOVDebugKitMgr::lookUp(unsigned int id) {
   const int callersErrno = errno;  // guards look up too, and ACE sets it for an unknown id
   CQOVDebugKit* kit = nullptr;
   if (kits_.find(id, kit) != 0) {
@@ -164,16 +162,23 @@ void CQOVDebugKitMgr::publish(unsigned int id, CQOVDebugKit* kit) {
 
 namespace qov {
 
-void KitLocks::acquire() {
+std::atomic<CQOVDebugKitMgr*> KitRegistry::process{nullptr};
+
+const CQOVDebugKit* KitRegistry::findRare(unsigned int id) {
+  CQOVDebugKitMgr* const registry = CQOVDebugKitMgr::instance();
+  return registry != nullptr ? registry->find(id) : nullptr;
+}
+
+void KitRegistry::acquireLocks() {
   creation.lock();
-  if (CQOVDebugKitMgr* const registry = processRegistry.load(std::memory_order_acquire)) {
+  if (CQOVDebugKitMgr* const registry = process.load(std::memory_order_acquire)) {
     registry->changes_.acquire();
     registry->kits_.mutex().acquire();
   }
 }
 
-void KitLocks::release() {
-  if (CQOVDebugKitMgr* const registry = processRegistry.load(std::memory_order_acquire)) {
+void KitRegistry::releaseLocks() {
+  if (CQOVDebugKitMgr* const registry = process.load(std::memory_order_acquire)) {
     registry->kits_.mutex().release();
     registry->changes_.release();
   }

@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
+#include <cerrno>
 #include <climits>
 #include <ctime>
 #include <utility>
@@ -39,18 +39,28 @@ std::atomic<bool> ended{false};
 std::atomic<int> underWay{0};
 static_assert(sizeof(underWay) == sizeof(int));
 
-/// A record takes longer than this only where nobody reads standard error any more.
-constexpr std::chrono::seconds kLongestRecord(3);
+/// As long as records come through, the next one takes less than this. Longer means that one is
+/// stuck: nobody reads standard error any more, or a callback waits for what has ended.
+constexpr time_t kPatience = 3;  // seconds
 
-/// Returns at once when the count is not `seen` any more.
-void waitForChange(int seen, std::chrono::nanoseconds limit) {
-  const timespec time = {static_cast<time_t>(limit.count() / 1000000000),
-                         static_cast<long>(limit.count() % 1000000000)};
-  ::syscall(SYS_futex, &underWay, FUTEX_WAIT_PRIVATE, seen, &time, nullptr, 0);
+/// False when the count is still `seen` after that time.
+bool changes(int seen) {
+  timespec until{};
+  ::clock_gettime(CLOCK_MONOTONIC, &until);
+  until.tv_sec += kPatience;
+  while (underWay == seen) {
+    if (::syscall(SYS_futex, &underWay, FUTEX_WAIT_BITSET_PRIVATE, seen, &until, nullptr,
+                  FUTEX_BITSET_MATCH_ANY) != 0 &&
+        errno == ETIMEDOUT) {
+      return false;
+    }
+  }
+  return true;
 }
 
 void leave() {
-  if (--underWay == 0 && ended) {
+  --underWay;
+  if (ended) {
     ::syscall(SYS_futex, &underWay, FUTEX_WAKE_PRIVATE, INT_MAX, nullptr, nullptr, 0);
   }
 }
@@ -70,19 +80,8 @@ bool begin() {
 }
 
 void waitForRecords() {
-  using Clock = std::chrono::steady_clock;
-  auto giveUp = Clock::now() + kLongestRecord;
-  for (int count = underWay; count > 0;) {
-    const auto left = giveUp - Clock::now();
-    if (left <= left.zero()) {
-      return;
-    }
-    waitForChange(count, left);
-    const int before = std::exchange(count, underWay);
-    if (count < before) {
-      // One has come through, on a machine that may be busy.
-      giveUp = Clock::now() + kLongestRecord;
-    }
+  for (int count = underWay; count > 0 && changes(count);) {
+    count = underWay;
   }
 }
 

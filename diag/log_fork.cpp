@@ -11,7 +11,7 @@
 
 #include <optional>
 
-#include "diag/kit_locks.h"
+#include "diag/kit_registry.h"
 #include "diag/log_end.h"
 #include "diag/log_sink.h"
 #include "diag/record_time.h"
@@ -39,7 +39,7 @@ void holdLocks() {
     return;
   }
   held->acquire();
-  KitLocks::acquire();
+  KitRegistry::acquireLocks();
   backend = ACE_Log_Msg::msg_backend();
   noteUtcOffset();
 }
@@ -48,7 +48,7 @@ void releaseInParent() {
   if (held == nullptr) {
     return;
   }
-  KitLocks::release();
+  KitRegistry::releaseLocks();
   held->release();
   held = nullptr;
   forkUnderWay.reset();
@@ -95,7 +95,7 @@ void renewInChild() {
     return;
   }
   keepUtcOffset();
-  KitLocks::release();
+  KitRegistry::releaseLocks();
   renewLockOfAce(held);
   held = nullptr;
   forkUnderWay.reset();

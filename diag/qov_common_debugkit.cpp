@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "diag/complaints.h"
-#include "diag/deleted_kits.h"
+#include "diag/kit_registry.h"
 #include "diag/log_end.h"
 #include "diag/log_level.h"
 #include "diag/log_output.h"

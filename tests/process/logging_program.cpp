@@ -3,10 +3,13 @@
 //             threads go on
 //   backend   has children while a thread logs to a backend of ACE's that looks for a kit
 //   start     returns from main while threads start, and log or open a guard
+//   slow      returns from main while each thread has a record under way, which goes on when there
+//             is a byte of standard input for it
 //   a number  has so many children, one after the other, that log a line each; status 1 when one
 //             of them does not come to its end
 #include <ace/Log_Msg.h>
 #include <ace/Log_Msg_Backend.h>
+#include <ace/Log_Msg_Callback.h>
 #include <pthread.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_logging_strategy.h>
@@ -126,6 +129,36 @@ int returnWhileThreadsStart() {
   return 0;
 }
 
+/// Is called in the middle of a record, without a lock.
+class SlowListener : public ACE_Log_Msg_Callback {
+ public:
+  void log(ACE_Log_Record&) override {
+    ++threadsThatLog;
+    char byte = 0;
+    while (::read(STDIN_FILENO, &byte, 1) != 1) {
+    }
+  }
+};
+
+void logSlowly(int thread) {
+  static SlowListener listener;
+  ACE_Log_Msg::instance()->msg_callback(&listener);
+  log(0, "thread", thread);
+  for (;;) {
+    ::pause();
+  }
+}
+
+int returnWhileRecordsAreSlow() {
+  ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::MSG_CALLBACK);
+  for (int thread = 0; thread < kThreads; ++thread) {
+    std::thread(logSlowly, thread).detach();
+  }
+  waitForAll();
+  log(0, "main returns", 0);
+  return 0;
+}
+
 bool childLogs(int number) {
   const pid_t child = ::fork();
   if (child == 0) {
@@ -203,6 +236,9 @@ int main(int argc, char** argv) {
   const std::string mode = argv[2];
   if (mode == "return") {
     return returnWhileThreadsLog();
+  }
+  if (mode == "slow") {
+    return returnWhileRecordsAreSlow();
   }
   if (mode == "backend") {
     return forkWhileABackendLooksForKits();

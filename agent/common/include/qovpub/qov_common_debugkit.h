@@ -17,7 +17,7 @@
 #include <type_traits>
 
 namespace qov {
-struct KitLocks;
+struct KitRegistry;
 struct LogLevel;
 struct Origin;
 }  // namespace qov
@@ -194,7 +194,7 @@ class QOV_EXPORT CQOVDebugKitMgr {
   /// call of a traced function.
   std::array<std::atomic<CQOVDebugKit*>, kBuckets> small_;
 
-  friend struct qov::KitLocks;  ///< holds both locks while the process forks
+  friend struct qov::KitRegistry;  ///< reads small_; holds both locks while the process forks
 };
 
 /// The library has the one registry, also for modules whose own symbols are hidden.
@@ -251,14 +251,13 @@ class QOV_EXPORT CQOVDebugKitGuard {
     return text != nullptr ? std::string(text) : std::string();
   }
 
-  void findKit();
   const CQOVDebugKit* kit();
   void trace(const char* before, const char* after);
 
-  const CQOVDebugKit* kit_ = nullptr;
   const unsigned int kitId_;
   /// How many kits had been deleted when kit_ was found: kit_ is good while that number stands.
-  unsigned int deletedKits_ = 0;
+  unsigned int deletedKits_;
+  const CQOVDebugKit* kit_;
   const std::string owned_;  ///< the name, when it was no literal
   const char* const name_;
   bool ok_ = true;

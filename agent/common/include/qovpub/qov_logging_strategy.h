@@ -93,7 +93,6 @@ class QOV_EXPORT CQOV_Logging_Strategy {
   int initLogStrategy(const CLogging_Cfg_Param& param);
 
  private:
-  void noteOddValue(const char* key, const std::string& why);
   void warnOfOddValues();
 
   std::unique_ptr<ACE_Logging_Strategy> strategy_;  ///< null until settings were applied

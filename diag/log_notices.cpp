@@ -1,0 +1,112 @@
+#include "diag/log_notices.h"
+
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_exception.h>
+#include <qovpub/qov_utility.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <list>
+#include <new>
+#include <utility>
+
+#include "diag/kit_registry.h"
+#include "diag/log_level.h"
+#include "frame/env_ini_import.h"
+#include "frame/failure.h"
+
+namespace qov {
+
+namespace {
+
+constexpr const char* kApplying = "initLogStrategy";
+
+void warn(unsigned long long logId, unsigned int line, const std::string& message) {
+  if (const CQOVDebugKit* const kit = KitRegistry::find(0)) {
+    kit->warn(logId, kApplying, line, message);
+  }
+}
+
+void warnOfNothingRead(Failure failure) {
+  failure.cause += "; the log stays as it is";
+  warn(65720, __LINE__, textOf(failure));
+}
+
+Failure whyNoConfig() {
+  try {
+    return whyNoIniFile(QOV_Utility::getProcessCfgFileName());
+  } catch (const CQOV_Exception& e) {
+    return {"read the configuration", {}, 0, {}, e.what()};
+  }
+}
+
+std::string describe(const CLogging_Cfg_Param& param, bool isOpen) {
+  const std::string begin = "Log settings in force: ";
+  if (param.sendTerminal_ != 0) {
+    return begin + "standard error, levels as they were, from " + lowestLevelOn() + " up";
+  }
+  const auto shown = [](int value, int least) { return std::to_string(std::max(value, least)); };
+  return begin + "LogLevel " + shown(param.logLevel_, 0) + ", " +
+         (isOpen ? std::string("file ") + param.logFile_ : "standard error") + ", LogFileMaxSize " +
+         shown(param.logFileMaxSize_, 0) + " KB, LogFileMaxCnt " + shown(param.logFileMaxCnt_, 1) +
+         ", ChkInterval " + shown(param.chkInterval_, 0) + " s";
+}
+
+}  // namespace
+
+void warnOfNoConfig() {
+  warnOfNothingRead(whyNoConfig());
+}
+
+void warnOfNoKey(CQOV_Ini_Operator& ini, const std::string& key) {
+  std::list<std::pair<std::string, std::string>> items;
+  Failure failure{"configure the log", QOV_Utility::getProcessCfgFileName(), 0, "LOG_CFG", {}};
+  if (ini.enumerateSections("LOG_CFG", items) != 0) {
+    failure.cause = "there is no such section";
+  } else {
+    failure.key += "/" + key;
+    failure.cause = "there is no such key";
+  }
+  warnOfNothingRead(failure);
+}
+
+std::string describeOddValue(const char* key, const std::string& why) {
+  return textOf({"take a value as it stands", QOV_Utility::getProcessCfgFileName(), 0,
+                 std::string("LOG_CFG/") + key, why});
+}
+
+void warnOfOddValue(const std::string& description) {
+  warn(65770, __LINE__, description);
+}
+
+void warnOfCutName(const char* logFile, const char* cut) noexcept try {
+  warn(65722, __LINE__,
+       textOf({"take the whole path of the log",
+               logFile,
+               0,
+               {},
+               std::string("it is too long; records go to ") + cut}));
+} catch (const std::bad_alloc&) {
+}
+
+void tellNoFile(const char* file, int error) noexcept try {
+  if (const CQOVDebugKit* const kit = KitRegistry::find(0)) {
+    const std::string path(file);
+    const std::string folder = path.substr(0, path.rfind('/') + 1);
+    const bool noFolder = error == ENOENT && ::access(folder.c_str(), F_OK) != 0;
+    const std::string cause = noFolder ? "there is no directory " + folder : errnoText(error);
+    kit->error(65721, kApplying, __LINE__,
+               textOf({"open the log", path, 0, {}, cause + "; records go to standard error"}));
+  }
+} catch (const std::bad_alloc&) {
+}
+
+void tellSettings(const CLogging_Cfg_Param& param, bool isOpen) noexcept try {
+  if (const CQOVDebugKit* const kit = KitRegistry::find(0)) {
+    kit->info(65771, "reloadLogStrategy", __LINE__, describe(param, isOpen));
+  }
+} catch (const std::bad_alloc&) {
+}
+
+}  // namespace qov

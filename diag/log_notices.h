@@ -1,0 +1,32 @@
+#ifndef QOV_DIAG_LOG_NOTICES_H
+#define QOV_DIAG_LOG_NOTICES_H
+
+#include <qovpub/qov_ini_operator.h>
+#include <qovpub/qov_logging_strategy.h>
+
+#include <string>
+
+namespace qov {
+
+// What the log says of its own settings, in records of the public kit. Those that are noexcept are
+// left out without memory: the settings are in force by then.
+
+/// The configuration cannot be read.
+void warnOfNoConfig();
+/// Section "LOG_CFG" of `ini` lacks `key`, or is not there.
+void warnOfNoKey(CQOV_Ini_Operator& ini, const std::string& key);
+
+/// What warnOfOddValue() is to say of `key`, for the `why` of whyOdd().
+std::string describeOddValue(const char* key, const std::string& why);
+void warnOfOddValue(const std::string& description);
+
+/// `cut` is what could be taken of the path `logFile`.
+void warnOfCutName(const char* logFile, const char* cut) noexcept;
+/// The log file cannot be opened, `error` is why. An error, which every "LogLevel" lets through.
+void tellNoFile(const char* file, int error) noexcept;
+/// `param` is in force; `isOpen` if its file is open.
+void tellSettings(const CLogging_Cfg_Param& param, bool isOpen) noexcept;
+
+}  // namespace qov
+
+#endif
