@@ -48,10 +48,10 @@ int TaskQueue::enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
     errno = EINVAL;
     return -1;
   }
-  const RingCollector untilUnlocked;
   ACE_Notification_Strategy* notifier = nullptr;
   int count = 0;
   {
+    const RingCollector untilUnlocked;
     ACE_Guard<ACE_Thread_Mutex> guard(lock_);
     if (state_ == DEACTIVATED) {
       errno = ESHUTDOWN;

@@ -51,16 +51,18 @@ int WaitReactor::dispatch(bool anyhow) {
     errno = ESHUTDOWN;
     return -1;
   }
-  // A response that is here already comes before its own time-out. The handler takes a bounded
-  // batch, so the timers get their turn.
-  const int called = dispatchNotification(anyhow) + (timers_->is_empty() ? 0 : timers_->expire());
+  // A response that is here in time comes before its own time-out, also when the handler is busy
+  // with a batch until after that. A batch is bounded, so the timers get their turn.
+  const ACE_Time_Value now = timers_->gettimeofday();
+  const int called =
+      dispatchNotification(anyhow) + (timers_->is_empty() ? 0 : timers_->expire(now));
   std::optional<ACE_Time_Value> earliest;
   if (!timers_->is_empty()) {
     earliest = timers_->earliest_time();
   }
   // What a cancelled timer leaves costs one look at its time, and not one for each timer that comes
   // after it.
-  if (!due_ || *due_ <= timers_->gettimeofday() || (earliest && *earliest < *due_)) {
+  if (!due_ || *due_ <= now || (earliest && *earliest < *due_)) {
     due_ = earliest;
   }
   waitsUntil_ = due_;

@@ -6,23 +6,28 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <semaphore.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <ctime>
 #include <functional>
+#include <new>
 #include <string>
 
 #include "tests/support/files.h"
 #include "tests/support/process_end.h"
 #include "tests/support/sanitizers.h"
+#include "tests/support/sleeping_thread.h"
 
 using ::testing::HasSubstr;
 
@@ -82,6 +87,21 @@ void forkOnly(int count) {
 /// one that has taken too long.
 bool waitsAreTooLong = false;
 
+/// A starter whose waits are interrupted by a signal, and one more comes right after each, until it
+/// has tried to pass one on. The flag is shared with the processes that are forked.
+pid_t interruptedStarter = 0;
+std::atomic<bool>* interruptedEnough = nullptr;
+
+bool isInterrupted() {
+  return ::getpid() == interruptedStarter && !*interruptedEnough;
+}
+
+std::atomic<bool>* makeSharedFlag() {
+  void* const room = ::mmap(nullptr, sizeof(std::atomic<bool>), PROT_READ | PROT_WRITE,
+                            MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  return room != MAP_FAILED ? new (room) std::atomic<bool>(false) : nullptr;
+}
+
 pid_t parentOf(pid_t pid) {
   const std::string stat = qov::test::readFile("/proc/" + std::to_string(pid) + "/stat");
   const std::size_t state = stat.find(") ");
@@ -90,7 +110,27 @@ pid_t parentOf(pid_t pid) {
 
 }  // namespace
 
-/// Stands in front of the C library's for the whole process.
+// These stand in front of the C library's for the whole process.
+
+/// Fails in the starter that is interrupted.
+extern "C" int kill(pid_t pid, int signum) noexcept {
+  if (!isInterrupted()) {
+    return static_cast<int>(::syscall(SYS_kill, pid, signum));
+  }
+  *interruptedEnough = true;
+  errno = ESRCH;
+  return -1;
+}
+
+extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
+  if (!isInterrupted()) {
+    return ::wait4(pid, status, options, nullptr);
+  }
+  errno = EINTR;
+  ::raise(SIGTERM);
+  return -1;
+}
+
 extern "C" int sem_clockwait(sem_t* semaphore, clockid_t clock, const timespec* time) {
   using Wait = int (*)(sem_t*, clockid_t, const timespec*);
   static const auto next = reinterpret_cast<Wait>(::dlsym(RTLD_NEXT, "sem_clockwait"));
@@ -301,6 +341,29 @@ TEST_F(AppDaemon, GetsTheStopSignalsOfTheWaitingStarter) {
     });
     EXPECT_EQ(exitStatusOfStarter(), 0) << signum;
   }
+}
+
+TEST_F(AppDaemon, IsWaitedForThoughAStopSignalCannotBePassedOn) {
+  // It has come when the wait was interrupted already.
+  interruptedEnough = makeSharedFlag();
+  ASSERT_NE(interruptedEnough, nullptr);
+  prepare = [] {
+    const sigset_t set = only(SIGTERM);
+    ::pthread_sigmask(SIG_BLOCK, &set, nullptr);  // in the daemon
+    interruptedStarter = ::getpid();
+  };
+  starts([](StartPage& page) {
+    const std::string starterItself = "/proc/" + std::to_string(interruptedStarter);
+    qov::test::waitUntil([&] {
+      return *interruptedEnough &&
+             (page.outcome != StartOutcome::kOpen || qov::test::sleeps(starterItself));
+    });
+    page.settle(StartOutcome::kStarted);
+    return 0;
+  });
+  EXPECT_EQ(exitStatusOfStarter(), 0);
+  EXPECT_EQ(errors(), "");
+  EXPECT_TRUE(*interruptedEnough);
 }
 
 TEST_F(AppDaemon, GoesOnWhenItsStarterIsKilled) {

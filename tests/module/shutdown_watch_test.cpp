@@ -19,6 +19,7 @@
 #include "tests/platform/guard_threads.h"
 #include "tests/support/failing_threads.h"
 #include "tests/support/sanitizers.h"
+#include "tests/support/sleeping_thread.h"
 
 namespace {
 
@@ -63,20 +64,14 @@ void failToStart() {
   }
 }
 
-long waitsOf(const std::filesystem::path& thread) {
-  const std::string status = qov::test::readFile(thread / "status");
-  const std::string label = "\nvoluntary_ctxt_switches:";
-  return std::stol(status.substr(status.find(label) + label.size()));
-}
-
 [[noreturn]] void stopWithAHaltOnTheWay() {
   {
     const ShutdownWatch watch;
     const std::filesystem::path counting = qov::test::threadsNamed("qov-shutdown").front();
     ::raise(SIGSTOP);
     // It has looked at its time meanwhile.
-    const long waits = waitsOf(counting);
-    while (waitsOf(counting) < waits + 3) {
+    const long waits = qov::test::waitsOf(counting);
+    while (qov::test::waitsOf(counting) < waits + 3) {
       std::this_thread::yield();
     }
   }

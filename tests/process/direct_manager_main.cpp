@@ -1,32 +1,21 @@
 // An agent without a module loader: it makes a task manager itself, whose workers send messages to
 // each other all the time, and leaves main with the manager still running.
-#include <qovpub/qov_message_package.h>
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
-#include <qovpub/qov_utility.h>
 
 #include <condition_variable>
-#include <cstdint>
-#include <memory>
 #include <mutex>
+
+#include "tests/process/modules/own_message.h"
 
 namespace {
 
-constexpr std::uint8_t kGid = 7;
+constexpr int kGid = 7;
 constexpr int kEnough = 200;
 
 std::mutex lock;
 std::condition_variable changed;
 int handled = 0;
-
-std::unique_ptr<CQOV_MsgPackage> makeMessage() {
-  constexpr std::uint8_t kAsyncType = 3;
-  auto message = std::make_unique<CQOV_MsgPackage>();
-  message->head().type_ = kAsyncType;
-  message->head().rpid_ = static_cast<std::uint8_t>(QOV_Utility::getProcPID());
-  message->head().rmid_ = kGid;
-  return message;
-}
 
 class Worker : public CQOV_CommonTask {
  public:
@@ -38,7 +27,7 @@ class Worker : public CQOV_CommonTask {
       ++handled;
       changed.notify_all();
     }
-    send(makeMessage().release(), nullptr, true);
+    send(qov::test::aMessageTo(kGid).release(), nullptr, true);
     return 0;
   }
 };
@@ -49,24 +38,16 @@ class Manager : public CQOV_TaskMgr {
   CQOV_Task* createTask() override { return new Worker(this); }
 };
 
-bool kickOff(CQOV_TaskMgr& manager) {
-  auto message = makeMessage();
-  const CQOV_MsgPackage* const pointer = message.get();
-  auto* const block = new ACE_Message_Block(sizeof pointer);
-  block->copy(reinterpret_cast<const char*>(&pointer), sizeof pointer);
-  if (manager.putq(block, nullptr) < 0) {
-    return false;
-  }
-  static_cast<void>(message.release());
-  return true;
-}
-
 }  // namespace
 
 int main() {
   static Manager& manager = *new Manager;
-  if (!manager.init() || !kickOff(manager) || !kickOff(manager)) {
+  if (!manager.init()) {
     return 1;
+  }
+  for (int i = 0; i < 2; ++i) {
+    qov::test::putAMessageTo(
+        kGid, [](ACE_Message_Block* block) { return manager.putq(block, nullptr) > 0; });
   }
   std::unique_lock<std::mutex> held(lock);
   changed.wait(held, [] { return handled >= kEnough; });

@@ -25,6 +25,13 @@ inline bool sleeps(pid_t id) {
   return sleeps("/proc/self/task/" + std::to_string(id));
 }
 
+/// How often the thread with the directory `thread` in /proc has waited for something so far.
+inline long waitsOf(const std::filesystem::path& thread) {
+  const std::string status = readFile(thread / "status");
+  const std::string label = "\nvoluntary_ctxt_switches:";
+  return std::stol(status.substr(status.find(label) + label.size()));
+}
+
 /// Fails the test after a minute.
 template <class Condition>
 void waitForThread(const Condition& condition, const char* what) {

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/support/sanitizers.h"
@@ -44,6 +45,15 @@ class LeaderQueueTest : public TaskTest {
   /// As if `bytes` waited behind the leader.
   void loadModule(std::size_t bytes) { queue_.admission()->book(0, bytes); }
   void makeRoom(std::size_t bytes) { queue_.admission()->book(bytes, 0); }
+
+  /// Takes a batch, which stays in the ledger.
+  void releaseBatch() {
+    for (ACE_Message_Block* mb = queue_.takeBatch(); mb != nullptr;) {
+      ACE_Message_Block* const next = mb->next();
+      qov::releaseWithPackage(mb);
+      mb = next;
+    }
+  }
 
   std::size_t booked() { return queue_.admission()->booked(); }
   int waitingSenders() { return queue_.admission()->waitingSenders(); }
@@ -96,6 +106,22 @@ TEST_F(LeaderQueueTest, MessagesToOtherModulesPassWhileTheWorkersAreBehind) {
   EXPECT_TRUE(take(makeMessage(1, 1, kModule + 1)));
 }
 
+TEST_F(LeaderQueueTest, WhatIsNotForTheWorkersFillsTheQueueToItsLimit) {
+  constexpr int kUnknown = 0;
+  constexpr int kBeyondAll = 5;
+  loadModule(kLimit);
+  for (const auto& [type, receiver] :
+       {std::pair(1, kModule + 1), std::pair(3, kModule + 1), std::pair(kUnknown, int{kModule}),
+        std::pair(kBeyondAll, int{kModule})}) {
+    std::size_t taken = 0;
+    while (take(makeMessage(type, 1, static_cast<std::uint8_t>(receiver)))) {
+      ++taken;
+    }
+    EXPECT_EQ(kLimit / kBlock, taken) << type;
+    releaseBatch();
+  }
+}
+
 TEST_F(LeaderQueueTest, ResponsesPassWhileTheWorkersAreBehindAndTheQueueIsFull) {
   fillWith(kModule + 1);
   loadModule(kLimit);
@@ -124,15 +150,10 @@ TEST_F(LeaderQueueTest, SynchronousRequestsToTheModuleAreRefusedToo) {
 TEST_F(LeaderQueueTest, ABatchCountsUntilItIsDoneWith) {
   while (take(makeMessage(3, 1))) {
   }
-  ACE_Message_Block* const batch = queue_.takeBatch();
+  releaseBatch();
   EXPECT_FALSE(take(makeMessage(3, 1)));
   queue_.doneWith(kLimit);
   EXPECT_TRUE(take(makeMessage(3, 1)));
-  for (ACE_Message_Block* mb = batch; mb != nullptr;) {
-    ACE_Message_Block* const next = mb->next();
-    qov::releaseWithPackage(mb);
-    mb = next;
-  }
 }
 
 TEST_F(LeaderQueueTest, ABatchNeverCountsTwice) {
@@ -348,11 +369,7 @@ TEST_F(LeaderQueueTest, WhatIsPassedOnWaitsForTheQueueAloneInItsOrder) {
   std::thread first = startSender(2, 3, kModule + 1);
   std::thread second = startSender(3, 3, kModule + 1);
   // In the leader's hands now.
-  for (ACE_Message_Block* mb = queue_.takeBatch(); mb != nullptr;) {
-    ACE_Message_Block* const next = mb->next();
-    qov::releaseWithPackage(mb);
-    mb = next;
-  }
+  releaseBatch();
   EXPECT_TRUE(gone_.waitFor(2));
   EXPECT_EQ(1, waitingSenders());
   first.join();

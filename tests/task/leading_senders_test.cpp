@@ -6,21 +6,21 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
-#include <functional>
 #include <random>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "tests/support/answering_modules.h"
 #include "tests/support/latch.h"
 #include "tests/support/sanitizers.h"
+#include "tests/task/acting_task.h"
 #include "tests/task/stats_of.h"
 #include "tests/task/task_fixture.h"
 
 namespace {
 
 constexpr std::uint64_t kNoted = 77;
+constexpr std::uint64_t kActing = 78;
 
 /// Notes which thread puts messages into its queue, and answers them.
 class NotingTask : public FunctionStaticTask {
@@ -105,35 +105,11 @@ TEST_F(LeadingSendersTest, ARequestTimesOutAlthoughTheLeaderHasSeenNothingOfIt) 
   }
 }
 
-namespace {
-
-/// Lets a requester do something in its turn, in a putMsg() that is overridden.
-class ActingTask : public FunctionStaticTask {
- public:
-  ActingTask(CQOV_TaskMgr* mgr, std::function<void()> act)
-      : FunctionStaticTask(
-            mgr, {kNoted + 1},
-            [](CQOV_Task& task, CQOV_MsgPackage& message) { return answer(task, message); }),
-        act_(std::move(act)) {}
-
-  int putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout) override {
-    if (type != 2) {
-      act_();
-    }
-    return FunctionStaticTask::putMsg(type, mb, timeout);
-  }
-
- private:
-  std::function<void()> act_;
-};
-
-}  // namespace
-
 TEST_F(LeadingSendersTest, WhatIsSentInAnothersTurnArrivesHoweverMuchItIs) {
   constexpr int kMany = 200;
   Latch handled;
   const AnsweringModules modules(agentRoot());
-  ActingTask acting(module_.get(), [&] {
+  ActingTask acting(module_.get(), kActing, [&] {
     for (int i = 0; i < kMany; ++i) {
       ASSERT_LT(0, modules.first()->putq(makeBlock(makeMessage(3, 1, AnsweringModules::kFirst)),
                                          nullptr));
@@ -143,7 +119,7 @@ TEST_F(LeadingSendersTest, WhatIsSentInAnothersTurnArrivesHoweverMuchItIs) {
   const std::uint64_t before = statsOf(AnsweringModules::kFirst).in_;
   CQOV_Task requester(module_.get());
   for (int i = 1; i <= 5; ++i) {
-    ASSERT_EQ(0, request(requester, makeMessage(1, kNoted + 1), kLong));
+    ASSERT_EQ(0, request(requester, makeMessage(1, kActing), kLong));
     while (statsOf(AnsweringModules::kFirst).in_ < before + static_cast<std::uint64_t>(i) * kMany) {
       std::this_thread::yield();
     }
@@ -155,7 +131,7 @@ TEST_F(LeadingSendersTest, ARequestInAnothersTurnIsAnsweredOrTimesOut) {
   const AnsweringModules modules(agentRoot());
   CQOV_Task inner(modules.first());
   std::atomic<int> answered{0};
-  ActingTask acting(module_.get(), [&] {
+  ActingTask acting(module_.get(), kActing, [&] {
     if (request(inner, makeMessage(1, 1, AnsweringModules::kSecond, AnsweringModules::kFirst),
                 kLong) == 0) {
       ++answered;
@@ -164,7 +140,7 @@ TEST_F(LeadingSendersTest, ARequestInAnothersTurnIsAnsweredOrTimesOut) {
   ASSERT_EQ(0, module_->insertStaticScheduledTask(&acting));
   CQOV_Task requester(module_.get());
   for (int i = 1; i <= 20; ++i) {
-    ASSERT_EQ(0, request(requester, makeMessage(1, kNoted + 1), kLong));
+    ASSERT_EQ(0, request(requester, makeMessage(1, kActing), kLong));
     EXPECT_EQ(i, answered);
   }
   module_->stop();
@@ -219,14 +195,14 @@ TEST_F(LeadingSendersTest, ALeaderThatIsCancelledAtWorkIsStoppedAllTheSame) {
     GTEST_SKIP() << "no sanitizer follows a thread that is cancelled";
   }
   Latch cancelled;
-  ActingTask acting(module_.get(), [&] {
+  ActingTask acting(module_.get(), kActing, [&] {
     ::pthread_cancel(::pthread_self());
     cancelled.count();
     ::pthread_testcancel();
   });
   ASSERT_EQ(0, module_->insertStaticScheduledTask(&acting));
   // Nobody of the pool has sent it, so it is the leader's thread that delivers it.
-  ACE_Message_Block* const block = makeBlock(makeMessage(3, kNoted + 1));
+  ACE_Message_Block* const block = makeBlock(makeMessage(3, kActing));
   ASSERT_LT(0, module_->putq(block, nullptr));
   ASSERT_TRUE(cancelled.waitFor());
   module_->stop();

@@ -1,5 +1,6 @@
 #include "task/task_queue.h"
 
+#include <ace/Notification_Strategy.h>
 #include <ace/OS_NS_sys_time.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -132,6 +133,33 @@ TEST_F(TaskQueueTest, SeveralThreadsMayDequeue) {
     thread.join();
   }
   EXPECT_EQ(kBlocks, taken);
+}
+
+TEST_F(TaskQueueTest, WakesItsWaiterBeforeItTellsAStrategyOfSomebodyElses) {
+  class Waiting : public ACE_Notification_Strategy {
+   public:
+    explicit Waiting(Latch& taken) : ACE_Notification_Strategy(nullptr, 0), taken_(taken) {}
+    int notify() override { return taken_.waitFor() ? ++told_, 0 : -1; }
+    int notify(ACE_Event_Handler*, ACE_Reactor_Mask) override { return notify(); }
+
+    Latch& taken_;
+    int told_ = 0;
+  };
+  Latch taken;
+  Waiting strategy(taken);
+  queue_.notification_strategy(&strategy);
+  std::atomic<pid_t> id{0};
+  ACE_Message_Block* const sent = makeBlock(makeMessage(3, 1));
+  std::thread waiter([&] {
+    id = ::gettid();
+    expectNext(sent);
+    taken.count();
+  });
+  qov::test::waitForThread([&id] { return id != 0 && qov::test::sleeps(id); }, "sleeps");
+  EXPECT_EQ(1, queue_.enqueue_tail(sent));
+  EXPECT_EQ(1, strategy.told_);
+  waiter.join();
+  queue_.notification_strategy(nullptr);
 }
 
 TEST_F(TaskQueueTest, AStopGetsIntoAFullQueue) {

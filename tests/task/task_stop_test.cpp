@@ -1,3 +1,4 @@
+#include <ace/Log_Msg.h>
 #include <ace/Reactor.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -31,6 +32,12 @@ class TaskStopTest : public TaskTest {
       // Stopped already.
       stop->release();
     }
+  }
+
+  void logDebug(bool on) {
+    ACE_Log_Msg& ace = *ACE_Log_Msg::instance();
+    const u_long mask = ace.priority_mask(ACE_Log_Msg::PROCESS);
+    ace.priority_mask(on ? mask | LM_DEBUG : mask & ~u_long{LM_DEBUG}, ACE_Log_Msg::PROCESS);
   }
 
   /// What SIGINT does.
@@ -242,4 +249,63 @@ TEST_F(TaskStopTest, WhatWaitsForAWorkerIsFreed) {
   const int before = CountedPackage::alive();
   endWhileMessagesWait(log_, 100, [] { return makeMessage(3, 1, kModule + 1); });
   EXPECT_EQ(before, CountedPackage::alive());
+}
+
+namespace {
+
+/// Waits at its notice for its thread.
+class JoiningWorker : public FunctionWorker {
+ public:
+  using FunctionWorker::FunctionWorker;
+  void notifyExit() override {
+    FunctionWorker::notifyExit();
+    EXPECT_EQ(0, wait());
+  }
+};
+
+/// Hands a worker to the pool when it is told of the stop.
+class HandingOver : public WorkerBeside {
+ public:
+  HandingOver(CQOV_TaskMgr* mgr, CQOV_Task* late) : WorkerBeside(mgr, ignore), late_(late) {}
+  void notifyExit() override {
+    EXPECT_EQ(0, taskMgr()->idle(late_));
+    WorkerBeside::notifyExit();
+  }
+
+ private:
+  CQOV_Task* const late_;
+};
+
+}  // namespace
+
+TEST_F(TaskStopTest, AWorkerThatComesToThePoolAfterTheStopMayBeWaitedForAtItsNotice) {
+  // What waits for a worker wakes it then.
+  Latch release;
+  TestModule module(
+      [&](CQOV_Task&, CQOV_MsgPackage&) {
+        EXPECT_TRUE(release.waitFor());
+        return 0;
+      },
+      1, kModule + 1);
+  constexpr long kFlags = THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED;
+  auto* const late = new JoiningWorker(&module, [this](CQOV_Task&, CQOV_MsgPackage&) {
+    handled_.count();
+    return 0;
+  });
+  ASSERT_EQ(0, late->activate(kFlags));
+  // Started before the scheduler, so told before it.
+  HandingOver first(&module, late);
+  ASSERT_EQ(0, first.activate(kFlags, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, module.gid()));
+  logDebug(true);
+  ASSERT_TRUE(module.init());
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_LT(0, module.putq(makeBlock(makeMessage(3, kSilent, kModule + 1)), nullptr));
+  }
+  ASSERT_TRUE(log_.waitFor("wait worker thread is empty begin num("));
+  logDebug(false);
+  std::thread stopper([&] { module.stop(); });
+  EXPECT_TRUE(handled_.waitFor());
+  EXPECT_TRUE(log_.waitFor("Manager thread(21) exit!"));
+  release.count();
+  stopper.join();
 }

@@ -2,14 +2,17 @@
 
 #include <ace/Reactor.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <mutex>
 #include <thread>
 #include <vector>
 
 #include "tests/support/latch.h"
+#include "tests/support/sleeping_thread.h"
 
 namespace {
 
@@ -172,6 +175,43 @@ TEST_F(WaitReactorTest, ACancelledTimerDoesNotFire) {
     reactor_.handle_events();
   }
   EXPECT_EQ(std::vector<const int*>{nullptr}, handler_.fired_);
+}
+
+TEST(WaitReactor, ATimerThatBecomesTheEarliestEndsTheWaitOnceAndOthersDoNot) {
+  OwnReactor<CountingHandler> own;
+  // Timers are used by one thread at a time.
+  std::mutex turn;
+  std::atomic<pid_t> id{0};
+  std::atomic<int> waits{0};
+  std::thread owner([&] {
+    id = ::gettid();
+    while (own.impl_.deactivated() == 0) {
+      own.impl_.wait();
+      ++waits;
+      const std::lock_guard<std::mutex> held(turn);
+      own.impl_.dispatch();
+    }
+  });
+  const auto startTimer = [&](int seconds) {
+    const std::lock_guard<std::mutex> held(turn);
+    ASSERT_NE(-1, own.reactor_.schedule_timer(&own.handler_, nullptr, ACE_Time_Value(seconds)));
+  };
+  const auto waitsAfter = [&](int atLeast) {
+    qov::test::waitForThread([&] { return waits >= atLeast && id != 0 && qov::test::sleeps(id); },
+                             "sleeps");
+    return waits.load();
+  };
+  waitsAfter(0);
+  startTimer(1000);
+  EXPECT_EQ(1, waitsAfter(1));
+  for (int i = 1; i <= 100; ++i) {
+    startTimer(1000 + i);
+    EXPECT_EQ(1, waitsAfter(1));
+  }
+  startTimer(900);
+  EXPECT_EQ(2, waitsAfter(2));
+  own.reactor_.end_reactor_event_loop();
+  owner.join();
 }
 
 TEST_F(WaitReactorTest, TheLongestDelayIsNotTakenForAPastOne) {

@@ -53,9 +53,9 @@ class QOV_EXPORT CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   /// its response may still come, so the task must outlive the stop of its task manager.
   ///
   /// An override of this or of putMsg() runs on whatever thread does the leader's work, which may
-  /// be one in send(). It neither waits nor throws, takes no lock with which anybody calls send(),
-  /// and what it sends goes on when it has returned. getCurrentTask() is that thread's task, if it
-  /// has one.
+  /// be one in send(). It neither waits nor throws nor ends its thread, takes no lock with which
+  /// anybody calls send(), and what it sends goes on when it has returned. getCurrentTask() is that
+  /// thread's task, if it has one.
   virtual int wakeup();
 
   /// Puts `mb` at the tail of the own queue. `type` is the message type of the header (1 request,

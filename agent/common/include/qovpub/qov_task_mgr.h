@@ -88,8 +88,8 @@ class QOV_EXPORT CQOV_TaskMgr {
   ///
   /// A manager that still runs when the process ends by exit() or by returning from main is stopped
   /// then, before ACE and older static objects go, unless a thread of a module calls exit(): one of
-  /// a task or in a module's thread group. Nobody waits for other threads of the group of a manager
-  /// that is not deleted.
+  /// a task or in a module's thread group, or one that does a leader's work. Nobody waits for other
+  /// threads of the group of a manager that is not deleted.
   void stop();
 
   /// The module id; -1 when the leader could not be made (errno ENOMEM then).
