@@ -1,0 +1,29 @@
+#ifndef SKELETON_MODULE_H
+#define SKELETON_MODULE_H
+
+#include <cstdint>
+
+// What other modules have to know to ask the module `skeleton`.
+namespace skeleton_module {
+
+// The module's number, which no other module of the agent may have, and its asker's.
+constexpr std::uint8_t kModule = 42;
+constexpr std::uint8_t kAsker = kModule + 1;
+
+// The types of messages. Only a request is answered.
+constexpr std::uint8_t kRequest = 1;
+
+// Operation codes. kGreet: one record with kName; the answer has one record with kText.
+constexpr std::uint64_t kGreet = 1;
+
+// Tags of cells.
+constexpr std::uint16_t kName = 1;  // String: whom to greet
+constexpr std::uint16_t kText = 2;  // String: the greeting
+
+// Results, which the asker's send() returns; 0 is success.
+constexpr std::uint8_t kUnknownOperation = 1;
+constexpr std::uint8_t kNoName = 2;
+
+}  // namespace skeleton_module
+
+#endif
