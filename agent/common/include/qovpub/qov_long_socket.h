@@ -149,6 +149,8 @@ class CQOVLongSocket {
  private:
   unsigned int exchange(const unsigned char* data, unsigned int length, CT7QPackageV3& package,
                         bool& sent);
+  unsigned int attemptTwice(const unsigned char* data, unsigned int length, CT7QPackageV3& package,
+                            bool& sent);
   unsigned int attempt(const unsigned char* data, unsigned int length, CT7QPackageV3& package,
                        bool& sent);
   bool readMessage(char* buffer, unsigned int& length, const ACE_Time_Value* timeout,
@@ -159,6 +161,7 @@ class CQOVLongSocket {
   unsigned int takeAhead(char* to, unsigned int most);
   bool isOwn(const char* buffer) const;
   unsigned int reconnect();
+  void disconnect();
   std::string connect(CQOVDebugKitGuard& guard);
 
   // Guarded by lock_, limits_ and interruption_ excepted: the first is constant after construction,
