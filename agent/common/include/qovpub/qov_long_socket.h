@@ -23,8 +23,8 @@ class Endpoint;
 /// and makes a new one at once; an exchange repeats its request once when that happens. A link
 /// without a connection (the endpoint was away) tries again with its next exchange.
 ///
-/// A process that has forked uses it on one side only. Make it after CQOVapp::init(): becoming a
-/// daemon closes its descriptors.
+/// A process that has forked uses it on one side only; the child may only if no thread was in the
+/// link at the fork. Make it after CQOVapp::init(): becoming a daemon closes its descriptors.
 ///
 /// Thread: sendMsg(), sendGetNextMsgV3(), interrupt() and resume() from any thread. An exchange has
 ///         the connection for itself; a walk lets those of other threads in between its steps. All
