@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <ctime>
 
 namespace qov {
 namespace {
@@ -17,6 +18,12 @@ std::chrono::microseconds durationOf(const ACE_Time_Value& timeout) {
 }
 
 }  // namespace
+
+Deadline::Clock::time_point Deadline::Clock::now() {
+  timespec time{};
+  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
+  return time_point(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
+}
 
 Deadline::Deadline(const ACE_Time_Value* timeout) : never_(timeout == nullptr) {
   if (!never_) {

@@ -29,7 +29,9 @@ Interruption::Wait::Wait(Interruption& interruption, ACE_HANDLE socket)
 }
 
 Interruption::Wait::~Wait() {
-  end();
+  if (interruption_.waitedFor_ != ACE_INVALID_HANDLE) {
+    end();
+  }
 }
 
 bool Interruption::Wait::end() {

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <new>
 
+#include "diag/uncancelled.h"
 #include "link/deadline.h"
 #include "link/dump_text.h"
 #include "link/endpoint.h"
@@ -23,25 +24,6 @@ constexpr unsigned long long kTraffic = 65535;
 unsigned char* makeBuffer() {
   return new (std::nothrow) unsigned char[CQOVLongSocket::kMaxMessage];
 }
-
-/// Closes the connection unless the exchange comes to its end: what a request that was given up
-/// halfway leaves in it, as its answer, must not be there for the next one.
-class Unanswered {
- public:
-  explicit Unanswered(ACE_SOCK_Stream& peer) : peer_(&peer) {}
-  ~Unanswered() {
-    if (peer_ != nullptr) {
-      peer_->close();
-    }
-  }
-  Unanswered(const Unanswered&) = delete;
-  Unanswered& operator=(const Unanswered&) = delete;
-
-  void settle() { peer_ = nullptr; }
-
- private:
-  ACE_SOCK_Stream* peer_;
-};
 
 void logTraffic(CQOVDebugKitGuard& guard, const char* what, const CT7QPackageV3& package) {
   if (CQOVDebugKit::isOn(LM_DEBUG)) {
@@ -70,7 +52,7 @@ CQOVLongSocket::CQOVLongSocket(const std::string& endpoint, const Limits& limits
 
 CQOVLongSocket::~CQOVLongSocket() {
   CQOVDebugKitGuard guard(0, "CQOVLongSocket::~CQOVLongSocket()");
-  peer_.close();
+  disconnect();
 }
 
 std::string CQOVLongSocket::whyNotConnected() const {
@@ -89,9 +71,7 @@ void CQOVLongSocket::resume() {
 
 int CQOVLongSocket::setupConnection() {
   CQOVDebugKitGuard guard(0, "int CQOVLongSocket::setupConnection()");
-  peer_.close();
-  cut_ = false;
-  ahead_ = {};
+  disconnect();
   std::string why;
   try {
     why = connect(guard);
@@ -142,12 +122,19 @@ unsigned int CQOVLongSocket::sendMsg_i(const unsigned char* data, unsigned int l
 /// errno says what has ended the connection that was.
 unsigned int CQOVLongSocket::reconnect() {
   if (errno == ECANCELED) {
-    peer_.close();
-    cut_ = false;
+    disconnect();
   } else {
     setupConnection();
   }
   return kSocketFailed;
+}
+
+/// Also where a thread is to be cancelled: in a destructor that would end the process.
+void CQOVLongSocket::disconnect() {
+  const qov::Uncancelled closing;
+  peer_.close();
+  cut_ = false;
+  ahead_ = {};
 }
 
 unsigned int CQOVLongSocket::receiveMsg(CT7QPackageV3* package) {
@@ -213,25 +200,32 @@ unsigned int CQOVLongSocket::sendMsg(CT7QPackageV3* package) {
   return result;
 }
 
-/// One retry in all, whether it is sending or receiving that fails. Makes no text of the messages:
-/// other threads wait for the lock.
+/// Makes no text of the messages: other threads wait for the lock.
 unsigned int CQOVLongSocket::exchange(const unsigned char* data, unsigned int length,
                                       CT7QPackageV3& package, bool& sent) {
   const ACE_Guard<ACE_Thread_Mutex> lock(lock_);
+  try {
+    const unsigned int result = attemptTwice(data, length, package, sent);
+    if (cut_) {
+      // The endpoint would take the next request for the rest of this one.
+      setupConnection();
+    }
+    return result;
+  } catch (...) {
+    // The next request must not meet the answer to this one.
+    disconnect();
+    throw;
+  }
+}
+
+/// One retry in all, whether it is sending or receiving that fails.
+unsigned int CQOVLongSocket::attemptTwice(const unsigned char* data, unsigned int length,
+                                          CT7QPackageV3& package, bool& sent) {
   const unsigned int changes = interruption_.changes();
-  Unanswered request(peer_);
   retry_ = false;
-  unsigned int result = attempt(data, length, package, sent);
+  const unsigned int result = attempt(data, length, package, sent);
   retry_ = result == kSocketFailed && interruption_.wasClearSince(changes);
-  if (retry_) {
-    result = attempt(data, length, package, sent);
-  }
-  request.settle();
-  if (cut_) {
-    // The endpoint would take the next request for the rest of this one.
-    setupConnection();
-  }
-  return result;
+  return retry_ ? attempt(data, length, package, sent) : result;
 }
 
 unsigned int CQOVLongSocket::attempt(const unsigned char* data, unsigned int length,

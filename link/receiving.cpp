@@ -45,7 +45,7 @@ bool CQOVLongSocket::readMessage(char* buffer, unsigned int& length, const ACE_T
     return false;
   }
   const auto body = static_cast<unsigned int>(std::max(lengthOfBody(buffer), 0));
-  if (body > 0 && !receiveBody(buffer, have, body, timeout)) {
+  if (have < kHeadSize + body && !receiveBody(buffer, have, body, timeout)) {
     guard.error(65615, "recvData", __LINE__, "It failed to receive v3 message body!");
     return false;
   }

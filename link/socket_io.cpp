@@ -12,10 +12,13 @@
 #include <cstring>
 #include <utility>
 
+#include "diag/uncancelled.h"
+
 namespace qov {
 namespace {
 
-/// A socket that is closed unless it is handed on; errno stays.
+/// A socket that is closed unless it is handed on; errno stays. A thread that is to be cancelled
+/// closes it, too: in a destructor its end would be that of the process.
 class Socket {
  public:
   explicit Socket(int domain)
@@ -23,6 +26,7 @@ class Socket {
   ~Socket() {
     if (handle_ != ACE_INVALID_HANDLE) {
       const int error = errno;
+      const Uncancelled closing;
       ::close(handle_);
       errno = error;
     }

@@ -2,6 +2,7 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <stdexcept>
 #include <thread>
 
 #include "tests/link/link_fixture.h"
@@ -87,6 +88,34 @@ TEST_F(LinkTest, GoesOnWhenAThreadIsCancelledInItsExchange) {
   EXPECT_EQ(end, PTHREAD_CANCELED);
   EXPECT_EQ(sends(), 0U);
   EXPECT_EQ(package.count(), 1U);
+}
+
+/// Is cancelled while it receives, and throws then.
+class GivingUpCancelled : public TestLink {
+ public:
+  using TestLink::TestLink;
+  unsigned int receiveMsg(CT7QPackageV3*) override {
+    ::pthread_cancel(::pthread_self());
+    throw std::runtime_error("given up");
+  }
+};
+
+TEST_F(LinkTest, IsGivenUpByAThreadThatIsToBeCancelled) {
+  plays({[](PeerConnection& connection) { connection.ignoreAll(); }});
+  log.log().priority_mask(0, ACE_Log_Msg::PROCESS);
+  GivingUpCancelled giving(peer.port());
+  bool thrown = false;
+  std::thread([&] {
+    CT7QPackageV3 lost;
+    try {
+      giving.sendMsg(&lost);
+    } catch (const std::runtime_error&) {
+      ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+      thrown = true;
+    }
+  }).join();
+  EXPECT_TRUE(thrown);
+  EXPECT_THAT(socketsTo(peer.port()), ::testing::IsEmpty());
 }
 
 }  // namespace

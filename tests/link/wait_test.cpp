@@ -1,7 +1,9 @@
 // What a link waits for and how long, in a program that sees every wait.
 #include <poll.h>
+#include <pthread.h>
 
 #include <chrono>
+#include <thread>
 
 #include "tests/link/exchange_fixture.h"
 #include "tests/link/scripted_waits.h"
@@ -81,6 +83,22 @@ TEST_F(Wait, ForABodyHasTheWholeTimeAgain) {
   peer.join();
   ASSERT_THAT(ends, SizeIs(2));
   EXPECT_GE(ends[1], headSent + std::chrono::seconds(limits.reply.sec()));
+}
+
+TEST_F(Wait, ToConnectIsGivenUpByAThreadThatIsToBeCancelled) {
+  QuietPort quiet;
+  TestLink::Limits limits = endless();
+  limits.connect.set(0, 1000);
+  std::thread([&] {
+    const InsteadOfWaits cancels([](const InsteadOfWaits::Wait& real, int) {
+      const int ready = real();
+      ::pthread_cancel(::pthread_self());
+      return ready;
+    });
+    const TestLink unconnected(quiet.port(), limits);
+    ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  }).join();
+  EXPECT_THAT(socketsTo(quiet.port()), SizeIs(1)) << "the one that fills its queue";
 }
 
 }  // namespace

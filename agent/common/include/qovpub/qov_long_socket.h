@@ -24,8 +24,8 @@ class Endpoint;
 /// and makes a new one at once; an exchange repeats its request once when that happens. A link
 /// without a connection (the endpoint was away) tries again with its next exchange.
 ///
-/// A process that has forked uses it on one side only. Make it after CQOVapp::init(): becoming a
-/// daemon closes its descriptors.
+/// A process that has forked uses it on one side only; the child may only if no thread was in the
+/// link at the fork. Make it after CQOVapp::init(): becoming a daemon closes its descriptors.
 ///
 /// Thread: sendMsg(), sendGetNextMsgV3(), interrupt() and resume() from any thread. An exchange has
 ///         the connection for itself; a walk lets those of other threads in between its steps. All
@@ -150,6 +150,8 @@ class QOV_EXPORT CQOVLongSocket {
  private:
   unsigned int exchange(const unsigned char* data, unsigned int length, CT7QPackageV3& package,
                         bool& sent);
+  unsigned int attemptTwice(const unsigned char* data, unsigned int length, CT7QPackageV3& package,
+                            bool& sent);
   unsigned int attempt(const unsigned char* data, unsigned int length, CT7QPackageV3& package,
                        bool& sent);
   bool readMessage(char* buffer, unsigned int& length, const ACE_Time_Value* timeout,
@@ -160,6 +162,7 @@ class QOV_EXPORT CQOVLongSocket {
   unsigned int takeAhead(char* to, unsigned int most);
   bool isOwn(const char* buffer) const;
   unsigned int reconnect();
+  void disconnect();
   std::string connect(CQOVDebugKitGuard& guard);
 
   // Guarded by lock_, limits_ and interruption_ excepted: the first is constant after construction,
