@@ -228,14 +228,15 @@ class CTLVRecordV3 {
   CTLVRecordV3& addOctets(unsigned short tag, std::unique_ptr<unsigned char[]> data,
                           unsigned long len);
   CTLVRecordV3& addJson(unsigned short tag, const Json::Value& v);
-  /// Appends `cell`, copied or moved.
+  /// Appends `cell`, copied or moved. One moved from this record counts twice for the limit.
   CTLVRecordV3& add(const CTLVCell& cell) { return add(CTLVCell(cell)); }
   CTLVRecordV3& add(CTLVCell&& cell);
 
   /// Puts type and value of `cell`, copied or moved, into the first cell with its tag; references
-  /// to that one stay valid. Returns false when there is none. Throws, too, when the record would
-  /// be longer than 65535 bytes.
-  bool replace(CTLVCell cell);
+  /// to that one stay valid. Returns false, with `cell` as it was, when there is none. Throws, too,
+  /// when the record would be longer than 65535 bytes, counted as by add().
+  bool replace(const CTLVCell& cell) { return replace(CTLVCell(cell)); }
+  bool replace(CTLVCell&& cell);
 
   /// The first cell with `tag`, or null.
   const CTLVCell* find(unsigned short tag) const noexcept {
@@ -428,14 +429,13 @@ class CTLVRecordV3 {
       addToIndex(resolve(slot));
     }
   }
-  /// The length with a value of `bytes` more; throws when that is too long.
-  unsigned long grownLength(unsigned long bytes) {
+  /// Throws when the record is too long for a value of `bytes` more.
+  void checkGrown(unsigned long bytes) {
     refresh();
     const unsigned long grown = length_ + MIN_TLV_SIZE + bytes;
     if (grown > kMaxLength) {
       throwTooLong(grown);
     }
-    return grown;
   }
   CTLVRecordV3& addNumber(unsigned int type, unsigned short tag, std::uint64_t v,
                           unsigned int bytes);
@@ -457,8 +457,9 @@ class CTLVRecordV3 {
   void dropBlock(qov::CellBlock* block) noexcept;
   void addCopies(const CTLVRecordV3& other);
   void makeRoomOrThrow();
-  /// Appends `cell`, which has been checked.
-  void put(CTLVCell&& cell, unsigned long grownLength);
+  /// Appends `cell`, which has been checked and has a value of its own. It may be one of this
+  /// record's: then its old place shortens the record.
+  void put(CTLVCell&& cell);
   void addToIndex(CTLVCell* cell) noexcept;
   void dropIndex() noexcept;
   qov::TagIndex* buildIndex() const noexcept;
