@@ -76,7 +76,7 @@ class CellBlock {
   CTLVCell* lastPlace() noexcept { return at(lastPlace_); }
   bool full() const noexcept { return end_ > lastPlace_; }
   /// Makes, at the free `slot`, a cell with that head whose value stands in this block: the `len`
-  /// bytes at `data` and, if the head says so, a NUL. False if there is not enough room for both.
+  /// bytes, 16 at least, at `data` and, if the head says so, a NUL. False if there is not enough room for both.
   bool makeLong(CTLVCell* slot, std::uint32_t head, const void* data, unsigned int len) noexcept;
   void setEnd(CTLVCell* end) noexcept { end_ = offsetOf(end); }
   /// Counts the cell that stands, or will, at end().
@@ -125,7 +125,7 @@ inline bool CellBlock::makeLong(CTLVCell* slot, std::uint32_t head, const void* 
   }
   lastPlace_ -= bytes;
   auto* const to = reinterpret_cast<unsigned char*>(lastPlace() + 1);
-  std::memcpy(to, data, len);
+  copyLong(to, static_cast<const unsigned char*>(data), len);
   if (len < bytes) {
     to[len] = 0;
   }
