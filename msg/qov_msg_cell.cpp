@@ -27,16 +27,11 @@ CTLVCell& CTLVCell::operator=(const CTLVCell& other) {
 }
 
 CTLVCell& CTLVCell::operator=(CTLVCell&& other) noexcept {
-  if (this != &other) {
-    if (!other.ownValue()) {
-      return *this;
-    }
+  if (this != &other && other.ownValue()) {
     const std::uint32_t before = head_;
-    const std::uint32_t othersBefore = other.head_;
     freeValue();
     take(other);
     tellChange(before);
-    other.tellChange(othersBefore);
   }
   return *this;
 }

@@ -72,18 +72,16 @@ void CTLVRecordV3::append_int(const CTLVCell* cell) {
   commit(standIn, length_ + MIN_TLV_SIZE + own->length());
 }
 
-void CTLVRecordV3::put(CTLVCell&& cell, unsigned long grownLength) {
+void CTLVRecordV3::put(CTLVCell&& cell) {
   CTLVCell* free = slot();
   ::new (free) CTLVCell(last_->placeOf(free), std::move(cell));
-  commit(free, grownLength);
+  commit(free, length_ + MIN_TLV_SIZE + free->length());
 }
 
 CTLVRecordV3& CTLVRecordV3::add(CTLVCell&& cell) {
-  const unsigned long grown = grownLength(cell.length());
-  if (!cell.ownValue()) {
-    throw std::bad_alloc();
-  }
-  put(std::move(cell), grown);
+  checkGrown(cell.length());
+  cell.ownValueOrThrow();
+  put(std::move(cell));
   return *this;
 }
 
@@ -106,10 +104,10 @@ CTLVRecordV3& CTLVRecordV3::addChecked(unsigned int type, unsigned short tag, co
                                        unsigned long len, bool nul) {
   const unsigned short typeTag = CTLVCell::packed(type, tag);
   CTLVCell::checkLength(len, nul);
-  const unsigned long grown = grownLength(len + (nul ? 1 : 0));
+  checkGrown(len + (nul ? 1 : 0));
   CTLVCell cell;
   cell.replaceOrThrow(typeTag, data, len, nul);
-  put(std::move(cell), grown);
+  put(std::move(cell));
   return *this;
 }
 
@@ -201,7 +199,7 @@ unsigned long CTLVRecordV3::measure() const noexcept {
 /// Into a record that nobody has looked anything up in: it has no index.
 void CTLVRecordV3::addCopies(const CTLVRecordV3& other) {
   for (const CTLVCell& cell : other) {
-    put(CTLVCell(cell), length_ + MIN_TLV_SIZE + cell.length());
+    put(CTLVCell(cell));
   }
 }
 

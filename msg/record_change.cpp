@@ -42,7 +42,7 @@ void CTLVRecordV3::dropIndex() noexcept {
   delete index_.exchange(nullptr, std::memory_order_relaxed);
 }
 
-bool CTLVRecordV3::replace(CTLVCell cell) {
+bool CTLVRecordV3::replace(CTLVCell&& cell) {
   CTLVCell* there = find(cell.tag());
   if (there == nullptr) {
     return false;
@@ -51,6 +51,7 @@ bool CTLVRecordV3::replace(CTLVCell cell) {
   if (replaced > kMaxLength) {
     throwTooLong(replaced);
   }
+  cell.ownValueOrThrow();
   *there = std::move(cell);
   return true;
 }

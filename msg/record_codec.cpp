@@ -190,13 +190,15 @@ inline unsigned char* RecordCodec::writeCell(const CTLVCell& cell, unsigned char
   storeWord(out, cell.head_);
   out += MIN_TLV_SIZE;
   const unsigned int length = cell.length();
-  if (length <= CTLVCell::kInside && end - out >= CTLVCell::kInside) {
+  if (length > CTLVCell::kInside) {
+    copyLong(out, cell.value(), length);
+  } else if (end - out >= CTLVCell::kInside) {
     // What is too much is overwritten by the next cell.
     copyInside(out, cell.value_);
   } else if (length <= 8) {
     storeUpTo8(out, loadWord<std::uint64_t>(cell.value_), length);
   } else {
-    std::memcpy(out, cell.value(), length);
+    std::memcpy(out, cell.value_, length);
   }
   return out + length;
 }

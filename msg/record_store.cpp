@@ -58,7 +58,7 @@ void RecordStore::forget() noexcept {
 }
 
 bool RecordStore::growTable(std::size_t capacity) noexcept {
-  capacity = std::max(capacity, 2 * capacity_);
+  capacity = std::max(capacity, 4 * capacity_);
   auto** table = new (std::nothrow) CTLVRecordV3*[capacity];
   if (table == nullptr) {
     errno = ENOMEM;
@@ -136,13 +136,17 @@ void RecordStore::close(const CTLVRecordV3& record) noexcept {
   }
 }
 
-void RecordStore::free(CTLVRecordV3* record) noexcept {
+inline void RecordStore::destroy(CTLVRecordV3* record) noexcept {
   if (record->store_ == nullptr) {
     delete record;
-    return;
+  } else {
+    record->~CTLVRecordV3();
   }
+}
+
+void RecordStore::free(CTLVRecordV3* record) noexcept {
   close(*record);
-  record->~CTLVRecordV3();
+  destroy(record);
 }
 
 void RecordStore::erase(std::size_t i) noexcept {
@@ -159,7 +163,7 @@ void RecordStore::replace(std::size_t i, CTLVRecordV3* record) noexcept {
 
 void RecordStore::clear() noexcept {
   for (CTLVRecordV3* record : *this) {
-    free(record);
+    destroy(record);
   }
   while (pieces_ != nullptr) {
     Piece* next = pieces_->next;

@@ -144,6 +144,22 @@ TEST(LongValue, IsNotLostWhereItCannotBeAddedToAnotherRecord) {
   EXPECT_EQ(other.getString(1), kLong);
 }
 
+TEST(LongValue, StaysInItsCellWhenItCannotReplaceAnother) {
+  CQOV_MsgPackage package;
+  CTLVRecordV3& record = package.addRecord(1);
+  record.addString(1, kLong);
+  CTLVRecordV3 other(2);
+  other.addUnsigned(1, 3);
+  {
+    const FailingAllocations fail(0);
+    EXPECT_THROW(other.replace(std::move(record[1])), std::bad_alloc);
+  }
+  EXPECT_EQ(other.getUnsigned(1), 3U);
+  EXPECT_EQ(record.getString(1), kLong);
+  EXPECT_TRUE(other.replace(std::move(record[1])));
+  EXPECT_EQ(other.getString(1), kLong);
+}
+
 /// The orders in which the room of values could be lost: last in first out, and in turn.
 TEST(LongValue, LeavesARecordAsItComesAndGoes) {
   for (const bool fromTheFront : {false, true}) {

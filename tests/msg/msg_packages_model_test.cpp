@@ -59,7 +59,7 @@ class PackagesModel {
       case 1:
         return changeRecord(one, other);
       default:
-        return changeCell(one);
+        return below(4) == 0 ? moveCell(one, other) : changeCell(one);
     }
   }
 
@@ -319,6 +319,42 @@ class PackagesModel {
     CTLVCell& first = cell(record, naive, one);
     std::swap(first, cell(record, naive, other));
     std::swap(naive.cells[one], naive.cells[other]);
+  }
+
+  /// A cell that has been moved from is empty and keeps type and tag.
+  static CTLVCell takenFrom(CTLVCell& cell) {
+    const CTLVCell taken(cell);
+    cell.set_i(cell.type(), cell.tag(), nullptr, 0);
+    return taken;
+  }
+
+  void moveCell(Pair& one, Pair& other) {
+    if (one.naive.empty() || other.naive.empty()) {
+      return;
+    }
+    const std::size_t i = below(one.naive.size());
+    const std::size_t j = below(other.naive.size());
+    CTLVRecordV3& to = one.package[i];
+    Cells& naiveTo = one.naive[i].cells;
+    CTLVRecordV3& from = other.package[j];
+    Cells& naiveFrom = other.naive[j].cells;
+    if (naiveFrom.empty()) {
+      return;
+    }
+    const std::size_t at = below(naiveFrom.size());
+    CTLVCell& moved = cell(from, other.naive[j], at);
+    if (below(2) != 0) {
+      to.add(std::move(moved));
+      const CTLVCell taken = takenFrom(naiveFrom[at]);
+      naiveTo.push_back(taken);
+    } else {
+      const std::size_t there = one.naive[i].first(moved.tag());
+      const bool replaces = there < naiveTo.size();
+      ASSERT_EQ(to.replace(std::move(moved)), replaces);
+      if (replaces && &naiveTo[there] != &naiveFrom[at]) {
+        naiveTo[there] = takenFrom(naiveFrom[at]);
+      }
+    }
   }
 
   void assign(CTLVRecordV3& record, NaiveRecord& naive) {

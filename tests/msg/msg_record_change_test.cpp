@@ -311,6 +311,27 @@ TEST(RecordChange, FreesWhatAChangedCellHolds) {
   EXPECT_EQ(record.length(), 2 * 105U);
 }
 
+/// From each kind of cell, into the same record or another.
+TEST(RecordChange, IsSeenInACellThatIsMovedIntoARecord) {
+  const std::string longText = "a text of more than nineteen bytes";
+  for (const bool same : {false, true}) {
+    CQOV_MsgPackage package;
+    CTLVRecordV3& record = package.addRecord(1);
+    record.addString(0, longText).addString(1, "short").addUnsigned(2, 70000);
+    record.append(newCell(3, 80000).release());
+    CTLVRecordV3 other(2);
+    CTLVRecordV3& to = same ? record : other;
+    for (unsigned short tag = 0; tag < 4; ++tag) {
+      const CTLVCell cell(record[tag]);
+      to.add(std::move(record[tag]));
+      EXPECT_EQ(record[tag].length(), 0U);
+      EXPECT_EQ(*std::next(to.begin(), same ? 4 + tag : tag), cell);
+      EXPECT_EQ(record.length(), CTLVRecordV3(record).length());
+      EXPECT_EQ(to.length(), CTLVRecordV3(to).length());
+    }
+  }
+}
+
 TEST(RecordErase, TakesOneCellOut) {
   CTLVRecordV3 record = numbered(100);
   auto at = record.begin();

@@ -126,6 +126,7 @@ class RecordStore {
   bool growTable(std::size_t capacity) noexcept;
   void take(RecordStore& other) noexcept;
   void forget() noexcept;
+  static void destroy(CTLVRecordV3* record) noexcept;
   void free(CTLVRecordV3* record) noexcept;
   bool addPiece() noexcept;
   void closeNewest() noexcept;

@@ -77,7 +77,7 @@ class CellBlock {
   CTLVCell* lastPlace() noexcept { return at(lastPlace_); }
   bool full() const noexcept { return end_ > lastPlace_; }
   /// Makes, at the free `slot`, a cell with that head whose value stands in this block: the `len`
-  /// bytes at `data` and, if the head says so, a NUL. False if there is not enough room for both.
+  /// bytes, 16 at least, at `data` and, if the head says so, a NUL. False if there is not enough room for both.
   bool makeLong(CTLVCell* slot, std::uint32_t head, const void* data, unsigned int len) noexcept;
   void setEnd(CTLVCell* end) noexcept { end_ = offsetOf(end); }
   /// Counts the cell that stands, or will, at end().
@@ -126,7 +126,7 @@ inline bool CellBlock::makeLong(CTLVCell* slot, std::uint32_t head, const void* 
   }
   lastPlace_ -= bytes;
   auto* const to = reinterpret_cast<unsigned char*>(lastPlace() + 1);
-  std::memcpy(to, data, len);
+  copyLong(to, static_cast<const unsigned char*>(data), len);
   if (len < bytes) {
     to[len] = 0;
   }
@@ -229,14 +229,15 @@ class QOV_EXPORT CTLVRecordV3 {
   CTLVRecordV3& addOctets(unsigned short tag, std::unique_ptr<unsigned char[]> data,
                           unsigned long len);
   CTLVRecordV3& addJson(unsigned short tag, const Json::Value& v);
-  /// Appends `cell`, copied or moved.
+  /// Appends `cell`, copied or moved. One moved from this record counts twice for the limit.
   CTLVRecordV3& add(const CTLVCell& cell) { return add(CTLVCell(cell)); }
   CTLVRecordV3& add(CTLVCell&& cell);
 
   /// Puts type and value of `cell`, copied or moved, into the first cell with its tag; references
-  /// to that one stay valid. Returns false when there is none. Throws, too, when the record would
-  /// be longer than 65535 bytes.
-  bool replace(CTLVCell cell);
+  /// to that one stay valid. Returns false, with `cell` as it was, when there is none. Throws, too,
+  /// when the record would be longer than 65535 bytes, counted as by add().
+  bool replace(const CTLVCell& cell) { return replace(CTLVCell(cell)); }
+  bool replace(CTLVCell&& cell);
 
   /// The first cell with `tag`, or null.
   const CTLVCell* find(unsigned short tag) const noexcept {
@@ -429,14 +430,13 @@ class QOV_EXPORT CTLVRecordV3 {
       addToIndex(resolve(slot));
     }
   }
-  /// The length with a value of `bytes` more; throws when that is too long.
-  unsigned long grownLength(unsigned long bytes) {
+  /// Throws when the record is too long for a value of `bytes` more.
+  void checkGrown(unsigned long bytes) {
     refresh();
     const unsigned long grown = length_ + MIN_TLV_SIZE + bytes;
     if (grown > kMaxLength) {
       throwTooLong(grown);
     }
-    return grown;
   }
   CTLVRecordV3& addNumber(unsigned int type, unsigned short tag, std::uint64_t v,
                           unsigned int bytes);
@@ -458,8 +458,9 @@ class QOV_EXPORT CTLVRecordV3 {
   void dropBlock(qov::CellBlock* block) noexcept;
   void addCopies(const CTLVRecordV3& other);
   void makeRoomOrThrow();
-  /// Appends `cell`, which has been checked.
-  void put(CTLVCell&& cell, unsigned long grownLength);
+  /// Appends `cell`, which has been checked and has a value of its own. It may be one of this
+  /// record's: then its old place shortens the record.
+  void put(CTLVCell&& cell);
   void addToIndex(CTLVCell* cell) noexcept;
   void dropIndex() noexcept;
   qov::TagIndex* buildIndex() const noexcept;

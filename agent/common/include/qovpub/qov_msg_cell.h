@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -196,7 +197,7 @@ class QOV_EXPORT CTLVCell {
     storeNumber(v);
   }
 
-  /// Takes over what `other`, which belongs to no record, holds.
+  /// Takes over the value of `other`, which must not be lent.
   CTLVCell(Place place, CTLVCell&& other) noexcept : CTLVCell(place) { take(other); }
 
   static unsigned int width(std::uint64_t v) noexcept;
@@ -225,6 +226,11 @@ class QOV_EXPORT CTLVCell {
   bool ownValue() noexcept {
     return !lent() || replace(typeTag(), pointer<void>(), length(), false);
   }
+  void ownValueOrThrow() {
+    if (!ownValue()) {
+      throw std::bad_alloc();
+    }
+  }
   void storeNumber(std::uint64_t v) noexcept { std::memcpy(value_, &v, sizeof v); }
   void freeValue() noexcept {
     if (lent()) {
@@ -238,10 +244,12 @@ class QOV_EXPORT CTLVCell {
   void setNumber(unsigned int type, unsigned short tag, std::uint64_t v, unsigned int bytes);
   /// Takes the value of `other` over, which must not be lent; there must be none here.
   void take(CTLVCell& other) noexcept {
+    const std::uint32_t othersBefore = other.head_;
     std::memcpy(value_, other.value_, sizeof value_);
-    head_ = other.head_;
+    head_ = othersBefore;
     other.storeNumber(0);
     other.setHead(other.typeTag(), 0);
+    other.tellChange(othersBefore);
   }
   /// To be called after a change through a reference: a record goes by its cells' tags and lengths.
   void tellChange(std::uint32_t headBefore) noexcept {
