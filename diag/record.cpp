@@ -93,6 +93,23 @@ const char* findStore(const char* format) {
 
 }  // namespace
 
+/// These come first to be inlined: a record has a dozen pieces of a few characters.
+inline void Record::append(std::string_view piece) {
+  makeRoomFor(piece.size());
+  size_ += piece.copy(text_ + size_, piece.size());
+}
+
+inline void Record::append(unsigned long long number) {
+  constexpr size_t kMostDigits = 20;
+  makeRoomFor(kMostDigits);
+  char* const at = text_ + size_;
+  size_ += static_cast<size_t>(std::to_chars(at, at + kMostDigits, number).ptr - at);
+}
+
+void Record::add(std::string_view piece) {
+  append(piece);
+}
+
 void Record::begin(char* room, size_t size, std::string_view kitName, unsigned long long logId,
                    const char* tag, const char* function, unsigned int line) {
   text_ = room;
@@ -161,17 +178,6 @@ void Record::printBounded(const char* format, va_list args) {
   }
   va_end(again);
   size_ += std::strlen(at);
-}
-
-void Record::append(std::string_view piece) {
-  makeRoomFor(piece.size());
-  size_ += piece.copy(text_ + size_, piece.size());
-}
-
-void Record::append(unsigned long long number) {
-  std::array<char, 20> digits;
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
-  append(std::string_view(digits.data(), static_cast<size_t>(end - digits.data())));
 }
 
 void Record::enlarge(size_t more) {

@@ -20,7 +20,7 @@ class Record {
   Record& operator=(const Record&) = delete;
 
   /// Puts one more piece of the message behind the others.
-  void add(std::string_view piece) { append(piece); }
+  void add(std::string_view piece);
   /// Puts `format` with `args` behind it, up to its first NUL. A failure cuts the text where
   /// printing stopped; "%n" counts as a failure.
   void print(const char* format, va_list args) __attribute__((format(printf, 2, 0)));

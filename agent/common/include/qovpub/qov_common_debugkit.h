@@ -44,10 +44,11 @@ struct Origin;
 ///
 /// Threads that nobody has joined may log while main() returns and until the process has ended.
 /// Their records are dropped from the moment at which this library is unloaded: main() has
-/// returned and static objects are gone. A record that is being written then is finished. Threads
-/// may start meanwhile. One that has logged and ends at that very moment may crash: ACE takes its
-/// log lock at the end of such a thread, and deletes it at its own. This is about kits: what a
-/// thread hands to ACE directly must be over when main() returns.
+/// returned and static objects are gone. A record that is being written then is finished, unless
+/// none comes through for 3 seconds. Threads may start meanwhile. One that has logged and ends at
+/// that very moment may crash: ACE takes its log lock at the end of such a thread, and deletes it
+/// at its own. This is about kits: what a thread hands to ACE directly must be over when main()
+/// returns.
 ///
 /// Thread: any; name and id never change.
 /// Owns:   nothing beyond its name. Kits in the registry belong to the registry.
