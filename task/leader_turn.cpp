@@ -43,11 +43,6 @@ bool LeaderTurn::anyIsMine() {
   return turnsHere > 0;
 }
 
-bool LeaderTurn::ownThreadWaits() {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  return ownThreadWaits_;
-}
-
 void LeaderTurn::takeOwn() {
   std::unique_lock<std::mutex> lock(mutex_);
   while (taken_) {

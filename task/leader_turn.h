@@ -71,9 +71,6 @@ class LeaderTurn {
   /// Whether the calling thread does some leader's work.
   static bool anyIsMine();
 
-  /// Whether the leader's own thread waits for the turn.
-  bool ownThreadWaits();
-
  private:
   // With mutex_ held.
   /// False, and a mark left, when somebody else has the turn or comes next, or it is closed.

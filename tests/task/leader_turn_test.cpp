@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -10,6 +11,7 @@
 #include <thread>
 
 #include "tests/support/latch.h"
+#include "tests/support/sleeping_thread.h"
 
 namespace {
 
@@ -166,18 +168,18 @@ TEST_F(LeaderTurnTest, WhatComesBeforeTheTurnIsOpenIsToldTheOwnThreadThen) {
 TEST_F(LeaderTurnTest, TheOwnThreadComesBeforeOtherSenders) {
   Latch taken;
   std::thread own;
+  std::atomic<pid_t> id{0};
   work_.meanwhile_ = [&] {
     if (work_.looks_ > 1) {
       return;
     }
     own = std::thread([&] {
+      id = ::gettid();
       turn_->takeOwn();
       taken.count();
       turn_->giveOwnBack();
     });
-    while (!turn_->ownThreadWaits()) {
-      std::this_thread::yield();
-    }
+    qov::test::waitForThread([&id] { return id != 0 && qov::test::sleeps(id); }, "waits");
   };
   putAndWork();
   // Free, but promised: the sender leaves the message to the own thread, or comes after it.
