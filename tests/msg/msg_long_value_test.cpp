@@ -43,13 +43,23 @@ TEST(LongValue, StandsInThePackageThatMakesItsCell) {
   EXPECT_EQ(decoded[0].find(1)->length(), kLong.size() + 1);
 }
 
+/// A text in which a stretch at a wrong place shows.
+std::string countingText(std::size_t length) {
+  std::string made;
+  for (unsigned int i = 0; made.size() < length; ++i) {
+    made += std::to_string(i) + ' ';
+  }
+  made.resize(length);
+  return made;
+}
+
 /// From what just does not fit into a cell to what no block has room for.
 TEST(LongValue, IsWholeWhateverItsLength) {
   CT7QPackageV3 package;
   CTLVRecordV3& record = package.addRecord(1);
   for (unsigned short length = 17; length < 1200;
-       length = static_cast<unsigned short>(length + 13)) {
-    record.addString(length, std::string(length, 'a')).addUnsigned(4000, length);
+       length = static_cast<unsigned short>(length + (length < 150 ? 1 : 17))) {
+    record.addString(length, countingText(length)).addUnsigned(4000, length);
   }
   std::vector<unsigned char> bytes(70000);
   const unsigned int size = package.encode(bytes.data(), static_cast<unsigned int>(bytes.size()));
@@ -59,7 +69,7 @@ TEST(LongValue, IsWholeWhateverItsLength) {
     ASSERT_EQ((*each)[0].count(), record.count());
     for (const CTLVCell& cell : (*each)[0]) {
       if (cell.type() == CTLVCell::TLV_STRING) {
-        ASSERT_EQ(cell.getString(), std::string(cell.tag(), 'a'));
+        ASSERT_EQ(cell.getString(), countingText(cell.tag()));
       }
     }
   }

@@ -77,7 +77,8 @@ class CellBlock {
   CTLVCell* lastPlace() noexcept { return at(lastPlace_); }
   bool full() const noexcept { return end_ > lastPlace_; }
   /// Makes, at the free `slot`, a cell with that head whose value stands in this block: the `len`
-  /// bytes, 16 at least, at `data` and, if the head says so, a NUL. False if there is not enough room for both.
+  /// bytes, 16 at least, at `data` and, if the head says so, a NUL. False if there is not enough
+  /// room for both.
   bool makeLong(CTLVCell* slot, std::uint32_t head, const void* data, unsigned int len) noexcept;
   void setEnd(CTLVCell* end) noexcept { end_ = offsetOf(end); }
   /// Counts the cell that stands, or will, at end().

@@ -61,7 +61,7 @@ class QOV_EXPORT CTLVCell {
   CTLVCell(const CTLVCell& other);
   /// Takes the value over and leaves `other` empty, its type and tag as they are. Only a long value
   /// in a package's memory has to be copied; when there is no memory for that, errno is ENOMEM and
-  /// both cells are as they were.
+  /// both cells are as they were. std::swap() of such cells loses one of the values then.
   CTLVCell(CTLVCell&& other) noexcept;
   CTLVCell& operator=(const CTLVCell& other);
   CTLVCell& operator=(CTLVCell&& other) noexcept;
