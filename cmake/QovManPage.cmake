@@ -13,7 +13,7 @@ function(qov_man_page name section)
   add_custom_command(
     OUTPUT "${man_page}"
     COMMAND
-      "${QOV_AWK}" -v "name=${name}" -v section=${section} -v version=${PROJECT_VERSION} -v
+      "${CMAKE_COMMAND}" -E env LC_ALL=C "${QOV_AWK}" -v "name=${name}" -v section=${section} -v version=${PROJECT_VERSION} -v
       "brief=${ARG_BRIEF}" -v "synopsis=${ARG_SYNOPSIS}" -v "see=${ARG_SEE}" -v
       "without=${ARG_WITHOUT}" -f "${writer}" "${ARG_PAGE}" > "${man_page}"
     DEPENDS "${writer}" "${ARG_PAGE}"
