@@ -11,7 +11,6 @@
 #include "task/ending_thread.h"
 #include "task/log_ids.h"
 #include "task/message_block.h"
-#include "task/message_types.h"
 #include "task/module_counters.h"
 #include "task/task_queue.h"
 
@@ -107,7 +106,7 @@ void CQOV_CommonTask::serve(CQOVDebugKitGuard& log, const ACE_Message_Block& blo
              static_cast<unsigned int>(qov::kPointerSize));
   } else if (pointer != nullptr) {
     pkg.reset(static_cast<CQOV_MsgPackage*>(pointer));
-    if (pkg->head().type_ == qov::kResponseType) {
+    if (pkg->head().type_ == QOVMsgHead::kResponse) {
       // Too late for the send() that waited for it, and no message that an idle worker was given.
       counters().drop(QOVDropReason::kNobodyWaits);
       return;
@@ -164,14 +163,14 @@ int CQOV_CommonTaskEx::handleMessage(CQOV_MsgPackage& req) {
   }
   std::unique_ptr<CQOV_MsgPackage> response(answer);
   if (response == nullptr) {
-    if (req.head().type_ != qov::kRequestType) {
+    if (req.head().type_ != QOVMsgHead::kRequest) {
       return result;
     }
     response = makeDefaultResponse(req, result);
   }
   // The addresses stay as they are, see the class: kept.
   response->head() = req.head();
-  response->head().type_ = qov::kResponseType;
+  response->head().type_ = QOVMsgHead::kResponse;
   send(response.release(), nullptr, true);
   return result;
 }

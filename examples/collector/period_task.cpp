@@ -3,8 +3,6 @@
 #include <ace/OS_NS_sys_time.h>
 #include <qovpub/qov_task_mgr.h>
 
-#include <memory>
-
 #include "examples/common/messages.h"
 
 namespace devagent {
@@ -25,9 +23,7 @@ int PeriodTask::svc() {
 }
 
 void PeriodTask::runRound() {
-  CQOV_MsgPackage* response = nullptr;
-  send(makeMessage(kRequest, kCollector, kCollector, kRunRound).release(), response, nullptr, true);
-  delete response;
+  static_cast<void>(QOVRequest(*this, kCollector, kRunRound).ask());
 }
 
 bool PeriodTask::toldToEnd() {

@@ -3,9 +3,6 @@
 
 #include <qovpub/qov_task.h>
 
-#include <cstdint>
-#include <memory>
-
 #include "examples/collector/collection.h"
 #include "examples/common/messages.h"
 
@@ -26,9 +23,9 @@ class RoundTask : public CQOV_StaticSchecheduledTask {
   bool runRound();
   /// Asks for records and keeps them. False when it ended for another reason than an answer or the
   /// time-out.
-  bool collect(Operation operation, double timeoutSeconds);
+  bool collect(Operation operation, QOVRequest::Duration timeout);
   bool askInventoryTally();
-  std::unique_ptr<CQOV_MsgPackage> ask(Operation operation, double timeoutSeconds, bool& ended);
+  QOVAnswer ask(Operation operation, QOVRequest::Duration timeout);
   void noteTimeout(Operation operation);
   void finishRound();
 

@@ -25,7 +25,7 @@ TallyWorker::TallyWorker(CQOV_TaskMgr* module, const Collection& collection)
     : CQOV_CommonTask(module), collection_(collection) {}
 
 int TallyWorker::handleMessage(CQOV_MsgPackage& request) {
-  if (request.head().type_ != kRequest || request.head().opc_ != kReadTally) {
+  if (request.head().type_ != QOVMsgHead::kRequest || request.head().opc_ != kReadTally) {
     return 0;
   }
   std::unique_ptr<CQOV_MsgPackage> answer = CreateQovRspPackage(request);

@@ -26,7 +26,7 @@ InventoryWorker::InventoryWorker(CQOV_TaskMgr* module, Shared& shared)
 
 int InventoryWorker::handleMessage(CQOV_MsgPackage& request) {
   CQOVDebugKitGuard guard(kInventory, "int InventoryWorker::handleMessage(CQOV_MsgPackage&)");
-  if (request.head().type_ != kRequest) {
+  if (request.head().type_ != QOVMsgHead::kRequest) {
     return 0;
   }
   std::unique_ptr<CQOV_MsgPackage> response = CreateQovRspPackage(request);
@@ -98,7 +98,7 @@ void InventoryWorker::tellJournal(const CQOV_MsgPackage& request, bool answered,
   char text[96];
   std::snprintf(text, sizeof text, "operation 0x%" PRIx64 " %s, %lu records", request.head().opc_,
                 answered ? "answered" : "left unanswered", records);
-  send(makeJournalEntry(answered ? kNotice : kEvent, kInventory, text).release(), nullptr, true);
+  writeEntry(*this, answered ? QOVMsgHead::kNotice : QOVMsgHead::kEvent, text);
 }
 
 }  // namespace devagent

@@ -2,8 +2,8 @@
 
 #include <qovpub/qov_common_debugkit.h>
 
+#include <chrono>
 #include <cinttypes>
-#include <memory>
 #include <sstream>
 
 #include "examples/common/messages.h"
@@ -44,7 +44,7 @@ JournalWorker::JournalWorker(CQOV_TaskMgr* module, EntryCount& entries)
 
 int JournalWorker::handleMessage(CQOV_MsgPackage& message) {
   const QOVMsgHead& head = message.head();
-  if (head.type_ != kNotice && head.type_ != kEvent) {
+  if (head.type_ != QOVMsgHead::kNotice && head.type_ != QOVMsgHead::kEvent) {
     return 0;
   }
   switch (head.opc_) {
@@ -60,19 +60,16 @@ int JournalWorker::handleMessage(CQOV_MsgPackage& message) {
 }
 
 std::string JournalWorker::describeRound() {
-  ACE_Time_Value timeout(20);
-  CQOV_MsgPackage* response = nullptr;
-  const int result = send(makeMessage(kRequest, kJournal, kCollector, kReadTally).release(),
-                          response, &timeout, true);
-  const std::unique_ptr<CQOV_MsgPackage> answer(response);
-  return result == 0 ? describe((*answer)[0], (*answer)[1]) : "the collector does not answer";
+  const QOVAnswer answer = QOVRequest(*this, kCollector, kReadTally).ask(std::chrono::seconds(20));
+  return answer ? describe((*answer)[0], (*answer)[1]) : "the collector does not answer";
 }
 
 void JournalWorker::write(const QOVMsgHead& head, const std::string& text) {
   CQOVDebugKitGuard guard(kJournal,
                           "void JournalWorker::write(const QOVMsgHead&, const std::string&)");
   guard.info(1, __FUNCTION__, __LINE__, "entry %" PRIu64 ", %s from %s: %s", ++entries_,
-             head.type_ == kNotice ? "notice" : "event", nameOf(head.smid_), text.c_str());
+             head.type_ == QOVMsgHead::kNotice ? "notice" : "event", nameOf(head.smid_),
+             text.c_str());
 }
 
 }  // namespace devagent

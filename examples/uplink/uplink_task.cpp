@@ -17,7 +17,7 @@ namespace {
 
 using qov::endpoint::command;
 
-constexpr int kAnswerSeconds = 20;
+constexpr std::chrono::seconds kAnswerTime(20);
 constexpr const char* kRecords = "records";
 
 /// Which of the inventory's records go into which table of the endpoint.
@@ -54,9 +54,7 @@ int UplinkTask::svc() {
   }
   do {
     runDueJobs();
-    attempt("report", [this] {
-      send(makeJournalEntry(kNotice, kUplink, describe()).release(), nullptr, true);
-    });
+    attempt("report", [this] { writeEntry(*this, QOVMsgHead::kNotice, describe()); });
   } while (waitForNextJob());
   // The journal has ended before: modules end in the order of their ids.
   attempt("last report",
@@ -130,9 +128,9 @@ void UplinkTask::walk(const TablePlan& table) {
 void UplinkTask::handOver(const std::string& name, std::unique_ptr<CT7QPackageV3> rows) {
   const unsigned long count = rows->count() - 1;
   auto message = std::make_unique<CQOV_OM_MsgPackage>(rows.release());
-  address(message->head(), kRequest, kUplink, kInventory, kTakeTable);
-  const std::unique_ptr<CQOV_MsgPackage> answer = ask(std::move(message));
-  if (answer == nullptr) {
+  const QOVAnswer answer =
+      QOVRequest(*this, kInventory, kTakeTable, std::move(message)).ask(kAnswerTime);
+  if (!answer) {
     return;
   }
   ++tally_.tables;
@@ -149,9 +147,8 @@ void UplinkTask::push() {
 }
 
 void UplinkTask::push(Operation operation, std::uint32_t table) {
-  const std::unique_ptr<CQOV_MsgPackage> answer =
-      ask(makeMessage(kRequest, kUplink, kInventory, operation));
-  if (answer == nullptr || answer->count() == 0) {
+  const QOVAnswer answer = QOVRequest(*this, kInventory, operation).ask(kAnswerTime);
+  if (!answer || answer->count() == 0) {
     return;
   }
   CT7QPackageV3 message;
@@ -163,13 +160,6 @@ void UplinkTask::push(Operation operation, std::uint32_t table) {
   if (link_->sendMsg(&message) == 0) {
     tally_.pushed += answer->count();
   }
-}
-
-std::unique_ptr<CQOV_MsgPackage> UplinkTask::ask(std::unique_ptr<CQOV_MsgPackage> request) {
-  ACE_Time_Value timeout(kAnswerSeconds);
-  CQOV_MsgPackage* response = nullptr;
-  send(request.release(), response, &timeout, true);
-  return std::unique_ptr<CQOV_MsgPackage>(response);
 }
 
 std::string UplinkTask::describe() const {

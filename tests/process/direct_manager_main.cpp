@@ -20,9 +20,8 @@ std::condition_variable changed;
 int handled = 0;
 
 std::unique_ptr<CQOV_MsgPackage> makeMessage() {
-  constexpr std::uint8_t kAsyncType = 3;
   auto message = std::make_unique<CQOV_MsgPackage>();
-  message->head().type_ = kAsyncType;
+  message->head().type_ = QOVMsgHead::kNotice;
   message->head().rpid_ = static_cast<std::uint8_t>(QOV_Utility::getProcPID());
   message->head().rmid_ = kGid;
   return message;

@@ -57,8 +57,8 @@ class CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   /// has one.
   virtual int wakeup();
 
-  /// Puts `mb` at the tail of the own queue. `type` is the message type of the header (1 request,
-  /// 2 response, 3 and 4 asynchronous); this class ignores it. `timeout` is an absolute time of day
+  /// Puts `mb` at the tail of the own queue. `type` is the message type of the header
+  /// (QOVMsgHead::Type); this class ignores it. `timeout` is an absolute time of day
   /// for a full queue, null waits. Returns 0 and takes `mb` over, or -1 and leaves `mb` with the
   /// caller.
   virtual int putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout);
