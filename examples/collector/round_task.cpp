@@ -1,6 +1,6 @@
 #include "examples/collector/round_task.h"
 
-#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_log.h>
 
 #include <chrono>
 #include <cinttypes>
@@ -83,12 +83,12 @@ void RoundTask::noteTimeout(Operation operation) {
 }
 
 void RoundTask::finishRound() {
-  CQOVDebugKitGuard guard(kCollector, "void RoundTask::finishRound()");
+  QOV_GUARD(guard, kCollector);
   ++tally_.rounds;
   tally_.interfaces = collection_.recordsOf(kReadInterfaces);
   tally_.fileSystems = collection_.recordsOf(kReadFileSystems);
   collection_.publish(tally_);
-  guard.info(1, __FUNCTION__, __LINE__, "round %" PRIu64 " finished", tally_.rounds);
+  QOV_INFO(guard, 1, "round %" PRIu64 " finished", tally_.rounds);
   QOVRequest(*this, kJournal, kRoundFinished).tell();
 }
 

@@ -1,6 +1,6 @@
 #include "examples/journal/journal_worker.h"
 
-#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_log.h>
 
 #include <chrono>
 #include <cinttypes>
@@ -65,11 +65,10 @@ std::string JournalWorker::describeRound() {
 }
 
 void JournalWorker::write(const QOVMsgHead& head, const std::string& text) {
-  CQOVDebugKitGuard guard(kJournal,
-                          "void JournalWorker::write(const QOVMsgHead&, const std::string&)");
-  guard.info(1, __FUNCTION__, __LINE__, "entry %" PRIu64 ", %s from %s: %s", ++entries_,
-             head.type_ == QOVMsgHead::kNotice ? "notice" : "event", nameOf(head.smid_),
-             text.c_str());
+  QOV_GUARD(guard, kJournal);
+  QOV_INFO(guard, 1, "entry %" PRIu64 ", %s from %s: %s", ++entries_,
+           head.type_ == QOVMsgHead::kNotice ? "notice" : "event", nameOf(head.smid_),
+           text.c_str());
 }
 
 }  // namespace devagent

@@ -1,7 +1,7 @@
 #include "examples/uplink/uplink_task.h"
 
 #include <ace/OS_NS_sys_time.h>
-#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_log.h>
 #include <qovpub/qov_om_message_package.h>
 #include <qovpub/qov_task_mgr.h>
 
@@ -46,7 +46,7 @@ int UplinkTask::start(const Plan& plan) {
 }
 
 int UplinkTask::svc() {
-  CQOVDebugKitGuard guard(kUplink, "int UplinkTask::svc()");
+  QOV_GUARD(guard, kUplink);
   // Made here: connecting takes its time, in which the other modules are to start.
   attempt("link", [this] { makeLink(); });
   if (link_ == nullptr) {
@@ -57,8 +57,7 @@ int UplinkTask::svc() {
     attempt("report", [this] { writeEntry(*this, QOVMsgHead::kNotice, describe()); });
   } while (waitForNextJob());
   // The journal has ended before: modules end in the order of their ids.
-  attempt("last report",
-          [&] { guard.info(1, __FUNCTION__, __LINE__, "in all: %s", describe().c_str()); });
+  attempt("last report", [&] { QOV_INFO(guard, 1, "in all: %s", describe().c_str()); });
   dropLink();
   return 0;
 }
@@ -104,12 +103,11 @@ void UplinkTask::runDueJobs() {
 }
 
 void UplinkTask::attempt(const char* name, const std::function<void()>& job) {
-  CQOVDebugKitGuard guard(kUplink,
-                          "void UplinkTask::attempt(const char*, const std::function<void()>&)");
+  QOV_GUARD(guard, kUplink);
   try {
     job();
   } catch (const std::exception& exception) {
-    guard.warn(2, __FUNCTION__, __LINE__, "%s given up: %s", name, exception.what());
+    QOV_WARN(guard, 2, "%s given up: %s", name, exception.what());
   }
 }
 
