@@ -8,6 +8,7 @@
 #include <memory>
 #include <sstream>
 
+#include "task/default_response.h"
 #include "task/ending_thread.h"
 #include "task/log_ids.h"
 #include "task/message_block.h"
@@ -15,9 +16,6 @@
 #include "task/task_queue.h"
 
 namespace {
-
-/// Tag of the cell that carries a handler's result in an automatic answer.
-constexpr unsigned short kResultTag = 4095;
 
 /// Counts the time for which it lives.
 class HandlingTime {
@@ -45,18 +43,6 @@ std::string dumpFor(ACE_Log_Priority level, const CQOV_MsgPackage& pkg) noexcept
   } catch (const std::exception&) {
     return {};
   }
-}
-
-/// The answer to a request whose handler built none: the request's first command code and the
-/// handler's result.
-std::unique_ptr<CQOV_MsgPackage> makeDefaultResponse(const CQOV_MsgPackage& req, int result) {
-  auto response = std::make_unique<CQOV_MsgPackage>();
-  auto record = std::make_unique<CTLVRecordV3>(req.count() > 0 ? req[0].cmd() : 0);
-  CTLVCell cell;
-  cell.set_i(CTLVCell::TLV_UINT, kResultTag, &result, sizeof result);
-  record->add(cell);
-  response->append(record.release());
-  return response;
 }
 
 }  // namespace
@@ -166,7 +152,7 @@ int CQOV_CommonTaskEx::handleMessage(CQOV_MsgPackage& req) {
     if (req.head().type_ != QOVMsgHead::kRequest) {
       return result;
     }
-    response = makeDefaultResponse(req, result);
+    response = qov::makeDefaultResponse(req, result);
   }
   // The addresses stay as they are, see the class: kept.
   response->head() = req.head();

@@ -22,17 +22,13 @@ bool isEnded(QOVReason reason) {
 }  // namespace
 
 RoundTask::RoundTask(CQOV_TaskMgr* module, Collection& collection)
-    : CQOV_StaticSchecheduledTask(module), collection_(collection) {}
+    : QOVStaticHandlers(module, {{kRunRound, &RoundTask::serveRound}}), collection_(collection) {}
 
-void RoundTask::getOpcList(std::list<unsigned long long>& opcs) {
-  opcs.push_back(kRunRound);
-}
-
-int RoundTask::handleMessage(CQOV_MsgPackage& request) {
+int RoundTask::serveRound(CQOV_MsgPackage&, CQOV_MsgPackage&) {
   if (runRound()) {
     finishRound();
   }
-  return send(CreateQovRspPackage(request).release(), nullptr, true);
+  return 0;
 }
 
 bool RoundTask::runRound() {

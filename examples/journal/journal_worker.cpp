@@ -40,23 +40,18 @@ std::string describe(const CTLVRecordV3& host, const CTLVRecordV3& tally) {
 }  // namespace
 
 JournalWorker::JournalWorker(CQOV_TaskMgr* module, EntryCount& entries)
-    : CQOV_CommonTask(module), entries_(entries) {}
+    : QOVHandlers(module, {{kWriteEntry, &JournalWorker::writeEntry},
+                           {kRoundFinished, &JournalWorker::writeRound}}),
+      entries_(entries) {}
 
-int JournalWorker::handleMessage(CQOV_MsgPackage& message) {
-  const QOVMsgHead& head = message.head();
-  if (head.type_ != QOVMsgHead::kNotice && head.type_ != QOVMsgHead::kEvent) {
-    return 0;
-  }
-  switch (head.opc_) {
-    case kWriteEntry:
-      write(head, std::string(message[0].getString(kEntryText)));
-      return 0;
-    case kRoundFinished:
-      write(head, describeRound());
-      return 0;
-    default:
-      return -1;
-  }
+int JournalWorker::writeEntry(CQOV_MsgPackage& message) {
+  write(message.head(), std::string(message[0].getString(kEntryText)));
+  return 0;
+}
+
+int JournalWorker::writeRound(CQOV_MsgPackage& message) {
+  write(message.head(), describeRound());
+  return 0;
 }
 
 std::string JournalWorker::describeRound() {

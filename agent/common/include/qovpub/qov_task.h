@@ -219,8 +219,8 @@ class CQOV_CommonTask : public CQOV_Task {
 ///
 /// The answer carries the request's four addresses as they are, not exchanged. The leader matches
 /// responses crosswise, so these answers reach only requesters of the worker's own module. A worker
-/// that answers other modules derives from CQOV_CommonTask and sends what CreateQovRspPackage()
-/// builds.
+/// that answers other modules derives from CQOV_AnsweringTask or QOVHandlers (qov_handlers.h), or
+/// from CQOV_CommonTask and sends what CreateQovRspPackage() builds.
 class CQOV_CommonTaskEx : public CQOV_CommonTask {
  public:
   explicit CQOV_CommonTaskEx(CQOV_TaskMgr* mgr);
