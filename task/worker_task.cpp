@@ -3,6 +3,7 @@
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <exception>
 #include <memory>
@@ -51,24 +52,29 @@ CQOV_CommonTask::CQOV_CommonTask(CQOV_TaskMgr* mgr) : CQOV_Task(mgr) {}
 
 int CQOV_CommonTask::svc() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_CommonTask::svc()");
-  for (;;) {
-    ACE_Message_Block* head = nullptr;
-    if (msg_queue()->dequeue_head(head) == -1) {
-      log.warn(qov::kLogIdBase + 8, __FUNCTION__, __LINE__,
-               "Get message from message queue failed.");
-      msg_queue()->activate();
-      continue;
-    }
-    qov::BlockPtr block(head);
-    if (block->msg_type() == ACE_Message_Block::MB_STOP) {
-      msg_queue()->deactivate();
-      dropLeftOvers();
-      log.info(qov::kLogIdBase + 9, __FUNCTION__, __LINE__, "Task(%d) will exit!",
-               taskMgr()->moduleId());
-      return 0;
-    }
-    serve(log, *block);
+  while (serveNext(log, nullptr)) {
   }
+  return 0;
+}
+
+bool CQOV_CommonTask::serveNext(CQOVDebugKitGuard& log, ACE_Time_Value* until) {
+  ACE_Message_Block* head = nullptr;
+  if (msg_queue()->dequeue_head(head, until) == -1) {
+    if (until == nullptr || errno != EWOULDBLOCK) {
+      log.warn(qov::kLogIdBase + 8, "svc", __LINE__, "Get message from message queue failed.");
+      msg_queue()->activate();
+    }
+    return true;
+  }
+  const qov::BlockPtr block(head);
+  if (block->msg_type() == ACE_Message_Block::MB_STOP) {
+    msg_queue()->deactivate();
+    dropLeftOvers();
+    log.info(qov::kLogIdBase + 9, "svc", __LINE__, "Task(%d) will exit!", taskMgr()->moduleId());
+    return false;
+  }
+  serve(log, *block);
+  return true;
 }
 
 void CQOV_CommonTask::dropLeftOvers() {

@@ -124,8 +124,8 @@ class QOVHandlers : public Base {
   std::vector<Handler> handlers_;
 };
 
-/// The same for a static scheduled task, which serves the operation codes that it has functions
-/// for.
+/// The same for a static scheduled task, such as a QOVPeriodicTask. It serves the operation codes
+/// that it has functions for.
 template <class Self, class Base = CQOV_StaticSchecheduledTask>
 class QOVStaticHandlers : public QOVHandlers<Self, Base> {
  public:

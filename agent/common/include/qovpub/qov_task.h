@@ -209,6 +209,11 @@ class CQOV_CommonTask : public CQOV_Task {
   virtual int handleMessage(CQOV_MsgPackage& pkg) = 0;
 
  private:
+  friend class QOVPeriodicTask;
+
+  /// Serves the next message, waiting for one until `until`, an absolute time of day; null waits
+  /// without limit. False when the task is to end.
+  bool serveNext(CQOVDebugKitGuard& log, ACE_Time_Value* until);
   void dropLeftOvers();
   void serve(CQOVDebugKitGuard& log, const ACE_Message_Block& block);
   void handle(CQOVDebugKitGuard& log, CQOV_MsgPackage& pkg);
