@@ -46,14 +46,14 @@ using Fault = qov::DecodeFault;
 
 /// What is wrong with the bytes at `p`, enough for a header, as one of that kind.
 Fault headFault(const unsigned char* p, const QOVMsgHead*) {
-  const unsigned int type = p[offsetof(QOVMsgHead, type_)];
+  const std::uint8_t type = p[offsetof(QOVMsgHead, type_)];
   if (qov::loadWord<std::uint32_t>(p + offsetof(QOVMsgHead, magic_)) != QOVMsgHead::kMagic) {
     return {Fault::Kind::kMagic, offsetof(QOVMsgHead, magic_)};
   }
   if (p[offsetof(QOVMsgHead, version_)] != QOVMsgHead::kVersion) {
     return {Fault::Kind::kVersion, offsetof(QOVMsgHead, version_)};
   }
-  if (type < 1 || type > 4) {
+  if (!QOVMsgHead::isType(type)) {
     return {Fault::Kind::kType, offsetof(QOVMsgHead, type_), type};
   }
   return {};
@@ -477,10 +477,9 @@ template class CTLVPackageV3<TLVMsgHeadV3>;
 
 std::unique_ptr<CQOV_MsgPackage> CreateQovRspPackage(const CQOV_MsgPackage& request,
                                                      std::uint8_t mst) {
-  constexpr std::uint8_t kResponse = 2;
   const QOVMsgHead& asked = request.head();
   QOVMsgHead head(asked);
-  head.type_ = kResponse;
+  head.type_ = QOVMsgHead::kResponse;
   head.mst_ = mst;
   head.spid_ = asked.rpid_;
   head.smid_ = asked.rmid_;

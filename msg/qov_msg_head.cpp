@@ -29,7 +29,7 @@ std::atomic<std::uint16_t> TLVMsgHeadV3::oAtomicSerial_{0};
 QOVMsgHead::QOVMsgHead()
     : magic_(kMagic),
       version_(kVersion),
-      type_(0),
+      type_(kNoType),
       mst_(0),
       spid_(255),
       smid_(255),

@@ -11,7 +11,6 @@
 #include "task/doorbell.h"
 #include "task/leader_turn.h"
 #include "task/message_block.h"
-#include "task/message_types.h"
 #include "task/task_queue.h"
 #include "task/time_span.h"
 
@@ -160,10 +159,10 @@ Admission::Need Admission::needOf(const ACE_Message_Block& mb) const {
   const CQOV_Task* const task = LeaderTurn::anyIsMine() ? nullptr : getCurrentTask();
   const CQOV_Task* const sender = task != nullptr && task->taskMgr() == mgr_ ? task : nullptr;
   const CQOV_MsgPackage* const pkg = packageOf(mb);
-  if (pkg != nullptr && pkg->head().type_ == kResponseType) {
+  if (pkg != nullptr && pkg->head().type_ == QOVMsgHead::kResponse) {
     return {2 * kLimit};
   }
-  const bool toItself = pkg != nullptr && isKnownType(pkg->head().type_) &&
+  const bool toItself = pkg != nullptr && QOVMsgHead::isType(pkg->head().type_) &&
                         pkg->head().rpid_ == processId_ && pkg->head().rmid_ == moduleId_;
   if (!toItself || (sender != nullptr && sender->makesRoom_)) {
     return {kLimit};

@@ -12,7 +12,6 @@
 #include "task/leader_queue.h"
 #include "task/log_ids.h"
 #include "task/message_block.h"
-#include "task/message_types.h"
 #include "task/module_counters.h"
 #include "task/pending_requests.h"
 #include "task/send_cause.h"
@@ -87,12 +86,12 @@ void CQOV_Leader_Task::handleDataMsg(ACE_Message_Block* mb) {
     qov::PendingRequests::wakeSenderOf(*mb, EINVAL);
   }
   const Handler handler =
-      qov::isKnownType(head.type_) ? kHandlers[head.type_] : kHandlers[qov::kUnknownType];
+      QOVMsgHead::isType(head.type_) ? kHandlers[head.type_] : kHandlers[QOVMsgHead::kNoType];
   (this->*handler)(mb, pkg);
 }
 
 bool CQOV_Leader_Task::isWaitedFor(const QOVMsgHead& head) const {
-  return head.type_ == qov::kRequestType && head.spid_ == leaderQueue_.processId() &&
+  return head.type_ == QOVMsgHead::kRequest && head.spid_ == leaderQueue_.processId() &&
          head.smid_ == moduleId_;
 }
 

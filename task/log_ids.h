@@ -10,6 +10,9 @@ constexpr unsigned long long kTrafficLogId = 65535;
 /// call site adds a small number of its own.
 constexpr unsigned long long kLogIdBase = 65636;
 
+/// Those of what stands on the runtime for modules: periodic tasks, continuations, slow handlers.
+constexpr unsigned long long kKitLogIdBase = 65900;
+
 /// Debug kit of the library's own records.
 constexpr int kPublicKit = 0;
 

@@ -2,7 +2,6 @@
 #include <qovpub/qov_task.h>
 
 #include "task/log_ids.h"
-#include "task/message_types.h"
 #include "task/module_counters.h"
 #include "task/response_slot.h"
 
@@ -28,7 +27,7 @@ int CQOV_StaticSchecheduledTask::putMsg(int type, ACE_Message_Block* mb, ACE_Tim
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "virtual int CQOV_StaticSchecheduledTask::putMsg(int, ACE_Message_Block*, "
                         "ACE_Time_Value*)");
-  if (type != qov::kResponseType) {
+  if (type != QOVMsgHead::kResponse) {
     return CQOV_Task::putMsg(type, mb, timeout);
   }
   countDropped(slot_->put(mb));

@@ -12,7 +12,6 @@
 #include "task/leader_turn.h"
 #include "task/log_ids.h"
 #include "task/message_block.h"
-#include "task/message_types.h"
 #include "task/module_counters.h"
 #include "task/response_slot.h"
 #include "task/send_cause.h"
@@ -151,7 +150,7 @@ ACE_Message_Block* CQOV_Task::awaitAnswerTo(const QOVMsgHead& request) {
     ACE_Message_Block* block = nullptr;
     getMsg(block);
     const CQOV_MsgPackage* const pkg = block != nullptr ? qov::packageOf(*block) : nullptr;
-    if (pkg == nullptr || pkg->head().type_ != qov::kResponseType ||
+    if (pkg == nullptr || pkg->head().type_ != QOVMsgHead::kResponse ||
         (pkg->head().opc_ == request.opc_ && pkg->head().sn_ == request.sn_)) {
       return block;
     }

@@ -3,22 +3,20 @@
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <exception>
 #include <memory>
 #include <sstream>
 
+#include "task/default_response.h"
 #include "task/ending_thread.h"
 #include "task/log_ids.h"
 #include "task/message_block.h"
-#include "task/message_types.h"
 #include "task/module_counters.h"
 #include "task/task_queue.h"
 
 namespace {
-
-/// Tag of the cell that carries a handler's result in an automatic answer.
-constexpr unsigned short kResultTag = 4095;
 
 /// Counts the time for which it lives.
 class HandlingTime {
@@ -48,42 +46,35 @@ std::string dumpFor(ACE_Log_Priority level, const CQOV_MsgPackage& pkg) noexcept
   }
 }
 
-/// The answer to a request whose handler built none: the request's first command code and the
-/// handler's result.
-std::unique_ptr<CQOV_MsgPackage> makeDefaultResponse(const CQOV_MsgPackage& req, int result) {
-  auto response = std::make_unique<CQOV_MsgPackage>();
-  auto record = std::make_unique<CTLVRecordV3>(req.count() > 0 ? req[0].cmd() : 0);
-  CTLVCell cell;
-  cell.set_i(CTLVCell::TLV_UINT, kResultTag, &result, sizeof result);
-  record->add(cell);
-  response->append(record.release());
-  return response;
-}
-
 }  // namespace
 
 CQOV_CommonTask::CQOV_CommonTask(CQOV_TaskMgr* mgr) : CQOV_Task(mgr) {}
 
 int CQOV_CommonTask::svc() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_CommonTask::svc()");
-  for (;;) {
-    ACE_Message_Block* head = nullptr;
-    if (msg_queue()->dequeue_head(head) == -1) {
-      log.warn(qov::kLogIdBase + 8, __FUNCTION__, __LINE__,
-               "Get message from message queue failed.");
-      msg_queue()->activate();
-      continue;
-    }
-    qov::BlockPtr block(head);
-    if (block->msg_type() == ACE_Message_Block::MB_STOP) {
-      msg_queue()->deactivate();
-      dropLeftOvers();
-      log.info(qov::kLogIdBase + 9, __FUNCTION__, __LINE__, "Task(%d) will exit!",
-               taskMgr()->moduleId());
-      return 0;
-    }
-    serve(log, *block);
+  while (serveNext(log, nullptr)) {
   }
+  return 0;
+}
+
+bool CQOV_CommonTask::serveNext(CQOVDebugKitGuard& log, ACE_Time_Value* until) {
+  ACE_Message_Block* head = nullptr;
+  if (msg_queue()->dequeue_head(head, until) == -1) {
+    if (until == nullptr || errno != EWOULDBLOCK) {
+      log.warn(qov::kLogIdBase + 8, "svc", __LINE__, "Get message from message queue failed.");
+      msg_queue()->activate();
+    }
+    return true;
+  }
+  const qov::BlockPtr block(head);
+  if (block->msg_type() == ACE_Message_Block::MB_STOP) {
+    msg_queue()->deactivate();
+    dropLeftOvers();
+    log.info(qov::kLogIdBase + 9, "svc", __LINE__, "Task(%d) will exit!", taskMgr()->moduleId());
+    return false;
+  }
+  serve(log, *block);
+  return true;
 }
 
 void CQOV_CommonTask::dropLeftOvers() {
@@ -107,7 +98,7 @@ void CQOV_CommonTask::serve(CQOVDebugKitGuard& log, const ACE_Message_Block& blo
              static_cast<unsigned int>(qov::kPointerSize));
   } else if (pointer != nullptr) {
     pkg.reset(static_cast<CQOV_MsgPackage*>(pointer));
-    if (pkg->head().type_ == qov::kResponseType) {
+    if (pkg->head().type_ == QOVMsgHead::kResponse) {
       // Too late for the send() that waited for it, and no message that an idle worker was given.
       counters().drop(QOVDropReason::kNobodyWaits);
       return;
@@ -164,14 +155,14 @@ int CQOV_CommonTaskEx::handleMessage(CQOV_MsgPackage& req) {
   }
   std::unique_ptr<CQOV_MsgPackage> response(answer);
   if (response == nullptr) {
-    if (req.head().type_ != qov::kRequestType) {
+    if (req.head().type_ != QOVMsgHead::kRequest) {
       return result;
     }
-    response = makeDefaultResponse(req, result);
+    response = qov::makeDefaultResponse(req, result);
   }
   // The addresses stay as they are, see the class: kept.
   response->head() = req.head();
-  response->head().type_ = qov::kResponseType;
+  response->head().type_ = QOVMsgHead::kResponse;
   send(response.release(), nullptr, true);
   return result;
 }

@@ -3,6 +3,7 @@
 #include <qovpub/qov_module.h>
 #include <qovpub/qov_utility.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -26,22 +27,20 @@ class CollectorModule : public CQOV_TaskMgr {
   }
 
   bool initEnv() override {
-    return insertStaticScheduledTask(&rounds_) == 0 && period_.start() == 0;
+    return insertStaticScheduledTask(&rounds_) == 0 && insertStaticScheduledTask(&period_) == 0;
   }
 
  private:
   static constexpr unsigned int kWorkers = 2;
 
   /// Key "PeriodMs" of section "COLLECTOR" in the process configuration file; 1000 without it.
-  static ACE_Time_Value configuredPeriod() {
+  static std::chrono::milliseconds configuredPeriod() {
     CQOV_Ini_Operator configuration;
     std::string milliseconds = "1000";
     if (configuration.open(nullptr) == 0) {
       configuration.getConfigItem("COLLECTOR", "PeriodMs", milliseconds);
     }
-    ACE_Time_Value period;
-    period.msec(static_cast<long>(StrToUint(milliseconds)));
-    return period;
+    return std::chrono::milliseconds(StrToUint(milliseconds));
   }
 
   // Used by the module's threads, which have ended when these are destroyed.

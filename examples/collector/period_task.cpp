@@ -1,44 +1,15 @@
 #include "examples/collector/period_task.h"
 
-#include <ace/OS_NS_sys_time.h>
-#include <qovpub/qov_task_mgr.h>
-
-#include <memory>
-
 #include "examples/common/messages.h"
 
 namespace devagent {
 
-PeriodTask::PeriodTask(CQOV_TaskMgr* module, const ACE_Time_Value& period)
-    : CQOV_Task(module), period_(period) {}
-
-int PeriodTask::start() {
-  return activate(THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED, 1, 0, ACE_DEFAULT_THREAD_PRIORITY,
-                  taskMgr()->gid());
+PeriodTask::PeriodTask(CQOV_TaskMgr* module, Duration period) : QOVPeriodicTask(module) {
+  every(period, Duration::zero());
 }
 
-int PeriodTask::svc() {
-  do {
-    runRound();
-  } while (!toldToEnd());
-  return 0;
-}
-
-void PeriodTask::runRound() {
-  CQOV_MsgPackage* response = nullptr;
-  send(makeMessage(kRequest, kCollector, kCollector, kRunRound).release(), response, nullptr, true);
-  delete response;
-}
-
-bool PeriodTask::toldToEnd() {
-  ACE_Time_Value next = ACE_OS::gettimeofday() + period_;
-  ACE_Message_Block* block = nullptr;
-  if (getq(block, &next) == -1) {
-    return false;
-  }
-  const bool stop = block->msg_type() == ACE_Message_Block::MB_STOP;
-  block->release();
-  return stop;
+void PeriodTask::tick() {
+  static_cast<void>(QOVRequest(*this, kCollector, kRunRound).ask());
 }
 
 }  // namespace devagent

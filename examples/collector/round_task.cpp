@@ -1,88 +1,73 @@
 #include "examples/collector/round_task.h"
 
-#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_log.h>
 
 #include <chrono>
 #include <cinttypes>
 #include <cstdio>
-#include <utility>
 
 namespace devagent {
 namespace {
 
-constexpr double kAnswerSeconds = 20;
+constexpr std::chrono::seconds kAnswerTime(20);
 // Short, since it always runs out.
-constexpr double kNoAnswerSeconds = 0.5;
-// A timer may fire this much before its time.
-constexpr double kTimerSlackSeconds = 0.1;
+constexpr std::chrono::milliseconds kNoAnswerTime(500);
 
-double secondsSince(std::chrono::steady_clock::time_point start) {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+/// Whether a request came to its end as requests do.
+bool isEnded(QOVReason reason) {
+  return reason == QOVReason::kNone || reason == QOVReason::kRefused ||
+         reason == QOVReason::kTimedOut;
 }
 
 }  // namespace
 
 RoundTask::RoundTask(CQOV_TaskMgr* module, Collection& collection)
-    : CQOV_StaticSchecheduledTask(module), collection_(collection) {}
+    : QOVStaticHandlers(module, {{kRunRound, &RoundTask::serveRound}}), collection_(collection) {}
 
-void RoundTask::getOpcList(std::list<unsigned long long>& opcs) {
-  opcs.push_back(kRunRound);
-}
-
-int RoundTask::handleMessage(CQOV_MsgPackage& request) {
+int RoundTask::serveRound(CQOV_MsgPackage&, CQOV_MsgPackage&) {
   if (runRound()) {
     finishRound();
   }
-  return send(CreateQovRspPackage(request).release(), nullptr, true);
+  return 0;
 }
 
 bool RoundTask::runRound() {
   for (Operation operation : {kReadHost, kReadInterfaces, kReadFileSystems}) {
-    if (!collect(operation, kAnswerSeconds)) {
+    if (!collect(operation, kAnswerTime)) {
       return false;
     }
   }
-  if (tally_.rounds == 0 && !collect(kReadNothing, kNoAnswerSeconds)) {
+  if (tally_.rounds == 0 && !collect(kReadNothing, kNoAnswerTime)) {
     return false;
   }
   return askInventoryTally();
 }
 
-bool RoundTask::collect(Operation operation, double timeoutSeconds) {
-  bool ended = false;
-  std::unique_ptr<CQOV_MsgPackage> answer = ask(operation, timeoutSeconds, ended);
+bool RoundTask::collect(Operation operation, QOVRequest::Duration timeout) {
+  QOVAnswer answer = ask(operation, timeout);
   if (answer) {
-    tally_.recordsReceived += collection_.keep(std::move(answer));
+    tally_.recordsReceived += collection_.keep(answer.take());
   }
-  return ended;
+  return isEnded(answer.reason());
 }
 
 bool RoundTask::askInventoryTally() {
-  bool ended = false;
-  const std::unique_ptr<CQOV_MsgPackage> answer = ask(kReadTally, kAnswerSeconds, ended);
+  const QOVAnswer answer = ask(kReadTally, kAnswerTime);
   if (answer) {
     tally_.recordsSent = (*answer)[0].getUnsigned(kRecordsSent);
   }
-  return ended;
+  return isEnded(answer.reason());
 }
 
-std::unique_ptr<CQOV_MsgPackage> RoundTask::ask(Operation operation, double timeoutSeconds,
-                                                bool& ended) {
-  ACE_Time_Value timeout;
-  timeout.set(timeoutSeconds);
-  CQOV_MsgPackage* response = nullptr;
-  const auto start = std::chrono::steady_clock::now();
+QOVAnswer RoundTask::ask(Operation operation, QOVRequest::Duration timeout) {
   ++tally_.sent;
-  const int result = send(makeMessage(kRequest, kCollector, kInventory, operation).release(),
-                          response, &timeout, true);
-  if (result >= 0) {
+  QOVAnswer answer = QOVRequest(*this, kInventory, operation).ask(timeout);
+  if (answer || answer.reason() == QOVReason::kRefused) {
     ++tally_.answered;
-    ended = true;
-  } else if (secondsSince(start) + kTimerSlackSeconds >= timeoutSeconds) {
+  } else if (answer.reason() == QOVReason::kTimedOut) {
     noteTimeout(operation);
-    ended = true;
   }
-  return std::unique_ptr<CQOV_MsgPackage>(response);
+  return answer;
 }
 
 void RoundTask::noteTimeout(Operation operation) {
@@ -90,17 +75,17 @@ void RoundTask::noteTimeout(Operation operation) {
   char text[64];
   std::snprintf(text, sizeof text, "operation 0x%" PRIx64 " timed out",
                 static_cast<std::uint64_t>(operation));
-  send(makeJournalEntry(kEvent, kCollector, text).release(), nullptr, true);
+  writeEntry(*this, QOVMsgHead::kEvent, text);
 }
 
 void RoundTask::finishRound() {
-  CQOVDebugKitGuard guard(kCollector, "void RoundTask::finishRound()");
+  QOV_GUARD(guard, kCollector);
   ++tally_.rounds;
   tally_.interfaces = collection_.recordsOf(kReadInterfaces);
   tally_.fileSystems = collection_.recordsOf(kReadFileSystems);
   collection_.publish(tally_);
-  guard.info(1, __FUNCTION__, __LINE__, "round %" PRIu64 " finished", tally_.rounds);
-  send(makeMessage(kNotice, kCollector, kJournal, kRoundFinished).release(), nullptr, true);
+  QOV_INFO(guard, 1, "round %" PRIu64 " finished", tally_.rounds);
+  QOVRequest(*this, kJournal, kRoundFinished).tell();
 }
 
 }  // namespace devagent

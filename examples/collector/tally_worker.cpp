@@ -1,7 +1,5 @@
 #include "examples/collector/tally_worker.h"
 
-#include <memory>
-
 #include "examples/common/messages.h"
 
 namespace devagent {
@@ -22,19 +20,12 @@ void appendTally(CQOV_MsgPackage& answer, const Tally& tally) {
 }  // namespace
 
 TallyWorker::TallyWorker(CQOV_TaskMgr* module, const Collection& collection)
-    : CQOV_CommonTask(module), collection_(collection) {}
+    : QOVHandlers(module, {{kReadTally, &TallyWorker::readTally}}), collection_(collection) {}
 
-int TallyWorker::handleMessage(CQOV_MsgPackage& request) {
-  if (request.head().type_ != kRequest || request.head().opc_ != kReadTally) {
-    return 0;
-  }
-  std::unique_ptr<CQOV_MsgPackage> answer = CreateQovRspPackage(request);
-  if (!answer) {
-    return -1;
-  }
-  collection_.appendHost(*answer);
-  appendTally(*answer, collection_.tally());
-  return send(answer.release(), nullptr, true);
+int TallyWorker::readTally(CQOV_MsgPackage&, CQOV_MsgPackage& answer) {
+  collection_.appendHost(answer);
+  appendTally(answer, collection_.tally());
+  return 0;
 }
 
 }  // namespace devagent

@@ -1,11 +1,9 @@
 #ifndef QOV_EXAMPLES_COMMON_MESSAGES_H
 #define QOV_EXAMPLES_COMMON_MESSAGES_H
 
-#include <qovpub/qov_message_package.h>
-#include <qovpub/qov_utility.h>
+#include <qovpub/qov_request.h>
 
 #include <cstdint>
-#include <memory>
 #include <string_view>
 
 /// What the modules of the example agent say to one another.
@@ -13,9 +11,6 @@ namespace devagent {
 
 /// The modules by their ids: message addresses, thread groups and debug kits go by them.
 enum Module : std::uint8_t { kInventory = 10, kCollector = 20, kJournal = 30, kUplink = 40 };
-
-/// Message types. Nobody answers a notice or an event; the runtime treats the two alike.
-enum MessageType : std::uint8_t { kRequest = 1, kResponse = 2, kNotice = 3, kEvent = 4 };
 
 /// Operation codes.
 enum Operation : std::uint64_t {
@@ -88,32 +83,11 @@ enum TallyTag : unsigned short {
 
 enum EntryTag : unsigned short { kEntryText = 1 };  // String
 
-/// Addresses a message from one module of this process to another.
-inline void address(QOVMsgHead& head, MessageType type, Module from, Module to,
-                    Operation operation) {
-  const auto process = static_cast<std::uint8_t>(QOV_Utility::getProcPID());
-  head.type_ = type;
-  head.spid_ = process;
-  head.smid_ = from;
-  head.rpid_ = process;
-  head.rmid_ = to;
-  head.opc_ = operation;
-}
-
-/// A message from one module of this process to another, still without records.
-inline std::unique_ptr<CQOV_MsgPackage> makeMessage(MessageType type, Module from, Module to,
-                                                    Operation operation) {
-  auto message = std::make_unique<CQOV_MsgPackage>();
-  address(message->head(), type, from, to, operation);
-  return message;
-}
-
-/// A notice or event that makes the journal write `text`.
-inline std::unique_ptr<CQOV_MsgPackage> makeJournalEntry(MessageType type, Module from,
-                                                         std::string_view text) {
-  auto message = makeMessage(type, from, kJournal, kWriteEntry);
-  message->addRecord(kEntryRecord).addString(kEntryText, text);
-  return message;
+/// Makes the journal write `text`.
+inline void writeEntry(CQOV_Task& sender, QOVMsgHead::Type type, std::string_view text) {
+  QOVRequest entry(sender, kJournal, kWriteEntry);
+  entry.addRecord(kEntryRecord).addString(kEntryText, text);
+  entry.tell(type);
 }
 
 }  // namespace devagent

@@ -1,6 +1,6 @@
 #include "examples/inventory/inventory_worker.h"
 
-#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_log.h>
 #include <qovpub/qov_om_message_package.h>
 
 #include <cinttypes>
@@ -25,8 +25,8 @@ InventoryWorker::InventoryWorker(CQOV_TaskMgr* module, Shared& shared)
     : CQOV_CommonTask(module), shared_(shared) {}
 
 int InventoryWorker::handleMessage(CQOV_MsgPackage& request) {
-  CQOVDebugKitGuard guard(kInventory, "int InventoryWorker::handleMessage(CQOV_MsgPackage&)");
-  if (request.head().type_ != kRequest) {
+  QOV_GUARD(guard, kInventory);
+  if (request.head().type_ != QOVMsgHead::kRequest) {
     return 0;
   }
   std::unique_ptr<CQOV_MsgPackage> response = CreateQovRspPackage(request);
@@ -34,8 +34,7 @@ int InventoryWorker::handleMessage(CQOV_MsgPackage& request) {
     return -1;
   }
   if (!fill(request, *response)) {
-    guard.info(1, __FUNCTION__, __LINE__, "operation 0x%" PRIx64 " stays without an answer",
-               request.head().opc_);
+    QOV_INFO(guard, 1, "operation 0x%" PRIx64 " stays without an answer", request.head().opc_);
     tellJournal(request, false, 0);
     return 0;
   }
@@ -98,7 +97,7 @@ void InventoryWorker::tellJournal(const CQOV_MsgPackage& request, bool answered,
   char text[96];
   std::snprintf(text, sizeof text, "operation 0x%" PRIx64 " %s, %lu records", request.head().opc_,
                 answered ? "answered" : "left unanswered", records);
-  send(makeJournalEntry(answered ? kNotice : kEvent, kInventory, text).release(), nullptr, true);
+  writeEntry(*this, answered ? QOVMsgHead::kNotice : QOVMsgHead::kEvent, text);
 }
 
 }  // namespace devagent

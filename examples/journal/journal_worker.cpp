@@ -1,9 +1,9 @@
 #include "examples/journal/journal_worker.h"
 
-#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_log.h>
 
+#include <chrono>
 #include <cinttypes>
-#include <memory>
 #include <sstream>
 
 #include "examples/common/messages.h"
@@ -40,39 +40,30 @@ std::string describe(const CTLVRecordV3& host, const CTLVRecordV3& tally) {
 }  // namespace
 
 JournalWorker::JournalWorker(CQOV_TaskMgr* module, EntryCount& entries)
-    : CQOV_CommonTask(module), entries_(entries) {}
+    : QOVHandlers(module, {{kWriteEntry, &JournalWorker::writeEntry},
+                           {kRoundFinished, &JournalWorker::writeRound}}),
+      entries_(entries) {}
 
-int JournalWorker::handleMessage(CQOV_MsgPackage& message) {
-  const QOVMsgHead& head = message.head();
-  if (head.type_ != kNotice && head.type_ != kEvent) {
-    return 0;
-  }
-  switch (head.opc_) {
-    case kWriteEntry:
-      write(head, std::string(message[0].getString(kEntryText)));
-      return 0;
-    case kRoundFinished:
-      write(head, describeRound());
-      return 0;
-    default:
-      return -1;
-  }
+int JournalWorker::writeEntry(CQOV_MsgPackage& message) {
+  write(message.head(), std::string(message[0].getString(kEntryText)));
+  return 0;
+}
+
+int JournalWorker::writeRound(CQOV_MsgPackage& message) {
+  write(message.head(), describeRound());
+  return 0;
 }
 
 std::string JournalWorker::describeRound() {
-  ACE_Time_Value timeout(20);
-  CQOV_MsgPackage* response = nullptr;
-  const int result = send(makeMessage(kRequest, kJournal, kCollector, kReadTally).release(),
-                          response, &timeout, true);
-  const std::unique_ptr<CQOV_MsgPackage> answer(response);
-  return result == 0 ? describe((*answer)[0], (*answer)[1]) : "the collector does not answer";
+  const QOVAnswer answer = QOVRequest(*this, kCollector, kReadTally).ask(std::chrono::seconds(20));
+  return answer ? describe((*answer)[0], (*answer)[1]) : "the collector does not answer";
 }
 
 void JournalWorker::write(const QOVMsgHead& head, const std::string& text) {
-  CQOVDebugKitGuard guard(kJournal,
-                          "void JournalWorker::write(const QOVMsgHead&, const std::string&)");
-  guard.info(1, __FUNCTION__, __LINE__, "entry %" PRIu64 ", %s from %s: %s", ++entries_,
-             head.type_ == kNotice ? "notice" : "event", nameOf(head.smid_), text.c_str());
+  QOV_GUARD(guard, kJournal);
+  QOV_INFO(guard, 1, "entry %" PRIu64 ", %s from %s: %s", ++entries_,
+           head.type_ == QOVMsgHead::kNotice ? "notice" : "event", nameOf(head.smid_),
+           text.c_str());
 }
 
 }  // namespace devagent

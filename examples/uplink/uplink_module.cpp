@@ -1,6 +1,6 @@
 // The module `uplink`: connects the agent to the management endpoint.
-#include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_exception.h>
+#include <qovpub/qov_log.h>
 #include <qovpub/qov_module.h>
 
 #include "examples/common/messages.h"
@@ -17,12 +17,11 @@ class UplinkModule : public CQOV_TaskMgr {
   CQOV_Task* createTask() override { return nullptr; }
 
   bool initEnv() override {
-    CQOVDebugKitGuard guard(kUplink, "bool UplinkModule::initEnv()");
+    QOV_GUARD(guard, kUplink);
     try {
       return uplink_.start(readPlan()) == 0;
     } catch (const CQOV_Exception& exception) {
-      guard.error(1, __FUNCTION__, __LINE__, "the device configuration does not do: %s",
-                  exception.what());
+      QOV_ERROR(guard, 1, "the device configuration does not do: %s", exception.what());
       return false;
     }
   }

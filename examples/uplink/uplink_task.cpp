@@ -1,7 +1,7 @@
 #include "examples/uplink/uplink_task.h"
 
 #include <ace/OS_NS_sys_time.h>
-#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_log.h>
 #include <qovpub/qov_om_message_package.h>
 #include <qovpub/qov_task_mgr.h>
 
@@ -17,7 +17,7 @@ namespace {
 
 using qov::endpoint::command;
 
-constexpr int kAnswerSeconds = 20;
+constexpr std::chrono::seconds kAnswerTime(20);
 constexpr const char* kRecords = "records";
 
 /// Which of the inventory's records go into which table of the endpoint.
@@ -46,7 +46,7 @@ int UplinkTask::start(const Plan& plan) {
 }
 
 int UplinkTask::svc() {
-  CQOVDebugKitGuard guard(kUplink, "int UplinkTask::svc()");
+  QOV_GUARD(guard, kUplink);
   // Made here: connecting takes its time, in which the other modules are to start.
   attempt("link", [this] { makeLink(); });
   if (link_ == nullptr) {
@@ -54,13 +54,10 @@ int UplinkTask::svc() {
   }
   do {
     runDueJobs();
-    attempt("report", [this] {
-      send(makeJournalEntry(kNotice, kUplink, describe()).release(), nullptr, true);
-    });
+    attempt("report", [this] { writeEntry(*this, QOVMsgHead::kNotice, describe()); });
   } while (waitForNextJob());
   // The journal has ended before: modules end in the order of their ids.
-  attempt("last report",
-          [&] { guard.info(1, __FUNCTION__, __LINE__, "in all: %s", describe().c_str()); });
+  attempt("last report", [&] { QOV_INFO(guard, 1, "in all: %s", describe().c_str()); });
   dropLink();
   return 0;
 }
@@ -106,12 +103,11 @@ void UplinkTask::runDueJobs() {
 }
 
 void UplinkTask::attempt(const char* name, const std::function<void()>& job) {
-  CQOVDebugKitGuard guard(kUplink,
-                          "void UplinkTask::attempt(const char*, const std::function<void()>&)");
+  QOV_GUARD(guard, kUplink);
   try {
     job();
   } catch (const std::exception& exception) {
-    guard.warn(2, __FUNCTION__, __LINE__, "%s given up: %s", name, exception.what());
+    QOV_WARN(guard, 2, "%s given up: %s", name, exception.what());
   }
 }
 
@@ -130,9 +126,9 @@ void UplinkTask::walk(const TablePlan& table) {
 void UplinkTask::handOver(const std::string& name, std::unique_ptr<CT7QPackageV3> rows) {
   const unsigned long count = rows->count() - 1;
   auto message = std::make_unique<CQOV_OM_MsgPackage>(rows.release());
-  address(message->head(), kRequest, kUplink, kInventory, kTakeTable);
-  const std::unique_ptr<CQOV_MsgPackage> answer = ask(std::move(message));
-  if (answer == nullptr) {
+  const QOVAnswer answer =
+      QOVRequest(*this, kInventory, kTakeTable, std::move(message)).ask(kAnswerTime);
+  if (!answer) {
     return;
   }
   ++tally_.tables;
@@ -149,9 +145,8 @@ void UplinkTask::push() {
 }
 
 void UplinkTask::push(Operation operation, std::uint32_t table) {
-  const std::unique_ptr<CQOV_MsgPackage> answer =
-      ask(makeMessage(kRequest, kUplink, kInventory, operation));
-  if (answer == nullptr || answer->count() == 0) {
+  const QOVAnswer answer = QOVRequest(*this, kInventory, operation).ask(kAnswerTime);
+  if (!answer || answer->count() == 0) {
     return;
   }
   CT7QPackageV3 message;
@@ -163,13 +158,6 @@ void UplinkTask::push(Operation operation, std::uint32_t table) {
   if (link_->sendMsg(&message) == 0) {
     tally_.pushed += answer->count();
   }
-}
-
-std::unique_ptr<CQOV_MsgPackage> UplinkTask::ask(std::unique_ptr<CQOV_MsgPackage> request) {
-  ACE_Time_Value timeout(kAnswerSeconds);
-  CQOV_MsgPackage* response = nullptr;
-  send(request.release(), response, &timeout, true);
-  return std::unique_ptr<CQOV_MsgPackage>(response);
 }
 
 std::string UplinkTask::describe() const {

@@ -70,8 +70,6 @@ class UplinkTask : public CQOV_Task {
   void handOver(const std::string& name, std::unique_ptr<CT7QPackageV3> rows);
   void push();
   void push(Operation operation, std::uint32_t table);
-  /// Null without an answer.
-  std::unique_ptr<CQOV_MsgPackage> ask(std::unique_ptr<CQOV_MsgPackage> request);
   std::string describe() const;
   bool waitForNextJob();
 

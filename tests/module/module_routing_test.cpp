@@ -133,10 +133,9 @@ TEST_P(ModuleRoutingOfBroadcasts, ArriveOnceAtEveryModule) {
 }
 
 TEST_F(ModuleRouting, ABroadcastRequestArrivesAtItsSendersModuleToo) {
-  constexpr std::uint8_t kRequestType = 1;
   loads({"alpha", "beta"});
   std::unique_ptr<CQOV_MsgPackage> message = messageTo(kAlpha, 29);
-  message->head().type_ = kRequestType;
+  message->head().type_ = QOVMsgHead::kRequest;
   message->head().spid_ = message->head().rpid_;
   message->head().smid_ = kAlpha;
   broadcasts(std::move(message));

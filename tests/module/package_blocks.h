@@ -16,10 +16,9 @@ class DerivedPackage : public CQOV_MsgPackage {};
 /// An asynchronous message with one record to the module `gid` of this process.
 template <class Package = CQOV_MsgPackage>
 std::unique_ptr<CQOV_MsgPackage> messageTo(unsigned gid, unsigned long long opc) {
-  constexpr std::uint8_t kAsyncType = 3;
   constexpr std::uint8_t kProcess = 7;
   std::unique_ptr<CQOV_MsgPackage> made = std::make_unique<Package>();
-  made->head().type_ = kAsyncType;
+  made->head().type_ = QOVMsgHead::kNotice;
   made->head().opc_ = opc;
   made->head().rpid_ = kProcess;
   made->head().rmid_ = static_cast<std::uint8_t>(gid);

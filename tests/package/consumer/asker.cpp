@@ -2,13 +2,12 @@
 // the answer.
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_module.h>
+#include <qovpub/qov_request.h>
 #include <qovpub/qov_task.h>
-#include <qovpub/qov_utility.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
-#include <cstdint>
-#include <memory>
 #include <string>
 
 namespace {
@@ -21,9 +20,6 @@ class Asker : public CQOV_Task {
 
   int svc() override {
 #include "request.inc"
-    const std::unique_ptr<CQOV_MsgPackage> answer(response);
-    const std::string text =
-        result == 0 ? std::string((*answer)[0].getString(1)) : std::to_string(result);
     CQOVDebugKitMgr::instance()->find(kModule)->info(1, __FUNCTION__, __LINE__, "got " + text);
     return kill(getpid(), SIGINT);
   }

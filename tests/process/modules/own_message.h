@@ -13,9 +13,8 @@ namespace qov::test {
 
 /// An asynchronous message to module `gid` of this process.
 inline std::unique_ptr<CQOV_MsgPackage> aMessageTo(int gid) {
-  constexpr std::uint8_t kAsyncType = 3;
   auto package = std::make_unique<CQOV_MsgPackage>();
-  package->head().type_ = kAsyncType;
+  package->head().type_ = QOVMsgHead::kNotice;
   package->head().rpid_ = static_cast<std::uint8_t>(QOV_Utility::getProcPID());
   package->head().rmid_ = static_cast<std::uint8_t>(gid);
   return package;

@@ -21,12 +21,23 @@ struct QOV_EXPORT __attribute__((packed)) QOVMsgHead {
   /// Set in flags_ when the message carries a whole V3 package as its body.
   static constexpr std::uint8_t kFlagOm = 1;
 
+  /// Values of type_ (TP in log texts).
+  enum Type : std::uint8_t {
+    kNoType = 0,    ///< of a new header; not a valid message
+    kRequest = 1,   ///< is answered by a response
+    kResponse = 2,  ///< goes to whoever waits for it
+    kNotice = 3,    ///< asynchronous: nobody waits for an answer
+    kEvent = 4,     ///< the same; what differs is up to sender and receiver
+  };
+  /// Whether `type` is that of a valid message, 1 to 4.
+  static constexpr bool isType(int type) { return type >= kRequest && type <= kEvent; }
+
   /// The defaults: no type, all four addresses 255, CID -1 and a serial number of its own.
   QOVMsgHead();
 
   std::uint32_t magic_;
   std::uint8_t version_;
-  std::uint8_t type_;  ///< 1 request, 2 response, 3 and 4 asynchronous; 0 is not a valid message
+  std::uint8_t type_;  ///< see Type
   std::uint8_t mst_;   ///< in a response: the responder's result
   std::uint8_t spid_;  ///< sender's process id
   std::uint8_t smid_;  ///< sender's module id

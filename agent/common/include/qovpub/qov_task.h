@@ -58,8 +58,8 @@ class QOV_EXPORT CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   /// thread's task, if it has one.
   virtual int wakeup();
 
-  /// Puts `mb` at the tail of the own queue. `type` is the message type of the header (1 request,
-  /// 2 response, 3 and 4 asynchronous); this class ignores it. `timeout` is an absolute time of day
+  /// Puts `mb` at the tail of the own queue. `type` is the message type of the header
+  /// (QOVMsgHead::Type); this class ignores it. `timeout` is an absolute time of day
   /// for a full queue, null waits. Returns 0 and takes `mb` over, or -1 and leaves `mb` with the
   /// caller.
   virtual int putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout);
@@ -210,6 +210,11 @@ class QOV_EXPORT CQOV_CommonTask : public CQOV_Task {
   virtual int handleMessage(CQOV_MsgPackage& pkg) = 0;
 
  private:
+  friend class QOVPeriodicTask;
+
+  /// Serves the next message, waiting for one until `until`, an absolute time of day; null waits
+  /// without limit. False when the task is to end.
+  bool serveNext(CQOVDebugKitGuard& log, ACE_Time_Value* until);
   void dropLeftOvers();
   void serve(CQOVDebugKitGuard& log, const ACE_Message_Block& block);
   void handle(CQOVDebugKitGuard& log, CQOV_MsgPackage& pkg);
@@ -220,8 +225,8 @@ class QOV_EXPORT CQOV_CommonTask : public CQOV_Task {
 ///
 /// The answer carries the request's four addresses as they are, not exchanged. The leader matches
 /// responses crosswise, so these answers reach only requesters of the worker's own module. A worker
-/// that answers other modules derives from CQOV_CommonTask and sends what CreateQovRspPackage()
-/// builds.
+/// that answers other modules derives from CQOV_AnsweringTask or QOVHandlers (qov_handlers.h), or
+/// from CQOV_CommonTask and sends what CreateQovRspPackage() builds.
 class QOV_EXPORT CQOV_CommonTaskEx : public CQOV_CommonTask {
  public:
   explicit CQOV_CommonTaskEx(CQOV_TaskMgr* mgr);

@@ -1,0 +1,72 @@
+#ifndef QOVPUB_QOV_PERIODIC_TASK_H
+#define QOVPUB_QOV_PERIODIC_TASK_H
+
+#include <qovpub/qov_export.h>
+#include <qovpub/qov_task.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <list>
+
+/// A static scheduled task that does something again and again.
+///
+///     class Sweep : public QOVPeriodicTask {
+///      public:
+///       explicit Sweep(CQOV_TaskMgr* module) : QOVPeriodicTask(module) { every(minutes(5)); }
+///       void tick() override { ... }
+///     };
+///
+/// Started with CQOV_TaskMgr::insertStaticScheduledTask(). Between two ticks the thread serves the
+/// operation codes of getOpcList(), if the task has any; none waits for more than one tick. A stop
+/// ends the wait for the next tick at once, and a request that the tick waits for. What else a tick
+/// does it brings to an end first.
+///
+/// Thread: tick() on the task's own thread; every() there, or before the task is started; missed()
+///         from any.
+/// Owns:   as CQOV_StaticSchecheduledTask.
+/// Errors: whatever tick() throws is logged, and the next tick comes when it is due.
+class QOV_EXPORT QOVPeriodicTask : public CQOV_StaticSchecheduledTask {
+ public:
+  using Duration = std::chrono::nanoseconds;
+
+  explicit QOVPeriodicTask(CQOV_TaskMgr* mgr);
+
+  /// Has tick() called at start + first + n * period on the monotonic clock, n from 0 on; start is
+  /// the call, or the start of the task if that comes later. However long a tick takes, the times
+  /// stay the same. Those that pass before it is over are left out and counted, not made up. A
+  /// `period` of 0 or less: no tick any more. More than 100 years count as that many.
+  void every(Duration period, Duration first);
+  /// The same with the first tick one period after the start.
+  void every(Duration period) { every(period, period); }
+
+  /// How many times a tick was left out.
+  std::uint64_t missed() const { return missed_; }
+
+  virtual void tick() = 0;
+
+  int svc() override;
+  /// For tasks without operation codes: refuses (-1).
+  int handleMessage(CQOV_MsgPackage& pkg) override;
+  /// None.
+  void getOpcList(std::list<unsigned long long>& opcs) override;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  void begin();
+  /// Serves a message, or waits until the next tick is due. False when the task is to end.
+  bool serveUntilDue(CQOVDebugKitGuard& log);
+  void tickIfDue(CQOVDebugKitGuard& log);
+  void tickOnce(CQOVDebugKitGuard& log);
+
+  // The task's own thread, once that is started.
+  Duration period_{};
+  Duration first_{};
+  Clock::time_point due_{};
+  bool running_ = false;
+
+  std::atomic<std::uint64_t> missed_{0};
+};
+
+#endif

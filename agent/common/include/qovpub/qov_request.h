@@ -1,0 +1,115 @@
+#ifndef QOVPUB_QOV_REQUEST_H
+#define QOVPUB_QOV_REQUEST_H
+
+#include <qovpub/qov_export.h>
+#include <qovpub/qov_message_package.h>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <utility>
+
+class CQOV_Task;
+
+/// Why a message was not sent, or got no answer.
+enum class QOVReason : std::uint8_t {
+  kNone,        ///< it was answered, or sent
+  kTimedOut,    ///< no answer came in time
+  kRefused,     ///< the receiver answered with a result other than 0, QOVAnswer::result()
+  kNoReceiver,  ///< no module has the receiver's id
+  kNoRoom,      ///< this module or the receiver had no room, for as long as the time-out says
+  kStopped,     ///< this module stops, the receiver has stopped, or somebody ended the wait
+  kNoMemory,    ///< no memory to send it, or to remember who waits
+  kBusy,        ///< another thread waits for an answer in the same task
+  kInvalid,     ///< it was sent before, waits for its answer already, or what came is no message
+};
+
+/// The reason in a few words of English, such as "no answer came in time". A static text.
+QOV_EXPORT const char* QOV_TextOf(QOVReason reason) noexcept;
+
+/// What came of a request: the answer, or the reason why there is none.
+///
+/// Thread: a value.
+/// Owns:   the answer.
+/// Errors: none.
+class QOV_EXPORT QOVAnswer {
+ public:
+  /// `package` must not be null.
+  explicit QOVAnswer(std::unique_ptr<CQOV_MsgPackage> package) noexcept
+      : package_(std::move(package)) {}
+  explicit QOVAnswer(QOVReason reason, std::uint8_t result = 0) noexcept
+      : reason_(reason), result_(result) {}
+
+  explicit operator bool() const noexcept { return package_ != nullptr; }
+  /// The answer; only if there is one.
+  CQOV_MsgPackage& operator*() const noexcept { return *package_; }
+  CQOV_MsgPackage* operator->() const noexcept { return package_.get(); }
+  /// Gives the answer, or null, to the caller.
+  std::unique_ptr<CQOV_MsgPackage> take() noexcept { return std::move(package_); }
+
+  /// kNone for an answer.
+  QOVReason reason() const noexcept { return reason_; }
+  /// With kRefused the receiver's result (the response's MST), 1 to 255; otherwise 0.
+  std::uint8_t result() const noexcept { return result_; }
+  const char* text() const noexcept { return QOV_TextOf(reason_); }
+
+ private:
+  std::unique_ptr<CQOV_MsgPackage> package_;
+  QOVReason reason_ = QOVReason::kNone;
+  std::uint8_t result_ = 0;
+};
+
+/// A message of a task to a module of this process: fills in the header, and sends it.
+///
+///     QOVRequest request(*this, kInventory, kReadHost);
+///     request.addRecord(kFilter).addString(kName, "eth0");
+///     if (QOVAnswer answer = request.ask(std::chrono::seconds(2))) {
+///       use((*answer)[0]);
+///     } else {
+///       ... answer.text()
+///     }
+///
+/// Thread: as the package; sending as the task's send() says: ask() on the task's own thread.
+/// Owns:   the message until it is sent, which is once. The task is borrowed.
+/// Errors: making a message and its records throws std::bad_alloc; sending throws nothing.
+class QOV_EXPORT QOVRequest {
+ public:
+  using Duration = std::chrono::microseconds;
+
+  /// A plain message of `sender`, whose module it names as the one that asks, to `module` with
+  /// operation code `opc`, still without records.
+  QOVRequest(CQOV_Task& sender, std::uint8_t module, std::uint64_t opc);
+  /// The same with a message that is there already, such as an OM message: addresses and operation
+  /// code are filled in, all else stays. `message` must not be null.
+  QOVRequest(CQOV_Task& sender, std::uint8_t module, std::uint64_t opc,
+             std::unique_ptr<CQOV_MsgPackage> message);
+
+  /// The message, until it is sent.
+  CQOV_MsgPackage& message() noexcept { return *message_; }
+  CTLVRecordV3& addRecord(std::uint64_t cmd) { return message_->addRecord(cmd); }
+
+  /// Sends the message as a request and waits for the answer: for room as long as `timeout` says,
+  /// then, anew, for the answer. A `timeout` of 0 or less sends nothing (kTimedOut). The calling
+  /// thread serves nobody else meanwhile.
+  ///
+  /// What send() says of static scheduled tasks holds here, too: such a task waits until the stop
+  /// for an answer from a module that does not exist, or refuses the request.
+  [[nodiscard]] QOVAnswer ask(Duration timeout);
+  /// The same without a limit: until the answer, a refusal or the stop comes.
+  [[nodiscard]] QOVAnswer ask();
+
+  /// Sends the message and does not wait for an answer: `type` is kNotice or kEvent. Waits for room
+  /// in this module, without a limit or as long as `timeout` says; 0 or less refuses at once. What
+  /// becomes of the message afterwards is not told.
+  QOVReason tell(QOVMsgHead::Type type = QOVMsgHead::kNotice);
+  QOVReason tell(Duration timeout, QOVMsgHead::Type type = QOVMsgHead::kNotice);
+
+ private:
+  QOVAnswer askWithin(const Duration* timeout);
+  QOVReason tellWithin(const Duration* timeout, QOVMsgHead::Type type);
+
+  CQOV_Task& sender_;
+  std::unique_ptr<CQOV_MsgPackage> message_;
+};
+
+#endif
