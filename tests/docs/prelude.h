@@ -4,18 +4,23 @@
 #include <qovpub/qov_app.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_exception.h>
+#include <qovpub/qov_handlers.h>
 #include <qovpub/qov_ini_operator.h>
+#include <qovpub/qov_log.h>
 #include <qovpub/qov_long_socket.h>
 #include <qovpub/qov_message_package.h>
 #include <qovpub/qov_module.h>
 #include <qovpub/qov_module_loader.h>
 #include <qovpub/qov_om_message_package.h>
+#include <qovpub/qov_periodic_task.h>
 #include <qovpub/qov_plugins.h>
+#include <qovpub/qov_request.h>
 #include <qovpub/qov_stats.h>
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_utility.h>
 #include <qovpub/qov_xml.h>
 
+#include <chrono>
 #include <cstdint>
 #include <list>
 #include <memory>
