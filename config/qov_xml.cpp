@@ -9,6 +9,8 @@
 #include <exception>
 #include <new>
 
+#include "diag/log_ids.h"
+
 namespace {
 
 using Guard = ACE_Guard<ACE_Thread_Mutex>;
@@ -61,8 +63,8 @@ CQOVXmlConfig::CQOVXmlConfig() {
     parser_ = std::make_unique<CQOVXmlParser>(pathOfFile());
     parser_->parse();
   } catch (const std::exception& exception) {
-    guard.error(65700, __FUNCTION__, __LINE__, "Failed to parse, exception is %s.",
-                exception.what());
+    guard.error(qov::log_id::kXmlNotParsed, __FUNCTION__, __LINE__,
+                "Failed to parse, exception is %s.", exception.what());
   }
 }
 
@@ -111,11 +113,12 @@ std::string& CQOVXmlConfig::getDeviceItem(const std::string& deviceDesc, const s
 void CQOVXmlConfig::getDeviceItem(const std::string& deviceDesc, std::list<CIType>& items) {
   CQOVDebugKitGuard guard(
       0, "void CQOVXmlConfig::getDeviceItem(const std::string&, std::list<CIType>&)");
-  guard.debug(65701, __FUNCTION__, __LINE__, "Parse %s from %s.", deviceDesc.c_str(),
-              parser_ != nullptr ? parser_->fileName().c_str() : "");
+  guard.debug(qov::log_id::kXmlListed, __FUNCTION__, __LINE__, "Parse %s from %s.",
+              deviceDesc.c_str(), parser_ != nullptr ? parser_->fileName().c_str() : "");
   const DeviceMap* const all = devices();
   if (all == nullptr) {
-    guard.warn(65702, __FUNCTION__, __LINE__, "Invalid parameter, pConfig_ is null!");
+    guard.warn(qov::log_id::kXmlNothingToList, __FUNCTION__, __LINE__,
+               "Invalid parameter, pConfig_ is null!");
     return;
   }
   if (const ItemMap* const found = itemsOf(*all, deviceDesc)) {

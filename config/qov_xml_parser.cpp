@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "config/qov_xml_file.h"
+#include "diag/log_ids.h"
 
 namespace {
 
@@ -90,7 +91,7 @@ bool CQOVXmlParser::parse() {
   }
   TiXmlElement* const deviceConfig = root->FirstChildElement();
   if (deviceConfig == nullptr) {
-    guard.error(65703, __FUNCTION__, __LINE__, "no DeviceConfig found");
+    guard.error(qov::log_id::kXmlNoDevices, __FUNCTION__, __LINE__, "no DeviceConfig found");
     return false;
   }
   return parseDevices(*deviceConfig);
@@ -103,11 +104,14 @@ bool CQOVXmlParser::openXmlDoc(TiXmlDocument& document) {
     if (qov::loadXmlFile(fileName_, document, reason)) {
       return true;
     }
-    guard.warn(65704, __FUNCTION__, __LINE__, "Refused %s: %s", fileName_.c_str(), reason.c_str());
-    guard.error(65705, __FUNCTION__, __LINE__, "Failed to open %s.", fileName_.c_str());
+    guard.warn(qov::log_id::kXmlRefused, __FUNCTION__, __LINE__, "Refused %s: %s",
+               fileName_.c_str(), reason.c_str());
+    guard.error(qov::log_id::kXmlNotOpened, __FUNCTION__, __LINE__, "Failed to open %s.",
+                fileName_.c_str());
     std::this_thread::sleep_for(kSleepAfterAttempt);
   }
-  guard.error(65706, __FUNCTION__, __LINE__, "Failed to open %s, try 3 times.", fileName_.c_str());
+  guard.error(qov::log_id::kXmlGivenUp, __FUNCTION__, __LINE__, "Failed to open %s, try 3 times.",
+              fileName_.c_str());
   return false;
 }
 
@@ -126,7 +130,7 @@ bool CQOVXmlParser::parseDevices(TiXmlElement& deviceConfig) {
 bool CQOVXmlParser::parseConfigItem(const char* deviceDesc, TiXmlElement* firstItem) {
   CQOVDebugKitGuard guard(0, "bool CQOVXmlParser::parseConfigItem(const char*, TiXmlElement*)");
   if (!addItems(deviceDesc, firstItem)) {
-    guard.error(65707, __FUNCTION__, __LINE__,
+    guard.error(qov::log_id::kXmlNoMemory, __FUNCTION__, __LINE__,
                 "Failed to parse config item, allocate memory failed.");
     return false;
   }
@@ -160,11 +164,13 @@ CQOVXmlParser::Added CQOVXmlParser::add(const std::string& deviceDesc, CIType* i
   CQOVDebugKitGuard guard(0, "bool CQOVXmlParser::addDeviceConfig(std::string&, CIType*)");
   const ACE_Guard<ACE_Thread_Mutex> lock(lock_);
   if (config_ == nullptr) {
-    guard.warn(65708, __FUNCTION__, __LINE__, "Invalid parameter, pConfig_ is null!");
+    guard.warn(qov::log_id::kXmlNoMap, __FUNCTION__, __LINE__,
+               "Invalid parameter, pConfig_ is null!");
     return Added::kNot;
   }
   if (item == nullptr) {
-    guard.error(65709, __FUNCTION__, __LINE__, "Invalid parameter, pDevCIT is null!");
+    guard.error(qov::log_id::kXmlNoItem, __FUNCTION__, __LINE__,
+                "Invalid parameter, pDevCIT is null!");
     return Added::kNot;
   }
   try {
@@ -174,7 +180,7 @@ CQOVXmlParser::Added CQOVXmlParser::add(const std::string& deviceDesc, CIType* i
     std::ostringstream text;
     text << "ConfigItem is already exist! DeviceDest : " << deviceDesc
          << ", and ConfigItem : " << item->key << '\n';
-    guard.warn(65710, __FUNCTION__, __LINE__, "%s", text.str().c_str());
+    guard.warn(qov::log_id::kXmlItemTwice, __FUNCTION__, __LINE__, "%s", text.str().c_str());
     return Added::kBefore;
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;

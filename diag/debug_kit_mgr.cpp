@@ -8,6 +8,7 @@
 #include <new>
 
 #include "diag/kit_registry.h"
+#include "diag/log_ids.h"
 
 template class ACE_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
 template class ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
@@ -15,8 +16,8 @@ template class ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
 namespace {
 
 using qov::KitRegistry;
+using qov::kPublicKit;
 
-constexpr unsigned int kPublicKit = 0;
 constexpr const char* kPublicName = "QOVPUBLIC";
 
 using Registry = ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "diag/kit_registry.h"
+#include "diag/log_ids.h"
 #include "diag/log_level.h"
 #include "frame/env_ini_import.h"
 #include "frame/failure.h"
@@ -30,7 +31,7 @@ void warn(unsigned long long logId, unsigned int line, const std::string& messag
 
 void warnOfNothingRead(Failure failure) {
   failure.cause += "; the log stays as it is";
-  warn(65720, __LINE__, textOf(failure));
+  warn(log_id::kLogNotConfigured, __LINE__, textOf(failure));
 }
 
 Failure whyNoConfig() {
@@ -77,11 +78,11 @@ std::string describeOddValue(const char* key, const std::string& why) {
 }
 
 void warnOfOddValue(const std::string& description) {
-  warn(65770, __LINE__, description);
+  warn(log_id::kLogOddValue, __LINE__, description);
 }
 
 void warnOfCutName(const char* logFile, const char* cut) noexcept try {
-  warn(65722, __LINE__,
+  warn(log_id::kLogPathCut, __LINE__,
        textOf({"take the whole path of the log",
                logFile,
                0,
@@ -96,7 +97,7 @@ void tellNoFile(const char* file, int error) noexcept try {
     const std::string folder = path.substr(0, path.rfind('/') + 1);
     const bool noFolder = error == ENOENT && ::access(folder.c_str(), F_OK) != 0;
     const std::string cause = noFolder ? "there is no directory " + folder : errnoText(error);
-    kit->error(65721, kApplying, __LINE__,
+    kit->error(log_id::kLogNotOpened, kApplying, __LINE__,
                textOf({"open the log", path, 0, {}, cause + "; records go to standard error"}));
   }
 } catch (const std::bad_alloc&) {
@@ -104,7 +105,7 @@ void tellNoFile(const char* file, int error) noexcept try {
 
 void tellSettings(const CLogging_Cfg_Param& param, bool isOpen) noexcept try {
   if (const CQOVDebugKit* const kit = KitRegistry::find(0)) {
-    kit->info(65771, "reloadLogStrategy", __LINE__, describe(param, isOpen));
+    kit->info(log_id::kLogSettings, "reloadLogStrategy", __LINE__, describe(param, isOpen));
   }
 } catch (const std::bad_alloc&) {
 }

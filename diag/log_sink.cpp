@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <new>
 
+#include "diag/log_ids.h"
 #include "diag/log_level.h"
 #include "diag/record.h"
 #include "diag/standard_error.h"
@@ -11,8 +12,6 @@
 namespace qov {
 
 namespace {
-
-constexpr unsigned long long kLostRecordsId = 65536;
 
 /// Made while the library is loaded, so that no fork comes upon a half-made one.
 [[gnu::used]] const LogSink& made = LogSink::process();
@@ -78,7 +77,7 @@ bool LogSink::write(std::string_view record) {
 /// Runs again before every record until the file takes it. Throws nothing: ACE's insertion would
 /// take that for a bad stream.
 void LogSink::reportLost() try {
-  ShortRecord record("QOVPUBLIC", kLostRecordsId, kError.tag, __FUNCTION__, __LINE__);
+  ShortRecord record("QOVPUBLIC", log_id::kLostRecords, kError.tag, __FUNCTION__, __LINE__);
   record.add("records missing here, since the log file could not be written: ");
   record.add(std::to_string(lost_));
   record.finish();

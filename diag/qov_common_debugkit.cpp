@@ -7,6 +7,7 @@
 #include "diag/complaints.h"
 #include "diag/kit_registry.h"
 #include "diag/log_end.h"
+#include "diag/log_ids.h"
 #include "diag/log_level.h"
 #include "diag/log_output.h"
 #include "diag/record.h"
@@ -29,8 +30,6 @@ namespace {
 
 using qov::LogLevel;
 using qov::Origin;
-
-constexpr unsigned long long kTraceId = ~0ULL;
 
 /// What a call leaves as it found it. errno is the caller's: logging stands between a failed call
 /// and the look at its reason.
@@ -206,15 +205,15 @@ void CQOVDebugKit::logFormatted(const LogLevel& level, const Origin& origin, con
 }
 
 void CQOVDebugKit::trace(const std::string& message) const {
-  logMessage(qov::kTrace, name_, {kTraceId, "", 0, __LINE__}, message);
+  logMessage(qov::kTrace, name_, {qov::log_id::kCallTrace, "", 0, __LINE__}, message);
 }
 
 void CQOVDebugKit::trace(const char* message) const {
-  logMessage(qov::kTrace, name_, {kTraceId, "", 0, __LINE__}, message);
+  logMessage(qov::kTrace, name_, {qov::log_id::kCallTrace, "", 0, __LINE__}, message);
 }
 
 void CQOVDebugKit::traceCall(const char* before, const char* name, const char* after) const {
-  write<qov::ShortRecord>(qov::kTrace, true, name_, {kTraceId, "", 0, __LINE__},
+  write<qov::ShortRecord>(qov::kTrace, true, name_, {qov::log_id::kCallTrace, "", 0, __LINE__},
                           [&](qov::Record& record) {
                             record.add(before);
                             record.add(name);

@@ -12,6 +12,7 @@
 #include <string>
 #include <system_error>
 
+#include "diag/log_ids.h"
 #include "frame/app_signal_block.h"
 #include "frame/current_step.h"
 #include "frame/failure.h"
@@ -20,8 +21,6 @@
 namespace qov {
 
 namespace {
-
-constexpr unsigned long long kGivenUpId = 65751;
 
 /// Both together are less than the 10 seconds that a stop may take, with one to spare.
 constexpr int kPatienceSeconds = 6;
@@ -54,7 +53,7 @@ void tellWhatHangs(int signum) {
   failure.tried = std::string("stop in order at ") + (signum == SIGTERM ? "SIGTERM" : "SIGINT");
   failure.cause = (step.empty() ? "the start" : step) + " has not ended within " +
                   std::to_string(kPatienceSeconds) + " s, the process ends now";
-  tellLastWords(kGivenUpId, withThreads(textOf(failure)));
+  tellLastWords(log_id::kStartGivenUp, withThreads(textOf(failure)));
 }
 
 void unblockHere(int signum) {

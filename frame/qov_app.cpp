@@ -22,6 +22,7 @@
 #include <qovpub/qov_plugins.h>
 #include <qovpub/qov_utility.h>
 
+#include "diag/log_ids.h"
 #include "frame/app_signal_block.h"
 #include "frame/app_signal_relay.h"
 #include "frame/app_start_watch.h"
@@ -179,7 +180,7 @@ int CQOVapp::start(int argc, char** argv) {
   }
   CQOVDebugKitGuard guard(0, "int CQOVapp::init(int, ACE_TCHAR**)");
   handleSignals();
-  guard.info(65600, "init", __LINE__, "Successed to init %s", programName_.c_str());
+  guard.info(qov::log_id::kStarted, "init", __LINE__, "Successed to init %s", programName_.c_str());
   return 0;
 }
 
@@ -213,7 +214,8 @@ void CQOVapp::event_loop_done() {
     moduleLoader().unload();
     closePlugins();
     waitForOtherThreads();
-    guard.info(65601, __FUNCTION__, __LINE__, "%s had shutdown.", programName_.c_str());
+    guard.info(qov::log_id::kShutDown, __FUNCTION__, __LINE__, "%s had shutdown.",
+               programName_.c_str());
   }
 }
 

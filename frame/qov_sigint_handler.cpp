@@ -9,6 +9,7 @@
 #include <qovpub/qov_logging_strategy.h>
 #include <qovpub/qov_utility.h>
 
+#include "diag/log_ids.h"
 #include "frame/app_signal_relay.h"
 
 SigintHandler::SigintHandler(CQOV_Logging_Strategy* logStrategy) : logStrategy_(logStrategy) {
@@ -30,7 +31,7 @@ int SigintHandler::handle_signal(int signum, siginfo_t* info, ucontext_t*) {
                                       QOV_Utility::getProcessLogFileName().c_str());
     } catch (const std::exception& e) {
       CQOVDebugKitGuard guard(0, "int SigintHandler::handle_signal(int, siginfo_t*, ucontext_t*)");
-      guard.warn(65773, __FUNCTION__, __LINE__,
+      guard.warn(qov::log_id::kReloadFailed, __FUNCTION__, __LINE__,
                  "Failed to configure the log: %s; the log stays as it is", e.what());
     }
   }

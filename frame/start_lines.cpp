@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "diag/log_ids.h"
 #include "diag/log_level.h"
 #include "frame/directory_lock.h"
 #include "frame/failure.h"
@@ -18,7 +19,7 @@ namespace {
 
 void logBanner(const CQOVDebugKit& kit) {
   const std::string root = QOV_Utility::getQOVRootEnv();
-  kit.info(65723, __FUNCTION__, __LINE__,
+  kit.info(log_id::kBanner, __FUNCTION__, __LINE__,
            std::string("libqovpub ") + QOV_Version() + ": process " +
                std::to_string(QOV_Utility::getProcPID()) + ", pid " + std::to_string(::getpid()) +
                ", root " + (root.empty() ? "/" : root) + ", configuration " +
@@ -39,7 +40,7 @@ void checkProcPid(const CQOVDebugKit& kit) {
   std::string value;
   if (ini.open(nullptr) == 0 && ini.getConfigItem("QOV_GLOBAL", "PROC_PID", value) == 0 &&
       !isAddress(value)) {
-    kit.warn(65724, __FUNCTION__, __LINE__,
+    kit.warn(log_id::kOddProcPid, __FUNCTION__, __LINE__,
              textOf({"take a value as it stands", QOV_Utility::getProcessCfgFileName(), 0,
                      "QOV_GLOBAL/PROC_PID",
                      "\"" + value + "\" is no number from 0 to 255; " +
@@ -51,7 +52,7 @@ void checkDirectory(const CQOVDebugKit& kit) {
   const std::string& directory = QOV_Utility::getProcessCfgPath();
   const std::string holder = lockDirectory(directory);
   if (!holder.empty()) {
-    kit.warn(65725, __FUNCTION__, __LINE__,
+    kit.warn(log_id::kDirectoryShared, __FUNCTION__, __LINE__,
              textOf({"have the configuration directory for this process alone",
                      directory,
                      0,

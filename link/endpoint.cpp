@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "diag/log_ids.h"
 #include "link/deadline.h"
 #include "link/socket_io.h"
 
@@ -95,7 +96,7 @@ std::unique_ptr<Endpoint> configuredEndpoint(CQOVDebugKitGuard& guard) {
   if (!endpoint->isMeant()) {
     where.tried = "read the management endpoint";
     where.cause = "\"" + text + "\" is not host:port; no endpoint is taken in its place";
-    guard.warn(65610, __FUNCTION__, __LINE__, "%s", qov::textOf(where).c_str());
+    guard.warn(log_id::kLinkOddEndpoint, __FUNCTION__, __LINE__, "%s", qov::textOf(where).c_str());
   }
   return endpoint;
 }

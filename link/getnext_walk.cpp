@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "diag/log_ids.h"
 #include "link/dump_text.h"
 
 namespace {
@@ -86,7 +87,8 @@ unsigned int CQOVLongSocket::sendGetNextMsgV3(CT7QPackageV3* package) {
       return result;
     }
     if (working.count() != 1) {
-      guard.debug(65621, __FUNCTION__, __LINE__, "Error:received many getnext messages!");
+      guard.debug(qov::log_id::kWalkManyRecords, __FUNCTION__, __LINE__,
+                  "Error:received many getnext messages!");
       return kBadReply;
     }
     const CTLVRecordV3& record = std::as_const(working)[0];
@@ -96,13 +98,13 @@ unsigned int CQOVLongSocket::sendGetNextMsgV3(CT7QPackageV3* package) {
     }
     working.keepIn(*package);
     if (status != kRow) {
-      guard.error(65622, __FUNCTION__, __LINE__,
+      guard.error(qov::log_id::kWalkStatus, __FUNCTION__, __LINE__,
                   "Return message error, error code is %d, message is : \n%s",
                   static_cast<int>(status), dumpIfError(record).c_str());
       return 0;
     }
     if (rows + 1 == kMostRows) {
-      guard.error(65623, __FUNCTION__, __LINE__,
+      guard.error(qov::log_id::kWalkEndless, __FUNCTION__, __LINE__,
                   "Detect abnormal getnext command, rsp record is : \n%s.",
                   dumpIfError(record).c_str());
     }

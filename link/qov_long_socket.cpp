@@ -10,6 +10,7 @@
 #include <cstring>
 #include <new>
 
+#include "diag/log_ids.h"
 #include "diag/uncancelled.h"
 #include "link/deadline.h"
 #include "link/dump_text.h"
@@ -19,7 +20,6 @@
 namespace {
 
 constexpr unsigned int kHeadSize = sizeof(TLVMsgHeadV3);
-constexpr unsigned long long kTraffic = 65535;
 
 unsigned char* makeBuffer() {
   return new (std::nothrow) unsigned char[CQOVLongSocket::kMaxMessage];
@@ -27,7 +27,8 @@ unsigned char* makeBuffer() {
 
 void logTraffic(CQOVDebugKitGuard& guard, const char* what, const CT7QPackageV3& package) {
   if (CQOVDebugKit::isOn(LM_DEBUG)) {
-    guard.debug(kTraffic, "sendMsg", __LINE__, "%s\n%s", what, qov::dumpOf(package).c_str());
+    guard.debug(qov::log_id::kTraffic, "sendMsg", __LINE__, "%s\n%s", what,
+                qov::dumpOf(package).c_str());
   }
 }
 
@@ -80,16 +81,16 @@ int CQOVLongSocket::setupConnection() {
   }
   const qov::AddressText address = qov::textOf(server_);
   if (peer_.get_handle() == ACE_INVALID_HANDLE) {
-    guard.error(65611, __FUNCTION__, __LINE__, "Failed to connect socket server, server ip is %s",
-                address.data());
-    guard.error(65830, __FUNCTION__, __LINE__, "%s",
+    guard.error(qov::log_id::kLinkNotConnected, __FUNCTION__, __LINE__,
+                "Failed to connect socket server, server ip is %s", address.data());
+    guard.error(qov::log_id::kLinkReason, __FUNCTION__, __LINE__, "%s",
                 why.empty() ? "Failed to connect to the management endpoint, or to say why not: "
                               "no memory"
                             : why.c_str());
     return -1;
   }
-  guard.info(65612, __FUNCTION__, __LINE__, "Successed to connect socket server, server ip is %s",
-             address.data());
+  guard.info(qov::log_id::kLinkConnected, __FUNCTION__, __LINE__,
+             "Successed to connect socket server, server ip is %s", address.data());
   return 0;
 }
 
@@ -114,8 +115,8 @@ unsigned int CQOVLongSocket::sendMsg_i(const unsigned char* data, unsigned int l
     cut_ = cut_ || static_cast<std::size_t>(sent) < length;
     return 0;
   }
-  guard.error(65613, __FUNCTION__, __LINE__, "Failed to send V3 message, error is %s",
-              std::strerror(errno));
+  guard.error(qov::log_id::kLinkNotSent, __FUNCTION__, __LINE__,
+              "Failed to send V3 message, error is %s", std::strerror(errno));
   return reconnect();
 }
 
@@ -160,15 +161,15 @@ unsigned int CQOVLongSocket::convert(unsigned char* data, unsigned int length,
   const auto serial = qov::loadWord<std::uint16_t>(data + offsetof(TLVMsgHeadV3, ser_));
   const auto error = qov::loadWord<std::uint32_t>(data + offsetof(TLVMsgHeadV3, ret_));
   if (serial != package->head().ser_) {
-    guard.error(65617, __FUNCTION__, __LINE__,
+    guard.error(qov::log_id::kLinkSerialMismatch, __FUNCTION__, __LINE__,
                 "V3 message serial number mismatch, send serial is %d, receive serial is %d",
                 int{package->head().ser_}, int{serial});
     return kBadReply;
   }
   const bool decoded = package->decode(data, length) != CT7QPackageV3::kFailed;
   if (error != 0) {
-    guard.error(65618, __FUNCTION__, __LINE__, "Failed to receive V3 message, error code is %d",
-                static_cast<int>(error));
+    guard.error(qov::log_id::kLinkErrorReply, __FUNCTION__, __LINE__,
+                "Failed to receive V3 message, error code is %d", static_cast<int>(error));
     return error;
   }
   return decoded ? 0 : kBadReply;
@@ -182,7 +183,8 @@ unsigned int CQOVLongSocket::sendMsg(CT7QPackageV3* package) {
   const std::unique_ptr<unsigned char[]> request(bytes);
   if (length == 0 || length == CT7QPackageV3::kFailed) {
     // No error record: the codec has written one. So the guard leaves with OK.
-    guard.debug(65619, __FUNCTION__, __LINE__, "Error:it failed to encode the V3 message!");
+    guard.debug(qov::log_id::kLinkNotEncoded, __FUNCTION__, __LINE__,
+                "Error:it failed to encode the V3 message!");
     return kNotEncoded;
   }
   logTraffic(guard, "send:", *package);
@@ -192,7 +194,7 @@ unsigned int CQOVLongSocket::sendMsg(CT7QPackageV3* package) {
     logTraffic(guard, "received:", *package);
   }
   if (result != 0) {
-    guard.error(65620, __FUNCTION__, __LINE__,
+    guard.error(qov::log_id::kLinkExchangeFailed, __FUNCTION__, __LINE__,
                 "Failed to send message, error code is %d, message is : %s",
                 static_cast<int>(result),
                 CQOVDebugKit::isOn(LM_ERROR) ? qov::dumpOf(*package).c_str() : "");

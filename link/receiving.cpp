@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "diag/log_ids.h"
 #include "link/deadline.h"
 #include "link/socket_io.h"
 
@@ -31,8 +32,8 @@ unsigned int CQOVLongSocket::recvData(char* buffer, unsigned int& length,
     return 0;
   }
   receiveError_ = errno;
-  guard.error(65616, __FUNCTION__, __LINE__, "Failed to receive V3 message, error is %s",
-              std::strerror(errno));
+  guard.error(qov::log_id::kLinkNotReceived, __FUNCTION__, __LINE__,
+              "Failed to receive V3 message, error is %s", std::strerror(errno));
   return reconnect();
 }
 
@@ -41,12 +42,14 @@ bool CQOVLongSocket::readMessage(char* buffer, unsigned int& length, const ACE_T
                                  CQOVDebugKitGuard& guard) {
   unsigned int have = 0;
   if (!receive(buffer, have, kHeadSize, timeout)) {
-    guard.error(65614, "recvData", __LINE__, "It failed to receive v3 message head!");
+    guard.error(qov::log_id::kLinkNoHead, "recvData", __LINE__,
+                "It failed to receive v3 message head!");
     return false;
   }
   const auto body = static_cast<unsigned int>(std::max(lengthOfBody(buffer), 0));
   if (have < kHeadSize + body && !receiveBody(buffer, have, body, timeout)) {
-    guard.error(65615, "recvData", __LINE__, "It failed to receive v3 message body!");
+    guard.error(qov::log_id::kLinkNoBody, "recvData", __LINE__,
+                "It failed to receive v3 message body!");
     return false;
   }
   length = kHeadSize + body;

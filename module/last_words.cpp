@@ -11,6 +11,7 @@
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_utility.h>
 
+#include "diag/log_ids.h"
 #include "diag/log_level.h"
 #include "diag/record.h"
 #include "module/thread_states.h"
@@ -18,8 +19,6 @@
 namespace qov {
 
 namespace {
-
-constexpr unsigned int kPublicKit = 0;
 
 using Lines = std::vector<std::string>;
 

@@ -12,6 +12,8 @@
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_task_mgr.h>
 
+#include "diag/log_ids.h"
+
 namespace qov {
 namespace {
 
@@ -62,7 +64,7 @@ void ModuleLibrary::checkClass(CQOV_TaskMgr& manager, const std::type_info& type
   own = manager.library_.exchange(nullptr);
   CQOVDebugKit* const kit = CQOVDebugKitMgr::instance()->find(0);
   if (own != nullptr && kit != nullptr) {
-    kit->warn(65810, __FUNCTION__, __LINE__,
+    kit->warn(log_id::kForeignClass, __FUNCTION__, __LINE__,
               "Module " + manager.name() + " runs code of another module: its class " +
                   nameOf(type) + " comes from " + found->l_name + ", not from " + own->l_name +
                   ". Where both have a class of that name, qov_add_module() keeps them apart.");

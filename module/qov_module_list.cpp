@@ -10,6 +10,7 @@
 #include <qovpub/qov_module_loader.h>
 #include <qovpub/qov_utility.h>
 
+#include "diag/log_ids.h"
 #include "frame/failure.h"
 
 namespace {
@@ -36,7 +37,7 @@ std::string moduleOf(const std::string& file) {
 void tellIgnored(const std::string& directory, const std::string& file, CQOVDebugKitGuard& guard) {
   const std::size_t marker = file.find(kMarker);
   if (marker != std::string::npos) {
-    guard.warn(65728, "getModuleList", __LINE__, "%s",
+    guard.warn(qov::log_id::kMarkerIgnored, "getModuleList", __LINE__, "%s",
                qov::textOf({"take a file for a module marker",
                             directory + file,
                             0,
@@ -66,7 +67,7 @@ std::string configDirectory(CQOVDebugKitGuard& guard) {
   try {
     return QOV_Utility::getProcessCfgPath();
   } catch (const std::exception& e) {
-    guard.error(65570, __FUNCTION__, __LINE__, "%s", e.what());
+    guard.error(qov::log_id::kListNoConfiguration, __FUNCTION__, __LINE__, "%s", e.what());
     return {};
   }
 }
@@ -83,8 +84,9 @@ void CQOV_Module_Loader::getModuleList(std::list<std::string>& names) const {
   const std::unique_ptr<DIR, CloseDir> dir(::opendir(directory.c_str()));
   if (dir == nullptr) {
     const std::string cause = qov::errnoText(errno);
-    guard.error(65571, __FUNCTION__, __LINE__, "Failed to open %s", directory.c_str());
-    guard.error(65729, __FUNCTION__, __LINE__, "%s",
+    guard.error(qov::log_id::kListNotOpened, __FUNCTION__, __LINE__, "Failed to open %s",
+                directory.c_str());
+    guard.error(qov::log_id::kListReason, __FUNCTION__, __LINE__, "%s",
                 qov::textOf({"list the modules", directory, 0, {}, cause}).c_str());
     return;
   }
@@ -92,13 +94,14 @@ void CQOV_Module_Loader::getModuleList(std::list<std::string>& names) const {
     std::list<std::string> found = modulesIn(*dir, directory, guard);
     if (found.empty()) {
       guard.error(
-          65729, __FUNCTION__, __LINE__, "%s",
+          qov::log_id::kListReason, __FUNCTION__, __LINE__, "%s",
           qov::textOf({"find a module", directory, 0, {}, "the directory has no file <module>.mod"})
               .c_str());
     }
     names.splice(names.end(), found);
   } catch (const std::bad_alloc&) {
-    guard.error(65572, __FUNCTION__, __LINE__, "Failed to list modules of %s", directory.c_str());
+    guard.error(qov::log_id::kListNoMemory, __FUNCTION__, __LINE__, "Failed to list modules of %s",
+                directory.c_str());
     errno = ENOMEM;
   }
 }

@@ -10,6 +10,7 @@
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_task_mgr.h>
 
+#include "diag/log_ids.h"
 #include "frame/current_step.h"
 #include "frame/failure.h"
 #include "module/caught.h"
@@ -33,7 +34,8 @@ using Turn = std::lock_guard<std::recursive_mutex>;
 /// Beside the line with the module's name.
 void tellReason(CQOVDebugKitGuard& guard, const std::string& tried, const std::string& file,
                 const std::string& cause) {
-  guard.error(65727, "load", __LINE__, "%s", qov::textOf({tried, file, 0, {}, cause}).c_str());
+  guard.error(qov::log_id::kModuleReason, "load", __LINE__, "%s",
+              qov::textOf({tried, file, 0, {}, cause}).c_str());
 }
 
 }  // namespace
@@ -87,7 +89,8 @@ bool CQOV_Module_Loader::load() {
   std::list<std::string> names;
   getModuleList(names);
   if (names.empty()) {
-    guard.error(65560, __FUNCTION__, __LINE__, "Failed to load module, because module is empty!");
+    guard.error(qov::log_id::kNoModules, __FUNCTION__, __LINE__,
+                "Failed to load module, because module is empty!");
     return false;
   }
   bool loaded = false;
@@ -132,7 +135,8 @@ bool CQOV_Module_Loader::loadModules(const std::list<std::string>& names, Manage
   for (const std::string& name : names) {
     loading_->step.emplace("loading module %s", name.c_str());
     // The last record when the module ends the process.
-    guard.info(65730, __FUNCTION__, __LINE__, "Loading module %s", name.c_str());
+    guard.info(qov::log_id::kModuleLoading, __FUNCTION__, __LINE__, "Loading module %s",
+               name.c_str());
     if (!loadModule(name, manager, guard)) {
       return false;
     }
@@ -159,8 +163,8 @@ bool CQOV_Module_Loader::loadModule(const std::string& name, ManagerPtr& manager
   // A gid of -1 (the manager could not read it) is above every valid one, too.
   const auto gid = static_cast<unsigned int>(manager->gid());
   if (gid > kMaxGid || modules_[gid] != nullptr) {
-    guard.error(65564, __FUNCTION__, __LINE__, "gid(%u) is invalid which module name is %s!", gid,
-                name.c_str());
+    guard.error(qov::log_id::kModuleBadGid, __FUNCTION__, __LINE__,
+                "gid(%u) is invalid which module name is %s!", gid, name.c_str());
     tellReason(guard, "load module " + name, qov::pathOf(*dll), whyInvalid(gid));
     return false;
   }
@@ -174,7 +178,8 @@ bool CQOV_Module_Loader::loadModule(const std::string& name, ManagerPtr& manager
   entry->taskMgr = std::move(manager);
   entry->dll = dll;
   modules_[gid] = std::move(entry);
-  guard.info(65566, __FUNCTION__, __LINE__, "Successed to init module %s!", name.c_str());
+  guard.info(qov::log_id::kModuleStarted, __FUNCTION__, __LINE__, "Successed to init module %s!",
+             name.c_str());
   return true;
 }
 
@@ -184,7 +189,7 @@ CQOV_Module_Loader::ManagerPtr CQOV_Module_Loader::createModule(const std::strin
   std::string whyNot;
   dll = qov::openLibrary(name.c_str(), whyNot);
   if (dll == nullptr) {
-    guard.error(65561, __FUNCTION__, __LINE__,
+    guard.error(qov::log_id::kModuleNoLibrary, __FUNCTION__, __LINE__,
                 "Failed to load module %s, because module file doesn't exist!", name.c_str());
     tellReason(guard, "open the library of module " + name, {}, whyNot);
     return nullptr;
@@ -193,7 +198,7 @@ CQOV_Module_Loader::ManagerPtr CQOV_Module_Loader::createModule(const std::strin
   qov::ModuleShutdown::stopAtExit();
   const auto create = reinterpret_cast<CreateModule>(dll->symbol(qov::kEntryFunction));
   if (create == nullptr) {
-    guard.error(65562, __FUNCTION__, __LINE__,
+    guard.error(qov::log_id::kModuleNoEntry, __FUNCTION__, __LINE__,
                 "Failed to load module %s, because entry function %s is null!", name.c_str(),
                 qov::kEntryFunction);
     tellReason(guard, "load module " + name, qov::pathOf(*dll),
@@ -209,7 +214,7 @@ CQOV_Module_Loader::ManagerPtr CQOV_Module_Loader::createModule(const std::strin
     whyNot = qov::caughtText();
   }
   if (manager == nullptr) {
-    guard.error(65563, __FUNCTION__, __LINE__,
+    guard.error(qov::log_id::kModuleNotCreated, __FUNCTION__, __LINE__,
                 "Failed to load module %s, because module object is null!", name.c_str());
     tellReason(guard, "create module " + name, qov::pathOf(*dll), whyNot);
     return nullptr;
@@ -231,7 +236,8 @@ bool CQOV_Module_Loader::startModule(CQOV_TaskMgr& manager, const std::string& n
     whyNot = qov::caughtText();
   }
   if (!started) {
-    guard.error(65565, __FUNCTION__, __LINE__, "Failed to init module %s!", name.c_str());
+    guard.error(qov::log_id::kModuleInitFailed, __FUNCTION__, __LINE__, "Failed to init module %s!",
+                name.c_str());
     tellReason(guard, "init module " + name, qov::pathOf(dll), whyNot);
   }
   return started;
@@ -258,7 +264,8 @@ bool CQOV_Module_Loader::unloadFirst(CQOVDebugKitGuard& guard) {
   }
   const qov::CurrentStep step("unloading module %s", entry->dll->dll_name());
   entry->taskMgr.reset();
-  guard.warn(65567, __FUNCTION__, __LINE__, "Unload module %s!", entry->dll->dll_name());
+  guard.warn(qov::log_id::kModuleUnloaded, __FUNCTION__, __LINE__, "Unload module %s!",
+             entry->dll->dll_name());
   qov::ModuleShutdown::forgetWhenIdle();
   qov::closeLibrary(*entry->dll);
   return true;

@@ -10,6 +10,7 @@
 #include <qovpub/qov_task_mgr.h>
 #include <qovpub/qov_utility.h>
 
+#include "diag/log_ids.h"
 #include "module/message_copy.h"
 #include "module/module_entry.h"
 #include "module/table_guards.h"
@@ -39,14 +40,17 @@ enum class CQOV_Module_Loader::Delivery { kDone, kNobody, kNoManager, kRefused }
 int CQOV_Module_Loader::sendMsg(u_short pid, ACE_Message_Block* mb) {
   CQOVDebugKitGuard guard(0, "int CQOV_Module_Loader::sendMsg(u_short, ACE_Message_Block*)");
   if (mb == nullptr) {
-    guard.warn(65580, __FUNCTION__, __LINE__, "Null message which pid is %u.", unsigned{pid});
+    guard.warn(qov::log_id::kRouteNull, __FUNCTION__, __LINE__, "Null message which pid is %u.",
+               unsigned{pid});
     return -1;
   }
   const Delivery delivery = deliver(pid, mb);
   if (delivery == Delivery::kNobody) {
-    guard.warn(65581, __FUNCTION__, __LINE__, "Pid %u is invalid!", unsigned{pid});
+    guard.warn(qov::log_id::kRouteNoModule, __FUNCTION__, __LINE__, "Pid %u is invalid!",
+               unsigned{pid});
   } else if (delivery == Delivery::kRefused) {
-    guard.error(65582, __FUNCTION__, __LINE__, "Failed to send message to pid %u.", unsigned{pid});
+    guard.error(qov::log_id::kRouteRefused, __FUNCTION__, __LINE__,
+                "Failed to send message to pid %u.", unsigned{pid});
   }
   return delivery == Delivery::kDone ? 0 : -1;
 }
@@ -68,7 +72,7 @@ CQOV_Module_Loader::Delivery CQOV_Module_Loader::deliver(u_short pid, ACE_Messag
 void CQOV_Module_Loader::sendMsg2All(ACE_Message_Block* mb) {
   CQOVDebugKitGuard guard(0, "void CQOV_Module_Loader::sendMsg2All(ACE_Message_Block*)");
   if (mb == nullptr) {
-    guard.warn(65583, __FUNCTION__, __LINE__, "Null message.");
+    guard.warn(qov::log_id::kRouteAllNull, __FUNCTION__, __LINE__, "Null message.");
     return;
   }
   std::bitset<kGids> refused;
@@ -76,11 +80,13 @@ void CQOV_Module_Loader::sendMsg2All(ACE_Message_Block* mb) {
   const int error = errno;
   for (unsigned int gid = 0; gid < kGids; ++gid) {
     if (refused[gid]) {
-      guard.error(65584, __FUNCTION__, __LINE__, "Failed to send message to pid %u.", gid);
+      guard.error(qov::log_id::kRouteAllRefused, __FUNCTION__, __LINE__,
+                  "Failed to send message to pid %u.", gid);
     }
   }
   if (!copied) {
-    guard.error(65585, __FUNCTION__, __LINE__, "Failed to copy message: %s.", std::strerror(error));
+    guard.error(qov::log_id::kRouteAllNotCopied, __FUNCTION__, __LINE__,
+                "Failed to copy message: %s.", std::strerror(error));
     return;
   }
   qov::releaseWithPackage(mb);

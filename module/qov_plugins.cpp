@@ -11,6 +11,7 @@
 
 #include <qovpub/qov_common_debugkit.h>
 
+#include "diag/log_ids.h"
 #include "frame/failure.h"
 #include "module/caught.h"
 #include "module/dll_manager.h"
@@ -22,7 +23,7 @@ using Guard = ACE_Guard<ACE_Thread_Mutex>;
 
 void closePlugins(const std::multimap<u_int, ACE_DLL_Handle*>& plugins, CQOVDebugKitGuard& guard) {
   for (const auto& plugin : plugins) {
-    guard.info(65593, __FUNCTION__, __LINE__, "Remove plugin name is %s!",
+    guard.info(qov::log_id::kPluginRemoved, __FUNCTION__, __LINE__, "Remove plugin name is %s!",
                plugin.second->dll_name());
     qov::closeLibrary(*plugin.second);
   }
@@ -43,8 +44,8 @@ bool bind(CQOV_PluginOperator& op, ACE_DLL_Handle* dll, std::string& whyNot) {
 /// Beside the line with the plug-in's name.
 void tellReason(CQOVDebugKitGuard& guard, const char* tried, const std::string& library,
                 const std::string& cause) {
-  guard.warn(65726, "open", __LINE__, "%s",
-             qov::textOf({std::string(tried) + " plug-in", library, 0, {}, cause}).c_str());
+  guard.warn(qov::log_id::kPluginReason, "open", __LINE__, "%s",
+             qov::textOf({tried, library, 0, {}, cause}).c_str());
 }
 
 }  // namespace
@@ -103,14 +104,15 @@ void CQOV_Plugins::close() {
 bool CQOV_Plugins::open(const char* name, CQOV_PluginOperator& op, u_int id) {
   CQOVDebugKitGuard guard(0, "bool CQOV_Plugins::open(const char*, CQOV_PluginOperator&, u_int)");
   if (name == nullptr) {
-    guard.warn(65590, __FUNCTION__, __LINE__, "Invalid parameter, plugin name is null!");
+    guard.warn(qov::log_id::kPluginNullName, __FUNCTION__, __LINE__,
+               "Invalid parameter, plugin name is null!");
     return false;
   }
   std::string whyNot;
   qov::LibraryPtr dll(qov::openLibrary(name, whyNot));
   if (dll == nullptr) {
-    guard.warn(65591, __FUNCTION__, __LINE__, "Failed to open %s", name);
-    tellReason(guard, "open the library of a", name, whyNot);
+    guard.warn(qov::log_id::kPluginNotOpened, __FUNCTION__, __LINE__, "Failed to open %s", name);
+    tellReason(guard, "open the library of a plug-in", name, whyNot);
     return false;
   }
   // What the table takes is made first: once `op` is bound nothing may fail any more.
@@ -118,17 +120,17 @@ bool CQOV_Plugins::open(const char* name, CQOV_PluginOperator& op, u_int id) {
   try {
     entry.emplace(id, dll.get());
   } catch (const std::bad_alloc&) {
-    guard.warn(65591, __FUNCTION__, __LINE__, "Failed to open %s", name);
+    guard.warn(qov::log_id::kPluginNotOpened, __FUNCTION__, __LINE__, "Failed to open %s", name);
     dll.reset();
     errno = ENOMEM;
     return false;
   }
   if (!bind(op, dll.get(), whyNot)) {
-    guard.warn(65592, __FUNCTION__, __LINE__, "Failed to init %s", name);
-    tellReason(guard, "bind a", qov::pathOf(*dll), whyNot);
+    guard.warn(qov::log_id::kPluginNotBound, __FUNCTION__, __LINE__, "Failed to init %s", name);
+    tellReason(guard, "bind a plug-in", qov::pathOf(*dll), whyNot);
     return false;
   }
-  guard.info(65594, __FUNCTION__, __LINE__, "Load plugin name is %s!", name);
+  guard.info(qov::log_id::kPluginLoaded, __FUNCTION__, __LINE__, "Load plugin name is %s!", name);
   const Guard lock(lock_);
   plugins_.merge(entry);
   static_cast<void>(dll.release());
@@ -151,7 +153,8 @@ void CQOV_Plugins::remove(u_int id) {
 void CQOV_Plugins::remove(const char* name) {
   CQOVDebugKitGuard guard(0, "void CQOV_Plugins::remove(const char*)");
   if (name == nullptr) {
-    guard.warn(65595, __FUNCTION__, __LINE__, "Invalid parameter, plugin name is null!");
+    guard.warn(qov::log_id::kPluginRemoveNullName, __FUNCTION__, __LINE__,
+               "Invalid parameter, plugin name is null!");
     return;
   }
   Table removed;

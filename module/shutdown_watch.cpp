@@ -13,6 +13,7 @@
 #include <string>
 #include <utility>
 
+#include "diag/log_ids.h"
 #include "frame/current_step.h"
 #include "frame/failure.h"
 #include "module/last_words.h"
@@ -25,7 +26,6 @@ namespace {
 
 using std::chrono::steady_clock;
 
-constexpr unsigned long long kHangId = 65750;
 constexpr std::chrono::seconds kLongestTelling{5};
 
 // Nothing here has an end, since the threads go on until the process is gone.
@@ -70,7 +70,7 @@ void tellWhatHangs() {
   Failure failure;
   failure.tried = "stop within " + std::to_string(ShutdownWatch::kSeconds) + " s";
   failure.cause = step.empty() ? "the main thread has not come to the stop signal" : step;
-  tellLastWords(kHangId, withThreads(textOf(failure)));
+  tellLastWords(log_id::kStopHangs, withThreads(textOf(failure)));
 }
 
 /// Apart from count(): whatever is written may hang.

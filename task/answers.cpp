@@ -1,8 +1,8 @@
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_handlers.h>
 
+#include "diag/log_ids.h"
 #include "task/default_response.h"
-#include "task/log_ids.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 
 #include <cerrno>
 
+#include "diag/log_ids.h"
 #include "task/leader_queue.h"
-#include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/module_counters.h"
 #include "task/pending_requests.h"
@@ -53,34 +53,34 @@ void CQOV_Leader_Task::handleDataMsg(ACE_Message_Block* mb) {
                         "void CQOV_Leader_Task::handleDataMsg(ACE_Message_Block*)");
   FowGuard watch(0, 1, 3600);
   if (mb == nullptr) {
-    log.error(qov::kLogIdBase + 28, __FUNCTION__, __LINE__, "Invalid parameter, mb is null.");
+    log.error(qov::log_id::kLeaderNull, __FUNCTION__, __LINE__, "Invalid parameter, mb is null.");
     return;
   }
   if (mb->length() != qov::kPointerSize) {
-    log.warn(qov::kLogIdBase + 29, __FUNCTION__, __LINE__,
+    log.warn(qov::log_id::kLeaderBadLength, __FUNCTION__, __LINE__,
              "Manager thread(%d) received invalid message!", taskMgr()->moduleId());
     drop(QOVDropReason::kInvalid, mb);
     return;
   }
   void* pointer = nullptr;
   if (!qov::readPointer(*mb, pointer)) {
-    log.error(qov::kLogIdBase + 30, __FUNCTION__, __LINE__, "Copy message error!");
+    log.error(qov::log_id::kLeaderNotCopied, __FUNCTION__, __LINE__, "Copy message error!");
     drop(QOVDropReason::kInvalid, mb);
     return;
   }
   if (pointer == nullptr) {
-    log.warn(qov::kLogIdBase + 31, __FUNCTION__, __LINE__, "Null message!");
+    log.warn(qov::log_id::kLeaderNullPackage, __FUNCTION__, __LINE__, "Null message!");
     drop(QOVDropReason::kInvalid, mb);
     return;
   }
   auto* const pkg = static_cast<CQOV_MsgPackage*>(pointer);
   const QOVMsgHead& head = pkg->head();
-  log.debug(qov::kTrafficLogId, __FUNCTION__, __LINE__,
+  log.debug(qov::log_id::kTraffic, __FUNCTION__, __LINE__,
             "Module(%d) recv msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u.",
             taskMgr()->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
   if (qov::carriesTimeoutDesc(*mb) && !isWaitedFor(head)) {
-    log.warn(qov::kLogIdBase + 46, __FUNCTION__, __LINE__,
+    log.warn(qov::log_id::kForeignRequest, __FUNCTION__, __LINE__,
              "Module(%d) cannot wait for the response to a message that is not its own request!",
              taskMgr()->moduleId());
     qov::PendingRequests::wakeSenderOf(*mb, EINVAL);
@@ -99,7 +99,7 @@ void CQOV_Leader_Task::handleReqMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg)
   CQOVDebugKitGuard log(
       qov::kPublicKit, "void CQOV_Leader_Task::handleReqMsg(ACE_Message_Block*, CQOV_MsgPackage*)");
   if (mb == nullptr || pkg == nullptr) {
-    log.error(qov::kLogIdBase + 43, __FUNCTION__, __LINE__,
+    log.error(qov::log_id::kRequestInvalid, __FUNCTION__, __LINE__,
               "Invalid Parameter, pMsgPkg or mb is null.");
     return;
   }
@@ -122,7 +122,7 @@ bool CQOV_Leader_Task::beginWait(CQOVDebugKitGuard& log, const MsgKey& key, ACE_
                                  CQOV_MsgPackage* pkg) {
   if (mb->cont() == nullptr) {
     // The package stays alive: kept. Nobody waits for an answer, so its sender may still hold it.
-    log.warn(qov::kLogIdBase + 37, __FUNCTION__, __LINE__,
+    log.warn(qov::log_id::kRequestNobodyWaits, __FUNCTION__, __LINE__,
              "Manager thread(%d) received invalid request message!", taskMgr()->moduleId());
     counters_.drop(QOVDropReason::kInvalid);
     mb->release();
@@ -130,7 +130,7 @@ bool CQOV_Leader_Task::beginWait(CQOVDebugKitGuard& log, const MsgKey& key, ACE_
   }
   const std::unique_ptr<TimeoutDesc> sender = qov::takeTimeoutDesc(*mb);
   if (sender == nullptr) {
-    log.error(qov::kLogIdBase + 38, __FUNCTION__, __LINE__, "Copy message error!");
+    log.error(qov::log_id::kRequestNotCopied, __FUNCTION__, __LINE__, "Copy message error!");
     drop(QOVDropReason::kInvalid, mb);
     return false;
   }
@@ -138,7 +138,7 @@ bool CQOV_Leader_Task::beginWait(CQOVDebugKitGuard& log, const MsgKey& key, ACE_
     return true;
   }
   const int cause = errno;
-  log.warn(qov::kLogIdBase + 39, __FUNCTION__, __LINE__,
+  log.warn(qov::log_id::kRequestNotBound, __FUNCTION__, __LINE__,
            "Failed to bind REQ message! SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u\n",
            key.spid_, key.smid_, key.rpid_, key.rmid_, static_cast<unsigned long long>(key.opc_),
            key.sn_, pkg->head().type_);
@@ -151,7 +151,7 @@ void CQOV_Leader_Task::handleRspMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg)
   CQOVDebugKitGuard log(
       qov::kPublicKit, "void CQOV_Leader_Task::handleRspMsg(ACE_Message_Block*, CQOV_MsgPackage*)");
   if (mb == nullptr || pkg == nullptr) {
-    log.error(qov::kLogIdBase + 40, __FUNCTION__, __LINE__,
+    log.error(qov::log_id::kResponseInvalid, __FUNCTION__, __LINE__,
               "Invalid Parameter, pMsgPkg or mb is null.");
     return;
   }
@@ -164,7 +164,7 @@ void CQOV_Leader_Task::handleRspMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg)
     }
     counters_.drop(sender != nullptr ? QOVDropReason::kStopped : QOVDropReason::kNobodyWaits);
     if (sender == nullptr) {
-      log.warn(qov::kLogIdBase + 41, __FUNCTION__, __LINE__,
+      log.warn(qov::log_id::kResponseUnexpected, __FUNCTION__, __LINE__,
                "Failed to handle RSP message: SPID=%u,SMID=%u,OPC=%llu,SN=%u!\n", head.spid_,
                head.smid_, static_cast<unsigned long long>(head.opc_), head.sn_);
     }
@@ -173,7 +173,7 @@ void CQOV_Leader_Task::handleRspMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg)
       return;
     }
     // The places of SPID and SMID show RPID and RMID: kept, tools that read these lines expect it.
-    log.warn(qov::kLogIdBase + 42, __FUNCTION__, __LINE__,
+    log.warn(qov::log_id::kResponseNotForwarded, __FUNCTION__, __LINE__,
              "Failed to forword message: SPID=%u,SMID=%u,OPC=%llu,SN=%u!\n", head.rpid_, head.rmid_,
              static_cast<unsigned long long>(head.opc_), head.sn_);
   }
@@ -185,13 +185,13 @@ void CQOV_Leader_Task::handleAsyncMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pk
       qov::kPublicKit,
       "void CQOV_Leader_Task::handleAsyncMsg(ACE_Message_Block*, CQOV_MsgPackage*)");
   if (mb == nullptr || pkg == nullptr) {
-    log.error(qov::kLogIdBase + 32, __FUNCTION__, __LINE__,
+    log.error(qov::log_id::kAsyncNull, __FUNCTION__, __LINE__,
               "Invalid Parameter, pMsgPkg or mb is null.");
     return;
   }
   const QOVMsgHead& head = pkg->head();
   if (forwordMessage(&head, mb) != 0) {
-    log.warn(qov::kLogIdBase + 33, __FUNCTION__, __LINE__,
+    log.warn(qov::log_id::kAsyncNotForwarded, __FUNCTION__, __LINE__,
              "Failed to forword message: RPID=%u,RMID=%u,OPC=%llu,SN=%u!\n", head.rpid_, head.rmid_,
              static_cast<unsigned long long>(head.opc_), head.sn_);
     qov::releaseWithPackage(mb);
@@ -202,7 +202,7 @@ void CQOV_Leader_Task::handleUnknownMsg(ACE_Message_Block* mb, CQOV_MsgPackage*)
   CQOVDebugKitGuard log(
       qov::kPublicKit,
       "void CQOV_Leader_Task::handleUnknownMsg(ACE_Message_Block*, CQOV_MsgPackage*)");
-  log.warn(qov::kLogIdBase + 34, __FUNCTION__, __LINE__,
+  log.warn(qov::log_id::kLeaderUnknownType, __FUNCTION__, __LINE__,
            "Manager thread(%d) received unknown message type!", taskMgr()->moduleId());
   drop(QOVDropReason::kInvalid, mb);
 }
@@ -212,12 +212,12 @@ int CQOV_Leader_Task::forwordMessage(const QOVMsgHead* head, ACE_Message_Block* 
       qov::kPublicKit,
       "int CQOV_Leader_Task::forwordMessage(const QOVMsgHead*, ACE_Message_Block*)");
   if (head == nullptr || mb == nullptr) {
-    log.error(qov::kLogIdBase + 35, __FUNCTION__, __LINE__,
+    log.error(qov::log_id::kForwardNull, __FUNCTION__, __LINE__,
               "Invalid Parameter, pMsg or mb is null.");
     return -1;
   }
   if (head->rpid_ != leaderQueue_.processId()) {
-    log.error(qov::kLogIdBase + 36, __FUNCTION__, __LINE__, "recv msg error.");
+    log.error(qov::log_id::kForwardOtherProcess, __FUNCTION__, __LINE__, "recv msg error.");
     counters_.drop(QOVDropReason::kOtherProcess);
     return 0;
   }
@@ -256,7 +256,7 @@ void CQOV_Leader_Task::deliver(CQOVDebugKitGuard& log, const QOVMsgHead& head,
   }
   if (receiver->putMsg(head.type_, mb, nullptr) == -1) {
     // It has ended, and nobody else takes the message over.
-    log.warn(qov::kLogIdBase + 47, __FUNCTION__, __LINE__,
+    log.warn(qov::log_id::kReceiverEnded, __FUNCTION__, __LINE__,
              "The receiver in module %d has ended: OPC=%llu,SN=%u,TP=%u!", taskMgr()->moduleId(),
              static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
     drop(QOVDropReason::kStopped, mb);

@@ -10,10 +10,10 @@
 #include <cerrno>
 #include <new>
 
+#include "diag/log_ids.h"
 #include "task/doorbell.h"
 #include "task/leader_queue.h"
 #include "task/leader_turn.h"
-#include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/module_counters.h"
 #include "task/pending_requests.h"
@@ -127,7 +127,7 @@ int CQOV_Leader_Task::svc() {
     reactorImpl_->dispatch(!leaderQueue_.is_empty());
   }
   end();
-  log.warn(qov::kLogIdBase + 24, __FUNCTION__, __LINE__, "Manager thread(%d) exit!",
+  log.warn(qov::log_id::kLeaderExits, __FUNCTION__, __LINE__, "Manager thread(%d) exit!",
            taskMgr()->moduleId());
   return 0;
 }
@@ -162,16 +162,16 @@ int CQOV_Leader_Task::dispatch(CQOVDebugKitGuard& log, ACE_Message_Block* mb) {
   const qov::BlockPtr block(mb);
   switch (mb->msg_type()) {
     case ACE_Message_Block::MB_STOP:
-      log.info(qov::kLogIdBase + 25, __FUNCTION__, __LINE__,
+      log.info(qov::log_id::kLeaderStop, __FUNCTION__, __LINE__,
                "Manager thread(%d) received stop-message!", taskMgr()->moduleId());
       return -1;
     case ACE_Message_Block::MB_HANGUP:
-      log.info(qov::kLogIdBase + 26, __FUNCTION__, __LINE__,
+      log.info(qov::log_id::kLeaderHangup, __FUNCTION__, __LINE__,
                "Manager thread(%d) received hangup-message!", taskMgr()->moduleId());
       handle_mb_hangup();
       return 0;
     default:
-      log.warn(qov::kLogIdBase + 27, __FUNCTION__, __LINE__,
+      log.warn(qov::log_id::kLeaderUnknownBlock, __FUNCTION__, __LINE__,
                "Manager thread(%d) received unknown message type!", taskMgr()->moduleId());
       return 0;
   }

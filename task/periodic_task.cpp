@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <exception>
 
+#include "diag/log_ids.h"
 #include "task/ending_thread.h"
-#include "task/log_ids.h"
 #include "task/period_schedule.h"
 
 namespace {
@@ -68,11 +68,11 @@ void QOVPeriodicTask::tickOnce(CQOVDebugKitGuard& log) {
   try {
     tick();
   } catch (const std::exception& error) {
-    log.error(qov::kKitLogIdBase, "tick", __LINE__, "Module(%d) a tick failed: %s",
+    log.error(qov::log_id::kTickFailed, "tick", __LINE__, "Module(%d) a tick failed: %s",
               taskMgr()->moduleId(), error.what());
   } catch (...) {
     qov::passOnEndOfThread();
-    log.error(qov::kKitLogIdBase, "tick", __LINE__, "Module(%d) a tick failed: %s",
+    log.error(qov::log_id::kTickFailed, "tick", __LINE__, "Module(%d) a tick failed: %s",
               taskMgr()->moduleId(), "an unknown exception");
   }
 }

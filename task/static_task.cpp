@@ -1,7 +1,7 @@
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_task.h>
 
-#include "task/log_ids.h"
+#include "diag/log_ids.h"
 #include "task/module_counters.h"
 #include "task/response_slot.h"
 

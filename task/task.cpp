@@ -11,7 +11,7 @@
 #include <new>
 #include <utility>
 
-#include "task/log_ids.h"
+#include "diag/log_ids.h"
 #include "task/message_block.h"
 #include "task/module_counters.h"
 #include "task/response_slot.h"
@@ -57,7 +57,7 @@ void CQOV_Task::notifyExit() {
   if (noMemory) {
     errno = ENOMEM;
   }
-  log.info(qov::kLogIdBase + 1, __FUNCTION__, __LINE__, "Task will exit!");
+  log.info(qov::log_id::kTaskToldToExit, __FUNCTION__, __LINE__, "Task will exit!");
 }
 
 bool CQOV_Task::reserveStop() {

@@ -8,9 +8,9 @@
 #include <memory>
 #include <new>
 
+#include "diag/log_ids.h"
 #include "module/module_library.h"
 #include "task/admission.h"
-#include "task/log_ids.h"
 #include "task/module_counters.h"
 #include "task/running_managers.h"
 #include "task/start_task.h"
@@ -110,7 +110,7 @@ void CQOV_TaskMgr::joinSpawned() {
   const int group = static_cast<int>(moduleId_);
   if (const std::size_t count = qov::threadsIn(group); count > 0) {
     CQOVDebugKitGuard log(qov::kPublicKit, "void CQOV_TaskMgr::joinSpawned()");
-    log.warn(qov::kLogIdBase + 50, __FUNCTION__, __LINE__,
+    log.warn(qov::log_id::kGroupThreadsLeft, __FUNCTION__, __LINE__,
              "Module(%d) finds %u threads in its group and joins those that can be.", group,
              static_cast<unsigned int>(count));
   }
@@ -132,7 +132,7 @@ bool CQOV_TaskMgr::init() {
     return false;
   }
   if (!stoppedBeforeDeleted_ && !leader_->scheduler().waitForPool(kPoolSeconds)) {
-    log.warn(qov::kLogIdBase + 44, __FUNCTION__, __LINE__,
+    log.warn(qov::log_id::kPoolLate, __FUNCTION__, __LINE__,
              "Module(%d) thread pool does not stand after %u seconds.", moduleId(), kPoolSeconds);
   }
   return initEnv();
@@ -181,7 +181,8 @@ int CQOV_TaskMgr::insertStaticScheduledTask(CQOV_StaticSchecheduledTask* task) {
   CQOVDebugKitGuard log(
       qov::kPublicKit, "int CQOV_TaskMgr::insertStaticScheduledTask(CQOV_StaticSchecheduledTask*)");
   if (task == nullptr) {
-    log.warn(qov::kLogIdBase + 45, __FUNCTION__, __LINE__, "Null pointer of pStaticScheduledTask.");
+    log.warn(qov::log_id::kStaticTaskNull, __FUNCTION__, __LINE__,
+             "Null pointer of pStaticScheduledTask.");
     return -1;
   }
   qov::ModuleLibrary::check(*this, *task);

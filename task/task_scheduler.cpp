@@ -12,10 +12,10 @@
 #include <optional>
 #include <utility>
 
+#include "diag/log_ids.h"
 #include "module/module_library.h"
 #include "task/doorbell.h"
 #include "task/ending_thread.h"
-#include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/module_counters.h"
 #include "task/start_task.h"
@@ -66,8 +66,8 @@ int CQOV_TaskScheduler::svc() {
   const int created = createPool();
   poolStands();
   if (created != 0) {
-    log.error(qov::kLogIdBase + 14, __FUNCTION__, __LINE__, "Module(%d) create thread pool failed.",
-              taskMgr()->moduleId());
+    log.error(qov::log_id::kPoolFailed, __FUNCTION__, __LINE__,
+              "Module(%d) create thread pool failed.", taskMgr()->moduleId());
     return -1;
   }
   const qov::RingCollector collector;
@@ -81,12 +81,12 @@ int CQOV_TaskScheduler::svc() {
         handle_mb_data(block);
         break;
       case ACE_Message_Block::MB_STOP:
-        log.info(qov::kLogIdBase + 15, __FUNCTION__, __LINE__,
+        log.info(qov::log_id::kSchedulerStop, __FUNCTION__, __LINE__,
                  "Scheduler thread(%d) received stop-message!", taskMgr()->moduleId());
         block->release();
         return 0;
       default:
-        log.warn(qov::kLogIdBase + 16, __FUNCTION__, __LINE__,
+        log.warn(qov::log_id::kSchedulerUnknownType, __FUNCTION__, __LINE__,
                  "Scheduler thread(%d) received unknown message type!", taskMgr()->moduleId());
         block->release();
         break;
@@ -107,18 +107,18 @@ int CQOV_TaskScheduler::createPool() {
   for (unsigned int i = 0; i < poolSize_ && !toldToStop(); ++i) {
     std::unique_ptr<CQOV_Task> worker = makeWorker(*taskMgr());
     if (worker == nullptr) {
-      log.warn(qov::kLogIdBase + 17, __FUNCTION__, __LINE__, "Failed to create task in module %d!",
-               taskMgr()->moduleId());
+      log.warn(qov::log_id::kWorkerNotMade, __FUNCTION__, __LINE__,
+               "Failed to create task in module %d!", taskMgr()->moduleId());
       break;
     }
     qov::ModuleLibrary::check(*taskMgr(), *worker);
     if (!addWorker(std::move(worker))) {
-      log.warn(qov::kLogIdBase + 18, __FUNCTION__, __LINE__,
+      log.warn(qov::log_id::kWorkerNotStarted, __FUNCTION__, __LINE__,
                "Failed to start a worker thread in module %d!", taskMgr()->moduleId());
       break;
     }
   }
-  log.info(qov::kLogIdBase + 19, __FUNCTION__, __LINE__,
+  log.info(qov::log_id::kPoolStands, __FUNCTION__, __LINE__,
            "Module(%d) thread inited, threads size is %u!", taskMgr()->moduleId(), poolSize_);
   return 0;
 }
@@ -178,7 +178,7 @@ bool CQOV_TaskScheduler::waitForPool(unsigned int seconds) {
 int CQOV_TaskScheduler::return_to_work(CQOV_Task* worker) {
   CQOVDebugKitGuard log(qov::kPublicKit, "int CQOV_TaskScheduler::return_to_work(CQOV_Task*)");
   if (worker == nullptr) {
-    log.warn(qov::kLogIdBase + 20, __FUNCTION__, __LINE__, "Null pointer of pWorkerTask!");
+    log.warn(qov::log_id::kReturnNull, __FUNCTION__, __LINE__, "Null pointer of pWorkerTask!");
     return -1;
   }
   bool tooLate = false;
@@ -309,18 +309,18 @@ void CQOV_TaskScheduler::beginWait(CQOVDebugKitGuard& log, ACE_Message_Block* mb
   waitSerial_ = oAtomicSerialNum_.load(std::memory_order_relaxed);
   oAtomicSerialNum_.store(waitSerial_ + 1, std::memory_order_relaxed);
   waitBegin_ = ACE_OS::time();
-  log.debug(qov::kLogIdBase + 21, __FUNCTION__, __LINE__,
+  log.debug(qov::log_id::kWaitBegins, __FUNCTION__, __LINE__,
             "wait worker thread is empty begin num(%d), time(%d)", static_cast<int>(waitSerial_),
             static_cast<int>(waitBegin_));
 }
 
 ACE_Message_Block* CQOV_TaskScheduler::endWait(CQOVDebugKitGuard& log) {
   const time_t end = ACE_OS::time();
-  log.debug(qov::kLogIdBase + 22, __FUNCTION__, __LINE__,
+  log.debug(qov::log_id::kWaitEnds, __FUNCTION__, __LINE__,
             "wait worker thread is empty end wait num(%d), time(%d).",
             static_cast<int>(waitSerial_), static_cast<int>(end));
   if (waitSerial_ % kNotedWaits == 0 || end - waitBegin_ > kLongWaitSeconds) {
-    log.info(qov::kLogIdBase + 23, __FUNCTION__, __LINE__,
+    log.info(qov::log_id::kLongWait, __FUNCTION__, __LINE__,
              "wait worker thread is empty end wait num(%d), time(%llu).",
              static_cast<int>(waitSerial_), static_cast<unsigned long long>(end - waitBegin_));
   }

@@ -8,9 +8,9 @@
 #include <cerrno>
 #include <new>
 
+#include "diag/log_ids.h"
 #include "diag/log_level.h"
 #include "task/leader_turn.h"
-#include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/module_counters.h"
 #include "task/response_slot.h"
@@ -89,13 +89,13 @@ int CQOV_Task::send(const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp, ACE_Time_
                         "int CQOV_Task::send(const CQOV_MsgPackage*, CQOV_MsgPackage*&, "
                         "ACE_Time_Value*, bool)");
   if (req == nullptr || rsp != nullptr) {
-    log.warn(qov::kLogIdBase + 2, __FUNCTION__, __LINE__,
+    log.warn(qov::log_id::kSendInvalid, __FUNCTION__, __LINE__,
              "reqest-pointor is null pointor, or respond-pointor is not null!");
     return failed(EINVAL, req, freeReq);
   }
   const OneAtATime alone(sending_);
   if (!alone.taken()) {
-    log.error(qov::kLogIdBase + 48, __FUNCTION__, __LINE__,
+    log.error(qov::log_id::kSendBusy, __FUNCTION__, __LINE__,
               "Worker(%d) cannot send: another thread waits in send() of the same task!",
               taskMgr_->moduleId());
     return failed(EBUSY, req, freeReq);
@@ -121,14 +121,14 @@ int CQOV_Task::sendAlone(CQOVDebugKitGuard& log, const CQOV_MsgPackage* req, CQO
   }
   // A copy: the request belongs to the runtime before the response is here.
   const QOVMsgHead head = req->head();
-  log.debug(qov::kTrafficLogId, __FUNCTION__, __LINE__,
+  log.debug(qov::log_id::kTraffic, __FUNCTION__, __LINE__,
             "Worker(%d) send msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u!\n",
             taskMgr_->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
   if (handOver(block, timeout, true) == -1) {
     const int cause = qov::sendCauseOf(errno);
     block->release();
-    log.error(qov::kLogIdBase + 3, __FUNCTION__, __LINE__, "Worker(%d) failed to send msg!",
+    log.error(qov::log_id::kSendFailed, __FUNCTION__, __LINE__, "Worker(%d) failed to send msg!",
               taskMgr_->moduleId());
     return failed(cause, req, freeReq);
   }
@@ -161,11 +161,11 @@ ACE_Message_Block* CQOV_Task::awaitAnswerTo(const QOVMsgHead& request) {
 }
 
 int CQOV_Task::explainNoResponse(CQOVDebugKitGuard& log, const QOVMsgHead& request) {
-  log.error(qov::kLogIdBase + 4, __FUNCTION__, __LINE__, "Worker(%d) failed to get msg!",
+  log.error(qov::log_id::kSendNoResponse, __FUNCTION__, __LINE__, "Worker(%d) failed to get msg!",
             taskMgr_->moduleId());
   const int cause = cause_ != 0 ? cause_.load() : ECONNABORTED;
   if (cause == ETIMEDOUT) {
-    log.warn(qov::kLogIdBase + 49, __FUNCTION__, __LINE__,
+    log.warn(qov::log_id::kSendTimedOut, __FUNCTION__, __LINE__,
              "Worker(%d) got no response in time: RPID=%u,RMID=%u,OPC=%llu,SN=0x%x!",
              taskMgr_->moduleId(), request.rpid_, request.rmid_,
              static_cast<unsigned long long>(request.opc_), request.sn_);
@@ -184,20 +184,20 @@ int CQOV_Task::waitForResponse(CQOVDebugKitGuard& log, const QOVMsgHead& request
   const bool valid = qov::readPointer(*block, pointer);
   block->release();
   if (!valid) {
-    log.error(qov::kLogIdBase + 5, __FUNCTION__, __LINE__, "Message length isn't equal to %u.",
-              static_cast<unsigned int>(qov::kPointerSize));
+    log.error(qov::log_id::kResponseBadLength, __FUNCTION__, __LINE__,
+              "Message length isn't equal to %u.", static_cast<unsigned int>(qov::kPointerSize));
     errno = EBADMSG;
     return -1;
   }
   std::unique_ptr<CQOV_MsgPackage> response(static_cast<CQOV_MsgPackage*>(pointer));
   if (response == nullptr) {
-    log.error(qov::kLogIdBase + 6, __FUNCTION__, __LINE__, "Worker(%d) failed to get msg!",
+    log.error(qov::log_id::kResponseNull, __FUNCTION__, __LINE__, "Worker(%d) failed to get msg!",
               taskMgr_->moduleId());
     errno = EBADMSG;
     return -1;
   }
   const QOVMsgHead& head = response->head();
-  log.debug(qov::kTrafficLogId, __FUNCTION__, __LINE__,
+  log.debug(qov::log_id::kTraffic, __FUNCTION__, __LINE__,
             "Worker(%d) recv msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u!\n",
             taskMgr_->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
@@ -212,7 +212,7 @@ int CQOV_Task::send(const CQOV_MsgPackage* req, ACE_Time_Value* timeout, bool fr
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "int CQOV_Task::send(const CQOV_MsgPackage*, ACE_Time_Value*, bool)");
   if (req == nullptr) {
-    log.warn(qov::kLogIdBase + 7, __FUNCTION__, __LINE__, "Null pointer of pReq!");
+    log.warn(qov::log_id::kSendNull, __FUNCTION__, __LINE__, "Null pointer of pReq!");
     errno = EINVAL;
     return -1;
   }
@@ -221,7 +221,7 @@ int CQOV_Task::send(const CQOV_MsgPackage* req, ACE_Time_Value* timeout, bool fr
     return failed(ENOMEM, req, true);
   }
   const QOVMsgHead& head = req->head();
-  log.debug(qov::kTrafficLogId, __FUNCTION__, __LINE__,
+  log.debug(qov::log_id::kTraffic, __FUNCTION__, __LINE__,
             "Worker(%d) send msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u.",
             taskMgr_->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);

@@ -9,9 +9,9 @@
 #include <memory>
 #include <sstream>
 
+#include "diag/log_ids.h"
 #include "task/default_response.h"
 #include "task/ending_thread.h"
-#include "task/log_ids.h"
 #include "task/message_block.h"
 #include "task/module_counters.h"
 #include "task/task_queue.h"
@@ -61,7 +61,8 @@ bool CQOV_CommonTask::serveNext(CQOVDebugKitGuard& log, ACE_Time_Value* until) {
   ACE_Message_Block* head = nullptr;
   if (msg_queue()->dequeue_head(head, until) == -1) {
     if (until == nullptr || errno != EWOULDBLOCK) {
-      log.warn(qov::kLogIdBase + 8, "svc", __LINE__, "Get message from message queue failed.");
+      log.warn(qov::log_id::kWorkerNoMessage, "svc", __LINE__,
+               "Get message from message queue failed.");
       msg_queue()->activate();
     }
     return true;
@@ -70,7 +71,8 @@ bool CQOV_CommonTask::serveNext(CQOVDebugKitGuard& log, ACE_Time_Value* until) {
   if (block->msg_type() == ACE_Message_Block::MB_STOP) {
     msg_queue()->deactivate();
     dropLeftOvers();
-    log.info(qov::kLogIdBase + 9, "svc", __LINE__, "Task(%d) will exit!", taskMgr()->moduleId());
+    log.info(qov::log_id::kWorkerExits, "svc", __LINE__, "Task(%d) will exit!",
+             taskMgr()->moduleId());
     return false;
   }
   serve(log, *block);
@@ -93,7 +95,7 @@ void CQOV_CommonTask::serve(CQOVDebugKitGuard& log, const ACE_Message_Block& blo
   void* pointer = nullptr;
   std::unique_ptr<CQOV_MsgPackage> pkg;
   if (!qov::readPointer(block, pointer)) {
-    log.warn(qov::kLogIdBase + 10, __FUNCTION__, __LINE__,
+    log.warn(qov::log_id::kWorkerBadLength, __FUNCTION__, __LINE__,
              "Invalid message, length isn't equal to %u.",
              static_cast<unsigned int>(qov::kPointerSize));
   } else if (pointer != nullptr) {
@@ -116,26 +118,26 @@ int CQOV_CommonTask::handleTimed(CQOV_MsgPackage& pkg) {
 void CQOV_CommonTask::handle(CQOVDebugKitGuard& log, CQOV_MsgPackage& pkg) {
   const QOVMsgHead& head = pkg.head();
   // The place of RPID shows RMID: kept, tools that read these lines expect it.
-  log.debug(qov::kTrafficLogId, __FUNCTION__, __LINE__,
+  log.debug(qov::log_id::kTraffic, __FUNCTION__, __LINE__,
             "Worker(%d) recv msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u!\n",
             taskMgr()->moduleId(), head.spid_, head.smid_, head.rmid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
   try {
     const int result = handleTimed(pkg);
     if (result != 0) {
-      log.warn(qov::kLogIdBase + 11, __FUNCTION__, __LINE__,
+      log.warn(qov::log_id::kHandlerResult, __FUNCTION__, __LINE__,
                "Failed to handle message, error code is %d!\n%s", result,
                dumpFor(LM_WARNING, pkg).c_str());
     }
   } catch (const std::exception& error) {
     // The number is the address of the exception's text: kept.
-    log.error(qov::kLogIdBase + 12, __FUNCTION__, __LINE__,
+    log.error(qov::log_id::kHandlerException, __FUNCTION__, __LINE__,
               "Failed to handle message, error is %d!\n%s",
               static_cast<int>(reinterpret_cast<std::intptr_t>(error.what())),
               dumpFor(LM_ERROR, pkg).c_str());
   } catch (...) {
     qov::passOnEndOfThread();
-    log.error(qov::kLogIdBase + 13, __FUNCTION__, __LINE__,
+    log.error(qov::log_id::kHandlerUnknownException, __FUNCTION__, __LINE__,
               "Failed to handle message, error is %d!\n%s", 0, dumpFor(LM_ERROR, pkg).c_str());
   }
 }
