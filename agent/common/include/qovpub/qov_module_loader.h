@@ -68,8 +68,8 @@ class QOV_EXPORT CQOV_Module_Loader {
   /// variable of a function that a worker or createTask() calls first: the module makes it in its
   /// constructor or init(), or never destroys it.
   ///
-  /// A bare module name is handed to ACE, which tries lib<name>.so, <name>.so and <name> on the
-  /// dynamic loader's own search path (LD_LIBRARY_PATH, run path); no directory is added. A
+  /// A bare module name is handed to ACE, which tries `lib<name>.so`, `<name>.so` and `<name>` on
+  /// the dynamic loader's own search path (LD_LIBRARY_PATH, run path); no directory is added. A
   /// library's symbols are global: what is opened later finds them before its own of the same name,
   /// unless it hides these (qov_module.h). Where a module's manager, worker or static task thus is
   /// of a class out of another module's library, one warning for the module names both libraries.

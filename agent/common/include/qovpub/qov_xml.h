@@ -105,7 +105,7 @@ class QOV_EXPORT CQOVXmlParser {
   ACE_Thread_Mutex lock_;
 };
 
-/// The device configuration of this process, read once from <root>/conf/<name>/<name>.xml.
+/// The device configuration of this process, read once from `<root>/conf/<name>/<name>.xml`.
 ///
 /// Thread: lookups from any thread, without a lock: what is read does not change any more.
 ///         instance() and close() from any thread, too, but close() must not run while somebody
