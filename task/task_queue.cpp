@@ -128,8 +128,9 @@ int TaskQueue::pulse() {
 }
 
 void TaskQueue::clearPulse() {
-  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
-  pulsed_ = false;
+  if (pulsed_) {
+    pulsed_ = false;
+  }
 }
 
 int TaskQueue::dequeueBeforeStop(ACE_Message_Block*& mb) {

@@ -96,9 +96,11 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   // Constant after construction.
   const std::shared_ptr<Doorbell> bell_ = std::make_shared<Doorbell>();
 
+  /// Set under the queue's lock, and cleared by who waits.
+  std::atomic<bool> pulsed_{false};
+
   // Guarded by the queue's lock.
   int waitingThreads_ = 0;
-  bool pulsed_ = false;
   bool toldToStop_ = false;
 };
 
