@@ -55,6 +55,10 @@ const CQOVDebugKit* CQOVDebugKitGuard::kit() {
 
 void CQOVDebugKitGuard::debug(unsigned long long logId, const char* function, unsigned int line,
                               const char* format, ...) {
+  // Every message passes a few of these, so one that is off costs no list of arguments.
+  if (!qov::isOn(qov::kDebug)) {
+    return;
+  }
   va_list args;
   va_start(args, format);
   if (const CQOVDebugKit* const to = kit()) {

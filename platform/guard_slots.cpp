@@ -54,8 +54,8 @@ class SlotsLease {
 ThreadSlots* ThreadSlots::mine() {
   // Plain values, which outlive the lease: a guard that opens while the thread's other objects are
   // destroyed must not use slots that may be another thread's by then.
-  static thread_local bool asked = false;
-  static thread_local ThreadSlots* slots = nullptr;
+  [[gnu::tls_model("initial-exec")]] static thread_local bool asked = false;
+  [[gnu::tls_model("initial-exec")]] static thread_local ThreadSlots* slots = nullptr;
   if (!asked) {
     asked = true;
     static thread_local const SlotsLease lease(slots);

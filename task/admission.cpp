@@ -25,7 +25,7 @@ struct Admission::Need {
 
   std::size_t inQueue = kNone;
   std::size_t inModule = kNone;
-  const std::atomic<std::size_t>* own = nullptr;
+  const std::atomic<QueueLoad>* own = nullptr;
 };
 
 /// A sender's place in the line, from its look for room until its bytes count in the queue. A
@@ -102,19 +102,20 @@ bool Admission::Place::enter() {
   }
   // Ahead of the queue, which finds nothing left to book then: its room is taken at once.
   admission_.promised_ -= bytes_;
-  admission_.inQueue_ += bytes_;
-  admission_.add(bytes_);
+  const QueueLoad load = queueLoad(1, bytes_);
+  admission_.inQueue_ += load;
+  admission_.add(load);
   bytes_ = 0;
   return true;
 }
 
 bool Admission::Place::fits(std::size_t inQueue, std::size_t inModule) const {
-  const std::size_t own = need_.own != nullptr ? need_.own->load() : 0;
+  const std::size_t own = need_.own != nullptr ? bytesIn(*need_.own) : 0;
   return inQueue < need_.inQueue && inModule < need_.inModule + own;
 }
 
 Admission::Admission(const CQOV_TaskMgr* mgr, std::uint8_t processId, std::uint8_t moduleId,
-                     std::atomic<std::size_t>& inQueue)
+                     std::atomic<QueueLoad>& inQueue)
     : mgr_(mgr), processId_(processId), moduleId_(moduleId), inQueue_(inQueue) {}
 
 bool Admission::admit(const ACE_Message_Block& mb, const ACE_Time_Value* timeout,
@@ -128,7 +129,13 @@ bool Admission::admit(const ACE_Message_Block& mb, const ACE_Time_Value* timeout
   return place.enter();
 }
 
-void Admission::book(std::size_t before, std::size_t now) {
+void Admission::add(QueueLoad more) {
+  const QueueLoad now = booked_ += more;
+  mostBooked_.raiseTo(bytesIn(now));
+  mostBookedBlocks_.raiseTo(blocksIn(now));
+}
+
+void Admission::book(QueueLoad before, QueueLoad now) {
   if (now > before) {
     add(now - before);
   } else if (now < before) {
@@ -173,8 +180,8 @@ Admission::Need Admission::needOf(const ACE_Message_Block& mb) const {
 void Admission::letIn() {
   // Read once: room that comes up midway would go to whoever is looked at next, past those before.
   // Whoever makes it comes here next and starts again from the first.
-  const std::size_t inModule = booked_;
-  const std::size_t inQueue = inQueue_;
+  const std::size_t inModule = booked();
+  const std::size_t inQueue = bytesIn(inQueue_);
   for (Place* place = first_; place != nullptr; place = place->next_) {
     if (!place->letIn_ && (closed_ || place->fits(inQueue + promised_, inModule + promised_))) {
       promised_ += place->bytes_;

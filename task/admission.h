@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "task/module_counters.h"
+#include "task/queue_load.h"
 
 class CQOV_TaskMgr;
 
@@ -21,8 +22,8 @@ namespace qov {
 
 class LeaderTurn;
 
-/// Decides when a message gets into a module, and keeps the ledger of what waits there: the bytes
-/// of blocks in the leader's queue, in the leader's hands, and in the queues of the scheduler and
+/// Decides when a message gets into a module, and keeps the ledger of what waits there: the blocks
+/// and bytes in the leader's queue, in the leader's hands, and in the queues of the scheduler and
 /// the static tasks.
 ///
 /// A message gets in while fewer bytes wait than the first row that fits says. A limit is 16 KiB.
@@ -59,10 +60,10 @@ class Admission {
   static constexpr std::size_t kLimit = ACE_Message_Queue_Base::DEFAULT_HWM;
 
   /// For the module of `mgr`, which is only compared with; messages with these addresses (low byte
-  /// each) are its own. `inQueue` counts the bytes in the leader's queue, and is used while senders
-  /// want to get in there.
+  /// each) are its own. `inQueue` counts what stands in the leader's queue, and is used while
+  /// senders want to get in there.
   Admission(const CQOV_TaskMgr* mgr, std::uint8_t processId, std::uint8_t moduleId,
-            std::atomic<std::size_t>& inQueue);
+            std::atomic<QueueLoad>& inQueue);
 
   /// For the leader, before anybody is admitted: who has `turn` does its work.
   void ledBy(std::shared_ptr<LeaderTurn> turn) { turn_ = std::move(turn); }
@@ -74,8 +75,8 @@ class Admission {
   /// time (errno EWOULDBLOCK), or when the module has closed meanwhile (errno ESHUTDOWN).
   bool admit(const ACE_Message_Block& mb, const ACE_Time_Value* timeout, ACE_Thread_Mutex& lock);
 
-  /// Where `before` bytes were, `now` bytes are. Lets in whoever has room by that.
-  void book(std::size_t before, std::size_t now);
+  /// Where `before` was, `now` is. Lets in whoever has room by that.
+  void book(QueueLoad before, QueueLoad now);
 
   /// Lets in whoever has room, after a change in the leader's queue alone.
   void lookAgain();
@@ -83,8 +84,11 @@ class Admission {
   /// Ends every wait.
   void close();
 
-  std::size_t booked() const { return booked_; }
+  /// How many bytes wait, and how many blocks, and the most of each that ever did.
+  std::size_t booked() const { return bytesIn(booked_); }
+  std::size_t bookedBlocks() const { return blocksIn(booked_); }
   std::uint64_t mostBooked() const { return mostBooked_.read(); }
+  std::uint64_t mostBookedBlocks() const { return mostBookedBlocks_.read(); }
 
   /// Who waits, or has been let in and is on its way into the queue.
   int waitingSenders() const { return waiting_; }
@@ -96,7 +100,7 @@ class Admission {
   Need needOf(const ACE_Message_Block& mb) const;
   /// Lets in those for whom there is room. With mutex_ held.
   void letIn();
-  void add(std::size_t bytes) { mostBooked_.raiseTo(booked_ += bytes); }
+  void add(QueueLoad more);
 
   // Constant after construction.
   const CQOV_TaskMgr* const mgr_;
@@ -105,9 +109,10 @@ class Admission {
   // Null for a queue that nobody leads.
   std::shared_ptr<LeaderTurn> turn_;
 
-  std::atomic<std::size_t> booked_{0};
+  std::atomic<QueueLoad> booked_{0};
   Counter mostBooked_;
-  std::atomic<std::size_t>& inQueue_;
+  Counter mostBookedBlocks_;
+  std::atomic<QueueLoad>& inQueue_;
 
   /// A sender counts itself before it looks for room: either it sees the room, or whoever makes
   /// room sees it.

@@ -246,15 +246,10 @@ void CQOV_Leader_Task::drop(QOVDropReason reason, ACE_Message_Block* mb) {
 
 void CQOV_Leader_Task::deliver(CQOVDebugKitGuard& log, const QOVMsgHead& head,
                                ACE_Message_Block* mb) {
-  CQOV_Task* receiver = findStaticTask(head.opc_);
-  if (receiver == nullptr) {
-    if (scheduler_->handToIdleWorker(mb)) {
-      counters_.in_.add();
-      return;
-    }
-    receiver = scheduler_.get();
-  }
-  if (receiver->putMsg(head.type_, mb, nullptr) == -1) {
+  CQOV_StaticSchecheduledTask* const task = findStaticTask(head.opc_);
+  const bool taken = task != nullptr ? task->putMsg(head.type_, mb, nullptr) != -1
+                                     : scheduler_->take(head.type_, mb);
+  if (!taken) {
     // It has ended, and nobody else takes the message over.
     log.warn(qov::log_id::kReceiverEnded, __FUNCTION__, __LINE__,
              "The receiver in module %d has ended: OPC=%llu,SN=%u,TP=%u!", taskMgr()->moduleId(),

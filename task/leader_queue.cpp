@@ -42,7 +42,7 @@ LeaderQueue::Messages LeaderQueue::takeMessages(std::size_t most) {
     tail_ = nullptr;
   }
   // Out of the queue, and still in the ledger.
-  booked_ = cur_bytes_;
+  booked_ = queueLoad(cur_count_, cur_bytes_);
   admission_->lookAgain();
   return taken;
 }

@@ -20,7 +20,7 @@ class LeaderQueue : public TaskQueue {
   std::uint8_t processId() const { return admission_->processId(); }
 
   /// Takes what stands in the queue now, as takeAll() does. It stays in the ledger of the module
-  /// until doneWith() says that so many bytes of it have been passed on or dropped.
+  /// until doneWith() says of each block of it that it has been passed on or dropped.
   ACE_Message_Block* takeBatch();
 
   /// What takeMessages() has taken.
@@ -33,7 +33,8 @@ class LeaderQueue : public TaskQueue {
   /// As takeBatch(), but up to `most` messages (MB_DATA), and none behind another block.
   Messages takeMessages(std::size_t most);
 
-  void doneWith(std::size_t bytes) { admission_->book(bytes, 0); }
+  /// Of a block of so many bytes.
+  void doneWith(std::size_t bytes) { admission_->book(queueLoad(1, bytes), 0); }
 
  protected:
   bool waitForRoom(const ACE_Message_Block& mb, ACE_Time_Value* timeout) override;

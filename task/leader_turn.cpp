@@ -12,9 +12,9 @@ namespace qov {
 
 namespace {
 
-thread_local LeadingScope* scope = nullptr;
+[[gnu::tls_model("initial-exec")]] thread_local LeadingScope* scope = nullptr;
 /// How many turns the thread has: a leader's own thread may take one of another leader, too.
-thread_local int turnsHere = 0;
+[[gnu::tls_model("initial-exec")]] thread_local int turnsHere = 0;
 
 }  // namespace
 
@@ -22,21 +22,18 @@ LeaderTurn::LeaderTurn(LeaderWork& work, std::shared_ptr<Doorbell> bell)
     : work_(work), bell_(std::move(bell)) {}
 
 void LeaderTurn::open() {
-  std::unique_lock<std::mutex> lock(mutex_);
-  closed_ = false;
-  take();
+  change([](unsigned int state) { return (state & ~kClosed) | kTaken; });
+  hold();
   // Senders that came before have left their mark.
-  giveBack(lock);
+  giveBack();
 }
 
 void LeaderTurn::close() {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  closed_ = true;
+  state_ |= kClosed;
 }
 
 bool LeaderTurn::isMine() {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  return taken_ && ::pthread_equal(holder_, ::pthread_self()) != 0;
+  return holder_.load(std::memory_order_relaxed) == ::pthread_self();
 }
 
 bool LeaderTurn::anyIsMine() {
@@ -44,72 +41,76 @@ bool LeaderTurn::anyIsMine() {
 }
 
 void LeaderTurn::takeOwn() {
-  std::unique_lock<std::mutex> lock(mutex_);
-  while (taken_) {
-    ownThreadWaits_ = true;
-    lock.unlock();
+  const auto takeOrWait = [](unsigned int state) {
+    return (state & kTaken) != 0 ? state | kOwnThreadWaits : (state & ~kOwnThreadWaits) | kTaken;
+  };
+  while ((change(takeOrWait) & kTaken) != 0) {
     bell_->wait();
-    lock.lock();
   }
-  ownThreadWaits_ = false;
-  take();
+  hold();
 }
 
 void LeaderTurn::giveOwnBack() {
-  std::unique_lock<std::mutex> lock(mutex_);
-  giveBack(lock);
+  giveBack();
 }
 
 std::size_t LeaderTurn::workHere(std::size_t most) {
-  std::unique_lock<std::mutex> lock(mutex_);
   if (!tryTake()) {
     return 0;
   }
-  std::size_t left = most;
-  do {
-    marked_ = false;
-    lock.unlock();
+  std::size_t left = most - work_.dispatchSome(most);
+  while (left > 0 && (state_ & (kMarked | kOwnThreadWaits)) == kMarked) {
+    state_ &= ~kMarked;
     left -= work_.dispatchSome(left);
-    lock.lock();
-  } while (marked_ && left > 0 && !ownThreadWaits_);
-  giveBack(lock);
+  }
+  giveBack();
   return most - left;
 }
 
 void LeaderTurn::leaveToOwnThread() {
-  std::unique_lock<std::mutex> lock(mutex_);
   if (tryTake()) {
-    marked_ = true;
-    giveBack(lock);
+    state_ |= kMarked;
+    giveBack();
   }
+}
+
+template <class Next>
+unsigned int LeaderTurn::change(Next next) {
+  unsigned int state = state_;
+  while (!state_.compare_exchange_weak(state, next(state))) {
+  }
+  return state;
 }
 
 bool LeaderTurn::tryTake() {
-  if (closed_ || taken_ || ownThreadWaits_) {
-    marked_ = true;
+  constexpr unsigned int kUnavailable = kClosed | kTaken | kOwnThreadWaits;
+  const unsigned int before = change(
+      [](unsigned int state) { return state | ((state & kUnavailable) != 0 ? kMarked : kTaken); });
+  if ((before & kUnavailable) != 0) {
     return false;
   }
-  take();
+  hold();
   return true;
 }
 
-void LeaderTurn::take() {
-  taken_ = true;
-  holder_ = ::pthread_self();
+void LeaderTurn::hold() {
+  holder_.store(::pthread_self(), std::memory_order_relaxed);
   ++turnsHere;
 }
 
-void LeaderTurn::giveBack(std::unique_lock<std::mutex>& lock) {
-  while (std::exchange(marked_, false)) {
-    lock.unlock();
-    work_.wakeOwnThread();
-    lock.lock();
-  }
-  taken_ = false;
+void LeaderTurn::giveBack() {
+  // First: another thread may take the turn in the step that frees it.
+  holder_.store(pthread_t{}, std::memory_order_relaxed);
   --turnsHere;
-  const bool promised = ownThreadWaits_;
-  lock.unlock();
-  if (promised) {
+  const auto clearMarkOrFree = [](unsigned int state) {
+    return state & ~((state & kMarked) != 0 ? kMarked : kTaken);
+  };
+  unsigned int before = change(clearMarkOrFree);
+  while ((before & kMarked) != 0) {
+    work_.wakeOwnThread();
+    before = change(clearMarkOrFree);
+  }
+  if ((before & kOwnThreadWaits) != 0) {
     bell_->ring();
   }
 }

@@ -5,9 +5,9 @@
 #include <pthread.h>
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 
 #include "task/doorbell.h"
 
@@ -32,8 +32,8 @@ class LeaderWork {
 /// a sender takes it when nobody has it, to dispatch what it has put into the queue.
 ///
 /// No message is left lying. It enters the queue before its sender asks for the turn. A sender that
-/// finds it taken leaves a mark, and who gives the turn back looks for the mark: both under one
-/// lock, so the mark comes before that look or finds the turn free. Who finds the mark takes the
+/// finds it taken leaves a mark, and who gives the turn back looks for the mark: both change one
+/// word, so the mark comes before that look or finds the turn free. Who finds the mark takes the
 /// turn again, or has the leader's own thread look into the queue; and who looks and does not take
 /// everything has that thread look, too.
 ///
@@ -72,22 +72,28 @@ class LeaderTurn {
   static bool anyIsMine();
 
  private:
-  // With mutex_ held.
+  // What state_ is made of.
+  static constexpr unsigned int kClosed = 1;
+  static constexpr unsigned int kTaken = 2;
+  static constexpr unsigned int kMarked = 4;
+  static constexpr unsigned int kOwnThreadWaits = 8;
+
+  /// Makes `next` of the state out of the state, in one step. Returns the state before.
+  template <class Next>
+  unsigned int change(Next next);
+
   /// False, and a mark left, when somebody else has the turn or comes next, or it is closed.
   bool tryTake();
-  void take();
-  void giveBack(std::unique_lock<std::mutex>& lock);
+  void hold();
+  void giveBack();
 
   LeaderWork& work_;
   const std::shared_ptr<Doorbell> bell_;
 
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  bool closed_ = true;
-  bool taken_ = false;
-  bool marked_ = false;
-  bool ownThreadWaits_ = false;
-  pthread_t holder_{};
+  std::atomic<unsigned int> state_{kClosed};
+  /// Nobody's while the turn is free. Each thread looks for its own id only, which nobody else
+  /// writes.
+  std::atomic<pthread_t> holder_{};
 };
 
 /// The turn in the hands of the leader's own thread, which may be cancelled or ended meanwhile.

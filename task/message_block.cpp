@@ -1,7 +1,6 @@
 #include "task/message_block.h"
 
 #include <qovpub/qov_leader_task.h>
-#include <safe_mem_lib.h>
 
 #include <cerrno>
 #include <new>
@@ -20,7 +19,7 @@ class PointerData : public ACE_Data_Block {
   explicit PointerData(const void* pointer)
       : ACE_Data_Block(kPointerSize, ACE_Message_Block::MB_DATA, bytes_, nullptr, nullptr,
                        ACE_Message_Block::DONT_DELETE, nullptr) {
-    memcpy_s(bytes_, sizeof bytes_, &pointer, kPointerSize);
+    std::memcpy(bytes_, &pointer, kPointerSize);
   }
 
  private:
@@ -105,12 +104,6 @@ void markUnawaited(ACE_Message_Block& mb) {
 
 bool isUnawaited(const ACE_Message_Block& mb) {
   return (mb.self_flags() & kMark) != 0;
-}
-
-bool readPointer(const ACE_Message_Block& mb, void*& pointer) {
-  pointer = nullptr;
-  return mb.length() == kPointerSize &&
-         memcpy_s(&pointer, sizeof pointer, mb.rd_ptr(), kPointerSize) == EOK;
 }
 
 CQOV_MsgPackage* packageOf(const ACE_Message_Block& mb) {

@@ -5,6 +5,7 @@
 #include <qovpub/qov_message_package.h>
 
 #include <cstddef>
+#include <cstring>
 #include <memory>
 
 struct TimeoutDesc;
@@ -42,8 +43,15 @@ void markUnawaited(ACE_Message_Block& mb);
 bool isUnawaited(const ACE_Message_Block& mb);
 
 /// Copies the pointer out of a block of exactly 8 bytes. False, and `pointer` null, for any other
-/// block.
-bool readPointer(const ACE_Message_Block& mb, void*& pointer);
+/// block, and for one that only says that it has them.
+inline bool readPointer(const ACE_Message_Block& mb, void*& pointer) {
+  pointer = nullptr;
+  if (mb.length() != kPointerSize || mb.base() == nullptr) {
+    return false;
+  }
+  std::memcpy(&pointer, mb.rd_ptr(), kPointerSize);
+  return true;
+}
 
 /// Reads the package of a data block; null when it carries none.
 CQOV_MsgPackage* packageOf(const ACE_Message_Block& mb);

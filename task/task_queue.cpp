@@ -108,8 +108,8 @@ void TaskQueue::book() {
     // The own part changes first. So for a moment what the others have may look smaller than it is
     // when the queue is filled, and larger when it is drained; in the latter case the line is
     // looked through right afterwards.
-    const std::size_t before = booked_.exchange(cur_bytes_);
-    admission_->book(before, cur_bytes_);
+    const QueueLoad now = queueLoad(cur_count_, cur_bytes_);
+    admission_->book(booked_.exchange(now), now);
   }
 }
 
@@ -128,8 +128,9 @@ int TaskQueue::pulse() {
 }
 
 void TaskQueue::clearPulse() {
-  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
-  pulsed_ = false;
+  if (pulsed_) {
+    pulsed_ = false;
+  }
 }
 
 int TaskQueue::dequeueBeforeStop(ACE_Message_Block*& mb) {

@@ -21,7 +21,7 @@ namespace qov {
 /// - pulse() is not lost when nobody waits yet: it ends the next wait. (ACE's leaves the queue in a
 ///   state in which the waiter cannot even take the message that arrives next.)
 /// - MB_STOP blocks get in however full the queue is.
-/// - It can count its bytes into the ledger of its module.
+/// - It can count what stands in it into the ledger of its module.
 /// - It frees what is left in it together with the packages.
 ///
 /// Thread: any.
@@ -51,12 +51,12 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   /// hands then either.
   bool isAwaited();
 
-  /// Counts the queue's bytes into `ledger` from now on and lifts the queue's own limit: whoever
-  /// fills the queue never waits.
+  /// Counts what stands in the queue into `ledger` from now on and lifts the queue's own limit:
+  /// whoever fills the queue never waits.
   void countInto(const std::shared_ptr<Admission>& ledger);
 
-  /// How many bytes of the ledger stand in this queue.
-  const std::atomic<std::size_t>& booked() const { return booked_; }
+  /// What of the ledger stands in this queue.
+  const std::atomic<QueueLoad>& booked() const { return booked_; }
 
   /// Takes every block out at once, also from a deactivated queue: a list linked by next(), null
   /// when empty.
@@ -79,7 +79,7 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   ACE_Message_Block* takeAllLocked();
 
   // Changed under the queue's lock, by the Admission, too, if it is a leader's; read by any thread.
-  std::atomic<std::size_t> booked_{0};
+  std::atomic<QueueLoad> booked_{0};
   // Set under the queue's lock; a leader's never changes.
   std::shared_ptr<Admission> admission_;
 
@@ -96,9 +96,11 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   // Constant after construction.
   const std::shared_ptr<Doorbell> bell_ = std::make_shared<Doorbell>();
 
+  /// Set under the queue's lock, and cleared by who waits.
+  std::atomic<bool> pulsed_{false};
+
   // Guarded by the queue's lock.
   int waitingThreads_ = 0;
-  bool pulsed_ = false;
   bool toldToStop_ = false;
 };
 

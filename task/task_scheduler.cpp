@@ -34,8 +34,9 @@ constexpr unsigned int kWatchLevel = 1;
 constexpr unsigned int kWatchSeconds = 3600;
 
 /// While returning workers serve the backlog, one wait follows another and the scheduler thread
-/// sleeps. So often it looks whether it is still the same wait that it has a watch set on.
-constexpr std::chrono::seconds kWatchedAnew{10};
+/// sleeps. So often it looks whether it is still the same wait that it has a watch set on, and goes
+/// back to its queue when nothing waits any more.
+constexpr std::chrono::seconds kWatchedAnew{1};
 
 /// Null when the module makes none or throws.
 std::unique_ptr<CQOV_Task> makeWorker(CQOV_TaskMgr& mgr) {
@@ -252,6 +253,7 @@ int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
     return -1;
   }
   beginWait(log, mb);
+  watchesWaits_ = true;
   for (unsigned long long watched = waitSerial_; waiting_ != nullptr && !stopping_;) {
     guard.release();
     idleSignal_->wait(qov::Doorbell::Clock::now() + kWatchedAnew);
@@ -260,6 +262,7 @@ int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
       watch.emplace(kWatchKind, kWatchLevel, kWatchSeconds);
     }
   }
+  watchesWaits_ = false;
   if (waiting_ == nullptr) {
     return 0;
   }
@@ -268,14 +271,23 @@ int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
   return -1;
 }
 
-bool CQOV_TaskScheduler::handToIdleWorker(ACE_Message_Block* mb) {
-  CQOVDebugKitGuard log(qov::kPublicKit,
-                        "bool CQOV_TaskScheduler::handToIdleWorker(ACE_Message_Block*)");
+bool CQOV_TaskScheduler::take(int type, ACE_Message_Block* mb) {
+  CQOVDebugKitGuard log(qov::kPublicKit, "bool CQOV_TaskScheduler::take(int, ACE_Message_Block*)");
   const qov::RingCollector untilUnlocked;
   ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
+  if (watchesWaits_ && waiting_ == nullptr && !stopping_) {
+    // The last of what had to wait is gone, and its thread is still there for the next.
+    if (!giveToIdleWorker(mb)) {
+      beginWait(log, mb);
+    }
+    return true;
+  }
   // What the scheduler thread takes out of its queue is given away, or waits, before it waits there
   // again. Only the caller could put something in meanwhile that must come first.
-  return taskQueue().isAwaited() && giveToIdleWorker(mb);
+  if (!idleTasks_.empty() && taskQueue().isAwaited() && giveToIdleWorker(mb)) {
+    return true;
+  }
+  return putMsg(type, mb, nullptr) != -1;
 }
 
 bool CQOV_TaskScheduler::giveToIdleWorker(ACE_Message_Block* mb) {
@@ -299,7 +311,7 @@ void CQOV_TaskScheduler::serveBacklog(CQOVDebugKitGuard& log) {
   if (next != nullptr) {
     // Nobody else is idle: who had been so would have taken what waited.
     beginWait(log, next);
-  } else {
+  } else if (!taskQueue().is_empty()) {
     ring(idleSignal_);
   }
 }

@@ -1,4 +1,5 @@
 #include <ace/OS_NS_sys_time.h>
+#include <ace/Thread_Manager.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_leader_task.h>
 #include <qovpub/qov_task.h>
@@ -227,7 +228,8 @@ int CQOV_Task::send(const CQOV_MsgPackage* req, ACE_Time_Value* timeout, bool fr
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
   // A leader may have to wait for the table of the modules, which is locked while a module starts.
   // So may a worker of the pool, but not whoever starts the module.
-  if (handOver(block, timeout, makesRoom_ && getCurrentTask() == this) == -1) {
+  const bool isWorkerHere = makesRoom_ && ACE_Thread_Manager::instance()->task() == this;
+  if (handOver(block, timeout, isWorkerHere) == -1) {
     const int cause = qov::sendCauseOf(errno);
     block->release();
     return failed(cause, req, freeReq);

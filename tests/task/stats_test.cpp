@@ -104,22 +104,26 @@ TEST_F(StatsTest, CountsWorkersAndThoseThatHaveAMessage) {
   statsOnce(kModule, [](const QOVModuleStats& now) { return now.busy_ == 0 && now.handled_ == 1; });
 }
 
-TEST_F(StatsTest, CountsTheBytesThatWaitAndTheMostOfThem) {
+TEST_F(StatsTest, CountsTheMessagesThatWaitAndTheirBytesAndTheMostOfThem) {
   constexpr int kMessages = 12;
-  constexpr std::uint64_t kWaiting = 8 * (kMessages - 2);
+  // Two are in the workers' hands and one in the scheduler's.
+  constexpr std::uint64_t kWaiting = kMessages - 3;
   for (int i = 0; i < kMessages; ++i) {
     send(makeMessage(3, 1));
   }
   ASSERT_TRUE(begun_.waitFor(2));
-  // One of them waits in the scheduler's hands.
   QOVModuleStats stats = statsOnce(kModule, [](const QOVModuleStats& now) {
-    return now.in_ == kMessages && now.waitingBytes_ == kWaiting - 8;
+    return now.in_ == kMessages && now.waiting_ == kWaiting;
   });
-  EXPECT_LE(kWaiting - 8, stats.highestWaitingBytes_);
+  EXPECT_EQ(8 * kWaiting, stats.waitingBytes_);
+  EXPECT_LE(kWaiting, stats.highestWaiting_);
+  EXPECT_LE(8 * kWaiting, stats.highestWaitingBytes_);
   goOn_.count();
   stats = statsOnce(kModule, [](const QOVModuleStats& now) { return now.handled_ == kMessages; });
+  EXPECT_EQ(0U, stats.waiting_);
   EXPECT_EQ(0U, stats.waitingBytes_);
-  EXPECT_LE(kWaiting - 8, stats.highestWaitingBytes_);
+  EXPECT_LE(kWaiting, stats.highestWaiting_);
+  EXPECT_GT(2U * kMessages, stats.highestWaiting_);
 }
 
 TEST_F(StatsTest, CountsWhatIsRefusedForWantOfRoom) {
@@ -137,6 +141,7 @@ TEST_F(StatsTest, CountsWhatIsRefusedForWantOfRoom) {
   EXPECT_LT(0U, refused);
   EXPECT_EQ(refused, statsOf(kModule).refused_);
   EXPECT_LE(QOVModuleStats::kRoomBytes, statsOf(kModule).highestWaitingBytes_);
+  EXPECT_LE(QOVModuleStats::kRoomBytes / 8, statsOf(kModule).highestWaiting_);
 }
 
 TEST_F(StatsTest, TellsThePendingRequestsAndTheAgeOfTheOldest) {

@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -10,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/task/stats_of.h"
 #include "tests/task/task_fixture.h"
 
 namespace {
@@ -297,6 +301,25 @@ TEST_F(TaskSchedulerTest, KeepsTheOrderOfMessagesWhetherTheyWaitOrNot) {
 
 namespace {
 
+/// How often the thread of this name has gone to sleep.
+long timesAsleep(const std::string& name) {
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::ifstream status(thread.path() / "status");
+    std::string field;
+    status >> field >> field;
+    if (field != name) {
+      continue;
+    }
+    while (status >> field && field != "voluntary_ctxt_switches:") {
+    }
+    long times = 0;
+    status >> times;
+    return times;
+  }
+  ADD_FAILURE() << "no thread " << name;
+  return 0;
+}
+
 /// A scheduler with a worker that is idle and whose thread never runs.
 class SchedulerWithAWorker : public TaskSchedulerTest {
  protected:
@@ -304,12 +327,9 @@ class SchedulerWithAWorker : public TaskSchedulerTest {
 
   /// Whether a message gets to the worker without the scheduler thread.
   bool hands() {
-    ACE_Message_Block* const block = makeBlock(makeMessage(3, 1));
-    const bool handed = scheduler_.handToIdleWorker(block);
-    if (!handed) {
-      qov::releaseWithPackage(block);
-    }
-    return handed;
+    const std::size_t before = worker_->msg_queue()->message_count();
+    EXPECT_TRUE(scheduler_.take(3, makeBlock(makeMessage(3, 1))));
+    return worker_->msg_queue()->message_count() > before;
   }
 
   TestModule module_{ignore, 0};
@@ -321,11 +341,13 @@ class SchedulerWithAWorker : public TaskSchedulerTest {
 
 TEST_F(SchedulerWithAWorker, HandsAMessageToItWithoutItsThread) {
   ASSERT_EQ(0, scheduler_.activate());
-  while (!hands()) {
-    // Its thread does not wait yet.
-    std::this_thread::yield();
+  for (std::size_t given = 1; !hands(); ++given) {
+    // Its thread does not wait yet, and gives the message away when it does.
+    while (worker_->msg_queue()->message_count() < given) {
+      std::this_thread::yield();
+    }
+    ASSERT_EQ(0, scheduler_.return_to_work(worker_));
   }
-  EXPECT_EQ(1U, worker_->msg_queue()->message_count());
   // Nobody is idle.
   EXPECT_FALSE(hands());
   scheduler_.notifyExit();
@@ -340,7 +362,38 @@ TEST_F(SchedulerWithAWorker, LeavesAMessageToItsThreadWhileThatIsElsewhere) {
 TEST_F(SchedulerWithAWorker, HandsNothingPastWhatStandsInItsQueue) {
   ASSERT_EQ(0, scheduler_.putMsg(3, makeBlock(makeMessage(3, 1)), nullptr));
   EXPECT_FALSE(hands());
-  EXPECT_EQ(1U, scheduler_.msg_queue()->message_count());
+  EXPECT_EQ(2U, scheduler_.msg_queue()->message_count());
+}
+
+TEST_F(TaskSchedulerTest, ItsThreadSleepsThroughOneBacklogAfterAnother) {
+  constexpr int kBacklogs = 200;
+  constexpr int kMessages = 3;
+  std::atomic<int> sent{0};
+  Latch handled;
+  TestModule module(
+      [&](CQOV_Task&, CQOV_MsgPackage&) {
+        // The others have to wait for this one.
+        while (statsOf(kModule).in_ < static_cast<std::uint64_t>(sent)) {
+          std::this_thread::yield();
+        }
+        handled.count();
+        return 0;
+      },
+      1);
+  ASSERT_TRUE(module.init());
+  const auto sendAndWait = [&] {
+    sent += kMessages;
+    for (int i = 0; i < kMessages; ++i) {
+      ASSERT_LT(0, module.putq(makeBlock(makeMessage(3, 1)), nullptr));
+    }
+    ASSERT_TRUE(handled.waitFor(sent));
+  };
+  sendAndWait();
+  const long before = timesAsleep("m20-scheduler");
+  for (int i = 0; i < kBacklogs; ++i) {
+    sendAndWait();
+  }
+  EXPECT_GT(kBacklogs / 2, timesAsleep("m20-scheduler") - before);
 }
 
 TEST_F(TaskSchedulerTest, RefusesAnUnknownBlockType) {

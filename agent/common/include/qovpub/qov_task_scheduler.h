@@ -19,7 +19,7 @@ class Doorbell;
 /// needed only where a message has to wait for a worker.
 ///
 /// Thread: svc(), createPool() and handle_mb_data() on the scheduler's own thread;
-///         handToIdleWorker() on the leader's; return_to_work() from any thread.
+///         take() on the leader's; return_to_work() from any thread.
 /// Owns:   the workers, from their creation, and what was handed to the pool, from then on,
 ///         until its destructor, which runs after their threads have been joined. The task manager
 ///         is borrowed.
@@ -46,14 +46,14 @@ class QOV_EXPORT CQOV_TaskScheduler : public CQOV_Task {
 
   /// Hands `mb` to the worker that has been idle for longest, waiting for one as long as it takes;
   /// only a stop ends the wait, and frees `mb` with its package. Returns 0, or -1 when `mb` was
-  /// dropped.
+  /// dropped. After a wait it stays for up to a second: it need not be woken for the next one then.
   int handle_mb_data(ACE_Message_Block* mb);
 
-  /// Hands `mb` to the worker that has been idle for longest, if there is one and the scheduler
-  /// holds nothing back that has come before: its queue is empty, and its thread waits there. Else
-  /// false, and `mb` still the caller's: it goes into the queue then. So messages of one sender
-  /// keep their order.
-  bool handToIdleWorker(ACE_Message_Block* mb);
+  /// Takes `mb` over from the leader. Hands it to the worker that has been idle for longest, if
+  /// there is one and the scheduler holds nothing back that has come before. Else `mb` waits, in
+  /// the queue by putMsg() if anything is held back. So messages of one sender keep their order.
+  /// False, and `mb` still the caller's, when the scheduler has ended.
+  bool take(int type, ACE_Message_Block* mb);
 
   /// Waits until createPool() has ended or the scheduler thread has, at most `seconds`.
   bool waitForPool(unsigned int seconds);
@@ -80,7 +80,7 @@ class QOV_EXPORT CQOV_TaskScheduler : public CQOV_Task {
   bool giveToIdleWorker(ACE_Message_Block* mb);
   /// Gives what waits to the worker that has become idle, on its thread: it goes on at once, and no
   /// thread is woken in between. What stands behind that in the queue waits next; the scheduler
-  /// thread is woken for anything but a message, or when nothing is left.
+  /// thread is woken for anything but a message.
   void serveBacklog(CQOVDebugKitGuard& log);
   void beginWait(CQOVDebugKitGuard& log, ACE_Message_Block* mb);
   /// What has waited.
@@ -98,6 +98,8 @@ class QOV_EXPORT CQOV_TaskScheduler : public CQOV_Task {
   /// Longest idle first, with room for every worker. A plain vector: pools are small.
   std::vector<CQOV_Task*> idleTasks_;
   bool stopping_ = false;
+  /// Whether the scheduler thread is where it stays while messages wait for workers.
+  bool watchesWaits_ = false;
   /// The message that waits for an idle worker, its number and since when; null while none does.
   ACE_Message_Block* waiting_ = nullptr;
   unsigned long long waitSerial_ = 0;
