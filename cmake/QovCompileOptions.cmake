@@ -1,8 +1,11 @@
 # Options of our own code only; an installed qov::qovpub hands none of them to its users.
 add_library(qov_compile_options INTERFACE)
 target_compile_options(
-  qov_compile_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+  qov_compile_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
                                 -fno-omit-frame-pointer)
+if(QOV_WARNINGS_ARE_ERRORS)
+  target_compile_options(qov_compile_options INTERFACE -Werror)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # Calls inside the library bind directly; data symbols (singletons) still unify across libraries.
   target_compile_options(qov_compile_options INTERFACE -fno-semantic-interposition)

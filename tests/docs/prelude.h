@@ -18,6 +18,7 @@
 #include <qovpub/qov_stats.h>
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_utility.h>
+#include <qovpub/qov_version.h>
 #include <qovpub/qov_xml.h>
 
 #include <chrono>

@@ -30,7 +30,7 @@ class GuardSlot;
 /// Owns:   nothing that outlives it.
 /// Errors: none; without a background thread the line appears when the guard closes. A destination
 ///         of ACE's log that throws costs the line.
-class FowGuard {
+class __attribute__((visibility("default"))) FowGuard {
  public:
   /// `kind` and `level` name the handling in the log line; `seconds` is the time it may take,
   /// 0 for no limit.
@@ -54,7 +54,7 @@ class FowGuard {
 /// Thread: made and destroyed by one thread.
 /// Owns:   nothing.
 /// Errors: none.
-class MonitorGuard {
+class __attribute__((visibility("default"))) MonitorGuard {
  public:
   /// `seconds` is the time that the shutdown may take.
   explicit MonitorGuard(unsigned seconds);
@@ -71,6 +71,6 @@ class MonitorGuard {
 /// value of the environment variable "PXOS_NODE_ID", whose whole text must be a decimal number from
 /// 0 to 65535; otherwise the call fails and leaves the caller's node id as it was. Any other
 /// command or request fails.
-int PXOS_SysCall(unsigned command, void* request);
+__attribute__((visibility("default"))) int PXOS_SysCall(unsigned command, void* request);
 
 #endif
