@@ -11,3 +11,6 @@ set_property(TARGET PkgConfig::TINYXML APPEND PROPERTY INTERFACE_COMPILE_DEFINIT
 if(QOV_BUILD_TOOLS)
   find_package(CLI11 REQUIRED)
 endif()
+if(QOV_BUILD_TOOLS OR QOV_BUILD_TESTS)
+  find_package(nlohmann_json REQUIRED)
+endif()

@@ -15,6 +15,7 @@
 #include "link/deadline.h"
 #include "link/dump_text.h"
 #include "link/endpoint.h"
+#include "link/endpoint_address.h"
 #include "link/socket_io.h"
 
 namespace {
@@ -147,6 +148,10 @@ unsigned int CQOVLongSocket::receiveMsg(CT7QPackageV3* package) {
   const unsigned int result =
       recvData(reinterpret_cast<char*>(buffer_.get()), length, &limits_.reply);
   return result == 0 ? convert(buffer_.get(), length, package) : result;
+}
+
+bool CQOVLongSocket::isEndpoint(const std::string& text) {
+  return qov::hostPortOf(text).has_value();
 }
 
 unsigned int CQOVLongSocket::convert(unsigned char* data, unsigned int length,

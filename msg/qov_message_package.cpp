@@ -12,11 +12,14 @@
 #include <string>
 #include <utility>
 
-#include "msg/package_checks.h"
+#include "msg/package_fault.h"
+#include "msg/package_log.h"
 #include "msg/plain_numbers.h"
 #include "msg/record_codec.h"
 
 namespace {
+
+using Kind = qov::DecodeFault::Kind;
 
 // The failure texts name the header of the package template, from the root of the tree, wherever
 // the library was built, and one form of the parsing function's signature, whatever the compiler:
@@ -35,94 +38,57 @@ constexpr const char* signature(const TLVMsgHeadV3*) {
 /// What went wrong, in bytes of its own: it may have to be said that there is no memory.
 using Text = std::array<char, 160>;
 
-void logParseFailure(const char* function, int line, const Text& text) noexcept {
+template <class Head>
+void logParseFailure(const Head* head, int line, const Text& text) noexcept {
   const int error = errno;
   ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) at File=%s,Line=%d,Function=%s%s\n"), kFile, line,
-             function, text.data()));
+             signature(head), text.data()));
   errno = error;
 }
 
-using Fault = qov::DecodeFault;
-
-/// What is wrong with the bytes at `p`, enough for a header, as one of that kind.
-Fault headFault(const unsigned char* p, const QOVMsgHead*) {
-  const std::uint8_t type = p[offsetof(QOVMsgHead, type_)];
-  if (qov::loadWord<std::uint32_t>(p + offsetof(QOVMsgHead, magic_)) != QOVMsgHead::kMagic) {
-    return {Fault::Kind::kMagic, offsetof(QOVMsgHead, magic_)};
-  }
-  if (p[offsetof(QOVMsgHead, version_)] != QOVMsgHead::kVersion) {
-    return {Fault::Kind::kVersion, offsetof(QOVMsgHead, version_)};
-  }
-  if (!QOVMsgHead::isType(type)) {
-    return {Fault::Kind::kType, offsetof(QOVMsgHead, type_), type};
-  }
-  return {};
-}
-Fault headFault(const unsigned char* p, const TLVMsgHeadV3*) {
-  if (qov::loadWord<std::uint32_t>(p + offsetof(TLVMsgHeadV3, magic_)) != TLVMsgHeadV3::kMagic) {
-    return {Fault::Kind::kMagic, offsetof(TLVMsgHeadV3, magic_)};
-  }
-  if (qov::loadWord<std::uint32_t>(p + offsetof(TLVMsgHeadV3, version_)) !=
-      TLVMsgHeadV3::kVersion) {
-    return {Fault::Kind::kVersion, offsetof(TLVMsgHeadV3, version_)};
-  }
-  return {};
+/// `what`, and where in a message of `size` bytes.
+Text describe(const char* what, unsigned int size, unsigned int pos) noexcept {
+  Text text{};
+  std::snprintf(text.data(), text.size(), "%sbuf size=%u, parsing pos=%u", what, size, pos);
+  return text;
 }
 
-void logInvalidHead() {
-  ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) invalid MSG header!\n")));
-}
+constexpr const char* kRecordShort = ": MIN_RECORD_SIZE(10) > uiRemainLen, ";
 
-/// What is wrong with the header like `kind` that `size` bytes at `buf` start with, whatever its
-/// LEN; logs that, too.
-template <class Head>
-Fault verifyHeadAlone(const unsigned char* buf, unsigned int size, const Head* kind) {
-  if (buf == nullptr || size < sizeof(Head)) {
-    ACE_ERROR((LM_ERROR,
-               ACE_TEXT("%D %M (%t) at File=%s,Line=%d,Function=CTLVPackageV3::verifyMsgHead: pBuf "
-                        "is null or uiBufSize equal zero!\n"),
-               kFile, __LINE__));
-    logInvalidHead();
-    return {Fault::Kind::kHeadShort, 0, buf == nullptr ? 0 : size};
-  }
-  const Fault fault = headFault(buf, kind);
-  if (fault.kind != Fault::Kind::kNone) {
-    logInvalidHead();
-  }
-  return fault;
-}
-
-/// The same, and whether the message fits. `len` becomes the number of record bytes.
-template <class Head>
-Fault verifyMsgHead(const unsigned char* buf, unsigned int size, const Head* kind,
-                    std::uint32_t& len) {
-  const Fault fault = verifyHeadAlone(buf, size, kind);
-  if (fault.kind != Fault::Kind::kNone) {
-    return fault;
-  }
-  len = qov::loadWord<std::uint32_t>(buf + offsetof(Head, len_));
-  if (std::uint64_t{len} + sizeof(Head) > size) {
-    logInvalidHead();
-    return {Fault::Kind::kLength, offsetof(Head, len_), len};
-  }
-  return {};
-}
-
-/// The fault of the record of which `remain` bytes may be read, its place counted from the record.
-Fault faultOf(const qov::RecordFault& fault, unsigned int remain) noexcept {
-  constexpr unsigned int kRecordLengthAt = 8;
+/// What is wrong with a record, in the words that log watchers know; some comparison signs read the
+/// wrong way and are kept.
+Text describe(const qov::DecodeFault& fault, const unsigned char* record) noexcept {
+  Text text{};
+  char* const to = text.data();
   switch (fault.kind) {
-    case Fault::Kind::kRecordShort:
-      return {fault.kind, 0, remain};
-    case Fault::Kind::kRecordLength:
-      return {fault.kind, kRecordLengthAt, fault.recordLength};
-    case Fault::Kind::kCellLength:
-      // It knows the place of the value, behind the length.
-      return {fault.kind, fault.pos - static_cast<unsigned int>(sizeof(std::uint16_t)),
-              fault.value};
+    case Kind::kRecordShort:
+      return describe(kRecordShort, fault.value, 0);
+    case Kind::kRecordLength:
+      std::snprintf(to, text.size(),
+                    " : record length is too long, (usRecordLen +  MIN_RECORD_SIZE) > uiBufSize "
+                    "->%u+10 < %u",
+                    fault.value, fault.limit + MIN_RECORD_SIZE);
+      break;
+    case Kind::kCellShort:
+      std::snprintf(to, text.size(), " : (MIN_TLV_SIZE > uiBufSize - pos) ->4 < uiBufSize - %u",
+                    fault.pos);
+      break;
+    case Kind::kCellType:
+      std::snprintf(to, text.size(), " : data type unmated, received type is %u", fault.value);
+      break;
+    case Kind::kCellLength:
+      // The position is that of the value, behind the length.
+      std::snprintf(to, text.size(),
+                    " : data length is too long, ((sDataLen + pos) > usRecordLen + "
+                    "MIN_RECORD_SIZE) ->%u+%u > %u+10",
+                    fault.value, fault.pos + 2U,
+                    unsigned{qov::loadWord<std::uint16_t>(record + 8)});
+      break;
     default:
-      return {fault.kind, fault.pos, fault.value};
+      std::snprintf(to, text.size(), " : no memory for the record");
+      break;
   }
+  return text;
 }
 
 /// How many records these bytes hold if they are sound.
@@ -140,88 +106,18 @@ unsigned long countRecords(const unsigned char* p, unsigned int len) {
   return records;
 }
 
-/// What is wrong with a record, in the words that log watchers know; some comparison signs read the
-/// wrong way and are kept.
-Text describe(const qov::RecordFault& fault, unsigned int remain) noexcept {
-  using Kind = qov::RecordFault::Kind;
-  Text text{};
-  char* const to = text.data();
-  switch (fault.kind) {
-    case Kind::kRecordShort:
-      std::snprintf(to, text.size(),
-                    ": MIN_RECORD_SIZE(10) > uiRemainLen, buf size=%u, parsing pos=0", remain);
-      break;
-    case Kind::kRecordLength:
-      std::snprintf(to, text.size(),
-                    " : record length is too long, (usRecordLen +  MIN_RECORD_SIZE) > uiBufSize "
-                    "->%u+10 < %u",
-                    fault.recordLength, remain);
-      break;
-    case Kind::kCellShort:
-      std::snprintf(to, text.size(), " : (MIN_TLV_SIZE > uiBufSize - pos) ->4 < uiBufSize - %u",
-                    fault.pos);
-      break;
-    case Kind::kCellType:
-      std::snprintf(to, text.size(), " : data type unmated, received type is %u", fault.value);
-      break;
-    case Kind::kCellLength:
-      std::snprintf(to, text.size(),
-                    " : data length is too long, ((sDataLen + pos) > usRecordLen + "
-                    "MIN_RECORD_SIZE) ->%u+%u > %u+10",
-                    fault.value, fault.pos, fault.recordLength);
-      break;
-    case Kind::kNoMemory:
-      std::snprintf(to, text.size(), " : no memory for the record");
-      break;
-    default:
-      break;
-  }
-  return text;
-}
-
-/// `what`, and where in a message of `size` bytes.
-Text describe(const char* what, unsigned int size, unsigned int pos) noexcept {
-  Text text{};
-  std::snprintf(text.data(), text.size(), "%sbuf size=%u, parsing pos=%u", what, size, pos);
-  return text;
-}
-
 }  // namespace
 
 namespace qov {
 
-const char* DecodeFault::text() const noexcept {
-  switch (kind) {
-    case Kind::kNone:
-      return "nothing is wrong";
-    case Kind::kHeadShort:
-      return "there are fewer bytes than the header has";
-    case Kind::kMagic:
-      return "the magic is another";
-    case Kind::kVersion:
-      return "the version is another";
-    case Kind::kType:
-      return "the type is none of 1 to 4";
-    case Kind::kLength:
-      return "the message is longer than the bytes given";
-    case Kind::kRecordShort:
-      return "there are fewer bytes than a record's head has";
-    case Kind::kRecordLength:
-      return "a record is longer than its message";
-    case Kind::kCellShort:
-      return "there are fewer bytes than a cell's head has";
-    case Kind::kCellType:
-      return "a cell's type is none of 0 to 9";
-    case Kind::kCellLength:
-      return "a cell is longer than its record";
-    case Kind::kNoMemory:
-      return "there is no memory for the records";
+void logHeadFault(const DecodeFault& fault) {
+  if (fault.kind == Kind::kHeadShort) {
+    ACE_ERROR((LM_ERROR,
+               ACE_TEXT("%D %M (%t) at File=%s,Line=%d,Function=CTLVPackageV3::verifyMsgHead: pBuf "
+                        "is null or uiBufSize equal zero!\n"),
+               kFile, __LINE__));
   }
-  return "unknown";
-}
-
-DecodeFault verifyInternalHead(const unsigned char* buf, unsigned int size) {
-  return verifyHeadAlone(buf, size, static_cast<const QOVMsgHead*>(nullptr));
+  ACE_ERROR((LM_ERROR, ACE_TEXT("%D %M (%t) invalid MSG header!\n")));
 }
 
 void logNoBuffer() {
@@ -344,11 +240,12 @@ void CTLVPackageV3<MSG_S_HEAD>::throwMissing(unsigned long i) {
 
 template <class MSG_S_HEAD>
 unsigned int CTLVPackageV3<MSG_S_HEAD>::decode(unsigned char* buf, unsigned int size) {
-  std::uint32_t len = 0;
-  fault_ = verifyMsgHead(buf, size, &head_, len);
-  if (fault_.kind != Fault::Kind::kNone) {
+  fault_ = qov::messageFault<MSG_S_HEAD>(buf, size);
+  if (fault_.kind != Kind::kNone) {
+    qov::logHeadFault(fault_);
     return kFailed;
   }
+  const auto len = qov::loadWord<std::uint32_t>(buf + offsetof(MSG_S_HEAD, len_));
   if (!decodeRecords(buf, size, static_cast<unsigned int>(sizeof(MSG_S_HEAD)) + len)) {
     clear();
     return kFailed;
@@ -361,24 +258,22 @@ unsigned int CTLVPackageV3<MSG_S_HEAD>::decode(unsigned char* buf, unsigned int 
 template <class MSG_S_HEAD>
 bool CTLVPackageV3<MSG_S_HEAD>::decodeRecords(unsigned char* buf, unsigned int size,
                                               unsigned int end) {
-  const char* function = signature(&head_);
   unsigned int pos = sizeof(MSG_S_HEAD);
   if (!records_.reserve(countRecords(buf + pos, end - pos))) {
     qov::logNoMemory(end);
-    fault_ = {Fault::Kind::kNoMemory, pos};
+    fault_ = {Kind::kNoMemory, pos};
     return false;
   }
   while (pos < end) {
     if (end - pos < MIN_RECORD_SIZE) {
-      logParseFailure(function, __LINE__,
-                      describe(": MIN_RECORD_SIZE(10) > uiRemainLen, ", size, pos));
-      fault_ = {Fault::Kind::kRecordShort, pos, end - pos};
+      fault_ = {Kind::kRecordShort, pos, end - pos, MIN_RECORD_SIZE};
+      logParseFailure(&head_, __LINE__, describe(kRecordShort, size, pos));
       return false;
     }
     CTLVRecordV3* record = nullptr;
     const unsigned int taken = parseRecord(buf + pos, end - pos, &records_, record);
     if (record == nullptr) {
-      logParseFailure(function, __LINE__, describe(" : it failed to parse record, ", size, pos));
+      logParseFailure(&head_, __LINE__, describe(" : it failed to parse record, ", size, pos));
       fault_.pos += pos;
       return false;
     }
@@ -390,13 +285,13 @@ bool CTLVPackageV3<MSG_S_HEAD>::decodeRecords(unsigned char* buf, unsigned int s
 template <class MSG_S_HEAD>
 unsigned int CTLVPackageV3<MSG_S_HEAD>::parseRecord(const unsigned char* p, unsigned int remain,
                                                     qov::RecordStore* store, CTLVRecordV3*& rec) {
-  const qov::RecordFault fault = qov::RecordCodec::parse(p, remain, store, rec);
+  const qov::DecodeFault fault = qov::RecordCodec::parse(p, remain, store, rec);
   if (rec == nullptr) {
-    logParseFailure(signature(&head_), __LINE__, describe(fault, remain));
-    fault_ = faultOf(fault, remain);
+    fault_ = fault;
+    logParseFailure(&head_, __LINE__, describe(fault, p));
     return 0;
   }
-  return fault.recordLength + MIN_RECORD_SIZE;
+  return MIN_RECORD_SIZE + qov::loadWord<std::uint16_t>(p + 8);
 }
 
 template <class MSG_S_HEAD>

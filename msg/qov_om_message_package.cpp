@@ -6,7 +6,8 @@
 #include <cstring>
 #include <new>
 
-#include "msg/package_checks.h"
+#include "msg/package_fault.h"
+#include "msg/package_log.h"
 
 namespace {
 
@@ -103,9 +104,10 @@ void CQOV_OM_MsgPackage::set(CT7QPackageV3* p) noexcept {
 
 unsigned int CQOV_OM_MsgPackage::decode(unsigned char* buf, unsigned int size) {
   using Kind = qov::DecodeFault::Kind;
-  qov::DecodeFault fault = qov::verifyInternalHead(buf, size);
+  qov::DecodeFault fault = qov::headFault<QOVMsgHead>(buf, size);
   setDecodeFault(fault);
   if (fault.kind != Kind::kNone) {
+    qov::logHeadFault(fault);
     return kFailed;
   }
   if (inner_ != nullptr) {

@@ -2,11 +2,15 @@
 
 #include <qovpub/qov_cell_bytes.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <new>
 
 namespace qov {
 namespace {
+
+using Kind = DecodeFault::Kind;
 
 constexpr unsigned int kLengthAt = 8;
 constexpr unsigned int kMaxType = CTLVCell::TLV_TIME;
@@ -75,7 +79,7 @@ inline const unsigned char* RecordCodec::makeCell(CTLVCell* slot, std::uint32_t 
 }
 
 /// Makes cells until the record ends or the block is full. Stops at a bad cell with any fault.
-inline RecordFault::Kind RecordCodec::parseBlock(Cursor& at, CTLVRecordV3& record) noexcept {
+inline DecodeFault::Kind RecordCodec::parseBlock(Cursor& at, CTLVRecordV3& record) noexcept {
   CellBlock& block = *record.last_;
   const unsigned char* const end = at.end;
   const unsigned char* in = at.in;
@@ -83,23 +87,23 @@ inline RecordFault::Kind RecordCodec::parseBlock(Cursor& at, CTLVRecordV3& recor
   const CTLVCell* last = block.lastPlace();
   // Counted along: that is faster than to work it out for each cell.
   auto place = static_cast<unsigned int>(block.placeOf(cell));
-  auto kind = RecordFault::Kind::kNone;
+  auto kind = Kind::kNone;
   for (; in != end && cell <= last; ++cell, place += kPlaceStep) {
     if (end - in < MIN_TLV_SIZE) {
-      kind = RecordFault::Kind::kCellShort;
+      kind = Kind::kCellShort;
       break;
     }
     const auto head = loadWord<std::uint32_t>(in);
     const unsigned char* const value = in + MIN_TLV_SIZE;
     if (typeOf(head) > kMaxType || lengthOf(head) > end - value) {
-      kind = RecordFault::Kind::kCellLength;
+      kind = Kind::kCellLength;
       break;
     }
     in =
         makeCell(cell, head, value, at.readable, static_cast<CTLVCell::Place>(place), record, last);
     if (in == nullptr) {
       in = value;
-      kind = RecordFault::Kind::kNoMemory;
+      kind = Kind::kNoMemory;
       break;
     }
   }
@@ -118,12 +122,12 @@ unsigned long RecordCodec::countCells(const Cursor& at) noexcept {
   return cells;
 }
 
-inline RecordFault::Kind RecordCodec::parseCells(Cursor& at, CTLVRecordV3& record) noexcept {
-  auto kind = RecordFault::Kind::kNone;
-  while (at.in != at.end && kind == RecordFault::Kind::kNone) {
+inline DecodeFault::Kind RecordCodec::parseCells(Cursor& at, CTLVRecordV3& record) noexcept {
+  auto kind = Kind::kNone;
+  while (at.in != at.end && kind == Kind::kNone) {
     if ((record.last_ == nullptr || record.last_->full()) &&
         !record.makeRoom(record.store_ == nullptr ? countCells(at) : 0)) {
-      return RecordFault::Kind::kNoMemory;
+      return Kind::kNoMemory;
     }
     kind = parseBlock(at, record);
   }
@@ -135,17 +139,20 @@ inline RecordFault::Kind RecordCodec::parseCells(Cursor& at, CTLVRecordV3& recor
 /// Whether its head is there goes by what may be read, its end by the record's. A cell that runs
 /// into the next record is refused although its bytes are there: accepting it would let few bytes
 /// on the wire unfold into very many in memory.
-RecordFault RecordCodec::judge(const Cursor& at, unsigned int length) noexcept {
-  using Kind = RecordFault::Kind;
+DecodeFault RecordCodec::judge(const Cursor& at) noexcept {
   const auto pos = static_cast<unsigned int>(at.in - at.start);
-  if (at.readable - at.in < MIN_TLV_SIZE) {
-    return {Kind::kCellShort, length, pos};
+  const auto left = static_cast<unsigned int>(at.readable - at.in);
+  if (left < MIN_TLV_SIZE) {
+    return {Kind::kCellShort, pos, left, MIN_TLV_SIZE};
   }
   const auto head = loadWord<std::uint32_t>(at.in);
   if (typeOf(head) > kMaxType) {
-    return {Kind::kCellType, length, pos, typeOf(head)};
+    return {Kind::kCellType, pos, typeOf(head), kMaxType};
   }
-  return {Kind::kCellLength, length, pos + MIN_TLV_SIZE, lengthOf(head)};
+  // Its head may end behind the record, too.
+  const auto room = std::max<std::ptrdiff_t>(at.end - at.in - MIN_TLV_SIZE, 0);
+  constexpr unsigned int kCellLengthAt = 2;
+  return {Kind::kCellLength, pos + kCellLengthAt, lengthOf(head), static_cast<unsigned int>(room)};
 }
 
 CTLVRecordV3* RecordCodec::makeAlone(std::uint64_t cmd) noexcept {
@@ -156,33 +163,32 @@ CTLVRecordV3* RecordCodec::makeAlone(std::uint64_t cmd) noexcept {
   return record;
 }
 
-RecordFault RecordCodec::parse(const unsigned char* p, unsigned int remain, RecordStore* store,
+DecodeFault RecordCodec::parse(const unsigned char* p, unsigned int remain, RecordStore* store,
                                CTLVRecordV3*& rec) noexcept {
-  using Kind = RecordFault::Kind;
   rec = nullptr;
   if (p == nullptr || remain < MIN_RECORD_SIZE) {
-    return {Kind::kRecordShort};
+    return {Kind::kRecordShort, 0, remain, MIN_RECORD_SIZE};
   }
   const unsigned int length = loadWord<std::uint16_t>(p + kLengthAt);
   if (length + MIN_RECORD_SIZE > remain) {
-    return {Kind::kRecordLength, length};
+    return {Kind::kRecordLength, kLengthAt, length, remain - MIN_RECORD_SIZE};
   }
   const auto cmd = loadWord<std::uint64_t>(p);
   CTLVRecordV3* record = store != nullptr ? store->make(cmd) : makeAlone(cmd);
   if (record == nullptr) {
-    return {Kind::kNoMemory, length};
+    return {Kind::kNoMemory};
   }
   record->length_ = length;
   Cursor at{p, p + MIN_RECORD_SIZE + length, p + remain, p + MIN_RECORD_SIZE};
   const Kind kind = parseCells(at, *record);
   if (kind == Kind::kNone) {
     rec = record;
-    return {kind, length};
+    return {};
   }
   if (store == nullptr) {
     delete record;
   }
-  return kind == Kind::kNoMemory ? RecordFault{kind, length} : judge(at, length);
+  return kind == Kind::kNoMemory ? DecodeFault{kind} : judge(at);
 }
 
 inline unsigned char* RecordCodec::writeCell(const CTLVCell& cell, unsigned char* out,

@@ -7,19 +7,6 @@
 
 namespace qov {
 
-/// What is wrong with the bytes of one record.
-struct RecordFault {
-  using Kind = DecodeFault::Kind;
-
-  Kind kind = Kind::kNone;
-  /// Bytes of the cells, as the record says.
-  unsigned int recordLength = 0;
-  /// The fault's place from the record's start: a cell's head, or its value for kCellLength.
-  unsigned int pos = 0;
-  /// The bad type, or the value length that does not fit.
-  unsigned int value = 0;
-};
-
 /// The byte form of one record, the same in both kinds of packages.
 ///
 /// Thread: no state.
@@ -28,9 +15,9 @@ struct RecordFault {
 class RecordCodec {
  public:
   /// Makes the record at `p`, reading `remain` bytes at most. It is appended to `store`, or belongs
-  /// to the caller if that is null. On a fault there is no record for the caller; one in `store`
-  /// may be there in part.
-  static RecordFault parse(const unsigned char* p, unsigned int remain, RecordStore* store,
+  /// to the caller if that is null. On a fault, whose place counts from `p`, there is no record for
+  /// the caller; one in `store` may be there in part.
+  static DecodeFault parse(const unsigned char* p, unsigned int remain, RecordStore* store,
                            CTLVRecordV3*& rec) noexcept;
 
   /// Writes `record`, whose length() has been checked, to `out` and returns its end. `end` is that
@@ -43,9 +30,9 @@ class RecordCodec {
 
   static CTLVRecordV3* makeAlone(std::uint64_t cmd) noexcept;
   static unsigned long countCells(const Cursor& at) noexcept;
-  static RecordFault::Kind parseCells(Cursor& at, CTLVRecordV3& record) noexcept;
-  static RecordFault::Kind parseBlock(Cursor& at, CTLVRecordV3& record) noexcept;
-  static RecordFault judge(const Cursor& at, unsigned int length) noexcept;
+  static DecodeFault::Kind parseCells(Cursor& at, CTLVRecordV3& record) noexcept;
+  static DecodeFault::Kind parseBlock(Cursor& at, CTLVRecordV3& record) noexcept;
+  static DecodeFault judge(const Cursor& at) noexcept;
   static const unsigned char* makeCell(CTLVCell* slot, std::uint32_t head, const unsigned char* in,
                                        const unsigned char* readable, CTLVCell::Place place,
                                        CTLVRecordV3& record, const CTLVCell*& last) noexcept;

@@ -88,6 +88,23 @@ TEST(Layers, EveryOwnedHeaderExists) {
   }
 }
 
+TEST(Layers, ToolsIncludeOfTheLibraryItsPublicHeadersOnly) {
+  const Components tree = readTree();
+  int files = 0;
+  for (const auto& entry : fs::recursive_directory_iterator(kTreeRoot / "tools")) {
+    const fs::path& file = entry.path();
+    if (file.extension() != ".h" && file.extension() != ".cpp") {
+      continue;
+    }
+    ++files;
+    for (const std::string& include : includesOf(file)) {
+      EXPECT_TRUE(include.rfind("qovpub/", 0) == 0 || ownerOfInclude(tree, include).empty())
+          << file << " includes " << include;
+    }
+  }
+  EXPECT_GT(files, 0);
+}
+
 TEST(LayersReader, FindsIncludesOfBothFormsAndSkipsCommentedOnes) {
   const fs::path file = fs::path(testing::TempDir()) / "layers_reader_sample.h";
   std::ofstream(file) << "#include <qovpub/qov_msg.h>\n"

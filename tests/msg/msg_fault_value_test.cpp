@@ -24,10 +24,12 @@ DecodeFault faultOf(Package&& package, Bytes message) {
   return package.decodeFault();
 }
 
-void expectFault(const DecodeFault& fault, Kind kind, unsigned int pos, unsigned int value) {
+void expectFault(const DecodeFault& fault, Kind kind, unsigned int pos, unsigned int value,
+                 unsigned int limit) {
   EXPECT_EQ(fault.kind, kind);
   EXPECT_EQ(fault.pos, pos);
   EXPECT_EQ(fault.value, value);
+  EXPECT_EQ(fault.limit, limit);
 }
 
 Bytes v3(unsigned int len) {
@@ -38,44 +40,48 @@ Bytes v3(unsigned int len) {
 
 TEST(DecodeFault, IsNoneBeforeAndAfterAMessageThatIsGood) {
   CT7QPackageV3 package;
-  expectFault(package.decodeFault(), Kind::kNone, 0, 0);
+  expectFault(package.decodeFault(), Kind::kNone, 0, 0, 0);
   faultOf(package, v3(1));
   Bytes good = v3(0);
   EXPECT_EQ(package.decode(good.begin(), good.size()), 0U);
-  expectFault(package.decodeFault(), Kind::kNone, 0, 0);
+  expectFault(package.decodeFault(), Kind::kNone, 0, 0, 0);
 }
 
 TEST(DecodeFault, SaysWhatIsWrongWithAHeader) {
   Bytes cut = v3(0);
   cut.data().pop_back();
-  expectFault(faultOf(CT7QPackageV3(), cut), Kind::kHeadShort, 0, 27);
-  expectFault(faultOf(CT7QPackageV3(), v3(0).set(1, 0)), Kind::kMagic, 0, 0);
-  expectFault(faultOf(CT7QPackageV3(), v3(0).set(4, 2)), Kind::kVersion, 4, 0);
-  expectFault(faultOf(CT7QPackageV3(), v3(100)), Kind::kLength, 24, 100);
+  expectFault(faultOf(CT7QPackageV3(), cut), Kind::kHeadShort, 0, 27, 28);
+  expectFault(faultOf(CT7QPackageV3(), v3(0).set(1, 0)), Kind::kMagic, 0, 0x55550055, 0x55555555);
+  expectFault(faultOf(CT7QPackageV3(), v3(0).set(4, 2)), Kind::kVersion, 4, 2, 3);
+  expectFault(faultOf(CT7QPackageV3(), v3(100)), Kind::kLength, 24, 100, 0);
   Bytes internal;
   internal.head(0, 5);
-  expectFault(faultOf(CQOV_MsgPackage(), internal), Kind::kType, 5, 5);
+  expectFault(faultOf(CQOV_MsgPackage(), internal), Kind::kType, 5, 5, 4);
 }
 
 TEST(DecodeFault, SaysWhatIsWrongWithARecordAndWhere) {
   expectFault(faultOf(CT7QPackageV3(), v3(10 + 9).record(1, 0).fill(9, 0)), Kind::kRecordShort, 38,
-              9);
+              9, 10);
   expectFault(faultOf(CT7QPackageV3(), v3(10 + 15).record(1, 0).record(1, 6).cell(1, 3, 1).u8(1)),
-              Kind::kRecordLength, 38 + 8, 6);
+              Kind::kRecordLength, 38 + 8, 6, 5);
   expectFault(faultOf(CT7QPackageV3(), v3(18).record(1, 8).cell(1, 3, 1).u8(1).fill(3, 0)),
-              Kind::kCellShort, 28 + 15, 0);
+              Kind::kCellShort, 28 + 15, 3, 4);
   expectFault(faultOf(CT7QPackageV3(), v3(15).record(1, 5).cell(1, 11, 1).u8(1)), Kind::kCellType,
-              38, 11);
+              38, 11, 9);
   expectFault(faultOf(CT7QPackageV3(), v3(15).record(1, 5).cell(1, 3, 2).u8(1)), Kind::kCellLength,
-              40, 2);
+              40, 2, 1);
+  // The cell's head ends in the next record.
+  expectFault(faultOf(CT7QPackageV3(), v3(22).record(1, 2).u16(0x13).record(2, 0)),
+              Kind::kCellLength, 40, 2, 0);
 }
 
 TEST(DecodeFault, CountsPlacesInAnOmMessageFromItsStart) {
   Bytes message;
   message.head(28 + 15).headV3(15).record(1, 5).cell(1, 12, 1).u8(1);
-  expectFault(faultOf(CQOV_OM_MsgPackage(nullptr), message), Kind::kCellType, 32 + 38, 12);
-  expectFault(faultOf(CQOV_OM_MsgPackage(nullptr), Bytes(message).set(5, 9)), Kind::kType, 5, 9);
-  expectFault(faultOf(CQOV_OM_MsgPackage(nullptr), Bytes(message).set(32, 0)), Kind::kMagic, 32, 0);
+  expectFault(faultOf(CQOV_OM_MsgPackage(nullptr), message), Kind::kCellType, 32 + 38, 12, 9);
+  expectFault(faultOf(CQOV_OM_MsgPackage(nullptr), Bytes(message).set(5, 9)), Kind::kType, 5, 9, 4);
+  expectFault(faultOf(CQOV_OM_MsgPackage(nullptr), Bytes(message).set(32, 0)), Kind::kMagic, 32,
+              0x55555500, 0x55555555);
 }
 
 TEST(DecodeFault, IsThereForARecordAloneToo) {
@@ -85,11 +91,11 @@ TEST(DecodeFault, IsThereForARecordAloneToo) {
   bytes.record(1, 5).cell(1, 10, 1).u8(1);
   const LogCapture log;
   EXPECT_EQ(package.getRecord(bytes.begin(), bytes.size(), record), 0U);
-  expectFault(package.decodeFault(), Kind::kCellType, 10, 10);
+  expectFault(package.decodeFault(), Kind::kCellType, 10, 10, 9);
   bytes.set(10, 0x13);
   EXPECT_EQ(package.getRecord(bytes.begin(), bytes.size(), record), 15U);
   delete record;
-  expectFault(package.decodeFault(), Kind::kNone, 0, 0);
+  expectFault(package.decodeFault(), Kind::kNone, 0, 0, 0);
 }
 
 TEST(DecodeFault, HasAnotherTextForEveryKind) {

@@ -13,7 +13,10 @@
 #include "tools/common/json_object.h"
 
 using namespace std::string_literals;
+using ::testing::AllOf;
 using ::testing::HasSubstr;
+using ::testing::Lt;
+using ::testing::SizeIs;
 using ::testing::StartsWith;
 
 namespace qov::tools {
@@ -304,7 +307,7 @@ TEST(CellJson, RefusesValuesOfAnotherKindThanTheType) {
   EXPECT_THAT(refused("Uint", "-1"), HasSubstr("-1 is not within 0 to 18446744073709551615"));
   EXPECT_THAT(refused("Int", "9223372036854775808"), HasSubstr("is not within"));
   EXPECT_EQ(refused("String", "1"), "cells[3].value: not a text");
-  EXPECT_THAT(refused("String", "'\xff'"), HasSubstr("not UTF-8"));
+  EXPECT_THAT(refused("String", "'\xff'"), HasSubstr("UTF-8"));
   EXPECT_THAT(refused("String", "'\\u0000'"), HasSubstr("cells[3].value: holds a NUL"));
   EXPECT_EQ(refused("Octet", "'0'"), "cells[3].value: not pairs of hexadecimal digits");
   EXPECT_EQ(refused("Octet", "'0g'"), "cells[3].value: not pairs of hexadecimal digits");
@@ -488,7 +491,7 @@ TEST(StrictJson, RefusesWhatLaxReadersAccept) {
   EXPECT_EQ(json("1"), 1);
 }
 
-TEST(StrictJson, RefusesWhatJsonCppReadsAsAnotherValue) {
+TEST(StrictJson, RefusesWhatLaxReadersTakeForAnotherValue) {
   const auto refused = [](const std::string& text) { return complaint([&] { json(text); }); };
   for (const char* number : {"-", "01", "-01", "1.", "1.e1", "-.5", "1.5.5"}) {
     for (const char* before : {"", "[0,", "{'a':"}) {
@@ -503,7 +506,26 @@ TEST(StrictJson, RefusesWhatJsonCppReadsAsAnotherValue) {
                            "1"}) {
     EXPECT_THAT(refused(text), StartsWith("not JSON: ")) << text;
   }
-  EXPECT_EQ(refused("[1,\n{'a':-}]"), "not JSON: Line 2, Column 6   not a number");
+  EXPECT_EQ(refused("1\0"s), "not JSON: Line 1, Column 2: a NUL");
+}
+
+TEST(StrictJson, SaysWhereAndWhyATextIsNone) {
+  const auto refused = [](const std::string& text) { return complaint([&] { json(text); }); };
+  EXPECT_THAT(refused("[1,\n{'a':-}]"),
+              AllOf(StartsWith("not JSON: Line 2, Column 7: "), HasSubstr("expected digit")));
+  EXPECT_THAT(refused("'a\nb'"), StartsWith("not JSON: Line 1, Column 3: "));
+  EXPECT_THAT(refused(""), StartsWith("not JSON: Line 1, Column 1: "));
+  EXPECT_EQ(refused("{'a':[],\n 'b':2,'a':3}"),
+            "not JSON: Line 2, Column 10: another member has this key");
+  EXPECT_EQ(refused("[1e400]"), "not JSON: Line 1, Column 6: a number that is too large");
+  // What was read so far is not shown: it may be long.
+  EXPECT_THAT(refused("'" + std::string(1000, 'a')), SizeIs(Lt(200U)));
+}
+
+TEST(StrictJson, KeepsIntegersOfSixtyFourBitsExact) {
+  EXPECT_EQ(json("18446744073709551615").asUInt64(), 18446744073709551615U);
+  EXPECT_EQ(json("-9223372036854775808").asInt64(), INT64_MIN);
+  EXPECT_TRUE(json("18446744073709551616").isDouble());
 }
 
 TEST(StrictJson, ReadsEveryFormOfNumbersAndStrings) {

@@ -42,7 +42,7 @@ Json::Value textValue(const CTLVCell& cell) {
 
 Json::Value parsedValue(const CTLVCell& cell) try {
   // As deep as the library reads it.
-  constexpr int kDepth = 1000;
+  constexpr std::size_t kDepth = 1000;
   Json::Value value = parseJson(cell.text(), kDepth);
   const bool fits = value.isArray() == (cell.type() == CTLVCell::TLV_ARRAY);
   return isText(cell) && fits && !isOctetsObject(value) ? value : octetsObject(cell);

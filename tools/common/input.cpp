@@ -4,13 +4,16 @@
 #include <cerrno>
 #include <memory>
 #include <stdexcept>
-
-#include "frame/failure.h"
+#include <system_error>
 
 namespace qov::tools {
 namespace {
 
 constexpr std::size_t kMost = std::size_t{256} << 20;
+
+[[noreturn]] void throwError() {
+  throw std::runtime_error(std::generic_category().message(errno));
+}
 
 struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
@@ -28,7 +31,7 @@ std::string readAll(std::FILE* from) {
     }
   }
   if (std::ferror(from) != 0) {
-    throw std::runtime_error(errnoText(errno));
+    throwError();
   }
   return content;
 }
@@ -36,7 +39,7 @@ std::string readAll(std::FILE* from) {
 std::string readFile(const std::string& path) {
   const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "rb"));
   if (file == nullptr) {
-    throw std::runtime_error(errnoText(errno));
+    throwError();
   }
   return readAll(file.get());
 }

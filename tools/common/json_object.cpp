@@ -1,15 +1,15 @@
 #include "tools/common/json_object.h"
 
-#include <json/reader.h>
 #include <json/writer.h>
 
 #include <algorithm>
 #include <array>
-#include <memory>
+#include <nlohmann/json.hpp>
+#include <sstream>
 #include <utility>
+#include <vector>
 
 #include "tools/common/controls.h"
-#include "tools/common/json_grammar.h"
 #include "tools/common/octets.h"
 
 namespace qov::tools {
@@ -22,13 +22,6 @@ namespace {
 
 bool isInteger(const Json::Value& json) {
   return json.type() == Json::intValue || json.type() == Json::uintValue;
-}
-
-/// The first of JsonCpp's complaints, which come in several lines.
-std::string firstComplaint(const std::string& complaints) {
-  std::string line = complaints.substr(0, complaints.find('\n', complaints.find('\n') + 1));
-  std::replace(line.begin(), line.end(), '\n', ' ');
-  return line.compare(0, 2, "* ") == 0 ? line.substr(2) : line;
 }
 
 /// JsonCpp escapes only those below the blank. The others stand nowhere but in strings.
@@ -48,43 +41,103 @@ std::string withEscapedControls(const std::string& json) {
   return escaped;
 }
 
-/// In the words of JsonCpp's complaints.
-std::string placeText(std::string_view text, std::size_t at) {
-  const std::string_view before = text.substr(0, at);
-  const auto lines = std::count(before.begin(), before.end(), '\n');
-  // Without a newline npos, which is one less than 0.
-  const std::size_t column = at - before.rfind('\n');
-  return "Line " + std::to_string(lines + 1) + ", Column " + std::to_string(column) + "   ";
-}
+/// Makes values of what the parser reads, which is strict but for what read() and key() refuse.
+class ValueMaker final : public nlohmann::json_sax<nlohmann::json> {
+ public:
+  ValueMaker(std::string_view text, std::size_t maxDepth)
+      : text_(text), in_(std::string(text)), maxDepth_(maxDepth) {}
 
-void refuseLaxJson(std::string_view text) {
-  if (const auto lax = findLaxJson(text)) {
-    throw BadJson("", "not JSON: " + placeText(text, lax->at) + lax->why);
+  Json::Value read() {
+    // The parser skips the one and takes the other for the end.
+    if (text_.substr(0, 3) == "\xEF\xBB\xBF") {
+      refuse(1, "a byte order mark");
+    }
+    if (const std::size_t nul = text_.find('\0'); nul != std::string_view::npos) {
+      refuse(nul + 1, "a NUL");
+    }
+    nlohmann::json::sax_parse(in_, this);
+    return std::move(json_);
   }
-}
+
+  bool null() override { return put(Json::Value()); }
+  bool boolean(bool value) override { return put(value); }
+  bool number_integer(std::int64_t value) override { return put(Json::Int64{value}); }
+  bool number_unsigned(std::uint64_t value) override { return put(jsonNumber(value)); }
+  bool number_float(double value, const std::string&) override { return put(value); }
+  bool string(std::string& value) override { return put(value); }
+  bool binary(binary_t&) override { return false; }
+
+  bool start_object(std::size_t) override { return open(Json::objectValue); }
+  bool key(std::string& key) override {
+    if (open_.back()->isMember(key)) {
+      refuse(static_cast<std::size_t>(in_.tellg()), "another member has this key");
+    }
+    member_ = &(*open_.back())[key];
+    return true;
+  }
+  bool end_object() override { return close(); }
+  bool start_array(std::size_t) override { return open(Json::arrayValue); }
+  bool end_array() override { return close(); }
+
+  bool parse_error(std::size_t read, const std::string&,
+                   const nlohmann::detail::exception& error) override {
+    constexpr int kOverflow = 406;
+    if (error.id == kOverflow) {
+      refuse(read, "a number that is too large");
+    }
+    // Behind the parser's own form of the place; without what it has read, which may be long.
+    const std::string what = error.what();
+    const std::size_t why = what.find(": ") + 2;
+    refuse(read, what.substr(why, what.find("; last read") - why));
+  }
+
+ private:
+  /// The place is that of the last of the bytes that were read.
+  [[noreturn]] void refuse(std::size_t read, const std::string& why) const {
+    const std::string_view before = text_.substr(0, read - 1);
+    const auto lines = std::count(before.begin(), before.end(), '\n');
+    // Without a newline npos, which is one less than 0.
+    const std::size_t column = before.size() - before.rfind('\n');
+    throw BadJson("", "not JSON: Line " + std::to_string(lines + 1) + ", Column " +
+                          std::to_string(column) + ": " + why);
+  }
+
+  Json::Value& next() {
+    if (open_.size() >= maxDepth_) {
+      throw BadJson("", "not JSON: nested deeper than " + std::to_string(maxDepth_) + " levels");
+    }
+    if (open_.empty()) {
+      return json_;
+    }
+    return open_.back()->isArray() ? open_.back()->append(Json::Value()) : *member_;
+  }
+  bool put(Json::Value value) {
+    next() = std::move(value);
+    return true;
+  }
+  bool open(Json::ValueType type) {
+    Json::Value& value = next();
+    value = Json::Value(type);
+    open_.push_back(&value);
+    return true;
+  }
+  bool close() {
+    open_.pop_back();
+    return true;
+  }
+
+  const std::string_view text_;
+  std::istringstream in_;
+  const std::size_t maxDepth_;
+  Json::Value json_;
+  std::vector<Json::Value*> open_;  ///< the arrays and objects around the next value
+  Json::Value* member_ = nullptr;   ///< of the innermost object
+};
 
 }  // namespace
 
-Json::Value parseJson(std::string_view text, int maxDepth) {
-  if (!isUtf8(text)) {
-    throw BadJson("", "not JSON: not UTF-8");
-  }
-  Json::CharReaderBuilder builder;
-  Json::CharReaderBuilder::strictMode(&builder.settings_);
-  builder["strictRoot"] = false;
-  builder["stackLimit"] = maxDepth;
-  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-  Json::Value json;
-  std::string complaints;
-  try {
-    if (!reader->parse(text.data(), text.data() + text.size(), &json, &complaints)) {
-      throw BadJson("", "not JSON: " + firstComplaint(complaints));
-    }
-  } catch (const Json::Exception&) {
-    throw BadJson("", "not JSON: nested deeper than " + std::to_string(maxDepth) + " levels");
-  }
-  refuseLaxJson(text);
-  return json;
+Json::Value parseJson(std::string_view text, std::size_t maxDepth) {
+  return ValueMaker(text, maxDepth).read();
 }
 
 std::string jsonText(const Json::Value& json) {

@@ -3,6 +3,7 @@
 
 #include <json/value.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <limits>
@@ -22,11 +23,11 @@ class BadJson : public std::runtime_error {
 };
 
 /// A cell's value may be nested 1000 levels deep, and some more lie around it.
-inline constexpr int kMaxJsonDepth = 1100;
+inline constexpr std::size_t kMaxJsonDepth = 1100;
 
 /// Parses the whole of `text`, which is UTF-8 and JSON to the letter: no comments, nothing behind
 /// the value, no key twice in one object. Throws BadJson, with line and column of what is no JSON.
-Json::Value parseJson(std::string_view text, int maxDepth = kMaxJsonDepth);
+Json::Value parseJson(std::string_view text, std::size_t maxDepth = kMaxJsonDepth);
 
 /// The text of `json`, in indented lines, with a newline at the end.
 std::string jsonText(const Json::Value& json);

@@ -5,7 +5,6 @@
 #include <limits>
 #include <optional>
 
-#include "link/endpoint_address.h"
 #include "tools/qovctl/failure.h"
 #include "tools/qovctl/streams.h"
 #include "tools/qovctl/tables.h"
@@ -64,7 +63,7 @@ Json (JSON text); a Bool may be true or false. The link gives the message a seri
 own. The reply is printed whatever its RET.)";
 
 std::string checkEndpoint(const std::string& text) {
-  return hostPortOf(text) ? "" : "not host:port, with a port of 1 to 65535";
+  return EndpointLink::isEndpoint(text) ? "" : "not host:port, with a port of 1 to 65535";
 }
 
 std::string checkTimeout(const std::string& text) {

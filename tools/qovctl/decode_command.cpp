@@ -3,9 +3,9 @@
 #include <string_view>
 
 #include "tools/qovctl/failure.h"
+#include "tools/qovctl/fault_text.h"
 #include "tools/qovctl/hex_text.h"
 #include "tools/qovctl/json_document.h"
-#include "tools/qovctl/refusal.h"
 #include "tools/qovctl/streams.h"
 
 namespace qov::ctl {
@@ -57,13 +57,13 @@ std::size_t decodeOne(std::string_view rest, std::size_t start, std::optional<Ki
     kind = kindOfBytes(rest);
   }
   if (!kind) {
-    throw Failure(kBadData, textOf(unknownKind(rest), start));
+    throw Failure(kBadData, unknownKindText(rest, start));
   }
   printer.begin(*kind);
   Message message(*kind);
   const auto size = message.decode(rest);
   if (!size) {
-    throw Failure(kBadData, textOf(findRefusal(rest, *kind), start));
+    throw Failure(kBadData, textOf(message.fault(), *kind, start));
   }
   printer.add(message);
   return *size;

@@ -9,10 +9,9 @@
 #include <cstdint>
 #include <new>
 #include <sstream>
-#include <string_view>
 
 #include "tools/common/endpoint_protocol.h"
-#include "tools/qovctl/refusal.h"
+#include "tools/qovctl/fault_text.h"
 #include "tools/qovctl/tables.h"
 
 namespace qov::ctl {
@@ -38,11 +37,6 @@ constexpr double kConnectSeconds = 2;
 template <class Word>
 Word headField(const std::vector<char>& message, std::size_t offset) {
   return loadWord<Word>(reinterpret_cast<const unsigned char*>(message.data()) + offset);
-}
-
-/// What is wrong with bytes that are no V3 message.
-std::string badBytes(std::string_view bytes) {
-  return textOf(findRefusal(bytes, Kind::kV3), 0);
 }
 
 std::optional<std::uint64_t> numberIn(const CTLVCell* cell) {
@@ -101,7 +95,7 @@ unsigned int EndpointLink::receiveMsg(CT7QPackageV3* package) {
   stage_ = Stage::kReceived;
   const unsigned int result =
       convert(reinterpret_cast<unsigned char*>(buffer_.data()), replyLength_, package);
-  decoded_ = package->decodeFault().kind == DecodeFault::Kind::kNone;
+  fault_ = package->decodeFault();
   if (take_ && result == 0) {
     takeReply(*package);
   }
@@ -200,9 +194,10 @@ void EndpointLink::throwNoReply() const {
 }
 
 void EndpointLink::throwTooLong() const {
-  const std::string_view head(buffer_.data(), kHeadSize);
-  if (kindOfBytes(head) != Kind::kV3) {
-    throw Failure(kBadData, "bad reply: " + badBytes(head));
+  const auto magic = headField<std::uint32_t>(buffer_, offsetof(TLVMsgHeadV3, magic_));
+  if (magic != TLVMsgHeadV3::kMagic) {
+    const DecodeFault fault{DecodeFault::Kind::kMagic, 0, magic, TLVMsgHeadV3::kMagic};
+    throw Failure(kBadData, "bad reply: " + textOf(fault, Kind::kV3, 0));
   }
   const auto length = headField<std::int32_t>(buffer_, offsetof(TLVMsgHeadV3, len_));
   throw Failure(kBadData, "bad reply: LEN is " + std::to_string(length) + ", a reply has at most " +
@@ -215,13 +210,14 @@ void EndpointLink::throwBadReply() const {
     throw Failure(kBadData, "bad reply: its serial number is " + std::to_string(serial) +
                                 ", the request's is " + std::to_string(serial_));
   }
-  const std::string_view bytes(buffer_.data(), replyLength_);
   if (const auto ret = headField<std::uint32_t>(buffer_, offsetof(TLVMsgHeadV3, ret_)); ret != 0) {
     throw Failure(kEndpointError,
                   "the endpoint refused the request: " + resultText(ret) +
-                      (decoded_ ? "" : "; its reply cannot be decoded: " + badBytes(bytes)));
+                      (fault_.kind == DecodeFault::Kind::kNone
+                           ? ""
+                           : "; its reply cannot be decoded: " + textOf(fault_, Kind::kV3, 0)));
   }
-  throw Failure(kBadData, "bad reply: " + badBytes(bytes));
+  throw Failure(kBadData, "bad reply: " + textOf(fault_, Kind::kV3, 0));
 }
 
 }  // namespace qov::ctl

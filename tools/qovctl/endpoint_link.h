@@ -65,7 +65,7 @@ class EndpointLink : public CQOVLongSocket {
   Stage stage_ = Stage::kNotTried;
   unsigned short serial_ = 0;
   unsigned int replyLength_ = 0;
-  bool decoded_ = false;
+  DecodeFault fault_;
 
   // Of a walk.
   Taker take_;

@@ -96,6 +96,11 @@ std::optional<std::size_t> Message::decode(std::string_view bytes) {
       package_);
 }
 
+const DecodeFault& Message::fault() const {
+  return std::visit(
+      [](const auto& package) -> const DecodeFault& { return package->decodeFault(); }, package_);
+}
+
 std::string dumpOf(const CT7QPackageV3& message) {
   return textOf(message);
 }

@@ -41,6 +41,9 @@ class Message {
   /// nothing when the library refuses it; once only.
   std::optional<std::size_t> decode(std::string_view bytes);
 
+  /// Why decode() gave nothing.
+  const DecodeFault& fault() const;
+
   /// The text form, as in the logs.
   std::string dump() const;
   Json::Value json() const;

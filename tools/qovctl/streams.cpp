@@ -3,8 +3,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <stdexcept>
+#include <system_error>
 
-#include "frame/failure.h"
 #include "tools/common/input.h"
 #include "tools/qovctl/failure.h"
 
@@ -12,7 +12,7 @@ namespace qov::ctl {
 namespace {
 
 [[noreturn]] void failToWrite() {
-  throw Failure(kFailed, "cannot write: " + errnoText(errno));
+  throw Failure(kFailed, "cannot write: " + std::generic_category().message(errno));
 }
 
 }  // namespace

@@ -58,6 +58,10 @@ class QOV_EXPORT CQOVLongSocket {
   CQOVLongSocket();
   ~CQOVLongSocket();
 
+  /// Whether `text` has the form of "MMT_ADDR": host:port, [address]:port, or a port alone. Names
+  /// of hosts are not looked up.
+  static bool isEndpoint(const std::string& text);
+
   CQOVLongSocket(const CQOVLongSocket&) = delete;
   CQOVLongSocket& operator=(const CQOVLongSocket&) = delete;
 

@@ -23,13 +23,13 @@ struct QOV_EXPORT DecodeFault {
   enum class Kind : unsigned char {
     kNone,          ///< nothing was refused
     kHeadShort,     ///< no bytes, or fewer than the header has; `value`: how many there are
-    kMagic,         ///< another magic
-    kVersion,       ///< another version
-    kType,          ///< in an internal header, another type than 1 to 4
+    kMagic,         ///< another magic, `value`
+    kVersion,       ///< another version, `value`
+    kType,          ///< in an internal header, a type, `value`, other than 1 to 4
     kLength,        ///< LEN, `value`, is more than the bytes behind the header
     kRecordShort,   ///< `value` bytes, 1 to 9, where a record should start
     kRecordLength,  ///< a record's length, `value`, is more than what is left of LEN
-    kCellShort,     ///< fewer than 4 bytes of the message left for a cell's head
+    kCellShort,     ///< `value` bytes, 0 to 3, of the message left for a cell's head
     kCellType,      ///< a cell of type `value`, 10 to 15
     kCellLength,    ///< a cell's length, `value`, is more than what is left of its record
     kNoMemory       ///< none for the records; errno is ENOMEM
@@ -42,6 +42,9 @@ struct QOV_EXPORT DecodeFault {
   unsigned int pos = 0;
   /// What stands there, as said with each kind; otherwise 0.
   unsigned int value = 0;
+  /// What `value` is held against: the right magic or version, the least number of bytes, or the
+  /// most that the type or length may be; 0 for kNone and kNoMemory.
+  unsigned int limit = 0;
 
   /// The kind in a few words of English, such as "a cell is longer than its record".
   const char* text() const noexcept;

@@ -1,0 +1,73 @@
+#include "tools/qovctl/fault_text.h"
+
+#include <qovpub/qov_cell_bytes.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <new>
+
+namespace qov::ctl {
+namespace {
+
+std::string hexWord(std::uint32_t word) {
+  char text[11];
+  std::snprintf(text, sizeof text, "0x%08x", word);
+  return text;
+}
+
+std::string lineOf(std::size_t at, const std::string& why) {
+  return "bad data at byte " + std::to_string(at) + ": " + why;
+}
+
+/// The word and the numbers.
+std::string describe(const DecodeFault& fault) {
+  using Kind = DecodeFault::Kind;
+  const std::string value = std::to_string(fault.value);
+  const std::string limit = std::to_string(fault.limit);
+  switch (fault.kind) {
+    case Kind::kHeadShort:
+      return "head-short: " + value + " bytes are left, a header has " + limit;
+    case Kind::kMagic:
+      return "magic: " + hexWord(fault.value) + " is not " + hexWord(fault.limit);
+    case Kind::kVersion:
+      return "version: " + value + " is not " + limit;
+    case Kind::kType:
+      return "type: " + value + " is none of 1 to " + limit;
+    case Kind::kLength:
+      return "length: LEN says that " + value + " bytes follow the header, but " + limit + " do";
+    case Kind::kRecordShort:
+      return "record-short: " + value + " bytes are left of the message, a record's header has " +
+             limit;
+    case Kind::kRecordLength:
+      return "record-length: the record's header says that " + value + " bytes follow it, but " +
+             limit + " are left of the message";
+    case Kind::kCellShort:
+      return "cell-short: the message ends within a cell's header, which has " + limit + " bytes";
+    case Kind::kCellType:
+      return "cell-type: " + value + " is none of 0 to " + limit;
+    case Kind::kCellLength:
+      return "cell-length: a value of " + value + " bytes goes beyond its record";
+    default:
+      throw std::bad_alloc();
+  }
+}
+
+}  // namespace
+
+std::string textOf(const DecodeFault& fault, Kind kind, std::size_t start) {
+  const bool inner = kind == Kind::kOm && fault.pos >= sizeof(QOVMsgHead);
+  return lineOf(start + fault.pos, describe(fault)) + (inner ? " (in the inner message)" : "");
+}
+
+std::string unknownKindText(std::string_view bytes, std::size_t start) {
+  if (bytes.size() < sizeof(std::uint32_t)) {
+    return lineOf(start, "head-short: " + std::to_string(bytes.size()) +
+                             " bytes are left, and a header begins with a magic number of 4");
+  }
+  const auto* const p = reinterpret_cast<const unsigned char*>(bytes.data());
+  return lineOf(start, "magic: " + hexWord(loadWord<std::uint32_t>(p)) + " is neither " +
+                           hexWord(TLVMsgHeadV3::kMagic) + " (V3) nor " +
+                           hexWord(QOVMsgHead::kMagic) + " (internal, OM)");
+}
+
+}  // namespace qov::ctl
