@@ -73,7 +73,6 @@ int TestRouter::enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value*) {
     ACE_Message_Block::release(mb);
     return 1;
   }
-  // A copy: the function may change the table.
   const Entry entry = entryFor(message->head());
   if (entry.reason == QOVReason::kNoRoom) {
     errno = EWOULDBLOCK;
@@ -98,8 +97,8 @@ void TestRouter::serve(const TimeoutDesc& sender, const CQOV_MsgPackage& request
   }
   if (entry.reason == QOVReason::kNone) {
     auto answer = CreateQovRspPackage(request, entry.result);
-    if (entry.fill) {
-      entry.fill(request, *answer);
+    if (entry.fill != nullptr) {
+      (*entry.fill)(request, *answer);
     }
     sender.task_->putMsg(QOVMsgHead::kResponse, blockWith(answer.release()), nullptr);
     return;

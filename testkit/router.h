@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <utility>
 
 namespace qov {
@@ -32,7 +33,8 @@ class TestRouter : public ACE_Message_Queue<ACE_MT_SYNCH> {
   struct Entry {
     QOVReason reason = QOVReason::kNoReceiver;  ///< kNone: answered
     std::uint8_t result = 0;
-    QOVTestKit::Fill fill = nullptr;
+    /// Shared with a call under way, which may change the table.
+    std::shared_ptr<QOVTestKit::Fill> fill = nullptr;
   };
   void set(std::uint8_t module, std::uint64_t opc, Entry entry) {
     table_[{module, opc}] = std::move(entry);

@@ -112,7 +112,8 @@ QOVTestKit::Sent QOVTestKit::takeSent() {
 }
 
 void QOVTestKit::answer(std::uint8_t module, std::uint64_t opc, Fill fill) {
-  router_->set(module, opc, {QOVReason::kNone, 0, std::move(fill)});
+  router_->set(module, opc,
+               {QOVReason::kNone, 0, fill ? std::make_shared<Fill>(std::move(fill)) : nullptr});
 }
 
 void QOVTestKit::refuse(std::uint8_t module, std::uint64_t opc, std::uint8_t result) {

@@ -60,6 +60,25 @@ TYPED_TEST(TestKitRouter, AnswersEveryRequestAnew) {
   EXPECT_EQ(this->kit_.sent().size(), 2U);
 }
 
+TYPED_TEST(TestKitRouter, KeepsWhatAFunctionOfTheTableKeeps) {
+  this->kit_.answer(kOther, kRead,
+                    [calls = 0U](const CQOV_MsgPackage&, CQOV_MsgPackage& answer) mutable {
+                      answer.addRecord(kRead).addUnsigned(1, ++calls);
+                    });
+
+  this->ask();
+  EXPECT_EQ((*this->ask())[0].getUnsigned(1), 2U);
+}
+
+TYPED_TEST(TestKitRouter, LetsAFunctionOfTheTableChangeTheTable) {
+  this->kit_.answer(kOther, kRead, [this](const CQOV_MsgPackage&, CQOV_MsgPackage&) {
+    this->kit_.refuse(kOther, kRead, 3);
+  });
+
+  EXPECT_TRUE(this->ask());
+  EXPECT_EQ(this->ask().result(), 3);
+}
+
 TYPED_TEST(TestKitRouter, RefusesWithTheResult) {
   this->kit_.refuse(kOther, kRead, 9);
 

@@ -2,6 +2,7 @@
 #define QOVPUB_QOV_TESTKIT_H
 
 #include <qovpub/qov_handlers.h>
+#include <qovpub/qov_long_socket.h>
 #include <qovpub/qov_message_package.h>
 #include <qovpub/qov_periodic_task.h>
 #include <qovpub/qov_request.h>
@@ -174,6 +175,49 @@ class QOVTestKit {
   const std::unique_ptr<qov::TestRouter> router_;
   Duration now_{};
   std::list<Period> periods_;
+};
+
+/// A link to the management endpoint that connects to nothing: a table answers. For code that is
+/// given its CQOVLongSocket by reference. The exchanges and walks are the link's own, and messages
+/// pass through their binary form both ways.
+///
+///     QOVFakeLink link;
+///     link.answer(kReadTable, [](const auto&, auto& answer) { answer.addRecord(kReadTable); });
+///     Reader reader(link);
+///
+/// Thread: that of the test.
+/// Owns:   what was sent.
+/// Errors: what a function of the table throws comes through.
+class QOVFakeLink final : public CQOVLongSocket {
+ public:
+  using Sent = std::vector<std::unique_ptr<CT7QPackageV3>>;
+  /// Fills the answer to `request`.
+  using Fill = std::function<void(const CT7QPackageV3& request, CT7QPackageV3& answer)>;
+
+  /// May log that there is no connection.
+  QOVFakeLink();
+  ~QOVFakeLink();
+
+  // The table: what becomes of a message whose first record has the command code `command`, 0 for
+  // one without records. The latest entry counts. The link fails for what is not in the table
+  // (kSocketFailed).
+
+  /// It is answered, by a message without records if there is no `fill`. The answer's RET field,
+  /// which `fill` may set, is the result of the exchange.
+  void answer(std::uint64_t command, Fill fill = nullptr);
+  /// The connection is lost once it was sent, and so it is when it is sent once more.
+  void fail(std::uint64_t command);
+
+  /// Everything sent so far, in that order, without what was sent once more.
+  const Sent& sent() const { return sent_; }
+
+  unsigned int sendMsg_i(const unsigned char* data, unsigned int length) override;
+  unsigned int receiveMsg(CT7QPackageV3* package) override;
+
+ private:
+  // Shared with a call under way, which may change the table.
+  std::map<std::uint64_t, std::shared_ptr<Fill>> table_;
+  Sent sent_;
 };
 
 #endif
