@@ -4,7 +4,8 @@ include(CMakePackageConfigHelpers)
 
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/qovpub")
 
-install(TARGETS qovpub EXPORT qovpubTargets LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+install(TARGETS qovpub qovtest EXPORT qovpubTargets
+        LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/agent/common/include/qovpub"
         DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" FILES_MATCHING PATTERN "*.h")
 install(EXPORT qovpubTargets NAMESPACE qov:: DESTINATION "${package_dir}")
@@ -19,9 +20,11 @@ install(FILES "${CMAKE_CURRENT_BINARY_DIR}/qovpubConfig.cmake"
               "${PROJECT_SOURCE_DIR}/cmake/QovModule.cmake"
         DESTINATION "${package_dir}")
 
-# The prefix as seen from the .pc file, so that an installed tree may be moved.
+# The prefix as seen from the .pc files, so that an installed tree may be moved.
 file(RELATIVE_PATH QOV_PC_TO_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
-configure_file(
-  "${PROJECT_SOURCE_DIR}/cmake/qovpub.pc.in" "${CMAKE_CURRENT_BINARY_DIR}/qovpub.pc" @ONLY)
-install(FILES "${CMAKE_CURRENT_BINARY_DIR}/qovpub.pc"
-        DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+foreach(library qovpub qovtest)
+  configure_file("${PROJECT_SOURCE_DIR}/cmake/${library}.pc.in"
+                 "${CMAKE_CURRENT_BINARY_DIR}/${library}.pc" @ONLY)
+  install(FILES "${CMAKE_CURRENT_BINARY_DIR}/${library}.pc"
+          DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+endforeach()

@@ -104,8 +104,7 @@ void PendingRequests::releaseThose(IsChosen isChosen) {
 
 void PendingRequests::wake(const TimeoutDesc& sender, int cause) {
   if (sender.task_ != nullptr) {
-    sender.task_->cause_ = cause;
-    sender.task_->wakeup();
+    sender.task_->endWait(cause);
   }
 }
 

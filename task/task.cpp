@@ -74,6 +74,11 @@ int CQOV_Task::wakeup() {
   return msg_queue()->pulse();
 }
 
+int CQOV_Task::endWait(int cause) {
+  cause_ = cause;
+  return wakeup();
+}
+
 int CQOV_Task::putMsg(int, ACE_Message_Block* mb, ACE_Time_Value* timeout) {
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "virtual int CQOV_Task::putMsg(int, ACE_Message_Block*, ACE_Time_Value*)");

@@ -150,6 +150,10 @@ QOVModuleStats CQOV_TaskMgr::stats() const {
   return stats;
 }
 
+CQOV_Leader_Task* CQOV_TaskMgr::leader() const {
+  return leader_.get();
+}
+
 int CQOV_TaskMgr::gid() {
   CQOVDebugKitGuard log(qov::kPublicKit, "int CQOV_TaskMgr::gid()");
   // Not ACE's own notion of the group: that is -1 for as long as the leader is being started.

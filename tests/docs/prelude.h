@@ -17,6 +17,7 @@
 #include <qovpub/qov_request.h>
 #include <qovpub/qov_stats.h>
 #include <qovpub/qov_task.h>
+#include <qovpub/qov_testkit.h>
 #include <qovpub/qov_utility.h>
 #include <qovpub/qov_version.h>
 #include <qovpub/qov_xml.h>
@@ -38,14 +39,27 @@ class MyTask : public CQOV_Task {
   CQOVLongSocket link_;
 };
 
+struct MyModule : CQOV_TaskMgr {
+  MyModule() : CQOV_TaskMgr(42, 1, "mine") {}
+  CQOV_Task* createTask() override { return nullptr; }
+};
+
+struct MyWorker : CQOV_CommonTask {
+  using CQOV_CommonTask::CQOV_CommonTask;
+  int handleMessage(CQOV_MsgPackage&) override { return 0; }
+};
+
 struct Page : CQOV_Task {
   using CQOV_Task::CQOV_Task;
 
   template <class Anything>
   static void use(const Anything&) {}
   static void say(const std::string&) {}
+  static void expect(bool) {}
   static std::vector<unsigned char> read() { return {}; }
 
   static constexpr std::uint64_t command = 1;
   CT7QPackageV3 package;
+  QOVTestKit kit{42};
+  MyWorker worker{kit.module()};
 };

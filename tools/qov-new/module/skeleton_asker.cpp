@@ -1,12 +1,10 @@
 // A module that asks the module `skeleton` once, and writes what came of it into the log.
-#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_log.h>
 #include <qovpub/qov_module.h>
+#include <qovpub/qov_request.h>
 #include <qovpub/qov_task.h>
-#include <qovpub/qov_utility.h>
 
-#include <cerrno>
-#include <cstring>
-#include <memory>
+#include <chrono>
 #include <string>
 
 #include "skeleton_module.h"
@@ -18,27 +16,14 @@ class Asker : public CQOV_Task {
   using CQOV_Task::CQOV_Task;
 
   int svc() override {
-    CQOVDebugKitGuard log(kAsker, "int Asker::svc()");
-    const auto process = static_cast<std::uint8_t>(QOV_Utility::getProcPID());
-    auto request = std::make_unique<CQOV_MsgPackage>();
-    request->head().type_ = kRequest;
-    request->head().spid_ = request->head().rpid_ = process;
-    request->head().smid_ = kAsker;
-    request->head().rmid_ = kModule;
-    request->head().opc_ = kGreet;
-    request->addRecord(kGreet).addString(kName, "world");
-
-    ACE_Time_Value timeout(5);
-    CQOV_MsgPackage* response = nullptr;
-    const int result = send(request.release(), response, &timeout, true);
-    const std::unique_ptr<CQOV_MsgPackage> answer(response);
-    if (result == 0) {
+    QOV_GUARD(guard, kAsker);
+    QOVRequest request(*this, kModule, kGreet);
+    request.addRecord(kGreet).addString(kName, "world");
+    if (const QOVAnswer answer = request.ask(std::chrono::seconds(5))) {
       const std::string text((*answer)[0].getString(kText));
-      log.info(1, __FUNCTION__, __LINE__, "skeleton answered: %s", text.c_str());
-    } else if (result > 0) {
-      log.error(2, __FUNCTION__, __LINE__, "skeleton refused with result %d", result);
+      QOV_INFO(guard, 1, "skeleton answered: %s", text.c_str());
     } else {
-      log.error(3, __FUNCTION__, __LINE__, "no answer from skeleton: %s", std::strerror(errno));
+      QOV_ERROR(guard, 2, "no answer from skeleton: %s, result %d", answer.text(), answer.result());
     }
     return 0;
   }

@@ -10,9 +10,6 @@ namespace skeleton_module {
 constexpr std::uint8_t kModule = 42;
 constexpr std::uint8_t kAsker = kModule + 1;
 
-// The types of messages. Only a request is answered.
-constexpr std::uint8_t kRequest = 1;
-
 // Operation codes. kGreet: one record with kName; the answer has one record with kText.
 constexpr std::uint64_t kGreet = 1;
 
@@ -20,9 +17,8 @@ constexpr std::uint64_t kGreet = 1;
 constexpr std::uint16_t kName = 1;  // String: whom to greet
 constexpr std::uint16_t kText = 2;  // String: the greeting
 
-// Results, which the asker's send() returns; 0 is success.
-constexpr std::uint8_t kUnknownOperation = 1;
-constexpr std::uint8_t kNoName = 2;
+// The result for a request without a name; 0 is success, and other operations are refused with 255.
+constexpr std::uint8_t kNoName = 1;
 
 }  // namespace skeleton_module
 

@@ -1,6 +1,7 @@
 // What the module answers, without an agent around it.
+#include <qovpub/qov_testkit.h>
+
 #include <iostream>
-#include <memory>
 
 #include "skeleton_module.h"
 #include "skeleton_worker.h"
@@ -17,31 +18,29 @@ void expect(bool isTrue, const char* sentence) {
   }
 }
 
-CQOV_MsgPackage requestFor(std::uint64_t operation) {
-  CQOV_MsgPackage request;
-  request.head().type_ = kRequest;
-  request.head().opc_ = operation;
-  return request;
-}
-
 void greetsByName() {
-  CQOV_MsgPackage request = requestFor(kGreet);
+  QOVTestKit kit(kModule);
+  Worker worker(kit.module());
+  CQOV_MsgPackage request = kit.message(kGreet);
   request.addRecord(kGreet).addString(kName, "Ada");
-  const auto answer = answerTo(request);
-  expect(answer->head().mst_ == 0, "a request with a name is answered");
-  expect((*answer)[0].getString(kText) == "hello, Ada", "the answer has the name");
+  const QOVAnswer answer = kit.ask(worker, request);
+  expect(answer && (*answer)[0].getString(kText) == "hello, Ada", "the answer has the name");
 }
 
 void refusesWhatHasNoName() {
-  CQOV_MsgPackage request = requestFor(kGreet);
-  expect(answerTo(request)->head().mst_ == kNoName, "a request without a record is refused");
+  QOVTestKit kit(kModule);
+  Worker worker(kit.module());
+  CQOV_MsgPackage request = kit.message(kGreet);
+  expect(kit.ask(worker, request).result() == kNoName, "a request without a record is refused");
   request.addRecord(kGreet).addUnsigned(kName, 5);
-  expect(answerTo(request)->head().mst_ == kNoName, "a number is refused as a name");
+  expect(kit.ask(worker, request).result() == kNoName, "a number is refused as a name");
 }
 
 void refusesOtherOperations() {
-  const auto answer = answerTo(requestFor(kGreet + 1));
-  expect(answer->head().mst_ == kUnknownOperation, "an unknown operation is refused");
+  QOVTestKit kit(kModule);
+  Worker worker(kit.module());
+  CQOV_MsgPackage request = kit.message(kGreet + 1);
+  expect(!kit.ask(worker, request), "an unknown operation is refused");
 }
 
 }  // namespace

@@ -1,21 +1,18 @@
 #ifndef SKELETON_WORKER_H
 #define SKELETON_WORKER_H
 
-#include <qovpub/qov_task.h>
-
-#include <memory>
+#include <qovpub/qov_handlers.h>
 
 namespace skeleton_module {
 
-/// The answer to `request`: what the module does, apart from how messages come and go.
-std::unique_ptr<CQOV_MsgPackage> answerTo(const CQOV_MsgPackage& request);
-
 /// Answers one message at a time. The module has several, each with a thread of its own.
-class Worker : public CQOV_CommonTask {
+class Worker : public QOVHandlers<Worker> {
  public:
-  using CQOV_CommonTask::CQOV_CommonTask;
+  explicit Worker(CQOV_TaskMgr* module);
 
-  int handleMessage(CQOV_MsgPackage& message) override;
+ private:
+  /// What the module does. A result other than 0 refuses the request.
+  int greet(CQOV_MsgPackage& request, CQOV_MsgPackage& answer);
 };
 
 }  // namespace skeleton_module

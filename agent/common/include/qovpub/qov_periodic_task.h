@@ -22,8 +22,8 @@
 /// ends the wait for the next tick at once, and a request that the tick waits for. What else a tick
 /// does it brings to an end first.
 ///
-/// Thread: tick() on the task's own thread; every() there, or before the task is started; missed()
-///         from any.
+/// Thread: tick() on the task's own thread; every(), period() and first() there, or before the task
+///         is started; missed() from any.
 /// Owns:   as CQOV_StaticSchecheduledTask.
 /// Errors: whatever tick() throws is logged, and the next tick comes when it is due.
 class QOV_EXPORT QOVPeriodicTask : public CQOV_StaticSchecheduledTask {
@@ -39,6 +39,10 @@ class QOV_EXPORT QOVPeriodicTask : public CQOV_StaticSchecheduledTask {
   void every(Duration period, Duration first);
   /// The same with the first tick one period after the start.
   void every(Duration period) { every(period, period); }
+
+  /// As every() was told, within its limits; a period of 0 or less is none.
+  Duration period() const { return period_; }
+  Duration first() const { return first_; }
 
   /// How many times a tick was left out.
   std::uint64_t missed() const { return missed_; }

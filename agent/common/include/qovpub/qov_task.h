@@ -58,6 +58,9 @@ class QOV_EXPORT CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   /// thread's task, if it has one.
   virtual int wakeup();
 
+  /// As wakeup(), and says why: a send() that waits, or else the next one, has `cause` in errno.
+  int endWait(int cause);
+
   /// Puts `mb` at the tail of the own queue. `type` is the message type of the header
   /// (QOVMsgHead::Type); this class ignores it. `timeout` is an absolute time of day
   /// for a full queue, null waits. Returns 0 and takes `mb` over, or -1 and leaves `mb` with the

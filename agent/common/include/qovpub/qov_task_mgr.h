@@ -127,6 +127,10 @@ class QOV_EXPORT CQOV_TaskMgr {
   /// caller and must outlive stop(), or the destructor of this manager where nobody calls that.
   int insertStaticScheduledTask(CQOV_StaticSchecheduledTask* task);
 
+ protected:
+  /// Null when it could not be made.
+  CQOV_Leader_Task* leader() const;
+
  private:
   friend class CQOV_Leader_Task;
   friend class CQOV_Module_Loader;
