@@ -35,10 +35,11 @@ const std::string& processName() {
 }
 
 /// A part of its records that a thread keeps for the next one. It has no destructor: a thread logs
-/// until it is gone.
+/// until it is gone. And it is small: the memory of this kind is scarce where a library is opened
+/// by a running program.
 struct KeptPart {
   size_t size;
-  std::array<char, 320> text;  ///< a process name has 255 characters at most
+  std::array<char, 40> text;
 
   bool isEmpty() const { return size == 0; }
   void keep(const std::string& part) { size = part.copy(text.data(), text.size()); }
@@ -57,15 +58,6 @@ std::string_view timePart() {
     kept.keep("[" + recordTime(now) + "][");
     second = now;
     zone = ::timezone;
-  }
-  return kept.view();
-}
-
-/// From behind the line number to the message.
-std::string_view threadPart() {
-  thread_local KeptPart kept;
-  if (kept.isEmpty()) {
-    kept.keep("][][" + processName() + ":" + std::to_string(pthread_self()) + "] ");
   }
   return kept.view();
 }
@@ -141,7 +133,11 @@ bool Record::appendFields(std::string_view kitName, unsigned long long logId, co
   append(function);
   append(",");
   append(line);
-  append(threadPart());
+  append("][][");
+  append(processName());
+  append(":");
+  append(static_cast<unsigned long long>(pthread_self()));
+  append("] ");
   return true;
 }
 

@@ -40,12 +40,11 @@ class CollectedBell {
   alignas(std::shared_ptr<Doorbell>) unsigned char room_[sizeof(std::shared_ptr<Doorbell>)];
 };
 
-// Each message passes these dozens of times, so they are found without a call into the loader.
-[[gnu::tls_model("initial-exec")]] thread_local bool collecting = false;
-[[gnu::tls_model("initial-exec")]] thread_local std::size_t bellCount = 0;
-[[gnu::tls_model("initial-exec")]] thread_local unsigned int ringCount = 0;
+thread_local bool collecting = false;
+thread_local std::size_t bellCount = 0;
+thread_local unsigned int ringCount = 0;
 /// The first `bellCount` of them are to be rung.
-[[gnu::tls_model("initial-exec")]] thread_local std::array<CollectedBell, kMostBells> bells;
+thread_local std::array<CollectedBell, kMostBells> bells;
 
 void collect(const std::shared_ptr<Doorbell>& bell) {
   const auto end = bells.begin() + static_cast<std::ptrdiff_t>(bellCount);

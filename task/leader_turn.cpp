@@ -12,9 +12,9 @@ namespace qov {
 
 namespace {
 
-[[gnu::tls_model("initial-exec")]] thread_local LeadingScope* scope = nullptr;
+thread_local LeadingScope* scope = nullptr;
 /// How many turns the thread has: a leader's own thread may take one of another leader, too.
-[[gnu::tls_model("initial-exec")]] thread_local int turnsHere = 0;
+thread_local int turnsHere = 0;
 
 }  // namespace
 
@@ -48,10 +48,6 @@ void LeaderTurn::takeOwn() {
     bell_->wait();
   }
   hold();
-}
-
-void LeaderTurn::giveOwnBack() {
-  giveBack();
 }
 
 std::size_t LeaderTurn::workHere(std::size_t most) {

@@ -42,7 +42,7 @@ class LeaderWork {
 /// Shared: a sender may come to its work when the leader is gone. The leader lives until the turn
 /// is closed, which needs the turn.
 ///
-/// Thread: any; takeOwn() and giveOwnBack() are for the leader's, and for who has joined it.
+/// Thread: any; takeOwn() is for the leader's, and for who has joined it.
 class LeaderTurn {
  public:
   /// `bell` wakes the leader's thread. Closed until open().
@@ -52,7 +52,9 @@ class LeaderTurn {
 
   /// Takes the turn for the leader's own thread, waiting for a sender that has it.
   void takeOwn();
-  void giveOwnBack();
+
+  /// Frees the turn, for who has it.
+  void giveBack();
 
   /// Nobody gets the turn any more. For who has it.
   void close();
@@ -85,7 +87,6 @@ class LeaderTurn {
   /// False, and a mark left, when somebody else has the turn or comes next, or it is closed.
   bool tryTake();
   void hold();
-  void giveBack();
 
   LeaderWork& work_;
   const std::shared_ptr<Doorbell> bell_;
@@ -100,7 +101,7 @@ class LeaderTurn {
 class OwnTurn {
  public:
   explicit OwnTurn(LeaderTurn& turn) : turn_(turn) { turn_.takeOwn(); }
-  ~OwnTurn() { turn_.giveOwnBack(); }
+  ~OwnTurn() { turn_.giveBack(); }
 
   OwnTurn(const OwnTurn&) = delete;
   OwnTurn& operator=(const OwnTurn&) = delete;

@@ -71,6 +71,7 @@ QOVModuleStats ModuleCounters::read() const {
   stats.dropped_ = readAll(dropped_);
   stats.workers_ = workers_.read();
   stats.busy_ = stats.workers_ - std::min(stats.workers_, idle_.read());
+  stats.waiting_ = waitingForWorker_.read();
   stats.pending_ = pending_.read();
   if (const std::uint64_t since = oldestPendingSince_.read(); since != 0) {
     stats.oldestPending_ =

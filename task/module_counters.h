@@ -42,7 +42,7 @@ class ModuleCounters {
   /// A few milliseconds late, and many times cheaper than the clock itself.
   static Clock::time_point coarseNow();
 
-  /// All but the module's id and name, and what its Admission knows.
+  /// All but the module's id and name, and what its Admission knows, which waiting_ lacks.
   QOVModuleStats read() const;
 
   Counter in_;
@@ -51,6 +51,8 @@ class ModuleCounters {
   Counter timedOut_;
   Counter workers_;
   Counter idle_;
+  /// 1 while a message waits for an idle worker, where no queue counts it.
+  Counter waitingForWorker_;
 
  private:
   std::array<Counter, QOVModuleStats::kDropReasons> dropped_;

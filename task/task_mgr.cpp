@@ -143,7 +143,7 @@ QOVModuleStats CQOV_TaskMgr::stats() const {
   stats.moduleId_ = moduleId_;
   stats.name_ = name_;
   const qov::Admission& admission = leader_->admission();
-  stats.waiting_ = admission.bookedBlocks();
+  stats.waiting_ += admission.bookedBlocks();
   stats.highestWaiting_ = admission.mostBookedBlocks();
   stats.waitingBytes_ = admission.booked();
   stats.highestWaitingBytes_ = admission.mostBooked();

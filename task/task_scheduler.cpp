@@ -103,6 +103,12 @@ void CQOV_TaskScheduler::notifyExit() {
   ring(idleSignal_);
 }
 
+int CQOV_TaskScheduler::putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout) {
+  const int result = CQOV_Task::putMsg(type, mb, timeout);
+  ring(idleSignal_);
+  return result;
+}
+
 int CQOV_TaskScheduler::createPool() {
   CQOVDebugKitGuard log(qov::kPublicKit, "int CQOV_TaskScheduler::createPool()");
   for (unsigned int i = 0; i < poolSize_ && !toldToStop(); ++i) {
@@ -287,7 +293,9 @@ bool CQOV_TaskScheduler::take(int type, ACE_Message_Block* mb) {
   if (!idleTasks_.empty() && taskQueue().isAwaited() && giveToIdleWorker(mb)) {
     return true;
   }
-  return putMsg(type, mb, nullptr) != -1;
+  // With the lock held, and without a ring for a thread that stays in handle_mb_data(): a worker
+  // that returns must find it.
+  return CQOV_Task::putMsg(type, mb, nullptr) != -1;
 }
 
 bool CQOV_TaskScheduler::giveToIdleWorker(ACE_Message_Block* mb) {
@@ -318,6 +326,7 @@ void CQOV_TaskScheduler::serveBacklog(CQOVDebugKitGuard& log) {
 
 void CQOV_TaskScheduler::beginWait(CQOVDebugKitGuard& log, ACE_Message_Block* mb) {
   waiting_ = mb;
+  counters().waitingForWorker_.set(1);
   waitSerial_ = oAtomicSerialNum_.load(std::memory_order_relaxed);
   oAtomicSerialNum_.store(waitSerial_ + 1, std::memory_order_relaxed);
   waitBegin_ = ACE_OS::time();
@@ -336,5 +345,6 @@ ACE_Message_Block* CQOV_TaskScheduler::endWait(CQOVDebugKitGuard& log) {
              "wait worker thread is empty end wait num(%d), time(%llu).",
              static_cast<int>(waitSerial_), static_cast<unsigned long long>(end - waitBegin_));
   }
+  counters().waitingForWorker_.set(0);
   return std::exchange(waiting_, nullptr);
 }

@@ -103,6 +103,14 @@ nanoseconds InstantWaits::waited() const {
   return shift;
 }
 
+LongWaits::LongWaits() {
+  shift = std::chrono::hours(1);
+}
+
+LongWaits::~LongWaits() {
+  shift = nanoseconds(0);
+}
+
 StandingTimeOfDay::StandingTimeOfDay(time_t seconds) {
   standsAt = seconds;
 }

@@ -22,6 +22,15 @@ class InstantWaits {
   std::chrono::nanoseconds waited() const;
 };
 
+/// While it lives, waits of the calling thread that have an end last an hour longer.
+class LongWaits {
+ public:
+  LongWaits();
+  ~LongWaits();
+  LongWaits(const LongWaits&) = delete;
+  LongWaits& operator=(const LongWaits&) = delete;
+};
+
 /// While it lives, the process's time of day in seconds stands still.
 class StandingTimeOfDay {
  public:

@@ -99,7 +99,7 @@ TEST_F(LeaderTurnTest, WhatComesWhileTheOwnThreadHasTheTurnIsLeftToIt) {
   putAndWork();
   EXPECT_EQ(0, work_.looks_);
   EXPECT_EQ(0, work_.wakes_);
-  turn_->giveOwnBack();
+  turn_->giveBack();
   EXPECT_EQ(1, work_.wakes_);
 }
 
@@ -131,7 +131,7 @@ TEST_F(LeaderTurnTest, WhatIsLeftToTheOwnThreadIsToldToItOrToWhoHasTheTurn) {
   turn_->takeOwn();
   turn_->leaveToOwnThread();
   EXPECT_EQ(1, work_.wakes_);
-  turn_->giveOwnBack();
+  turn_->giveBack();
   EXPECT_EQ(2, work_.wakes_);
   EXPECT_EQ(0, work_.looks_);
 }
@@ -151,7 +151,7 @@ TEST_F(LeaderTurnTest, AThreadThatWaitsInItsScopeLeavesTheRestToOthers) {
 TEST_F(LeaderTurnTest, NobodyButTheOwnThreadWorksOnceTheTurnIsClosed) {
   turn_->takeOwn();
   turn_->close();
-  turn_->giveOwnBack();
+  turn_->giveBack();
   putAndWork();
   EXPECT_EQ(0, work_.looks_);
   EXPECT_EQ(1U, work_.waiting_);
@@ -177,7 +177,7 @@ TEST_F(LeaderTurnTest, TheOwnThreadComesBeforeOtherSenders) {
       id = ::gettid();
       turn_->takeOwn();
       taken.count();
-      turn_->giveOwnBack();
+      turn_->giveBack();
     });
     qov::test::waitForThread([&id] { return id != 0 && qov::test::sleeps(id); }, "waits");
   };
@@ -194,7 +194,7 @@ TEST_F(LeaderTurnTest, KnowsWhoHasIt) {
   turn_->takeOwn();
   EXPECT_TRUE(turn_->isMine());
   std::thread([this] { EXPECT_FALSE(turn_->isMine()); }).join();
-  turn_->giveOwnBack();
+  turn_->giveBack();
   EXPECT_FALSE(turn_->isMine());
 }
 

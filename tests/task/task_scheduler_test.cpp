@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/shifted_clock.h"
 #include "tests/task/stats_of.h"
 #include "tests/task/task_fixture.h"
 
@@ -412,11 +413,17 @@ namespace {
 /// test, and the test plays the workers that return.
 class BusyPool {
  public:
-  explicit BusyPool(StderrCapture& log)
+  explicit BusyPool(StderrCapture& log, bool staysLong = false)
       : scheduler_(&module_, 0),
         made_(std::make_unique<FunctionWorker>(&module_, ignore)),
         worker_(*made_),
-        waiter_([this] { result_ = hand(0); }) {
+        waiter_([this, staysLong] {
+          std::optional<qov::test::LongWaits> longWaits;
+          if (staysLong) {
+            longWaits.emplace();
+          }
+          result_ = hand(0);
+        }) {
     EXPECT_TRUE(log.waitFor("wait worker thread is empty begin num("));
   }
   ~BusyPool() { end(); }
@@ -531,6 +538,14 @@ TEST_F(BusyPoolTest, AWorkerThatIsFreeWhenNothingStandsInTheQueueJoinsTheIdleOne
   EXPECT_EQ(0, pool.end());
   EXPECT_EQ(std::nullopt, pool.returnWorker());
   EXPECT_EQ(0, pool.scheduler().handle_mb_data(makeBlock(makeMessage(3, 1))));
+}
+
+TEST_F(BusyPoolTest, ItsThreadLeavesItsStayForWhatAnybodyPutsIntoItsQueue) {
+  BusyPool pool(log_, true);
+  EXPECT_EQ(0U, pool.returnWorker());
+  pool.queue(1);
+  EXPECT_EQ(0, pool.end());
+  EXPECT_EQ(1U, pool.scheduler().msg_queue()->message_count());
 }
 
 TEST_F(BusyPoolTest, AWorkerTakesWhatWaitsHoweverFullItsOwnQueueIs) {

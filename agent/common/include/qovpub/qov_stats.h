@@ -49,14 +49,14 @@ struct QOV_EXPORT QOVModuleStats {
   std::array<std::uint64_t, kDropReasons> dropped_{};  ///< by QOVDropReason
 
   // Now.
-  std::uint64_t waiting_ = 0;       ///< blocks in the queues to leader, pool and static tasks
-  std::uint64_t waitingBytes_ = 0;  ///< of these: what kRoomBytes bounds
+  std::uint64_t waiting_ = 0;       ///< blocks that wait for leader, pool and static tasks
+  std::uint64_t waitingBytes_ = 0;  ///< of those in queues: what kRoomBytes bounds
   std::uint64_t workers_ = 0;       ///< in its pool
   std::uint64_t busy_ = 0;          ///< of these, those that are not idle
   std::uint64_t pending_ = 0;       ///< requests of its own that wait for their responses
   Duration oldestPending_{};        ///< how long the oldest of them waits, to a few ms; 0 for none
 
-  // The highest of waiting_ and of waitingBytes_ since the module was made.
+  // The highest of both in queues so far. What is being passed on counts twice for that moment.
   std::uint64_t highestWaiting_ = 0;
   std::uint64_t highestWaitingBytes_ = 0;
 

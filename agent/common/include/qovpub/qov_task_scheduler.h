@@ -34,6 +34,9 @@ class QOV_EXPORT CQOV_TaskScheduler : public CQOV_Task {
   /// Also ends a wait for an idle worker; the message that waits for it is dropped.
   void notifyExit() override;
 
+  /// As for every task, and wakes the scheduler thread where it stays after a wait for a worker.
+  int putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout) override;
+
   /// Creates and starts the workers; fewer when the factory returns null, a thread cannot be
   /// started or the scheduler is told to end meanwhile. Returns 0.
   int createPool();
@@ -51,8 +54,8 @@ class QOV_EXPORT CQOV_TaskScheduler : public CQOV_Task {
 
   /// Takes `mb` over from the leader. Hands it to the worker that has been idle for longest, if
   /// there is one and the scheduler holds nothing back that has come before. Else `mb` waits, in
-  /// the queue by putMsg() if anything is held back. So messages of one sender keep their order.
-  /// False, and `mb` still the caller's, when the scheduler has ended.
+  /// the queue if anything is held back. So messages of one sender keep their order.
+  /// False, and `mb` still the caller's, when its queue is closed.
   bool take(int type, ACE_Message_Block* mb);
 
   /// Waits until createPool() has ended or the scheduler thread has, at most `seconds`.
