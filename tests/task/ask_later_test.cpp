@@ -315,6 +315,7 @@ TEST_F(AskLaterTest, AStopWithoutAnIdleWorkerRunsThemOnAnotherThread) {
   auto all = answers_.waitFor(2);
   release_.count();
   stopper.join();
+  ASSERT_EQ(2U, all.size());
   std::sort(all.begin(), all.end(),
             [](const auto& a, const auto& b) { return a.reason < b.reason; });
   EXPECT_EQ(QOVReason::kTimedOut, all[0].reason);
