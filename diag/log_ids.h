@@ -140,6 +140,7 @@ enum : unsigned long long {
   kSendTimedOut = 65685,
   kGroupThreadsLeft = 65686,
   kTickFailed = 65900,
+  kContinuationFailed = 65901,
 
   // config
   kXmlNotParsed = 65700,

@@ -263,7 +263,7 @@ bool CQOV_Module_Loader::unloadFirst(CQOVDebugKitGuard& guard) {
     return false;
   }
   const qov::CurrentStep step("unloading module %s", entry->dll->dll_name());
-  entry->taskMgr.reset();
+  entry->end();
   guard.warn(qov::log_id::kModuleUnloaded, __FUNCTION__, __LINE__, "Unload module %s!",
              entry->dll->dll_name());
   qov::ModuleShutdown::forgetWhenIdle();
@@ -298,6 +298,6 @@ void CQOV_Module_Loader::abandonModules() {
 void CQOV_Module_Loader::stopLeftovers() {
   const Turn turn(qov::ModuleShutdown::turn);
   while (const std::unique_ptr<ModuleEntry> entry = takeFirst()) {
-    entry->taskMgr.reset();
+    entry->end();
   }
 }

@@ -10,6 +10,7 @@
 #include <cerrno>
 
 #include "diag/log_ids.h"
+#include "task/later_answer.h"
 #include "task/leader_queue.h"
 #include "task/message_block.h"
 #include "task/module_counters.h"
@@ -157,7 +158,13 @@ void CQOV_Leader_Task::handleRspMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg)
   }
   const QOVMsgHead& head = pkg->head();
   if (head.rpid_ == leaderQueue_.processId() && head.rmid_ == moduleId_) {
-    CQOV_Task* const sender = pending_->take(keyOfResponse(head));
+    const TimeoutDesc waiter = pending_->take(keyOfResponse(head));
+    if (waiter.later_ != nullptr) {
+      counters_.in_.add();
+      waiter.later_->end(mb);
+      return;
+    }
+    CQOV_Task* const sender = waiter.task_;
     if (sender != nullptr && sender->putMsg(head.type_, mb, nullptr) != -1) {
       counters_.in_.add();
       return;

@@ -12,6 +12,7 @@
 
 #include "diag/log_ids.h"
 #include "task/doorbell.h"
+#include "task/ended_modules.h"
 #include "task/leader_queue.h"
 #include "task/leader_turn.h"
 #include "task/message_block.h"
@@ -80,6 +81,7 @@ CQOV_Leader_Task::CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize,
       work_(std::make_unique<Work>(*this)),
       turn_(std::make_shared<qov::LeaderTurn>(*work_, reactorImpl_->bell())),
       notification_(std::make_unique<qov::LeaderNotification>(reactor_, *this, turn_)),
+      endedModules_(std::make_unique<qov::EndedModules>()),
       pending_(std::make_unique<qov::PendingRequests>(reactor_, *this, counters_)),
       opcTasks_(kBuckets) {
   // Made by whoever loads the modules: the thread that first touches the process reactor owns it.
@@ -122,9 +124,14 @@ int CQOV_Leader_Task::svc() {
     // Not longer: a busy leader never waits, and whom it wakes would sleep until it does.
     const qov::RingCollector round;
     const qov::OwnTurn turn(*turn_);
+    // Before the queue is looked at, where the answers stand that these modules have given.
+    const qov::EndedModules::Ids ended = endedModules_->take();
     // The queue first, also where a sender has left only a mark: a response that is here comes
     // before the time-out of its request.
     reactorImpl_->dispatch(!leaderQueue_.is_empty());
+    if (ended.any()) {
+      pending_->releaseLater(leaderQueue_.processId(), ended);
+    }
   }
   end();
   log.warn(qov::log_id::kLeaderExits, __FUNCTION__, __LINE__, "Manager thread(%d) exit!",
@@ -195,6 +202,11 @@ int CQOV_Leader_Task::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
                         "virtual int CQOV_Leader_Task::handle_close(ACE_HANDLE, ACE_Reactor_Mask)");
   shutDown();
   return 0;
+}
+
+void CQOV_Leader_Task::noteEnded(std::uint8_t id) {
+  endedModules_->note(id);
+  reactor_.notify(this, ACE_Event_Handler::WRITE_MASK);
 }
 
 bool CQOV_Leader_Task::processLoopHasEnded() {

@@ -34,6 +34,14 @@ std::array<std::uint64_t, N> readAll(const std::array<Counter, N>& counters) {
 
 }  // namespace
 
+bool Counter::addUpTo(std::uint64_t most) {
+  std::uint64_t value = read();
+  while (value < most &&
+         !value_.compare_exchange_weak(value, value + 1, std::memory_order_relaxed)) {
+  }
+  return value < most;
+}
+
 void Counter::raiseTo(std::uint64_t value) {
   std::uint64_t highest = read();
   while (value > highest &&
@@ -73,6 +81,7 @@ QOVModuleStats ModuleCounters::read() const {
   stats.busy_ = stats.workers_ - std::min(stats.workers_, idle_.read());
   stats.waiting_ = waitingForWorker_.read();
   stats.pending_ = pending_.read();
+  stats.askedLater_ = askedLater_.read();
   if (const std::uint64_t since = oldestPendingSince_.read(); since != 0) {
     stats.oldestPending_ =
         toDuration(nanosecondsSince(Clock::time_point(std::chrono::nanoseconds(since))));

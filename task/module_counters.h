@@ -17,6 +17,8 @@ class Counter {
   void add(std::uint64_t n = 1) { value_.fetch_add(n, std::memory_order_relaxed); }
   void subtract(std::uint64_t n) { value_.fetch_sub(n, std::memory_order_relaxed); }
   void set(std::uint64_t value) { value_.store(value, std::memory_order_relaxed); }
+  /// Adds 1 unless that makes more than `most`. False then.
+  bool addUpTo(std::uint64_t most);
   /// Keeps the greater one.
   void raiseTo(std::uint64_t value);
   std::uint64_t read() const { return value_.load(std::memory_order_relaxed); }
@@ -53,6 +55,7 @@ class ModuleCounters {
   Counter idle_;
   /// 1 while a message waits for an idle worker, where no queue counts it.
   Counter waitingForWorker_;
+  Counter askedLater_;
 
  private:
   std::array<Counter, QOVModuleStats::kDropReasons> dropped_;
@@ -61,6 +64,20 @@ class ModuleCounters {
   Counter handlingSum_;
   Counter longestHandling_;
   std::array<Counter, QOVModuleStats::kHandlingTimes> handlingTimes_;
+};
+
+/// Counts the time for which it lives as that of a handler.
+class HandlingTime {
+ public:
+  explicit HandlingTime(ModuleCounters& counters) : counters_(counters) {}
+  ~HandlingTime() { counters_.handled(begin_); }
+
+  HandlingTime(const HandlingTime&) = delete;
+  HandlingTime& operator=(const HandlingTime&) = delete;
+
+ private:
+  ModuleCounters& counters_;
+  const ModuleCounters::Clock::time_point begin_ = ModuleCounters::Clock::now();
 };
 
 }  // namespace qov

@@ -6,8 +6,11 @@
 #include <memory>
 #include <new>
 #include <tuple>
+#include <utility>
 
+#include "task/later_answer.h"
 #include "task/message_block.h"
+#include "task/send_cause.h"
 
 namespace qov {
 
@@ -61,18 +64,21 @@ void PendingRequests::tellCounters() {
                     oldest_ != nullptr ? oldest_->since_ : ModuleCounters::Clock::time_point());
 }
 
-CQOV_Task* PendingRequests::take(const MsgKey& key) {
+TimeoutDesc PendingRequests::take(const MsgKey& key) {
   const auto request = requests_.find(key);
-  return request != requests_.end() ? remove(request).task_ : nullptr;
+  return request != requests_.end() ? remove(request) : TimeoutDesc{nullptr, {}, kNoTimer};
 }
 
 void PendingRequests::drop(const MsgKey& key, int cause) {
-  if (CQOV_Task* const sender = take(key)) {
-    sender->cause_ = cause;
-    // The queue itself and not wakeup(), so a static task that waits in its response slot is not
-    // woken here: kept.
-    sender->msg_queue()->pulse();
+  const TimeoutDesc sender = take(key);
+  if (sender.task_ == nullptr) {
+    wake(sender, cause);
+    return;
   }
+  sender.task_->cause_ = cause;
+  // The queue itself and not wakeup(), so a static task that waits in its response slot is not
+  // woken here: kept.
+  sender.task_->msg_queue()->pulse();
 }
 
 void PendingRequests::timeOut(const void* act) {
@@ -83,27 +89,35 @@ void PendingRequests::timeOut(const void* act) {
 }
 
 void PendingRequests::releaseOtherProcesses(std::uint8_t processId) {
-  releaseThose([processId](const MsgKey& key) { return key.rpid_ != processId; });
+  releaseThose([=](const Request& request) { return request.key_.rpid_ != processId; });
+}
+
+void PendingRequests::releaseLater(std::uint8_t processId, const std::bitset<256>& ended) {
+  releaseThose([&](const Request& request) {
+    return request.sender_.later_ != nullptr && request.key_.rpid_ == processId &&
+           ended[request.key_.rmid_];
+  });
 }
 
 void PendingRequests::releaseAll() {
-  releaseThose([](const MsgKey&) { return true; });
+  releaseThose([](const Request&) { return true; });
 }
 
 template <class IsChosen>
 void PendingRequests::releaseThose(IsChosen isChosen) {
   // The oldest first: its timer is the one that ACE finds first.
   for (const Request* request = oldest_; request != nullptr;) {
-    const MsgKey& key = request->key_;
-    request = request->newer_;
-    if (isChosen(key)) {
-      wake(remove(requests_.find(key)), ECONNABORTED);
+    const Request& looked = *std::exchange(request, request->newer_);
+    if (isChosen(looked)) {
+      wake(remove(requests_.find(looked.key_)), ECONNABORTED);
     }
   }
 }
 
 void PendingRequests::wake(const TimeoutDesc& sender, int cause) {
-  if (sender.task_ != nullptr) {
+  if (sender.later_ != nullptr) {
+    sender.later_->end(QOVAnswer(reasonOf(cause)));
+  } else if (sender.task_ != nullptr) {
     sender.task_->endWait(cause);
   }
 }

@@ -6,6 +6,7 @@
 #include <ace/Reactor.h>
 #include <qovpub/qov_leader_task.h>
 
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <unordered_map>
@@ -35,9 +36,9 @@ class PendingRequests {
   /// (ENOMEM).
   bool add(const MsgKey& key, const TimeoutDesc& sender);
 
-  /// Forgets `key` and its timer. Returns who waits for the response, or null when `key` is not
-  /// pending.
-  CQOV_Task* take(const MsgKey& key);
+  /// Forgets `key` and its timer. Returns who waits for the response, which nobody does when `key`
+  /// is not pending.
+  TimeoutDesc take(const MsgKey& key);
 
   /// Ends the wait for `key`, whose request could not be passed on.
   void drop(const MsgKey& key, int cause);
@@ -47,6 +48,10 @@ class PendingRequests {
 
   /// Ends the waits for other processes than `processId` (ECONNABORTED). Needs no memory.
   void releaseOtherProcesses(std::uint8_t processId);
+
+  /// Ends what askLater() waits for from the `ended` modules of process `processId`
+  /// (ECONNABORTED). Tasks wait for their time-outs. Needs no memory.
+  void releaseLater(std::uint8_t processId, const std::bitset<256>& ended);
 
   /// Ends every wait (ECONNABORTED). Needs no memory.
   void releaseAll();

@@ -5,28 +5,12 @@
 #include <qovpub/qov_utility.h>
 
 #include <cerrno>
+#include <utility>
+
+#include "task/later_answer.h"
+#include "task/send_cause.h"
 
 namespace {
-
-/// The reason for what send() leaves in errno.
-QOVReason reasonOf(int cause) {
-  switch (cause) {
-    case ETIMEDOUT:
-      return QOVReason::kTimedOut;
-    case EHOSTUNREACH:
-      return QOVReason::kNoReceiver;
-    case ENOBUFS:
-      return QOVReason::kNoRoom;
-    case ECONNABORTED:
-      return QOVReason::kStopped;
-    case ENOMEM:
-      return QOVReason::kNoMemory;
-    case EBUSY:
-      return QOVReason::kBusy;
-    default:
-      return QOVReason::kInvalid;
-  }
-}
 
 /// A time-out as send() takes it.
 class Limit {
@@ -105,7 +89,19 @@ QOVAnswer QOVRequest::askWithin(const Duration* timeout) {
     return QOVAnswer(std::unique_ptr<CQOV_MsgPackage>(response));
   }
   return result > 0 ? QOVAnswer(QOVReason::kRefused, static_cast<std::uint8_t>(result))
-                    : QOVAnswer(reasonOf(errno));
+                    : QOVAnswer(qov::reasonOf(errno));
+}
+
+QOVReason QOVRequest::askLater(Duration timeout, Continuation continuation) {
+  if (timeout <= Duration::zero()) {
+    return QOVReason::kTimedOut;
+  }
+  if (message_ == nullptr || !continuation) {
+    return QOVReason::kInvalid;
+  }
+  message_->head().type_ = QOVMsgHead::kRequest;
+  return qov::LaterAnswer::ask(sender_, std::move(message_), ACE_Time_Value(timeout),
+                               std::move(continuation));
 }
 
 QOVReason QOVRequest::tell(QOVMsgHead::Type type) {
@@ -121,5 +117,5 @@ QOVReason QOVRequest::tellWithin(const Duration* timeout, QOVMsgHead::Type type)
     message_->head().type_ = type;
   }
   return sender_.send(message_.release(), Limit(timeout).get(), true) == 0 ? QOVReason::kNone
-                                                                           : reasonOf(errno);
+                                                                           : qov::reasonOf(errno);
 }

@@ -1,5 +1,6 @@
 #include "task/running_managers.h"
 
+#include <qovpub/qov_leader_task.h>
 #include <qovpub/qov_task_mgr.h>
 
 #include <algorithm>
@@ -91,6 +92,14 @@ std::vector<QOVModuleStats> RunningManagers::stats() {
     return a.moduleId_ < b.moduleId_;
   });
   return all;
+}
+
+void RunningManagers::tellEnded(std::uint8_t id) {
+  Registry& running = registry();
+  const std::lock_guard<std::mutex> held(running.mutex);
+  for (const CQOV_TaskMgr* const manager : running.managers) {
+    manager->leader_->noteEnded(id);
+  }
 }
 
 void RunningManagers::stopAll() {

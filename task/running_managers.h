@@ -3,6 +3,7 @@
 
 #include <qovpub/qov_stats.h>
 
+#include <cstdint>
 #include <vector>
 
 class CQOV_TaskMgr;
@@ -27,6 +28,9 @@ class RunningManagers {
 
   /// Their figures, in the order of their ids.
   static std::vector<QOVModuleStats> stats();
+
+  /// Tells all of them that module `id` has ended. Needs no memory.
+  static void tellEnded(std::uint8_t id);
 
   /// Stops them, the one that was added last first. For the exit handler.
   static void stopAll();

@@ -1,6 +1,8 @@
 #ifndef QOV_TASK_SEND_CAUSE_H
 #define QOV_TASK_SEND_CAUSE_H
 
+#include <qovpub/qov_request.h>
+
 #include <cerrno>
 
 namespace qov {
@@ -14,6 +16,26 @@ inline int sendCauseOf(int refusal) {
       return ECONNABORTED;
     default:
       return refusal;
+  }
+}
+
+/// The reason for what send() leaves in errno.
+inline QOVReason reasonOf(int cause) {
+  switch (cause) {
+    case ETIMEDOUT:
+      return QOVReason::kTimedOut;
+    case EHOSTUNREACH:
+      return QOVReason::kNoReceiver;
+    case ENOBUFS:
+      return QOVReason::kNoRoom;
+    case ECONNABORTED:
+      return QOVReason::kStopped;
+    case ENOMEM:
+      return QOVReason::kNoMemory;
+    case EBUSY:
+      return QOVReason::kBusy;
+    default:
+      return QOVReason::kInvalid;
   }
 }
 

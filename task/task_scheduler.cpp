@@ -16,6 +16,7 @@
 #include "module/module_library.h"
 #include "task/doorbell.h"
 #include "task/ending_thread.h"
+#include "task/later_answer.h"
 #include "task/message_block.h"
 #include "task/module_counters.h"
 #include "task/start_task.h"
@@ -254,9 +255,8 @@ int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
     return 0;
   }
   if (stopping_) {
-    counters().drop(QOVDropReason::kStopped);
-    qov::releaseWithPackage(mb);
-    return -1;
+    guard.release();
+    return endUntaken(mb);
   }
   beginWait(log, mb);
   watchesWaits_ = true;
@@ -272,9 +272,19 @@ int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
   if (waiting_ == nullptr) {
     return 0;
   }
-  counters().drop(QOVDropReason::kStopped);
-  qov::releaseWithPackage(endWait(log));
-  return -1;
+  ACE_Message_Block* const untaken = endWait(log);
+  guard.release();
+  return endUntaken(untaken);
+}
+
+int CQOV_TaskScheduler::endUntaken(ACE_Message_Block* mb) {
+  CQOV_MsgPackage* const pkg = qov::packageOf(*mb);
+  const bool hasRun = pkg != nullptr && qov::LaterAnswer::run(*pkg);
+  if (!hasRun) {
+    counters().drop(QOVDropReason::kStopped);
+  }
+  qov::releaseWithPackage(mb);
+  return hasRun ? 0 : -1;
 }
 
 bool CQOV_TaskScheduler::take(int type, ACE_Message_Block* mb) {

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <new>
+#include <utility>
 
 #include "diag/log_ids.h"
 #include "diag/log_level.h"
@@ -111,22 +112,19 @@ int CQOV_Task::handOver(ACE_Message_Block* block, const ACE_Time_Value* timeout,
   return taskMgr_->putq(block, deadline.get());
 }
 
-int CQOV_Task::sendAlone(CQOVDebugKitGuard& log, const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp,
-                         ACE_Time_Value* timeout, bool freeReq) {
-  forgetLateAnswer();
-  const ACE_Time_Value limit = timeout != nullptr ? *timeout : ACE_Time_Value::zero;
-  std::unique_ptr<TimeoutDesc> desc(new (std::nothrow) TimeoutDesc{this, limit, -1});
-  ACE_Message_Block* const block = makeRequestBlock(req, desc);
+int CQOV_Task::handOverRequest(CQOVDebugKitGuard& log, const CQOV_MsgPackage* req,
+                               std::unique_ptr<TimeoutDesc> waiter, const ACE_Time_Value* timeout,
+                               bool freeReq, bool mayLead) {
+  ACE_Message_Block* const block = makeRequestBlock(req, waiter);
   if (block == nullptr) {
     return failed(ENOMEM, req, true);
   }
-  // A copy: the request belongs to the runtime before the response is here.
-  const QOVMsgHead head = req->head();
+  const QOVMsgHead& head = req->head();
   log.debug(qov::log_id::kTraffic, __FUNCTION__, __LINE__,
             "Worker(%d) send msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u!\n",
             taskMgr_->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
-  if (handOver(block, timeout, true) == -1) {
+  if (handOver(block, timeout, mayLead) == -1) {
     const int cause = qov::sendCauseOf(errno);
     block->release();
     log.error(qov::log_id::kSendFailed, __FUNCTION__, __LINE__, "Worker(%d) failed to send msg!",
@@ -134,8 +132,20 @@ int CQOV_Task::sendAlone(CQOVDebugKitGuard& log, const CQOV_MsgPackage* req, CQO
     return failed(cause, req, freeReq);
   }
   // The leader owns the descriptor from here on.
-  static_cast<void>(desc.release());
-  return waitForResponse(log, head, rsp);
+  static_cast<void>(waiter.release());
+  return 0;
+}
+
+int CQOV_Task::sendAlone(CQOVDebugKitGuard& log, const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp,
+                         ACE_Time_Value* timeout, bool freeReq) {
+  forgetLateAnswer();
+  const ACE_Time_Value limit = timeout != nullptr ? *timeout : ACE_Time_Value::zero;
+  std::unique_ptr<TimeoutDesc> waiter(new (std::nothrow) TimeoutDesc{this, limit, -1});
+  // A copy: the request belongs to the runtime before the response is here.
+  const QOVMsgHead head = req->head();
+  return handOverRequest(log, req, std::move(waiter), timeout, freeReq, true) == 0
+             ? waitForResponse(log, head, rsp)
+             : -1;
 }
 
 void CQOV_Task::forgetLateAnswer() {
@@ -228,11 +238,14 @@ int CQOV_Task::send(const CQOV_MsgPackage* req, ACE_Time_Value* timeout, bool fr
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
   // A leader may have to wait for the table of the modules, which is locked while a module starts.
   // So may a worker of the pool, but not whoever starts the module.
-  const bool isWorkerHere = makesRoom_ && ACE_Thread_Manager::instance()->task() == this;
-  if (handOver(block, timeout, isWorkerHere) == -1) {
+  if (handOver(block, timeout, isWorkerHere()) == -1) {
     const int cause = qov::sendCauseOf(errno);
     block->release();
     return failed(cause, req, freeReq);
   }
   return 0;
+}
+
+bool CQOV_Task::isWorkerHere() const {
+  return makesRoom_ && ACE_Thread_Manager::instance()->task() == this;
 }

@@ -12,25 +12,12 @@
 #include "diag/log_ids.h"
 #include "task/default_response.h"
 #include "task/ending_thread.h"
+#include "task/later_answer.h"
 #include "task/message_block.h"
 #include "task/module_counters.h"
 #include "task/task_queue.h"
 
 namespace {
-
-/// Counts the time for which it lives.
-class HandlingTime {
- public:
-  explicit HandlingTime(qov::ModuleCounters& counters) : counters_(counters) {}
-  ~HandlingTime() { counters_.handled(begin_); }
-
-  HandlingTime(const HandlingTime&) = delete;
-  HandlingTime& operator=(const HandlingTime&) = delete;
-
- private:
-  qov::ModuleCounters& counters_;
-  const qov::ModuleCounters::Clock::time_point begin_ = qov::ModuleCounters::Clock::now();
-};
 
 /// The dump of `pkg` for a record at `level`; empty when such records are off, or without memory.
 std::string dumpFor(ACE_Log_Priority level, const CQOV_MsgPackage& pkg) noexcept {
@@ -100,18 +87,19 @@ void CQOV_CommonTask::serve(CQOVDebugKitGuard& log, const ACE_Message_Block& blo
              static_cast<unsigned int>(qov::kPointerSize));
   } else if (pointer != nullptr) {
     pkg.reset(static_cast<CQOV_MsgPackage*>(pointer));
-    if (pkg->head().type_ == QOVMsgHead::kResponse) {
+    if (pkg->head().type_ != QOVMsgHead::kResponse) {
+      handle(log, *pkg);
+    } else if (!qov::LaterAnswer::run(*pkg)) {
       // Too late for the send() that waited for it, and no message that an idle worker was given.
       counters().drop(QOVDropReason::kNobodyWaits);
       return;
     }
-    handle(log, *pkg);
   }
   idle();
 }
 
 int CQOV_CommonTask::handleTimed(CQOV_MsgPackage& pkg) {
-  const HandlingTime time(counters());
+  const qov::HandlingTime time(counters());
   return handleMessage(pkg);
 }
 

@@ -53,7 +53,7 @@ class PendingRequestsTest : public ::testing::Test {
     for (const int before = task_.wakeUps_; task_.wakeUps_ == before;) {
       reactor_.handle_events();
     }
-    EXPECT_EQ(nullptr, pending_.take(keyOf(kLast))) << "a timer was left";
+    EXPECT_EQ(nullptr, pending_.take(keyOf(kLast)).task_) << "a timer was left";
   }
 
   WaitingTask task_;
@@ -68,8 +68,8 @@ class PendingRequestsTest : public ::testing::Test {
 
 TEST_F(PendingRequestsTest, GivesTheSenderOnceAndWakesNobody) {
   ASSERT_TRUE(add(keyOf(1)));
-  EXPECT_EQ(&task_, pending_.take(keyOf(1)));
-  EXPECT_EQ(nullptr, pending_.take(keyOf(1)));
+  EXPECT_EQ(&task_, pending_.take(keyOf(1)).task_);
+  EXPECT_EQ(nullptr, pending_.take(keyOf(1)).task_);
   EXPECT_EQ(0, task_.wakeUps_);
 }
 
@@ -86,9 +86,9 @@ TEST_F(PendingRequestsTest, EveryPartOfTheKeyCounts) {
   for (const MsgKey& other :
        {MsgKey{9, 2, 3, 4, 5, 6}, MsgKey{1, 9, 3, 4, 5, 6}, MsgKey{1, 2, 9, 4, 5, 6},
         MsgKey{1, 2, 3, 9, 5, 6}, MsgKey{1, 2, 3, 4, 9, 6}, MsgKey{1, 2, 3, 4, 5, 9}}) {
-    EXPECT_EQ(nullptr, pending_.take(other));
+    EXPECT_EQ(nullptr, pending_.take(other).task_);
   }
-  EXPECT_EQ(&task_, pending_.take(key));
+  EXPECT_EQ(&task_, pending_.take(key).task_);
 }
 
 TEST_F(PendingRequestsTest, ATimeOutEndsItsWaitHoweverManyHaveComeSince) {
@@ -102,13 +102,13 @@ TEST_F(PendingRequestsTest, ATimeOutEndsItsWaitHoweverManyHaveComeSince) {
     reactor_.handle_events();
   }
   EXPECT_EQ(1, task_.wakeUps_);
-  EXPECT_EQ(nullptr, pending_.take(keyOf(0)));
-  EXPECT_EQ(&task_, pending_.take(keyOf(1)));
+  EXPECT_EQ(nullptr, pending_.take(keyOf(0)).task_);
+  EXPECT_EQ(&task_, pending_.take(keyOf(1)).task_);
 }
 
 TEST_F(PendingRequestsTest, AnEndedWaitHasNoTimerLeft) {
   ASSERT_TRUE(add(keyOf(1), kSoon));
-  EXPECT_EQ(&task_, pending_.take(keyOf(1)));
+  EXPECT_EQ(&task_, pending_.take(keyOf(1)).task_);
   ASSERT_TRUE(add(keyOf(2), kSoon));
   pending_.drop(keyOf(2), EHOSTUNREACH);
   ASSERT_TRUE(add(keyOf(3, kOtherPid), kSoon));
@@ -120,7 +120,7 @@ TEST_F(PendingRequestsTest, AnEndedWaitHasNoTimerLeft) {
 TEST_F(PendingRequestsTest, ATimeOutOfZeroNeverEnds) {
   ASSERT_TRUE(add(keyOf(1)));
   letSoonPass();
-  EXPECT_EQ(&task_, pending_.take(keyOf(1)));
+  EXPECT_EQ(&task_, pending_.take(keyOf(1)).task_);
 }
 
 TEST_F(PendingRequestsTest, ReleasesTheSendersThatWaitForOtherProcesses) {
@@ -129,8 +129,8 @@ TEST_F(PendingRequestsTest, ReleasesTheSendersThatWaitForOtherProcesses) {
   ASSERT_TRUE(add(keyOf(3, kOtherPid)));
   pending_.releaseOtherProcesses(kPid);
   EXPECT_EQ(2, task_.wakeUps_);
-  EXPECT_EQ(&task_, pending_.take(keyOf(1)));
-  EXPECT_EQ(nullptr, pending_.take(keyOf(2, kOtherPid)));
+  EXPECT_EQ(&task_, pending_.take(keyOf(1)).task_);
+  EXPECT_EQ(nullptr, pending_.take(keyOf(2, kOtherPid)).task_);
 }
 
 TEST_F(PendingRequestsTest, ReleasesAll) {
@@ -138,5 +138,5 @@ TEST_F(PendingRequestsTest, ReleasesAll) {
   ASSERT_TRUE(add(keyOf(2, kOtherPid)));
   pending_.releaseAll();
   EXPECT_EQ(2, task_.wakeUps_);
-  EXPECT_EQ(nullptr, pending_.take(keyOf(1)));
+  EXPECT_EQ(nullptr, pending_.take(keyOf(1)).task_);
 }

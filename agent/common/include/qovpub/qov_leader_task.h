@@ -17,11 +17,14 @@ enum class QOVDropReason;
 
 namespace qov {
 class Admission;
+class EndedModules;
+class LaterAnswer;
 class LeaderNotification;
 class LeaderQueue;
 class LeaderTurn;
 class ModuleCounters;
 class PendingRequests;
+class RunningManagers;
 class WaitReactor;
 }  // namespace qov
 
@@ -44,12 +47,15 @@ struct MsgKey {
   }
 };
 
-/// A sender that waits for its response. Made by the sender, the leader's from the moment the
-/// request is in the leader's queue; the leader notes what it says beside the request's key.
+/// A sender that waits for its response, or what is left to do when that has come. Made by the
+/// sender, the leader's from the moment the request is in the leader's queue; the leader notes what
+/// it says beside the request's key.
 struct TimeoutDesc {
-  CQOV_Task* task_;         ///< The waiting worker; borrowed.
+  CQOV_Task* task_;         ///< The waiting worker; borrowed. Null for a later_.
   ACE_Time_Value timeout_;  ///< Relative; zero waits without limit.
   long timerId_;            ///< -1 while no timer runs.
+  /// Of QOVRequest::askLater(), with the descriptor's owner; else null.
+  qov::LaterAnswer* later_ = nullptr;
 };
 
 /// Hash of an operation code.
@@ -116,6 +122,8 @@ class QOV_EXPORT CQOV_Leader_Task : public CQOV_Task {
   void end();
 
  private:
+  friend class qov::RunningManagers;
+
   using OpcMap =
       std::unordered_map<unsigned long long, CQOV_StaticSchecheduledTask*, LLHashFunctor>;
   using Handler = void (CQOV_Leader_Task::*)(ACE_Message_Block*, CQOV_MsgPackage*);
@@ -124,6 +132,9 @@ class QOV_EXPORT CQOV_Leader_Task : public CQOV_Task {
                    std::unique_ptr<qov::LeaderQueue> queue);
 
   struct Work;
+
+  /// Module `id` has ended and answers nobody any more. From any thread; needs no memory.
+  void noteEnded(std::uint8_t id);
 
   /// Whether the process reactor's loop has ended, and the leader with it.
   static bool processLoopHasEnded();
@@ -161,6 +172,8 @@ class QOV_EXPORT CQOV_Leader_Task : public CQOV_Task {
   const std::unique_ptr<Work> work_;
   const std::shared_ptr<qov::LeaderTurn> turn_;
   const std::unique_ptr<qov::LeaderNotification> notification_;
+
+  const std::unique_ptr<qov::EndedModules> endedModules_;
 
   // For who has the turn.
   const std::unique_ptr<qov::PendingRequests> pending_;

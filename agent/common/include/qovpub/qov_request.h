@@ -5,7 +5,9 @@
 #include <qovpub/qov_message_package.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <utility>
 
@@ -75,6 +77,10 @@ class QOV_EXPORT QOVAnswer {
 class QOV_EXPORT QOVRequest {
  public:
   using Duration = std::chrono::microseconds;
+  using Continuation = std::function<void(QOVAnswer)>;
+
+  /// How many askLater() of one module may be pending.
+  static constexpr std::size_t kMostLater = 1024;
 
   /// A plain message of `sender`, whose module it names as the one that asks, to `module` with
   /// operation code `opc`, still without records.
@@ -97,6 +103,32 @@ class QOV_EXPORT QOVRequest {
   [[nodiscard]] QOVAnswer ask(Duration timeout);
   /// The same without a limit: until the answer, a refusal or the stop comes.
   [[nodiscard]] QOVAnswer ask();
+
+  /// Sends the message as a request and returns; `continuation` runs with the answer, or with the
+  /// reason why there is none, as a message of the sender's module on one of its workers. So a
+  /// worker may have many requests under way, and none waits for them.
+  ///
+  /// kNone: `continuation` runs exactly once, maybe before this returns. It gets kTimedOut
+  /// `timeout` after the request was passed on, and kStopped when the asked module ends or this one
+  /// stops. Anything else is the reason why nothing was sent, and `continuation` does not run: as
+  /// ask() tells it, kNoRoom also while kMostLater of the module are pending, and kInvalid also
+  /// without a continuation. This waits for room in this module as long as `timeout` says; a
+  /// `timeout` of 0 or less sends nothing (kTimedOut).
+  ///
+  /// Continuations wait for a worker in turn with the module's messages, in the order in which
+  /// their answers or reasons have come. They are pending until they begin to run
+  /// (QOVModuleStats::askedLater_), and so are those of static scheduled tasks, which run on the
+  /// pool, too. Several may run at once, and beside the task that asked: what they share is locked.
+  /// A continuation may send from any task, also askLater(); to wait in ask() it takes the task on
+  /// whose thread it runs, *getCurrentTask(). What it throws is logged.
+  ///
+  /// A stop ends what is pending before any worker ends. Continuations that find no worker then run
+  /// on another thread of the module; all have run and are destroyed when CQOV_TaskMgr::stop()
+  /// returns. In a module whose threads never ran they are destroyed with its manager, and do not
+  /// run. The workers of the pool are of classes derived from CQOV_CommonTask, with its svc().
+  ///
+  /// Thread: any.
+  [[nodiscard]] QOVReason askLater(Duration timeout, Continuation continuation);
 
   /// Sends the message and does not wait for an answer: `type` is kNotice or kEvent. Waits for room
   /// in this module, without a limit or as long as `timeout` says; 0 or less refuses at once. What

@@ -55,13 +55,14 @@ struct QOV_EXPORT QOVModuleStats {
   std::uint64_t busy_ = 0;          ///< of these, those that are not idle
   std::uint64_t pending_ = 0;       ///< requests of its own that wait for their responses
   Duration oldestPending_{};        ///< how long the oldest of them waits, to a few ms; 0 for none
+  std::uint64_t askedLater_ = 0;    ///< its askLater() whose continuations have not begun yet
 
   // The highest of both in queues so far. What is being passed on counts twice for that moment.
   std::uint64_t highestWaiting_ = 0;
   std::uint64_t highestWaitingBytes_ = 0;
 
-  // Of handleMessage(), on the workers of the pool and all other tasks of the module, with what it
-  // waits for and what its send() does for leaders.
+  // Of handleMessage(), on the workers of the pool and all other tasks of the module, and of the
+  // continuations of askLater(), with what it waits for and what its send() does for leaders.
   std::uint64_t handled_ = 0;  ///< the sum of handlingTimes_
   Duration handlingSum_{};
   Duration longestHandling_{};

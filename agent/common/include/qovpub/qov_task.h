@@ -13,9 +13,11 @@
 
 class CQOVDebugKitGuard;
 class CQOV_TaskMgr;
+struct TimeoutDesc;
 
 namespace qov {
 class Admission;
+class LaterAnswer;
 class ModuleCounters;
 class PendingRequests;
 class ResponseSlot;
@@ -147,6 +149,7 @@ class QOV_EXPORT CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   friend class CQOV_Leader_Task;
   friend class CQOV_TaskScheduler;
   friend class qov::Admission;
+  friend class qov::LaterAnswer;
   friend class qov::PendingRequests;
   friend class qov::StartedTasks;
 
@@ -158,6 +161,13 @@ class QOV_EXPORT CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   /// Puts `block` into the leader's queue as CQOV_TaskMgr::putq() does, with a relative time-out.
   /// The calling thread then does the leaders' work if it `mayLead`.
   int handOver(ACE_Message_Block* block, const ACE_Time_Value* timeout, bool mayLead);
+  /// Hands over the request `req`, for whose response `waiter` waits: owned by the leader then.
+  /// Returns 0, or -1 with errno and `req` treated as send() does.
+  int handOverRequest(CQOVDebugKitGuard& log, const CQOV_MsgPackage* req,
+                      std::unique_ptr<TimeoutDesc> waiter, const ACE_Time_Value* timeout,
+                      bool freeReq, bool mayLead);
+  /// Whether the calling thread is this worker of the pool.
+  bool isWorkerHere() const;
   /// Sends `req` for the one thread that may, with arguments that are valid.
   int sendAlone(CQOVDebugKitGuard& log, const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp,
                 ACE_Time_Value* timeout, bool freeReq);

@@ -18,6 +18,7 @@ struct QOVModuleStats;
 struct link_map;
 
 namespace qov {
+class LaterAnswer;
 class ModuleCounters;
 class ModuleLibrary;
 class RunningManagers;
@@ -135,6 +136,7 @@ class QOV_EXPORT CQOV_TaskMgr {
   friend class CQOV_Leader_Task;
   friend class CQOV_Module_Loader;
   friend class CQOV_Task;
+  friend class qov::LaterAnswer;
   friend class qov::ModuleLibrary;
   friend class qov::RunningManagers;
 

@@ -48,8 +48,9 @@ class QOV_EXPORT CQOV_TaskScheduler : public CQOV_Task {
   int return_to_work(CQOV_Task* worker);
 
   /// Hands `mb` to the worker that has been idle for longest, waiting for one as long as it takes;
-  /// only a stop ends the wait, and frees `mb` with its package. Returns 0, or -1 when `mb` was
-  /// dropped. After a wait it stays for up to a second: it need not be woken for the next one then.
+  /// only a stop ends the wait, and frees `mb` with its package; a continuation runs then. Returns
+  /// 0, or -1 when `mb` was dropped. After a wait it stays for up to a second: it need not be woken
+  /// for the next one then.
   int handle_mb_data(ACE_Message_Block* mb);
 
   /// Takes `mb` over from the leader. Hands it to the worker that has been idle for longest, if
@@ -85,6 +86,9 @@ class QOV_EXPORT CQOV_TaskScheduler : public CQOV_Task {
   /// thread is woken in between. What stands behind that in the queue waits next; the scheduler
   /// thread is woken for anything but a message.
   void serveBacklog(CQOVDebugKitGuard& log);
+  /// For what no worker takes before the stop, without poolLock_: a continuation runs here, all
+  /// else is dropped. Returns -1 then.
+  int endUntaken(ACE_Message_Block* mb);
   void beginWait(CQOVDebugKitGuard& log, ACE_Message_Block* mb);
   /// What has waited.
   ACE_Message_Block* endWait(CQOVDebugKitGuard& log);

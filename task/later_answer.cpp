@@ -1,0 +1,118 @@
+#include "task/later_answer.h"
+
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_leader_task.h>
+#include <qovpub/qov_task.h>
+#include <qovpub/qov_task_mgr.h>
+#include <qovpub/qov_task_scheduler.h>
+
+#include <cerrno>
+#include <exception>
+#include <new>
+#include <utility>
+
+#include "diag/log_ids.h"
+#include "task/ending_thread.h"
+#include "task/module_counters.h"
+#include "task/send_cause.h"
+
+namespace qov {
+
+LaterAnswer::LaterAnswer(ModuleCounters& counters, CQOV_TaskScheduler& scheduler,
+                         QOVRequest::Continuation continuation)
+    : counters_(counters),
+      scheduler_(scheduler),
+      continuation_(std::move(continuation)),
+      block_(makePointerBlock(this)) {
+  head().type_ = QOVMsgHead::kResponse;
+}
+
+LaterAnswer::~LaterAnswer() {
+  noLongerPending();
+}
+
+void LaterAnswer::noLongerPending() {
+  if (std::exchange(pending_, false)) {
+    counters_.askedLater_.subtract(1);
+  }
+}
+
+QOVReason LaterAnswer::ask(CQOV_Task& sender, std::unique_ptr<CQOV_MsgPackage> request,
+                           const ACE_Time_Value& timeout, QOVRequest::Continuation continuation) {
+  CQOVDebugKitGuard log(kPublicKit,
+                        "static QOVReason qov::LaterAnswer::ask(CQOV_Task&, "
+                        "std::unique_ptr<CQOV_MsgPackage>, const ACE_Time_Value&, "
+                        "QOVRequest::Continuation)");
+  CQOV_Leader_Task* const leader = sender.taskMgr()->leader_.get();
+  if (leader == nullptr) {
+    return QOVReason::kStopped;
+  }
+  ModuleCounters& counters = sender.counters();
+  if (!counters.askedLater_.addUpTo(QOVRequest::kMostLater)) {
+    return QOVReason::kNoRoom;
+  }
+  std::unique_ptr<LaterAnswer> later(
+      new (std::nothrow) LaterAnswer(counters, leader->scheduler(), std::move(continuation)));
+  if (later == nullptr) {
+    counters.askedLater_.subtract(1);
+    return QOVReason::kNoMemory;
+  }
+  if (later->block_ == nullptr) {
+    return QOVReason::kNoMemory;
+  }
+  std::unique_ptr<TimeoutDesc> waiter(new (std::nothrow)
+                                          TimeoutDesc{nullptr, timeout, -1, later.get()});
+  if (sender.handOverRequest(log, request.release(), std::move(waiter), &timeout, true,
+                             sender.isWorkerHere()) != 0) {
+    return reasonOf(errno);
+  }
+  static_cast<void>(later.release());
+  return QOVReason::kNone;
+}
+
+void LaterAnswer::end(QOVAnswer answer) {
+  answer_ = std::move(answer);
+  ACE_Message_Block* const block = block_.release();
+  // Who takes the block may delete this object at once.
+  CQOV_TaskScheduler& scheduler = scheduler_;
+  if (!scheduler.take(QOVMsgHead::kResponse, block)) {
+    releaseWithPackage(block);
+  }
+}
+
+void LaterAnswer::end(ACE_Message_Block* block) {
+  std::unique_ptr<CQOV_MsgPackage> response(packageOf(*block));
+  block->release();
+  const std::uint8_t result = response->head().mst_;
+  end(result == 0 ? QOVAnswer(std::move(response)) : QOVAnswer(QOVReason::kRefused, result));
+}
+
+bool LaterAnswer::run(CQOV_MsgPackage& pkg) {
+  auto* const later = dynamic_cast<LaterAnswer*>(&pkg);
+  if (later != nullptr) {
+    later->runHere();
+  }
+  return later != nullptr;
+}
+
+void LaterAnswer::runHere() {
+  CQOVDebugKitGuard log(kPublicKit, "void qov::LaterAnswer::runHere()");
+  noLongerPending();
+  const HandlingTime time(counters_);
+  try {
+    // Freed here, as part of what a stop waits for, and of the time that it takes.
+    const QOVRequest::Continuation continuation = std::exchange(continuation_, nullptr);
+    continuation(std::move(answer_));
+  } catch (const std::exception& error) {
+    log.error(log_id::kContinuationFailed, __FUNCTION__, __LINE__,
+              "Module(%d) a continuation failed: %s", scheduler_.taskMgr()->moduleId(),
+              error.what());
+  } catch (...) {
+    passOnEndOfThread();
+    log.error(log_id::kContinuationFailed, __FUNCTION__, __LINE__,
+              "Module(%d) a continuation failed: %s", scheduler_.taskMgr()->moduleId(),
+              "an unknown exception");
+  }
+}
+
+}  // namespace qov
