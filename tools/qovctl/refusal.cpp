@@ -1,6 +1,6 @@
 #include "tools/qovctl/refusal.h"
 
-#include <qovpub/qov_cell_bytes.h>
+#include <qovpub/detail/cell_bytes.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -5,8 +5,8 @@
 #include <ace/SOCK_Stream.h>
 #include <ace/Thread_Mutex.h>
 #include <ace/Time_Value.h>
+#include <qovpub/detail/interruption.h>
 #include <qovpub/qov_export.h>
-#include <qovpub/qov_interruption.h>
 #include <qovpub/qov_message_package.h>
 
 #include <memory>
