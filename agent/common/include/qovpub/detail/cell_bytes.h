@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <cstring>
 
-// Moves of a few bytes. A call to the general copy costs more than all else that is done for a small
-// cell.
+// Moves of a few bytes. A call to the general copy costs more than all else that is done for a
+// small cell.
 namespace qov {
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
