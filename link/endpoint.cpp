@@ -1,9 +1,9 @@
 #include "link/endpoint.h"
 
+#include <qovpub/detail/interruption.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_ini_operator.h>
-#include <qovpub/qov_interruption.h>
 #include <qovpub/qov_utility.h>
 
 #include <cerrno>

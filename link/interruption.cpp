@@ -1,4 +1,4 @@
-#include <qovpub/qov_interruption.h>
+#include <qovpub/detail/interruption.h>
 
 #include <sys/socket.h>
 

@@ -2,7 +2,7 @@
 #include <qovpub/qov_long_socket.h>
 
 #include <ace/Guard_T.h>
-#include <qovpub/qov_cell_bytes.h>
+#include <qovpub/detail/cell_bytes.h>
 
 #include <cerrno>
 #include <cstddef>

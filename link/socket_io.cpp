@@ -3,7 +3,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <qovpub/qov_interruption.h>
+#include <qovpub/detail/interruption.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>

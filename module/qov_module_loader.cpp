@@ -1,6 +1,7 @@
 #include <qovpub/qov_module_loader.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <mutex>
 #include <new>
 #include <optional>
@@ -15,12 +16,13 @@
 #include "frame/failure.h"
 #include "module/caught.h"
 #include "module/dll_manager.h"
-#include "module/module_entry.h"
+#include "module/loader_work.h"
 #include "module/module_library.h"
 #include "module/module_shutdown.h"
 #include "module/shutdown_watch.h"
 #include "module/table_guards.h"
 #include "task/ending_thread.h"
+#include "task/running_managers.h"
 
 template class ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>;
 
@@ -41,8 +43,8 @@ void tellReason(CQOVDebugKitGuard& guard, const std::string& tried, const std::s
 }  // namespace
 
 /// One load() on its thread.
-struct CQOV_Module_Loader::Loading {
-  explicit Loading(CQOV_Module_Loader& loader) : table(loader) { loading_ = this; }
+struct CQOV_Module_Loader::Work::Loading {
+  explicit Loading(Work& work) : table(work) { loading_ = this; }
   ~Loading() {
     if (manager != nullptr) {
       // The end of a module that has failed to start may hang as any other.
@@ -70,17 +72,17 @@ struct CQOV_Module_Loader::Loading {
   TableWriter table;
 };
 
-bool CQOV_Module_Loader::bModuleLoaded_ = false;
-thread_local CQOV_Module_Loader::Loading* CQOV_Module_Loader::loading_ = nullptr;
+bool CQOV_Module_Loader::Work::bModuleLoaded_ = false;
+thread_local CQOV_Module_Loader::Work::Loading* CQOV_Module_Loader::Work::loading_ = nullptr;
 
-CQOV_Module_Loader::CQOV_Module_Loader() = default;
+CQOV_Module_Loader::CQOV_Module_Loader() : work_(std::make_unique<Work>()) {}
 
 CQOV_Module_Loader::~CQOV_Module_Loader() {
   if (qov::ModuleShutdown::mayStop()) {
     unload();
-    stopLeftovers();
+    work_->stopLeftovers();
   } else {
-    abandonModules();
+    work_->abandonModules();
   }
 }
 
@@ -93,6 +95,10 @@ bool CQOV_Module_Loader::load() {
                 "Failed to load module, because module is empty!");
     return false;
   }
+  return work_->load(names, guard);
+}
+
+bool CQOV_Module_Loader::Work::load(const std::list<std::string>& names, CQOVDebugKitGuard& guard) {
   bool loaded = false;
   int reason = 0;
   {
@@ -116,13 +122,13 @@ bool CQOV_Module_Loader::load() {
   return loaded;
 }
 
-void CQOV_Module_Loader::endInterruptedLoad() {
+void CQOV_Module_Loader::Work::endInterruptedLoad() {
   if (loading_ != nullptr) {
     loading_->end();
   }
 }
 
-void CQOV_Module_Loader::StopAndDelete::operator()(CQOV_TaskMgr* manager) const {
+void CQOV_Module_Loader::Work::StopAndDelete::operator()(CQOV_TaskMgr* manager) const {
   const qov::CurrentStep step("stopping module %u (%s)", manager->moduleId(),
                               manager->name().c_str());
   // Joined before the destructor of the module's own class frees what its threads use.
@@ -130,8 +136,8 @@ void CQOV_Module_Loader::StopAndDelete::operator()(CQOV_TaskMgr* manager) const 
   delete manager;
 }
 
-bool CQOV_Module_Loader::loadModules(const std::list<std::string>& names, ManagerPtr& manager,
-                                     CQOVDebugKitGuard& guard) {
+bool CQOV_Module_Loader::Work::loadModules(const std::list<std::string>& names, ManagerPtr& manager,
+                                           CQOVDebugKitGuard& guard) {
   for (const std::string& name : names) {
     loading_->step.emplace("loading module %s", name.c_str());
     // The last record when the module ends the process.
@@ -145,7 +151,7 @@ bool CQOV_Module_Loader::loadModules(const std::list<std::string>& names, Manage
 }
 
 /// Of a gid that a module cannot have.
-std::string CQOV_Module_Loader::whyInvalid(unsigned int gid) const {
+std::string CQOV_Module_Loader::Work::whyInvalid(unsigned int gid) const {
   if (gid == static_cast<unsigned int>(-1)) {
     return "its manager has no leader";
   }
@@ -153,8 +159,8 @@ std::string CQOV_Module_Loader::whyInvalid(unsigned int gid) const {
                        : std::string("module ") + modules_[gid]->dll->dll_name() + " has this gid";
 }
 
-bool CQOV_Module_Loader::loadModule(const std::string& name, ManagerPtr& manager,
-                                    CQOVDebugKitGuard& guard) {
+bool CQOV_Module_Loader::Work::loadModule(const std::string& name, ManagerPtr& manager,
+                                          CQOVDebugKitGuard& guard) {
   ACE_DLL_Handle* dll = nullptr;
   manager = createModule(name, dll, guard);
   if (manager == nullptr) {
@@ -171,7 +177,7 @@ bool CQOV_Module_Loader::loadModule(const std::string& name, ManagerPtr& manager
   if (!startModule(*manager, name, *dll, guard)) {
     return false;
   }
-  std::unique_ptr<ModuleEntry> entry(new (std::nothrow) ModuleEntry);
+  std::unique_ptr<Entry> entry(new (std::nothrow) Entry);
   if (entry == nullptr) {
     throw std::bad_alloc();  // load() tells
   }
@@ -183,9 +189,8 @@ bool CQOV_Module_Loader::loadModule(const std::string& name, ManagerPtr& manager
   return true;
 }
 
-CQOV_Module_Loader::ManagerPtr CQOV_Module_Loader::createModule(const std::string& name,
-                                                                ACE_DLL_Handle*& dll,
-                                                                CQOVDebugKitGuard& guard) {
+CQOV_Module_Loader::Work::ManagerPtr CQOV_Module_Loader::Work::createModule(
+    const std::string& name, ACE_DLL_Handle*& dll, CQOVDebugKitGuard& guard) {
   std::string whyNot;
   dll = qov::openLibrary(name.c_str(), whyNot);
   if (dll == nullptr) {
@@ -224,8 +229,8 @@ CQOV_Module_Loader::ManagerPtr CQOV_Module_Loader::createModule(const std::strin
   return manager;
 }
 
-bool CQOV_Module_Loader::startModule(CQOV_TaskMgr& manager, const std::string& name,
-                                     ACE_DLL_Handle& dll, CQOVDebugKitGuard& guard) {
+bool CQOV_Module_Loader::Work::startModule(CQOV_TaskMgr& manager, const std::string& name,
+                                           ACE_DLL_Handle& dll, CQOVDebugKitGuard& guard) {
   bool started = false;
   std::string whyNot = "init() returned false";
   manager.stoppedBeforeDeleted_ = true;
@@ -245,6 +250,10 @@ bool CQOV_Module_Loader::startModule(CQOV_TaskMgr& manager, const std::string& n
 
 void CQOV_Module_Loader::unload() {
   CQOVDebugKitGuard guard(0, "void CQOV_Module_Loader::unload()");
+  work_->unload(guard);
+}
+
+void CQOV_Module_Loader::Work::unload(CQOVDebugKitGuard& guard) {
   {
     const TableWriter table(*this);
     if (!bModuleLoaded_) {
@@ -256,9 +265,9 @@ void CQOV_Module_Loader::unload() {
   }
 }
 
-bool CQOV_Module_Loader::unloadFirst(CQOVDebugKitGuard& guard) {
+bool CQOV_Module_Loader::Work::unloadFirst(CQOVDebugKitGuard& guard) {
   const Turn turn(qov::ModuleShutdown::turn);
-  const std::unique_ptr<ModuleEntry> entry = takeFirst();
+  const std::unique_ptr<Entry> entry = takeFirst();
   if (entry == nullptr) {
     return false;
   }
@@ -271,9 +280,9 @@ bool CQOV_Module_Loader::unloadFirst(CQOVDebugKitGuard& guard) {
   return true;
 }
 
-std::unique_ptr<CQOV_Module_Loader::ModuleEntry> CQOV_Module_Loader::takeFirst() {
+std::unique_ptr<CQOV_Module_Loader::Work::Entry> CQOV_Module_Loader::Work::takeFirst() {
   const TableWriter table(*this);
-  for (std::unique_ptr<ModuleEntry>& slot : modules_) {
+  for (std::unique_ptr<Entry>& slot : modules_) {
     if (slot != nullptr) {
       return std::move(slot);
     }
@@ -281,13 +290,13 @@ std::unique_ptr<CQOV_Module_Loader::ModuleEntry> CQOV_Module_Loader::takeFirst()
   return nullptr;
 }
 
-void CQOV_Module_Loader::abandonModules() {
+void CQOV_Module_Loader::Work::abandonModules() {
   // Their threads, if there are any, go on until the process is gone.
   std::optional<TableWriter> table;
   if (!qov::ModuleShutdown::isForkedChild()) {
     table.emplace(*this);
   }
-  for (std::unique_ptr<ModuleEntry>& slot : modules_) {
+  for (std::unique_ptr<Entry>& slot : modules_) {
     if (slot != nullptr) {
       static_cast<void>(slot->taskMgr.release());
       slot.reset();
@@ -295,9 +304,15 @@ void CQOV_Module_Loader::abandonModules() {
   }
 }
 
-void CQOV_Module_Loader::stopLeftovers() {
+void CQOV_Module_Loader::Work::Entry::end() {
+  const auto id = static_cast<std::uint8_t>(taskMgr->moduleId());
+  taskMgr.reset();
+  qov::RunningManagers::tellEnded(id);
+}
+
+void CQOV_Module_Loader::Work::stopLeftovers() {
   const Turn turn(qov::ModuleShutdown::turn);
-  while (const std::unique_ptr<ModuleEntry> entry = takeFirst()) {
+  while (const std::unique_ptr<Entry> entry = takeFirst()) {
     entry->end();
   }
 }

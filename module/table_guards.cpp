@@ -11,34 +11,31 @@ constexpr std::chrono::milliseconds kStandBack{1000};
 
 }  // namespace
 
-CQOV_Module_Loader::TableWriter::TableWriter(CQOV_Module_Loader& loader)
-    : lock_(loader.lock_, false) {
+CQOV_Module_Loader::Work::TableWriter::TableWriter(Work& work) : lock_(work.lock_, false) {
   if (lock_.locked()) {
     return;
   }
-  ++loader.waitingWriters_;
+  ++work.waitingWriters_;
   lock_.acquire_write();
   {
-    const std::lock_guard<std::mutex> entrance(loader.entrance_);
-    --loader.waitingWriters_;
+    const std::lock_guard<std::mutex> entrance(work.entrance_);
+    --work.waitingWriters_;
   }
-  loader.entranceFree_.notify_all();
+  work.entranceFree_.notify_all();
 }
 
-CQOV_Module_Loader::TableReader::TableReader(CQOV_Module_Loader& loader)
-    : lock_(standBack(loader), false) {
+CQOV_Module_Loader::Work::TableReader::TableReader(Work& work) : lock_(standBack(work), false) {
   if (!lock_.locked()) {
     qov::beforeWaiting();
     lock_.acquire_read();
   }
 }
 
-ACE_RW_Thread_Mutex& CQOV_Module_Loader::TableReader::standBack(CQOV_Module_Loader& loader) {
-  if (loader.waitingWriters_ > 0) {
+ACE_RW_Thread_Mutex& CQOV_Module_Loader::Work::TableReader::standBack(Work& work) {
+  if (work.waitingWriters_ > 0) {
     qov::beforeWaiting();
-    std::unique_lock<std::mutex> entrance(loader.entrance_);
-    loader.entranceFree_.wait_for(entrance, kStandBack,
-                                  [&] { return loader.waitingWriters_ == 0; });
+    std::unique_lock<std::mutex> entrance(work.entrance_);
+    work.entranceFree_.wait_for(entrance, kStandBack, [&] { return work.waitingWriters_ == 0; });
   }
-  return loader.lock_;
+  return work.lock_;
 }

@@ -4,7 +4,7 @@
 #include <ace/Guard_T.h>
 #include <ace/RW_Thread_Mutex.h>
 
-#include <qovpub/qov_module_loader.h>
+#include "module/loader_work.h"
 
 // Who holds the routing table. ACE's lock lets readers in for as long as one of them is there, so
 // senders that never pause would keep a writer out for good. While one waits, new readers stand
@@ -13,9 +13,9 @@
 // A lock that cannot be taken leaves its code in errno, and its holder goes on without it.
 
 /// Holds the table for writing.
-class CQOV_Module_Loader::TableWriter {
+class CQOV_Module_Loader::Work::TableWriter {
  public:
-  explicit TableWriter(CQOV_Module_Loader& loader);
+  explicit TableWriter(Work& work);
 
   /// Gives the table back before the end.
   void release() { lock_.release(); }
@@ -26,16 +26,16 @@ class CQOV_Module_Loader::TableWriter {
 
 /// Holds the table for reading. A leader may wait here until all modules are loaded, so the
 /// wake-ups that it has collected go out first.
-class CQOV_Module_Loader::TableReader {
+class CQOV_Module_Loader::Work::TableReader {
  public:
-  explicit TableReader(CQOV_Module_Loader& loader);
+  explicit TableReader(Work& work);
 
   bool locked() const { return lock_.locked(); }
 
  private:
   /// Waits while a writer waits. Not for long: a reader inside may be waiting for something that
   /// the calling thread holds, or may be the calling thread.
-  static ACE_RW_Thread_Mutex& standBack(CQOV_Module_Loader& loader);
+  static ACE_RW_Thread_Mutex& standBack(Work& work);
 
   ACE_Read_Guard<ACE_RW_Thread_Mutex> lock_;
 };

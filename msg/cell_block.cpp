@@ -20,10 +20,10 @@ CellBlock* CellBlock::make(std::size_t cells) noexcept {
   return makeIn(memory, bytes);
 }
 
-CellBlock* CellBlock::of(const CTLVCell* cell) noexcept {
-  static_assert(sizeof(CellBlock) / kPlaceUnit == static_cast<unsigned>(CTLVCell::Place::kInBlock),
+CellBlock* CellBlock::of(const CellValue* cell) noexcept {
+  static_assert(sizeof(CellBlock) / kPlaceUnit == static_cast<unsigned>(CellValue::Place::kInBlock),
                 "the first cell of a block has the lowest place");
-  if (cell->place_ < CTLVCell::Place::kInBlock) {
+  if (cell->place_ < CellValue::Place::kInBlock) {
     return nullptr;
   }
   const auto* at = reinterpret_cast<const unsigned char*>(cell);
@@ -33,7 +33,7 @@ CellBlock* CellBlock::of(const CTLVCell* cell) noexcept {
 
 void CellBlock::relocate(CTLVCell* to, const CTLVCell* from) noexcept {
   std::memcpy(static_cast<void*>(to), static_cast<const void*>(from), sizeof(CTLVCell));
-  if (to->place_ >= CTLVCell::Place::kInBlock) {
+  if (to->place_ >= CellValue::Place::kInBlock) {
     to->place_ = placeOf(to);
   }
 }

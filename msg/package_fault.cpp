@@ -1,6 +1,6 @@
 #include "msg/package_fault.h"
 
-#include <qovpub/qov_cell_bytes.h>
+#include <qovpub/detail/cell_bytes.h>
 
 #include <cstddef>
 #include <type_traits>

@@ -1,5 +1,5 @@
 #include <ace/Log_Msg.h>
-#include <qovpub/qov_cell_bytes.h>
+#include <qovpub/detail/cell_bytes.h>
 #include <qovpub/qov_message_package.h>
 
 #include <algorithm>

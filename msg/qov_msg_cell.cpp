@@ -1,4 +1,4 @@
-#include <qovpub/qov_cell_bytes.h>
+#include <qovpub/detail/cell_bytes.h>
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_msg.h>
 
@@ -68,8 +68,8 @@ void CTLVCell::setOctets(unsigned short tag, std::unique_ptr<unsigned char[]> da
   tellChange(before);
 }
 
-bool CTLVCell::replace(unsigned int typeTag, const void* data, unsigned int len,
-                       bool nul) noexcept {
+bool qov::CellValue::replace(unsigned int typeTag, const void* data, unsigned int len,
+                             bool nul) noexcept {
   const auto* bytes = static_cast<const unsigned char*>(data);
   const unsigned int total = len + (nul ? 1U : 0U);
   unsigned char* const old = outside() && !lent() ? pointer<unsigned char>() : nullptr;
@@ -95,11 +95,12 @@ bool CTLVCell::replace(unsigned int typeTag, const void* data, unsigned int len,
   return true;
 }
 
-void CTLVCell::throwTooLong(unsigned long len) {
+void qov::CellValue::throwTooLong(unsigned long len) {
   throw CQOV_Exception("value is too long, length is " + std::to_string(len));
 }
 
-void CTLVCell::replaceOrThrow(unsigned int typeTag, const void* data, unsigned long len, bool nul) {
+void qov::CellValue::replaceOrThrow(unsigned int typeTag, const void* data, unsigned long len,
+                                    bool nul) {
   checkLength(len, nul);
   const std::uint32_t before = head_;
   if (!replace(typeTag, data, static_cast<unsigned int>(len), nul)) {
@@ -120,11 +121,11 @@ const char* CTLVCell::typeName(unsigned int type) noexcept {
   return type < std::size(kNames) ? kNames[type] : kNames[TLV_INVALID];
 }
 
-void CTLVCell::throwWrongType(const char* wanted) const {
+void qov::CellValue::throwWrongType(const char* wanted) const {
   throw CQOV_Exception(std::string("CTLVCell isn't ") + wanted + " type! tag equal to " +
-                       std::to_string(tag()) + ", type is " + typeName(type()));
+                       std::to_string(typeTag() >> 4) + ", type is " + CTLVCell::typeName(type()));
 }
 
-void CTLVCell::throwBadTag(unsigned short tag) {
+void qov::CellValue::throwBadTag(unsigned short tag) {
   throw CQOV_Exception("tag is big than MAX_TAG_VALUE, tag is " + std::to_string(tag));
 }

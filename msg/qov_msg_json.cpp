@@ -40,7 +40,7 @@ void CTLVCell::set(unsigned short tag, const Json::Value& v) {
   replaceOrThrow(typeTag, text.data(), text.size(), true);
 }
 
-bool CTLVCell::parse(Json::Value& v) const {
+bool qov::CellValue::parse(Json::Value& v) const {
   const std::string_view json = text();
   try {
     Json::Value parsed;

@@ -7,7 +7,7 @@
 
 #include "msg/tag_index.h"
 
-unsigned long CTLVRecordV3::count() const noexcept {
+unsigned long qov::RecordCells::count() const noexcept {
   unsigned long cells = 0;
   for (qov::CellBlock* block = first_; block != nullptr; block = block->next()) {
     cells += static_cast<unsigned long>(block->end() - block->begin());
@@ -15,7 +15,7 @@ unsigned long CTLVRecordV3::count() const noexcept {
   return cells;
 }
 
-void CTLVRecordV3::addBlock(qov::CellBlock* block) noexcept {
+void qov::RecordCells::addBlock(qov::CellBlock* block) noexcept {
   if (last_ == nullptr) {
     first_ = block;
   } else {
@@ -27,8 +27,7 @@ void CTLVRecordV3::addBlock(qov::CellBlock* block) noexcept {
   open_ = large_ || given_ ? &qov::CellBlock::full_ : block;
 }
 
-/// Room for some more cells, for `cells` if it is known how many are to come.
-bool CTLVRecordV3::makeRoom(unsigned long cells) noexcept {
+bool qov::RecordCells::makeRoom(unsigned long cells) noexcept {
   constexpr unsigned long kFirst = 4;
   if (store_ != nullptr && store_->extend(*this)) {
     return true;
@@ -45,7 +44,7 @@ bool CTLVRecordV3::makeRoom(unsigned long cells) noexcept {
   return true;
 }
 
-void CTLVRecordV3::makeRoomOrThrow() {
+void qov::RecordCells::makeRoomOrThrow() {
   if (!makeRoom(0)) {
     throw std::bad_alloc();
   }
@@ -72,7 +71,7 @@ void CTLVRecordV3::append_int(const CTLVCell* cell) {
   commit(standIn, length_ + MIN_TLV_SIZE + own->length());
 }
 
-void CTLVRecordV3::put(CTLVCell&& cell) {
+void qov::RecordCells::put(CTLVCell&& cell) {
   CTLVCell* free = slot();
   ::new (free) CTLVCell(last_->placeOf(free), std::move(cell));
   commit(free, length_ + MIN_TLV_SIZE + free->length());
@@ -85,30 +84,27 @@ CTLVRecordV3& CTLVRecordV3::add(CTLVCell&& cell) {
   return *this;
 }
 
-/// Adds a cell with a long value, in the package's block if both have room there, or any cell.
-CTLVRecordV3& CTLVRecordV3::addLong(unsigned int type, unsigned short tag, const void* data,
-                                    unsigned long len, bool nul) {
+void qov::RecordCells::addLong(unsigned int type, unsigned short tag, const void* data,
+                               unsigned long len, bool nul) {
   const unsigned long total = len + (nul ? 1 : 0);
   const unsigned int head =
       static_cast<unsigned int>(tag) << 4 | type | static_cast<unsigned int>(total) << 16;
   if (total > CTLVCell::kInside && len <= kMaxLength && lender() != nullptr && fits(tag, total) &&
       open_->makeLong(open_->end(), head, data, static_cast<unsigned int>(len))) {
     commitFitting(length_ + MIN_TLV_SIZE + total);
-    return *this;
+    return;
   }
-  return addChecked(type, tag, data, len, nul);
+  addChecked(type, tag, data, len, nul);
 }
 
-/// Adds any cell, or throws.
-CTLVRecordV3& CTLVRecordV3::addChecked(unsigned int type, unsigned short tag, const void* data,
-                                       unsigned long len, bool nul) {
+void qov::RecordCells::addChecked(unsigned int type, unsigned short tag, const void* data,
+                                  unsigned long len, bool nul) {
   const unsigned short typeTag = CTLVCell::packed(type, tag);
   CTLVCell::checkLength(len, nul);
   checkGrown(len + (nul ? 1 : 0));
   CTLVCell cell;
   cell.replaceOrThrow(typeTag, data, len, nul);
   put(std::move(cell));
-  return *this;
 }
 
 CTLVRecordV3& CTLVRecordV3::addOctets(unsigned short tag, std::unique_ptr<unsigned char[]> data,
@@ -118,11 +114,11 @@ CTLVRecordV3& CTLVRecordV3::addOctets(unsigned short tag, std::unique_ptr<unsign
   return add(std::move(cell));
 }
 
-void CTLVRecordV3::throwTooLong(unsigned long length) {
+void qov::RecordCells::throwTooLong(unsigned long length) {
   throw CQOV_Exception("record is too long, length is " + std::to_string(length));
 }
 
-void CTLVRecordV3::addToIndex(CTLVCell* cell) noexcept {
+void qov::RecordCells::addToIndex(CTLVCell* cell) noexcept {
   qov::TagIndex* index = index_.load(std::memory_order_relaxed);
   if (index != nullptr && !index->insert(cell)) {
     index_.store(nullptr, std::memory_order_relaxed);
@@ -131,7 +127,7 @@ void CTLVRecordV3::addToIndex(CTLVCell* cell) noexcept {
 }
 
 /// Null when there is no memory. Several threads may get here at once; the first one's index stays.
-qov::TagIndex* CTLVRecordV3::buildIndex() const noexcept {
+qov::TagIndex* qov::RecordCells::buildIndex() const noexcept {
   std::unique_ptr<qov::TagIndex> built(new (std::nothrow) qov::TagIndex());
   for (auto cell = begin(); cell != end() && built != nullptr; ++cell) {
     if (!built->insert(const_cast<CTLVCell*>(&*cell))) {
@@ -145,7 +141,7 @@ qov::TagIndex* CTLVRecordV3::buildIndex() const noexcept {
   return there;
 }
 
-const CTLVCell* CTLVRecordV3::findIndexed(unsigned short tag) const noexcept {
+const CTLVCell* qov::RecordCells::findIndexed(unsigned short tag) const noexcept {
   if (stale()) {
     return scan(tag);
   }
@@ -158,10 +154,10 @@ const CTLVCell* CTLVRecordV3::findIndexed(unsigned short tag) const noexcept {
 
 /// By blocks: an iterator would load each block's end again for each cell. Not part of
 /// findIndexed(), which would save registers for it in every call.
-[[gnu::noinline]] const CTLVCell* CTLVRecordV3::scan(unsigned short tag) const noexcept {
+[[gnu::noinline]] const CTLVCell* qov::RecordCells::scan(unsigned short tag) const noexcept {
   for (qov::CellBlock* block = first_; block != nullptr; block = block->next()) {
     for (CTLVCell *slot = block->begin(), *end = block->end(); slot != end; ++slot) {
-      const CTLVCell* cell = resolve(slot);
+      const CTLVCell* cell = CellBlock::cellAt(slot);
       if (cell->tag() == tag) {
         return cell;
       }
@@ -180,15 +176,14 @@ const CTLVCell* CTLVRecordV3::findNext(const CTLVCell& cell) const noexcept {
   return nullptr;
 }
 
-/// Where `cell` stands; a cell from append() has to be looked for.
-CTLVRecordV3::const_iterator CTLVRecordV3::at(const CTLVCell& cell) const noexcept {
+CTLVRecordV3::const_iterator qov::RecordCells::at(const CTLVCell& cell) const noexcept {
   if (cell.place_ == CTLVCell::Place::kAdopted) {
     return std::find_if(begin(), end(), [&cell](const CTLVCell& each) { return &each == &cell; });
   }
   return {qov::CellBlock::of(&cell), const_cast<CTLVCell*>(&cell)};
 }
 
-unsigned long CTLVRecordV3::measure() const noexcept {
+unsigned long qov::RecordCells::measure() const noexcept {
   unsigned long sum = 0;
   for (const CTLVCell& cell : *this) {
     sum += MIN_TLV_SIZE + cell.length();
@@ -196,8 +191,7 @@ unsigned long CTLVRecordV3::measure() const noexcept {
   return sum;
 }
 
-/// Into a record that nobody has looked anything up in: it has no index.
-void CTLVRecordV3::addCopies(const CTLVRecordV3& other) {
+void qov::RecordCells::addCopies(const RecordCells& other) {
   for (const CTLVCell& cell : other) {
     put(CTLVCell(cell));
   }
@@ -218,12 +212,12 @@ void CTLVRecordV3::clear() noexcept {
   swapCells(empty);
 }
 
-void CTLVRecordV3::freeBlocks() noexcept {
+void qov::RecordCells::freeBlocks() noexcept {
   qov::CellBlock::freeAll(own_);
   delete index_.load(std::memory_order_relaxed);
 }
 
-void CTLVRecordV3::freeValues() noexcept {
+void qov::RecordCells::freeValues() noexcept {
   for (qov::CellBlock* block = first_; block != nullptr; block = block->next()) {
     for (CTLVCell* slot = block->begin(); slot != block->end(); ++slot) {
       if (slot->place_ == CTLVCell::Place::kStandIn) {
@@ -235,6 +229,6 @@ void CTLVRecordV3::freeValues() noexcept {
   }
 }
 
-void CTLVRecordV3::throwMissing(unsigned short tag) {
+void qov::RecordCells::throwMissing(unsigned short tag) {
   throw CQOV_Exception("tag don't exist, tag is " + std::to_string(tag));
 }

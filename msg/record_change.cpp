@@ -6,21 +6,21 @@
 
 #include "msg/tag_index.h"
 
-std::atomic<std::uint64_t> CTLVRecordV3::changesOfGiven_{0};
+std::atomic<std::uint64_t> qov::RecordCells::changesOfGiven_{0};
 
-void CTLVCell::tellRecord(std::uint32_t headBefore) noexcept {
+void qov::CellValue::tellRecord(std::uint32_t headBefore) noexcept {
   if (qov::CellBlock* block = qov::CellBlock::of(this); block != nullptr) {
     block->record()->takeChange(*this, headBefore);
   } else {
-    CTLVRecordV3::changesOfGiven_.fetch_add(1, std::memory_order_relaxed);
+    qov::RecordCells::changesOfGiven_.fetch_add(1, std::memory_order_relaxed);
   }
 }
 
-void CTLVCell::leaveBlock() noexcept {
+void qov::CellValue::leaveBlock() noexcept {
   qov::CellBlock::of(this)->record()->sweep_ = true;
 }
 
-void CTLVRecordV3::takeChange(const CTLVCell& cell, std::uint32_t headBefore) noexcept {
+void qov::RecordCells::takeChange(const CellValue& cell, std::uint32_t headBefore) noexcept {
   constexpr std::uint32_t kTag = 0xFFF0;
   length_ += cell.length();
   length_ -= headBefore >> 16;
@@ -30,7 +30,7 @@ void CTLVRecordV3::takeChange(const CTLVCell& cell, std::uint32_t headBefore) no
   }
 }
 
-void CTLVRecordV3::refresh() noexcept {
+void qov::RecordCells::refresh() noexcept {
   if (stale()) {
     seen_ = changesOfGiven_.load(std::memory_order_relaxed);
     length_ = measure();
@@ -38,7 +38,7 @@ void CTLVRecordV3::refresh() noexcept {
   }
 }
 
-void CTLVRecordV3::dropIndex() noexcept {
+void qov::RecordCells::dropIndex() noexcept {
   delete index_.exchange(nullptr, std::memory_order_relaxed);
 }
 
@@ -56,9 +56,9 @@ bool CTLVRecordV3::replace(CTLVCell&& cell) {
   return true;
 }
 
-CTLVRecordV3::iterator CTLVRecordV3::erase(iterator at) noexcept {
+qov::RecordCells::Iterator qov::RecordCells::erase(Iterator at) noexcept {
   refresh();
-  CTLVCell* const cell = resolve(at.slot_);
+  CTLVCell* const cell = qov::CellBlock::cellAt(at.slot_);
   length_ -= MIN_TLV_SIZE + cell->length();
   if (cell != at.slot_) {
     delete cell;
@@ -70,7 +70,7 @@ CTLVRecordV3::iterator CTLVRecordV3::erase(iterator at) noexcept {
   }
   dropIndex();
   at.block_->remove(at.slot_);
-  const iterator next(at.block_, at.slot_);
+  const Iterator next(at.block_, at.slot_);
   if (at.block_->begin() == at.block_->end() && at.block_ != last_) {
     dropBlock(at.block_);
   }
@@ -80,7 +80,7 @@ CTLVRecordV3::iterator CTLVRecordV3::erase(iterator at) noexcept {
 /// Takes out a block without cells that is not the last one: a record whose cells come and go would
 /// grow. The memory of a package's block is lost until the package is cleared, so the record is
 /// given no more of those.
-void CTLVRecordV3::dropBlock(qov::CellBlock* block) noexcept {
+void qov::RecordCells::dropBlock(qov::CellBlock* block) noexcept {
   qov::CellBlock* const next = block->next();
   qov::CellBlock* before = nullptr;
   bool own = block == own_;

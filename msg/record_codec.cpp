@@ -1,6 +1,6 @@
 #include "msg/record_codec.h"
 
-#include <qovpub/qov_cell_bytes.h>
+#include <qovpub/detail/cell_bytes.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -41,7 +41,7 @@ struct RecordCodec::Cursor {
 inline const unsigned char* RecordCodec::makeCell(CTLVCell* slot, std::uint32_t head,
                                                   const unsigned char* in,
                                                   const unsigned char* readable,
-                                                  CTLVCell::Place place, CTLVRecordV3& record,
+                                                  CellValue::Place place, CTLVRecordV3& record,
                                                   const CTLVCell*& last) noexcept {
   const unsigned int length = lengthOf(head);
   // The widths of numbers are told apart by branches: where the next cell starts is then predicted,
@@ -58,9 +58,9 @@ inline const unsigned char* RecordCodec::makeCell(CTLVCell* slot, std::uint32_t 
     ::new (slot) CTLVCell(place, head, loadWord<std::uint32_t>(in));
     return in + 4;
   }
-  if (length - 1 < CTLVCell::kInside) {
+  if (length - 1 < CellValue::kInside) {
     ::new (slot) CTLVCell(place, head, 0);
-    if (readable - in >= CTLVCell::kInside && length > 8) {
+    if (readable - in >= CellValue::kInside && length > 8) {
       copyInside(slot->value_, in);
     } else {
       copySmall(slot->value_, in, length, false);
@@ -99,8 +99,8 @@ inline DecodeFault::Kind RecordCodec::parseBlock(Cursor& at, CTLVRecordV3& recor
       kind = Kind::kCellLength;
       break;
     }
-    in =
-        makeCell(cell, head, value, at.readable, static_cast<CTLVCell::Place>(place), record, last);
+    in = makeCell(cell, head, value, at.readable, static_cast<CellValue::Place>(place), record,
+                  last);
     if (in == nullptr) {
       in = value;
       kind = Kind::kNoMemory;
@@ -196,9 +196,9 @@ inline unsigned char* RecordCodec::writeCell(const CTLVCell& cell, unsigned char
   storeWord(out, cell.head_);
   out += MIN_TLV_SIZE;
   const unsigned int length = cell.length();
-  if (length > CTLVCell::kInside) {
+  if (length > CellValue::kInside) {
     copyLong(out, cell.value(), length);
-  } else if (end - out >= CTLVCell::kInside) {
+  } else if (end - out >= CellValue::kInside) {
     // What is too much is overwritten by the next cell.
     copyInside(out, cell.value_);
   } else if (length <= 8) {
@@ -218,7 +218,7 @@ unsigned char* RecordCodec::write(const CTLVRecordV3& record, unsigned char* out
   for (CellBlock* block = record.first_; block != nullptr; block = block->next()) {
     const CTLVCell* const last = block->end();
     for (CTLVCell* slot = block->begin(); slot != last; ++slot) {
-      out = writeCell(*CTLVRecordV3::resolve(slot), out, end);
+      out = writeCell(*CellBlock::cellAt(slot), out, end);
     }
   }
   storeWord(start + kLengthAt, static_cast<std::uint16_t>(out - start - MIN_RECORD_SIZE));

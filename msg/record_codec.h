@@ -34,7 +34,7 @@ class RecordCodec {
   static DecodeFault::Kind parseBlock(Cursor& at, CTLVRecordV3& record) noexcept;
   static DecodeFault judge(const Cursor& at) noexcept;
   static const unsigned char* makeCell(CTLVCell* slot, std::uint32_t head, const unsigned char* in,
-                                       const unsigned char* readable, CTLVCell::Place place,
+                                       const unsigned char* readable, CellValue::Place place,
                                        CTLVRecordV3& record, const CTLVCell*& last) noexcept;
   static unsigned char* writeCell(const CTLVCell& cell, unsigned char* out,
                                   const unsigned char* end) noexcept;

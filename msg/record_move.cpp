@@ -16,7 +16,7 @@ CTLVRecordV3& CTLVRecordV3::operator=(CTLVRecordV3&& other) noexcept {
   return *this;
 }
 
-void CTLVRecordV3::swapCells(CTLVRecordV3& other) noexcept {
+void qov::RecordCells::swapCells(RecordCells& other) noexcept {
   std::swap(first_, other.first_);
   std::swap(last_, other.last_);
   std::swap(open_, other.open_);
@@ -34,14 +34,13 @@ void CTLVRecordV3::swapCells(CTLVRecordV3& other) noexcept {
   other.claimBlocks();
 }
 
-void CTLVRecordV3::claimBlocks() noexcept {
+void qov::RecordCells::claimBlocks() noexcept {
   for (qov::CellBlock* block = first_; block != nullptr; block = block->next()) {
     block->setRecord(this);
   }
 }
 
-/// Into a record without cells.
-void CTLVRecordV3::take(CTLVRecordV3& other) noexcept {
+void qov::RecordCells::take(RecordCells& other) noexcept {
   const bool inPackage = other.first_ != other.own_;
   if (!inPackage || other.leavePackage()) {
     swapCells(other);
@@ -50,13 +49,13 @@ void CTLVRecordV3::take(CTLVRecordV3& other) noexcept {
 
 /// Moves the cells into blocks of the record's own. Returns false, and leaves them where they are,
 /// when there is no memory.
-bool CTLVRecordV3::leavePackage() noexcept {
+bool qov::RecordCells::leavePackage() noexcept {
   for (CTLVCell& cell : *this) {
     if (!cell.ownValue()) {
       return false;
     }
   }
-  CTLVRecordV3 moved;
+  RecordCells moved;
   moved.large_ = large_;
   unsigned long left = count();
   while (left > 0) {
@@ -86,8 +85,7 @@ bool CTLVRecordV3::leavePackage() noexcept {
   return true;
 }
 
-/// The record has come to stand at another place, and some of its blocks may have, too.
-void CTLVRecordV3::follow(const qov::Relocation& moved) noexcept {
+void qov::RecordCells::follow(const qov::Relocation& moved) noexcept {
   moved(first_);
   moved(last_);
   moved(open_);

@@ -122,7 +122,7 @@ CTLVRecordV3* RecordStore::make(std::uint64_t cmd) noexcept {
   return record;
 }
 
-bool RecordStore::extend(CTLVRecordV3& record) noexcept {
+bool RecordStore::extend(RecordCells& record) noexcept {
   if (open_ == nullptr || record.last_ != open_ || !addPiece()) {
     return false;
   }
@@ -130,7 +130,7 @@ bool RecordStore::extend(CTLVRecordV3& record) noexcept {
   return true;
 }
 
-void RecordStore::close(const CTLVRecordV3& record) noexcept {
+void RecordStore::close(const RecordCells& record) noexcept {
   if (record.last_ == open_) {
     closeNewest();
   }

@@ -27,7 +27,7 @@ class Components {
   const std::vector<Component>& all() const { return components_; }
   const std::map<std::string, std::string>& headerOwners() const { return headerOwners_; }
 
-  /// The owner of a public header ("qov_msg.h"); empty when nobody owns it.
+  /// The owner of a public header ("qov_msg.h", "detail/cell_block.h"); empty when nobody owns it.
   std::string ownerOfPublicHeader(const std::string& name) const;
 
   /// The owner of a source or private header. Where two components share a folder, a header goes

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <string_view>
 
 #include "tests/layers/components.h"
 #include "tests/layers/includes.h"
@@ -21,11 +22,11 @@ Components readTree() {
 
 /// The component that `include` belongs to; empty for files of other projects.
 std::string ownerOfInclude(const Components& tree, const std::string& include) {
-  const fs::path path(include);
-  if (path.parent_path() == "qovpub") {
-    return tree.ownerOfPublicHeader(path.filename());
+  constexpr std::string_view kPublic = "qovpub/";
+  if (include.compare(0, kPublic.size(), kPublic) == 0) {
+    return tree.ownerOfPublicHeader(include.substr(kPublic.size()));
   }
-  const fs::path inTree = kTreeRoot / path;
+  const fs::path inTree = kTreeRoot / include;
   return fs::exists(inTree) ? tree.ownerOfPrivateFile(inTree) : std::string();
 }
 
@@ -73,8 +74,11 @@ TEST(Layers, EveryPublicHeaderHasAnOwner) {
   for (const Component& component : tree.all()) {
     names.insert(component.name);
   }
-  for (const fs::directory_entry& entry : fs::directory_iterator(kPublicHeaders)) {
-    const std::string header = entry.path().filename();
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(kPublicHeaders)) {
+    const std::string header = fs::relative(entry.path(), kPublicHeaders);
+    if (entry.is_directory()) {
+      continue;
+    }
     EXPECT_EQ(names.count(tree.ownerOfPublicHeader(header)), 1u)
         << header << " has no component in " << QOV_HEADER_OWNERS_FILE;
   }

@@ -1,6 +1,6 @@
 // Interruptions that come at the very moment at which a wait begins or ends.
 #include <gtest/gtest.h>
-#include <qovpub/qov_interruption.h>
+#include <qovpub/detail/interruption.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/time.h>

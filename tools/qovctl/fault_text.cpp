@@ -1,6 +1,6 @@
 #include "tools/qovctl/fault_text.h"
 
-#include <qovpub/qov_cell_bytes.h>
+#include <qovpub/detail/cell_bytes.h>
 
 #include <cstdint>
 #include <cstdio>

@@ -1,6 +1,6 @@
 #include "tools/qovctl/message.h"
 
-#include <qovpub/qov_cell_bytes.h>
+#include <qovpub/detail/cell_bytes.h>
 
 #include <algorithm>
 #include <cstddef>

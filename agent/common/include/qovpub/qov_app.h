@@ -30,6 +30,8 @@ class QOV_EXPORT SigintHandler : public ACE_Event_Handler {
   /// for noted signals; of several handlers the one made last carries them out.
   explicit SigintHandler(CQOV_Logging_Strategy* logStrategy);
   ~SigintHandler() override;
+  SigintHandler(const SigintHandler&) = delete;
+  SigintHandler& operator=(const SigintHandler&) = delete;
 
   /// With a null `info`, as a program calls it: does what `signum` asks for, at once. With one, as
   /// the system calls it: notes `signum` for the process reactor. Always returns 0.

@@ -5,8 +5,8 @@
 #include <ace/SOCK_Stream.h>
 #include <ace/Thread_Mutex.h>
 #include <ace/Time_Value.h>
+#include <qovpub/detail/interruption.h>
 #include <qovpub/qov_export.h>
-#include <qovpub/qov_interruption.h>
 #include <qovpub/qov_message_package.h>
 
 #include <memory>
@@ -37,7 +37,10 @@ class Endpoint;
 ///         sendGetNextMsgV3() has it.
 ///
 /// The class has virtual operations but no virtual destructor: the layout of its table of
-/// virtual operations is fixed. Delete an object as what it was made.
+/// virtual operations is fixed. Delete an object as what it was made. -Wnon-virtual-dtor is off for
+/// this class alone: a class derived from it has that warning for itself.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 class QOV_EXPORT CQOVLongSocket {
  public:
   /// The message could not be encoded; nothing was sent.
@@ -188,5 +191,6 @@ class QOV_EXPORT CQOVLongSocket {
   bool retry_ = false;
   int receiveError_ = 0;
 };
+#pragma GCC diagnostic pop
 
 #endif

@@ -1,26 +1,16 @@
 #ifndef QOVPUB_QOV_MODULE_LOADER_H
 #define QOVPUB_QOV_MODULE_LOADER_H
 
-#include <ace/RW_Thread_Mutex.h>
 #include <ace/Singleton.h>
 #include <ace/Thread_Mutex.h>
 #include <qovpub/qov_export.h>
 #include <sys/types.h>
 
-#include <array>
-#include <atomic>
-#include <bitset>
-#include <condition_variable>
-#include <cstddef>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <string>
 
-class ACE_DLL_Handle;
 class ACE_Message_Block;
-class CQOVDebugKitGuard;
-class CQOV_TaskMgr;
 
 namespace qov {
 class ModuleShutdown;
@@ -40,11 +30,11 @@ class ModuleShutdown;
 ///         but not from a module's init() on the thread that runs it: load() holds the table then.
 /// Owns:   the task managers of the loaded modules; the libraries belong to ACE's DLL manager.
 /// Errors: reported by the result and one log line of debug kit 0, which load() follows by one that
-///         names the file and the cause; never thrown. A lock that cannot be taken leaves its code
-///         in errno and the operation goes on without it.
+///         names the file and the cause; nothing but the constructor throws. A lock that cannot be
+///         taken leaves its code in errno and the operation goes on without it.
 class QOV_EXPORT CQOV_Module_Loader {
  public:
-  /// Starts with an empty table.
+  /// Starts with an empty table. Throws std::bad_alloc.
   CQOV_Module_Loader();
 
   /// Calls unload(), then stops what a failed load() left running. Nothing is stopped or deleted
@@ -127,48 +117,8 @@ class QOV_EXPORT CQOV_Module_Loader {
  private:
   friend class qov::ModuleShutdown;
 
-  static constexpr std::size_t kGids = 256;
-
-  class TableReader;
-  class TableWriter;
-  enum class Delivery;
-  struct Loading;
-  struct ModuleEntry;
-  struct StopAndDelete {
-    void operator()(CQOV_TaskMgr* manager) const;
-  };
-  using ManagerPtr = std::unique_ptr<CQOV_TaskMgr, StopAndDelete>;
-
-  bool loadModules(const std::list<std::string>& names, ManagerPtr& manager,
-                   CQOVDebugKitGuard& guard);
-  bool loadModule(const std::string& name, ManagerPtr& manager, CQOVDebugKitGuard& guard);
-  ManagerPtr createModule(const std::string& name, ACE_DLL_Handle*& dll, CQOVDebugKitGuard& guard);
-  bool startModule(CQOV_TaskMgr& manager, const std::string& name, ACE_DLL_Handle& dll,
-                   CQOVDebugKitGuard& guard);
-  std::string whyInvalid(unsigned int gid) const;
-  std::unique_ptr<ModuleEntry> takeFirst();
-  bool unloadFirst(CQOVDebugKitGuard& guard);
-  static void endInterruptedLoad();
-  Delivery deliver(u_short pid, ACE_Message_Block* mb);
-  /// False, with errno set, when no copy can be made; `refused` holds who had no room.
-  bool copyToAll(const ACE_Message_Block& mb, std::bitset<kGids>& refused);
-  void stopLeftovers();
-  void abandonModules();
-
-  /// Set by a load() that succeeded; guarded by lock_.
-  static bool bModuleLoaded_;
-  /// What the calling thread's load() has in hand; null outside of one.
-  static thread_local Loading* loading_;
-
-  ACE_RW_Thread_Mutex lock_;
-  /// Guarded by lock_; a null pointer is a free gid.
-  std::array<std::unique_ptr<ModuleEntry>, kGids> modules_;
-
-  /// How many threads wait to write the table; lowered under entrance_.
-  std::atomic<int> waitingWriters_{0};
-  /// Where readers stand back for these.
-  std::mutex entrance_;
-  std::condition_variable entranceFree_;
+  class Work;
+  const std::unique_ptr<Work> work_;
 };
 
 /// The library has the one loader, also for modules whose own symbols are hidden.

@@ -1,25 +1,23 @@
 #ifndef QOVPUB_QOV_MSG_CELL_H
 #define QOVPUB_QOV_MSG_CELL_H
 
+#include <json/forwards.h>
+#include <qovpub/detail/cell_value.h>
 #include <qovpub/qov_export.h>
 
-#include <json/forwards.h>
-
-#include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <memory>
-#include <new>
 #include <string>
 #include <string_view>
 
 namespace qov {
 class CellBlock;
+class RecordCells;
 class RecordCodec;
 }  // namespace qov
 
 /// The largest tag of a cell.
-inline constexpr unsigned short MAX_TAG_VALUE = 4095;
+inline constexpr unsigned short MAX_TAG_VALUE = qov::CellValue::kMaxTag;
 /// Bytes of a cell's head on the wire: type and tag, and value length.
 inline constexpr unsigned int MIN_TLV_SIZE = 4;
 
@@ -36,7 +34,7 @@ inline constexpr unsigned int MIN_TLV_SIZE = 4;
 /// Errors: CQOV_Exception for a tag above 4095, a value above 65535 bytes, and a typed getter on a
 ///         cell of another type; the cell is unchanged then. std::bad_alloc with errno ENOMEM when
 ///         there is no memory for the value, the cell is unchanged too.
-class QOV_EXPORT CTLVCell {
+class QOV_EXPORT CTLVCell : private qov::CellValue {
  public:
   enum ETLVType : unsigned short {
     TLV_INVALID = 0,
@@ -52,7 +50,7 @@ class QOV_EXPORT CTLVCell {
   };
 
   /// The longest value: its length travels in 16 bits.
-  static constexpr unsigned long kMaxLength = 65535;
+  static constexpr unsigned long kMaxLength = CellValue::kMaxLength;
 
   /// An empty cell without a type, tag 4094.
   CTLVCell() noexcept : CTLVCell(Place::kAlone) {}
@@ -65,7 +63,7 @@ class QOV_EXPORT CTLVCell {
   CTLVCell(CTLVCell&& other) noexcept;
   CTLVCell& operator=(const CTLVCell& other);
   CTLVCell& operator=(CTLVCell&& other) noexcept;
-  ~CTLVCell() { freeValue(); }
+  ~CTLVCell() = default;
 
   /// Equal type, tag, length and bytes.
   bool operator==(const CTLVCell& other) const noexcept;
@@ -147,7 +145,7 @@ class QOV_EXPORT CTLVCell {
 
   /// The value as a number whatever the type, as dumps and conversions read it: the first 8 bytes
   /// at most, little-endian, zero-extended; an Int of 1, 2 or 4 bytes is sign-extended.
-  std::uint64_t number() const noexcept;
+  std::uint64_t number() const noexcept { return CellValue::number(type() == TLV_INT); }
 
   /// The value as text: octets and text as they are, an Array through buildArrayValue(), numbers in
   /// decimal. Bool, Enum and Time print signed here although a dump prints them unsigned; kept.
@@ -160,19 +158,14 @@ class QOV_EXPORT CTLVCell {
   std::string buildArrayValue(const CTLVCell& cell) const;
 
   unsigned short tag() const noexcept { return typeTag() >> 4; }
-  ETLVType type() const noexcept { return static_cast<ETLVType>(head_ & 0xF); }
-  unsigned short typeTag() const noexcept { return static_cast<unsigned short>(head_); }
-  unsigned short length() const noexcept { return static_cast<unsigned short>(head_ >> 16); }
+  ETLVType type() const noexcept { return static_cast<ETLVType>(CellValue::type()); }
+  unsigned short typeTag() const noexcept { return CellValue::typeTag(); }
+  unsigned short length() const noexcept { return CellValue::length(); }
   /// The `length()` bytes of the value, valid until the cell is changed or destroyed. They need not
   /// end in a NUL, also in a text cell: what came over the wire is kept as it came.
-  const unsigned char* value() const noexcept {
-    return outside() ? pointer<const unsigned char>() : value_;
-  }
+  const unsigned char* value() const noexcept { return CellValue::value(); }
   /// The value up to its first NUL or its end, whatever the type; a view into the cell.
-  std::string_view text() const noexcept {
-    const char* bytes = reinterpret_cast<const char*>(value());
-    return {bytes, outside() ? ::strnlen(bytes, length()) : insideTextLength()};
-  }
+  std::string_view text() const noexcept { return CellValue::text(); }
 
   /// The name of a type as dumps print it; "Invalid" for a code above 9.
   static const char* typeName(unsigned int type) noexcept;
@@ -180,184 +173,15 @@ class QOV_EXPORT CTLVCell {
  private:
   friend class CTLVRecordV3;
   friend class qov::CellBlock;
+  friend class qov::RecordCells;
   friend class qov::RecordCodec;
-
-  /// Where a cell stands: on its own; on its own but owned by a record; in a record's block; or it
-  /// only holds the place, in a record's block, of a cell that stands elsewhere. The number of a
-  /// cell in a block is kInBlock or higher and says where in the block it stands.
-  enum class Place : unsigned char { kAlone, kAdopted, kStandIn, kInBlock };
-
-  static constexpr unsigned short kInside = 19;
-  static constexpr unsigned short kUnsetTypeTag = 4094U << 4;
 
   explicit CTLVCell(Place place) noexcept : CTLVCell(place, kUnsetTypeTag, 0) {}
   /// A cell that holds the number `v`; `head` says how many bytes of it count.
-  CTLVCell(Place place, std::uint32_t head, std::uint64_t v) noexcept
-      : value_{}, place_(place), head_(head) {
-    storeNumber(v);
-  }
-
+  CTLVCell(Place place, std::uint32_t head, std::uint64_t v) noexcept : CellValue(place, head, v) {}
   /// Takes over the value of `other`, which must not be lent.
   CTLVCell(Place place, CTLVCell&& other) noexcept : CTLVCell(place) { take(other); }
-
-  static unsigned int width(std::uint64_t v) noexcept;
-  static unsigned int widthSigned(std::int64_t v) noexcept;
-  static std::uint64_t cut(std::int64_t v, unsigned int bytes) noexcept;
-  static unsigned short packed(unsigned int type, unsigned short tag);
-
-  void setHead(unsigned int typeTag, unsigned int length) noexcept {
-    head_ = typeTag | length << 16;
-  }
-  bool outside() const noexcept { return length() > kInside; }
-  template <class T>
-  T* pointer() const noexcept {
-    T* there;
-    std::memcpy(&there, value_, sizeof there);
-    return there;
-  }
-  void storePointer(const void* there, bool lent = false) noexcept {
-    std::memcpy(value_, &there, sizeof there);
-    value_[sizeof there] = lent ? 1 : 0;
-  }
-  /// Whether the value stands in the memory of the cell's block, which frees it.
-  bool lent() const noexcept { return outside() && value_[sizeof(void*)] != 0; }
-  /// Makes a lent value an allocation. Returns false, with errno ENOMEM and the cell as it was,
-  /// when there is no memory.
-  bool ownValue() noexcept {
-    return !lent() || replace(typeTag(), pointer<void>(), length(), false);
-  }
-  void ownValueOrThrow() {
-    if (!ownValue()) {
-      throw std::bad_alloc();
-    }
-  }
-  void storeNumber(std::uint64_t v) noexcept { std::memcpy(value_, &v, sizeof v); }
-  void freeValue() noexcept {
-    if (lent()) {
-      leaveBlock();
-    } else if (outside()) {
-      delete[] pointer<unsigned char>();
-    }
-  }
-  /// A lent value is given up: the record learns that the cell may own memory from here on.
-  void leaveBlock() noexcept;
-  void setNumber(unsigned int type, unsigned short tag, std::uint64_t v, unsigned int bytes);
-  /// Takes the value of `other` over, which must not be lent; there must be none here.
-  void take(CTLVCell& other) noexcept {
-    const std::uint32_t othersBefore = other.head_;
-    std::memcpy(value_, other.value_, sizeof value_);
-    head_ = othersBefore;
-    other.storeNumber(0);
-    other.setHead(other.typeTag(), 0);
-    other.tellChange(othersBefore);
-  }
-  /// To be called after a change through a reference: a record goes by its cells' tags and lengths.
-  void tellChange(std::uint32_t headBefore) noexcept {
-    if (place_ != Place::kAlone && head_ != headBefore) {
-      tellRecord(headBefore);
-    }
-  }
-  void tellRecord(std::uint32_t headBefore) noexcept;
-  /// Sets type and tag and copies the value, plus a NUL if `nul`. Returns false, with errno ENOMEM
-  /// and the cell as it was, when there is no memory.
-  bool replace(unsigned int typeTag, const void* data, unsigned int len, bool nul) noexcept;
-  void replaceOrThrow(unsigned int typeTag, const void* data, unsigned long len, bool nul);
-  bool parse(Json::Value& v) const;
-  /// Bytes of an inside value before its first NUL.
-  std::size_t insideTextLength() const noexcept;
-
-  static void checkLength(unsigned long len, bool nul) {
-    if (len > kMaxLength - (nul ? 1 : 0)) {
-      throwTooLong(len);
-    }
-  }
-  void require(unsigned int types, const char* wanted) const {
-    if ((types >> type() & 1U) == 0) {
-      throwWrongType(wanted);
-    }
-  }
-  [[noreturn]] void throwWrongType(const char* wanted) const;
-  [[noreturn]] static void throwTooLong(unsigned long len);
-  [[noreturn]] static void throwBadTag(unsigned short tag);
-
-  // A value of at most 8 bytes is padded with zeros to 8; bytes that no value has used are zeros,
-  // since the search for a text's end and the encoder read all of them. A value of more than
-  // kInside bytes stands elsewhere: here is its address and, in the next byte, whether it is lent.
-  alignas(8) unsigned char value_[kInside];
-  Place place_;
-  // As on the wire: type and tag in the lower half, the length in the upper.
-  std::uint32_t head_;
 };
 static_assert(sizeof(CTLVCell) == 24, "what a block of cells holds is reckoned with this");
-
-/// 1, 2, 4 or 8, without a branch that small and large values in turn would mispredict.
-inline unsigned int CTLVCell::width(std::uint64_t v) noexcept {
-  return 1U + (v > 0xFF ? 1U : 0U) + (v > 0xFFFF ? 2U : 0U) + (v > 0xFFFFFFFF ? 4U : 0U);
-}
-
-/// The shortest form that reads back the same needs one bit more than the magnitude.
-inline unsigned int CTLVCell::widthSigned(std::int64_t v) noexcept {
-  const auto magnitude = static_cast<std::uint64_t>(v < 0 ? ~v : v);
-  return magnitude >> 62 == 0 ? width(magnitude << 1) : 8;
-}
-
-inline std::uint64_t CTLVCell::cut(std::int64_t v, unsigned int bytes) noexcept {
-  return static_cast<std::uint64_t>(v) & ~0ULL >> (8 - bytes) * 8;
-}
-
-inline unsigned short CTLVCell::packed(unsigned int type, unsigned short tag) {
-  if (tag > MAX_TAG_VALUE) {
-    throwBadTag(tag);
-  }
-  return static_cast<unsigned short>(static_cast<unsigned int>(tag) << 4 | (type & 0xF));
-}
-
-inline void CTLVCell::setNumber(unsigned int type, unsigned short tag, std::uint64_t v,
-                                unsigned int bytes) {
-  const unsigned short typeTag = packed(type, tag);
-  const std::uint32_t before = head_;
-  freeValue();
-  storeNumber(v);
-  setHead(typeTag, bytes);
-  tellChange(before);
-}
-
-inline std::uint64_t CTLVCell::number() const noexcept {
-  std::uint64_t raw;
-  std::memcpy(&raw, value(), sizeof raw);
-  if (type() != TLV_INT) {
-    return raw;
-  }
-  switch (length()) {
-    case 1:
-      return static_cast<std::uint64_t>(static_cast<std::int8_t>(raw));
-    case 2:
-      return static_cast<std::uint64_t>(static_cast<std::int16_t>(raw));
-    case 4:
-      return static_cast<std::uint64_t>(static_cast<std::int32_t>(raw));
-    default:
-      return raw;
-  }
-}
-
-inline std::size_t CTLVCell::insideTextLength() const noexcept {
-  // Eight bytes at a time: the lowest set bit of `zeros` marks the first zero byte. Branches, since
-  // the texts under one tag tend to be of one length.
-  constexpr std::uint64_t kOnes = 0x0101010101010101;
-  std::size_t at = 0;
-  for (; at + sizeof(std::uint64_t) <= kInside; at += sizeof(std::uint64_t)) {
-    std::uint64_t word;
-    std::memcpy(&word, value_ + at, sizeof word);
-    const std::uint64_t zeros = (word - kOnes) & ~word & kOnes << 7;
-    if (zeros != 0) {
-      at += static_cast<std::size_t>(__builtin_ctzll(zeros)) / 8;
-      break;
-    }
-  }
-  while (at < kInside && value_[at] != 0) {
-    ++at;
-  }
-  return at < length() ? at : length();
-}
 
 #endif

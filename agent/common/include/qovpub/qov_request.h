@@ -40,7 +40,7 @@ class QOV_EXPORT QOVAnswer {
   explicit QOVAnswer(std::unique_ptr<CQOV_MsgPackage> package) noexcept
       : package_(std::move(package)) {}
   explicit QOVAnswer(QOVReason reason, std::uint8_t result = 0) noexcept
-      : reason_(reason), result_(result) {}
+      : package_(), reason_(reason), result_(result) {}
 
   explicit operator bool() const noexcept { return package_ != nullptr; }
   /// The answer; only if there is one.

@@ -29,6 +29,9 @@ class QOV_EXPORT CQOV_TaskScheduler : public CQOV_Task {
   CQOV_TaskScheduler(CQOV_TaskMgr* mgr, unsigned int poolSize);
   ~CQOV_TaskScheduler() override;
 
+  CQOV_TaskScheduler(const CQOV_TaskScheduler&) = delete;
+  CQOV_TaskScheduler& operator=(const CQOV_TaskScheduler&) = delete;
+
   int svc() override;
 
   /// Also ends a wait for an idle worker; the message that waits for it is dropped.

@@ -1,12 +1,12 @@
-#ifndef QOVPUB_QOV_CELL_BYTES_H
-#define QOVPUB_QOV_CELL_BYTES_H
+#ifndef QOVPUB_DETAIL_CELL_BYTES_H
+#define QOVPUB_DETAIL_CELL_BYTES_H
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
-// Moves of a few bytes, for the message headers and the codec, not for their users. A call to the
-// general copy costs more than all else that is done for a small cell.
+// Moves of a few bytes. A call to the general copy costs more than all else that is done for a
+// small cell.
 namespace qov {
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
