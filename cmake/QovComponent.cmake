@@ -12,19 +12,14 @@ target_include_directories(qov_inside INTERFACE "${PROJECT_SOURCE_DIR}")
 target_link_libraries(qov_inside INTERFACE qov_headers)
 
 # qov_component(<name> SOURCES <file>... [USES <component>...] [BESIDE <component>...]
-#               [LIBRARIES <target>...] [FOLDER <folder>])
+#               [LIBRARIES <target>...])
 #
 # Adds one component to libqovpub. USES names the components below it whose headers it may include,
 # BESIDE those of its own layer that it shares a cycle with; a test compares both with the includes it
-# really has. FOLDER holds the sources, unless they stand beside the calling CMakeLists.txt: a folder
-# with two components is visited for the lower one.
+# really has. Its folder is that of the calling CMakeLists.txt.
 function(qov_component name)
-  cmake_parse_arguments(ARG "" "FOLDER" "SOURCES;USES;BESIDE;LIBRARIES" ${ARGN})
-  if(NOT ARG_FOLDER)
-    set(ARG_FOLDER "${CMAKE_CURRENT_SOURCE_DIR}")
-  endif()
-  list(TRANSFORM ARG_SOURCES PREPEND "${ARG_FOLDER}/" OUTPUT_VARIABLE source_paths)
-  add_library(qov_${name} OBJECT ${source_paths})
+  cmake_parse_arguments(ARG "" "" "SOURCES;USES;BESIDE;LIBRARIES" ${ARGN})
+  add_library(qov_${name} OBJECT ${ARG_SOURCES})
   # Shown is what QOV_EXPORT marks.
   set_target_properties(qov_${name} PROPERTIES CXX_VISIBILITY_PRESET hidden
                                                VISIBILITY_INLINES_HIDDEN ON)
@@ -40,6 +35,5 @@ function(qov_component name)
   target_link_libraries(qov_inside INTERFACE $<TARGET_OBJECTS:qov_${name}> ${ARG_LIBRARIES})
   set_property(GLOBAL APPEND PROPERTY QOV_COMPONENTS ${name})
   set_property(GLOBAL PROPERTY QOV_COMPONENT_${name}_USES "${ARG_USES};${ARG_BESIDE}")
-  set_property(GLOBAL PROPERTY QOV_COMPONENT_${name}_FOLDER "${ARG_FOLDER}")
-  set_property(GLOBAL PROPERTY QOV_COMPONENT_${name}_SOURCES "${ARG_SOURCES}")
+  set_property(GLOBAL PROPERTY QOV_COMPONENT_${name}_FOLDER "${CMAKE_CURRENT_SOURCE_DIR}")
 endfunction()

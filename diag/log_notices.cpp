@@ -14,8 +14,8 @@
 #include "diag/kit_registry.h"
 #include "diag/log_ids.h"
 #include "diag/log_level.h"
-#include "frame/env_ini_import.h"
-#include "frame/failure.h"
+#include "frame/env/env_ini_import.h"
+#include "frame/env/failure.h"
 
 namespace qov {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/failure.h"
+#include "frame/env/failure.h"
 #include "link/endpoint_address.h"
 
 class CQOVDebugKitGuard;

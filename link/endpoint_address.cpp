@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <memory>
 
-#include "frame/failure.h"
+#include "frame/env/failure.h"
 
 namespace qov {
 namespace {

@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <cstdlib>
 
-#include "frame/failure.h"
+#include "frame/env/failure.h"
 
 namespace qov {
 namespace {

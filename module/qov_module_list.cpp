@@ -11,7 +11,7 @@
 #include <qovpub/qov_utility.h>
 
 #include "diag/log_ids.h"
-#include "frame/failure.h"
+#include "frame/env/failure.h"
 
 namespace {
 

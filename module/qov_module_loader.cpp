@@ -12,8 +12,8 @@
 #include <qovpub/qov_task_mgr.h>
 
 #include "diag/log_ids.h"
-#include "frame/current_step.h"
-#include "frame/failure.h"
+#include "frame/env/current_step.h"
+#include "frame/env/failure.h"
 #include "module/caught.h"
 #include "module/dll_manager.h"
 #include "module/loader_work.h"

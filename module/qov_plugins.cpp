@@ -12,7 +12,7 @@
 #include <qovpub/qov_common_debugkit.h>
 
 #include "diag/log_ids.h"
-#include "frame/failure.h"
+#include "frame/env/failure.h"
 #include "module/caught.h"
 #include "module/dll_manager.h"
 #include "task/ending_thread.h"

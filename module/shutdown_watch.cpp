@@ -14,8 +14,8 @@
 #include <utility>
 
 #include "diag/log_ids.h"
-#include "frame/current_step.h"
-#include "frame/failure.h"
+#include "frame/env/current_step.h"
+#include "frame/env/failure.h"
 #include "module/last_words.h"
 #include "platform/guard_second.h"
 #include "platform/signal_mask.h"

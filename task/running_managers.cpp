@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "frame/current_step.h"
+#include "frame/env/current_step.h"
 #include "module/module_shutdown.h"
 
 namespace qov {

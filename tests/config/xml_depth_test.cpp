@@ -1,4 +1,4 @@
-#include "config/qov_xml_depth.h"
+#include "config/xml/qov_xml_depth.h"
 
 #include <gtest/gtest.h>
 #include <tinyxml.h>

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <regex>
 
-#include "config/qov_xml_depth.h"
+#include "config/xml/qov_xml_depth.h"
 #include "tests/config/device_xml.h"
 #include "tests/support/failing_allocations.h"
 

@@ -1,4 +1,4 @@
-#include "frame/app_daemon.h"
+#include "frame/app/app_daemon.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>

@@ -8,8 +8,8 @@
 #include <csignal>
 #include <thread>
 
-#include "frame/app_signal_block.h"
-#include "frame/app_signal_relay.h"
+#include "frame/app/app_signal_block.h"
+#include "frame/app/app_signal_relay.h"
 
 namespace {
 

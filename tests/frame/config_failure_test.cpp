@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <string>
 
-#include "frame/env_failure.h"
-#include "frame/env_proc_name.h"
+#include "frame/env/env_failure.h"
+#include "frame/env/env_proc_name.h"
 #include "tests/support/agent_root.h"
 
 using qov::whyEmptyName;

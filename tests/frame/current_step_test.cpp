@@ -1,4 +1,4 @@
-#include "frame/current_step.h"
+#include "frame/env/current_step.h"
 
 #include <gtest/gtest.h>
 

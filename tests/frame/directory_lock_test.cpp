@@ -1,4 +1,4 @@
-#include "frame/directory_lock.h"
+#include "frame/app/directory_lock.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

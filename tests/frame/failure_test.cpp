@@ -1,4 +1,4 @@
-#include "frame/failure.h"
+#include "frame/env/failure.h"
 
 #include <gtest/gtest.h>
 

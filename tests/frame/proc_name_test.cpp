@@ -1,4 +1,4 @@
-#include "frame/env_proc_name.h"
+#include "frame/env/env_proc_name.h"
 
 #include <gtest/gtest.h>
 #include <qovpub/qov_utility.h>

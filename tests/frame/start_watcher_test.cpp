@@ -1,4 +1,4 @@
-#include "frame/start_watcher.h"
+#include "frame/app/start_watcher.h"
 
 #include <gtest/gtest.h>
 #include <sys/prctl.h>

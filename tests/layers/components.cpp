@@ -29,16 +29,11 @@ std::ifstream openOrThrow(const fs::path& file) {
 
 Component parseComponent(const std::string& line) {
   std::vector<std::string> fields = split(line, '\t');
-  if (fields.size() != 4) {
+  if (fields.size() != 3) {
     throw std::runtime_error("not a component's line: " + line);
   }
   std::vector<std::string> uses = split(fields[2], ',');
-  return {fields[0], fields[1], {uses.begin(), uses.end()}, split(fields[3], ',')};
-}
-
-bool hasSourceOfStem(const Component& component, const fs::path& stem) {
-  return std::any_of(component.sources.begin(), component.sources.end(),
-                     [&](const fs::path& source) { return source.stem() == stem; });
+  return {fields[0], fields[1], {uses.begin(), uses.end()}};
 }
 
 }  // namespace
@@ -71,19 +66,10 @@ std::string Components::ownerOfPublicHeader(const std::string& name) const {
 }
 
 std::string Components::ownerOfPrivateFile(const fs::path& file) const {
-  std::string first;
-  for (const Component& component : components_) {
-    if (component.folder != file.parent_path()) {
-      continue;
-    }
-    if (hasSourceOfStem(component, file.stem())) {
-      return component.name;
-    }
-    if (first.empty()) {
-      first = component.name;
-    }
-  }
-  return first;
+  const auto owner = std::find_if(
+      components_.begin(), components_.end(),
+      [&](const Component& component) { return component.folder == file.parent_path(); });
+  return owner == components_.end() ? std::string() : owner->name;
 }
 
 std::vector<fs::path> Components::filesOf(const Component& component,
@@ -91,8 +77,7 @@ std::vector<fs::path> Components::filesOf(const Component& component,
   std::vector<fs::path> files;
   for (const fs::directory_entry& entry : fs::directory_iterator(component.folder)) {
     const fs::path extension = entry.path().extension();
-    if ((extension == ".h" || extension == ".cpp") &&
-        ownerOfPrivateFile(entry.path()) == component.name) {
+    if (extension == ".h" || extension == ".cpp") {
       files.push_back(entry.path());
     }
   }

@@ -14,13 +14,12 @@ struct Component {
   std::string name;
   std::filesystem::path folder;
   std::set<std::string> uses;
-  std::vector<std::string> sources;
 };
 
 /// Which component each file belongs to. Reading throws std::runtime_error on a malformed line.
 class Components {
  public:
-  /// Reads lines of name, folder, uses and sources, separated by tabs.
+  /// Reads lines of name, folder and uses, separated by tabs.
   static Components read(const std::filesystem::path& declarations,
                          const std::filesystem::path& headerOwners);
 
@@ -30,8 +29,7 @@ class Components {
   /// The owner of a public header ("qov_msg.h", "detail/cell_block.h"); empty when nobody owns it.
   std::string ownerOfPublicHeader(const std::string& name) const;
 
-  /// The owner of a source or private header. Where two components share a folder, a header goes
-  /// with the source of the same stem, and one without a source with the component declared first.
+  /// The owner of a source or private header.
   std::string ownerOfPrivateFile(const std::filesystem::path& file) const;
 
   /// Sources and private headers of `component`, its public headers included.
