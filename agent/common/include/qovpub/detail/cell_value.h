@@ -52,9 +52,9 @@ class QOV_EXPORT CellValue {
   bool outside() const noexcept { return length() > kInside; }
   template <class T>
   T* pointer() const noexcept {
-    T* there;
+    void* there;
     std::memcpy(&there, value_, sizeof there);
-    return there;
+    return static_cast<T*>(there);
   }
   void storePointer(const void* there, bool lent = false) noexcept {
     std::memcpy(value_, &there, sizeof there);
