@@ -103,7 +103,7 @@ std::string errorOf(const TiXmlDocument& document) {
 /// An empty text, or why it could not be loaded.
 std::string load(const std::string& fileName, TiXmlDocument& document) {
   std::string text;
-  const std::string unread = readFile(fileName, text);
+  std::string unread = readFile(fileName, text);
   if (!unread.empty()) {
     return unread;
   }

@@ -18,10 +18,10 @@
 /// opened first. CMake's qov_add_module() hides them; other builds give -fvisibility=hidden,
 /// -fvisibility-inlines-hidden and, for static libraries, -Wl,--exclude-libs,ALL.
 /// The loader warns of a class that comes from another module.
-#define QOV_MODULE(Type)                                   \
-  extern "C" QOV_EXPORT CQOV_TaskMgr* QOV_CreateModule();  \
-  extern "C" QOV_EXPORT CQOV_TaskMgr* QOV_CreateModule() { \
-    return new Type;                                       \
+#define QOV_MODULE(Type)                                      \
+  extern "C" QOV_EXPORT CQOV_TaskMgr* QOV_CreateModule();     \
+  extern "C" QOV_EXPORT CQOV_TaskMgr* QOV_CreateModule() {    \
+    return new Type; /* NOLINT(bugprone-macro-parentheses) */ \
   }
 
 #endif
