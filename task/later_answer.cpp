@@ -6,6 +6,7 @@
 #include <qovpub/qov_task_mgr.h>
 #include <qovpub/qov_task_scheduler.h>
 
+#include <cassert>
 #include <cerrno>
 #include <exception>
 #include <new>
@@ -75,9 +76,9 @@ void LaterAnswer::end(QOVAnswer answer) {
   ACE_Message_Block* const block = block_.release();
   // Who takes the block may delete this object at once.
   CQOV_TaskScheduler& scheduler = scheduler_;
-  if (!scheduler.take(QOVMsgHead::kResponse, block)) {
-    releaseWithPackage(block);
-  }
+  // Nobody closes the scheduler's queue.
+  [[maybe_unused]] const bool taken = scheduler.take(QOVMsgHead::kResponse, block);
+  assert(taken);
 }
 
 void LaterAnswer::end(ACE_Message_Block* block) {
@@ -95,14 +96,18 @@ bool LaterAnswer::run(CQOV_MsgPackage& pkg) {
   return later != nullptr;
 }
 
-void LaterAnswer::runHere() {
-  CQOVDebugKitGuard log(kPublicKit, "void qov::LaterAnswer::runHere()");
+void LaterAnswer::call(QOVAnswer answer) {
   noLongerPending();
   const HandlingTime time(counters_);
+  // Freed here, as part of what a stop waits for, and of the time that it takes.
+  const QOVRequest::Continuation continuation = std::exchange(continuation_, nullptr);
+  continuation(std::move(answer));
+}
+
+void LaterAnswer::runHere() {
+  CQOVDebugKitGuard log(kPublicKit, "void qov::LaterAnswer::runHere()");
   try {
-    // Freed here, as part of what a stop waits for, and of the time that it takes.
-    const QOVRequest::Continuation continuation = std::exchange(continuation_, nullptr);
-    continuation(std::move(answer_));
+    call(std::move(answer_));
   } catch (const std::exception& error) {
     log.error(log_id::kContinuationFailed, __FUNCTION__, __LINE__,
               "Module(%d) a continuation failed: %s", scheduler_.taskMgr()->moduleId(),
@@ -113,6 +118,14 @@ void LaterAnswer::runHere() {
               "Module(%d) a continuation failed: %s", scheduler_.taskMgr()->moduleId(),
               "an unknown exception");
   }
+}
+
+void LaterDeleter::operator()(LaterAnswer* later) const {
+  delete later;
+}
+
+void runLater(LaterPtr later, QOVAnswer answer) {
+  later->call(std::move(answer));
 }
 
 }  // namespace qov

@@ -3,6 +3,7 @@
 
 #include <ace/Message_Block.h>
 #include <ace/Time_Value.h>
+#include <qovpub/detail/later_ptr.h>
 #include <qovpub/qov_message_package.h>
 #include <qovpub/qov_request.h>
 
@@ -46,8 +47,11 @@ class LaterAnswer final : public CQOV_MsgPackage {
   /// The same with the response that `block` carries, which is freed.
   void end(ACE_Message_Block* block);
 
-  /// Runs the continuation if `pkg` is one. False for any other package.
+  /// Runs the continuation if `pkg` is one; what it throws is logged. False for any other package.
   static bool run(CQOV_MsgPackage& pkg);
+
+  /// Runs the continuation with `answer`; what it throws comes through.
+  void call(QOVAnswer answer);
 
  private:
   LaterAnswer(ModuleCounters& counters, CQOV_TaskScheduler& scheduler,

@@ -205,6 +205,10 @@ int CQOV_Leader_Task::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
 }
 
 void CQOV_Leader_Task::noteEnded(std::uint8_t id) {
+  if (id == moduleId_) {
+    // It was another one of that id: messages to it come to this module.
+    return;
+  }
   endedModules_->note(id);
   reactor_.notify(this, ACE_Event_Handler::WRITE_MASK);
 }

@@ -278,12 +278,14 @@ int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
 }
 
 int CQOV_TaskScheduler::endUntaken(ACE_Message_Block* mb) {
-  CQOV_MsgPackage* const pkg = qov::packageOf(*mb);
+  const qov::BlockPtr block(mb);
+  const std::unique_ptr<CQOV_MsgPackage> pkg(qov::packageOf(*block));
+  // A continuation may wait for a thread that it wakes.
+  qov::endCollecting();
   const bool hasRun = pkg != nullptr && qov::LaterAnswer::run(*pkg);
   if (!hasRun) {
     counters().drop(QOVDropReason::kStopped);
   }
-  qov::releaseWithPackage(mb);
   return hasRun ? 0 : -1;
 }
 

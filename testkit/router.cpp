@@ -2,9 +2,13 @@
 
 #include <qovpub/qov_task_mgr.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <utility>
+
+#include "testkit/thread_of.h"
 
 namespace qov {
 
@@ -47,8 +51,8 @@ int causeOf(QOVReason reason) {
 
 }  // namespace
 
-TestRouter::TestRouter(CQOV_Leader_Task& leader, OnTimeout onTimeout)
-    : leader_(leader), ownQueue_(leader.msg_queue()), onTimeout_(std::move(onTimeout)) {
+TestRouter::TestRouter(CQOV_Leader_Task& leader, Duration& now)
+    : leader_(leader), ownQueue_(leader.msg_queue()), now_(now), worker_(leader.taskMgr()) {
   leader_.msg_queue(this);
 }
 
@@ -74,8 +78,8 @@ int TestRouter::enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value*) {
     return 1;
   }
   const Entry entry = entryFor(message->head());
-  if (entry.reason == QOVReason::kNoRoom) {
-    errno = EWOULDBLOCK;
+  if (stopped_ || entry.reason == QOVReason::kNoRoom) {
+    errno = stopped_ ? ESHUTDOWN : EWOULDBLOCK;
     return -1;
   }
   sent_.emplace_back(message);
@@ -83,36 +87,77 @@ int TestRouter::enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value*) {
   mb->release();
   if (sender != nullptr) {
     // The sender's still if this throws.
-    serve(*sender, *message, entry);
+    serve(*sender, answerTo(*message, entry));
     delete sender;
   }
   return 1;
 }
 
-void TestRouter::serve(const TimeoutDesc& sender, const CQOV_MsgPackage& request,
-                       const Entry& entry) {
+QOVAnswer TestRouter::answerTo(const CQOV_MsgPackage& request, const Entry& entry) const {
   if (!isOwnRequest(request.head())) {
-    sender.task_->endWait(EINVAL);
+    return QOVAnswer(QOVReason::kInvalid);
+  }
+  if (entry.reason != QOVReason::kNone) {
+    return QOVAnswer(entry.reason);
+  }
+  auto answer = CreateQovRspPackage(request, entry.result);
+  if (entry.fill != nullptr) {
+    (*entry.fill)(request, *answer);
+  }
+  return QOVAnswer(std::move(answer));
+}
+
+void TestRouter::serve(const TimeoutDesc& sender, QOVAnswer answer) {
+  const Duration timeout = std::chrono::seconds(sender.timeout_.sec()) +
+                           std::chrono::microseconds(sender.timeout_.usec());
+  const Duration end = now_ + (answer.reason() == QOVReason::kTimedOut ? timeout : Duration());
+  if (sender.later_ == nullptr) {
+    now_ = end;
+    endWait(sender, std::move(answer));
     return;
   }
-  if (entry.reason == QOVReason::kNone) {
-    auto answer = CreateQovRspPackage(request, entry.result);
-    if (entry.fill != nullptr) {
-      (*entry.fill)(request, *answer);
-    }
-    sender.task_->putMsg(QOVMsgHead::kResponse, blockWith(answer.release()), nullptr);
+  const auto place = std::find_if(later_.begin(), later_.end(),
+                                  [end](const Later& other) { return other.due > end; });
+  later_.insert(place, Later{end, std::move(answer)})->continuation.reset(sender.later_);
+}
+
+void TestRouter::endWait(const TimeoutDesc& sender, QOVAnswer answer) {
+  if (answer) {
+    sender.task_->putMsg(QOVMsgHead::kResponse, blockWith(answer.take().release()), nullptr);
     return;
   }
   const bool isEndless = sender.timeout_ == ACE_Time_Value::zero;
-  if (entry.reason == QOVReason::kTimedOut && isEndless) {
-    sender.task_->endWait(ECONNABORTED);
-    return;
+  sender.task_->endWait(causeOf(answer.reason() == QOVReason::kTimedOut && isEndless
+                                    ? QOVReason::kStopped
+                                    : answer.reason()));
+}
+
+bool TestRouter::runLater(Duration until) {
+  if (later_.empty() || later_.front().due > until) {
+    return false;
   }
-  if (entry.reason == QOVReason::kTimedOut) {
-    onTimeout_(std::chrono::seconds(sender.timeout_.sec()) +
-               std::chrono::microseconds(sender.timeout_.usec()));
+  Later next = std::move(later_.front());
+  later_.pop_front();
+  now_ = std::max(now_, next.due);
+  run(std::move(next));
+  return true;
+}
+
+void TestRouter::stop() {
+  stopped_ = true;
+  while (!later_.empty()) {
+    Later next = std::move(later_.front());
+    later_.pop_front();
+    next.answer = QOVAnswer(QOVReason::kStopped);
+    run(std::move(next));
   }
-  sender.task_->endWait(causeOf(entry.reason));
+}
+
+void TestRouter::run(Later later) {
+  const ThreadOf thread(worker_);
+  const std::uint8_t result = later.answer ? later.answer->head().mst_ : 0;
+  qov::runLater(std::move(later.continuation),
+                result == 0 ? std::move(later.answer) : QOVAnswer(QOVReason::kRefused, result));
 }
 
 }  // namespace qov

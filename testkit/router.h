@@ -3,10 +3,11 @@
 
 #include <ace/Message_Queue_T.h>
 #include <ace/Synch_Traits.h>
+#include <qovpub/detail/later_ptr.h>
 #include <qovpub/qov_leader_task.h>
 #include <qovpub/qov_testkit.h>
 
-#include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <utility>
@@ -14,17 +15,19 @@
 namespace qov {
 
 /// Stands in the place of a leader's queue: what is put in is kept at once, and a request gets its
-/// answer while its sender has not begun to wait.
+/// answer while its sender has not begun to wait. Continuations of askLater() are kept until the
+/// kit runs them.
 ///
 /// Thread: one.
-/// Owns:   the packages that were sent. The leader is borrowed.
+/// Owns:   the packages that were sent, and the continuations that have not run. Leader and clock
+///         are borrowed.
 class TestRouter : public ACE_Message_Queue<ACE_MT_SYNCH> {
  public:
-  /// Called with the time-out of a request that times out.
-  using OnTimeout = std::function<void(QOVTestKit::Duration)>;
+  using Duration = QOVTestKit::Duration;
 
-  TestRouter(CQOV_Leader_Task& leader, OnTimeout onTimeout);
-  /// Gives the leader its own queue back.
+  /// Requests that time out move the clock `now`.
+  TestRouter(CQOV_Leader_Task& leader, Duration& now);
+  /// Gives the leader its own queue back. Continuations that have not run do not run.
   ~TestRouter() override;
 
   TestRouter(const TestRouter&) = delete;
@@ -45,17 +48,38 @@ class TestRouter : public ACE_Message_Queue<ACE_MT_SYNCH> {
   /// 1, and `mb` is taken over; or -1 with errno, and `mb` stays with the caller.
   int enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value* timeout = nullptr) override;
 
+  /// Runs the continuation that is due first, `until` at the latest, and moves the clock there.
+  /// False when there is none.
+  bool runLater(Duration until);
+
+  /// Takes no message any more, and runs the continuations that wait with kStopped.
+  void stop();
+
  private:
+  struct Later {
+    Duration due;
+    QOVAnswer answer;
+    LaterPtr continuation = nullptr;
+  };
+
   const Entry& entryFor(const QOVMsgHead& head) const;
   bool isOwnRequest(const QOVMsgHead& head) const;
-  /// Ends the wait of `sender` for the answer to `request`.
-  void serve(const TimeoutDesc& sender, const CQOV_MsgPackage& request, const Entry& entry);
+  QOVAnswer answerTo(const CQOV_MsgPackage& request, const Entry& entry) const;
+  /// Ends the wait of `sender` with `answer`, or keeps its continuation for it.
+  void serve(const TimeoutDesc& sender, QOVAnswer answer);
+  void endWait(const TimeoutDesc& sender, QOVAnswer answer);
+  void run(Later later);
 
   // Constant after construction.
   CQOV_Leader_Task& leader_;
   ACE_Message_Queue<ACE_MT_SYNCH>* const ownQueue_;
-  const OnTimeout onTimeout_;
+  Duration& now_;
 
+  /// Whose thread runs the continuations.
+  CQOV_Task worker_;
+  bool stopped_ = false;
+  /// What is due first stands first.
+  std::list<Later> later_;
   std::map<std::pair<std::uint8_t, std::uint64_t>, Entry> table_;
   QOVTestKit::Sent sent_;
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "testkit/router.h"
 #include "testkit/thread_of.h"
 
 void QOVTestKit::start(QOVPeriodicTask& task) {
@@ -11,13 +12,24 @@ void QOVTestKit::start(QOVPeriodicTask& task) {
 std::size_t QOVTestKit::advance(Duration span) {
   const Duration end = now_ + span;
   std::size_t ticks = 0;
-  for (Period* next = nextUntil(end); next != nullptr; next = nextUntil(end)) {
+  for (;;) {
+    Period* const next = nextUntil(end);
+    if (router_->runLater(next != nullptr ? next->due : std::max(end, now_))) {
+      continue;
+    }
+    if (next == nullptr) {
+      break;
+    }
     now_ = std::max(now_, next->due);
     tick(*next);
     ++ticks;
   }
   now_ = std::max(now_, end);
   return ticks;
+}
+
+void QOVTestKit::stop() {
+  router_->stop();
 }
 
 QOVTestKit::Period* QOVTestKit::nextUntil(Duration end) {

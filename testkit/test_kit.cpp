@@ -52,8 +52,7 @@ QOVTestKit::QOVTestKit(QOVTestProcess& process, CQOV_TaskMgr& module)
 QOVTestKit::~QOVTestKit() = default;
 
 std::unique_ptr<qov::TestRouter> QOVTestKit::makeRouter() {
-  return std::make_unique<qov::TestRouter>(LeaderOf::get(module_),
-                                           [this](Duration timeout) { now_ += timeout; });
+  return std::make_unique<qov::TestRouter>(LeaderOf::get(module_), now_);
 }
 
 QOVTestProcess& QOVTestKit::process() const {
@@ -83,8 +82,14 @@ void QOVTestKit::address(CQOV_MsgPackage& message, std::uint64_t opc, QOVMsgHead
 }
 
 int QOVTestKit::handle(CQOV_CommonTask& task, CQOV_MsgPackage& message) {
-  const qov::ThreadOf thread(task);
-  return task.handleMessage(message);
+  int result = 0;
+  {
+    const qov::ThreadOf thread(task);
+    result = task.handleMessage(message);
+  }
+  while (router_->runLater(now_)) {
+  }
+  return result;
 }
 
 QOVAnswer QOVTestKit::ask(CQOV_CommonTask& task, CQOV_MsgPackage& message) {

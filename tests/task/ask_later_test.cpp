@@ -1,6 +1,8 @@
+#include <ace/Thread.h>
 #include <gtest/gtest.h>
 #include <qovpub/qov_request.h>
 #include <qovpub/qov_stats.h>
+#include <qovpub/qov_task_scheduler.h>
 
 #include <algorithm>
 #include <atomic>
@@ -13,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "task/running_managers.h"
 #include "tests/support/answering_modules.h"
 #include "tests/support/process_end.h"
 #include "tests/task/stats_of.h"
@@ -109,8 +112,30 @@ class AskLaterTest : public TaskTest {
     ASSERT_TRUE(began_.waitFor());
   }
 
+  /// Has a continuation wait for the only worker, which is at its second message. That one has
+  /// waited for it, too; so the scheduler's thread stays where it was for the next. gate_ lets the
+  /// worker go on.
+  void askBehindAWait() {
+    const std::atomic<unsigned long long>& waits = CQOV_TaskScheduler::oAtomicSerialNum_;
+    const unsigned long long before = waits;
+    const auto waitsAre = [&](unsigned long long count) {
+      return qov::test::waitUntil([&] { return waits == before + count; });
+    };
+    make(1);
+    ASSERT_TRUE(module_->init());
+    inWorker([this, gate = 0](CQOV_Task&) mutable { EXPECT_TRUE(gate_.waitFor(++gate)); });
+    ASSERT_TRUE(began_.waitFor());
+    ASSERT_EQ(QOVReason::kNone, QOVRequest(*task_, kModule, kActing).tell());
+    ASSERT_TRUE(waitsAre(1));
+    gate_.count();
+    ASSERT_TRUE(began_.waitFor(2));
+    ASSERT_EQ(QOVReason::kNone, ask(0, minutes(1), kNobody));
+    ASSERT_TRUE(waitsAre(2));
+  }
+
   Latch began_;
   Latch release_;
+  Latch gate_;
   Answers answers_;
   std::function<void(CQOV_Task&)> act_;
   std::unique_ptr<TestModule> module_;
@@ -323,6 +348,62 @@ TEST_F(AskLaterTest, AStopWithoutAnIdleWorkerRunsThemOnAnotherThread) {
   EXPECT_EQ(2U, answers_.now().size());
 }
 
+TEST_F(AskLaterTest, AContinuationAtTheStopMayWaitForWhatItSendsToAnother) {
+  make(0);
+  ASSERT_TRUE(module_->init());
+  Latch came;
+  TestModule other(
+      [&](CQOV_Task&, CQOV_MsgPackage&) {
+        came.count();
+        return 0;
+      },
+      1, kNobody);
+  ASSERT_TRUE(other.init());
+  CQOV_Task another(&other);
+  bool arrived = false;
+  ASSERT_EQ(QOVReason::kNone,
+            QOVRequest(*task_, kModule, 0).askLater(minutes(1), [&](const QOVAnswer&) {
+              EXPECT_EQ(QOVReason::kNone, QOVRequest(another, kNobody, 1).tell());
+              arrived = came.waitFor();
+            }));
+  module_->stop();
+  EXPECT_TRUE(arrived);
+}
+
+TEST_F(AskLaterTest, AContinuationAtTheStopMayEndItsThread) {
+  make(0);
+  ASSERT_TRUE(module_->init());
+  const auto held = std::make_shared<int>(0);
+  // The first takes the thread of the second with it.
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_EQ(QOVReason::kNone,
+              QOVRequest(*task_, kModule, kSilent).askLater(minutes(1), [held](const QOVAnswer&) {
+                ACE_Thread::exit();
+              }));
+  }
+  module_->stop();
+  EXPECT_EQ(2, held.use_count());
+  task_.reset();
+  module_.reset();
+  EXPECT_EQ(1, held.use_count());
+}
+
+TEST_F(AskLaterTest, AWorkerRunsOneThatFollowsAMessageThatHadToWait) {
+  askBehindAWait();
+  gate_.count();
+  EXPECT_NE(nullptr, dynamic_cast<FunctionWorker*>(answers_.waitFor(1)[0].task));
+}
+
+TEST_F(AskLaterTest, TheStopRunsOneThatFollowsAMessageThatHadToWait) {
+  askBehindAWait();
+  std::thread stopper([this] { module_->stop(); });
+  CQOV_Task* const task = answers_.waitFor(1)[0].task;
+  gate_.count();
+  stopper.join();
+  EXPECT_EQ(nullptr, dynamic_cast<FunctionWorker*>(task));
+  EXPECT_EQ(1U, answers_.now().size());
+}
+
 TEST_F(AskLaterTest, AModuleWithoutWorkersRunsThemAtItsStop) {
   make(0);
   ASSERT_TRUE(module_->init());
@@ -457,6 +538,29 @@ TEST_F(AskLaterTest, TheEndOfTheAskedModuleEndsThemAndNoOthers) {
   EXPECT_EQ(1U, statsOf(kModule).askedLater_);
   module_->stop();
   EXPECT_EQ(4U, answers_.now().size());
+}
+
+TEST_F(AskLaterTest, TheEndOfAnotherModuleOfTheSameIdEndsNothing) {
+  ASSERT_TRUE(module_->init());
+  Latch kept;
+  std::optional<FunctionStaticTask> keeping;
+  const AnsweringModules modules(agentRoot());
+  keeping.emplace(modules.first(), std::list<unsigned long long>{kSilent},
+                  [&](CQOV_Task&, CQOV_MsgPackage&) {
+                    kept.count();
+                    return 0;
+                  });
+  ASSERT_EQ(0, modules.first()->insertStaticScheduledTask(&*keeping));
+  ASSERT_EQ(QOVReason::kNone, ask(kSilent));
+  ASSERT_EQ(QOVReason::kNone, ask(kSilent, minutes(1), AnsweringModules::kFirst));
+  ASSERT_TRUE(kept.waitFor());
+  qov::RunningManagers::tellEnded(kModule);
+  qov::RunningManagers::tellEnded(AnsweringModules::kFirst);
+  answers_.waitFor(1);
+  EXPECT_EQ(1U, statsOf(kModule).pending_);
+  module_->stop();
+  EXPECT_EQ(2U, answers_.now().size());
+  agentRoot().removeModules();
 }
 
 TEST_F(AskLaterTest, AnswersOfAModuleThatEndsComeBeforeItsEnd) {

@@ -133,7 +133,7 @@ class QOV_EXPORT CQOV_Leader_Task : public CQOV_Task {
 
   struct Work;
 
-  /// Module `id` has ended and answers nobody any more. From any thread; needs no memory.
+  /// Another module, `id`, has ended and answers nobody any more. From any thread; needs no memory.
   void noteEnded(std::uint8_t id);
 
   /// Whether the process reactor's loop has ended, and the leader with it.

@@ -120,12 +120,15 @@ class QOV_EXPORT QOVRequest {
   /// (QOVModuleStats::askedLater_), and so are those of static scheduled tasks, which run on the
   /// pool, too. Several may run at once, and beside the task that asked: what they share is locked.
   /// A continuation may send from any task, also askLater(); to wait in ask() it takes the task on
-  /// whose thread it runs, *getCurrentTask(). What it throws is logged.
+  /// whose thread it runs, *getCurrentTask(). That is one of the module's workers, or at the stop
+  /// the scheduler, which is of none of the module's own classes. What it throws is logged.
   ///
   /// A stop ends what is pending before any worker ends. Continuations that find no worker then run
-  /// on another thread of the module; all have run and are destroyed when CQOV_TaskMgr::stop()
-  /// returns. In a module whose threads never ran they are destroyed with its manager, and do not
-  /// run. The workers of the pool are of classes derived from CQOV_CommonTask, with its svc().
+  /// on the scheduler's thread; all have run and are destroyed when CQOV_TaskMgr::stop() returns.
+  /// Where that thread does not run to its end, they do not run and are destroyed with the module's
+  /// manager: in a module that was never started, or if the thread was cancelled or a continuation
+  /// has ended it. The workers of the pool are of classes derived from CQOV_CommonTask, with its
+  /// svc().
   ///
   /// Thread: any.
   [[nodiscard]] QOVReason askLater(Duration timeout, Continuation continuation);

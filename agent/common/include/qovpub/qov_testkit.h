@@ -79,11 +79,18 @@ class QOVTestProcess {
 /// for sent(), and a request gets what the table says, before send() waits. A request that the
 /// table does not have finds no receiver.
 ///
-/// Time stands still but for advance(), and for requests that time out.
+/// The continuation of an askLater() runs when the handler or tick() has returned: in handle(),
+/// ask() or advance(), in the order of the requests, those that it asks for itself included. One
+/// that times out runs in the advance() that reaches the end of its time-out. getCurrentTask() is a
+/// task of the module, and none of the test's, meanwhile.
+///
+/// Time stands still but for advance(), and for requests of ask() or send() that time out.
 ///
 /// Thread: that of the test, which is the only one. Do not start tasks, or the module.
-/// Owns:   what was sent, and the module that it has made. Tasks are borrowed.
-/// Errors: what a handler throws comes through, and so does what a function of the table throws.
+/// Owns:   what was sent, continuations until they have run, and the module that it has made. Tasks
+///         are borrowed. Continuations that have not run by the end of the kit do not run, since
+///         the tasks may be gone by then.
+/// Errors: what a handler, a continuation or a function of the table throws comes through.
 class QOVTestKit {
  public:
   using Sent = std::vector<std::unique_ptr<CQOV_MsgPackage>>;
@@ -152,8 +159,15 @@ class QOVTestKit {
   /// Moves the clock by `span`, and calls tick() of the tasks that were started whenever that is
   /// due, on the way and at its end. A tick that lasts, since a request of it times out, may go
   /// past the end, and times that pass meanwhile are left out, as in an agent; missed() does not
-  /// count them here. Returns how many ticks there were.
+  /// count them here. Runs the continuations that are due as well. Returns how many ticks there
+  /// were.
   std::size_t advance(Duration span);
+
+  // The stop.
+
+  /// Does to requests what a stop of the module does: continuations that wait run now, with
+  /// kStopped, and from now on nothing can be sent (kStopped).
+  void stop();
 
  private:
   /// A task that was started, and when its next tick is due.
