@@ -28,7 +28,8 @@ std::ifstream openOrThrow(const fs::path& file) {
 }
 
 Component parseComponent(const std::string& line) {
-  std::vector<std::string> fields = split(line, '\t');
+  // The last field may be empty.
+  std::vector<std::string> fields = split(line + '\t', '\t');
   if (fields.size() != 3) {
     throw std::runtime_error("not a component's line: " + line);
   }
