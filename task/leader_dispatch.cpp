@@ -2,19 +2,14 @@
 #include <ace/Singleton.h>
 #include <qovplatform/platform_guard.h>
 #include <qovpub/qov_common_debugkit.h>
-#include <qovpub/qov_leader_task.h>
 #include <qovpub/qov_module_loader.h>
-#include <qovpub/qov_task_mgr.h>
-#include <qovpub/qov_task_scheduler.h>
 
 #include <cerrno>
 
 #include "diag/log_ids.h"
+#include "task/dispatcher.h"
 #include "task/later_answer.h"
-#include "task/leader_queue.h"
 #include "task/message_block.h"
-#include "task/module_counters.h"
-#include "task/pending_requests.h"
 #include "task/send_cause.h"
 
 // Which message goes where.
@@ -44,12 +39,11 @@ QOVDropReason reasonOf(int refusal) {
 
 }  // namespace
 
-const CQOV_Leader_Task::Handler CQOV_Leader_Task::kHandlers[] = {
-    &CQOV_Leader_Task::handleUnknownMsg, &CQOV_Leader_Task::handleReqMsg,
-    &CQOV_Leader_Task::handleRspMsg, &CQOV_Leader_Task::handleAsyncMsg,
-    &CQOV_Leader_Task::handleAsyncMsg};
+const CQOV_Leader_Task::Dispatcher::Handler CQOV_Leader_Task::Dispatcher::kHandlers[] = {
+    &Dispatcher::handleUnknownMsg, &Dispatcher::handleReqMsg, &Dispatcher::handleRspMsg,
+    &Dispatcher::handleAsyncMsg, &Dispatcher::handleAsyncMsg};
 
-void CQOV_Leader_Task::handleDataMsg(ACE_Message_Block* mb) {
+void CQOV_Leader_Task::Dispatcher::handleDataMsg(ACE_Message_Block* mb) {
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "void CQOV_Leader_Task::handleDataMsg(ACE_Message_Block*)");
   FowGuard watch(0, 1, 3600);
@@ -59,7 +53,7 @@ void CQOV_Leader_Task::handleDataMsg(ACE_Message_Block* mb) {
   }
   if (mb->length() != qov::kPointerSize) {
     log.warn(qov::log_id::kLeaderBadLength, __FUNCTION__, __LINE__,
-             "Manager thread(%d) received invalid message!", taskMgr()->moduleId());
+             "Manager thread(%d) received invalid message!", moduleId_);
     drop(QOVDropReason::kInvalid, mb);
     return;
   }
@@ -78,12 +72,12 @@ void CQOV_Leader_Task::handleDataMsg(ACE_Message_Block* mb) {
   const QOVMsgHead& head = pkg->head();
   log.debug(qov::log_id::kTraffic, __FUNCTION__, __LINE__,
             "Module(%d) recv msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u.",
-            taskMgr()->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
+            moduleId_, head.spid_, head.smid_, head.rpid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
   if (qov::carriesTimeoutDesc(*mb) && !isWaitedFor(head)) {
     log.warn(qov::log_id::kForeignRequest, __FUNCTION__, __LINE__,
              "Module(%d) cannot wait for the response to a message that is not its own request!",
-             taskMgr()->moduleId());
+             moduleId_);
     qov::PendingRequests::wakeSenderOf(*mb, EINVAL);
   }
   const Handler handler =
@@ -91,12 +85,12 @@ void CQOV_Leader_Task::handleDataMsg(ACE_Message_Block* mb) {
   (this->*handler)(mb, pkg);
 }
 
-bool CQOV_Leader_Task::isWaitedFor(const QOVMsgHead& head) const {
-  return head.type_ == QOVMsgHead::kRequest && head.spid_ == leaderQueue_.processId() &&
+bool CQOV_Leader_Task::Dispatcher::isWaitedFor(const QOVMsgHead& head) const {
+  return head.type_ == QOVMsgHead::kRequest && head.spid_ == queue_.processId() &&
          head.smid_ == moduleId_;
 }
 
-void CQOV_Leader_Task::handleReqMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg) {
+void CQOV_Leader_Task::Dispatcher::handleReqMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg) {
   CQOVDebugKitGuard log(
       qov::kPublicKit, "void CQOV_Leader_Task::handleReqMsg(ACE_Message_Block*, CQOV_MsgPackage*)");
   if (mb == nullptr || pkg == nullptr) {
@@ -114,17 +108,17 @@ void CQOV_Leader_Task::handleReqMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg)
     return;
   }
   if (waitedFor) {
-    pending_->drop(key, qov::sendCauseOf(errno));
+    pending_.drop(key, qov::sendCauseOf(errno));
   }
   qov::releaseWithPackage(mb);
 }
 
-bool CQOV_Leader_Task::beginWait(CQOVDebugKitGuard& log, const MsgKey& key, ACE_Message_Block* mb,
-                                 CQOV_MsgPackage* pkg) {
+bool CQOV_Leader_Task::Dispatcher::beginWait(CQOVDebugKitGuard& log, const MsgKey& key,
+                                             ACE_Message_Block* mb, CQOV_MsgPackage* pkg) {
   if (mb->cont() == nullptr) {
     // The package stays alive: kept. Nobody waits for an answer, so its sender may still hold it.
     log.warn(qov::log_id::kRequestNobodyWaits, __FUNCTION__, __LINE__,
-             "Manager thread(%d) received invalid request message!", taskMgr()->moduleId());
+             "Manager thread(%d) received invalid request message!", moduleId_);
     counters_.drop(QOVDropReason::kInvalid);
     mb->release();
     return false;
@@ -135,7 +129,7 @@ bool CQOV_Leader_Task::beginWait(CQOVDebugKitGuard& log, const MsgKey& key, ACE_
     drop(QOVDropReason::kInvalid, mb);
     return false;
   }
-  if (pending_->add(key, *sender)) {
+  if (pending_.add(key, *sender)) {
     return true;
   }
   const int cause = errno;
@@ -148,7 +142,7 @@ bool CQOV_Leader_Task::beginWait(CQOVDebugKitGuard& log, const MsgKey& key, ACE_
   return false;
 }
 
-void CQOV_Leader_Task::handleRspMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg) {
+void CQOV_Leader_Task::Dispatcher::handleRspMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg) {
   CQOVDebugKitGuard log(
       qov::kPublicKit, "void CQOV_Leader_Task::handleRspMsg(ACE_Message_Block*, CQOV_MsgPackage*)");
   if (mb == nullptr || pkg == nullptr) {
@@ -157,8 +151,8 @@ void CQOV_Leader_Task::handleRspMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg)
     return;
   }
   const QOVMsgHead& head = pkg->head();
-  if (head.rpid_ == leaderQueue_.processId() && head.rmid_ == moduleId_) {
-    const TimeoutDesc waiter = pending_->take(keyOfResponse(head));
+  if (head.rpid_ == queue_.processId() && head.rmid_ == moduleId_) {
+    const TimeoutDesc waiter = pending_.take(keyOfResponse(head));
     if (waiter.later_ != nullptr) {
       counters_.in_.add();
       waiter.later_->end(mb);
@@ -187,7 +181,7 @@ void CQOV_Leader_Task::handleRspMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg)
   qov::releaseWithPackage(mb);
 }
 
-void CQOV_Leader_Task::handleAsyncMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg) {
+void CQOV_Leader_Task::Dispatcher::handleAsyncMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg) {
   CQOVDebugKitGuard log(
       qov::kPublicKit,
       "void CQOV_Leader_Task::handleAsyncMsg(ACE_Message_Block*, CQOV_MsgPackage*)");
@@ -205,16 +199,16 @@ void CQOV_Leader_Task::handleAsyncMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pk
   }
 }
 
-void CQOV_Leader_Task::handleUnknownMsg(ACE_Message_Block* mb, CQOV_MsgPackage*) {
+void CQOV_Leader_Task::Dispatcher::handleUnknownMsg(ACE_Message_Block* mb, CQOV_MsgPackage*) {
   CQOVDebugKitGuard log(
       qov::kPublicKit,
       "void CQOV_Leader_Task::handleUnknownMsg(ACE_Message_Block*, CQOV_MsgPackage*)");
   log.warn(qov::log_id::kLeaderUnknownType, __FUNCTION__, __LINE__,
-           "Manager thread(%d) received unknown message type!", taskMgr()->moduleId());
+           "Manager thread(%d) received unknown message type!", moduleId_);
   drop(QOVDropReason::kInvalid, mb);
 }
 
-int CQOV_Leader_Task::forwordMessage(const QOVMsgHead* head, ACE_Message_Block* mb) {
+int CQOV_Leader_Task::Dispatcher::forwordMessage(const QOVMsgHead* head, ACE_Message_Block* mb) {
   CQOVDebugKitGuard log(
       qov::kPublicKit,
       "int CQOV_Leader_Task::forwordMessage(const QOVMsgHead*, ACE_Message_Block*)");
@@ -223,7 +217,7 @@ int CQOV_Leader_Task::forwordMessage(const QOVMsgHead* head, ACE_Message_Block* 
               "Invalid Parameter, pMsg or mb is null.");
     return -1;
   }
-  if (head->rpid_ != leaderQueue_.processId()) {
+  if (head->rpid_ != queue_.processId()) {
     log.error(qov::log_id::kForwardOtherProcess, __FUNCTION__, __LINE__, "recv msg error.");
     counters_.drop(QOVDropReason::kOtherProcess);
     return 0;
@@ -235,7 +229,7 @@ int CQOV_Leader_Task::forwordMessage(const QOVMsgHead* head, ACE_Message_Block* 
   return 0;
 }
 
-int CQOV_Leader_Task::passOn(std::uint8_t moduleId, ACE_Message_Block* mb) {
+int CQOV_Leader_Task::Dispatcher::passOn(std::uint8_t moduleId, ACE_Message_Block* mb) {
   const int result =
       ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance()->sendMsg(moduleId, mb);
   if (result == 0) {
@@ -246,20 +240,20 @@ int CQOV_Leader_Task::passOn(std::uint8_t moduleId, ACE_Message_Block* mb) {
   return result;
 }
 
-void CQOV_Leader_Task::drop(QOVDropReason reason, ACE_Message_Block* mb) {
+void CQOV_Leader_Task::Dispatcher::drop(QOVDropReason reason, ACE_Message_Block* mb) {
   counters_.drop(reason);
   qov::releaseWithPackage(mb);
 }
 
-void CQOV_Leader_Task::deliver(CQOVDebugKitGuard& log, const QOVMsgHead& head,
-                               ACE_Message_Block* mb) {
+void CQOV_Leader_Task::Dispatcher::deliver(CQOVDebugKitGuard& log, const QOVMsgHead& head,
+                                           ACE_Message_Block* mb) {
   CQOV_StaticSchecheduledTask* const task = findStaticTask(head.opc_);
   const bool taken = task != nullptr ? task->putMsg(head.type_, mb, nullptr) != -1
                                      : scheduler_->take(head.type_, mb);
   if (!taken) {
     // It has ended, and nobody else takes the message over.
     log.warn(qov::log_id::kReceiverEnded, __FUNCTION__, __LINE__,
-             "The receiver in module %d has ended: OPC=%llu,SN=%u,TP=%u!", taskMgr()->moduleId(),
+             "The receiver in module %d has ended: OPC=%llu,SN=%u,TP=%u!", moduleId_,
              static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
     drop(QOVDropReason::kStopped, mb);
     return;
@@ -267,7 +261,7 @@ void CQOV_Leader_Task::deliver(CQOVDebugKitGuard& log, const QOVMsgHead& head,
   counters_.in_.add();
 }
 
-CQOV_StaticSchecheduledTask* CQOV_Leader_Task::findStaticTask(std::uint64_t opc) {
+CQOV_StaticSchecheduledTask* CQOV_Leader_Task::Dispatcher::findStaticTask(std::uint64_t opc) {
   if (!hasStaticTasks_) {
     return nullptr;
   }

@@ -1,6 +1,5 @@
 #include "task/running_managers.h"
 
-#include <qovpub/qov_leader_task.h>
 #include <qovpub/qov_task_mgr.h>
 
 #include <algorithm>
@@ -13,6 +12,7 @@
 
 #include "frame/env/current_step.h"
 #include "module/module_shutdown.h"
+#include "task/dispatcher.h"
 
 namespace qov {
 
@@ -98,7 +98,7 @@ void RunningManagers::tellEnded(std::uint8_t id) {
   Registry& running = registry();
   const std::lock_guard<std::mutex> held(running.mutex);
   for (const CQOV_TaskMgr* const manager : running.managers) {
-    manager->leader_->noteEnded(id);
+    manager->leader_->dispatcher_->noteEnded(id);
   }
 }
 

@@ -3,7 +3,6 @@
 #include <qovplatform/platform_guard.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_task_mgr.h>
-#include <qovpub/qov_task_scheduler.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -22,6 +21,7 @@
 #include "task/start_task.h"
 #include "task/started_tasks.h"
 #include "task/task_queue.h"
+#include "task/worker_pool.h"
 
 namespace {
 
@@ -54,11 +54,36 @@ std::unique_ptr<CQOV_Task> makeWorker(CQOV_TaskMgr& mgr) {
 std::atomic<unsigned long long> CQOV_TaskScheduler::oAtomicSerialNum_{0};
 
 CQOV_TaskScheduler::CQOV_TaskScheduler(CQOV_TaskMgr* mgr, unsigned int poolSize)
-    : CQOV_Task(mgr), poolSize_(poolSize), idleSignal_(std::make_shared<qov::Doorbell>()) {
+    : CQOV_Task(mgr), pool_(std::make_unique<WorkerPool>(*this, poolSize)) {
   makesRoom_ = true;
 }
 
-CQOV_TaskScheduler::~CQOV_TaskScheduler() {
+CQOV_TaskScheduler::~CQOV_TaskScheduler() = default;
+
+int CQOV_TaskScheduler::createPool() {
+  return pool_->createPool();
+}
+
+int CQOV_TaskScheduler::return_to_work(CQOV_Task* worker) {
+  return pool_->return_to_work(worker);
+}
+
+int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
+  return pool_->handle_mb_data(mb);
+}
+
+bool CQOV_TaskScheduler::take(int type, ACE_Message_Block* mb) {
+  return pool_->take(type, mb);
+}
+
+bool CQOV_TaskScheduler::waitForPool(unsigned int seconds) {
+  return pool_->waitForPool(seconds);
+}
+
+CQOV_TaskScheduler::WorkerPool::WorkerPool(CQOV_TaskScheduler& scheduler, unsigned int poolSize)
+    : scheduler_(scheduler), poolSize_(poolSize), idleSignal_(std::make_shared<qov::Doorbell>()) {}
+
+CQOV_TaskScheduler::WorkerPool::~WorkerPool() {
   // Only where the scheduler thread was cancelled in its wait.
   qov::releaseWithPackage(waiting_);
 }
@@ -66,7 +91,7 @@ CQOV_TaskScheduler::~CQOV_TaskScheduler() {
 int CQOV_TaskScheduler::svc() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_TaskScheduler::svc()");
   const int created = createPool();
-  poolStands();
+  pool_->poolStands();
   if (created != 0) {
     log.error(qov::log_id::kPoolFailed, __FUNCTION__, __LINE__,
               "Module(%d) create thread pool failed.", taskMgr()->moduleId());
@@ -99,6 +124,10 @@ int CQOV_TaskScheduler::svc() {
 void CQOV_TaskScheduler::notifyExit() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual void CQOV_TaskScheduler::notifyExit()");
   CQOV_Task::notifyExit();
+  pool_->stop();
+}
+
+void CQOV_TaskScheduler::WorkerPool::stop() {
   ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
   stopping_ = true;
   ring(idleSignal_);
@@ -106,33 +135,38 @@ void CQOV_TaskScheduler::notifyExit() {
 
 int CQOV_TaskScheduler::putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout) {
   const int result = CQOV_Task::putMsg(type, mb, timeout);
-  ring(idleSignal_);
+  pool_->wakeScheduler();
   return result;
 }
 
-int CQOV_TaskScheduler::createPool() {
+void CQOV_TaskScheduler::WorkerPool::wakeScheduler() {
+  ring(idleSignal_);
+}
+
+int CQOV_TaskScheduler::WorkerPool::createPool() {
   CQOVDebugKitGuard log(qov::kPublicKit, "int CQOV_TaskScheduler::createPool()");
   for (unsigned int i = 0; i < poolSize_ && !toldToStop(); ++i) {
-    std::unique_ptr<CQOV_Task> worker = makeWorker(*taskMgr());
+    std::unique_ptr<CQOV_Task> worker = makeWorker(*scheduler_.taskMgr());
     if (worker == nullptr) {
       log.warn(qov::log_id::kWorkerNotMade, __FUNCTION__, __LINE__,
-               "Failed to create task in module %d!", taskMgr()->moduleId());
+               "Failed to create task in module %d!", scheduler_.taskMgr()->moduleId());
       break;
     }
-    qov::ModuleLibrary::check(*taskMgr(), *worker);
+    qov::ModuleLibrary::check(*scheduler_.taskMgr(), *worker);
     if (!addWorker(std::move(worker))) {
       log.warn(qov::log_id::kWorkerNotStarted, __FUNCTION__, __LINE__,
-               "Failed to start a worker thread in module %d!", taskMgr()->moduleId());
+               "Failed to start a worker thread in module %d!", scheduler_.taskMgr()->moduleId());
       break;
     }
   }
   log.info(qov::log_id::kPoolStands, __FUNCTION__, __LINE__,
-           "Module(%d) thread inited, threads size is %u!", taskMgr()->moduleId(), poolSize_);
+           "Module(%d) thread inited, threads size is %u!", scheduler_.taskMgr()->moduleId(),
+           poolSize_);
   return 0;
 }
 
-bool CQOV_TaskScheduler::addWorker(std::unique_ptr<CQOV_Task> worker) {
-  worker->grp_id(taskMgr()->gid());
+bool CQOV_TaskScheduler::WorkerPool::addWorker(std::unique_ptr<CQOV_Task> worker) {
+  worker->grp_id(scheduler_.taskMgr()->gid());
   CQOV_Task* const task = worker.get();
   std::size_t number = 0;
   {
@@ -145,8 +179,8 @@ bool CQOV_TaskScheduler::addWorker(std::unique_ptr<CQOV_Task> worker) {
     tellCounters();
   }
   ACE_thread_t thread = 0;
-  if (qov::startTask(*task, taskMgr()->gid(), {taskMgr()->moduleId(), "worker", number}, thread) !=
-      0) {
+  if (qov::startTask(*task, scheduler_.taskMgr()->gid(),
+                     {scheduler_.taskMgr()->moduleId(), "worker", number}, thread) != 0) {
     dropWorker(task);
     return false;
   }
@@ -155,7 +189,7 @@ bool CQOV_TaskScheduler::addWorker(std::unique_ptr<CQOV_Task> worker) {
   return true;
 }
 
-void CQOV_TaskScheduler::dropWorker(CQOV_Task* worker) {
+void CQOV_TaskScheduler::WorkerPool::dropWorker(CQOV_Task* worker) {
   std::unique_ptr<CQOV_Task> dropped;
   ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
   // Its own factory may have called it idle.
@@ -167,23 +201,23 @@ void CQOV_TaskScheduler::dropWorker(CQOV_Task* worker) {
   tellCounters();
 }
 
-bool CQOV_TaskScheduler::toldToStop() {
+bool CQOV_TaskScheduler::WorkerPool::toldToStop() {
   ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
   return stopping_;
 }
 
-void CQOV_TaskScheduler::poolStands() {
+void CQOV_TaskScheduler::WorkerPool::poolStands() {
   const std::lock_guard<std::mutex> lock(standsLock_);
   stands_ = true;
   standsSignal_.notify_all();
 }
 
-bool CQOV_TaskScheduler::waitForPool(unsigned int seconds) {
+bool CQOV_TaskScheduler::WorkerPool::waitForPool(unsigned int seconds) {
   std::unique_lock<std::mutex> lock(standsLock_);
   return standsSignal_.wait_for(lock, std::chrono::seconds(seconds), [this] { return stands_; });
 }
 
-int CQOV_TaskScheduler::return_to_work(CQOV_Task* worker) {
+int CQOV_TaskScheduler::WorkerPool::return_to_work(CQOV_Task* worker) {
   CQOVDebugKitGuard log(qov::kPublicKit, "int CQOV_TaskScheduler::return_to_work(CQOV_Task*)");
   if (worker == nullptr) {
     log.warn(qov::log_id::kReturnNull, __FUNCTION__, __LINE__, "Null pointer of pWorkerTask!");
@@ -213,7 +247,7 @@ int CQOV_TaskScheduler::return_to_work(CQOV_Task* worker) {
   return 0;
 }
 
-bool CQOV_TaskScheduler::adopt(CQOV_Task* worker) {
+bool CQOV_TaskScheduler::WorkerPool::adopt(CQOV_Task* worker) {
   if (worker->makesRoom_) {
     return true;
   }
@@ -230,7 +264,7 @@ bool CQOV_TaskScheduler::adopt(CQOV_Task* worker) {
   return true;
 }
 
-CQOV_Task* CQOV_TaskScheduler::takeIdle() {
+CQOV_Task* CQOV_TaskScheduler::WorkerPool::takeIdle() {
   if (idleTasks_.empty()) {
     return nullptr;
   }
@@ -241,12 +275,12 @@ CQOV_Task* CQOV_TaskScheduler::takeIdle() {
   return worker;
 }
 
-void CQOV_TaskScheduler::tellCounters() {
-  counters().workers_.set(workers_.size());
-  counters().idle_.set(idleTasks_.size());
+void CQOV_TaskScheduler::WorkerPool::tellCounters() {
+  scheduler_.counters().workers_.set(workers_.size());
+  scheduler_.counters().idle_.set(idleTasks_.size());
 }
 
-int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
+int CQOV_TaskScheduler::WorkerPool::handle_mb_data(ACE_Message_Block* mb) {
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block*)");
   std::optional<FowGuard> watch(std::in_place, kWatchKind, kWatchLevel, kWatchSeconds);
@@ -277,19 +311,19 @@ int CQOV_TaskScheduler::handle_mb_data(ACE_Message_Block* mb) {
   return endUntaken(untaken);
 }
 
-int CQOV_TaskScheduler::endUntaken(ACE_Message_Block* mb) {
+int CQOV_TaskScheduler::WorkerPool::endUntaken(ACE_Message_Block* mb) {
   const qov::BlockPtr block(mb);
   const std::unique_ptr<CQOV_MsgPackage> pkg(qov::packageOf(*block));
   // A continuation may wait for a thread that it wakes.
   qov::endCollecting();
   const bool hasRun = pkg != nullptr && qov::LaterAnswer::run(*pkg);
   if (!hasRun) {
-    counters().drop(QOVDropReason::kStopped);
+    scheduler_.counters().drop(QOVDropReason::kStopped);
   }
   return hasRun ? 0 : -1;
 }
 
-bool CQOV_TaskScheduler::take(int type, ACE_Message_Block* mb) {
+bool CQOV_TaskScheduler::WorkerPool::take(int type, ACE_Message_Block* mb) {
   CQOVDebugKitGuard log(qov::kPublicKit, "bool CQOV_TaskScheduler::take(int, ACE_Message_Block*)");
   const qov::RingCollector untilUnlocked;
   ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
@@ -302,15 +336,15 @@ bool CQOV_TaskScheduler::take(int type, ACE_Message_Block* mb) {
   }
   // What the scheduler thread takes out of its queue is given away, or waits, before it waits there
   // again. Only the caller could put something in meanwhile that must come first.
-  if (!idleTasks_.empty() && taskQueue().isAwaited() && giveToIdleWorker(mb)) {
+  if (!idleTasks_.empty() && scheduler_.taskQueue().isAwaited() && giveToIdleWorker(mb)) {
     return true;
   }
   // With the lock held, and without a ring for a thread that stays in handle_mb_data(): a worker
   // that returns must find it.
-  return CQOV_Task::putMsg(type, mb, nullptr) != -1;
+  return scheduler_.CQOV_Task::putMsg(type, mb, nullptr) != -1;
 }
 
-bool CQOV_TaskScheduler::giveToIdleWorker(ACE_Message_Block* mb) {
+bool CQOV_TaskScheduler::WorkerPool::giveToIdleWorker(ACE_Message_Block* mb) {
   while (CQOV_Task* const worker = takeIdle()) {
     // Refused by a worker that was told to end on its own: the next one takes the message.
     if (worker->taskQueue().offer(mb)) {
@@ -320,25 +354,25 @@ bool CQOV_TaskScheduler::giveToIdleWorker(ACE_Message_Block* mb) {
   return false;
 }
 
-void CQOV_TaskScheduler::serveBacklog(CQOVDebugKitGuard& log) {
+void CQOV_TaskScheduler::WorkerPool::serveBacklog(CQOVDebugKitGuard& log) {
   if (waiting_ == nullptr || stopping_) {
     return;
   }
   ACE_Message_Block* next = endWait(log);
   if (giveToIdleWorker(next)) {
-    next = taskQueue().takeData();
+    next = scheduler_.taskQueue().takeData();
   }
   if (next != nullptr) {
     // Nobody else is idle: who had been so would have taken what waited.
     beginWait(log, next);
-  } else if (!taskQueue().is_empty()) {
+  } else if (!scheduler_.taskQueue().is_empty()) {
     ring(idleSignal_);
   }
 }
 
-void CQOV_TaskScheduler::beginWait(CQOVDebugKitGuard& log, ACE_Message_Block* mb) {
+void CQOV_TaskScheduler::WorkerPool::beginWait(CQOVDebugKitGuard& log, ACE_Message_Block* mb) {
   waiting_ = mb;
-  counters().waitingForWorker_.set(1);
+  scheduler_.counters().waitingForWorker_.set(1);
   waitSerial_ = oAtomicSerialNum_.load(std::memory_order_relaxed);
   oAtomicSerialNum_.store(waitSerial_ + 1, std::memory_order_relaxed);
   waitBegin_ = ACE_OS::time();
@@ -347,7 +381,7 @@ void CQOV_TaskScheduler::beginWait(CQOVDebugKitGuard& log, ACE_Message_Block* mb
             static_cast<int>(waitBegin_));
 }
 
-ACE_Message_Block* CQOV_TaskScheduler::endWait(CQOVDebugKitGuard& log) {
+ACE_Message_Block* CQOV_TaskScheduler::WorkerPool::endWait(CQOVDebugKitGuard& log) {
   const time_t end = ACE_OS::time();
   log.debug(qov::log_id::kWaitEnds, __FUNCTION__, __LINE__,
             "wait worker thread is empty end wait num(%d), time(%d).",
@@ -357,6 +391,6 @@ ACE_Message_Block* CQOV_TaskScheduler::endWait(CQOVDebugKitGuard& log) {
              "wait worker thread is empty end wait num(%d), time(%llu).",
              static_cast<int>(waitSerial_), static_cast<unsigned long long>(end - waitBegin_));
   }
-  counters().waitingForWorker_.set(0);
+  scheduler_.counters().waitingForWorker_.set(0);
   return std::exchange(waiting_, nullptr);
 }

@@ -28,12 +28,11 @@ std::ifstream openOrThrow(const fs::path& file) {
 }
 
 Component parseComponent(const std::string& line) {
-  // One that uses nothing has no third field.
-  std::vector<std::string> fields = split(line, '\t');
-  if (fields.size() < 2 || fields.size() > 3) {
+  // The last field may be empty.
+  std::vector<std::string> fields = split(line + '\t', '\t');
+  if (fields.size() != 3) {
     throw std::runtime_error("not a component's line: " + line);
   }
-  fields.resize(3);
   std::vector<std::string> uses = split(fields[2], ',');
   return {fields[0], fields[1], {uses.begin(), uses.end()}};
 }

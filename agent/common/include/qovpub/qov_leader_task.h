@@ -1,31 +1,19 @@
 #ifndef QOVPUB_QOV_LEADER_TASK_H
 #define QOVPUB_QOV_LEADER_TASK_H
 
-#include <ace/Reactor.h>
-#include <ace/Thread_Mutex.h>
 #include <ace/Time_Value.h>
 #include <qovpub/qov_export.h>
 #include <qovpub/qov_task.h>
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
-#include <unordered_map>
 
 class CQOV_TaskScheduler;
-enum class QOVDropReason;
 
 namespace qov {
 class Admission;
-class EndedModules;
 class LaterAnswer;
-class LeaderNotification;
-class LeaderQueue;
-class LeaderTurn;
-class ModuleCounters;
-class PendingRequests;
 class RunningManagers;
-class WaitReactor;
 }  // namespace qov
 
 /// Block types of the runtime, beside ACE's MB_DATA (1), MB_STOP (135) and MB_HANGUP (137), which
@@ -89,6 +77,9 @@ class QOV_EXPORT CQOV_Leader_Task : public CQOV_Task {
   CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize);
   ~CQOV_Leader_Task() override;
 
+  CQOV_Leader_Task(const CQOV_Leader_Task&) = delete;
+  CQOV_Leader_Task& operator=(const CQOV_Leader_Task&) = delete;
+
   /// Starts the leader thread and the scheduler thread. False when either fails; a leader that runs
   /// already has then been told to end.
   bool run();
@@ -114,7 +105,7 @@ class QOV_EXPORT CQOV_Leader_Task : public CQOV_Task {
   /// Routes the operation codes of `task`, which runs on `threadId`, to it. A null task is ignored.
   void insertStaticScheduledTask(unsigned long threadId, CQOV_StaticSchecheduledTask* task);
 
-  CQOV_TaskScheduler& scheduler() { return *scheduler_; }
+  CQOV_TaskScheduler& scheduler();
   const qov::Admission& admission() const;
 
   /// Ends what the leader still holds, once: called by the leader thread on its way out, and by the
@@ -124,66 +115,8 @@ class QOV_EXPORT CQOV_Leader_Task : public CQOV_Task {
  private:
   friend class qov::RunningManagers;
 
-  using OpcMap =
-      std::unordered_map<unsigned long long, CQOV_StaticSchecheduledTask*, LLHashFunctor>;
-  using Handler = void (CQOV_Leader_Task::*)(ACE_Message_Block*, CQOV_MsgPackage*);
-
-  CQOV_Leader_Task(CQOV_TaskMgr* mgr, unsigned int poolSize,
-                   std::unique_ptr<qov::LeaderQueue> queue);
-
-  struct Work;
-
-  /// Another module, `id`, has ended and answers nobody any more. From any thread; needs no memory.
-  void noteEnded(std::uint8_t id);
-
-  /// Whether the process reactor's loop has ended, and the leader with it.
-  static bool processLoopHasEnded();
-  /// For who has the turn.
-  void shutDown();
-
-  /// Dispatches the blocks of the list `mb`; returns -1 when an MB_STOP is among them.
-  int dispatchAll(CQOVDebugKitGuard& log, ACE_Message_Block* mb);
-  int dispatch(CQOVDebugKitGuard& log, ACE_Message_Block* mb);
-  int passOn(std::uint8_t moduleId, ACE_Message_Block* mb);
-  void deliver(CQOVDebugKitGuard& log, const QOVMsgHead& head, ACE_Message_Block* mb);
-  CQOV_StaticSchecheduledTask* findStaticTask(std::uint64_t opc);
-
-  /// True for a request of a worker of this module that waits for the response.
-  bool isWaitedFor(const QOVMsgHead& head) const;
-  /// Remembers who waits for the response to `pkg`. False when that is not possible: `mb` has been
-  /// dropped then.
-  bool beginWait(CQOVDebugKitGuard& log, const MsgKey& key, ACE_Message_Block* mb,
-                 CQOV_MsgPackage* pkg);
-  /// Counts `mb` as dropped and frees it with its package.
-  void drop(QOVDropReason reason, ACE_Message_Block* mb);
-
-  static const Handler kHandlers[5];
-
-  // Constant after construction.
-  const std::unique_ptr<CQOV_TaskScheduler> scheduler_;
-  const unsigned int moduleId_;
-  qov::LeaderQueue& leaderQueue_;
-  qov::ModuleCounters& counters_;
-
-  // The own reactor; its implementation comes first since the reactor uses it to its end.
-  const std::unique_ptr<qov::WaitReactor> reactorImpl_;
-  ACE_Reactor reactor_;
-
-  const std::unique_ptr<Work> work_;
-  const std::shared_ptr<qov::LeaderTurn> turn_;
-  const std::unique_ptr<qov::LeaderNotification> notification_;
-
-  const std::unique_ptr<qov::EndedModules> endedModules_;
-
-  // For who has the turn.
-  const std::unique_ptr<qov::PendingRequests> pending_;
-  bool closed_ = false;
-
-  // Which static task serves which operation code, guarded by staticLock_.
-  ACE_Thread_Mutex staticLock_;
-  OpcMap opcTasks_;
-  // Set under staticLock_; spares modules without static tasks the lock.
-  std::atomic<bool> hasStaticTasks_{false};
+  class Dispatcher;
+  const std::unique_ptr<Dispatcher> dispatcher_;
 };
 
 #endif

@@ -1,19 +1,11 @@
 #ifndef QOVPUB_QOV_TASK_SCHEDULER_H
 #define QOVPUB_QOV_TASK_SCHEDULER_H
 
-#include <ace/Thread_Mutex.h>
 #include <qovpub/qov_export.h>
 #include <qovpub/qov_task.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
-#include <vector>
-
-namespace qov {
-class Doorbell;
-}  // namespace qov
 
 /// Hands each message to the next idle worker of the module's pool. Its thread, one per module, is
 /// needed only where a message has to wait for a worker.
@@ -71,54 +63,8 @@ class QOV_EXPORT CQOV_TaskScheduler : public CQOV_Task {
   static std::atomic<unsigned long long> oAtomicSerialNum_;
 
  private:
-  bool addWorker(std::unique_ptr<CQOV_Task> worker);
-  void dropWorker(CQOV_Task* worker);
-  bool toldToStop();
-  void poolStands();
-
-  // With poolLock_ held.
-  /// Makes `worker` one of the pool, which owns it then, unless it is one already. False, with
-  /// errno ENOMEM and `worker` still the caller's, without memory.
-  bool adopt(CQOV_Task* worker);
-  /// The worker that has been idle for longest, no longer on the list; null when nobody is.
-  CQOV_Task* takeIdle();
-  void tellCounters();
-  /// False, and `mb` still the caller's, when nobody is idle.
-  bool giveToIdleWorker(ACE_Message_Block* mb);
-  /// Gives what waits to the worker that has become idle, on its thread: it goes on at once, and no
-  /// thread is woken in between. What stands behind that in the queue waits next; the scheduler
-  /// thread is woken for anything but a message.
-  void serveBacklog(CQOVDebugKitGuard& log);
-  /// For what no worker takes before the stop, without poolLock_: a continuation runs here, all
-  /// else is dropped. Returns -1 then.
-  int endUntaken(ACE_Message_Block* mb);
-  void beginWait(CQOVDebugKitGuard& log, ACE_Message_Block* mb);
-  /// What has waited.
-  ACE_Message_Block* endWait(CQOVDebugKitGuard& log);
-
-  // Constant after construction.
-  const unsigned int poolSize_;
-
-  /// Wakes the scheduler thread where it waits for an idle worker.
-  const std::shared_ptr<qov::Doorbell> idleSignal_;
-
-  ACE_Thread_Mutex poolLock_;
-  // Guarded by poolLock_.
-  std::vector<std::unique_ptr<CQOV_Task>> workers_;
-  /// Longest idle first, with room for every worker. A plain vector: pools are small.
-  std::vector<CQOV_Task*> idleTasks_;
-  bool stopping_ = false;
-  /// Whether the scheduler thread is where it stays while messages wait for workers.
-  bool watchesWaits_ = false;
-  /// The message that waits for an idle worker, its number and since when; null while none does.
-  ACE_Message_Block* waiting_ = nullptr;
-  unsigned long long waitSerial_ = 0;
-  time_t waitBegin_ = 0;
-
-  std::mutex standsLock_;
-  std::condition_variable standsSignal_;
-  // Guarded by standsLock_.
-  bool stands_ = false;
+  class WorkerPool;
+  const std::unique_ptr<WorkerPool> pool_;
 };
 
 #endif
