@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <memory>
 #include <mutex>
-#include <new>
 
 #include "diag/kit_registry.h"
 #include "diag/log_ids.h"
@@ -67,7 +66,7 @@ CQOVDebugKitMgr::CQOVDebugKitMgr() : small_{} {
 }
 
 void CQOVDebugKitMgr::addPublicKit() {
-  std::unique_ptr<CQOVDebugKit> kit(new (std::nothrow) CQOVDebugKit(kPublicName, kPublicKit));
+  auto kit = std::make_unique<CQOVDebugKit>(kPublicName, kPublicKit);
   if (add(kit.get()) == 1) {
     static_cast<void>(kit.release());
   }

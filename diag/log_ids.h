@@ -43,6 +43,7 @@ enum : unsigned long long {
   kListReason = 65729,
   kModuleLoading = 65730,
   kStopHangs = 65750,
+  kUncaught = 65752,
   kForeignClass = 65810,
 
   // module: messages between modules

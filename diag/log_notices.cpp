@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <list>
-#include <new>
 #include <utility>
 
 #include "diag/kit_registry.h"
@@ -81,17 +80,16 @@ void warnOfOddValue(const std::string& description) {
   warn(log_id::kLogOddValue, __LINE__, description);
 }
 
-void warnOfCutName(const char* logFile, const char* cut) noexcept try {
+void warnOfCutName(const char* logFile, const char* cut) noexcept {
   warn(log_id::kLogPathCut, __LINE__,
        textOf({"take the whole path of the log",
                logFile,
                0,
                {},
                std::string("it is too long; records go to ") + cut}));
-} catch (const std::bad_alloc&) {
 }
 
-void tellNoFile(const char* file, int error) noexcept try {
+void tellNoFile(const char* file, int error) noexcept {
   if (const CQOVDebugKit* const kit = KitRegistry::find(0)) {
     const std::string path(file);
     const std::string folder = path.substr(0, path.rfind('/') + 1);
@@ -100,14 +98,12 @@ void tellNoFile(const char* file, int error) noexcept try {
     kit->error(log_id::kLogNotOpened, kApplying, __LINE__,
                textOf({"open the log", path, 0, {}, cause + "; records go to standard error"}));
   }
-} catch (const std::bad_alloc&) {
 }
 
-void tellSettings(const CLogging_Cfg_Param& param, bool isOpen) noexcept try {
+void tellSettings(const CLogging_Cfg_Param& param, bool isOpen) noexcept {
   if (const CQOVDebugKit* const kit = KitRegistry::find(0)) {
     kit->info(log_id::kLogSettings, "reloadLogStrategy", __LINE__, describe(param, isOpen));
   }
-} catch (const std::bad_alloc&) {
 }
 
 }  // namespace qov

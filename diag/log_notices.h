@@ -8,8 +8,8 @@
 
 namespace qov {
 
-// What the log says of its own settings, in records of the public kit. Those that are noexcept are
-// left out without memory: the settings are in force by then.
+// What the log says of its own settings, in records of the public kit. Those that are noexcept come
+// when the settings are in force.
 
 /// The configuration cannot be read.
 void warnOfNoConfig();

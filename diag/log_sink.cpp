@@ -1,7 +1,7 @@
 #include "diag/log_sink.h"
 
+#include <cassert>
 #include <cerrno>
-#include <new>
 
 #include "diag/log_ids.h"
 #include "diag/log_level.h"
@@ -19,8 +19,7 @@ namespace {
 }  // namespace
 
 LogSink& LogSink::process() {
-  alignas(LogSink) static unsigned char room[sizeof(LogSink)];
-  static auto* const sink = new (room) LogSink;
+  static auto* const sink = new LogSink;
   return *sink;
 }
 
@@ -74,23 +73,21 @@ bool LogSink::write(std::string_view record) {
   return false;
 }
 
-/// Runs again before every record until the file takes it. Throws nothing: ACE's insertion would
-/// take that for a bad stream.
-void LogSink::reportLost() try {
+/// Runs again before every record until the file takes it. All of it has room where it is made.
+void LogSink::reportLost() {
   ShortRecord record("QOVPUBLIC", log_id::kLostRecords, kError.tag, __FUNCTION__, __LINE__);
   record.add("records missing here, since the log file could not be written: ");
   record.add(std::to_string(lost_));
   record.finish();
+  assert(record.isComplete());
   if (file_.write(record.line())) {
     lost_ = 0;
   }
-} catch (const std::bad_alloc&) {
 }
 
-void LogSink::checkFile(long long maxBytes, int predecessors) noexcept try {
+void LogSink::checkFile(long long maxBytes, int predecessors) {
   const Lock lock;
   file_.check(maxBytes, predecessors);
-} catch (const std::bad_alloc&) {
 }
 
 void LogSink::removeFilesFrom(int number) {

@@ -44,7 +44,6 @@ class LogSink : private std::streambuf, private ACE_Log_Msg_Backend {
   LogSink(const LogSink&) = delete;
   LogSink& operator=(const LogSink&) = delete;
 
-  /// Needs no memory.
   static LogSink& process();
 
   /// Writes to `path` from now on, also what `log`'s thread logs. A file that cannot be opened is
@@ -68,8 +67,8 @@ class LogSink : private std::streambuf, private ACE_Log_Msg_Backend {
   /// Writes one record. False if standard error has taken it instead.
   bool write(std::string_view record);
 
-  /// Looks after the file's size, see LogFile::check(). Without memory the next check does it.
-  void checkFile(long long maxBytes, int predecessors) noexcept;
+  /// Looks after the file's size, see LogFile::check().
+  void checkFile(long long maxBytes, int predecessors);
   /// Removes rotated files, see LogFile::removeFrom().
   void removeFilesFrom(int number);
   /// In a forked child, which has no other thread, see LogFile::openAnew().

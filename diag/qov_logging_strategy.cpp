@@ -59,8 +59,8 @@ void applyOptions(qov::FileStrategy& strategy, const CLogging_Cfg_Param& param,
   strategy.init(options.argc(), options.argv());
 }
 
-/// Once `param` is in force: without memory this is left out.
-void tidyUp(const CLogging_Cfg_Param& param) noexcept try {
+/// Once `param` is in force.
+void tidyUp(const CLogging_Cfg_Param& param) noexcept {
   qov::LogSink& sink = qov::LogSink::process();
   // A count that cannot be meant must not cost the files that are there.
   if (param.logFileMaxCnt_ >= 1) {
@@ -69,7 +69,6 @@ void tidyUp(const CLogging_Cfg_Param& param) noexcept try {
   if (sink.openError() != 0 && param.logFile_[0] != '\0') {
     qov::tellNoFile(param.logFile_, sink.openError());
   }
-} catch (const std::bad_alloc&) {
 }
 
 /// The user's id also stands for the group, on purpose.
@@ -154,12 +153,7 @@ int CQOV_Logging_Strategy::read_log_config(const char* /*cfgFile*/, CLogging_Cfg
 int CQOV_Logging_Strategy::initLogStrategy(const CLogging_Cfg_Param& param) {
   try {
     const int predecessors = std::max(param.logFileMaxCnt_, 1) - 1;
-    std::unique_ptr<qov::FileStrategy> strategy(
-        new (std::nothrow) qov::FileStrategy(maxBytes(param), predecessors));
-    if (strategy == nullptr) {
-      errno = ENOMEM;
-      return -1;
-    }
+    auto strategy = std::make_unique<qov::FileStrategy>(maxBytes(param), predecessors);
     const bool toFile = param.sendTerminal_ == 0;
     const bool checked = toFile && param.chkInterval_ > 0;
     if (checked) {

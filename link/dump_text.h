@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <ios>
-#include <new>
 #include <sstream>
 #include <streambuf>
 #include <string>
@@ -39,10 +38,10 @@ class RecordText : public std::streambuf {
   std::string text_;
 };
 
-/// The text form of a package or a record, for a log line, as far as a record takes it; empty when
-/// there is no memory. It costs a digest: ask first whether the line will be written.
+/// The text form of a package or a record, for a log line, as far as a record takes it. It costs a
+/// digest: ask first whether the line will be written.
 template <class Dumped>
-std::string dumpOf(const Dumped& what) try {
+std::string dumpOf(const Dumped& what) {
   RecordText record;
   std::ostringstream out;
   std::ios& stream = out;
@@ -56,8 +55,6 @@ std::string dumpOf(const Dumped& what) try {
     // A derived class's dump has spoilt the stream, which takes nothing more.
   }
   return record.text();
-} catch (const std::bad_alloc&) {
-  return {};
 }
 
 }  // namespace qov

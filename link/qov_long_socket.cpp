@@ -4,11 +4,11 @@
 #include <ace/Guard_T.h>
 #include <qovpub/detail/cell_bytes.h>
 
+#include <cassert>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <new>
 
 #include "diag/log_ids.h"
 #include "diag/uncancelled.h"
@@ -23,7 +23,7 @@ namespace {
 constexpr unsigned int kHeadSize = sizeof(TLVMsgHeadV3);
 
 unsigned char* makeBuffer() {
-  return new (std::nothrow) unsigned char[CQOVLongSocket::kMaxMessage];
+  return new unsigned char[CQOVLongSocket::kMaxMessage];  // not zeroed: most of it is never used
 }
 
 void logTraffic(CQOVDebugKitGuard& guard, const char* what, const CT7QPackageV3& package) {
@@ -58,7 +58,8 @@ CQOVLongSocket::~CQOVLongSocket() {
 }
 
 std::string CQOVLongSocket::whyNotConnected() const {
-  return endpoint_ != nullptr ? endpoint_->failure().cause : "";
+  assert(endpoint_ != nullptr);
+  return endpoint_->failure().cause;
 }
 
 void CQOVLongSocket::interrupt() {
@@ -74,20 +75,13 @@ void CQOVLongSocket::resume() {
 int CQOVLongSocket::setupConnection() {
   CQOVDebugKitGuard guard(0, "int CQOVLongSocket::setupConnection()");
   disconnect();
-  std::string why;
-  try {
-    why = connect(guard);
-  } catch (const std::bad_alloc&) {
-    // No connection, or no words for why there is none: the next exchange tries again.
-  }
+  connect(guard);
   const qov::AddressText address = qov::textOf(server_);
   if (peer_.get_handle() == ACE_INVALID_HANDLE) {
     guard.error(qov::log_id::kLinkNotConnected, __FUNCTION__, __LINE__,
                 "Failed to connect socket server, server ip is %s", address.data());
     guard.error(qov::log_id::kLinkReason, __FUNCTION__, __LINE__, "%s",
-                why.empty() ? "Failed to connect to the management endpoint, or to say why not: "
-                              "no memory"
-                            : why.c_str());
+                qov::textOf(endpoint_->failure()).c_str());
     return -1;
   }
   guard.info(qov::log_id::kLinkConnected, __FUNCTION__, __LINE__,
@@ -95,15 +89,12 @@ int CQOVLongSocket::setupConnection() {
   return 0;
 }
 
-/// Gives the line that says why there is no connection; empty when there is one, or no log for it.
-std::string CQOVLongSocket::connect(CQOVDebugKitGuard& guard) {
+void CQOVLongSocket::connect(CQOVDebugKitGuard& guard) {
   if (endpoint_ == nullptr) {
     endpoint_ = qov::configuredEndpoint(guard);
   }
   peer_.set_handle(endpoint_->connect(limits_.connect, interruption_, server_));
   sleeps_ = qov::letSleep(peer_.get_handle(), limits_.reply);
-  const bool asked = peer_.get_handle() == ACE_INVALID_HANDLE && CQOVDebugKit::isOn(LM_ERROR);
-  return asked ? qov::textOf(endpoint_->failure()) : "";
 }
 
 unsigned int CQOVLongSocket::sendMsg_i(const unsigned char* data, unsigned int length) {
@@ -141,9 +132,6 @@ void CQOVLongSocket::disconnect() {
 
 unsigned int CQOVLongSocket::receiveMsg(CT7QPackageV3* package) {
   CQOVDebugKitGuard guard(0, "unsigned int CQOVLongSocket::receiveMsg(CT7QPackageV3*)");
-  if (buffer_ == nullptr) {
-    buffer_.reset(makeBuffer());
-  }
   unsigned int length = 0;
   const unsigned int result =
       recvData(reinterpret_cast<char*>(buffer_.get()), length, &limits_.reply);

@@ -72,10 +72,6 @@ bool CQOVLongSocket::receiveBody(char* to, unsigned int& have, unsigned int leng
 /// also takes what comes with them: mostly the whole message, sometimes more.
 bool CQOVLongSocket::receive(char* to, unsigned int& have, unsigned int wanted,
                              const ACE_Time_Value* timeout) {
-  if (to == nullptr) {
-    errno = ENOMEM;
-    return false;
-  }
   if (!qov::isUsable(peer_.get_handle(), interruption_)) {
     return false;
   }

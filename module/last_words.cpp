@@ -5,10 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <exception>
 #include <string_view>
 
 #include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_exception.h>
 #include <qovpub/qov_utility.h>
 
 #include "diag/log_ids.h"
@@ -73,13 +73,13 @@ void tellOnStandardError(const Lines& lines) {
 }
 
 void tellLastWords(unsigned long long logId, const Lines& lines) {
+  tellOnStandardError(lines);
   try {
-    tellOnStandardError(lines);
     if (!appendToLogFile(logId, lines)) {
       log(logId, lines);
     }
-  } catch (const std::exception&) {
-    // No memory, or a process without a configuration, which has no log.
+  } catch (const CQOV_Exception&) {
+    // A process without a configuration, which has no log.
   }
 }
 

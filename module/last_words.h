@@ -14,7 +14,7 @@ namespace qov {
 /// them, and this may hang there: to be called where something else ends the process after a few
 /// seconds. No thread is started, which would wait for one that waits in the dynamic loader.
 ///
-/// Thread: any but in signal context. Errors: none.
+/// Thread: any but in signal context. Errors: throws std::bad_alloc.
 void tellLastWords(unsigned long long logId, const std::vector<std::string>& lines);
 
 /// Writes the lines on standard error, past its lock. What takes nothing for half a second, such as

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
-#include <exception>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -77,11 +76,7 @@ void tellWhatHangs() {
 void* tell(void*) {
   while (::sem_wait(&overdue) != 0) {
   }
-  try {
-    tellWhatHangs();
-  } catch (const std::exception&) {
-    // No memory to tell anything.
-  }
+  tellWhatHangs();
   ::sem_post(&told);
   return nullptr;
 }
@@ -126,10 +121,8 @@ void beginAnew() {
   }
 }
 
-void tellUnwatched() try {
+void tellUnwatched() {
   tellOnStandardError({textOf({"watch over the shutdown", {}, 0, {}, errnoText(errno)})});
-} catch (const std::exception&) {
-  // No memory either.
 }
 
 }  // namespace

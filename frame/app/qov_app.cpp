@@ -32,6 +32,7 @@
 #include "frame/env/env_failure.h"
 #include "module/module_shutdown.h"
 #include "module/shutdown_watch.h"
+#include "module/uncaught.h"
 
 namespace {
 
@@ -150,6 +151,7 @@ bool CQOVapp::splitOffDaemon(qov::StartReport& report) {
 
 int CQOVapp::start(int argc, char** argv) {
   const qov::StartWatch watch;
+  qov::tellUncaught();
   // Before the modules, one of whose threads may wait in the dynamic loader.
   qov::ShutdownWatch::prepare();
   // Not before: a daemon has lost the descriptors of an earlier reactor. Not later: a module's
@@ -186,10 +188,7 @@ int CQOVapp::start(int argc, char** argv) {
 
 void CQOVapp::handleSignals() {
   if (signalHandler_ == nullptr) {
-    signalHandler_ = new (std::nothrow) SigintHandler(nullptr);
-  }
-  if (signalHandler_ == nullptr) {
-    return;
+    signalHandler_ = new SigintHandler(nullptr);
   }
   // Signals that an earlier frame noted and did not carry out are dropped.
   qov::SignalRelay::instance().attach(*signalHandler_);

@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 #include <new>
 
@@ -16,6 +17,7 @@ void LastLines::add(std::string_view line) {
   line = line.substr(0, kRoom - 1);
   while (size_ + line.size() + 1 > kRoom) {
     const char* const firstEnd = std::find(text_.data(), text_.data() + size_, '\n');
+    assert(firstEnd != text_.data() + size_);  // each line has one
     const auto gone = static_cast<std::size_t>(firstEnd - text_.data()) + 1;
     size_ -= gone;
     std::memmove(text_.data(), text_.data() + gone, size_);

@@ -3,14 +3,17 @@
 #include <qovpub/qov_logging_strategy.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <new>
 #include <string>
 
 #include "diag/file_strategy.h"
 #include "tests/diag/log_capture.h"
 #include "tests/diag/process_root.h"
 #include "tests/diag/reactor_timers.h"
+#include "tests/support/child.h"
 #include "tests/support/failing_allocations.h"
 #include "tests/support/files.h"
 
@@ -65,40 +68,73 @@ TEST_F(OutOfMemory, CostsARecordAndNothingElse) {
   EXPECT_EQ(capture.lines(), 1);
 }
 
-TEST_F(OutOfMemory, LeavesLoggingAsItWasWhenSettingsCannotBeApplied) {
-  const CLogging_Cfg_Param former = settings("former.log");
-  CLogging_Cfg_Param next = settings("next.log");
-  next.logFileMaxSize_ = 1;
-  bool complete = false;
-  int refusals = 0;
-  for (int granted = 0; !complete; ++granted) {
-    strategy_.initLogStrategy(former);
-    qov::test::writeFile(next.logFile_, std::string(2000, 'x'));
-    errno = 0;
-    bool refused = false;
+/// Has a child try `attempt` with that many allocations. Then it finds `isWell` true of what the
+/// attempt has given, or it was aborted. True once no allocation more was wanted.
+template <class Attempt, class IsWell>
+bool takesNoMoreThan(int granted, Attempt attempt, IsWell isWell) {
+  constexpr int kComplete = 2;
+  const int status = qov::test::endOfChild([&] {
+    int result = 0;
+    bool failed = false;
     {
       const auto noMore = FailingAllocations::ofThoseThatThrow(granted);
-      refused = strategy_.initLogStrategy(next) == -1 && errno == ENOMEM;
-      complete = !noMore.hasFailed();
+      result = attempt();
+      failed = noMore.hasFailed();
     }
-    const std::string message = "after " + std::to_string(granted);
-    kit_.error(1, "f", 2, message);
-    EXPECT_EQ(reactorTimers(), 1) << message;
-    EXPECT_THAT(logged(refused ? "former.log" : "next.log"), EndsWith("] " + message + "\n"));
-    refusals += refused ? 1 : 0;
+    const bool well = isWell(result);
+    if (well && !failed) {
+      ::_exit(kComplete);
+    }
+    return well;
+  });
+  if (WIFSIGNALED(status)) {
+    EXPECT_EQ(WTERMSIG(status), SIGABRT) << granted;
+    return false;
   }
-  EXPECT_GT(refusals, 0);
+  EXPECT_NE(WEXITSTATUS(status), 1) << granted;
+  return WEXITSTATUS(status) == kComplete;
 }
 
-TEST_F(OutOfMemory, DoesNotLeaveTheReadingOfSettingsAsAnException) {
+TEST_F(OutOfMemory, LeavesLoggingAsItWasWhenSettingsCannotBeApplied) {
+  CLogging_Cfg_Param next = settings("next.log");
+  next.logFileMaxSize_ = 1;
+  strategy_.initLogStrategy(settings("former.log"));
+  bool complete = false;
+  for (int granted = 0; !complete; ++granted) {
+    qov::test::writeFile(next.logFile_, std::string(2000, 'x'));
+    const std::string message = "after " + std::to_string(granted);
+    complete = takesNoMoreThan(
+        granted,
+        [&] {
+          errno = 0;
+          return strategy_.initLogStrategy(next) == -1 && errno == ENOMEM ? -1 : 0;
+        },
+        [&](int result) {
+          kit_.error(1, "f", 2, message);
+          const std::string file = result == -1 ? "former.log" : "next.log";
+          return reactorTimers() == 1 &&
+                 testing::Value(logged(file), EndsWith("] " + message + "\n"));
+        });
+  }
+  EXPECT_THAT(logged("former.log"), HasSubstr("] after 0\n"));
+}
+
+TEST_F(OutOfMemory, IsNoExceptionOfTheReadingOfSettings) {
   ProcessRoot::configure(
       "SendTerminal=0\nChkInterval=0\nLogFileMaxSize=x\nLogFileMaxCnt=1\nLogLevel=2\n");
   const std::string tooLong = directory_.file(std::string(300, 'n'));
   bool complete = false;
   for (int granted = 0; !complete; ++granted) {
-    const auto noMore = FailingAllocations::ofThoseThatThrow(granted);
-    EXPECT_NO_THROW(strategy_.reloadLogStrategy(nullptr, tooLong.c_str())) << granted;
-    complete = !noMore.hasFailed();
+    complete = takesNoMoreThan(
+        granted,
+        [&]() noexcept {
+          try {
+            return strategy_.reloadLogStrategy(nullptr, tooLong.c_str());
+          } catch (const std::bad_alloc&) {
+            return 1;
+          }
+        },
+        [](int result) { return result != 1; });
   }
 }
 
@@ -130,7 +166,7 @@ TEST_F(OutOfMemory, KeepsNothingFromALogFileThatIsThereAgain) {
   EXPECT_THAT(logged("missing/x.log"), EndsWith("could not be written: 2\ntwo\nthree\n"));
 }
 
-TEST_F(OutOfMemory, OnlyPutsARotationOff) {
+TEST_F(OutOfMemory, OfARotationComesThroughAndLeavesTheLogAsItIs) {
   CLogging_Cfg_Param param = settings("x.log");
   param.logFileMaxSize_ = 0;
   strategy_.initLogStrategy(param);
@@ -138,9 +174,7 @@ TEST_F(OutOfMemory, OnlyPutsARotationOff) {
   qov::FileStrategy check(1, 2);
   {
     const FailingAllocations none(0);
-    int result = -1;
-    EXPECT_NO_THROW(result = check.handle_timeout(ACE_Time_Value::zero, nullptr));
-    EXPECT_EQ(result, 0) << "the reactor would cancel the timer";
+    EXPECT_THROW(check.handle_timeout(ACE_Time_Value::zero, nullptr), std::bad_alloc);
   }
   EXPECT_THAT(logged("x.log"), EndsWith("] first\n"));
   check.handle_timeout(ACE_Time_Value::zero, nullptr);

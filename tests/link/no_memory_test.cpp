@@ -8,7 +8,6 @@
 #include "tests/link/link_fixture.h"
 #include "tests/support/failing_allocations.h"
 
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 namespace qov::test {
@@ -41,52 +40,24 @@ class NoMemory : public LinkTest {
   }
 };
 
-TEST_F(NoMemory, ToReceiveInIsAskedForAgain) {
-  {
-    const auto failing = FailingAllocations::ofSize(kBufferSize);
-    connects();
-    EXPECT_TRUE(failing.hasFailed());
-  }
-  EXPECT_EQ(sends(), 0U);
+TEST_F(NoMemory, ToReceiveInComesThrough) {
+  const auto failing = FailingAllocations::ofSize(kBufferSize);
+  EXPECT_THROW(connects(), std::bad_alloc);
 }
 
-TEST_F(NoMemory, ToReceiveInIsAFailureToReceive) {
-  const auto failing = FailingAllocations::ofSize(kBufferSize, 0, 3);
+TEST_F(NoMemory, AnywhereInConnectingAnewLeavesTheLinkUsable) {
   connects();
-  log.log().priority_mask(LM_ERROR, ACE_Log_Msg::PROCESS);
-  EXPECT_EQ(sends(), kSocketFailed);
-  const char* const head = "It failed to receive v3 message head!";
-  const char* const why = "Failed to receive V3 message, error is Cannot allocate memory";
-  EXPECT_THAT(causes(), ElementsAre(head, why, head, why));
-  EXPECT_EQ(sends(), 0U);
-}
-
-TEST_F(NoMemory, AnywhereInTheMakingOfAConfiguredLinkIsNoException) {
-  // Before there is a connection: where there is none, the reason is put into words, too.
-  const ScriptedPeer nobody;
-  ProcessRoot::configure("[MMT]\nMMT_ADDR=" + nobody.address() + "\n");
-  log.log().priority_mask(LM_ERROR, ACE_Log_Msg::PROCESS);
   bool failed = true;
   for (long count = 0; failed; ++count) {
-    const auto failing = FailingAllocations::ofThoseThatThrow(count);
-    EXPECT_NO_THROW(CQOVLongSocket());
-    failed = failing.hasFailed();
-  }
-}
-
-TEST_F(NoMemory, ToSayWhyThereIsNoConnectionIsNoException) {
-  const ScriptedPeer nobody;
-  TestLink made(nobody.port());
-  for (const auto level : {LM_ERROR, LM_INFO}) {
-    log.log().priority_mask(level, ACE_Log_Msg::PROCESS);
-    log.clear();
-    bool failed = true;
-    for (long count = 0; failed; ++count) {
+    {
       const auto failing = FailingAllocations::ofThoseThatThrow(count);
-      EXPECT_NO_THROW(EXPECT_EQ(made.setupConnection(), -1));
-      EXPECT_NO_THROW(EXPECT_EQ(made.sendMsg_i(nullptr, 0), kSocketFailed));
+      try {
+        EXPECT_EQ(link->setupConnection(), 0);
+      } catch (const std::bad_alloc&) {
+      }
       failed = failing.hasFailed();
     }
+    EXPECT_EQ(sends(), 0U) << count;
   }
 }
 

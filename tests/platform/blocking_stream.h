@@ -8,8 +8,8 @@
 
 namespace qov::test {
 
-/// A log that takes nothing for a while: whoever writes to it is held up until letGo(). Make it
-/// with new and leave it: a thread may still be in it when the process ends.
+/// A log that takes nothing: whoever writes to it is held up for good. Make it with new and leave
+/// it: a thread may still be in it when the process ends.
 class BlockingStream : private std::streambuf {
  public:
   BlockingStream() : stream_(this) {}
@@ -17,18 +17,15 @@ class BlockingStream : private std::streambuf {
   std::ostream& stream() { return stream_; }
   /// Waits until somebody is held up; false if nobody is within a generous time.
   bool waitForWriter();
-  /// Lets the writer go on, a good while after this call.
-  void letGo();
 
  private:
   int_type overflow(int_type c) override;
   std::streamsize xsputn(const char* text, std::streamsize length) override;
-  void holdUp();
+  [[noreturn]] void holdUp();
 
   std::mutex lock_;
   std::condition_variable changed_;
   bool writerIsIn_ = false;
-  bool open_ = false;
   std::ostream stream_;
 };
 

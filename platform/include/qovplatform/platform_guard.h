@@ -15,16 +15,16 @@ class GuardSlot;
 /// first guard of the process (and again with the first one after a fork), takes no signals, is
 /// unknown to ACE_Thread_Manager and ends when the process exits; when it is stuck in a log that
 /// takes nothing any more, the exit goes on without it after 3 seconds. It sleeps as long as no
-/// guard can become overdue. A fork waits for a line that it is writing, 3 seconds at most, so that
-/// the child does not find ACE's log locked by it. A log that any other thread is writing to at the
-/// fork stays locked in the child for good.
+/// guard can become overdue. A log that a thread is writing to at a fork stays locked in the child,
+/// unless the agent's library is loaded, whose fork waits for it.
 ///
 /// The stream that a guarded thread logs to (ACE_Log_Msg::msg_ostream) must outlive the process's
 /// guards: the background thread may still write there after the guard has closed, and keeps it as
 /// its own until the next line.
 ///
 /// Times are kept to a few milliseconds. A guard makes no system call unless it is overdue, has a
-/// shorter time than any before it, or is the first of its thread.
+/// shorter time than any before it, or is the first of its thread. Eight guards of a thread that
+/// are open at once are seen while they hang; those nested deeper are checked on closing only.
 ///
 /// Thread: opened and closed by the same thread; any number of threads at once. Guards nest.
 /// Owns:   nothing that outlives it.

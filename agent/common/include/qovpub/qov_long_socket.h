@@ -32,9 +32,8 @@ class Endpoint;
 ///         other operations are the steps of an exchange: they are for derived classes and need the
 ///         link alone.
 /// Owns:   the connection and 2 MiB to receive in. Packages stay with the caller.
-/// Errors: by the result and a log line; without memory to connect there is no connection. What the
-///         message model throws comes through: std::bad_alloc, and CQOV_Exception as
-///         sendGetNextMsgV3() has it.
+/// Errors: by the result and a log line. std::bad_alloc comes through, and what the message model
+///         throws: CQOV_Exception as sendGetNextMsgV3() has it.
 ///
 /// The class has virtual operations but no virtual destructor: the layout of its table of
 /// virtual operations is fixed. Delete an object as what it was made. -Wnon-virtual-dtor is off for
@@ -56,8 +55,8 @@ class QOV_EXPORT CQOVLongSocket {
 
   /// Connects to the endpoint that key "MMT_ADDR" of section "MMT" of the process's configuration
   /// file names as host:port, or to 127.0.0.1:19001 if it names none. Never fails: without a
-  /// connection, an address or memory the first exchange tries again. A value that is no host:port
-  /// is logged; the link never connects then.
+  /// connection or an address the first exchange tries again. A value that is no host:port is
+  /// logged; the link never connects then.
   CQOVLongSocket();
   ~CQOVLongSocket();
 
@@ -146,7 +145,7 @@ class QOV_EXPORT CQOVLongSocket {
 
   /// Why the last attempt to connect has failed, as in "Connection refused" or "no such host"; of a
   /// host with several addresses: "[::1]:19001: Connection refused; 127.0.0.1:19001: ...". Empty
-  /// when it has succeeded or there was no memory for it.
+  /// when it has succeeded.
   std::string whyNotConnected() const;
 
   /// Why the last recvData() that failed has failed, an errno value: ETIME when the time was over,
@@ -170,7 +169,7 @@ class QOV_EXPORT CQOVLongSocket {
   bool isOwn(const char* buffer) const;
   unsigned int reconnect();
   void disconnect();
-  std::string connect(CQOVDebugKitGuard& guard);
+  void connect(CQOVDebugKitGuard& guard);
 
   // Guarded by lock_, limits_ and interruption_ excepted: the first is constant after construction,
   // the other guards itself.
@@ -178,7 +177,7 @@ class QOV_EXPORT CQOVLongSocket {
   ACE_SOCK_Stream peer_;
   ACE_Thread_Mutex lock_;
   std::unique_ptr<unsigned char[]> buffer_;
-  std::unique_ptr<qov::Endpoint> endpoint_;  ///< null: there was no memory for the configured one
+  std::unique_ptr<qov::Endpoint> endpoint_;  ///< the configured one is read when it connects first
   qov::Interruption interruption_;
   const Limits limits_;
   /// What has come on this connection behind the last message: bytes of buffer_.

@@ -64,8 +64,8 @@ class QOV_EXPORT CQOV_Module_Loader {
   /// unless it hides these (qov_module.h). Where a module's manager, worker or static task thus is
   /// of a class out of another module's library, one warning for the module names both libraries.
   /// An exception of its entry function or its init() counts as a module's failure. One that leaves
-  /// a static constructor of its library ends the process (std::terminate) without a log line: the
-  /// dynamic loader cannot be unwound.
+  /// a static constructor of its library ends the process (std::terminate): the dynamic loader
+  /// cannot be unwound.
   ///
   /// A module that cannot go on returns false. Where its init() calls exit() all the same, the
   /// modules, this one included, are stopped and deleted before the static objects of their

@@ -71,8 +71,7 @@ class QOV_EXPORT CQOV_Plugins {
   /// Returns false, with nothing registered and the library closed again, when `name` is null, the
   /// library cannot be opened, there is no memory to register it (errno ENOMEM) or `op` refuses it.
   /// An exception of `op` counts as its refusal; one that leaves a static constructor of the
-  /// library ends the process (std::terminate) without a log line, as the dynamic loader cannot be
-  /// unwound.
+  /// library ends the process (std::terminate), as the dynamic loader cannot be unwound.
   bool open(const char* name, CQOV_PluginOperator& op, u_int id);
 
   /// Closes and forgets every plug-in registered under `id`. No operator is told: whoever points

@@ -1,0 +1,80 @@
+#include "module/uncaught.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <mutex>
+#include <new>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "diag/log_ids.h"
+#include "diag/standard_error.h"
+#include "frame/env/current_step.h"
+#include "frame/env/failure.h"
+#include "module/last_words.h"
+
+namespace qov {
+namespace {
+
+/// A log that hangs must not keep the process.
+constexpr unsigned kLongestTelling = 5;
+
+std::string causeOf(const std::exception_ptr& exception) {
+  if (exception == nullptr) {
+    return "std::terminate() was called";
+  }
+  try {
+    std::rethrow_exception(exception);
+  } catch (const std::bad_alloc&) {
+    return errnoText(ENOMEM);
+  } catch (const std::exception& e) {
+    return e.what();
+  } catch (...) {
+    return "an exception of unknown type";
+  }
+}
+
+std::string whereAndWhy() {
+  std::array<char, 16> name{};
+  ::pthread_getname_np(::pthread_self(), name.data(), name.size());
+  const std::string step = CurrentStep::open();
+  return textOf(
+      {std::string("go on in thread ") + name.data() + (step.empty() ? "" : ", while " + step),
+       {},
+       0,
+       {},
+       causeOf(std::current_exception())});
+}
+
+[[noreturn]] void tellAndAbort() {
+  static std::mutex oneThread;
+  static thread_local bool tells = false;
+  if (!std::exchange(tells, true)) {
+    oneThread.lock();
+    std::signal(SIGALRM, SIG_DFL);
+    ::alarm(kLongestTelling);
+    try {
+      tellLastWords(log_id::kUncaught, {whereAndWhy()});
+    } catch (const std::bad_alloc&) {
+      writeStandardError("Failed to go on: Cannot allocate memory\n");
+    }
+  }
+  std::abort();
+}
+
+}  // namespace
+
+void tellUncaught() {
+  if (std::get_terminate() == &__gnu_cxx::__verbose_terminate_handler) {
+    std::set_terminate(&tellAndAbort);
+  }
+}
+
+}  // namespace qov

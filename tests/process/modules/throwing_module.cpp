@@ -1,0 +1,43 @@
+// A module with a thread "m49-own" that throws what nobody catches, once there is the file "go".
+// QOV_TEST_THROW says what: "memory" for missing memory, otherwise a text.
+#include <pthread.h>
+#include <qovpub/qov_task_mgr.h>
+
+#include <cstdlib>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "tests/process/modules/agent_files.h"
+
+namespace {
+
+[[noreturn]] void fail(const std::string& how) {
+  if (how == "memory") {
+    throw std::bad_alloc();
+  }
+  throw std::runtime_error(how);
+}
+
+class Module : public CQOV_TaskMgr {
+ public:
+  Module() : CQOV_TaskMgr(49, 0, "throwing") {}
+  CQOV_Task* createTask() override { return nullptr; }
+
+  bool initEnv() override {
+    std::thread([how = std::string(std::getenv("QOV_TEST_THROW"))] {
+      ::pthread_setname_np(::pthread_self(), "m49-own");
+      if (qov::test::waitForFile("go")) {
+        fail(how);
+      }
+    }).detach();
+    return true;
+  }
+};
+
+}  // namespace
+
+extern "C" CQOV_TaskMgr* QOV_CreateModule() {
+  return new Module;
+}
