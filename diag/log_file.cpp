@@ -92,9 +92,9 @@ bool LogFile::begin(const struct stat* predecessor) {
   isShared_ = false;
   closeToOthers(fd_, own);
   if (predecessor != nullptr) {
-    static_cast<void>(::fchown(fd_, predecessor->st_uid, predecessor->st_gid));
+    [[maybe_unused]] const int given = ::fchown(fd_, predecessor->st_uid, predecessor->st_gid);
   } else if (isNew && hasOwner_) {
-    static_cast<void>(::fchown(fd_, user_, group_));
+    [[maybe_unused]] const int given = ::fchown(fd_, user_, group_);
   }
   return true;
 }
@@ -169,7 +169,7 @@ void LogFile::takeBack(size_t written) const {
   const off_t end = ::lseek(fd_, 0, SEEK_CUR);  // appending has moved it behind what we wrote
   struct stat own {};
   if (::fstat(fd_, &own) == 0 && S_ISREG(own.st_mode) && own.st_size == end) {
-    static_cast<void>(::ftruncate(fd_, end - static_cast<off_t>(written)));
+    [[maybe_unused]] const int cut = ::ftruncate(fd_, end - static_cast<off_t>(written));
   }
 }
 
