@@ -44,6 +44,15 @@ TEST_F(ExchangeFailure, RepeatsTheRequestOnceWhenThePeerClosesInTheBody) {
   EXPECT_EQ(package.count(), 1U);
 }
 
+TEST_F(ExchangeFailure, RepeatsTheRequestOnceWhenThePeerHasClosedBeforeIt) {
+  plays({[&](PeerConnection&) { connected.count(); }, answers});
+  connects();
+  EXPECT_TRUE(connected.waitFor());
+  EXPECT_EQ(sends(), 0U);
+  EXPECT_EQ(package.count(), 1U);
+  EXPECT_EQ(peer.connections(), 2);
+}
+
 TEST_F(ExchangeFailure, FailsWhenThePeerClosesTwice) {
   plays({answersOnly(0), answersOnly(28), answers});
   connects();

@@ -2,6 +2,9 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <functional>
+#include <vector>
+
 #include "tests/link/exchange_fixture.h"
 
 using ::testing::ElementsAre;
@@ -95,10 +98,27 @@ TEST_F(Exchange, GivesTheResultOfAnAnswerThatCannotBeDecoded) {
 }
 
 TEST_F(Exchange, RefusesAnAnswerThatCannotBeDecoded) {
-  plays({[](auto& connection) { connection.answer(Bytes().u8(1)); }});
-  connects();
-  EXPECT_EQ(sends(), kBadReply);
-  EXPECT_EQ(package.count(), 0U);
+  constexpr std::size_t kMagic = 0;
+  constexpr std::size_t kLength = 24;
+  const std::vector<std::function<void(Message&)>> changes{
+      [](Message& answer) { ++answer[kMagic]; },
+      [](Message& answer) { --answer[kLength]; },  // ends within its last cell
+      [](Message& answer) {
+        ++answer[kLength];
+        answer.push_back(1);
+      }};
+  for (const auto& change : changes) {
+    ScriptedPeer lying;
+    lying.open({[change](PeerConnection& connection) {
+      Message answer = answerTo(connection.request(), recordBytes(77, 0));
+      change(answer);
+      connection.send(answer);
+      connection.ignoreAll();
+    }});
+    TestLink toIt(lying.port(), endless());
+    EXPECT_EQ(toIt.sendMsg(&package), kBadReply);
+    EXPECT_EQ(package.count(), 0U);
+  }
 }
 
 TEST_F(Exchange, RefusesAnAnswerToAnotherRequestAndKeepsTheConnection) {

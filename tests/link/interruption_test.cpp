@@ -1,9 +1,6 @@
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
-#include <cerrno>
 #include <thread>
 
 #include "tests/link/exchange_fixture.h"
@@ -295,36 +292,6 @@ TEST_F(Interrupting, IsTraced) {
                                              "leave void CQOVLongSocket::interrupt(): OK",
                                              "enter void CQOVLongSocket::resume()...",
                                              "leave void CQOVLongSocket::resume(): OK"));
-}
-
-/// A wait for a socket that nothing comes to.
-class InterruptionWait : public ::testing::Test {
- protected:
-  InterruptionWait() { EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0); }
-  ~InterruptionWait() override {
-    ::close(ends[0]);
-    ::close(ends[1]);
-  }
-
-  bool isOpen() const { return ::send(ends[0], "", 1, MSG_NOSIGNAL) == 1; }
-
-  std::array<int, 2> ends{};
-  Interruption interruption;
-};
-
-TEST_F(InterruptionWait, ThatHasEndedKeepsItsSocket) {
-  Interruption::Wait wait(interruption, ends[0]);
-  EXPECT_TRUE(wait.end());
-  interruption.set();
-  EXPECT_TRUE(isOpen());
-}
-
-TEST_F(InterruptionWait, ThatIsInterruptedLosesItsSocketAlsoWhenThatIsOverByItsEnd) {
-  Interruption::Wait wait(interruption, ends[0]);
-  interruption.set();
-  interruption.clear();
-  EXPECT_FALSE(wait.end());
-  EXPECT_FALSE(isOpen());
 }
 
 }  // namespace

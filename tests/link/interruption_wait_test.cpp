@@ -1,4 +1,4 @@
-// Interruptions that come at the very moment at which a wait begins or ends.
+// What an interruption does to a wait, also at the very moment at which that begins or ends.
 #include <gtest/gtest.h>
 #include <qovpub/detail/interruption.h>
 #include <sys/socket.h>
@@ -37,6 +37,7 @@ class Pair {
   Pair& operator=(const Pair&) = delete;
 
   int own() const { return ends_[0]; }
+  bool isOpen() const { return ::send(own(), "", 1, MSG_NOSIGNAL) == 1; }
   ssize_t receive() const {
     char byte = 0;
     return ::recv(own(), &byte, 1, 0);
@@ -45,6 +46,25 @@ class Pair {
  private:
   std::array<int, 2> ends_{-1, -1};
 };
+
+TEST(WaitForASocket, ThatHasEndedKeepsItsSocket) {
+  const Pair sockets;
+  Interruption interruption;
+  Interruption::Wait wait(interruption, sockets.own());
+  EXPECT_TRUE(wait.end());
+  interruption.set();
+  EXPECT_TRUE(sockets.isOpen());
+}
+
+TEST(WaitForASocket, ThatIsInterruptedLosesItsSocketAlsoWhenThatIsOverByItsEnd) {
+  const Pair sockets;
+  Interruption interruption;
+  Interruption::Wait wait(interruption, sockets.own());
+  interruption.set();
+  interruption.clear();
+  EXPECT_FALSE(wait.end());
+  EXPECT_FALSE(sockets.isOpen());
+}
 
 TEST(WaitForASocket, IsEndedWheneverTheInterruptionComes) {
   constexpr int kRounds = 20000;

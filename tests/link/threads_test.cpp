@@ -30,7 +30,9 @@ ScriptedPeer::Script echoes(int count, std::atomic<bool>& interleaved) {
   };
 }
 
-TEST_F(LinkTest, GivesEachThreadTheAnswerToItsOwnRequest) {
+class LinkThreads : public LinkTest {};
+
+TEST_F(LinkThreads, GivesEachThreadTheAnswerToItsOwnRequest) {
   std::atomic<bool> interleaved{false};
   // The connection is lost twice meanwhile.
   plays({echoes(100, interleaved), echoes(200, interleaved),
@@ -61,7 +63,7 @@ TEST_F(LinkTest, GivesEachThreadTheAnswerToItsOwnRequest) {
   EXPECT_EQ(peer.requests().size(), static_cast<std::size_t>(kThreads * kEach));
 }
 
-TEST_F(LinkTest, GoesOnWhenAThreadIsCancelledInItsExchange) {
+TEST_F(LinkThreads, GoesOnWhenAThreadIsCancelledInItsExchange) {
   if (QOV_TEST_ASAN || QOV_TEST_TSAN) {
     GTEST_SKIP() << "the sanitizers do not follow a thread that is cancelled in a system call";
   }
@@ -100,7 +102,7 @@ class GivingUpCancelled : public TestLink {
   }
 };
 
-TEST_F(LinkTest, IsGivenUpByAThreadThatIsToBeCancelled) {
+TEST_F(LinkThreads, IsGivenUpByAThreadThatIsToBeCancelled) {
   plays({[](PeerConnection& connection) { connection.ignoreAll(); }});
   log.log().priority_mask(0, ACE_Log_Msg::PROCESS);
   GivingUpCancelled giving(peer.port());

@@ -34,7 +34,7 @@ if(NOT installed MATCHES "libqovplatform.so")
   message(FATAL_ERROR "installed is only: ${installed}")
 endif()
 
-configure(-DQOV_INSTALL=OFF -DQOV_BUILD_EXAMPLES=ON -DQOV_BUILD_TOOLS=ON
+configure(-DFETCHED=ON -DQOV_INSTALL=OFF -DQOV_BUILD_EXAMPLES=ON -DQOV_BUILD_TOOLS=ON
           "-DASKED_FOR=devagent qovctl man_qovctl")
 install_part(.)
 if(installed)

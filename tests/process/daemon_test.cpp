@@ -135,14 +135,5 @@ TEST_F(AgentDaemon, WritesWhatAStreamOfItsOwnBufferHeldOnlyOnce) {
   daemonStopsInOrder();
 }
 
-TEST_F(AgentDaemon, WithoutAConfigurationTellsItsStarter) {
-  std::filesystem::remove(agent.root().cfgFile());
-  agent.start({});
-  EXPECT_EQ(agent.waitForEnd().exitStatus, 1);
-  EXPECT_EQ(agent.errors(), "Failed to read the configuration: " + agent.root().cfgFile().string() +
-                                ": No such file or directory\n"
-                                "CQOV_Exception: can't open proc config file\n");
-}
-
 }  // namespace
 }  // namespace qov::test

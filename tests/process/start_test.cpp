@@ -46,23 +46,6 @@ TEST_F(AgentStart, LogsItsProgramNameAtBothEnds) {
                             agent.program() + " had shutdown.\n"));
 }
 
-TEST_F(AgentStart, StaysInTheForegroundWithTheOptionAnywhere) {
-  staysInTheForeground({"word", "-x", "-n", "last"});
-}
-
-TEST_F(AgentStart, StaysInTheForegroundWithTheOptionAfterTwoDashes) {
-  staysInTheForeground({"--", "word", "-n"});
-}
-
-TEST_F(AgentStart, StaysInTheForegroundWithTheOptionAmongOthers) {
-  staysInTheForeground({"-xny"});
-}
-
-TEST_F(AgentStart, StaysInTheForegroundUnderPosixlyCorrect) {
-  agent.setEnvironment("POSIXLY_CORRECT", "1");
-  staysInTheForeground({"word", "--", "word", "-n"});
-}
-
 TEST_F(AgentStart, IgnoresUnknownOptionsWithoutAMessage) {
   staysInTheForeground({"-n", "-q", "--unknown", "-", "", "word"});
   EXPECT_EQ(agent.errors(), "");
@@ -96,22 +79,6 @@ TEST_F(AgentStart, TracesInitOnlyOnceItHasSucceeded) {
        kStarted, "leave int CQOVapp::init(int, ACE_TCHAR**): OK",
        "enter void CQOVapp::event_loop_done()...", "enter void CQOV_Module_Loader::unload()...",
        kStopped, "leave void CQOVapp::event_loop_done(): OK"});
-}
-
-TEST_F(AgentStart, WithoutAConfigurationEndsWithTheReasonAndAFailure) {
-  std::filesystem::remove(agent.root().cfgFile());
-  failsToStart();
-  EXPECT_EQ(agent.errors(), "Failed to read the configuration: " + agent.root().cfgFile().string() +
-                                ": No such file or directory\n"
-                                "CQOV_Exception: can't open proc config file\n");
-}
-
-TEST_F(AgentStart, WithoutAProcessIdEndsWithTheReasonAndAFailure) {
-  AgentRoot::write(agent.root().cfgFile(), "[QOV_GLOBAL]\nNAME=x\n");
-  failsToStart();
-  EXPECT_EQ(agent.errors(), "Failed to read the configuration: " + agent.root().cfgFile().string() +
-                                ": QOV_GLOBAL/PROC_PID: there is no such key\n"
-                                "CQOV_Exception: can't get PROC_PID from section name is PROC!\n");
 }
 
 TEST_F(AgentStart, WithoutModulesFails) {

@@ -70,7 +70,9 @@ TEST_P(AgentHangingStart, OfADaemonIsEndedByAStopSignalToItsStarter) {
   daemonIsEnded();
 }
 
-TEST_F(AgentTest, DoesNotCountTheTimeForWhichAHangingStartIsStopped) {
+class AgentStartWatch : public AgentTest {};
+
+TEST_F(AgentStartWatch, DoesNotCountTheTimeForWhichAHangingStartIsStopped) {
   constexpr std::chrono::seconds kLongerThanAHangingStartMayTake{8};
   agent.setEnvironment("QOV_TEST_WAIT", "1");
   agent.useModules({"state"});
@@ -86,7 +88,7 @@ TEST_F(AgentTest, DoesNotCountTheTimeForWhichAHangingStartIsStopped) {
   hasEndedInOrder(agent.waitForEnd());
 }
 
-TEST_F(AgentTest, IsEndedByAStopSignalWhileTheDynamicLoaderWaitsForALibrary) {
+TEST_F(AgentStartWatch, IsEndedByAStopSignalWhileTheDynamicLoaderWaitsForALibrary) {
   const TemporaryDirectory libraries;
   ASSERT_EQ(::mkfifo(libraries.file("libqovp_unwritten.so").c_str(), 0600), 0);
   agent.setEnvironment("LD_LIBRARY_PATH", libraries.path());
@@ -102,7 +104,7 @@ TEST_F(AgentTest, IsEndedByAStopSignalWhileTheDynamicLoaderWaitsForALibrary) {
               ContainsRegex("\\[65751\\].*loading module qovp_unwritten has not ended"));
 }
 
-TEST_F(AgentTest, LeavesNoThreadBehindThatHasWatchedTheStart) {
+TEST_F(AgentStartWatch, LeavesNoThreadBehindThatHasWatchedTheStart) {
   starts({"named"});
   agent.send(SIGUSR1);
   ASSERT_TRUE(agent.waitForLog(kReloaded)) << "the event loop does not run";

@@ -29,10 +29,10 @@ std::string nameOf(const ::testing::TestParamInfo<int>& info) {
 INSTANTIATE_TEST_SUITE_P(Both, AgentStopSignal, ::testing::Values(SIGINT, SIGTERM), nameOf);
 
 TEST_P(AgentStopSignal, EndsAProcessWhoseModulesWork) {
-  starts({"chatter"});
+  starts({"chatter", "other_chatter"});
   ASSERT_TRUE(agent.waitForLog(kInfoLine));
   stopsAfterTheSignal();
-  EXPECT_THAT(agent.log(), HasSubstr("Unload module qovp_chatter!"));
+  logsInOrder({"Unload module qovp_chatter!", "Unload module qovp_other_chatter!", kStopped});
 }
 
 TEST_P(AgentStopSignal, EndsADaemonInOrder) {
@@ -61,6 +61,7 @@ TEST_P(AgentStopSignal, StopsAProcessWhoseStarterHasIgnoredIt) {
 
 TEST_P(AgentStopSignal, DuringTheStartIsCarriedOutBehindIt) {
   startsSlowly("1");
+  agent.send(SIGUSR1);
   agent.send(GetParam());
   agent.makeFile("go");
   hasEndedInOrder(agent.waitForEnd());

@@ -1,4 +1,4 @@
-#include "tests/tools/endpoint_test.h"
+#include "tests/tools/endpoint_fixture.h"
 
 namespace qov::test {
 namespace {

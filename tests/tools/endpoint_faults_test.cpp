@@ -5,7 +5,7 @@
 
 #include <chrono>
 
-#include "tests/tools/endpoint_test.h"
+#include "tests/tools/endpoint_fixture.h"
 
 namespace qov::test {
 namespace {

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <map>
 
-#include "tests/tools/endpoint_test.h"
+#include "tests/tools/endpoint_fixture.h"
 #include "tools/qov-endpoint/proc_file.h"
 
 namespace qov::test {

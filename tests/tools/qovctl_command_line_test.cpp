@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "tests/link/scripted_peer.h"
-#include "tests/tools/qovctl_test.h"
+#include "tests/tools/qovctl_fixture.h"
 
 namespace qov::test {
 namespace {

@@ -2,7 +2,7 @@
 #include <sys/socket.h>
 
 #include "tests/support/latch.h"
-#include "tests/tools/qovctl_endpoint_test.h"
+#include "tests/tools/qovctl_endpoint_fixture.h"
 
 namespace qov::test {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "tests/msg/bytes.h"
 #include "tests/support/sanitizers.h"
-#include "tests/tools/qovctl_test.h"
+#include "tests/tools/qovctl_fixture.h"
 #include "tests/vectors/vector_file.h"
 #include "tools/common/json_object.h"
 #include "tools/common/octets.h"

@@ -2,7 +2,7 @@
 
 #include "tests/tools/endpoint_client.h"
 #include "tests/tools/endpoint_process.h"
-#include "tests/tools/qovctl_test.h"
+#include "tests/tools/qovctl_fixture.h"
 #include "tools/common/json_object.h"
 
 using ::testing::ContainsRegex;

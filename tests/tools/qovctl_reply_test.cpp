@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "tests/tools/qovctl_endpoint_test.h"
+#include "tests/tools/qovctl_endpoint_fixture.h"
 
 namespace qov::test {
 namespace {

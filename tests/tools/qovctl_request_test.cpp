@@ -1,6 +1,6 @@
 #include <filesystem>
 
-#include "tests/tools/qovctl_endpoint_test.h"
+#include "tests/tools/qovctl_endpoint_fixture.h"
 #include "tools/common/json_object.h"
 
 using ::testing::Not;

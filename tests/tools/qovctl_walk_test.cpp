@@ -1,5 +1,5 @@
 #include "tests/support/latch.h"
-#include "tests/tools/qovctl_endpoint_test.h"
+#include "tests/tools/qovctl_endpoint_fixture.h"
 #include "tools/common/json_object.h"
 
 using ::testing::Not;

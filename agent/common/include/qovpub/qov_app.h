@@ -61,7 +61,7 @@ class QOV_EXPORT SigintHandler : public ACE_Event_Handler {
 ///     }
 ///
 /// Signals: init() blocks SIGINT, SIGTERM and SIGUSR1 while it works, so that the modules' threads
-/// never take them, gives the caller's signal mask back on every way out, and delivers what came
+/// never take them. On every way out it gives the caller's signal mask back and delivers what came
 /// meanwhile. From init() on a broken pipe (SIGPIPE) never ends the process, even when init()
 /// fails; a handler that the program has set itself stays until init() succeeds. event_loop_done()
 /// lets these three through to its thread while the loop runs, even where the starter of the

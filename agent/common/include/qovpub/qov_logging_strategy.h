@@ -43,8 +43,8 @@ struct QOV_EXPORT CLogging_Cfg_Param {
 /// Records of all threads go to one file, whatever thread wrote them and whenever it was started.
 /// The file is appended to and never open to writers outside its owner and group; a file that was
 /// moved or deleted is begun anew within a second of logging, and has its predecessor's owner, as
-/// after a rotation. What the file cannot take (no directory, a full disk) goes to standard error,
-/// and the first record that the file takes again is preceded by one that counts what it lacks.
+/// after a rotation. What the file cannot take (no directory, a full disk) goes to standard error.
+/// When the file takes records again, the first of them counts those that it lacks.
 ///
 /// The settings may be applied again at any time while other threads log: no record is lost or
 /// split, and there is still one file, one timer and the same sequence of rotated files. The

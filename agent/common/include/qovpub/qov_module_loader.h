@@ -52,11 +52,11 @@ class QOV_EXPORT CQOV_Module_Loader {
   /// leaves them alone, and they are stopped and joined when the process ends. The failing module's
   /// library stays open. Without memory it may also fail without a log line (errno ENOMEM).
   ///
-  /// However the process ends, by exit() on whatever thread but a module's own or by returning from
-  /// main, modules that still run are stopped before any static object is destroyed that was made
-  /// before load() returned. That does not hold for one that is made later, such as the static
-  /// variable of a function that a worker or createTask() calls first: the module makes it in its
-  /// constructor or init(), or never destroys it.
+  /// When the process ends, by a return from main or by exit() on a thread that is not a module's,
+  /// modules that still run are stopped first. Static objects that were made before load() returned
+  /// are destroyed after that. Those that are made later, such as the static variable of a function
+  /// that a worker or createTask() calls first, may go while the modules run: a module makes them
+  /// in its constructor or init(), or never destroys them.
   ///
   /// A bare module name is handed to ACE, which tries `lib<name>.so`, `<name>.so` and `<name>` on
   /// the dynamic loader's own search path (LD_LIBRARY_PATH, run path); no directory is added. A

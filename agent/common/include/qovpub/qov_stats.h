@@ -44,7 +44,7 @@ struct QOV_EXPORT QOVModuleStats {
   // Since the module was made.
   std::uint64_t in_ = 0;        ///< delivered in the module: to its pool, a static task, a sender
   std::uint64_t out_ = 0;       ///< passed on to another module
-  std::uint64_t refused_ = 0;   ///< blocks refused for want of room; whoever sent them was told
+  std::uint64_t refused_ = 0;   ///< blocks refused, as there was no room; their sender was told
   std::uint64_t timedOut_ = 0;  ///< requests of its own that got no response in time
   std::array<std::uint64_t, kDropReasons> dropped_{};  ///< by QOVDropReason
 
@@ -61,8 +61,8 @@ struct QOV_EXPORT QOVModuleStats {
   std::uint64_t highestWaiting_ = 0;
   std::uint64_t highestWaitingBytes_ = 0;
 
-  // Of handleMessage(), on the workers of the pool and all other tasks of the module, and of the
-  // continuations of askLater(), with what it waits for and what its send() does for leaders.
+  // How long handleMessage() takes on all tasks of the module, and the continuations of askLater().
+  // What they wait for counts, and so does what send() does for leaders meanwhile.
   std::uint64_t handled_ = 0;  ///< the sum of handlingTimes_
   Duration handlingSum_{};
   Duration longestHandling_{};

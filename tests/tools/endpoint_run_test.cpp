@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <thread>
 
-#include "tests/tools/endpoint_test.h"
+#include "tests/tools/endpoint_fixture.h"
 
 namespace qov::test {
 namespace {

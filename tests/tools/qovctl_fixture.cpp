@@ -1,4 +1,4 @@
-#include "tests/tools/qovctl_test.h"
+#include "tests/tools/qovctl_fixture.h"
 
 #include <unistd.h>
 

@@ -83,13 +83,13 @@ std::pair<int, std::string> failureOf(Act act) {
   return {ctl::kDone, ""};
 }
 
-class QovctlLink : public testing::Test {
+class QovctlInside : public testing::Test {
  protected:
   // As without --verbose.
-  QovctlLink() { ACE_Log_Msg::instance()->priority_mask(0, ACE_Log_Msg::PROCESS); }
+  QovctlInside() { ACE_Log_Msg::instance()->priority_mask(0, ACE_Log_Msg::PROCESS); }
 };
 
-TEST_F(QovctlLink, KeepsNoReplyOfAWalk) {
+TEST_F(QovctlInside, KeepsNoReplyOfAWalk) {
   constexpr unsigned int kRows = 100;
   constexpr unsigned int kOctets = 5000;
   ScriptedPeer peer({[&](PeerConnection& link) {
@@ -107,7 +107,7 @@ TEST_F(QovctlLink, KeepsNoReplyOfAWalk) {
   EXPECT_LT(held[kRows - 1] - held[kRows / 2], long{kOctets});
 }
 
-TEST_F(QovctlLink, SaysThatMemoryFailsWhenItDoesWithinAWalk) {
+TEST_F(QovctlInside, SaysThatMemoryFailsWhenItDoesWithinAWalk) {
   ScriptedPeer peer({[](PeerConnection& link) { link.answer(rowOf(5000, 1)); }});
   ctl::EndpointLink link(targetAt(peer));
   CT7QPackageV3 request = walkRequest();
@@ -117,7 +117,7 @@ TEST_F(QovctlLink, SaysThatMemoryFailsWhenItDoesWithinAWalk) {
   EXPECT_TRUE(failing.hasFailed());
 }
 
-TEST_F(QovctlLink, EndsTheJsonOfAWalkThatMemoryFails) {
+TEST_F(QovctlInside, EndsTheJsonOfAWalkThatMemoryFails) {
   ScriptedPeer peer({[](PeerConnection& link) { link.answer(rowOf(5000, 1)); }});
   ctl::EndpointOptions options;
   options.target = targetAt(peer);
@@ -133,7 +133,7 @@ TEST_F(QovctlLink, EndsTheJsonOfAWalkThatMemoryFails) {
   EXPECT_EQ(tools::parseJson(printed)["messages"].size(), 1U);
 }
 
-TEST_F(QovctlLink, EndsTheJsonOfMessagesWhereverMemoryFails) {
+TEST_F(QovctlInside, EndsTheJsonOfMessagesWhereverMemoryFails) {
   const Message request = Bytes().headV3(0).data();
   const Message message = answerTo(request, rowOf(3, 1));
   const std::string hex =
@@ -163,7 +163,7 @@ TEST_F(QovctlLink, EndsTheJsonOfMessagesWhereverMemoryFails) {
   EXPECT_TRUE(begun);
 }
 
-TEST_F(QovctlLink, TellsALostConnectionFromOneThatTakesTooLong) {
+TEST_F(QovctlInside, TellsALostConnectionFromOneThatTakesTooLong) {
   const pid_t asking = ::gettid();
   const auto late = [&](PeerConnection& link) {
     link.request();
@@ -193,7 +193,7 @@ CT7QPackageV3 requestOf(std::size_t size) {
   return request;
 }
 
-TEST_F(QovctlLink, RefusesARequestThatIsLongerThanAnEndpointReads) {
+TEST_F(QovctlInside, RefusesARequestThatIsLongerThanAnEndpointReads) {
   ScriptedPeer peer({[](PeerConnection& link) { link.request(); }});
   ctl::EndpointLink link(targetAt(peer));
   CT7QPackageV3 request = requestOf(2097153);
@@ -205,7 +205,7 @@ TEST_F(QovctlLink, RefusesARequestThatIsLongerThanAnEndpointReads) {
   EXPECT_EQ(peer.requests().size(), 0U);
 }
 
-TEST_F(QovctlLink, SendsARequestAsLongAsAnEndpointReads) {
+TEST_F(QovctlInside, SendsARequestAsLongAsAnEndpointReads) {
   ScriptedPeer peer({[](PeerConnection& link) {
                        const Message head = link.head();
                        link.send(answerTo(head));
@@ -235,7 +235,7 @@ class LinkThatLoses : public ctl::EndpointLink {
   std::size_t sent_ = 0;
 };
 
-TEST_F(QovctlLink, SaysThatTheConnectionWasLostBeforeTheRequestWasSent) {
+TEST_F(QovctlInside, SaysThatTheConnectionWasLostBeforeTheRequestWasSent) {
   LinkThatLoses* losing = nullptr;
   Latch made;
   const auto lose = [&](std::size_t which) {

@@ -1,5 +1,5 @@
-#ifndef QOV_TESTS_TOOLS_QOVCTL_TEST_H
-#define QOV_TESTS_TOOLS_QOVCTL_TEST_H
+#ifndef QOV_TESTS_TOOLS_QOVCTL_FIXTURE_H
+#define QOV_TESTS_TOOLS_QOVCTL_FIXTURE_H
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

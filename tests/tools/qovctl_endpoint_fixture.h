@@ -1,5 +1,5 @@
-#ifndef QOV_TESTS_TOOLS_QOVCTL_ENDPOINT_TEST_H
-#define QOV_TESTS_TOOLS_QOVCTL_ENDPOINT_TEST_H
+#ifndef QOV_TESTS_TOOLS_QOVCTL_ENDPOINT_FIXTURE_H
+#define QOV_TESTS_TOOLS_QOVCTL_ENDPOINT_FIXTURE_H
 
 #include <cstdint>
 #include <memory>
@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "tests/link/scripted_peer.h"
-#include "tests/tools/qovctl_test.h"
+#include "tests/tools/qovctl_fixture.h"
 
 namespace qov::test {
 
