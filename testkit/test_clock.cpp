@@ -6,7 +6,18 @@
 #include "testkit/thread_of.h"
 
 void QOVTestKit::start(QOVPeriodicTask& task) {
-  periods_.push_back({&task, now_ + task.first()});
+  // As in svc(), so that every() sets due_.
+  task.running_ = true;
+  periods_.push_back({&task, task.due_, now_ + task.first()});
+}
+
+void QOVTestKit::noteNewPeriods() {
+  for (Period& period : periods_) {
+    if (period.told != period.task->due_) {
+      period.told = period.task->due_;
+      period.due = now_ + period.task->first();
+    }
+  }
 }
 
 std::size_t QOVTestKit::advance(Duration span) {
@@ -33,6 +44,7 @@ void QOVTestKit::stop() {
 }
 
 QOVTestKit::Period* QOVTestKit::nextUntil(Duration end) {
+  noteNewPeriods();
   Period* next = nullptr;
   for (Period& period : periods_) {
     const bool isDue = period.task->period() > Duration::zero() && period.due <= end;
@@ -44,16 +56,24 @@ QOVTestKit::Period* QOVTestKit::nextUntil(Duration end) {
 }
 
 void QOVTestKit::tick(Period& period) {
+  try {
+    const qov::ThreadOf thread(*period.task);
+    period.task->tick();
+  } catch (...) {
+    moveOn(period);
+    throw;
+  }
+  moveOn(period);
+}
+
+void QOVTestKit::moveOn(Period& period) {
   QOVPeriodicTask& task = *period.task;
-  const Duration every = task.period();
-  const Duration first = task.first();
-  const qov::ThreadOf thread(task);
-  task.tick();
-  if (task.period() != every || task.first() != first) {
-    period.due = now_ + task.first();
+  if (period.told != task.due_) {
+    noteNewPeriods();
     return;
   }
-  // Times that have passed during the tick are left out.
   const Duration late = std::max(now_ - period.due, Duration(1));
-  period.due += ((late - Duration(1)) / every + 1) * every;
+  const auto missed = (late - Duration(1)) / task.period();
+  period.due += (missed + 1) * task.period();
+  task.missed_ += static_cast<std::uint64_t>(missed);
 }

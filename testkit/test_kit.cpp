@@ -87,6 +87,7 @@ int QOVTestKit::handle(CQOV_CommonTask& task, CQOV_MsgPackage& message) {
     const qov::ThreadOf thread(task);
     result = task.handleMessage(message);
   }
+  noteNewPeriods();
   while (router_->runLater(now_)) {
   }
   return result;
@@ -95,9 +96,11 @@ int QOVTestKit::handle(CQOV_CommonTask& task, CQOV_MsgPackage& message) {
 QOVAnswer QOVTestKit::ask(CQOV_CommonTask& task, CQOV_MsgPackage& message) {
   // A copy: the handler may change the message.
   const QOVMsgHead request = message.head();
-  handle(task, message);
   Sent& sent = router_->sent();
-  const auto found = std::find_if(sent.begin(), sent.end(),
+  // Earlier messages may hold a late answer to the same request.
+  const auto before = static_cast<Sent::difference_type>(sent.size());
+  handle(task, message);
+  const auto found = std::find_if(sent.begin() + before, sent.end(),
                                   [&](const auto& one) { return answers(one->head(), request); });
   if (found == sent.end()) {
     return QOVAnswer(QOVReason::kTimedOut);

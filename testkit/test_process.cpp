@@ -3,6 +3,8 @@
 #include <qovpub/qov_utility.h>
 #include <qovpub/qov_xml.h>
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -24,8 +26,11 @@ class Folder {
   }
 
   ~Folder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
+    // Not in a child of this process, such as a death test that ends by exit().
+    if (::getpid() == owner_) {
+      std::error_code ignored;
+      fs::remove_all(path_, ignored);
+    }
   }
 
   Folder(const Folder&) = delete;
@@ -59,6 +64,7 @@ class Folder {
     ::setenv("QOV_ROOT", path_.c_str(), 1);
   }
 
+  const pid_t owner_ = ::getpid();
   std::string path_;
 };
 

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <functional>
+#include <stdexcept>
 #include <vector>
 
 namespace {
@@ -34,6 +35,25 @@ class Sweep : public QOVPeriodicTask {
   std::vector<QOVTestKit::Duration> times_;
   CQOV_Task* current_ = nullptr;
   std::function<void()> does_;
+};
+
+/// Ticks every 10 seconds until a message sets another period.
+class AdjustableSweep : public QOVStaticHandlers<AdjustableSweep, QOVPeriodicTask> {
+ public:
+  explicit AdjustableSweep(CQOV_TaskMgr* module)
+      : QOVStaticHandlers(module, {{kRead, &AdjustableSweep::adjust}}) {
+    every(next_);
+  }
+
+  void tick() override {}
+
+  seconds next_{10};
+
+ private:
+  int adjust(CQOV_MsgPackage&, CQOV_MsgPackage&) {
+    every(next_);
+    return 0;
+  }
 };
 
 using Times = std::vector<QOVTestKit::Duration>;
@@ -118,6 +138,7 @@ TEST(TestKitClock, LeavesOutTheTimesThatPassDuringATick) {
 
   EXPECT_EQ(kit.advance(seconds(50)), 3U);
   EXPECT_EQ(sweep.times_, (Times{seconds(10), seconds(40), seconds(50)}));
+  EXPECT_EQ(sweep.missed(), 2U);
 }
 
 TEST(TestKitClock, CallsATickThatIsDueWhenTheOneBeforeEnds) {
@@ -133,6 +154,49 @@ TEST(TestKitClock, CallsATickThatIsDueWhenTheOneBeforeEnds) {
 
   kit.advance(seconds(30));
   EXPECT_EQ(sweep.times_, (Times{seconds(10), seconds(30)}));
+  EXPECT_EQ(sweep.missed(), 1U);
+}
+
+TEST(TestKitClock, StartsAnewWhenAMessageChangesThePeriod) {
+  QOVTestKit kit(kModule);
+  AdjustableSweep sweep(kit.module());
+  kit.start(sweep);
+
+  EXPECT_EQ(kit.advance(seconds(3)), 0U);
+  sweep.next_ = seconds(2);
+  CQOV_MsgPackage request = kit.message(kRead);
+  EXPECT_TRUE(kit.ask(sweep, request));
+  EXPECT_EQ(kit.advance(seconds(6)), 3U);
+}
+
+TEST(TestKitClock, StartsAnewWhenItIsToldTheSamePeriodAgain) {
+  QOVTestKit kit(kModule);
+  AdjustableSweep sweep(kit.module());
+  kit.start(sweep);
+
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(kit.advance(seconds(9)), 0U);
+    CQOV_MsgPackage request = kit.message(kRead);
+    EXPECT_TRUE(kit.ask(sweep, request));
+  }
+  EXPECT_EQ(kit.advance(seconds(10)), 1U);
+}
+
+TEST(TestKitClock, GoesOnAfterATickThatThrows) {
+  QOVTestKit kit(kModule);
+  Sweep sweep(kit, seconds(10), seconds(10));
+  sweep.does_ = [&] {
+    if (kit.now() == seconds(10)) {
+      throw std::runtime_error("not this time");
+    }
+  };
+  kit.start(sweep);
+
+  EXPECT_THROW(kit.advance(seconds(30)), std::runtime_error);
+  EXPECT_EQ(kit.now(), seconds(10));
+  EXPECT_EQ(getCurrentTask(), nullptr);
+  EXPECT_EQ(kit.advance(seconds(10)), 1U);
+  EXPECT_EQ(sweep.times_, (Times{seconds(10), seconds(20)}));
 }
 
 }  // namespace

@@ -54,6 +54,17 @@ class OwnModulesWorker : public CQOV_CommonTaskEx {
   int handleRequest(CQOV_MsgPackage&, CQOV_MsgPackage*&) override { return 0; }
 };
 
+class AnswersOnce : public CQOV_CommonTask {
+ public:
+  using CQOV_CommonTask::CQOV_CommonTask;
+  int handleMessage(CQOV_MsgPackage& request) override {
+    return std::exchange(done_, true) ? 0 : QOV_Answer(*this, request.head(), nullptr);
+  }
+
+ private:
+  bool done_ = false;
+};
+
 class StaticWorker : public QOVStaticHandlers<StaticWorker> {
  public:
   explicit StaticWorker(CQOV_TaskMgr* module)
@@ -148,6 +159,16 @@ TEST(TestKitHandlers, OfAnAnswerThatDoesNotFindTheWayBackGiveNone) {
   EXPECT_EQ(kit.ask(worker, fromElsewhere).reason(), QOVReason::kTimedOut);
   EXPECT_EQ(kit.sent().size(), 1U);
   EXPECT_TRUE(kit.ask(worker, fromWithin));
+}
+
+TEST(TestKitHandlers, AnswerNoRequestWithAnEarlierAnswer) {
+  QOVTestKit kit(kModule);
+  AnswersOnce worker(kit.module());
+  CQOV_MsgPackage request = kit.message(kGreet);
+
+  kit.handle(worker, request);
+  EXPECT_EQ(kit.ask(worker, request).reason(), QOVReason::kTimedOut);
+  EXPECT_EQ(kit.sent().size(), 1U);
 }
 
 TEST(TestKitHandlers, MayBeThoseOfAStaticScheduledTask) {

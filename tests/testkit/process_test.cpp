@@ -6,6 +6,7 @@
 #include <qovpub/qov_utility.h>
 #include <qovpub/qov_xml.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -88,6 +89,13 @@ TEST(TestProcess, StartsAnew) {
   EXPECT_THROW(item("router", "PeriodMs"), CQOV_Exception);
   EXPECT_FALSE(fs::exists(fs::path(process.folder()) / "stray"));
   EXPECT_EQ(process.log().find("from before"), std::string::npos);
+}
+
+TEST(TestProcess, KeepsItsFolderWhenAChildEnds) {
+  const QOVTestProcess process;
+
+  EXPECT_EXIT(std::exit(3), testing::ExitedWithCode(3), "");
+  EXPECT_TRUE(fs::exists(process.folder()));
 }
 
 TEST(TestProcess, KeepsTheLogFromInfoUp) {

@@ -1,12 +1,10 @@
 #include "tools/qovctl/endpoint_link.h"
 
-#include <qovpub/detail/cell_bytes.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <new>
 #include <sstream>
 
@@ -34,9 +32,10 @@ std::string secondsText(double seconds) {
 /// As an agent's.
 constexpr double kConnectSeconds = 2;
 
-template <class Word>
-Word headField(const std::vector<char>& message, std::size_t offset) {
-  return loadWord<Word>(reinterpret_cast<const unsigned char*>(message.data()) + offset);
+TLVMsgHeadV3 headOf(const void* message) {
+  TLVMsgHeadV3 head;
+  std::memcpy(&head, message, sizeof head);
+  return head;
 }
 
 std::optional<std::uint64_t> numberIn(const CTLVCell* cell) {
@@ -77,7 +76,7 @@ unsigned int EndpointLink::sendMsg_i(const unsigned char* data, unsigned int len
                                 " bytes, an endpoint reads at most " + std::to_string(kMaxMessage));
   }
   const bool again = isRetry() && stage_ != Stage::kNotSent;
-  serial_ = loadWord<std::uint16_t>(data + offsetof(TLVMsgHeadV3, ser_));
+  serial_ = headOf(data).ser_;
   stage_ = Stage::kNotSent;
   const unsigned int result = CQOVLongSocket::sendMsg_i(data, length);
   if (result == 0) {
@@ -194,25 +193,25 @@ void EndpointLink::throwNoReply() const {
 }
 
 void EndpointLink::throwTooLong() const {
-  const auto magic = headField<std::uint32_t>(buffer_, offsetof(TLVMsgHeadV3, magic_));
-  if (magic != TLVMsgHeadV3::kMagic) {
-    const DecodeFault fault{DecodeFault::Kind::kMagic, 0, magic, TLVMsgHeadV3::kMagic};
+  const TLVMsgHeadV3 head = headOf(buffer_.data());
+  if (head.magic_ != TLVMsgHeadV3::kMagic) {
+    const DecodeFault fault{DecodeFault::Kind::kMagic, 0, head.magic_, TLVMsgHeadV3::kMagic};
     throw Failure(kBadData, "bad reply: " + textOf(fault, Kind::kV3, 0));
   }
-  const auto length = headField<std::int32_t>(buffer_, offsetof(TLVMsgHeadV3, len_));
+  const auto length = static_cast<std::int32_t>(head.len_);
   throw Failure(kBadData, "bad reply: LEN is " + std::to_string(length) + ", a reply has at most " +
                               std::to_string(kMaxMessage - kHeadSize));
 }
 
 void EndpointLink::throwBadReply() const {
-  const auto serial = headField<std::uint16_t>(buffer_, offsetof(TLVMsgHeadV3, ser_));
-  if (serial != serial_) {
-    throw Failure(kBadData, "bad reply: its serial number is " + std::to_string(serial) +
+  const TLVMsgHeadV3 head = headOf(buffer_.data());
+  if (head.ser_ != serial_) {
+    throw Failure(kBadData, "bad reply: its serial number is " + std::to_string(head.ser_) +
                                 ", the request's is " + std::to_string(serial_));
   }
-  if (const auto ret = headField<std::uint32_t>(buffer_, offsetof(TLVMsgHeadV3, ret_)); ret != 0) {
+  if (head.ret_ != 0) {
     throw Failure(kEndpointError,
-                  "the endpoint refused the request: " + resultText(ret) +
+                  "the endpoint refused the request: " + resultText(head.ret_) +
                       (fault_.kind == DecodeFault::Kind::kNone
                            ? ""
                            : "; its reply cannot be decoded: " + textOf(fault_, Kind::kV3, 0)));

@@ -1,9 +1,8 @@
 #include "tools/qovctl/fault_text.h"
 
-#include <qovpub/detail/cell_bytes.h>
-
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <new>
 
 namespace qov::ctl {
@@ -64,10 +63,10 @@ std::string unknownKindText(std::string_view bytes, std::size_t start) {
     return lineOf(start, "head-short: " + std::to_string(bytes.size()) +
                              " bytes are left, and a header begins with a magic number of 4");
   }
-  const auto* const p = reinterpret_cast<const unsigned char*>(bytes.data());
-  return lineOf(start, "magic: " + hexWord(loadWord<std::uint32_t>(p)) + " is neither " +
-                           hexWord(TLVMsgHeadV3::kMagic) + " (V3) nor " +
-                           hexWord(QOVMsgHead::kMagic) + " (internal, OM)");
+  std::uint32_t magic = 0;
+  std::memcpy(&magic, bytes.data(), sizeof magic);
+  return lineOf(start, "magic: " + hexWord(magic) + " is neither " + hexWord(TLVMsgHeadV3::kMagic) +
+                           " (V3) nor " + hexWord(QOVMsgHead::kMagic) + " (internal, OM)");
 }
 
 }  // namespace qov::ctl

@@ -1,10 +1,9 @@
 #include "tools/qovctl/message.h"
 
-#include <qovpub/detail/cell_bytes.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <sstream>
 
@@ -53,8 +52,8 @@ std::optional<Kind> kindOfBytes(std::string_view bytes) {
   if (bytes.size() < sizeof(std::uint32_t)) {
     return std::nullopt;
   }
-  const auto* const p = reinterpret_cast<const unsigned char*>(bytes.data());
-  const auto magic = loadWord<std::uint32_t>(p);
+  std::uint32_t magic = 0;
+  std::memcpy(&magic, bytes.data(), sizeof magic);
   if (magic == TLVMsgHeadV3::kMagic) {
     return Kind::kV3;
   }
@@ -62,7 +61,7 @@ std::optional<Kind> kindOfBytes(std::string_view bytes) {
     return std::nullopt;
   }
   constexpr std::size_t kFlagsAt = offsetof(QOVMsgHead, flags_);
-  const bool om = bytes.size() > kFlagsAt && (p[kFlagsAt] & QOVMsgHead::kFlagOm) != 0;
+  const bool om = bytes.size() > kFlagsAt && (bytes[kFlagsAt] & QOVMsgHead::kFlagOm) != 0;
   return om ? Kind::kOm : Kind::kInternal;
 }
 

@@ -56,6 +56,9 @@ class QOV_EXPORT QOVPeriodicTask : public CQOV_StaticSchecheduledTask {
   void getOpcList(std::list<unsigned long long>& opcs) override;
 
  private:
+  // Calls tick() in place of svc(), by a clock of its own.
+  friend class QOVTestKit;
+
   using Clock = std::chrono::steady_clock;
 
   void begin();

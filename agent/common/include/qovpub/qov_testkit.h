@@ -101,7 +101,7 @@ class QOVTestKit {
   /// The module that a message() comes from unless the test says another.
   static constexpr std::uint8_t kElsewhere = 255;
 
-  /// Makes a process and a module with the number `moduleId`.
+  /// Makes a process and a module with the number `moduleId`, 0 to 255.
   explicit QOVTestKit(unsigned int moduleId);
   /// For a module of the author's own. Both outlive the kit.
   QOVTestKit(QOVTestProcess& process, CQOV_TaskMgr& module);
@@ -122,7 +122,8 @@ class QOVTestKit {
   void address(CQOV_MsgPackage& message, std::uint64_t opc,
                QOVMsgHead::Type type = QOVMsgHead::kRequest, std::uint8_t from = kElsewhere) const;
 
-  /// Has `task` handle `message` and returns the handler's result. getCurrentTask() is `task`.
+  /// Has `task` handle `message` and returns the handler's result. getCurrentTask() is `task`
+  /// meanwhile.
   int handle(CQOV_CommonTask& task, CQOV_MsgPackage& message);
 
   /// The same, and gives what the requester's send() would have got: the answer, which is taken out
@@ -144,23 +145,24 @@ class QOVTestKit {
   void answer(std::uint8_t module, std::uint64_t opc, Fill fill = nullptr);
   /// Requests are answered with `result`, 1 to 255.
   void refuse(std::uint8_t module, std::uint64_t opc, std::uint8_t result);
-  /// Requests get no answer for this reason. kTimedOut moves the clock by the request's time-out; a
-  /// request without one waits until the stop, and ends with kStopped. kNoRoom refuses whatever is
-  /// sent, notices too, before it is sent.
+  /// Requests get no answer for this reason, which is neither kNone nor kRefused. kTimedOut moves
+  /// the clock by the request's time-out; a request without one waits until the stop, and ends with
+  /// kStopped. kNoRoom refuses whatever is sent, notices too, before it is sent. Static scheduled
+  /// tasks get every reason at once, unlike in an agent (see QOVRequest::ask()).
   void fail(std::uint8_t module, std::uint64_t opc, QOVReason reason);
 
   // The clock.
 
   /// Time since the kit was made.
   Duration now() const { return now_; }
-  /// Starts the periods of `task`, which outlives the kit's use: its first tick is due now, or
-  /// later, as its every() says.
+  /// Starts the periods of `task`, once: the first tick is due `task.first()` from now. `task` must
+  /// outlive the last use of the kit. A later every() starts them anew, as in an agent.
   void start(QOVPeriodicTask& task);
   /// Moves the clock by `span`, and calls tick() of the tasks that were started whenever that is
-  /// due, on the way and at its end. A tick that lasts, since a request of it times out, may go
-  /// past the end, and times that pass meanwhile are left out, as in an agent; missed() does not
-  /// count them here. Runs the continuations that are due as well. Returns how many ticks there
-  /// were.
+  /// due, on the way and at its end. A tick lasts as long as its requests take to time out. It may
+  /// go past the end; times that pass meanwhile are left out, and counted by missed(). Runs the
+  /// continuations that are due as well. Returns how many ticks there were. After a tick that has
+  /// thrown, the clock stands where the tick ended, and the next one comes when it is due.
   std::size_t advance(Duration span);
 
   // The stop.
@@ -173,12 +175,16 @@ class QOVTestKit {
   /// A task that was started, and when its next tick is due.
   struct Period {
     QOVPeriodicTask* task;
+    std::chrono::steady_clock::time_point told;  ///< differs from the task's after every()
     Duration due;
   };
 
   std::unique_ptr<qov::TestRouter> makeRouter();
   Period* nextUntil(Duration end);
   void tick(Period& period);
+  void moveOn(Period& period);
+  /// Starts the periods anew of tasks whose every() was called.
+  void noteNewPeriods();
 
   // What the kit has made itself.
   const std::unique_ptr<QOVTestProcess> ownProcess_;
