@@ -10,9 +10,9 @@
 #include <string>
 
 #include <qovpub/qov_common_debugkit.h>
-#include <qovpub/qov_task_mgr.h>
 
 #include "diag/log_ids.h"
+#include "task/module_context.h"
 
 namespace qov {
 namespace {
@@ -49,19 +49,21 @@ std::string nameOf(const std::type_info& type) {
 }  // namespace
 
 void ModuleLibrary::set(CQOV_TaskMgr& manager, ACE_DLL_Handle& library) {
+  ModuleContext* const context = ModuleContext::of(manager);
   link_map* map = nullptr;
-  if (::dlinfo(library.get_handle(), RTLD_DI_LINKMAP, &map) == 0) {
-    manager.library_ = map;
+  if (context != nullptr && ::dlinfo(library.get_handle(), RTLD_DI_LINKMAP, &map) == 0) {
+    context->library_ = map;
   }
 }
 
 void ModuleLibrary::checkClass(CQOV_TaskMgr& manager, const std::type_info& type) {
-  const link_map* own = manager.library_;
+  ModuleContext* const context = ModuleContext::of(manager);
+  const link_map* own = context != nullptr ? context->library_.load() : nullptr;
   const link_map* const found = own == nullptr ? nullptr : libraryOf(&type);
   if (found == nullptr || found == own || !isModule(*found)) {
     return;
   }
-  own = manager.library_.exchange(nullptr);
+  own = context->library_.exchange(nullptr);
   CQOVDebugKit* const kit = CQOVDebugKitMgr::instance()->find(0);
   if (own != nullptr && kit != nullptr) {
     kit->warn(log_id::kForeignClass, __FUNCTION__, __LINE__,

@@ -22,6 +22,7 @@
 #include "module/shutdown_watch.h"
 #include "module/table_guards.h"
 #include "task/ending_thread.h"
+#include "task/module_context.h"
 #include "task/running_managers.h"
 
 template class ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>;
@@ -233,7 +234,7 @@ bool CQOV_Module_Loader::Work::startModule(CQOV_TaskMgr& manager, const std::str
                                            ACE_DLL_Handle& dll, CQOVDebugKitGuard& guard) {
   bool started = false;
   std::string whyNot = "init() returned false";
-  manager.stoppedBeforeDeleted_ = true;
+  qov::ModuleContext::of(manager)->stoppedBeforeDeleted_ = true;
   try {
     started = manager.init();
   } catch (...) {

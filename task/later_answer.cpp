@@ -1,9 +1,7 @@
 #include "task/later_answer.h"
 
 #include <qovpub/qov_common_debugkit.h>
-#include <qovpub/qov_leader_task.h>
 #include <qovpub/qov_task.h>
-#include <qovpub/qov_task_mgr.h>
 #include <qovpub/qov_task_scheduler.h>
 
 #include <cassert>
@@ -14,7 +12,7 @@
 
 #include "diag/log_ids.h"
 #include "task/ending_thread.h"
-#include "task/module_counters.h"
+#include "task/module_context.h"
 #include "task/send_cause.h"
 
 namespace qov {
@@ -44,7 +42,7 @@ QOVReason LaterAnswer::ask(CQOV_Task& sender, std::unique_ptr<CQOV_MsgPackage> r
                         "static QOVReason qov::LaterAnswer::ask(CQOV_Task&, "
                         "std::unique_ptr<CQOV_MsgPackage>, const ACE_Time_Value&, "
                         "QOVRequest::Continuation)");
-  CQOV_Leader_Task* const leader = sender.taskMgr()->leader_.get();
+  CQOV_Leader_Task* const leader = ModuleContext::leaderOf(*sender.taskMgr());
   if (leader == nullptr) {
     return QOVReason::kStopped;
   }

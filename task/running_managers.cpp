@@ -1,7 +1,5 @@
 #include "task/running_managers.h"
 
-#include <qovpub/qov_task_mgr.h>
-
 #include <algorithm>
 #include <condition_variable>
 #include <cstddef>
@@ -13,6 +11,7 @@
 #include "frame/env/current_step.h"
 #include "module/module_shutdown.h"
 #include "task/dispatcher.h"
+#include "task/module_context.h"
 
 namespace qov {
 
@@ -85,7 +84,7 @@ std::vector<QOVModuleStats> RunningManagers::stats() {
     Registry& running = registry();
     const std::lock_guard<std::mutex> held(running.mutex);
     for (const CQOV_TaskMgr* const manager : running.managers) {
-      all.push_back(manager->stats());
+      all.push_back(ModuleContext::statsOf(*manager));
     }
   }
   std::stable_sort(all.begin(), all.end(), [](const QOVModuleStats& a, const QOVModuleStats& b) {
@@ -98,7 +97,7 @@ void RunningManagers::tellEnded(std::uint8_t id) {
   Registry& running = registry();
   const std::lock_guard<std::mutex> held(running.mutex);
   for (const CQOV_TaskMgr* const manager : running.managers) {
-    manager->leader_->dispatcher_->noteEnded(id);
+    ModuleContext::leaderOf(*manager)->dispatcher_->noteEnded(id);
   }
 }
 

@@ -2,9 +2,7 @@
 #include <ace/Thread_Manager.h>
 #include <pthread.h>
 #include <qovpub/qov_common_debugkit.h>
-#include <qovpub/qov_leader_task.h>
 #include <qovpub/qov_task.h>
-#include <qovpub/qov_task_mgr.h>
 
 #include <cerrno>
 #include <memory>
@@ -13,14 +11,23 @@
 
 #include "diag/log_ids.h"
 #include "task/message_block.h"
-#include "task/module_counters.h"
+#include "task/module_context.h"
 #include "task/response_slot.h"
-#include "task/started_tasks.h"
 #include "task/task_queue.h"
 #include "task/thread_name.h"
 #include "task/thread_tasks.h"
 
+using qov::ModuleContext;
 using qov::ThreadTasks;
+
+namespace {
+
+std::shared_ptr<qov::StartedTasks> startedTasksOf(const CQOV_TaskMgr* mgr) {
+  const ModuleContext* const context = mgr != nullptr ? ModuleContext::of(*mgr) : nullptr;
+  return context != nullptr ? context->startedTasks_ : nullptr;
+}
+
+}  // namespace
 
 CQOV_Task::CQOV_Task(CQOV_TaskMgr* mgr) : CQOV_Task(mgr, std::make_unique<qov::TaskQueue>()) {}
 
@@ -28,7 +35,7 @@ CQOV_Task::CQOV_Task(CQOV_TaskMgr* mgr, std::unique_ptr<qov::TaskQueue> queue)
     : ACE_Task<ACE_MT_SYNCH>(nullptr, queue.get()),
       taskMgr_(mgr),
       queue_(std::move(queue)),
-      startedTasks_(mgr != nullptr ? mgr->startedTasks_ : nullptr) {}
+      startedTasks_(startedTasksOf(mgr)) {}
 
 CQOV_Task::~CQOV_Task() {
   ThreadTasks::instance().unbindAll(this);
@@ -39,7 +46,7 @@ CQOV_Task::~CQOV_Task() {
 }
 
 qov::ModuleCounters& CQOV_Task::counters() const {
-  return *taskMgr_->counters_;
+  return ModuleContext::of(*taskMgr_)->counters_;
 }
 
 void CQOV_Task::notifyExit() {
@@ -99,7 +106,7 @@ int CQOV_Task::getMsg(ACE_Message_Block*& mb) {
 int CQOV_Task::activate(long flags, int n_threads, int force_active, long priority, int grp_id,
                         ACE_Task_Base* task, ACE_hthread_t thread_handles[], void* stack[],
                         size_t stack_size[], ACE_thread_t thread_ids[], const char* thr_name[]) {
-  if (taskMgr_ != nullptr && taskMgr_->counters_ == nullptr) {
+  if (taskMgr_ != nullptr && ModuleContext::of(*taskMgr_) == nullptr) {
     // A manager that had no memory for its leader either.
     errno = ENOMEM;
     return -1;

@@ -1,6 +1,4 @@
 #include <qovpub/qov_common_debugkit.h>
-#include <qovpub/qov_leader_task.h>
-#include <qovpub/qov_task_mgr.h>
 #include <qovpub/qov_task_scheduler.h>
 
 #include <cerrno>
@@ -11,10 +9,9 @@
 #include "diag/log_ids.h"
 #include "module/module_library.h"
 #include "task/admission.h"
-#include "task/module_counters.h"
+#include "task/module_context.h"
 #include "task/running_managers.h"
 #include "task/start_task.h"
-#include "task/started_tasks.h"
 #include "task/thread_groups.h"
 
 namespace {
@@ -36,34 +33,48 @@ auto orNull(Make make) -> decltype(make()) {
   }
 }
 
-std::unique_ptr<CQOV_Leader_Task> makeLeader(CQOV_TaskMgr* mgr, unsigned int poolSize) {
-  return orNull([&] { return std::make_unique<CQOV_Leader_Task>(mgr, poolSize); });
-}
-
 /// Registers a debug kit for a module; null when the id has one already, or without memory.
 CQOVDebugKit* registerKit(const std::string& name, unsigned int moduleId) {
   auto kit = orNull([&] { return std::make_unique<CQOVDebugKit>(name, moduleId); });
   return CQOVDebugKitMgr::instance()->add(kit.get()) == 1 ? kit.release() : nullptr;
 }
 
+void joinTasks(qov::StartedTasks& started) {
+  // Tasks that still run may start others, so this goes on until it finds no new ones.
+  while (CQOV_Task* const task = started.nextToJoin()) {
+    qov::joinThreadsOf(*task);
+  }
+}
+
+void joinSpawned(unsigned int moduleId) {
+  const int group = static_cast<int>(moduleId);
+  if (const std::size_t count = qov::threadsIn(group); count > 0) {
+    CQOVDebugKitGuard log(qov::kPublicKit, "void joinSpawned(unsigned int)");
+    log.warn(qov::log_id::kGroupThreadsLeft, __FUNCTION__, __LINE__,
+             "Module(%d) finds %u threads in its group and joins those that can be.", group,
+             static_cast<unsigned int>(count));
+  }
+  qov::joinThreadsIn(group);
+}
+
 }  // namespace
 
 CQOV_TaskMgr::CQOV_TaskMgr(unsigned int moduleId, unsigned int poolSize, const char* name)
     : moduleId_(moduleId),
-      startedTasks_(orNull([] { return std::make_shared<qov::StartedTasks>(); })),
-      counters_(orNull([] { return std::make_unique<qov::ModuleCounters>(); })),
-      leader_(startedTasks_ != nullptr && counters_ != nullptr ? makeLeader(this, poolSize)
-                                                               : nullptr),
-      name_(name != nullptr ? name : kDefaultName) {
+      name_(name != nullptr ? name : kDefaultName),
+      context_(orNull([] { return std::make_unique<qov::ModuleContext>(); })) {
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "CQOV_TaskMgr::CQOV_TaskMgr(unsigned int, unsigned int, const char*)");
-  if (leader_ != nullptr) {
-    leader_->grp_id(static_cast<int>(moduleId));
+  if (context_ != nullptr) {
+    context_->leader_ = orNull([&] { return std::make_unique<CQOV_Leader_Task>(this, poolSize); });
+  }
+  if (leader() != nullptr) {
+    leader()->grp_id(static_cast<int>(moduleId));
     // Already here: the constructor of a derived class may start threads.
-    startedTasks_->enterGroup(gid());
+    context_->startedTasks_->enterGroup(gid());
   }
   kit_ = registerKit(name_, moduleId);
-  if (leader_ == nullptr) {
+  if (leader() == nullptr) {
     // Last, since what comes before may set it too.
     errno = ENOMEM;
   }
@@ -72,13 +83,13 @@ CQOV_TaskMgr::CQOV_TaskMgr(unsigned int moduleId, unsigned int poolSize, const c
 CQOV_TaskMgr::~CQOV_TaskMgr() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual CQOV_TaskMgr::~CQOV_TaskMgr()");
   stop();
-  if (leader_ != nullptr) {
-    if (startedTasks_->leaveGroup()) {
-      joinSpawned();
+  if (leader() != nullptr) {
+    if (context_->startedTasks_->leaveGroup()) {
+      joinSpawned(moduleId_);
     }
     // The pool may have got some more since the stop.
-    joinTasks();
-    leader_.reset();
+    joinTasks(*context_->startedTasks_);
+    context_->leader_.reset();
   }
   // The id may belong to somebody else's kit.
   if (kit_ != nullptr && CQOVDebugKitMgr::instance()->find(moduleId_) == kit_) {
@@ -88,33 +99,15 @@ CQOV_TaskMgr::~CQOV_TaskMgr() {
 
 void CQOV_TaskMgr::stop() {
   qov::RunningManagers::remove(*this);
-  if (leader_ == nullptr || stopped_) {
+  if (leader() == nullptr || context_->stopped_) {
     return;
   }
-  stopped_ = true;
-  leader_->notifyExit();
-  qov::joinThreadsOf(*leader_);
+  context_->stopped_ = true;
+  leader()->notifyExit();
+  qov::joinThreadsOf(*leader());
   // A leader that never ran has told nobody yet.
-  leader_->end();
-  joinTasks();
-}
-
-void CQOV_TaskMgr::joinTasks() {
-  // Tasks that still run may start others, so this goes on until it finds no new ones.
-  while (CQOV_Task* const task = startedTasks_->nextToJoin()) {
-    qov::joinThreadsOf(*task);
-  }
-}
-
-void CQOV_TaskMgr::joinSpawned() {
-  const int group = static_cast<int>(moduleId_);
-  if (const std::size_t count = qov::threadsIn(group); count > 0) {
-    CQOVDebugKitGuard log(qov::kPublicKit, "void CQOV_TaskMgr::joinSpawned()");
-    log.warn(qov::log_id::kGroupThreadsLeft, __FUNCTION__, __LINE__,
-             "Module(%d) finds %u threads in its group and joins those that can be.", group,
-             static_cast<unsigned int>(count));
-  }
-  qov::joinThreadsIn(group);
+  leader()->end();
+  joinTasks(*context_->startedTasks_);
 }
 
 bool CQOV_TaskMgr::initEnv() {
@@ -124,40 +117,28 @@ bool CQOV_TaskMgr::initEnv() {
 
 bool CQOV_TaskMgr::init() {
   CQOVDebugKitGuard log(qov::kPublicKit, "bool CQOV_TaskMgr::init()");
-  if (leader_ == nullptr) {
+  if (leader() == nullptr) {
     return false;
   }
   qov::RunningManagers::add(*this);
-  if (!leader_->run()) {
+  if (!leader()->run()) {
     return false;
   }
-  if (!stoppedBeforeDeleted_ && !leader_->scheduler().waitForPool(kPoolSeconds)) {
+  if (!context_->stoppedBeforeDeleted_ && !leader()->scheduler().waitForPool(kPoolSeconds)) {
     log.warn(qov::log_id::kPoolLate, __FUNCTION__, __LINE__,
              "Module(%d) thread pool does not stand after %u seconds.", moduleId(), kPoolSeconds);
   }
   return initEnv();
 }
 
-QOVModuleStats CQOV_TaskMgr::stats() const {
-  QOVModuleStats stats = counters_->read();
-  stats.moduleId_ = moduleId_;
-  stats.name_ = name_;
-  const qov::Admission& admission = leader_->admission();
-  stats.waiting_ += admission.bookedBlocks();
-  stats.highestWaiting_ = admission.mostBookedBlocks();
-  stats.waitingBytes_ = admission.booked();
-  stats.highestWaitingBytes_ = admission.mostBooked();
-  return stats;
-}
-
 CQOV_Leader_Task* CQOV_TaskMgr::leader() const {
-  return leader_.get();
+  return context_ != nullptr ? context_->leader_.get() : nullptr;
 }
 
 int CQOV_TaskMgr::gid() {
   CQOVDebugKitGuard log(qov::kPublicKit, "int CQOV_TaskMgr::gid()");
   // Not ACE's own notion of the group: that is -1 for as long as the leader is being started.
-  return leader_ != nullptr ? static_cast<int>(moduleId_) : -1;
+  return leader() != nullptr ? static_cast<int>(moduleId_) : -1;
 }
 
 int CQOV_TaskMgr::idle(CQOV_Task* task) {
@@ -166,19 +147,19 @@ int CQOV_TaskMgr::idle(CQOV_Task* task) {
     errno = EINVAL;
     return -1;
   }
-  return leader_ != nullptr ? leader_->scheduler().return_to_work(task) : -1;
+  return leader() != nullptr ? leader()->scheduler().return_to_work(task) : -1;
 }
 
 int CQOV_TaskMgr::putq(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "int CQOV_TaskMgr::putq(ACE_Message_Block*, ACE_Time_Value*)");
-  if (leader_ == nullptr) {
+  if (leader() == nullptr) {
     errno = ESHUTDOWN;
     return -1;
   }
-  const int count = leader_->msg_queue()->enqueue_tail(mb, timeout);
+  const int count = leader()->msg_queue()->enqueue_tail(mb, timeout);
   if (count == -1 && errno == EWOULDBLOCK) {
-    counters_->refused_.add();
+    context_->counters_.refused_.add();
   }
   return count;
 }
@@ -193,9 +174,25 @@ int CQOV_TaskMgr::insertStaticScheduledTask(CQOV_StaticSchecheduledTask* task) {
   }
   qov::ModuleLibrary::check(*this, *task);
   ACE_thread_t thread = 0;
-  if (leader_ == nullptr || qov::startTask(*task, gid(), {moduleId_, "static"}, thread) != 0) {
+  if (leader() == nullptr || qov::startTask(*task, gid(), {moduleId_, "static"}, thread) != 0) {
     return -1;
   }
-  leader_->insertStaticScheduledTask(thread, task);
+  leader()->insertStaticScheduledTask(thread, task);
   return 0;
 }
+
+namespace qov {
+
+QOVModuleStats ModuleContext::statsOf(const CQOV_TaskMgr& manager) {
+  QOVModuleStats stats = of(manager)->counters_.read();
+  stats.moduleId_ = manager.moduleId();
+  stats.name_ = manager.name();
+  const Admission& admission = leaderOf(manager)->admission();
+  stats.waiting_ += admission.bookedBlocks();
+  stats.highestWaiting_ = admission.mostBookedBlocks();
+  stats.waitingBytes_ = admission.booked();
+  stats.highestWaitingBytes_ = admission.mostBooked();
+  return stats;
+}
+
+}  // namespace qov

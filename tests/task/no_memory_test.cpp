@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "task/leader_queue.h"
+#include "task/module_context.h"
 #include "task/pending_requests.h"
 #include "task/thread_tasks.h"
 #include "task/wait_reactor.h"
@@ -202,7 +203,7 @@ TEST_F(TaskNoMemoryTest, AnExitNoticeThatCannotBeQueuedIsLoggedAllTheSame) {
 }
 
 TEST_F(TaskNoMemoryTest, AModuleWithoutALeaderDoesNothingAndSurvives) {
-  for (const std::size_t size : {sizeof(qov::ModuleCounters), sizeof(CQOV_Leader_Task),
+  for (const std::size_t size : {sizeof(qov::ModuleContext), sizeof(CQOV_Leader_Task),
                                  sizeof(qov::LeaderQueue), sizeof(CQOV_TaskScheduler)}) {
     errno = 0;
     std::optional<TestModule> module;

@@ -5,24 +5,16 @@
 #include <ace/Time_Value.h>
 #include <qovpub/qov_export.h>
 
-#include <atomic>
 #include <memory>
 #include <string>
 
 class CQOVDebugKit;
 class CQOV_Leader_Task;
-class CQOV_Module_Loader;
 class CQOV_StaticSchecheduledTask;
 class CQOV_Task;
-struct QOVModuleStats;
-struct link_map;
 
 namespace qov {
-class LaterAnswer;
-class ModuleCounters;
-class ModuleLibrary;
-class RunningManagers;
-class StartedTasks;
+struct ModuleContext;
 }  // namespace qov
 
 /// The runtime object of one module: owns the module's leader thread and, through it, the scheduler
@@ -133,36 +125,14 @@ class QOV_EXPORT CQOV_TaskMgr {
   CQOV_Leader_Task* leader() const;
 
  private:
-  friend class CQOV_Leader_Task;
-  friend class CQOV_Module_Loader;
-  friend class CQOV_Task;
-  friend class qov::LaterAnswer;
-  friend class qov::ModuleLibrary;
-  friend class qov::RunningManagers;
-
-  /// While init() has succeeded or is under way, and stop() has not begun.
-  QOVModuleStats stats() const;
-  void joinTasks();
-  void joinSpawned();
+  friend struct qov::ModuleContext;
 
   // Constant after construction.
   const unsigned int moduleId_;
-  const std::shared_ptr<qov::StartedTasks> startedTasks_;
-  const std::unique_ptr<qov::ModuleCounters> counters_;
-  std::unique_ptr<CQOV_Leader_Task> leader_;
-  std::string name_;
+  const std::string name_;
+  const std::unique_ptr<qov::ModuleContext> context_;
   // The kit that this manager registered; null when its id was taken.
   CQOVDebugKit* kit_;
-
-  // The library that the loader opened; null without a loader, or when it has told of a class that
-  // comes from elsewhere.
-  std::atomic<const link_map*> library_{nullptr};
-
-  // Whoever stops the manager: the loading thread, or the thread that calls exit(). Never both at a
-  // time (RunningManagers::remove()).
-  bool stopped_ = false;
-  // Set by who calls stop() before the manager is deleted.
-  bool stoppedBeforeDeleted_ = false;
 };
 
 #endif

@@ -1,0 +1,45 @@
+#ifndef QOV_TASK_MODULE_CONTEXT_H
+#define QOV_TASK_MODULE_CONTEXT_H
+
+#include <qovpub/qov_leader_task.h>
+#include <qovpub/qov_stats.h>
+#include <qovpub/qov_task_mgr.h>
+
+#include <atomic>
+#include <memory>
+
+#include "task/module_counters.h"
+#include "task/started_tasks.h"
+
+struct link_map;
+
+namespace qov {
+
+/// What the runtime keeps of one module, for its task manager.
+struct ModuleContext {
+  /// Null without memory for it.
+  static ModuleContext* of(const CQOV_TaskMgr& manager) { return manager.context_.get(); }
+  /// Null without memory for it.
+  static CQOV_Leader_Task* leaderOf(const CQOV_TaskMgr& manager) { return manager.leader(); }
+  /// While init() has succeeded or is under way, and stop() has not begun.
+  static QOVModuleStats statsOf(const CQOV_TaskMgr& manager);
+
+  // Constant after construction. The tasks share what they are noted in.
+  const std::shared_ptr<StartedTasks> startedTasks_ = std::make_shared<StartedTasks>();
+  ModuleCounters counters_{};
+  std::unique_ptr<CQOV_Leader_Task> leader_{};
+
+  // The library that the loader opened; null without a loader, or when it has told of a class that
+  // comes from elsewhere.
+  std::atomic<const link_map*> library_{nullptr};
+
+  // Whoever stops the manager: the loading thread, or the thread that calls exit(). Never both at a
+  // time (RunningManagers::remove()).
+  bool stopped_ = false;
+  // Set by who calls stop() before the manager is deleted.
+  bool stoppedBeforeDeleted_ = false;
+};
+
+}  // namespace qov
+
+#endif
