@@ -26,23 +26,18 @@ constexpr const char* kDefaultName = "12CQOV_TaskMgr";
 /// How long init() waits for the pool at the most.
 constexpr unsigned int kPoolSeconds = 30;
 
-/// What `make` gives; null without memory.
-template <class Make>
-auto orNull(Make make) -> decltype(make()) {
+/// Null without memory.
+std::unique_ptr<CQOV_Leader_Task> makeLeader(CQOV_TaskMgr* mgr, unsigned int poolSize) {
   try {
-    return make();
+    return std::make_unique<CQOV_Leader_Task>(mgr, poolSize);
   } catch (const std::bad_alloc&) {
     return nullptr;
   }
 }
 
-std::unique_ptr<CQOV_Leader_Task> makeLeader(CQOV_TaskMgr* mgr, unsigned int poolSize) {
-  return orNull([&] { return std::make_unique<CQOV_Leader_Task>(mgr, poolSize); });
-}
-
-/// Registers a debug kit for a module; null when the id has one already, or without memory.
+/// Registers a debug kit for a module; null when the id has one already.
 CQOVDebugKit* registerKit(const std::string& name, unsigned int moduleId) {
-  auto kit = orNull([&] { return std::make_unique<CQOVDebugKit>(name, moduleId); });
+  auto kit = std::make_unique<CQOVDebugKit>(name, moduleId);
   return CQOVDebugKitMgr::instance()->add(kit.get()) == 1 ? kit.release() : nullptr;
 }
 
@@ -50,20 +45,18 @@ CQOVDebugKit* registerKit(const std::string& name, unsigned int moduleId) {
 
 CQOV_TaskMgr::CQOV_TaskMgr(unsigned int moduleId, unsigned int poolSize, const char* name)
     : moduleId_(moduleId),
-      startedTasks_(orNull([] { return std::make_shared<qov::StartedTasks>(); })),
-      counters_(orNull([] { return std::make_unique<qov::ModuleCounters>(); })),
-      leader_(startedTasks_ != nullptr && counters_ != nullptr ? makeLeader(this, poolSize)
-                                                               : nullptr),
+      startedTasks_(std::make_shared<qov::StartedTasks>()),
+      counters_(std::make_unique<qov::ModuleCounters>()),
+      leader_(makeLeader(this, poolSize)),
       name_(name != nullptr ? name : kDefaultName) {
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "CQOV_TaskMgr::CQOV_TaskMgr(unsigned int, unsigned int, const char*)");
+  kit_ = registerKit(name_, moduleId);
   if (leader_ != nullptr) {
     leader_->grp_id(static_cast<int>(moduleId));
     // Already here: the constructor of a derived class may start threads.
     startedTasks_->enterGroup(gid());
-  }
-  kit_ = registerKit(name_, moduleId);
-  if (leader_ == nullptr) {
+  } else {
     // Last, since what comes before may set it too.
     errno = ENOMEM;
   }
