@@ -17,7 +17,6 @@ namespace qov {
 
 /// What the runtime keeps of one module, for its task manager.
 struct ModuleContext {
-  /// Null without memory for it.
   static ModuleContext* of(const CQOV_TaskMgr& manager) { return manager.context_.get(); }
   /// Null without memory for it.
   static CQOV_Leader_Task* leaderOf(const CQOV_TaskMgr& manager) { return manager.leader(); }

@@ -2,6 +2,7 @@
 
 #include <qovpub/qov_task.h>
 
+#include <cassert>
 #include <cerrno>
 #include <memory>
 #include <new>
@@ -83,6 +84,7 @@ void PendingRequests::drop(const MsgKey& key, int cause) {
 
 void PendingRequests::timeOut(const void* act) {
   const auto request = requests_.find(static_cast<const Requests::value_type*>(act)->first);
+  assert(request != requests_.end());
   request->second.sender_.timerId_ = kNoTimer;
   counters_.timedOut_.add();
   wake(remove(request), ETIMEDOUT);

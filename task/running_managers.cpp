@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <cstddef>
 #include <mutex>
-#include <new>
 #include <thread>
 #include <vector>
 
@@ -27,9 +25,8 @@ struct Registry {
 };
 
 Registry& registry() {
-  // Never destroyed: managers may go after every static object. They may ask without memory, too.
-  alignas(Registry) static std::byte room[sizeof(Registry)];
-  static Registry& only = *new (room) Registry;
+  // Never destroyed: managers may go after every static object.
+  static Registry& only = *new Registry;
   return only;
 }
 
@@ -54,10 +51,7 @@ void RunningManagers::add(CQOV_TaskMgr& manager) {
   Registry& all = registry();
   {
     const std::lock_guard<std::mutex> held(all.mutex);
-    try {
-      all.managers.push_back(&manager);
-    } catch (const std::bad_alloc&) {
-    }
+    all.managers.push_back(&manager);
   }
   // ACE's own exit handler is older, so this one comes before it.
   ModuleShutdown::stopAtExit();

@@ -15,8 +15,7 @@ namespace qov {
 ///
 /// Thread: any.
 /// Owns:   nothing.
-/// Errors: a manager for which there is no memory is not stopped at exit, nor in stats(), which
-///         throws std::bad_alloc without memory for itself.
+/// Errors: add() and stats() throw std::bad_alloc.
 class RunningManagers {
  public:
   static void add(CQOV_TaskMgr& manager);

@@ -42,7 +42,6 @@ CQOV_Task::~CQOV_Task() {
   if (startedTasks_) {
     startedTasks_->remove(this);
   }
-  ACE_Message_Block::release(reservedStop_);
 }
 
 qov::ModuleCounters& CQOV_Task::counters() const {
@@ -51,29 +50,18 @@ qov::ModuleCounters& CQOV_Task::counters() const {
 
 void CQOV_Task::notifyExit() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual void CQOV_Task::notifyExit()");
-  ACE_Message_Block* stop = qov::makeStopBlock();
-  const bool noMemory = stop == nullptr;
-  if (noMemory) {
-    // A thread that is never told to end would be joined without end.
-    stop = reservedStop_.exchange(nullptr);
-  }
+  ACE_Message_Block* const stop = qov::makeStopBlock();
   if (stop != nullptr && msg_queue()->enqueue_tail(stop) == -1) {
     // The queue is closed: the task has ended or is about to.
     stop->release();
   }
-  if (noMemory) {
+  log.info(qov::log_id::kTaskToldToExit, __FUNCTION__, __LINE__, "Task will exit!");
+  if (stop == nullptr) {
+    if (started_) {
+      throw std::bad_alloc();  // its thread would be joined without end
+    }
     errno = ENOMEM;
   }
-  log.info(qov::log_id::kTaskToldToExit, __FUNCTION__, __LINE__, "Task will exit!");
-}
-
-bool CQOV_Task::reserveStop() {
-  if (reservedStop_ != nullptr) {
-    return true;
-  }
-  ACE_Message_Block* const stop = qov::makeStopBlock();
-  ACE_Message_Block::release(reservedStop_.exchange(stop));
-  return stop != nullptr;
 }
 
 int CQOV_Task::wakeup() {
@@ -106,14 +94,6 @@ int CQOV_Task::getMsg(ACE_Message_Block*& mb) {
 int CQOV_Task::activate(long flags, int n_threads, int force_active, long priority, int grp_id,
                         ACE_Task_Base* task, ACE_hthread_t thread_handles[], void* stack[],
                         size_t stack_size[], ACE_thread_t thread_ids[], const char* thr_name[]) {
-  if (taskMgr_ != nullptr && ModuleContext::of(*taskMgr_) == nullptr) {
-    // A manager that had no memory for its leader either.
-    errno = ENOMEM;
-    return -1;
-  }
-  if (!reserveStop()) {
-    return -1;
-  }
   const std::size_t count = n_threads > 0 ? static_cast<std::size_t>(n_threads) : 0;
   const std::unique_ptr<ACE_thread_t[]> ids(new (std::nothrow) ACE_thread_t[count]{});
   if (ids == nullptr) {

@@ -23,19 +23,18 @@ constexpr const char* kDefaultName = "12CQOV_TaskMgr";
 /// How long init() waits for the pool at the most.
 constexpr unsigned int kPoolSeconds = 30;
 
-/// What `make` gives; null without memory.
-template <class Make>
-auto orNull(Make make) -> decltype(make()) {
+/// Null without memory.
+std::unique_ptr<CQOV_Leader_Task> makeLeader(CQOV_TaskMgr* mgr, unsigned int poolSize) {
   try {
-    return make();
+    return std::make_unique<CQOV_Leader_Task>(mgr, poolSize);
   } catch (const std::bad_alloc&) {
     return nullptr;
   }
 }
 
-/// Registers a debug kit for a module; null when the id has one already, or without memory.
+/// Registers a debug kit for a module; null when the id has one already.
 CQOVDebugKit* registerKit(const std::string& name, unsigned int moduleId) {
-  auto kit = orNull([&] { return std::make_unique<CQOVDebugKit>(name, moduleId); });
+  auto kit = std::make_unique<CQOVDebugKit>(name, moduleId);
   return CQOVDebugKitMgr::instance()->add(kit.get()) == 1 ? kit.release() : nullptr;
 }
 
@@ -62,19 +61,16 @@ void joinSpawned(unsigned int moduleId) {
 CQOV_TaskMgr::CQOV_TaskMgr(unsigned int moduleId, unsigned int poolSize, const char* name)
     : moduleId_(moduleId),
       name_(name != nullptr ? name : kDefaultName),
-      context_(orNull([] { return std::make_unique<qov::ModuleContext>(); })) {
+      context_(std::make_unique<qov::ModuleContext>()) {
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "CQOV_TaskMgr::CQOV_TaskMgr(unsigned int, unsigned int, const char*)");
-  if (context_ != nullptr) {
-    context_->leader_ = orNull([&] { return std::make_unique<CQOV_Leader_Task>(this, poolSize); });
-  }
+  context_->leader_ = makeLeader(this, poolSize);
+  kit_ = registerKit(name_, moduleId);
   if (leader() != nullptr) {
     leader()->grp_id(static_cast<int>(moduleId));
     // Already here: the constructor of a derived class may start threads.
     context_->startedTasks_->enterGroup(gid());
-  }
-  kit_ = registerKit(name_, moduleId);
-  if (leader() == nullptr) {
+  } else {
     // Last, since what comes before may set it too.
     errno = ENOMEM;
   }

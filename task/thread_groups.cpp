@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <new>
 
 namespace qov {
 
@@ -32,7 +33,7 @@ class ReservedGroups {
 
 const ReservedGroups kReserved;
 
-/// Threads that run, with zeros behind them. Needs no memory, which a stop may not have.
+/// Threads that run, with zeros behind them.
 using ThreadIds = std::array<ACE_thread_t, 64>;
 
 constexpr ACE_thread_t kNobody{};
@@ -47,25 +48,11 @@ ThreadIds idsIn(int group) {
   return ids;
 }
 
-ThreadIds idsOf(CQOV_Task& task) {
-  ThreadIds ids{};
-  threads().thread_list(&task, ids.data(), ids.size());
-  return ids;
-}
-
-/// Runs ACE's `wait`. Where that has no memory for its copy of the list of threads, those that
-/// `list` gives are joined one by one; those that have ended already are left to ACE, which joins
-/// them when the process ends.
-template <class Wait, class List>
-void waitOrJoin(Wait wait, List list) {
-  if (wait() == 0 || errno != ENOMEM) {
-    return;
-  }
-  for (bool joined = true; joined;) {
-    joined = false;
-    for (const ACE_thread_t id : list()) {
-      joined = (id != kNobody && threads().join(id) == 0) || joined;
-    }
+/// `result` is that of one of ACE's waits, which copies the list of threads. Going on with threads
+/// that were not joined is no choice.
+void hasJoined(int result) {
+  if (result == -1 && errno == ENOMEM) {
+    throw std::bad_alloc();
   }
 }
 
@@ -87,14 +74,14 @@ void joinThreadsIn(int group) {
   ThreadIds left = idsIn(group);
   do {
     before = left;
-    waitOrJoin([group] { return threads().wait_grp(group); }, [group] { return idsIn(group); });
+    hasJoined(threads().wait_grp(group));
     left = idsIn(group);
     // Who was there before is joined or cannot be. Somebody else was started meanwhile.
   } while (left != before);
 }
 
 void joinThreadsOf(CQOV_Task& task) {
-  waitOrJoin([&task] { return threads().wait_task(&task); }, [&task] { return idsOf(task); });
+  hasJoined(threads().wait_task(&task));
 }
 
 }  // namespace qov

@@ -3,7 +3,6 @@
 #include <ace/Guard_T.h>
 
 #include <iterator>
-#include <new>
 
 namespace qov {
 
@@ -31,11 +30,7 @@ void ThreadTasks::unbind(ACE_thread_t thread, const CQOV_Task* task) {
     tasks_.unbind(thread);
     return;
   }
-  try {
-    endedEarly_.emplace(thread, task);
-  } catch (const std::bad_alloc&) {
-    // The thread may stay bound then until its task goes, which is better than no end.
-  }
+  endedEarly_.emplace(thread, task);
 }
 
 void ThreadTasks::unbindAll(const CQOV_Task* task) {

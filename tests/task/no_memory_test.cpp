@@ -1,23 +1,21 @@
 #include <ace/Reactor.h>
-#include <ace/Thread_Manager.h>
 #include <ace/Timer_Queue_T.h>
 #include <gtest/gtest.h>
 #include <qovplatform/platform_guard.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_task_scheduler.h>
 
-#include <atomic>
 #include <cerrno>
-#include <chrono>
+#include <csignal>
 #include <memory>
 #include <new>
 #include <optional>
 #include <vector>
 
+#include "module/uncaught.h"
 #include "task/leader_queue.h"
 #include "task/module_context.h"
 #include "task/pending_requests.h"
-#include "task/thread_tasks.h"
 #include "task/wait_reactor.h"
 #include "tests/support/failing_allocations.h"
 #include "tests/task/task_fixture.h"
@@ -203,8 +201,8 @@ TEST_F(TaskNoMemoryTest, AnExitNoticeThatCannotBeQueuedIsLoggedAllTheSame) {
 }
 
 TEST_F(TaskNoMemoryTest, AModuleWithoutALeaderDoesNothingAndSurvives) {
-  for (const std::size_t size : {sizeof(qov::ModuleContext), sizeof(CQOV_Leader_Task),
-                                 sizeof(qov::LeaderQueue), sizeof(CQOV_TaskScheduler)}) {
+  for (const std::size_t size :
+       {sizeof(CQOV_Leader_Task), sizeof(qov::LeaderQueue), sizeof(CQOV_TaskScheduler)}) {
     errno = 0;
     std::optional<TestModule> module;
     bool failed = false;
@@ -235,21 +233,6 @@ TEST_F(TaskNoMemoryTest, AModuleWithoutALeaderDoesNothingAndSurvives) {
   }
 }
 
-TEST_F(TaskNoMemoryTest, AModuleIsMadeWithItsLeaderOrWithoutWhicheverMemoryIsMissing) {
-  long failures = 0;
-  bool failed = true;
-  for (; failed; ++failures) {
-    std::optional<TestModule> module;
-    {
-      const FailingAllocations fail(failures, 1);
-      module.emplace(ignore, 2, kModule + 1);
-      failed = fail.hasFailed();
-    }
-    EXPECT_EQ(module->gid() != -1, module->init());
-  }
-  EXPECT_LT(10, failures);
-}
-
 TEST_F(TaskNoMemoryTest, PendingRequestsAreMadeWithTheirTableOrNotAtAll) {
   ACE_Reactor& reactor = *ACE_Reactor::instance();
   qov::ModuleCounters counters;
@@ -273,7 +256,7 @@ TEST_F(TaskNoMemoryTest, AReactorIsMadeWholeOrNotAtAll) {
   EXPECT_LT(1024, failures);
 }
 
-TEST_F(TaskNoMemoryTest, AManagerWorksOrHasNoLeaderWhicheverAllocationOfItFails) {
+TEST_F(TaskNoMemoryTest, AManagerWorksOrHasNoLeaderOrIsNotMadeWhicheverAllocationOfItFails) {
   ACE_Reactor::instance();
   long failures = 0;
   for (bool failed = true; failed; ++failures) {
@@ -282,160 +265,56 @@ TEST_F(TaskNoMemoryTest, AManagerWorksOrHasNoLeaderWhicheverAllocationOfItFails)
     {
       const FailingAllocations fail(failures, 1);
       errno = 0;
-      module.emplace(ignore, 0, kModule + 1, "lone");
-      error = errno;
+      try {
+        module.emplace(ignore, 0, kModule + 1, "lone");
+        error = errno;
+      } catch (const std::bad_alloc&) {
+      }
       failed = fail.hasFailed();
     }
-    const bool works = module->gid() == kModule + 1;
-    EXPECT_EQ(works, module->init()) << "allocation " << failures;
-    EXPECT_TRUE(works || (failed && error == ENOMEM)) << "allocation " << failures;
+    const bool works = module && module->gid() == kModule + 1;
+    EXPECT_EQ(works, module && module->init()) << "allocation " << failures;
+    EXPECT_TRUE(works || !module || (failed && error == ENOMEM)) << "allocation " << failures;
   }
   // At least the timer wheel's nodes.
   EXPECT_LT(1024, failures);
 }
 
-TEST_F(TaskNoMemoryTest, AStartedTaskEndsThoughItCouldNotBeSentANewBlock) {
+TEST_F(TaskNoMemoryTest, OfAStartedTaskThatCannotBeToldToEndComesThrough) {
+  FunctionStaticTask own(&module_, {}, ignore);
+  ASSERT_EQ(0, module_.insertStaticScheduledTask(&own));
   // The block and its data part.
   for (int failure = 0; failure < 2; ++failure) {
-    FunctionStaticTask own(&module_, {}, ignore);
-    ASSERT_EQ(0, module_.insertStaticScheduledTask(&own));
-    {
-      const FailingAllocations fail(failure, 1);
-      errno = 0;
-      own.notifyExit();
-      EXPECT_EQ(ENOMEM, errno);
-      EXPECT_TRUE(fail.hasFailed());
-    }
-    EXPECT_EQ(failure + 1, log_.count("Task will exit!"));
-    const bool ended = log_.waitFor("Task(20) will exit!", failure + 1);
-    EXPECT_TRUE(ended);
-    if (!ended) {
-      own.notifyExit();
-    }
-    own.wait();
-  }
-}
-
-TEST_F(TaskNoMemoryTest, ATaskThatCouldNotBeToldToEndIsNotStarted) {
-  // The block, its data part, and room for the id of the thread.
-  for (int failure = 0; failure < 3; ++failure) {
-    FunctionStaticTask own(&module_, {}, ignore);
     const FailingAllocations fail(failure, 1);
-    errno = 0;
-    EXPECT_EQ(-1, module_.insertStaticScheduledTask(&own));
-    EXPECT_EQ(ENOMEM, errno);
-    EXPECT_TRUE(fail.hasFailed());
-    EXPECT_EQ(0U, own.thr_count());
+    EXPECT_THROW(own.notifyExit(), std::bad_alloc);
   }
+  own.notifyExit();
+  own.wait();
+  EXPECT_EQ(3, log_.count("Task will exit!"));
 }
 
-TEST_F(TaskNoMemoryTest, AThreadAndItsTaskEndWithout) {
-  constexpr ACE_thread_t kThread = 1;
-  auto task = std::make_unique<CQOV_Task>(&module_);
-  qov::ThreadTasks::instance().bind(kThread, task.get());
-  {
-    const FailingAllocations fail(0);
-    // As on a thread that ends before it is known.
-    EXPECT_NO_THROW(task->close());
-    EXPECT_TRUE(fail.hasFailed());
-    task.reset();
-  }
-  EXPECT_EQ(nullptr, qov::ThreadTasks::instance().find(kThread));
-}
-
-TEST_F(TaskNoMemoryTest, AModuleStopsAndGoesWithout) {
-  auto module = std::make_unique<TestModule>(ignore, 2, kModule + 1);
-  FunctionStaticTask own(module.get(), {}, ignore);
-  ASSERT_TRUE(module->init());
-  ASSERT_EQ(0, module->insertStaticScheduledTask(&own));
-  {
-    const FailingAllocations fail(0);
-    module.reset();
-    EXPECT_TRUE(fail.hasFailed());
-  }
+TEST_F(TaskNoMemoryTest, ATaskIsNotStartedWithoutRoomForItsThreadsId) {
+  FunctionStaticTask own(&module_, {}, ignore);
+  const FailingAllocations fail(0, 1);
+  errno = 0;
+  EXPECT_EQ(-1, module_.insertStaticScheduledTask(&own));
+  EXPECT_EQ(ENOMEM, errno);
+  EXPECT_TRUE(fail.hasFailed());
   EXPECT_EQ(0U, own.thr_count());
-  EXPECT_EQ(1, log_.count("Manager thread(21) exit!"));
-  EXPECT_EQ(3, log_.count("Task(21) will exit!"));
 }
 
-TEST_F(TaskNoMemoryTest, AModuleWhoseLeaderNeverRanStopsWithout) {
-  auto module = std::make_unique<TestModule>(ignore, 2, kModule + 1);
-  FunctionStaticTask own(module.get(), {}, ignore);
-  ASSERT_EQ(0, module->insertStaticScheduledTask(&own));
-  {
-    const FailingAllocations fail(0);
-    module.reset();
-    EXPECT_TRUE(fail.hasFailed());
-  }
-  EXPECT_EQ(0U, own.thr_count());
-  EXPECT_EQ(1, log_.count("Task(21) will exit!"));
-}
-
-TEST_F(TaskNoMemoryTest, AModuleJoinsAPlainThreadOfItsGroupWithout) {
-  struct PlainThread {
-    static ACE_THR_FUNC_RETURN run(void* argument) {
-      auto& self = *static_cast<PlainThread*>(argument);
-      EXPECT_TRUE(self.end_.waitFor());
-      // Long enough for somebody who does not wait.
-      EXPECT_FALSE(Latch().waitFor(1, std::chrono::milliseconds(100)));
-      self.ended_ = true;
-      return nullptr;
-    }
-    Latch end_;
-    std::atomic<bool> ended_{false};
-  };
-  PlainThread plain;
-  auto module = std::make_unique<TestModule>(ignore, 2, kModule + 1);
-  ASSERT_TRUE(module->init());
-  ASSERT_EQ(module->gid(), ACE_Thread_Manager::instance()->spawn(
-                               &PlainThread::run, &plain, THR_NEW_LWP | THR_JOINABLE, nullptr,
-                               nullptr, ACE_DEFAULT_THREAD_PRIORITY, module->gid()));
-  plain.end_.count();
-  {
-    const FailingAllocations fail(0);
-    module.reset();
-    EXPECT_TRUE(fail.hasFailed());
-  }
-  EXPECT_TRUE(plain.ended_);
-  // Joined already where that worked.
-  ACE_Thread_Manager::instance()->wait_grp(kModule + 1);
-}
-
-TEST_F(TaskNoMemoryTest, ALeaderWithoutEndsEveryThreadOfItsModule) {
-  /// The leader's thread has no memory from its first message to this task on until it has told it
-  /// to end, last of all: ACE forgets to join a thread that ends without.
-  class Last : public FunctionStaticTask {
-   public:
-    using FunctionStaticTask::FunctionStaticTask;
-    int putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout) override {
-      noMemory_.emplace(0);
-      return FunctionStaticTask::putMsg(type, mb, timeout);
-    }
-    void notifyExit() override {
-      FunctionStaticTask::notifyExit();
-      failed_ = noMemory_ && noMemory_->hasFailed();
-      noMemory_.reset();
-    }
-    bool failed_ = false;
-
-   private:
-    std::optional<FailingAllocations> noMemory_;
-  };
-  auto module = std::make_unique<TestModule>(ignore, 2, kModule + 1);
-  Latch handled;
-  Last own(module.get(), {1}, [&](CQOV_Task&, CQOV_MsgPackage&) {
-    handled.count();
-    return 0;
-  });
-  ASSERT_TRUE(module->init());
-  ASSERT_EQ(0, module->insertStaticScheduledTask(&own));
-  ASSERT_LT(0, module->putq(makeBlock(makeMessage(3, 1, kModule + 1)), nullptr));
-  ASSERT_TRUE(handled.waitFor());
-  module.reset();
-  EXPECT_TRUE(own.failed_);
-  EXPECT_EQ(0U, own.thr_count());
-  EXPECT_EQ(1, log_.count("Scheduler thread(21) received stop-message!"));
-  EXPECT_EQ(3, log_.count("Task(21) will exit!"));
+TEST(TaskNoMemoryDeathTest, AModuleThatCannotStopEndsTheProcessWithOneLine) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        qov::tellUncaught();
+        std::optional<TestModule> module;
+        module.emplace(ignore, 2, kModule + 1);
+        module->init();
+        const FailingAllocations fail(0);
+        module.reset();
+      },
+      ::testing::KilledBySignal(SIGABRT), "Failed to go on: Cannot allocate memory\n");
 }
 
 TEST_F(LeaderNoMemoryTest, TheSenderOfARequestThatCannotBeRememberedIsWokenAtOnce) {

@@ -47,7 +47,8 @@ class QOV_EXPORT CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
 
   /// Tells the task to end: queues an empty MB_STOP block behind what is queued already, also into
   /// a full queue, and logs "Task will exit!". A send() that waits ends without a response. Without
-  /// memory errno is ENOMEM; a task that was started is told all the same, once for each start.
+  /// memory errno is ENOMEM; for a task that was started std::bad_alloc is thrown, since whoever
+  /// joined its thread would wait without end.
   virtual void notifyExit();
 
   /// Ends the getMsg() that waits now, or else the next one, without a message. The leader calls it
@@ -153,9 +154,6 @@ class QOV_EXPORT CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   friend class qov::PendingRequests;
   friend class qov::StartedTasks;
 
-  /// Allocates the spare MB_STOP block that notifyExit() uses when memory is short. False, with
-  /// errno ENOMEM, when there is no memory for that either.
-  bool reserveStop();
   /// Forgets a wake-up or a response that came too late for the send() it was meant for.
   void forgetLateAnswer();
   /// Puts `block` into the leader's queue as CQOV_TaskMgr::putq() does, with a relative time-out.
@@ -200,9 +198,6 @@ class QOV_EXPORT CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   CQOV_Task* nextStarted_ = nullptr;
   bool told_ = false;
   bool joined_ = false;
-
-  // Owned: made by activate() and queued by the first notifyExit() that cannot make another.
-  std::atomic<ACE_Message_Block*> reservedStop_{nullptr};
 };
 
 /// A pooled worker: its thread takes one message at a time, calls the module's handler and returns

@@ -24,7 +24,7 @@ struct ModuleContext;
 ///         other operation from any thread between init() and the destructor.
 /// Owns:   the leader task. Static scheduled tasks stay with the caller.
 /// Errors: by result and log. The constructor throws CQOV_Exception when the process configuration
-///         cannot be read.
+///         cannot be read, and std::bad_alloc where memory is missing for more than the leader.
 class QOV_EXPORT CQOV_TaskMgr {
  public:
   /// `moduleId` (0 to 255 for a loadable module) addresses the module, is the thread group of its
