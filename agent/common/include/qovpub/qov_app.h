@@ -116,18 +116,18 @@ class QOV_EXPORT CQOVapp {
   /// used before. Threads do not survive it either, and event_loop_done() would wait for those of
   /// ACE's thread manager for good: start none before init(). SIGHUP is ignored from then on. The
   /// file mode mask is the caller's. The calling process waits in init() for the daemon: it exits
-  /// with status 0 when all modules run, and with 1 when init() fails there, the daemon ends on the
-  /// way in whatever manner, or takes longer than 450 seconds; then it is ended. A daemon that has
-  /// failed has gone by then, unless its end takes longer than 15 seconds. The daemon's complaints
-  /// show on the caller's standard error, and in the system's log (facility daemon)
-  /// where the daemon's own log goes nowhere. SIGINT and SIGTERM that the caller gets meanwhile go
-  /// to the daemon; when the caller is killed the daemon goes on.
+  /// with status 0 when all modules run. It exits with 1 when init() fails in the daemon, when the
+  /// daemon ends on the way, or when it takes longer than 450 seconds, for which it is ended. A
+  /// daemon that has failed is gone by then, unless its end takes longer than 15 seconds. The
+  /// daemon's complaints show on the caller's standard error, and in the system's log (facility
+  /// daemon) where the daemon's own log goes nowhere. SIGINT and SIGTERM that the caller gets
+  /// meanwhile go to the daemon; when the caller is killed the daemon goes on.
   int init(int argc, char** argv);
 
   /// Runs the process reactor's event loop until SIGINT or SIGTERM, then unloads the modules,
   /// closes the plug-in registry and waits for all threads of ACE's thread manager. A shutdown that
-  /// has not ended 450 seconds after the signal ends the process (SIGABRT). Standard error and the
-  /// log name before that the module that is being stopped and what each thread is at.
+  /// has not ended 450 seconds after the signal ends the process (SIGABRT). Before that, standard
+  /// error and the log name the module that is being stopped, and what each thread is doing.
   void event_loop_done();
 
   /// Reads the command line: "-n" anywhere, alone or among other letters ("-xn"), after "--" as

@@ -16,7 +16,7 @@
 /// module that is: type 2, the addresses exchanged, the request's operation code, serial number and
 /// CID. `result` goes into the MST, which the requester's send() returns: 0 to 255 as they are, all
 /// else as 255. A null `answer` is one without records. Takes `answer` over. Returns 0, or -1 as
-/// send() does; 0 for a message that is no request, to which there is no answer.
+/// send() does. For a message that is no request it sends nothing and returns 0.
 ///
 /// Thread: any. The request itself may be gone: an answer may come later than its handler returns.
 /// Errors: throws std::bad_alloc for a null `answer`.
@@ -28,8 +28,8 @@ QOV_EXPORT int QOV_Answer(CQOV_Task& task, const QOVMsgHead& request,
 /// `result`. Throws std::bad_alloc.
 QOV_EXPORT int QOV_AnswerByResult(CQOV_Task& task, const CQOV_MsgPackage& request, int result);
 
-/// What CQOV_CommonTaskEx is for requesters of its own module, for those of all modules: answers
-/// carry the request's addresses exchanged.
+/// Like CQOV_CommonTaskEx, but its answers reach requesters of every module, since they carry the
+/// request's addresses exchanged.
 ///
 /// Thread, errors: as CQOV_CommonTask.
 class QOV_EXPORT CQOV_AnsweringTask : public CQOV_CommonTask {
@@ -40,7 +40,7 @@ class QOV_EXPORT CQOV_AnsweringTask : public CQOV_CommonTask {
 
   /// Handles one message and may set `rsp` (null on entry) to a package that QOV_Answer() sends
   /// with the MST that it has. A request for which `rsp` stays null is answered by the result:
-  /// QOV_AnswerByResult(). An answer to what is no request goes nowhere.
+  /// QOV_AnswerByResult(). An `rsp` to a message that is no request is deleted.
   virtual int handleRequest(CQOV_MsgPackage& req, CQOV_MsgPackage*& rsp) = 0;
 };
 
@@ -56,11 +56,12 @@ class QOV_EXPORT CQOV_AnsweringTask : public CQOV_CommonTask {
 ///       int note(CQOV_MsgPackage& message);  // sends no answer, or its own
 ///
 /// A function with an answer is for requests. If it returns 0 the answer is sent to the requester,
-/// whichever module that is. Else the requester is told the result, as QOV_AnswerByResult() does. A
-/// function without one gets whatever has its operation code.
+/// whichever module that is. Else the requester is told the result, as QOV_AnswerByResult() does.
+/// A function without an answer gets every message with its operation code. Requests are answered
+/// by itself, by QOV_Answer(), or not at all.
 ///
-/// A message for which there is no function has the result -1: a requester is told that, and the
-/// log as of every result other than 0.
+/// A message for which there is no function has the result -1. The requester is told 255, as of
+/// every negative result, and the log has a warning, as for every result other than 0.
 ///
 /// `Base` is CQOV_CommonTask or derived from it and made from the manager alone.
 ///

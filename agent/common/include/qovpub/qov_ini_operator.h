@@ -31,11 +31,10 @@ class QOV_EXPORT CQOV_Ini_Operator {
 
   /// Loads `fileName`; null stands for QOV_Utility::getProcessCfgFileName().
   ///
-  /// -1 when the file cannot be read or is no INI file; the operator then goes on with the part
-  /// before the first bad line, with nothing when there is no file, or one with a line that begins
-  /// with "=" or a zero byte. Do not save from there: the rest of the file would be lost, and a
-  /// file that was missing comes into being. An operator opens once: a further open() returns -1
-  /// and leaves the first file in use.
+  /// -1 when the file cannot be read or is no INI file. The operator then holds the part before the
+  /// first bad line. It holds nothing if there is no file, or if a line begins with "=" or with a
+  /// zero byte. Do not save then: the rest of the file would be lost, and a missing file would be
+  /// made. An operator opens once: a further open() returns -1 and leaves the first file in use.
   int open(const char* fileName);
 
   /// Puts the text of `key` in `section` into `value`. On failure `value` is unchanged.
@@ -59,11 +58,11 @@ class QOV_EXPORT CQOV_Ini_Operator {
   ///
   /// Where no file can be put in its place, it is written over: in a directory that is not
   /// writable, where its owner could not be kept, where the file is a mount point, and where its
-  /// name has more than 248 bytes. Who has it locked (flock) is waited for, 5 seconds at most;
-  /// then saving fails with EWOULDBLOCK. The same holds as far as it goes: room is reserved first
-  /// where the file system can do that; when writing fails all the same, the former content is put
-  /// back as far as the disk takes it. But who reads while it is written, or after the process or
-  /// the machine has died in the middle, may find a part of each.
+  /// name has more than 248 bytes. Saving waits for whoever has it locked (flock), at most 5
+  /// seconds, and then fails with EWOULDBLOCK. Room is reserved first where the file system can do
+  /// that. When writing fails all the same, the former content is put back as far as the disk takes
+  /// it. But a reader may find a part of each: while it is written, and after the process or the
+  /// machine has died in the middle.
   ///
   /// What is saved is what this operator has read and set: a change that another one has saved
   /// since open() is undone. To change one value of a file that others change, too, open a new

@@ -68,9 +68,10 @@ class QOV_EXPORT CQOV_Logging_Strategy {
   /// (docs/configuration.md).
   int initLogStrategy(const char* cfgFile, const char* logFile);
 
-  /// What SIGUSR1 does: initLogStrategy(), and a record that says what came of it. At INFO the
-  /// level, the file and its limits that are in force now; or at WARN, in the log as it was, why
-  /// nothing has changed. "LogLevel" 4 hides the former and 5 both, like any record of that level.
+  /// What SIGUSR1 does: initLogStrategy(), and a record that says what came of it. A record at INFO
+  /// has the level, the file and its limits that are in force now. One at WARN, in the log as it
+  /// was, says why nothing has changed. "LogLevel" 4 hides the former and 5 both, like any record
+  /// of that level.
   int reloadLogStrategy(const char* cfgFile, const char* logFile);
 
   /// Reads the five keys of "LOG_CFG" into `param`, from the process's own configuration file:

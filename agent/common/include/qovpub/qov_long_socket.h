@@ -44,8 +44,8 @@ class QOV_EXPORT CQOVLongSocket {
  public:
   /// The message could not be encoded; nothing was sent.
   static constexpr unsigned int kNotEncoded = 16797697;
-  /// What came does not answer the request: another serial number, or it cannot be decoded; of a
-  /// walk also: not one record.
+  /// What came does not answer the request: it has another serial number, or cannot be decoded. In
+  /// a walk also: it does not have exactly one record.
   static constexpr unsigned int kBadReply = 16797698;
   /// Sending or receiving failed; the link has tried to connect anew, unless it was interrupted.
   static constexpr unsigned int kSocketFailed = 16797704;
@@ -81,12 +81,13 @@ class QOV_EXPORT CQOVLongSocket {
 
   /// Reads a table: sends `package`, then each answer's record as the next request, until a record
   /// has status 1 in its cell with tag 4095. `package` receives each record that came
-  /// before that one, and at the end one record without cells that has that one's command code.
+  /// before that one, and at the end a record without cells that has its command code.
   ///
-  /// Returns 0 or the result of the exchange that ended the walk; then, as after a status other
-  /// than 0 and 1 (which is logged, the result is 0), the record without cells is missing. The walk
-  /// is also at its end after 10,000 records. Throws CQOV_Exception when a status cell holds no
-  /// number. What was read so far is in `package` in any case.
+  /// Returns 0, or the result of the exchange that failed. A failed exchange ends the walk, and so
+  /// does a status other than 0 and 1, which is logged and has the result 0; after either, the
+  /// record without cells is missing. The walk also ends after 10,000 records. Throws
+  /// CQOV_Exception when a status cell holds no number. What was read so far is in `package` in any
+  /// case.
   unsigned int sendGetNextMsgV3(CT7QPackageV3* package);
 
   /// Ends the exchanges under way, in other threads, and all that begin before resume(): result
@@ -98,9 +99,9 @@ class QOV_EXPORT CQOVLongSocket {
   /// For a module that stops: one call, at any time, and no thread of it stays in the link.
   void interrupt();
 
-  /// Lets exchanges work again. One under way that has noticed interrupt() by then ends
-  /// nevertheless; one that has not goes on, without a retry. One that has waited for its turn all
-  /// the time is as any other, and has its retry.
+  /// Lets exchanges work again. One under way that has noticed interrupt() still ends. One under
+  /// way that has not noticed goes on, but without a retry. One that has waited for its turn all
+  /// the time goes on like any other, retry included.
   void resume();
 
   /// Connects to the endpoint in place of the connection that may be there. A host may have several

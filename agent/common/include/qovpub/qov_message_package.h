@@ -92,8 +92,8 @@ class QOV_EXPORT CTLVPackageV3 {
   virtual unsigned int decode(unsigned char* buf, unsigned int size);
 
   /// The same for bytes that must not be changed: decoding does not change them. A derived class
-  /// that overrides decode() hides this one unless it says `using CTLVPackageV3::decode`. A
-  /// template, so that a null pointer is no matter of two overloads.
+  /// that overrides decode() hides this one unless it says `using CTLVPackageV3::decode`. It is a
+  /// template so that a call with a null pointer is not ambiguous.
   template <class Byte, std::enable_if_t<std::is_same_v<Byte, unsigned char>, int> = 0>
   unsigned int decode(const Byte* buf, unsigned int size) {
     return decode(const_cast<unsigned char*>(buf), size);

@@ -61,8 +61,8 @@ class QOV_EXPORT CQOV_Module_Loader {
   /// A bare module name is handed to ACE, which tries `lib<name>.so`, `<name>.so` and `<name>` on
   /// the dynamic loader's own search path (LD_LIBRARY_PATH, run path); no directory is added. A
   /// library's symbols are global: what is opened later finds them before its own of the same name,
-  /// unless it hides these (qov_module.h). Where a module's manager, worker or static task thus is
-  /// of a class out of another module's library, one warning for the module names both libraries.
+  /// unless it hides these (qov_module.h). If a module's manager, worker or static task is of a
+  /// class from another module's library for that reason, one warning for the module names both.
   /// An exception of its entry function or its init() counts as a module's failure. One that leaves
   /// a static constructor of its library ends the process (std::terminate): the dynamic loader
   /// cannot be unwound.
@@ -95,23 +95,23 @@ class QOV_EXPORT CQOV_Module_Loader {
   /// A package block (MB_DATA, 8 bytes, a CQOV_MsgPackage pointer that is not null) is copied with
   /// its package, so that each receiver owns one, and without a continuation; the caller's package
   /// is freed with `mb`. Each copy is addressed to the module that receives it (RPID and RMID),
-  /// whatever the caller wrote there, the sender's own module included. Nobody waits for what is
-  /// answered to a broadcast request: the sender's leader drops it with a warning. Only plain
-  /// CQOV_MsgPackage objects have such a copy: a class derived from it is refused rather than cut
-  /// down to its base. Any other block is a plain clone.
+  /// whatever the caller wrote there, the sender's own module included. Nobody waits for answers to
+  /// a broadcast request: the sender's leader drops them with a warning. Only plain CQOV_MsgPackage
+  /// objects are copied; one of a derived class is refused, since a copy would lose that part. Any
+  /// other block is a plain clone.
   ///
   /// A queue that refuses its copy is logged and passed over. When a copy cannot be made the
-  /// broadcast ends there and `mb`, with its package, stays with the caller; modules before that
-  /// have got theirs.
+  /// broadcast ends there and `mb`, with its package, stays with the caller; the modules before
+  /// that one have their copies.
   void sendMsg2All(ACE_Message_Block* mb);
 
   /// Appends the names of this process's modules to `names`: the part before ".mod" of the file
   /// names in the process configuration directory, in the order of the directory.
   ///
-  /// A name counts only if its first ".mod" is its end and something stands before it; of others
-  /// with ".mod" in them a warning tells that they are passed over. The files' contents are never
-  /// read. A directory that cannot be opened, or has no marker, is logged and adds nothing; nor
-  /// does one for whose names there is no memory (errno ENOMEM).
+  /// A name counts only if its first ".mod" is its end and something stands before it. Other names
+  /// with ".mod" in them are passed over with a warning. The files' contents are never read. Adds
+  /// nothing when the directory cannot be opened or has no marker, which is logged, and when there
+  /// is no memory for the names (errno ENOMEM).
   void getModuleList(std::list<std::string>& names) const;
 
  private:

@@ -46,9 +46,9 @@ class QOV_EXPORT CQOV_OM_MsgPackage : public CQOV_MsgPackage {
   /// if there is one and made otherwise; one that get() gave stays valid.
   ///
   /// Returns the number of the inner package's record bytes or kFailed. The header's LEN and flags
-  /// are not looked at: the bytes behind the header are the inner package's to judge. A bad header
-  /// leaves everything as it was, as missing memory for a new inner package does; when the inner
-  /// package is bad the header has been taken over and the inner package has no records.
+  /// are not looked at: the inner package judges the bytes behind the header. A bad header leaves
+  /// everything as it was, and so does missing memory for a new inner package. If the inner package
+  /// is bad, the header has been taken over and the inner package has no records.
   /// decodeFault() tells why, its position counted from the internal header.
   unsigned int decode(unsigned char* buf, unsigned int size) override;
   using CQOV_MsgPackage::decode;

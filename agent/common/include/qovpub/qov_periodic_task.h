@@ -18,9 +18,9 @@
 ///     };
 ///
 /// Started with CQOV_TaskMgr::insertStaticScheduledTask(). Between two ticks the thread serves the
-/// operation codes of getOpcList(), if the task has any; none waits for more than one tick. A stop
-/// ends the wait for the next tick at once, and a request that the tick waits for. What else a tick
-/// does it brings to an end first.
+/// operation codes of getOpcList(), if the task has any; no message waits for more than one tick. A
+/// stop ends at once the wait for the next tick, and a request that a tick waits for. A tick that
+/// does anything else runs to its end first.
 ///
 /// Thread: tick() on the task's own thread; every(), period() and first() there, or before the task
 ///         is started; missed() from any.
@@ -34,13 +34,13 @@ class QOV_EXPORT QOVPeriodicTask : public CQOV_StaticSchecheduledTask {
 
   /// Has tick() called at start + first + n * period on the monotonic clock, n from 0 on; start is
   /// the call, or the start of the task if that comes later. However long a tick takes, the times
-  /// stay the same. Those that pass before it is over are left out and counted, not made up. A
-  /// `period` of 0 or less: no tick any more. More than 100 years count as that many.
+  /// stay the same. Times that pass during a tick are left out and counted. A `period` of 0 or
+  /// less: no more ticks. More than 100 years count as 100 years.
   void every(Duration period, Duration first);
   /// The same with the first tick one period after the start.
   void every(Duration period) { every(period, period); }
 
-  /// As every() was told, within its limits; a period of 0 or less is none.
+  /// What every() was told, within its limits. A period of 0 or less: no ticks.
   Duration period() const { return period_; }
   Duration first() const { return first_; }
 

@@ -25,9 +25,9 @@ class QOV_EXPORT CQOV_PluginOperator {
 
 /// The process's open plug-in libraries under numbers that their users choose.
 ///
-/// Thread: every operation from any thread. Nobody uses the registry on another thread while
-///         close() runs, save as said there, or keeps it: the frame closes it when the modules have
-///         stopped.
+/// Thread: every operation from any thread. While close() runs no other thread uses the registry,
+///         except as said there, and nobody uses a pointer to it afterwards. The frame closes it
+///         when the modules have stopped.
 /// Owns:   nothing but its table; the libraries belong to ACE's DLL manager, which counts how often
 ///         each one was opened.
 /// Errors: reported by the result and one log line of debug kit 0; never thrown.

@@ -72,7 +72,9 @@ class QOV_EXPORT QOVAnswer {
 ///     }
 ///
 /// Thread: as the package; sending as the task's send() says: ask() on the task's own thread.
-/// Owns:   the message until it is sent, which is once. The task is borrowed.
+/// Owns:   the message until the first attempt to send it, whatever comes of that; the next one is
+///         kInvalid. ask() and askLater() with a time-out of 0 or less are no attempts. The task is
+///         borrowed.
 /// Errors: making a message and its records throws std::bad_alloc; sending throws nothing.
 class QOV_EXPORT QOVRequest {
  public:
@@ -94,12 +96,12 @@ class QOV_EXPORT QOVRequest {
   CQOV_MsgPackage& message() noexcept { return *message_; }
   CTLVRecordV3& addRecord(std::uint64_t cmd) { return message_->addRecord(cmd); }
 
-  /// Sends the message as a request and waits for the answer: for room as long as `timeout` says,
-  /// then, anew, for the answer. A `timeout` of 0 or less sends nothing (kTimedOut). The calling
-  /// thread serves nobody else meanwhile.
+  /// Sends the message as a request and waits for the answer: at most `timeout` for room, and then
+  /// at most `timeout` again for the answer. A `timeout` of 0 or less sends nothing (kTimedOut).
+  /// The calling thread serves nobody else meanwhile.
   ///
-  /// What send() says of static scheduled tasks holds here, too: such a task waits until the stop
-  /// for an answer from a module that does not exist, or refuses the request.
+  /// A static scheduled task that asks a module that does not exist, or has no room, waits until
+  /// the stop, whatever `timeout` says (see CQOV_StaticSchecheduledTask).
   [[nodiscard]] QOVAnswer ask(Duration timeout);
   /// The same without a limit: until the answer, a refusal or the stop comes.
   [[nodiscard]] QOVAnswer ask();

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-/// Why a module let go of a message that it had taken over. One that was delivered before (in_) and
-/// then had nobody to take it up counts in both.
+/// Why a module dropped a message that it had taken over. A message that was delivered (in_) and
+/// that nobody took up then counts in both.
 enum class QOVDropReason {
   kNoReceiver,    ///< no module of this process has the receiver's id
   kNoRoom,        ///< the receiving module was full

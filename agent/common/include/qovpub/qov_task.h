@@ -56,9 +56,9 @@ class QOV_EXPORT CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   /// its response may still come, so the task must outlive the stop of its task manager.
   ///
   /// An override of this or of putMsg() runs on whatever thread does the leader's work, which may
-  /// be one in send(). It neither waits nor throws nor ends its thread, takes no lock with which
-  /// anybody calls send(), and what it sends goes on when it has returned. getCurrentTask() is that
-  /// thread's task, if it has one.
+  /// be one in send(). It must not wait, throw or end its thread, nor take a lock that anybody
+  /// holds while calling send(). What it sends is passed on after it has returned.
+  /// getCurrentTask() is that thread's task, if it has one.
   virtual int wakeup();
 
   /// As wakeup(), and says why: a send() that waits, or else the next one, has `cause` in errno.
@@ -73,10 +73,10 @@ class QOV_EXPORT CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   /// Hands the task to its module's pool of idle workers, or back to it: it goes behind those that
   /// are idle, once, and is served in turn. A worker's loop calls it after each message.
   ///
-  /// A task that the pool did not make becomes one of it with the first call, whether its thread
-  /// runs yet or not: the pool owns it, tells it to end, joins its thread (which must be joinable)
-  /// and deletes it. A task that shall not belong to the pool, such as a CQOV_CommonTask that its
-  /// module starts for itself, overrides idle(), as static scheduled tasks do.
+  /// The first call of a task that the pool did not make puts it into the pool, whether its thread
+  /// runs yet or not. From then on the pool owns it, tells it to end, joins its thread (which must
+  /// be joinable) and deletes it. To keep a task out of the pool, such as a CQOV_CommonTask that a
+  /// module starts for itself, override idle(), as static scheduled tasks do.
   /// Returns 0, or -1 with errno ENOMEM.
   virtual int idle();
 
@@ -106,9 +106,9 @@ class QOV_EXPORT CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   ///   EBADMSG       what came is no package
   ///   EBUSY         another thread waits in this task's send(); nothing is sent, one ERR line
   ///
-  /// `req` is handed over: from a successful hand-over on it belongs to the runtime, also when the
-  /// result is -1 then. When the hand-over fails it is deleted if `freeReq`, or else stays with the
-  /// caller. When memory for the hand-over runs out (errno ENOMEM) it is deleted in any case.
+  /// Once handed over, `req` belongs to the runtime, even if the result is -1 in the end. If the
+  /// hand-over fails, `req` is deleted when `freeReq`, and else stays with the caller. If memory
+  /// for the hand-over runs out (errno ENOMEM), it is deleted in any case.
   int send(const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp, ACE_Time_Value* timeout,
            bool freeReq);
 
@@ -201,8 +201,8 @@ class QOV_EXPORT CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
 };
 
 /// A pooled worker: its thread takes one message at a time, calls the module's handler and returns
-/// to the pool by idle(). One that a module starts for itself joins the pool thereby, which deletes
-/// it at the end; to stay beside the pool it overrides idle().
+/// to the pool by idle(). So a worker that a module starts for itself joins the pool, which deletes
+/// it at the end. To keep it out, override idle().
 ///
 /// Thread: handleMessage() runs on the task's own thread.
 /// Errors: a result other than 0 is logged with a dump of the message. Whatever the handler throws

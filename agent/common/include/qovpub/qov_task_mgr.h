@@ -35,11 +35,11 @@ class QOV_EXPORT CQOV_TaskMgr {
   /// As stop(); then joins what is left in the thread group of its id, and frees leader, scheduler
   /// and workers.
   ///
-  /// Joined are the threads that no task of this manager owns, detached ones excepted: those that
-  /// ACE_Thread_Manager::instance() has spawned, and those of other ACE tasks. The destructor of
-  /// the derived class tells them to end, or they end by themselves; one that uses members of that
-  /// class is joined there, too. A line in the log says that there are some, and the shutdown watch
-  /// bounds the wait. The last of several managers of one id joins them.
+  /// What is left are threads that no task of this manager owns: those that
+  /// ACE_Thread_Manager::instance() has spawned, and those of other ACE tasks. Detached ones are
+  /// not joined. The threads end by themselves, or the destructor of the derived class tells them
+  /// to; it joins those that use members of that class. A line in the log says that there are some,
+  /// and the shutdown watch bounds the wait. The last of several managers of one id joins them.
   virtual ~CQOV_TaskMgr();
 
   CQOV_TaskMgr(const CQOV_TaskMgr&) = delete;
@@ -50,15 +50,15 @@ class QOV_EXPORT CQOV_TaskMgr {
   /// creation of the pool.
   ///
   /// It may run while init() does and, under the module loader, while other modules are loaded and
-  /// after that. It may send, through a task that it makes for that (not getCurrentTask(), which is
-  /// the scheduler): to another module a message gets when all modules are loaded, and the answer
-  /// comes back as ever; without the loader init() waits for it. A request to its own module is
-  /// answered by a static task at best, since the pool does not work yet.
+  /// after that. It may send, through a task that it makes for that: getCurrentTask() is the
+  /// scheduler. A message to another module arrives when all modules are loaded, and its answer
+  /// comes back as usual; without the loader init() waits for it. In its own module only a static
+  /// task can answer, since the pool does not work yet.
   virtual CQOV_Task* createTask() = 0;
 
   /// Module hook, run by init() when leader and scheduler run. The base returns true. It must not
-  /// wait for any message or for room, its own module's included: messages between modules are held
-  /// back until all modules are loaded, and with the first of them everything that stands behind it
+  /// wait for a message or for room, not even its own module's. Messages between modules are held
+  /// back until all modules are loaded. The first of them also holds back whatever stands behind it
   /// in the leader's queue, and the leader's time-outs. Under the module loader the pool may not
   /// stand yet; messages wait for it.
   virtual bool initEnv();
@@ -66,10 +66,10 @@ class QOV_EXPORT CQOV_TaskMgr {
   /// Starts the leader and the scheduler, which makes the pool, and calls initEnv(). False when a
   /// thread could not be started or initEnv() says so; the manager is then only good to be deleted.
   ///
-  /// Waits before initEnv() until the pool stands, at most 30 seconds, and goes on with a warning
-  /// then, so that the manager may be deleted right afterwards: createTask() is not called any
-  /// more. The module loader's call does not wait: it holds its table, which a createTask() that
-  /// asks another module has to wait for, and calls stop() before it deletes a manager.
+  /// Waits before initEnv() until the pool stands: the manager may be deleted at once afterwards,
+  /// since createTask() is not called any more. After 30 seconds it goes on with a warning. The
+  /// module loader's call does not wait, since it holds its table, and a createTask() that asks
+  /// another module needs that. The loader calls stop() before it deletes a manager.
   bool init();
 
   /// Tells the module's threads to end and joins them, once. The module loader calls it before it

@@ -59,8 +59,8 @@ extern template class QOV_EXPORT ACE_Singleton<CProcInfo, ACE_Thread_Mutex>;
 ///         any program, the environment must not be changed while other threads read it.
 /// Owns:   nothing; the references hold as long as the process, also while static objects end.
 /// Errors: the getters of CProcInfo's values throw CQOV_Exception as its constructor does, as long
-///         as it has not succeeded once. So do they when a log sink asks while its own thread runs
-///         that constructor, which happens when ACE runs out of memory in there.
+///         as it has not succeeded once. They also throw when a log sink calls them while its own
+///         thread is in that constructor: ACE logs there when it runs out of memory.
 class QOV_EXPORT QOV_Utility {
  public:
   /// The value of the environment variable "QOV_ROOT" with every backslash turned into a slash,

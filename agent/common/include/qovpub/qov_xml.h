@@ -111,13 +111,14 @@ class QOV_EXPORT CQOVXmlParser {
 ///         instance() and close() from any thread, too, but close() must not run while somebody
 ///         looks something up or still holds what instance() gave him.
 /// Owns:   the parser, and so all items.
-/// Errors: one lookup throws CQOV_Exception, the other one finds nothing. Everything else is logged
-///         by debug kit 0. The first instance() ends the process when the file cannot be loaded
-///         (CQOVXmlParser::parse()), after up to 30 seconds in which others who ask or close wait.
+/// Errors: the look-up of one item throws CQOV_Exception, that of all items adds nothing. All else
+///         is logged by debug kit 0. The first instance() ends the process when the file cannot be
+///         loaded (CQOVXmlParser::parse()), after up to 30 seconds; other threads that call
+///         instance() or close() wait meanwhile.
 class QOV_EXPORT CQOVXmlConfig {
  public:
-  /// Reads the file. Whatever standard exception keeps it from that is logged ("Failed to parse,
-  /// exception is %s."): what was stored until then can be looked up.
+  /// Reads the file. A standard exception that ends the reading is logged ("Failed to parse,
+  /// exception is %s."); what was stored before it can be looked up.
   CQOVXmlConfig();
   ~CQOVXmlConfig();
 
