@@ -13,9 +13,8 @@ namespace qov {
 /// whose threads to join. The thread group alone does not tell: another manager of the same id may
 /// run in it, and tasks that were handed to the pool may run outside.
 ///
-/// A list through the tasks themselves, which needs no memory: a module must be able to stop
-/// without any. It is walked one task at a time, since whoever is told or joined may start or end
-/// others meanwhile.
+/// A list through the tasks themselves, walked one task at a time: whoever is told or joined may
+/// start or end others meanwhile.
 ///
 /// Thread: any.
 /// Owns:   nothing; a task removes itself in its destructor.
