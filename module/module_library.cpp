@@ -49,21 +49,20 @@ std::string nameOf(const std::type_info& type) {
 }  // namespace
 
 void ModuleLibrary::set(CQOV_TaskMgr& manager, ACE_DLL_Handle& library) {
-  ModuleContext* const context = ModuleContext::of(manager);
   link_map* map = nullptr;
-  if (context != nullptr && ::dlinfo(library.get_handle(), RTLD_DI_LINKMAP, &map) == 0) {
-    context->library_ = map;
+  if (::dlinfo(library.get_handle(), RTLD_DI_LINKMAP, &map) == 0) {
+    ModuleContext::of(manager).library_ = map;
   }
 }
 
 void ModuleLibrary::checkClass(CQOV_TaskMgr& manager, const std::type_info& type) {
-  ModuleContext* const context = ModuleContext::of(manager);
-  const link_map* own = context != nullptr ? context->library_.load() : nullptr;
+  std::atomic<const link_map*>& library = ModuleContext::of(manager).library_;
+  const link_map* own = library;
   const link_map* const found = own == nullptr ? nullptr : libraryOf(&type);
   if (found == nullptr || found == own || !isModule(*found)) {
     return;
   }
-  own = context->library_.exchange(nullptr);
+  own = library.exchange(nullptr);
   CQOVDebugKit* const kit = CQOVDebugKitMgr::instance()->find(0);
   if (own != nullptr && kit != nullptr) {
     kit->warn(log_id::kForeignClass, __FUNCTION__, __LINE__,

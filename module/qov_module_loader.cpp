@@ -234,7 +234,7 @@ bool CQOV_Module_Loader::Work::startModule(CQOV_TaskMgr& manager, const std::str
                                            ACE_DLL_Handle& dll, CQOVDebugKitGuard& guard) {
   bool started = false;
   std::string whyNot = "init() returned false";
-  qov::ModuleContext::of(manager)->stoppedBeforeDeleted_ = true;
+  qov::ModuleContext::of(manager).stoppedBeforeDeleted_ = true;
   try {
     started = manager.init();
   } catch (...) {

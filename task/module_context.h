@@ -17,7 +17,7 @@ namespace qov {
 
 /// What the runtime keeps of one module, for its task manager.
 struct ModuleContext {
-  static ModuleContext* of(const CQOV_TaskMgr& manager) { return manager.context_.get(); }
+  static ModuleContext& of(const CQOV_TaskMgr& manager) { return *manager.context_; }
   /// Null without memory for it.
   static CQOV_Leader_Task* leaderOf(const CQOV_TaskMgr& manager) { return manager.leader(); }
   /// While init() has succeeded or is under way, and stop() has not begun.

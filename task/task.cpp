@@ -23,8 +23,7 @@ using qov::ThreadTasks;
 namespace {
 
 std::shared_ptr<qov::StartedTasks> startedTasksOf(const CQOV_TaskMgr* mgr) {
-  const ModuleContext* const context = mgr != nullptr ? ModuleContext::of(*mgr) : nullptr;
-  return context != nullptr ? context->startedTasks_ : nullptr;
+  return mgr != nullptr ? ModuleContext::of(*mgr).startedTasks_ : nullptr;
 }
 
 }  // namespace
@@ -45,7 +44,7 @@ CQOV_Task::~CQOV_Task() {
 }
 
 qov::ModuleCounters& CQOV_Task::counters() const {
-  return ModuleContext::of(*taskMgr_)->counters_;
+  return ModuleContext::of(*taskMgr_).counters_;
 }
 
 void CQOV_Task::notifyExit() {

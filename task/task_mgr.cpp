@@ -180,7 +180,7 @@ int CQOV_TaskMgr::insertStaticScheduledTask(CQOV_StaticSchecheduledTask* task) {
 namespace qov {
 
 QOVModuleStats ModuleContext::statsOf(const CQOV_TaskMgr& manager) {
-  QOVModuleStats stats = of(manager)->counters_.read();
+  QOVModuleStats stats = of(manager).counters_.read();
   stats.moduleId_ = manager.moduleId();
   stats.name_ = manager.name();
   const Admission& admission = leaderOf(manager)->admission();
