@@ -76,7 +76,7 @@ std::string describeOddValue(const char* key, const std::string& why) {
                  std::string("LOG_CFG/") + key, why});
 }
 
-void warnOfOddValue(const std::string& description) {
+void warnOfOddValue(const std::string& description) noexcept {
   warn(log_id::kLogOddValue, __LINE__, description);
 }
 

@@ -9,7 +9,7 @@
 namespace qov {
 
 // What the log says of its own settings, in records of the public kit. Those that are noexcept come
-// when the settings are in force.
+// when the settings have been applied: it is too late to refuse them for want of memory.
 
 /// The configuration cannot be read.
 void warnOfNoConfig();
@@ -18,7 +18,7 @@ void warnOfNoKey(CQOV_Ini_Operator& ini, const std::string& key);
 
 /// What warnOfOddValue() is to say of `key`, for the `why` of whyOdd().
 std::string describeOddValue(const char* key, const std::string& why);
-void warnOfOddValue(const std::string& description);
+void warnOfOddValue(const std::string& description) noexcept;
 
 /// `cut` is what could be taken of the path `logFile`.
 void warnOfCutName(const char* logFile, const char* cut) noexcept;

@@ -5,6 +5,8 @@
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_logging_strategy.h>
 #include <qovpub/qov_utility.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -13,6 +15,7 @@
 #include <new>
 
 #include "tests/support/agent_root.h"
+#include "tests/support/child.h"
 #include "tests/support/failing_allocations.h"
 
 namespace {
@@ -112,19 +115,31 @@ TEST_F(AppStart, WhoseMemoryRunsOutSaysWhy) {
     CQOVapp first;
     EXPECT_EQ(init(first), -1);
   }
+  constexpr int kComplete = 2;
   bool failed = true;
   for (long count = 0; failed; ++count) {
-    CQOVapp app;
     ::testing::internal::CaptureStderr();
-    {
+    // In a child, which is aborted where nobody has a result for missing memory.
+    const int status = qov::test::endOfChild([count] {
+      CQOVapp app;
       const auto failing = qov::test::FailingAllocations::ofThoseThatThrow(count);
+      bool refused = true;
       try {
-        EXPECT_EQ(init(app), -1);
+        refused = init(app) == -1;
       } catch (const std::bad_alloc&) {
       }
-      failed = failing.hasFailed();
-    }
+      if (refused && !failing.hasFailed()) {
+        ::_exit(kComplete);
+      }
+      return refused;
+    });
     EXPECT_NE(::testing::internal::GetCapturedStderr(), "") << "after " << count;
+    failed = !WIFEXITED(status) || WEXITSTATUS(status) != kComplete;
+    if (WIFSIGNALED(status)) {
+      EXPECT_EQ(WTERMSIG(status), SIGABRT) << "after " << count;
+    } else {
+      EXPECT_NE(WEXITSTATUS(status), 1) << "after " << count;
+    }
   }
 }
 
