@@ -142,6 +142,7 @@ enum : unsigned long long {
   kGroupThreadsLeft = 65686,
   kTickFailed = 65900,
   kContinuationFailed = 65901,
+  kHandlerLate = 65902,
 
   // config
   kXmlNotParsed = 65700,

@@ -1,6 +1,8 @@
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_handlers.h>
 
+#include <utility>
+
 #include "diag/log_ids.h"
 #include "task/default_response.h"
 
@@ -62,19 +64,13 @@ CQOV_AnsweringTask::CQOV_AnsweringTask(CQOV_TaskMgr* mgr) : CQOV_CommonTask(mgr)
 int CQOV_AnsweringTask::handleMessage(CQOV_MsgPackage& req) {
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "virtual int CQOV_AnsweringTask::handleMessage(CQOV_MsgPackage&)");
-  CQOV_MsgPackage* answer = nullptr;
-  int result = 0;
-  try {
-    result = handleRequest(req, answer);
-  } catch (...) {
-    delete answer;
-    throw;
-  }
+  std::unique_ptr<CQOV_MsgPackage> answer;
+  const int result = qov::handleRequest(*this, req, answer);
   if (answer == nullptr) {
     QOV_AnswerByResult(*this, req, result);
   } else {
     const std::uint8_t mst = answer->head().mst_;
-    QOV_Answer(*this, req.head(), std::unique_ptr<CQOV_MsgPackage>(answer), mst);
+    QOV_Answer(*this, req.head(), std::move(answer), mst);
   }
   return result;
 }

@@ -14,6 +14,7 @@
 #include <unordered_map>
 
 #include "task/ended_modules.h"
+#include "task/handler_watch.h"
 #include "task/leader_queue.h"
 #include "task/leader_turn.h"
 #include "task/module_counters.h"
@@ -55,7 +56,7 @@ class __attribute__((visibility("hidden"))) CQOV_Leader_Task::Dispatcher final
   const qov::Admission& admission() const { return *queue_.admission(); }
   void end();
 
-  /// Module `id` has ended and answers nobody any more. From any thread; needs no memory.
+  /// Another module, `id`, has ended and answers nobody any more. From any thread; needs no memory.
   void noteEnded(std::uint8_t id);
 
   // For a sender's thread that does the leader's work.
@@ -108,6 +109,7 @@ class __attribute__((visibility("hidden"))) CQOV_Leader_Task::Dispatcher final
 
   // For who has the turn.
   qov::PendingRequests pending_;
+  qov::HandlerWatch handlerWatch_;
   bool closed_ = false;
 
   // Which static task serves which operation code, guarded by staticLock_.

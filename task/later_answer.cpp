@@ -18,12 +18,20 @@
 namespace qov {
 
 LaterAnswer::LaterAnswer(ModuleCounters& counters, CQOV_TaskScheduler& scheduler,
-                         QOVRequest::Continuation continuation)
+                         const QOVMsgHead& request, QOVRequest::Continuation continuation)
     : counters_(counters),
       scheduler_(scheduler),
       continuation_(std::move(continuation)),
       block_(makePointerBlock(this)) {
-  head().type_ = QOVMsgHead::kResponse;
+  // Those of the response, which may not come.
+  QOVMsgHead& response = head();
+  response.type_ = QOVMsgHead::kResponse;
+  response.spid_ = request.rpid_;
+  response.smid_ = request.rmid_;
+  response.rpid_ = request.spid_;
+  response.rmid_ = request.smid_;
+  response.opc_ = request.opc_;
+  response.sn_ = request.sn_;
 }
 
 LaterAnswer::~LaterAnswer() {
@@ -50,8 +58,8 @@ QOVReason LaterAnswer::ask(CQOV_Task& sender, std::unique_ptr<CQOV_MsgPackage> r
   if (!counters.askedLater_.addUpTo(QOVRequest::kMostLater)) {
     return QOVReason::kNoRoom;
   }
-  std::unique_ptr<LaterAnswer> later(
-      new (std::nothrow) LaterAnswer(counters, leader->scheduler(), std::move(continuation)));
+  std::unique_ptr<LaterAnswer> later(new (std::nothrow) LaterAnswer(
+      counters, leader->scheduler(), request->head(), std::move(continuation)));
   if (later == nullptr) {
     counters.askedLater_.subtract(1);
     return QOVReason::kNoMemory;
@@ -86,26 +94,26 @@ void LaterAnswer::end(ACE_Message_Block* block) {
   end(result == 0 ? QOVAnswer(std::move(response)) : QOVAnswer(QOVReason::kRefused, result));
 }
 
-bool LaterAnswer::run(CQOV_MsgPackage& pkg) {
+bool LaterAnswer::run(CQOV_MsgPackage& pkg, const CQOV_Task& task) {
   auto* const later = dynamic_cast<LaterAnswer*>(&pkg);
   if (later != nullptr) {
-    later->runHere();
+    later->runHere(task);
   }
   return later != nullptr;
 }
 
-void LaterAnswer::call(QOVAnswer answer) {
+void LaterAnswer::call(QOVAnswer answer, const CQOV_Task& task) {
   noLongerPending();
-  const HandlingTime time(counters_);
+  const HandlingTime time(counters_, head(), task);
   // Freed here, as part of what a stop waits for, and of the time that it takes.
   const QOVRequest::Continuation continuation = std::exchange(continuation_, nullptr);
   continuation(std::move(answer));
 }
 
-void LaterAnswer::runHere() {
-  CQOVDebugKitGuard log(kPublicKit, "void qov::LaterAnswer::runHere()");
+void LaterAnswer::runHere(const CQOV_Task& task) {
+  CQOVDebugKitGuard log(kPublicKit, "void qov::LaterAnswer::runHere(const CQOV_Task&)");
   try {
-    call(std::move(answer_));
+    call(std::move(answer_), task);
   } catch (const std::exception& error) {
     log.error(log_id::kContinuationFailed, __FUNCTION__, __LINE__,
               "Module(%d) a continuation failed: %s", scheduler_.taskMgr()->moduleId(),
@@ -122,8 +130,8 @@ void LaterDeleter::operator()(LaterAnswer* later) const {
   delete later;
 }
 
-void runLater(LaterPtr later, QOVAnswer answer) {
-  later->call(std::move(answer));
+void runLater(LaterPtr later, QOVAnswer answer, const CQOV_Task& task) {
+  later->call(std::move(answer), task);
 }
 
 }  // namespace qov

@@ -47,17 +47,18 @@ class LaterAnswer final : public CQOV_MsgPackage {
   /// The same with the response that `block` carries, which is freed.
   void end(ACE_Message_Block* block);
 
-  /// Runs the continuation if `pkg` is one; what it throws is logged. False for any other package.
-  static bool run(CQOV_MsgPackage& pkg);
+  /// Runs the continuation if `pkg` is one, on the thread of `task`; what it throws is logged.
+  /// False for any other package.
+  static bool run(CQOV_MsgPackage& pkg, const CQOV_Task& task);
 
   /// Runs the continuation with `answer`; what it throws comes through.
-  void call(QOVAnswer answer);
+  void call(QOVAnswer answer, const CQOV_Task& task);
 
  private:
-  LaterAnswer(ModuleCounters& counters, CQOV_TaskScheduler& scheduler,
+  LaterAnswer(ModuleCounters& counters, CQOV_TaskScheduler& scheduler, const QOVMsgHead& request,
               QOVRequest::Continuation continuation);
 
-  void runHere();
+  void runHere(const CQOV_Task& task);
   void noLongerPending();
 
   ModuleCounters& counters_;

@@ -124,6 +124,7 @@ CQOV_Leader_Task::Dispatcher::Dispatcher(CQOV_Leader_Task& leader, unsigned int 
       turn_(std::make_shared<qov::LeaderTurn>(*this, reactorImpl_.bell())),
       notification_(reactor_, leader, turn_),
       pending_(reactor_, leader, counters_),
+      handlerWatch_(moduleId_, reactor_, counters_.handlers_, pending_),
       opcTasks_(kBuckets) {
   scheduler_->queue_->countInto(queue_.admission());
   queue_.admission()->ledBy(turn_);
@@ -182,6 +183,7 @@ void CQOV_Leader_Task::Dispatcher::serve() {
     if (ended.any()) {
       pending_.releaseLater(queue_.processId(), ended);
     }
+    handlerWatch_.follow();
   }
   end();
 }
@@ -286,6 +288,7 @@ void CQOV_Leader_Task::Dispatcher::shutDown() {
     mb = next;
   }
   pending_.releaseAll();
+  handlerWatch_.stop();
   // A module's own notifyExit() may join the thread that it has woken.
   qov::endCollecting();
   qov::StartedTasks& started = *leader_.startedTasks_;

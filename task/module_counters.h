@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "task/running_handlers.h"
+
 namespace qov {
 
 /// A number that any thread changes and any thread reads, without an order among several of them.
@@ -56,6 +58,7 @@ class ModuleCounters {
   /// 1 while a message waits for an idle worker, where no queue counts it.
   Counter waitingForWorker_;
   Counter askedLater_;
+  RunningHandlers handlers_;
 
  private:
   std::array<Counter, QOVModuleStats::kDropReasons> dropped_;
@@ -66,18 +69,21 @@ class ModuleCounters {
   std::array<Counter, QOVModuleStats::kHandlingTimes> handlingTimes_;
 };
 
-/// Counts the time for which it lives as that of a handler.
+/// A handler as long as it runs, which notes it and counts its time.
 class HandlingTime {
  public:
-  explicit HandlingTime(ModuleCounters& counters) : counters_(counters) {}
-  ~HandlingTime() { counters_.handled(begin_); }
+  /// A handler of `message` on the thread of `task`.
+  HandlingTime(ModuleCounters& counters, const QOVMsgHead& message, const CQOV_Task& task)
+      : counters_(counters),
+        entry_(counters.handlers_, {message, &task, ModuleCounters::Clock::now()}) {}
+  ~HandlingTime() { counters_.handled(entry_.handler().begin_); }
 
   HandlingTime(const HandlingTime&) = delete;
   HandlingTime& operator=(const HandlingTime&) = delete;
 
  private:
   ModuleCounters& counters_;
-  const ModuleCounters::Clock::time_point begin_ = ModuleCounters::Clock::now();
+  const RunningHandlers::Entry entry_;
 };
 
 }  // namespace qov

@@ -70,6 +70,15 @@ TimeoutDesc PendingRequests::take(const MsgKey& key) {
   return request != requests_.end() ? remove(request) : TimeoutDesc{nullptr, {}, kNoTimer};
 }
 
+std::optional<PendingRequests::Wait> PendingRequests::waitOf(const CQOV_Task& task) const {
+  for (const Request* request = oldest_; request != nullptr; request = request->newer_) {
+    if (request->sender_.task_ == &task) {
+      return Wait{request->key_, request->since_};
+    }
+  }
+  return std::nullopt;
+}
+
 void PendingRequests::drop(const MsgKey& key, int cause) {
   const TimeoutDesc sender = take(key);
   if (sender.task_ == nullptr) {

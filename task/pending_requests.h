@@ -9,6 +9,7 @@
 #include <bitset>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <unordered_map>
 
 #include "task/module_counters.h"
@@ -39,6 +40,14 @@ class PendingRequests {
   /// Forgets `key` and its timer. Returns who waits for the response, which nobody does when `key`
   /// is not pending.
   TimeoutDesc take(const MsgKey& key);
+
+  /// The request that a task waits for, and since when; by coarseNow().
+  struct Wait {
+    MsgKey key;
+    ModuleCounters::Clock::time_point since;
+  };
+  /// What `task` waits for. Looks at all requests.
+  std::optional<Wait> waitOf(const CQOV_Task& task) const;
 
   /// Ends the wait for `key`, whose request could not be passed on.
   void drop(const MsgKey& key, int cause);

@@ -9,6 +9,7 @@
 #include "diag/log_ids.h"
 #include "module/module_library.h"
 #include "task/admission.h"
+#include "task/dispatcher.h"
 #include "task/module_context.h"
 #include "task/running_managers.h"
 #include "task/start_task.h"
@@ -125,6 +126,13 @@ bool CQOV_TaskMgr::init() {
              "Module(%d) thread pool does not stand after %u seconds.", moduleId(), kPoolSeconds);
   }
   return initEnv();
+}
+
+void CQOV_TaskMgr::handlerLimit(std::chrono::milliseconds limit) {
+  if (leader() != nullptr) {
+    context_->counters_.handlers_.limit(limit);
+    leader()->dispatcher_->wakeOwnThread();
+  }
 }
 
 CQOV_Leader_Task* CQOV_TaskMgr::leader() const {

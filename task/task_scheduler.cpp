@@ -316,7 +316,7 @@ int CQOV_TaskScheduler::WorkerPool::endUntaken(ACE_Message_Block* mb) {
   const std::unique_ptr<CQOV_MsgPackage> pkg(qov::packageOf(*block));
   // A continuation may wait for a thread that it wakes.
   qov::endCollecting();
-  const bool hasRun = pkg != nullptr && qov::LaterAnswer::run(*pkg);
+  const bool hasRun = pkg != nullptr && qov::LaterAnswer::run(*pkg, scheduler_);
   if (!hasRun) {
     scheduler_.counters().drop(QOVDropReason::kStopped);
   }

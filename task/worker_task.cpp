@@ -89,7 +89,7 @@ void CQOV_CommonTask::serve(CQOVDebugKitGuard& log, const ACE_Message_Block& blo
     pkg.reset(static_cast<CQOV_MsgPackage*>(pointer));
     if (pkg->head().type_ != QOVMsgHead::kResponse) {
       handle(log, *pkg);
-    } else if (!qov::LaterAnswer::run(*pkg)) {
+    } else if (!qov::LaterAnswer::run(*pkg, *this)) {
       // Too late for the send() that waited for it, and no message that an idle worker was given.
       counters().drop(QOVDropReason::kNobodyWaits);
       return;
@@ -99,7 +99,7 @@ void CQOV_CommonTask::serve(CQOVDebugKitGuard& log, const ACE_Message_Block& blo
 }
 
 int CQOV_CommonTask::handleTimed(CQOV_MsgPackage& pkg) {
-  const qov::HandlingTime time(counters());
+  const qov::HandlingTime time(counters(), pkg.head(), *this);
   return handleMessage(pkg);
 }
 
@@ -135,15 +135,8 @@ CQOV_CommonTaskEx::CQOV_CommonTaskEx(CQOV_TaskMgr* mgr) : CQOV_CommonTask(mgr) {
 int CQOV_CommonTaskEx::handleMessage(CQOV_MsgPackage& req) {
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "virtual int CQOV_CommonTaskEx::handleMessage(CQOV_MsgPackage&)");
-  CQOV_MsgPackage* answer = nullptr;
-  int result = 0;
-  try {
-    result = handleRequest(req, answer);
-  } catch (...) {
-    delete answer;
-    throw;
-  }
-  std::unique_ptr<CQOV_MsgPackage> response(answer);
+  std::unique_ptr<CQOV_MsgPackage> response;
+  const int result = qov::handleRequest(*this, req, response);
   if (response == nullptr) {
     if (req.head().type_ != QOVMsgHead::kRequest) {
       return result;

@@ -157,7 +157,8 @@ void TestRouter::run(Later later) {
   const ThreadOf thread(worker_);
   const std::uint8_t result = later.answer ? later.answer->head().mst_ : 0;
   qov::runLater(std::move(later.continuation),
-                result == 0 ? std::move(later.answer) : QOVAnswer(QOVReason::kRefused, result));
+                result == 0 ? std::move(later.answer) : QOVAnswer(QOVReason::kRefused, result),
+                worker_);
 }
 
 }  // namespace qov

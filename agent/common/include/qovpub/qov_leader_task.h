@@ -113,6 +113,7 @@ class QOV_EXPORT CQOV_Leader_Task : public CQOV_Task {
   void end();
 
  private:
+  friend class CQOV_TaskMgr;
   friend class qov::RunningManagers;
 
   class Dispatcher;

@@ -5,6 +5,7 @@
 #include <ace/Time_Value.h>
 #include <qovpub/qov_export.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -119,6 +120,19 @@ class QOV_EXPORT CQOV_TaskMgr {
   /// task or when the thread cannot be started; nothing is registered then. The task stays with the
   /// caller and must outlive stop(), or the destructor of this manager where nobody calls that.
   int insertStaticScheduledTask(CQOV_StaticSchecheduledTask* task);
+
+  /// Has one WARN record (65902) tell of each message whose handler runs for longer than `limit`,
+  /// while it still runs, so that one that hangs shows: with sender, operation code, the time so
+  /// far, and the request that the handler waits for. The time counts from the beginning of the
+  /// handler, with all that it waits for: answers, room, locks. 0 or less is no limit, as at the
+  /// beginning, and costs nothing; a limit costs two locks of the module's own for each message.
+  ///
+  /// Handlers are those of workers and static scheduled tasks, and the continuations of
+  /// QOVRequest::askLater(). A limit is for those that begin behind it. When the module stops,
+  /// nobody looks any more.
+  ///
+  /// From any thread, from the constructor on.
+  void handlerLimit(std::chrono::milliseconds limit);
 
  protected:
   /// Null when it could not be made.

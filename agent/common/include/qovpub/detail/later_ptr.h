@@ -17,9 +17,9 @@ struct QOV_EXPORT LaterDeleter {
 /// The continuation of an askLater() in the hands of who stands in for the leader: the test kit.
 using LaterPtr = std::unique_ptr<LaterAnswer, LaterDeleter>;
 
-/// Runs `later`, which is not null, with `answer` on the calling thread. What it throws comes
-/// through.
-QOV_EXPORT void runLater(LaterPtr later, QOVAnswer answer);
+/// Runs `later`, which is not null, with `answer` on the calling thread, that of `task`. What it
+/// throws comes through.
+QOV_EXPORT void runLater(LaterPtr later, QOVAnswer answer, const CQOV_Task& task);
 
 }  // namespace qov
 
