@@ -207,8 +207,7 @@ CQOV_Module_Loader::Work::ManagerPtr CQOV_Module_Loader::Work::createModule(
     guard.error(qov::log_id::kModuleNoEntry, __FUNCTION__, __LINE__,
                 "Failed to load module %s, because entry function %s is null!", name.c_str(),
                 qov::kEntryFunction);
-    tellReason(guard, "load module " + name, qov::pathOf(*dll),
-               std::string("the library does not export ") + qov::kEntryFunction);
+    tellReason(guard, "load module " + name, qov::pathOf(*dll), qov::kNoEntryFunction);
     return nullptr;
   }
   ManagerPtr manager;

@@ -359,6 +359,7 @@ std::vector<BrokenSetUp> ofTheModules() {
   const std::string library = std::string(QOV_TEST_AGENT_LIBRARIES) + "/libqovp_broken.so: ";
   const auto add = [&](const char* name, const char* way, std::vector<std::string> says) {
     rows.push_back({name, module(way), std::move(says), Result::kFails, Log::kFile});
+    rows.back().check = Check::kNothing;
   };
   const std::string null = "Failed to load module qovp_broken, because module object is null!\n";
   const std::string init = "Failed to init module qovp_broken!\n";
@@ -401,6 +402,7 @@ std::vector<BrokenSetUp> ofTheModules() {
                   {"gid(1) is invalid which module name is qovp_", " has this gid\n"},
                   Result::kFails,
                   Log::kFile});
+  rows.back().check = Check::kNothing;
   add("PlugInMissing", "plugin_missing",
       {"Failed to open qovp_no_such_plugin\n",
        "Failed to open the library of a plug-in: qovp_no_such_plugin: none of "
@@ -437,7 +439,9 @@ std::vector<BrokenSetUp> ofModulesThatEndTheProcess() {
                     Log::kNotYet,
                     false,
                     exitStatus,
-                    signal});
+                    signal,
+                    false,
+                    Check::kNothing});
   };
   add("ModuleExitsWithZero", "exit_0", "with exit status 0", 0, 0);
   add("ModuleExits", "exit_3", "with exit status 3", 3, 0);
@@ -466,15 +470,27 @@ const std::vector<BrokenSetUp>& brokenSetUps() {
                     {"<conf>c.mod.bak: its first .mod is not the end of its name\n"},
                     Result::kWarns,
                     Log::kNotYet});
+    rows.back().check = Check::kWarning;
     rows.push_back({"MarkerOfAnEditor",
                     markers({"a.mod~", "c.mod.bak"}),
                     {"<conf>c.mod.bak: its first .mod is not the end of its name\n",
                      "<conf>a.mod~: its first .mod is not the end of its name\n"},
                     Result::kWarns,
                     Log::kFile});
+    rows.back().check = Check::kWarning;
     return rows;
   }();
   return all;
+}
+
+std::string filledIn(std::string text, const AgentRoot& root) {
+  for (const auto& [place, path] : {std::pair<std::string, std::string>{"<root>", root.path()},
+                                    {"<conf>", root.confDirectory().string() + "/"}}) {
+    for (std::size_t at = text.find(place); at != std::string::npos; at = text.find(place)) {
+      text.replace(at, place.size(), path);
+    }
+  }
+  return text;
 }
 
 }  // namespace qov::test
