@@ -3,14 +3,11 @@
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_utility.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <list>
-#include <utility>
 
 #include "diag/kit_registry.h"
+#include "diag/log_failures.h"
 #include "diag/log_ids.h"
 #include "diag/log_level.h"
 #include "frame/env/env_ini_import.h"
@@ -60,15 +57,7 @@ void warnOfNoConfig() {
 }
 
 void warnOfNoKey(CQOV_Ini_Operator& ini, const std::string& key) {
-  std::list<std::pair<std::string, std::string>> items;
-  Failure failure{"configure the log", QOV_Utility::getProcessCfgFileName(), 0, "LOG_CFG", {}};
-  if (ini.enumerateSections("LOG_CFG", items) != 0) {
-    failure.cause = "there is no such section";
-  } else {
-    failure.key += "/" + key;
-    failure.cause = "there is no such key";
-  }
-  warnOfNothingRead(failure);
+  warnOfNothingRead(whyNoLogKey(ini, QOV_Utility::getProcessCfgFileName(), key));
 }
 
 std::string describeOddValue(const char* key, const std::string& why) {
@@ -91,12 +80,7 @@ void warnOfCutName(const char* logFile, const char* cut) noexcept {
 
 void tellNoFile(const char* file, int error) noexcept {
   if (const CQOVDebugKit* const kit = KitRegistry::find(0)) {
-    const std::string path(file);
-    const std::string folder = path.substr(0, path.rfind('/') + 1);
-    const bool noFolder = error == ENOENT && ::access(folder.c_str(), F_OK) != 0;
-    const std::string cause = noFolder ? "there is no directory " + folder : errnoText(error);
-    kit->error(log_id::kLogNotOpened, kApplying, __LINE__,
-               textOf({"open the log", path, 0, {}, cause + "; records go to standard error"}));
+    kit->error(log_id::kLogNotOpened, kApplying, __LINE__, textOf(whyNoLogFile(file, error)));
   }
 }
 

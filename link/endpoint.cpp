@@ -95,7 +95,7 @@ std::unique_ptr<Endpoint> configuredEndpoint(CQOVDebugKitGuard& guard) {
   auto endpoint = std::make_unique<Endpoint>(text, where);
   if (!endpoint->isMeant()) {
     where.tried = "read the management endpoint";
-    where.cause = "\"" + text + "\" is not host:port; no endpoint is taken in its place";
+    where.cause = whyNoHostPort(text);
     guard.warn(log_id::kLinkOddEndpoint, __FUNCTION__, __LINE__, "%s", qov::textOf(where).c_str());
   }
   return endpoint;

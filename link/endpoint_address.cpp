@@ -70,6 +70,11 @@ std::optional<HostPort> hostPortOf(const std::string& text) {
   return host.empty() ? std::nullopt : hostPort(host, text.substr(end + (bracketed ? 2 : 1)));
 }
 
+std::string whyNoHostPort(const std::string& text) {
+  return hostPortOf(text) ? ""
+                          : "\"" + text + "\" is not host:port; no endpoint is taken in its place";
+}
+
 std::vector<ACE_INET_Addr> addressesOf(const HostPort& where, std::string& cause) {
   Found found(nullptr, &::freeaddrinfo);
   int error = lookUp(where.host.empty() ? nullptr : where.host.c_str(), where.port, found);

@@ -20,6 +20,9 @@ struct HostPort {
 /// 65535 or a name that the system knows. Nothing when it is no such text.
 std::optional<HostPort> hostPortOf(const std::string& text);
 
+/// Why hostPortOf(text) is nothing; empty when it is something.
+std::string whyNoHostPort(const std::string& text);
+
 /// All addresses of a host in the order in which to try them, IPv6 and IPv4. Asks the system, which
 /// may take as long as its name servers do. When there are none, `cause` says why.
 std::vector<ACE_INET_Addr> addressesOf(const HostPort& where, std::string& cause);

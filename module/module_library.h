@@ -10,6 +10,7 @@ namespace qov {
 
 /// What a module library exports.
 constexpr const char* kEntryFunction = "QOV_CreateModule";
+constexpr const char* kNoEntryFunction = "the library does not export QOV_CreateModule";
 
 /// Which library a module was opened as. Modules are opened with global symbols: of two classes
 /// with one name that two modules show, both run the one that was opened first, without an error.

@@ -9,11 +9,11 @@
 #include <chrono>
 #include <cstdlib>
 #include <new>
-#include <sstream>
 #include <stdexcept>
 #include <string_view>
 #include <thread>
 
+#include "config/xml/device_faults.h"
 #include "config/xml/qov_xml_file.h"
 #include "diag/log_ids.h"
 
@@ -83,15 +83,12 @@ bool CQOVXmlParser::parse() {
     ::_exit(EXIT_FAILURE);
   }
   TiXmlElement* const root = document.RootElement();
-  if (root == nullptr) {
-    throw std::runtime_error("parse root element failed! ");
-  }
-  if (root->ValueStr() != "AgentConfig") {
-    throw std::runtime_error("unable to find qov node: " + root->ValueStr());
+  if (const std::string why = qov::whyNoRoot(root); !why.empty()) {
+    throw std::runtime_error(why);
   }
   TiXmlElement* const deviceConfig = root->FirstChildElement();
   if (deviceConfig == nullptr) {
-    guard.error(qov::log_id::kXmlNoDevices, __FUNCTION__, __LINE__, "no DeviceConfig found");
+    guard.error(qov::log_id::kXmlNoDevices, __FUNCTION__, __LINE__, "%s", qov::kNoDeviceConfig);
     return false;
   }
   return parseDevices(*deviceConfig);
@@ -177,10 +174,8 @@ CQOVXmlParser::Added CQOVXmlParser::add(const std::string& deviceDesc, CIType* i
     if (store(deviceDesc, *item)) {
       return Added::kStored;
     }
-    std::ostringstream text;
-    text << "ConfigItem is already exist! DeviceDest : " << deviceDesc
-         << ", and ConfigItem : " << item->key << '\n';
-    guard.warn(qov::log_id::kXmlItemTwice, __FUNCTION__, __LINE__, "%s", text.str().c_str());
+    guard.warn(qov::log_id::kXmlItemTwice, __FUNCTION__, __LINE__, "%s\n",
+               qov::itemTwiceText(deviceDesc, item->key).c_str());
     return Added::kBefore;
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;

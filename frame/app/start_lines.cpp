@@ -6,12 +6,12 @@
 #include <qovpub/qov_version.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <string>
 
 #include "diag/log_ids.h"
 #include "diag/log_level.h"
 #include "frame/app/directory_lock.h"
+#include "frame/env/env_proc_files.h"
 #include "frame/env/failure.h"
 
 namespace qov {
@@ -26,25 +26,17 @@ void logBanner(const CQOVDebugKit& kit) {
                QOV_Utility::getProcessCfgFileName() + ", log level " + lowestLevelOn());
 }
 
-/// Read as the process information does, but to the end.
-bool isAddress(const std::string& text) {
-  constexpr unsigned long kLast = 255;
-  char* end = nullptr;
-  const unsigned long number = std::strtoul(text.c_str(), &end, 10);
-  return end != text.c_str() && *end == '\0' && number <= kLast;
-}
-
 /// The file is read once more: whoever reads it first cannot log.
 void checkProcPid(const CQOVDebugKit& kit) {
   CQOV_Ini_Operator ini;
   std::string value;
-  if (ini.open(nullptr) == 0 && ini.getConfigItem("QOV_GLOBAL", "PROC_PID", value) == 0 &&
-      !isAddress(value)) {
+  const bool isThere =
+      ini.open(nullptr) == 0 && ini.getConfigItem("QOV_GLOBAL", "PROC_PID", value) == 0;
+  const std::string why = isThere ? whyOddProcPid(value) : "";
+  if (!why.empty()) {
     kit.warn(log_id::kOddProcPid, __FUNCTION__, __LINE__,
              textOf({"take a value as it stands", QOV_Utility::getProcessCfgFileName(), 0,
-                     "QOV_GLOBAL/PROC_PID",
-                     "\"" + value + "\" is no number from 0 to 255; " +
-                         std::to_string(QOV_Utility::getProcPID()) + " is taken"}));
+                     "QOV_GLOBAL/PROC_PID", why}));
   }
 }
 

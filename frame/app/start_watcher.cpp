@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <string>
 
 #include "frame/env/failure.h"
@@ -24,14 +23,6 @@ void childHasEnded(int) {
   const int formerErrno = errno;
   ::sem_post(&watched->news);
   errno = formerErrno;
-}
-
-std::string wayOf(int status) {
-  if (WIFSIGNALED(status)) {
-    return "ended by signal " + std::to_string(WTERMSIG(status)) + " (" +
-           ::strsignal(WTERMSIG(status)) + ")";
-  }
-  return "ended with exit status " + std::to_string(WEXITSTATUS(status));
 }
 
 timespec onMonotonicClock(std::chrono::steady_clock::time_point time) {
@@ -119,8 +110,8 @@ bool StartWatcher::collect() {
 
 void StartWatcher::ended(int status) {
   if (page_.settle(StartOutcome::kFailed)) {
-    page_.verdict.add(
-        textOf({"start the daemon", {}, 0, {}, wayOf(status) + beforeItRan(page_.steps.data())}));
+    page_.verdict.add(textOf(
+        {"start the daemon", {}, 0, {}, wayOfEnd(status) + beforeItRan(page_.steps.data())}));
   }
 }
 

@@ -69,34 +69,6 @@ int resultOfImport(ACE_Ini_ImpExp& importer, const std::string& fileName) {
   return aceMayReadAll(fileName) ? importer.import_config(fileName.c_str()) : kNotForAce;
 }
 
-/// What ACE makes of the beginnings of a text.
-class Beginnings {
- public:
-  explicit Beginnings(const std::string& text)
-      : text_(text), descriptor_(::memfd_create("ini", MFD_CLOEXEC)) {}
-  ~Beginnings() { ::close(descriptor_); }
-  Beginnings(const Beginnings&) = delete;
-  Beginnings& operator=(const Beginnings&) = delete;
-
-  /// The result of reading the first `size` bytes.
-  int read(std::size_t size) const {
-    if (::ftruncate(descriptor_, 0) != 0 ||
-        ::pwrite(descriptor_, text_.data(), size, 0) != static_cast<ssize_t>(size)) {
-      return 0;
-    }
-    ACE_Configuration_Heap heap;
-    if (heap.open() != 0) {
-      return 0;
-    }
-    ACE_Ini_ImpExp importer(heap);
-    return resultOfImport(importer, "/proc/self/fd/" + std::to_string(descriptor_));
-  }
-
- private:
-  const std::string& text_;
-  const int descriptor_;
-};
-
 std::string contentOf(std::FILE& file) {
   std::string text;
   std::array<char, kBufferOfAce> part;
@@ -131,17 +103,48 @@ void findFaultyLine(const std::string& text, Failure& failure) {
     const std::size_t end = text.find('\n', start);
     ends.push_back(end == std::string::npos ? text.size() : end + 1);
   }
-  const Beginnings beginnings(text);
-  const auto faulty = std::partition_point(
-      ends.begin(), ends.end(), [&](std::size_t end) { return beginnings.read(end) == 0; });
+  const auto resultUpTo = [&](std::size_t end) {
+    ACE_Configuration_Heap heap;
+    return importIniText(heap, text.substr(0, end));
+  };
+  const auto faulty = std::partition_point(ends.begin(), ends.end(),
+                                           [&](std::size_t end) { return resultUpTo(end) == 0; });
   if (faulty != ends.end()) {
     const std::size_t start = faulty == ends.begin() ? 0 : *(faulty - 1);
     failure.line = static_cast<unsigned>(faulty - ends.begin()) + 1;
-    failure.cause = whatIsWrong(beginnings.read(*faulty), text.substr(start, *faulty - start));
+    failure.cause = whatIsWrong(resultUpTo(*faulty), text.substr(start, *faulty - start));
   }
 }
 
+/// A file without a name.
+class TextFile {
+ public:
+  explicit TextFile(const std::string& text)
+      : descriptor_(::memfd_create("ini", MFD_CLOEXEC)),
+        isWhole_(::write(descriptor_, text.data(), text.size()) ==
+                 static_cast<ssize_t>(text.size())) {}
+  ~TextFile() { ::close(descriptor_); }
+  TextFile(const TextFile&) = delete;
+  TextFile& operator=(const TextFile&) = delete;
+
+  bool isWhole() const { return isWhole_; }
+  std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
+
+ private:
+  const int descriptor_;
+  const bool isWhole_;
+};
+
 }  // namespace
+
+int importIniText(ACE_Configuration_Heap& heap, const std::string& text) {
+  const TextFile file(text);
+  if (!file.isWhole() || heap.open() != 0) {
+    return 0;
+  }
+  ACE_Ini_ImpExp importer(heap);
+  return resultOfImport(importer, file.path());
+}
 
 int importIniFile(ACE_Ini_ImpExp& importer, const std::string& fileName) {
   struct stat status {};

@@ -27,6 +27,9 @@ std::string pathOfExecutable() {
   return target.data();
 }
 
+/// Null for the executable's own.
+const std::string* assumedName = nullptr;
+
 }  // namespace
 
 std::string procNameFromPath(const std::string& path) {
@@ -55,8 +58,13 @@ std::string whyNoProcName() {
   return whyEmptyName(pathOfExecutable());
 }
 
+void assumeProcName(const std::string& procName) {
+  assumedName = &procName;
+}
+
 }  // namespace qov
 
 void CProcInfo::getProcName(std::string& name) {
-  name = qov::procNameFromPath(qov::pathOfExecutable());
+  name = qov::assumedName != nullptr ? *qov::assumedName
+                                     : qov::procNameFromPath(qov::pathOfExecutable());
 }

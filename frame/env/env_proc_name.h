@@ -16,6 +16,10 @@ std::string whyEmptyName(const std::string& path);
 /// The same for the executable of this process.
 std::string whyNoProcName();
 
+/// Makes CProcInfo take the process for one of the name `procName`. For a child that stands for
+/// another process, before anything asks; `procName` stays the caller's and there.
+void assumeProcName(const std::string& procName);
+
 }  // namespace qov
 
 #endif

@@ -1,5 +1,8 @@
 #include "frame/env/failure.h"
 
+#include <sys/wait.h>
+
+#include <cstring>
 #include <system_error>
 
 namespace qov {
@@ -19,6 +22,14 @@ std::string textOf(const Failure& failure) {
     text += ": " + failure.cause;
   }
   return text;
+}
+
+std::string wayOfEnd(int status) {
+  if (WIFSIGNALED(status)) {
+    return "ended by signal " + std::to_string(WTERMSIG(status)) + " (" +
+           ::strsignal(WTERMSIG(status)) + ")";
+  }
+  return "ended with exit status " + std::to_string(WEXITSTATUS(status));
 }
 
 std::string errnoText(int error) {

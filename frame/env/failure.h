@@ -24,6 +24,10 @@ struct Failure {
 /// is empty is left out.
 std::string textOf(const Failure& failure);
 
+/// "ended by signal 9 (Killed)" or "ended with exit status 3": of a `status` of waitpid().
+/// Thread: one at a time, as strsignal().
+std::string wayOfEnd(int status);
+
 /// The system's text for `error`, an errno value. Thread: any.
 std::string errnoText(int error);
 

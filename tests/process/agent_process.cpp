@@ -69,20 +69,20 @@ void AgentProcess::useModules(const std::vector<std::string>& modules) {
   }
 }
 
-void AgentProcess::start(const std::vector<std::string>& arguments) {
+void AgentProcess::run(const std::string& program, const std::vector<std::string>& arguments) {
   started_ = ::fork();
   if (started_ == 0) {
-    becomeAgent(arguments);
+    become(program, arguments);
   }
 }
 
-void AgentProcess::becomeAgent(const std::vector<std::string>& arguments) {
+void AgentProcess::become(const std::string& program, const std::vector<std::string>& arguments) {
   redirect(root_.path() / "stdout", STDOUT_FILENO);
   redirect(root_.path() / "stderr", STDERR_FILENO);
-  std::vector<std::string> words{program_};
+  std::vector<std::string> words{program};
   words.insert(words.end(), arguments.begin(), arguments.end());
   prepare_();
-  ::execve(program_.c_str(), pointers(words).data(), pointers(environment_).data());
+  ::execve(program.c_str(), pointers(words).data(), pointers(environment_).data());
   ::_exit(127);
 }
 

@@ -36,7 +36,9 @@ class AgentProcess {
   /// Runs in the child before the agent does; async-signal-safe calls only.
   void prepareChild(std::function<void()> prepare) { prepare_ = std::move(prepare); }
 
-  void start(const std::vector<std::string>& arguments);
+  void start(const std::vector<std::string>& arguments) { run(program_, arguments); }
+  /// Starts another program in the agent's place, with its environment.
+  void run(const std::string& program, const std::vector<std::string>& arguments);
 
   /// Sends to the daemon if there is one, else to the process that was started.
   void send(int signum);
@@ -76,7 +78,7 @@ class AgentProcess {
  private:
   /// Whether the signal is in that mask of the process that was started.
   bool isIn(const std::string& mask, int signum) const;
-  [[noreturn]] void becomeAgent(const std::vector<std::string>& arguments);
+  [[noreturn]] void become(const std::string& program, const std::vector<std::string>& arguments);
 
   std::string program_;
   AgentRoot root_;

@@ -17,17 +17,7 @@ namespace {
 
 class BrokenAgent : public AgentTest {
  protected:
-  /// `text` with the directories that it names.
-  std::string filledIn(std::string text) {
-    for (const auto& [place, path] :
-         {std::pair<std::string, std::string>{"<root>", agent.root().path()},
-          {"<conf>", agent.root().confDirectory().string() + "/"}}) {
-      for (std::size_t at = text.find(place); at != std::string::npos; at = text.find(place)) {
-        text.replace(at, place.size(), path);
-      }
-    }
-    return text;
-  }
+  std::string filledIn(const std::string& text) { return test::filledIn(text, agent.root()); }
 
   static std::size_t countOf(const std::string& text, const std::string& part) {
     std::size_t count = 0;

@@ -23,6 +23,13 @@ enum class Log {
   kNotYet,  ///< it goes wrong before there is a log
 };
 
+enum class Check {
+  kProblem,
+  kWarning,
+  kWithCreate,  ///< a problem, found with --create
+  kNothing,     ///< it goes wrong in a module's init(), which only a start calls
+};
+
 /// A way to break an agent and what it must say.
 struct BrokenSetUp {
   const char* name;
@@ -36,6 +43,7 @@ struct BrokenSetUp {
   int exitStatus = 1;  ///< in the foreground
   int signal = 0;
   bool letsALibraryGo = false;
+  Check check = Check::kProblem;  ///< what `qovctl check` finds
 };
 
 inline void PrintTo(const BrokenSetUp& setUp, std::ostream* out) {
@@ -43,6 +51,9 @@ inline void PrintTo(const BrokenSetUp& setUp, std::ostream* out) {
 }
 
 const std::vector<BrokenSetUp>& brokenSetUps();
+
+/// `text`, out of `says`, with the directories that it names.
+std::string filledIn(std::string text, const AgentRoot& root);
 
 }  // namespace qov::test
 

@@ -18,7 +18,7 @@ constexpr const char* kEnding = R"(
 Exit status:
   0  done
   1  a file, the output or memory failed
-  2  the command line is not understood
+  2  the command line is not understood; of check: there are problems
   3  no connection to the endpoint, or it was lost before the reply was there
   4  no reply in time
   5  the endpoint refused the request (RET, which is printed) or ended a walk with a status
@@ -62,6 +62,16 @@ COMMAND is a number, or get-next, get, store or counts, a slash and a table. TYP
 Json (JSON text); a Bool may be true or false. The link gives the message a serial number of its
 own. The reply is printed whatever its RET.)";
 
+constexpr const char* kCheckText = R"(
+Reads configuration, device configuration and markers as a start does, and opens the libraries of
+the modules in a child process; LD_LIBRARY_PATH should be the agents'. Opens no file for writing and
+starts nothing, so that what a module's own code may refuse is left to the start.
+Each problem is a line on standard error, FILE:LINE: what. "warning:" stands before what is
+ignored: unknown keys, keys that come again, other files with .mod in their names; the status is 0
+with warnings alone.
+For example:
+  qovctl check --root /opt/agent --process devagent)";
+
 std::string checkEndpoint(const std::string& text) {
   return EndpointLink::isEndpoint(text) ? "" : "not host:port, with a port of 1 to 65535";
 }
@@ -70,6 +80,10 @@ std::string checkTimeout(const std::string& text) {
   double seconds = 0;
   const bool number = CLI::detail::lexical_cast(text, seconds);
   return number && seconds >= 0.001 && seconds <= 86400 ? "" : "not within 0.001 to 86400 seconds";
+}
+
+std::string checkProcess(const std::string& text) {
+  return text.empty() || text.find('/') != std::string::npos ? "no process's name" : "";
 }
 
 std::string checkTable(const std::string& text) {
@@ -94,8 +108,9 @@ void setLibraryLog(bool on) {
 
 CommandLine::CommandLine()
     : app_(
-          "Speaks with a management endpoint, and shows what its messages hold. Needs no agent, no "
-          "configuration and no environment.",
+          "Speaks with a management endpoint, shows what its messages hold, and checks the set-up "
+          "of "
+          "agents. Needs no agent.",
           "qovctl") {
   app_.require_subcommand(0, 1);
   app_.footer(std::string("Each command has its own --help.\n") + kEnding);
@@ -103,6 +118,7 @@ CommandLine::CommandLine()
   addWalk();
   addSend();
   addDecode();
+  addCheck();
 }
 
 void CommandLine::addDecode() {
@@ -127,6 +143,27 @@ void CommandLine::addDecode() {
       decode(decode_);
     };
   });
+}
+
+void CommandLine::addCheck() {
+  CLI::App* const command =
+      app_.add_subcommand("check", "Look for what keeps agents from starting, and start none");
+  command->add_option("--root", check_.root,
+                      "The agents' root directory; what QOV_ROOT says if there is none");
+  command
+      ->add_option("--process", check_.process,
+                   "Name of the process; otherwise each one with a configuration file")
+      ->check(checkProcess);
+  command->add_flag("--create", check_.create,
+                    "Also call the modules' entry functions, as a start does, for faults of their "
+                    "constructors and ids that two modules have");
+  command
+      ->add_option("--timeout", check_.timeout,
+                   "Seconds (0.001 to 86400) that opening a module's library may take")
+      ->check(checkTimeout)
+      ->capture_default_str();
+  command->footer(std::string(kCheckText) + "\n" + kEnding);
+  command->callback([this] { command_ = [this] { check(check_); }; });
 }
 
 CLI::App* CommandLine::addEndpointCommand(const std::string& name, const std::string& description) {
@@ -249,7 +286,8 @@ std::vector<RequestPart> CommandLine::requestParts(const CLI::App& send) const {
 void CommandLine::parse(int argc, char** argv) try {
   app_.parse(argc, argv);
   if (!command_) {
-    throw Failure(kUsage, "a command is required: get, walk, send or decode (--help says more)");
+    throw Failure(kUsage,
+                  "a command is required: get, walk, send, decode or check (--help says more)");
   }
 } catch (const CLI::CallForHelp&) {
   command_ = [this] { print(app_.help()); };

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/qovctl/check_command.h"
 #include "tools/qovctl/decode_command.h"
 #include "tools/qovctl/endpoint_commands.h"
 
@@ -30,6 +31,7 @@ class CommandLine {
   void addGet();
   void addWalk();
   void addSend();
+  void addCheck();
   CLI::App* addEndpointCommand(const std::string& name, const std::string& description);
   void addTable(CLI::App* command, const std::string& when);
   void addFormats(CLI::App* command, const std::string& otherwise);
@@ -42,6 +44,8 @@ class CommandLine {
 
   DecodeOptions decode_;
   std::string kind_ = "auto";
+
+  CheckOptions check_;
 
   Target target_;
   bool verbose_ = false;

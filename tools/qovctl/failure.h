@@ -12,6 +12,7 @@ enum ExitCode : int {
   kDone = 0,
   kFailed = 1,         ///< the machine's fault: a file, the output, memory
   kUsage = 2,          ///< the command line
+  kProblems = kUsage,  ///< of a check: the set-up has some
   kNoConnection = 3,   ///< no connection, or it was lost before the reply was there
   kTimedOut = 4,       ///< no reply in time
   kEndpointError = 5,  ///< the endpoint refused the request

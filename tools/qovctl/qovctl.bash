@@ -21,7 +21,12 @@ _qovctl() {
     '1 '*) words="--help $("$program" --help 2>/dev/null | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p')" ;;
     *' --table') words="interfaces mounts processes" ;;
     *' --kind') words="$("$program" decode --help 2>/dev/null | sed -n 's/.*--kind TEXT:{\(.*\)}.*/\1/p' | tr , ' ')" ;;
-    *' --endpoint' | *' --timeout' | *' --after' | *' --command' | *' --cell' | *' --text') return ;;
+    *' --root')
+      compopt -o filenames 2>/dev/null
+      mapfile -t COMPREPLY < <(compgen -d -- "$word")
+      return
+      ;;
+    *' --endpoint' | *' --timeout' | *' --process' | *' --after' | *' --command' | *' --cell' | *' --text') return ;;
     *)
       case "$command $word" in
         *' -'*) words="$(_qovctl_options "$program" "$command")" ;;

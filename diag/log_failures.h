@@ -1,0 +1,25 @@
+#ifndef QOV_DIAG_LOG_FAILURES_H
+#define QOV_DIAG_LOG_FAILURES_H
+
+#include <qovpub/qov_ini_operator.h>
+
+#include <string>
+
+#include "frame/env/failure.h"
+
+namespace qov {
+
+// Why there is no log as the configuration asks for it.
+
+/// Section "LOG_CFG" of `ini`, which has read `file`, lacks `key` or is not there.
+Failure whyNoLogKey(CQOV_Ini_Operator& ini, const std::string& file, const std::string& key);
+
+/// The log file `path` cannot be opened, `error` is why.
+Failure whyNoLogFile(const std::string& path, int error);
+
+/// 0, or why the log file `path` could not be opened by this process. Opens nothing.
+int errorOfLogFile(const std::string& path);
+
+}  // namespace qov
+
+#endif

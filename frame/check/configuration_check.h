@@ -1,0 +1,24 @@
+#ifndef QOV_FRAME_CHECK_CONFIGURATION_CHECK_H
+#define QOV_FRAME_CHECK_CONFIGURATION_CHECK_H
+
+#include <qovpub/qov_check.h>
+
+#include <string>
+#include <vector>
+
+#include "frame/env/env_proc_files.h"
+#include "frame/env/failure.h"
+
+namespace qov {
+
+/// What `failure` says, without what was tried.
+QOVFinding findingOf(const Failure& failure, bool isWarning = false);
+
+/// Appends what is wrong with the configuration file of the process `procName`, whose paths are
+/// `files`, and with the place of its log.
+void checkConfiguration(const ProcFiles& files, const std::string& procName,
+                        std::vector<QOVFinding>& findings);
+
+}  // namespace qov
+
+#endif
