@@ -1,6 +1,5 @@
 #include "link/endpoint.h"
 
-#include <qovpub/detail/interruption.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_ini_operator.h>
@@ -11,6 +10,7 @@
 
 #include "diag/log_ids.h"
 #include "link/deadline.h"
+#include "link/interruption.h"
 #include "link/socket_io.h"
 
 namespace qov {

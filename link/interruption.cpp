@@ -1,4 +1,4 @@
-#include <qovpub/detail/interruption.h>
+#include "link/interruption.h"
 
 #include <sys/socket.h>
 

@@ -1,5 +1,4 @@
 #include <qovpub/qov_common_debugkit.h>
-#include <qovpub/qov_long_socket.h>
 
 #include <ace/Guard_T.h>
 #include <qovpub/detail/cell_bytes.h>
@@ -9,22 +8,19 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 
 #include "diag/log_ids.h"
 #include "diag/uncancelled.h"
 #include "link/deadline.h"
 #include "link/dump_text.h"
-#include "link/endpoint.h"
 #include "link/endpoint_address.h"
+#include "link/link_state.h"
 #include "link/socket_io.h"
 
 namespace {
 
 constexpr unsigned int kHeadSize = sizeof(TLVMsgHeadV3);
-
-unsigned char* makeBuffer() {
-  return new unsigned char[CQOVLongSocket::kMaxMessage];  // not zeroed: most of it is never used
-}
 
 void logTraffic(CQOVDebugKitGuard& guard, const char* what, const CT7QPackageV3& package) {
   if (CQOVDebugKit::isOn(LM_DEBUG)) {
@@ -35,19 +31,19 @@ void logTraffic(CQOVDebugKitGuard& guard, const char* what, const CT7QPackageV3&
 
 }  // namespace
 
-CQOVLongSocket::CQOVLongSocket() : buffer_(makeBuffer()) {
+CQOVLongSocket::CQOVLongSocket() : state_(std::make_unique<State>()) {
   CQOVDebugKitGuard guard(0, "CQOVLongSocket::CQOVLongSocket()");
   setupConnection();
 }
 
 CQOVLongSocket::CQOVLongSocket(const ACE_INET_Addr& endpoint, const Limits& limits)
-    : buffer_(makeBuffer()), endpoint_(std::make_unique<qov::Endpoint>(endpoint)), limits_(limits) {
+    : state_(std::make_unique<State>(std::make_unique<qov::Endpoint>(endpoint), limits)) {
   CQOVDebugKitGuard guard(0, "CQOVLongSocket::CQOVLongSocket(const ACE_INET_Addr&, const Limits&)");
   setupConnection();
 }
 
 CQOVLongSocket::CQOVLongSocket(const std::string& endpoint, const Limits& limits)
-    : buffer_(makeBuffer()), endpoint_(std::make_unique<qov::Endpoint>(endpoint)), limits_(limits) {
+    : state_(std::make_unique<State>(std::make_unique<qov::Endpoint>(endpoint), limits)) {
   CQOVDebugKitGuard guard(0, "CQOVLongSocket::CQOVLongSocket(const std::string&, const Limits&)");
   setupConnection();
 }
@@ -58,30 +54,43 @@ CQOVLongSocket::~CQOVLongSocket() {
 }
 
 std::string CQOVLongSocket::whyNotConnected() const {
-  assert(endpoint_ != nullptr);
-  return endpoint_->failure().cause;
+  assert(state_->endpoint_ != nullptr);
+  return state_->endpoint_->failure().cause;
+}
+
+int CQOVLongSocket::whyNotReceived() const {
+  return state_->receiveError_;
+}
+
+bool CQOVLongSocket::isRetry() const {
+  return state_->retry_;
 }
 
 void CQOVLongSocket::interrupt() {
   CQOVDebugKitGuard guard(0, "void CQOVLongSocket::interrupt()");
-  interruption_.set();
+  state_->interruption_.set();
 }
 
 void CQOVLongSocket::resume() {
   CQOVDebugKitGuard guard(0, "void CQOVLongSocket::resume()");
-  interruption_.clear();
+  state_->interruption_.clear();
 }
 
 int CQOVLongSocket::setupConnection() {
   CQOVDebugKitGuard guard(0, "int CQOVLongSocket::setupConnection()");
   disconnect();
-  connect(guard);
-  const qov::AddressText address = qov::textOf(server_);
-  if (peer_.get_handle() == ACE_INVALID_HANDLE) {
+  if (state_->endpoint_ == nullptr) {
+    state_->endpoint_ = qov::configuredEndpoint(guard);
+  }
+  state_->peer_.set_handle(
+      state_->endpoint_->connect(state_->limits_.connect, state_->interruption_, state_->server_));
+  state_->sleeps_ = qov::letSleep(state_->peer_.get_handle(), state_->limits_.reply);
+  const qov::AddressText address = qov::textOf(state_->server_);
+  if (state_->peer_.get_handle() == ACE_INVALID_HANDLE) {
     guard.error(qov::log_id::kLinkNotConnected, __FUNCTION__, __LINE__,
                 "Failed to connect socket server, server ip is %s", address.data());
     guard.error(qov::log_id::kLinkReason, __FUNCTION__, __LINE__, "%s",
-                qov::textOf(endpoint_->failure()).c_str());
+                qov::textOf(state_->endpoint_->failure()).c_str());
     return -1;
   }
   guard.info(qov::log_id::kLinkConnected, __FUNCTION__, __LINE__,
@@ -89,22 +98,14 @@ int CQOVLongSocket::setupConnection() {
   return 0;
 }
 
-void CQOVLongSocket::connect(CQOVDebugKitGuard& guard) {
-  if (endpoint_ == nullptr) {
-    endpoint_ = qov::configuredEndpoint(guard);
-  }
-  peer_.set_handle(endpoint_->connect(limits_.connect, interruption_, server_));
-  sleeps_ = qov::letSleep(peer_.get_handle(), limits_.reply);
-}
-
 unsigned int CQOVLongSocket::sendMsg_i(const unsigned char* data, unsigned int length) {
   CQOVDebugKitGuard guard(
       0, "unsigned int CQOVLongSocket::sendMsg_i(const unsigned char*, unsigned int)");
-  const ssize_t sent =
-      qov::sendWithin(peer_.get_handle(), data, length, limits_.send, interruption_);
+  const ssize_t sent = qov::sendWithin(state_->peer_.get_handle(), data, length,
+                                       state_->limits_.send, state_->interruption_);
   if (sent >= 0) {
     // A short send counts, and is not repeated. The endpoint goes on waiting for the rest.
-    cut_ = cut_ || static_cast<std::size_t>(sent) < length;
+    state_->cut_ = state_->cut_ || static_cast<std::size_t>(sent) < length;
     return 0;
   }
   guard.error(qov::log_id::kLinkNotSent, __FUNCTION__, __LINE__,
@@ -125,17 +126,17 @@ unsigned int CQOVLongSocket::reconnect() {
 /// Also where a thread is to be cancelled: in a destructor that would end the process.
 void CQOVLongSocket::disconnect() {
   const qov::Uncancelled closing;
-  peer_.close();
-  cut_ = false;
-  ahead_ = {};
+  state_->peer_.close();
+  state_->cut_ = false;
+  state_->ahead_ = {};
 }
 
 unsigned int CQOVLongSocket::receiveMsg(CT7QPackageV3* package) {
   CQOVDebugKitGuard guard(0, "unsigned int CQOVLongSocket::receiveMsg(CT7QPackageV3*)");
   unsigned int length = 0;
   const unsigned int result =
-      recvData(reinterpret_cast<char*>(buffer_.get()), length, &limits_.reply);
-  return result == 0 ? convert(buffer_.get(), length, package) : result;
+      recvData(reinterpret_cast<char*>(state_->buffer_.get()), length, &state_->limits_.reply);
+  return result == 0 ? convert(state_->buffer_.get(), length, package) : result;
 }
 
 bool CQOVLongSocket::isEndpoint(const std::string& text) {
@@ -168,6 +169,67 @@ unsigned int CQOVLongSocket::convert(unsigned char* data, unsigned int length,
   return decoded ? 0 : kBadReply;
 }
 
+/// One message and its answer.
+///
+/// Hidden: a nested class would be shown to the library's users as the one around it is.
+class __attribute__((visibility("hidden"))) CQOVLongSocket::Exchange {
+ public:
+  Exchange(CQOVLongSocket& link, const unsigned char* data, unsigned int length,
+           CT7QPackageV3& package)
+      : link_(link), state_(*link.state_), data_(data), length_(length), package_(package) {}
+
+  /// Makes no text of the messages: other threads wait for the lock.
+  unsigned int run();
+  /// Whether `package` was given up for the answer.
+  bool sent() const { return sent_; }
+
+ private:
+  unsigned int attemptTwice();
+  unsigned int attempt();
+
+  CQOVLongSocket& link_;
+  State& state_;
+  const unsigned char* const data_;
+  const unsigned int length_;
+  CT7QPackageV3& package_;
+  bool sent_ = false;
+};
+
+unsigned int CQOVLongSocket::Exchange::run() {
+  const ACE_Guard<ACE_Thread_Mutex> lock(state_.lock_);
+  try {
+    const unsigned int result = attemptTwice();
+    if (state_.cut_) {
+      // The endpoint would take the next request for the rest of this one.
+      link_.setupConnection();
+    }
+    return result;
+  } catch (...) {
+    // The next request must not meet the answer to this one.
+    link_.disconnect();
+    throw;
+  }
+}
+
+/// One retry in all, whether it is sending or receiving that fails.
+unsigned int CQOVLongSocket::Exchange::attemptTwice() {
+  const unsigned int changes = state_.interruption_.changes();
+  state_.retry_ = false;
+  const unsigned int result = attempt();
+  state_.retry_ = result == kSocketFailed && state_.interruption_.wasClearSince(changes);
+  return state_.retry_ ? attempt() : result;
+}
+
+unsigned int CQOVLongSocket::Exchange::attempt() {
+  const unsigned int result = link_.sendMsg_i(data_, length_);
+  sent_ = result == 0;
+  if (!sent_) {
+    return result;
+  }
+  package_.clear();
+  return link_.receiveMsg(&package_);
+}
+
 unsigned int CQOVLongSocket::sendMsg(CT7QPackageV3* package) {
   CQOVDebugKitGuard guard(0, "unsigned int CQOVLongSocket::sendMsg(CT7QPackageV3*)");
   TLVMsgHeadV3::allocateSerial(package->head());
@@ -181,9 +243,9 @@ unsigned int CQOVLongSocket::sendMsg(CT7QPackageV3* package) {
     return kNotEncoded;
   }
   logTraffic(guard, "send:", *package);
-  bool sent = false;
-  const unsigned int result = exchange(request.get(), length, *package, sent);
-  if (sent) {
+  Exchange exchange(*this, request.get(), length, *package);
+  const unsigned int result = exchange.run();
+  if (exchange.sent()) {
     logTraffic(guard, "received:", *package);
   }
   if (result != 0) {
@@ -193,43 +255,4 @@ unsigned int CQOVLongSocket::sendMsg(CT7QPackageV3* package) {
                 CQOVDebugKit::isOn(LM_ERROR) ? qov::dumpOf(*package).c_str() : "");
   }
   return result;
-}
-
-/// Makes no text of the messages: other threads wait for the lock.
-unsigned int CQOVLongSocket::exchange(const unsigned char* data, unsigned int length,
-                                      CT7QPackageV3& package, bool& sent) {
-  const ACE_Guard<ACE_Thread_Mutex> lock(lock_);
-  try {
-    const unsigned int result = attemptTwice(data, length, package, sent);
-    if (cut_) {
-      // The endpoint would take the next request for the rest of this one.
-      setupConnection();
-    }
-    return result;
-  } catch (...) {
-    // The next request must not meet the answer to this one.
-    disconnect();
-    throw;
-  }
-}
-
-/// One retry in all, whether it is sending or receiving that fails.
-unsigned int CQOVLongSocket::attemptTwice(const unsigned char* data, unsigned int length,
-                                          CT7QPackageV3& package, bool& sent) {
-  const unsigned int changes = interruption_.changes();
-  retry_ = false;
-  const unsigned int result = attempt(data, length, package, sent);
-  retry_ = result == kSocketFailed && interruption_.wasClearSince(changes);
-  return retry_ ? attempt(data, length, package, sent) : result;
-}
-
-unsigned int CQOVLongSocket::attempt(const unsigned char* data, unsigned int length,
-                                     CT7QPackageV3& package, bool& sent) {
-  const unsigned int result = sendMsg_i(data, length);
-  sent = result == 0;
-  if (!sent) {
-    return result;
-  }
-  package.clear();
-  return receiveMsg(&package);
 }

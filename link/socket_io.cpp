@@ -3,7 +3,6 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <qovpub/detail/interruption.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -13,6 +12,7 @@
 #include <utility>
 
 #include "diag/uncancelled.h"
+#include "link/interruption.h"
 
 namespace qov {
 namespace {

@@ -1,6 +1,5 @@
 // What an interruption does to a wait, also at the very moment at which that begins or ends.
 #include <gtest/gtest.h>
-#include <qovpub/detail/interruption.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
@@ -11,6 +10,7 @@
 #include <functional>
 #include <thread>
 
+#include "link/interruption.h"
 #include "tests/support/latch.h"
 #include "tests/support/sleeping_thread.h"
 

@@ -2,20 +2,12 @@
 #define QOVPUB_QOV_LONG_SOCKET_H
 
 #include <ace/INET_Addr.h>
-#include <ace/SOCK_Stream.h>
-#include <ace/Thread_Mutex.h>
 #include <ace/Time_Value.h>
-#include <qovpub/detail/interruption.h>
 #include <qovpub/qov_export.h>
 #include <qovpub/qov_message_package.h>
 
 #include <memory>
 #include <string>
-
-class CQOVDebugKitGuard;
-namespace qov {
-class Endpoint;
-}  // namespace qov
 
 /// The long-lived TCP connection to the management endpoint: sends one V3 message and waits for the
 /// one that answers it.
@@ -142,7 +134,7 @@ class QOV_EXPORT CQOVLongSocket {
   CQOVLongSocket(const std::string& endpoint, const Limits& limits);
 
   /// In the steps of an exchange: whether they are its second attempt.
-  bool isRetry() const { return retry_; }
+  bool isRetry() const;
 
   /// Why the last attempt to connect has failed, as in "Connection refused" or "no such host"; of a
   /// host with several addresses: "[::1]:19001: Connection refused; 127.0.0.1:19001: ...". Empty
@@ -152,44 +144,17 @@ class QOV_EXPORT CQOVLongSocket {
   /// Why the last recvData() that failed has failed, an errno value: ETIME when the time was over,
   /// EMSGSIZE when the message is longer than kMaxMessage, ENOLINK when the peer has closed the
   /// connection. 0 when none has failed.
-  int whyNotReceived() const { return receiveError_; }
+  int whyNotReceived() const;
 
  private:
-  unsigned int exchange(const unsigned char* data, unsigned int length, CT7QPackageV3& package,
-                        bool& sent);
-  unsigned int attemptTwice(const unsigned char* data, unsigned int length, CT7QPackageV3& package,
-                            bool& sent);
-  unsigned int attempt(const unsigned char* data, unsigned int length, CT7QPackageV3& package,
-                       bool& sent);
-  bool readMessage(char* buffer, unsigned int& length, const ACE_Time_Value* timeout,
-                   CQOVDebugKitGuard& guard);
-  bool receiveBody(char* to, unsigned int& have, unsigned int length,
-                   const ACE_Time_Value* timeout);
-  bool receive(char* to, unsigned int& have, unsigned int wanted, const ACE_Time_Value* timeout);
-  unsigned int takeAhead(char* to, unsigned int most);
-  bool isOwn(const char* buffer) const;
+  class Exchange;
+  class Reception;
+  struct State;
+
   unsigned int reconnect();
   void disconnect();
-  void connect(CQOVDebugKitGuard& guard);
 
-  // Guarded by lock_, limits_ and interruption_ excepted: the first is constant after construction,
-  // the other guards itself.
-  ACE_INET_Addr server_;  ///< tried last
-  ACE_SOCK_Stream peer_;
-  ACE_Thread_Mutex lock_;
-  std::unique_ptr<unsigned char[]> buffer_;
-  std::unique_ptr<qov::Endpoint> endpoint_;  ///< the configured one is read when it connects first
-  qov::Interruption interruption_;
-  const Limits limits_;
-  /// What has come on this connection behind the last message: bytes of buffer_.
-  struct {
-    unsigned int begin = 0;
-    unsigned int end = 0;
-  } ahead_;
-  bool sleeps_ = false;  ///< a receive on this connection may sleep as long as a reply may take
-  bool cut_ = false;     ///< the endpoint lacks the end of a request on this connection
-  bool retry_ = false;
-  int receiveError_ = 0;
+  const std::unique_ptr<State> state_;
 };
 #pragma GCC diagnostic pop
 

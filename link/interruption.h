@@ -1,5 +1,5 @@
-#ifndef QOVPUB_DETAIL_INTERRUPTION_H
-#define QOVPUB_DETAIL_INTERRUPTION_H
+#ifndef QOV_LINK_INTERRUPTION_H
+#define QOV_LINK_INTERRUPTION_H
 
 #include <ace/Global_Macros.h>
 
