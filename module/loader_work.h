@@ -69,7 +69,6 @@ class __attribute__((visibility("hidden"))) CQOV_Module_Loader::Work {
   ManagerPtr createModule(const std::string& name, ACE_DLL_Handle*& dll, CQOVDebugKitGuard& guard);
   bool startModule(CQOV_TaskMgr& manager, const std::string& name, ACE_DLL_Handle& dll,
                    CQOVDebugKitGuard& guard);
-  std::string whyInvalid(unsigned int gid) const;
   std::unique_ptr<Entry> takeFirst();
   bool unloadFirst(CQOVDebugKitGuard& guard);
 

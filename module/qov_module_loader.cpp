@@ -17,6 +17,7 @@
 #include "module/caught.h"
 #include "module/dll_manager.h"
 #include "module/loader_work.h"
+#include "module/module_entry.h"
 #include "module/module_library.h"
 #include "module/module_shutdown.h"
 #include "module/shutdown_watch.h"
@@ -29,9 +30,6 @@ template class ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>;
 
 namespace {
 
-constexpr unsigned int kMaxGid = 255;
-
-using CreateModule = CQOV_TaskMgr* (*)();
 using Turn = std::lock_guard<std::recursive_mutex>;
 
 /// Beside the line with the module's name.
@@ -151,15 +149,6 @@ bool CQOV_Module_Loader::Work::loadModules(const std::list<std::string>& names, 
   return true;
 }
 
-/// Of a gid that a module cannot have.
-std::string CQOV_Module_Loader::Work::whyInvalid(unsigned int gid) const {
-  if (gid == static_cast<unsigned int>(-1)) {
-    return "its manager has no leader";
-  }
-  return gid > kMaxGid ? "a gid is a number from 0 to 255"
-                       : std::string("module ") + modules_[gid]->dll->dll_name() + " has this gid";
-}
-
 bool CQOV_Module_Loader::Work::loadModule(const std::string& name, ManagerPtr& manager,
                                           CQOVDebugKitGuard& guard) {
   ACE_DLL_Handle* dll = nullptr;
@@ -169,10 +158,12 @@ bool CQOV_Module_Loader::Work::loadModule(const std::string& name, ManagerPtr& m
   }
   // A gid of -1 (the manager could not read it) is above every valid one, too.
   const auto gid = static_cast<unsigned int>(manager->gid());
-  if (gid > kMaxGid || modules_[gid] != nullptr) {
+  const bool isTaken = gid <= qov::kMaxGid && modules_[gid] != nullptr;
+  if (gid > qov::kMaxGid || isTaken) {
     guard.error(qov::log_id::kModuleBadGid, __FUNCTION__, __LINE__,
                 "gid(%u) is invalid which module name is %s!", gid, name.c_str());
-    tellReason(guard, "load module " + name, qov::pathOf(*dll), whyInvalid(gid));
+    tellReason(guard, "load module " + name, qov::pathOf(*dll),
+               qov::whyInvalidGid(gid, isTaken ? modules_[gid]->dll->dll_name() : ""));
     return false;
   }
   if (!startModule(*manager, name, *dll, guard)) {
@@ -202,7 +193,7 @@ CQOV_Module_Loader::Work::ManagerPtr CQOV_Module_Loader::Work::createModule(
   }
   // Whoever calls exit() from now on: the modules end before this library's static objects.
   qov::ModuleShutdown::stopAtExit();
-  const auto create = reinterpret_cast<CreateModule>(dll->symbol(qov::kEntryFunction));
+  const auto create = reinterpret_cast<qov::CreateModule>(dll->symbol(qov::kEntryFunction));
   if (create == nullptr) {
     guard.error(qov::log_id::kModuleNoEntry, __FUNCTION__, __LINE__,
                 "Failed to load module %s, because entry function %s is null!", name.c_str(),
@@ -210,14 +201,7 @@ CQOV_Module_Loader::Work::ManagerPtr CQOV_Module_Loader::Work::createModule(
     tellReason(guard, "load module " + name, qov::pathOf(*dll), qov::kNoEntryFunction);
     return nullptr;
   }
-  ManagerPtr manager;
-  whyNot = std::string(qov::kEntryFunction) + " returned null";
-  try {
-    manager.reset(create());
-  } catch (...) {
-    qov::passOnEndOfThread();
-    whyNot = qov::caughtText();
-  }
+  ManagerPtr manager(qov::createManager(create, whyNot));
   if (manager == nullptr) {
     guard.error(qov::log_id::kModuleNotCreated, __FUNCTION__, __LINE__,
                 "Failed to load module %s, because module object is null!", name.c_str());

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <qovpub/qov_task_mgr.h>
 #include <sys/prctl.h>
 #include <sys/types.h>
 #include <sys/wait.h>
@@ -17,6 +18,7 @@
 #include "frame/env/env_proc_name.h"
 #include "frame/env/failure.h"
 #include "module/dll_manager.h"
+#include "module/module_entry.h"
 #include "module/module_library.h"
 
 namespace qov {
@@ -37,16 +39,41 @@ struct Pipe {
   std::array<int, 2> ends{};
 };
 
-/// Empty for a library that is a module's.
-std::string whyNoModule(const std::string& name) {
-  std::string whyNot;
-  ACE_DLL_Handle* const library = openLibrary(name.c_str(), whyNot);
-  if (library == nullptr) {
-    return whyNot;
+/// Opens libraries and makes modules of them as the loader does, but starts none and lets none go.
+class Trial {
+ public:
+  explicit Trial(bool creates) : creates_(creates) {}
+
+  /// Empty for a library that is a module's.
+  std::string whyNoModule(const std::string& name) {
+    std::string whyNot;
+    ACE_DLL_Handle* const library = openLibrary(name.c_str(), whyNot);
+    if (library == nullptr) {
+      return whyNot;
+    }
+    const auto create = reinterpret_cast<CreateModule>(library->symbol(kEntryFunction));
+    const std::string why = create == nullptr ? kNoEntryFunction : whyNotCreated(name, create);
+    return why.empty() ? "" : pathOf(*library) + ": " + why;
   }
-  return library->symbol(kEntryFunction) == nullptr ? pathOf(*library) + ": " + kNoEntryFunction
-                                                    : "";
-}
+
+ private:
+  std::string whyNotCreated(const std::string& name, CreateModule create) {
+    if (!creates_) {
+      return {};
+    }
+    std::string whyNot;
+    CQOV_TaskMgr* const manager = createManager(create, whyNot);
+    if (manager == nullptr) {
+      return whyNot;
+    }
+    const auto gid = static_cast<unsigned int>(manager->gid());
+    const bool isTaken = !holders_.emplace(gid, name).second;
+    return gid > kMaxGid || isTaken ? whyInvalidGid(gid, holders_[gid]) : "";
+  }
+
+  const bool creates_;
+  std::map<unsigned int, std::string> holders_;  // by gid
+};
 
 /// What a library writes fills a pipe that nobody reads, and is dropped when that is full.
 void silenceStandardStreams() {
@@ -56,7 +83,7 @@ void silenceStandardStreams() {
   ::dup2(nowhere.ends[1], STDERR_FILENO);
 }
 
-[[noreturn]] void openAll(const Names& names, const std::string& procName, int report,
+[[noreturn]] void openAll(const Names& names, const std::string& procName, bool creates, int report,
                           pid_t parent) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (::getppid() != parent) {
@@ -65,8 +92,9 @@ void silenceStandardStreams() {
   ::setpgid(0, 0);
   silenceStandardStreams();
   assumeProcName(procName);
+  Trial trial(creates);
   for (const std::string& name : names) {
-    const std::string text = whyNoModule(name) + kEnd;
+    const std::string text = trial.whyNoModule(name) + kEnd;
     if (::write(report, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
       ::_exit(1);
     }
@@ -81,7 +109,7 @@ void silenceStandardStreams() {
 /// Errors: the constructor throws std::system_error.
 class Opening {
  public:
-  Opening(const Names& names, const std::string& procName);
+  Opening(const Names& names, const std::string& procName, bool creates);
   ~Opening() {
     stop();
     ::close(report_);
@@ -105,14 +133,14 @@ class Opening {
   std::string unread_;
 };
 
-Opening::Opening(const Names& names, const std::string& procName) {
+Opening::Opening(const Names& names, const std::string& procName, bool creates) {
   const Pipe pipe(O_CLOEXEC);
   const pid_t parent = ::getpid();
   child_ = ::fork();
   const int error = errno;
   if (child_ == 0) {
     ::close(pipe.ends[0]);
-    openAll(names, procName, pipe.ends[1], parent);
+    openAll(names, procName, creates, pipe.ends[1], parent);
   }
   ::close(pipe.ends[1]);
   report_ = pipe.ends[0];
@@ -176,13 +204,14 @@ int Opening::stop() {
 }  // namespace
 
 std::map<std::string, std::string> faultsOfLibraries(Names modules, const std::string& procName,
-                                                     std::chrono::milliseconds limit) {
+                                                     const QOVCheckOptions& how) {
   std::map<std::string, std::string> faults;
   auto next = modules.begin();
   while (next != modules.end()) {
-    Opening opening(modules, procName);
+    Opening opening(modules, procName, how.creates);
     std::string said;
-    for (next = modules.begin(); next != modules.end() && opening.next(limit, said); ++next) {
+    for (next = modules.begin(); next != modules.end() && opening.next(how.perLibrary, said);
+         ++next) {
       if (!said.empty()) {
         faults[*next] = said;
       }

@@ -1,7 +1,8 @@
 #ifndef QOV_FRAME_CHECK_LIBRARY_CHECK_H
 #define QOV_FRAME_CHECK_LIBRARY_CHECK_H
 
-#include <chrono>
+#include <qovpub/qov_check.h>
+
 #include <list>
 #include <map>
 #include <string>
@@ -10,11 +11,11 @@ namespace qov {
 
 /// Opens the libraries of `modules`, in that order, in a child process, which passes for the
 /// process `procName`. Gives those that cannot be modules, and why. One that ends the child, or
-/// takes longer than `limit`, is among them, and the others are opened in another child.
+/// takes longer than `how` says, is among them, and the others are opened in another child.
 /// Throws std::system_error when there can be no child.
 std::map<std::string, std::string> faultsOfLibraries(std::list<std::string> modules,
                                                      const std::string& procName,
-                                                     std::chrono::milliseconds limit);
+                                                     const QOVCheckOptions& how);
 
 }  // namespace qov
 

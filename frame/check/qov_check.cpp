@@ -24,7 +24,7 @@ void checkDevices(const std::string& file, std::vector<QOVFinding>& findings) {
 }
 
 void checkModules(const std::string& directory, const std::string& process,
-                  std::chrono::milliseconds perLibrary, std::vector<QOVFinding>& findings) {
+                  const QOVCheckOptions& how, std::vector<QOVFinding>& findings) {
   const ModuleList list = modulesOf(directory);
   for (const Failure& ignored : list.ignored) {
     findings.push_back(findingOf(ignored, true));
@@ -32,7 +32,7 @@ void checkModules(const std::string& directory, const std::string& process,
   if (!list.failure.cause.empty()) {
     findings.push_back(findingOf(list.failure));
   }
-  for (const auto& [module, fault] : faultsOfLibraries(list.names, process, perLibrary)) {
+  for (const auto& [module, fault] : faultsOfLibraries(list.names, process, how)) {
     findings.push_back({false, markerOf(directory, module), 0, fault});
   }
 }
@@ -45,12 +45,11 @@ std::string QOVFinding::text() const {
          (isWarning ? "warning: " : "") + what;
 }
 
-std::vector<QOVFinding> QOV_Check(const std::string& process,
-                                  std::chrono::milliseconds perLibrary) {
+std::vector<QOVFinding> QOV_Check(const std::string& process, const QOVCheckOptions& how) {
   const qov::ProcFiles files = qov::procFilesOf(process);
   std::vector<QOVFinding> findings;
   qov::checkConfiguration(files, process, findings);
   qov::checkDevices(files.directory + process + ".xml", findings);
-  qov::checkModules(files.directory, process, perLibrary, findings);
+  qov::checkModules(files.directory, process, how, findings);
   return findings;
 }

@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <utility>
+
 namespace qov::test {
 namespace {
 
@@ -361,6 +363,10 @@ std::vector<BrokenSetUp> ofTheModules() {
     rows.push_back({name, module(way), std::move(says), Result::kFails, Log::kFile});
     rows.back().check = Check::kNothing;
   };
+  const auto addCreating = [&](const char* name, const char* way, std::vector<std::string> says) {
+    add(name, way, std::move(says));
+    rows.back().check = Check::kWithCreate;
+  };
   const std::string null = "Failed to load module qovp_broken, because module object is null!\n";
   const std::string init = "Failed to init module qovp_broken!\n";
   rows.push_back({"NoEntryFunction",
@@ -370,11 +376,12 @@ std::vector<BrokenSetUp> ofTheModules() {
                    "/libqovp_plugin.so: the library does not export QOV_CreateModule\n"},
                   Result::kFails,
                   Log::kFile});
-  add("EntryGivesNull", "null", {null, library + "QOV_CreateModule returned null\n"});
-  add("EntryThrows", "entry_throws", {null, library + "the entry's own words\n"});
-  add("EntryThrowsANumber", "entry_throws_number",
-      {null, library + "an exception that is no std::exception\n"});
-  add("ConstructorThrows", "constructor_throws", {null, library + "the constructor's own words\n"});
+  addCreating("EntryGivesNull", "null", {null, library + "QOV_CreateModule returned null\n"});
+  addCreating("EntryThrows", "entry_throws", {null, library + "the entry's own words\n"});
+  addCreating("EntryThrowsANumber", "entry_throws_number",
+              {null, library + "an exception that is no std::exception\n"});
+  addCreating("ConstructorThrows", "constructor_throws",
+              {null, library + "the constructor's own words\n"});
   add("InitGivesFalse", "", {init, library + "init() returned false\n"});
   add("InitThrows", "init_throws", {init, library + "the module's own words\n"});
   add("InitThrowsANumber", "init_throws_number",
@@ -392,9 +399,9 @@ std::vector<BrokenSetUp> ofTheModules() {
                    init},
                   Result::kFails,
                   Log::kFile});
-  add("GidTooLarge", "gid_256",
-      {"gid(256) is invalid which module name is qovp_broken!\n",
-       library + "a gid is a number from 0 to 255\n"});
+  addCreating("GidTooLarge", "gid_256",
+              {"gid(256) is invalid which module name is qovp_broken!\n",
+               library + "a gid is a number from 0 to 255\n"});
   rows.push_back({"GidTaken",
                   [](Agent& agent) {
                     agent.useModules({"chatter", "third_chatter"});
@@ -402,7 +409,7 @@ std::vector<BrokenSetUp> ofTheModules() {
                   {"gid(1) is invalid which module name is qovp_", " has this gid\n"},
                   Result::kFails,
                   Log::kFile});
-  rows.back().check = Check::kNothing;
+  rows.back().check = Check::kWithCreate;
   add("PlugInMissing", "plugin_missing",
       {"Failed to open qovp_no_such_plugin\n",
        "Failed to open the library of a plug-in: qovp_no_such_plugin: none of "
@@ -449,6 +456,7 @@ std::vector<BrokenSetUp> ofModulesThatEndTheProcess() {
   add("ModuleAborts", "abort", "by signal 6 (Aborted)", -1, SIGABRT);
   add("ModuleIsKilled", "kill", "by signal 9 (Killed)", -1, SIGKILL);
   add("EntryKills", "entry_kills", "by signal 9 (Killed)", -1, SIGKILL);
+  rows.back().check = Check::kWithCreate;
   return rows;
 }
 

@@ -26,7 +26,8 @@ enum class Log {
 enum class Check {
   kProblem,
   kWarning,
-  kNothing,  ///< it goes wrong in a module's own code, which only a start runs
+  kWithCreate,  ///< a problem, found with --create
+  kNothing,     ///< it goes wrong in a module's init(), which only a start calls
 };
 
 /// A way to break an agent and what it must say.

@@ -59,8 +59,9 @@ class CheckOfABrokenSetUp : public CheckTest, public ::testing::WithParamInterfa
     const std::string bare =
         std::regex_replace(found, std::regex("(\\.cfg)?(:[0-9]+)?: (warning: )?"), "$1: ");
     return std::any_of(GetParam().says.begin(), GetParam().says.end(), [&](const auto& line) {
-      const std::string text =
-          filledIn(std::regex_replace(line, std::regex("^(Failed to [^:]*)?: "), ""), agent.root());
+      const std::string text = filledIn(
+          std::regex_replace(line, std::regex("^(Failed to [^:]*)?: | before it ran.*"), ""),
+          agent.root());
       return found.find(text) != std::string::npos || bare.find(text) != std::string::npos;
     });
   }
@@ -79,10 +80,17 @@ TEST_P(CheckOfABrokenSetUp, SaysWhatAStartWouldSay) {
   }
   row.breakIt(agent);
   checks({"--process", "qov_test_agent"}, row.check == Check::kProblem ? 2 : 0);
-  if (row.check == Check::kNothing) {
-    EXPECT_EQ(agent.errors(), "");
-  } else {
+  if (row.check == Check::kProblem || row.check == Check::kWarning) {
     EXPECT_TRUE(saysWhatTheStartSays()) << agent.errors();
+    return;
+  }
+  EXPECT_EQ(agent.errors(), "") << "found without a call of the module";
+  const bool isFound = row.check == Check::kWithCreate;
+  checks({"--process", "qov_test_agent", "--create"}, isFound ? 2 : 0);
+  if (isFound) {
+    EXPECT_TRUE(saysWhatTheStartSays()) << agent.errors();
+  } else {
+    EXPECT_EQ(agent.errors(), "");
   }
 }
 
@@ -93,12 +101,13 @@ INSTANTIATE_TEST_SUITE_P(Of, CheckOfAGoodSetUp,
                          ::testing::Values("chatter", "other_chatter", "hidden_chatter", "state",
                                            "broken_pipe", "hoarder", "stuck", "memory", "plugged",
                                            "quitter", "lingering", "reactor_user", "crossing",
-                                           "named", "configured"),
+                                           "named", "configured", "throwing"),
                          [](const auto& module) { return std::string(module.param); });
 
 TEST_P(CheckOfAGoodSetUp, SaysNothing) {
   agent.useModules({GetParam()});
   checks();
+  checks({"--process", "qov_test_agent", "--create"});
   EXPECT_EQ(agent.errors(), "");
 }
 

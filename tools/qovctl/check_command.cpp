@@ -56,16 +56,18 @@ std::set<std::string> processesIn(const fs::path& folder, Count& count) {
 
 void check(const CheckOptions& options) {
   if (!options.root.empty()) {
-    ::setenv("QOV_ROOT", fs::absolute(options.root).c_str(), 1);
+    ::setenv("QOV_ROOT", options.root.c_str(), 1);
   }
   Count count;
   const fs::path folder = QOV_Utility::getQOVRootEnv() + "/conf";
   const std::set<std::string> processes =
       options.process.empty() ? processesIn(folder, count) : std::set<std::string>{options.process};
-  const auto limit = std::chrono::duration_cast<std::chrono::milliseconds>(
+  QOVCheckOptions how;
+  how.perLibrary = std::chrono::duration_cast<std::chrono::milliseconds>(
       std::chrono::duration<double>(options.timeout));
+  how.creates = options.create;
   for (const std::string& process : processes) {
-    for (const QOVFinding& finding : QOV_Check(process, limit)) {
+    for (const QOVFinding& finding : QOV_Check(process, how)) {
       count.tell(finding);
     }
   }

@@ -8,6 +8,7 @@ namespace qov::ctl {
 struct CheckOptions {
   std::string root;     ///< empty: what "QOV_ROOT" says
   std::string process;  ///< empty: each that has a configuration file
+  bool create = false;  ///< have the modules' objects made
   double timeout = 10;  ///< seconds for opening a library
 };
 

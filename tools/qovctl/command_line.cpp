@@ -154,6 +154,9 @@ void CommandLine::addCheck() {
       ->add_option("--process", check_.process,
                    "Name of the process; otherwise each one with a configuration file")
       ->check(checkProcess);
+  command->add_flag("--create", check_.create,
+                    "Also call the modules' entry functions, as a start does, for faults of their "
+                    "constructors and ids that two modules have");
   command
       ->add_option("--timeout", check_.timeout,
                    "Seconds (0.001 to 86400) that opening a module's library may take")
