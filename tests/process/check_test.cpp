@@ -101,7 +101,7 @@ INSTANTIATE_TEST_SUITE_P(Of, CheckOfAGoodSetUp,
                          ::testing::Values("chatter", "other_chatter", "hidden_chatter", "state",
                                            "broken_pipe", "hoarder", "stuck", "memory", "plugged",
                                            "quitter", "lingering", "reactor_user", "crossing",
-                                           "named", "configured"),
+                                           "named", "configured", "throwing"),
                          [](const auto& module) { return std::string(module.param); });
 
 TEST_P(CheckOfAGoodSetUp, SaysNothing) {
