@@ -1,5 +1,5 @@
-#include <ace/Thread.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <qovpub/qov_request.h>
 #include <qovpub/qov_stats.h>
 #include <qovpub/qov_task_scheduler.h>
@@ -18,6 +18,7 @@
 #include "task/running_managers.h"
 #include "tests/support/answering_modules.h"
 #include "tests/support/process_end.h"
+#include "tests/support/sanitizers.h"
 #include "tests/task/stats_of.h"
 #include "tests/task/task_fixture.h"
 
@@ -371,6 +372,9 @@ TEST_F(AskLaterTest, AContinuationAtTheStopMayWaitForWhatItSendsToAnother) {
 }
 
 TEST_F(AskLaterTest, AContinuationAtTheStopMayEndItsThread) {
+#if QOV_TEST_TSAN
+  GTEST_SKIP() << "reported as a lock order inversion within ACE, see WorkerTaskTest";
+#endif
   make(0);
   ASSERT_TRUE(module_->init());
   const auto held = std::make_shared<int>(0);
@@ -378,7 +382,7 @@ TEST_F(AskLaterTest, AContinuationAtTheStopMayEndItsThread) {
   for (int i = 0; i < 2; ++i) {
     ASSERT_EQ(QOVReason::kNone,
               QOVRequest(*task_, kModule, kSilent).askLater(minutes(1), [held](const QOVAnswer&) {
-                ACE_Thread::exit();
+                ::pthread_exit(nullptr);
               }));
   }
   module_->stop();
