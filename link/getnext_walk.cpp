@@ -17,6 +17,7 @@ enum Status : std::uint64_t { kRow = 0, kEnd = 1 };
 /// without any more.
 void detach(CTLVRecordV3& record) {
   CTLVRecordV3 detached(std::move(record));
+  // NOLINTNEXTLINE(bugprone-use-after-move): without memory the cells stay where they are
   if (record.count() > 0) {
     throw std::bad_alloc();
   }

@@ -27,7 +27,7 @@ CellBlock* CellBlock::of(const CellValue* cell) noexcept {
     return nullptr;
   }
   const auto* at = reinterpret_cast<const unsigned char*>(cell);
-  const unsigned char* start = at - static_cast<std::uint32_t>(cell->place_) * kPlaceUnit;
+  const unsigned char* start = at - static_cast<std::size_t>(cell->place_) * kPlaceUnit;
   return reinterpret_cast<CellBlock*>(const_cast<unsigned char*>(start));
 }
 

@@ -15,6 +15,7 @@ using Kind = DecodeFault::Kind;
 constexpr unsigned int kLengthAt = 8;
 constexpr unsigned int kMaxType = CTLVCell::TLV_TIME;
 /// What the places of neighbours in a block differ by.
+// NOLINTNEXTLINE(misc-redundant-expression): they differ
 constexpr unsigned int kPlaceStep = sizeof(CTLVCell) / alignof(CTLVCell);
 
 unsigned int lengthOf(std::uint32_t cellHead) {

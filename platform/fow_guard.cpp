@@ -7,6 +7,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <iosfwd>
@@ -43,7 +44,7 @@ constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
 /// A thread looks for a free slot among this many, which are its own as long as there are not more
 /// than 128 threads with guards. What finds none is checked on closing only.
 constexpr unsigned kDepth = 8;
-std::array<GuardSlot, 128 * kDepth> slots;
+std::array<GuardSlot, std::size_t{128} * kDepth> slots;
 std::atomic<unsigned> nextFirstSlot{0};
 [[gnu::tls_model("initial-exec")]] thread_local int threadId = 0;
 [[gnu::tls_model("initial-exec")]] thread_local unsigned firstSlot = 0;

@@ -52,6 +52,7 @@ ACE_Message_Block* makeBlock(std::size_t size, ACE_Message_Block::ACE_Message_Ty
   // ACE leaves the block without its data part when only that could not be had.
   if (mb == nullptr || mb->data_block() == nullptr) {
     ACE_Message_Block::release(mb);
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the analyzer does not see it freed
     errno = ENOMEM;
     return nullptr;
   }

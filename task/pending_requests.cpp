@@ -143,7 +143,7 @@ void PendingRequests::wakeSenderOf(ACE_Message_Block& request, int cause) {
 }
 
 TimeoutDesc PendingRequests::remove(Requests::const_iterator request) {
-  const TimeoutDesc sender = request->second.sender_;
+  TimeoutDesc sender = request->second.sender_;
   if (sender.timerId_ != kNoTimer) {
     reactor_.cancel_timer(sender.timerId_);
   }

@@ -16,7 +16,7 @@ class ThreadOf : public ACE_Thread_Descriptor {
     thr_state_ = ACE_Thread_Manager::ACE_THR_SPAWNED;
     ACE_Log_Msg::instance()->thr_desc(this);
   }
-  ~ThreadOf() { ACE_Log_Msg::instance()->thr_desc(before_); }
+  ~ThreadOf() override { ACE_Log_Msg::instance()->thr_desc(before_); }
 
   ThreadOf(const ThreadOf&) = delete;
   ThreadOf& operator=(const ThreadOf&) = delete;

@@ -30,7 +30,7 @@ class DeviceWalk {
 
 std::vector<DeviceFault> DeviceWalk::faultsOf(const TiXmlElement* root) {
   const unsigned line = root != nullptr ? static_cast<unsigned>(root->Row()) : 0;
-  if (const std::string why = whyNoRoot(root); !why.empty()) {
+  if (const std::string why = whyNoRoot(root); root == nullptr || !why.empty()) {
     return {{line, why, false}};
   }
   const TiXmlElement* const devices = root->FirstChildElement();

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <locale>
 #include <sstream>
-#include <utility>
 
 namespace {
 
@@ -37,8 +36,9 @@ std::string UtcTimeToLocalTimeStr(time_t t, std::string dateSep) {
   return text;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is fixed
 u_int StrToUint(std::string s) {
-  std::istringstream stream(std::move(s));
+  std::istringstream stream(s);
   stream.imbue(std::locale::classic());  // what a file says does not depend on who reads it
   std::uint64_t value = 0;
   stream >> value;

@@ -58,7 +58,7 @@ class __attribute__((visibility("default"))) MonitorGuard {
  public:
   /// `seconds` is the time that the shutdown may take.
   explicit MonitorGuard(unsigned seconds);
-  ~MonitorGuard();
+  ~MonitorGuard();  // NOLINT(performance-trivially-destructible): the platform's does something
 
   MonitorGuard(const MonitorGuard&) = delete;
   MonitorGuard& operator=(const MonitorGuard&) = delete;
