@@ -15,7 +15,6 @@ using testing::AnyOf;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
-using testing::Not;
 
 std::string processName() {
   std::string name;

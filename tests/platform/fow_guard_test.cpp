@@ -304,8 +304,8 @@ TEST(FowGuardDeathTest, DoesNotKeepAProcessFromItsEndWhenTheLogTakesNothing) {
 
 // ThreadSanitizer ends a process that starts a thread after forking from several ones.
 #if !QOV_TEST_TSAN
-// Both fork while the watch sleeps: nothing in here keeps ACE's log whole in a child, as the library
-// does, and a thread that begins holds a lock of AddressSanitizer's.
+// Both fork while the watch sleeps: nothing in here keeps ACE's log whole in a child, as the
+// library does, and a thread that begins holds a lock of AddressSanitizer's.
 TEST(FowGuard, WorksInTheChildOfAProcessThatHadGuards) {
   const FowGuard ofTheParent(115, 0, kLongGuard);
   ASSERT_TRUE(letTheWatchLook());
