@@ -10,7 +10,6 @@
 #include "tests/support/sleeping_thread.h"
 
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Pair;
 

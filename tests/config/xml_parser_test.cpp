@@ -10,7 +10,6 @@
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::Pair;
 
 namespace qov::test {
 namespace {

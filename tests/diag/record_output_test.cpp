@@ -21,7 +21,6 @@ namespace {
 
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::Not;
 
 class RecordOutput : public testing::Test {
  protected:

@@ -16,7 +16,6 @@
 namespace {
 
 using qov::StartOutcome;
-using qov::StartPage;
 
 /// What happens when this process is about to look for a child that has ended; null when nothing
 /// does.

@@ -11,7 +11,6 @@
 
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
-using ::testing::IsEmpty;
 
 namespace qov::test {
 namespace {

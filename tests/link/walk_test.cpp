@@ -8,7 +8,6 @@
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::StartsWith;
 
 namespace qov::test {
 namespace {

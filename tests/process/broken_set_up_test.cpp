@@ -10,7 +10,6 @@
 #include "tests/support/sanitizers.h"
 
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 namespace qov::test {
 namespace {
