@@ -17,6 +17,7 @@
 #include "tests/support/agent_root.h"
 #include "tests/support/child.h"
 #include "tests/support/failing_allocations.h"
+#include "tests/support/sanitizers.h"
 
 namespace {
 
@@ -107,6 +108,7 @@ TEST_F(AppStart, WithoutMemoryForTheLoggingStrategyFails) {
   EXPECT_TRUE(failing.hasFailed());
 }
 
+#if !QOV_TEST_TSAN  // which bears no new threads in a child of several
 TEST_F(AppStart, WhoseMemoryRunsOutSaysWhy) {
   root.writeConfig();
   root.addModule("qovp_that_is_nowhere");
@@ -142,6 +144,7 @@ TEST_F(AppStart, WhoseMemoryRunsOutSaysWhy) {
     }
   }
 }
+#endif
 
 TEST_F(AppStart, SurvivesAnEmptyCommandLine) {
   root.writeConfig();
