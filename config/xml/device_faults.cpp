@@ -63,11 +63,12 @@ void DeviceWalk::look(const TiXmlElement& device) {
 }
 
 void DeviceWalk::lookAtItem(const std::string& deviceDesc, const TiXmlElement& item) {
-  const char* const key = item.Attribute("Key");
-  if (key == nullptr) {
-    ignore(item, "an item without Key gets the key \"default\"");
-  } else if (!keys_[deviceDesc].insert(key).second) {
+  const char* const given = item.Attribute("Key");
+  const std::string key = given != nullptr ? given : kDefaultText;
+  if (!keys_[deviceDesc].insert(key).second) {
     ignore(item, itemTwiceText(deviceDesc, key));
+  } else if (given == nullptr) {
+    ignore(item, "an item without Key gets the key \"" + key + "\"");
   }
   lookForOthers(item, {"Key", "Value"});
   if (const TiXmlElement* const inner = item.FirstChildElement()) {

@@ -13,6 +13,9 @@ std::string whyNoRoot(const TiXmlElement* root);
 
 constexpr const char* kNoDeviceConfig = "no DeviceConfig found";
 
+/// An item's key and value where it gives none.
+constexpr const char* kDefaultText = "default";
+
 /// Of an item whose key the device has already.
 std::string itemTwiceText(const std::string& deviceDesc, const std::string& key);
 

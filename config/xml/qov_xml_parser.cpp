@@ -21,11 +21,10 @@ namespace {
 
 constexpr int kAttempts = 3;
 constexpr std::chrono::seconds kSleepAfterAttempt{10};
-constexpr const char* kDefaultText = "default";
 
 /// Null (errno ENOMEM) without memory.
 std::unique_ptr<CIType> itemFrom(const TiXmlElement& element) try {
-  auto item = std::make_unique<CIType>(CIType{kDefaultText, kDefaultText, {}});
+  auto item = std::make_unique<CIType>(CIType{qov::kDefaultText, qov::kDefaultText, {}});
   for (const TiXmlAttribute* attribute = element.FirstAttribute(); attribute != nullptr;
        attribute = attribute->Next()) {
     const std::string_view name = attribute->Name();

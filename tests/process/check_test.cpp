@@ -206,6 +206,18 @@ TEST_F(CheckTest, WarnsOfWhatIsIgnoredInTheDeviceConfiguration) {
         "12: warning: devices stand in the first element of the root; this one is ignored\n");
 }
 
+TEST_F(CheckTest, WarnsOfAnItemThatComesAfterOneWithTheKeyDefault) {
+  agent.useModules({"state"});
+  writesDevices(
+      "<AgentConfig>\n<D>\n<Device DeviceDesc='a'>\n<I Value='1'/>\n<I Value='2'/>\n"
+      "<I Key='default' Value='3'/>\n</Device>\n</D>\n</AgentConfig>\n");
+  const std::string file = "<conf>qov_test_agent.xml:";
+  const std::string twice =
+      ": warning: ConfigItem is already exist! DeviceDest : a, and ConfigItem : default\n";
+  warns(file + "4: warning: an item without Key gets the key \"default\"\n" + file + "5" + twice +
+        file + "6" + twice);
+}
+
 /// A library that does something when it is opened, among others.
 class CheckOfAnEarlyLibrary : public CheckTest {
  protected:
