@@ -31,6 +31,14 @@ ACE_Message_Block* blockWith(const CQOV_MsgPackage* package) {
   return mb;
 }
 
+/// Longer time-outs, which the clock cannot hold, end with this one.
+constexpr std::chrono::hours kLongest(100 * 365 * 24);
+
+TestRouter::Duration spanOf(const ACE_Time_Value& timeout) {
+  return std::min<std::chrono::seconds>(std::chrono::seconds(timeout.sec()), kLongest) +
+         std::chrono::microseconds(timeout.usec());
+}
+
 /// What the leader leaves in errno of a send() that got no answer.
 int causeOf(QOVReason reason) {
   switch (reason) {
@@ -108,9 +116,8 @@ QOVAnswer TestRouter::answerTo(const CQOV_MsgPackage& request, const Entry& entr
 }
 
 void TestRouter::serve(const TimeoutDesc& sender, QOVAnswer answer) {
-  const Duration timeout = std::chrono::seconds(sender.timeout_.sec()) +
-                           std::chrono::microseconds(sender.timeout_.usec());
-  const Duration end = now_ + (answer.reason() == QOVReason::kTimedOut ? timeout : Duration());
+  const bool timesOut = answer.reason() == QOVReason::kTimedOut;
+  const Duration end = now_ + (timesOut ? spanOf(sender.timeout_) : Duration());
   if (sender.later_ == nullptr) {
     now_ = end;
     endWait(sender, std::move(answer));

@@ -117,6 +117,15 @@ TYPED_TEST(TestKitRouter, EndsARequestWithoutATimeOutAsTheStopDoes) {
   EXPECT_EQ(QOVRequest(this->task_, kOther, kRead).ask().reason(), QOVReason::kStopped);
 }
 
+TYPED_TEST(TestKitRouter, MovesTheClockForwardsByATimeOutHoweverLong) {
+  this->kit_.fail(kOther, kRead, QOVReason::kTimedOut);
+  const auto before = this->kit_.now();
+
+  QOVRequest request(this->task_, kOther, kRead);
+  EXPECT_EQ(request.ask(QOVRequest::Duration::max()).reason(), QOVReason::kTimedOut);
+  EXPECT_GT(this->kit_.now(), before + std::chrono::hours(24));
+}
+
 TYPED_TEST(TestKitRouter, TakesNoNoticeWithoutRoom) {
   this->kit_.fail(kOther, kRead, QOVReason::kNoRoom);
 
