@@ -20,7 +20,7 @@ void FileStrategy::arm(int seconds) {
   armed_ = reactor()->schedule_timer(this, nullptr, period, period) != -1;
 }
 
-int FileStrategy::handle_timeout(const ACE_Time_Value&, const void*) {
+int FileStrategy::handle_timeout(const ACE_Time_Value&, const void*) noexcept {
   LogSink::process().checkFile(maxBytes_, predecessors_);
   return 0;
 }

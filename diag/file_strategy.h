@@ -20,7 +20,8 @@ class FileStrategy : public ACE_Logging_Strategy {
   /// Has the reactor call handle_timeout() every `seconds`.
   void arm(int seconds);
 
-  int handle_timeout(const ACE_Time_Value& now, const void* act) override;
+  /// Without memory it ends the process here, not in whatever runs the reactor.
+  int handle_timeout(const ACE_Time_Value& now, const void* act) noexcept override;
   int handle_close(ACE_HANDLE handle, ACE_Reactor_Mask mask) override;
   /// Unlike ACE's it arms no timer.
   void reactor(ACE_Reactor* reactor) override;

@@ -59,11 +59,6 @@ void applyOptions(qov::FileStrategy& strategy, const CLogging_Cfg_Param& param,
   strategy.init(options.argc(), options.argv());
 }
 
-/// Once the file is in use, so that missing memory refuses nothing any more.
-void checkFile(qov::FileStrategy& strategy, const CLogging_Cfg_Param& param) noexcept {
-  strategy.handle_timeout(ACE_Time_Value(param.chkInterval_), nullptr);
-}
-
 /// Once `param` is in force.
 void tidyUp(const CLogging_Cfg_Param& param) noexcept {
   qov::LogSink& sink = qov::LogSink::process();
@@ -167,7 +162,7 @@ int CQOV_Logging_Strategy::initLogStrategy(const CLogging_Cfg_Param& param) {
     const std::optional<uid_t> owner = findDaemon();
     applyOptions(*strategy, param, owner);
     if (toFile) {
-      checkFile(*strategy, param);
+      strategy->handle_timeout(ACE_Time_Value(param.chkInterval_), nullptr);
     }
     strategy_.reset();  // with its timer
     if (checked) {

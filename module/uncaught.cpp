@@ -16,9 +16,11 @@
 
 #include "diag/log_ids.h"
 #include "diag/standard_error.h"
+#include "diag/uncancelled.h"
 #include "frame/env/current_step.h"
 #include "frame/env/failure.h"
 #include "module/last_words.h"
+#include "platform/signal_mask.h"
 
 namespace qov {
 namespace {
@@ -57,8 +59,13 @@ std::string whereAndWhy() {
   static std::mutex oneThread;
   static thread_local bool tells = false;
   if (!std::exchange(tells, true)) {
+    const Uncancelled telling;
     oneThread.lock();
     std::signal(SIGALRM, SIG_DFL);
+    sigset_t theAlarm;
+    sigemptyset(&theAlarm);
+    sigaddset(&theAlarm, SIGALRM);
+    const SignalMask heeding(SIG_UNBLOCK, theAlarm);
     ::alarm(kLongestTelling);
     try {
       tellLastWords(log_id::kUncaught, {whereAndWhy()});

@@ -197,7 +197,11 @@ struct WatchLife {
     stopping = true;
     sem_post(&changed);
     const timespec limit = timespecOf(exactNow() + kLongestLook.count());
-    if (running && sem_clockwait(&ended, CLOCK_MONOTONIC, &limit) == 0) {
+    int result = running ? sem_clockwait(&ended, CLOCK_MONOTONIC, &limit) : -1;
+    while (running && result != 0 && errno == EINTR) {
+      result = sem_clockwait(&ended, CLOCK_MONOTONIC, &limit);
+    }
+    if (result == 0) {
       pthread_join(watcher, nullptr);
     }
   }

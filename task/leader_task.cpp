@@ -13,6 +13,7 @@
 #include "task/message_block.h"
 #include "task/start_task.h"
 #include "task/started_tasks.h"
+#include "task/thread_groups.h"
 #include "task/thread_tasks.h"
 
 namespace {
@@ -161,7 +162,7 @@ bool CQOV_Leader_Task::Dispatcher::run() {
     return false;
   }
   if (qov::startTask(*scheduler_, leader_.grp_id(), {moduleId_, "scheduler"}, thread) != 0) {
-    leader_.notifyExit();
+    qov::tellToEnd(leader_);
     return false;
   }
   return true;
@@ -183,7 +184,9 @@ void CQOV_Leader_Task::Dispatcher::serve() {
     if (ended.any()) {
       pending_.releaseLater(queue_.processId(), ended);
     }
-    handlerWatch_.follow();
+    if (!closed_) {
+      handlerWatch_.follow();
+    }
   }
   end();
 }
@@ -295,7 +298,7 @@ void CQOV_Leader_Task::Dispatcher::shutDown() {
   started.beginStop();
   while (CQOV_Task* const task = started.nextToTell()) {
     if (task != &leader_) {
-      task->notifyExit();
+      qov::tellToEnd(*task);
     }
   }
 }

@@ -24,7 +24,7 @@ RunningHandlers::Entry::~Entry() {
 }
 
 void RunningHandlers::limit(Duration limit) {
-  limit_ = std::min<Duration>(limit, kLongest);
+  limit_ = std::clamp<Duration>(limit, Duration::zero(), kLongest);
   changed_ = true;
 }
 

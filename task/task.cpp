@@ -14,6 +14,7 @@
 #include "task/module_context.h"
 #include "task/response_slot.h"
 #include "task/task_queue.h"
+#include "task/thread_groups.h"
 #include "task/thread_name.h"
 #include "task/thread_tasks.h"
 
@@ -56,9 +57,7 @@ void CQOV_Task::notifyExit() {
   }
   log.info(qov::log_id::kTaskToldToExit, __FUNCTION__, __LINE__, "Task will exit!");
   if (stop == nullptr) {
-    if (started_) {
-      throw std::bad_alloc();  // its thread would be joined without end
-    }
+    qov::noteUntold();
     errno = ENOMEM;
   }
 }
@@ -121,7 +120,7 @@ int CQOV_Task::activate(long flags, int n_threads, int force_active, long priori
   // By the group that was asked for: a task that asked for none is its starter's own.
   if (taskMgr_ != nullptr && grp_id != -1 && grp_id == taskMgr_->gid() &&
       !startedTasks_->add(this)) {
-    notifyExit();
+    qov::tellToEnd(*this);
   }
   return result;
 }

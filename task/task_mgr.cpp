@@ -100,7 +100,7 @@ void CQOV_TaskMgr::stop() {
     return;
   }
   context_->stopped_ = true;
-  leader()->notifyExit();
+  qov::tellToEnd(*leader());
   qov::joinThreadsOf(*leader());
   // A leader that never ran has told nobody yet.
   leader()->end();

@@ -21,6 +21,7 @@
 #include "task/start_task.h"
 #include "task/started_tasks.h"
 #include "task/task_queue.h"
+#include "task/thread_groups.h"
 #include "task/worker_pool.h"
 
 namespace {
@@ -242,7 +243,7 @@ int CQOV_TaskScheduler::WorkerPool::return_to_work(CQOV_Task* worker) {
     }
   }
   if (tooLate) {
-    worker->notifyExit();
+    qov::tellToEnd(*worker);
   }
   return 0;
 }

@@ -13,6 +13,9 @@ namespace qov {
 
 namespace {
 
+/// Whether a task could not be told to end. Not errno, which what comes behind may set as well.
+thread_local bool untold = false;
+
 constexpr int kLastModule = 255;
 
 ACE_THR_FUNC_RETURN doNothing(void*) {
@@ -82,6 +85,18 @@ void joinThreadsIn(int group) {
 
 void joinThreadsOf(CQOV_Task& task) {
   hasJoined(threads().wait_task(&task));
+}
+
+void noteUntold() {
+  untold = true;
+}
+
+void tellToEnd(CQOV_Task& task) {
+  untold = false;
+  task.notifyExit();
+  if (untold) {
+    throw std::bad_alloc();
+  }
 }
 
 }  // namespace qov

@@ -23,6 +23,12 @@ std::size_t threadsIn(int group);
 /// meanwhile.
 void joinThreadsIn(int group);
 
+/// Calls notifyExit() of `task`, whose threads are going to be joined. Throws std::bad_alloc where
+/// it has no memory for that: they would be waited for without end.
+void tellToEnd(CQOV_Task& task);
+/// What CQOV_Task::notifyExit() notes of the calling thread then.
+void noteUntold();
+
 /// Waits for the threads of `task`.
 void joinThreadsOf(CQOV_Task& task);
 

@@ -54,8 +54,8 @@ int WaitReactor::dispatch(bool anyhow) {
   // A response that is here in time comes before its own time-out, also when the handler is busy
   // with a batch until after that. A batch is bounded, so the timers get their turn.
   const ACE_Time_Value now = timers_->gettimeofday();
-  const int called =
-      dispatchNotification(anyhow) + (timers_->is_empty() ? 0 : timers_->expire(now));
+  int called = dispatchNotification(anyhow);
+  called += timers_->is_empty() ? 0 : timers_->expire(now);
   std::optional<ACE_Time_Value> earliest;
   if (!timers_->is_empty()) {
     earliest = timers_->earliest_time();
