@@ -47,8 +47,8 @@ class QOV_EXPORT CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
 
   /// Tells the task to end: queues an empty MB_STOP block behind what is queued already, also into
   /// a full queue, and logs "Task will exit!". A send() that waits ends without a response. Without
-  /// memory errno is ENOMEM and the task goes on: a module's own stop, which joins its threads, then
-  /// ends the process by std::bad_alloc.
+  /// memory errno is ENOMEM and the task goes on; the stop of its module, which would wait for it
+  /// without end, ends the process by std::bad_alloc.
   virtual void notifyExit();
 
   /// Ends the getMsg() that waits now, or else the next one, without a message. The leader calls it
