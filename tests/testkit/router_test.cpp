@@ -38,7 +38,7 @@ class TestKitRouter : public ::testing::Test {
 };
 
 using Tasks = ::testing::Types<Worker, StaticWorker>;
-TYPED_TEST_SUITE(TestKitRouter, Tasks);
+TYPED_TEST_SUITE(TestKitRouter, Tasks, );
 
 TYPED_TEST(TestKitRouter, AnswersWithWhatTheTableFillsIn) {
   this->kit_.answer(kOther, kRead, [](const CQOV_MsgPackage& request, CQOV_MsgPackage& answer) {

@@ -501,9 +501,7 @@ TEST(StrictJson, RefusesWhatLaxReadersTakeForAnotherValue) {
     }
   }
   for (const char* text : {"'a\nb'", "'\x01'", "{'\t':1}", "'\\udc00'", "'\\ud83d\\u0041'",
-                           "'\\udc00\\ud83d'", "'\xff'", "'\xed\xa0\x80'",
-                           "\xef\xbb\xbf"
-                           "1"}) {
+                           "'\\udc00\\ud83d'", "'\xff'", "'\xed\xa0\x80'", "\xef\xbb\xbf\x31"}) {
     EXPECT_THAT(refused(text), StartsWith("not JSON: ")) << text;
   }
   EXPECT_EQ(refused("1\0"s), "not JSON: Line 1, Column 2: a NUL");
