@@ -170,7 +170,7 @@ TEST_F(TestKitLater, TakesTurnsWithTheTicks) {
   Sweep sweep(kit_.module());
   std::vector<std::pair<QOVTestKit::Duration, QOVReason>> ends;
   sweep.act_ = [&] {
-    for (const std::uint64_t opc : {1, 2}) {
+    for (const unsigned int opc : {1U, 2U}) {
       ASSERT_EQ(QOVRequest(sweep, kOther, opc)
                     .askLater(seconds(3),
                               [&](const QOVAnswer& answer) {

@@ -10,7 +10,7 @@ namespace {
 
 /// A value is written as in JSON.
 Json::Value valueOf(const std::string& text) {
-  const Json::Value value = qov::tools::parseJson(text);
+  Json::Value value = qov::tools::parseJson(text);
   if (!value.isNumeric() && !value.isBool()) {
     throw std::runtime_error(text + " is neither a number nor true nor false");
   }
