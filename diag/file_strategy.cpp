@@ -2,6 +2,9 @@
 
 #include <ace/Reactor.h>
 
+#include <cerrno>
+#include <new>
+
 #include "diag/log_sink.h"
 #include "diag/timer_clock.h"
 
@@ -18,6 +21,9 @@ void FileStrategy::arm(int seconds) {
   const ACE_Time_Value period(seconds);
   useHighResolutionClock(*reactor());
   armed_ = reactor()->schedule_timer(this, nullptr, period, period) != -1;
+  if (!armed_ && errno == ENOMEM) {
+    throw std::bad_alloc();
+  }
 }
 
 int FileStrategy::handle_timeout(const ACE_Time_Value&, const void*) noexcept {
