@@ -7,6 +7,7 @@
 
 #include "diag/log_sink.h"
 #include "diag/timer_clock.h"
+#include "diag/uncancelled.h"
 
 namespace qov {
 
@@ -27,6 +28,7 @@ void FileStrategy::arm(int seconds) {
 }
 
 int FileStrategy::handle_timeout(const ACE_Time_Value&, const void*) noexcept {
+  const Uncancelled looking;  // a cancellation would not pass the noexcept
   LogSink::process().checkFile(maxBytes_, predecessors_);
   return 0;
 }

@@ -19,6 +19,7 @@
 #include "diag/log_options.h"
 #include "diag/log_sink.h"
 #include "diag/log_value.h"
+#include "diag/uncancelled.h"
 
 namespace {
 
@@ -151,6 +152,7 @@ int CQOV_Logging_Strategy::read_log_config(const char* /*cfgFile*/, CLogging_Cfg
 }
 
 int CQOV_Logging_Strategy::initLogStrategy(const CLogging_Cfg_Param& param) {
+  const qov::Uncancelled applying;
   try {
     const int predecessors = std::max(param.logFileMaxCnt_, 1) - 1;
     auto strategy = std::make_unique<qov::FileStrategy>(maxBytes(param), predecessors);
