@@ -2,8 +2,12 @@
 
 #include <ace/Reactor.h>
 
+#include <cerrno>
+#include <new>
+
 #include "diag/log_sink.h"
 #include "diag/timer_clock.h"
+#include "diag/uncancelled.h"
 
 namespace qov {
 
@@ -18,9 +22,13 @@ void FileStrategy::arm(int seconds) {
   const ACE_Time_Value period(seconds);
   useHighResolutionClock(*reactor());
   armed_ = reactor()->schedule_timer(this, nullptr, period, period) != -1;
+  if (!armed_ && errno == ENOMEM) {
+    throw std::bad_alloc();
+  }
 }
 
 int FileStrategy::handle_timeout(const ACE_Time_Value&, const void*) noexcept {
+  const Uncancelled looking;  // a cancellation would not pass the noexcept
   LogSink::process().checkFile(maxBytes_, predecessors_);
   return 0;
 }

@@ -17,7 +17,7 @@ class FileStrategy : public ACE_Logging_Strategy {
   FileStrategy(long long maxBytes, int predecessors);
   ~FileStrategy() override;
 
-  /// Has the reactor call handle_timeout() every `seconds`.
+  /// Has the reactor call handle_timeout() every `seconds`. Throws std::bad_alloc.
   void arm(int seconds);
 
   /// Without memory it ends the process here, not in whatever runs the reactor.

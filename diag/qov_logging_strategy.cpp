@@ -19,6 +19,7 @@
 #include "diag/log_options.h"
 #include "diag/log_sink.h"
 #include "diag/log_value.h"
+#include "diag/uncancelled.h"
 
 namespace {
 
@@ -151,24 +152,21 @@ int CQOV_Logging_Strategy::read_log_config(const char* /*cfgFile*/, CLogging_Cfg
 }
 
 int CQOV_Logging_Strategy::initLogStrategy(const CLogging_Cfg_Param& param) {
+  const qov::Uncancelled applying;
   try {
     const int predecessors = std::max(param.logFileMaxCnt_, 1) - 1;
     auto strategy = std::make_unique<qov::FileStrategy>(maxBytes(param), predecessors);
     const bool toFile = param.sendTerminal_ == 0;
-    const bool checked = toFile && param.chkInterval_ > 0;
-    if (checked) {
+    if (toFile && param.chkInterval_ > 0) {
       strategy->reactor(ACE_Reactor::instance());
+      strategy->arm(param.chkInterval_);
     }
     const std::optional<uid_t> owner = findDaemon();
     applyOptions(*strategy, param, owner);
     if (toFile) {
       strategy->handle_timeout(ACE_Time_Value(param.chkInterval_), nullptr);
     }
-    strategy_.reset();  // with its timer
-    if (checked) {
-      strategy->arm(param.chkInterval_);
-    }
-    strategy_ = std::move(strategy);
+    strategy_ = std::move(strategy);  // the former one goes with its timer
     inForce_ = param;
     if (toFile) {
       tidyUp(param);

@@ -58,20 +58,22 @@ std::string whereAndWhy() {
 [[noreturn]] void tellAndAbort() {
   static std::mutex oneThread;
   static thread_local bool tells = false;
-  if (!std::exchange(tells, true)) {
-    const Uncancelled telling;
-    oneThread.lock();
-    std::signal(SIGALRM, SIG_DFL);
-    sigset_t theAlarm;
-    sigemptyset(&theAlarm);
-    sigaddset(&theAlarm, SIGALRM);
-    const SignalMask heeding(SIG_UNBLOCK, theAlarm);
-    ::alarm(kLongestTelling);
-    try {
-      tellLastWords(log_id::kUncaught, {whereAndWhy()});
-    } catch (const std::bad_alloc&) {
-      writeStandardError("Failed to go on: Cannot allocate memory\n");
-    }
+  if (std::exchange(tells, true)) {
+    std::abort();
+  }
+  // To the end: neither a cancellation nor a signal but the alarm cuts the words.
+  const Uncancelled telling;
+  oneThread.lock();
+  std::signal(SIGALRM, SIG_IGN);  // drops one that is pending
+  ::alarm(kLongestTelling);
+  std::signal(SIGALRM, SIG_DFL);
+  sigset_t allButTheAlarm = allSignals();
+  sigdelset(&allButTheAlarm, SIGALRM);
+  const SignalMask heeding(SIG_SETMASK, allButTheAlarm);
+  try {
+    tellLastWords(log_id::kUncaught, {whereAndWhy()});
+  } catch (const std::bad_alloc&) {
+    writeStandardError("Failed to go on: Cannot allocate memory\n");
   }
   std::abort();
 }

@@ -196,14 +196,16 @@ struct WatchLife {
     constexpr nanoseconds kLongestLook = std::chrono::seconds(3);
     stopping = true;
     sem_post(&changed);
+    if (!running) {
+      return;
+    }
     const timespec limit = timespecOf(exactNow() + kLongestLook.count());
-    int result = running ? sem_clockwait(&ended, CLOCK_MONOTONIC, &limit) : -1;
-    while (running && result != 0 && errno == EINTR) {
-      result = sem_clockwait(&ended, CLOCK_MONOTONIC, &limit);
+    while (sem_clockwait(&ended, CLOCK_MONOTONIC, &limit) != 0) {
+      if (errno != EINTR) {
+        return;
+      }
     }
-    if (result == 0) {
-      pthread_join(watcher, nullptr);
-    }
+    pthread_join(watcher, nullptr);
   }
 } watchLife;
 

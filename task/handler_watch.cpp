@@ -4,6 +4,7 @@
 #include <qovpub/qov_common_debugkit.h>
 
 #include <algorithm>
+#include <new>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -59,6 +60,9 @@ void HandlerWatch::look() {
     const auto left = std::chrono::floor<std::chrono::milliseconds>(handlers_.nextLate(now) - now) +
                       std::chrono::milliseconds(1);
     timerId_ = reactor_.schedule_timer(this, nullptr, ACE_Time_Value(left));
+    if (timerId_ == kNoTimer) {
+      throw std::bad_alloc();
+    }
   }
 }
 

@@ -162,7 +162,7 @@ bool CQOV_Leader_Task::Dispatcher::run() {
     return false;
   }
   if (qov::startTask(*scheduler_, leader_.grp_id(), {moduleId_, "scheduler"}, thread) != 0) {
-    qov::tellToEnd(leader_);
+    leader_.notifyExit();  // without memory the manager's stop tells it again
     return false;
   }
   return true;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <exception>
 #include <new>
 
 namespace qov {
@@ -51,11 +52,20 @@ ThreadIds idsIn(int group) {
   return ids;
 }
 
-/// `result` is that of one of ACE's waits, which copies the list of threads. Going on with threads
-/// that were not joined is no choice.
+/// Ends the process here: whoever caught std::bad_alloc would go on, and hang or free what threads
+/// still use.
+[[noreturn]] void endWithoutMemory() {
+  try {
+    throw std::bad_alloc();
+  } catch (const std::bad_alloc&) {
+    std::terminate();
+  }
+}
+
+/// `result` is that of one of ACE's waits, which copies the list of threads.
 void hasJoined(int result) {
   if (result == -1 && errno == ENOMEM) {
-    throw std::bad_alloc();
+    endWithoutMemory();
   }
 }
 
@@ -95,7 +105,7 @@ void tellToEnd(CQOV_Task& task) {
   untold = false;
   task.notifyExit();
   if (untold) {
-    throw std::bad_alloc();
+    endWithoutMemory();
   }
 }
 

@@ -23,8 +23,8 @@ std::size_t threadsIn(int group);
 /// meanwhile.
 void joinThreadsIn(int group);
 
-/// Calls notifyExit() of `task`, whose threads are going to be joined. Throws std::bad_alloc where
-/// it has no memory for that: they would be waited for without end.
+/// Calls notifyExit() of `task`, whose threads are going to be joined. Ends the process where there
+/// is no memory for that: they would be waited for without end.
 void tellToEnd(CQOV_Task& task);
 /// What CQOV_Task::notifyExit() notes of the calling thread then.
 void noteUntold();

@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "diag/file_strategy.h"
 #include "tests/diag/log_capture.h"
 #include "tests/support/files.h"
 
@@ -46,6 +47,24 @@ class AceThread {
   std::function<void()> run_;
   ACE_thread_t id_ = 0;
 };
+
+/// Runs `work` on a thread that has been cancelled and has not noticed yet.
+void cancelIn(std::function<void()> work) {
+  pthread_t thread{};
+  ASSERT_EQ(pthread_create(
+                &thread, nullptr,
+                [](void* argument) -> void* {
+                  pthread_cancel(pthread_self());
+                  (*static_cast<std::function<void()>*>(argument))();
+                  pthread_testcancel();
+                  return nullptr;
+                },
+                &work),
+            0);
+  void* result = nullptr;
+  ASSERT_EQ(pthread_join(thread, &result), 0);
+  EXPECT_EQ(result, PTHREAD_CANCELED);
+}
 
 class LogThreads : public testing::Test {
  protected:
@@ -216,22 +235,24 @@ TEST_F(LogThreads, ReachTheFileThroughAceAlone) {
 
 TEST_F(LogThreads, ReachTheFileThroughAceAfterOneWasCancelledInItsRecord) {
   strategy_.initLogStrategy(param_);
-  pthread_t thread{};
-  ASSERT_EQ(pthread_create(
-                &thread, nullptr,
-                [](void*) -> void* {
-                  pthread_cancel(pthread_self());
-                  ACE_ERROR((LM_ERROR, "whole\n"));
-                  pthread_testcancel();
-                  return nullptr;
-                },
-                nullptr),
-            0);
-  void* result = nullptr;
-  ASSERT_EQ(pthread_join(thread, &result), 0);
-  EXPECT_EQ(result, PTHREAD_CANCELED);
+  cancelIn([] { ACE_ERROR((LM_ERROR, "whole\n")); });
   ACE_ERROR((LM_ERROR, "after\n"));
   EXPECT_EQ(readFile(path_), "whole\nafter\n");
+}
+
+TEST_F(LogThreads, AreCancelledAfterTheSettingsAreApplied) {
+  cancelIn([&] { strategy_.initLogStrategy(param_); });
+  kit_.error(1, "f", 2, "after");
+  EXPECT_THAT(readFile(path_), EndsWith("] after\n"));
+}
+
+TEST_F(LogThreads, AreCancelledAfterTheLookAtTheFile) {
+  strategy_.initLogStrategy(param_);
+  kit_.error(1, "f", 2, "before");
+  cancelIn([] { qov::FileStrategy(1, 2).handle_timeout(ACE_Time_Value::zero, nullptr); });
+  kit_.error(1, "f", 2, "after");
+  EXPECT_THAT(readFile(path_ + ".1"), EndsWith("] before\n"));
+  EXPECT_THAT(readFile(path_), EndsWith("] after\n"));
 }
 
 TEST_F(LogThreads, ReachTheFileThroughAceAfterItsStreamWasMadeToFail) {

@@ -1,3 +1,4 @@
+#include <ace/Timer_Queue_T.h>
 #include <gmock/gmock.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_logging_strategy.h>
@@ -149,6 +150,24 @@ TEST_F(OutOfMemory, ReportsThatThereIsNoStrategy) {
   EXPECT_EQ(errno, ENOMEM);
   EXPECT_EQ(result, -1);
   EXPECT_FALSE(fs::exists(directory_.file("x.log")));
+}
+
+TEST_F(OutOfMemory, RefusesSettingsWhoseFileNobodyWouldCheck) {
+  strategy_.initLogStrategy(settings("first.log"));
+  CLogging_Cfg_Param param = settings("second.log");
+  param.chkInterval_ = 3600;
+  errno = 0;
+  int result = 0;
+  {
+    const auto noTimer =
+        FailingAllocations::ofObjectsThatGiveNull(sizeof(ACE_Timer_Node_T<ACE_Event_Handler*>));
+    result = strategy_.initLogStrategy(param);
+  }
+  EXPECT_EQ(errno, ENOMEM);
+  EXPECT_EQ(result, -1);
+  EXPECT_FALSE(fs::exists(directory_.file("second.log")));
+  EXPECT_EQ(strategy_.initLogStrategy(param), 0);
+  EXPECT_EQ(reactorTimers(), 1);
 }
 
 TEST_F(OutOfMemory, KeepsNothingFromALogFileThatIsThereAgain) {

@@ -7,9 +7,19 @@
 #include <exception>
 #include <new>
 
+#include "platform/signal_mask.h"
 #include "tests/support/failing_allocations.h"
 
 namespace {
+
+/// Whose text is interrupted by a signal that ends the process otherwise.
+class Interrupted : public std::exception {
+ public:
+  const char* what() const noexcept override {
+    std::raise(SIGUSR1);
+    return "its own words";
+  }
+};
 
 [[noreturn]] void failIn(const std::exception_ptr& exception) noexcept {
   std::rethrow_exception(exception);
@@ -34,6 +44,27 @@ TEST(UncaughtDeathTest, TellsOfAnEndWithoutAnException) {
       },
       ::testing::KilledBySignal(SIGABRT),
       "Failed to go on in thread .*: std::terminate\\(\\) was called");
+}
+
+TEST(UncaughtDeathTest, IsNotCutByASignal) {
+  EXPECT_EXIT(
+      {
+        std::signal(SIGUSR1, [](int) { std::_Exit(3); });
+        qov::tellUncaught();
+        failIn(std::make_exception_ptr(Interrupted()));
+      },
+      ::testing::KilledBySignal(SIGABRT), "Failed to go on in thread .*: its own words\n$");
+}
+
+TEST(UncaughtDeathTest, IsNotCutByAnAlarmThatTheProgramHasBlocked) {
+  EXPECT_EXIT(
+      {
+        const qov::SignalMask none(SIG_SETMASK, qov::allSignals());
+        std::raise(SIGALRM);
+        qov::tellUncaught();
+        std::terminate();
+      },
+      ::testing::KilledBySignal(SIGABRT), "^Failed to go on in thread ");
 }
 
 TEST(UncaughtDeathTest, LeavesAHandlerOfTheProgramInPlace) {

@@ -6,18 +6,22 @@
 #include <qovpub/qov_task_scheduler.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <memory>
 #include <new>
 #include <optional>
 #include <vector>
 
 #include "module/uncaught.h"
+#include "task/handler_watch.h"
 #include "task/leader_queue.h"
 #include "task/module_context.h"
 #include "task/pending_requests.h"
 #include "task/wait_reactor.h"
 #include "tests/support/failing_allocations.h"
+#include "tests/support/failing_threads.h"
 #include "tests/task/task_fixture.h"
 
 namespace {
@@ -318,6 +322,52 @@ TEST(TaskNoMemoryDeathTest, AModuleThatCannotStopEndsTheProcessWithOneLine) {
         module.reset();
       },
       ::testing::KilledBySignal(SIGABRT), "Failed to go on: Cannot allocate memory\n");
+}
+
+TEST(TaskNoMemoryDeathTest, ATaskThatIsStartedTooLateAndCannotBeToldEndsTheProcess) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        qov::tellUncaught();
+        TestModule module(ignore, 0, kModule + 1);
+        module.stop();
+        FunctionStaticTask own(&module, {}, ignore);
+        const auto fail = FailingAllocations::ofObjectsThatGiveNull(sizeof(ACE_Message_Block));
+        try {
+          module.insertStaticScheduledTask(&own);
+        } catch (const std::bad_alloc&) {
+          std::_Exit(3);  // as a handler's caller goes on
+        }
+      },
+      ::testing::KilledBySignal(SIGABRT), "Failed to go on in thread .*: Cannot allocate memory\n");
+}
+
+TEST_F(TaskNoMemoryTest, AManagerThatCannotStartItsSchedulerNorTellItsLeaderSaysSo) {
+  TestModule module(ignore, 0, kModule + 1);
+  const qov::test::FailingThreads noSecond(1);
+  const auto fail = FailingAllocations::ofObjectsThatGiveNull(sizeof(ACE_Message_Block));
+  bool runs = true;
+  EXPECT_NO_THROW(runs = qov::ModuleContext::leaderOf(module)->run());
+  EXPECT_FALSE(runs);
+  EXPECT_TRUE(fail.hasFailed());
+}
+
+TEST_F(TaskNoMemoryTest, OfAWatchOverHandlersThatCannotGoOnComesThrough) {
+  qov::WaitReactor implementation(task_);
+  ACE_Reactor reactor(&implementation);
+  qov::ModuleCounters counters;
+  const qov::PendingRequests pending(reactor, task_, counters);
+  qov::RunningHandlers handlers;
+  qov::HandlerWatch watch(kModule, reactor, handlers, pending);
+  handlers.limit(std::chrono::hours(1));
+  // The timer wheel keeps timers in reserve.
+  for (bool failed = false; !failed;) {
+    const auto fail = FailingAllocations::ofSize(kTimerSize);
+    reactor.schedule_timer(&task_, nullptr, kLong);
+    failed = fail.hasFailed();
+  }
+  const auto fail = FailingAllocations::ofSize(kTimerSize);
+  EXPECT_THROW(watch.follow(), std::bad_alloc);
 }
 
 TEST_F(LeaderNoMemoryTest, TheSenderOfARequestThatCannotBeRememberedIsWokenAtOnce) {

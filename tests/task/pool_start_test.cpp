@@ -35,6 +35,17 @@ class SlowModule : public TestModule {
   Latch release_;
 };
 
+/// A module that starts its workers itself.
+class StartingModule : public TestModule {
+ public:
+  using TestModule::TestModule;
+  CQOV_Task* createTask() override {
+    CQOV_Task* const worker = TestModule::createTask();
+    EXPECT_EQ(0, worker->activate(THR_NEW_LWP | THR_JOINABLE, 1));
+    return worker;
+  }
+};
+
 /// A module of one worker that is busy, and a scheduler that waits for it.
 class IdleWaitTest : public TaskTest {
  protected:
@@ -99,6 +110,25 @@ TEST_F(PoolStartTest, WorkersThatCannotStartMakeThePoolSmaller) {
     send(module);
   }
   EXPECT_TRUE(handled.waitFor(4));
+}
+
+TEST_F(PoolStartTest, AWorkerThatItsFactoryHasStartedIsOneOfThePool) {
+  Latch handled;
+  const int before = FunctionWorker::alive();
+  {
+    StartingModule module(
+        [&](CQOV_Task&, CQOV_MsgPackage&) {
+          handled.count();
+          return 0;
+        },
+        2);
+    ASSERT_TRUE(module.init());
+    EXPECT_EQ(before + 2, FunctionWorker::alive());
+    send(module);
+    EXPECT_TRUE(handled.waitFor());
+  }
+  EXPECT_EQ(before, FunctionWorker::alive());
+  EXPECT_EQ(0, log_.count("Failed to start a worker thread"));
 }
 
 TEST_F(PoolStartTest, AModuleWithoutAnyWorkerThreadCanBeStopped) {

@@ -46,9 +46,9 @@ class QOV_EXPORT CQOV_TaskMgr {
   CQOV_TaskMgr(const CQOV_TaskMgr&) = delete;
   CQOV_TaskMgr& operator=(const CQOV_TaskMgr&) = delete;
 
-  /// Makes one worker for the pool; the runtime takes it over. Called on the scheduler thread, once
-  /// per worker, before the module's first message is handled. Null, or an exception, ends the
-  /// creation of the pool.
+  /// Makes one worker for the pool; the runtime takes it over, and starts it unless it runs. Called
+  /// on the scheduler thread, once per worker, before the module's first message is handled. Null,
+  /// or an exception, ends the creation of the pool.
   ///
   /// It may run while init() does and, under the module loader, while other modules are loaded and
   /// after that. It may send, through a task that it makes for that: getCurrentTask() is the
