@@ -24,8 +24,21 @@ using Registry = ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
 /// Keeps ACE's pointer and KitRegistry::process in step, and one close() from another.
 std::mutex creation;
 
-/// Why a registry has no map. Null: nobody keeps that for later, so it is logged at once.
+/// Where to keep why a registry has no map. Null: nobody does, so it is logged at once.
 thread_local int* mapError = nullptr;
+
+class MapErrorKept {
+ public:
+  MapErrorKept() { mapError = &error_; }
+  ~MapErrorKept() { mapError = nullptr; }
+  MapErrorKept(const MapErrorKept&) = delete;
+  MapErrorKept& operator=(const MapErrorKept&) = delete;
+
+  int error() const { return error_; }
+
+ private:
+  int error_ = 0;
+};
 
 void tellNoMap(int error) {
   errno = error;
@@ -42,12 +55,10 @@ CQOVDebugKitMgr* makeLockedProcessRegistry() {
 /// Logs behind `creation`: a fork takes ACE's log lock before it.
 CQOVDebugKitMgr* makeProcessRegistry() {
   const int callersErrno = errno;  // the first guard may be what makes the registry
-  int error = 0;
-  mapError = &error;
+  const MapErrorKept kept;
   CQOVDebugKitMgr* const registry = makeLockedProcessRegistry();
-  mapError = nullptr;
-  if (error != 0) {
-    tellNoMap(error);
+  if (kept.error() != 0) {
+    tellNoMap(kept.error());
   }
   errno = callersErrno;
   return registry;

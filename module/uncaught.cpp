@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <mutex>
@@ -43,16 +44,30 @@ std::string causeOf(const std::exception_ptr& exception) {
   }
 }
 
-std::string whereAndWhy() {
-  std::array<char, 16> name{};
+using ThreadName = std::array<char, 16>;
+
+ThreadName nameOfThread() {
+  ThreadName name{};
   ::pthread_getname_np(::pthread_self(), name.data(), name.size());
+  return name;
+}
+
+std::string whereAndWhy() {
   const std::string step = CurrentStep::open();
-  return textOf(
-      {std::string("go on in thread ") + name.data() + (step.empty() ? "" : ", while " + step),
-       {},
-       0,
-       {},
-       causeOf(std::current_exception())});
+  return textOf({std::string("go on in thread ") + nameOfThread().data() +
+                     (step.empty() ? "" : ", while " + step),
+                 {},
+                 0,
+                 {},
+                 causeOf(std::current_exception())});
+}
+
+/// The same, made without memory.
+void tellWithoutMemory() {
+  std::array<char, 80> line{};
+  const int length = std::snprintf(line.data(), line.size(), "Failed to go on in thread %s: %s\n",
+                                   nameOfThread().data(), "Cannot allocate memory");
+  writeStandardError({line.data(), static_cast<std::size_t>(length)});
 }
 
 [[noreturn]] void tellAndAbort() {
@@ -73,7 +88,7 @@ std::string whereAndWhy() {
   try {
     tellLastWords(log_id::kUncaught, {whereAndWhy()});
   } catch (const std::bad_alloc&) {
-    writeStandardError("Failed to go on: Cannot allocate memory\n");
+    tellWithoutMemory();
   }
   std::abort();
 }

@@ -11,6 +11,9 @@ namespace {
 /// Tag of the cell that carries a handler's result in an automatic answer.
 constexpr unsigned short kResultTag = 4095;
 
+/// Of a handler that throws.
+constexpr int kFailed = -1;
+
 std::uint8_t mstOf(int result) {
   constexpr int kHighest = 255;
   return static_cast<std::uint8_t>(result >= 0 && result < kHighest ? result : kHighest);
@@ -65,7 +68,13 @@ int CQOV_AnsweringTask::handleMessage(CQOV_MsgPackage& req) {
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "virtual int CQOV_AnsweringTask::handleMessage(CQOV_MsgPackage&)");
   std::unique_ptr<CQOV_MsgPackage> answer;
-  const int result = qov::handleRequest(*this, req, answer);
+  int result = kFailed;
+  try {
+    result = qov::handleRequest(*this, req, answer);
+  } catch (...) {
+    QOV_AnswerByResult(*this, req, kFailed);
+    throw;
+  }
   if (answer == nullptr) {
     QOV_AnswerByResult(*this, req, result);
   } else {

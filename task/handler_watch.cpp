@@ -31,6 +31,10 @@ HandlerWatch::HandlerWatch(unsigned int moduleId, ACE_Reactor& reactor, RunningH
                            const PendingRequests& pending)
     : moduleId_(moduleId), reactor_(reactor), handlers_(handlers), pending_(pending) {}
 
+HandlerWatch::~HandlerWatch() {
+  stop();
+}
+
 void HandlerWatch::follow() {
   if (handlers_.limitHasChanged()) {
     stop();

@@ -14,20 +14,22 @@ class PendingRequests;
 /// Looks when the next one may do so, by a timer of the leader: no thread of its own, and a handler
 /// that hangs does not keep it from looking.
 ///
-/// Thread: who has the leader's turn.
-/// Owns:   its timer, which stop() ends. All else is borrowed.
+/// Thread: who has the leader's turn; constructor and destructor while nobody has.
+/// Owns:   its timer. All else is borrowed.
+/// Errors: throws std::bad_alloc without memory for its timer or its record.
 class HandlerWatch final : public ACE_Event_Handler {
  public:
   HandlerWatch(unsigned int moduleId, ACE_Reactor& reactor, RunningHandlers& handlers,
                const PendingRequests& pending);
+  ~HandlerWatch() override;
 
   /// Begins, goes on or ends as the limit says, if that has changed.
   void follow();
-  void stop();
 
   int handle_timeout(const ACE_Time_Value& now, const void* act) override;
 
  private:
+  void stop();
   void look();
   void tell(const RunningHandler& handler, RunningHandlers::Clock::time_point now) const;
 

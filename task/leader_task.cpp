@@ -184,9 +184,7 @@ void CQOV_Leader_Task::Dispatcher::serve() {
     if (ended.any()) {
       pending_.releaseLater(queue_.processId(), ended);
     }
-    if (!closed_) {
-      handlerWatch_.follow();
-    }
+    handlerWatch_.follow();
   }
   end();
 }
@@ -291,7 +289,6 @@ void CQOV_Leader_Task::Dispatcher::shutDown() {
     mb = next;
   }
   pending_.releaseAll();
-  handlerWatch_.stop();
   // A module's own notifyExit() may join the thread that it has woken.
   qov::endCollecting();
   qov::StartedTasks& started = *leader_.startedTasks_;

@@ -177,7 +177,7 @@ bool CQOV_TaskScheduler::WorkerPool::addWorker(std::unique_ptr<CQOV_Task> worker
   {
     ACE_Guard<ACE_Thread_Mutex> guard(poolLock_);
     if (!adopt(task)) {
-      return false;
+      throw std::bad_alloc();
     }
     static_cast<void>(worker.release());
     number = workers_.size();

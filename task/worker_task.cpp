@@ -19,16 +19,19 @@
 
 namespace {
 
-/// The dump of `pkg` for a record at `level`; empty when such records are off, or without memory.
-std::string dumpFor(ACE_Log_Priority level, const CQOV_MsgPackage& pkg) noexcept {
-  if (ACE_Log_Msg::instance()->log_priority_enabled(level) == 0) {
+/// The dump of `pkg` for a record at `level`; empty when such records are off. It is empty without
+/// memory, too: the class promises the record, and that the worker goes on, whatever a handler has
+/// thrown.
+std::string dumpFor(ACE_Log_Priority level, const CQOV_MsgPackage& pkg) {
+  if (!CQOVDebugKit::isOn(level)) {
     return {};
   }
   try {
     std::ostringstream text;
     pkg.dump(text);
     return text.str();
-  } catch (const std::exception&) {
+  } catch (...) {
+    qov::passOnEndOfThread();
     return {};
   }
 }

@@ -1,3 +1,5 @@
+#include <ace/Hash_Map_Manager_T.h>
+#include <ace/Singleton.h>
 #include <ace/Timer_Queue_T.h>
 #include <gmock/gmock.h>
 #include <qovpub/qov_common_debugkit.h>
@@ -7,6 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <new>
 #include <string>
 
@@ -54,6 +57,27 @@ TEST_F(OutOfMemory, LeavesAKitThatCannotBeRegisteredToItsOwner) {
   EXPECT_EQ(errno, ENOMEM);
   EXPECT_EQ(added, 0);
   EXPECT_EQ(kits.find(300), kits.find(0));
+}
+
+TEST_F(OutOfMemory, OfTheProcessesRegistryLeavesNothingBehind) {
+  EXPECT_TRUE(qov::test::holdsInChild([] {
+    // Of an earlier test.
+    ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>::close();
+    bool lacked = false;
+    try {
+      const auto none = FailingAllocations::ofThoseThatThrow(0);
+      CQOVDebugKitMgr::instance();
+    } catch (const std::bad_alloc&) {
+      lacked = true;
+    }
+    // Another one without a map is told of as ever.
+    const LogCapture capture;
+    constexpr std::size_t kBuckets = 256;
+    const auto none = FailingAllocations::ofArraysThatGiveNull(
+        kBuckets * sizeof(ACE_Hash_Map_Entry<unsigned int, CQOVDebugKit*>));
+    static_cast<void>(std::make_unique<CQOVDebugKitMgr>().release());
+    return lacked && none.hasFailed() && capture.lines() == 1;
+  }));
 }
 
 TEST_F(OutOfMemory, CostsARecordAndNothingElse) {

@@ -1,14 +1,18 @@
 #include "module/uncaught.h"
 
+#include <ace/Log_Msg.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <new>
+#include <thread>
 
 #include "platform/signal_mask.h"
 #include "tests/support/failing_allocations.h"
+#include "tests/support/this_process.h"
 
 namespace {
 
@@ -33,7 +37,8 @@ TEST(UncaughtDeathTest, TellsOfMissingMemoryWithoutAny) {
         const qov::test::FailingAllocations fail(0);
         failIn(noMemory);
       },
-      ::testing::KilledBySignal(SIGABRT), "^Failed to go on: Cannot allocate memory\n$");
+      ::testing::KilledBySignal(SIGABRT),
+      "^Failed to go on in thread .+: Cannot allocate memory\n$");
 }
 
 TEST(UncaughtDeathTest, TellsOfAnEndWithoutAnException) {
@@ -65,6 +70,28 @@ TEST(UncaughtDeathTest, IsNotCutByAnAlarmThatTheProgramHasBlocked) {
         std::terminate();
       },
       ::testing::KilledBySignal(SIGABRT), "^Failed to go on in thread ");
+}
+
+TEST(UncaughtDeathTest, TellsOfTheEndOfAThreadThatIsToBeCancelled) {
+  EXPECT_EXIT(
+      {
+        qov::tellUncaught();
+        ::pthread_cancel(::pthread_self());
+        std::terminate();
+      },
+      ::testing::KilledBySignal(SIGABRT), "Failed to go on in thread ");
+}
+
+TEST(UncaughtDeathTest, EndsTheProcessWhereTheLogHangsAlsoWithTheAlarmBlocked) {
+  EXPECT_EXIT(
+      {
+        qov::test::thisProcess();
+        qov::tellUncaught();
+        std::thread([] { ACE_LOG_MSG->acquire(); }).join();
+        const qov::SignalMask none(SIG_SETMASK, qov::allSignals());
+        std::terminate();
+      },
+      ::testing::KilledBySignal(SIGALRM), "Failed to go on in thread ");
 }
 
 TEST(UncaughtDeathTest, LeavesAHandlerOfTheProgramInPlace) {

@@ -1,3 +1,4 @@
+#include <csignal>
 #include <filesystem>
 #include <string>
 
@@ -41,6 +42,16 @@ TEST_F(ExampleAgent, WithoutModulesEndsWithTheReasonAndAFailure) {
   EXPECT_THAT(agent.errors(), StartsWith("Failed to find a module: "));
   EXPECT_THAT(agent.errors(),
               EndsWith("\n" + agent.program() + ": cannot start; the log says why\n"));
+}
+
+TEST_F(ExampleAgent, WhatAModuleThrowsLaterIsNoFailureToStart) {
+  agent.setEnvironment("QOV_TEST_THROW", "the module's own words");
+  agent.setEnvironment("QOV_TEST_THROW_LOOP", "1");
+  agent.useModules({"throwing"});
+  agent.start({"-n"});
+  const Ending ending = agent.waitForEnd();
+  EXPECT_EQ(ending.signal, SIGABRT);
+  EXPECT_EQ(agent.errors(), "Failed to go on in thread devagent: the module's own words\n");
 }
 
 }  // namespace

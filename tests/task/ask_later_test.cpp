@@ -134,6 +134,18 @@ class AskLaterTest : public TaskTest {
     ASSERT_TRUE(waitsAre(2));
   }
 
+  /// Has `module` take what is asked for with kSilent, and answer nothing.
+  void keepRequestsTo(CQOV_TaskMgr* module) {
+    keeping_.emplace(module, std::list<unsigned long long>{kSilent},
+                     [this](CQOV_Task&, CQOV_MsgPackage&) {
+                       kept_.count();
+                       return 0;
+                     });
+    ASSERT_EQ(0, module->insertStaticScheduledTask(&*keeping_));
+  }
+
+  Latch kept_;
+  std::optional<FunctionStaticTask> keeping_;
   Latch began_;
   Latch release_;
   Latch gate_;
@@ -516,22 +528,14 @@ TEST_F(AskLaterTest, EachRunsOnceWhoeverComesFirst) {
 
 TEST_F(AskLaterTest, TheEndOfTheAskedModuleEndsThemAndNoOthers) {
   ASSERT_TRUE(module_->init());
-  // Keeps the requests, and outlives its module.
-  Latch kept;
-  std::optional<FunctionStaticTask> keeping;
   {
     const AnsweringModules modules(agentRoot());
-    keeping.emplace(modules.first(), std::list<unsigned long long>{kSilent},
-                    [&](CQOV_Task&, CQOV_MsgPackage&) {
-                      kept.count();
-                      return 0;
-                    });
-    ASSERT_EQ(0, modules.first()->insertStaticScheduledTask(&*keeping));
+    keepRequestsTo(modules.first());
     ASSERT_EQ(QOVReason::kNone, ask(kSilent));
     for (int i = 0; i < 3; ++i) {
       ASSERT_EQ(QOVReason::kNone, ask(kSilent, minutes(1), AnsweringModules::kFirst));
     }
-    ASSERT_TRUE(kept.waitFor(3));
+    ASSERT_TRUE(kept_.waitFor(3));
     EXPECT_TRUE(answers_.now().empty());
   }
   agentRoot().removeModules();
@@ -546,18 +550,11 @@ TEST_F(AskLaterTest, TheEndOfTheAskedModuleEndsThemAndNoOthers) {
 
 TEST_F(AskLaterTest, TheEndOfAnotherModuleOfTheSameIdEndsNothing) {
   ASSERT_TRUE(module_->init());
-  Latch kept;
-  std::optional<FunctionStaticTask> keeping;
   const AnsweringModules modules(agentRoot());
-  keeping.emplace(modules.first(), std::list<unsigned long long>{kSilent},
-                  [&](CQOV_Task&, CQOV_MsgPackage&) {
-                    kept.count();
-                    return 0;
-                  });
-  ASSERT_EQ(0, modules.first()->insertStaticScheduledTask(&*keeping));
+  keepRequestsTo(modules.first());
   ASSERT_EQ(QOVReason::kNone, ask(kSilent));
   ASSERT_EQ(QOVReason::kNone, ask(kSilent, minutes(1), AnsweringModules::kFirst));
-  ASSERT_TRUE(kept.waitFor());
+  ASSERT_TRUE(kept_.waitFor());
   qov::RunningManagers::tellEnded(kModule);
   qov::RunningManagers::tellEnded(AnsweringModules::kFirst);
   answers_.waitFor(1);

@@ -1,3 +1,5 @@
+#include <ace/Reactor.h>
+#include <ace/Timer_Queue.h>
 #include <gtest/gtest.h>
 #include <qovpub/qov_request.h>
 
@@ -7,6 +9,9 @@
 #include <optional>
 #include <string>
 
+#include "task/handler_watch.h"
+#include "task/module_counters.h"
+#include "task/pending_requests.h"
 #include "task/running_handlers.h"
 #include "tests/task/task_fixture.h"
 
@@ -73,6 +78,16 @@ class HandlerLimitTest : public TaskTest {
     beside.begin(4711);
     EXPECT_TRUE(log_.waitFor("OPC=4711,"));
   }
+
+  /// Runs `module` with a handler that is not told of.
+  void seeNoRecordOf(HeldModule& module) {
+    ASSERT_TRUE(module.init());
+    module.begin(1);
+    seeAnotherRecord();
+    module.gate_.count();
+    module.stop();
+    EXPECT_EQ(1, log_.count(kLate));
+  }
 };
 
 }  // namespace
@@ -110,32 +125,19 @@ TEST_F(HandlerLimitTest, EachMessageIsToldOfAnew) {
 
 TEST_F(HandlerLimitTest, WithoutALimitNothingIsToldOf) {
   HeldModule module;
-  ASSERT_TRUE(module.init());
-  module.begin(1);
-  seeAnotherRecord();
-  module.gate_.count();
-  module.stop();
-  EXPECT_EQ(1, log_.count(kLate));
+  seeNoRecordOf(module);
 }
 
 TEST_F(HandlerLimitTest, OneInsideTheLimitIsNotToldOf) {
   HeldModule module;
   module.handlerLimit(hours(1));
-  ASSERT_TRUE(module.init());
-  module.begin(1);
-  seeAnotherRecord();
-  module.gate_.count();
-  module.stop();
-  EXPECT_EQ(1, log_.count(kLate));
+  seeNoRecordOf(module);
 }
 
 TEST_F(HandlerLimitTest, TheLongestLimitIsOne) {
   HeldModule module;
   module.handlerLimit(milliseconds::max());
-  ASSERT_TRUE(module.init());
-  module.begin(1);
-  seeAnotherRecord();
-  EXPECT_EQ(1, log_.count(kLate));
+  seeNoRecordOf(module);
 }
 
 TEST_F(HandlerLimitTest, MayBeSetAndTakenAwayWhileTheModuleRuns) {
@@ -262,6 +264,13 @@ TEST_F(RunningHandlersTest, OneIsLateBehindTheLimitAndNotAtIt) {
   EXPECT_EQ(0U, lateAfter(seconds(20)));
 }
 
+TEST_F(RunningHandlersTest, NoneIsLateWithinTheLongestLimit) {
+  all_.limit(milliseconds::max());
+  const qov::RunningHandlers::Entry handler(all_, beganAt(seconds(0)));
+  EXPECT_EQ(0U, lateAfter(hours(24)));
+  EXPECT_LT(hours(24), nextLateAfter(hours(24)));
+}
+
 TEST_F(RunningHandlersTest, OneThatHasEndedIsNotLate) {
   { const qov::RunningHandlers::Entry handler(all_, beganAt(seconds(0))); }
   EXPECT_EQ(0U, lateAfter(seconds(20)));
@@ -310,4 +319,19 @@ TEST_F(RunningHandlersTest, TellsOnceThatTheLimitHasChanged) {
   EXPECT_FALSE(all_.limitHasChanged());
   all_.limit(seconds(0));
   EXPECT_TRUE(all_.limitHasChanged());
+}
+
+TEST(HandlerWatch, EndsItsTimer) {
+  CQOV_Task task(nullptr);
+  qov::ModuleCounters counters;
+  qov::RunningHandlers handlers;
+  ACE_Reactor reactor;
+  const qov::PendingRequests pending(reactor, task, counters);
+  {
+    qov::HandlerWatch watch(kModule, reactor, handlers, pending);
+    handlers.limit(hours(1));
+    watch.follow();
+    EXPECT_FALSE(reactor.timer_queue()->is_empty());
+  }
+  EXPECT_TRUE(reactor.timer_queue()->is_empty());
 }

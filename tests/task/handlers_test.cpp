@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <qovpub/qov_handlers.h>
 #include <qovpub/qov_om_message_package.h>
 #include <qovpub/qov_request.h>
@@ -10,6 +11,7 @@
 #include <stdexcept>
 
 #include "tests/support/answering_modules.h"
+#include "tests/support/sanitizers.h"
 #include "tests/task/task_fixture.h"
 
 namespace {
@@ -22,6 +24,7 @@ constexpr std::uint64_t kRefuse = 7;
 constexpr std::uint64_t kThrow = 8;
 constexpr std::uint64_t kNote = 9;
 constexpr std::uint64_t kUnknown = 10;
+constexpr std::uint64_t kLeave = 11;
 constexpr const char* kFailed = "Failed to handle message, error code is ";
 
 /// What the module under test has noted.
@@ -36,6 +39,7 @@ class ServingWorker : public QOVHandlers<ServingWorker> {
       : QOVHandlers(module, {{kDouble, &ServingWorker::doubles},
                              {kRefuse, &ServingWorker::refuses},
                              {kThrow, &ServingWorker::throws},
+                             {kLeave, &ServingWorker::leaves},
                              {kNote, &ServingWorker::notesDown},
                              {kDouble, &ServingWorker::notesDown}}),
         notes_(notes) {}
@@ -50,6 +54,7 @@ class ServingWorker : public QOVHandlers<ServingWorker> {
     return static_cast<int>(request[0].getUnsigned(1));
   }
   int throws(CQOV_MsgPackage&, CQOV_MsgPackage&) { throw std::runtime_error("no"); }
+  int leaves(CQOV_MsgPackage&, CQOV_MsgPackage&) { ::pthread_exit(nullptr); }
   int notesDown(CQOV_MsgPackage& message) {
     notes_.type = message.head().type_;
     notes_.came.count();
@@ -170,10 +175,21 @@ TEST_F(HandlersTest, GiveAFunctionWithoutAnAnswerWhateverHasItsOperationCode) {
   EXPECT_EQ(0, log_.count(kFailed));
 }
 
-TEST_F(HandlersTest, GoOnAfterAFunctionThatThrows) {
+TEST_F(HandlersTest, TellTheRequesterOfAFunctionThatThrowsAndGoOn) {
   ASSERT_TRUE(module_.init());
-  EXPECT_EQ(QOVReason::kTimedOut, request(kThrow).ask(milliseconds(150)).reason());
+  const QOVAnswer answer = request(kThrow).ask(minutes(1));
+  EXPECT_EQ(QOVReason::kRefused, answer.reason());
+  EXPECT_EQ(255, answer.result());
+  EXPECT_TRUE(log_.waitFor("Failed to handle message, error is "));
   EXPECT_TRUE(request(kDouble).ask(minutes(1)));
+}
+
+TEST_F(HandlersTest, TellTheRequesterOfAFunctionThatEndsItsThread) {
+#if QOV_TEST_TSAN
+  GTEST_SKIP() << "reported as a lock order inversion within ACE, see WorkerTaskTest";
+#endif
+  ASSERT_TRUE(module_.init());
+  EXPECT_EQ(255, request(kLeave).ask(minutes(1)).result());
 }
 
 TEST_F(HandlersTest, RouteTheirOperationsToAStaticTask) {
@@ -207,9 +223,9 @@ TEST_F(AnsweringTest, AnswersByTheResultWhereTheHandlerBuiltNone) {
   EXPECT_EQ(9, refused.ask(minutes(1)).result());
 }
 
-TEST_F(AnsweringTest, FreesTheAnswerOfAHandlerThatThrows) {
-  EXPECT_EQ(QOVReason::kTimedOut,
-            QOVRequest(asker_, kModule, kThrow).ask(milliseconds(150)).reason());
+TEST_F(AnsweringTest, FreesTheAnswerOfAHandlerThatThrowsAndTellsTheRequester) {
+  EXPECT_EQ(255, QOVRequest(asker_, kModule, kThrow).ask(minutes(1)).result());
+  EXPECT_TRUE(log_.waitFor("Failed to handle message, error is "));
 }
 
 TEST_F(AnsweringTest, SendsNoAnswerToWhatIsNoRequest) {

@@ -1,8 +1,11 @@
 #include <ace/Thread_Manager.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <memory>
 
+#include "tests/support/sleeping_thread.h"
 #include "tests/task/task_fixture.h"
 
 // Tasks that a module makes by itself and hands to its pool. The fixture sees to it that every one
@@ -113,15 +116,31 @@ TEST_F(IdleHandoverTest, AWorkersLoopHandsItsTaskOver) {
   EXPECT_TRUE(served_.waitFor(3));
 }
 
-TEST_F(IdleHandoverTest, ATaskThatIsHandedOverDuringTheStopIsToldToEnd) {
+TEST_F(IdleHandoverTest, ATaskThatIsHandedOverDuringTheStopIsToldToEndAndMayJoinItsThread) {
+  class Joining : public FunctionWorker {
+   public:
+    using FunctionWorker::FunctionWorker;
+    int svc() override {
+      id_ = ::gettid();
+      return FunctionWorker::svc();
+    }
+    void notifyExit() override {
+      FunctionWorker::notifyExit();
+      wait();
+    }
+
+    std::atomic<pid_t> id_{0};
+  };
   Latch inHandler;
   std::unique_ptr<TestModule> module;
   module = std::make_unique<TestModule>(
       [&](CQOV_Task&, CQOV_MsgPackage&) {
         inHandler.count();
         EXPECT_TRUE(log_.waitFor("Manager thread(20) exit!"));
-        auto* const late = new FunctionWorker(module.get(), ignore);
+        auto* const late = new Joining(module.get(), ignore);
         EXPECT_EQ(0, late->activate());
+        qov::test::waitForThread([&] { return late->id_ != 0 && qov::test::sleeps(late->id_); },
+                                 "sleeps");
         EXPECT_EQ(0, module->idle(late));
         return 0;
       },

@@ -321,7 +321,7 @@ TEST(TaskNoMemoryDeathTest, AModuleThatCannotStopEndsTheProcessWithOneLine) {
         const FailingAllocations fail(0);
         module.reset();
       },
-      ::testing::KilledBySignal(SIGABRT), "Failed to go on: Cannot allocate memory\n");
+      ::testing::KilledBySignal(SIGABRT), "Failed to go on in thread .+: Cannot allocate memory\n");
 }
 
 TEST(TaskNoMemoryDeathTest, ATaskThatIsStartedTooLateAndCannotBeToldEndsTheProcess) {
@@ -444,6 +444,13 @@ class ModuleWithAStray : public TestModule {
 };
 
 }  // namespace
+
+TEST_F(TaskNoMemoryTest, APoolWithoutRoomForItsWorkersIsNone) {
+  TestModule module(ignore, 0, kModule + 1);
+  CQOV_TaskScheduler scheduler(&module, 1);
+  const auto fail = FailingAllocations::ofSize(sizeof(void*));
+  EXPECT_THROW(scheduler.createPool(), std::bad_alloc);
+}
 
 TEST_F(TaskNoMemoryTest, AWorkerReturnsToThePoolWithoutAny) {
   ModuleWithAStray module;

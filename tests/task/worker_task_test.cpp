@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -8,15 +9,6 @@
 #include "tests/task/task_fixture.h"
 
 namespace {
-
-class WorkerTaskTest : public TaskTest {
- protected:
-  void send(CQOV_TaskMgr& module, std::unique_ptr<CQOV_MsgPackage> message) {
-    ASSERT_LT(0, module.putq(makeBlock(std::move(message)), nullptr));
-  }
-
-  Latch handled_;
-};
 
 /// Fails in the way that the operation code says, else counts.
 int misbehave(Latch& handled, CQOV_MsgPackage& pkg) {
@@ -32,6 +24,31 @@ int misbehave(Latch& handled, CQOV_MsgPackage& pkg) {
       return 0;
   }
 }
+
+/// Cannot be dumped.
+class BadPackage : public CountedPackage {
+ public:
+  void dump(std::ostringstream&) const override { throw 42; }
+};
+
+class WorkerTaskTest : public TaskTest {
+ protected:
+  static void send(CQOV_TaskMgr& module, std::unique_ptr<CQOV_MsgPackage> message) {
+    ASSERT_LT(0, module.putq(makeBlock(std::move(message)), nullptr));
+  }
+
+  /// Has the only worker of a module fail with `message`, and then serve another one.
+  static void misbehaveAndGoOn(std::unique_ptr<CQOV_MsgPackage> message) {
+    Latch handled;
+    TestModule module([&](CQOV_Task&, CQOV_MsgPackage& pkg) { return misbehave(handled, pkg); }, 1);
+    ASSERT_TRUE(module.init());
+    send(module, std::move(message));
+    send(module, makeMessage(3, 0));
+    ASSERT_TRUE(handled.waitFor());
+  }
+
+  Latch handled_;
+};
 
 class Answering : public CQOV_CommonTaskEx {
  public:
@@ -68,24 +85,14 @@ class AnsweringModule : public CQOV_TaskMgr {
 }  // namespace
 
 TEST_F(WorkerTaskTest, AHandlerThatThrowsLeavesTheWorkerInThePool) {
-  TestModule module([this](CQOV_Task&, CQOV_MsgPackage& pkg) { return misbehave(handled_, pkg); },
-                    1);
-  ASSERT_TRUE(module.init());
-  send(module, makeMessage(3, 1));
-  send(module, makeMessage(3, 0));
-  ASSERT_TRUE(handled_.waitFor());
+  misbehaveAndGoOn(makeMessage(3, 1));
   EXPECT_EQ(1, log_.count("[ERR][QOVPUBLIC][handle,"));
   EXPECT_EQ(1, log_.count("Failed to handle message, error is "));
   EXPECT_EQ(1, log_.count("\n{\n  VER=1\n  TYP=3\n"));
 }
 
 TEST_F(WorkerTaskTest, AHandlerMayThrowAnything) {
-  TestModule module([this](CQOV_Task&, CQOV_MsgPackage& pkg) { return misbehave(handled_, pkg); },
-                    1);
-  ASSERT_TRUE(module.init());
-  send(module, makeMessage(3, 2));
-  send(module, makeMessage(3, 0));
-  ASSERT_TRUE(handled_.waitFor());
+  misbehaveAndGoOn(makeMessage(3, 2));
   EXPECT_EQ(1, log_.count("Failed to handle message, error is 0!\n{\n"));
 }
 
@@ -113,13 +120,18 @@ TEST_F(WorkerTaskTest, AHandlerThatEndsItsThreadCostsTheModuleThatWorkerOnly) {
 }
 
 TEST_F(WorkerTaskTest, AnErrorCodeIsLoggedWithADumpOfTheMessage) {
-  TestModule module([this](CQOV_Task&, CQOV_MsgPackage& pkg) { return misbehave(handled_, pkg); },
-                    1);
-  ASSERT_TRUE(module.init());
-  send(module, makeMessage(3, 3));
-  send(module, makeMessage(3, 0));
-  ASSERT_TRUE(handled_.waitFor());
+  misbehaveAndGoOn(makeMessage(3, 3));
   EXPECT_EQ(1, log_.count("Failed to handle message, error code is -3!\n{\n  VER=1\n  TYP=3\n"));
+}
+
+TEST_F(WorkerTaskTest, AFailureWithAMessageThatCannotBeDumpedIsLoggedWithoutIt) {
+  for (const std::uint64_t opc : {2U, 3U}) {
+    auto message = std::make_unique<BadPackage>();
+    message->head() = makeMessage(3, opc)->head();
+    misbehaveAndGoOn(std::move(message));
+  }
+  EXPECT_EQ(1, log_.count("Failed to handle message, error is 0!\n\n"));
+  EXPECT_EQ(1, log_.count("Failed to handle message, error code is -3!\n\n"));
 }
 
 TEST_F(WorkerTaskTest, ABlockOfTheWrongLengthIsRefusedAndTheWorkerGoesOn) {

@@ -31,7 +31,9 @@ QOV_EXPORT int QOV_AnswerByResult(CQOV_Task& task, const CQOV_MsgPackage& reques
 /// Like CQOV_CommonTaskEx, but its answers reach requesters of every module, since they carry the
 /// request's addresses exchanged.
 ///
-/// Thread, errors: as CQOV_CommonTask.
+/// Thread: as CQOV_CommonTask.
+/// Errors: as CQOV_CommonTask. If handleRequest() throws, or ends its thread, the requester is told
+///         255.
 class QOV_EXPORT CQOV_AnsweringTask : public CQOV_CommonTask {
  public:
   explicit CQOV_AnsweringTask(CQOV_TaskMgr* mgr);
@@ -66,12 +68,14 @@ class QOV_EXPORT CQOV_AnsweringTask : public CQOV_CommonTask {
 /// `Base` is CQOV_CommonTask or derived from it and made from the manager alone.
 ///
 /// Thread: the functions run on the task's own thread.
-/// Errors: as CQOV_CommonTask. A request whose function throws is not answered.
+/// Errors: as CQOV_CommonTask. If a function with an answer throws, or ends its thread, the
+///         requester is told 255.
 template <class Self, class Base = CQOV_CommonTask>
 class QOVHandlers : public Base {
  public:
   int handleMessage(CQOV_MsgPackage& message) override {
     constexpr int kUnknown = -1;
+    constexpr int kFailed = -1;
     // A copy: the function may change the message.
     const QOVMsgHead head = message.head();
     const Handler* const handler = find(head.opc_);
@@ -82,7 +86,12 @@ class QOVHandlers : public Base {
     int result = kUnknown;
     if (handler != nullptr && head.type_ == QOVMsgHead::kRequest) {
       auto answer = std::make_unique<CQOV_MsgPackage>();
-      result = (self.*handler->answering_)(message, *answer);
+      try {
+        result = (self.*handler->answering_)(message, *answer);
+      } catch (...) {
+        QOV_AnswerByResult(self, message, kFailed);
+        throw;
+      }
       if (result == 0) {
         return QOV_Answer(self, head, std::move(answer));
       }
