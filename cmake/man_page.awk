@@ -20,6 +20,7 @@ BEGIN {
       print (i > 1 ? ".br\n" : "") spans(line[i], 0)
   }
   print ".SH DESCRIPTION"
+  fresh = 1
 }
 
 /^## / { endBlock(); leavingOut = without != "" && substr($0, 4) == without }
@@ -34,6 +35,7 @@ fenced { print escape($0, 1); next }
   deep = /^### /
   sub(/^#+ /, "")
   print (deep ? ".SS " : ".SH ") "\"" spans($0, !deep) "\""
+  fresh = 1
   next
 }
 /^ *$/ { endBlock(); next }
@@ -90,14 +92,21 @@ function spans(s, upper,   parts, n, i, out, part) {
   return out
 }
 
-function beginCode() { print ".PP\n.RS 4\n.EX" }
+# A heading has begun one already.
+function beginParagraph() {
+  if (!fresh) print ".PP"
+  fresh = 0
+}
+
+function beginCode() { beginParagraph(); print ".RS 4\n.EX" }
 function endCode() { print ".EE\n.RE" }
 
 function endBlock() {
   if (kind == "code") endCode()
-  else if (kind == "paragraph") print ".PP\n" spans(text, 0)
+  else if (kind == "paragraph") { beginParagraph(); print spans(text, 0) }
   else if (kind == "list") print ".IP \\(bu 2\n" spans(text, 0)
   else if (kind == "table") endTable()
+  if (kind != "") fresh = 0
   kind = text = ""
 }
 

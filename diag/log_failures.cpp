@@ -1,6 +1,7 @@
 #include "diag/log_failures.h"
 
 #include <fcntl.h>
+#include <qovpub/qov_logging_strategy.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -36,17 +37,39 @@ Failure whyNoLogKey(CQOV_Ini_Operator& ini, const std::string& file, const std::
 
 Failure whyNoLogFile(const std::string& path, int error) {
   const std::string folder = folderOf(path);
-  const bool noFolder = error == ENOENT && errorOf(folder, F_OK) != 0;
-  const std::string cause = noFolder ? "there is no directory " + folder : errnoText(error);
+  std::string cause = errnoText(error);
+  if (error == ENOENT && errorOf(folder, F_OK) != 0) {
+    cause = "there is no directory " + folder;
+  } else if (error == ENXIO && isPipe(path)) {
+    cause = "a pipe takes nothing while nobody reads it";
+  }
   return {"open the log", path, 0, {}, cause + "; records go to standard error"};
 }
 
 int errorOfLogFile(const std::string& path) {
   struct stat status {};
   if (::stat(path.c_str(), &status) == 0) {
-    return S_ISDIR(status.st_mode) ? EISDIR : errorOf(path, W_OK);
+    if (S_ISDIR(status.st_mode)) {
+      return EISDIR;
+    }
+    const int denied = errorOf(path, W_OK);
+    const bool isOpenedByAnother = S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode);
+    return denied == 0 && isOpenedByAnother ? ENXIO : denied;
   }
   return errno == ENOENT ? errorOf(folderOf(path), W_OK | X_OK) : errno;
+}
+
+bool isPipe(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
+}
+
+std::string pathThatFits(const std::string& path) {
+  return path.substr(0, sizeof(CLogging_Cfg_Param::logFile_) - 1);
+}
+
+Failure whyCutPath(const std::string& path, const std::string& cut) {
+  return {"take the whole path of the log", path, 0, {}, "it is too long; records go to " + cut};
 }
 
 }  // namespace qov

@@ -17,8 +17,17 @@ Failure whyNoLogKey(CQOV_Ini_Operator& ini, const std::string& file, const std::
 /// The log file `path` cannot be opened, `error` is why.
 Failure whyNoLogFile(const std::string& path, int error);
 
-/// 0, or why the log file `path` could not be opened by this process. Opens nothing.
+/// 0, or why the log file `path` could not be opened by this process. Opens nothing, so a pipe is
+/// taken for one that nobody reads.
 int errorOfLogFile(const std::string& path);
+
+bool isPipe(const std::string& path);
+
+/// What the settings have room for of the log file's path.
+std::string pathThatFits(const std::string& path);
+
+/// The log's path is `path`, of which only `cut` fits.
+Failure whyCutPath(const std::string& path, const std::string& cut);
 
 }  // namespace qov
 

@@ -70,12 +70,7 @@ void warnOfOddValue(const std::string& description) noexcept {
 }
 
 void warnOfCutName(const char* logFile, const char* cut) noexcept {
-  warn(log_id::kLogPathCut, __LINE__,
-       textOf({"take the whole path of the log",
-               logFile,
-               0,
-               {},
-               std::string("it is too long; records go to ") + cut}));
+  warn(log_id::kLogPathCut, __LINE__, textOf(whyCutPath(logFile, cut)));
 }
 
 void tellNoFile(const char* file, int error) noexcept {

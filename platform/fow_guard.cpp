@@ -41,8 +41,9 @@ constexpr std::int64_t kTaken = -1;
 constexpr std::int64_t kNothingCovered = std::numeric_limits<std::int64_t>::max();
 constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
 
-/// A thread looks for a free slot among this many, which are its own as long as there are not more
-/// than 128 threads with guards. What finds none is checked on closing only.
+/// A thread looks for a free slot among this many, which are its own as long as not more than 128
+/// threads have had guards; an ended thread's are not given anew. What finds none is checked on
+/// closing only.
 constexpr unsigned kDepth = 8;
 std::array<GuardSlot, std::size_t{128} * kDepth> slots;
 std::atomic<unsigned> nextFirstSlot{0};

@@ -50,9 +50,18 @@ class ConfigurationCheck {
     }
     std::string toTerminal;
     ini_.getConfigItem("LOG_CFG", "SendTerminal", toTerminal);
-    const int error = toInt(toTerminal) == 0 ? errorOfLogFile(files_.log) : 0;
-    if (error != 0) {
-      findings_.push_back(findingOf(whyNoLogFile(files_.log, error)));
+    if (toInt(toTerminal) == 0) {
+      checkLogFile();
+    }
+  }
+
+  void checkLogFile() {
+    const std::string path = pathThatFits(files_.log);
+    if (path != files_.log) {
+      findings_.push_back(findingOf(whyCutPath(files_.log, path)));
+    }
+    if (const int error = errorOfLogFile(path); error != 0) {
+      findings_.push_back(findingOf(whyNoLogFile(path, error), isPipe(path)));
     }
   }
 

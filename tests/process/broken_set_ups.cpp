@@ -269,6 +269,18 @@ std::vector<BrokenSetUp> ofTheLog() {
       "LogIsDirectory", [](Agent& agent) { fs::create_directory(agent.root().logFile()); },
       open + "Is a directory");
   add(
+      "LogIsSocket",
+      [](Agent& agent) { ::mknod(agent.root().logFile().c_str(), S_IFSOCK | 0600, 0); },
+      open + "No such device or address; records go to standard error");
+  add(
+      "LogIsPipe", [](Agent& agent) { ::mkfifo(agent.root().logFile().c_str(), 0600); },
+      open + "a pipe takes nothing while nobody reads it; records go to standard error");
+  rows.back().check = Check::kWarning;
+  rows.push_back({"LogPathTooLong",
+                  [](Agent& agent) { useLogPathOf(256, agent); },
+                  {"d/log/qov_test_agent.log: it is too long; records go to <root>/d"},
+                  Result::kWarns});
+  add(
       "LogFolderNotWritable",
       [](Agent& agent) { ::chmod((agent.root().path() / "log").c_str(), 0500); },
       open + "Permission denied", true);
@@ -489,6 +501,14 @@ const std::vector<BrokenSetUp>& brokenSetUps() {
     return rows;
   }();
   return all;
+}
+
+void useLogPathOf(std::size_t length, AgentProcess& agent) {
+  const std::string root = agent.root().path();
+  const std::size_t shortest = agent.root().logFile().string().size() + 1;
+  const std::string longer = root + "/" + std::string(length - shortest, 'd');
+  fs::create_directory_symlink(root, longer);
+  agent.setEnvironment("QOV_ROOT", longer);
 }
 
 std::string filledIn(std::string text, const AgentRoot& root) {

@@ -1,6 +1,7 @@
 #ifndef QOV_TESTS_PROCESS_BROKEN_SET_UPS_H
 #define QOV_TESTS_PROCESS_BROKEN_SET_UPS_H
 
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <ostream>
@@ -51,6 +52,9 @@ inline void PrintTo(const BrokenSetUp& setUp, std::ostream* out) {
 }
 
 const std::vector<BrokenSetUp>& brokenSetUps();
+
+/// Has `agent` know its root by a longer path, so that its log's has `length` characters.
+void useLogPathOf(std::size_t length, AgentProcess& agent);
 
 /// `text`, out of `says`, with the directories that it names.
 std::string filledIn(std::string text, const AgentRoot& root);

@@ -218,6 +218,24 @@ TEST_F(CheckTest, WarnsOfAnItemThatComesAfterOneWithTheKeyDefault) {
         file + "6" + twice);
 }
 
+TEST_F(CheckTest, SaysNothingOfALogPathThatJustFits) {
+  agent.useModules({"state"});
+  useLogPathOf(255, agent);
+  checks();
+  EXPECT_EQ(agent.errors(), "");
+}
+
+TEST_F(CheckTest, FindsARootThatADaemonRefuses) {
+  agent.useModules({"state"});
+  const std::string root = fs::relative(agent.root().path());
+  agent.setEnvironment("QOV_ROOT", root);
+  checks({"--process", "qov_test_agent"}, 2);
+  EXPECT_EQ(agent.errors(),
+            root +
+                ": the environment variable QOV_ROOT is no absolute path; only a start with -n "
+                "takes it\nqovctl: 1 problem and 0 warnings\n");
+}
+
 /// A library that does something when it is opened, among others.
 class CheckOfAnEarlyLibrary : public CheckTest {
  protected:

@@ -59,7 +59,13 @@ void check(const CheckOptions& options) {
     ::setenv("QOV_ROOT", options.root.c_str(), 1);
   }
   Count count;
-  const fs::path folder = QOV_Utility::getQOVRootEnv() + "/conf";
+  const std::string root = QOV_Utility::getQOVRootEnv();
+  if (options.root.empty() && !root.empty() && root.front() != '/') {
+    count.tell({false, root, 0,
+                "the environment variable QOV_ROOT is no absolute path; only a start with -n takes "
+                "it"});
+  }
+  const fs::path folder = root + "/conf";
   const std::set<std::string> processes =
       options.process.empty() ? processesIn(folder, count) : std::set<std::string>{options.process};
   QOVCheckOptions how;

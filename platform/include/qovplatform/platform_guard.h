@@ -23,8 +23,12 @@ class GuardSlot;
 /// its own until the next line.
 ///
 /// Times are kept to a few milliseconds. A guard makes no system call unless it is overdue, has a
-/// shorter time than any before it, or is the first of its thread. Eight guards of a thread that
-/// are open at once are seen while they hang; those nested deeper are checked on closing only.
+/// shorter time than any before it, or is the first of its thread.
+///
+/// Up to eight guards of a thread that are open at once are seen while they hang; those nested
+/// deeper are checked on closing only. That holds as long as not more than 128 threads of the
+/// process have had guards, ended ones included. From then on threads share: the 129th has its
+/// eight together with the first, the 130th with the second, and so on.
 ///
 /// Thread: opened and closed by the same thread; any number of threads at once. Guards nest.
 /// Owns:   nothing that outlives it.

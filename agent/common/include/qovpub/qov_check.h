@@ -20,6 +20,7 @@ struct QOV_EXPORT QOVFinding {
   std::string text() const;
 };
 
+/// How QOV_Check() goes about it.
 struct QOV_EXPORT QOVCheckOptions {
   /// What a library may take.
   std::chrono::milliseconds perLibrary{10000};

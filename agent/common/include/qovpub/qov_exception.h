@@ -17,8 +17,11 @@ class QOV_EXPORT CQOV_Exception : public std::exception {
  public:
   /// `message` is what went wrong; what() puts "CQOV_Exception: " in front of it.
   explicit CQOV_Exception(const std::string& message);
+  /// @{
+  /// A copy that shares the text.
   CQOV_Exception(const CQOV_Exception&) noexcept = default;
   CQOV_Exception& operator=(const CQOV_Exception&) noexcept = default;
+  /// @}
   ~CQOV_Exception() override;
 
   /// The text; it lives as long as this exception.

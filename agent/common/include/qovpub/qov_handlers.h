@@ -36,6 +36,7 @@ QOV_EXPORT int QOV_AnswerByResult(CQOV_Task& task, const CQOV_MsgPackage& reques
 ///         255.
 class QOV_EXPORT CQOV_AnsweringTask : public CQOV_CommonTask {
  public:
+  /// `mgr` is the module that the task belongs to; it is borrowed and outlives the task.
   explicit CQOV_AnsweringTask(CQOV_TaskMgr* mgr);
 
   int handleMessage(CQOV_MsgPackage& pkg) override;
@@ -73,6 +74,9 @@ class QOV_EXPORT CQOV_AnsweringTask : public CQOV_CommonTask {
 template <class Self, class Base = CQOV_CommonTask>
 class QOVHandlers : public Base {
  public:
+  /// Calls the function for the operation code of `message` and sends its answer, as said above.
+  /// Returns what the function returns, -1 when that is 0 and the answer could not be sent, and -1
+  /// without a function.
   int handleMessage(CQOV_MsgPackage& message) override {
     constexpr int kUnknown = -1;
     constexpr int kFailed = -1;
@@ -101,17 +105,22 @@ class QOVHandlers : public Base {
   }
 
  protected:
+  /// A function for requests: fills `answer` and returns 0, or returns a result that is not 0.
   using Answering = int (Self::*)(CQOV_MsgPackage& request, CQOV_MsgPackage& answer);
+  /// A function for messages of every type, which returns 0 or a result that the log warns of.
   using Taking = int (Self::*)(CQOV_MsgPackage& message);
 
   /// What serves an operation code.
   struct Handler {
+    /// @{
+    /// `opc` is served by this function, which is not null.
     Handler(std::uint64_t opc, Answering answering) : opc_(opc), answering_(answering) {}
     Handler(std::uint64_t opc, Taking taking) : opc_(opc), taking_(taking) {}
+    /// @}
 
-    std::uint64_t opc_;
-    Answering answering_ = nullptr;
-    Taking taking_ = nullptr;
+    std::uint64_t opc_;              ///< the operation code
+    Answering answering_ = nullptr;  ///< null if taking_ serves it
+    Taking taking_ = nullptr;        ///< null if answering_ serves it
   };
 
   /// Of several functions for one operation code the first one counts.
@@ -121,6 +130,7 @@ class QOVHandlers : public Base {
                      [](const Handler& a, const Handler& b) { return a.opc_ < b.opc_; });
   }
 
+  /// All functions, by ascending operation codes. The reference holds as long as the task.
   const std::vector<Handler>& handlers() const { return handlers_; }
 
  private:

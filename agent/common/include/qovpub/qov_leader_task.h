@@ -22,13 +22,14 @@ class RunningManagers;
 
 /// The identity of one request: copied from its header.
 struct MsgKey {
-  std::uint64_t opc_;
-  std::uint32_t sn_;
-  std::uint8_t spid_;
-  std::uint8_t smid_;
-  std::uint8_t rpid_;
-  std::uint8_t rmid_;
+  std::uint64_t opc_;  ///< operation code
+  std::uint32_t sn_;   ///< serial number
+  std::uint8_t spid_;  ///< sender's process id
+  std::uint8_t smid_;  ///< sender's module id
+  std::uint8_t rpid_;  ///< receiver's process id
+  std::uint8_t rmid_;  ///< receiver's module id
 
+  /// Whether all six are equal.
   bool operator==(const MsgKey& other) const {
     return opc_ == other.opc_ && sn_ == other.sn_ && spid_ == other.spid_ && smid_ == other.smid_ &&
            rpid_ == other.rpid_ && rmid_ == other.rmid_;
@@ -48,6 +49,7 @@ struct TimeoutDesc {
 
 /// Hash of an operation code.
 struct QOV_EXPORT LLHashFunctor {
+  /// The code itself.
   unsigned long operator()(unsigned long long value) const;
 };
 
@@ -84,16 +86,36 @@ class QOV_EXPORT CQOV_Leader_Task : public CQOV_Task {
   /// already has then been told to end.
   bool run();
 
+  /// What the leader thread does: dispatches until a stop block comes or the process reactor's loop
+  /// has ended, then calls end(). Returns 0.
   int svc() override;
+  /// Dispatches what stands in the queue now; what comes meanwhile is left for the next call.
+  /// Returns 0, or -1 if a stop block was among it, for which the reactor calls handle_close().
   int handle_output(ACE_HANDLE handle = ACE_INVALID_HANDLE) override;
+  /// Ends the pending request that `act` stands for: its time is over. Returns 0.
   int handle_timeout(const ACE_Time_Value& now, const void* act = nullptr) override;
+  /// As end(). Returns 0.
   int handle_close(ACE_HANDLE handle, ACE_Reactor_Mask mask) override;
 
+  /// Takes a data block over and gives it to the function below for the type of its package. A
+  /// block that holds no package is logged, counted as dropped (QOVDropReason::kInvalid) and freed.
   void handleDataMsg(ACE_Message_Block* mb);
+
+  // Each takes `mb` over, with `pkg`, the package in it. The first three log a null, and take
+  // nothing then.
+
+  /// Notes who waits for the response, if the request is this module's own, and delivers it. What
+  /// cannot be delivered is freed, and its sender woken with the reason.
   void handleReqMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg);
+  /// Gives the response to whoever waits for it, or passes it on to the module that it is for. One
+  /// that nobody waits for is freed.
   void handleRspMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg);
+  /// Delivers a notice or event. One that cannot be delivered is logged and freed.
   void handleAsyncMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg);
+  /// Logs and frees a message of a type other than 1 to 4, whose `pkg` is not looked at.
   void handleUnknownMsg(ACE_Message_Block* mb, CQOV_MsgPackage* pkg);
+
+  /// Ends the pending requests to other processes, as a stop would (ECONNABORTED, kStopped).
   void handle_mb_hangup();
 
   /// Delivers `mb`, whose package has the header `head`: inside the module, or to another module of
@@ -105,7 +127,9 @@ class QOV_EXPORT CQOV_Leader_Task : public CQOV_Task {
   /// Routes the operation codes of `task`, which runs on `threadId`, to it. A null task is ignored.
   void insertStaticScheduledTask(unsigned long threadId, CQOV_StaticSchecheduledTask* task);
 
+  /// The module's scheduler, which lives as long as the leader.
   CQOV_TaskScheduler& scheduler();
+  /// For the library's own use: who may put messages into the module's queues, and how many.
   const qov::Admission& admission() const;
 
   /// Ends what the leader still holds, once: called by the leader thread on its way out, and by the

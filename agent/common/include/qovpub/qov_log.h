@@ -18,11 +18,13 @@
 /// the signature of the function it stands in as this compiler writes it. It costs no string.
 #define QOV_GUARD(guard, kitId) CQOVDebugKitGuard guard(kitId, __PRETTY_FUNCTION__)
 
+/// @{
 /// A record of `guard` with log id `logId`, from this function and line. What follows is printf's
 /// format and its arguments, which are evaluated whether the level is on or not.
 #define QOV_DEBUG(guard, logId, ...) (guard).debug(logId, __FUNCTION__, __LINE__, __VA_ARGS__)
 #define QOV_INFO(guard, logId, ...) (guard).info(logId, __FUNCTION__, __LINE__, __VA_ARGS__)
 #define QOV_WARN(guard, logId, ...) (guard).warn(logId, __FUNCTION__, __LINE__, __VA_ARGS__)
 #define QOV_ERROR(guard, logId, ...) (guard).error(logId, __FUNCTION__, __LINE__, __VA_ARGS__)
+/// @}
 
 #endif

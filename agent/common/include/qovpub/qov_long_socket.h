@@ -121,11 +121,11 @@ class QOV_EXPORT CQOVLongSocket {
   unsigned int convert(unsigned char* data, unsigned int length, CT7QPackageV3* package);
 
  protected:
-  /// How long a step may take.
+  /// How long a step may take; the numbers are seconds.
   struct Limits {
-    ACE_Time_Value connect{2};
-    ACE_Time_Value send{30};
-    ACE_Time_Value reply{30};
+    ACE_Time_Value connect{2};  ///< to all addresses of a host together; not to look its name up
+    ACE_Time_Value send{30};    ///< until the connection takes anything
+    ACE_Time_Value reply{30};   ///< until the header is here, and again until the rest is
   };
 
   /// Connects to `endpoint`; no configuration file is read. Throws std::bad_alloc.

@@ -20,6 +20,7 @@ namespace qov {
 /// Owns:   nothing.
 /// Errors: none.
 struct QOV_EXPORT DecodeFault {
+  /// What is wrong.
   enum class Kind : unsigned char {
     kNone,          ///< nothing was refused
     kHeadShort,     ///< no bytes, or fewer than the header has; `value`: how many there are
@@ -35,7 +36,7 @@ struct QOV_EXPORT DecodeFault {
     kNoMemory       ///< none for the records; errno is ENOMEM
   };
 
-  Kind kind = Kind::kNone;
+  Kind kind = Kind::kNone;  ///< kNone while nothing was refused
   /// What is wrong starts at this byte, counted from the first that decode() was given. For
   /// kRecordShort, kCellShort and kCellType that is where the record or cell starts, for the
   /// others the field.
@@ -118,8 +119,12 @@ class QOV_EXPORT CTLVPackageV3 {
   /// Writes the message's text form, as it stands in the logs.
   virtual void dump(std::ostringstream& out) const;
 
+  /// @{
+  /// The header, to be read and changed at any time but for LEN, which encode() and decode() set.
+  /// The reference holds as long as the package.
   MSG_S_HEAD& head() noexcept { return head_; }
   const MSG_S_HEAD& head() const noexcept { return head_; }
+  /// @}
 
   /// Puts `record`, which must come from `new`, at the end and takes it over; null is ignored.
   /// Throws, and takes nothing, when a package owns the record already.
@@ -138,6 +143,7 @@ class QOV_EXPORT CTLVPackageV3 {
 
   /// Number of records.
   unsigned long count() const noexcept { return records_.size(); }
+  /// @{
   /// Record `i`, counted from 0; throws CQOV_Exception when there is none.
   CTLVRecordV3& operator[](unsigned long i) {
     checkIndex(i);
@@ -147,15 +153,18 @@ class QOV_EXPORT CTLVPackageV3 {
     checkIndex(i);
     return records_[i];
   }
+  /// @}
 
-  // The records in their order, for range-for. Iterators are valid until a record is added, erased
-  // or the package is cleared, assigned to, moved or destroyed.
+  /// @{
+  /// The records in their order, for range-for. Iterators are valid until a record is added, erased
+  /// or the package is cleared, assigned to, moved or destroyed.
   using iterator = qov::RecordIterator<CTLVRecordV3>;
   using const_iterator = qov::RecordIterator<const CTLVRecordV3>;
   iterator begin() noexcept { return iterator(records_.begin()); }
   iterator end() noexcept { return iterator(records_.end()); }
   const_iterator begin() const noexcept { return const_iterator(records_.begin()); }
   const_iterator end() const noexcept { return const_iterator(records_.end()); }
+  /// @}
 
   /// Parses the record at `p`, of which `remain` bytes may be read. Returns the bytes it takes and
   /// sets `rec`, which the caller deletes; on failure logs, returns 0 and sets `rec` to null. Every

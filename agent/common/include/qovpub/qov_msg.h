@@ -46,12 +46,16 @@ class QOV_EXPORT CTLVRecordV3 : private qov::RecordCells {
   /// The longest record that can be encoded, without its head.
   static constexpr unsigned long kMaxLength = RecordCells::kMaxLength;
 
+  /// A record without cells; `cmd` is its command code.
   explicit CTLVRecordV3(std::uint64_t cmd = 0) noexcept : cmd_(cmd) {}
+  /// @{
+  /// A deep copy, as of clone().
   CTLVRecordV3(const CTLVRecordV3& other) : RecordCells(), cmd_(0) { clone(other); }
   CTLVRecordV3& operator=(const CTLVRecordV3& other) {
     clone(other);
     return *this;
   }
+  /// @}
   /// Takes command code and cells over and leaves `other` its command code, without cells.
   ///
   /// Nothing is allocated; references and iterators to the cells stay valid and belong to this
@@ -63,8 +67,11 @@ class QOV_EXPORT CTLVRecordV3 : private qov::RecordCells {
   CTLVRecordV3& operator=(CTLVRecordV3&& other) noexcept;
   ~CTLVRecordV3() = default;
 
+  /// @{
+  /// The command code; its meaning is up to sender and receiver.
   std::uint64_t cmd() const noexcept { return cmd_; }
   void setCmd(std::uint64_t cmd) noexcept { cmd_ = cmd; }
+  /// @}
 
   /// Puts the cell itself, which must come from `new`, at the end and takes it over; null is
   /// ignored. Throws, and takes nothing, when a record owns the cell already.
@@ -77,10 +84,12 @@ class QOV_EXPORT CTLVRecordV3 : private qov::RecordCells {
   /// findNext() looks for such a cell from the first cell on. Additions and changes in turn, and a
   /// walk by findNext(), take the square of the time then; cells from add...() do not.
   void append(const CTLVCell* cell) { append_int(cell); }
+  /// The same.
   void append_int(const CTLVCell* cell);
 
-  // Append a new cell, as CTLVCell's setter of that name. They throw, too, when the record would
-  // grow beyond 65535 bytes.
+  /// @{
+  /// Append a new cell, as CTLVCell's setter of that name, and return the record. They throw, too,
+  /// when the record would grow beyond 65535 bytes.
   CTLVRecordV3& addUnsigned(unsigned short tag, std::uint64_t v) {
     addNumber(CTLVCell::TLV_UINT, tag, v, qov::CellValue::width(v));
     return *this;
@@ -114,21 +123,29 @@ class QOV_EXPORT CTLVRecordV3 : private qov::RecordCells {
   CTLVRecordV3& addOctets(unsigned short tag, std::unique_ptr<unsigned char[]> data,
                           unsigned long len);
   CTLVRecordV3& addJson(unsigned short tag, const Json::Value& v);
+  /// @}
+  /// @{
   /// Appends `cell`, copied or moved. One moved from this record counts twice for the limit.
   CTLVRecordV3& add(const CTLVCell& cell) { return add(CTLVCell(cell)); }
   CTLVRecordV3& add(CTLVCell&& cell);
+  /// @}
 
+  /// @{
   /// Puts type and value of `cell`, copied or moved, into the first cell with its tag; references
   /// to that one stay valid. Returns false, with `cell` as it was, when there is none. Throws, too,
   /// when the record would be longer than 65535 bytes, counted as by add().
   bool replace(const CTLVCell& cell) { return replace(CTLVCell(cell)); }
   bool replace(CTLVCell&& cell);
+  /// @}
 
+  /// @{
   /// The first cell with `tag`, or null.
   const CTLVCell* find(unsigned short tag) const noexcept { return RecordCells::find(tag); }
   CTLVCell* find(unsigned short tag) noexcept {
     return const_cast<CTLVCell*>(static_cast<const CTLVRecordV3*>(this)->find(tag));
   }
+  /// @}
+  /// @{
   /// The next cell behind `cell`, a cell of this record, that has the same tag, or null:
   ///
   ///     for (const CTLVCell* cell = r.find(7); cell != nullptr; cell = r.findNext(*cell))
@@ -136,6 +153,8 @@ class QOV_EXPORT CTLVRecordV3 : private qov::RecordCells {
   CTLVCell* findNext(const CTLVCell& cell) noexcept {
     return const_cast<CTLVCell*>(static_cast<const CTLVRecordV3*>(this)->findNext(cell));
   }
+  /// @}
+  /// @{
   /// The first cell with `tag`; throws when there is none.
   const CTLVCell& operator[](unsigned short tag) const {
     const CTLVCell* cell = find(tag);
@@ -148,16 +167,22 @@ class QOV_EXPORT CTLVRecordV3 : private qov::RecordCells {
     return const_cast<CTLVCell&>(static_cast<const CTLVRecordV3&>(*this)[tag]);
   }
 
-  // The value of the first cell with `tag`; throw when it is missing or of another type.
+  /// @}
+
+  /// @{
+  /// The value of the first cell with `tag`; throw when it is missing or of another type. Text and
+  /// octets are views into the cell.
   std::uint64_t getUnsigned(unsigned short tag) const { return (*this)[tag].getUnsigned(); }
   std::int64_t getSigned(unsigned short tag) const { return (*this)[tag].getSigned(); }
   bool getBool(unsigned short tag) const { return (*this)[tag].getBool(); }
-  /// A view into the cell, as the next one.
   std::string_view getString(unsigned short tag) const { return (*this)[tag].getString(); }
   std::string_view getOctets(unsigned short tag) const { return (*this)[tag].getOctets(); }
   Json::Value getJson(unsigned short tag) const;
+  /// @}
 
-  // The same, or `otherwise` when the tag is missing; throw for another type all the same.
+  /// @{
+  /// The same, or `otherwise` when the tag is missing; throw for another type all the same. Text
+  /// and octets are views into the cell, or of what `otherwise` is a view of.
   std::uint64_t getUnsigned(unsigned short tag, std::uint64_t otherwise) const {
     const CTLVCell* cell = find(tag);
     return cell == nullptr ? otherwise : cell->getUnsigned();
@@ -170,7 +195,6 @@ class QOV_EXPORT CTLVRecordV3 : private qov::RecordCells {
     const CTLVCell* cell = find(tag);
     return cell == nullptr ? otherwise : cell->getBool();
   }
-  /// A view into the cell or of what `otherwise` is a view of, as the next one.
   std::string_view getString(unsigned short tag, std::string_view otherwise) const {
     const CTLVCell* cell = find(tag);
     return cell == nullptr ? otherwise : cell->getString();
@@ -180,8 +204,10 @@ class QOV_EXPORT CTLVRecordV3 : private qov::RecordCells {
     return cell == nullptr ? otherwise : cell->getOctets();
   }
   Json::Value getJson(unsigned short tag, const Json::Value& otherwise) const;
+  /// @}
 
-  // Forward iteration over the cells in their order.
+  /// @{
+  /// Forward iteration over the cells in their order.
   using const_iterator = qov::CellIterator<const CTLVCell>;
   using iterator = qov::CellIterator<CTLVCell>;
 
@@ -189,6 +215,7 @@ class QOV_EXPORT CTLVRecordV3 : private qov::RecordCells {
   const_iterator end() const noexcept { return RecordCells::end(); }
   iterator begin() noexcept { return RecordCells::begin(); }
   iterator end() noexcept { return RecordCells::end(); }
+  /// @}
 
   /// Frees the cell at `at`, which must not be end(), and returns the place of the next one.
   /// References and iterators to cells before it stay valid, those to it and to the cells behind it

@@ -36,17 +36,18 @@ inline constexpr unsigned int MIN_TLV_SIZE = 4;
 ///         there is no memory for the value, the cell is unchanged too.
 class QOV_EXPORT CTLVCell : private qov::CellValue {
  public:
+  /// The types, by their codes on the wire. Numbers are little-endian there.
   enum ETLVType : unsigned short {
-    TLV_INVALID = 0,
-    TLV_OCTET = 1,
-    TLV_STRING = 2,
-    TLV_UINT = 3,
-    TLV_INT = 4,
-    TLV_BOOL = 5,
-    TLV_ENUM = 6,
-    TLV_ARRAY = 7,
-    TLV_JSON = 8,
-    TLV_TIME = 9
+    TLV_INVALID = 0,  ///< of a cell that was given no type
+    TLV_OCTET = 1,    ///< any bytes
+    TLV_STRING = 2,   ///< text, up to its first NUL
+    TLV_UINT = 3,     ///< an unsigned number of 1, 2, 4 or 8 bytes
+    TLV_INT = 4,      ///< a signed one
+    TLV_BOOL = 5,     ///< one byte, 0 for false
+    TLV_ENUM = 6,     ///< as TLV_UINT; what the numbers mean is up to sender and receiver
+    TLV_ARRAY = 7,    ///< JSON text of an array
+    TLV_JSON = 8,     ///< JSON text of anything else
+    TLV_TIME = 9      ///< as TLV_UINT; the unit is up to sender and receiver
   };
 
   /// The longest value: its length travels in 16 bits.
@@ -56,18 +57,24 @@ class QOV_EXPORT CTLVCell : private qov::CellValue {
   CTLVCell() noexcept : CTLVCell(Place::kAlone) {}
   /// As set_i() on an empty cell.
   CTLVCell(ETLVType type, unsigned short tag, const void* data, unsigned long len);
+  /// A copy of type, tag and value, whichever record `other` belongs to.
   CTLVCell(const CTLVCell& other);
   /// Takes the value over and leaves `other` empty, its type and tag as they are. Only a long value
   /// in a package's memory has to be copied; when there is no memory for that, errno is ENOMEM and
   /// both cells are as they were. std::swap() of such cells loses one of the values then.
   CTLVCell(CTLVCell&& other) noexcept;
+  /// @{
+  /// As the constructors, for a cell that is there already and stays in its record.
   CTLVCell& operator=(const CTLVCell& other);
   CTLVCell& operator=(CTLVCell&& other) noexcept;
+  /// @}
   ~CTLVCell() = default;
 
-  /// Equal type, tag, length and bytes.
+  /// @{
+  /// Compare type, tag, length and bytes.
   bool operator==(const CTLVCell& other) const noexcept;
   bool operator!=(const CTLVCell& other) const noexcept { return !(*this == other); }
+  /// @}
 
   /// Sets type and tag and copies `len` bytes, which may lie in this cell's own value. `data` null
   /// or `len` 0 makes the value empty.
@@ -82,7 +89,8 @@ class QOV_EXPORT CTLVCell : private qov::CellValue {
   /// were; that differs from set_i() and is kept, decoding relies on it.
   void setCell(unsigned short typeTag, const char* data, unsigned long len);
 
-  // Typed setters. Numbers take the fewest of 1, 2, 4 and 8 bytes.
+  /// @{
+  /// Store a number in the fewest of 1, 2, 4 and 8 bytes; a bool takes one.
   void setUnsigned(unsigned short tag, std::uint64_t v) { setNumber(TLV_UINT, tag, v, width(v)); }
   void setSigned(unsigned short tag, std::int64_t v) {
     setNumber(TLV_INT, tag, cut(v, widthSigned(v)), widthSigned(v));
@@ -90,26 +98,32 @@ class QOV_EXPORT CTLVCell : private qov::CellValue {
   void setBool(unsigned short tag, bool v) { setNumber(TLV_BOOL, tag, v ? 1 : 0, 1); }
   void setEnum(unsigned short tag, std::uint64_t v) { setNumber(TLV_ENUM, tag, v, width(v)); }
   void setTime(unsigned short tag, std::uint64_t v) { setNumber(TLV_TIME, tag, v, width(v)); }
+  /// @}
   /// Stores the text and its NUL, 65535 bytes in all. It is read back up to its first NUL.
   void setString(unsigned short tag, std::string_view text);
+  /// As set_i() with type Octet.
   void setOctets(unsigned short tag, const void* data, unsigned long len) {
     set_i(TLV_OCTET, tag, data, len);
   }
   /// The same without a copy: takes `data` over, `len` bytes from `new unsigned char[]`. Null makes
   /// the value empty. When it throws, the bytes are freed.
   void setOctets(unsigned short tag, std::unique_ptr<unsigned char[]> data, unsigned long len);
+  /// As set().
   void setJson(unsigned short tag, const Json::Value& v) { set(tag, v); }
 
   // Typed getters.
+
   /// The value of a Uint, Bool, Enum or Time cell.
   std::uint64_t getUnsigned() const {
     require(1U << TLV_UINT | 1U << TLV_BOOL | 1U << TLV_ENUM | 1U << TLV_TIME, "unsigned");
     return number();
   }
+  /// The value of an Int cell.
   std::int64_t getSigned() const {
     require(1U << TLV_INT, "signed");
     return static_cast<std::int64_t>(number());
   }
+  /// Whether the number of a Bool cell is another than 0.
   bool getBool() const {
     require(1U << TLV_BOOL, "bool");
     return number() != 0;
@@ -157,9 +171,13 @@ class QOV_EXPORT CTLVCell : private qov::CellValue {
   /// nothing.
   std::string buildArrayValue(const CTLVCell& cell) const;
 
+  /// 0 to 4095; 4094 in a cell that was given none.
   unsigned short tag() const noexcept { return typeTag() >> 4; }
+  /// An ETLVType; in a cell of setCell() maybe a code of 10 to 15, which has no name there.
   ETLVType type() const noexcept { return static_cast<ETLVType>(CellValue::type()); }
+  /// Both packed as on the wire: tag << 4 | type.
   unsigned short typeTag() const noexcept { return CellValue::typeTag(); }
+  /// Bytes of the value, a text's NUL included: 0 to 65535.
   unsigned short length() const noexcept { return CellValue::length(); }
   /// The `length()` bytes of the value, valid until the cell is changed or destroyed. They need not
   /// end in a NUL, also in a text cell: what came over the wire is kept as it came.

@@ -16,8 +16,8 @@
 /// Owns:   nothing.
 /// Errors: none.
 struct QOV_EXPORT __attribute__((packed)) QOVMsgHead {
-  static constexpr std::uint32_t kMagic = 20080808;
-  static constexpr std::uint8_t kVersion = 1;
+  static constexpr std::uint32_t kMagic = 20080808;  ///< of every such header
+  static constexpr std::uint8_t kVersion = 1;        ///< of every such header
   /// Set in flags_ when the message carries a whole V3 package as its body.
   static constexpr std::uint8_t kFlagOm = 1;
 
@@ -35,19 +35,19 @@ struct QOV_EXPORT __attribute__((packed)) QOVMsgHead {
   /// The defaults: no type, all four addresses 255, CID -1 and a serial number of its own.
   QOVMsgHead();
 
-  std::uint32_t magic_;
-  std::uint8_t version_;
-  std::uint8_t type_;  ///< see Type
-  std::uint8_t mst_;   ///< in a response: the responder's result
-  std::uint8_t spid_;  ///< sender's process id
-  std::uint8_t smid_;  ///< sender's module id
-  std::uint8_t rpid_;  ///< receiver's process id
-  std::uint8_t rmid_;  ///< receiver's module id
-  std::uint8_t flags_;
-  std::int32_t cid_;
-  std::uint32_t sn_;   ///< serial number
-  std::uint64_t opc_;  ///< operation code
-  std::uint32_t len_;  ///< record bytes that follow; encode() and decode() set it
+  std::uint32_t magic_;   ///< decode() refuses another than kMagic
+  std::uint8_t version_;  ///< decode() refuses another than kVersion
+  std::uint8_t type_;     ///< see Type
+  std::uint8_t mst_;      ///< in a response: the responder's result
+  std::uint8_t spid_;     ///< sender's process id
+  std::uint8_t smid_;     ///< sender's module id
+  std::uint8_t rpid_;     ///< receiver's process id
+  std::uint8_t rmid_;     ///< receiver's module id
+  std::uint8_t flags_;    ///< bit 0 is kFlagOm; the others are carried unchanged
+  std::int32_t cid_;      ///< an answer has that of its request; the library does not look at it
+  std::uint32_t sn_;      ///< serial number
+  std::uint64_t opc_;     ///< operation code
+  std::uint32_t len_;     ///< record bytes that follow; encode() and decode() set it
 
   /// Writes the eleven lines of the header's text form.
   void dump(std::ostringstream& out) const;
@@ -64,18 +64,18 @@ static_assert(sizeof(QOVMsgHead) == 32, "copied byte for byte");
 /// Owns:   nothing.
 /// Errors: none.
 struct QOV_EXPORT TLVMsgHeadV3 {
-  static constexpr std::uint32_t kMagic = 0x55555555;
-  static constexpr std::uint32_t kVersion = 3;
+  static constexpr std::uint32_t kMagic = 0x55555555;  ///< of every such header
+  static constexpr std::uint32_t kVersion = 3;         ///< of every such header
 
-  std::uint32_t magic_ = kMagic;
-  std::uint32_t version_ = kVersion;
-  std::uint32_t ret_ = 0;           ///< result code
-  std::uint32_t ssk_ = 0xFFFFFFFF;  ///< session key; never printed as it is
-  std::uint16_t nid_ = 0xFFFD;
-  std::uint16_t reserved_ = 0xFFFF;
-  std::uint16_t bid_ = 0xFFFF;
-  std::uint16_t ser_ = 0xFFFF;  ///< serial number; 0xFFFF until one is allocated
-  std::uint32_t len_ = 0;       ///< record bytes that follow; encode() and decode() set it
+  std::uint32_t magic_ = kMagic;      ///< decode() refuses another
+  std::uint32_t version_ = kVersion;  ///< decode() refuses another
+  std::uint32_t ret_ = 0;             ///< result code
+  std::uint32_t ssk_ = 0xFFFFFFFF;    ///< session key; never printed as it is
+  std::uint16_t nid_ = 0xFFFD;        ///< carried unchanged
+  std::uint16_t reserved_ = 0xFFFF;   ///< carried unchanged; dump() leaves it out
+  std::uint16_t bid_ = 0xFFFF;        ///< carried unchanged
+  std::uint16_t ser_ = 0xFFFF;        ///< serial number; 0xFFFF until one is allocated
+  std::uint32_t len_ = 0;             ///< record bytes that follow; encode() and decode() set it
 
   /// Writes the next serial number, 1 to 32767, into `head`. The count restarts so that 1 comes
   /// only once per process. Two threads that meet at the restart may get the same number; that is
@@ -85,6 +85,7 @@ struct QOV_EXPORT TLVMsgHeadV3 {
   /// Writes the six lines of the header's text form; of the session key only the end of its digest.
   void dump(std::ostringstream& out) const;
 
+  /// The last serial number given out; 0 before the first.
   static std::atomic<std::uint16_t> oAtomicSerial_;
 };
 static_assert(sizeof(TLVMsgHeadV3) == 28, "copied byte for byte");

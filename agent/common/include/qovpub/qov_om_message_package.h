@@ -30,6 +30,7 @@ class QOV_EXPORT CQOV_OM_MsgPackage : public CQOV_MsgPackage {
   /// Takes header, inner package and records over as the base does; `other` has no inner package
   /// then. A reference to the inner package stays valid.
   CQOV_OM_MsgPackage(CQOV_OM_MsgPackage&& other) noexcept = default;
+  /// The same for an existing package, whose inner package and records are deleted.
   CQOV_OM_MsgPackage& operator=(CQOV_OM_MsgPackage&& other) noexcept = default;
   /// Deletes the inner package, then the records.
   ~CQOV_OM_MsgPackage() override;

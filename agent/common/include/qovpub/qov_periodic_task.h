@@ -28,8 +28,11 @@
 /// Errors: whatever tick() throws is logged, and the next tick comes when it is due.
 class QOV_EXPORT QOVPeriodicTask : public CQOV_StaticSchecheduledTask {
  public:
+  /// Hours, seconds and the like become one by themselves.
   using Duration = std::chrono::nanoseconds;
 
+  /// Without ticks until every() is called. `mgr` is the module that the task belongs
+  /// to; it is borrowed and outlives the task.
   explicit QOVPeriodicTask(CQOV_TaskMgr* mgr);
 
   /// Has tick() called at start + first + n * period on the monotonic clock, n from 0 on; start is
@@ -40,15 +43,19 @@ class QOV_EXPORT QOVPeriodicTask : public CQOV_StaticSchecheduledTask {
   /// The same with the first tick one period after the start.
   void every(Duration period) { every(period, period); }
 
+  /// @{
   /// What every() was told, within its limits. A period of 0 or less: no ticks.
   Duration period() const { return period_; }
   Duration first() const { return first_; }
+  /// @}
 
   /// How many times a tick was left out.
   std::uint64_t missed() const { return missed_; }
 
+  /// What is to be done each time. It may send and wait for answers.
   virtual void tick() = 0;
 
+  /// What the task's thread does: ticks and serves messages in turn until a stop. Returns 0.
   int svc() override;
   /// For tasks without operation codes: refuses (-1).
   int handleMessage(CQOV_MsgPackage& pkg) override;

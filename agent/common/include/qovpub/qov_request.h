@@ -39,13 +39,17 @@ class QOV_EXPORT QOVAnswer {
   /// `package` must not be null.
   explicit QOVAnswer(std::unique_ptr<CQOV_MsgPackage> package) noexcept
       : package_(std::move(package)) {}
+  /// No answer. `reason` is not kNone; `result` is for kRefused.
   explicit QOVAnswer(QOVReason reason, std::uint8_t result = 0) noexcept
       : package_(), reason_(reason), result_(result) {}
 
+  /// Whether there is an answer. False after take(), too.
   explicit operator bool() const noexcept { return package_ != nullptr; }
+  /// @{
   /// The answer; only if there is one.
   CQOV_MsgPackage& operator*() const noexcept { return *package_; }
   CQOV_MsgPackage* operator->() const noexcept { return package_.get(); }
+  /// @}
   /// Gives the answer, or null, to the caller.
   std::unique_ptr<CQOV_MsgPackage> take() noexcept { return std::move(package_); }
 
@@ -53,6 +57,7 @@ class QOV_EXPORT QOVAnswer {
   QOVReason reason() const noexcept { return reason_; }
   /// With kRefused the receiver's result (the response's MST), 1 to 255; otherwise 0.
   std::uint8_t result() const noexcept { return result_; }
+  /// The reason as QOV_TextOf() has it, "answered" for an answer.
   const char* text() const noexcept { return QOV_TextOf(reason_); }
 
  private:
@@ -71,14 +76,17 @@ class QOV_EXPORT QOVAnswer {
 ///       ... answer.text()
 ///     }
 ///
-/// Thread: as the package; sending as the task's send() says: ask() on the task's own thread.
-/// Owns:   the message until the first attempt to send it, whatever comes of that; the next one is
-///         kInvalid. ask() and askLater() with a time-out of 0 or less are no attempts. The task is
-///         borrowed.
-/// Errors: making a message and its records throws std::bad_alloc; sending throws nothing.
+/// Thread: one at a time. ask() on the task's own thread; askLater() and tell() on any.
+/// Owns:   the message, until the first attempt to send it. The message is gone after that, whether
+///         it was sent or not: another attempt is kInvalid. ask() and askLater() with a time-out of
+///         0 or less are no attempts. The task is borrowed.
+/// Errors: making a message and its records throws std::bad_alloc. Sending throws nothing; what
+///         it returns says why nothing was sent, or why no answer came.
 class QOV_EXPORT QOVRequest {
  public:
+  /// A time-out. Seconds and milliseconds become one by themselves, nanoseconds do not.
   using Duration = std::chrono::microseconds;
+  /// Called with the answer, or with the reason why there is none.
   using Continuation = std::function<void(QOVAnswer)>;
 
   /// How many askLater() of one module may be pending.
@@ -94,6 +102,7 @@ class QOV_EXPORT QOVRequest {
 
   /// The message, until it is sent.
   CQOV_MsgPackage& message() noexcept { return *message_; }
+  /// Appends an empty record to the message, until that is sent, and returns it.
   CTLVRecordV3& addRecord(std::uint64_t cmd) { return message_->addRecord(cmd); }
 
   /// Sends the message as a request and waits for the answer: at most `timeout` for room, and then
@@ -135,11 +144,19 @@ class QOV_EXPORT QOVRequest {
   /// Thread: any.
   [[nodiscard]] QOVReason askLater(Duration timeout, Continuation continuation);
 
-  /// Sends the message and does not wait for an answer: `type` is kNotice or kEvent. Waits for room
-  /// in this module, without a limit or as long as `timeout` says; 0 or less refuses at once. What
-  /// becomes of the message afterwards is not told.
+  /// @{
+  /// Sends the message and does not wait for an answer: `type` is kNotice or kEvent.
+  ///
+  /// Waits for room in this module, without a limit or as long as `timeout` says; with 0 or less it
+  /// sends only if there is room at once. kNone: this module has taken the message. It does not say
+  /// that the receiver is there, has room or handles it; the log and QOVModuleStats::dropped_ tell
+  /// of messages that went no further. kNoRoom, kStopped (this module stops), kNoMemory, kInvalid
+  /// (sent before): nothing was sent.
+  ///
+  /// Thread: any.
   QOVReason tell(QOVMsgHead::Type type = QOVMsgHead::kNotice);
   QOVReason tell(Duration timeout, QOVMsgHead::Type type = QOVMsgHead::kNotice);
+  /// @}
 
  private:
   QOVAnswer askWithin(const Duration* timeout);

@@ -32,14 +32,14 @@ enum class QOVDropReason {
 ///
 /// Thread: a value.
 struct QOV_EXPORT QOVModuleStats {
-  using Duration = std::chrono::nanoseconds;
+  using Duration = std::chrono::nanoseconds;  ///< of waits and of handling
 
-  static constexpr std::size_t kRoomBytes = 16384;
-  static constexpr std::size_t kDropReasons = 7;
-  static constexpr std::size_t kHandlingTimes = 64;
+  static constexpr std::size_t kRoomBytes = 16384;   ///< from so many waiting bytes on it is full
+  static constexpr std::size_t kDropReasons = 7;     ///< how many values QOVDropReason has
+  static constexpr std::size_t kHandlingTimes = 64;  ///< length of handlingTimes_
 
-  unsigned int moduleId_ = 0;
-  std::string name_;
+  unsigned int moduleId_ = 0;  ///< as CQOV_TaskMgr::moduleId()
+  std::string name_;           ///< as CQOV_TaskMgr::name()
 
   // Since the module was made.
   std::uint64_t in_ = 0;        ///< delivered in the module: to its pool, a static task, a sender
@@ -58,17 +58,18 @@ struct QOV_EXPORT QOVModuleStats {
   std::uint64_t askedLater_ = 0;    ///< its askLater() whose continuations have not begun yet
 
   // The highest of both in queues so far. What is being passed on counts twice for that moment.
-  std::uint64_t highestWaiting_ = 0;
-  std::uint64_t highestWaitingBytes_ = 0;
+  std::uint64_t highestWaiting_ = 0;       ///< of waiting_
+  std::uint64_t highestWaitingBytes_ = 0;  ///< of waitingBytes_
 
   // How long handleMessage() takes on all tasks of the module, and the continuations of askLater().
   // What they wait for counts, and so does what send() does for leaders meanwhile.
-  std::uint64_t handled_ = 0;  ///< the sum of handlingTimes_
-  Duration handlingSum_{};
-  Duration longestHandling_{};
+  std::uint64_t handled_ = 0;   ///< the sum of handlingTimes_
+  Duration handlingSum_{};      ///< all of them together
+  Duration longestHandling_{};  ///< so far, of those that have ended
   /// How many took less than 2^i nanoseconds, and not less than 2^(i-1).
   std::array<std::uint64_t, kHandlingTimes> handlingTimes_{};
 
+  /// How many messages were dropped for `reason`.
   std::uint64_t dropped(QOVDropReason reason) const {
     return dropped_[static_cast<std::size_t>(reason)];
   }

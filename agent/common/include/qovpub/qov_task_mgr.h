@@ -92,6 +92,7 @@ class QOV_EXPORT CQOV_TaskMgr {
   /// The module id as given to the constructor.
   unsigned int moduleId() const { return moduleId_; }
 
+  /// The name as given to the constructor, or what stands for a null one. It lives as long as this.
   const std::string& name() const { return name_; }
 
   /// Puts a task on the idle list of the pool, which owns it from then on: see CQOV_Task::idle().
@@ -121,17 +122,22 @@ class QOV_EXPORT CQOV_TaskMgr {
   /// caller and must outlive stop(), or the destructor of this manager where nobody calls that.
   int insertStaticScheduledTask(CQOV_StaticSchecheduledTask* task);
 
-  /// Has one WARN record (65902) tell of each message whose handler runs for longer than `limit`,
-  /// while it still runs, so that one that hangs shows: with sender, operation code, the time so
-  /// far, and the request that the handler waits for. The time counts from the beginning of the
-  /// handler, with all that it waits for: answers, room, locks. 0 or less is no limit, as at the
-  /// beginning, and costs nothing; a limit costs two locks of the module's own for each message.
+  /// Has a record (WARN, 65902) tell of each message whose handler runs for longer than `limit`:
+  /// once, and while the handler still runs, so that one that hangs shows. The record has the
+  /// sender, the operation code, the time so far and the request that the handler waits for. The
+  /// time counts from the beginning of the handler, with all that it waits for: answers, room,
+  /// locks.
+  ///
+  /// A `limit` of 0 or less is none, as at the beginning, and costs nothing; more than 100 years
+  /// count as 100 years. A limit costs two locks of the module's own for each message. It takes the
+  /// place of the former one, also for handlers that run already; those that have begun while there
+  /// was no limit are not told of.
   ///
   /// Handlers are those of workers and static scheduled tasks, and the continuations of
-  /// QOVRequest::askLater(). A limit is for those that begin behind it. When the module stops,
-  /// nobody looks any more.
+  /// QOVRequest::askLater(). From the stop of the module on none is told of. Without a leader
+  /// (gid() is -1) this does nothing.
   ///
-  /// From any thread, from the constructor on.
+  /// Thread: any, from the constructor on.
   void handlerLimit(std::chrono::milliseconds limit);
 
  protected:

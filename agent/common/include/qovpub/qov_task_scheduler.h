@@ -18,12 +18,15 @@
 /// Errors: by result and log.
 class QOV_EXPORT CQOV_TaskScheduler : public CQOV_Task {
  public:
+  /// `poolSize` is how many workers createPool() makes. `mgr` makes them and outlives this.
   CQOV_TaskScheduler(CQOV_TaskMgr* mgr, unsigned int poolSize);
   ~CQOV_TaskScheduler() override;
 
   CQOV_TaskScheduler(const CQOV_TaskScheduler&) = delete;
   CQOV_TaskScheduler& operator=(const CQOV_TaskScheduler&) = delete;
 
+  /// What the scheduler thread does: createPool(), then handle_mb_data() for each block of the
+  /// queue until a stop block comes. Returns 0.
   int svc() override;
 
   /// Also ends a wait for an idle worker; the message that waits for it is dropped.

@@ -41,6 +41,7 @@ class TestRouter;
 ///         another configuration before; std::invalid_argument for what a file cannot hold.
 class QOVTestProcess {
  public:
+  /// The number of the process, "PROC_PID".
   static constexpr std::uint8_t kId = 7;
 
   QOVTestProcess();
@@ -93,9 +94,11 @@ class QOVTestProcess {
 /// Errors: what a handler, a continuation or a function of the table throws comes through.
 class QOVTestKit {
  public:
+  /// Messages in the order in which they were sent; none is null.
   using Sent = std::vector<std::unique_ptr<CQOV_MsgPackage>>;
   /// Fills the answer to `request`.
   using Fill = std::function<void(const CQOV_MsgPackage& request, CQOV_MsgPackage& answer)>;
+  /// Of the kit's clock.
   using Duration = std::chrono::nanoseconds;
 
   /// The module that a message() comes from unless the test says another.
@@ -110,7 +113,9 @@ class QOVTestKit {
   QOVTestKit(const QOVTestKit&) = delete;
   QOVTestKit& operator=(const QOVTestKit&) = delete;
 
+  /// The module that tasks are made with; never null, lives as long as the kit.
   CQOV_TaskMgr* module() const;
+  /// Its process, whose settings and log the test uses.
   QOVTestProcess& process() const;
 
   // Running handlers.
@@ -215,6 +220,7 @@ class QOVTestKit {
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 class QOVFakeLink final : public CQOVLongSocket {
  public:
+  /// Messages in the order in which they were sent; none is null.
   using Sent = std::vector<std::unique_ptr<CT7QPackageV3>>;
   /// Fills the answer to `request`.
   using Fill = std::function<void(const CT7QPackageV3& request, CT7QPackageV3& answer)>;

@@ -34,12 +34,15 @@ class QOV_EXPORT CProcInfo {
   /// are cut after 260 bytes; an executable whose path cannot be read has an empty name.
   static void getProcName(std::string& name);
 
+  /// @{
+  /// As QOV_Utility's getters for the process have them. References hold as long as this object.
   const std::string& procName() const { return procName_; }
   const std::string& cfgPath() const { return cfgPath_; }
   const std::string& cfgFileName() const { return cfgFileName_; }
   const std::string& logPath() const { return logPath_; }
   const std::string& logFileName() const { return logFileName_; }
   u_int pid() const { return pid_; }
+  /// @}
 
  private:
   std::string procName_;

@@ -16,8 +16,8 @@ class TiXmlElement;
 
 /// One item of a device's configuration: a plain value, free to be copied.
 struct QOV_EXPORT CIType {
-  std::string key;
-  std::string value;
+  std::string key;    ///< no two items of a device have the same
+  std::string value;  ///< any text, empty if the file gives none
   std::string extra;  ///< the parser leaves it empty; copies carry it
 };
 
@@ -80,6 +80,7 @@ class QOV_EXPORT CQOVXmlParser {
   /// The devices read so far, which stay the parser's, with all that is in them; null when there
   /// was no memory for the map.
   const DeviceMap* devices() const;
+  /// The path as given to the constructor.
   const std::string& fileName() const { return fileName_; }
 
  private:
