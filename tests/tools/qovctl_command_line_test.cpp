@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <qovpub/qov_version.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -47,16 +48,18 @@ class QovctlCommandLine : public QovctlTest {
 };
 
 TEST_F(QovctlCommandLine, ExplainsEveryOptionInItsHelp) {
-  const std::set<std::string> endpoint{"-h,--help", "--endpoint", "--timeout",
-                                       "--verbose", "--json",     "--dump"};
+  const std::set<std::string> endpoint{"-h,--help", "--endpoint", "--timeout", "--retries",
+                                       "--ssk",     "--nid",      "--bid",     "--verbose",
+                                       "--tables",  "--json",     "--dump"};
   const auto with = [&](std::set<std::string> more) {
     more.insert(endpoint.begin(), endpoint.end());
     return more;
   };
   const std::vector<std::pair<std::string, std::set<std::string>>> commands{
-      {"get", with({"--table", "KEY"})},
-      {"walk", with({"--table", "--after"})},
+      {"get", with({"--table", "--columns", "KEY"})},
+      {"walk", with({"--table", "--columns", "--after"})},
       {"send", with({"FILE", "--command", "--cell"})},
+      {"tables", {"-h,--help", "--tables"}},
       {"decode", {"-h,--help", "FILE", "--hex", "--text", "--kind", "--json"}}};
   for (const auto& [command, options] : commands) {
     const QovctlRun help = run({command, "--help"});
@@ -68,7 +71,8 @@ TEST_F(QovctlCommandLine, ExplainsEveryOptionInItsHelp) {
 }
 
 TEST_F(QovctlCommandLine, SaysInEveryHelpHowItEnds) {
-  for (const Words& command : std::vector<Words>{{}, {"get"}, {"walk"}, {"send"}, {"decode"}}) {
+  for (const Words& command :
+       std::vector<Words>{{}, {"get"}, {"walk"}, {"send"}, {"tables"}, {"decode"}}) {
     Words arguments = command;
     arguments.emplace_back("--help");
     const QovctlRun help = run(arguments);
@@ -83,9 +87,11 @@ TEST_F(QovctlCommandLine, SaysInEveryHelpHowItEnds) {
     EXPECT_THAT(run({command, "--help"}).out, HasSubstr("[HOST]:PORT"));
     EXPECT_THAT(run({command, "--help"}).out, HasSubstr("0.001 to 86400"));
     EXPECT_THAT(run({command, "--help"}).out, HasSubstr("Connecting takes at most 2 seconds, or"));
+    EXPECT_THAT(run({command, "--help"}).out, HasSubstr("\n  QOVCTL_ENDPOINT  "));
+    EXPECT_THAT(run({command, "--help"}).out, HasSubstr("\n  QOVCTL_TABLES    "));
   }
   EXPECT_THAT(run({"get", "--help"}).out, HasSubstr("required with a key"));
-  for (const std::string& word : Words{"get", "walk", "send", "decode"}) {
+  for (const std::string& word : Words{"get", "walk", "send", "tables", "decode"}) {
     EXPECT_THAT(run({"--help"}).out, HasSubstr("\n  " + word + " "));
   }
 }
@@ -111,7 +117,10 @@ TEST_F(QovctlCommandLine, RefusesWhatIsMissing) {
 }
 
 TEST_F(QovctlCommandLine, RefusesWhatIsTooMuch) {
-  expectUsageError({"get", "--table", "1", "5", "6"}, "6");
+  expectUsageError({"get", "counts", "6"}, "counts");
+  expectUsageError({"get", "--table", "1", "6", "counts"}, "counts");
+  expectUsageError({"walk", "--table", "1", "--json", "--columns", "key"}, "--json");
+  expectUsageError({"get", "--table", "1", "5", "--columns", "key", "--dump"}, "--dump");
   expectUsageError({"get", "--table", "1", "counts"}, "counts");
   expectUsageError({"walk", "--table", "1", "5"}, "5");
   expectUsageError({"walk", "--table", "1", "--table", "2"}, "--table");
@@ -140,6 +149,13 @@ TEST_F(QovctlCommandLine, RefusesValuesThatAreNone) {
     expectUsageError({"walk", "--table", "1", "--after", key}, "--after");
   }
   expectUsageError({"decode", "--kind", "v2"}, "--kind");
+  expectUsageError({"get", "counts", "--retries", "101"}, "--retries");
+  expectUsageError({"get", "counts", "--retries=-1"}, "--retries");
+  expectUsageError({"get", "counts", "--ssk", "0x100000000"}, "--ssk");
+  expectUsageError({"get", "counts", "--nid", "65536"}, "--nid");
+  expectUsageError({"get", "counts", "--bid", "x"}, "--bid");
+  expectUsageError({"get", "counts", "--tables", ""}, "--tables");
+  expectUsageError({"get", "counts", "--columns", ""}, "--columns");
 }
 
 TEST_F(QovctlCommandLine, RefusesRecordsThatAreNone) {
@@ -155,7 +171,7 @@ TEST_F(QovctlCommandLine, RefusesRecordsThatAreNone) {
   const auto refusedCell = [&](const std::string& cell, const std::string& text) {
     refused({"--command", "1", "--cell", cell}, "--cell \"" + cell + "\": " + text);
   };
-  refusedCell("1", "not TAG:TYPE:VALUE");
+  refusedCell("1", "not TAG:TYPE:VALUE or COLUMN:VALUE");
   refusedCell("1:Uint", "not TAG:TYPE:VALUE");
   refusedCell("4096:Uint:1", "the tag");
   refusedCell("1:Number:1", "type: \"Number\" is no type");
@@ -174,17 +190,26 @@ TEST_F(QovctlCommandLine, RefusesRecordsThatAreNone) {
   refusedCell("1:Uint:true", "not a number");
 }
 
+TEST_F(QovctlCommandLine, TellsItsVersion) {
+  const QovctlRun version = run({"--version"});
+  EXPECT_EQ(version.status, 0);
+  EXPECT_EQ(version.out,
+            "qovctl " QOVPUB_VERSION_STRING " with libqovpub " + std::string(QOV_Version()) + "\n");
+}
+
 TEST_F(QovctlCommandLine, TakesValuesAtTheirLimits) {
   const ClosedPort nobody;
   const std::string endpoint = "--endpoint=127.0.0.1:" + std::to_string(nobody.port());
   // Nothing of it is refused before the connection is.
-  for (const Words& arguments :
-       std::vector<Words>{{"get", "counts", "--timeout", "0.001"},
-                          {"get", "--table", "4294967295", "18446744073709551615"},
-                          {"walk", "--table", "0xFFFFFFFF", "--after=0", "--timeout=86400"},
-                          {"send", "--command", "0xFFFFFFFFFFFFFFFF", "--cell", "4095:Uint:0"},
-                          {"send", "--command=1", "--cell=1:Int:-9223372036854775808",
-                           "--cell=1:Uint:18446744073709551615", "--cell=1:Bool:true"}}) {
+  for (const Words& arguments : std::vector<Words>{
+           {"get", "counts", "--timeout", "0.001"},
+           {"get", "counts", "--retries=100", "--ssk=0xffffffff", "--nid=65535", "--bid=0xFFFF"},
+           {"get", "--table=1", "1", "--retries=0", "--ssk=0", "--columns=0,4095"},
+           {"get", "--table", "4294967295", "18446744073709551615"},
+           {"walk", "--table", "0xFFFFFFFF", "--after=0", "--timeout=86400"},
+           {"send", "--command", "0xFFFFFFFFFFFFFFFF", "--cell", "4095:Uint:0"},
+           {"send", "--command=1", "--cell=1:Int:-9223372036854775808",
+            "--cell=1:Uint:18446744073709551615", "--cell=1:Bool:true"}}) {
     Words words = arguments;
     words.push_back(endpoint);
     EXPECT_EQ(run(words).status, 3) << ::testing::PrintToString(words);

@@ -9,12 +9,25 @@
 namespace qov::test {
 namespace {
 
-std::vector<char*> environmentWithoutRoot() {
+/// Whether qovctl reads it. The one who runs the tests may have it set.
+bool isRead(const std::string& variable) {
+  for (const char* start : {"QOV_ROOT=", "QOVCTL_", "XDG_CONFIG_HOME=", "HOME="}) {
+    if (variable.compare(0, std::strlen(start), start) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
+std::vector<char*> environmentWith(std::vector<std::string>& more) {
   std::vector<char*> variables;
   for (char** variable = environ; *variable != nullptr; ++variable) {
-    if (std::strncmp(*variable, "QOV_ROOT=", 9) != 0) {
+    if (!isRead(*variable)) {
       variables.push_back(*variable);
     }
+  }
+  for (std::string& variable : more) {
+    variables.push_back(variable.data());
   }
   variables.push_back(nullptr);
   return variables;
@@ -32,7 +45,7 @@ void QovctlTest::start(const std::vector<std::string>& arguments, const std::str
     before.writeTo(STDOUT_FILENO, outputFile_);
   }
   before.changeDirectory(working_.path());
-  pid_ = spawn(program_, arguments, before, environmentWithoutRoot().data());
+  pid_ = spawn(program_, arguments, before, environmentWith(variables_).data());
 }
 
 QovctlRun QovctlTest::finish() {

@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/files.h"
@@ -25,8 +26,8 @@ struct QovctlRun {
   std::string err;
 };
 
-/// Runs qovctl, in an empty directory and without "QOV_ROOT". A process that is still there at the
-/// end is killed.
+/// Runs qovctl, in an empty directory and without the variables that it reads. A process that is
+/// still there at the end is killed.
 class QovctlTest : public ::testing::Test {
  protected:
   ~QovctlTest() override { killChild(pid_); }
@@ -53,6 +54,9 @@ class QovctlTest : public ::testing::Test {
   void writesTo(const std::string& file) { outputFile_ = file; }
   void hasNoOutput() { outputFile_.clear(); }
 
+  /// For the next starts: these variables, "NAME=value", and no others that qovctl reads.
+  void sets(std::vector<std::string> variables) { variables_ = std::move(variables); }
+
   std::string file(const std::string& name, const std::string& content) const {
     writeFile(files_.path() / name, content);
     return files_.file(name);
@@ -66,6 +70,7 @@ class QovctlTest : public ::testing::Test {
   const TemporaryDirectory files_;
   const TemporaryDirectory working_;
   std::string program_ = QOVCTL;
+  std::vector<std::string> variables_;
   std::string outputFile_ = files_.file("stdout");
   pid_t pid_ = -1;
 };

@@ -63,7 +63,9 @@ Bytes endOfWalk() {
 }
 
 ctl::Target targetAt(const ScriptedPeer& peer) {
-  return {peer.address(), 30};
+  ctl::Target target;
+  target.endpoint = peer.address();
+  return target;
 }
 
 CT7QPackageV3 walkRequest() {
@@ -126,7 +128,7 @@ TEST_F(QovctlInside, EndsTheJsonOfAWalkThatMemoryFails) {
   {
     const auto failing =
         FailingAllocations::ofArraysThatGiveNull(28 + rowOf(5000, 1).data().size());
-    EXPECT_THROW(ctl::walk(options, 1, std::nullopt), std::bad_alloc);
+    EXPECT_THROW(ctl::walk(options, 1, std::nullopt, ctl::Columns(nullptr)), std::bad_alloc);
   }
   ctl::finishOutput();
   const std::string printed = testing::internal::GetCapturedStdout();

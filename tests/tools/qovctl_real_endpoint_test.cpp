@@ -1,8 +1,7 @@
 #include <unistd.h>
 
 #include "tests/tools/endpoint_client.h"
-#include "tests/tools/endpoint_process.h"
-#include "tests/tools/qovctl_fixture.h"
+#include "tests/tools/qovctl_with_endpoint.h"
 #include "tools/common/json_object.h"
 
 using ::testing::ContainsRegex;
@@ -17,23 +16,12 @@ constexpr const char* kTables = R"({"tables":[
                       {"tag":2,"type":"Int","value":-77}]}]},
   {"name":"nothing","number":8,"rows":[]}]})";
 
-/// qovctl and the endpoint for development, as users have them.
-class QovctlWithEndpoint : public QovctlTest {
+class QovctlRealEndpoint : public QovctlWithEndpoint {
  protected:
-  void serves(std::vector<std::string> arguments = {}) {
-    ASSERT_TRUE(endpoint_.start(std::move(arguments))) << endpoint_.errors();
-  }
-  void servesThings() { serves({"--tables", file("tables.json", kTables)}); }
-
-  QovctlRun ask(std::vector<std::string> arguments, const std::string& input = {}) {
-    arguments.push_back("--endpoint=127.0.0.1:" + std::to_string(endpoint_.port()));
-    return run(arguments, input);
-  }
-
-  EndpointProcess endpoint_;
+  void servesThings() { servesTables(kTables); }
 };
 
-TEST_F(QovctlWithEndpoint, WalksTablesOfAFile) {
+TEST_F(QovctlRealEndpoint, WalksTablesOfAFile) {
   servesThings();
   const QovctlRun walked = ask({"walk", "--table", "7"});
   EXPECT_EQ(walked.status, 0) << walked.err;
@@ -49,7 +37,7 @@ TEST_F(QovctlWithEndpoint, WalksTablesOfAFile) {
   EXPECT_EQ(nothing.out, "");
 }
 
-TEST_F(QovctlWithEndpoint, GetsARowOrSaysWhyNot) {
+TEST_F(QovctlRealEndpoint, GetsARowOrSaysWhyNot) {
   servesThings();
   EXPECT_EQ(ask({"get", "--table", "7", "300"}).out, "tag 1  last\nkey    300\n");
   const QovctlRun noRow = ask({"get", "--table", "7", "3"});
@@ -58,7 +46,7 @@ TEST_F(QovctlWithEndpoint, GetsARowOrSaysWhyNot) {
   EXPECT_THAT(ask({"walk", "--table", "9"}).err, HasSubstr("RET 2 (unknown table)"));
 }
 
-TEST_F(QovctlWithEndpoint, StoresRecordsThatAreThereAfterwards) {
+TEST_F(QovctlRealEndpoint, StoresRecordsThatAreThereAfterwards) {
   serves();
   EXPECT_EQ(ask({"send", "--command", "store/0x1000", "--cell", "1:String:a", "--command",
                  "store/0x1000", "--cell", "1:String:b"})
@@ -67,7 +55,7 @@ TEST_F(QovctlWithEndpoint, StoresRecordsThatAreThereAfterwards) {
   EXPECT_EQ(ask({"walk", "--table", "0x1000"}).out, "key       tag 1\n1         a\n2         b\n");
 }
 
-TEST_F(QovctlWithEndpoint, SendsWhatItPrints) {
+TEST_F(QovctlRealEndpoint, SendsWhatItPrints) {
   servesThings();
   const QovctlRun got = ask({"get", "--json", "--table", "7", "2"});
   const QovctlRun sent = ask({"send", "--json", "-"}, got.out);
@@ -76,7 +64,7 @@ TEST_F(QovctlWithEndpoint, SendsWhatItPrints) {
             tools::parseJson(got.out)["messages"][0]["records"]);
 }
 
-TEST_F(QovctlWithEndpoint, ReadsTheCounts) {
+TEST_F(QovctlRealEndpoint, ReadsTheCounts) {
   servesThings();
   ASSERT_EQ(ask({"walk", "--table", "7"}).status, 0);
   ASSERT_EQ(ask({"get", "--table", "7", "3"}).status, 5);
@@ -90,7 +78,7 @@ TEST_F(QovctlWithEndpoint, ReadsTheCounts) {
             "refusals     1\n");
 }
 
-TEST_F(QovctlWithEndpoint, WalksThisMachine) {
+TEST_F(QovctlRealEndpoint, WalksThisMachine) {
   serves();
   const QovctlRun interfaces = ask({"walk", "--table", "interfaces"});
   EXPECT_THAT(interfaces.out, ContainsRegex("^key +name +up "));
@@ -101,7 +89,7 @@ TEST_F(QovctlWithEndpoint, WalksThisMachine) {
               HasSubstr("\n" + std::to_string(::getpid()) + " "));
 }
 
-TEST_F(QovctlWithEndpoint, AsksAnEndpointThatListensOnIpv6) {
+TEST_F(QovctlRealEndpoint, AsksAnEndpointThatListensOnIpv6) {
   if (!hasIpv6Loopback()) {
     GTEST_SKIP() << "this machine has no address ::1";
   }
@@ -112,7 +100,7 @@ TEST_F(QovctlWithEndpoint, AsksAnEndpointThatListensOnIpv6) {
   EXPECT_EQ(got.status, 0) << got.err;
 }
 
-TEST_F(QovctlWithEndpoint, EndsWithThreeOnceTheEndpointIsGone) {
+TEST_F(QovctlRealEndpoint, EndsWithThreeOnceTheEndpointIsGone) {
   serves();
   ASSERT_EQ(ask({"get", "counts"}).status, 0);
   ASSERT_TRUE(endpoint_.end(SIGTERM).ended);

@@ -95,11 +95,10 @@ class ValueMaker final : public nlohmann::json_sax<nlohmann::json> {
   /// The place is that of the last of the bytes that were read.
   [[noreturn]] void refuse(std::size_t read, const std::string& why) const {
     const std::string_view before = text_.substr(0, read - 1);
-    const auto lines = std::count(before.begin(), before.end(), '\n');
+    const auto lines = static_cast<std::size_t>(std::count(before.begin(), before.end(), '\n'));
     // Without a newline npos, which is one less than 0.
     const std::size_t column = before.size() - before.rfind('\n');
-    throw BadJson("", "not JSON: Line " + std::to_string(lines + 1) + ", Column " +
-                          std::to_string(column) + ": " + why);
+    throw NotJson(lines + 1, column, why);
   }
 
   Json::Value& next() {

@@ -22,11 +22,25 @@ class BadJson : public std::runtime_error {
       : std::runtime_error(place.empty() ? why : place + ": " + why) {}
 };
 
+/// Text that is no JSON: what() is "not JSON: Line 2, Column 7: " and the reason.
+class NotJson : public BadJson {
+ public:
+  NotJson(std::size_t line, std::size_t column, const std::string& why)
+      : BadJson("", "not JSON: Line " + std::to_string(line) + ", Column " +
+                        std::to_string(column) + ": " + why),
+        line_(line) {}
+
+  std::size_t line() const noexcept { return line_; }
+
+ private:
+  std::size_t line_;
+};
+
 /// A cell's value may be nested 1000 levels deep, and some more lie around it.
 inline constexpr std::size_t kMaxJsonDepth = 1100;
 
 /// Parses the whole of `text`, which is UTF-8 and JSON to the letter: no comments, nothing behind
-/// the value, no key twice in one object. Throws BadJson, with line and column of what is no JSON.
+/// the value, no key twice in one object. Throws NotJson, and BadJson for what is nested too deep.
 Json::Value parseJson(std::string_view text, std::size_t maxDepth = kMaxJsonDepth);
 
 /// The text of `json`, in indented lines, with a newline at the end.

@@ -3,14 +3,12 @@
 
 #include <CLI/CLI.hpp>
 
-#include <cstdint>
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "tools/qovctl/check_command.h"
 #include "tools/qovctl/decode_command.h"
-#include "tools/qovctl/endpoint_commands.h"
+#include "tools/qovctl/endpoint_command_line.h"
 
 namespace qov::ctl {
 
@@ -28,15 +26,7 @@ class CommandLine {
 
  private:
   void addDecode();
-  void addGet();
-  void addWalk();
-  void addSend();
   void addCheck();
-  CLI::App* addEndpointCommand(const std::string& name, const std::string& description);
-  void addTable(CLI::App* command, const std::string& when);
-  void addFormats(CLI::App* command, const std::string& otherwise);
-  EndpointOptions endpointOptions() const;
-  std::vector<RequestPart> requestParts(const CLI::App& send) const;
   void parse(int argc, char** argv);
 
   CLI::App app_;
@@ -47,15 +37,7 @@ class CommandLine {
 
   CheckOptions check_;
 
-  Target target_;
-  bool verbose_ = false;
-  bool json_ = false;
-  bool dump_ = false;
-  std::string table_;
-  std::string key_;
-  std::string file_;
-  std::vector<std::string> commands_;
-  std::vector<std::string> cells_;
+  EndpointCommandLine endpoint_;
 };
 
 }  // namespace qov::ctl

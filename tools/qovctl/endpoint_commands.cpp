@@ -1,23 +1,23 @@
 #include "tools/qovctl/endpoint_commands.h"
 
 #include "tools/common/endpoint_protocol.h"
-#include "tools/common/message_json.h"
-#include "tools/qovctl/json_document.h"
 #include "tools/qovctl/rows_text.h"
 #include "tools/qovctl/streams.h"
-#include "tools/qovctl/tables.h"
-#include "tools/qovctl/walk_output.h"
 
 namespace qov::ctl {
 namespace {
 
-/// Says at the end, on every way out, that a request may have been served twice.
+/// Says at the end, on every way out, that a request may have been served more than once.
 class Sending {
  public:
   explicit Sending(const Target& target) : link_(target) {}
   ~Sending() {
-    if (link_.hasResent()) {
+    const unsigned int times = link_.mostSent();
+    if (times == 2) {
       complain("note: a request was sent twice, since the first exchange failed");
+    } else if (times > 2) {
+      complain("note: a request was sent " + std::to_string(times) +
+               " times, since the exchanges before failed");
     }
   }
   Sending(const Sending&) = delete;
@@ -29,99 +29,113 @@ class Sending {
   EndpointLink link_;
 };
 
-void printJson(const CT7QPackageV3& message) {
-  JsonDocument document(Kind::kV3);
-  document.add(tools::toJson(message));
-  document.end();
-}
-
-/// Prints the message, or its rows as `text` gives them.
-template <class RowsText>
-void printMessage(const CT7QPackageV3& message, Format format, const RowsText& text) {
-  switch (format) {
-    case Format::kRows:
-      print(text());
-      break;
-    case Format::kDump:
-      print(dumpOf(message));
-      break;
-    case Format::kJson:
-      printJson(message);
-      break;
+/// The requests that are made of the command line; what a file says stays.
+CT7QPackageV3 requestOf(const EndpointOptions& options, endpoint::Operation operation,
+                        std::uint32_t table, std::optional<std::uint64_t> key = std::nullopt) {
+  CT7QPackageV3 request;
+  options.identity.putInto(request.head());
+  CTLVRecordV3& record = request.addRecord(endpoint::command(operation, table));
+  if (key) {
+    record.addUnsigned(endpoint::kCursorTag, *key);
   }
+  return request;
 }
 
-Naming columnsOf(std::uint32_t table) {
-  return [table](unsigned short tag) { return columnName(table, tag); };
+void getRow(EndpointLink& link, CT7QPackageV3 request, ReplyOutput& output) {
+  link.exchangeForRecord(request);
+  output.add(request);
 }
 
-/// Sends `request`, whose answer has one record, and prints it.
-void getOne(const EndpointOptions& options, CT7QPackageV3& request, const Naming& naming) {
+void send(const EndpointOptions& options, const Tables& tables, CT7QPackageV3& request) {
+  options.identity.putInto(request.head());
   Sending sending(options.target);
-  sending.link().exchangeForRecord(request);
-  printMessage(request, options.format, [&] { return rowLines(request[0], naming); });
-}
-
-void send(const EndpointOptions& options, CT7QPackageV3& request) {
-  Sending sending(options.target);
-  const auto printReply = [&] {
-    options.format == Format::kJson ? printJson(request) : print(dumpOf(request));
-  };
-  try {
-    sending.link().exchange(request);
-  } catch (const Failure& failure) {
-    if (failure.code() == kEndpointError &&
-        request.decodeFault().kind == DecodeFault::Kind::kNone) {
-      printReply();
+  ReplyOutput output(options.format,
+                     [&](const CT7QPackageV3& reply) { return replyLines(reply, tables); });
+  output.print([&] {
+    try {
+      sending.link().exchange(request);
+    } catch (const Failure& failure) {
+      if (failure.code() == kEndpointError &&
+          request.decodeFault().kind == DecodeFault::Kind::kNone) {
+        output.add(request);
+      }
+      throw;
     }
-    throw;
-  }
-  printReply();
+    output.add(request);
+  });
 }
 
 }  // namespace
 
-void getRow(const EndpointOptions& options, std::uint32_t table, std::uint64_t key) {
-  CT7QPackageV3 request;
-  request.addRecord(endpoint::command(endpoint::kGet, table))
-      .addUnsigned(endpoint::kCursorTag, key);
-  getOne(options, request, columnsOf(table));
+void Identity::putInto(TLVMsgHeadV3& head) const {
+  head.ssk_ = ssk.value_or(head.ssk_);
+  head.nid_ = nid.value_or(head.nid_);
+  head.bid_ = bid.value_or(head.bid_);
 }
 
-void getCounts(const EndpointOptions& options) {
-  CT7QPackageV3 request;
-  request.addRecord(endpoint::command(endpoint::kReadCounts, 0));
-  getOne(options, request, countName);
-}
-
-void walk(const EndpointOptions& options, std::uint32_t table, std::optional<std::uint64_t> after) {
-  CT7QPackageV3 request;
-  CTLVRecordV3& record = request.addRecord(endpoint::command(endpoint::kGetNext, table));
-  if (after) {
-    record.addUnsigned(endpoint::kCursorTag, *after);
-  }
+void getRows(const EndpointOptions& options, std::uint32_t table,
+             const std::vector<std::uint64_t>& keys, const Columns& columns) {
   Sending sending(options.target);
-  WalkOutput output(options.format, table);
-  try {
-    sending.link().walk(request,
-                        [&](const CT7QPackageV3& reply, bool isRow) { output.add(reply, isRow); });
-  } catch (...) {
-    output.endEarly();
-    throw;
+  bool first = true;
+  ReplyOutput output(options.format, [&](const CT7QPackageV3& reply) {
+    return (std::exchange(first, false) ? "" : "\n") + rowLines(reply[0], columns);
+  });
+  std::size_t refused = 0;
+  output.print([&] {
+    for (const std::uint64_t key : keys) {
+      try {
+        getRow(sending.link(), requestOf(options, endpoint::kGet, table, key), output);
+      } catch (const Failure& failure) {
+        if (keys.size() == 1 || failure.code() != kEndpointError) {
+          throw;
+        }
+        complain("key " + std::to_string(key) + ": " + failure.what());
+        ++refused;
+      }
+    }
+  });
+  if (refused > 0) {
+    throw Failure(kEndpointError, std::to_string(refused) + " of " + std::to_string(keys.size()) +
+                                      " rows were refused");
   }
-  output.end();
 }
 
-void sendFile(const EndpointOptions& options, const std::string& file) {
+void getCounts(const EndpointOptions& options, const Columns& columns) {
+  Sending sending(options.target);
+  ReplyOutput output(options.format,
+                     [&](const CT7QPackageV3& reply) { return rowLines(reply[0], columns); });
+  output.print(
+      [&] { getRow(sending.link(), requestOf(options, endpoint::kReadCounts, 0), output); });
+}
+
+void walk(const EndpointOptions& options, std::uint32_t table, std::optional<std::uint64_t> after,
+          const Columns& columns) {
+  CT7QPackageV3 request = requestOf(options, endpoint::kGetNext, table, after);
+  Sending sending(options.target);
+  RowTable rows(columns);
+  ReplyOutput output(options.format,
+                     [&](const CT7QPackageV3& reply) { return rows.lines(reply[0]); });
+  output.print([&] {
+    sending.link().walk(request, [&](const CT7QPackageV3& reply, bool isRow) {
+      // Of a reply that is no row only a dump shows anything.
+      if (isRow || options.format == Format::kDump) {
+        output.add(reply);
+      }
+    });
+  });
+}
+
+void sendFile(const EndpointOptions& options, const Tables& tables, const std::string& file) {
   CT7QPackageV3 request;
   requestFromJson(readInput(file), request);
-  send(options, request);
+  send(options, tables, request);
 }
 
-void sendParts(const EndpointOptions& options, const std::vector<RequestPart>& parts) {
+void sendParts(const EndpointOptions& options, const Tables& tables,
+               const std::vector<RequestPart>& parts) {
   CT7QPackageV3 request;
-  requestFromParts(parts, request);
-  send(options, request);
+  requestFromParts(parts, tables, request);
+  send(options, tables, request);
 }
 
 }  // namespace qov::ctl

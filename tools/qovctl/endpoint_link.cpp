@@ -75,28 +75,64 @@ unsigned int EndpointLink::sendMsg_i(const unsigned char* data, unsigned int len
     throw Failure(kBadData, "the request has " + std::to_string(length) +
                                 " bytes, an endpoint reads at most " + std::to_string(kMaxMessage));
   }
-  const bool again = isRetry() && stage_ != Stage::kNotSent;
-  serial_ = headOf(data).ser_;
+  if (!isRetry()) {
+    request_ = data;
+    length_ = length;
+    serial_ = headOf(data).ser_;
+    retriesLeft_ = target_.retries;
+    sent_ = 0;
+  }
+  unsigned int result = 0;
+  // The link itself tries once more only.
+  do {
+    if (isRetry()) {
+      spendRetry();
+    }
+    result = transmit();
+  } while (result != 0 && isRetry());
+  return result;
+}
+
+/// Throws what the last attempt has failed with if there may be no other.
+void EndpointLink::spendRetry() {
+  if (retriesLeft_ == 0) {
+    check(kSocketFailed);
+  }
+  --retriesLeft_;
+}
+
+/// Sends the request once.
+unsigned int EndpointLink::transmit() {
   stage_ = Stage::kNotSent;
-  const unsigned int result = CQOVLongSocket::sendMsg_i(data, length);
+  const unsigned int result = CQOVLongSocket::sendMsg_i(request_, length_);
   if (result == 0) {
     stage_ = Stage::kNotReceived;
-    resent_ = resent_ || again;
+    mostSent_ = std::max(mostSent_, ++sent_);
   }
   return result;
 }
 
 unsigned int EndpointLink::receiveMsg(CT7QPackageV3* package) {
+  unsigned int result = receive(*package);
+  while (stage_ == Stage::kNotReceived && isRetry()) {
+    sendMsg_i(request_, length_);
+    result = receive(*package);
+  }
+  return result;
+}
+
+/// Receives one reply.
+unsigned int EndpointLink::receive(CT7QPackageV3& package) {
   const ACE_Time_Value timeout = timeValueOf(target_.timeout);
   if (const unsigned int result = recvData(buffer_.data(), replyLength_, &timeout); result != 0) {
     return result;
   }
   stage_ = Stage::kReceived;
   const unsigned int result =
-      convert(reinterpret_cast<unsigned char*>(buffer_.data()), replyLength_, package);
-  fault_ = package->decodeFault();
+      convert(reinterpret_cast<unsigned char*>(buffer_.data()), replyLength_, &package);
+  fault_ = package.decodeFault();
   if (take_ && result == 0) {
-    takeReply(*package);
+    takeReply(package);
   }
   return result;
 }

@@ -17,6 +17,8 @@ struct Target {
   std::string endpoint = "127.0.0.1:19001";  ///< as the link takes it
   /// Seconds for sending, for the reply's head and for what is behind it, each.
   double timeout = 30;
+  /// How often a request that gets no reply is sent again, on a new connection each time.
+  unsigned int retries = 1;
 };
 
 /// The library's link, which also knows why an exchange came to nothing.
@@ -41,8 +43,8 @@ class EndpointLink : public CQOVLongSocket {
   using Taker = std::function<void(const CT7QPackageV3& reply, bool isRow)>;
   void walk(CT7QPackageV3& request, const Taker& take);
 
-  /// Whether a request was sent once more.
-  bool hasResent() const { return resent_; }
+  /// How often the request was sent that was sent most often.
+  unsigned int mostSent() const { return mostSent_; }
 
   unsigned int sendMsg_i(const unsigned char* data, unsigned int length) override;
   unsigned int receiveMsg(CT7QPackageV3* package) override;
@@ -54,13 +56,21 @@ class EndpointLink : public CQOVLongSocket {
   [[noreturn]] void throwNoReply() const;
   [[noreturn]] void throwTooLong() const;
   [[noreturn]] void throwBadReply() const;
+  void spendRetry();
+  unsigned int transmit();
+  unsigned int receive(CT7QPackageV3& package);
   void takeReply(const CT7QPackageV3& reply);
   void checkEndOfWalk() const;
 
   const Target target_;
   std::vector<char> buffer_;
 
-  // Of the last request: how far it has come. In a walk each reply that is taken settles one.
+  // Of the last request: its bytes, how often it may be sent again and was sent, how far it has
+  // come. In a walk each reply that is taken settles one.
+  const unsigned char* request_ = nullptr;
+  unsigned int length_ = 0;
+  unsigned int retriesLeft_ = 0;
+  unsigned int sent_ = 0;
   enum class Stage { kNotTried, kNotSent, kNotReceived, kReceived };
   Stage stage_ = Stage::kNotTried;
   unsigned short serial_ = 0;
@@ -73,7 +83,7 @@ class EndpointLink : public CQOVLongSocket {
   std::uint64_t status_ = 0;          ///< of the last reply
   std::optional<std::uint64_t> key_;  ///< of the last row
 
-  bool resent_ = false;
+  unsigned int mostSent_ = 0;
 };
 
 }  // namespace qov::ctl

@@ -1,9 +1,26 @@
 # Completion of qovctl for bash. Commands, options and kinds of messages are those that its own help
-# lists.
+# lists; tables and columns are those that it prints.
 
 # Prints the long options of `qovctl <command>`.
 _qovctl_options() {
   "$1" "$2" --help 2>/dev/null | sed -n 's/^  \(-[a-z],\)\{0,1\}\(--[a-z-]*\).*/\2/p'
+}
+
+# _qovctl_after <option>: the word behind it on the command line.
+_qovctl_after() {
+  local i
+  for ((i = 2; i < COMP_CWORD - 1; ++i)); do
+    [ "${COMP_WORDS[i]}" = "$1" ] || continue
+    [ "${COMP_WORDS[i + 1]}" != = ] || ((++i))
+    printf '%s\n' "${COMP_WORDS[i + 1]}"
+  done
+}
+
+# Prints the lines of `qovctl tables`, with the file that the command line names.
+_qovctl_tables() {
+  local file
+  file="$(_qovctl_after --tables)"
+  "$1" tables ${file:+--tables "$file"} 2>/dev/null | sed 1d
 }
 
 _qovctl() {
@@ -18,15 +35,25 @@ _qovctl() {
     before="${COMP_WORDS[COMP_CWORD - 2]}"
   fi
   case "$COMP_CWORD $before" in
-    '1 '*) words="--help $("$program" --help 2>/dev/null | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p')" ;;
-    *' --table') words="interfaces mounts processes" ;;
+    '1 '*) words="--help --version $("$program" --help 2>/dev/null | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p')" ;;
+    *' --table') words="$(_qovctl_tables "$program" | awk '!known[$1]++ { print $1 }')" ;;
+    *' --columns')
+      # The one that is being typed, behind those that are there.
+      words="$(_qovctl_tables "$program" | awk -v table="$(_qovctl_after --table)" -v before="${word%"${word##*,}"}" \
+        '$1 == table || $2 == table { print before $3 } END { print before "key" }')"
+      ;;
     *' --kind') words="$("$program" decode --help 2>/dev/null | sed -n 's/.*--kind TEXT:{\(.*\)}.*/\1/p' | tr , ' ')" ;;
     *' --root')
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -d -- "$word")
       return
       ;;
-    *' --endpoint' | *' --timeout' | *' --process' | *' --after' | *' --command' | *' --cell' | *' --text') return ;;
+    *' --tables')
+      compopt -o filenames 2>/dev/null
+      mapfile -t COMPREPLY < <(compgen -f -- "$word")
+      return
+      ;;
+    *' --ssk' | *' --nid' | *' --bid' | *' --retries' | *' --endpoint' | *' --timeout' | *' --process' | *' --after' | *' --command' | *' --cell' | *' --text') return ;;
     *)
       case "$command $word" in
         *' -'*) words="$(_qovctl_options "$program" "$command")" ;;

@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "tools/qovctl/tables.h"
+
 namespace qov::ctl {
 
 /// The V3 message that JSON text describes: a message, or a document with one. Throws BadJson.
@@ -15,11 +17,12 @@ void requestFromJson(const std::string& text, CT7QPackageV3& request);
 /// A part of a request on the command line, in its order there.
 struct RequestPart {
   bool isCell;       ///< else the command that begins a record
-  std::string text;  ///< TAG:TYPE:VALUE, or a command as commandOfText() has it
+  std::string text;  ///< as cellOfText() or Tables::commandOfText() has it
 };
 
 /// Throws Failure with the part that is none, and for a cell without a record.
-void requestFromParts(const std::vector<RequestPart>& parts, CT7QPackageV3& request);
+void requestFromParts(const std::vector<RequestPart>& parts, const Tables& tables,
+                      CT7QPackageV3& request);
 
 }  // namespace qov::ctl
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "tools/common/controls.h"
-#include "tools/common/endpoint_protocol.h"
 #include "tools/common/octets.h"
 
 namespace qov::ctl {
@@ -41,12 +41,19 @@ std::string withoutLastBlanks(std::string line) {
   return line + "\n";
 }
 
-std::string nameOfCell(unsigned short tag, const Naming& naming) {
-  return tag == endpoint::kCursorTag ? "key" : naming(tag);
-}
+using NamedValues = std::vector<std::pair<std::string, std::string>>;
 
-unsigned int placeOf(unsigned short tag) {
-  return tag == endpoint::kCursorTag ? 0 : tag + 1U;
+/// A line for each, the values below one another.
+std::string linesOf(const NamedValues& shown) {
+  std::size_t names = 0;
+  for (const auto& each : shown) {
+    names = widened(names, each.first);
+  }
+  std::string lines;
+  for (const auto& [name, value] : shown) {
+    lines += withoutLastBlanks(padded(name, names) + value);
+  }
+  return lines;
 }
 
 }  // namespace
@@ -67,44 +74,48 @@ std::string valueText(const CTLVCell& cell) {
   }
 }
 
-std::string rowLines(const CTLVRecordV3& row, const Naming& naming) {
-  std::vector<std::pair<std::string, std::string>> shown;
-  std::size_t names = 0;
-  for (const CTLVCell& cell : row) {
-    if (cell.tag() != endpoint::kStatusTag) {
-      shown.emplace_back(nameOfCell(cell.tag(), naming), valueText(cell));
-      names = widened(names, shown.back().first);
-    }
+std::string rowLines(const CTLVRecordV3& row, const Columns& columns) {
+  NamedValues shown;
+  for (const CTLVCell* cell : columns.cellsOf(row)) {
+    shown.emplace_back(columns.nameOf(cell->tag()), valueText(*cell));
   }
-  std::string lines;
-  for (const auto& [name, value] : shown) {
-    lines += withoutLastBlanks(padded(name, names) + value);
+  return linesOf(shown);
+}
+
+std::string replyLines(const CT7QPackageV3& reply, const Tables& tables) {
+  std::string lines = resultText(reply.head().ret_) + "\n";
+  for (unsigned long i = 0; i < reply.count(); ++i) {
+    const CTLVRecordV3& record = reply[i];
+    const Columns columns(tables.answerOf(record.cmd()));
+    NamedValues shown{{"command", tables.textOfCommand(record.cmd())}};
+    for (const CTLVCell& cell : record) {
+      shown.emplace_back(columns.nameOf(cell.tag()), valueText(cell));
+    }
+    lines += "\n" + linesOf(shown);
   }
   return lines;
 }
 
-RowTable::RowTable(const std::vector<unsigned short>& tags, Naming naming)
-    : naming_(std::move(naming)) {
-  for (const unsigned short tag : tags) {
+RowTable::RowTable(const Columns& columns) : columns_(columns) {
+  for (const unsigned short tag : columns.standing()) {
     addColumn(tag);
   }
 }
 
 /// True if there was none.
 bool RowTable::addColumn(unsigned short tag) {
-  widths_.emplace(placeOf(tag), kNarrowestColumn);
-  return names_.emplace(placeOf(tag), nameOfCell(tag, naming_)).second;
+  const unsigned int place = columns_.placeOf(tag);
+  widths_.emplace(place, kNarrowestColumn);
+  return names_.emplace(place, columns_.nameOf(tag)).second;
 }
 
 std::string RowTable::lines(const CTLVRecordV3& row) {
   Values values;
   bool namesChange = !std::exchange(named_, true);
-  for (const CTLVCell& cell : row) {
-    if (cell.tag() != endpoint::kStatusTag) {
-      namesChange = addColumn(cell.tag()) || namesChange;
-      std::string& value = values[placeOf(cell.tag())];
-      value += (value.empty() ? "" : ", ") + valueText(cell);
-    }
+  for (const CTLVCell* cell : columns_.cellsOf(row)) {
+    namesChange = addColumn(cell->tag()) || namesChange;
+    std::string& value = values[columns_.placeOf(cell->tag())];
+    value += (value.empty() ? "" : ", ") + valueText(*cell);
   }
   // The row first: it may widen columns.
   const std::string rowLine = line(values);

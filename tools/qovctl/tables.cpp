@@ -1,10 +1,10 @@
 #include "tools/qovctl/tables.h"
 
-#include <charconv>
-#include <iterator>
+#include <algorithm>
 #include <limits>
 
 #include "tools/common/endpoint_protocol.h"
+#include "tools/qovctl/numbers.h"
 
 namespace qov::ctl {
 namespace {
@@ -13,10 +13,6 @@ struct Named {
   std::uint32_t value;
   const char* name;
 };
-
-constexpr Named kTables[] = {{endpoint::kInterfaces, "interfaces"},
-                             {endpoint::kMounts, "mounts"},
-                             {endpoint::kProcesses, "processes"}};
 
 constexpr Named kOperations[] = {{endpoint::kGetNext, "get-next"},
                                  {endpoint::kGet, "get"},
@@ -30,30 +26,6 @@ constexpr Named kResults[] = {{endpoint::kUnknownOperation, "unknown operation"}
                               {endpoint::kReadOnly, "read-only table"},
                               {endpoint::kTableFull, "table full"}};
 
-constexpr Named kInterfaceColumns[] = {
-    {endpoint::kInterfaceName, "name"},         {endpoint::kInterfaceUp, "up"},
-    {endpoint::kInterfaceHardware, "hardware"}, {endpoint::kInterfaceMtu, "mtu"},
-    {endpoint::kReceivedBytes, "received"},     {endpoint::kSentBytes, "sent"}};
-
-constexpr Named kMountColumns[] = {{endpoint::kMountPoint, "point"},
-                                   {endpoint::kMountDevice, "device"},
-                                   {endpoint::kMountType, "type"},
-                                   {endpoint::kMountFlags, "flags"}};
-
-constexpr Named kProcessColumns[] = {{endpoint::kProcessName, "name"},
-                                     {endpoint::kProcessState, "state"},
-                                     {endpoint::kThreads, "threads"},
-                                     {endpoint::kResidentKb, "resident-kb"},
-                                     {endpoint::kStarted, "started"}};
-
-constexpr Named kCountNames[] = {{endpoint::kConnections, "connections"},
-                                 {endpoint::kRequests, "requests"},
-                                 {endpoint::kReplies, "replies"},
-                                 {endpoint::kRows, "rows"},
-                                 {endpoint::kEnds, "ends"},
-                                 {endpoint::kStored, "stored"},
-                                 {endpoint::kRefusals, "refusals"}};
-
 template <std::size_t size>
 const char* nameIn(const Named (&names)[size], std::uint32_t value) {
   for (const Named& named : names) {
@@ -64,9 +36,8 @@ const char* nameIn(const Named (&names)[size], std::uint32_t value) {
   return nullptr;
 }
 
-template <std::size_t size>
-std::optional<std::uint32_t> valueIn(const Named (&names)[size], std::string_view name) {
-  for (const Named& named : names) {
+std::optional<std::uint32_t> operationOfText(std::string_view name) {
+  for (const Named& named : kOperations) {
     if (named.name == name) {
       return named.value;
     }
@@ -74,48 +45,51 @@ std::optional<std::uint32_t> valueIn(const Named (&names)[size], std::string_vie
   return std::nullopt;
 }
 
-/// With the key's.
-template <std::size_t size>
-std::vector<unsigned short> tagsIn(const Named (&columns)[size]) {
-  std::vector<unsigned short> tags{endpoint::kCursorTag};
-  for (const Named& column : columns) {
-    tags.push_back(static_cast<unsigned short>(column.value));
-  }
-  return tags;
+/// The first that `is`, or null.
+template <class List, class Is>
+auto findIn(const List& list, Is is) -> const typename List::value_type* {
+  const auto found = std::find_if(list.begin(), list.end(), is);
+  return found == list.end() ? nullptr : &*found;
 }
 
-std::string tagText(const char* name, unsigned short tag) {
-  return name != nullptr ? name : "tag " + std::to_string(tag);
+/// The column that `is`, or null.
+template <class Is>
+const Column* findColumn(const Table* table, Is is) {
+  static const std::vector<Column> kOfEveryTable{
+      {endpoint::kCursorTag, "key", CTLVCell::TLV_UINT},
+      {endpoint::kStatusTag, "status", CTLVCell::TLV_ENUM}};
+  const Column* const column = findIn(kOfEveryTable, is);
+  return column != nullptr || table == nullptr ? column : findIn(table->columns, is);
 }
 
 }  // namespace
 
-std::optional<std::uint64_t> numberOf(std::string_view text, std::uint64_t max) {
-  const bool hexadecimal = text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X";
-  text.remove_prefix(hexadecimal ? 2 : 0);
-  std::uint64_t number = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, number, hexadecimal ? 16 : 10);
-  if (error != std::errc() || stop != end || number > max) {
-    return std::nullopt;
-  }
-  return number;
+const Column* columnOf(const Table* table, std::string_view name) {
+  return findColumn(table, [&](const Column& column) { return column.name == name; });
 }
 
-std::optional<std::uint32_t> tableOfText(std::string_view text) {
-  if (const auto table = valueIn(kTables, text)) {
-    return table;
+const Column* columnOf(const Table* table, unsigned short tag) {
+  return findColumn(table, [&](const Column& column) { return column.tag == tag; });
+}
+
+const Table* Tables::find(std::uint32_t number) const {
+  return findIn(tables_, [&](const Table& table) { return table.number == number; });
+}
+
+std::optional<std::uint32_t> Tables::tableOfText(std::string_view text) const {
+  if (const Table* table = findIn(tables_, [&](const Table& each) { return each.name == text; })) {
+    return table->number;
   }
   const auto number = numberOf(text, std::numeric_limits<std::uint32_t>::max());
   return number ? std::optional(static_cast<std::uint32_t>(*number)) : std::nullopt;
 }
 
-std::optional<std::uint64_t> commandOfText(std::string_view text) {
+std::optional<std::uint64_t> Tables::commandOfText(std::string_view text) const {
   const std::size_t slash = text.find('/');
   if (slash == std::string_view::npos) {
     return numberOf(text, std::numeric_limits<std::uint64_t>::max());
   }
-  const auto operation = valueIn(kOperations, text.substr(0, slash));
+  const auto operation = operationOfText(text.substr(0, slash));
   const auto table = tableOfText(text.substr(slash + 1));
   if (!operation || !table) {
     return std::nullopt;
@@ -123,34 +97,30 @@ std::optional<std::uint64_t> commandOfText(std::string_view text) {
   return endpoint::command(static_cast<endpoint::Operation>(*operation), *table);
 }
 
-std::string columnName(std::uint32_t table, unsigned short tag) {
-  switch (table) {
-    case endpoint::kInterfaces:
-      return tagText(nameIn(kInterfaceColumns, tag), tag);
-    case endpoint::kMounts:
-      return tagText(nameIn(kMountColumns, tag), tag);
-    case endpoint::kProcesses:
-      return tagText(nameIn(kProcessColumns, tag), tag);
-    default:
-      return tagText(nullptr, tag);
+std::string Tables::textOfCommand(std::uint64_t command) const {
+  const char* const operation = nameIn(kOperations, endpoint::operationOf(command));
+  if (operation == nullptr) {
+    return std::to_string(command);
   }
+  const std::uint32_t number = endpoint::tableOf(command);
+  const Table* const table = find(number);
+  return std::string(operation) + "/" + (table != nullptr ? table->name : std::to_string(number));
 }
 
-std::vector<unsigned short> namedColumns(std::uint32_t table) {
-  switch (table) {
-    case endpoint::kInterfaces:
-      return tagsIn(kInterfaceColumns);
-    case endpoint::kMounts:
-      return tagsIn(kMountColumns);
-    case endpoint::kProcesses:
-      return tagsIn(kProcessColumns);
+const Table* Tables::answerOf(std::uint64_t command) const {
+  static const Table kStoreAnswer{
+      0, "store", {{endpoint::kStoredRows, "rows", CTLVCell::TLV_UINT}}};
+  switch (endpoint::operationOf(command)) {
+    case endpoint::kGetNext:
+    case endpoint::kGet:
+      return find(endpoint::tableOf(command));
+    case endpoint::kStore:
+      return &kStoreAnswer;
+    case endpoint::kReadCounts:
+      return &countsTable();
     default:
-      return {};
+      return nullptr;
   }
-}
-
-std::string countName(unsigned short tag) {
-  return tagText(nameIn(kCountNames, tag), tag);
 }
 
 std::string resultText(std::uint32_t result) {
