@@ -144,6 +144,12 @@ enum : unsigned long long {
   kContinuationFailed = 65901,
   kHandlerLate = 65902,
 
+  // the service manager
+  kServiceManagerSilent = 66070,
+  kNoWatchdog = 66071,
+  kLeaderStuck = 66072,
+  kLeadersGoOn = 66073,
+
   // config
   kXmlNotParsed = 65700,
   kXmlListed = 65701,

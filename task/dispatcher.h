@@ -56,6 +56,9 @@ class __attribute__((visibility("hidden"))) CQOV_Leader_Task::Dispatcher final
   const qov::Admission& admission() const { return *queue_.admission(); }
   void end();
 
+  /// Thread: any.
+  qov::LeaderProgress progress();
+
   /// Another module, `id`, has ended and answers nobody any more. From any thread; needs no memory.
   void noteEnded(std::uint8_t id);
 

@@ -263,6 +263,12 @@ void CQOV_Leader_Task::Dispatcher::noteEnded(std::uint8_t id) {
   reactor_.notify(&leader_, ACE_Event_Handler::WRITE_MASK);
 }
 
+qov::LeaderProgress CQOV_Leader_Task::Dispatcher::progress() {
+  qov::LeaderProgress progress = turn_->progress();
+  progress.hasWork = progress.hasWork || !queue_.is_empty();
+  return progress;
+}
+
 bool CQOV_Leader_Task::Dispatcher::processLoopHasEnded() {
   return ACE_Reactor::instance()->reactor_event_loop_done() != 0;
 }

@@ -32,6 +32,11 @@ void LeaderTurn::close() {
   state_ |= kClosed;
 }
 
+LeaderProgress LeaderTurn::progress() const {
+  const unsigned int state = state_;
+  return {state / kOneTurn, (state & kTaken) != 0};
+}
+
 bool LeaderTurn::isMine() {
   return holder_.load(std::memory_order_relaxed) == ::pthread_self();
 }
@@ -42,7 +47,8 @@ bool LeaderTurn::anyIsMine() {
 
 void LeaderTurn::takeOwn() {
   const auto takeOrWait = [](unsigned int state) {
-    return (state & kTaken) != 0 ? state | kOwnThreadWaits : (state & ~kOwnThreadWaits) | kTaken;
+    return (state & kTaken) != 0 ? state | kOwnThreadWaits
+                                 : ((state & ~kOwnThreadWaits) | kTaken) + kOneTurn;
   };
   while ((change(takeOrWait) & kTaken) != 0) {
     bell_->wait();
@@ -80,8 +86,9 @@ unsigned int LeaderTurn::change(Next next) {
 
 bool LeaderTurn::tryTake() {
   constexpr unsigned int kUnavailable = kClosed | kTaken | kOwnThreadWaits;
-  const unsigned int before = change(
-      [](unsigned int state) { return state | ((state & kUnavailable) != 0 ? kMarked : kTaken); });
+  const unsigned int before = change([](unsigned int state) {
+    return (state & kUnavailable) != 0 ? state | kMarked : (state | kTaken) + kOneTurn;
+  });
   if ((before & kUnavailable) != 0) {
     return false;
   }

@@ -27,6 +27,12 @@ class LeaderWork {
   ~LeaderWork() = default;
 };
 
+/// How far a leader is.
+struct LeaderProgress {
+  unsigned int turns;  ///< changes with each turn at its work
+  bool hasWork;        ///< somebody has the turn, or a message waits for it
+};
+
 /// Whose turn it is to do a leader's work: one thread at a time touches what the leader keeps, its
 /// pending requests and timers. The leader's own thread takes the turn for whatever there is to do;
 /// a sender takes it when nobody has it, to dispatch what it has put into the queue.
@@ -67,6 +73,9 @@ class LeaderTurn {
   /// Leaves it to the leader's own thread.
   void leaveToOwnThread();
 
+  /// Thread: any, for who watches the leader. No message is looked for.
+  LeaderProgress progress() const;
+
   /// Whether the calling thread has the turn.
   bool isMine();
 
@@ -79,6 +88,8 @@ class LeaderTurn {
   static constexpr unsigned int kTaken = 2;
   static constexpr unsigned int kMarked = 4;
   static constexpr unsigned int kOwnThreadWaits = 8;
+  /// The turns are counted in the bits above.
+  static constexpr unsigned int kOneTurn = 16;
 
   /// Makes `next` of the state out of the state, in one step. Returns the state before.
   template <class Next>

@@ -87,6 +87,17 @@ std::vector<QOVModuleStats> RunningManagers::stats() {
   return all;
 }
 
+std::vector<LeaderLook> RunningManagers::leaders() {
+  std::vector<LeaderLook> all;
+  Registry& running = registry();
+  const std::lock_guard<std::mutex> held(running.mutex);
+  for (const CQOV_TaskMgr* const manager : running.managers) {
+    all.push_back({manager->moduleId(), manager->name(),
+                   ModuleContext::leaderOf(*manager)->dispatcher_->progress()});
+  }
+  return all;
+}
+
 void RunningManagers::tellEnded(std::uint8_t id) {
   Registry& running = registry();
   const std::lock_guard<std::mutex> held(running.mutex);

@@ -4,18 +4,28 @@
 #include <qovpub/qov_stats.h>
 
 #include <cstdint>
+#include <string>
 #include <vector>
+
+#include "task/leader_turn.h"
 
 class CQOV_TaskMgr;
 
 namespace qov {
+
+/// A leader as who watches it sees it.
+struct LeaderLook {
+  unsigned int moduleId;
+  std::string name;
+  LeaderProgress progress;
+};
 
 /// The task managers whose threads may run, those of the module loader included. What is left when
 /// the process exits is stopped then (module/module_shutdown.h).
 ///
 /// Thread: any.
 /// Owns:   nothing.
-/// Errors: add() and stats() throw std::bad_alloc.
+/// Errors: add(), stats() and leaders() throw std::bad_alloc.
 class RunningManagers {
  public:
   static void add(CQOV_TaskMgr& manager);
@@ -27,6 +37,9 @@ class RunningManagers {
 
   /// Their figures, in the order of their ids.
   static std::vector<QOVModuleStats> stats();
+
+  /// How far their leaders are.
+  static std::vector<LeaderLook> leaders();
 
   /// Tells all of them that module `id` has ended. Needs no memory.
   static void tellEnded(std::uint8_t id);

@@ -26,6 +26,8 @@
 #include "frame/app/app_signal_block.h"
 #include "frame/app/app_signal_relay.h"
 #include "frame/app/app_start_watch.h"
+#include "frame/app/service_manager.h"
+#include "frame/app/service_watchdog.h"
 #include "frame/app/start_lines.h"
 #include "frame/app/start_report.h"
 #include "frame/env/current_step.h"
@@ -63,6 +65,7 @@ void runReactor() {
   ACE_Reactor& reactor = *ACE_Reactor::instance();
   reactor.owner(ACE_Thread::self());
   const qov::SignalMask admission(SIG_UNBLOCK, qov::loopSignals());
+  const qov::ServiceWatchdog watchdog(qov::ServiceManager::process());
   while (reactor.implementation()->deactivated() == 0) {
     reactor.handle_events();
     // Without a descriptor the signal has still interrupted the wait.
@@ -119,6 +122,7 @@ int CQOVapp::init(int argc, char** argv) {
     const int result = start(argc, argv);
     if (result == 0) {
       report.succeeded();
+      qov::ServiceManager::process().tellReady();
     } else if (errno == ENOMEM) {
       report.tell(kNoMemory);
       errno = ENOMEM;
@@ -170,6 +174,7 @@ int CQOVapp::start(int argc, char** argv) {
   }
   logStrategy_->initLogStrategy(cfgFile.c_str(), logFile.c_str());
   qov::logStart();
+  qov::ServiceManager::process().find();
   CQOV_Plugins::instance();
   modulesLoaded_ = true;
   errno = 0;
@@ -210,6 +215,7 @@ void CQOVapp::event_loop_done() {
     const MonitorGuard monitor(qov::ShutdownWatch::kSeconds);
     runReactor();
     watch.emplace();
+    qov::ServiceManager::process().tellStopping();
     moduleLoader().unload();
     closePlugins();
     waitForOtherThreads();

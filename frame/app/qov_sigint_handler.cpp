@@ -11,6 +11,7 @@
 
 #include "diag/log_ids.h"
 #include "frame/app/app_signal_relay.h"
+#include "frame/app/service_manager.h"
 
 SigintHandler::SigintHandler(CQOV_Logging_Strategy* logStrategy) : logStrategy_(logStrategy) {
   qov::SignalRelay::instance().attach(*this);
@@ -26,6 +27,8 @@ int SigintHandler::handle_signal(int signum, siginfo_t* info, ucontext_t*) {
   } else if (signum == SIGINT || signum == SIGTERM) {
     ACE_Reactor::instance()->implementation()->deactivate(1);
   } else if (signum == SIGUSR1 && logStrategy_ != nullptr) {
+    qov::ServiceManager& manager = qov::ServiceManager::process();
+    manager.tellReloading();
     try {
       logStrategy_->reloadLogStrategy(QOV_Utility::getProcessCfgFileName().c_str(),
                                       QOV_Utility::getProcessLogFileName().c_str());
@@ -34,6 +37,7 @@ int SigintHandler::handle_signal(int signum, siginfo_t* info, ucontext_t*) {
       guard.warn(qov::log_id::kReloadFailed, __FUNCTION__, __LINE__,
                  "Failed to configure the log: %s; the log stays as it is", e.what());
     }
+    manager.tellReady();
   }
   return 0;
 }
