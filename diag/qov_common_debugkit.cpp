@@ -10,6 +10,7 @@
 #include "diag/log_ids.h"
 #include "diag/log_level.h"
 #include "diag/log_output.h"
+#include "diag/probe.h"
 #include "diag/record.h"
 #include "diag/record_time.h"
 #include "diag/uncancelled.h"
@@ -72,6 +73,8 @@ void write(const LogLevel& level, bool isOn, const std::string& kitName, const O
     AnyRecord record(kitName, origin.logId, level.tag, origin.function, origin.line);
     fill(record);
     record.finish();
+    QOV_PROBE5(log, origin.logId, level.tag, kitName.c_str(), record.message().data(),
+               record.message().size());
     const bool onStandardError =
         isOn &&
         qov::writeRecord(*log, {level.priority, origin.sourceLine, caller.errnum()}, record.line());

@@ -112,6 +112,9 @@ void LaterAnswer::call(QOVAnswer answer, const CQOV_Task& task) {
 
 void LaterAnswer::runHere(const CQOV_Task& task) {
   CQOVDebugKitGuard log(kPublicKit, "void qov::LaterAnswer::runHere(const CQOV_Task&)");
+  if (answer_ || answer_.reason() == QOVReason::kRefused) {
+    noteAnswer(counters_.moduleId(), head());
+  }
   try {
     call(std::move(answer_), task);
   } catch (const std::exception& error) {

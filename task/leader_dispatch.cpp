@@ -10,6 +10,7 @@
 #include "task/dispatcher.h"
 #include "task/later_answer.h"
 #include "task/message_block.h"
+#include "task/message_trace.h"
 #include "task/send_cause.h"
 
 // Which message goes where.
@@ -74,6 +75,7 @@ void CQOV_Leader_Task::Dispatcher::handleDataMsg(ACE_Message_Block* mb) {
             "Module(%d) recv msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u.",
             moduleId_, head.spid_, head.smid_, head.rpid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
+  qov::noteDispatch(counters_.moduleId(), head);
   if (qov::carriesTimeoutDesc(*mb) && !isWaitedFor(head)) {
     log.warn(qov::log_id::kForeignRequest, __FUNCTION__, __LINE__,
              "Module(%d) cannot wait for the response to a message that is not its own request!",
@@ -119,7 +121,7 @@ bool CQOV_Leader_Task::Dispatcher::beginWait(CQOVDebugKitGuard& log, const MsgKe
     // The package stays alive: kept. Nobody waits for an answer, so its sender may still hold it.
     log.warn(qov::log_id::kRequestNobodyWaits, __FUNCTION__, __LINE__,
              "Manager thread(%d) received invalid request message!", moduleId_);
-    counters_.drop(QOVDropReason::kInvalid);
+    counters_.drop(QOVDropReason::kInvalid, pkg->head());
     mb->release();
     return false;
   }
@@ -163,7 +165,7 @@ void CQOV_Leader_Task::Dispatcher::handleRspMsg(ACE_Message_Block* mb, CQOV_MsgP
       counters_.in_.add();
       return;
     }
-    counters_.drop(sender != nullptr ? QOVDropReason::kStopped : QOVDropReason::kNobodyWaits);
+    counters_.drop(sender != nullptr ? QOVDropReason::kStopped : QOVDropReason::kNobodyWaits, head);
     if (sender == nullptr) {
       log.warn(qov::log_id::kResponseUnexpected, __FUNCTION__, __LINE__,
                "Failed to handle RSP message: SPID=%u,SMID=%u,OPC=%llu,SN=%u!\n", head.spid_,
@@ -219,7 +221,7 @@ int CQOV_Leader_Task::Dispatcher::forwordMessage(const QOVMsgHead* head, ACE_Mes
   }
   if (head->rpid_ != queue_.processId()) {
     log.error(qov::log_id::kForwardOtherProcess, __FUNCTION__, __LINE__, "recv msg error.");
-    counters_.drop(QOVDropReason::kOtherProcess);
+    counters_.drop(QOVDropReason::kOtherProcess, *head);
     return 0;
   }
   if (head->rmid_ != moduleId_) {
@@ -235,13 +237,13 @@ int CQOV_Leader_Task::Dispatcher::passOn(std::uint8_t moduleId, ACE_Message_Bloc
   if (result == 0) {
     counters_.out_.add();
   } else {
-    counters_.drop(reasonOf(errno));
+    counters_.drop(reasonOf(errno), qov::tracedIn(*mb));
   }
   return result;
 }
 
 void CQOV_Leader_Task::Dispatcher::drop(QOVDropReason reason, ACE_Message_Block* mb) {
-  counters_.drop(reason);
+  counters_.drop(reason, qov::tracedIn(*mb));
   qov::releaseWithPackage(mb);
 }
 

@@ -17,6 +17,8 @@ namespace qov {
 
 /// What the runtime keeps of one module, for its task manager.
 struct ModuleContext {
+  explicit ModuleContext(unsigned int moduleId) : counters_(moduleId) {}
+
   static ModuleContext& of(const CQOV_TaskMgr& manager) { return *manager.context_; }
   /// Null without memory for it.
   static CQOV_Leader_Task* leaderOf(const CQOV_TaskMgr& manager) { return manager.leader(); }
@@ -25,7 +27,7 @@ struct ModuleContext {
 
   // Constant after construction. The tasks share what they are noted in.
   const std::shared_ptr<StartedTasks> startedTasks_ = std::make_shared<StartedTasks>();
-  ModuleCounters counters_{};
+  ModuleCounters counters_;
   std::unique_ptr<CQOV_Leader_Task> leader_{};
 
   // The library that the loader opened; null without a loader, or when it has told of a class that

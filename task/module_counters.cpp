@@ -49,6 +49,16 @@ void Counter::raiseTo(std::uint64_t value) {
   }
 }
 
+void ModuleCounters::drop(QOVDropReason reason, const TracedMessage& message) {
+  dropped_[static_cast<std::size_t>(reason)].add();
+  noteDrop(moduleId_, message, reason);
+}
+
+void ModuleCounters::timeOut(const MsgKey& request) {
+  timedOut_.add();
+  noteTimeOut(moduleId_, TracedMessage(request));
+}
+
 void ModuleCounters::handled(Clock::time_point begin) {
   const std::uint64_t took = nanosecondsSince(begin);
   handlingSum_.add(took);

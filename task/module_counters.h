@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "task/message_trace.h"
 #include "task/running_handlers.h"
 
 namespace qov {
@@ -36,7 +37,16 @@ class ModuleCounters {
  public:
   using Clock = std::chrono::steady_clock;
 
-  void drop(QOVDropReason reason) { dropped_[static_cast<std::size_t>(reason)].add(); }
+  explicit ModuleCounters(unsigned int moduleId) : moduleId_(moduleId) {}
+  ModuleCounters(const ModuleCounters&) = delete;
+  ModuleCounters& operator=(const ModuleCounters&) = delete;
+
+  unsigned int moduleId() const { return moduleId_; }
+
+  /// Counts a dropped message, which is `message` where that is known.
+  void drop(QOVDropReason reason, const TracedMessage& message = {});
+  /// Counts a `request` that got no response in time.
+  void timeOut(const MsgKey& request);
   /// Counts one call of a handler that began at `begin` and has just ended.
   void handled(Clock::time_point begin);
   /// `since`: when the oldest of `count` pending requests began, by coarseNow(); the clock's epoch
@@ -52,7 +62,6 @@ class ModuleCounters {
   Counter in_;
   Counter out_;
   Counter refused_;
-  Counter timedOut_;
   Counter workers_;
   Counter idle_;
   /// 1 while a message waits for an idle worker, where no queue counts it.
@@ -61,6 +70,8 @@ class ModuleCounters {
   RunningHandlers handlers_;
 
  private:
+  const unsigned int moduleId_;
+  Counter timedOut_;
   std::array<Counter, QOVModuleStats::kDropReasons> dropped_;
   Counter pending_;
   Counter oldestPendingSince_;
@@ -69,14 +80,19 @@ class ModuleCounters {
   std::array<Counter, QOVModuleStats::kHandlingTimes> handlingTimes_;
 };
 
-/// A handler as long as it runs, which notes it and counts its time.
+/// A handler as long as it runs, which notes it, counts its time and traces it.
 class HandlingTime {
  public:
   /// A handler of `message` on the thread of `task`.
   HandlingTime(ModuleCounters& counters, const QOVMsgHead& message, const CQOV_Task& task)
       : counters_(counters),
-        entry_(counters.handlers_, {message, &task, ModuleCounters::Clock::now()}) {}
-  ~HandlingTime() { counters_.handled(entry_.handler().begin_); }
+        entry_(counters.handlers_, {message, &task, ModuleCounters::Clock::now()}) {
+    noteHandleBegin(counters.moduleId(), message);
+  }
+  ~HandlingTime() {
+    noteHandleEnd(counters_.moduleId(), entry_.handler().message_);
+    counters_.handled(entry_.handler().begin_);
+  }
 
   HandlingTime(const HandlingTime&) = delete;
   HandlingTime& operator=(const HandlingTime&) = delete;

@@ -95,7 +95,7 @@ void PendingRequests::timeOut(const void* act) {
   const auto request = requests_.find(static_cast<const Requests::value_type*>(act)->first);
   assert(request != requests_.end());
   request->second.sender_.timerId_ = kNoTimer;
-  counters_.timedOut_.add();
+  counters_.timeOut(request->first);
   wake(remove(request), ETIMEDOUT);
 }
 

@@ -62,7 +62,7 @@ void joinSpawned(unsigned int moduleId) {
 CQOV_TaskMgr::CQOV_TaskMgr(unsigned int moduleId, unsigned int poolSize, const char* name)
     : moduleId_(moduleId),
       name_(name != nullptr ? name : kDefaultName),
-      context_(std::make_unique<qov::ModuleContext>()) {
+      context_(std::make_unique<qov::ModuleContext>(moduleId)) {
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "CQOV_TaskMgr::CQOV_TaskMgr(unsigned int, unsigned int, const char*)");
   context_->leader_ = makeLeader(this, poolSize);

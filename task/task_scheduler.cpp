@@ -323,7 +323,7 @@ int CQOV_TaskScheduler::WorkerPool::endUntaken(ACE_Message_Block* mb) {
   qov::endCollecting();
   const bool hasRun = pkg != nullptr && qov::LaterAnswer::run(*pkg, scheduler_);
   if (!hasRun) {
-    scheduler_.counters().drop(QOVDropReason::kStopped);
+    scheduler_.counters().drop(QOVDropReason::kStopped, qov::tracedIn(*block));
   }
   return hasRun ? 0 : -1;
 }

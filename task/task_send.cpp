@@ -14,6 +14,7 @@
 #include "diag/log_level.h"
 #include "task/leader_turn.h"
 #include "task/message_block.h"
+#include "task/message_trace.h"
 #include "task/module_counters.h"
 #include "task/response_slot.h"
 #include "task/send_cause.h"
@@ -124,6 +125,7 @@ int CQOV_Task::handOverRequest(CQOVDebugKitGuard& log, const CQOV_MsgPackage* re
             "Worker(%d) send msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u!\n",
             taskMgr_->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
+  qov::noteSend(counters().moduleId(), head);
   if (handOver(block, timeout, mayLead) == -1) {
     const int cause = qov::sendCauseOf(errno);
     block->release();
@@ -166,7 +168,7 @@ ACE_Message_Block* CQOV_Task::awaitAnswerTo(const QOVMsgHead& request) {
       return block;
     }
     // The response to an earlier request whose send() was ended before it came.
-    counters().drop(QOVDropReason::kNobodyWaits);
+    counters().drop(QOVDropReason::kNobodyWaits, pkg->head());
     qov::releaseWithPackage(block);
   }
 }
@@ -212,6 +214,7 @@ int CQOV_Task::waitForResponse(CQOVDebugKitGuard& log, const QOVMsgHead& request
             "Worker(%d) recv msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u!\n",
             taskMgr_->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
+  qov::noteAnswer(counters().moduleId(), head);
   if (head.mst_ != 0) {
     return head.mst_;
   }
@@ -236,6 +239,7 @@ int CQOV_Task::send(const CQOV_MsgPackage* req, ACE_Time_Value* timeout, bool fr
             "Worker(%d) send msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u.",
             taskMgr_->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
+  qov::noteSend(counters().moduleId(), head);
   // A leader may have to wait for the table of the modules, which is locked while a module starts.
   // So may a worker of the pool, but not whoever starts the module.
   if (handOver(block, timeout, isWorkerHere()) == -1) {

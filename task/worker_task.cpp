@@ -74,7 +74,7 @@ void CQOV_CommonTask::dropLeftOvers() {
   for (ACE_Message_Block* mb = taskQueue().takeAll(); mb != nullptr;) {
     ACE_Message_Block* const next = mb->next();
     if (mb->msg_type() == ACE_Message_Block::MB_DATA) {
-      counters().drop(QOVDropReason::kStopped);
+      counters().drop(QOVDropReason::kStopped, qov::tracedIn(*mb));
     }
     qov::releaseWithPackage(mb);
     mb = next;
@@ -94,7 +94,7 @@ void CQOV_CommonTask::serve(CQOVDebugKitGuard& log, const ACE_Message_Block& blo
       handle(log, *pkg);
     } else if (!qov::LaterAnswer::run(*pkg, *this)) {
       // Too late for the send() that waited for it, and no message that an idle worker was given.
-      counters().drop(QOVDropReason::kNobodyWaits);
+      counters().drop(QOVDropReason::kNobodyWaits, pkg->head());
       return;
     }
   }

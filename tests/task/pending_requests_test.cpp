@@ -60,7 +60,7 @@ class PendingRequestsTest : public ::testing::Test {
   TimeOuts timeOuts_;
   qov::WaitReactor impl_{timeOuts_};
   ACE_Reactor reactor_{&impl_};
-  qov::ModuleCounters counters_;
+  qov::ModuleCounters counters_{kModule};
   qov::PendingRequests pending_{reactor_, timeOuts_, counters_};
 };
 

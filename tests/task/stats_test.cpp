@@ -292,7 +292,7 @@ TEST(ModuleCounters, KeepTheGreaterNumber) {
 }
 
 TEST(ModuleCounters, PutEachTimeIntoItsPowerOfTwo) {
-  qov::ModuleCounters counters;
+  qov::ModuleCounters counters(kModule);
   counters.handled(qov::ModuleCounters::Clock::now() - milliseconds(100));
   const QOVModuleStats stats = counters.read();
   // 2^26 ns are 67 ms.
