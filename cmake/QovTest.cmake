@@ -13,6 +13,31 @@ if(QOV_SANITIZE)
   set(QOV_SANITIZER_FIXTURE FIXTURES_REQUIRED sanitizer_reports)
 endif()
 
+# Test code is not optimised as the library is: that would take longer to compile than all else, most
+# of all with the sanitizers' instrumentation in it.
+function(qov_test_options name)
+  set(level -O1)
+  if(QOV_SANITIZE)
+    set(level -O0)
+  endif()
+  target_compile_options(${name} PRIVATE "$<$<CONFIG:RelWithDebInfo>:${level};-g1>")
+  target_link_libraries(${name} PRIVATE qov_compile_options GTest::gmock GTest::gtest
+                                        GTest::gtest_main)
+endfunction()
+
+# Without ccache, what most tests include is compiled once for all of them. The owner of the result is
+# a program, since the compiler takes it only where it has the same options. An include that a test
+# forgets is still found: clang-tidy reads each file by itself.
+option(QOV_PRECOMPILE_TESTS "Precompile what most tests include" OFF)
+if(QOV_PRECOMPILE_TESTS)
+  file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/test_headers.cpp" CONTENT "")
+  add_executable(qov_test_headers EXCLUDE_FROM_ALL "${PROJECT_BINARY_DIR}/test_headers.cpp")
+  qov_test_options(qov_test_headers)
+  target_precompile_headers(
+    qov_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h> <atomic> <chrono> <filesystem> <fstream>
+                             <functional> <memory> <string> <thread> <vector>)
+endif()
+
 function(qov_test name)
   cmake_parse_arguments(ARG "INSIDE" "TIMEOUT" "SOURCES;LIBRARIES;LABELS" ${ARGN})
   if(NOT ARG_TIMEOUT)
@@ -30,15 +55,11 @@ function(qov_test name)
   # A program's process name ends at the last dot of its path, which may lie in a folder's name.
   set_target_properties(${name} PROPERTIES SUFFIX ".bin")
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
-  target_link_libraries(${name} PRIVATE ${library} qov_compile_options GTest::gmock GTest::gtest
-                                        GTest::gtest_main ${ARG_LIBRARIES})
-  # The library is optimised as it is shipped. Test code is not: that would take longer to compile
-  # than all else, most of all with the sanitizers' instrumentation in it.
-  set(level -O1)
-  if(QOV_SANITIZE)
-    set(level -O0)
+  target_link_libraries(${name} PRIVATE ${library} ${ARG_LIBRARIES})
+  qov_test_options(${name})
+  if(QOV_PRECOMPILE_TESTS)
+    target_precompile_headers(${name} REUSE_FROM qov_test_headers)
   endif()
-  target_compile_options(${name} PRIVATE "$<$<CONFIG:RelWithDebInfo>:${level};-g1>")
   gtest_discover_tests(
     ${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     PROPERTIES ${properties})

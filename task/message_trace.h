@@ -49,8 +49,9 @@ void trace(QOVTraceEvent::Step step, unsigned int module, const TracedMessage& m
 // One function for each step of a message: a probe, and an event while the trace is on. `module` is
 // where the step is.
 
-#define QOV_MESSAGE_PROBE(name, module, message) \
-  QOV_PROBE6(name, module, message.opc_, message.sn_, message.type_, message.smid_, message.rmid_)
+#define QOV_MESSAGE_PROBE(name, module, message)                                            \
+  QOV_PROBE6(name, module, (message).opc_, (message).sn_, (message).type_, (message).smid_, \
+             (message).rmid_)
 
 inline void noteStep(QOVTraceEvent::Step step, unsigned int module, const QOVMsgHead& head) {
   if (traceIsOn.load(std::memory_order_relaxed)) {
