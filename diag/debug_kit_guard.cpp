@@ -1,56 +1,71 @@
 #include <qovpub/qov_common_debugkit.h>
 
+#include "diag/call_trace.h"
 #include "diag/kit_registry.h"
 #include "diag/log_level.h"
+
+namespace qov {
 
 namespace {
 
 unsigned int countDeletedKits() {
-  return qov::deletedKits.load(std::memory_order_acquire);
+  return deletedKits.load(std::memory_order_acquire);
 }
 
 }  // namespace
 
-CQOVDebugKitGuard::CQOVDebugKitGuard(int kitId, const std::string& name)
+inline GuardState::GuardState(int kitId, const std::string& name)
     : kitId_(static_cast<unsigned int>(kitId)),
       deletedKits_(countDeletedKits()),
-      kit_(qov::KitRegistry::find(kitId_)),
+      kit_(KitRegistry::find(kitId_)),
       owned_(name),
-      name_(owned_.c_str()) {
-  if (qov::isOn(qov::kTrace)) {
-    trace("enter ", "...");
-  }
-}
+      name_(owned_.c_str()) {}
 
-CQOVDebugKitGuard::CQOVDebugKitGuard(int kitId, Borrowed name)
+inline GuardState::GuardState(int kitId, Borrowed name)
     : kitId_(static_cast<unsigned int>(kitId)),
       deletedKits_(countDeletedKits()),
-      kit_(qov::KitRegistry::find(kitId_)),
-      name_(name.text) {
-  if (qov::isOn(qov::kTrace)) {
-    trace("enter ", "...");
-  }
-}
+      kit_(KitRegistry::find(kitId_)),
+      name_(name.text) {}
 
-CQOVDebugKitGuard::~CQOVDebugKitGuard() {
-  if (qov::isOn(qov::kTrace)) {
-    trace("leave ", ok_ ? ": OK" : ": NOK");
-  }
-}
-
-const CQOVDebugKit* CQOVDebugKitGuard::kit() {
+inline const CQOVDebugKit* GuardState::kit() {
   if (deletedKits_ != countDeletedKits()) {
     deletedKits_ = countDeletedKits();
-    kit_ = qov::KitRegistry::find(kitId_);
+    kit_ = KitRegistry::find(kitId_);
   }
   return kit_;
 }
 
 /// Not inlined: a silent guard would save registers for it.
-[[gnu::noinline]] void CQOVDebugKitGuard::trace(const char* before, const char* after) {
+[[gnu::noinline]] void GuardState::trace(const char* before, const char* after) {
   if (const CQOVDebugKit* const to = kit()) {
-    to->traceCall(before, name_, after);
+    traceCall(*to, before, name_, after);
   }
+}
+
+inline void GuardState::enter() {
+  if (isOn(kTrace)) {
+    trace("enter ", "...");
+  }
+}
+
+inline void GuardState::leave() {
+  if (isOn(kTrace)) {
+    trace("leave ", ok_ ? ": OK" : ": NOK");
+  }
+}
+
+}  // namespace qov
+
+CQOVDebugKitGuard::CQOVDebugKitGuard(int kitId, const std::string& name) : state_(kitId, name) {
+  state_.enter();
+}
+
+CQOVDebugKitGuard::CQOVDebugKitGuard(int kitId, qov::Borrowed name) : state_(kitId, name) {
+  state_.enter();
+}
+
+CQOVDebugKitGuard::~CQOVDebugKitGuard() {
+  state_.leave();
 }
 
 void CQOVDebugKitGuard::debug(unsigned long long logId, const char* function, unsigned int line,
@@ -61,7 +76,7 @@ void CQOVDebugKitGuard::debug(unsigned long long logId, const char* function, un
   }
   va_list args;
   va_start(args, format);
-  if (const CQOVDebugKit* const to = kit()) {
+  if (const CQOVDebugKit* const to = state_.kit()) {
     to->debug(logId, function, line, format, args);
   }
   va_end(args);
@@ -71,7 +86,7 @@ void CQOVDebugKitGuard::info(unsigned long long logId, const char* function, uns
                              const char* format, ...) {
   va_list args;
   va_start(args, format);
-  if (const CQOVDebugKit* const to = kit()) {
+  if (const CQOVDebugKit* const to = state_.kit()) {
     to->info(logId, function, line, format, args);
   }
   va_end(args);
@@ -79,10 +94,10 @@ void CQOVDebugKitGuard::info(unsigned long long logId, const char* function, uns
 
 void CQOVDebugKitGuard::warn(unsigned long long logId, const char* function, unsigned int line,
                              const char* format, ...) {
-  ok_ = false;
+  state_.noteFailure();
   va_list args;
   va_start(args, format);
-  if (const CQOVDebugKit* const to = kit()) {
+  if (const CQOVDebugKit* const to = state_.kit()) {
     to->warn(logId, function, line, format, args);
   }
   va_end(args);
@@ -90,10 +105,10 @@ void CQOVDebugKitGuard::warn(unsigned long long logId, const char* function, uns
 
 void CQOVDebugKitGuard::error(unsigned long long logId, const char* function, unsigned int line,
                               const char* format, ...) {
-  ok_ = false;
+  state_.noteFailure();
   va_list args;
   va_start(args, format);
-  if (const CQOVDebugKit* const to = kit()) {
+  if (const CQOVDebugKit* const to = state_.kit()) {
     to->error(logId, function, line, format, args);
   }
   va_end(args);

@@ -1,9 +1,9 @@
 #ifndef QOV_DIAG_KIT_REGISTRY_H
 #define QOV_DIAG_KIT_REGISTRY_H
 
-#include <qovpub/qov_common_debugkit.h>
-
 #include <atomic>
+
+#include "diag/kit_table.h"
 
 namespace qov {
 
@@ -12,9 +12,8 @@ struct KitRegistry {
   /// What CQOVDebugKitMgr::instance()->find(id) answers; null also where there is no memory for the
   /// registry. Inlined, since each traced function looks its kit up.
   static const CQOVDebugKit* find(unsigned int id) {
-    CQOVDebugKitMgr* const registry = process.load(std::memory_order_acquire);
-    if (registry != nullptr && id < registry->small_.size()) {
-      if (const CQOVDebugKit* const kit = registry->small_[id].load(std::memory_order_acquire)) {
+    if (const KitTable* const table = process.load(std::memory_order_acquire)) {
+      if (const CQOVDebugKit* const kit = table->findSmall(id)) {
         return kit;
       }
     }
@@ -25,9 +24,9 @@ struct KitRegistry {
   static void acquireLocks();
   static void releaseLocks();
 
-  /// The registry of instance(), once it is made. ACE's own double check reads its pointer without
+  /// The table of instance(), once that is made. ACE's own double check reads its pointer without
   /// any ordering, so the pointer that threads go by is this one.
-  static std::atomic<CQOVDebugKitMgr*> process;
+  static std::atomic<KitTable*> process;
 
  private:
   static const CQOVDebugKit* findRare(unsigned int id);

@@ -4,6 +4,7 @@
 #include <ctime>
 #include <string_view>
 
+#include "diag/call_trace.h"
 #include "diag/complaints.h"
 #include "diag/kit_registry.h"
 #include "diag/log_end.h"
@@ -15,7 +16,9 @@
 #include "diag/record_time.h"
 #include "diag/uncancelled.h"
 
-namespace qov {
+namespace {
+
+using qov::LogLevel;
 
 /// Where a record comes from.
 struct Origin {
@@ -24,13 +27,6 @@ struct Origin {
   unsigned int line;
   int sourceLine;  ///< of the level operation, for ACE
 };
-
-}  // namespace qov
-
-namespace {
-
-using qov::LogLevel;
-using qov::Origin;
 
 /// What a call leaves as it found it. errno is the caller's: logging stands between a failed call
 /// and the look at its reason.
@@ -93,6 +89,17 @@ inline void logMessage(const LogLevel& level, const std::string& kitName, const 
   }
 }
 
+__attribute__((format(printf, 4, 0))) void logFormatted(const LogLevel& level,
+                                                        const std::string& kitName,
+                                                        const Origin& origin, const char* format,
+                                                        va_list args) {
+  const bool isOn = qov::isOn(level);
+  if (isOn || qov::Complaints::hears(level)) {
+    write<qov::PrintedRecord>(level, isOn, kitName, origin,
+                              [&](qov::Record& record) { record.print(format, args); });
+  }
+}
+
 void appendRecord(std::ostringstream& out, qov::Record& record) {
   record.finish();
   const std::string_view line = record.line();
@@ -110,6 +117,15 @@ void appendRecord(std::ostringstream& out, qov::Record& record) {
 namespace qov {
 
 std::atomic<unsigned int> deletedKits{0};
+
+void traceCall(const CQOVDebugKit& kit, const char* before, const char* name, const char* after) {
+  write<ShortRecord>(kTrace, true, kit.name(), {log_id::kCallTrace, "", 0, __LINE__},
+                     [&](Record& record) {
+                       record.add(before);
+                       record.add(name);
+                       record.add(after);
+                     });
+}
 
 }  // namespace qov
 
@@ -135,7 +151,7 @@ void CQOVDebugKit::debug(unsigned long long logId, const char* function, unsigne
 
 void CQOVDebugKit::debug(unsigned long long logId, const char* function, unsigned int line,
                          const char* format, va_list args) const {
-  logFormatted(qov::kDebug, {logId, function, line, __LINE__}, format, args);
+  logFormatted(qov::kDebug, name_, {logId, function, line, __LINE__}, format, args);
 }
 
 void CQOVDebugKit::info(unsigned long long logId, const char* function, unsigned int line,
@@ -150,7 +166,7 @@ void CQOVDebugKit::info(unsigned long long logId, const char* function, unsigned
 
 void CQOVDebugKit::info(unsigned long long logId, const char* function, unsigned int line,
                         const char* format, va_list args) const {
-  logFormatted(qov::kInfo, {logId, function, line, __LINE__}, format, args);
+  logFormatted(qov::kInfo, name_, {logId, function, line, __LINE__}, format, args);
 }
 
 void CQOVDebugKit::warn(unsigned long long logId, const char* function, unsigned int line,
@@ -165,7 +181,7 @@ void CQOVDebugKit::warn(unsigned long long logId, const char* function, unsigned
 
 void CQOVDebugKit::warn(unsigned long long logId, const char* function, unsigned int line,
                         const char* format, va_list args) const {
-  logFormatted(qov::kWarn, {logId, function, line, __LINE__}, format, args);
+  logFormatted(qov::kWarn, name_, {logId, function, line, __LINE__}, format, args);
 }
 
 void CQOVDebugKit::error(unsigned long long logId, const char* function, unsigned int line,
@@ -180,7 +196,7 @@ void CQOVDebugKit::error(unsigned long long logId, const char* function, unsigne
 
 void CQOVDebugKit::error(unsigned long long logId, const char* function, unsigned int line,
                          const char* format, va_list args) const {
-  logFormatted(qov::kError, {logId, function, line, __LINE__}, format, args);
+  logFormatted(qov::kError, name_, {logId, function, line, __LINE__}, format, args);
 }
 
 void CQOVDebugKit::critical(unsigned long long logId, const char* function, unsigned int line,
@@ -195,16 +211,7 @@ void CQOVDebugKit::critical(unsigned long long logId, const char* function, unsi
 
 void CQOVDebugKit::critical(unsigned long long logId, const char* function, unsigned int line,
                             const char* format, va_list args) const {
-  logFormatted(qov::kCritical, {logId, function, line, __LINE__}, format, args);
-}
-
-void CQOVDebugKit::logFormatted(const LogLevel& level, const Origin& origin, const char* format,
-                                va_list args) const {
-  const bool isOn = qov::isOn(level);
-  if (isOn || qov::Complaints::hears(level)) {
-    write<qov::PrintedRecord>(level, isOn, name_, origin,
-                              [&](qov::Record& record) { record.print(format, args); });
-  }
+  logFormatted(qov::kCritical, name_, {logId, function, line, __LINE__}, format, args);
 }
 
 void CQOVDebugKit::trace(const std::string& message) const {
@@ -213,15 +220,6 @@ void CQOVDebugKit::trace(const std::string& message) const {
 
 void CQOVDebugKit::trace(const char* message) const {
   logMessage(qov::kTrace, name_, {qov::log_id::kCallTrace, "", 0, __LINE__}, message);
-}
-
-void CQOVDebugKit::traceCall(const char* before, const char* name, const char* after) const {
-  write<qov::ShortRecord>(qov::kTrace, true, name_, {qov::log_id::kCallTrace, "", 0, __LINE__},
-                          [&](qov::Record& record) {
-                            record.add(before);
-                            record.add(name);
-                            record.add(after);
-                          });
 }
 
 void CQOVDebugKit::makeLog(std::ostringstream& out, unsigned long long logId, const char* tag,

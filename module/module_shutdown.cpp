@@ -8,7 +8,7 @@
 
 #include <qovpub/qov_leader_task.h>
 
-#include "module/loader_work.h"
+#include "module/module_table.h"
 #include "module/shutdown_watch.h"
 #include "task/leader_turn.h"
 #include "task/running_managers.h"
@@ -57,7 +57,7 @@ void ModuleShutdown::stopModules() {
   if (CQOV_Module_Loader* const loader =
           ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance()) {
     loader->unload();
-    loader->work_->stopLeftovers();
+    loader->table_->stopLeftovers();
   }
 }
 
@@ -76,7 +76,7 @@ void ModuleShutdown::end(void*) {
   // held. Where nothing was left, forgetWhenIdle() has taken this handler back.
   const ShutdownWatch watch;
   // exit() in a module's start has left this thread in the middle of that, with the table held.
-  CQOV_Module_Loader::Work::endInterruptedLoad();
+  CQOV_Module_Loader::ModuleTable::endInterruptedLoad();
   turn.lock();
   stopModules();
   RunningManagers::stopAll();

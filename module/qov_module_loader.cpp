@@ -16,10 +16,10 @@
 #include "frame/env/failure.h"
 #include "module/caught.h"
 #include "module/dll_manager.h"
-#include "module/loader_work.h"
 #include "module/module_entry.h"
 #include "module/module_library.h"
 #include "module/module_shutdown.h"
+#include "module/module_table.h"
 #include "module/shutdown_watch.h"
 #include "module/table_guards.h"
 #include "task/ending_thread.h"
@@ -42,8 +42,8 @@ void tellReason(CQOVDebugKitGuard& guard, const std::string& tried, const std::s
 }  // namespace
 
 /// One load() on its thread.
-struct CQOV_Module_Loader::Work::Loading {
-  explicit Loading(Work& work) : table(work) { loading_ = this; }
+struct CQOV_Module_Loader::ModuleTable::Loading {
+  explicit Loading(ModuleTable& owner) : table(owner) { loading_ = this; }
   ~Loading() {
     if (manager != nullptr) {
       // The end of a module that has failed to start may hang as any other.
@@ -71,17 +71,18 @@ struct CQOV_Module_Loader::Work::Loading {
   TableWriter table;
 };
 
-bool CQOV_Module_Loader::Work::bModuleLoaded_ = false;
-thread_local CQOV_Module_Loader::Work::Loading* CQOV_Module_Loader::Work::loading_ = nullptr;
+bool CQOV_Module_Loader::ModuleTable::bModuleLoaded_ = false;
+thread_local CQOV_Module_Loader::ModuleTable::Loading* CQOV_Module_Loader::ModuleTable::loading_ =
+    nullptr;
 
-CQOV_Module_Loader::CQOV_Module_Loader() : work_(std::make_unique<Work>()) {}
+CQOV_Module_Loader::CQOV_Module_Loader() : table_(std::make_unique<ModuleTable>()) {}
 
 CQOV_Module_Loader::~CQOV_Module_Loader() {
   if (qov::ModuleShutdown::mayStop()) {
     unload();
-    work_->stopLeftovers();
+    table_->stopLeftovers();
   } else {
-    work_->abandonModules();
+    table_->abandonModules();
   }
 }
 
@@ -94,10 +95,11 @@ bool CQOV_Module_Loader::load() {
                 "Failed to load module, because module is empty!");
     return false;
   }
-  return work_->load(names, guard);
+  return table_->load(names, guard);
 }
 
-bool CQOV_Module_Loader::Work::load(const std::list<std::string>& names, CQOVDebugKitGuard& guard) {
+bool CQOV_Module_Loader::ModuleTable::load(const std::list<std::string>& names,
+                                           CQOVDebugKitGuard& guard) {
   bool loaded = false;
   int reason = 0;
   {
@@ -121,13 +123,13 @@ bool CQOV_Module_Loader::Work::load(const std::list<std::string>& names, CQOVDeb
   return loaded;
 }
 
-void CQOV_Module_Loader::Work::endInterruptedLoad() {
+void CQOV_Module_Loader::ModuleTable::endInterruptedLoad() {
   if (loading_ != nullptr) {
     loading_->end();
   }
 }
 
-void CQOV_Module_Loader::Work::StopAndDelete::operator()(CQOV_TaskMgr* manager) const {
+void CQOV_Module_Loader::ModuleTable::StopAndDelete::operator()(CQOV_TaskMgr* manager) const {
   const qov::CurrentStep step("stopping module %u (%s)", manager->moduleId(),
                               manager->name().c_str());
   // Joined before the destructor of the module's own class frees what its threads use.
@@ -135,8 +137,8 @@ void CQOV_Module_Loader::Work::StopAndDelete::operator()(CQOV_TaskMgr* manager) 
   delete manager;
 }
 
-bool CQOV_Module_Loader::Work::loadModules(const std::list<std::string>& names, ManagerPtr& manager,
-                                           CQOVDebugKitGuard& guard) {
+bool CQOV_Module_Loader::ModuleTable::loadModules(const std::list<std::string>& names,
+                                                  ManagerPtr& manager, CQOVDebugKitGuard& guard) {
   for (const std::string& name : names) {
     loading_->step.emplace("loading module %s", name.c_str());
     // The last record when the module ends the process.
@@ -149,8 +151,8 @@ bool CQOV_Module_Loader::Work::loadModules(const std::list<std::string>& names, 
   return true;
 }
 
-bool CQOV_Module_Loader::Work::loadModule(const std::string& name, ManagerPtr& manager,
-                                          CQOVDebugKitGuard& guard) {
+bool CQOV_Module_Loader::ModuleTable::loadModule(const std::string& name, ManagerPtr& manager,
+                                                 CQOVDebugKitGuard& guard) {
   ACE_DLL_Handle* dll = nullptr;
   manager = createModule(name, dll, guard);
   if (manager == nullptr) {
@@ -181,7 +183,7 @@ bool CQOV_Module_Loader::Work::loadModule(const std::string& name, ManagerPtr& m
   return true;
 }
 
-CQOV_Module_Loader::Work::ManagerPtr CQOV_Module_Loader::Work::createModule(
+CQOV_Module_Loader::ModuleTable::ManagerPtr CQOV_Module_Loader::ModuleTable::createModule(
     const std::string& name, ACE_DLL_Handle*& dll, CQOVDebugKitGuard& guard) {
   std::string whyNot;
   dll = qov::openLibrary(name.c_str(), whyNot);
@@ -213,8 +215,8 @@ CQOV_Module_Loader::Work::ManagerPtr CQOV_Module_Loader::Work::createModule(
   return manager;
 }
 
-bool CQOV_Module_Loader::Work::startModule(CQOV_TaskMgr& manager, const std::string& name,
-                                           ACE_DLL_Handle& dll, CQOVDebugKitGuard& guard) {
+bool CQOV_Module_Loader::ModuleTable::startModule(CQOV_TaskMgr& manager, const std::string& name,
+                                                  ACE_DLL_Handle& dll, CQOVDebugKitGuard& guard) {
   bool started = false;
   std::string whyNot = "init() returned false";
   qov::ModuleContext::of(manager).stoppedBeforeDeleted_ = true;
@@ -234,10 +236,10 @@ bool CQOV_Module_Loader::Work::startModule(CQOV_TaskMgr& manager, const std::str
 
 void CQOV_Module_Loader::unload() {
   CQOVDebugKitGuard guard(0, "void CQOV_Module_Loader::unload()");
-  work_->unload(guard);
+  table_->unload(guard);
 }
 
-void CQOV_Module_Loader::Work::unload(CQOVDebugKitGuard& guard) {
+void CQOV_Module_Loader::ModuleTable::unload(CQOVDebugKitGuard& guard) {
   {
     const TableWriter table(*this);
     if (!bModuleLoaded_) {
@@ -249,7 +251,7 @@ void CQOV_Module_Loader::Work::unload(CQOVDebugKitGuard& guard) {
   }
 }
 
-bool CQOV_Module_Loader::Work::unloadFirst(CQOVDebugKitGuard& guard) {
+bool CQOV_Module_Loader::ModuleTable::unloadFirst(CQOVDebugKitGuard& guard) {
   const Turn turn(qov::ModuleShutdown::turn);
   const std::unique_ptr<Entry> entry = takeFirst();
   if (entry == nullptr) {
@@ -264,7 +266,8 @@ bool CQOV_Module_Loader::Work::unloadFirst(CQOVDebugKitGuard& guard) {
   return true;
 }
 
-std::unique_ptr<CQOV_Module_Loader::Work::Entry> CQOV_Module_Loader::Work::takeFirst() {
+std::unique_ptr<CQOV_Module_Loader::ModuleTable::Entry>
+CQOV_Module_Loader::ModuleTable::takeFirst() {
   const TableWriter table(*this);
   for (std::unique_ptr<Entry>& slot : modules_) {
     if (slot != nullptr) {
@@ -274,7 +277,7 @@ std::unique_ptr<CQOV_Module_Loader::Work::Entry> CQOV_Module_Loader::Work::takeF
   return nullptr;
 }
 
-void CQOV_Module_Loader::Work::abandonModules() {
+void CQOV_Module_Loader::ModuleTable::abandonModules() {
   // Their threads, if there are any, go on until the process is gone.
   std::optional<TableWriter> table;
   if (!qov::ModuleShutdown::isForkedChild()) {
@@ -288,13 +291,13 @@ void CQOV_Module_Loader::Work::abandonModules() {
   }
 }
 
-void CQOV_Module_Loader::Work::Entry::end() {
+void CQOV_Module_Loader::ModuleTable::Entry::end() {
   const auto id = static_cast<std::uint8_t>(taskMgr->moduleId());
   taskMgr.reset();
   qov::RunningManagers::tellEnded(id);
 }
 
-void CQOV_Module_Loader::Work::stopLeftovers() {
+void CQOV_Module_Loader::ModuleTable::stopLeftovers() {
   const Turn turn(qov::ModuleShutdown::turn);
   while (const std::unique_ptr<Entry> entry = takeFirst()) {
     entry->end();

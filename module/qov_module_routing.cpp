@@ -11,8 +11,8 @@
 #include <qovpub/qov_utility.h>
 
 #include "diag/log_ids.h"
-#include "module/loader_work.h"
 #include "module/message_copy.h"
+#include "module/module_table.h"
 #include "module/table_guards.h"
 #include "task/message_block.h"
 
@@ -33,7 +33,7 @@ void readdress(ACE_Message_Block& copy, unsigned int gid) {
 
 }  // namespace
 
-enum class CQOV_Module_Loader::Work::Delivery { kDone, kNobody, kNoManager, kRefused };
+enum class CQOV_Module_Loader::ModuleTable::Delivery { kDone, kNobody, kNoManager, kRefused };
 
 // What goes wrong is logged when the table is free again: a slow log must not keep a writer out.
 
@@ -44,8 +44,8 @@ int CQOV_Module_Loader::sendMsg(u_short pid, ACE_Message_Block* mb) {
                unsigned{pid});
     return -1;
   }
-  using Delivery = Work::Delivery;
-  const Delivery delivery = work_->deliver(pid, mb);
+  using Delivery = ModuleTable::Delivery;
+  const Delivery delivery = table_->deliver(pid, mb);
   if (delivery == Delivery::kNobody) {
     guard.warn(qov::log_id::kRouteNoModule, __FUNCTION__, __LINE__, "Pid %u is invalid!",
                unsigned{pid});
@@ -56,8 +56,8 @@ int CQOV_Module_Loader::sendMsg(u_short pid, ACE_Message_Block* mb) {
   return delivery == Delivery::kDone ? 0 : -1;
 }
 
-CQOV_Module_Loader::Work::Delivery CQOV_Module_Loader::Work::deliver(u_short pid,
-                                                                     ACE_Message_Block* mb) {
+CQOV_Module_Loader::ModuleTable::Delivery CQOV_Module_Loader::ModuleTable::deliver(
+    u_short pid, ACE_Message_Block* mb) {
   const TableReader table(*this);
   const bool known = pid < modules_.size() && modules_[pid] != nullptr;
   if (!known || modules_[pid]->taskMgr == nullptr) {
@@ -77,10 +77,10 @@ void CQOV_Module_Loader::sendMsg2All(ACE_Message_Block* mb) {
     guard.warn(qov::log_id::kRouteAllNull, __FUNCTION__, __LINE__, "Null message.");
     return;
   }
-  std::bitset<Work::kGids> refused;
-  const bool copied = work_->copyToAll(*mb, refused);
+  std::bitset<ModuleTable::kGids> refused;
+  const bool copied = table_->copyToAll(*mb, refused);
   const int error = errno;
-  for (unsigned int gid = 0; gid < Work::kGids; ++gid) {
+  for (unsigned int gid = 0; gid < ModuleTable::kGids; ++gid) {
     if (refused[gid]) {
       guard.error(qov::log_id::kRouteAllRefused, __FUNCTION__, __LINE__,
                   "Failed to send message to pid %u.", gid);
@@ -94,7 +94,8 @@ void CQOV_Module_Loader::sendMsg2All(ACE_Message_Block* mb) {
   qov::releaseWithPackage(mb);
 }
 
-bool CQOV_Module_Loader::Work::copyToAll(const ACE_Message_Block& mb, std::bitset<kGids>& refused) {
+bool CQOV_Module_Loader::ModuleTable::copyToAll(const ACE_Message_Block& mb,
+                                                std::bitset<kGids>& refused) {
   const TableReader table(*this);
   for (unsigned int gid = 0; gid < kGids; ++gid) {
     if (modules_[gid] == nullptr) {

@@ -21,7 +21,9 @@ namespace {
 
 using Guard = ACE_Guard<ACE_Thread_Mutex>;
 
-void closePlugins(const std::multimap<u_int, ACE_DLL_Handle*>& plugins, CQOVDebugKitGuard& guard) {
+using Table = std::multimap<u_int, ACE_DLL_Handle*>;
+
+void closePlugins(const Table& plugins, CQOVDebugKitGuard& guard) {
   for (const auto& plugin : plugins) {
     guard.info(qov::log_id::kPluginRemoved, __FUNCTION__, __LINE__, "Remove plugin name is %s!",
                plugin.second->dll_name());
@@ -58,16 +60,14 @@ ACE_Thread_Mutex CQOV_Plugins::oSingLetonMutex_;
 CQOV_Plugins::CQOV_Plugins() = default;
 
 CQOV_Plugins::~CQOV_Plugins() {
-  clear();
-  // What static objects have opened while their libraries came and went.
-  while (holdsPlugins()) {
+  const auto holdsPlugins = [this] {
+    const Guard lock(lock_);
+    return !plugins_.empty();
+  };
+  // Again for what static objects have opened while their libraries came and went.
+  do {
     clear();
-  }
-}
-
-bool CQOV_Plugins::holdsPlugins() {
-  const Guard lock(lock_);
-  return !plugins_.empty();
+  } while (holdsPlugins());
 }
 
 CQOV_Plugins* CQOV_Plugins::instance() {

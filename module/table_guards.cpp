@@ -11,31 +11,33 @@ constexpr std::chrono::milliseconds kStandBack{1000};
 
 }  // namespace
 
-CQOV_Module_Loader::Work::TableWriter::TableWriter(Work& work) : lock_(work.lock_, false) {
+CQOV_Module_Loader::ModuleTable::TableWriter::TableWriter(ModuleTable& table)
+    : lock_(table.lock_, false) {
   if (lock_.locked()) {
     return;
   }
-  ++work.waitingWriters_;
+  ++table.waitingWriters_;
   lock_.acquire_write();
   {
-    const std::lock_guard<std::mutex> entrance(work.entrance_);
-    --work.waitingWriters_;
+    const std::lock_guard<std::mutex> entrance(table.entrance_);
+    --table.waitingWriters_;
   }
-  work.entranceFree_.notify_all();
+  table.entranceFree_.notify_all();
 }
 
-CQOV_Module_Loader::Work::TableReader::TableReader(Work& work) : lock_(standBack(work), false) {
+CQOV_Module_Loader::ModuleTable::TableReader::TableReader(ModuleTable& table)
+    : lock_(standBack(table), false) {
   if (!lock_.locked()) {
     qov::beforeWaiting();
     lock_.acquire_read();
   }
 }
 
-ACE_RW_Thread_Mutex& CQOV_Module_Loader::Work::TableReader::standBack(Work& work) {
-  if (work.waitingWriters_ > 0) {
+ACE_RW_Thread_Mutex& CQOV_Module_Loader::ModuleTable::TableReader::standBack(ModuleTable& table) {
+  if (table.waitingWriters_ > 0) {
     qov::beforeWaiting();
-    std::unique_lock<std::mutex> entrance(work.entrance_);
-    work.entranceFree_.wait_for(entrance, kStandBack, [&] { return work.waitingWriters_ == 0; });
+    std::unique_lock<std::mutex> entrance(table.entrance_);
+    table.entranceFree_.wait_for(entrance, kStandBack, [&] { return table.waitingWriters_ == 0; });
   }
-  return work.lock_;
+  return table.lock_;
 }

@@ -11,7 +11,7 @@
 #include "task/doorbell.h"
 #include "task/leader_turn.h"
 #include "task/message_block.h"
-#include "task/task_queue.h"
+#include "task/task_context.h"
 #include "task/time_span.h"
 
 namespace qov {
@@ -171,10 +171,10 @@ Admission::Need Admission::needOf(const ACE_Message_Block& mb) const {
   }
   const bool toItself = pkg != nullptr && QOVMsgHead::isType(pkg->head().type_) &&
                         pkg->head().rpid_ == processId_ && pkg->head().rmid_ == moduleId_;
-  if (!toItself || (sender != nullptr && sender->makesRoom_)) {
+  if (!toItself || (sender != nullptr && TaskContext::of(*sender).makesRoom_)) {
     return {kLimit};
   }
-  return {kLimit, kLimit, sender != nullptr ? &sender->queue_->booked() : nullptr};
+  return {kLimit, kLimit, sender != nullptr ? &TaskContext::of(*sender).queue_->booked() : nullptr};
 }
 
 void Admission::letIn() {

@@ -21,6 +21,8 @@
 #include "task/pending_requests.h"
 #include "task/wait_reactor.h"
 
+class CQOVDebugKitGuard;
+
 /// What a leader dispatches with: where the messages of one module go, and who waits for which
 /// response. Operations with a name of the leader's are the leader's, and traced as such.
 ///

@@ -12,8 +12,10 @@
 
 #include "diag/log_ids.h"
 #include "task/ending_thread.h"
+#include "task/hand_over.h"
 #include "task/module_context.h"
 #include "task/send_cause.h"
+#include "task/task_context.h"
 
 namespace qov {
 
@@ -54,7 +56,7 @@ QOVReason LaterAnswer::ask(CQOV_Task& sender, std::unique_ptr<CQOV_MsgPackage> r
   if (leader == nullptr) {
     return QOVReason::kStopped;
   }
-  ModuleCounters& counters = sender.counters();
+  ModuleCounters& counters = TaskContext::countersOf(sender);
   if (!counters.askedLater_.addUpTo(QOVRequest::kMostLater)) {
     return QOVReason::kNoRoom;
   }
@@ -69,8 +71,8 @@ QOVReason LaterAnswer::ask(CQOV_Task& sender, std::unique_ptr<CQOV_MsgPackage> r
   }
   std::unique_ptr<TimeoutDesc> waiter(new (std::nothrow)
                                           TimeoutDesc{nullptr, timeout, -1, later.get()});
-  if (sender.handOverRequest(log, request.release(), std::move(waiter), &timeout, true,
-                             sender.isWorkerHere()) != 0) {
+  if (handOverRequest(sender, log, request.release(), std::move(waiter), &timeout, true,
+                      isWorkerHere(sender)) != 0) {
     return reasonOf(errno);
   }
   static_cast<void>(later.release());

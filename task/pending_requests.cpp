@@ -1,7 +1,5 @@
 #include "task/pending_requests.h"
 
-#include <qovpub/qov_task.h>
-
 #include <cassert>
 #include <cerrno>
 #include <memory>
@@ -12,6 +10,7 @@
 #include "task/later_answer.h"
 #include "task/message_block.h"
 #include "task/send_cause.h"
+#include "task/task_context.h"
 
 namespace qov {
 
@@ -85,7 +84,7 @@ void PendingRequests::drop(const MsgKey& key, int cause) {
     wake(sender, cause);
     return;
   }
-  sender.task_->cause_ = cause;
+  TaskContext::of(*sender.task_).cause_ = cause;
   // The queue itself and not wakeup(), so a static task that waits in its response slot is not
   // woken here: kept.
   sender.task_->msg_queue()->pulse();

@@ -1,9 +1,9 @@
 #include "task/started_tasks.h"
 
-#include <qovpub/qov_task.h>
-
 #include <array>
 #include <utility>
+
+#include "task/task_context.h"
 
 namespace qov {
 
@@ -22,8 +22,9 @@ bool StartedTasks::add(CQOV_Task* task) {
   if (*place == nullptr) {
     *place = task;
   }
-  task->told_ = stopping_;
-  task->joined_ = false;
+  TaskContext& context = TaskContext::of(*task);
+  context.told_ = stopping_;
+  context.joined_ = false;
   return !stopping_;
 }
 
@@ -31,7 +32,7 @@ void StartedTasks::remove(CQOV_Task* task) {
   const std::lock_guard<std::mutex> lock(mutex_);
   CQOV_Task** const place = placeOf(task);
   if (*place != nullptr) {
-    *place = std::exchange(task->nextStarted_, nullptr);
+    *place = std::exchange(TaskContext::of(*task).nextStarted_, nullptr);
   }
 }
 
@@ -56,29 +57,29 @@ void StartedTasks::beginStop() {
 }
 
 CQOV_Task* StartedTasks::nextToTell() {
-  return markNext(&CQOV_Task::told_);
+  return markNext(&TaskContext::told_);
 }
 
 CQOV_Task* StartedTasks::nextToJoin() {
-  return markNext(&CQOV_Task::joined_);
+  return markNext(&TaskContext::joined_);
 }
 
 CQOV_Task** StartedTasks::placeOf(const CQOV_Task* task) {
   CQOV_Task** place = &first_;
   while (*place != nullptr && *place != task) {
-    place = &(*place)->nextStarted_;
+    place = &TaskContext::of(**place).nextStarted_;
   }
   return place;
 }
 
-CQOV_Task* StartedTasks::markNext(bool CQOV_Task::*mark) {
+CQOV_Task* StartedTasks::markNext(bool TaskContext::*mark) {
   const std::lock_guard<std::mutex> lock(mutex_);
   CQOV_Task* task = first_;
-  while (task != nullptr && task->*mark) {
-    task = task->nextStarted_;
+  while (task != nullptr && TaskContext::of(*task).*mark) {
+    task = TaskContext::of(*task).nextStarted_;
   }
   if (task != nullptr) {
-    task->*mark = true;
+    TaskContext::of(*task).*mark = true;
   }
   return task;
 }

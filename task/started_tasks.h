@@ -9,6 +9,8 @@ class CQOV_Task;
 
 namespace qov {
 
+struct TaskContext;
+
 /// The tasks of one module that were started, in that order: whom to tell when the module stops and
 /// whose threads to join. The thread group alone does not tell: another manager of the same id may
 /// run in it, and tasks that were handed to the pool may run outside.
@@ -46,7 +48,7 @@ class StartedTasks {
   /// Where the pointer to `task` stands, or the null at the end.
   CQOV_Task** placeOf(const CQOV_Task* task);
   /// Sets the mark of the first task without it; null when all have it.
-  CQOV_Task* markNext(bool CQOV_Task::*mark);
+  CQOV_Task* markNext(bool TaskContext::*mark);
 
   std::mutex mutex_;
   // Guarded by mutex_, as the links and the marks in the tasks.

@@ -2,11 +2,27 @@
 #include <qovpub/qov_task.h>
 
 #include "diag/log_ids.h"
-#include "task/module_counters.h"
-#include "task/response_slot.h"
+#include "task/task_context.h"
+
+namespace {
+
+using qov::TaskContext;
+
+qov::ResponseSlot& slotOf(const CQOV_StaticSchecheduledTask& task) {
+  return *TaskContext::of(task).slot_;
+}
+
+/// Counts a response that nobody took.
+void countDropped(const CQOV_StaticSchecheduledTask& task, bool dropped) {
+  if (dropped) {
+    TaskContext::countersOf(task).drop(QOVDropReason::kNobodyWaits);
+  }
+}
+
+}  // namespace
 
 CQOV_StaticSchecheduledTask::CQOV_StaticSchecheduledTask(CQOV_TaskMgr* mgr) : CQOV_CommonTask(mgr) {
-  slot_ = std::make_unique<qov::ResponseSlot>();
+  TaskContext::of(*this).slot_ = std::make_unique<qov::ResponseSlot>();
 }
 
 CQOV_StaticSchecheduledTask::~CQOV_StaticSchecheduledTask() = default;
@@ -14,12 +30,12 @@ CQOV_StaticSchecheduledTask::~CQOV_StaticSchecheduledTask() = default;
 void CQOV_StaticSchecheduledTask::notifyExit() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual void CQOV_StaticSchecheduledTask::notifyExit()");
   CQOV_Task::notifyExit();
-  slot_->stop();
+  slotOf(*this).stop();
 }
 
 int CQOV_StaticSchecheduledTask::wakeup() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_StaticSchecheduledTask::wakeup()");
-  countDropped(slot_->wake());
+  countDropped(*this, slotOf(*this).wake());
   return 0;
 }
 
@@ -30,14 +46,8 @@ int CQOV_StaticSchecheduledTask::putMsg(int type, ACE_Message_Block* mb, ACE_Tim
   if (type != QOVMsgHead::kResponse) {
     return CQOV_Task::putMsg(type, mb, timeout);
   }
-  countDropped(slot_->put(mb));
+  countDropped(*this, slotOf(*this).put(mb));
   return 0;
-}
-
-void CQOV_StaticSchecheduledTask::countDropped(bool dropped) {
-  if (dropped) {
-    counters().drop(QOVDropReason::kNobodyWaits);
-  }
 }
 
 int CQOV_StaticSchecheduledTask::idle() {
@@ -48,6 +58,6 @@ int CQOV_StaticSchecheduledTask::idle() {
 int CQOV_StaticSchecheduledTask::getMsg(ACE_Message_Block*& mb) {
   CQOVDebugKitGuard log(qov::kPublicKit,
                         "virtual int CQOV_StaticSchecheduledTask::getMsg(ACE_Message_Block*&)");
-  mb = slot_->take();
+  mb = slotOf(*this).take();
   return 0;
 }

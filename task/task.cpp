@@ -12,40 +12,46 @@
 #include "diag/log_ids.h"
 #include "task/message_block.h"
 #include "task/module_context.h"
-#include "task/response_slot.h"
-#include "task/task_queue.h"
+#include "task/task_context.h"
 #include "task/thread_groups.h"
 #include "task/thread_name.h"
 #include "task/thread_tasks.h"
 
-using qov::ModuleContext;
+using qov::TaskContext;
 using qov::ThreadTasks;
 
 namespace {
 
 std::shared_ptr<qov::StartedTasks> startedTasksOf(const CQOV_TaskMgr* mgr) {
-  return mgr != nullptr ? ModuleContext::of(*mgr).startedTasks_ : nullptr;
+  return mgr != nullptr ? qov::ModuleContext::of(*mgr).startedTasks_ : nullptr;
 }
 
 }  // namespace
 
-CQOV_Task::CQOV_Task(CQOV_TaskMgr* mgr) : CQOV_Task(mgr, std::make_unique<qov::TaskQueue>()) {}
+namespace qov {
 
-CQOV_Task::CQOV_Task(CQOV_TaskMgr* mgr, std::unique_ptr<qov::TaskQueue> queue)
-    : ACE_Task<ACE_MT_SYNCH>(nullptr, queue.get()),
+TaskContext::TaskContext(const CQOV_TaskMgr* mgr, std::unique_ptr<TaskQueue> queue)
+    : queue_(std::move(queue)), startedTasks_(startedTasksOf(mgr)) {}
+
+ModuleCounters& TaskContext::countersOf(const CQOV_Task& task) {
+  return ModuleContext::of(*task.taskMgr()).counters_;
+}
+
+}  // namespace qov
+
+CQOV_Task::CQOV_Task(CQOV_TaskMgr* mgr)
+    : CQOV_Task(mgr, std::make_unique<TaskContext>(mgr, std::make_unique<qov::TaskQueue>())) {}
+
+CQOV_Task::CQOV_Task(CQOV_TaskMgr* mgr, std::unique_ptr<TaskContext> context)
+    : ACE_Task<ACE_MT_SYNCH>(nullptr, context->queue_.get()),
       taskMgr_(mgr),
-      queue_(std::move(queue)),
-      startedTasks_(startedTasksOf(mgr)) {}
+      context_(std::move(context)) {}
 
 CQOV_Task::~CQOV_Task() {
   ThreadTasks::instance().unbindAll(this);
-  if (startedTasks_) {
-    startedTasks_->remove(this);
+  if (context_->startedTasks_) {
+    context_->startedTasks_->remove(this);
   }
-}
-
-qov::ModuleCounters& CQOV_Task::counters() const {
-  return ModuleContext::of(*taskMgr_).counters_;
 }
 
 void CQOV_Task::notifyExit() {
@@ -68,7 +74,7 @@ int CQOV_Task::wakeup() {
 }
 
 int CQOV_Task::endWait(int cause) {
-  cause_ = cause;
+  context_->cause_ = cause;
   return wakeup();
 }
 
@@ -85,8 +91,8 @@ int CQOV_Task::idle() {
 
 int CQOV_Task::getMsg(ACE_Message_Block*& mb) {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual int CQOV_Task::getMsg(ACE_Message_Block*&)");
-  const int result = queue_->dequeueBeforeStop(mb);
-  return result != -1 ? result : queue_->activate();
+  const int result = context_->queue_->dequeueBeforeStop(mb);
+  return result != -1 ? result : context_->queue_->activate();
 }
 
 int CQOV_Task::activate(long flags, int n_threads, int force_active, long priority, int grp_id,
@@ -99,7 +105,7 @@ int CQOV_Task::activate(long flags, int n_threads, int force_active, long priori
     return -1;
   }
   ACE_thread_t* const started = thread_ids != nullptr ? thread_ids : ids.get();
-  started_ = true;
+  context_->started_ = true;
   // Not named by ACE, which names a thread that it could not start, too, and crashes. A detached
   // thread may be gone before it gets its name.
   const bool named = (flags & THR_JOINABLE) != 0;
@@ -119,7 +125,7 @@ int CQOV_Task::activate(long flags, int n_threads, int force_active, long priori
   }
   // By the group that was asked for: a task that asked for none is its starter's own.
   if (taskMgr_ != nullptr && grp_id != -1 && grp_id == taskMgr_->gid() &&
-      !startedTasks_->add(this)) {
+      !context_->startedTasks_->add(this)) {
     qov::tellToEnd(*this);
   }
   return result;

@@ -10,6 +10,8 @@
 #include <mutex>
 #include <vector>
 
+class CQOVDebugKitGuard;
+
 namespace qov {
 class Doorbell;
 }  // namespace qov

@@ -7,14 +7,14 @@
 
 void QOVTestKit::start(QOVPeriodicTask& task) {
   // As in svc(), so that every() sets due_.
-  task.running_ = true;
-  periods_.push_back({&task, task.due_, now_ + task.first()});
+  task.state_.running_ = true;
+  periods_.push_back({&task, task.state_.due_, now_ + task.first()});
 }
 
 void QOVTestKit::noteNewPeriods() {
   for (Period& period : periods_) {
-    if (period.told != period.task->due_) {
-      period.told = period.task->due_;
+    if (period.told != period.task->state_.due_) {
+      period.told = period.task->state_.due_;
       period.due = now_ + period.task->first();
     }
   }
@@ -68,12 +68,12 @@ void QOVTestKit::tick(Period& period) {
 
 void QOVTestKit::moveOn(Period& period) {
   QOVPeriodicTask& task = *period.task;
-  if (period.told != task.due_) {
+  if (period.told != task.state_.due_) {
     noteNewPeriods();
     return;
   }
   const Duration late = std::max(now_ - period.due, Duration(1));
   const auto missed = (late - Duration(1)) / task.period();
   period.due += (missed + 1) * task.period();
-  task.missed_ += static_cast<std::uint64_t>(missed);
+  task.state_.missed_ += static_cast<std::uint64_t>(missed);
 }

@@ -40,7 +40,39 @@ std::unique_ptr<CIType> itemFrom(const TiXmlElement& element) try {
   return nullptr;
 }
 
+bool parseDevices(CQOVXmlParser& parser, TiXmlElement& deviceConfig) {
+  for (TiXmlElement* device = deviceConfig.FirstChildElement(); device != nullptr;
+       device = device->NextSiblingElement()) {
+    const char* const deviceDesc = device->Attribute("DeviceDesc");
+    TiXmlElement* const firstItem = device->FirstChildElement();
+    if (deviceDesc != nullptr && firstItem != nullptr &&
+        !parser.parseConfigItem(deviceDesc, firstItem)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+/// False when there is such an item already. Throws std::bad_alloc with nothing changed.
+bool store(CQOVXmlParser::DeviceMap& devices, const std::string& deviceDesc, CIType& item) {
+  const auto known = devices.find(deviceDesc);
+  if (known != devices.end()) {
+    return known->second->emplace(item.key, &item).second;
+  }
+  auto items = std::make_unique<CQOVXmlParser::ItemMap>();
+  items->emplace(item.key, &item);
+  devices.emplace(deviceDesc, items.get());
+  static_cast<void>(items.release());
+  return true;
+}
+
 }  // namespace
+
+enum class CQOVXmlParser::Added {
+  kStored,  ///< the item is the parser's
+  kBefore,  ///< the device has an item of that key already
+  kNot,
+};
 
 CQOVXmlParser::CQOVXmlParser(const std::string& fileName) : fileName_(fileName) {
   const CQOVDebugKitGuard guard(0, "CQOVXmlParser::CQOVXmlParser(const std::string&)");
@@ -90,7 +122,7 @@ bool CQOVXmlParser::parse() {
     guard.error(qov::log_id::kXmlNoDevices, __FUNCTION__, __LINE__, "%s", qov::kNoDeviceConfig);
     return false;
   }
-  return parseDevices(*deviceConfig);
+  return parseDevices(*this, *deviceConfig);
 }
 
 bool CQOVXmlParser::openXmlDoc(TiXmlDocument& document) {
@@ -109,18 +141,6 @@ bool CQOVXmlParser::openXmlDoc(TiXmlDocument& document) {
   guard.error(qov::log_id::kXmlGivenUp, __FUNCTION__, __LINE__, "Failed to open %s, try 3 times.",
               fileName_.c_str());
   return false;
-}
-
-bool CQOVXmlParser::parseDevices(TiXmlElement& deviceConfig) {
-  for (TiXmlElement* device = deviceConfig.FirstChildElement(); device != nullptr;
-       device = device->NextSiblingElement()) {
-    const char* const deviceDesc = device->Attribute("DeviceDesc");
-    TiXmlElement* const firstItem = device->FirstChildElement();
-    if (deviceDesc != nullptr && firstItem != nullptr && !parseConfigItem(deviceDesc, firstItem)) {
-      return false;
-    }
-  }
-  return true;
 }
 
 bool CQOVXmlParser::parseConfigItem(const char* deviceDesc, TiXmlElement* firstItem) {
@@ -170,7 +190,7 @@ CQOVXmlParser::Added CQOVXmlParser::add(const std::string& deviceDesc, CIType* i
     return Added::kNot;
   }
   try {
-    if (store(deviceDesc, *item)) {
+    if (store(*config_->first, deviceDesc, *item)) {
       return Added::kStored;
     }
     guard.warn(qov::log_id::kXmlItemTwice, __FUNCTION__, __LINE__, "%s\n",
@@ -180,17 +200,4 @@ CQOVXmlParser::Added CQOVXmlParser::add(const std::string& deviceDesc, CIType* i
     errno = ENOMEM;
     return Added::kNot;
   }
-}
-
-bool CQOVXmlParser::store(const std::string& deviceDesc, CIType& item) {
-  DeviceMap& devices = *config_->first;
-  const auto known = devices.find(deviceDesc);
-  if (known != devices.end()) {
-    return known->second->emplace(item.key, &item).second;
-  }
-  auto items = std::make_unique<ItemMap>();
-  items->emplace(item.key, &item);
-  devices.emplace(deviceDesc, items.get());
-  static_cast<void>(items.release());
-  return true;
 }

@@ -1,25 +1,20 @@
 #ifndef QOVPUB_QOV_COMMON_DEBUGKIT_H
 #define QOVPUB_QOV_COMMON_DEBUGKIT_H
 
-#include <ace/Functor.h>
-#include <ace/Hash_Map_Manager_T.h>
 #include <ace/Log_Msg.h>
 #include <ace/Singleton.h>
 #include <ace/Thread_Mutex.h>
+#include <qovpub/detail/guard_state.h>
 #include <qovpub/qov_export.h>
 
-#include <array>
-#include <atomic>
 #include <cstdarg>
 #include <cstddef>
+#include <memory>
 #include <sstream>
 #include <string>
-#include <type_traits>
 
 namespace qov {
-struct KitRegistry;
-struct LogLevel;
-struct Origin;
+class KitTable;
 }  // namespace qov
 
 /// A named logger: turns a message into one record of the fixed bracketed layout
@@ -59,11 +54,14 @@ struct Origin;
 ///         thread that is cancelled while it logs goes when its record is written.
 class QOV_EXPORT CQOVDebugKit {
  public:
+  /// `name` stands in every record of the kit. Other kits may have the same name and id.
   CQOVDebugKit(const std::string& name, unsigned int id);
+  /// No thread uses the kit any more, and no registry holds it.
   ~CQOVDebugKit();
   CQOVDebugKit(const CQOVDebugKit&) = delete;
   CQOVDebugKit& operator=(const CQOVDebugKit&) = delete;
 
+  /// As given to the constructor. The reference holds as long as the kit.
   const std::string& name() const { return name_; }
   /// The key under which CQOVDebugKitMgr::add() registers the kit.
   unsigned int id() const { return id_; }
@@ -71,6 +69,7 @@ class QOV_EXPORT CQOVDebugKit {
   /// Whether records of `priority` pass now: to spare a message that is costly to put together.
   static bool isOn(ACE_Log_Priority priority);
 
+  /// @{
   /// Tag "DBG", priority LM_DEBUG. `logId` is the caller's own number for this record, `function`
   /// its `__FUNCTION__`, `line` its source line. The last form prints `format` with `args` as
   /// vprintf does; `args` is consumed only when the level is on.
@@ -80,7 +79,9 @@ class QOV_EXPORT CQOVDebugKit {
              const char* message) const;
   void debug(unsigned long long logId, const char* function, unsigned int line, const char* format,
              va_list args) const;
+  /// @}
 
+  /// @{
   /// Tag "INFO", priority LM_INFO.
   void info(unsigned long long logId, const char* function, unsigned int line,
             const std::string& message) const;
@@ -88,7 +89,9 @@ class QOV_EXPORT CQOVDebugKit {
             const char* message) const;
   void info(unsigned long long logId, const char* function, unsigned int line, const char* format,
             va_list args) const;
+  /// @}
 
+  /// @{
   /// Tag "WARN", priority LM_WARNING.
   void warn(unsigned long long logId, const char* function, unsigned int line,
             const std::string& message) const;
@@ -96,7 +99,9 @@ class QOV_EXPORT CQOVDebugKit {
             const char* message) const;
   void warn(unsigned long long logId, const char* function, unsigned int line, const char* format,
             va_list args) const;
+  /// @}
 
+  /// @{
   /// Tag "ERR", priority LM_ERROR.
   void error(unsigned long long logId, const char* function, unsigned int line,
              const std::string& message) const;
@@ -104,7 +109,9 @@ class QOV_EXPORT CQOVDebugKit {
              const char* message) const;
   void error(unsigned long long logId, const char* function, unsigned int line, const char* format,
              va_list args) const;
+  /// @}
 
+  /// @{
   /// Tag "CRI", priority LM_CRITICAL. Every level that CQOV_Logging_Strategy sets switches this
   /// priority off, so these records pass only where no strategy is in force.
   void critical(unsigned long long logId, const char* function, unsigned int line,
@@ -113,11 +120,15 @@ class QOV_EXPORT CQOVDebugKit {
                 const char* message) const;
   void critical(unsigned long long logId, const char* function, unsigned int line,
                 const char* format, va_list args) const;
+  /// @}
 
+  /// @{
   /// Tag "TRACE", priority LM_TRACE; log id 18446744073709551615, no function, line 0.
   void trace(const std::string& message) const;
   void trace(const char* message) const;
+  /// @}
 
+  /// @{
   /// Appends one record, its newline included, to `out` whatever the priority mask says, and
   /// flushes `out`. The first form takes the message whole, NULs and all. A null `tag` or
   /// `function` leaves `out` in its bad state behind the fields before it, as inserting the null
@@ -127,18 +138,12 @@ class QOV_EXPORT CQOVDebugKit {
   void makeLog(std::ostringstream& out, unsigned long long logId, const char* tag,
                const char* function, unsigned int line, const char* format, va_list args) const
       __attribute__((format(printf, 7, 0)));
+  /// @}
 
   /// The current second in local time, for example "2026/11/13 19:50:30".
   std::string makeLogTime() const;
 
  private:
-  friend class CQOVDebugKitGuard;
-
-  void logFormatted(const qov::LogLevel& level, const qov::Origin& origin, const char* format,
-                    va_list args) const __attribute__((format(printf, 4, 0)));
-  /// The guard's record, made of three pieces. The guard has tested the level.
-  void traceCall(const char* before, const char* name, const char* after) const;
-
   const std::string name_;
   const unsigned int id_;
 };
@@ -159,6 +164,7 @@ class QOV_EXPORT CQOVDebugKitMgr {
  public:
   /// A registry that holds the public kit. A program needs only the one of instance().
   CQOVDebugKitMgr();
+  /// Deletes the kits.
   ~CQOVDebugKitMgr();
   CQOVDebugKitMgr(const CQOVDebugKitMgr&) = delete;
   CQOVDebugKitMgr& operator=(const CQOVDebugKitMgr&) = delete;
@@ -179,26 +185,12 @@ class QOV_EXPORT CQOVDebugKitMgr {
   CQOVDebugKit* find(unsigned int id);
 
  private:
-  using KitMap = ACE_Hash_Map_Manager_Ex<unsigned int, CQOVDebugKit*, ACE_Hash<unsigned int>,
-                                         ACE_Equal_To<unsigned int>, ACE_Thread_Mutex>;
-  static constexpr unsigned int kBuckets = 256;
+  friend class qov::KitTable;
 
-  void addPublicKit();
-  void empty();
-  void removeModulesKits();
-  CQOVDebugKit* lookUp(unsigned int id);
-  void publish(unsigned int id, CQOVDebugKit* kit);
-
-  ACE_Thread_Mutex changes_;  ///< keeps kits_ and small_ in step
-  KitMap kits_;
-  /// Copy of the map's entries below 256, read without a lock: a guard looks its kit up on every
-  /// call of a traced function.
-  std::array<std::atomic<CQOVDebugKit*>, kBuckets> small_;
-
-  friend struct qov::KitRegistry;  ///< reads small_; holds both locks while the process forks
+  const std::unique_ptr<qov::KitTable> table_;
 };
 
-/// The library has the one registry, also for modules whose own symbols are hidden.
+// The library has the one registry, also for modules whose own symbols are hidden.
 extern template class QOV_EXPORT ACE_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
 extern template class QOV_EXPORT ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
 
@@ -209,14 +201,6 @@ extern template class QOV_EXPORT ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Th
 /// Owns:   nothing; the kit is the registry's.
 /// Errors: none; it writes nothing when no kit is to be had.
 class QOV_EXPORT CQOVDebugKitGuard {
-  /// Whether `Text` is a pointer to characters or an array of characters that can be written to.
-  template <class Text>
-  static constexpr bool isPassing = std::is_convertible_v<Text, char*> ||
-                                    (std::is_convertible_v<Text, const char*> &&
-                                     !std::is_array_v<std::remove_reference_t<Text>>);
-  template <class Text>
-  using IfPassing = std::enable_if_t<isPassing<Text>>;
-
  public:
   /// Takes the kit registered under `kitId` (or the public one) and traces the entry into `name`,
   /// the function's full signature.
@@ -224,16 +208,20 @@ class QOV_EXPORT CQOVDebugKitGuard {
   /// The same for a literal (or another constant array that outlives the guard), which costs no
   /// string: it is borrowed.
   template <std::size_t N>
-  CQOVDebugKitGuard(int kitId, const char (&name)[N]) : CQOVDebugKitGuard(kitId, Borrowed{name}) {}
+  CQOVDebugKitGuard(int kitId, const char (&name)[N])
+      : CQOVDebugKitGuard(kitId, qov::Borrowed{name}) {}
   /// The same for a text that may change or go meanwhile: it is copied, null counts as empty.
-  template <class Text, class = IfPassing<Text>>
-  CQOVDebugKitGuard(int kitId, Text&& name) : CQOVDebugKitGuard(kitId, stringOf(name)) {}
+  template <class Text, class = qov::IfPassing<Text>>
+  CQOVDebugKitGuard(int kitId, Text&& name) : CQOVDebugKitGuard(kitId, qov::copyOf(name)) {}
+  /// Traces the way out.
   ~CQOVDebugKitGuard();
   CQOVDebugKitGuard(const CQOVDebugKitGuard&) = delete;
   CQOVDebugKitGuard& operator=(const CQOVDebugKitGuard&) = delete;
 
-  /// Log through the kit like its operations of the same names. warn() and error() also make the
-  /// guard leave with "NOK", whether or not their level is on.
+  /// @{
+  /// Log through the kit like its operations of the same names, with the arguments that `format`
+  /// asks for as printf does. warn() and error() also make the guard leave with "NOK", whether or
+  /// not their level is on.
   void debug(unsigned long long logId, const char* function, unsigned int line, const char* format,
              ...) __attribute__((format(printf, 5, 6)));
   void info(unsigned long long logId, const char* function, unsigned int line, const char* format,
@@ -242,26 +230,12 @@ class QOV_EXPORT CQOVDebugKitGuard {
             ...) __attribute__((format(printf, 5, 6)));
   void error(unsigned long long logId, const char* function, unsigned int line, const char* format,
              ...) __attribute__((format(printf, 5, 6)));
+  /// @}
 
  private:
-  struct Borrowed {
-    const char* text;
-  };
-  CQOVDebugKitGuard(int kitId, Borrowed name);
-  static std::string stringOf(const char* text) {
-    return text != nullptr ? std::string(text) : std::string();
-  }
+  CQOVDebugKitGuard(int kitId, qov::Borrowed name);
 
-  const CQOVDebugKit* kit();
-  void trace(const char* before, const char* after);
-
-  const unsigned int kitId_;
-  /// How many kits had been deleted when kit_ was found: kit_ is good while that number stands.
-  unsigned int deletedKits_;
-  const CQOVDebugKit* kit_;
-  const std::string owned_;  ///< the name, when it was no literal
-  const char* const name_;
-  bool ok_ = true;
+  qov::GuardState state_;
 };
 
 #endif

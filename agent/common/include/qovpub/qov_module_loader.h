@@ -117,11 +117,11 @@ class QOV_EXPORT CQOV_Module_Loader {
  private:
   friend class qov::ModuleShutdown;
 
-  class Work;
-  const std::unique_ptr<Work> work_;
+  class ModuleTable;
+  const std::unique_ptr<ModuleTable> table_;
 };
 
-/// The library has the one loader, also for modules whose own symbols are hidden.
+// The library has the one loader, also for modules whose own symbols are hidden.
 extern template class QOV_EXPORT ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>;
 
 #endif

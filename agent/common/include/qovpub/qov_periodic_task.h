@@ -1,10 +1,10 @@
 #ifndef QOVPUB_QOV_PERIODIC_TASK_H
 #define QOVPUB_QOV_PERIODIC_TASK_H
 
+#include <qovpub/detail/period_state.h>
 #include <qovpub/qov_export.h>
 #include <qovpub/qov_task.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <list>
@@ -45,12 +45,12 @@ class QOV_EXPORT QOVPeriodicTask : public CQOV_StaticSchecheduledTask {
 
   /// @{
   /// What every() was told, within its limits. A period of 0 or less: no ticks.
-  Duration period() const { return period_; }
-  Duration first() const { return first_; }
+  Duration period() const { return state_.period_; }
+  Duration first() const { return state_.first_; }
   /// @}
 
   /// How many times a tick was left out.
-  std::uint64_t missed() const { return missed_; }
+  std::uint64_t missed() const { return state_.missed_; }
 
   /// What is to be done each time. It may send and wait for answers.
   virtual void tick() = 0;
@@ -66,21 +66,7 @@ class QOV_EXPORT QOVPeriodicTask : public CQOV_StaticSchecheduledTask {
   // Calls tick() in place of svc(), by a clock of its own.
   friend class QOVTestKit;
 
-  using Clock = std::chrono::steady_clock;
-
-  void begin();
-  /// Serves a message, or waits until the next tick is due. False when the task is to end.
-  bool serveUntilDue(CQOVDebugKitGuard& log);
-  void tickIfDue(CQOVDebugKitGuard& log);
-  void tickOnce(CQOVDebugKitGuard& log);
-
-  // The task's own thread, once that is started.
-  Duration period_{};
-  Duration first_{};
-  Clock::time_point due_{};
-  bool running_ = false;
-
-  std::atomic<std::uint64_t> missed_{0};
+  qov::PeriodState state_;
 };
 
 #endif

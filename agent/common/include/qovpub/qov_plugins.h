@@ -85,17 +85,13 @@ class QOV_EXPORT CQOV_Plugins {
   void clear();
 
  private:
-  using Table = std::multimap<u_int, ACE_DLL_Handle*>;
-
-  bool holdsPlugins();
-
   static std::atomic<CQOV_Plugins*> pInstance_;
   /// Guards making and destroying the registry. The capitals are kept as they stand.
   static ACE_Thread_Mutex oSingLetonMutex_;
 
   ACE_Thread_Mutex lock_;
   /// Guarded by lock_.
-  Table plugins_;
+  std::multimap<u_int, ACE_DLL_Handle*> plugins_;
 };
 
 #endif

@@ -6,23 +6,14 @@
 #include <qovpub/qov_export.h>
 #include <qovpub/qov_message_package.h>
 
-#include <atomic>
 #include <cstdint>
 #include <list>
 #include <memory>
 
-class CQOVDebugKitGuard;
 class CQOV_TaskMgr;
-struct TimeoutDesc;
 
 namespace qov {
-class Admission;
-class LaterAnswer;
-class ModuleCounters;
-class PendingRequests;
-class ResponseSlot;
-class StartedTasks;
-class TaskQueue;
+struct TaskContext;
 }  // namespace qov
 
 /// Base of every thread-owning object of the runtime: a message queue, a way to be woken, a way to
@@ -133,71 +124,17 @@ class QOV_EXPORT CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
   /// An override must call it.
   int close(u_long flags = 0) override;
 
+  /// As given to the constructor.
   CQOV_TaskMgr* taskMgr() const { return taskMgr_; }
-
- protected:
-  /// For tasks that bring a queue of their own kind.
-  CQOV_Task(CQOV_TaskMgr* mgr, std::unique_ptr<qov::TaskQueue> queue);
-
-  qov::TaskQueue& taskQueue() const { return *queue_; }
-  /// Those of the module, which are there once the task is started.
-  qov::ModuleCounters& counters() const;
-
-  /// Where responses of a static scheduled task arrive; null for every other task.
-  std::unique_ptr<qov::ResponseSlot> slot_;
 
  private:
   friend class CQOV_Leader_Task;
-  friend class CQOV_TaskScheduler;
-  friend class qov::Admission;
-  friend class qov::LaterAnswer;
-  friend class qov::PendingRequests;
-  friend class qov::StartedTasks;
+  friend struct qov::TaskContext;
 
-  /// Forgets a wake-up or a response that came too late for the send() it was meant for.
-  void forgetLateAnswer();
-  /// Puts `block` into the leader's queue as CQOV_TaskMgr::putq() does, with a relative time-out.
-  /// The calling thread then does the leaders' work if it `mayLead`.
-  int handOver(ACE_Message_Block* block, const ACE_Time_Value* timeout, bool mayLead);
-  /// Hands over the request `req`, for whose response `waiter` waits: owned by the leader then.
-  /// Returns 0, or -1 with errno and `req` treated as send() does.
-  int handOverRequest(CQOVDebugKitGuard& log, const CQOV_MsgPackage* req,
-                      std::unique_ptr<TimeoutDesc> waiter, const ACE_Time_Value* timeout,
-                      bool freeReq, bool mayLead);
-  /// Whether the calling thread is this worker of the pool.
-  bool isWorkerHere() const;
-  /// Sends `req` for the one thread that may, with arguments that are valid.
-  int sendAlone(CQOVDebugKitGuard& log, const CQOV_MsgPackage* req, CQOV_MsgPackage*& rsp,
-                ACE_Time_Value* timeout, bool freeReq);
-  /// Waits for the response with the operation code and serial number of `request`, past responses
-  /// to earlier requests; null when the wait was ended.
-  ACE_Message_Block* awaitAnswerTo(const QOVMsgHead& request);
-  int waitForResponse(CQOVDebugKitGuard& log, const QOVMsgHead& request, CQOV_MsgPackage*& rsp);
-  /// Says why the wait ended without a response; returns the errno for it.
-  int explainNoResponse(CQOVDebugKitGuard& log, const QOVMsgHead& request);
+  CQOV_Task(CQOV_TaskMgr* mgr, std::unique_ptr<qov::TaskContext> context);
 
-  // Constant after construction.
   CQOV_TaskMgr* const taskMgr_;
-  const std::unique_ptr<qov::TaskQueue> queue_;
-  // That of the manager; null without one.
-  const std::shared_ptr<qov::StartedTasks> startedTasks_;
-
-  // True from the first activate() on.
-  std::atomic<bool> started_{false};
-  // While a thread is in the send() that waits.
-  std::atomic<bool> sending_{false};
-  // The errno of that send(), left by the leader before it ends the wait; 0: nobody has said why.
-  std::atomic<int> cause_{0};
-
-  // True for the leader, the scheduler and what its pool owns: their threads make room in the
-  // module. Changed under the pool's lock.
-  std::atomic<bool> makesRoom_{false};
-  // Guarded by the pool's lock.
-  bool idle_ = false;
-  // Guarded by the lock of startedTasks_.
-  CQOV_Task* nextStarted_ = nullptr;
-  bool told_ = false;
-  bool joined_ = false;
+  const std::unique_ptr<qov::TaskContext> context_;
 };
 
 /// A pooled worker: its thread takes one message at a time, calls the module's handler and returns
@@ -209,24 +146,16 @@ class QOV_EXPORT CQOV_Task : public ACE_Task<ACE_MT_SYNCH> {
 ///         is logged and the worker goes on.
 class QOV_EXPORT CQOV_CommonTask : public CQOV_Task {
  public:
+  /// `mgr` as for every task.
   explicit CQOV_CommonTask(CQOV_TaskMgr* mgr);
 
+  /// The worker's loop, on its own thread: serves message after message until notifyExit() says so.
+  /// Returns 0. Messages that wait then are dropped.
   int svc() override;
 
-  /// Handles one message. `pkg` stays with the caller, which deletes it afterwards; a handler that
-  /// wants to keep something copies it.
+  /// Handles one message and returns 0, or anything else for the log. `pkg` stays with the caller,
+  /// which deletes it afterwards; a handler that wants to keep something copies it.
   virtual int handleMessage(CQOV_MsgPackage& pkg) = 0;
-
- private:
-  friend class QOVPeriodicTask;
-
-  /// Serves the next message, waiting for one until `until`, an absolute time of day; null waits
-  /// without limit. False when the task is to end.
-  bool serveNext(CQOVDebugKitGuard& log, ACE_Time_Value* until);
-  void dropLeftOvers();
-  void serve(CQOVDebugKitGuard& log, const ACE_Message_Block& block);
-  void handle(CQOVDebugKitGuard& log, CQOV_MsgPackage& pkg);
-  int handleTimed(CQOV_MsgPackage& pkg);
 };
 
 /// A worker that answers requests by itself.
@@ -237,8 +166,10 @@ class QOV_EXPORT CQOV_CommonTask : public CQOV_Task {
 /// from CQOV_CommonTask and sends what CreateQovRspPackage() builds.
 class QOV_EXPORT CQOV_CommonTaskEx : public CQOV_CommonTask {
  public:
+  /// `mgr` as for every task.
   explicit CQOV_CommonTaskEx(CQOV_TaskMgr* mgr);
 
+  /// Calls handleRequest() and sends the answer. Returns its result.
   int handleMessage(CQOV_MsgPackage& pkg) override;
 
   /// Handles one message and may set `rsp` (null on entry) to a package that is sent as the answer;
@@ -270,11 +201,15 @@ class QOV_EXPORT CQOV_CommonTaskEx : public CQOV_CommonTask {
 ///         CQOV_TaskMgr::stop(), or the manager's destructor where nobody calls that.
 class QOV_EXPORT CQOV_StaticSchecheduledTask : public CQOV_CommonTask {
  public:
+  /// `mgr` as for every task.
   explicit CQOV_StaticSchecheduledTask(CQOV_TaskMgr* mgr);
+  /// Frees the queue and a response that nobody took. The task's thread must have ended.
   ~CQOV_StaticSchecheduledTask() override;
 
   /// Also ends a wait in the response slot, now and from now on.
   void notifyExit() override;
+  /// Ends the getMsg() or send() that waits in the response slot, or else the next one. A response
+  /// that nobody took is freed. Returns 0.
   int wakeup() override;
   /// A response (type 2) goes to the response slot, where it replaces one that nobody took; returns
   /// 0 then. Every other type goes to the own queue.
@@ -288,10 +223,6 @@ class QOV_EXPORT CQOV_StaticSchecheduledTask : public CQOV_CommonTask {
   /// Appends the operation codes that the task serves. Called once, while the task is registered. A
   /// code that another task of the module serves already stays with that one.
   virtual void getOpcList(std::list<unsigned long long>& opcs) = 0;
-
- private:
-  /// Counts a response that nobody took.
-  void countDropped(bool dropped);
 };
 
 /// The task that owns the calling thread, or null.

@@ -85,20 +85,12 @@ class QOV_EXPORT CQOVXmlParser {
 
  private:
   using DeviceMaps = std::pair<std::unique_ptr<DeviceMap>, std::unique_ptr<DeviceMap>>;
+  enum class Added;
 
-  bool parseDevices(TiXmlElement& deviceConfig);
-  /// False (errno ENOMEM) at the first item that cannot be stored.
-  bool addItems(const char* deviceDesc, const TiXmlElement* firstItem);
-
-  enum class Added {
-    kStored,  ///< the item is the parser's
-    kBefore,  ///< the device has an item of that key already
-    kNot,
-  };
   /// addDeviceConfig(), saying whose the item is.
   Added add(const std::string& deviceDesc, CIType* item);
-  /// False when there is such an item already. Throws std::bad_alloc with nothing changed.
-  bool store(const std::string& deviceDesc, CIType& item);
+  /// False (errno ENOMEM) at the first item that cannot be stored.
+  bool addItems(const char* deviceDesc, const TiXmlElement* firstItem);
 
   // Constant after construction; the first map is guarded by lock_ while items are added.
   std::unique_ptr<DeviceMaps> config_;

@@ -1,5 +1,5 @@
-#ifndef QOV_MODULE_LOADER_WORK_H
-#define QOV_MODULE_LOADER_WORK_H
+#ifndef QOV_MODULE_MODULE_TABLE_H
+#define QOV_MODULE_MODULE_TABLE_H
 
 #include <ace/DLL_Manager.h>
 #include <ace/RW_Thread_Mutex.h>
@@ -25,15 +25,15 @@ class CQOVDebugKitGuard;
 /// Owns:   the task managers in the table.
 ///
 /// Hidden: a nested class would be shown to the library's users as the one around it is.
-class __attribute__((visibility("hidden"))) CQOV_Module_Loader::Work {
+class __attribute__((visibility("hidden"))) CQOV_Module_Loader::ModuleTable {
  public:
   static constexpr std::size_t kGids = 256;
 
   enum class Delivery;
 
-  Work() = default;
-  Work(const Work&) = delete;
-  Work& operator=(const Work&) = delete;
+  ModuleTable() = default;
+  ModuleTable(const ModuleTable&) = delete;
+  ModuleTable& operator=(const ModuleTable&) = delete;
 
   bool load(const std::list<std::string>& names, CQOVDebugKitGuard& guard);
   void unload(CQOVDebugKitGuard& guard);
