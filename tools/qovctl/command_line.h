@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/qovctl/agent_commands.h"
 #include "tools/qovctl/check_command.h"
 #include "tools/qovctl/decode_command.h"
 #include "tools/qovctl/endpoint_commands.h"
@@ -41,6 +42,8 @@ class CommandLine {
 
   CLI::App app_;
   std::function<void()> command_;
+
+  AgentCommands agent_;
 
   DecodeOptions decode_;
   std::string kind_ = "auto";

@@ -1,6 +1,11 @@
 # Completion of qovctl for bash. Commands, options and kinds of messages are those that its own help
 # lists.
 
+# Prints the commands of `qovctl <command>...`.
+_qovctl_commands() {
+  "$@" --help 2>/dev/null | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p'
+}
+
 # Prints the long options of `qovctl <command>`.
 _qovctl_options() {
   "$1" "$2" --help 2>/dev/null | sed -n 's/^  \(-[a-z],\)\{0,1\}\(--[a-z-]*\).*/\2/p'
@@ -18,7 +23,7 @@ _qovctl() {
     before="${COMP_WORDS[COMP_CWORD - 2]}"
   fi
   case "$COMP_CWORD $before" in
-    '1 '*) words="--help $("$program" --help 2>/dev/null | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p')" ;;
+    '1 '*) words="--help $(_qovctl_commands "$program")" ;;
     *' --table') words="interfaces mounts processes" ;;
     *' --kind') words="$("$program" decode --help 2>/dev/null | sed -n 's/.*--kind TEXT:{\(.*\)}.*/\1/p' | tr , ' ')" ;;
     *' --root')
@@ -31,6 +36,13 @@ _qovctl() {
       case "$command $word" in
         *' -'*) words="$(_qovctl_options "$program" "$command")" ;;
         'get '*) words=counts ;;
+        'agent '*)
+          case "$before" in
+            --root | --process | --socket) ;;
+            module) words="$(_qovctl_commands "$program" agent module)" ;;
+            *) words="$(_qovctl_commands "$program" agent)" ;;
+          esac
+          ;;
         'send '* | 'decode '*)
           compopt -o filenames 2>/dev/null
           mapfile -t COMPREPLY < <(compgen -f -- "$word")
