@@ -1,5 +1,6 @@
 #include "modules/status/status_document.h"
 
+#include <qovpub/qov_link_stats.h>
 #include <qovpub/qov_utility.h>
 #include <qovpub/qov_version.h>
 #include <sys/stat.h>
@@ -81,6 +82,18 @@ Json moduleOf(const QOVModuleStats& stats) {
             {"askedLater", stats.askedLater_}}}};
 }
 
+Json linksNow() {
+  Json links = Json::array();
+  for (const QOVLinkStats& stats : getLinkStats()) {
+    links.push_back({{"endpoint", stats.endpoint_},
+                     {"connected", stats.connected_},
+                     {"since", secondsOf(stats.since_)},
+                     {"connections", stats.connections_},
+                     {"lastError", stats.lastError_}});
+  }
+  return links;
+}
+
 Json clientsOf(const ClientCounts& counts) {
   return {{"accepted", counts.accepted},
           {"refused", counts.refused},
@@ -109,6 +122,7 @@ Json statusDocument(const Start& start, const ClientCounts& clients) {
           {"configuration", configurationOf(start)},
           {"log", {{"file", QOV_Utility::getProcessLogFileName()}, {"level", logLevel()}}},
           {"modules", std::move(modules)},
+          {"links", linksNow()},
           {"clients", clientsOf(clients)}};
 }
 

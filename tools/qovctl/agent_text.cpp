@@ -13,9 +13,16 @@ namespace {
 
 using Row = std::vector<std::string>;
 
+const Json::Value& member(const Json::Value& object, const char* key) {
+  if (!object.isObject()) {
+    throw tools::BadJson(key, "is to be a member of an object");
+  }
+  return object[key];
+}
+
 /// The member as a text; "-" for one that is missing.
 std::string text(const Json::Value& object, const char* key) {
-  const Json::Value& value = object[key];
+  const Json::Value& value = member(object, key);
   if (value.isNull() || value.isObject() || value.isArray()) {
     return "-";
   }
@@ -24,12 +31,12 @@ std::string text(const Json::Value& object, const char* key) {
 
 /// The member object, empty if it is missing.
 Json::Value part(const Json::Value& object, const char* key) {
-  const Json::Value& value = object[key];
+  const Json::Value& value = member(object, key);
   return value.isObject() ? value : Json::Value(Json::objectValue);
 }
 
 double seconds(const Json::Value& object, const char* key) {
-  const Json::Value& value = object[key];
+  const Json::Value& value = member(object, key);
   return value.isNumeric() ? value.asDouble() : 0;
 }
 
@@ -81,7 +88,22 @@ Row moduleRow(const Json::Value& module) {
 }
 
 const Json::Value& modulesOf(const Json::Value& document) {
-  return tools::arrayAt(document["modules"], "modules");
+  return tools::arrayAt(member(document, "modules"), "modules");
+}
+
+/// Nothing without links.
+std::string linksText(const Json::Value& links) {
+  if (!links.isArray() || links.empty()) {
+    return {};
+  }
+  std::vector<Row> rows{{"link", "state", "for", "connections", "last error"}};
+  for (const Json::Value& link : links) {
+    const std::string error = text(link, "lastError");
+    rows.push_back(
+        {text(link, "endpoint"), text(link, "connected") == "true" ? "connected" : "not connected",
+         spanText(seconds(link, "since")), text(link, "connections"), error.empty() ? "-" : error});
+  }
+  return "\n" + lines(rows);
 }
 
 std::string format(const char* pattern, long long first, long long second) {
@@ -130,7 +152,7 @@ std::string statusText(const Json::Value& status) {
   for (const Json::Value& module : modulesOf(status)) {
     rows.push_back(moduleRow(module));
   }
-  return agent + "\n" + lines(rows);
+  return agent + "\n" + lines(rows) + linksText(status["links"]);
 }
 
 std::string modulesText(const Json::Value& list) {

@@ -31,17 +31,17 @@ _qovctl() {
       mapfile -t COMPREPLY < <(compgen -d -- "$word")
       return
       ;;
-    *' --endpoint' | *' --timeout' | *' --process' | *' --after' | *' --command' | *' --cell' | *' --text') return ;;
+    *' --endpoint' | *' --socket' | *' --timeout' | *' --process' | *' --after' | *' --command' | *' --cell' | *' --text') return ;;
     *)
       case "$command $word" in
         *' -'*) words="$(_qovctl_options "$program" "$command")" ;;
         'get '*) words=counts ;;
         'agent '*)
-          case "$before" in
-            --root | --process | --socket) ;;
-            module) words="$(_qovctl_commands "$program" agent module)" ;;
-            *) words="$(_qovctl_commands "$program" agent)" ;;
-          esac
+          if [ "$before" = module ]; then
+            command="agent module"
+          fi
+          # shellcheck disable=SC2086 # one or two words
+          words="$(_qovctl_commands "$program" $command)"
           ;;
         'send '* | 'decode '*)
           compopt -o filenames 2>/dev/null
