@@ -24,8 +24,9 @@ class Answers {
   std::optional<std::string> answer(std::string_view request, const ClientCounts& clients) const;
 
  private:
-  nlohmann::ordered_json changeLevel(const nlohmann::json& request) const;
-  nlohmann::ordered_json reload() const;
+  Json::Value changeLevel(const Json::Value& request) const;
+  void changeLevel(int level) const;
+  Json::Value reload() const;
 
   const unsigned int kitId_;
   const Start start_;

@@ -1,5 +1,6 @@
 #include "modules/status/listening_socket.h"
 
+#include <fcntl.h>
 #include <qovpub/qov_exception.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -46,18 +47,18 @@ ListeningSocket::ListeningSocket(const Settings& settings)
   if (fresh.size() >= sizeof(sockaddr_un::sun_path)) {
     fail("the path is longer than a socket's may be");
   }
-  if (const std::size_t slash = path_.rfind('/'); slash != std::string::npos && slash > 0) {
-    check(::mkdir(path_.substr(0, slash).c_str(), 0755) == 0 || errno == EEXIST);
-  }
-  refuseToReplace();
+  makeFolder(path_.substr(0, path_.rfind('/')));
+  removeStale();
   ::unlink(fresh.c_str());
   try {
     bindAs(fresh, settings);
-    check(::rename(fresh.c_str(), path_.c_str()) == 0);
+    // Not rename(), which would take the place of an agent's that has come first meanwhile.
+    check(::link(fresh.c_str(), path_.c_str()) == 0);
   } catch (...) {
     ::unlink(fresh.c_str());
     throw;
   }
+  ::unlink(fresh.c_str());
 }
 
 ListeningSocket::~ListeningSocket() {
@@ -77,7 +78,17 @@ void ListeningSocket::check(bool done) const {
   }
 }
 
-void ListeningSocket::refuseToReplace() const {
+void ListeningSocket::makeFolder(const std::string& folder) const {
+  constexpr mode_t kForAll = 0755;
+  if (!folder.empty() && ::mkdir(folder.c_str(), kForAll) == 0) {
+    // Whatever the file mode mask says.
+    check(::chmod(folder.c_str(), kForAll) == 0);
+  } else {
+    check(folder.empty() || errno == EEXIST);
+  }
+}
+
+void ListeningSocket::removeStale() const {
   struct stat file {};
   if (::lstat(path_.c_str(), &file) != 0) {
     return;
@@ -88,16 +99,19 @@ void ListeningSocket::refuseToReplace() const {
   if (isListenedAt(path_)) {
     fail("another process listens there");
   }
+  check(::unlink(path_.c_str()) == 0 || errno == ENOENT);
 }
 
 void ListeningSocket::bindAs(const std::string& file, const Settings& settings) {
   constexpr uid_t kSame = static_cast<uid_t>(-1);
   const sockaddr_un address = addressOf(file);
   check(::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0);
-  // In this order: a change of the owner may change the mode.
+  // In this order: a change of the owner may change the mode. Neither follows a link that somebody
+  // has put there.
   check((!settings.owner && !settings.group) ||
-        ::chown(file.c_str(), settings.owner.value_or(kSame), settings.group.value_or(kSame)) == 0);
-  check(::chmod(file.c_str(), settings.mode) == 0);
+        ::lchown(file.c_str(), settings.owner.value_or(kSame), settings.group.value_or(kSame)) ==
+            0);
+  check(::fchmodat(AT_FDCWD, file.c_str(), settings.mode, AT_SYMLINK_NOFOLLOW) == 0);
   struct stat made {};
   check(::lstat(file.c_str(), &made) == 0 && ::listen(socket_.get(), kBacklog) == 0);
   device_ = made.st_dev;

@@ -12,9 +12,9 @@ namespace qov::status {
 
 /// A Unix stream socket that listens and never blocks.
 ///
-/// Its file appears in one step, with owner and mode, when it already listens. It takes the place
-/// of one that nobody listens at any more; one that somebody listens at, and a file of another
-/// kind, stay.
+/// Its file appears in one step, with owner and mode, when it already listens. One that nobody
+/// listens at any more is removed before; one that somebody listens at, and a file of another kind,
+/// stay. Of several processes that begin at once one has the socket.
 ///
 /// Owns:   the socket and its file, which goes with it unless somebody has replaced it.
 /// Errors: the constructor throws CQOV_Exception.
@@ -31,7 +31,8 @@ class ListeningSocket {
  private:
   [[noreturn]] void fail(const std::string& why) const;
   void check(bool done) const;
-  void refuseToReplace() const;
+  void makeFolder(const std::string& folder) const;
+  void removeStale() const;
   void bindAs(const std::string& file, const Settings& settings);
 
   const std::string path_;

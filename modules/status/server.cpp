@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <new>
 #include <utility>
@@ -52,12 +53,14 @@ void Server::stop() {
 
 bool Server::turn() {
   const bool accepts = Clock::now() >= acceptAgain_;
-  std::vector<pollfd> waits{{stop_.get(), POLLIN, 0},
-                            {accepts ? listener_.descriptor() : -1, POLLIN, 0}};
-  for (const Client& client : clients_) {
-    waits.push_back({client.descriptor(), client.events(), 0});
+  // Needs no memory: a turn that fails before it waits would be repeated at once, and for ever.
+  std::array<pollfd, kFirstClient + kMostClients> waits{};
+  waits[kStop] = {stop_.get(), POLLIN, 0};
+  waits[kListener] = {accepts ? listener_.descriptor() : -1, POLLIN, 0};
+  for (std::size_t i = 0; i < clients_.size(); ++i) {
+    waits[kFirstClient + i] = {clients_[i].descriptor(), clients_[i].events(), 0};
   }
-  if (::poll(waits.data(), waits.size(), millisecondsToWait()) > 0) {
+  if (::poll(waits.data(), kFirstClient + clients_.size(), millisecondsToWait()) > 0) {
     if (waits[kStop].revents != 0) {
       return false;
     }

@@ -6,7 +6,13 @@
 #include <qovpub/qov_ini_operator.h>
 #include <qovpub/qov_utility.h>
 
+#include <strings.h>
+
+#include <algorithm>
+#include <array>
 #include <charconv>
+#include <list>
+#include <utility>
 #include <vector>
 
 #include "modules/status/socket_path.h"
@@ -15,6 +21,14 @@ namespace qov::status {
 namespace {
 
 constexpr std::size_t kEntrySize = 65536;
+
+constexpr std::array<const char*, 6> kKeys{"ModuleId", "Socket", "Mode",
+                                           "Owner",    "Group",  "ClientSeconds"};
+
+bool isKnown(const std::string& key) {
+  return std::any_of(kKeys.begin(), kKeys.end(),
+                     [&](const char* known) { return ::strcasecmp(known, key.c_str()) == 0; });
+}
 
 std::optional<unsigned int> numberOf(const std::string& text, int base) {
   unsigned int number = 0;
@@ -77,6 +91,26 @@ class Section {
     return id;
   }
 
+  /// An absolute path: tools that look for the socket have another working directory.
+  std::string path(const char* key, const std::string& value) const {
+    if (value.empty() || value.front() != '/') {
+      refuse(key, value, "no absolute path");
+    }
+    return value;
+  }
+
+  std::vector<std::string> unknownKeys() const {
+    std::list<std::pair<std::string, std::string>> items;
+    configuration_.enumerateSections(kSection, items);
+    std::vector<std::string> unknown;
+    for (const auto& [key, value] : items) {
+      if (!isKnown(key)) {
+        unknown.push_back(key);
+      }
+    }
+    return unknown;
+  }
+
  private:
   [[noreturn]] static void refuse(const char* key, const std::string& value, const char* why) {
     throw CQOV_Exception("Failed to read the settings of the status socket: " +
@@ -95,12 +129,13 @@ Settings readSettings() {
   const Section section(configuration);
   Settings settings;
   settings.moduleId = section.number("ModuleId", 10, 0, 255, settings.moduleId);
-  settings.socket =
-      socketPath(configuration, QOV_Utility::getQOVRootEnv(), QOV_Utility::getProcessName());
+  settings.socket = section.path("Socket", socketPath(configuration, QOV_Utility::getQOVRootEnv(),
+                                                      QOV_Utility::getProcessName()));
   settings.owner = section.account<uid_t>("Owner", userOf);
   settings.group = section.account<gid_t>("Group", groupOf);
   settings.mode = section.number("Mode", 8, 0, 0777, settings.group ? 0660 : 0600);
   settings.patience = std::chrono::seconds(section.number("ClientSeconds", 10, 1, 3600, 10));
+  settings.unknownKeys = section.unknownKeys();
   return settings;
 }
 

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace qov::status {
 
@@ -17,6 +18,7 @@ struct Settings {
   std::optional<uid_t> owner;
   std::optional<gid_t> group;
   std::chrono::seconds patience{10};  ///< with a client that does not go on
+  std::vector<std::string> unknownKeys;
 };
 
 /// Throws CQOV_Exception with file, key and value of what cannot be meant.

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <initializer_list>
 #include <string>
 #include <utility>
 
@@ -15,7 +16,13 @@
 namespace qov::status {
 namespace {
 
-using Json = nlohmann::ordered_json;
+Json::Value object(std::initializer_list<std::pair<const char*, Json::Value>> members) {
+  Json::Value made(Json::objectValue);
+  for (const auto& [key, value] : members) {
+    made[key] = value;
+  }
+  return made;
+}
 
 double secondsOf(std::chrono::nanoseconds span) {
   return std::chrono::duration<double>(span).count();
@@ -30,76 +37,80 @@ std::string textOf(std::time_t time) {
 }
 
 /// When the process configuration file was changed; 0 without one.
-std::time_t configurationTime() {
+timespec configurationTime() {
   struct stat file {};
   const bool there = ::stat(QOV_Utility::getProcessCfgFileName().c_str(), &file) == 0;
-  return there ? file.st_mtim.tv_sec : 0;
+  return there ? file.st_mtim : timespec{};
 }
 
-Json configurationOf(const Start& start) {
-  const std::time_t modified = configurationTime();
-  return {{"file", QOV_Utility::getProcessCfgFileName()},
-          {"modified", modified != 0 ? Json(textOf(modified)) : Json()},
-          {"changedSinceStart", modified != start.configurationTime}};
+Json::Value valueOf(const timespec& time) {
+  return time.tv_sec != 0 ? Json::Value(textOf(time.tv_sec)) : Json::Value();
+}
+
+Json::Value configurationOf(const Start& start) {
+  const timespec now = configurationTime();
+  const timespec& then = start.configurationTime;
+  return object({{"file", QOV_Utility::getProcessCfgFileName()},
+                 {"inForce", valueOf(then)},
+                 {"modified", valueOf(now)},
+                 {"changedSinceStart", now.tv_sec != then.tv_sec || now.tv_nsec != then.tv_nsec}});
 }
 
 /// By QOVDropReason.
 constexpr std::array<const char*, QOVModuleStats::kDropReasons> kReasons{
     "noReceiver", "noRoom", "stopped", "nobodyWaits", "invalid", "noMemory", "otherProcess"};
 
-Json droppedOf(const QOVModuleStats& stats) {
-  Json dropped = Json::object();
+Json::Value droppedOf(const QOVModuleStats& stats) {
+  Json::Value dropped(Json::objectValue);
   for (std::size_t i = 0; i < kReasons.size(); ++i) {
     dropped[kReasons[i]] = stats.dropped_[i];
   }
   return dropped;
 }
 
-Json moduleOf(const QOVModuleStats& stats) {
-  return {{"id", stats.moduleId_},
-          {"name", stats.name_},
-          {"state", stateOf(stats)},
-          {"queue",
-           {{"blocks", stats.waiting_},
-            {"highestBlocks", stats.highestWaiting_},
-            {"bytes", stats.waitingBytes_},
-            {"highestBytes", stats.highestWaitingBytes_},
-            {"roomBytes", QOVModuleStats::kRoomBytes}}},
-          {"workers", stats.workers_},
-          {"busy", stats.busy_},
-          {"delivered", stats.in_},
-          {"passedOn", stats.out_},
-          {"handled",
-           {{"count", stats.handled_},
-            {"seconds", secondsOf(stats.handlingSum_)},
-            {"longest", secondsOf(stats.longestHandling_)}}},
-          {"refused", stats.refused_},
-          {"timedOut", stats.timedOut_},
-          {"dropped", droppedOf(stats)},
-          {"pending",
-           {{"count", stats.pending_},
-            {"oldest", secondsOf(stats.oldestPending_)},
-            {"askedLater", stats.askedLater_}}}};
+Json::Value moduleOf(const QOVModuleStats& stats) {
+  const Json::Value room(Json::UInt64{QOVModuleStats::kRoomBytes});
+  return object({{"id", stats.moduleId_},
+                 {"name", stats.name_},
+                 {"state", stateOf(stats)},
+                 {"queue", object({{"blocks", stats.waiting_},
+                                   {"highestBlocks", stats.highestWaiting_},
+                                   {"bytes", stats.waitingBytes_},
+                                   {"highestBytes", stats.highestWaitingBytes_},
+                                   {"roomBytes", room}})},
+                 {"workers", stats.workers_},
+                 {"busy", stats.busy_},
+                 {"delivered", stats.in_},
+                 {"passedOn", stats.out_},
+                 {"handled", object({{"count", stats.handled_},
+                                     {"seconds", secondsOf(stats.handlingSum_)},
+                                     {"longest", secondsOf(stats.longestHandling_)}})},
+                 {"refused", stats.refused_},
+                 {"timedOut", stats.timedOut_},
+                 {"dropped", droppedOf(stats)},
+                 {"pending", object({{"count", stats.pending_},
+                                     {"oldest", secondsOf(stats.oldestPending_)},
+                                     {"askedLater", stats.askedLater_}})}});
 }
 
-Json linksNow() {
-  Json links = Json::array();
+Json::Value linksNow() {
+  Json::Value links(Json::arrayValue);
   for (const QOVLinkStats& stats : getLinkStats()) {
-    links.push_back({{"endpoint", stats.endpoint_},
-                     {"connected", stats.connected_},
-                     {"since", secondsOf(stats.since_)},
-                     {"connections", stats.connections_},
-                     {"lastError", stats.lastError_}});
+    links.append(object({{"endpoint", stats.endpoint_},
+                         {"connected", stats.connected_},
+                         {"since", secondsOf(stats.since_)},
+                         {"connections", stats.connections_},
+                         {"lastError", stats.lastError_}}));
   }
   return links;
 }
 
-Json clientsOf(const ClientCounts& counts) {
-  return {{"accepted", counts.accepted},
-          {"refused", counts.refused},
-          {"tooMany", counts.tooMany},
-          {"malformed", counts.malformed},
-          {"tooSlow", counts.tooSlow}};
+Json::Value clientsOf(const ClientCounts& counts) {
+  return object({{"accepted", counts.accepted},
+                 {"refused", counts.refused},
+                 {"tooMany", counts.tooMany},
+                 {"malformed", counts.malformed},
+                 {"tooSlow", counts.tooSlow}});
 }
 
 }  // namespace
@@ -108,30 +119,32 @@ Start startNow() {
   return {std::chrono::steady_clock::now(), std::time(nullptr), configurationTime()};
 }
 
-Json statusDocument(const Start& start, const ClientCounts& clients) {
-  Json modules = Json::array();
+Json::Value statusDocument(const Start& start, const ClientCounts& clients) {
+  Json::Value modules(Json::arrayValue);
   for (const QOVModuleStats& stats : getModuleStats()) {
-    modules.push_back(moduleOf(stats));
+    modules.append(moduleOf(stats));
   }
-  return {{"version", QOV_Version()},
-          {"process", QOV_Utility::getProcessName()},
-          {"number", QOV_Utility::getProcPID()},
-          {"pid", ::getpid()},
-          {"started", textOf(start.time)},
-          {"uptime", secondsOf(std::chrono::steady_clock::now() - start.instant)},
-          {"configuration", configurationOf(start)},
-          {"log", {{"file", QOV_Utility::getProcessLogFileName()}, {"level", logLevel()}}},
-          {"modules", std::move(modules)},
-          {"links", linksNow()},
-          {"clients", clientsOf(clients)}};
+  return object(
+      {{"version", QOV_Version()},
+       {"process", QOV_Utility::getProcessName()},
+       {"number", QOV_Utility::getProcPID()},
+       {"pid", ::getpid()},
+       {"started", textOf(start.time)},
+       {"uptime", secondsOf(std::chrono::steady_clock::now() - start.instant)},
+       {"configuration", configurationOf(start)},
+       {"log", object({{"file", QOV_Utility::getProcessLogFileName()}, {"level", logLevel()}})},
+       {"modules", modules},
+       {"links", linksNow()},
+       {"clients", clientsOf(clients)}});
 }
 
-Json moduleList() {
-  Json modules = Json::array();
+Json::Value moduleList() {
+  Json::Value modules(Json::arrayValue);
   for (const QOVModuleStats& stats : getModuleStats()) {
-    modules.push_back({{"id", stats.moduleId_}, {"name", stats.name_}, {"state", stateOf(stats)}});
+    modules.append(
+        object({{"id", stats.moduleId_}, {"name", stats.name_}, {"state", stateOf(stats)}}));
   }
-  return {{"modules", std::move(modules)}};
+  return object({{"modules", modules}});
 }
 
 const char* stateOf(const QOVModuleStats& stats) {

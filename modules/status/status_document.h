@@ -1,11 +1,11 @@
 #ifndef QOV_MODULES_STATUS_STATUS_DOCUMENT_H
 #define QOV_MODULES_STATUS_STATUS_DOCUMENT_H
 
+#include <json/value.h>
 #include <qovpub/qov_stats.h>
 
 #include <chrono>
 #include <ctime>
-#include <nlohmann/json.hpp>
 
 #include "modules/status/server.h"
 
@@ -15,17 +15,17 @@ namespace qov::status {
 struct Start {
   std::chrono::steady_clock::time_point instant;
   std::time_t time;
-  std::time_t configurationTime;  ///< of the file; 0 without one
+  timespec configurationTime;  ///< of the file; 0 without one
 };
 
 /// The start that is now.
 Start startNow();
 
 /// What the process does now. docs/operating.md explains the fields.
-nlohmann::ordered_json statusDocument(const Start& start, const ClientCounts& clients);
+Json::Value statusDocument(const Start& start, const ClientCounts& clients);
 
 /// The modules that run: id, name and state.
-nlohmann::ordered_json moduleList();
+Json::Value moduleList();
 
 /// What an operator wants to know first: full (it takes no more), busy (all of its workers are),
 /// working or idle.

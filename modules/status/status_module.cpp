@@ -3,12 +3,15 @@
 #include <qovpub/qov_log.h>
 #include <qovpub/qov_module.h>
 #include <qovpub/qov_task.h>
+#include <qovpub/qov_utility.h>
 
 #include <memory>
+#include <string>
 
 #include "modules/status/answers.h"
 #include "modules/status/server.h"
 #include "modules/status/settings.h"
+#include "modules/status/socket_path.h"
 
 namespace qov::status {
 namespace {
@@ -20,8 +23,11 @@ class ServingTask : public CQOV_Task {
 
   /// Starts the thread among those of the module, which stops and joins it. 0 or -1.
   int start() {
+    const std::string name = "m" + std::to_string(taskMgr()->moduleId()) + "-status";
+    const char* names[] = {name.c_str()};
     return activate(THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED, 1, 0,
-                    ACE_DEFAULT_THREAD_PRIORITY, taskMgr()->gid());
+                    ACE_DEFAULT_THREAD_PRIORITY, taskMgr()->gid(), nullptr, nullptr, nullptr,
+                    nullptr, nullptr, names);
   }
 
   int svc() override {
@@ -46,6 +52,7 @@ class StatusModule : public CQOV_TaskMgr {
 
   /// Runs in a daemon, too, when it has been split off: its socket is its own.
   bool initEnv() override try {
+    warnOfUnknownKeys();
     server_ = std::make_unique<Server>(
         settings_, [this](std::string_view request, const ClientCounts& clients) {
           return answers_.answer(request, clients);
@@ -65,6 +72,14 @@ class StatusModule : public CQOV_TaskMgr {
       : CQOV_TaskMgr(settings.moduleId, kNoWorkers, "status"),
         settings_(settings),
         answers_(settings.moduleId) {}
+
+  void warnOfUnknownKeys() const {
+    QOV_GUARD(guard, settings_.moduleId);
+    for (const std::string& key : settings_.unknownKeys) {
+      QOV_WARN(guard, 3, "%s: [%s] %s: unknown key, ignored",
+               QOV_Utility::getProcessCfgFileName().c_str(), kSection, key.c_str());
+    }
+  }
 
   const Settings settings_;
   const Answers answers_;

@@ -56,6 +56,9 @@ std::string pathOf(const AgentTarget& target) {
   if (!target.socket.empty()) {
     return target.socket;
   }
+  if (target.root.empty()) {
+    throw Failure(kUsage, "no agent is named: --root, --socket or QOV_ROOT says where it is");
+  }
   const std::string process = target.process.empty() ? onlyProcess(target.root) : target.process;
   const std::string file = target.root + "/conf/" + process + "/" + process + ".cfg";
   CQOV_Ini_Operator configuration;

@@ -142,8 +142,9 @@ std::string statusText(const Json::Value& status) {
                       text(status, "pid")},
       {"version", text(status, "version")},
       {"up", spanText(seconds(status, "uptime")) + ", since " + text(status, "started")},
-      {"configuration", text(configuration, "file") + " of " + text(configuration, "modified") +
-                            (changed ? ", changed since the start" : "")},
+      {"configuration",
+       text(configuration, "file") + " of " + text(configuration, "inForce") +
+           (changed ? "; changed since the start, at " + text(configuration, "modified") : "")},
       {"log", text(log, "file") + ", level " + text(log, "level")},
       {"clients", counts(part(status, "clients"))},
   });

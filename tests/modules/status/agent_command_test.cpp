@@ -70,6 +70,13 @@ TEST_F(AgentCommands, OfSeveralAgentsOneHasToBeNamed) {
   EXPECT_THAT(ran.err, HasSubstr("--process says which"));
 }
 
+TEST_F(AgentCommands, WithoutARootItIsSaidHowToNameOne) {
+  const QovctlRun ran = run({"status"});
+  EXPECT_EQ(ran.status, 2);
+  EXPECT_THAT(ran.err,
+              HasSubstr("no agent is named: --root, --socket or QOV_ROOT says where it is"));
+}
+
 TEST_F(AgentCommands, SetAndTellTheLevelOfTheLog) {
   configure("", 2);
   startsWith({"chatter"});

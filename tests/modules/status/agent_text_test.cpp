@@ -31,6 +31,15 @@ TEST(AgentText, HasWhyMessagesWereDropped) {
   EXPECT_THAT(statusText(status), HasSubstr("invalid 1, noRoom 2\n"));
 }
 
+TEST(AgentText, HasTheConfigurationThatIsInForceAndWhatCameAfter) {
+  EXPECT_THAT(statusText(tools::parseJson(R"({"modules": [], "configuration": {"file": "/a.cfg",
+      "inForce": "1", "modified": "1", "changedSinceStart": false}})")),
+              HasSubstr("configuration  /a.cfg of 1\n"));
+  EXPECT_THAT(statusText(tools::parseJson(R"({"modules": [], "configuration": {"file": "/a.cfg",
+      "inForce": "1", "modified": "2", "changedSinceStart": true}})")),
+              HasSubstr("configuration  /a.cfg of 1; changed since the start, at 2\n"));
+}
+
 TEST(AgentText, LeavesOutWhatTheAgentDoesNotTell) {
   EXPECT_THAT(statusText(tools::parseJson(R"({"modules": [{}]})")),
               HasSubstr("version        -\n"));

@@ -40,8 +40,8 @@ TEST(StatusOfALink, IsWhereItLeadsAndWhyItIsNotConnected) {
   ASSERT_EQ(links().size(), 1u);
   EXPECT_EQ(links()[0]["endpoint"], "nowhere");
   EXPECT_EQ(links()[0]["connected"], false);
-  EXPECT_GT(links()[0]["since"], 0);
-  EXPECT_EQ(links()[0]["connections"], 0);
+  EXPECT_GT(links()[0]["since"].asDouble(), 0);
+  EXPECT_EQ(links()[0]["connections"].asUInt(), 0u);
   EXPECT_EQ(links()[0]["lastError"], "this is not host:port");
 }
 

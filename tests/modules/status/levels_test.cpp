@@ -28,6 +28,12 @@ TEST_F(StatusTest, EveryLevelIsToldAsItWasSet) {
   EXPECT_EQ(client().ask({{"request", "log-level"}, {"level", 3}})["level"], 2);
 }
 
+TEST_F(StatusTest, ALogThatFallsSilentSaysWhy) {
+  startsWith();
+  client().ask({{"request", "log-level"}, {"level", 5}});
+  EXPECT_TRUE(agent.waitForLog("The log level is 5 until it is set or read again"));
+}
+
 TEST_F(StatusTest, ALevelThatThereIsNotIsRefused) {
   startsWith();
   for (const json& level : {json(6), json(-1), json("1"), json(1.5), json(1e300)}) {

@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <cstring>
+
 #include "tests/modules/status/status_fixture.h"
 
 namespace qov::test {
@@ -51,12 +53,45 @@ TEST_F(StatusTest, AFileOfAnotherKindStays) {
   EXPECT_EQ(readFile(socket()), "precious");
 }
 
+TEST_F(StatusTest, ALinkStays) {
+  std::filesystem::create_directories(socket().parent_path());
+  std::filesystem::create_symlink("nowhere", socket());
+  failsToStart();
+  EXPECT_THAT(agent.errors() + agent.log(), HasSubstr("that is no socket"));
+  EXPECT_TRUE(std::filesystem::is_symlink(socket()));
+}
+
+TEST_F(StatusTest, TheFolderIsForAllWhateverTheFileModeMaskSays) {
+  agent.prepareChild([] { ::umask(077); });
+  startsWith();
+  struct stat folder {};
+  ASSERT_EQ(::stat(socket().parent_path().c_str(), &folder), 0);
+  EXPECT_EQ(folder.st_mode & 07777U, 0755U);
+  ASSERT_EQ(::stat(socket().c_str(), &folder), 0);
+  EXPECT_EQ(folder.st_mode & 07777U, 0600U);
+}
+
 TEST_F(StatusTest, ThePathIsTheConfiguredOne) {
   const std::filesystem::path other = agent.root().path() / "elsewhere" / "s";
   configure("Socket=" + other.string() + "\n");
   startsWith();
   EXPECT_TRUE(StatusClient(other).ask({{"request", "status"}}).contains("version"));
   EXPECT_FALSE(std::filesystem::exists(socket()));
+}
+
+TEST_F(StatusTest, APathThatIsNotAbsoluteIsRefused) {
+  configure("Socket=run/s\n");
+  failsToStart();
+  EXPECT_THAT(agent.errors(), HasSubstr("[STATUS] Socket=run/s: no absolute path"));
+}
+
+TEST_F(StatusTest, ThePathMayBeAsLongAsAProcessIdLeavesRoomFor) {
+  constexpr std::size_t kLongest = sizeof(sockaddr_un::sun_path) - 1 - std::strlen(".4194304");
+  const std::string folder = agent.root().path().string() + "/";
+  const std::string longest = folder + std::string(kLongest - folder.size(), 'x');
+  configure("Socket=" + longest + "\n");
+  startsWith();
+  EXPECT_TRUE(StatusClient(longest).ask({{"request", "status"}}).contains("version"));
 }
 
 TEST_F(StatusTest, APathThatIsTooLongIsToldAtTheStart) {

@@ -61,10 +61,22 @@ TEST_F(StatusTest, ListsTheModules) {
 
 TEST_F(StatusTest, TellsThatTheConfigurationHasChangedSinceTheStart) {
   startsWith();
-  EXPECT_EQ(status()["configuration"]["changedSinceStart"], false);
+  const json before = status()["configuration"];
+  EXPECT_EQ(before["changedSinceStart"], false);
+  EXPECT_EQ(before["inForce"], before["modified"]);
   std::filesystem::last_write_time(
       agent.root().cfgFile(),
       std::filesystem::file_time_type::clock::now() + std::chrono::hours(1));
+  const json after = status()["configuration"];
+  EXPECT_EQ(after["changedSinceStart"], true);
+  EXPECT_EQ(after["inForce"], before["inForce"]);
+  EXPECT_NE(after["modified"], before["modified"]);
+}
+
+TEST_F(StatusTest, AChangeWithinTheSecondOfTheStartIsOne) {
+  startsWith();
+  const auto time = std::filesystem::last_write_time(agent.root().cfgFile());
+  std::filesystem::last_write_time(agent.root().cfgFile(), time + std::chrono::nanoseconds(1));
   EXPECT_EQ(status()["configuration"]["changedSinceStart"], true);
 }
 
@@ -100,6 +112,20 @@ TEST_F(StatusTest, AnIdThatNoModuleMayHaveIsRefusedWithFileAndKey) {
   failsToStart();
   EXPECT_THAT(agent.errors(), ::testing::HasSubstr(agent.root().cfgFile().string() +
                                                    ": [STATUS] ModuleId=256: no number in range"));
+}
+
+TEST_F(StatusTest, AKeyThatItDoesNotKnowIsToldInTheLog) {
+  configure("Sokcet=/there\nclientseconds=5\n");
+  startsWith();
+  EXPECT_THAT(agent.log(), ::testing::HasSubstr(agent.root().cfgFile().string() +
+                                                ": [STATUS] Sokcet: unknown key, ignored"));
+  EXPECT_THAT(agent.log(), ::testing::Not(::testing::HasSubstr("clientseconds")));
+}
+
+TEST_F(StatusTest, ItsThreadHasAName) {
+  configure("ModuleId=77\n");
+  startsWith();
+  EXPECT_EQ(agent.threadNames().count("m77-status"), 1u);
 }
 
 TEST_F(StatusTest, AUserThatThereIsNotIsRefused) {
