@@ -35,15 +35,28 @@ std::string configurationFile() {
 }  // namespace
 
 Endpoint::Endpoint(const std::string& text, Failure where)
-    : hostPort_(hostPortOf(text)), failure_(std::move(where)) {}
+    : hostPort_(hostPortOf(text)), failure_(std::move(where)), record_(text) {}
 
 Endpoint::Endpoint(const std::string& text) : Endpoint(text, failureToConnect(text)) {}
 
 Endpoint::Endpoint(const ACE_INET_Addr& address)
-    : addresses_{address}, failure_(failureToConnect(wholeTextOf(address))) {}
+    : addresses_{address},
+      failure_(failureToConnect(wholeTextOf(address))),
+      record_(wholeTextOf(address)) {}
 
 ACE_HANDLE Endpoint::connect(const ACE_Time_Value& timeout, Interruption& interruption,
                              ACE_INET_Addr& tried) {
+  const ACE_HANDLE socket = tryAddresses(timeout, interruption, tried);
+  if (socket != ACE_INVALID_HANDLE) {
+    record_.connected();
+  } else {
+    record_.failed(failure_.cause);
+  }
+  return socket;
+}
+
+ACE_HANDLE Endpoint::tryAddresses(const ACE_Time_Value& timeout, Interruption& interruption,
+                                  ACE_INET_Addr& tried) {
   failure_.cause.clear();
   if (interruption.isSet()) {
     failure_.cause = errnoText(ECANCELED);

@@ -11,6 +11,7 @@
 
 #include "frame/env/failure.h"
 #include "link/endpoint_address.h"
+#include "link/link_record.h"
 
 class CQOVDebugKitGuard;
 
@@ -43,13 +44,19 @@ class Endpoint {
   /// Of the last connect(); its cause is empty when that has succeeded.
   const Failure& failure() const { return failure_; }
 
+  /// What getLinkStats() has of the link. connect() keeps it; who closes the connection tells it.
+  LinkRecord& record() { return record_; }
+
  private:
+  ACE_HANDLE tryAddresses(const ACE_Time_Value& timeout, Interruption& interruption,
+                          ACE_INET_Addr& tried);
   void lookUp();
   void noteFailureOf(const ACE_INET_Addr& address, int error);
 
   std::optional<HostPort> hostPort_;
   std::vector<ACE_INET_Addr> addresses_;
   Failure failure_;
+  LinkRecord record_;
 };
 
 /// The endpoint that the process's configuration file names, or the default one. A value that

@@ -115,7 +115,9 @@ unsigned int CQOVLongSocket::sendMsg_i(const unsigned char* data, unsigned int l
 
 /// errno says what has ended the connection that was.
 unsigned int CQOVLongSocket::reconnect() {
-  if (errno == ECANCELED) {
+  const int error = errno;
+  state_->endpoint_->record().lost(qov::errnoText(error));
+  if (error == ECANCELED) {
     disconnect();
   } else {
     setupConnection();
@@ -127,6 +129,9 @@ unsigned int CQOVLongSocket::reconnect() {
 void CQOVLongSocket::disconnect() {
   const qov::Uncancelled closing;
   state_->peer_.close();
+  if (state_->endpoint_ != nullptr) {
+    state_->endpoint_->record().disconnected();
+  }
   state_->cut_ = false;
   state_->ahead_ = {};
 }

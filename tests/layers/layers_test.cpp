@@ -92,10 +92,13 @@ TEST(Layers, EveryOwnedHeaderExists) {
   }
 }
 
-TEST(Layers, ToolsIncludeOfTheLibraryItsPublicHeadersOnly) {
+/// What is built on the library.
+class LayersAbove : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(LayersAbove, IncludesOfTheLibraryItsPublicHeadersOnly) {
   const Components tree = readTree();
   int files = 0;
-  for (const auto& entry : fs::recursive_directory_iterator(kTreeRoot / "tools")) {
+  for (const auto& entry : fs::recursive_directory_iterator(kTreeRoot / GetParam())) {
     const fs::path& file = entry.path();
     if (file.extension() != ".h" && file.extension() != ".cpp") {
       continue;
@@ -110,6 +113,8 @@ TEST(Layers, ToolsIncludeOfTheLibraryItsPublicHeadersOnly) {
   }
   EXPECT_GT(files, 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(Folders, LayersAbove, ::testing::Values("tools", "modules"));
 
 TEST(LayersReader, FindsIncludesOfBothFormsAndSkipsCommentedOnes) {
   const fs::path file = fs::path(testing::TempDir()) / "layers_reader_sample.h";

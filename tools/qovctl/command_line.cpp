@@ -15,9 +15,10 @@ Exit status:
   0  done
   1  a file, the output or memory failed
   2  the command line is not understood; of check: there are problems
-  3  no connection to the endpoint, or it was lost before the reply was there
+  3  no connection to the endpoint or agent, or it was lost before the reply was there
   4  no reply in time
-  5  the endpoint refused the request (RET, which is printed) or ended a walk with a status
+  5  the endpoint refused the request (RET, which is printed) or ended a walk with a status; the
+     agent refused it
   6  bad data: the input, or a reply, is not what it should be
   7  a walk stopped after 10000 rows; its table may have more
 What went wrong is one line on standard error. When nobody reads its output any more the program
@@ -57,9 +58,8 @@ void setLibraryLog(bool on) {
 
 CommandLine::CommandLine()
     : app_(
-          "Speaks with a management endpoint, shows what its messages hold, and checks the set-up "
-          "of "
-          "agents. Needs no agent.",
+          "Speaks with a management endpoint, shows what its messages hold, checks the set-up of "
+          "agents, and asks running ones. Only the last needs an agent.",
           "qovctl"),
       endpoint_(app_, command_, kEnding) {
   app_.require_subcommand(0, 1);
@@ -68,6 +68,7 @@ CommandLine::CommandLine()
   app_.footer(std::string("Each command has its own --help.\n") + kEnding);
   addDecode();
   addCheck();
+  agent_.addTo(app_, command_);
 }
 
 void CommandLine::addDecode() {
@@ -118,9 +119,9 @@ void CommandLine::addCheck() {
 void CommandLine::parse(int argc, char** argv) try {
   app_.parse(argc, argv);
   if (!command_) {
-    throw Failure(
-        kUsage,
-        "a command is required: get, walk, send, tables, decode or check (--help says more)");
+    throw Failure(kUsage,
+                  "a command is required: get, walk, send, tables, decode, check or agent (--help "
+                  "says more)");
   }
 } catch (const CLI::CallForHelp&) {
   command_ = [this] { print(app_.help()); };

@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 
+#include "tools/qovctl/agent_commands.h"
 #include "tools/qovctl/check_command.h"
 #include "tools/qovctl/decode_command.h"
 #include "tools/qovctl/endpoint_command_line.h"
@@ -31,6 +32,8 @@ class CommandLine {
 
   CLI::App app_;
   std::function<void()> command_;
+
+  AgentCommands agent_;
 
   DecodeOptions decode_;
   std::string kind_ = "auto";

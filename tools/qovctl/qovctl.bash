@@ -1,6 +1,11 @@
 # Completion of qovctl for bash. Commands, options and kinds of messages are those that its own help
 # lists; tables and columns are those that it prints.
 
+# Prints the commands of `qovctl <command>...`.
+_qovctl_commands() {
+  "$@" --help 2>/dev/null | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p'
+}
+
 # Prints the long options of `qovctl <command>`.
 _qovctl_options() {
   "$1" "$2" --help 2>/dev/null | sed -n 's/^  \(-[a-z],\)\{0,1\}\(--[a-z-]*\).*/\2/p'
@@ -35,7 +40,7 @@ _qovctl() {
     before="${COMP_WORDS[COMP_CWORD - 2]}"
   fi
   case "$COMP_CWORD $before" in
-    '1 '*) words="--help --version $("$program" --help 2>/dev/null | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p')" ;;
+    '1 '*) words="--help --version $(_qovctl_commands "$program")" ;;
     *' --table') words="$(_qovctl_tables "$program" | awk '!known[$1]++ { print $1 }')" ;;
     *' --columns')
       # The one that is being typed, behind those that are there.
@@ -53,11 +58,18 @@ _qovctl() {
       mapfile -t COMPREPLY < <(compgen -f -- "$word")
       return
       ;;
-    *' --ssk' | *' --nid' | *' --bid' | *' --retries' | *' --endpoint' | *' --timeout' | *' --process' | *' --after' | *' --command' | *' --cell' | *' --text') return ;;
+    *' --ssk' | *' --nid' | *' --bid' | *' --retries' | *' --endpoint' | *' --socket' | *' --timeout' | *' --process' | *' --after' | *' --command' | *' --cell' | *' --text') return ;;
     *)
       case "$command $word" in
         *' -'*) words="$(_qovctl_options "$program" "$command")" ;;
         'get '*) words=counts ;;
+        'agent '*)
+          if [ "$before" = module ]; then
+            command="agent module"
+          fi
+          # shellcheck disable=SC2086 # one or two words
+          words="$(_qovctl_commands "$program" $command)"
+          ;;
         'send '* | 'decode '*)
           compopt -o filenames 2>/dev/null
           mapfile -t COMPREPLY < <(compgen -f -- "$word")

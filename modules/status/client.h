@@ -1,0 +1,60 @@
+#ifndef QOV_MODULES_STATUS_CLIENT_H
+#define QOV_MODULES_STATUS_CLIENT_H
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "modules/status/descriptor.h"
+
+namespace qov::status {
+
+/// One connection: a line in, a line out, and the next. Never waits.
+///
+/// It holds one request of kLongestRequest bytes and one answer at most: nothing is read while an
+/// answer waits to be sent.
+class Client {
+ public:
+  using Clock = std::chrono::steady_clock;
+  /// The line that answers a request, its end included; nothing for what is no request.
+  using Answer = std::function<std::optional<std::string>(std::string_view request)>;
+
+  enum class State {
+    kGoesOn,
+    kGone,      ///< the other end has closed, or failed
+    kMalformed  ///< what came is no request
+  };
+
+  /// Without the end of the line.
+  static constexpr std::size_t kLongestRequest = 4096;
+
+  /// `patience` is how long a request and the sending of its answer may take together.
+  Client(Descriptor socket, Clock::duration patience);
+
+  int descriptor() const { return socket_.get(); }
+  /// What to wait for, as poll() takes it.
+  short events() const;
+  /// When it has lost the patience, unless an answer has been taken by then.
+  Clock::time_point deadline() const { return deadline_; }
+
+  /// Takes what has come and sends what the other end takes.
+  State advance(const Answer& answer);
+
+ private:
+  bool receive();
+  bool flush();
+
+  Descriptor socket_;
+  Clock::duration patience_;
+  Clock::time_point deadline_;
+  std::string input_;
+  std::string output_;
+  std::size_t sent_ = 0;  ///< of output_
+};
+
+}  // namespace qov::status
+
+#endif

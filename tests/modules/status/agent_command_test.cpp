@@ -1,0 +1,119 @@
+// qovctl asks an agent.
+#include "tests/modules/status/status_fixture.h"
+#include "tests/tools/qovctl_fixture.h"
+
+namespace qov::test {
+namespace {
+
+using nlohmann::json;
+
+/// Runs qovctl beside an agent.
+class Qovctl : public QovctlTest {
+ public:
+  using QovctlTest::run;
+
+ private:
+  void TestBody() override {}
+};
+
+class AgentCommands : public StatusTest {
+ protected:
+  QovctlRun run(std::vector<std::string> words) {
+    words.insert(words.begin(), "agent");
+    words.insert(words.end(), {"--timeout", "60"});
+    return Qovctl().run(words);
+  }
+  QovctlRun runHere(std::vector<std::string> words) {
+    words.insert(words.end(), {"--root", agent.root().path()});
+    return run(words);
+  }
+  json runJson(std::vector<std::string> words) {
+    words.emplace_back("--json");
+    const QovctlRun ran = runHere(words);
+    EXPECT_EQ(ran.status, 0) << ran.err;
+    return json::parse(ran.out);
+  }
+};
+
+TEST_F(AgentCommands, StatusShowsTheAgentAndItsModules) {
+  startsWith({"chatter"});
+  const pid_t pid = client().agent();
+  const QovctlRun ran = runHere({"status"});
+  EXPECT_EQ(ran.status, 0) << ran.err;
+  inOrder(ran.out,
+          {"process ", "qov_test_agent, number 7, pid " + std::to_string(pid) + "\n", "\nversion ",
+           "\nup ", "\nconfiguration ", "\nlog ", ", level 1\n", "\nid ", "\n1 ", "\n250 "});
+}
+
+TEST_F(AgentCommands, StatusIsToldAsJson) {
+  startsWith();
+  EXPECT_EQ(runJson({"status"})["log"]["level"], 1);
+}
+
+TEST_F(AgentCommands, TheProcessOrTheSocketSaysWhichAgent) {
+  startsWith();
+  EXPECT_EQ(runHere({"--process", "qov_test_agent", "status"}).status, 0);
+  EXPECT_EQ(run({"--socket", socket(), "status"}).status, 0);
+}
+
+TEST_F(AgentCommands, ASocketOfTheConfigurationIsFound) {
+  configure("Socket=" + (agent.root().path() / "there").string() + "\n");
+  startsWith();
+  EXPECT_EQ(runHere({"status"}).status, 0);
+}
+
+TEST_F(AgentCommands, OfSeveralAgentsOneHasToBeNamed) {
+  startsWith();
+  writeFile(agent.root().path() / "conf" / "other" / "other.cfg", "");
+  const QovctlRun ran = runHere({"status"});
+  EXPECT_EQ(ran.status, 2);
+  EXPECT_THAT(ran.err, HasSubstr("--process says which"));
+}
+
+TEST_F(AgentCommands, WithoutARootItIsSaidHowToNameOne) {
+  const QovctlRun ran = run({"status"});
+  EXPECT_EQ(ran.status, 2);
+  EXPECT_THAT(ran.err,
+              HasSubstr("no agent is named: --root, --socket or QOV_ROOT says where it is"));
+}
+
+TEST_F(AgentCommands, SetAndTellTheLevelOfTheLog) {
+  configure("", 2);
+  startsWith({"chatter"});
+  EXPECT_EQ(runHere({"log-level"}).out, "2\n");
+  EXPECT_EQ(runHere({"log-level", "1"}).out, "1\n");
+  EXPECT_TRUE(agent.waitForLog(kDebugLine));
+  EXPECT_EQ(runHere({"log-level", "6"}).status, 2);
+}
+
+TEST_F(AgentCommands, HaveTheLogConfiguredAnew) {
+  startsWith();
+  const QovctlRun ran = runHere({"reload"});
+  EXPECT_EQ(ran.status, 0) << ran.err;
+  EXPECT_TRUE(agent.waitForLog(kReloaded));
+}
+
+TEST_F(AgentCommands, ListTheModules) {
+  startsWith({"chatter"});
+  inOrder(runHere({"module", "list"}).out, {"id", "\n1 ", "chatter", "\n250 ", "status"});
+  EXPECT_EQ(runJson({"module", "list"})["modules"].size(), 2u);
+}
+
+TEST_F(AgentCommands, WithoutAnAgentThereIsNoConnection) {
+  const QovctlRun ran = runHere({"status"});
+  EXPECT_EQ(ran.status, 3);
+  EXPECT_THAT(ran.err, HasSubstr(socket().string() + ": no connection: No such file"));
+}
+
+TEST_F(AgentCommands, AnAgentThatStandsStillIsWaitedForInVain) {
+  startsWith();
+  agent.send(SIGSTOP);
+  const QovctlRun ran = Qovctl().run({"agent", "--socket", socket(), "--timeout", "0.1", "status"});
+  EXPECT_EQ(ran.status, 4);
+  EXPECT_THAT(ran.err, HasSubstr("no answer in time"));
+  agent.send(SIGCONT);
+  stopsInOrder();
+}
+
+}  // namespace
+}  // namespace qov::test

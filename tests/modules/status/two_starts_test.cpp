@@ -1,0 +1,80 @@
+// Agents that begin at one moment with one path.
+#include <gtest/gtest.h>
+#include <qovpub/qov_exception.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+
+#include "modules/status/listening_socket.h"
+#include "tests/support/files.h"
+
+namespace qov::status {
+namespace {
+
+constexpr int kRounds = 100;
+
+/// A process that makes the socket as soon as it may, and keeps it until its end.
+class Starter {
+ public:
+  /// It may when the other end of `go` is closed.
+  Starter(const Settings& settings, const std::array<int, 2>& go) {
+    EXPECT_EQ(::pipe(told_.data()), 0);
+    child_ = ::fork();
+    if (child_ == 0) {
+      ::close(go[1]);
+      char none = 0;
+      static_cast<void>(!::read(go[0], &none, 1));
+      ::_exit(makes(settings) ? 0 : 1);
+    }
+    ::close(told_[1]);
+  }
+  ~Starter() { ::close(told_[0]); }
+  Starter(const Starter&) = delete;
+  Starter& operator=(const Starter&) = delete;
+
+  bool hasTheSocket() const {
+    char answer = 0;
+    return ::read(told_[0], &answer, 1) == 1 && answer == 'y';
+  }
+  void end() const {
+    ::kill(child_, SIGKILL);
+    ::waitpid(child_, nullptr, 0);
+  }
+
+ private:
+  bool makes(const Settings& settings) const try {
+    const ListeningSocket socket(settings);
+    static_cast<void>(!::write(told_[1], "y", 1));
+    ::pause();
+    return true;
+  } catch (const CQOV_Exception&) {
+    static_cast<void>(!::write(told_[1], "n", 1));
+    return false;
+  }
+
+  std::array<int, 2> told_{};
+  pid_t child_ = -1;
+};
+
+TEST(StatusSocket, OfTwoThatBeginAtOnceOneHasIt) {
+  const test::TemporaryDirectory folder;
+  Settings settings;
+  settings.socket = folder.file("s");
+  for (int round = 0; round < kRounds; ++round) {
+    std::array<int, 2> go{};
+    ASSERT_EQ(::pipe(go.data()), 0);
+    const Starter one(settings, go);
+    const Starter other(settings, go);
+    ::close(go[0]);
+    ::close(go[1]);
+    const int have = (one.hasTheSocket() ? 1 : 0) + (other.hasTheSocket() ? 1 : 0);
+    one.end();
+    other.end();
+    ASSERT_EQ(have, 1) << "in round " << round;
+    ::unlink(settings.socket.c_str());
+  }
+}
+
+}  // namespace
+}  // namespace qov::status

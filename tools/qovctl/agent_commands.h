@@ -1,0 +1,39 @@
+#ifndef QOV_TOOLS_QOVCTL_AGENT_COMMANDS_H
+#define QOV_TOOLS_QOVCTL_AGENT_COMMANDS_H
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+#include <string>
+
+#include "tools/qovctl/agent_socket.h"
+
+namespace qov::ctl {
+
+/// The commands of "qovctl agent": their options, and what they print.
+///
+/// Thread: one.
+/// Owns:   the values of the options.
+/// Errors: Failure, by the commands.
+class AgentCommands {
+ public:
+  /// Adds them to `app`. Each puts itself into `command` when the command line names it.
+  void addTo(CLI::App& app, std::function<void()>& command);
+
+ private:
+  CLI::App* add(CLI::App& to, const std::string& name, const std::string& description,
+                void (AgentCommands::*run)() const);
+  void showStatus() const;
+  void showModules() const;
+  void logLevel() const;
+  void reload() const;
+
+  std::function<void()>* command_ = nullptr;
+  AgentTarget target_;
+  bool json_ = false;
+  int level_ = -1;  ///< -1: it is asked for
+};
+
+}  // namespace qov::ctl
+
+#endif
