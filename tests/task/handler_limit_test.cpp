@@ -323,7 +323,7 @@ TEST_F(RunningHandlersTest, TellsOnceThatTheLimitHasChanged) {
 
 TEST(HandlerWatch, EndsItsTimer) {
   CQOV_Task task(nullptr);
-  qov::ModuleCounters counters;
+  qov::ModuleCounters counters(kModule);
   qov::RunningHandlers handlers;
   ACE_Reactor reactor;
   const qov::PendingRequests pending(reactor, task, counters);
