@@ -239,7 +239,7 @@ TEST_F(TaskNoMemoryTest, AModuleWithoutALeaderDoesNothingAndSurvives) {
 
 TEST_F(TaskNoMemoryTest, PendingRequestsAreMadeWithTheirTableOrNotAtAll) {
   ACE_Reactor& reactor = *ACE_Reactor::instance();
-  qov::ModuleCounters counters;
+  qov::ModuleCounters counters(kModule);
   const FailingAllocations fail(0);
   EXPECT_THROW(qov::PendingRequests(reactor, task_, counters), std::bad_alloc);
 }
@@ -355,7 +355,7 @@ TEST_F(TaskNoMemoryTest, AManagerThatCannotStartItsSchedulerNorTellItsLeaderSays
 TEST_F(TaskNoMemoryTest, OfAWatchOverHandlersThatCannotGoOnComesThrough) {
   qov::WaitReactor implementation(task_);
   ACE_Reactor reactor(&implementation);
-  qov::ModuleCounters counters;
+  qov::ModuleCounters counters(kModule);
   const qov::PendingRequests pending(reactor, task_, counters);
   qov::RunningHandlers handlers;
   qov::HandlerWatch watch(kModule, reactor, handlers, pending);
