@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <memory>
 #include <mutex>
+#include <new>
 
 #include "diag/kit_registry.h"
 #include "diag/kit_table.h"
@@ -50,8 +51,12 @@ CQOVDebugKitMgr* makeLockedProcessRegistry() {
   return registry;
 }
 
-/// Logs behind `creation`: a fork takes ACE's log lock before it.
-CQOVDebugKitMgr* makeProcessRegistry() {
+/// The process's registry; null without memory for it.
+CQOVDebugKitMgr* registryOrNull() {
+  if (const KitTable* const known = KitRegistry::process.load(std::memory_order_acquire)) {
+    return &known->registry();
+  }
+  // Logs behind `creation`: a fork takes ACE's log lock before it.
   const int callersErrno = errno;  // the first guard may be what makes the registry
   const MapErrorKept kept;
   CQOVDebugKitMgr* const registry = makeLockedProcessRegistry();
@@ -80,8 +85,10 @@ CQOVDebugKitMgr::~CQOVDebugKitMgr() {
 }
 
 CQOVDebugKitMgr* CQOVDebugKitMgr::instance() {
-  const KitTable* const known = KitRegistry::process.load(std::memory_order_acquire);
-  return known != nullptr ? &known->registry() : makeProcessRegistry();
+  if (CQOVDebugKitMgr* const registry = registryOrNull()) {
+    return registry;
+  }
+  throw std::bad_alloc();
 }
 
 void CQOVDebugKitMgr::close() {
@@ -108,7 +115,7 @@ namespace qov {
 std::atomic<KitTable*> KitRegistry::process{nullptr};
 
 const CQOVDebugKit* KitRegistry::findRare(unsigned int id) {
-  CQOVDebugKitMgr* const registry = CQOVDebugKitMgr::instance();
+  CQOVDebugKitMgr* const registry = registryOrNull();
   return registry != nullptr ? registry->find(id) : nullptr;
 }
 

@@ -56,9 +56,7 @@ void checkDirectory(const CQOVDebugKit& kit) {
 }  // namespace
 
 void logStart() {
-  CQOVDebugKitMgr* const kits = CQOVDebugKitMgr::instance();
-  const CQOVDebugKit* const kit = kits != nullptr ? kits->find(0) : nullptr;
-  if (kit != nullptr) {
+  if (const CQOVDebugKit* const kit = CQOVDebugKitMgr::instance()->find(0)) {
     logBanner(*kit);
     checkProcPid(*kit);
     checkDirectory(*kit);

@@ -80,6 +80,21 @@ TEST_F(OutOfMemory, OfTheProcessesRegistryLeavesNothingBehind) {
   }));
 }
 
+TEST_F(OutOfMemory, OfTheProcessesRegistryItselfIsTheCallersWhileRecordsAreLost) {
+  EXPECT_TRUE(qov::test::holdsInChild([] {
+    // Of an earlier test.
+    ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>::close();
+    const auto none = FailingAllocations::ofObjectsThatGiveNull(sizeof(CQOVDebugKitMgr));
+    { const CQOVDebugKitGuard guard(0, "guarded"); }
+    try {
+      CQOVDebugKitMgr::instance();
+      return false;
+    } catch (const std::bad_alloc&) {
+      return none.hasFailed();
+    }
+  }));
+}
+
 TEST_F(OutOfMemory, CostsARecordAndNothingElse) {
   LogCapture capture;
   const std::string endless(2000, 'f');

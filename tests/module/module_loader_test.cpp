@@ -1,5 +1,6 @@
 #include <ace/Message_Block.h>
 #include <malloc.h>
+#include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_leader_task.h>
 
 #include <algorithm>
@@ -273,6 +274,7 @@ TEST_F(ModuleLoader, TakesAnInitialisationThatThrowsForAFailedOne) {
 
 TEST_F(ModuleLoader, DeletesAModuleThatItHasNoMemoryToKeep) {
   mark({"alpha"});
+  CQOVDebugKitMgr::instance();  // is of that size, too
   // What the table keeps of a module: its manager and its library.
   const auto failing = FailingAllocations::ofObjectsThatGiveNull(2 * sizeof(void*));
   errno = 0;
