@@ -72,8 +72,8 @@ class QOV_EXPORT CQOV_Logging_Strategy {
 
   /// What SIGUSR1 does: initLogStrategy(), and a record that says what came of it. A record at INFO
   /// has the level, the file, its limits and the optional keys that are in force now. One at WARN,
-  /// in the log as it was, says why nothing has changed. "LogLevel" 4 hides the former and 5 both, like any record
-  /// of that level.
+  /// in the log as it was, says why nothing has changed. "LogLevel" 4 hides the former and 5 both,
+  /// like any record of that level.
   int reloadLogStrategy(const char* cfgFile, const char* logFile);
 
   /// Reads the five keys of "LOG_CFG" into `param`, from the process's own configuration file:
