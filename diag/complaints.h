@@ -31,6 +31,11 @@ class Complaints {
     return (level.priority & (LM_WARNING | LM_ERROR)) != 0 && isListening();
   }
 
+  /// `message` as it is before it is escaped, if the calling thread has an object; else empty.
+  static std::string copyOf(std::string_view message) {
+    return isListening() ? std::string(message) : std::string();
+  }
+
   /// Tells the calling thread's object, if it has one, of a record.
   static void tell(const LogLevel& level, const std::string& kitName, std::string_view message,
                    bool onStandardError);

@@ -5,11 +5,19 @@
 #include <cerrno>
 #include <new>
 
+#include "diag/folding.h"
 #include "diag/log_sink.h"
 #include "diag/timer_clock.h"
 #include "diag/uncancelled.h"
 
 namespace qov {
+
+namespace {
+
+/// Stands for the timer of armFolding().
+constexpr char kCounts = 0;
+
+}  // namespace
 
 FileStrategy::FileStrategy(long long maxBytes, int predecessors)
     : maxBytes_(maxBytes), predecessors_(predecessors) {}
@@ -19,17 +27,31 @@ FileStrategy::~FileStrategy() {
 }
 
 void FileStrategy::arm(int seconds) {
+  schedule(seconds, nullptr);
+}
+
+void FileStrategy::armFolding() {
+  schedule(1, &kCounts);
+}
+
+void FileStrategy::schedule(int seconds, const void* act) {
   const ACE_Time_Value period(seconds);
   useHighResolutionClock(*reactor());
-  armed_ = reactor()->schedule_timer(this, nullptr, period, period) != -1;
-  if (!armed_ && errno == ENOMEM) {
+  if (reactor()->schedule_timer(this, act, period, period) != -1) {
+    armed_ = true;
+  } else if (errno == ENOMEM) {
     throw std::bad_alloc();
   }
 }
 
-int FileStrategy::handle_timeout(const ACE_Time_Value&, const void*) noexcept {
+int FileStrategy::handle_timeout(const ACE_Time_Value&, const void* act) noexcept {
   const Uncancelled looking;  // a cancellation would not pass the noexcept
-  LogSink::process().checkFile(maxBytes_, predecessors_);
+  if (act == &kCounts) {
+    tellDueCounts();
+  } else {
+    tellAllCounts();
+    LogSink::process().checkFile(maxBytes_, predecessors_);
+  }
   return 0;
 }
 

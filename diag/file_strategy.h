@@ -11,16 +11,20 @@ namespace qov {
 /// write to, and keeps a timer beside any other that is armed for it.
 ///
 /// Thread: the one that runs the reactor.
-/// Owns:   its timer, cancelled at the latest by the destructor.
+/// Owns:   its timers, cancelled at the latest by the destructor.
 class FileStrategy : public ACE_Logging_Strategy {
  public:
   FileStrategy(long long maxBytes, int predecessors);
   ~FileStrategy() override;
 
-  /// Has the reactor call handle_timeout() every `seconds`. Throws std::bad_alloc.
+  /// Has the reactor look after the file every `seconds`. Throws std::bad_alloc.
   void arm(int seconds);
+  /// Has it look every second for counts of repeated records that are due, see diag/folding.h.
+  /// Throws std::bad_alloc.
+  void armFolding();
 
-  /// Without memory it ends the process here, not in whatever runs the reactor.
+  /// Looks after the file if `act` is null, else for counts that are due. Without memory it ends
+  /// the process here, not in whatever runs the reactor.
   int handle_timeout(const ACE_Time_Value& now, const void* act) noexcept override;
   int handle_close(ACE_HANDLE handle, ACE_Reactor_Mask mask) override;
   /// Unlike ACE's it arms no timer.
@@ -28,7 +32,9 @@ class FileStrategy : public ACE_Logging_Strategy {
   ACE_Reactor* reactor() const override;
 
  private:
-  bool armed_ = false;  ///< the reactor has our timer, so it tells us when it goes
+  void schedule(int seconds, const void* act);
+
+  bool armed_ = false;  ///< the reactor has our timers, so it tells us when it goes
   const long long maxBytes_;
   const int predecessors_;
 };

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "diag/ace_private.h"
+#include "diag/folding.h"
 
 namespace qov {
 
@@ -90,6 +91,9 @@ void waitForRecords() {
 [[gnu::destructor]] void end() {
   ended = true;
   waitForRecords();
+  if (underWay == 0) {
+    tellCountsAtEnd();
+  }
 }
 
 }  // namespace

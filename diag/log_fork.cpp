@@ -11,6 +11,7 @@
 
 #include <optional>
 
+#include "diag/folding.h"
 #include "diag/kit_registry.h"
 #include "diag/log_end.h"
 #include "diag/log_sink.h"
@@ -30,6 +31,7 @@ ACE_Log_Msg_Backend* backend = nullptr;
 /// ACE's lock first: a logging destination, for which ACE holds it, may look for kits.
 void holdLocks() {
   if (__libc_single_threaded != 0) {
+    tellAllCounts();
     return;
   }
   forkUnderWay.emplace();
@@ -39,6 +41,7 @@ void holdLocks() {
     return;
   }
   held->acquire();
+  tellAllCounts();
   KitRegistry::acquireLocks();
   backend = ACE_Log_Msg::msg_backend();
   noteUtcOffset();

@@ -24,6 +24,7 @@ enum : unsigned long long {
   kLogPathCut = 65722,
   kLogOddValue = 65770,
   kLogSettings = 65771,
+  kRepeats = 66050,
   kCallTrace = 18446744073709551615ULL,
 
   // module: the loader

@@ -8,8 +8,10 @@
 
 #include "diag/kit_registry.h"
 #include "diag/log_failures.h"
+#include "diag/log_form.h"
 #include "diag/log_ids.h"
 #include "diag/log_level.h"
+#include "diag/log_value.h"
 #include "frame/env/env_ini_import.h"
 #include "frame/env/failure.h"
 
@@ -38,16 +40,28 @@ Failure whyNoConfig() {
   }
 }
 
+/// Of the optional keys, those that are on.
+std::string describe(LogForm form) {
+  std::string text;
+  for (const LogFormKey& key : kLogFormKeys) {
+    if (form.has(key.part)) {
+      text += std::string(", ") + key.name + " 1";
+    }
+  }
+  return text;
+}
+
 std::string describe(const CLogging_Cfg_Param& param, bool isOpen) {
   const std::string begin = "Log settings in force: ";
+  const std::string end = describe(LogForm::now());
   if (param.sendTerminal_ != 0) {
-    return begin + "standard error, levels as they were, from " + lowestLevelOn() + " up";
+    return begin + "standard error, levels as they were, from " + lowestLevelOn() + " up" + end;
   }
   const auto shown = [](int value, int least) { return std::to_string(std::max(value, least)); };
   return begin + "LogLevel " + shown(param.logLevel_, 0) + ", " +
          (isOpen ? std::string("file ") + param.logFile_ : "standard error") + ", LogFileMaxSize " +
          shown(param.logFileMaxSize_, 0) + " KB, LogFileMaxCnt " + shown(param.logFileMaxCnt_, 1) +
-         ", ChkInterval " + shown(param.chkInterval_, 0) + " s";
+         ", ChkInterval " + shown(param.chkInterval_, 0) + " s" + end;
 }
 
 }  // namespace

@@ -8,8 +8,10 @@
 #include <algorithm>
 #include <ostream>
 #include <string>
+#include <utility>
 
 #include "diag/ace_private.h"
+#include "diag/folding.h"
 #include "diag/log_sink.h"
 #include "diag/standard_error.h"
 
@@ -56,7 +58,22 @@ void forEachPiece(std::string_view text, const Take& take) {
   }
 }
 
+/// What the calling thread has handed to ACE.
+thread_local std::string_view pieceUnderWay;
+
+class PieceUnderWay {
+ public:
+  explicit PieceUnderWay(std::string_view piece) : before_(std::exchange(pieceUnderWay, piece)) {}
+  ~PieceUnderWay() { pieceUnderWay = before_; }
+  PieceUnderWay(const PieceUnderWay&) = delete;
+  PieceUnderWay& operator=(const PieceUnderWay&) = delete;
+
+ private:
+  const std::string_view before_;  ///< of a record that has called what logs this one
+};
+
 void logPiece(ACE_Log_Msg& log, ACE_Log_Priority priority, std::string_view piece) {
+  const PieceUnderWay underWay(piece);
   log.log(priority, "%.*s", static_cast<int>(piece.size()), piece.data());
 }
 
@@ -134,9 +151,29 @@ bool writeToOurs(ACE_Log_Msg& log, u_long flags, std::string_view record) {
   return onStandardError;
 }
 
+/// Whether the process's destinations are all that get it.
+bool goesToProcess(const ACE_Log_Msg& log, u_long flags) {
+  return (flags & ACE_Log_Msg::OSTREAM) != 0 ? LogSink::process().isStreamOf(log)
+                                             : (flags & ACE_Log_Msg::STDERR) != 0;
+}
+
 }  // namespace
 
-bool writeRecord(ACE_Log_Msg& log, const RecordInfo& info, std::string_view record) {
+void writeToProcess(std::string_view line) {
+  const u_long flags = *address(ProcessFlags());
+  if ((flags & ACE_Log_Msg::STDERR) != 0) {
+    writeStandardError(line);
+  }
+  if ((flags & ACE_Log_Msg::OSTREAM) != 0) {
+    LogSink::process().write(line);
+  }
+}
+
+bool isOfKit(std::string_view text) {
+  return !pieceUnderWay.empty() && text == pieceUnderWay;
+}
+
+bool writeRecord(ACE_Log_Msg& log, const RecordInfo& info, const Record& record) {
   log.set(kSource, info.sourceLine, 0, info.errnum, log.restart(), log.msg_ostream(),
           log.msg_callback());
   u_long flags = 0;
@@ -147,10 +184,13 @@ bool writeRecord(ACE_Log_Msg& log, const RecordInfo& info, std::string_view reco
       LogSink::process().adopt(log);
     }
     if (!needsAce(log, flags)) {
-      return writeToOurs(log, flags, record);
+      if (record.form().has(LogForm::kFold) && goesToProcess(log, flags) && isFolded(record)) {
+        return (flags & ACE_Log_Msg::STDERR) != 0;
+      }
+      return writeToOurs(log, flags, record.line());
     }
   }
-  writeThroughAce(log, flags, info.priority, record);
+  writeThroughAce(log, flags, info.priority, record.line());
   return (flags & ACE_Log_Msg::STDERR) != 0;
 }
 

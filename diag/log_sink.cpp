@@ -5,6 +5,7 @@
 
 #include "diag/log_ids.h"
 #include "diag/log_level.h"
+#include "diag/log_output.h"
 #include "diag/record.h"
 #include "diag/standard_error.h"
 #include "diag/uncancelled.h"
@@ -75,7 +76,8 @@ bool LogSink::write(std::string_view record) {
 
 /// Runs again before every record until the file takes it. All of it has room where it is made.
 void LogSink::reportLost() {
-  ShortRecord record("QOVPUBLIC", log_id::kLostRecords, kError.tag, __FUNCTION__, __LINE__);
+  ShortRecord record("QOVPUBLIC", log_id::kLostRecords, kError.tag, __FUNCTION__, __LINE__,
+                     LogForm::now());
   record.add("records missing here, since the log file could not be written: ");
   record.add(std::to_string(lost_));
   record.finish();
@@ -97,8 +99,27 @@ void LogSink::removeFilesFrom(int number) {
 
 std::streamsize LogSink::xsputn(const char* from, std::streamsize size) {
   const Uncancelled uncancelled;
-  write({from, static_cast<size_t>(size)});
+  const std::string_view text(from, static_cast<size_t>(size));
+  const LogForm form = LogForm::now();
+  if (form.rewrites() && !isOfKit(text)) {
+    writeOthers(text, form);
+  } else {
+    write(text);
+  }
   return size;
+}
+
+/// `text` is a line, mostly. In JSON a part of one is an object, too.
+void LogSink::writeOthers(std::string_view text, LogForm form) {
+  const bool isWhole = !text.empty() && text.back() == '\n';
+  const LineWithoutFields line(text.substr(0, text.size() - (isWhole ? 1 : 0)), form);
+  if (form.has(LogForm::kJson)) {
+    if (!line.message().empty()) {
+      write(line.line());
+    }
+  } else {
+    write(isWhole ? line.line() : line.message());
+  }
 }
 
 LogSink::int_type LogSink::overflow(int_type character) {

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "diag/log_file.h"
+#include "diag/log_form.h"
 
 namespace qov {
 
@@ -90,6 +91,7 @@ class LogSink : private std::streambuf, private ACE_Log_Msg_Backend {
   ssize_t log(ACE_Log_Record& record) override;
 
   void reportLost();
+  void writeOthers(std::string_view text, LogForm form);
 
   std::ostream stream_{this};
   bool isInUse_ = false;

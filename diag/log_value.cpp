@@ -24,6 +24,16 @@ Number read(const std::string& text) {
           errno == 0 && value == nearest};
 }
 
+std::string whyOdd(const std::string& text, int least, int most) {
+  const Number number = read(text);
+  const int taken = std::clamp(number.value, least, most);
+  if (number.isWhole && number.fits && taken == number.value) {
+    return {};
+  }
+  return "\"" + text + "\" is " + (number.isWhole ? "out of range" : "no whole number") + ", " +
+         std::to_string(taken) + " is taken";
+}
+
 }  // namespace
 
 const std::array<LogKey, 5> kLogKeys = {
@@ -33,18 +43,23 @@ const std::array<LogKey, 5> kLogKeys = {
      {"LogFileMaxCnt", &CLogging_Cfg_Param::logFileMaxCnt_, 1, INT_MAX},
      {"LogLevel", &CLogging_Cfg_Param::logLevel_, 0, kMaxLevel}}};
 
+const std::array<LogFormKey, 3> kLogFormKeys = {
+    {{"LogFold", LogForm::kFold}, {"LogJson", LogForm::kJson}, {"LogEscape", LogForm::kEscape}}};
+
 int toInt(const std::string& text) {
   return read(text).value;
 }
 
 std::string whyOdd(const LogKey& key, const std::string& text) {
-  const Number number = read(text);
-  const int taken = std::clamp(number.value, key.least, key.most);
-  if (number.isWhole && number.fits && taken == number.value) {
-    return {};
-  }
-  return "\"" + text + "\" is " + (number.isWhole ? "out of range" : "no whole number") + ", " +
-         std::to_string(taken) + " is taken";
+  return whyOdd(text, key.least, key.most);
+}
+
+std::string whyOddSwitch(const std::string& text) {
+  return whyOdd(text, 0, 1);
+}
+
+bool isSwitchedOn(const std::string& text) {
+  return toInt(text) > 0;
 }
 
 }  // namespace qov

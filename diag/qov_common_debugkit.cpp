@@ -66,15 +66,25 @@ void write(const LogLevel& level, bool isOn, const std::string& kitName, const O
     return;
   }
   try {
-    AnyRecord record(kitName, origin.logId, level.tag, origin.function, origin.line);
+    AnyRecord record(kitName, origin.logId, level.tag, origin.function, origin.line,
+                     qov::LogForm::now());
     fill(record);
-    record.finish();
     QOV_PROBE5(log, origin.logId, level.tag, kitName.c_str(), record.message().data(),
                record.message().size());
-    const bool onStandardError =
-        isOn &&
-        qov::writeRecord(*log, {level.priority, origin.sourceLine, caller.errnum()}, record.line());
-    qov::Complaints::tell(level, kitName, record.message(), onStandardError);
+    const auto deliver = [&](std::string_view plainMessage) {
+      const bool onStandardError =
+          isOn &&
+          qov::writeRecord(*log, {level.priority, origin.sourceLine, caller.errnum()}, record);
+      qov::Complaints::tell(level, kitName, plainMessage, onStandardError);
+    };
+    if (record.form().rewrites()) {
+      const std::string plain = qov::Complaints::copyOf(record.message());
+      record.finish();
+      deliver(plain);
+    } else {
+      record.finish();
+      deliver(record.message());
+    }
   } catch (...) {
   }
 }
@@ -225,7 +235,7 @@ void CQOVDebugKit::trace(const char* message) const {
 void CQOVDebugKit::makeLog(std::ostringstream& out, unsigned long long logId, const char* tag,
                            const char* function, unsigned int line,
                            const std::string& message) const {
-  qov::ShortRecord record(name_, logId, tag, function, line);
+  qov::ShortRecord record(name_, logId, tag, function, line, qov::LogForm());
   record.add(message);
   appendRecord(out, record);
 }
@@ -233,7 +243,7 @@ void CQOVDebugKit::makeLog(std::ostringstream& out, unsigned long long logId, co
 void CQOVDebugKit::makeLog(std::ostringstream& out, unsigned long long logId, const char* tag,
                            const char* function, unsigned int line, const char* format,
                            va_list args) const {
-  qov::PrintedRecord record(name_, logId, tag, function, line);
+  qov::PrintedRecord record(name_, logId, tag, function, line, qov::LogForm());
   record.print(format, args);
   appendRecord(out, record);
 }

@@ -15,6 +15,8 @@
 #include <vector>
 
 #include "diag/file_strategy.h"
+#include "diag/folding.h"
+#include "diag/log_form.h"
 #include "diag/log_notices.h"
 #include "diag/log_options.h"
 #include "diag/log_sink.h"
@@ -24,6 +26,10 @@
 namespace {
 
 constexpr const char* kDefaultLogFile = "/var/log/KRV/NoSetLogFile.log";
+
+/// The optional keys of the last reading. CLogging_Cfg_Param, whose fields are fixed, has no room
+/// for them; they are the process's anyway.
+qov::LogForm formRead;
 
 void setLogFile(CLogging_Cfg_Param& param, const char* logFile) {
   strncpy_s(param.logFile_, sizeof(param.logFile_), logFile,
@@ -53,11 +59,30 @@ void applyOptions(qov::FileStrategy& strategy, const CLogging_Cfg_Param& param,
   qov::LogOptions options(param);
   qov::LogSink& sink = qov::LogSink::process();
   const qov::LogSink::Lock lock(log);
+  qov::tellAllCounts();
   if (toFile) {
     sink.use(log, param.logFile_, owner);
   }
   sink.beBackend(log);
   strategy.init(options.argc(), options.argv());
+  qov::LogForm::use(formRead);
+}
+
+qov::LogForm readForm(CQOV_Ini_Operator& ini, std::vector<std::string>& oddValues) {
+  qov::LogForm form;
+  for (const qov::LogFormKey& key : qov::kLogFormKeys) {
+    std::string value;
+    if (ini.getConfigItem("LOG_CFG", key.name, value) != 0) {
+      continue;
+    }
+    if (qov::isSwitchedOn(value)) {
+      form = form.with(key.part);
+    }
+    if (const std::string why = qov::whyOddSwitch(value); !why.empty()) {
+      oddValues.push_back(qov::describeOddValue(key.name, why));
+    }
+  }
+  return form;
 }
 
 /// Once `param` is in force.
@@ -145,6 +170,7 @@ int CQOV_Logging_Strategy::read_log_config(const char* /*cfgFile*/, CLogging_Cfg
     }
   }
   param.logLevel_ = std::min(param.logLevel_, qov::kMaxLevel);
+  formRead = readForm(ini, oddValues_);
   return 0;
 } catch (const std::bad_alloc&) {
   errno = ENOMEM;
@@ -157,16 +183,23 @@ int CQOV_Logging_Strategy::initLogStrategy(const CLogging_Cfg_Param& param) {
     const int predecessors = std::max(param.logFileMaxCnt_, 1) - 1;
     auto strategy = std::make_unique<qov::FileStrategy>(maxBytes(param), predecessors);
     const bool toFile = param.sendTerminal_ == 0;
-    if (toFile && param.chkInterval_ > 0) {
+    const bool checked = toFile && param.chkInterval_ > 0;
+    const bool folds = formRead.has(qov::LogForm::kFold);
+    if (checked || folds) {
       strategy->reactor(ACE_Reactor::instance());
+    }
+    if (checked) {
       strategy->arm(param.chkInterval_);
+    }
+    if (folds) {
+      strategy->armFolding();
     }
     const std::optional<uid_t> owner = findDaemon();
     applyOptions(*strategy, param, owner);
     if (toFile) {
       strategy->handle_timeout(ACE_Time_Value(param.chkInterval_), nullptr);
     }
-    strategy_ = std::move(strategy);  // the former one goes with its timer
+    strategy_ = std::move(strategy);  // the former one goes with its timers
     inForce_ = param;
     if (toFile) {
       tidyUp(param);

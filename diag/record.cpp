@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <atomic>
 #include <charconv>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <memory>
@@ -17,11 +16,13 @@ namespace qov {
 
 namespace {
 
+// What is always inlined here has two users, and the bracketed form must not pay for that.
+
 /// The process name, from the executable alone. CProcInfo derives the same text, but also reads
 /// the configuration: it throws without one, tries again on each call, and would wait for itself
 /// if something logged while it is being built. Taken once, as CProcInfo does: empty for good where
 /// it cannot be read.
-const std::string& processName() {
+[[gnu::always_inline]] inline const std::string& processName() {
   static std::atomic<const std::string*> published{nullptr};
   const std::string* known = published.load(std::memory_order_acquire);
   if (known == nullptr) {
@@ -34,10 +35,13 @@ const std::string& processName() {
   return *known;
 }
 
-/// A part of its records that a thread keeps for the next one. It has no destructor: a thread logs
-/// until it is gone. And it is small: the memory of this kind is scarce where a library is opened
-/// by a running program.
-struct KeptPart {
+/// The length of recordOffset().
+constexpr size_t kOffset = 6;
+
+/// What a thread keeps for its next record: "[2026/11/13 19:50:30][+01:00". It has no destructor: a
+/// thread logs until it is gone. And it is small: the memory of this kind is scarce where a library
+/// is opened by a running program.
+struct KeptTime {
   size_t size;
   std::array<char, 40> text;
 
@@ -46,41 +50,26 @@ struct KeptPart {
   std::string_view view() const { return {text.data(), size}; }
 };
 
-/// The time of the second in which this thread last logged, in its brackets. The zone is part of
-/// the key, for a program that changes it; any other second, also an earlier one, is printed
-/// afresh.
-std::string_view timePart() {
-  thread_local KeptPart kept;
+/// The time of the second in which this thread last logged. The zone is part of the key, for a
+/// program that changes it; any other second, also an earlier one, is printed afresh.
+[[gnu::always_inline]] inline std::string_view keptTime() {
+  thread_local KeptTime kept;
   thread_local time_t second;
   thread_local long zone;
   const time_t now = time(nullptr);
   if (kept.isEmpty() || now != second || zone != ::timezone) {
-    kept.keep("[" + recordTime(now) + "][");
+    kept.keep("[" + recordTime(now) + "][" + recordOffset(now));
     second = now;
     zone = ::timezone;
   }
   return kept.view();
 }
 
-/// Whether `c` may stand between "%" and the letter of its conversion.
-bool isModifier(char c) {
-  return c != '\0' && std::strchr("-+ #0'I*.123456789$hlqjzZtL", c) != nullptr;
-}
-
-/// Where the first conversion that stores through its argument ("%n", whatever stands between)
-/// begins in `format`; null when there is none.
-const char* findStore(const char* format) {
-  for (const char* at = std::strchr(format, '%'); at != nullptr; at = std::strchr(at, '%')) {
-    const char* conversion = at + 1;
-    while (isModifier(*conversion)) {
-      ++conversion;
-    }
-    if (*conversion == 'n') {
-      return at;
-    }
-    at = *conversion == '\0' ? conversion : conversion + 1;
-  }
-  return nullptr;
+/// In its brackets, and the one that follows.
+[[gnu::always_inline]] inline std::string_view timePart() {
+  std::string_view time = keptTime();
+  time.remove_suffix(kOffset);
+  return time;
 }
 
 }  // namespace
@@ -102,22 +91,52 @@ void Record::add(std::string_view piece) {
   append(piece);
 }
 
+void Record::addNumber(unsigned long long number) {
+  append(number);
+}
+
 void Record::begin(char* room, size_t size, std::string_view kitName, unsigned long long logId,
-                   const char* tag, const char* function, unsigned int line) {
+                   const char* tag, const char* function, unsigned int line, LogForm form) {
   text_ = room;
   capacity_ = size;
-  isComplete_ = appendFields(kitName, logId, tag, function, line);
-  if (!isComplete_) {
-    append("\n");
-    lineSize_ = size_;
+  form_ = form;
+  if (form.has(LogForm::kJson)) {
+    appendJsonFields(kitName, logId, tag, function, line);
+    isComplete_ = true;
+  } else {
+    isComplete_ = appendFields(kitName, logId, tag, function, line);
+    if (!isComplete_) {
+      append("\n");
+      lineSize_ = size_;
+    }
   }
   messageAt_ = size_;
+}
+
+void Record::addTime() {
+  append(timePart());
+}
+
+void Record::appendJsonTime() {
+  append("{\"time\":\"");
+  const std::string_view time = keptTime();
+  const size_t at = size_;
+  append(time.substr(1, time.size() - kOffset - 3));
+  std::replace(text_ + at, text_ + size_, '/', '-');
+  std::replace(text_ + at, text_ + size_, ' ', 'T');
+  append(time.substr(time.size() - kOffset));
+  append("\"");
+}
+
+void Record::appendJsonProcess() {
+  appendJsonText(",\"process\":", std::string_view(processName()));
 }
 
 /// False if the fields end in front of one that is null.
 bool Record::appendFields(std::string_view kitName, unsigned long long logId, const char* tag,
                           const char* function, unsigned int line) {
   append(timePart());
+  originAt_ = size_;
   append(logId);
   append("][");
   if (tag == nullptr) {
@@ -136,44 +155,21 @@ bool Record::appendFields(std::string_view kitName, unsigned long long logId, co
   append("][][");
   append(processName());
   append(":");
+  threadAt_ = size_;
   append(static_cast<unsigned long long>(pthread_self()));
   append("] ");
   return true;
 }
 
 void Record::finish() {
-  messageSize_ = size_ - messageAt_;
-  if (isComplete_) {
+  if (form_.rewrites()) {
+    escapeFrom(messageAt_);
+    end();
+  } else if (isComplete_) {
     append("\n");
+    endSize_ = 1;
     lineSize_ = size_;
   }
-}
-
-void Record::print(const char* format, va_list args) {
-  if (format == nullptr) {
-    return;
-  }
-  if (const char* const store = findStore(format)) {
-    printBounded(std::string(format, store).c_str(), args);
-  } else {
-    printBounded(format, args);
-  }
-}
-
-void Record::printBounded(const char* format, va_list args) {
-  constexpr size_t kSize = kLongestPrinted + 1;
-  makeRoomFor(kSize);
-  char* const at = text_ + size_;
-  va_list again;
-  va_copy(again, args);
-  if (std::vsnprintf(at, kSize, format, args) < 0) {
-    // What a failed call leaves behind the printed part is anybody's guess: make it NULs.
-    std::memset(at, 0, kSize);
-    static_cast<void>(std::vsnprintf(at, kSize, format, again));
-    at[kLongestPrinted] = '\0';
-  }
-  va_end(again);
-  size_ += std::strlen(at);
 }
 
 void Record::enlarge(size_t more) {

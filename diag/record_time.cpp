@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 
 namespace qov {
 
@@ -38,6 +39,15 @@ std::string textOfLocal(time_t local) {
 
 std::string recordTime(time_t second) {
   return isKept ? textOfLocal(second + utcOffset) : UtcTimeToLocalTimeStr(second, "/");
+}
+
+std::string recordOffset(time_t second) {
+  const long east = isKept ? utcOffset : UtcTimeToLocalTime(second).tm_gmtoff;
+  const long minutes = std::abs(east) / 60;
+  std::array<char, 32> text;
+  std::snprintf(text.data(), text.size(), "%c%02ld:%02ld", east < 0 ? '-' : '+', minutes / 60,
+                minutes % 60);
+  return text.data();
 }
 
 void noteUtcOffset() {

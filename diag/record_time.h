@@ -14,6 +14,9 @@ namespace qov {
 /// Thread: any.
 std::string recordTime(time_t second);
 
+/// How far that is from UTC, as ISO 8601 has it: "+01:00".
+std::string recordOffset(time_t second);
+
 /// Before a fork: notes the offset of now. One thread at a time.
 void noteUtcOffset();
 /// In the child: keeps what was noted, as do the child's own children.

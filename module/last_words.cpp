@@ -50,7 +50,7 @@ bool appendToLogFile(unsigned long long logId, const Lines& lines) {
     return false;
   }
   for (const std::string& line : lines) {
-    ShortRecord record("QOVPUBLIC", logId, kError.tag, __FUNCTION__, __LINE__);
+    ShortRecord record("QOVPUBLIC", logId, kError.tag, __FUNCTION__, __LINE__, LogForm::now());
     record.add(line);
     record.finish();
     writeAll(file, record.line());

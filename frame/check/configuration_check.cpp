@@ -48,6 +48,12 @@ class ConfigurationCheck {
       }
       addOdd(std::string("LOG_CFG/") + key.name, whyOdd(key, value));
     }
+    for (const LogFormKey& key : kLogFormKeys) {
+      std::string value;
+      if (ini_.getConfigItem("LOG_CFG", key.name, value) == 0) {
+        addOdd(std::string("LOG_CFG/") + key.name, whyOddSwitch(value));
+      }
+    }
     std::string toTerminal;
     ini_.getConfigItem("LOG_CFG", "SendTerminal", toTerminal);
     if (toInt(toTerminal) == 0) {

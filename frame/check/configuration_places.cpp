@@ -19,6 +19,9 @@ const std::map<std::string, Keys>& knownSections() {
     for (const LogKey& key : kLogKeys) {
       sections["LOG_CFG"].emplace_back(key.name);
     }
+    for (const LogFormKey& key : kLogFormKeys) {
+      sections["LOG_CFG"].emplace_back(key.name);
+    }
     return sections;
   }();
   return known;

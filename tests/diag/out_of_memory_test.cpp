@@ -14,6 +14,7 @@
 #include <string>
 
 #include "diag/file_strategy.h"
+#include "diag/folding.h"
 #include "tests/diag/log_capture.h"
 #include "tests/diag/process_root.h"
 #include "tests/diag/reactor_timers.h"
@@ -222,6 +223,27 @@ TEST_F(OutOfMemory, KeepsNothingFromALogFileThatIsThereAgain) {
   toFile << "three\n";
   // The line that says why the file cannot be opened is one of the two.
   EXPECT_THAT(logged("missing/x.log"), EndsWith("could not be written: 2\ntwo\nthree\n"));
+}
+
+TEST_F(OutOfMemory, CostsNoRecordWithAllOptionalKeysOn) {
+  const std::string five =
+      "SendTerminal=0\nChkInterval=0\nLogFileMaxSize=0\nLogFileMaxCnt=3\nLogLevel=2\n";
+  ProcessRoot::configure(five + "LogFold=1\nLogJson=1\nLogEscape=1\n");
+  strategy_.initLogStrategy(nullptr, directory_.file("x.log").c_str());
+  bool needsNone = false;
+  for (int attempt = 0; attempt < 100 && !needsNone; ++attempt) {
+    kit_.error(1, "f", 2, "the second's first, which prints the time");
+    const FailingAllocations none(0);
+    kit_.error(1, "f", 2, "two\nlines");
+    kit_.error(1, "f", 2, "two\nlines");
+    *LogStateKeeper::log().msg_ostream() << "foreign\n";
+    qov::tellAllCounts();
+    needsNone = !none.hasFailed();
+  }
+  EXPECT_TRUE(needsNone);
+  EXPECT_THAT(logged("x.log"), EndsWith("1 more of record 1 within a second: two\\nlines\"}\n"));
+  ProcessRoot::configure(five);
+  strategy_.initLogStrategy(nullptr, directory_.file("x.log").c_str());
 }
 
 TEST_F(OutOfMemory, OfARotationEndsTheProcessAndLeavesTheLogAsItIs) {

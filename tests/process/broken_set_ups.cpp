@@ -208,9 +208,12 @@ std::vector<BrokenSetUp> ofTheProcessId() {
   return rows;
 }
 
-/// `value` takes the place of the one that `key` has.
+/// `value` takes the place of the one that `key` has; of an optional key it is the only one.
 Break logWith(const std::string& key, const std::string& value) {
   std::string text = std::string(kGlobal) + kLog;
+  if (text.find("\n" + key + "=") == std::string::npos) {
+    return config(text + key + "=" + value + "\n");
+  }
   const std::size_t start = text.find("\n" + key + "=") + key.size() + 2;
   return config(text.replace(start, text.find('\n', start) - start, value));
 }
@@ -235,6 +238,9 @@ std::vector<BrokenSetUp> ofTheLogsValues() {
   add("LogFileMaxSizeWithAUnit", "LogFileMaxSize", "10MB", "no whole number, 10");
   add("LogFileMaxSizeTooLarge", "LogFileMaxSize", "2147483648", "out of range, 2147483647");
   add("LogFileMaxCntZero", "LogFileMaxCnt", "0", "out of range, 1");
+  add("LogFoldAsAWord", "LogFold", "on", "no whole number, 0");
+  add("LogJsonNegative", "LogJson", "-1", "out of range, 0");
+  add("LogEscapeTwo", "LogEscape", "2", "out of range, 1");
   return rows;
 }
 

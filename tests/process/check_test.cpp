@@ -116,8 +116,8 @@ TEST_F(CheckTest, SaysNothingOfAGoodFileWithAllThatMayBeInOne) {
   writesConfig(
       "; a comment\n\n# another one\r\n  [QOV_GLOBAL] and more\nproc_pid = \" 7\"\r\n[]\n"
       "[LOG_CFG]\nSendTerminal=0\nChkInterval=0\nLogFileMaxSize=0\nLogFileMaxCnt=1\n"
-      "[MMT]\nMMT_ADDR=[::1]:19001\n[LOG_CFG]\nLogLevel=5\n"
-      "[A_MODULE/INNER]\nAnything=\nLogLevel=high\n");
+      "[MMT]\nMMT_ADDR=[::1]:19001\n[LOG_CFG]\nLogLevel=5\nLogFold=1\nlogjson=0\n"
+      "LogEscape=1\n[A_MODULE/INNER]\nAnything=\nLogLevel=high\n");
   writesDevices(
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<AgentConfig><DeviceConfig>\n"
       "<Device DeviceDesc=\"default\"><ConfigItem Key=\"A\" Value=\"1\"/></Device>\n"
@@ -150,10 +150,12 @@ TEST_F(CheckTest, WarnsOfASectionThatIsAlmostTheLibrarys) {
 }
 
 TEST_F(CheckTest, NamesTheLineOfAValue) {
-  writesConfig("; one\n\n" + std::string(kGood) + "LogLevel=loud\n[MMT]\n\nMMT_ADDR=somewhere\n");
+  writesConfig("; one\n\n" + std::string(kGood) +
+               "LogLevel=loud\nLogJson=2\n[MMT]\n\nMMT_ADDR=somewhere\n");
   finds(
       "<conf>qov_test_agent.cfg:11: LOG_CFG/LogLevel: \"loud\" is no whole number, 0 is taken\n"
-      "<conf>qov_test_agent.cfg:14: MMT/MMT_ADDR: \"somewhere\" is not host:port; no endpoint is "
+      "<conf>qov_test_agent.cfg:12: LOG_CFG/LogJson: \"2\" is out of range, 1 is taken\n"
+      "<conf>qov_test_agent.cfg:15: MMT/MMT_ADDR: \"somewhere\" is not host:port; no endpoint is "
       "taken in its place\n");
 }
 

@@ -4,6 +4,7 @@
 // QOV_TEST_EXIT ("first" or "second") says which one ends the process with status 3 there, its
 // threads at work, its leader with a message for a module that does not exist.
 //   QOV_TEST_GID  its gid
+// When it is gone, the file "handled" has the number of messages that workers have handled.
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_module.h>
 #include <qovpub/qov_task.h>
@@ -40,6 +41,18 @@ class WorkedWith {
 
 WorkedWith workedWith;
 
+/// Goes when no worker is left.
+class Handled {
+ public:
+  ~Handled() { qov::test::makeFile("handled", std::to_string(count_)); }
+  void add() { ++count_; }
+
+ private:
+  std::atomic<int> count_{0};
+};
+
+Handled handled;
+
 /// Another one, made by the first call.
 WorkedWith& madeLate() {
   static WorkedWith late;
@@ -54,6 +67,7 @@ class Worker : public CQOV_CommonTask {
     CQOVDebugKitGuard guard(kGid, "int Worker::handleMessage(CQOV_MsgPackage&)");
     guard.debug(1, __FUNCTION__, __LINE__, "chatter handles");
     guard.info(2, __FUNCTION__, __LINE__, "chatter works");
+    handled.add();
     return 0;
   }
 };

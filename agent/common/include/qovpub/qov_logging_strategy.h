@@ -9,7 +9,9 @@
 #include <string>
 #include <vector>
 
-/// The log settings of a process: section "LOG_CFG" of its configuration file.
+/// The log settings of a process: section "LOG_CFG" of its configuration file. The optional keys
+/// "LogFold", "LogJson" and "LogEscape" have no field: CQOV_Logging_Strategy keeps those that it
+/// has read last, for the process (docs/configuration.md).
 struct QOV_EXPORT CLogging_Cfg_Param {
   /// Sets the defaults, named beside each field.
   CLogging_Cfg_Param();
@@ -69,9 +71,9 @@ class QOV_EXPORT CQOV_Logging_Strategy {
   int initLogStrategy(const char* cfgFile, const char* logFile);
 
   /// What SIGUSR1 does: initLogStrategy(), and a record that says what came of it. A record at INFO
-  /// has the level, the file and its limits that are in force now. One at WARN, in the log as it
-  /// was, says why nothing has changed. "LogLevel" 4 hides the former and 5 both, like any record
-  /// of that level.
+  /// has the level, the file, its limits and the optional keys that are in force now. One at WARN,
+  /// in the log as it was, says why nothing has changed. "LogLevel" 4 hides the former and 5 both,
+  /// like any record of that level.
   int reloadLogStrategy(const char* cfgFile, const char* logFile);
 
   /// Reads the five keys of "LOG_CFG" into `param`, from the process's own configuration file:
@@ -79,7 +81,8 @@ class QOV_EXPORT CQOV_Logging_Strategy {
   /// key is missing; the keys are read in the order SendTerminal, ChkInterval, LogFileMaxSize,
   /// LogFileMaxCnt, LogLevel, and those behind the missing one keep their values in `param`. A
   /// warning names the file and its faulty line, or the key. Text that is no number counts as 0, a
-  /// number out of range as the nearest in range.
+  /// number out of range as the nearest in range. When it returns 0, the optional keys of the file
+  /// hold from the next initLogStrategy() on.
   int read_log_config(const char* cfgFile, CLogging_Cfg_Param& param);
 
   /// Applies `param`, rotates the file at once if it is too large, and gives it to the user

@@ -1,0 +1,56 @@
+#ifndef QOV_TESTS_DIAG_CONFIGURED_LOG_H
+#define QOV_TESTS_DIAG_CONFIGURED_LOG_H
+
+#include <gmock/gmock.h>
+#include <qovpub/qov_common_debugkit.h>
+#include <qovpub/qov_logging_strategy.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/diag/log_capture.h"
+#include "tests/diag/process_root.h"
+#include "tests/support/files.h"
+
+/// A log file with settings from a configuration, and a kit that writes to it. The optional keys
+/// are off again afterwards.
+class ConfiguredLog : public testing::Test {
+ protected:
+  ~ConfiguredLog() override {
+    configure("");
+    init();
+  }
+
+  /// The five keys, then `lines`, of which the last ones count.
+  static void configure(const std::string& lines) {
+    ProcessRoot::configure(
+        "SendTerminal=0\nChkInterval=0\nLogFileMaxSize=0\nLogFileMaxCnt=3\nLogLevel=2\n" + lines);
+  }
+
+  void init() { strategy_.initLogStrategy(nullptr, path_.c_str()); }
+  void applies(const std::string& lines) {
+    configure(lines);
+    init();
+  }
+
+  void log(const std::string& message) const { kit_.error(7, "f", 2, message); }
+  std::string logged() const { return qov::test::readFile(path_); }
+  std::vector<std::string> lines() const { return linesOf(logged()); }
+  static std::vector<std::string> linesOf(const std::string& all) {
+    std::vector<std::string> lines;
+    std::istringstream text(all);
+    for (std::string line; std::getline(text, line);) {
+      lines.push_back(line);
+    }
+    return lines;
+  }
+
+  const LogStateKeeper before_;
+  const qov::test::TemporaryDirectory directory_;
+  const std::string path_ = directory_.file("x.log");
+  const CQOVDebugKit kit_{"KIT", 5};
+  CQOV_Logging_Strategy strategy_;
+};
+
+#endif
