@@ -1,4 +1,8 @@
 // A synchronous request between two modules, against the bare chain of hand-overs that it is.
+#include <qovpub/qov_trace.h>
+
+#include <algorithm>
+#include <cstdint>
 #include <vector>
 
 #include "bench/hand_over_chain.h"
@@ -50,6 +54,46 @@ void throughput(benchmark::State& state, int count, int processors) {
   state.counters["ratio"] = medianOf(ratios);
 }
 
+/// How often a request comes by the trace of messages.
+std::size_t stepsOf(Requester& requester) {
+  const std::uint64_t first = QOVMessageTrace::start();
+  requester.request();
+  // The answering worker may be about to note its last step.
+  std::size_t steps = 0;
+  for (bool hasEnded = false; !hasEnded;) {
+    const auto events = QOVMessageTrace::read(first).events_;
+    steps = events.size();
+    hasEnded = std::any_of(events.begin(), events.end(), [](const QOVTraceEvent& event) {
+      return event.step_ == QOVTraceEvent::Step::kHandleEnd;
+    });
+  }
+  QOVMessageTrace::stop();
+  return steps;
+}
+
+/// What the trace costs a request while it is off: a request and so many looks at whether it is on
+/// as the request has steps, to the request alone. From outside a look is dearer than from inside.
+void traceOff(benchmark::State& state) {
+  if (!useProcessors(state, 1)) {
+    return;
+  }
+  Requester requester;
+  const std::size_t steps = stepsOf(requester);
+  constexpr int kBatch = 100;
+  std::vector<double> requests;
+  std::vector<double> looks;
+  for (auto _ : state) {
+    state.SetIterationTime(sample([&] { requester.request(); }, kBatch, requests));
+    const Stopwatch watch;
+    for (std::size_t i = 0; i < kBatch * steps; ++i) {
+      benchmark::DoNotOptimize(QOVMessageTrace::isOn());
+    }
+    looks.push_back(watch.seconds() / kBatch);
+  }
+  const double request = medianOf(requests);
+  state.counters["ratio"] = (request + medianOf(looks)) / request;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -61,5 +105,6 @@ int main(int argc, char** argv) {
   row("64 requesters, throughput, one CPU", ">= 1.5", throughput, 64, 1);
   agentRow("64 requesters, throughput, one CPU", ">= 1.5", throughput, 64, 1);
   row("64 requesters, throughput, two CPUs", ">= 1.3", throughput, 64, 2);
+  row("request with a trace that is off, against one without", "<= 1.01", traceOff);
   return runTable(argc, argv);
 }

@@ -2,7 +2,7 @@
 #define QOV_DIAG_PROBE_H
 
 // QOV_PROBE<n>(name, <n> arguments): a place at which bpftrace, perf or SystemTap can look into a
-// running agent, as `usdt:<library>:qovpub:<name>`; docs/operating.md lists them. While nobody
+// running agent, as `usdt:<library>:qovpub:<name>`; docs/probes.md lists them. While nobody
 // looks it is one instruction that does nothing, and the loading of the arguments. There are none
 // where the compiler finds no <sys/sdt.h> (Debian: systemtap-sdt-dev).
 #if __has_include(<sys/sdt.h>)

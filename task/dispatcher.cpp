@@ -112,6 +112,7 @@ int CQOV_Leader_Task::Dispatcher::dispatchAll(CQOVDebugKitGuard& log, ACE_Messag
     ACE_Message_Block* const next = mb->next();
     mb->next(nullptr);
     const std::size_t bytes = mb->total_size();
+    turn_->step();
     if (dispatch(log, mb) == -1) {
       result = -1;
     }
@@ -174,9 +175,7 @@ void CQOV_Leader_Task::Dispatcher::noteEnded(std::uint8_t id) {
 }
 
 qov::LeaderProgress CQOV_Leader_Task::Dispatcher::progress() {
-  qov::LeaderProgress progress = turn_->progress();
-  progress.hasWork = progress.hasWork || !queue_.is_empty();
-  return progress;
+  return turn_->progress(!queue_.is_empty());
 }
 
 bool CQOV_Leader_Task::Dispatcher::processLoopHasEnded() {
@@ -201,6 +200,9 @@ void CQOV_Leader_Task::Dispatcher::shutDown() {
     ACE_Message_Block* const next = mb->next();
     queue_.doneWith(mb->total_size());
     qov::PendingRequests::wakeSenderOf(*mb, ECONNABORTED);
+    if (mb->msg_type() == ACE_Message_Block::MB_DATA) {
+      counters_.drop(QOVDropReason::kStopped, qov::tracedIn(*mb));
+    }
     qov::releaseWithPackage(mb);
     mb = next;
   }

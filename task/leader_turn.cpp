@@ -32,9 +32,16 @@ void LeaderTurn::close() {
   state_ |= kClosed;
 }
 
-LeaderProgress LeaderTurn::progress() const {
+LeaderProgress LeaderTurn::progress(bool messagesWait) const {
   const unsigned int state = state_;
-  return {state / kOneTurn, (state & kTaken) != 0};
+  // Nobody gets a turn that is closed.
+  const bool isWaitedFor = messagesWait && (state & kClosed) == 0;
+  return {steps_.load(std::memory_order_relaxed), (state & kTaken) != 0 || isWaitedFor};
+}
+
+void LeaderTurn::step() {
+  // Nobody else writes it.
+  steps_.store(steps_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
 }
 
 bool LeaderTurn::isMine() {
@@ -47,8 +54,7 @@ bool LeaderTurn::anyIsMine() {
 
 void LeaderTurn::takeOwn() {
   const auto takeOrWait = [](unsigned int state) {
-    return (state & kTaken) != 0 ? state | kOwnThreadWaits
-                                 : ((state & ~kOwnThreadWaits) | kTaken) + kOneTurn;
+    return (state & kTaken) != 0 ? state | kOwnThreadWaits : (state & ~kOwnThreadWaits) | kTaken;
   };
   while ((change(takeOrWait) & kTaken) != 0) {
     bell_->wait();
@@ -86,9 +92,8 @@ unsigned int LeaderTurn::change(Next next) {
 
 bool LeaderTurn::tryTake() {
   constexpr unsigned int kUnavailable = kClosed | kTaken | kOwnThreadWaits;
-  const unsigned int before = change([](unsigned int state) {
-    return (state & kUnavailable) != 0 ? state | kMarked : (state | kTaken) + kOneTurn;
-  });
+  const unsigned int before = change(
+      [](unsigned int state) { return state | ((state & kUnavailable) != 0 ? kMarked : kTaken); });
   if ((before & kUnavailable) != 0) {
     return false;
   }
@@ -99,6 +104,7 @@ bool LeaderTurn::tryTake() {
 void LeaderTurn::hold() {
   holder_.store(::pthread_self(), std::memory_order_relaxed);
   ++turnsHere;
+  step();
 }
 
 void LeaderTurn::giveBack() {

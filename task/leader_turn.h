@@ -29,8 +29,8 @@ class LeaderWork {
 
 /// How far a leader is.
 struct LeaderProgress {
-  unsigned int turns;  ///< changes with each turn at its work
-  bool hasWork;        ///< somebody has the turn, or a message waits for it
+  unsigned int steps;  ///< changes with each turn at its work, and with each message of a turn
+  bool hasWork;        ///< somebody has the turn, or messages wait for who gets it next
 };
 
 /// Whose turn it is to do a leader's work: one thread at a time touches what the leader keeps, its
@@ -73,8 +73,11 @@ class LeaderTurn {
   /// Leaves it to the leader's own thread.
   void leaveToOwnThread();
 
-  /// Thread: any, for who watches the leader. No message is looked for.
-  LeaderProgress progress() const;
+  /// For who has the turn: it begins with the next message.
+  void step();
+
+  /// Thread: any, for who watches the leader, and knows whether messages wait for it.
+  LeaderProgress progress(bool messagesWait) const;
 
   /// Whether the calling thread has the turn.
   bool isMine();
@@ -88,8 +91,6 @@ class LeaderTurn {
   static constexpr unsigned int kTaken = 2;
   static constexpr unsigned int kMarked = 4;
   static constexpr unsigned int kOwnThreadWaits = 8;
-  /// The turns are counted in the bits above.
-  static constexpr unsigned int kOneTurn = 16;
 
   /// Makes `next` of the state out of the state, in one step. Returns the state before.
   template <class Next>
@@ -106,6 +107,8 @@ class LeaderTurn {
   /// Nobody's while the turn is free. Each thread looks for its own id only, which nobody else
   /// writes.
   std::atomic<pthread_t> holder_{};
+  /// Written by who has the turn.
+  std::atomic<unsigned int> steps_{0};
 };
 
 /// The turn in the hands of the leader's own thread, which may be cancelled or ended meanwhile.

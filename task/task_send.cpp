@@ -165,7 +165,7 @@ int waitForResponse(CQOV_Task& task, CQOVDebugKitGuard& log, const QOVMsgHead& r
             "Worker(%d) recv msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u!\n",
             task.taskMgr()->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
-  qov::noteAnswer(TaskContext::countersOf(task).moduleId(), head);
+  qov::noteAnswer(task.taskMgr()->moduleId(), head);
   if (head.mst_ != 0) {
     return head.mst_;
   }
@@ -202,7 +202,7 @@ int handOverRequest(CQOV_Task& task, CQOVDebugKitGuard& log, const CQOV_MsgPacka
             "Worker(%d) send msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u!\n",
             task.taskMgr()->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
-  noteSend(TaskContext::countersOf(task).moduleId(), head);
+  noteSend(task.taskMgr()->moduleId(), head);
   if (handOver(task, block, timeout, mayLead) == -1) {
     const int cause = sendCauseOf(errno);
     block->release();
@@ -258,7 +258,7 @@ int CQOV_Task::send(const CQOV_MsgPackage* req, ACE_Time_Value* timeout, bool fr
             "Worker(%d) send msg: SPID=%u,SMID=%u,RPID=%u,RMID=%u,OPC=%llu,SN=0x%x,TP=%u.",
             taskMgr_->moduleId(), head.spid_, head.smid_, head.rpid_, head.rmid_,
             static_cast<unsigned long long>(head.opc_), head.sn_, head.type_);
-  qov::noteSend(TaskContext::countersOf(*this).moduleId(), head);
+  qov::noteSend(taskMgr_->moduleId(), head);
   // A leader may have to wait for the table of the modules, which is locked while a module starts.
   // So may a worker of the pool, but not whoever starts the module.
   if (handOver(*this, block, timeout, qov::isWorkerHere(*this)) == -1) {

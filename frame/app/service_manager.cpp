@@ -13,7 +13,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <new>
 #include <string_view>
+#include <utility>
 
 #include "diag/kit_registry.h"
 #include "diag/log_ids.h"
@@ -100,48 +102,63 @@ void ServiceManager::findPatience() {
   patience_ = std::chrono::microseconds(std::min(*patience, kLongest));
 }
 
-void ServiceManager::tellReady() {
-  if (!socket_.empty()) {
-    tell("READY=1\nSTATUS=modules that run: " + std::to_string(getModuleStats().size()));
-  }
+void ServiceManager::tellReady() noexcept {
+  tell(0, [] {
+    return "READY=1\nSTATUS=modules that run: " + std::to_string(getModuleStats().size());
+  });
 }
 
-void ServiceManager::tellReloading() {
-  // The manager compares this time with its own.
-  const auto now = std::chrono::steady_clock::now().time_since_epoch();
-  tell("RELOADING=1\nMONOTONIC_USEC=" +
-       std::to_string(std::chrono::duration_cast<std::chrono::microseconds>(now).count()) +
-       "\nSTATUS=reads the settings of the log again");
+void ServiceManager::tellReloading() noexcept {
+  tell(0, [] {
+    // The manager compares this time with its own.
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return "RELOADING=1\nMONOTONIC_USEC=" +
+           std::to_string(std::chrono::duration_cast<std::chrono::microseconds>(now).count()) +
+           "\nSTATUS=reads the settings of the log again";
+  });
 }
 
-void ServiceManager::tellStopping() {
-  tell("STOPPING=1\nSTATUS=stops its modules");
+void ServiceManager::tellStopping() noexcept {
+  tell(0, [] { return std::string("STOPPING=1\nSTATUS=stops its modules"); });
 }
 
-void ServiceManager::feedWatchdog() {
-  tell("WATCHDOG=1");
+void ServiceManager::feedWatchdog() noexcept {
+  tell(MSG_DONTWAIT, [] { return std::string("WATCHDOG=1"); });
 }
 
-void ServiceManager::tellStatus(const std::string& status) {
-  tell("STATUS=" + status);
+void ServiceManager::tellStatus(const std::string& status) noexcept {
+  tell(MSG_DONTWAIT, [&] { return "STATUS=" + status; });
 }
 
-void ServiceManager::tell(const std::string& lines) {
+template <class Lines>
+void ServiceManager::tell(int flags, Lines lines) noexcept {
   if (socket_.empty()) {
     return;
   }
-  const int error = send(lines);
-  if (error != 0 && !isSilent_) {
-    warn(log_id::kServiceManagerSilent, __LINE__,
-         {"tell the service manager", socket_, 0, lines.substr(0, lines.find('\n')),
-          errnoText(error)});
+  try {
+    const std::string text = lines();
+    const int error = send(text, flags);
+    const bool wasSilent = std::exchange(isSilent_, error != 0);
+    if (isSilent_ && !wasSilent) {
+      logSilence(text, error);
+    }
+  } catch (const std::bad_alloc&) {
+    // Neither for the lines nor for a record.
   }
-  isSilent_ = error != 0;
 }
 
-int ServiceManager::send(const std::string& lines) const {
+void ServiceManager::logSilence(const std::string& lines, int error) {
+  warn(log_id::kServiceManagerSilent, __LINE__,
+       {"tell the service manager", socket_, 0, lines.substr(0, lines.find('\n')),
+        errnoText(error)});
+}
+
+int ServiceManager::send(const std::string& lines, int flags) const {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
+  if (socket_.front() != '/' && socket_.front() != '@') {
+    return EAFNOSUPPORT;
+  }
   if (socket_.size() > sizeof address.sun_path) {
     return ENAMETOOLONG;
   }
@@ -151,10 +168,13 @@ int ServiceManager::send(const std::string& lines) const {
     address.sun_path[0] = '\0';
   }
   const Descriptor descriptor(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  if (descriptor.get() < 0) {
+    return errno;
+  }
   ::setsockopt(descriptor.get(), SOL_SOCKET, SO_SNDTIMEO, &kSendPatience, sizeof kSendPatience);
   const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + socket_.size());
   const ssize_t sent =
-      ::sendto(descriptor.get(), lines.data(), lines.size(), MSG_NOSIGNAL,
+      ::sendto(descriptor.get(), lines.data(), lines.size(), MSG_NOSIGNAL | flags,
                reinterpret_cast<const sockaddr*>(&address), size);  // NOLINT: as the system has it
   return sent >= 0 ? 0 : errno;
 }

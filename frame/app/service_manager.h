@@ -12,7 +12,8 @@ namespace qov {
 /// hear of have none.
 ///
 /// Thread: the one that starts the agent and runs its event loop.
-/// Errors: a manager that cannot be told is logged, once until it can be told again.
+/// Errors: a manager that cannot be told is logged, once until it can be told again. find() throws
+///         std::bad_alloc.
 class ServiceManager {
  public:
   static ServiceManager& process();
@@ -21,13 +22,16 @@ class ServiceManager {
   /// change that.
   void find();
 
-  void tellReady();
-  void tellReloading();
-  void tellStopping();
+  // These wait up to a second for a manager that takes nothing.
+  void tellReady() noexcept;
+  void tellReloading() noexcept;
+  void tellStopping() noexcept;
+
+  // These do not wait: they come again and again.
   /// That the agent is alive.
-  void feedWatchdog();
+  void feedWatchdog() noexcept;
   /// One line for who asks the manager how the agent is.
-  void tellStatus(const std::string& status);
+  void tellStatus(const std::string& status) noexcept;
 
   /// How long the manager waits for feedWatchdog() before it ends the agent; nothing when it does
   /// not wait.
@@ -37,9 +41,12 @@ class ServiceManager {
   ServiceManager() = default;
 
   void findPatience();
-  void tell(const std::string& lines);
+  /// Tells what `lines()` gives, which is not called without a manager. `flags`: of send().
+  template <class Lines>
+  void tell(int flags, Lines lines) noexcept;
   /// An errno value; 0 when the datagram is on its way.
-  int send(const std::string& lines) const;
+  int send(const std::string& lines, int flags) const;
+  void logSilence(const std::string& lines, int error);
 
   std::string socket_;  ///< empty without a manager
   std::optional<std::chrono::microseconds> patience_;

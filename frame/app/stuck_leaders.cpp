@@ -13,12 +13,12 @@ std::vector<StuckLeaders::Leader> StuckLeaders::look(Clock::time_point now,
       continue;
     }
     const auto before = seen_.find(leader.moduleId);
-    const bool isAtTheSame = before != seen_.end() && before->second.turns == leader.progress.turns;
+    const bool isAtTheSame = before != seen_.end() && before->second.steps == leader.progress.steps;
     const Clock::time_point since = isAtTheSame ? before->second.since : now;
     if (now - since >= limit_) {
       stuck.push_back({leader.moduleId, leader.name, now - since});
     }
-    seen.emplace(leader.moduleId, Seen{leader.progress.turns, since});
+    seen.emplace(leader.moduleId, Seen{leader.progress.steps, since});
   }
   seen_ = std::move(seen);
   return stuck;

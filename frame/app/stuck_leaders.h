@@ -32,7 +32,7 @@ class StuckLeaders {
 
  private:
   struct Seen {
-    unsigned int turns;
+    unsigned int steps;
     Clock::time_point since;
   };
 

@@ -15,8 +15,8 @@ const qov::StuckLeaders::Clock::time_point kBegin{};
 class StuckLeadersTest : public ::testing::Test {
  protected:
   /// How long the leader counts as stuck, in seconds; 0 when it does not.
-  long look(long when, unsigned int turns, bool hasWork) {
-    const auto stuck = leaders_.look(kBegin + seconds(when), {{kModule, "slow", {turns, hasWork}}});
+  long look(long when, unsigned int steps, bool hasWork) {
+    const auto stuck = leaders_.look(kBegin + seconds(when), {{kModule, "slow", {steps, hasWork}}});
     return stuck.empty() ? 0 : std::chrono::duration_cast<seconds>(stuck.front().stuckFor).count();
   }
 

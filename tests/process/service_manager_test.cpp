@@ -163,6 +163,22 @@ TEST_F(ServiceManagerTest, WhoseNameIsTooLongIsLogged) {
   stopsInOrder();
 }
 
+TEST_F(ServiceManagerTest, ThatListensAtNoUnixSocketIsLogged) {
+  agent.setEnvironment("NOTIFY_SOCKET", "vsock:2:1234");
+  starts({"chatter"});
+  EXPECT_TRUE(agent.waitForLog(
+      "Failed to tell the service manager: vsock:2:1234: READY=1: Address family not supported"));
+  stopsInOrder();
+}
+
+TEST_F(ServiceManagerTest, OfTheLeastPatienceGetsSignsOfLifeAgainAndAgain) {
+  startsWatched("chatter", "1");
+  EXPECT_EQ("WATCHDOG=1", socket_.next());
+  EXPECT_EQ("WATCHDOG=1", socket_.next());
+  agent.send(SIGTERM);
+  hasEndedInOrder(agent.waitForEnd());
+}
+
 TEST_F(ServiceManagerTest, GetsSignsOfLife) {
   startsWatched("chatter", "400000");
   EXPECT_EQ("WATCHDOG=1", socket_.next());

@@ -6,10 +6,13 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "task/leader_turn.h"
+#include "task/running_managers.h"
 #include "tests/platform/guard_threads.h"
 #include "tests/support/sleeping_thread.h"
 #include "tests/task/acting_task.h"
@@ -78,6 +81,30 @@ TEST_F(LeaderAtWorkTest, AResponseThatComesInTimeIsNotTooLateForALeaderThatIsBus
   ASSERT_TRUE(begun.waitFor());
   EXPECT_TRUE(elsewhere_->waitForResponse());
   module_->stop();
+}
+
+TEST_F(LeaderAtWorkTest, GetsOnWithEachMessageOfABatch) {
+  constexpr int kMessages = 3;
+  std::vector<unsigned int> steps;
+  Latch done;
+  act([&] {
+    if (steps.empty()) {
+      // The others are one batch, behind this one.
+      for (int i = 1; i < kMessages; ++i) {
+        put(makeBlock(makeMessage(3, kActing)));
+      }
+    }
+    const qov::LeaderLook look = qov::RunningManagers::leaders().at(0);
+    EXPECT_TRUE(look.progress.hasWork);
+    steps.push_back(look.progress.steps);
+    if (steps.size() == kMessages) {
+      done.count();
+    }
+  });
+  put(makeBlock(makeMessage(3, kActing)));
+  ASSERT_TRUE(done.waitFor());
+  module_->stop();
+  EXPECT_EQ(kMessages, std::set<unsigned int>(steps.begin(), steps.end()).size());
 }
 
 TEST_F(LeaderAtWorkTest, AResponseThatComesInTimeIsNotTooLateWhileASenderIsAtWork) {

@@ -259,3 +259,23 @@ TEST_F(LeaderTurnTest, AThreadThatIsCancelledAtWorkGivesTheTurnBack) {
   putAndWork();
   EXPECT_EQ(0U, work_.waiting_);
 }
+
+TEST_F(LeaderTurnTest, HasWorkWhileSomebodyHasTheTurnOrMessagesWaitForIt) {
+  EXPECT_FALSE(turn_->progress(false).hasWork);
+  EXPECT_TRUE(turn_->progress(true).hasWork);
+  work_.meanwhile_ = [this] { EXPECT_TRUE(turn_->progress(false).hasWork); };
+  putAndWork();
+  EXPECT_EQ(1, work_.looks_);
+  EXPECT_FALSE(turn_->progress(false).hasWork);
+}
+
+TEST_F(LeaderTurnTest, HasNoWorkThatNobodyIsToDo) {
+  const qov::LeaderTurn closed(work_, bell_);
+  EXPECT_FALSE(closed.progress(true).hasWork);
+}
+
+TEST_F(LeaderTurnTest, GetsOnWithEachTurn) {
+  const unsigned int before = turn_->progress(false).steps;
+  putAndWork();
+  EXPECT_NE(before, turn_->progress(false).steps);
+}

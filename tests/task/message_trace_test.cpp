@@ -149,6 +149,18 @@ TEST_F(MessageTraceTest, HasTheDroppedMessageAndWhy) {
   EXPECT_EQ(kNobody, events.back().rmid_);
 }
 
+TEST_F(MessageTraceTest, HasTheMessageThatALeaderLeavesAtItsStop) {
+  TestModule never(ignore);
+  CQOV_Task sender(&never);
+  const std::uint64_t first = QOVMessageTrace::start();
+  ASSERT_EQ(0, sender.send(makeMessage(3, kOpc).release(), nullptr, true));
+  never.stop();
+  const auto events = QOVMessageTrace::read(first).events_;
+  ASSERT_EQ((std::vector<Place>{{Step::kSend, kModule}, {Step::kDrop, kModule}}),
+            wayOf(events, QOVMsgHead::kNotice));
+  EXPECT_EQ(QOVDropReason::kStopped, events.back().reason_);
+}
+
 TEST_F(MessageTraceTest, HasTheContinuationOfAskLater) {
   const std::uint64_t first = QOVMessageTrace::start();
   ASSERT_EQ(
