@@ -99,6 +99,15 @@ TEST_F(AgentCommands, ListTheModules) {
   EXPECT_EQ(runJson({"module", "list"})["modules"].size(), 2u);
 }
 
+TEST_F(AgentCommands, PendingNamesTheModulesThatWaitForEachOther) {
+  startsWith({"asking", "asked"});
+  EXPECT_TRUE(waitUntil([&] { return runJson({"pending"})["circles"].size() == 1; }));
+  inOrder(
+      runHere({"pending"}).out,
+      {"request  from ", "\n1001 ", " 21 asked ", "handler  in ", "\n1000 ", "21 asked, request",
+       "modules wait for each other: 20 asking -> 21 asked -> 20 asking\n"});
+}
+
 TEST_F(AgentCommands, WithoutAnAgentThereIsNoConnection) {
   const QovctlRun ran = runHere({"status"});
   EXPECT_EQ(ran.status, 3);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "tools/common/json_object.h"
+#include "tools/qovctl/agent_parts.h"
 
 namespace qov::ctl {
 namespace {
@@ -40,6 +41,42 @@ TEST(AgentText, HasTheConfigurationThatIsInForceAndWhatCameAfter) {
               HasSubstr("configuration  /a.cfg of 1; changed since the start, at 2\n"));
 }
 
+TEST(AgentText, HasWhoWaitsForWhom) {
+  const Json::Value pending = tools::parseJson(R"({
+      "modules": [{"id": 20, "name": "inventory"}, {"id": 21, "name": "collector"}],
+      "requests": [{"module": 20, "thread": {"id": 5, "name": "m20-worker-1"},
+                    "receiver": {"process": 7, "module": 21}, "operation": 9, "serial": 1,
+                    "waiting": 4.25, "timeout": 30, "handler": {"id": 6, "name": "m21-worker-1"}},
+                   {"module": 21, "thread": null, "receiver": {"process": 7, "module": 99},
+                    "operation": 10, "serial": 2, "waiting": 0.5, "timeout": null,
+                    "handler": null}],
+      "handlers": [{"module": 20, "thread": {"id": 5, "name": "m20-worker-1"}, "operation": 7,
+                    "serial": 3, "sender": {"process": 7, "module": 1}, "continuation": false,
+                    "running": 4.5, "waitsFor": {"receiver": {"process": 7, "module": 21},
+                    "operation": 9, "waiting": 4.25}},
+                   {"module": 21, "thread": {"id": 6, "name": "m21-worker-1"}, "operation": 9,
+                    "serial": 1, "sender": {"process": 7, "module": 20}, "continuation": true,
+                    "running": 0.002, "waitsFor": null}],
+      "circles": [[20, 21, 20]]})");
+  EXPECT_EQ(pendingText(pending),
+            R"(request  from          thread        to            for    time-out  handled by
+9        20 inventory  m20-worker-1  21 collector  4.2s   30.0s     m21-worker-1
+10       21 collector  -             99            500ms  -         -
+
+handler  in            thread        from          for    waits for
+7        20 inventory  m20-worker-1  1             4.5s   21 collector, request 9 for 4.2s
+9 later  21 collector  m21-worker-1  20 inventory  2.0ms  -
+
+modules wait for each other: 20 inventory -> 21 collector -> 20 inventory
+)");
+}
+
+TEST(AgentText, SaysThatNobodyWaits) {
+  EXPECT_EQ(pendingText(tools::parseJson(
+                R"({"modules": [], "requests": [], "handlers": [], "circles": []})")),
+            "no request waits\n\nno handler runs\n");
+}
+
 TEST(AgentText, LeavesOutWhatTheAgentDoesNotTell) {
   EXPECT_THAT(statusText(tools::parseJson(R"({"modules": [{}]})")),
               HasSubstr("version        -\n"));
@@ -60,6 +97,8 @@ TEST(AgentText, RefusesWhatIsOfAnotherType) {
 
 TEST(AgentText, HasSpansInTwoUnits) {
   EXPECT_EQ(spanText(0), "-");
+  EXPECT_EQ(spanText(0.00031), "310us");
+  EXPECT_EQ(spanText(0.00425), "4.2ms");
   EXPECT_EQ(spanText(0.31), "310ms");
   EXPECT_EQ(spanText(59.96), "59.9s");
   EXPECT_EQ(spanText(60), "1m 00s");
