@@ -1,9 +1,9 @@
 #include "modules/status/activity_document.h"
 
-#include <array>
-#include <cstdio>
+#include <algorithm>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "modules/status/activity_snapshot.h"
 #include "modules/status/json_parts.h"
@@ -63,6 +63,20 @@ Json::Value handlerOfDocument(const QOVRunningHandler& handler, const ActivitySn
                  {"waitsFor", waitOfHandler(handler, snapshot)}});
 }
 
+Json::Value timesOf(const QOVHandlerTimes& times) {
+  const double mean = secondsOf(times.sum_) / static_cast<double>(times.count_);
+  return object(
+      {{"module", times.moduleId_},
+       {"operation", times.others_ ? Json::Value() : Json::Value(Json::UInt64{times.opc_})},
+       {"continuation", times.continuation_},
+       {"count", Json::UInt64{times.count_}},
+       {"seconds", secondsOf(times.sum_)},
+       {"mean", mean},
+       {"median", secondsOf(times.median_)},
+       {"percentile99", secondsOf(times.percentile99_)},
+       {"longest", secondsOf(times.longest_)}});
+}
+
 Json::Value circlesIn(const ActivitySnapshot& snapshot) {
   Json::Value circles(Json::arrayValue);
   for (const std::vector<unsigned int>& circle : circlesOf(snapshot)) {
@@ -91,6 +105,18 @@ Json::Value pendingDocument(const QOVActivity& activity) {
                  {"requests", requests},
                  {"handlers", handlers},
                  {"circles", circlesIn(snapshot)}});
+}
+
+Json::Value slowDocument(const QOVActivity& activity) {
+  std::vector<QOVHandlerTimes> all = activity.times();
+  std::stable_sort(all.begin(), all.end(), [](const QOVHandlerTimes& a, const QOVHandlerTimes& b) {
+    return a.percentile99_ > b.percentile99_;
+  });
+  Json::Value handlers(Json::arrayValue);
+  for (const QOVHandlerTimes& times : all) {
+    handlers.append(timesOf(times));
+  }
+  return object({{"modules", moduleList()["modules"]}, {"handlers", handlers}});
 }
 
 }  // namespace qov::status

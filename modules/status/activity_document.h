@@ -12,6 +12,9 @@ namespace qov::status {
 /// other.
 Json::Value pendingDocument(const QOVActivity& activity);
 
+/// The times that handlers have taken by module and operation code, the slowest first.
+Json::Value slowDocument(const QOVActivity& activity);
+
 }  // namespace qov::status
 
 #endif

@@ -4,13 +4,15 @@
 
 #include <algorithm>
 #include <set>
+#include <tuple>
 
 namespace qov::status {
 namespace {
 
-bool isSame(const QOVWaitingRequest& one, const QOVWaitingRequest& other) {
-  return one.moduleId_ == other.moduleId_ && one.thread_ == other.thread_ && one.sn_ == other.sn_ &&
-         one.opc_ == other.opc_ && one.receiver_ == other.receiver_;
+/// What a request is known by.
+auto keyOf(const QOVWaitingRequest& request) {
+  return std::make_tuple(request.moduleId_, request.thread_, request.sn_, request.opc_,
+                         request.receiver_);
 }
 
 /// Who waits for whom.
@@ -113,12 +115,14 @@ class Waits {
 ActivitySnapshot snapshotOf(const QOVActivity& activity) {
   ActivitySnapshot snapshot;
   snapshot.process = static_cast<std::uint8_t>(QOV_Utility::getProcPID());
-  const std::vector<QOVWaitingRequest> before = activity.requests();
+  std::set<decltype(keyOf({}))> before;
+  for (const QOVWaitingRequest& request : activity.requests()) {
+    before.insert(keyOf(request));
+  }
   snapshot.handlers = activity.handlers();
   snapshot.modules = getModuleStats();
   for (const QOVWaitingRequest& request : activity.requests()) {
-    if (std::any_of(before.begin(), before.end(),
-                    [&](const QOVWaitingRequest& former) { return isSame(former, request); })) {
+    if (before.count(keyOf(request)) > 0) {
       snapshot.requests.push_back(request);
     }
   }

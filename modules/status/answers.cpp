@@ -67,6 +67,9 @@ std::optional<std::string> Answers::answer(std::string_view request,
   if (name == "pending") {
     return lineOf(pendingDocument(activity_));
   }
+  if (name == "slow") {
+    return lineOf(slowDocument(activity_));
+  }
   if (name == "log-level") {
     return lineOf(changeLevel(asked));
   }

@@ -1,4 +1,6 @@
 #include <map>
+#include <string>
+#include <vector>
 
 #include "tools/common/json_object.h"
 #include "tools/qovctl/agent_parts.h"
@@ -52,13 +54,16 @@ std::string waitText(const Json::Value& handler, const ModuleNames& names) {
                             text(wait, "operation") + " for " + spanText(seconds(wait, "waiting"));
 }
 
+/// The operation code of a handler, and whether it is a continuation.
+std::string operationText(const Json::Value& handler) {
+  return text(handler, "operation") + (text(handler, "continuation") == "true" ? " later" : "");
+}
+
 std::string handlersText(const Json::Value& handlers, const ModuleNames& names) {
   std::vector<Row> rows{{"handler", "in", "thread", "from", "for", "waits for"}};
   for (const Json::Value& handler : handlers) {
-    const bool isLater = text(handler, "continuation") == "true";
-    rows.push_back({text(handler, "operation") + (isLater ? " later" : ""),
-                    names.of(handler, "module"), threadOf(handler, "thread"),
-                    names.of(part(handler, "sender"), "module"),
+    rows.push_back({operationText(handler), names.of(handler, "module"),
+                    threadOf(handler, "thread"), names.of(part(handler, "sender"), "module"),
                     spanText(seconds(handler, "running")), waitText(handler, names)});
   }
   return handlers.empty() ? "no handler runs\n" : lines(rows);
@@ -83,6 +88,21 @@ std::string pendingText(const Json::Value& pending) {
     all += circleText(circle, names);
   }
   return all;
+}
+
+std::string slowText(const Json::Value& slow) {
+  const ModuleNames names(slow);
+  const Json::Value& handlers = tools::arrayAt(member(slow, "handlers"), "handlers");
+  std::vector<Row> rows{{"handler", "in", "count", "mean", "half within", "99% within", "longest"}};
+  for (const Json::Value& handler : handlers) {
+    const bool isOthers = member(handler, "operation").isNull();
+    rows.push_back({isOthers ? "others" : operationText(handler), names.of(handler, "module"),
+                    text(handler, "count"), spanText(seconds(handler, "mean")),
+                    spanText(seconds(handler, "median")),
+                    spanText(seconds(handler, "percentile99")),
+                    spanText(seconds(handler, "longest"))});
+  }
+  return handlers.empty() ? "no handler has run\n" : lines(rows);
 }
 
 }  // namespace qov::ctl

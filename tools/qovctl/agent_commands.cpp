@@ -43,6 +43,7 @@ void AgentCommands::addTo(CLI::App& app, std::function<void()>& command) {
   add(*agent, "status", "Print state, configuration and modules", &AgentCommands::showStatus);
   add(*agent, "pending", "Print which requests wait, and what workers are busy with",
       &AgentCommands::showPending);
+  add(*agent, "slow", "Print how long handlers take, by operation code", &AgentCommands::showSlow);
   add(*agent, "log-level", "Print the level of the log, or set it", &AgentCommands::logLevel)
       ->add_option("LEVEL", level_, "0 (all) to 5 (errors only)")
       ->check(CLI::Range(0, 5));
@@ -76,6 +77,10 @@ void AgentCommands::showStatus() const {
 
 void AgentCommands::showPending() const {
   show("pending", &pendingText);
+}
+
+void AgentCommands::showSlow() const {
+  show("slow", &slowText);
 }
 
 void AgentCommands::showModules() const {

@@ -29,6 +29,7 @@ class AgentCommands {
   void show(const char* request, std::string (*text)(const Json::Value&)) const;
   void showStatus() const;
   void showPending() const;
+  void showSlow() const;
   void showModules() const;
   void logLevel() const;
   void reload() const;

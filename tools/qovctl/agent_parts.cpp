@@ -76,16 +76,18 @@ std::string spanText(double seconds) {
   if (whole >= 60) {
     return format("%lldm %02llds", whole / 60, whole % 60);
   }
-  const auto microseconds = static_cast<long long>(seconds * 1e6);
+  const auto nanoseconds = static_cast<long long>(seconds * 1e9);
   if (whole >= 1) {
-    return format("%lld.%llds", whole, microseconds % 1000000 / 100000);
+    return format("%lld.%llds", whole, nanoseconds % 1000000000 / 100000000);
   }
-  if (microseconds >= 10000) {
-    return format("%lldms", microseconds / 1000, 0);
+  if (nanoseconds >= 10000000) {
+    return format("%lldms", nanoseconds / 1000000, 0);
   }
-  return microseconds >= 1000
-             ? format("%lld.%lldms", microseconds / 1000, microseconds % 1000 / 100)
-             : format("%lldus", microseconds, 0);
+  if (nanoseconds >= 1000000) {
+    return format("%lld.%lldms", nanoseconds / 1000000, nanoseconds % 1000000 / 100000);
+  }
+  return nanoseconds >= 1000 ? format("%lldus", nanoseconds / 1000, 0)
+                             : format("%lldns", nanoseconds, 0);
 }
 
 }  // namespace qov::ctl

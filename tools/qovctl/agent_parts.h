@@ -24,7 +24,7 @@ double seconds(const Json::Value& object, const char* key);
 /// Columns with two blanks between them; the last has no blanks behind it. There is a row.
 std::string lines(const std::vector<Row>& rows);
 
-/// "2d 3h", "1h 05m", "12m 03s", "4.2s", "310ms", "4.2ms", "310us"; "-" for none.
+/// "2d 3h", "1h 05m", "12m 03s", "4.2s", "310ms", "4.2ms", "310us", "90ns"; "-" for none.
 std::string spanText(double seconds);
 
 }  // namespace qov::ctl

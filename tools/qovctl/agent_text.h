@@ -13,6 +13,7 @@ namespace qov::ctl {
 
 std::string statusText(const Json::Value& status);
 std::string pendingText(const Json::Value& pending);
+std::string slowText(const Json::Value& slow);
 std::string modulesText(const Json::Value& list);
 
 }  // namespace qov::ctl

@@ -108,6 +108,12 @@ TEST_F(AgentCommands, PendingNamesTheModulesThatWaitForEachOther) {
        "modules wait for each other: 20 asking -> 21 asked -> 20 asking\n"});
 }
 
+TEST_F(AgentCommands, SlowShowsHowLongHandlersTake) {
+  startsWith({"chatter"});
+  EXPECT_TRUE(waitUntil([&] { return runJson({"slow"})["handlers"].size() == 1; }));
+  inOrder(runHere({"slow"}).out, {"handler  in ", "count", "99% within", "\n0 ", "1 chatter"});
+}
+
 TEST_F(AgentCommands, WithoutAnAgentThereIsNoConnection) {
   const QovctlRun ran = runHere({"status"});
   EXPECT_EQ(ran.status, 3);

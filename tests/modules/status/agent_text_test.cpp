@@ -77,6 +77,26 @@ TEST(AgentText, SaysThatNobodyWaits) {
             "no request waits\n\nno handler runs\n");
 }
 
+TEST(AgentText, HasHowLongHandlersTake) {
+  EXPECT_EQ(slowText(tools::parseJson(R"({
+      "modules": [{"id": 20, "name": "inventory"}],
+      "handlers": [{"module": 20, "operation": 7, "continuation": false, "count": 1200,
+                    "mean": 0.0042, "median": 0.004, "percentile99": 0.2, "longest": 4.25},
+                   {"module": 20, "operation": 7, "continuation": true, "count": 3,
+                    "mean": 0.00001, "median": 0.00001, "percentile99": 0.0000105,
+                    "longest": 0.00001},
+                   {"module": 21, "operation": null, "continuation": false, "count": 9,
+                    "mean": 0.0000005, "median": 0.0000005, "percentile99": 0.000001,
+                    "longest": 0.000001}]})")),
+            R"(handler  in            count  mean   half within  99% within  longest
+7        20 inventory  1200   4.2ms  4.0ms        200ms       4.2s
+7 later  20 inventory  3      10us   10us         10us        10us
+others   21            9      500ns  500ns        1us         1us
+)");
+  EXPECT_EQ(slowText(tools::parseJson(R"({"modules": [], "handlers": []})")),
+            "no handler has run\n");
+}
+
 TEST(AgentText, LeavesOutWhatTheAgentDoesNotTell) {
   EXPECT_THAT(statusText(tools::parseJson(R"({"modules": [{}]})")),
               HasSubstr("version        -\n"));
@@ -97,6 +117,7 @@ TEST(AgentText, RefusesWhatIsOfAnotherType) {
 
 TEST(AgentText, HasSpansInTwoUnits) {
   EXPECT_EQ(spanText(0), "-");
+  EXPECT_EQ(spanText(0.00000025), "250ns");
   EXPECT_EQ(spanText(0.00031), "310us");
   EXPECT_EQ(spanText(0.00425), "4.2ms");
   EXPECT_EQ(spanText(0.31), "310ms");
