@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "diag/log_ids.h"
+#include "task/activity_switch.h"
 #include "task/ending_thread.h"
 #include "task/hand_over.h"
 #include "task/module_context.h"
@@ -18,6 +19,12 @@
 #include "task/task_context.h"
 
 namespace qov {
+
+namespace {
+
+constexpr int kNoThread = 0;
+
+}  // namespace
 
 LaterAnswer::LaterAnswer(ModuleCounters& counters, CQOV_TaskScheduler& scheduler,
                          const QOVMsgHead& request, QOVRequest::Continuation continuation)
@@ -69,6 +76,10 @@ QOVReason LaterAnswer::ask(CQOV_Task& sender, std::unique_ptr<CQOV_MsgPackage> r
   if (later->block_ == nullptr) {
     return QOVReason::kNoMemory;
   }
+  if (ActivitySwitch::isOn()) {
+    later->noted_.reset(new (std::nothrow) WaitingRequests::Entry(
+        counters.waitingRequests_, request->head(), timeout, kNoThread));
+  }
   std::unique_ptr<TimeoutDesc> waiter(new (std::nothrow)
                                           TimeoutDesc{nullptr, timeout, -1, later.get()});
   if (handOverRequest(sender, log, request.release(), std::move(waiter), &timeout, true,
@@ -81,6 +92,7 @@ QOVReason LaterAnswer::ask(CQOV_Task& sender, std::unique_ptr<CQOV_MsgPackage> r
 
 void LaterAnswer::end(QOVAnswer answer) {
   answer_ = std::move(answer);
+  noted_.reset();
   ACE_Message_Block* const block = block_.release();
   // Who takes the block may delete this object at once.
   CQOV_TaskScheduler& scheduler = scheduler_;

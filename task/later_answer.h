@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "task/message_block.h"
+#include "task/waiting_requests.h"
 
 class CQOV_Task;
 class CQOV_TaskScheduler;
@@ -66,6 +67,8 @@ class LaterAnswer final : public CQOV_MsgPackage {
   QOVRequest::Continuation continuation_;
   QOVAnswer answer_{QOVReason::kStopped};
   BlockPtr block_;
+  /// While the answer is not there; null if nobody wants to know.
+  std::unique_ptr<WaitingRequests::Entry> noted_;
   bool pending_ = true;
 };
 

@@ -59,11 +59,12 @@ void ModuleCounters::timeOut(const MsgKey& request) {
   noteTimeOut(moduleId_, TracedMessage(request));
 }
 
-void ModuleCounters::handled(Clock::time_point begin) {
+std::chrono::nanoseconds ModuleCounters::handled(Clock::time_point begin) {
   const std::uint64_t took = nanosecondsSince(begin);
   handlingSum_.add(took);
   longestHandling_.raiseTo(took);
   handlingTimes_[widthOf(took)].add();
+  return toDuration(took);
 }
 
 ModuleCounters::Clock::time_point ModuleCounters::coarseNow() {

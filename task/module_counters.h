@@ -11,6 +11,7 @@
 
 #include "task/message_trace.h"
 #include "task/running_handlers.h"
+#include "task/waiting_requests.h"
 
 namespace qov {
 
@@ -47,8 +48,8 @@ class ModuleCounters {
   void drop(QOVDropReason reason, const TracedMessage& message = {});
   /// Counts a `request` that got no response in time.
   void timeOut(const MsgKey& request);
-  /// Counts one call of a handler that began at `begin` and has just ended.
-  void handled(Clock::time_point begin);
+  /// Counts one call of a handler that began at `begin` and has just ended. Returns what it took.
+  std::chrono::nanoseconds handled(Clock::time_point begin);
   /// `since`: when the oldest of `count` pending requests began, by coarseNow(); the clock's epoch
   /// for none.
   void pending(std::size_t count, Clock::time_point since);
@@ -68,6 +69,7 @@ class ModuleCounters {
   Counter waitingForWorker_;
   Counter askedLater_;
   RunningHandlers handlers_;
+  WaitingRequests waitingRequests_;
 
  private:
   const unsigned int moduleId_;
@@ -91,7 +93,7 @@ class HandlingTime {
   }
   ~HandlingTime() {
     noteHandleEnd(counters_.moduleId(), entry_.handler().message_);
-    counters_.handled(entry_.handler().begin_);
+    entry_.took(counters_.handled(entry_.begin()));
   }
 
   HandlingTime(const HandlingTime&) = delete;
@@ -99,7 +101,7 @@ class HandlingTime {
 
  private:
   ModuleCounters& counters_;
-  const RunningHandlers::Entry entry_;
+  RunningHandlers::Entry entry_;
 };
 
 }  // namespace qov

@@ -1,6 +1,11 @@
 #include "task/running_handlers.h"
 
 #include <algorithm>
+#include <new>
+
+#include "task/activity_switch.h"
+#include "task/age_list_copy.h"
+#include "task/handler_times.h"
 
 namespace qov {
 
@@ -8,20 +13,31 @@ namespace {
 
 constexpr std::chrono::hours kLongest(100 * 365 * 24);
 
+bool isContinuation(const RunningHandler& handler) {
+  return handler.message_.type_ == QOVMsgHead::kResponse;
+}
+
 }  // namespace
 
 RunningHandlers::Entry::Entry(RunningHandlers& all, const RunningHandler& handler)
-    : all_(all), handler_(handler), isNoted_(all.hasLimit()) {
-  if (isNoted_) {
+    : all_(all),
+      handler_(handler),
+      hasLimit_(all.hasLimit()),
+      isWatched_(ActivitySwitch::isOn()),
+      thread_(isNoted() ? threadHere() : 0) {
+  if (isNoted()) {
     all_.add(*this);
   }
 }
 
 RunningHandlers::Entry::~Entry() {
-  if (isNoted_) {
+  if (isNoted()) {
     all_.remove(*this);
   }
 }
+
+RunningHandlers::RunningHandlers() = default;
+RunningHandlers::~RunningHandlers() = default;
 
 void RunningHandlers::limit(Duration limit) {
   limit_ = std::clamp<Duration>(limit, Duration::zero(), kLongest);
@@ -30,44 +46,83 @@ void RunningHandlers::limit(Duration limit) {
 
 void RunningHandlers::add(Entry& entry) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  // Of two that begin at once the later one may come first.
-  Entry* older = newest_;
-  while (older != nullptr && older->handler_.begin_ > entry.handler_.begin_) {
-    older = older->older_;
-  }
-  Entry*& link = older != nullptr ? older->newer_ : oldest_;
-  entry.older_ = older;
-  entry.newer_ = link;
-  (link != nullptr ? link->older_ : newest_) = &entry;
-  link = &entry;
+  entries_.add(entry);
 }
 
-void RunningHandlers::remove(Entry& entry) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  if (!entry.isTold_) {
-    unlink(entry);
+void RunningHandlers::remove(Entry& entry) noexcept {
+  HandlerTimes* kept = nullptr;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    entries_.remove(entry);
+    kept = entry.isWatched_ ? times() : nullptr;
+  }
+  if (kept != nullptr) {
+    kept->add(entry.handler_.message_.opc_, isContinuation(entry.handler_),
+              static_cast<std::uint64_t>(entry.took_.count()));
   }
 }
 
-void RunningHandlers::unlink(Entry& entry) {
-  (entry.older_ != nullptr ? entry.older_->newer_ : oldest_) = entry.newer_;
-  (entry.newer_ != nullptr ? entry.newer_->older_ : newest_) = entry.older_;
+HandlerTimes* RunningHandlers::times() noexcept {
+  if (times_ == nullptr) {
+    try {
+      times_ = std::make_unique<HandlerTimes>();
+    } catch (const std::bad_alloc&) {
+      return nullptr;
+    }
+  }
+  return times_.get();
+}
+
+RunningHandlers::Entry* RunningHandlers::oldestUntold() const {
+  Entry* entry = entries_.oldest();
+  while (entry != nullptr && (!entry->hasLimit_ || entry->isTold_)) {
+    entry = entry->newer();
+  }
+  return entry;
 }
 
 std::optional<RunningHandler> RunningHandlers::takeLate(Clock::time_point now) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (!hasLimit() || oldest_ == nullptr || now - oldest_->handler_.begin_ <= limit()) {
+  Entry* const oldest = oldestUntold();
+  if (!hasLimit() || oldest == nullptr || now - oldest->begin() <= limit()) {
     return std::nullopt;
   }
-  Entry& late = *oldest_;
-  unlink(late);
-  late.isTold_ = true;
-  return late.handler_;
+  oldest->isTold_ = true;
+  return oldest->handler_;
 }
 
 RunningHandlers::Clock::time_point RunningHandlers::nextLate(Clock::time_point now) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  return (oldest_ != nullptr ? oldest_->handler_.begin_ : now) + limit();
+  const Entry* const oldest = oldestUntold();
+  return (oldest != nullptr ? oldest->begin() : now) + limit();
+}
+
+void RunningHandlers::list(unsigned int moduleId, std::vector<QOVRunningHandler>& handlers) const {
+  const Clock::time_point now = Clock::now();
+  copyAll(mutex_, entries_, handlers, [&](const Entry& entry) {
+    const RunningHandler& handler = entry.handler_;
+    QOVRunningHandler told;
+    told.moduleId_ = moduleId;
+    told.thread_ = entry.thread_;
+    told.opc_ = handler.message_.opc_;
+    told.sn_ = handler.message_.sn_;
+    told.senderProcess_ = handler.message_.spid_;
+    told.sender_ = handler.message_.smid_;
+    told.continuation_ = isContinuation(handler);
+    told.running_ = std::max(now - handler.begin_, Clock::duration::zero());
+    return told;
+  });
+}
+
+void RunningHandlers::listTimes(unsigned int moduleId, std::vector<QOVHandlerTimes>& times) const {
+  const HandlerTimes* kept = nullptr;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    kept = times_.get();
+  }
+  if (kept != nullptr) {
+    kept->list(moduleId, times);
+  }
 }
 
 }  // namespace qov

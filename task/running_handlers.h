@@ -1,16 +1,24 @@
 #ifndef QOV_TASK_RUNNING_HANDLERS_H
 #define QOV_TASK_RUNNING_HANDLERS_H
 
+#include <qovpub/qov_activity.h>
 #include <qovpub/qov_msg_head.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
+#include <memory>
 #include <mutex>
 #include <optional>
+#include <vector>
+
+#include "task/age_list.h"
 
 class CQOV_Task;
 
 namespace qov {
+
+class HandlerTimes;
 
 /// What a handler works on, whose it is, and since when.
 struct RunningHandler {
@@ -22,17 +30,20 @@ struct RunningHandler {
   Clock::time_point begin_;
 };
 
-/// The handlers of a module that run, for who tells of those that outlast the module's limit.
+/// The handlers of a module that run, for who tells of those that outlast the module's limit, and
+/// for QOVActivity.
 ///
 /// Thread: any.
-/// Owns:   nothing: each handler that runs stands on its own thread's stack.
+/// Owns:   the times of those that have ended. Each handler that runs stands on its own thread's
+///         stack.
 class RunningHandlers {
  public:
   using Clock = RunningHandler::Clock;
   using Duration = std::chrono::milliseconds;
 
-  /// A handler for as long as it runs. Without a limit at its beginning it is not noted.
-  class Entry {
+  /// A handler for as long as it runs. It is noted if there is a limit at its beginning, or
+  /// somebody wants to know (ActivitySwitch).
+  class Entry : public AgeList<Entry>::Link {
    public:
     Entry(RunningHandlers& all, const RunningHandler& handler);
     ~Entry();
@@ -41,20 +52,28 @@ class RunningHandlers {
     Entry& operator=(const Entry&) = delete;
 
     const RunningHandler& handler() const { return handler_; }
+    Clock::time_point begin() const { return handler_.begin_; }
+
+    /// What the handler has taken, for the times of its code.
+    void took(std::chrono::nanoseconds span) { took_ = span; }
 
    private:
     friend class RunningHandlers;
 
+    bool isNoted() const { return hasLimit_ || isWatched_; }
+
     RunningHandlers& all_;
     const RunningHandler handler_;
-    const bool isNoted_;
+    const bool hasLimit_;
+    const bool isWatched_;
+    const int thread_;  ///< 0 if it is not noted
+    std::chrono::nanoseconds took_{};
     // Guarded by the lock of all_.
-    Entry* older_ = nullptr;
-    Entry* newer_ = nullptr;
     bool isTold_ = false;
   };
 
-  RunningHandlers() = default;
+  RunningHandlers();
+  ~RunningHandlers();
   RunningHandlers(const RunningHandlers&) = delete;
   RunningHandlers& operator=(const RunningHandlers&) = delete;
 
@@ -72,19 +91,27 @@ class RunningHandlers {
   /// No handler outlasts the limit earlier than this, by what is known at `now`. Only with a limit.
   Clock::time_point nextLate(Clock::time_point now);
 
+  // For QOVActivity: append what was noted for it, as of `moduleId`.
+  void list(unsigned int moduleId, std::vector<QOVRunningHandler>& handlers) const;
+  void listTimes(unsigned int moduleId, std::vector<QOVHandlerTimes>& times) const;
+
  private:
   void add(Entry& entry);
-  void remove(Entry& entry);
-  void unlink(Entry& entry);
+  void remove(Entry& entry) noexcept;
+  /// The longest one that the limit is for and that was not taken; null without one.
+  Entry* oldestUntold() const;
+  /// Null without memory for them.
+  HandlerTimes* times() noexcept;
 
   std::atomic<Duration> limit_{Duration::zero()};
   // Set after the limit.
   std::atomic<bool> changed_{false};
 
-  std::mutex mutex_;
-  // Guarded by mutex_: those that were not taken, in the order in which they have begun.
-  Entry* oldest_ = nullptr;
-  Entry* newest_ = nullptr;
+  mutable std::mutex mutex_;
+  // Guarded by mutex_.
+  AgeList<Entry> entries_;
+  /// Made for the first handler that somebody wants to know of, and then there to the end.
+  std::unique_ptr<HandlerTimes> times_;
 };
 
 }  // namespace qov

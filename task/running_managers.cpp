@@ -72,18 +72,21 @@ bool RunningManagers::any() {
   return !all.managers.empty() || all.stopping != nullptr;
 }
 
+void RunningManagers::visit(const std::function<void(const CQOV_TaskMgr&)>& visit) {
+  Registry& running = registry();
+  const std::lock_guard<std::mutex> held(running.mutex);
+  std::vector<const CQOV_TaskMgr*> all(running.managers.begin(), running.managers.end());
+  std::stable_sort(all.begin(), all.end(), [](const CQOV_TaskMgr* a, const CQOV_TaskMgr* b) {
+    return a->moduleId() < b->moduleId();
+  });
+  for (const CQOV_TaskMgr* const manager : all) {
+    visit(*manager);
+  }
+}
+
 std::vector<QOVModuleStats> RunningManagers::stats() {
   std::vector<QOVModuleStats> all;
-  {
-    Registry& running = registry();
-    const std::lock_guard<std::mutex> held(running.mutex);
-    for (const CQOV_TaskMgr* const manager : running.managers) {
-      all.push_back(ModuleContext::statsOf(*manager));
-    }
-  }
-  std::stable_sort(all.begin(), all.end(), [](const QOVModuleStats& a, const QOVModuleStats& b) {
-    return a.moduleId_ < b.moduleId_;
-  });
+  visit([&](const CQOV_TaskMgr& manager) { all.push_back(ModuleContext::statsOf(manager)); });
   return all;
 }
 

@@ -4,6 +4,7 @@
 #include <qovpub/qov_stats.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -25,7 +26,7 @@ struct LeaderLook {
 ///
 /// Thread: any.
 /// Owns:   nothing.
-/// Errors: add(), stats() and leaders() throw std::bad_alloc.
+/// Errors: add(), visit(), stats() and leaders() throw std::bad_alloc.
 class RunningManagers {
  public:
   static void add(CQOV_TaskMgr& manager);
@@ -35,7 +36,11 @@ class RunningManagers {
 
   static bool any();
 
-  /// Their figures, in the order of their ids.
+  /// Calls `visit` with each of them, in the order of their ids. None stops meanwhile; `visit` must
+  /// not wait.
+  static void visit(const std::function<void(const CQOV_TaskMgr&)>& visit);
+
+  /// Their figures, in the same order.
   static std::vector<QOVModuleStats> stats();
 
   /// How far their leaders are.

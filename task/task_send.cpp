@@ -8,10 +8,12 @@
 #include <atomic>
 #include <cerrno>
 #include <new>
+#include <optional>
 #include <utility>
 
 #include "diag/log_ids.h"
 #include "diag/log_level.h"
+#include "task/activity_switch.h"
 #include "task/hand_over.h"
 #include "task/leader_turn.h"
 #include "task/message_block.h"
@@ -181,6 +183,10 @@ int sendAlone(CQOV_Task& task, CQOVDebugKitGuard& log, const CQOV_MsgPackage* re
   std::unique_ptr<TimeoutDesc> waiter(new (std::nothrow) TimeoutDesc{&task, limit, -1});
   // A copy: the request belongs to the runtime before the response is here.
   const QOVMsgHead head = req->head();
+  std::optional<qov::WaitingRequests::Entry> noted;
+  if (qov::ActivitySwitch::isOn()) {
+    noted.emplace(TaskContext::countersOf(task).waitingRequests_, head, limit, qov::threadHere());
+  }
   return qov::handOverRequest(task, log, req, std::move(waiter), timeout, freeReq, true) == 0
              ? waitForResponse(task, log, head, rsp)
              : -1;

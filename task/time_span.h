@@ -29,6 +29,11 @@ inline std::optional<std::chrono::steady_clock::time_point> steadyDeadline(
          std::chrono::microseconds(left.usec());
 }
 
+/// Of a span as limitedSpan() gives it.
+inline std::chrono::nanoseconds nanosecondsOf(const ACE_Time_Value& span) {
+  return std::chrono::seconds(span.sec()) + std::chrono::microseconds(span.usec());
+}
+
 }  // namespace qov
 
 #endif

@@ -9,6 +9,8 @@
 #include <csignal>
 #include <memory>
 
+#include "modules/status/activity_document.h"
+#include "modules/status/json_parts.h"
 #include "modules/status/level.h"
 
 namespace qov::status {
@@ -38,14 +40,8 @@ Json::Value parse(std::string_view text) {
   }
 }
 
-Json::Value objectWith(const char* key, const Json::Value& value) {
-  Json::Value object(Json::objectValue);
-  object[key] = value;
-  return object;
-}
-
 Json::Value errorOf(const char* why) {
-  return objectWith("error", why);
+  return object({{"error", why}});
 }
 
 bool isHandled(int signum) {
@@ -68,6 +64,12 @@ std::optional<std::string> Answers::answer(std::string_view request,
   if (name == "modules") {
     return lineOf(moduleList());
   }
+  if (name == "pending") {
+    return lineOf(pendingDocument(activity_));
+  }
+  if (name == "slow") {
+    return lineOf(slowDocument(activity_));
+  }
   if (name == "log-level") {
     return lineOf(changeLevel(asked));
   }
@@ -85,7 +87,7 @@ Json::Value Answers::changeLevel(const Json::Value& request) const {
     }
     changeLevel(level.asInt());
   }
-  return objectWith("level", logLevel());
+  return object({{"level", logLevel()}});
 }
 
 void Answers::changeLevel(int level) const {
@@ -102,7 +104,7 @@ Json::Value Answers::reload() const {
   if (!isHandled(SIGUSR1) || ::kill(::getpid(), SIGUSR1) != 0) {
     return errorOf("this process does not take SIGUSR1");
   }
-  return objectWith("reload", "requested");
+  return object({{"reload", "requested"}});
 }
 
 }  // namespace qov::status

@@ -1,6 +1,8 @@
 #ifndef QOV_MODULES_STATUS_ANSWERS_H
 #define QOV_MODULES_STATUS_ANSWERS_H
 
+#include <qovpub/qov_activity.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,7 +12,8 @@
 
 namespace qov::status {
 
-/// Answers requests of the status socket: one JSON document each, one line.
+/// Answers requests of the status socket: one JSON document each, one line. While it lives the
+/// process notes what its modules work on.
 ///
 /// Thread: one.
 /// Errors: throws std::bad_alloc.
@@ -30,6 +33,7 @@ class Answers {
 
   const unsigned int kitId_;
   const Start start_;
+  const QOVActivity activity_;
 };
 
 }  // namespace qov::status

@@ -7,26 +7,14 @@
 #include <unistd.h>
 
 #include <array>
-#include <initializer_list>
 #include <string>
 #include <utility>
 
+#include "modules/status/json_parts.h"
 #include "modules/status/level.h"
 
 namespace qov::status {
 namespace {
-
-Json::Value object(std::initializer_list<std::pair<const char*, Json::Value>> members) {
-  Json::Value made(Json::objectValue);
-  for (const auto& [key, value] : members) {
-    made[key] = value;
-  }
-  return made;
-}
-
-double secondsOf(std::chrono::nanoseconds span) {
-  return std::chrono::duration<double>(span).count();
-}
 
 std::string textOf(std::time_t time) {
   std::tm parts{};

@@ -41,6 +41,9 @@ void AgentCommands::addTo(CLI::App& app, std::function<void()>& command) {
   agent->add_flag("--json", json_, "Print the agent's answer");
   agent->footer(kAgentText);
   add(*agent, "status", "Print state, configuration and modules", &AgentCommands::showStatus);
+  add(*agent, "pending", "Print which requests wait, and what workers are busy with",
+      &AgentCommands::showPending);
+  add(*agent, "slow", "Print how long handlers take, by operation code", &AgentCommands::showSlow);
   add(*agent, "log-level", "Print the level of the log, or set it", &AgentCommands::logLevel)
       ->add_option("LEVEL", level_, "0 (all) to 5 (errors only)")
       ->check(CLI::Range(0, 5));
@@ -63,14 +66,25 @@ CLI::App* AgentCommands::add(CLI::App& to, const std::string& name, const std::s
   return command;
 }
 
+void AgentCommands::show(const char* request, std::string (*text)(const Json::Value&)) const {
+  const Json::Value answer = askAgent(target_, requestFor(request));
+  print(json_ ? tools::jsonText(answer) : text(answer));
+}
+
 void AgentCommands::showStatus() const {
-  const Json::Value answer = askAgent(target_, requestFor("status"));
-  print(json_ ? tools::jsonText(answer) : statusText(answer));
+  show("status", &statusText);
+}
+
+void AgentCommands::showPending() const {
+  show("pending", &pendingText);
+}
+
+void AgentCommands::showSlow() const {
+  show("slow", &slowText);
 }
 
 void AgentCommands::showModules() const {
-  const Json::Value answer = askAgent(target_, requestFor("modules"));
-  print(json_ ? tools::jsonText(answer) : modulesText(answer));
+  show("modules", &modulesText);
 }
 
 void AgentCommands::logLevel() const {

@@ -1,6 +1,8 @@
 #ifndef QOV_TOOLS_QOVCTL_AGENT_COMMANDS_H
 #define QOV_TOOLS_QOVCTL_AGENT_COMMANDS_H
 
+#include <json/value.h>
+
 #include <CLI/CLI.hpp>
 
 #include <functional>
@@ -23,7 +25,11 @@ class AgentCommands {
  private:
   CLI::App* add(CLI::App& to, const std::string& name, const std::string& description,
                 void (AgentCommands::*run)() const);
+  /// Prints the answer to `request`, or what `text` makes of it.
+  void show(const char* request, std::string (*text)(const Json::Value&)) const;
   void showStatus() const;
+  void showPending() const;
+  void showSlow() const;
   void showModules() const;
   void logLevel() const;
   void reload() const;

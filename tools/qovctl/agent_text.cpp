@@ -1,64 +1,13 @@
 #include "tools/qovctl/agent_text.h"
 
-#include <algorithm>
-#include <array>
-#include <cstdio>
 #include <vector>
 
 #include "tools/common/controls.h"
 #include "tools/common/json_object.h"
+#include "tools/qovctl/agent_parts.h"
 
 namespace qov::ctl {
 namespace {
-
-using Row = std::vector<std::string>;
-
-const Json::Value& member(const Json::Value& object, const char* key) {
-  if (!object.isObject()) {
-    throw tools::BadJson(key, "is to be a member of an object");
-  }
-  return object[key];
-}
-
-/// The member as a text; "-" for one that is missing.
-std::string text(const Json::Value& object, const char* key) {
-  const Json::Value& value = member(object, key);
-  if (value.isNull() || value.isObject() || value.isArray()) {
-    return "-";
-  }
-  return tools::withoutControls(value.asString());
-}
-
-/// The member object, empty if it is missing.
-Json::Value part(const Json::Value& object, const char* key) {
-  const Json::Value& value = member(object, key);
-  return value.isObject() ? value : Json::Value(Json::objectValue);
-}
-
-double seconds(const Json::Value& object, const char* key) {
-  const Json::Value& value = member(object, key);
-  return value.isNumeric() ? value.asDouble() : 0;
-}
-
-/// Columns with two blanks between them; the last has no blanks behind it.
-std::string lines(const std::vector<Row>& rows) {
-  std::vector<std::size_t> widths(rows.front().size());
-  for (const Row& row : rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) {
-      widths[i] = std::max(widths[i], row[i].size());
-    }
-  }
-  std::string all;
-  for (const Row& row : rows) {
-    std::string line;
-    for (std::size_t i = 0; i < row.size(); ++i) {
-      line += row[i] + std::string(widths[i] - row[i].size() + 2, ' ');
-    }
-    line.erase(line.find_last_not_of(' ') + 1);
-    all += line + "\n";
-  }
-  return all;
-}
 
 /// What is not 0, as in "noRoom 2, stopped 1".
 std::string counts(const Json::Value& object) {
@@ -106,32 +55,7 @@ std::string linksText(const Json::Value& links) {
   return "\n" + lines(rows);
 }
 
-std::string format(const char* pattern, long long first, long long second) {
-  std::array<char, 64> bytes{};
-  std::snprintf(bytes.data(), bytes.size(), pattern, first, second);
-  return bytes.data();
-}
-
 }  // namespace
-
-std::string spanText(double seconds) {
-  if (seconds <= 0) {
-    return "-";
-  }
-  const auto whole = static_cast<long long>(seconds);
-  if (whole >= 86400) {
-    return format("%lldd %lldh", whole / 86400, whole % 86400 / 3600);
-  }
-  if (whole >= 3600) {
-    return format("%lldh %02lldm", whole / 3600, whole % 3600 / 60);
-  }
-  if (whole >= 60) {
-    return format("%lldm %02llds", whole / 60, whole % 60);
-  }
-  const auto milliseconds = static_cast<long long>(seconds * 1000);
-  return whole >= 1 ? format("%lld.%llds", whole, milliseconds % 1000 / 100)
-                    : format("%lldms", milliseconds, 0);
-}
 
 std::string statusText(const Json::Value& status) {
   const Json::Value configuration = part(status, "configuration");

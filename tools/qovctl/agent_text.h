@@ -12,10 +12,9 @@ namespace qov::ctl {
 // is of another type.
 
 std::string statusText(const Json::Value& status);
+std::string pendingText(const Json::Value& pending);
+std::string slowText(const Json::Value& slow);
 std::string modulesText(const Json::Value& list);
-
-/// "2d 3h", "1h 05m", "12m 03s", "4.2s", "310ms"; "-" for none.
-std::string spanText(double seconds);
 
 }  // namespace qov::ctl
 

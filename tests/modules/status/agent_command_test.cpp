@@ -99,6 +99,21 @@ TEST_F(AgentCommands, ListTheModules) {
   EXPECT_EQ(runJson({"module", "list"})["modules"].size(), 2u);
 }
 
+TEST_F(AgentCommands, PendingNamesTheModulesThatWaitForEachOther) {
+  startsWith({"asking", "asked"});
+  EXPECT_TRUE(waitUntil([&] { return runJson({"pending"})["circles"].size() == 1; }));
+  inOrder(
+      runHere({"pending"}).out,
+      {"request  from ", "\n1001 ", " 21 asked ", "handler  in ", "\n1000 ", "21 asked, request",
+       "modules wait for each other: 20 asking -> 21 asked -> 20 asking\n"});
+}
+
+TEST_F(AgentCommands, SlowShowsHowLongHandlersTake) {
+  startsWith({"chatter"});
+  EXPECT_TRUE(waitUntil([&] { return runJson({"slow"})["handlers"].size() == 1; }));
+  inOrder(runHere({"slow"}).out, {"handler  in ", "count", "99% within", "\n0 ", "1 chatter"});
+}
+
 TEST_F(AgentCommands, WithoutAnAgentThereIsNoConnection) {
   const QovctlRun ran = runHere({"status"});
   EXPECT_EQ(ran.status, 3);

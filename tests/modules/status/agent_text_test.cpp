@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "tools/common/json_object.h"
+#include "tools/qovctl/agent_parts.h"
 
 namespace qov::ctl {
 namespace {
@@ -40,6 +41,62 @@ TEST(AgentText, HasTheConfigurationThatIsInForceAndWhatCameAfter) {
               HasSubstr("configuration  /a.cfg of 1; changed since the start, at 2\n"));
 }
 
+TEST(AgentText, HasWhoWaitsForWhom) {
+  const Json::Value pending = tools::parseJson(R"({
+      "modules": [{"id": 20, "name": "inventory"}, {"id": 21, "name": "collector"}],
+      "requests": [{"module": 20, "thread": {"id": 5, "name": "m20-worker-1"},
+                    "receiver": {"process": 7, "module": 21}, "operation": 9, "serial": 1,
+                    "waiting": 4.25, "timeout": 30, "handler": {"id": 6, "name": "m21-worker-1"}},
+                   {"module": 21, "thread": null, "receiver": {"process": 7, "module": 99},
+                    "operation": 10, "serial": 2, "waiting": 0.5, "timeout": null,
+                    "handler": null}],
+      "handlers": [{"module": 20, "thread": {"id": 5, "name": "m20-worker-1"}, "operation": 7,
+                    "serial": 3, "sender": {"process": 7, "module": 1}, "continuation": false,
+                    "running": 4.5, "waitsFor": {"receiver": {"process": 7, "module": 21},
+                    "operation": 9, "waiting": 4.25}},
+                   {"module": 21, "thread": {"id": 6, "name": "m21-worker-1"}, "operation": 9,
+                    "serial": 1, "sender": {"process": 7, "module": 20}, "continuation": true,
+                    "running": 0.002, "waitsFor": null}],
+      "circles": [[20, 21, 20]]})");
+  EXPECT_EQ(pendingText(pending),
+            R"(request  from          thread        to            for    time-out  handled by
+9        20 inventory  m20-worker-1  21 collector  4.2s   30.0s     m21-worker-1
+10       21 collector  -             99            500ms  -         -
+
+handler  in            thread        from          for    waits for
+7        20 inventory  m20-worker-1  1             4.5s   21 collector, request 9 for 4.2s
+9 later  21 collector  m21-worker-1  20 inventory  2.0ms  -
+
+modules wait for each other: 20 inventory -> 21 collector -> 20 inventory
+)");
+}
+
+TEST(AgentText, SaysThatNobodyWaits) {
+  EXPECT_EQ(pendingText(tools::parseJson(
+                R"({"modules": [], "requests": [], "handlers": [], "circles": []})")),
+            "no request waits\n\nno handler runs\n");
+}
+
+TEST(AgentText, HasHowLongHandlersTake) {
+  EXPECT_EQ(slowText(tools::parseJson(R"({
+      "modules": [{"id": 20, "name": "inventory"}],
+      "handlers": [{"module": 20, "operation": 7, "continuation": false, "count": 1200,
+                    "mean": 0.0042, "median": 0.004, "percentile99": 0.2, "longest": 4.25},
+                   {"module": 20, "operation": 7, "continuation": true, "count": 3,
+                    "mean": 0.00001, "median": 0.00001, "percentile99": 0.0000105,
+                    "longest": 0.00001},
+                   {"module": 21, "operation": null, "continuation": false, "count": 9,
+                    "mean": 0.0000005, "median": 0.0000005, "percentile99": 0.000001,
+                    "longest": 0.000001}]})")),
+            R"(handler  in            count  mean   half within  99% within  longest
+7        20 inventory  1200   4.2ms  4.0ms        200ms       4.2s
+7 later  20 inventory  3      10us   10us         10us        10us
+others   21            9      500ns  500ns        1us         1us
+)");
+  EXPECT_EQ(slowText(tools::parseJson(R"({"modules": [], "handlers": []})")),
+            "no handler has run\n");
+}
+
 TEST(AgentText, LeavesOutWhatTheAgentDoesNotTell) {
   EXPECT_THAT(statusText(tools::parseJson(R"({"modules": [{}]})")),
               HasSubstr("version        -\n"));
@@ -60,6 +117,9 @@ TEST(AgentText, RefusesWhatIsOfAnotherType) {
 
 TEST(AgentText, HasSpansInTwoUnits) {
   EXPECT_EQ(spanText(0), "-");
+  EXPECT_EQ(spanText(0.00000025), "250ns");
+  EXPECT_EQ(spanText(0.00031), "310us");
+  EXPECT_EQ(spanText(0.00425), "4.2ms");
   EXPECT_EQ(spanText(0.31), "310ms");
   EXPECT_EQ(spanText(59.96), "59.9s");
   EXPECT_EQ(spanText(60), "1m 00s");

@@ -15,7 +15,7 @@
 /// Thread: a value.
 struct QOV_EXPORT QOVLinkStats {
   std::string endpoint_;              ///< as it is configured: host:port
-  bool connected_ = false;            ///< now
+  bool connected_ = false;            ///< whether it has a connection
   std::chrono::nanoseconds since_{};  ///< how long it has been so
   std::uint64_t connections_ = 0;     ///< made so far
   std::string lastError_;             ///< why the last attempt or connection failed; empty if none
