@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "modules/status/level.h"
+#include "modules/status/metrics.h"
 
 namespace qov::status {
 namespace {
@@ -68,6 +69,9 @@ std::optional<std::string> Answers::answer(std::string_view request,
   if (name == "modules") {
     return lineOf(moduleList());
   }
+  if (name == "metrics") {
+    return lineOf(metricsDocument(start_, clients));
+  }
   if (name == "log-level") {
     return lineOf(changeLevel(asked));
   }
@@ -75,6 +79,10 @@ std::optional<std::string> Answers::answer(std::string_view request,
     return lineOf(reload());
   }
   return lineOf(errorOf("no such request"));
+}
+
+std::string Answers::metricsForFile(const ClientCounts& clients) const {
+  return metricsText(MetricsForm::kPrometheus, start_, clients);
 }
 
 Json::Value Answers::changeLevel(const Json::Value& request) const {

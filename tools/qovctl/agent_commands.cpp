@@ -41,6 +41,8 @@ void AgentCommands::addTo(CLI::App& app, std::function<void()>& command) {
   agent->add_flag("--json", json_, "Print the agent's answer");
   agent->footer(kAgentText);
   add(*agent, "status", "Print state, configuration and modules", &AgentCommands::showStatus);
+  add(*agent, "metrics", "Print all that is counted, in the form of OpenMetrics",
+      &AgentCommands::showMetrics);
   add(*agent, "log-level", "Print the level of the log, or set it", &AgentCommands::logLevel)
       ->add_option("LEVEL", level_, "0 (all) to 5 (errors only)")
       ->check(CLI::Range(0, 5));
@@ -71,6 +73,11 @@ void AgentCommands::showStatus() const {
 void AgentCommands::showModules() const {
   const Json::Value answer = askAgent(target_, requestFor("modules"));
   print(json_ ? tools::jsonText(answer) : modulesText(answer));
+}
+
+void AgentCommands::showMetrics() const {
+  const Json::Value answer = askAgent(target_, requestFor("metrics"));
+  print(json_ ? tools::jsonText(answer) : tools::textAt(answer["metrics"], "metrics"));
 }
 
 void AgentCommands::logLevel() const {

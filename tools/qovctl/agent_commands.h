@@ -25,6 +25,7 @@ class AgentCommands {
                 void (AgentCommands::*run)() const);
   void showStatus() const;
   void showModules() const;
+  void showMetrics() const;
   void logLevel() const;
   void reload() const;
 
