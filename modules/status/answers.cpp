@@ -12,6 +12,7 @@
 #include "modules/status/activity_document.h"
 #include "modules/status/json_parts.h"
 #include "modules/status/level.h"
+#include "modules/status/metrics.h"
 
 namespace qov::status {
 namespace {
@@ -70,6 +71,9 @@ std::optional<std::string> Answers::answer(std::string_view request,
   if (name == "slow") {
     return lineOf(slowDocument(activity_));
   }
+  if (name == "metrics") {
+    return lineOf(metricsDocument(start_, clients));
+  }
   if (name == "log-level") {
     return lineOf(changeLevel(asked));
   }
@@ -77,6 +81,10 @@ std::optional<std::string> Answers::answer(std::string_view request,
     return lineOf(reload());
   }
   return lineOf(errorOf("no such request"));
+}
+
+std::string Answers::metricsForFile(const ClientCounts& clients) const {
+  return metricsText(MetricsForm::kPrometheus, start_, clients);
 }
 
 Json::Value Answers::changeLevel(const Json::Value& request) const {

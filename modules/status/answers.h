@@ -15,7 +15,7 @@ namespace qov::status {
 /// Answers requests of the status socket: one JSON document each, one line. While it lives the
 /// process notes what its modules work on.
 ///
-/// Thread: one.
+/// Thread: answer() on one; metricsForFile() on any.
 /// Errors: throws std::bad_alloc.
 class Answers {
  public:
@@ -25,6 +25,8 @@ class Answers {
   /// The document, its line end included, which may be one that tells an error; nothing for what is
   /// no JSON object with a "request".
   std::optional<std::string> answer(std::string_view request, const ClientCounts& clients) const;
+  /// What a file of metrics has.
+  std::string metricsForFile(const ClientCounts& clients) const;
 
  private:
   Json::Value changeLevel(const Json::Value& request) const;

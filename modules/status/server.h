@@ -1,6 +1,7 @@
 #ifndef QOV_MODULES_STATUS_SERVER_H
 #define QOV_MODULES_STATUS_SERVER_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -16,18 +17,18 @@
 
 namespace qov::status {
 
-/// Connections so far.
+/// Connections so far. Counted by one thread, read by any.
 struct ClientCounts {
-  std::uint64_t accepted = 0;
-  std::uint64_t refused = 0;    ///< the peer may not ask
-  std::uint64_t tooMany = 0;    ///< beyond Server::kMostClients at once
-  std::uint64_t malformed = 0;  ///< ended, since what came is no request
-  std::uint64_t tooSlow = 0;    ///< ended, since the client did not go on in time
+  std::atomic<std::uint64_t> accepted{0};
+  std::atomic<std::uint64_t> refused{0};    ///< the peer may not ask
+  std::atomic<std::uint64_t> tooMany{0};    ///< beyond Server::kMostClients at once
+  std::atomic<std::uint64_t> malformed{0};  ///< ended, since what came is no request
+  std::atomic<std::uint64_t> tooSlow{0};    ///< ended, since the client did not go on in time
 };
 
 /// Serves the clients of the status socket on the thread that calls run().
 ///
-/// Thread: run() on one thread; stop() from any.
+/// Thread: run() on one thread; stop() and counts() from any.
 /// Errors: the constructor throws CQOV_Exception. Nothing but stop() ends run().
 class Server {
  public:
@@ -41,6 +42,8 @@ class Server {
   void run();
   /// Ends run() at once, now or when it begins.
   void stop();
+
+  const ClientCounts& counts() const { return counts_; }
 
  private:
   using Clock = Client::Clock;

@@ -22,8 +22,9 @@ namespace {
 
 constexpr std::size_t kEntrySize = 65536;
 
-constexpr std::array<const char*, 6> kKeys{"ModuleId", "Socket", "Mode",
-                                           "Owner",    "Group",  "ClientSeconds"};
+constexpr std::array<const char*, 8> kKeys{"ModuleId",    "Socket",        "Mode",
+                                           "Owner",       "Group",         "ClientSeconds",
+                                           "MetricsFile", "MetricsSeconds"};
 
 bool isKnown(const std::string& key) {
   return std::any_of(kKeys.begin(), kKeys.end(),
@@ -91,7 +92,7 @@ class Section {
     return id;
   }
 
-  /// An absolute path: tools that look for the socket have another working directory.
+  /// An absolute path: tools that look for the file have another working directory.
   std::string path(const char* key, const std::string& value) const {
     if (value.empty() || value.front() != '/') {
       refuse(key, value, "no absolute path");
@@ -135,6 +136,10 @@ Settings readSettings() {
   settings.group = section.account<gid_t>("Group", groupOf);
   settings.mode = section.number("Mode", 8, 0, 0777, settings.group ? 0660 : 0600);
   settings.patience = std::chrono::seconds(section.number("ClientSeconds", 10, 1, 3600, 10));
+  if (const auto file = section.text("MetricsFile"); file) {
+    settings.metricsFile = section.path("MetricsFile", *file);
+  }
+  settings.metricsPeriod = std::chrono::seconds(section.number("MetricsSeconds", 10, 1, 3600, 15));
   settings.unknownKeys = section.unknownKeys();
   return settings;
 }

@@ -44,14 +44,10 @@ Json::Value configurationOf(const Start& start) {
                  {"changedSinceStart", now.tv_sec != then.tv_sec || now.tv_nsec != then.tv_nsec}});
 }
 
-/// By QOVDropReason.
-constexpr std::array<const char*, QOVModuleStats::kDropReasons> kReasons{
-    "noReceiver", "noRoom", "stopped", "nobodyWaits", "invalid", "noMemory", "otherProcess"};
-
 Json::Value droppedOf(const QOVModuleStats& stats) {
   Json::Value dropped(Json::objectValue);
-  for (std::size_t i = 0; i < kReasons.size(); ++i) {
-    dropped[kReasons[i]] = stats.dropped_[i];
+  for (std::size_t i = 0; i < kDropReasons.size(); ++i) {
+    dropped[kDropReasons[i]] = stats.dropped_[i];
   }
   return dropped;
 }
@@ -94,11 +90,11 @@ Json::Value linksNow() {
 }
 
 Json::Value clientsOf(const ClientCounts& counts) {
-  return object({{"accepted", counts.accepted},
-                 {"refused", counts.refused},
-                 {"tooMany", counts.tooMany},
-                 {"malformed", counts.malformed},
-                 {"tooSlow", counts.tooSlow}});
+  return object({{"accepted", counts.accepted.load()},
+                 {"refused", counts.refused.load()},
+                 {"tooMany", counts.tooMany.load()},
+                 {"malformed", counts.malformed.load()},
+                 {"tooSlow", counts.tooSlow.load()}});
 }
 
 }  // namespace

@@ -4,12 +4,17 @@
 #include <json/value.h>
 #include <qovpub/qov_stats.h>
 
+#include <array>
 #include <chrono>
 #include <ctime>
 
 #include "modules/status/server.h"
 
 namespace qov::status {
+
+/// By QOVDropReason.
+inline constexpr std::array<const char*, QOVModuleStats::kDropReasons> kDropReasons{
+    "noReceiver", "noRoom", "stopped", "nobodyWaits", "invalid", "noMemory", "otherProcess"};
 
 /// What does not change while the process runs.
 struct Start {

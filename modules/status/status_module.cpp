@@ -9,6 +9,7 @@
 #include <string>
 
 #include "modules/status/answers.h"
+#include "modules/status/metrics_task.h"
 #include "modules/status/server.h"
 #include "modules/status/settings.h"
 #include "modules/status/socket_path.h"
@@ -58,7 +59,7 @@ class StatusModule : public CQOV_TaskMgr {
           return answers_.answer(request, clients);
         });
     task_ = std::make_unique<ServingTask>(this, *server_);
-    return task_->start() == 0;
+    return task_->start() == 0 && startMetrics();
   } catch (const CQOV_Exception& failure) {
     QOV_GUARD(guard, moduleId());
     QOV_ERROR(guard, 1, "%s", failure.what());
@@ -81,11 +82,22 @@ class StatusModule : public CQOV_TaskMgr {
     }
   }
 
+  /// If a file is wanted.
+  bool startMetrics() {
+    if (settings_.metricsFile.empty()) {
+      return true;
+    }
+    metrics_ = std::make_unique<MetricsTask>(
+        this, settings_, [this] { return answers_.metricsForFile(server_->counts()); });
+    return insertStaticScheduledTask(metrics_.get()) == 0;
+  }
+
   const Settings settings_;
   const Answers answers_;
-  // Used by the module's thread, which has ended when these are destroyed.
+  // Used by the module's threads, which have ended when these are destroyed.
   std::unique_ptr<Server> server_;
   std::unique_ptr<ServingTask> task_;
+  std::unique_ptr<MetricsTask> metrics_;
 };
 
 }  // namespace

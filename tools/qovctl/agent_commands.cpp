@@ -44,6 +44,8 @@ void AgentCommands::addTo(CLI::App& app, std::function<void()>& command) {
   add(*agent, "pending", "Print which requests wait, and what workers are busy with",
       &AgentCommands::showPending);
   add(*agent, "slow", "Print how long handlers take, by operation code", &AgentCommands::showSlow);
+  add(*agent, "metrics", "Print all that is counted, in the form of OpenMetrics",
+      &AgentCommands::showMetrics);
   add(*agent, "log-level", "Print the level of the log, or set it", &AgentCommands::logLevel)
       ->add_option("LEVEL", level_, "0 (all) to 5 (errors only)")
       ->check(CLI::Range(0, 5));
@@ -85,6 +87,11 @@ void AgentCommands::showSlow() const {
 
 void AgentCommands::showModules() const {
   show("modules", &modulesText);
+}
+
+void AgentCommands::showMetrics() const {
+  const Json::Value answer = askAgent(target_, requestFor("metrics"));
+  print(json_ ? tools::jsonText(answer) : tools::textAt(answer["metrics"], "metrics"));
 }
 
 void AgentCommands::logLevel() const {

@@ -31,6 +31,7 @@ class AgentCommands {
   void showPending() const;
   void showSlow() const;
   void showModules() const;
+  void showMetrics() const;
   void logLevel() const;
   void reload() const;
 

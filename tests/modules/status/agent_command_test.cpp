@@ -114,6 +114,25 @@ TEST_F(AgentCommands, SlowShowsHowLongHandlersTake) {
   inOrder(runHere({"slow"}).out, {"handler  in ", "count", "99% within", "\n0 ", "1 chatter"});
 }
 
+TEST_F(AgentCommands, PrintTheMetrics) {
+  startsWith();
+  const QovctlRun ran = runHere({"metrics"});
+  EXPECT_EQ(ran.status, 0) << ran.err;
+  inOrder(ran.out, {"# TYPE qov_agent info\n", "\nqov_module_workers{", "\n# EOF\n"});
+  EXPECT_EQ(runJson({"metrics"}).size(), 1u);
+}
+
+TEST_F(AgentCommands, ACheckThatMakesTheModulesFindsWhatTheirKeysCannotMean) {
+  configure("MetricsFile=/there/agent.prom\nMetricsSeconds=3600\n");
+  const std::vector<std::string> check{"check", "--create", "--root", agent.root().path()};
+  agent.run(QOVCTL, check);
+  hasExited(agent.waitForEnd(), 0);
+  configure("MetricsFile=/there/agent.prom\nMetricsSeconds=3601\n");
+  agent.run(QOVCTL, check);
+  hasExited(agent.waitForEnd(), 2);
+  EXPECT_THAT(agent.errors(), HasSubstr("MetricsSeconds=3601: no number in range"));
+}
+
 TEST_F(AgentCommands, WithoutAnAgentThereIsNoConnection) {
   const QovctlRun ran = runHere({"status"});
   EXPECT_EQ(ran.status, 3);
