@@ -1,5 +1,6 @@
 #include "module/library_search.h"
 
+#include <ace/DLL_Manager.h>
 #include <dlfcn.h>
 #include <unistd.h>
 
@@ -22,23 +23,31 @@ std::vector<std::string> fileNamesOf(const std::string& name) {
   return {name.substr(0, start) + "lib" + name.substr(start) + ".so", name + ".so", name};
 }
 
-/// The directories that the dynamic loader searches for the program's libraries.
+/// ACE, which opens the libraries: the dynamic loader searches where the one who asks it wants. Null
+/// if it is not found.
+void* openAce() {
+  Dl_info ace{};
+  const auto* const ofAce = reinterpret_cast<const void*>(&ACE_DLL_Manager::instance);
+  return ::dladdr(ofAce, &ace) != 0 ? ::dlopen(ace.dli_fname, RTLD_LAZY | RTLD_NOLOAD) : nullptr;
+}
+
+/// The directories that the dynamic loader searches for modules.
 std::vector<std::string> searchPath() {
   std::vector<std::string> directories;
-  void* const program = ::dlopen(nullptr, RTLD_LAZY);
+  void* const ace = openAce();
   Dl_serinfo size{};
-  if (program == nullptr || ::dlinfo(program, RTLD_DI_SERINFOSIZE, &size) != 0) {
+  if (ace == nullptr || ::dlinfo(ace, RTLD_DI_SERINFOSIZE, &size) != 0) {
     return directories;
   }
   std::vector<std::max_align_t> memory(size.dls_size / sizeof(std::max_align_t) + 1);
   auto* const found = reinterpret_cast<Dl_serinfo*>(memory.data());
   *found = size;
-  if (::dlinfo(program, RTLD_DI_SERINFO, found) == 0) {
+  if (::dlinfo(ace, RTLD_DI_SERINFO, found) == 0) {
     for (unsigned i = 0; i < found->dls_cnt; ++i) {
       directories.emplace_back(found->dls_serpath[i].dls_name);
     }
   }
-  ::dlclose(program);
+  ::dlclose(ace);
   return directories;
 }
 

@@ -84,8 +84,9 @@ TEST_F(OutOfMemory, OfTheProcessesRegistryLeavesNothingBehind) {
 TEST_F(OutOfMemory, OfTheProcessesRegistryItselfIsTheCallersWhileRecordsAreLost) {
   EXPECT_TRUE(qov::test::holdsInChild([] {
     // Of an earlier test.
-    ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>::close();
-    const auto none = FailingAllocations::ofObjectsThatGiveNull(sizeof(CQOVDebugKitMgr));
+    using Singleton = ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
+    Singleton::close();
+    const auto none = FailingAllocations::ofObjectsThatGiveNull(sizeof(Singleton));
     { const CQOVDebugKitGuard guard(0, "guarded"); }
     try {
       CQOVDebugKitMgr::instance();

@@ -58,6 +58,15 @@ class ManagersSocket {
     return ::poll(&ready, 1, 0) == 0;
   }
 
+  /// Waits for a "WATCHDOG=1", past all others; false when none comes.
+  bool nextSignOfLife() {
+    std::string text = next();
+    while (!text.empty() && text != "WATCHDOG=1") {
+      text = next();
+    }
+    return !text.empty();
+  }
+
   /// The next one that is no "WATCHDOG=1".
   std::string nextNews() {
     std::string text = next();
@@ -173,8 +182,9 @@ TEST_F(ServiceManagerTest, ThatListensAtNoUnixSocketIsLogged) {
 
 TEST_F(ServiceManagerTest, OfTheLeastPatienceGetsSignsOfLifeAgainAndAgain) {
   startsWatched("chatter", "1");
-  EXPECT_EQ("WATCHDOG=1", socket_.next());
-  EXPECT_EQ("WATCHDOG=1", socket_.next());
+  // A leader is at one piece of work for longer than that.
+  EXPECT_TRUE(socket_.nextSignOfLife());
+  EXPECT_TRUE(socket_.nextSignOfLife());
   agent.send(SIGTERM);
   hasEndedInOrder(agent.waitForEnd());
 }
