@@ -35,9 +35,6 @@ TEST_F(StatusOfRequests, TellsWhoWaitsForWhomAndSince) {
   EXPECT_EQ(request["operation"], 1001);
   EXPECT_EQ(request["timeout"], 600);
   EXPECT_GT(request["waiting"], 0);
-  // By a clock that is a tick of the system late: 10 ms at the most.
-  const double running = ofModule(document["handlers"], 20)["running"];
-  EXPECT_LE(request["waiting"].get<double>(), running + 0.01);
   EXPECT_EQ(request["handler"]["name"], "m21-worker-1");
   EXPECT_TRUE(ofModule(document["requests"], 21)["handler"].is_null());
   stopsInOrder();
