@@ -17,6 +17,14 @@ class AgentHangReport : public AgentTest {
  protected:
   AgentHangReport() { agent.setEnvironment("PXOS_GUARD_SECOND_MS", "1"); }
 
+  /// With a module that hangs at its end, and one whose threads are there until then: a leader that
+  /// has not begun yet when the stop signal comes ends at once, and they with it.
+  void startsStuck() {
+    starts({"stuck", "named"});
+    ASSERT_TRUE(agent.waitForLog("Module(255) thread inited"));
+    ASSERT_TRUE(waitUntil([&] { return agent.waitsOf("m255-leader") > 0; }));
+  }
+
   void isAborted() {
     const Ending ending = agent.waitForEnd();
     EXPECT_TRUE(ending.ended) << "hangs";
@@ -32,7 +40,7 @@ class AgentHangReport : public AgentTest {
 constexpr const char* kUnloading = "unloading module qovp_stuck, stopping module 43 (stuck)";
 
 TEST_F(AgentHangReport, NamesTheModuleAndWhatTheThreadsAreAt) {
-  starts({"stuck", "named"});
+  startsStuck();
   agent.send(SIGINT);
   isAborted();
   tellsOf(agent.errors(), kUnloading);
@@ -42,7 +50,7 @@ TEST_F(AgentHangReport, NamesTheModuleAndWhatTheThreadsAreAt) {
 
 TEST_F(AgentHangReport, ComesIntoALogThatTheHangingThreadHolds) {
   agent.setEnvironment("QOV_TEST_STUCK", "holding the log");
-  starts({"stuck", "named"});
+  startsStuck();
   agent.send(SIGINT);
   isAborted();
   tellsOf(agent.errors(), kUnloading);
@@ -51,7 +59,7 @@ TEST_F(AgentHangReport, ComesIntoALogThatTheHangingThreadHolds) {
 
 TEST_F(AgentHangReport, DoesNotKeepTheProcessWhereOnlyALogThatHangsCouldTakeIt) {
   agent.setEnvironment("QOV_TEST_STUCK", "holding the log");
-  starts({"stuck", "named"});
+  startsStuck();
   agent.send(SIGINT);
   ASSERT_TRUE(agent.waitForFile("lingering"));
   std::filesystem::remove(agent.root().logFile());
@@ -119,7 +127,7 @@ class AgentLoading : public AgentHangReport {
 };
 
 TEST_F(AgentLoading, WhileItsEventLoopRunsIsEnded) {
-  starts({"stuck", "named"});
+  startsStuck();
   runsTheEventLoop();
   waitsInTheLoader();
   agent.send(SIGINT);
@@ -127,7 +135,7 @@ TEST_F(AgentLoading, WhileItsEventLoopRunsIsEnded) {
 }
 
 TEST_F(AgentLoading, BeforeItsEventLoopIsEnded) {
-  starts({"stuck", "named"});
+  startsStuck();
   waitsInTheLoader();
   runsTheEventLoop();
   agent.send(SIGINT);

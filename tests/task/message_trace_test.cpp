@@ -134,7 +134,8 @@ TEST_F(MessageTraceTest, HasTheRequestThatGotNoResponseInTime) {
   const std::uint64_t first = QOVMessageTrace::start();
   ASSERT_EQ(-1, request(asker, makeMessage(1, kOpc), ACE_Time_Value(0, 1000)));
   const auto events = eventsOf(first, kOpc, {Step::kTimeOut, kModule});
-  EXPECT_EQ((Place{Step::kTimeOut, kModule}), wayOf(events, QOVMsgHead::kRequest).back());
+  const std::vector<Place> way = wayOf(events, QOVMsgHead::kRequest);
+  EXPECT_EQ(1, std::count(way.begin(), way.end(), Place{Step::kTimeOut, kModule}));
 }
 
 TEST_F(MessageTraceTest, HasTheDroppedMessageAndWhy) {

@@ -26,7 +26,12 @@ class AgentMetrics : public StatusTest {
 
 TEST_F(AgentMetrics, AreAnsweredAsOpenMetrics) {
   startsWith({"chatter"});
-  const std::string text = client().ask({{"request", "metrics"}})["metrics"];
+  // The pool may stand a little later than the agent.
+  std::string text;
+  EXPECT_TRUE(waitUntil([&] {
+    text = client().ask({{"request", "metrics"}})["metrics"];
+    return text.find("module=\"chatter\",module_id=\"1\"} 2\n") != std::string::npos;
+  }));
   EXPECT_THAT(text, StartsWith("# HELP qov_agent "));
   EXPECT_THAT(text, HasSubstr("\nqov_module_workers{process=\"qov_test_agent\",module=\"chatter\","
                               "module_id=\"1\"} 2\n"));
