@@ -17,7 +17,7 @@
 /// are off again afterwards.
 class ConfiguredLog : public testing::Test {
  protected:
-  ~ConfiguredLog() override {
+  void TearDown() override {
     configure("");
     init();
   }

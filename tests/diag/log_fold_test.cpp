@@ -17,7 +17,6 @@
 
 namespace {
 
-using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 

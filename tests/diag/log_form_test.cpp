@@ -18,7 +18,6 @@ using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::MatchesRegex;
 using testing::Not;
 
 class LogFormTest : public ConfiguredLog {

@@ -61,7 +61,7 @@ class ServiceManagerInside : public ::testing::Test {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     name_.copy(address.sun_path, sizeof address.sun_path - 1);
-    ::bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    EXPECT_EQ(0, ::bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address));
     ::setenv("NOTIFY_SOCKET", name_.c_str(), 1);
     ::setenv("WATCHDOG_USEC", "4000", 1);
     CQOVDebugKitMgr::instance();

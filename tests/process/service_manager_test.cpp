@@ -14,7 +14,6 @@
 #include "tests/process/agent_test.h"
 
 using ::testing::HasSubstr;
-using ::testing::Not;
 using ::testing::StartsWith;
 
 namespace qov::test {

@@ -61,7 +61,7 @@ TEST_F(StatusConnection, ARequestMayComeInPieces) {
 }
 
 TEST_F(StatusConnection, NothingIsReadWhileAnAnswerWaits) {
-  answer_ = std::string(10000000, 'x');
+  answer_ = std::string(8000000, 'x');
   EXPECT_EQ(sends("one\ntwo\n"), Client::State::kGoesOn);
   EXPECT_EQ(requests_, Requests{"one"});
   EXPECT_EQ(client_->events(), POLLOUT);
@@ -101,7 +101,7 @@ TEST_F(StatusConnection, ItEndsWithTheOtherEnd) {
 }
 
 TEST_F(StatusConnection, ItEndsWhenNobodyTakesTheAnswerAnyMore) {
-  answer_ = std::string(10000000, 'x');
+  answer_ = std::string(8000000, 'x');
   sends("one\n");
   own_ = Descriptor();
   EXPECT_EQ(advances(), Client::State::kGone);

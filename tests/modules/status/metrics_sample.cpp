@@ -1,11 +1,12 @@
 // Prints metrics with figures and names that are awkward: metrics_sample openmetrics|prometheus
 #include <cstdio>
 #include <cstring>
+#include <exception>
 
 #include "modules/status/metrics.h"
 #include "tests/support/this_process.h"
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   using namespace qov::status;
   const bool prometheus = argc > 1 && std::strcmp(argv[1], "prometheus") == 0;
   qov::test::thisProcess();
@@ -23,4 +24,7 @@ int main(int argc, char** argv) {
                   modules, links);
   std::fputs(text.c_str(), stdout);
   return 0;
+} catch (const std::exception& e) {
+  std::fputs(e.what(), stderr);
+  return 1;
 }

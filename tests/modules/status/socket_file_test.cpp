@@ -3,7 +3,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
-#include <cstring>
+#include <string_view>
 
 #include "tests/modules/status/status_fixture.h"
 
@@ -86,7 +86,8 @@ TEST_F(StatusTest, APathThatIsNotAbsoluteIsRefused) {
 }
 
 TEST_F(StatusTest, ThePathMayBeAsLongAsAProcessIdLeavesRoomFor) {
-  constexpr std::size_t kLongest = sizeof(sockaddr_un::sun_path) - 1 - std::strlen(".4194304");
+  constexpr std::size_t kLongest =
+      sizeof(sockaddr_un::sun_path) - 1 - std::string_view(".4194304").size();
   const std::string folder = agent.root().path().string() + "/";
   const std::string longest = folder + std::string(kLongest - folder.size(), 'x');
   configure("Socket=" + longest + "\n");
