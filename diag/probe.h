@@ -7,6 +7,10 @@
 // where the compiler finds no <sys/sdt.h> (Debian: systemtap-sdt-dev).
 #if __has_include(<sys/sdt.h>)
 #include <sys/sdt.h>
+#ifdef __clang__
+// Its macros count their arguments in a way that clang takes for a probe's own.
+#pragma clang diagnostic ignored "-Wgnu-zero-variadic-macro-arguments"
+#endif
 #define QOV_PROBE5(name, a, b, c, d, e) STAP_PROBE5(qovpub, name, a, b, c, d, e)
 #define QOV_PROBE6(name, a, b, c, d, e, f) STAP_PROBE6(qovpub, name, a, b, c, d, e, f)
 #define QOV_PROBE7(name, a, b, c, d, e, f, g) STAP_PROBE7(qovpub, name, a, b, c, d, e, f, g)

@@ -203,7 +203,7 @@ TEST_F(ActivityTest, KeepsTimesByOperationCode) {
   ASSERT_TRUE(module.init());
   CQOV_Task task(&module);
   std::uint64_t told = 0;
-  for (const std::uint64_t opc : {1, 2, 1, 1}) {
+  for (const std::uint64_t opc : {1U, 2U, 1U, 1U}) {
     ASSERT_EQ(QOVReason::kNone, QOVRequest(task, kModule, opc).tell());
     ASSERT_TRUE(countReaches(++told));
   }
