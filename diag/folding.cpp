@@ -3,6 +3,7 @@
 #include <cassert>
 #include <cerrno>
 #include <ctime>
+#include <new>
 #include <string>
 
 #include "diag/log_end.h"
@@ -116,9 +117,11 @@ void tellAllCounts() noexcept {
 }
 
 void tellCountsAtEnd() noexcept {
+  // The thread that ends the process may be one that is to be cancelled.
+  const Uncancelled uncancelled;
   try {
-    tellEach(isAny);
-  } catch (...) {
+    tellEach([](const Repeats::Entry&) { return isWritable(); });
+  } catch (const std::bad_alloc&) {
   }
 }
 

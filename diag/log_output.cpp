@@ -5,6 +5,9 @@
 #include <ace/OS_NS_sys_time.h>
 #include <ace/OS_NS_unistd.h>
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <ostream>
 #include <string>
@@ -167,6 +170,13 @@ void writeToProcess(std::string_view line) {
   if ((flags & ACE_Log_Msg::OSTREAM) != 0) {
     LogSink::process().write(line);
   }
+}
+
+bool isWritable() {
+  constexpr int kReaderMs = 500;
+  pollfd standardError{STDERR_FILENO, POLLOUT, 0};
+  return (*address(ProcessFlags()) & ACE_Log_Msg::STDERR) == 0 ||
+         (::poll(&standardError, 1, kReaderMs) == 1 && (standardError.revents & POLLOUT) != 0);
 }
 
 bool isOfKit(std::string_view text) {

@@ -26,6 +26,10 @@ bool writeRecord(ACE_Log_Msg& log, const RecordInfo& info, const Record& record)
 /// process. The caller holds the lock of LogSink, unless no other thread logs any more.
 void writeToProcess(std::string_view line);
 
+/// False where writeToProcess() would wait for a reader of standard error that takes nothing. Waits
+/// for half a second before it says so.
+bool isWritable();
+
 /// Whether `text`, which the calling thread writes into the sink, is of a kit's record that goes
 /// through ACE, and thus finished. What ACE has decorated is not, nor what a callback writes.
 bool isOfKit(std::string_view text);

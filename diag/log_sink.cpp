@@ -2,6 +2,7 @@
 
 #include <cassert>
 #include <cerrno>
+#include <new>
 
 #include "diag/log_ids.h"
 #include "diag/log_level.h"
@@ -102,7 +103,13 @@ std::streamsize LogSink::xsputn(const char* from, std::streamsize size) {
   const std::string_view text(from, static_cast<size_t>(size));
   const LogForm form = LogForm::now();
   if (form.rewrites() && !isOfKit(text)) {
-    writeOthers(text, form);
+    try {
+      writeOthers(text, form);
+    } catch (const std::bad_alloc&) {
+      // Told of with the next record, as what the file does not take.
+      ++lost_;
+      writeStandardError(text);
+    }
   } else {
     write(text);
   }

@@ -134,7 +134,8 @@ const QOVRunningHandler* handlerOf(const QOVWaitingRequest& request,
   for (const QOVRunningHandler& handler : snapshot.handlers) {
     if (request.receiverProcess_ == snapshot.process && handler.moduleId_ == request.receiver_ &&
         handler.opc_ == request.opc_ && handler.sn_ == request.sn_ &&
-        handler.sender_ == request.moduleId_ && !handler.continuation_) {
+        handler.senderProcess_ == snapshot.process && handler.sender_ == request.moduleId_ &&
+        !handler.continuation_) {
       return &handler;
     }
   }

@@ -1,11 +1,15 @@
 #include "modules/status/listening_socket.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <qovpub/qov_exception.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <unistd.h>
+
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -15,6 +19,19 @@ namespace qov::status {
 namespace {
 
 constexpr int kBacklog = 16;
+
+/// The descriptor of the socket that listens; -1 for none.
+std::atomic<int> listening{-1};
+
+/// Who has it listens. A helper that another module forks may outlive this agent, and must not keep
+/// the next one from it.
+void closeInChild() {
+  if (const int inherited = listening.exchange(-1); inherited >= 0) {
+    ::close(inherited);
+  }
+}
+
+const int registered = ::pthread_atfork(nullptr, nullptr, &closeInChild);
 
 int makeSocket() {
   return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
@@ -41,7 +58,7 @@ bool isListenedAt(const std::string& path) {
 
 ListeningSocket::ListeningSocket(const Settings& settings)
     : path_(settings.socket), socket_(makeSocket()) {
-  check(socket_.get() >= 0);
+  check(socket_.get() >= 0 && registered == 0);
   // Of its own, so that two agents that start at once do not take one name.
   const std::string fresh = path_ + "." + std::to_string(::getpid());
   if (fresh.size() >= sizeof(sockaddr_un::sun_path)) {
@@ -54,6 +71,7 @@ ListeningSocket::ListeningSocket(const Settings& settings)
     bindAs(fresh, settings);
     // Not rename(), which would take the place of an agent's that has come first meanwhile.
     check(::link(fresh.c_str(), path_.c_str()) == 0);
+    listening = socket_.get();
   } catch (...) {
     ::unlink(fresh.c_str());
     throw;
@@ -62,6 +80,7 @@ ListeningSocket::ListeningSocket(const Settings& settings)
 }
 
 ListeningSocket::~ListeningSocket() {
+  listening = -1;
   struct stat file {};
   if (::lstat(path_.c_str(), &file) == 0 && file.st_dev == device_ && file.st_ino == inode_) {
     ::unlink(path_.c_str());

@@ -1,12 +1,16 @@
 #include <ace/Reactor.h>
+#include <fcntl.h>
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <regex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "diag/folding.h"
 #include "tests/diag/configured_log.h"
 #include "tests/diag/reactor_timers.h"
 #include "tests/support/child.h"
@@ -62,6 +66,38 @@ TEST_F(LogFold, WritesTheCountWithLevelKitFunctionAndLine) {
       lines()[1], std::regex("\\[[0-9/]+ [0-9:]+\\]\\[66050\\]\\[ERR\\]\\[KIT\\]\\[f,2\\]\\[\\]"
                              "\\[tests_diag:[0-9]+\\] [0-9]+ more of record 7 within a second: m")))
       << lines()[1];
+}
+
+TEST_F(LogFold, HoldsNoEndUpWhereNobodyReadsStandardError) {
+  const int status = qov::test::endOfChild([&] {
+    std::array<int, 2> ends{};
+    EXPECT_EQ(::pipe2(ends.data(), O_NONBLOCK), 0);
+    ::dup2(ends[1], STDERR_FILENO);
+    ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::OSTREAM);
+    ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::STDERR);
+    flood("m", 5);
+    while (::write(ends[1], "full", 1) == 1) {
+    }
+    ::fcntl(ends[1], F_SETFL, 0);
+    // For an end that hangs.
+    ::alarm(60);
+    qov::tellCountsAtEnd();
+    ::_exit(3);
+    return false;
+  });
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 3) << status;
+}
+
+TEST_F(LogFold, WritesTheCountsAtAnEndByAThreadThatIsToBeCancelled) {
+  const int status = qov::test::endOfChild([&] {
+    flood("m", 5);
+    ::pthread_cancel(::pthread_self());
+    qov::tellCountsAtEnd();
+    ::_exit(3);
+    return false;
+  });
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 3) << status;
+  EXPECT_EQ(told("m"), 5U);
 }
 
 TEST_F(LogFold, WritesTheCountInJsonToo) {

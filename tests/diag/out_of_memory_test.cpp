@@ -247,6 +247,27 @@ TEST_F(OutOfMemory, CostsNoRecordWithAllOptionalKeysOn) {
   strategy_.initLogStrategy(nullptr, directory_.file("x.log").c_str());
 }
 
+TEST_F(OutOfMemory, CostsOfWhatIsInsertedOnlyTheTextThatNeedsIt) {
+  const std::string five =
+      "SendTerminal=0\nChkInterval=0\nLogFileMaxSize=0\nLogFileMaxCnt=3\nLogLevel=2\n";
+  ProcessRoot::configure(five + "LogJson=1\n");
+  strategy_.initLogStrategy(nullptr, directory_.file("x.log").c_str());
+  const std::string needing = std::string(3000, '\x01') + "\n";
+  std::ostream& log = *LogStateKeeper::log().msg_ostream();
+  {
+    const FailingAllocations none(0);
+    log.write(needing.data(), static_cast<std::streamsize>(needing.size()));
+    EXPECT_TRUE(none.hasFailed());
+  }
+  EXPECT_TRUE(log.good());
+  log << "foreign\n";
+  EXPECT_THAT(logged("x.log"), HasSubstr("records missing here, since the log file could not be "
+                                         "written: 1\"}\n"));
+  EXPECT_THAT(logged("x.log"), EndsWith("\"message\":\"foreign\"}\n"));
+  ProcessRoot::configure(five);
+  strategy_.initLogStrategy(nullptr, directory_.file("x.log").c_str());
+}
+
 TEST_F(OutOfMemory, OfARotationEndsTheProcessAndLeavesTheLogAsItIs) {
   CLogging_Cfg_Param param = settings("x.log");
   param.logFileMaxSize_ = 0;

@@ -21,7 +21,6 @@ using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 using std::chrono::seconds;
 
-constexpr std::uint8_t kOther = kModule + 1;
 constexpr std::uint64_t kOpc = 5;
 
 /// A module whose handlers wait at a gate.

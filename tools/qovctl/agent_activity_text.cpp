@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/common/controls.h"
 #include "tools/common/json_object.h"
 #include "tools/qovctl/agent_parts.h"
 #include "tools/qovctl/agent_text.h"
@@ -72,7 +73,7 @@ std::string handlersText(const Json::Value& handlers, const ModuleNames& names) 
 std::string circleText(const Json::Value& circle, const ModuleNames& names) {
   std::string way;
   for (const Json::Value& module : tools::arrayAt(circle, "circles")) {
-    way += (way.empty() ? "" : " -> ") + names.whole(module.asString());
+    way += (way.empty() ? "" : " -> ") + names.whole(tools::withoutControls(module.asString()));
   }
   return "\nmodules wait for each other: " + way + "\n";
 }

@@ -66,6 +66,8 @@ std::string spanText(double seconds) {
   if (seconds <= 0) {
     return "-";
   }
+  // An agent may tell anything.
+  seconds = std::min(seconds, 1e9);
   const auto whole = static_cast<long long>(seconds);
   if (whole >= 86400) {
     return format("%lldd %lldh", whole / 86400, whole % 86400 / 3600);

@@ -7,6 +7,7 @@
 #include <array>
 
 #include "modules/status/listening_socket.h"
+#include "tests/support/child.h"
 #include "tests/support/files.h"
 
 namespace qov::status {
@@ -74,6 +75,35 @@ TEST(StatusSocket, OfTwoThatBeginAtOnceOneHasIt) {
     ASSERT_EQ(have, 1) << "in round " << round;
     ::unlink(settings.socket.c_str());
   }
+}
+
+TEST(StatusSocket, IsNotKeptByAHelperThatOutlivesItsAgent) {
+  const test::TemporaryDirectory folder;
+  Settings settings;
+  settings.socket = folder.file("s");
+  std::array<int, 2> helper{};
+  ASSERT_EQ(::pipe(helper.data()), 0);
+  // The agent is gone without a word, its helper waits for the end of this test.
+  ASSERT_TRUE(test::holdsInChild([&] {
+    new ListeningSocket(settings);
+    std::array<int, 2> forked{};
+    EXPECT_EQ(::pipe(forked.data()), 0);
+    if (::fork() == 0) {
+      ::close(forked[0]);
+      ::close(forked[1]);
+      ::close(helper[1]);
+      char none = 0;
+      static_cast<void>(!::read(helper[0], &none, 1));
+      ::_exit(0);
+    }
+    // Until the helper has begun.
+    ::close(forked[1]);
+    char none = 0;
+    return ::read(forked[0], &none, 1) == 0;
+  }));
+  EXPECT_NO_THROW(const ListeningSocket next(settings));
+  ::close(helper[0]);
+  ::close(helper[1]);
 }
 
 }  // namespace
