@@ -46,6 +46,7 @@ std::uint32_t tableNumber(const Tables& tables, const std::string& text) {
 
 std::vector<std::uint64_t> keysOf(const std::vector<std::string>& texts) {
   std::vector<std::uint64_t> keys;
+  keys.reserve(texts.size());
   for (const std::string& text : texts) {
     keys.push_back(*numberOf(text, kMaxKey));
   }
