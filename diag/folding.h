@@ -15,10 +15,10 @@ namespace qov {
 // - when another record needs its place, since more of them repeat than are remembered,
 // - before the log file is looked after or other settings apply (SIGUSR1),
 // - before a fork, so that the child has nothing to tell,
-// - when the log ends with the process. Then it is not, if a record is stuck, or if standard error is
-//   meant and nobody reads it.
-// A process that is killed, aborts, calls _exit() or exec loses what it has counted: for at most two
-// seconds where the event loop turns.
+// - when the log ends with the process. Then it is not, if a record is stuck, or if standard error
+//   is meant and nobody reads it.
+// A process that is killed, aborts, calls _exit() or exec loses what it has counted: for at most
+// two seconds where the event loop turns.
 //
 // Only what goes to the sink or to standard error is folded. A stream of a thread's own, callbacks
 // and what else ACE serves get every record, and no count.

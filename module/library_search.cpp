@@ -23,8 +23,8 @@ std::vector<std::string> fileNamesOf(const std::string& name) {
   return {name.substr(0, start) + "lib" + name.substr(start) + ".so", name + ".so", name};
 }
 
-/// ACE, which opens the libraries: the dynamic loader searches where the one who asks it wants. Null
-/// if it is not found.
+/// ACE, which opens the libraries: the dynamic loader searches where the one who asks it wants.
+/// Null if it is not found.
 void* openAce() {
   Dl_info ace{};
   const auto* const ofAce = reinterpret_cast<const void*>(&ACE_DLL_Manager::instance);
