@@ -5,6 +5,7 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <sstream>
 #include <stdexcept>
 
@@ -134,6 +135,16 @@ long AgentProcess::waitsOf(const std::string& threadName) const {
     }
   }
   return 0;
+}
+
+bool AgentProcess::waitForStop() const {
+  const std::filesystem::path tasks = "/proc/" + std::to_string(started_) + "/task";
+  return waitUntil([&] {
+    const std::filesystem::directory_iterator all(tasks);
+    return std::all_of(begin(all), end(all), [](const std::filesystem::directory_entry& task) {
+      return readFile(task.path() / "status").find("\nState:\tT") != std::string::npos;
+    });
+  });
 }
 
 bool AgentProcess::waitForLog(const std::string& text) {

@@ -55,6 +55,8 @@ class AgentProcess {
   /// How often the thread of that name has waited for something so far; 0 when there is none.
   long waitsOf(const std::string& threadName) const;
 
+  /// Until every thread of the process that was started stands still, after a SIGSTOP.
+  bool waitForStop() const;
   bool waitForLog(const std::string& text);
   bool waitForFile(const std::string& name);
   void makeFile(const std::string& name);

@@ -142,6 +142,7 @@ TEST_F(AgentCommands, WithoutAnAgentThereIsNoConnection) {
 TEST_F(AgentCommands, AnAgentThatStandsStillIsWaitedForInVain) {
   startsWith();
   agent.send(SIGSTOP);
+  ASSERT_TRUE(agent.waitForStop());
   const QovctlRun ran = Qovctl().run({"agent", "--socket", socket(), "--timeout", "0.1", "status"});
   EXPECT_EQ(ran.status, 4);
   EXPECT_THAT(ran.err, HasSubstr("no answer in time"));
