@@ -3,6 +3,10 @@ add_library(qov_compile_options INTERFACE)
 target_compile_options(
   qov_compile_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
                                 -fno-omit-frame-pointer)
+if(CMAKE_UNITY_BUILD)
+  # Sources that are compiled together see each other's names; each by itself is the release's.
+  target_compile_options(qov_compile_options INTERFACE -Wno-shadow -Wno-subobject-linkage)
+endif()
 if(QOV_WARNINGS_ARE_ERRORS)
   target_compile_options(qov_compile_options INTERFACE -Werror)
 endif()

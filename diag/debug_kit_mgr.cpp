@@ -43,9 +43,15 @@ void tellNoMap(int error) {
   ACE_ERROR((LM_ERROR, "%p\n", "ACE_Hash_Map_Manager_Ex open"));
 }
 
+/// Null without memory.
 CQOVDebugKitMgr* makeLockedProcessRegistry() {
   const std::lock_guard<std::mutex> lock(creation);
-  CQOVDebugKitMgr* const registry = Registry::instance();
+  CQOVDebugKitMgr* registry = nullptr;
+  try {
+    registry = Registry::instance();
+  } catch (const std::bad_alloc&) {
+    // As where ACE itself finds none. A guard or a record goes on without a kit.
+  }
   KitRegistry::process.store(registry != nullptr ? &KitTable::of(*registry) : nullptr,
                              std::memory_order_release);
   return registry;

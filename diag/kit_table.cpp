@@ -16,6 +16,9 @@ constexpr const char* kPublicName = "QOVPUBLIC";
 }  // namespace
 
 KitTable::~KitTable() {
+  if (!isOpen()) {
+    return;
+  }
   for (auto& entry : kits_) {
     delete entry.item();
   }
@@ -28,7 +31,7 @@ int KitTable::open() {
 }
 
 int KitTable::add(CQOVDebugKit* kit) {
-  if (kit == nullptr || kits_.total_size() == 0) {
+  if (kit == nullptr || !isOpen()) {
     return 0;
   }
   ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, changes_, 0);
@@ -65,6 +68,9 @@ CQOVDebugKit* KitTable::findLarge(unsigned int id) {
 }
 
 void KitTable::empty() {
+  if (!isOpen()) {
+    return;
+  }
   removeModulesKits();
   addPublicKit();  // for one that was removed; refused where it is still there
 }

@@ -25,7 +25,7 @@ class KitTable {
   KitTable(const KitTable&) = delete;
   KitTable& operator=(const KitTable&) = delete;
 
-  /// Before anything else. 0, or -1 with errno without memory; nothing can be added then.
+  /// Before anything else. 0, or -1 with errno without memory: the table stays empty then.
   int open();
 
   CQOVDebugKitMgr& registry() const { return registry_; }
@@ -55,6 +55,8 @@ class KitTable {
                                       ACE_Equal_To<unsigned int>, ACE_Thread_Mutex>;
   static constexpr unsigned int kBuckets = 256;
 
+  /// Whether the map has its table. ACE aborts where one without is walked through.
+  bool isOpen() const { return kits_.total_size() > 0; }
   void removeModulesKits();
   CQOVDebugKit* findLarge(unsigned int id);
   void publish(unsigned int id, CQOVDebugKit* kit);

@@ -20,6 +20,8 @@
 ///
 /// Hidden: a nested class would be shown to the library's users as the one around it is.
 struct __attribute__((visibility("hidden"))) CQOVLongSocket::State {
+  static constexpr unsigned int kHeadSize = sizeof(TLVMsgHeadV3);
+
   State() = default;
   State(std::unique_ptr<qov::Endpoint> endpoint, const Limits& limits)
       : endpoint_(std::move(endpoint)), limits_(limits) {}

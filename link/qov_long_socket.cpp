@@ -20,8 +20,6 @@
 
 namespace {
 
-constexpr unsigned int kHeadSize = sizeof(TLVMsgHeadV3);
-
 void logTraffic(CQOVDebugKitGuard& guard, const char* what, const CT7QPackageV3& package) {
   if (CQOVDebugKit::isOn(LM_DEBUG)) {
     guard.debug(qov::log_id::kTraffic, "sendMsg", __LINE__, "%s\n%s", what,
@@ -152,7 +150,7 @@ unsigned int CQOVLongSocket::convert(unsigned char* data, unsigned int length,
                                      CT7QPackageV3* package) {
   CQOVDebugKitGuard guard(
       0, "unsigned int CQOVLongSocket::convert(unsigned char*, unsigned int, CT7QPackageV3*)");
-  if (length < kHeadSize) {
+  if (length < State::kHeadSize) {
     // The codec says so in the log.
     package->decode(data, length);
     return kBadReply;

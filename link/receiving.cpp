@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr unsigned int kHeadSize = sizeof(TLVMsgHeadV3);
-
 /// As it stands in the header at `head`: negative when the endpoint sends nonsense.
 std::int32_t lengthOfBody(const char* head) {
   std::int32_t length;
@@ -62,18 +60,18 @@ unsigned int CQOVLongSocket::recvData(char* buffer, unsigned int& length,
 }
 
 bool CQOVLongSocket::Reception::run(unsigned int& length, CQOVDebugKitGuard& guard) {
-  if (!receiveUpTo(kHeadSize)) {
+  if (!receiveUpTo(State::kHeadSize)) {
     guard.error(qov::log_id::kLinkNoHead, "recvData", __LINE__,
                 "It failed to receive v3 message head!");
     return false;
   }
   const auto body = static_cast<unsigned int>(std::max(lengthOfBody(to_), 0));
-  if (have_ < kHeadSize + body && !receiveBody(body)) {
+  if (have_ < State::kHeadSize + body && !receiveBody(body)) {
     guard.error(qov::log_id::kLinkNoBody, "recvData", __LINE__,
                 "It failed to receive v3 message body!");
     return false;
   }
-  length = kHeadSize + body;
+  length = State::kHeadSize + body;
   if (isOwn()) {
     state_.ahead_ = {length, have_};
   }
@@ -81,11 +79,11 @@ bool CQOVLongSocket::Reception::run(unsigned int& length, CQOVDebugKitGuard& gua
 }
 
 bool CQOVLongSocket::Reception::receiveBody(unsigned int length) {
-  if (length > kMaxMessage - kHeadSize) {
+  if (length > kMaxMessage - State::kHeadSize) {
     errno = EMSGSIZE;
     return false;
   }
-  return receiveUpTo(kHeadSize + length);
+  return receiveUpTo(State::kHeadSize + length);
 }
 
 /// The link's own buffer also takes what comes with the `wanted` bytes: mostly the whole message,

@@ -27,7 +27,7 @@ namespace qov {
 namespace {
 
 /// A log that hangs must not keep the process.
-constexpr unsigned kLongestTelling = 5;
+constexpr unsigned kMostSecondsOfTelling = 5;
 
 std::string causeOf(const std::exception_ptr& exception) {
   if (exception == nullptr) {
@@ -72,15 +72,15 @@ void tellWithoutMemory() {
 
 [[noreturn]] void tellAndAbort() {
   static std::mutex oneThread;
-  static thread_local bool tells = false;
-  if (std::exchange(tells, true)) {
+  static thread_local bool begun = false;
+  if (std::exchange(begun, true)) {
     std::abort();
   }
   // To the end: neither a cancellation nor a signal but the alarm cuts the words.
   const Uncancelled telling;
   oneThread.lock();
   std::signal(SIGALRM, SIG_IGN);  // drops one that is pending
-  ::alarm(kLongestTelling);
+  ::alarm(kMostSecondsOfTelling);
   std::signal(SIGALRM, SIG_DFL);
   sigset_t allButTheAlarm = allSignals();
   sigdelset(&allButTheAlarm, SIGALRM);

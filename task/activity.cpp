@@ -1,3 +1,4 @@
+#include <pthread.h>
 #include <qovpub/qov_activity.h>
 #include <unistd.h>
 
@@ -12,16 +13,28 @@ namespace {
 template <class Value, class List>
 std::vector<Value> ofAllModules(List list) {
   std::vector<Value> all;
-  RunningManagers::visit([&](const CQOV_TaskMgr& manager) {
+  RunningManagers::visit([&](const CQOV_TaskMgr& manager, bool) {
     list(ModuleContext::of(manager).counters_, manager.moduleId(), all);
   });
   return all;
 }
 
+/// 0 if nobody has asked.
+thread_local int here = 0;
+
+/// The only thread of a forked child has another number than it had.
+void forgetHere() {
+  here = 0;
+}
+
+[[maybe_unused]] const int registered = ::pthread_atfork(nullptr, nullptr, &forgetHere);
+
 }  // namespace
 
 int threadHere() {
-  thread_local const int here = ::gettid();
+  if (here == 0) {
+    here = ::gettid();
+  }
   return here;
 }
 

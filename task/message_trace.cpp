@@ -1,10 +1,8 @@
 #include "task/message_trace.h"
 
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <memory>
 
+#include "task/activity_switch.h"
 #include "task/event_ring.h"
 
 namespace qov {
@@ -12,7 +10,7 @@ namespace qov {
 namespace {
 
 /// Stays once it is made: a thread may be writing into it at any time.
-std::atomic<EventRing*> ring{nullptr};
+std::atomic<EventRing*> shared{nullptr};
 
 constexpr int kAllModules = -1;
 std::atomic<int> chosenModule{kAllModules};
@@ -26,7 +24,7 @@ bool isChosen(const TracedMessage& message, unsigned int module) {
 EventRing& makeRing() {
   auto made = std::make_unique<EventRing>();
   EventRing* known = nullptr;
-  return ring.compare_exchange_strong(known, made.get(), std::memory_order_acq_rel)
+  return shared.compare_exchange_strong(known, made.get(), std::memory_order_acq_rel)
              ? *made.release()
              : *known;
 }
@@ -35,14 +33,14 @@ EventRing& makeRing() {
 
 void trace(QOVTraceEvent::Step step, unsigned int module, const TracedMessage& message,
            QOVDropReason reason) noexcept {
-  EventRing* const events = ring.load(std::memory_order_acquire);
+  EventRing* const events = shared.load(std::memory_order_acquire);
   if (events == nullptr || !isChosen(message, module)) {
     return;
   }
   EventRing::Place place(*events);
   QOVTraceEvent event;
   event.time_ = QOVTraceEvent::Clock::now();
-  event.thread_ = static_cast<pid_t>(::syscall(SYS_gettid));
+  event.thread_ = threadHere();
   event.step_ = step;
   event.module_ = static_cast<std::uint8_t>(module);
   event.reason_ = reason;
@@ -57,7 +55,7 @@ void trace(QOVTraceEvent::Step step, unsigned int module, const TracedMessage& m
 }  // namespace qov
 
 std::uint64_t QOVMessageTrace::start(std::optional<std::uint8_t> module) {
-  qov::EventRing* const known = qov::ring.load(std::memory_order_acquire);
+  qov::EventRing* const known = qov::shared.load(std::memory_order_acquire);
   const qov::EventRing& events = known != nullptr ? *known : qov::makeRing();
   const std::uint64_t first = events.next();
   qov::chosenModule = module ? int{*module} : qov::kAllModules;
@@ -74,7 +72,7 @@ bool QOVMessageTrace::isOn() {
 }
 
 QOVMessageTrace::Part QOVMessageTrace::read(std::uint64_t from, std::size_t most) {
-  const qov::EventRing* const ring = qov::ring.load(std::memory_order_acquire);
+  const qov::EventRing* const ring = qov::shared.load(std::memory_order_acquire);
   if (ring != nullptr) {
     return ring->read(from, most);
   }

@@ -22,7 +22,7 @@ struct ModuleContext {
   static ModuleContext& of(const CQOV_TaskMgr& manager) { return *manager.context_; }
   /// Null without memory for it.
   static CQOV_Leader_Task* leaderOf(const CQOV_TaskMgr& manager) { return manager.leader(); }
-  /// While init() has succeeded or is under way, and stop() has not begun.
+  /// From init() until RunningManagers has forgotten it.
   static QOVModuleStats statsOf(const CQOV_TaskMgr& manager);
 
   // Constant after construction. The tasks share what they are noted in.
@@ -35,7 +35,7 @@ struct ModuleContext {
   std::atomic<const link_map*> library_{nullptr};
 
   // Whoever stops the manager: the loading thread, or the thread that calls exit(). Never both at a
-  // time (RunningManagers::remove()).
+  // time (RunningManagers::beginStop()).
   bool stopped_ = false;
   // Set by who calls stop() before the manager is deleted.
   bool stoppedBeforeDeleted_ = false;

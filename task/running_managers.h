@@ -21,8 +21,9 @@ struct LeaderLook {
   LeaderProgress progress;
 };
 
-/// The task managers whose threads may run, those of the module loader included. What is left when
-/// the process exits is stopped then (module/module_shutdown.h).
+/// The task managers whose threads may run, those of the module loader included, and those that end
+/// while others wait for it. What is left when the process exits is stopped then
+/// (module/module_shutdown.h).
 ///
 /// Thread: any.
 /// Owns:   nothing.
@@ -32,18 +33,21 @@ class RunningManagers {
   static void add(CQOV_TaskMgr& manager);
 
   /// For a manager that is about to stop. Returns when nobody else is stopping it.
+  static void beginStop(CQOV_TaskMgr& manager);
+
+  /// For a manager that has stopped. Nobody visits it any more.
   static void remove(CQOV_TaskMgr& manager);
 
   static bool any();
 
-  /// Calls `visit` with each of them, in the order of their ids. None stops meanwhile; `visit` must
-  /// not wait.
-  static void visit(const std::function<void(const CQOV_TaskMgr&)>& visit);
+  /// Calls `visit` with each of them, in the order of their ids, and whether it stops. All of them
+  /// have their leaders meanwhile; `visit` must not wait.
+  static void visit(const std::function<void(const CQOV_TaskMgr&, bool stops)>& visit);
 
   /// Their figures, in the same order.
   static std::vector<QOVModuleStats> stats();
 
-  /// How far their leaders are.
+  /// How far the leaders of those are that do not stop.
   static std::vector<LeaderLook> leaders();
 
   /// Tells all of them that module `id` has ended. Needs no memory.

@@ -30,7 +30,10 @@ CQOV_StaticSchecheduledTask::~CQOV_StaticSchecheduledTask() = default;
 void CQOV_StaticSchecheduledTask::notifyExit() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual void CQOV_StaticSchecheduledTask::notifyExit()");
   CQOV_Task::notifyExit();
-  slotOf(*this).stop();
+  // Without memory for its MB_STOP the task goes on, and waits for responses as before.
+  if (TaskContext::of(*this).queue_->isEnding()) {
+    slotOf(*this).stop();
+  }
 }
 
 int CQOV_StaticSchecheduledTask::wakeup() {

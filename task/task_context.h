@@ -23,7 +23,7 @@ struct TaskContext {
 
   // Constant after construction.
   const std::unique_ptr<TaskQueue> queue_;
-  // That of the manager; null without one.
+  // The manager's; null without a manager.
   const std::shared_ptr<StartedTasks> startedTasks_;
   // Where responses of a static scheduled task arrive; null for every other task.
   std::unique_ptr<ResponseSlot> slot_{};
@@ -36,7 +36,7 @@ struct TaskContext {
   std::atomic<int> cause_{0};
 
   // True for the leader, the scheduler and what its pool owns: their threads make room in the
-  // module. Changed under the pool's lock.
+  // module. So a worker without it is not in the pool yet. Changed under the pool's lock.
   std::atomic<bool> makesRoom_{false};
   // Guarded by the pool's lock.
   bool idle_ = false;

@@ -86,8 +86,9 @@ CQOV_TaskMgr::~CQOV_TaskMgr() {
     }
     // The pool may have got some more since the stop.
     joinTasks(*context_->startedTasks_);
-    context_->leader_.reset();
   }
+  qov::RunningManagers::remove(*this);
+  context_->leader_.reset();
   // The id may belong to somebody else's kit.
   if (kit_ != nullptr && CQOVDebugKitMgr::instance()->find(moduleId_) == kit_) {
     delete CQOVDebugKitMgr::instance()->remove(moduleId_);
@@ -95,16 +96,19 @@ CQOV_TaskMgr::~CQOV_TaskMgr() {
 }
 
 void CQOV_TaskMgr::stop() {
-  qov::RunningManagers::remove(*this);
-  if (leader() == nullptr || context_->stopped_) {
-    return;
+  qov::RunningManagers::beginStop(*this);
+  if (leader() != nullptr && !context_->stopped_) {
+    context_->stopped_ = true;
+    qov::tellToEnd(*leader());
+    qov::joinThreadsOf(*leader());
+    // A leader that never ran has told nobody yet.
+    leader()->end();
+    joinTasks(*context_->startedTasks_);
   }
-  context_->stopped_ = true;
-  qov::tellToEnd(*leader());
-  qov::joinThreadsOf(*leader());
-  // A leader that never ran has told nobody yet.
-  leader()->end();
-  joinTasks(*context_->startedTasks_);
+  // One that is deleted next may still wait for its other threads, and be looked at meanwhile.
+  if (!context_->stoppedBeforeDeleted_) {
+    qov::RunningManagers::remove(*this);
+  }
 }
 
 bool CQOV_TaskMgr::initEnv() {

@@ -73,7 +73,12 @@ int TaskQueue::enqueue_tail(ACE_Message_Block* mb, ACE_Time_Value* timeout) {
 bool TaskQueue::offer(ACE_Message_Block* mb) {
   const RingCollector untilUnlocked;
   ACE_Guard<ACE_Thread_Mutex> guard(lock_);
-  return state_ != DEACTIVATED && !toldToStop_ && enqueue_tail_i(mb) != -1;
+  return !isEndingLocked() && enqueue_tail_i(mb) != -1;
+}
+
+bool TaskQueue::isEnding() {
+  ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  return isEndingLocked();
 }
 
 bool TaskQueue::waitForRoom(const ACE_Message_Block& mb, ACE_Time_Value* timeout) {

@@ -41,8 +41,11 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   int dequeueBeforeStop(ACE_Message_Block*& mb);
 
   /// Queues `mb` without waiting, however full the queue is. False, and `mb` still the caller's,
-  /// when the queue is closed or an MB_STOP was put in: what stood behind that, nobody would take.
+  /// when the queue is ending: what stood behind an MB_STOP, nobody would take.
   bool offer(ACE_Message_Block* mb);
+
+  /// Whether the queue is closed or an MB_STOP was put in.
+  bool isEnding();
 
   /// The next block if it is an MB_DATA, at once; else null.
   ACE_Message_Block* takeData();
@@ -92,6 +95,8 @@ class TaskQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
 
   /// Tells the ledger what stands in the queue now.
   void book();
+  /// As isEnding(), with the queue's lock held.
+  bool isEndingLocked() const { return state_ == DEACTIVATED || toldToStop_; }
 
   // Constant after construction.
   const std::shared_ptr<Doorbell> bell_ = std::make_shared<Doorbell>();

@@ -72,7 +72,10 @@ int CQOV_TaskScheduler::svc() {
 void CQOV_TaskScheduler::notifyExit() {
   CQOVDebugKitGuard log(qov::kPublicKit, "virtual void CQOV_TaskScheduler::notifyExit()");
   CQOV_Task::notifyExit();
-  pool_->stop();
+  // Without memory for its MB_STOP the scheduler goes on, and so does its pool.
+  if (qov::TaskContext::of(*this).queue_->isEnding()) {
+    pool_->stop();
+  }
 }
 
 int CQOV_TaskScheduler::putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout) {

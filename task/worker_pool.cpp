@@ -78,8 +78,12 @@ int CQOV_TaskScheduler::WorkerPool::createPool() {
 bool CQOV_TaskScheduler::WorkerPool::addWorker(std::unique_ptr<CQOV_Task> worker) {
   worker->grp_id(scheduler_.taskMgr()->gid());
   if (worker->thr_count() > 0) {
-    // Its own factory has started it: like any other that is handed to the pool.
-    return return_to_work(worker.release()) == 0;
+    // Its own factory has started it: like any other that is handed to the pool. Not deleted here
+    // in any case, since its thread runs.
+    if (return_to_work(worker.release()) != 0) {
+      throw std::bad_alloc();
+    }
+    return true;
   }
   CQOV_Task* const task = worker.get();
   std::size_t number = 0;

@@ -34,7 +34,7 @@ class __attribute__((visibility("hidden"))) CQOV_TaskScheduler::WorkerPool {
   int return_to_work(CQOV_Task* worker);
   int handle_mb_data(ACE_Message_Block* mb);
   bool take(int type, ACE_Message_Block* mb);
-  /// Has the scheduler thread look at its queue where it stays in handle_mb_data().
+  /// Has the scheduler thread look whether it may leave the wait in handle_mb_data().
   void wakeScheduler();
   /// Ends a wait for an idle worker, now and from now on.
   void stop();
@@ -80,7 +80,7 @@ class __attribute__((visibility("hidden"))) CQOV_TaskScheduler::WorkerPool {
   /// Longest idle first, with room for every worker. A plain vector: pools are small.
   std::vector<CQOV_Task*> idleTasks_;
   bool stopping_ = false;
-  /// Whether the scheduler thread is where it stays while messages wait for workers.
+  /// Whether the scheduler thread is in the wait in handle_mb_data().
   bool watchesWaits_ = false;
   /// The message that waits for an idle worker, its number and since when; null while none does.
   ACE_Message_Block* waiting_ = nullptr;

@@ -67,7 +67,11 @@ void runReactor() {
   const qov::SignalMask admission(SIG_UNBLOCK, qov::loopSignals());
   const qov::ServiceWatchdog watchdog(qov::ServiceManager::process());
   while (reactor.implementation()->deactivated() == 0) {
-    reactor.handle_events();
+    if (reactor.handle_events() == -1) {
+      // A module's thread may have run the reactor meanwhile. It owns it since, and without it back
+      // this loop would turn for nothing.
+      reactor.owner(ACE_Thread::self());
+    }
     // Without a descriptor the signal has still interrupted the wait.
     qov::SignalRelay::instance().carryOut();
   }

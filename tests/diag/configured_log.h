@@ -2,20 +2,17 @@
 #define QOV_TESTS_DIAG_CONFIGURED_LOG_H
 
 #include <gmock/gmock.h>
-#include <qovpub/qov_common_debugkit.h>
-#include <qovpub/qov_logging_strategy.h>
 
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "tests/diag/log_capture.h"
+#include "tests/diag/log_in_file.h"
 #include "tests/diag/process_root.h"
 #include "tests/support/files.h"
 
-/// A log file with settings from a configuration, and a kit that writes to it. The optional keys
-/// are off again afterwards.
-class ConfiguredLog : public testing::Test {
+/// A log file with settings from a configuration. The optional keys are off again afterwards.
+class ConfiguredLog : public LogInFile {
  protected:
   void TearDown() override {
     configure("");
@@ -45,12 +42,6 @@ class ConfiguredLog : public testing::Test {
     }
     return lines;
   }
-
-  const LogStateKeeper before_;
-  const qov::test::TemporaryDirectory directory_;
-  const std::string path_ = directory_.file("x.log");
-  const CQOVDebugKit kit_{"KIT", 5};
-  CQOV_Logging_Strategy strategy_;
 };
 
 #endif

@@ -1,13 +1,11 @@
 #include <gmock/gmock.h>
-#include <qovpub/qov_logging_strategy.h>
 
 #include <fstream>
 #include <string>
 #include <vector>
 
-#include "tests/diag/log_capture.h"
+#include "tests/diag/log_in_file.h"
 #include "tests/diag/process_root.h"
-#include "tests/support/files.h"
 
 // What the log says about its own settings.
 
@@ -18,7 +16,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-class LogLines : public testing::Test {
+class LogLines : public LogInFile {
  protected:
   /// The five keys with values that can be meant, then `lines`, of which the last ones count.
   static void configure(const std::string& lines) {
@@ -46,11 +44,6 @@ class LogLines : public testing::Test {
     return "WARN Failed to take a value as it stands: " + ProcessRoot::cfgFile() + ": LOG_CFG/" +
            key + ": " + why;
   }
-
-  const LogStateKeeper before_;
-  const qov::test::TemporaryDirectory directory_;
-  const std::string path_ = directory_.file("x.log");
-  CQOV_Logging_Strategy strategy_;
 };
 
 TEST_F(LogLines, NameEachValueThatCannotBeMeantAndWhatIsTaken) {

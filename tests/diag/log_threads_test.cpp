@@ -3,9 +3,6 @@
 #include <ace/Reactor.h>
 #include <ace/Thread_Manager.h>
 #include <gmock/gmock.h>
-#include <pthread.h>
-#include <qovpub/qov_common_debugkit.h>
-#include <qovpub/qov_logging_strategy.h>
 
 #include <atomic>
 #include <cstdio>
@@ -19,12 +16,13 @@
 #include <vector>
 
 #include "diag/file_strategy.h"
-#include "tests/diag/log_capture.h"
-#include "tests/support/files.h"
+#include "tests/diag/log_in_file.h"
+#include "tests/support/cancelled_thread.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using qov::test::cancelIn;
 using qov::test::readFile;
 using testing::EndsWith;
 
@@ -48,25 +46,7 @@ class AceThread {
   ACE_thread_t id_ = 0;
 };
 
-/// Runs `work` on a thread that has been cancelled and has not noticed yet.
-void cancelIn(std::function<void()> work) {
-  pthread_t thread{};
-  ASSERT_EQ(pthread_create(
-                &thread, nullptr,
-                [](void* argument) -> void* {
-                  pthread_cancel(pthread_self());
-                  (*static_cast<std::function<void()>*>(argument))();
-                  pthread_testcancel();
-                  return nullptr;
-                },
-                &work),
-            0);
-  void* result = nullptr;
-  ASSERT_EQ(pthread_join(thread, &result), 0);
-  EXPECT_EQ(result, PTHREAD_CANCELED);
-}
-
-class LogThreads : public testing::Test {
+class LogThreads : public LogInFile {
  protected:
   LogThreads() {
     std::snprintf(param_.logFile_, sizeof(param_.logFile_), "%s", path_.c_str());
@@ -85,12 +65,7 @@ class LogThreads : public testing::Test {
     return found;
   }
 
-  const LogStateKeeper before_;
-  const qov::test::TemporaryDirectory directory_;
-  const std::string path_ = directory_.file("x.log");
-  const CQOVDebugKit kit_{"KIT", 5};
   CLogging_Cfg_Param param_;
-  CQOV_Logging_Strategy strategy_;
 };
 
 TEST_F(LogThreads, LoseAndRepeatNothingWhileTheSettingsAreApplied) {

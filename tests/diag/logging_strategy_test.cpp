@@ -1,8 +1,6 @@
 #include <ace/Reactor.h>
 #include <gmock/gmock.h>
 #include <pwd.h>
-#include <qovpub/qov_common_debugkit.h>
-#include <qovpub/qov_logging_strategy.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -15,17 +13,15 @@
 #include <string>
 #include <vector>
 
-#include "tests/diag/log_capture.h"
+#include "tests/diag/log_in_file.h"
 #include "tests/diag/process_root.h"
 #include "tests/diag/reactor_timers.h"
 #include "tests/support/child.h"
-#include "tests/support/files.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using qov::test::readFile;
-using qov::test::TemporaryDirectory;
 using qov::test::writeFile;
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -35,7 +31,7 @@ using testing::StartsWith;
 
 constexpr u_long kTrace = 0x002, kDebug = 0x004, kInfo = 0x008, kWarn = 0x020, kError = 0x080;
 
-class LoggingStrategy : public testing::Test {
+class LoggingStrategy : public LogInFile {
  protected:
   LoggingStrategy() {
     std::snprintf(param_.logFile_, sizeof(param_.logFile_), "%s", path_.c_str());
@@ -58,12 +54,7 @@ class LoggingStrategy : public testing::Test {
   /// What changing the owner of a file that is there comes to.
   static int ownerResult() { return ::geteuid() == 0 && ::getpwnam("daemon") != nullptr ? 0 : -1; }
 
-  const LogStateKeeper before_;
-  const TemporaryDirectory directory_;
-  const std::string path_ = directory_.file("x.log");
-  const CQOVDebugKit kit_{"KIT", 5};
   CLogging_Cfg_Param param_;
-  CQOV_Logging_Strategy strategy_;
 };
 
 TEST_F(LoggingStrategy, HasTheDefaultSettings) {

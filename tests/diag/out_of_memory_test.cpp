@@ -46,6 +46,13 @@ class OutOfMemory : public testing::Test {
   CQOV_Logging_Strategy strategy_;
 };
 
+/// Fails the table of a registry's map.
+FailingAllocations noMap() {
+  constexpr std::size_t kBuckets = 256;
+  return FailingAllocations::ofArraysThatGiveNull(
+      kBuckets * sizeof(ACE_Hash_Map_Entry<unsigned int, CQOVDebugKit*>));
+}
+
 TEST_F(OutOfMemory, LeavesAKitThatCannotBeRegisteredToItsOwner) {
   CQOVDebugKitMgr kits;
   CQOVDebugKit kit("KIT", 300);
@@ -73,11 +80,42 @@ TEST_F(OutOfMemory, OfTheProcessesRegistryLeavesNothingBehind) {
     }
     // Another one without a map is told of as ever.
     const LogCapture capture;
-    constexpr std::size_t kBuckets = 256;
-    const auto none = FailingAllocations::ofArraysThatGiveNull(
-        kBuckets * sizeof(ACE_Hash_Map_Entry<unsigned int, CQOVDebugKit*>));
-    static_cast<void>(std::make_unique<CQOVDebugKitMgr>().release());
+    const auto none = noMap();
+    const CQOVDebugKitMgr other;
     return lacked && none.hasFailed() && capture.lines() == 1;
+  }));
+}
+
+TEST_F(OutOfMemory, OfTheProcessesRegistryIsNoAffairOfAGuard) {
+  EXPECT_TRUE(qov::test::holdsInChild([] {
+    // Of an earlier test.
+    ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>::close();
+    const auto none = FailingAllocations::ofThoseThatThrow(0);
+    { const CQOVDebugKitGuard guard(0, "guarded"); }
+    return none.hasFailed();
+  }));
+}
+
+TEST_F(OutOfMemory, LeavesARegistryWithoutAMapThatCanBeEmptiedAndDeleted) {
+  EXPECT_TRUE(qov::test::holdsInChild([] {
+    using Singleton = ACE_Unmanaged_Singleton<CQOVDebugKitMgr, ACE_Thread_Mutex>;
+    // Of an earlier test.
+    Singleton::close();
+    const LogCapture capture;
+    {
+      const auto none = noMap();
+      CQOVDebugKitMgr::instance();
+      if (!none.hasFailed()) {
+        return false;
+      }
+    }
+    CQOVDebugKit kit("KIT", 300);
+    const bool isEmpty = CQOVDebugKitMgr::instance()->find(0) == nullptr &&
+                         CQOVDebugKitMgr::instance()->add(&kit) == 0 &&
+                         CQOVDebugKitMgr::instance()->remove(300) == nullptr;
+    CQOVDebugKitMgr::close();
+    Singleton::close();
+    return isEmpty && CQOVDebugKitMgr::instance()->find(0) != nullptr;
   }));
 }
 
@@ -207,7 +245,8 @@ TEST_F(OutOfMemory, RefusesSettingsWhoseFileNobodyWouldCheck) {
   EXPECT_EQ(errno, ENOMEM);
   EXPECT_EQ(result, -1);
   EXPECT_FALSE(fs::exists(directory_.file("second.log")));
-  EXPECT_EQ(strategy_.initLogStrategy(param), 0);
+  strategy_.initLogStrategy(param);  // -1 where files cannot be given away
+  EXPECT_TRUE(fs::exists(directory_.file("second.log")));
   EXPECT_EQ(reactorTimers(), 1);
 }
 

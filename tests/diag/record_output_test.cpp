@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "tests/diag/log_capture.h"
+#include "tests/support/cancelled_thread.h"
 #include "tests/support/latch.h"
 
 namespace {
@@ -294,26 +295,10 @@ class Interruptible : public std::stringbuf {
 TEST_F(RecordOutput, LetsAThreadBeCancelledOnlyAfterItsRecord) {
   Interruptible buffer;
   std::ostream stream(&buffer);
-  struct Work {
-    const CQOVDebugKit* kit;
-    std::ostream* stream;
-  } work{&kit_, &stream};
-  pthread_t thread{};
-  ASSERT_EQ(pthread_create(
-                &thread, nullptr,
-                [](void* argument) -> void* {
-                  const Work& mine = *static_cast<Work*>(argument);
-                  LogCapture::log().msg_ostream(mine.stream, false);
-                  pthread_cancel(pthread_self());
-                  mine.kit->info(1, "f", 2, "whole");
-                  pthread_testcancel();
-                  return nullptr;
-                },
-                &work),
-            0);
-  void* result = nullptr;
-  ASSERT_EQ(pthread_join(thread, &result), 0);
-  EXPECT_EQ(result, PTHREAD_CANCELED);
+  qov::test::cancelIn([&] {
+    LogCapture::log().msg_ostream(&stream, false);
+    kit_.info(1, "f", 2, "whole");
+  });
   EXPECT_THAT(buffer.str(), EndsWith("] whole\n"));
 }
 

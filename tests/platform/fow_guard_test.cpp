@@ -19,11 +19,13 @@
 #include "tests/platform/blocking_stream.h"
 #include "tests/platform/guard_environment.h"
 #include "tests/platform/guard_threads.h"
+#include "tests/support/cancelled_thread.h"
 #include "tests/support/child.h"
 #include "tests/support/latch.h"
 #include "tests/support/sanitizers.h"
 
 using qov::test::BlockingStream;
+using qov::test::cancelIn;
 using qov::test::countGuardLines;
 using qov::test::holdsInChild;
 using qov::test::kLongGuard;
@@ -178,21 +180,10 @@ TEST(FowGuard, OutlivesALogBackendThatThrows) {
 
 TEST(FowGuard, LetsAThreadBeCancelledOnlyAfterItsLine) {
   Interruptible log;
-  pthread_t thread{};
-  ASSERT_EQ(pthread_create(
-                &thread, nullptr,
-                [](void* stream) -> void* {
-                  logTo(*static_cast<std::ostream*>(stream));
-                  pthread_cancel(pthread_self());
-                  closeOneLate(133, 0);
-                  pthread_testcancel();
-                  return nullptr;
-                },
-                &log.stream_),
-            0);
-  void* result = nullptr;
-  ASSERT_EQ(pthread_join(thread, &result), 0);
-  EXPECT_EQ(result, PTHREAD_CANCELED);
+  cancelIn([&] {
+    logTo(log.stream_);
+    closeOneLate(133, 0);
+  });
   EXPECT_NE(log.str().find("kind 133, level 0 took longer than 1 s\n"), std::string::npos);
 }
 

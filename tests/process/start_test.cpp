@@ -125,6 +125,12 @@ TEST_F(AgentStart, StopsAlthoughAModulesThreadHasOwnedTheProcessReactor) {
   stopsInOrder();
 }
 
+TEST_F(AgentStart, RunsTheProcessReactorOnWhenAModulesThreadHasRunItInBetween) {
+  starts({"reactor_user"});
+  EXPECT_TRUE(agent.waitForFile("called_again"));
+  stopsInOrder();
+}
+
 TEST_F(AgentStart, RunsTwiceInOneProcess) {
   agent.setEnvironment("QOV_TEST_MAIN", "twice");
   agent.root().writeConfig(2);

@@ -22,11 +22,11 @@ class AgentStopSignal : public AgentTest, public ::testing::WithParamInterface<i
   }
 };
 
-std::string nameOf(const ::testing::TestParamInfo<int>& info) {
+std::string nameOfSignal(const ::testing::TestParamInfo<int>& info) {
   return info.param == SIGINT ? "Sigint" : "Sigterm";
 }
 
-INSTANTIATE_TEST_SUITE_P(Both, AgentStopSignal, ::testing::Values(SIGINT, SIGTERM), nameOf);
+INSTANTIATE_TEST_SUITE_P(Both, AgentStopSignal, ::testing::Values(SIGINT, SIGTERM), nameOfSignal);
 
 TEST_P(AgentStopSignal, EndsAProcessWhoseModulesWork) {
   starts({"chatter", "other_chatter"});

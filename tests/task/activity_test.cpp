@@ -9,8 +9,11 @@
 #include <optional>
 #include <thread>
 
+#include "task/activity_switch.h"
 #include "task/handler_times.h"
+#include "tests/support/child.h"
 #include "tests/support/process_end.h"
+#include "tests/task/stats_of.h"
 #include "tests/task/task_fixture.h"
 
 namespace {
@@ -133,6 +136,151 @@ TEST_F(ActivityTest, ASecondOneKeepsItOn) {
   module.tell();
   module.waitForHandlers(1);
   EXPECT_EQ(1U, second->handlers().size());
+}
+
+TEST_F(ActivityTest, WhatBeganBeforeItIsSwitchedOffEndsInOrder) {
+  GatedModule module;
+  ASSERT_TRUE(module.init());
+  std::thread asking([&] {
+    CQOV_Task task(&module);
+    EXPECT_FALSE(QOVRequest(task, kModule, kOpc).ask(seconds(60)));
+  });
+  module.waitForHandlers(1);
+  activity_.reset();
+  module.tell();
+  module.waitForHandlers(2);
+  activity_.emplace();
+  EXPECT_EQ(1U, activity_->handlers().size());
+  EXPECT_EQ(1U, activity_->requests().size());
+  activity_.reset();
+  module.open();
+  module.stop();
+  asking.join();
+  activity_.emplace();
+  EXPECT_TRUE(activity_->handlers().empty());
+  EXPECT_TRUE(activity_->requests().empty());
+}
+
+TEST_F(ActivityTest, CountsTheTimeOfAHandlerThatBeganBeforeItIsSwitchedOff) {
+  GatedModule module;
+  ASSERT_TRUE(module.init());
+  module.tell();
+  module.waitForHandlers(1);
+  activity_.reset();
+  module.open();
+  activity_.emplace();
+  EXPECT_TRUE(countReaches(1));
+}
+
+TEST_F(ActivityTest, ARequestThatWaitsWhenItIsSwitchedOnIsNotNoted) {
+  activity_.reset();
+  GatedModule module;
+  ASSERT_TRUE(module.init());
+  CQOV_Task task(&module);
+  Latch answered;
+  ASSERT_EQ(QOVReason::kNone, QOVRequest(task, kModule, kOpc).askLater(seconds(60), [&](QOVAnswer) {
+    answered.count();
+  }));
+  std::thread asking([&] {
+    CQOV_Task other(&module);
+    EXPECT_FALSE(QOVRequest(other, kModule, kOpc).ask(seconds(60)));
+  });
+  module.waitForHandlers(2);
+  activity_.emplace();
+  EXPECT_TRUE(activity_->requests().empty());
+  module.open();
+  module.stop();
+  asking.join();
+  EXPECT_TRUE(answered.waitFor());
+  EXPECT_TRUE(activity_->requests().empty());
+}
+
+TEST_F(ActivityTest, CanBeSwitchedWhileHandlersRunAndRequestsWait) {
+  constexpr int kRequests = 200;
+  activity_.reset();
+  TestModule module([](CQOV_Task& task, CQOV_MsgPackage& message) { return answer(task, message); },
+                    3);
+  ASSERT_TRUE(module.init());
+  std::atomic<bool> enough{false};
+  std::thread switching([&] {
+    while (!enough) {
+      const QOVActivity on;
+      EXPECT_LE(on.handlers().size(), 3U);
+      EXPECT_LE(on.requests().size(), 2U);
+      on.times();
+    }
+  });
+  std::thread asking([&] {
+    CQOV_Task task(&module);
+    for (int i = 0; i < kRequests; ++i) {
+      EXPECT_TRUE(QOVRequest(task, kModule, kOpc).ask(seconds(60)));
+    }
+  });
+  CQOV_Task task(&module);
+  for (int i = 0; i < kRequests; ++i) {
+    Latch answered;
+    ASSERT_EQ(QOVReason::kNone,
+              QOVRequest(task, kModule, kOpc).askLater(seconds(60), [&](QOVAnswer) {
+                answered.count();
+              }));
+    ASSERT_TRUE(answered.waitFor());
+  }
+  asking.join();
+  enough = true;
+  switching.join();
+  module.stop();
+  activity_.emplace();
+  EXPECT_TRUE(activity_->handlers().empty());
+  EXPECT_TRUE(activity_->requests().empty());
+}
+
+TEST_F(ActivityTest, AModuleMayEndWhileItIsListed) {
+  constexpr int kModules = 20;
+  constexpr int kRequests = 8;
+  std::atomic<bool> enough{false};
+  std::thread listing([&] {
+    while (!enough) {
+      for (const QOVRunningHandler& handler : activity_->handlers()) {
+        EXPECT_EQ(kModule, handler.moduleId_);
+      }
+      for (const QOVWaitingRequest& request : activity_->requests()) {
+        EXPECT_EQ(kModule, request.moduleId_);
+      }
+      activity_->times();
+    }
+  });
+  for (int i = 0; i < kModules; ++i) {
+    TestModule module(
+        [](CQOV_Task& task, CQOV_MsgPackage& message) { return answer(task, message); });
+    ASSERT_TRUE(module.init());
+    CQOV_Task task(&module);
+    for (int asked = 0; asked < kRequests; ++asked) {
+      EXPECT_EQ(QOVReason::kNone,
+                QOVRequest(task, kModule, kOpc).askLater(seconds(60), [](QOVAnswer) {}));
+    }
+    // In the middle of them.
+    module.stop();
+  }
+  enough = true;
+  listing.join();
+}
+
+TEST_F(ActivityTest, TellsOfAHandlerInWhichAModuleHangsWhileItStops) {
+  GatedModule module;
+  ASSERT_TRUE(module.init());
+  module.tell();
+  module.waitForHandlers(1);
+  std::thread stopping([&] { module.stop(); });
+  EXPECT_TRUE(qov::test::waitUntil([] { return statsOf(kModule).stopping_; }));
+  EXPECT_EQ(1U, activity_->handlers().size());
+  module.open();
+  stopping.join();
+  EXPECT_TRUE(activity_->handlers().empty());
+}
+
+TEST(ThreadHere, IsTheNumberOfTheOnlyThreadOfAForkedChild) {
+  EXPECT_EQ(::gettid(), qov::threadHere());
+  EXPECT_TRUE(qov::test::holdsInChild([] { return qov::threadHere() == ::gettid(); }));
 }
 
 TEST_F(ActivityTest, TellsOfARequestWhileItsSenderWaits) {

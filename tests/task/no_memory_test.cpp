@@ -300,6 +300,48 @@ TEST_F(TaskNoMemoryTest, AStartedTaskThatCannotBeToldToEndGoesOn) {
   EXPECT_EQ(3, log_.count("Task will exit!"));
 }
 
+TEST_F(TaskNoMemoryTest, AStaticTaskThatCannotBeToldToEndStillWaitsForItsResponses) {
+  TestModule module(ignore, 1, kModule + 1);
+  ASSERT_TRUE(module.init());
+  // Never started: the test plays its thread.
+  FunctionStaticTask own(&module, {}, ignore);
+  {
+    const FailingAllocations fail(0, 1);
+    own.notifyExit();
+    EXPECT_TRUE(fail.hasFailed());
+  }
+  errno = 0;
+  EXPECT_EQ(-1, request(own, makeMessage(1, 1, kModule + 1, kModule + 1), kShort));
+  EXPECT_EQ(ETIMEDOUT, errno);
+  own.notifyExit();
+  EXPECT_EQ(-1, request(own, makeMessage(1, 1, kModule + 1, kModule + 1), kNoLimit));
+  EXPECT_EQ(ECONNABORTED, errno);
+  module.stop();
+}
+
+TEST_F(TaskNoMemoryTest, ASchedulerThatCannotBeToldToEndStillWaitsForItsWorkers) {
+  Latch release;
+  Latch handled;
+  TestModule module(
+      [&](CQOV_Task&, CQOV_MsgPackage&) {
+        EXPECT_TRUE(release.waitFor());
+        handled.count();
+        return 0;
+      },
+      1, kModule + 1);
+  ASSERT_TRUE(module.init());
+  {
+    const FailingAllocations fail(0, 1);
+    qov::ModuleContext::leaderOf(module)->scheduler().notifyExit();
+    EXPECT_TRUE(fail.hasFailed());
+  }
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_LT(0, module.putq(makeBlock(makeMessage(3, 1, kModule + 1, kModule + 1)), nullptr));
+  }
+  release.count();
+  EXPECT_TRUE(handled.waitFor(3));
+}
+
 TEST_F(TaskNoMemoryTest, ATaskIsNotStartedWithoutRoomForItsThreadsId) {
   FunctionStaticTask own(&module_, {}, ignore);
   const FailingAllocations fail(0, 1);
@@ -443,6 +485,16 @@ class ModuleWithAStray : public TestModule {
   };
 };
 
+/// A module whose one worker the test has made.
+class CreatedElsewhere : public TestModule {
+ public:
+  explicit CreatedElsewhere(CQOV_Task& worker) : TestModule(ignore, 0), worker_(worker) {}
+  CQOV_Task* createTask() override { return &worker_; }
+
+ private:
+  CQOV_Task& worker_;
+};
+
 }  // namespace
 
 TEST_F(TaskNoMemoryTest, APoolWithoutRoomForItsWorkersIsNone) {
@@ -450,6 +502,21 @@ TEST_F(TaskNoMemoryTest, APoolWithoutRoomForItsWorkersIsNone) {
   CQOV_TaskScheduler scheduler(&module, 1);
   const auto fail = FailingAllocations::ofSize(sizeof(void*));
   EXPECT_THROW(scheduler.createPool(), std::bad_alloc);
+}
+
+TEST_F(TaskNoMemoryTest, NorIsOneWithoutRoomForAWorkerThatRunsAlready) {
+  FunctionWorker worker(&module_, ignore);
+  ASSERT_EQ(0, worker.activate(THR_NEW_LWP | THR_JOINABLE, 1));
+  CreatedElsewhere module(worker);
+  CQOV_TaskScheduler scheduler(&module, 1);
+  {
+    const auto fail = FailingAllocations::ofSize(sizeof(void*));
+    EXPECT_THROW(scheduler.createPool(), std::bad_alloc);
+  }
+  EXPECT_EQ(0, log_.count("Failed to start a worker thread"));
+  // Left alone.
+  worker.notifyExit();
+  worker.wait();
 }
 
 TEST_F(TaskNoMemoryTest, AWorkerReturnsToThePoolWithoutAny) {

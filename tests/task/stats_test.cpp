@@ -90,6 +90,17 @@ TEST_F(StatsTest, ListsTheModulesThatRunInTheOrderOfTheirIds) {
   EXPECT_EQ("test", all[0].name_);
 }
 
+TEST_F(StatsTest, ListsAModuleThatHangsInItsStopUntilThatReturns) {
+  EXPECT_FALSE(statsOf(kModule).stopping_);
+  send(makeMessage(3, 1));
+  ASSERT_TRUE(begun_.waitFor());
+  std::thread stopping([&] { module_->stop(); });
+  statsOnce(kModule, [](const QOVModuleStats& stats) { return stats.stopping_; });
+  goOn_.count();
+  stopping.join();
+  EXPECT_TRUE(getModuleStats().empty());
+}
+
 TEST_F(StatsTest, CountsWorkersAndThoseThatHaveAMessage) {
   statsOnce(kModule,
             [](const QOVModuleStats& stats) { return stats.workers_ == 2 && stats.busy_ == 0; });

@@ -15,7 +15,7 @@ namespace {
 
 using ::testing::Test;
 
-constexpr unsigned int kLargestBody = 2097152 - 28;
+constexpr unsigned int kLongestBody = 2097152 - 28;
 
 class WiresharkStreams : public Test {
  protected:
@@ -95,11 +95,11 @@ TEST_F(WiresharkStreams, ReadLenAsAnAgentDoes) {
   Connection zero(capture_);
   zero.ask(message(1, "") + message(2, ""));
   Connection tooLarge(capture_);
-  tooLarge.ask(head(1, kLargestBody + 1) + message(2, ""));
+  tooLarge.ask(head(1, kLongestBody + 1) + message(2, ""));
   Connection largest(capture_);
-  largest.ask(head(1, kLargestBody) + message(2, ""));  // the second is the first one's body
+  largest.ask(head(1, kLongestBody) + message(2, ""));  // the second is the first one's body
   Connection largestEnds(capture_);
-  largestEnds.sendLast(Side::kClient, head(1, kLargestBody));
+  largestEnds.sendLast(Side::kClient, head(1, kLongestBody));
 
   dissect();
   EXPECT_EQ(shownOf(negative), (Texts{"1 length", "2 length", "3"}));

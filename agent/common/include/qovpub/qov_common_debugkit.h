@@ -155,7 +155,8 @@ class QOV_EXPORT CQOVDebugKit {
 ///         other one logs through a kit of a module.
 /// Owns:   the kits that it holds; its destructor deletes them. A kit that remove() returned
 ///         belongs to the caller.
-/// Errors: by results; std::bad_alloc without memory for the registry and its public kit.
+/// Errors: by results; std::bad_alloc without memory for the registry and its public kit. One
+///         that lacks only the table of its map says so in one line of the log, and stays empty.
 ///
 /// A pointer from find() stays good as long as its kit is registered. Whoever removes and deletes
 /// a kit does so when no thread can still be using it: a module after its threads were joined.

@@ -39,7 +39,8 @@ struct QOV_EXPORT QOVModuleStats {
   static constexpr std::size_t kHandlingTimes = 64;  ///< length of handlingTimes_
 
   unsigned int moduleId_ = 0;  ///< as CQOV_TaskMgr::moduleId()
-  std::string name_;           ///< as CQOV_TaskMgr::name()
+  bool stopping_ = false;  ///< told to stop; not all of its threads have ended, or its destructor
+  std::string name_;       ///< as CQOV_TaskMgr::name()
 
   // Since the module was made.
   std::uint64_t in_ = 0;        ///< delivered in the module: to its pool, a static task, a sender
@@ -77,9 +78,10 @@ struct QOV_EXPORT QOVModuleStats {
 
 /// The figures of the modules that run in this process, in the order of their ids.
 ///
-/// A module is listed from its CQOV_TaskMgr::init() on until it is told to stop. Nothing waits for
-/// the reader: each figure is read for itself while the module goes on, so that two of them may
-/// differ by what happened in between.
+/// A module is listed from its CQOV_TaskMgr::init() on until its stop() returns; one of the module
+/// loader until its destructor has joined the last thread: what hangs at its end is seen. Nothing
+/// waits for the reader: each figure is read for itself while the module goes on, so that two of
+/// them may differ by what happened in between.
 ///
 /// Thread: any; not from a signal handler.
 /// Errors: throws std::bad_alloc.

@@ -206,7 +206,7 @@ class QOV_EXPORT CQOV_StaticSchecheduledTask : public CQOV_CommonTask {
   /// Frees the queue and a response that nobody took. The task's thread must have ended.
   ~CQOV_StaticSchecheduledTask() override;
 
-  /// Also ends a wait in the response slot, now and from now on.
+  /// Also ends a wait in the response slot, now and from now on, unless memory was missing.
   void notifyExit() override;
   /// Ends the getMsg() or send() that waits in the response slot, or else the next one. A response
   /// that nobody took is freed. Returns 0.
