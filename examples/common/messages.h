@@ -10,7 +10,14 @@
 namespace devagent {
 
 /// The modules by their ids: message addresses, thread groups and debug kits go by them.
-enum Module : std::uint8_t { kInventory = 10, kCollector = 20, kJournal = 30, kUplink = 40 };
+enum Module : std::uint8_t {
+  kInventory = 10,
+  kCollector = 20,
+  kJournal = 30,
+  kUplink = 40,
+  kDrill = 50,
+  kPartner = 60,
+};
 
 /// Operation codes.
 enum Operation : std::uint64_t {
@@ -32,6 +39,10 @@ enum Operation : std::uint64_t {
   // Notices and events to the journal.
   kWriteEntry = 0x3001,     ///< one kEntryRecord
   kRoundFinished = 0x3002,  ///< no record; the collector's tally has changed
+
+  // To the drill and its partner, without records; nobody answers.
+  kSleep = 0x4001,    ///< the handler sleeps
+  kAskBack = 0x4002,  ///< the handler asks the other of the two the same
 };
 
 /// Command codes of records, each followed by the tags of its cells.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -77,6 +78,25 @@ Json::Value timesOf(const QOVHandlerTimes& times) {
        {"longest", secondsOf(times.longest_)}});
 }
 
+/// What `make` makes of the oldest of each module, as `name`, and how many more there are of whom.
+template <class Item, class Make>
+void putOldest(Json::Value& document, const char* name, const char* nameOfRest,
+               const std::vector<Item>& all, Make make) {
+  Json::Value& oldest = document[name] = Json::arrayValue;
+  Json::Value& rest = document[nameOfRest] = Json::arrayValue;
+  std::map<unsigned int, std::size_t> counts;
+  for (const Item& item : all) {
+    if (++counts[item.moduleId_] <= kMostOfModule) {
+      oldest.append(make(item));
+    }
+  }
+  for (const auto& [module, count] : counts) {
+    if (count > kMostOfModule) {
+      rest.append(object({{"module", module}, {"count", Json::UInt64{count - kMostOfModule}}}));
+    }
+  }
+}
+
 Json::Value circlesIn(const ActivitySnapshot& snapshot) {
   Json::Value circles(Json::arrayValue);
   for (const std::vector<unsigned int>& circle : circlesOf(snapshot)) {
@@ -93,18 +113,13 @@ Json::Value circlesIn(const ActivitySnapshot& snapshot) {
 
 Json::Value pendingDocument(const QOVActivity& activity) {
   const ActivitySnapshot snapshot = snapshotOf(activity);
-  Json::Value requests(Json::arrayValue);
-  for (const QOVWaitingRequest& request : snapshot.requests) {
-    requests.append(requestOf(request, snapshot));
-  }
-  Json::Value handlers(Json::arrayValue);
-  for (const QOVRunningHandler& handler : snapshot.handlers) {
-    handlers.append(handlerOfDocument(handler, snapshot));
-  }
-  return object({{"modules", moduleList()["modules"]},
-                 {"requests", requests},
-                 {"handlers", handlers},
-                 {"circles", circlesIn(snapshot)}});
+  Json::Value document = moduleList();
+  putOldest(document, "requests", "moreRequests", snapshot.requests,
+            [&](const QOVWaitingRequest& request) { return requestOf(request, snapshot); });
+  putOldest(document, "handlers", "moreHandlers", snapshot.handlers,
+            [&](const QOVRunningHandler& handler) { return handlerOfDocument(handler, snapshot); });
+  document["circles"] = circlesIn(snapshot);
+  return document;
 }
 
 Json::Value slowDocument(const QOVActivity& activity) {

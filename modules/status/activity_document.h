@@ -4,9 +4,14 @@
 #include <json/value.h>
 #include <qovpub/qov_activity.h>
 
+#include <cstddef>
+
 namespace qov::status {
 
 // docs/operating.md explains the fields.
+
+/// How many requests, and handlers, of one module are told of; of the rest, how many there are.
+inline constexpr std::size_t kMostOfModule = 64;
 
 /// The requests that wait, the handlers that run, and the circles of modules that wait for each
 /// other.

@@ -3,8 +3,12 @@
 #include <qovpub/qov_utility.h>
 
 #include <algorithm>
+#include <chrono>
+#include <iterator>
+#include <map>
 #include <set>
 #include <tuple>
+#include <unordered_map>
 
 namespace qov::status {
 namespace {
@@ -15,68 +19,84 @@ auto keyOf(const QOVWaitingRequest& request) {
                          request.receiver_);
 }
 
+/// A wait whose answer may be on its way, or that may be about to be taken up, is shorter.
+constexpr std::chrono::seconds kLasting{1};
+
 /// Who waits for whom.
 class Waits {
  public:
   explicit Waits(const ActivitySnapshot& snapshot) : snapshot_(snapshot) {
     for (const QOVWaitingRequest& request : snapshot.requests) {
-      if (request.thread_ != 0 && request.receiverProcess_ == snapshot.process) {
-        stuck_.push_back(&request);
+      if (request.thread_ != 0 && request.receiverProcess_ == snapshot.process &&
+          request.waiting_ >= kLasting) {
+        stuck_.emplace(request.thread_, Wait{&request, handlerOf(request, snapshot)});
       }
+    }
+    for (const QOVRunningHandler& handler : snapshot.handlers) {
+      handling_[handler.moduleId_].push_back(handler.thread_);
     }
     dropThoseThatGoOn();
   }
 
   std::set<std::vector<unsigned int>> circles() const {
     std::set<std::vector<unsigned int>> all;
-    for (const QOVWaitingRequest* const request : stuck_) {
-      all.insert(circleFrom(*request));
+    // From which wait each has been reached first.
+    std::unordered_map<const Wait*, const Wait*> reachedFrom;
+    for (const auto& [thread, start] : stuck_) {
+      const Wait* wait = &start;
+      while (reachedFrom.emplace(wait, &start).second) {
+        wait = next(*wait);
+      }
+      // What has led to the circle is no part of it.
+      if (reachedFrom[wait] == &start) {
+        all.insert(circleOf(*wait));
+      }
     }
     return all;
   }
 
  private:
-  using Requests = std::vector<const QOVWaitingRequest*>;
+  struct Wait {
+    const QOVWaitingRequest* request;
+    const QOVRunningHandler* handler;  ///< of the request; null if it has not been taken up
+  };
 
   void dropThoseThatGoOn() {
-    for (std::size_t before = 0; before != stuck_.size();) {
-      before = stuck_.size();
-      const Requests now = stuck_;
-      stuck_.erase(std::remove_if(stuck_.begin(), stuck_.end(),
-                                  [&](const QOVWaitingRequest* request) {
-                                    return next(*request, now) == nullptr;
-                                  }),
-                   stuck_.end());
+    for (bool all = false; !all;) {
+      all = true;
+      for (auto wait = stuck_.begin(); wait != stuck_.end();) {
+        const bool goesOn = next(wait->second) == nullptr;
+        all = all && !goesOn;
+        wait = goesOn ? stuck_.erase(wait) : std::next(wait);
+      }
     }
   }
 
-  /// What is waited for by somebody who has to go on before `request` is answered, if all of
-  /// `stuck` cannot; null if nobody of these has to.
-  const QOVWaitingRequest* next(const QOVWaitingRequest& request, const Requests& stuck) const {
-    if (const QOVRunningHandler* const handler = handlerOf(request, snapshot_)) {
-      return waitOf(*handler, stuck);
+  /// What is waited for by somebody who has to go on before `wait` ends, if all of stuck_ cannot;
+  /// null if nobody of these has to.
+  const Wait* next(const Wait& wait) const {
+    if (wait.handler != nullptr) {
+      return waitOf(wait.handler->thread_);
     }
-    const QOVWaitingRequest* first = nullptr;
-    std::size_t handlers = 0;
-    for (const QOVRunningHandler& handler : snapshot_.handlers) {
-      if (handler.moduleId_ != request.receiver_) {
-        continue;
-      }
-      ++handlers;
-      const QOVWaitingRequest* const wait = waitOf(handler, stuck);
-      if (wait == nullptr) {
+    const auto handling = handling_.find(wait.request->receiver_);
+    if (handling == handling_.end() ||
+        hasWorkerBeside(wait.request->receiver_, handling->second.size())) {
+      return nullptr;
+    }
+    const Wait* first = nullptr;
+    for (const int thread : handling->second) {
+      const Wait* const other = waitOf(thread);
+      if (other == nullptr) {
         return nullptr;
       }
-      first = first != nullptr ? first : wait;
+      first = first != nullptr ? first : other;
     }
-    return hasWorkerBeside(request.receiver_, handlers) ? nullptr : first;
+    return first;
   }
 
-  static const QOVWaitingRequest* waitOf(const QOVRunningHandler& handler, const Requests& stuck) {
-    const auto found = std::find_if(
-        stuck.begin(), stuck.end(),
-        [&](const QOVWaitingRequest* request) { return request->thread_ == handler.thread_; });
-    return found != stuck.end() ? *found : nullptr;
+  const Wait* waitOf(int thread) const {
+    const auto found = stuck_.find(thread);
+    return found != stuck_.end() ? &found->second : nullptr;
   }
 
   /// Whether the module has a worker that is idle, or not known to handle something.
@@ -89,25 +109,23 @@ class Waits {
     return false;
   }
 
-  std::vector<unsigned int> circleFrom(const QOVWaitingRequest& request) const {
-    Requests way;
-    const QOVWaitingRequest* wait = &request;
-    while (std::find(way.begin(), way.end(), wait) == way.end()) {
-      way.push_back(wait);
-      wait = next(*wait, stuck_);
-    }
+  std::vector<unsigned int> circleOf(const Wait& start) const {
     std::vector<unsigned int> circle;
-    // What has led to the circle is no part of it.
-    for (auto part = std::find(way.begin(), way.end(), wait); part != way.end(); ++part) {
-      circle.push_back((*part)->moduleId_);
-    }
+    const Wait* wait = &start;
+    do {
+      circle.push_back(wait->request->moduleId_);
+      wait = next(*wait);
+    } while (wait != &start);
     std::rotate(circle.begin(), std::min_element(circle.begin(), circle.end()), circle.end());
     circle.push_back(circle.front());
     return circle;
   }
 
   const ActivitySnapshot& snapshot_;
-  Requests stuck_;
+  /// By the thread that waits.
+  std::map<int, Wait> stuck_;
+  /// The threads that handle something, by their modules.
+  std::map<unsigned int, std::vector<int>> handling_;
 };
 
 }  // namespace

@@ -28,11 +28,14 @@ const QOVRunningHandler* handlerOf(const QOVWaitingRequest& request,
 /// The request whose answer the handler's thread waits for; null if it waits for none.
 const QOVWaitingRequest* waitOf(const QOVRunningHandler& handler, const ActivitySnapshot& snapshot);
 
-/// The circles of modules that wait for each other: none of them goes on before a time-out ends it.
-/// Each begins, and ends, with its lowest id.
+/// The circles of modules that wait for each other. Each begins, and ends, with its lowest id.
 ///
 /// Nobody can go on who waits for a request that is worked on by somebody who cannot, or that
 /// waits itself for a worker, while all workers of the asked module cannot go on.
+///
+/// A request whose handler has ended looks like one that no worker has taken up. So a wait counts
+/// after a second only: an answer that is on its way has come by then. An answer that a thread
+/// gives later that is no worker's does not show.
 std::vector<std::vector<unsigned int>> circlesOf(const ActivitySnapshot& snapshot);
 
 }  // namespace qov::status

@@ -52,8 +52,8 @@ bool isHandled(int signum) {
 
 }  // namespace
 
-std::optional<std::string> Answers::answer(std::string_view request,
-                                           const ClientCounts& clients) const {
+std::optional<std::string> Answers::answer(std::string_view request, const ClientCounts& clients,
+                                           Kept& kept) {
   const Json::Value asked = parse(request);
   if (!asked.isObject() || !asked["request"].isString()) {
     return std::nullopt;
@@ -79,6 +79,9 @@ std::optional<std::string> Answers::answer(std::string_view request,
   }
   if (name == "reload") {
     return lineOf(reload());
+  }
+  if (const auto trace = trace_.answer(name, asked, kept)) {
+    return lineOf(*trace);
   }
   return lineOf(errorOf("no such request"));
 }

@@ -9,6 +9,7 @@
 
 #include "modules/status/server.h"
 #include "modules/status/status_document.h"
+#include "modules/status/trace_requests.h"
 
 namespace qov::status {
 
@@ -23,8 +24,9 @@ class Answers {
   explicit Answers(unsigned int kitId) : kitId_(kitId), start_(startNow()) {}
 
   /// The document, its line end included, which may be one that tells an error; nothing for what is
-  /// no JSON object with a "request".
-  std::optional<std::string> answer(std::string_view request, const ClientCounts& clients) const;
+  /// no JSON object with a "request". `kept` is that of the connection.
+  std::optional<std::string> answer(std::string_view request, const ClientCounts& clients,
+                                    Kept& kept);
   /// What a file of metrics has.
   std::string metricsForFile(const ClientCounts& clients) const;
 
@@ -36,6 +38,7 @@ class Answers {
   const unsigned int kitId_;
   const Start start_;
   const QOVActivity activity_;
+  TraceRequests trace_;  ///< the thread of answer()
 };
 
 }  // namespace qov::status

@@ -24,42 +24,42 @@ short Client::events() const {
 }
 
 Client::State Client::advance(const Answer& answer) {
-  if (!(output_.empty() ? receive() : flush())) {
-    return State::kGone;
+  if (!output_.empty()) {
+    return flush();
   }
-  while (output_.empty()) {
-    const std::size_t end = input_.find('\n');
-    if (end == std::string::npos) {
-      return input_.size() > kLongestRequest ? State::kMalformed : State::kGoesOn;
-    }
-    std::optional<std::string> reply = answer(std::string_view(input_).substr(0, end));
-    if (!reply) {
-      return State::kMalformed;
-    }
-    input_.erase(0, end + 1);
-    output_ = std::move(*reply);
-    if (!flush()) {
-      return State::kGone;
-    }
+  const State state = hasRequest() ? State::kGoesOn : receive();
+  if (state != State::kGoesOn || !hasRequest()) {
+    return state;
   }
-  return State::kGoesOn;
+  const std::size_t end = input_.find('\n');
+  std::optional<std::string> reply = answer(std::string_view(input_).substr(0, end));
+  if (!reply) {
+    return State::kMalformed;
+  }
+  input_.erase(0, end + 1);
+  output_ = std::move(*reply);
+  return flush();
 }
 
-bool Client::receive() {
+Client::State Client::receive() {
   std::array<char, kLongestRequest + 1> bytes;
   const ssize_t count = ::recv(socket_.get(), bytes.data(), bytes.size() - input_.size(), 0);
   if (count > 0) {
     input_.append(bytes.data(), static_cast<std::size_t>(count));
-    return true;
+    return hasRequest() || input_.size() <= kLongestRequest ? State::kGoesOn : State::kMalformed;
   }
-  return count < 0 && wouldWait();
+  if (count < 0 && wouldWait()) {
+    return State::kGoesOn;
+  }
+  // An error: it has left its last answer unread.
+  return count == 0 && input_.empty() ? State::kGone : State::kCutOff;
 }
 
-bool Client::flush() {
+Client::State Client::flush() {
   const ssize_t count =
       ::send(socket_.get(), output_.data() + sent_, output_.size() - sent_, MSG_NOSIGNAL);
   if (count < 0) {
-    return wouldWait();
+    return wouldWait() ? State::kGoesOn : State::kCutOff;
   }
   sent_ += static_cast<std::size_t>(count);
   if (sent_ == output_.size()) {
@@ -67,7 +67,7 @@ bool Client::flush() {
     sent_ = 0;
     deadline_ = Clock::now() + patience_;
   }
-  return true;
+  return State::kGoesOn;
 }
 
 }  // namespace qov::status

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,6 +12,9 @@
 #include "modules/status/descriptor.h"
 
 namespace qov::status {
+
+/// What a request has made that lasts as long as its connection.
+using Kept = std::shared_ptr<void>;
 
 /// One connection: a line in, a line out, and the next. Never waits.
 ///
@@ -24,7 +28,8 @@ class Client {
 
   enum class State {
     kGoesOn,
-    kGone,      ///< the other end has closed, or failed
+    kGone,      ///< the other end has closed
+    kCutOff,    ///< the same in the middle of a request, or before it had taken its answer
     kMalformed  ///< what came is no request
   };
 
@@ -40,12 +45,19 @@ class Client {
   /// When it has lost the patience, unless an answer has been taken by then.
   Clock::time_point deadline() const { return deadline_; }
 
-  /// Takes what has come and sends what the other end takes.
+  Kept& kept() { return kept_; }
+
+  /// Whether the next request is here already: advance() need not wait for events().
+  bool isReady() const { return output_.empty() && hasRequest(); }
+
+  /// Takes what has come and sends what the other end takes. One request at a time, however many
+  /// have come: other clients want to be served between them.
   State advance(const Answer& answer);
 
  private:
-  bool receive();
-  bool flush();
+  bool hasRequest() const { return input_.find('\n') != std::string::npos; }
+  State receive();
+  State flush();
 
   Descriptor socket_;
   Clock::duration patience_;
@@ -53,6 +65,7 @@ class Client {
   std::string input_;
   std::string output_;
   std::size_t sent_ = 0;  ///< of output_
+  Kept kept_;
 };
 
 }  // namespace qov::status

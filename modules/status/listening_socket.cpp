@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <qovpub/qov_exception.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -13,12 +14,20 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace qov::status {
 namespace {
 
 constexpr int kBacklog = 16;
+
+/// Behind the path: the socket's file until it listens, and the file that one process locks to make
+/// the socket.
+constexpr std::string_view kFresh = ".new";
+constexpr std::string_view kLock = ".lock";
 
 /// The descriptor of the socket that listens; -1 for none.
 std::atomic<int> listening{-1};
@@ -54,29 +63,38 @@ bool isListenedAt(const std::string& path) {
   return errno != ECONNREFUSED && errno != ENOENT;
 }
 
+/// The name of a file that is gone with this object.
+class TemporaryName {
+ public:
+  explicit TemporaryName(std::string path) : path_(std::move(path)) {}
+  ~TemporaryName() { ::unlink(path_.c_str()); }
+  TemporaryName(const TemporaryName&) = delete;
+  TemporaryName& operator=(const TemporaryName&) = delete;
+
+  const std::string& path() const { return path_; }
+
+ private:
+  const std::string path_;
+};
+
 }  // namespace
 
 ListeningSocket::ListeningSocket(const Settings& settings)
     : path_(settings.socket), socket_(makeSocket()) {
   check(socket_.get() >= 0 && registered == 0);
-  // Of its own, so that two agents that start at once do not take one name.
-  const std::string fresh = path_ + "." + std::to_string(::getpid());
-  if (fresh.size() >= sizeof(sockaddr_un::sun_path)) {
+  if (path_.size() + kFresh.size() >= sizeof(sockaddr_un::sun_path)) {
     fail("the path is longer than a socket's may be");
   }
   makeFolder(path_.substr(0, path_.rfind('/')));
-  removeStale();
-  ::unlink(fresh.c_str());
-  try {
-    bindAs(fresh, settings);
-    // Not rename(), which would take the place of an agent's that has come first meanwhile.
-    check(::link(fresh.c_str(), path_.c_str()) == 0);
-    listening = socket_.get();
-  } catch (...) {
-    ::unlink(fresh.c_str());
-    throw;
-  }
-  ::unlink(fresh.c_str());
+  const Descriptor lock = lockFile(withEnding(kLock));
+  // The lock is held until both names are gone.
+  const TemporaryName lockName(withEnding(kLock));
+  const TemporaryName fresh(withEnding(kFresh));
+  refuseOther();
+  ::unlink(fresh.path().c_str());
+  bindAs(fresh.path(), settings);
+  check(::rename(fresh.path().c_str(), path_.c_str()) == 0);
+  listening = socket_.get();
 }
 
 ListeningSocket::~ListeningSocket() {
@@ -85,6 +103,10 @@ ListeningSocket::~ListeningSocket() {
   if (::lstat(path_.c_str(), &file) == 0 && file.st_dev == device_ && file.st_ino == inode_) {
     ::unlink(path_.c_str());
   }
+}
+
+std::string ListeningSocket::withEnding(std::string_view ending) const {
+  return path_ + std::string(ending);
 }
 
 void ListeningSocket::fail(const std::string& why) const {
@@ -107,7 +129,22 @@ void ListeningSocket::makeFolder(const std::string& folder) const {
   }
 }
 
-void ListeningSocket::removeStale() const {
+Descriptor ListeningSocket::lockFile(const std::string& file) const {
+  constexpr mode_t kForOwner = 0600;
+  Descriptor lock(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kForOwner));
+  check(lock.get() >= 0);
+  const bool isMine = ::flock(lock.get(), LOCK_EX | LOCK_NB) == 0;
+  check(isMine || errno == EWOULDBLOCK);
+  struct stat now {};
+  check(::fstat(lock.get(), &now) == 0);
+  // Without a name: it was another's, who has just finished.
+  if (!isMine || now.st_nlink == 0) {
+    fail("another process makes it at this moment, and has locked " + file);
+  }
+  return lock;
+}
+
+void ListeningSocket::refuseOther() const {
   struct stat file {};
   if (::lstat(path_.c_str(), &file) != 0) {
     return;
@@ -118,7 +155,6 @@ void ListeningSocket::removeStale() const {
   if (isListenedAt(path_)) {
     fail("another process listens there");
   }
-  check(::unlink(path_.c_str()) == 0 || errno == ENOENT);
 }
 
 void ListeningSocket::bindAs(const std::string& file, const Settings& settings) {

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <string_view>
 
 #include "modules/status/descriptor.h"
 #include "modules/status/settings.h"
@@ -12,9 +13,10 @@ namespace qov::status {
 
 /// A Unix stream socket that listens and never blocks.
 ///
-/// Its file appears in one step, with owner and mode, when it already listens. One that nobody
-/// listens at any more is removed before; one that somebody listens at, and a file of another kind,
-/// stay. Of several processes that begin at once one has the socket.
+/// Its file appears in one step, with owner and mode, when it already listens. It takes the place
+/// of one that nobody listens at any more; one that somebody listens at, and a file of another
+/// kind, stay. Of several processes that begin at once one has the socket: who locks the file
+/// beside it, while the others are refused.
 ///
 /// Owns:   the socket and its file, which goes with it unless somebody has replaced it.
 /// Errors: the constructor throws CQOV_Exception.
@@ -29,10 +31,13 @@ class ListeningSocket {
   int descriptor() const { return socket_.get(); }
 
  private:
+  std::string withEnding(std::string_view ending) const;
   [[noreturn]] void fail(const std::string& why) const;
   void check(bool done) const;
   void makeFolder(const std::string& folder) const;
-  void removeStale() const;
+  /// The lock is given back when the descriptor is closed.
+  Descriptor lockFile(const std::string& file) const;
+  void refuseOther() const;
   void bindAs(const std::string& file, const Settings& settings);
 
   const std::string path_;

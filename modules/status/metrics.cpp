@@ -104,6 +104,7 @@ void writeClients(MetricsWriter& to, const ClientCounts& clients) {
   to.sample({{"reason", "tooMany"}}, valueOf(clients.tooMany));
   to.sample({{"reason", "malformed"}}, valueOf(clients.malformed));
   to.sample({{"reason", "tooSlow"}}, valueOf(clients.tooSlow));
+  to.sample({{"reason", "cutOff"}}, valueOf(clients.cutOff));
 }
 
 void writeDropped(MetricsWriter& to, const Module& module, const std::string& id) {

@@ -60,19 +60,19 @@ bool Server::turn() {
   for (std::size_t i = 0; i < clients_.size(); ++i) {
     waits[kFirstClient + i] = {clients_[i].descriptor(), clients_[i].events(), 0};
   }
-  if (::poll(waits.data(), kFirstClient + clients_.size(), millisecondsToWait()) > 0) {
-    if (waits[kStop].revents != 0) {
-      return false;
+  ::poll(waits.data(), kFirstClient + clients_.size(), millisecondsToWait());
+  if (waits[kStop].revents != 0) {
+    return false;
+  }
+  // From the back, so that the places in front stay those of `waits`.
+  for (std::size_t i = clients_.size(); i-- > 0;) {
+    const bool goesOn = waits[kFirstClient + i].revents != 0 || clients_[i].isReady();
+    if (goesOn && !advance(clients_[i])) {
+      clients_.erase(clients_.begin() + static_cast<std::ptrdiff_t>(i));
     }
-    // From the back, so that the places in front stay those of `waits`.
-    for (std::size_t i = clients_.size(); i-- > 0;) {
-      if (waits[kFirstClient + i].revents != 0 && !advance(clients_[i])) {
-        clients_.erase(clients_.begin() + static_cast<std::ptrdiff_t>(i));
-      }
-    }
-    if (waits[kListener].revents != 0) {
-      acceptOne();
-    }
+  }
+  if (waits[kListener].revents != 0) {
+    acceptOne();
   }
   dropSlowClients();
   return true;
@@ -82,7 +82,7 @@ int Server::millisecondsToWait() const {
   const Clock::time_point now = Clock::now();
   Clock::time_point next = Clock::time_point::max();
   for (const Client& client : clients_) {
-    next = std::min(next, client.deadline());
+    next = std::min(next, client.isReady() ? now : client.deadline());
   }
   if (now < acceptAgain_) {
     next = std::min(next, acceptAgain_);
@@ -95,9 +95,11 @@ int Server::millisecondsToWait() const {
 }
 
 bool Server::advance(Client& client) {
-  const Client::State state =
-      client.advance([this](std::string_view request) { return answer_(request, counts_); });
+  const Client::State state = client.advance([this, &client](std::string_view request) {
+    return answer_(request, counts_, client.kept());
+  });
   counts_.malformed += state == Client::State::kMalformed ? 1 : 0;
+  counts_.cutOff += state == Client::State::kCutOff ? 1 : 0;
   return state == Client::State::kGoesOn;
 }
 

@@ -24,6 +24,8 @@ struct ClientCounts {
   std::atomic<std::uint64_t> tooMany{0};    ///< beyond Server::kMostClients at once
   std::atomic<std::uint64_t> malformed{0};  ///< ended, since what came is no request
   std::atomic<std::uint64_t> tooSlow{0};    ///< ended, since the client did not go on in time
+  /// Ended by the client in the middle of a request, or before it had taken its answer.
+  std::atomic<std::uint64_t> cutOff{0};
 };
 
 /// Serves the clients of the status socket on the thread that calls run().
@@ -32,8 +34,8 @@ struct ClientCounts {
 /// Errors: the constructor throws CQOV_Exception. Nothing but stop() ends run().
 class Server {
  public:
-  using Answer =
-      std::function<std::optional<std::string>(std::string_view request, const ClientCounts&)>;
+  using Answer = std::function<std::optional<std::string>(std::string_view request,
+                                                          const ClientCounts&, Kept&)>;
 
   static constexpr std::size_t kMostClients = 8;
 

@@ -17,9 +17,9 @@ struct Settings {
   mode_t mode = 0600;
   std::optional<uid_t> owner;
   std::optional<gid_t> group;
-  std::chrono::seconds patience{10};       ///< with a client that does not go on
-  std::string metricsFile;                 ///< empty: none is written
-  std::chrono::seconds metricsPeriod{15};  ///< between two of its versions
+  std::chrono::milliseconds patience{10000};  ///< with a client that does not go on
+  std::string metricsFile;                    ///< empty: none is written
+  std::chrono::seconds metricsPeriod{15};     ///< between two of its versions
   std::vector<std::string> unknownKeys;
 };
 

@@ -1,6 +1,7 @@
 #include "modules/status/status_document.h"
 
 #include <qovpub/qov_link_stats.h>
+#include <qovpub/qov_trace.h>
 #include <qovpub/qov_utility.h>
 #include <qovpub/qov_version.h>
 #include <sys/stat.h>
@@ -31,7 +32,7 @@ timespec configurationTime() {
   return there ? file.st_mtim : timespec{};
 }
 
-Json::Value valueOf(const timespec& time) {
+Json::Value wholeSecondsOf(const timespec& time) {
   return time.tv_sec != 0 ? Json::Value(textOf(time.tv_sec)) : Json::Value();
 }
 
@@ -39,8 +40,8 @@ Json::Value configurationOf(const Start& start) {
   const timespec now = configurationTime();
   const timespec& then = start.configurationTime;
   return object({{"file", QOV_Utility::getProcessCfgFileName()},
-                 {"inForce", valueOf(then)},
-                 {"modified", valueOf(now)},
+                 {"inForce", wholeSecondsOf(then)},
+                 {"modified", wholeSecondsOf(now)},
                  {"changedSinceStart", now.tv_sec != then.tv_sec || now.tv_nsec != then.tv_nsec}});
 }
 
@@ -94,7 +95,8 @@ Json::Value clientsOf(const ClientCounts& counts) {
                  {"refused", counts.refused.load()},
                  {"tooMany", counts.tooMany.load()},
                  {"malformed", counts.malformed.load()},
-                 {"tooSlow", counts.tooSlow.load()}});
+                 {"tooSlow", counts.tooSlow.load()},
+                 {"cutOff", counts.cutOff.load()}});
 }
 
 }  // namespace
@@ -119,6 +121,7 @@ Json::Value statusDocument(const Start& start, const ClientCounts& clients) {
        {"log", object({{"file", QOV_Utility::getProcessLogFileName()}, {"level", logLevel()}})},
        {"modules", modules},
        {"links", linksNow()},
+       {"trace", QOVMessageTrace::isOn()},
        {"clients", clientsOf(clients)}});
 }
 
@@ -132,6 +135,9 @@ Json::Value moduleList() {
 }
 
 const char* stateOf(const QOVModuleStats& stats) {
+  if (stats.stopping_) {
+    return "stopping";
+  }
   if (stats.waitingBytes_ >= QOVModuleStats::kRoomBytes) {
     return "full";
   }

@@ -29,11 +29,11 @@ Start startNow();
 /// What the process does now. docs/operating.md explains the fields.
 Json::Value statusDocument(const Start& start, const ClientCounts& clients);
 
-/// The modules that run: id, name and state.
+/// The modules that run or stop: id, name and state.
 Json::Value moduleList();
 
-/// What an operator wants to know first: full (it takes no more), busy (all of its workers are),
-/// working or idle.
+/// What an operator wants to know first: stopping (it has not ended yet), full (it takes no more),
+/// busy (all of its workers are), working or idle.
 const char* stateOf(const QOVModuleStats& stats);
 
 }  // namespace qov::status

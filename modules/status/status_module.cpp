@@ -1,12 +1,13 @@
 // The module `qovstatus`: tells operators over a local socket what the agent does.
-#include <qovpub/qov_exception.h>
+#include <pthread.h>
 #include <qovpub/qov_log.h>
 #include <qovpub/qov_module.h>
-#include <qovpub/qov_task.h>
 #include <qovpub/qov_utility.h>
 
+#include <exception>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "modules/status/answers.h"
 #include "modules/status/metrics_task.h"
@@ -17,32 +18,26 @@
 namespace qov::status {
 namespace {
 
-/// The thread that serves the socket. It waits there alone: nobody sends it messages.
-class ServingTask : public CQOV_Task {
+/// The thread that serves the socket. None of a task of the module: those end with the event loop,
+/// and this one shall tell what hangs while the modules stop.
+class ServingThread {
  public:
-  ServingTask(CQOV_TaskMgr* module, Server& server) : CQOV_Task(module), server_(server) {}
-
-  /// Starts the thread among those of the module, which stops and joins it. 0 or -1.
-  int start() {
-    const std::string name = "m" + std::to_string(taskMgr()->moduleId()) + "-status";
-    const char* names[] = {name.c_str()};
-    return activate(THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED, 1, 0,
-                    ACE_DEFAULT_THREAD_PRIORITY, taskMgr()->gid(), nullptr, nullptr, nullptr,
-                    nullptr, nullptr, names);
-  }
-
-  int svc() override {
-    server_.run();
-    return 0;
-  }
-
-  void notifyExit() override {
+  /// Throws std::system_error.
+  ServingThread(Server& server, const std::string& name)
+      : server_(server), thread_([&server, name] {
+          ::pthread_setname_np(::pthread_self(), name.c_str());
+          server.run();
+        }) {}
+  ~ServingThread() {
     server_.stop();
-    CQOV_Task::notifyExit();
+    thread_.join();
   }
+  ServingThread(const ServingThread&) = delete;
+  ServingThread& operator=(const ServingThread&) = delete;
 
  private:
   Server& server_;
+  std::thread thread_;
 };
 
 class StatusModule : public CQOV_TaskMgr {
@@ -55,12 +50,13 @@ class StatusModule : public CQOV_TaskMgr {
   bool initEnv() override try {
     warnOfUnknownKeys();
     server_ = std::make_unique<Server>(
-        settings_, [this](std::string_view request, const ClientCounts& clients) {
-          return answers_.answer(request, clients);
+        settings_, [this](std::string_view request, const ClientCounts& clients, Kept& kept) {
+          return answers_.answer(request, clients, kept);
         });
-    task_ = std::make_unique<ServingTask>(this, *server_);
-    return task_->start() == 0 && startMetrics();
-  } catch (const CQOV_Exception& failure) {
+    thread_ =
+        std::make_unique<ServingThread>(*server_, "m" + std::to_string(moduleId()) + "-status");
+    return startMetrics();
+  } catch (const std::exception& failure) {
     QOV_GUARD(guard, moduleId());
     QOV_ERROR(guard, 1, "%s", failure.what());
     return false;
@@ -93,11 +89,11 @@ class StatusModule : public CQOV_TaskMgr {
   }
 
   const Settings settings_;
-  const Answers answers_;
-  // Used by the module's threads, which have ended when these are destroyed.
+  Answers answers_;
+  // Used by the module's threads, which have ended when these are destroyed: the last one first.
   std::unique_ptr<Server> server_;
-  std::unique_ptr<ServingTask> task_;
   std::unique_ptr<MetricsTask> metrics_;
+  std::unique_ptr<ServingThread> thread_;
 };
 
 }  // namespace

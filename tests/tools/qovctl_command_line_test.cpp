@@ -91,6 +91,7 @@ TEST_F(QovctlCommandLine, SaysInEveryHelpHowItEnds) {
     EXPECT_THAT(run({command, "--help"}).out, HasSubstr("\n  QOVCTL_TABLES    "));
   }
   EXPECT_THAT(run({"get", "--help"}).out, HasSubstr("required with a key"));
+  EXPECT_THAT(run({"walk", "--help"}).out, ::testing::Not(HasSubstr("interfaces")));
   for (const std::string& word : Words{"get", "walk", "send", "tables", "decode"}) {
     EXPECT_THAT(run({"--help"}).out, HasSubstr("\n  " + word + " "));
   }
@@ -103,6 +104,7 @@ TEST_F(QovctlCommandLine, RefusesWhatItDoesNotKnow) {
   expectUsageError({"walk", "--table", "1", "--hex"}, "--hex");
   expectUsageError({"send", "-", "--table", "1"}, "--table");
   expectUsageError({"decode", "--endpoint", "a:1"}, "--endpoint");
+  expectUsageError({"agent", "state"}, "state");
 }
 
 TEST_F(QovctlCommandLine, RefusesWhatIsMissing) {
@@ -114,6 +116,8 @@ TEST_F(QovctlCommandLine, RefusesWhatIsMissing) {
   expectUsageError({"send"}, "FILE or --command");
   expectUsageError({"send", "--cell", "1:Uint:1"}, "FILE or --command");
   expectUsageError({"decode", "--text"}, "--text");
+  expectUsageError({"agent"}, "agent: a command is required: status, ");
+  expectUsageError({"agent", "module"}, "module: a command is required: list");
 }
 
 TEST_F(QovctlCommandLine, RefusesWhatIsTooMuch) {
@@ -122,6 +126,7 @@ TEST_F(QovctlCommandLine, RefusesWhatIsTooMuch) {
   expectUsageError({"walk", "--table", "1", "--json", "--columns", "key"}, "--json");
   expectUsageError({"get", "--table", "1", "5", "--columns", "key", "--dump"}, "--dump");
   expectUsageError({"get", "--table", "1", "counts"}, "counts");
+  expectUsageError({"get", "--tables", "tables.json", "counts"}, "--tables");
   expectUsageError({"walk", "--table", "1", "5"}, "5");
   expectUsageError({"walk", "--table", "1", "--table", "2"}, "--table");
   expectUsageError({"walk", "--table", "1", "--json", "--dump"}, "--json");

@@ -57,7 +57,7 @@ long mostMemoryOfChildren() {
 }
 
 /// A message without records, and what is decoded of it.
-const std::string kEmpty = "55555555 03000000 00000000 ffffffff fdffffff ffffffff 00000000";
+const std::string kEmptyMessage = "55555555 03000000 00000000 ffffffff fdffffff ffffffff 00000000";
 
 class QovctlDecode : public QovctlTest {
  protected:
@@ -124,7 +124,7 @@ TEST_F(QovctlDecode, TellsTheKindAndPrintsWhatTheLibraryDumps) {
 }
 
 TEST_F(QovctlDecode, ReadsHexadecimalTextInEveryForm) {
-  const std::string dump = run({"decode", "--text", kEmpty}).out;
+  const std::string dump = run({"decode", "--text", kEmptyMessage}).out;
   EXPECT_THAT(dump, StartsWith("{\nRET=0\nSSK="));
   for (const std::string& text :
        {"55555555030000 0000000000ffffffff\tfdff:FFFFffffFFFF 00:00:00:00"s,
@@ -149,7 +149,7 @@ TEST_F(QovctlDecode, RefusesTextThatIsNotHexadecimalWithItsLine) {
 
 TEST_F(QovctlDecode, ReadsBytesFromAFileOrStandardInput) {
   const std::string bytes = textOf(Bytes().headV3(0).data());
-  const std::string dump = run({"decode", "--text", kEmpty}).out;
+  const std::string dump = run({"decode", "--text", kEmptyMessage}).out;
   EXPECT_EQ(run({"decode", file("bytes", bytes)}).out, dump);
   EXPECT_EQ(run({"decode"}, bytes).out, dump);
   EXPECT_EQ(run({"decode", "-"}, bytes).out, dump);
@@ -276,11 +276,11 @@ TEST_F(QovctlDecode, EndsWithOneWhenAFileCannotBeReadOrWritten) {
   EXPECT_EQ(missing.err, "qovctl: no such file: No such file or directory\n");
   EXPECT_EQ(run({"decode", "/"}).status, 1);
   writesTo("/dev/full");
-  const QovctlRun full = run({"decode", "--text", kEmpty});
+  const QovctlRun full = run({"decode", "--text", kEmptyMessage});
   EXPECT_EQ(full.status, 1);
   EXPECT_EQ(full.err, "qovctl: cannot write: No space left on device\n");
   hasNoOutput();
-  EXPECT_EQ(run({"decode", "--text", kEmpty}).status, 1);
+  EXPECT_EQ(run({"decode", "--text", kEmptyMessage}).status, 1);
 }
 
 }  // namespace

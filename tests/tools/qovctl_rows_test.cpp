@@ -97,6 +97,21 @@ TEST_F(QovctlRows, ShowTheColumnsThatAreAskedForInTheirOrder) {
   EXPECT_EQ(ask({"get", "counts", "--columns", "ends,stored"}).out, "ends    2\nstored  0\n");
 }
 
+TEST_F(QovctlRows, SayWhichOfTheColumnsTheyLack) {
+  const QovctlRun one = ask({"get", "--table", "things", "300", "--columns", "balance"});
+  EXPECT_EQ(one.status, 0);
+  EXPECT_EQ(one.out, "");
+  EXPECT_EQ(one.err, "qovctl: note: key 300 has no balance\n");
+  const QovctlRun two =
+      ask({"get", "--table", "things", "300", "2", "--columns", "9,label,balance"});
+  EXPECT_EQ(two.out, "label  last\n\nlabel    first\nbalance  -77\n");
+  EXPECT_EQ(two.err,
+            "qovctl: note: key 300 has no tag 9, balance\n"
+            "qovctl: note: key 2 has no tag 9\n");
+  EXPECT_EQ(ask({"get", "counts", "--columns", "99"}).err, "qovctl: note: counts has no tag 99\n");
+  EXPECT_EQ(ask({"get", "--table", "things", "2", "--columns", "balance,status"}).err, "");
+}
+
 TEST_F(QovctlRows, HaveNoColumnsButTheirOwn) {
   expectUsageError({"walk", "--table", "things", "--columns", "label,depth"},
                    "--columns: \"depth\" is no column: key, status, label, balance or a tag (up to "

@@ -96,6 +96,19 @@ TEST_F(QovctlTables, EndWithOneWhenTheirFileCannotBeRead) {
   EXPECT_EQ(run({"tables"}).err, "qovctl: " + file.string() + ": Is a directory\n");
 }
 
+TEST_F(QovctlTables, EndWithOneWhenTheUsersFileIsALinkToNothing) {
+  const std::filesystem::path folder = workingDirectory() / "qovpub";
+  std::filesystem::create_directories(folder);
+  std::filesystem::create_symlink("gone.json", folder / "tables.json");
+  sets({"XDG_CONFIG_HOME=" + workingDirectory().string()});
+  const QovctlRun failed = run({"tables"});
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_EQ(failed.err,
+            "qovctl: " + (folder / "tables.json").string() + ": No such file or directory\n");
+  writeFile(folder / "gone.json", tableNamed("linked"));
+  EXPECT_THAT(run({"tables"}).out, HasSubstr("\nlinked "));
+}
+
 TEST_F(QovctlTables, AreRefusedWithTheLineOfWhatIsNoJson) {
   const auto refused = [&](const std::string& text, const std::string& line) {
     const std::string path = file("tables.json", text);

@@ -1,10 +1,7 @@
 #include <map>
-#include <string>
-#include <vector>
 
 #include "tools/common/controls.h"
 #include "tools/common/json_object.h"
-#include "tools/qovctl/agent_parts.h"
 #include "tools/qovctl/agent_text.h"
 
 namespace qov::ctl {
@@ -37,17 +34,6 @@ std::string threadOf(const Json::Value& object, const char* key) {
   return text(part(object, key), "name");
 }
 
-std::string requestsText(const Json::Value& requests, const ModuleNames& names) {
-  std::vector<Row> rows{{"request", "from", "thread", "to", "for", "time-out", "handled by"}};
-  for (const Json::Value& request : requests) {
-    rows.push_back({text(request, "operation"), names.of(request, "module"),
-                    threadOf(request, "thread"), names.of(part(request, "receiver"), "module"),
-                    spanText(seconds(request, "waiting")), spanText(seconds(request, "timeout")),
-                    threadOf(request, "handler")});
-  }
-  return requests.empty() ? "no request waits\n" : lines(rows);
-}
-
 std::string waitText(const Json::Value& handler, const ModuleNames& names) {
   const Json::Value wait = part(handler, "waitsFor");
   return wait.empty() ? "-"
@@ -60,42 +46,72 @@ std::string operationText(const Json::Value& handler) {
   return text(handler, "operation") + (text(handler, "continuation") == "true" ? " later" : "");
 }
 
-std::string handlersText(const Json::Value& handlers, const ModuleNames& names) {
-  std::vector<Row> rows{{"handler", "in", "thread", "from", "for", "waits for"}};
-  for (const Json::Value& handler : handlers) {
-    rows.push_back({operationText(handler), names.of(handler, "module"),
-                    threadOf(handler, "thread"), names.of(part(handler, "sender"), "module"),
-                    spanText(seconds(handler, "running")), waitText(handler, names)});
-  }
-  return handlers.empty() ? "no handler runs\n" : lines(rows);
+/// `otherwise` for a table without rows.
+std::string linesOr(const char* otherwise, const std::vector<Row>& table) {
+  return table.size() > 1 ? lines(table) : otherwise;
 }
 
-std::string circleText(const Json::Value& circle, const ModuleNames& names) {
-  std::string way;
-  for (const Json::Value& module : tools::arrayAt(circle, "circles")) {
-    way += (way.empty() ? "" : " -> ") + names.whole(tools::withoutControls(module.asString()));
-  }
-  return "\nmodules wait for each other: " + way + "\n";
-}
-
-}  // namespace
-
-std::string pendingText(const Json::Value& pending) {
-  const ModuleNames names(pending);
-  std::string all = requestsText(tools::arrayAt(member(pending, "requests"), "requests"), names) +
-                    "\n" +
-                    handlersText(tools::arrayAt(member(pending, "handlers"), "handlers"), names);
-  for (const Json::Value& circle : tools::arrayAt(member(pending, "circles"), "circles")) {
-    all += circleText(circle, names);
+std::string moreText(const Json::Value& pending, const char* key) {
+  std::string all;
+  for (const std::string& rest : leftOut(pending, key)) {
+    all += rest + "\n";
   }
   return all;
 }
 
-std::string slowText(const Json::Value& slow) {
+}  // namespace
+
+std::vector<Row> requestTable(const Json::Value& pending) {
+  const ModuleNames names(pending);
+  std::vector<Row> rows{{"request", "from", "thread", "to", "for", "time-out", "handled by"}};
+  for (const Json::Value& request : tools::arrayAt(member(pending, "requests"), "requests")) {
+    rows.push_back({text(request, "operation"), names.of(request, "module"),
+                    threadOf(request, "thread"), names.of(part(request, "receiver"), "module"),
+                    spanText(seconds(request, "waiting")), spanText(seconds(request, "timeout")),
+                    threadOf(request, "handler")});
+  }
+  return rows;
+}
+
+std::vector<Row> handlerTable(const Json::Value& pending) {
+  const ModuleNames names(pending);
+  std::vector<Row> rows{{"handler", "in", "thread", "from", "for", "waits for"}};
+  for (const Json::Value& handler : tools::arrayAt(member(pending, "handlers"), "handlers")) {
+    rows.push_back({operationText(handler), names.of(handler, "module"),
+                    threadOf(handler, "thread"), names.of(part(handler, "sender"), "module"),
+                    spanText(seconds(handler, "running")), waitText(handler, names)});
+  }
+  return rows;
+}
+
+std::vector<std::string> circles(const Json::Value& pending) {
+  const ModuleNames names(pending);
+  std::vector<std::string> ways;
+  for (const Json::Value& circle : tools::arrayAt(member(pending, "circles"), "circles")) {
+    std::string way;
+    for (const Json::Value& module : tools::arrayAt(circle, "circles")) {
+      way += (way.empty() ? "" : " -> ") + names.whole(tools::withoutControls(module.asString()));
+    }
+    ways.push_back(way);
+  }
+  return ways;
+}
+
+std::vector<std::string> leftOut(const Json::Value& pending, const char* key) {
+  const ModuleNames names(pending);
+  std::vector<std::string> all;
+  if (const Json::Value& more = member(pending, key); !more.isNull()) {
+    for (const Json::Value& rest : tools::arrayAt(more, key)) {
+      all.push_back("and " + text(rest, "count") + " more of " + names.of(rest, "module"));
+    }
+  }
+  return all;
+}
+
+std::vector<Row> slowTable(const Json::Value& slow) {
   const ModuleNames names(slow);
-  const Json::Value& handlers = tools::arrayAt(member(slow, "handlers"), "handlers");
   std::vector<Row> rows{{"handler", "in", "count", "mean", "half within", "99% within", "longest"}};
-  for (const Json::Value& handler : handlers) {
+  for (const Json::Value& handler : tools::arrayAt(member(slow, "handlers"), "handlers")) {
     const bool isOthers = member(handler, "operation").isNull();
     rows.push_back({isOthers ? "others" : operationText(handler), names.of(handler, "module"),
                     text(handler, "count"), spanText(seconds(handler, "mean")),
@@ -103,7 +119,22 @@ std::string slowText(const Json::Value& slow) {
                     spanText(seconds(handler, "percentile99")),
                     spanText(seconds(handler, "longest"))});
   }
-  return handlers.empty() ? "no handler has run\n" : lines(rows);
+  return rows;
+}
+
+std::string pendingText(const Json::Value& pending) {
+  std::string all = linesOr("no request waits\n", requestTable(pending)) +
+                    moreText(pending, "moreRequests") + "\n" +
+                    linesOr("no handler runs\n", handlerTable(pending)) +
+                    moreText(pending, "moreHandlers");
+  for (const std::string& way : circles(pending)) {
+    all += "\nmodules wait for each other: " + way + "\n";
+  }
+  return all;
+}
+
+std::string slowText(const Json::Value& slow) {
+  return linesOr("no handler has run\n", slowTable(slow));
 }
 
 }  // namespace qov::ctl

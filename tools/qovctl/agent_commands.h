@@ -8,7 +8,10 @@
 #include <functional>
 #include <string>
 
+#include "tools/qovctl/agent_bundle.h"
 #include "tools/qovctl/agent_socket.h"
+#include "tools/qovctl/agent_trace.h"
+#include "tools/qovctl/top_command.h"
 
 namespace qov::ctl {
 
@@ -30,15 +33,21 @@ class AgentCommands {
   void showStatus() const;
   void showPending() const;
   void showSlow() const;
+  void showTop() const;
   void showModules() const;
   void showMetrics() const;
   void logLevel() const;
   void reload() const;
+  void bundle() const;
+  void trace() const;
 
   std::function<void()>* command_ = nullptr;
   AgentTarget target_;
   bool json_ = false;
   int level_ = -1;  ///< -1: it is asked for
+  BundleOptions bundle_;
+  TopOptions top_;
+  TraceOptions trace_;
 };
 
 }  // namespace qov::ctl

@@ -15,7 +15,6 @@
 #include <system_error>
 #include <vector>
 
-#include "modules/status/descriptor.h"
 #include "modules/status/socket_path.h"
 #include "tools/common/json_object.h"
 #include "tools/qovctl/failure.h"
@@ -52,14 +51,22 @@ std::string onlyProcess(const std::string& root) {
   return names.front();
 }
 
+}  // namespace
+
+std::string processOf(const AgentTarget& target) {
+  if (target.root.empty()) {
+    throw Failure(kUsage, "no agent is named: --root, --socket or QOV_ROOT says where it is");
+  }
+  return target.process.empty() ? onlyProcess(target.root) : target.process;
+}
+
+namespace {
+
 std::string pathOf(const AgentTarget& target) {
   if (!target.socket.empty()) {
     return target.socket;
   }
-  if (target.root.empty()) {
-    throw Failure(kUsage, "no agent is named: --root, --socket or QOV_ROOT says where it is");
-  }
-  const std::string process = target.process.empty() ? onlyProcess(target.root) : target.process;
+  const std::string process = processOf(target);
   const std::string file = target.root + "/conf/" + process + "/" + process + ".cfg";
   CQOV_Ini_Operator configuration;
   if (configuration.open(file.c_str()) != 0) {
@@ -68,85 +75,89 @@ std::string pathOf(const AgentTarget& target) {
   return status::socketPath(configuration, target.root, process);
 }
 
-class Connection {
- public:
-  Connection(std::string path, double timeout)
-      : path_(std::move(path)),
-        end_(Clock::now() +
-             std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(timeout))),
-        socket_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path_.size() >= sizeof address.sun_path) {
-      fail(kUsage, path_, "longer than a socket's path may be");
-    }
-    std::memcpy(address.sun_path, path_.c_str(), path_.size() + 1);
-    if (::connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) !=
-        0) {
-      fail(kNoConnection, path_, "no connection: " + std::generic_category().message(errno));
-    }
-  }
-
-  /// A line is less than what a socket takes at once.
-  void send(const std::string& line) {
-    if (::send(socket_.get(), line.data(), line.size(), MSG_NOSIGNAL) < 0) {
-      lost();
-    }
-  }
-
-  std::string receiveLine() {
-    std::string line;
-    std::array<char, 65536> bytes;
-    while (line.empty() || line.back() != '\n') {
-      awaitBytes();
-      const ssize_t count = ::recv(socket_.get(), bytes.data(), bytes.size(), 0);
-      if (count <= 0) {
-        lost();
-      }
-      line.append(bytes.data(), static_cast<std::size_t>(count));
-      if (line.size() > kLongestAnswer) {
-        fail(kBadData, path_, "the answer is too long");
-      }
-    }
-    return line;
-  }
-
- private:
-  [[noreturn]] void lost() const {
-    fail(kNoConnection, path_,
-         "the agent has closed the connection: it does not serve this user, serves too many, or "
-         "ends");
-  }
-
-  void awaitBytes() const {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now()).count();
-    pollfd wait{socket_.get(), POLLIN, 0};
-    if (::poll(&wait, 1, static_cast<int>(std::max<decltype(left)>(left, 0))) == 0) {
-      fail(kTimedOut, path_, "no answer in time");
-    }
-  }
-
-  const std::string path_;
-  const Clock::time_point end_;
-  const status::Descriptor socket_;
-};
+[[noreturn]] void lost(const std::string& path) {
+  fail(
+      kNoConnection, path,
+      "the agent has closed the connection: it does not serve this user, serves too many, or ends");
+}
 
 }  // namespace
 
-Json::Value askAgent(const AgentTarget& target, const Json::Value& request) {
-  const std::string path = pathOf(target);
-  Connection agent(path, target.timeout);
+AgentConnection::AgentConnection(const AgentTarget& target)
+    : path_(pathOf(target)),
+      timeout_(target.timeout),
+      interrupt_(target.interrupt),
+      socket_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path_.size() >= sizeof address.sun_path) {
+    fail(kUsage, path_, "longer than a socket's path may be");
+  }
+  std::memcpy(address.sun_path, path_.c_str(), path_.size() + 1);
+  if (::connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    const bool nobody = errno == ENOENT || errno == ECONNREFUSED;
+    fail(kNoConnection, path_,
+         "no connection: " + std::generic_category().message(errno) +
+             (nobody ? "; no agent runs, or it lacks the module qovstatus" : ""));
+  }
+}
+
+Json::Value AgentConnection::ask(const Json::Value& request) {
   std::string line = tools::jsonText(request);
   std::replace(line.begin(), line.end() - 1, '\n', ' ');
-  agent.send(line);
-  Json::Value answer = tools::parseJson(agent.receiveLine());
+  // A line is less than what a socket takes at once.
+  if (::send(socket_.get(), line.data(), line.size(), MSG_NOSIGNAL) < 0) {
+    lost(path_);
+  }
+  Json::Value answer = tools::parseJson(receiveLine());
   if (!answer.isObject()) {
-    fail(kBadData, path, "the answer is no JSON object");
+    fail(kBadData, path_, "the answer is no JSON object");
   }
   if (answer.isMember("error")) {
-    fail(kEndpointError, path, tools::textAt(answer["error"], "error"));
+    fail(kEndpointError, path_, tools::textAt(answer["error"], "error"));
   }
   return answer;
+}
+
+void AgentConnection::awaitBytes(std::chrono::steady_clock::time_point end) const {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+  std::array<pollfd, 2> waits{{{socket_.get(), POLLIN, 0}, {interrupt_, POLLIN, 0}}};
+  if (::poll(waits.data(), waits.size(), static_cast<int>(std::max<decltype(left)>(left, 0))) ==
+      0) {
+    fail(kTimedOut, path_, "no answer in time");
+  }
+  if (waits[0].revents == 0) {
+    throw Interrupted();
+  }
+}
+
+std::string AgentConnection::receiveLine() {
+  const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                      std::chrono::duration<double>(timeout_));
+  std::string line;
+  std::array<char, 65536> bytes;
+  while (line.empty() || line.back() != '\n') {
+    awaitBytes(end);
+    const ssize_t count = ::recv(socket_.get(), bytes.data(), bytes.size(), 0);
+    if (count <= 0) {
+      lost(path_);
+    }
+    line.append(bytes.data(), static_cast<std::size_t>(count));
+    if (line.size() > kLongestAnswer) {
+      fail(kBadData, path_, "the answer is too long");
+    }
+  }
+  return line;
+}
+
+Json::Value requestFor(const char* name) {
+  Json::Value request(Json::objectValue);
+  request["request"] = name;
+  return request;
+}
+
+Json::Value askAgent(const AgentTarget& target, const Json::Value& request) {
+  return AgentConnection(target).ask(request);
 }
 
 }  // namespace qov::ctl

@@ -1,10 +1,7 @@
 #include "tools/qovctl/agent_text.h"
 
-#include <vector>
-
 #include "tools/common/controls.h"
 #include "tools/common/json_object.h"
-#include "tools/qovctl/agent_parts.h"
 
 namespace qov::ctl {
 namespace {
@@ -33,6 +30,7 @@ Row moduleRow(const Json::Value& module) {
           text(pending, "count"),
           spanText(seconds(pending, "oldest")),
           text(module, "timedOut"),
+          text(module, "refused"),
           counts(part(module, "dropped"))};
 }
 
@@ -40,22 +38,28 @@ const Json::Value& modulesOf(const Json::Value& document) {
   return tools::arrayAt(member(document, "modules"), "modules");
 }
 
-/// Nothing without links.
-std::string linksText(const Json::Value& links) {
-  if (!links.isArray() || links.empty()) {
-    return {};
+}  // namespace
+
+std::vector<Row> moduleTable(const Json::Value& status) {
+  std::vector<Row> rows{{"id", "module", "state", "queue", "highest", "busy", "handled", "pending",
+                         "oldest", "timed out", "refused", "dropped"}};
+  for (const Json::Value& module : modulesOf(status)) {
+    rows.push_back(moduleRow(module));
   }
+  return rows;
+}
+
+std::vector<Row> linkTable(const Json::Value& status) {
   std::vector<Row> rows{{"link", "state", "for", "connections", "last error"}};
-  for (const Json::Value& link : links) {
+  const Json::Value& links = member(status, "links");
+  for (const Json::Value& link : links.isArray() ? links : Json::Value(Json::arrayValue)) {
     const std::string error = text(link, "lastError");
     rows.push_back(
         {text(link, "endpoint"), text(link, "connected") == "true" ? "connected" : "not connected",
          spanText(seconds(link, "since")), text(link, "connections"), error.empty() ? "-" : error});
   }
-  return "\n" + lines(rows);
+  return rows;
 }
-
-}  // namespace
 
 std::string statusText(const Json::Value& status) {
   const Json::Value configuration = part(status, "configuration");
@@ -72,12 +76,9 @@ std::string statusText(const Json::Value& status) {
       {"log", text(log, "file") + ", level " + text(log, "level")},
       {"clients", counts(part(status, "clients"))},
   });
-  std::vector<Row> rows{{"id", "module", "state", "queue", "highest", "busy", "handled", "pending",
-                         "oldest", "timed out", "dropped"}};
-  for (const Json::Value& module : modulesOf(status)) {
-    rows.push_back(moduleRow(module));
-  }
-  return agent + "\n" + lines(rows) + linksText(status["links"]);
+  const std::vector<Row> links = linkTable(status);
+  return agent + "\n" + lines(moduleTable(status)) +
+         (links.size() > 1 ? "\n" + lines(links) : std::string());
 }
 
 std::string modulesText(const Json::Value& list) {

@@ -4,6 +4,9 @@
 #include <json/value.h>
 
 #include <string>
+#include <vector>
+
+#include "tools/qovctl/agent_parts.h"
 
 namespace qov::ctl {
 
@@ -15,6 +18,19 @@ std::string statusText(const Json::Value& status);
 std::string pendingText(const Json::Value& pending);
 std::string slowText(const Json::Value& slow);
 std::string modulesText(const Json::Value& list);
+
+// The tables of these texts; the first row has the headings.
+
+std::vector<Row> moduleTable(const Json::Value& status);
+std::vector<Row> linkTable(const Json::Value& status);
+std::vector<Row> requestTable(const Json::Value& pending);
+std::vector<Row> handlerTable(const Json::Value& pending);
+std::vector<Row> slowTable(const Json::Value& slow);
+/// "and 12 more of 20 inventory" for each module with some that the agent has left out; `key` is
+/// "moreRequests" or "moreHandlers", which an older agent does not have.
+std::vector<std::string> leftOut(const Json::Value& pending, const char* key);
+/// "20 inventory -> 21 collector -> 20 inventory" for each circle of modules.
+std::vector<std::string> circles(const Json::Value& pending);
 
 }  // namespace qov::ctl
 

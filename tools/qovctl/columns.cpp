@@ -72,6 +72,17 @@ std::vector<const CTLVCell*> Columns::cellsOf(const CTLVRecordV3& row) const {
   return cells;
 }
 
+std::string Columns::missingIn(const CTLVRecordV3& row) const {
+  std::string names;
+  for (const unsigned short tag : chosen_) {
+    if (std::none_of(row.begin(), row.end(),
+                     [tag](const auto& cell) { return cell.tag() == tag; })) {
+      names += (names.empty() ? "" : ", ") + nameOf(tag);
+    }
+  }
+  return names;
+}
+
 std::vector<unsigned short> Columns::standing() const {
   if (!chosen_.empty()) {
     return chosen_;

@@ -29,6 +29,9 @@ class Columns {
   /// Those of the row, in the order in which they are shown below one another. Borrows them.
   std::vector<const CTLVCell*> cellsOf(const CTLVRecordV3& row) const;
 
+  /// The names of those that `list` named and the row lacks, with commas between them.
+  std::string missingIn(const CTLVRecordV3& row) const;
+
   /// Those that are shown of every row, even if it lacks them.
   std::vector<unsigned short> standing() const;
   /// Where a cell that is shown stands beside the others: the smaller number to the left.

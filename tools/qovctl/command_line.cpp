@@ -20,7 +20,8 @@ Exit status:
   5  the endpoint refused the request (RET, which is printed) or ended a walk with a status; the
      agent refused it
   6  bad data: the input, or a reply, is not what it should be
-  7  a walk stopped after 10000 rows; its table may have more
+  7  a walk stopped after 10000 rows; its table may have more;
+     something is missing in a bundle
 What went wrong is one line on standard error. When nobody reads its output any more the program
 ends by SIGPIPE, as others do.)";
 

@@ -109,7 +109,8 @@ void EndpointCommandLine::addTablesFile(CLI::App* command) {
 void EndpointCommandLine::addTable(CLI::App* command, const std::string& when) {
   command->add_option(
       "--table", table_,
-      "interfaces, mounts, processes or a number (4096, 0x1000), or a name of --tables" + when);
+      "A name that \"qovctl tables\" prints with the same --tables, or a number (4096, 0x1000)" +
+          when);
 }
 
 void EndpointCommandLine::addFormats(CLI::App* command) {
@@ -144,6 +145,9 @@ void EndpointCommandLine::addGet() {
     const auto counts = std::count(keys_.begin(), keys_.end(), "counts");
     if (counts > 0 && keys_.size() > 1) {
       throw CLI::ValidationError("counts has no key beside it");
+    }
+    if (counts > 0 && command->count("--tables") > 0) {
+      throw CLI::ValidationError("counts are in no file of --tables");
     }
     if ((counts > 0) == (command->count("--table") > 0)) {
       throw CLI::ValidationError(counts > 0 ? "counts are of no --table"

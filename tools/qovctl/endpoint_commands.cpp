@@ -41,9 +41,14 @@ CT7QPackageV3 requestOf(const EndpointOptions& options, endpoint::Operation oper
   return request;
 }
 
-void getRow(EndpointLink& link, CT7QPackageV3 request, ReplyOutput& output) {
+/// Prints the row, and says which of the columns it lacks.
+void getRow(EndpointLink& link, CT7QPackageV3 request, ReplyOutput& output, const Columns& columns,
+            const std::string& name) {
   link.exchangeForRecord(request);
   output.add(request);
+  if (const std::string missing = columns.missingIn(request[0]); !missing.empty()) {
+    complain("note: " + name + " has no " + missing);
+  }
 }
 
 void send(const EndpointOptions& options, const Tables& tables, CT7QPackageV3& request) {
@@ -84,7 +89,8 @@ void getRows(const EndpointOptions& options, std::uint32_t table,
   output.print([&] {
     for (const std::uint64_t key : keys) {
       try {
-        getRow(sending.link(), requestOf(options, endpoint::kGet, table, key), output);
+        getRow(sending.link(), requestOf(options, endpoint::kGet, table, key), output, columns,
+               "key " + std::to_string(key));
       } catch (const Failure& failure) {
         if (keys.size() == 1 || failure.code() != kEndpointError) {
           throw;
@@ -104,8 +110,9 @@ void getCounts(const EndpointOptions& options, const Columns& columns) {
   Sending sending(options.target);
   ReplyOutput output(options.format,
                      [&](const CT7QPackageV3& reply) { return rowLines(reply[0], columns); });
-  output.print(
-      [&] { getRow(sending.link(), requestOf(options, endpoint::kReadCounts, 0), output); });
+  output.print([&] {
+    getRow(sending.link(), requestOf(options, endpoint::kReadCounts, 0), output, columns, "counts");
+  });
 }
 
 void walk(const EndpointOptions& options, std::uint32_t table, std::optional<std::uint64_t> after,

@@ -17,7 +17,7 @@ enum ExitCode : int {
   kTimedOut = 4,       ///< no reply in time
   kEndpointError = 5,  ///< the endpoint refused the request
   kBadData = 6,        ///< the input or a reply is not what it should be
-  kIncomplete = 7,     ///< a walk that stopped although its table may have more
+  kIncomplete = 7,     ///< a walk whose table may have more, or a bundle that lacks something
 };
 
 /// Ends a command; what() is the one line for standard error.

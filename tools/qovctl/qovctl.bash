@@ -6,9 +6,9 @@ _qovctl_commands() {
   "$@" --help 2>/dev/null | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p'
 }
 
-# Prints the long options of `qovctl <command>`.
+# Prints the long options of `qovctl <command>...`.
 _qovctl_options() {
-  "$1" "$2" --help 2>/dev/null | sed -n 's/^  \(-[a-z],\)\{0,1\}\(--[a-z-]*\).*/\2/p'
+  "$@" --help 2>/dev/null | sed -n 's/^  \(-[a-z],\)\{0,1\}\(--[a-z-]*\).*/\2/p'
 }
 
 # _qovctl_after <option>: the word behind it on the command line.
@@ -31,7 +31,7 @@ _qovctl_tables() {
 _qovctl() {
   local program="${COMP_WORDS[0]}" command="${COMP_WORDS[1]}"
   local word="${COMP_WORDS[COMP_CWORD]}" before="${COMP_WORDS[COMP_CWORD - 1]}"
-  local words=
+  local words= deeper
   COMPREPLY=()
   # bash takes --option=value for three words.
   if [ "$word" = = ]; then
@@ -53,15 +53,22 @@ _qovctl() {
       mapfile -t COMPREPLY < <(compgen -d -- "$word")
       return
       ;;
-    *' --tables')
+    *' --tables' | *' -o' | *' --output')
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -f -- "$word")
       return
       ;;
-    *' --ssk' | *' --nid' | *' --bid' | *' --retries' | *' --endpoint' | *' --socket' | *' --timeout' | *' --process' | *' --after' | *' --command' | *' --cell' | *' --text') return ;;
+    *' --ssk' | *' --nid' | *' --bid' | *' --retries' | *' --endpoint' | *' --socket' | *' --timeout' | *' --process' | *' --after' | *' --command' | *' --cell' | *' --text' | *' --log-mib' | *' --interval' | *' --seconds' | *' --module' | *' --sn') return ;;
     *)
       case "$command $word" in
-        *' -'*) words="$(_qovctl_options "$program" "$command")" ;;
+        *' -'*)
+          words="$(_qovctl_options "$program" "$command")"
+          # Behind these there are more of them.
+          for deeper in bundle top trace; do
+            [[ "${COMP_WORDS[*]}" != *' agent '*"$deeper "* ]] ||
+              words+=" $(_qovctl_options "$program" agent "$deeper")"
+          done
+          ;;
         'get '*) words=counts ;;
         'agent '*)
           if [ "$before" = module ]; then

@@ -105,8 +105,8 @@ std::string defaultFile() {
   }
   const fs::path file = folder / "qovpub" / "tables.json";
   std::error_code unused;
-  // One that may be there, but cannot be reached, is told when it is read.
-  return fs::status(file, unused).type() == fs::file_type::not_found ? "" : file.string();
+  // One that may be there, but cannot be reached, is told when it is read. So is a link to nothing.
+  return fs::symlink_status(file, unused).type() == fs::file_type::not_found ? "" : file.string();
 }
 
 }  // namespace

@@ -114,6 +114,38 @@ TEST_F(AgentCommands, SlowShowsHowLongHandlersTake) {
   inOrder(runHere({"slow"}).out, {"handler  in ", "count", "99% within", "\n0 ", "1 chatter"});
 }
 
+TEST_F(AgentCommands, TopPrintsOneScreenWithWhatIsHandledPerSecond) {
+  startsWith({"chatter"});
+  EXPECT_TRUE(waitUntil([&] {
+    const json document = runJson({"top", "--once", "--interval", "0.1"});
+    return document["status"]["modules"][0]["handledPerSecond"] > 0;
+  }));
+  const QovctlRun ran = runHere({"top", "--once", "--interval", "0.1"});
+  EXPECT_EQ(ran.status, 0) << ran.err;
+  inOrder(ran.out, {"qov_test_agent  pid ", "  up ", "  log level 1\nbusy ", "\n\nid ",
+                    " handled/s  pending ", "\n1    chatter ", "\n250  status ", "\n\nslowest  in ",
+                    "1 chatter"});
+}
+
+TEST_F(AgentCommands, TopPrintsWhoWaitsForWhom) {
+  startsWith({"asking", "asked"});
+  const std::vector<std::string> top{"top", "--once", "--interval", "0.1"};
+  EXPECT_TRUE(waitUntil([&] { return runJson(top)["pending"]["circles"].size() == 1; }));
+  inOrder(runHere(top).out,
+          {"\n\nmodules that wait for each other\n20 asking -> 21 asked -> 20 asking\n",
+           "\n\nrequest  from ", "\n1002 ", "\n\nrunning  in ", "\n1000 "});
+}
+
+TEST_F(AgentCommands, TopNeedsATerminalOrToBeToldOtherwise) {
+  startsWith();
+  const QovctlRun ran = runHere({"top"});
+  EXPECT_EQ(ran.status, 2);
+  EXPECT_EQ(ran.err,
+            "qovctl: standard input or output is no terminal; --once prints one screen without\n");
+  EXPECT_EQ(runHere({"top", "--json"}).err, "qovctl: --json needs --once beside it\n");
+  EXPECT_EQ(runHere({"top", "--once", "--interval", "0.09"}).status, 2);
+}
+
 TEST_F(AgentCommands, PrintTheMetrics) {
   startsWith();
   const QovctlRun ran = runHere({"metrics"});
@@ -137,6 +169,7 @@ TEST_F(AgentCommands, WithoutAnAgentThereIsNoConnection) {
   const QovctlRun ran = runHere({"status"});
   EXPECT_EQ(ran.status, 3);
   EXPECT_THAT(ran.err, HasSubstr(socket().string() + ": no connection: No such file"));
+  EXPECT_THAT(ran.err, HasSubstr("; no agent runs, or it lacks the module qovstatus\n"));
 }
 
 TEST_F(AgentCommands, AnAgentThatStandsStillIsWaitedForInVain) {

@@ -32,6 +32,13 @@ TEST(AgentText, HasWhyMessagesWereDropped) {
   EXPECT_THAT(statusText(status), HasSubstr("invalid 1, noRoom 2\n"));
 }
 
+TEST(AgentText, HasHowManyMessagesWereRefused) {
+  const Json::Value status = tools::parseJson(
+      R"({"modules": [{"timedOut": 1, "refused": 34, "dropped": {"stopped": 5}}]})");
+  EXPECT_THAT(statusText(status), HasSubstr("timed out  refused  dropped\n"));
+  EXPECT_THAT(statusText(status), HasSubstr("1          34       stopped 5\n"));
+}
+
 TEST(AgentText, HasTheConfigurationThatIsInForceAndWhatCameAfter) {
   EXPECT_THAT(statusText(tools::parseJson(R"({"modules": [], "configuration": {"file": "/a.cfg",
       "inForce": "1", "modified": "1", "changedSinceStart": false}})")),
@@ -68,6 +75,24 @@ handler  in            thread        from          for    waits for
 9 later  21 collector  m21-worker-1  20 inventory  2.0ms  -
 
 modules wait for each other: 20 inventory -> 21 collector -> 20 inventory
+)");
+}
+
+TEST(AgentText, HasHowManyMoreWait) {
+  EXPECT_EQ(pendingText(tools::parseJson(R"({
+      "modules": [{"id": 20, "name": "inventory"}],
+      "requests": [{"module": 20, "thread": null, "receiver": {"process": 7, "module": 21},
+                    "operation": 9, "serial": 1, "waiting": 4.25, "timeout": 30,
+                    "handler": null}],
+      "moreRequests": [{"module": 20, "count": 812}, {"module": 22, "count": 1}],
+      "handlers": [], "moreHandlers": [{"module": 20, "count": 3}], "circles": []})")),
+            R"(request  from          thread  to  for   time-out  handled by
+9        20 inventory  -       21  4.2s  30.0s     -
+and 812 more of 20 inventory
+and 1 more of 22
+
+no handler runs
+and 3 more of 20 inventory
 )");
 }
 

@@ -16,7 +16,8 @@ class StatusAnswers : public ::testing::Test {
   StatusAnswers() { test::thisProcess(); }
 
   std::optional<std::string> answer(const std::string& request) {
-    return Answers(0).answer(request, {});
+    Kept kept;
+    return Answers(0).answer(request, {}, kept);
   }
 };
 

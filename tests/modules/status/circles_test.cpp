@@ -37,7 +37,17 @@ class StatusOfWaits : public ::testing::Test {
     request.sn_ = sn;
     request.receiverProcess_ = kProcess;
     request.receiver_ = receiver;
+    request.waiting_ = std::chrono::hours(1);
     snapshot.requests.push_back(request);
+  }
+  /// Module 1, with so many workers, asks the only worker of module 2, which asks back.
+  void bothWait(std::size_t workers, std::size_t busy) {
+    module(1, workers, busy);
+    module(2, 1, 1);
+    handles(1, 11, 5, 9);
+    waits(1, 11, 6, 2);
+    handles(2, 21, 6, 1);
+    waits(2, 21, 7, 1);
   }
 
   static constexpr std::uint8_t kProcess = 7;
@@ -45,33 +55,18 @@ class StatusOfWaits : public ::testing::Test {
 };
 
 TEST_F(StatusOfWaits, OfTwoModulesForEachOtherIsACircle) {
-  module(1, 1, 1);
-  module(2, 1, 1);
-  handles(1, 11, 5, 9);
-  waits(1, 11, 6, 2);
-  handles(2, 21, 6, 1);
-  waits(2, 21, 7, 1);
+  bothWait(1, 1);
   EXPECT_EQ(circlesOf(snapshot), (Circles{{1, 2, 1}}));
 }
 
 TEST_F(StatusOfWaits, AnIdleWorkerMakesItNone) {
-  module(1, 2, 1);
-  module(2, 1, 1);
-  handles(1, 11, 5, 9);
-  waits(1, 11, 6, 2);
-  handles(2, 21, 6, 1);
-  waits(2, 21, 7, 1);
+  bothWait(2, 1);
   EXPECT_EQ(circlesOf(snapshot), Circles{});
 }
 
 TEST_F(StatusOfWaits, AWorkerThatGoesOnMakesItNone) {
-  module(1, 2, 2);
-  module(2, 1, 1);
-  handles(1, 11, 5, 9);
+  bothWait(2, 2);
   handles(1, 12, 4, 9);
-  waits(1, 11, 6, 2);
-  handles(2, 21, 6, 1);
-  waits(2, 21, 7, 1);
   EXPECT_EQ(circlesOf(snapshot), Circles{});
 }
 
@@ -126,12 +121,7 @@ TEST_F(StatusOfWaits, OfTwoPairsAreTwoCircles) {
 }
 
 TEST_F(StatusOfWaits, ForAnotherProcessOrLaterIsNone) {
-  module(1, 1, 1);
-  module(2, 1, 1);
-  handles(1, 11, 5, 9);
-  waits(1, 11, 6, 2);
-  handles(2, 21, 6, 1);
-  waits(2, 21, 7, 1);
+  bothWait(1, 1);
   snapshot.requests[1].receiverProcess_ = kProcess + 1;
   EXPECT_EQ(circlesOf(snapshot), Circles{});
   snapshot.requests[1].receiverProcess_ = kProcess;
@@ -143,6 +133,53 @@ TEST_F(StatusOfWaits, ForAModuleThatHandlesNothingIsNone) {
   module(1, 1, 1);
   handles(1, 11, 5, 9);
   waits(1, 11, 6, 2);
+  EXPECT_EQ(circlesOf(snapshot), Circles{});
+}
+
+/// The worker of module 2 has answered request 6 and taken up another one, 8; the answer is on its
+/// way.
+TEST_F(StatusOfWaits, AnAnswerThatIsOnItsWayMakesItNone) {
+  bothWait(1, 1);
+  snapshot.handlers[1].sn_ = 8;
+  snapshot.handlers[1].sender_ = 9;
+  snapshot.requests[1].waiting_ = std::chrono::milliseconds(999);
+  EXPECT_EQ(circlesOf(snapshot), Circles{});
+  // It would be there by now.
+  snapshot.requests[1].waiting_ = std::chrono::milliseconds(1000);
+  EXPECT_EQ(circlesOf(snapshot), (Circles{{1, 2, 1}}));
+}
+
+/// Module 2 may be about to take it up.
+TEST_F(StatusOfWaits, ARequestThatHasJustBeenSentMakesItNone) {
+  bothWait(1, 1);
+  snapshot.requests[0].waiting_ = std::chrono::milliseconds(999);
+  EXPECT_EQ(circlesOf(snapshot), Circles{});
+}
+
+/// Each thread handles a request of the one before it and waits for the next, through 250 modules
+/// again and again. The last one waits for two that wait for each other.
+TEST_F(StatusOfWaits, ManyThreadsMayLeadToACircle) {
+  constexpr unsigned int kModules = 250;
+  constexpr unsigned int kThreads = 12 * kModules;
+  constexpr std::uint8_t kFirst = kModules;
+  constexpr std::uint8_t kSecond = kModules + 1;
+  const auto moduleOf = [](unsigned int thread) {
+    return static_cast<std::uint8_t>(thread % kModules);
+  };
+  for (unsigned int i = 0; i < kThreads; ++i) {
+    const int thread = static_cast<int>(kThreads - i);
+    handles(moduleOf(i), thread, i, moduleOf(i + kModules - 1));
+    waits(moduleOf(i), thread, i + 1, i + 1 < kThreads ? moduleOf(i + 1) : kFirst);
+  }
+  module(kFirst, 1, 1);
+  handles(kFirst, kThreads + 1, kThreads + 2, kSecond);
+  waits(kFirst, kThreads + 1, kThreads + 1, kSecond);
+  module(kSecond, 1, 1);
+  handles(kSecond, kThreads + 2, kThreads + 1, kFirst);
+  waits(kSecond, kThreads + 2, kThreads + 2, kFirst);
+  EXPECT_EQ(circlesOf(snapshot), (Circles{{kFirst, kSecond, kFirst}}));
+  // The last one goes on, and so does everybody.
+  snapshot.requests.pop_back();
   EXPECT_EQ(circlesOf(snapshot), Circles{});
 }
 

@@ -56,6 +56,7 @@ TEST_F(StatusConnection, ARequestMayComeInPieces) {
   EXPECT_EQ(sends("on"), Client::State::kGoesOn);
   EXPECT_TRUE(requests_.empty());
   EXPECT_EQ(sends("e\ntwo\nthr"), Client::State::kGoesOn);
+  EXPECT_EQ(advances(), Client::State::kGoesOn);
   EXPECT_EQ(requests_, (Requests{"one", "two"}));
   EXPECT_EQ(receivesAll(), 2 * answer_.size());
 }
@@ -95,16 +96,50 @@ TEST_F(StatusConnection, WhatIsNoRequestEndsIt) {
   EXPECT_EQ(requests_, Requests{"bad"});
 }
 
+TEST_F(StatusConnection, OneRequestIsServedAtATime) {
+  EXPECT_FALSE(client_->isReady());
+  EXPECT_EQ(sends("one\ntwo\nthree\nfo"), Client::State::kGoesOn);
+  EXPECT_EQ(requests_, Requests{"one"});
+  for (const std::size_t served : {2U, 3U}) {
+    ASSERT_TRUE(client_->isReady());
+    EXPECT_EQ(advances(), Client::State::kGoesOn);
+    EXPECT_EQ(requests_.size(), served);
+  }
+  EXPECT_FALSE(client_->isReady());
+  EXPECT_EQ(sends("ur\n"), Client::State::kGoesOn);
+  EXPECT_EQ(requests_.back(), "four");
+}
+
+TEST_F(StatusConnection, ARequestThatIsHereWaitsForTheAnswerBeforeIt) {
+  answer_ = std::string(8000000, 'x');
+  sends("one\ntwo\n");
+  EXPECT_FALSE(client_->isReady());
+}
+
 TEST_F(StatusConnection, ItEndsWithTheOtherEnd) {
+  sends("one\n");
+  receivesAll();
   own_ = Descriptor();
   EXPECT_EQ(advances(), Client::State::kGone);
 }
 
-TEST_F(StatusConnection, ItEndsWhenNobodyTakesTheAnswerAnyMore) {
+TEST_F(StatusConnection, AnEndInTheMiddleOfARequestCutsItOff) {
+  sends("on");
+  own_ = Descriptor();
+  EXPECT_EQ(advances(), Client::State::kCutOff);
+}
+
+TEST_F(StatusConnection, AnEndWithTheAnswerUnreadCutsItOff) {
+  sends("one\n");
+  own_ = Descriptor();
+  EXPECT_EQ(advances(), Client::State::kCutOff);
+}
+
+TEST_F(StatusConnection, AnEndBeforeTheWholeAnswerIsTakenCutsItOff) {
   answer_ = std::string(8000000, 'x');
   sends("one\n");
   own_ = Descriptor();
-  EXPECT_EQ(advances(), Client::State::kGone);
+  EXPECT_EQ(advances(), Client::State::kCutOff);
 }
 
 }  // namespace

@@ -1,7 +1,13 @@
 // What is told of modules and links.
 #include <gtest/gtest.h>
 #include <qovpub/qov_long_socket.h>
+#include <qovpub/qov_request.h>
+#include <qovpub/qov_task.h>
+#include <qovpub/qov_task_mgr.h>
 
+#include <chrono>
+
+#include "modules/status/activity_document.h"
 #include "modules/status/status_document.h"
 #include "tests/support/this_process.h"
 
@@ -25,6 +31,48 @@ TEST(StatusOfAModule, IsWhatAnOperatorWantsToKnowFirst) {
   EXPECT_STREQ(stateOf(stats(2, 2, 0)), "busy");
   EXPECT_STREQ(stateOf(stats(2, 2, QOVModuleStats::kRoomBytes - 8)), "busy");
   EXPECT_STREQ(stateOf(stats(2, 0, QOVModuleStats::kRoomBytes)), "full");
+}
+
+TEST(StatusOfAModule, IsThatItStopsHoweverFullItIs) {
+  QOVModuleStats stopping = stats(2, 2, QOVModuleStats::kRoomBytes);
+  stopping.stopping_ = true;
+  EXPECT_STREQ(stateOf(stopping), "stopping");
+}
+
+/// Answers nobody.
+class Silent : public CQOV_TaskMgr {
+ public:
+  Silent() : CQOV_TaskMgr(kId, 0, "silent") {}
+  CQOV_Task* createTask() override { return nullptr; }
+
+  static constexpr std::uint8_t kId = 20;
+};
+
+TEST(StatusOfPending, IsTheOldestOfEachModuleAndHowManyMoreThereAre) {
+  test::thisProcess();
+  const QOVActivity activity;
+  Silent module;
+  ASSERT_TRUE(module.init());
+  CQOV_Task task(&module);
+  std::uint64_t asked = 0;
+  const auto askUpTo = [&](std::uint64_t count) {
+    for (; asked < count; ++asked) {
+      EXPECT_EQ(
+          QOVRequest(task, Silent::kId, asked).askLater(std::chrono::hours(1), [](QOVAnswer) {}),
+          QOVReason::kNone);
+    }
+    return pendingDocument(activity);
+  };
+  const Json::Value all = askUpTo(kMostOfModule);
+  EXPECT_EQ(all["requests"].size(), kMostOfModule);
+  EXPECT_EQ(all["moreRequests"], Json::Value(Json::arrayValue));
+  const Json::Value some = askUpTo(kMostOfModule + 3);
+  EXPECT_EQ(some["requests"].size(), kMostOfModule);
+  EXPECT_EQ(some["requests"][0]["operation"].asUInt64(), 0u);
+  ASSERT_EQ(some["moreRequests"].size(), 1u);
+  EXPECT_EQ(some["moreRequests"][0]["module"].asUInt(), Silent::kId);
+  EXPECT_EQ(some["moreRequests"][0]["count"].asUInt(), 3u);
+  module.stop();
 }
 
 class Link : public CQOVLongSocket {

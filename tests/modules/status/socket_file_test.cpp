@@ -85,9 +85,9 @@ TEST_F(StatusTest, APathThatIsNotAbsoluteIsRefused) {
   EXPECT_THAT(agent.errors(), HasSubstr("[STATUS] Socket=run/s: no absolute path"));
 }
 
-TEST_F(StatusTest, ThePathMayBeAsLongAsAProcessIdLeavesRoomFor) {
+TEST_F(StatusTest, ThePathMayBeAsLongAsItsNameBeforeItListensLeavesRoomFor) {
   constexpr std::size_t kLongest =
-      sizeof(sockaddr_un::sun_path) - 1 - std::string_view(".4194304").size();
+      sizeof(sockaddr_un::sun_path) - 1 - std::string_view(".new").size();
   const std::string folder = agent.root().path().string() + "/";
   const std::string longest = folder + std::string(kLongest - folder.size(), 'x');
   configure("Socket=" + longest + "\n");
@@ -96,7 +96,7 @@ TEST_F(StatusTest, ThePathMayBeAsLongAsAProcessIdLeavesRoomFor) {
 }
 
 TEST_F(StatusTest, APathThatIsTooLongIsToldAtTheStart) {
-  configure("Socket=/tmp/" + std::string(103, 'x') + "\n");
+  configure("Socket=/tmp/" + std::string(99, 'x') + "\n");
   failsToStart();
   EXPECT_THAT(agent.errors() + agent.log(), HasSubstr("longer than a socket's may be"));
 }

@@ -52,6 +52,15 @@ bool StatusClient::isClosed() {
   return more().empty();
 }
 
+void StatusClient::drain() {
+  while (!isClosed()) {
+  }
+}
+
+void StatusClient::shutDown() const {
+  ::shutdown(socket_.get(), SHUT_WR);
+}
+
 pid_t StatusClient::agent() const {
   ucred peer{};
   socklen_t size = sizeof peer;

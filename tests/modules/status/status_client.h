@@ -26,6 +26,10 @@ class StatusClient {
   }
   /// Waits until the agent has closed the connection, or sends something: false then.
   bool isClosed();
+  /// Reads whatever comes until the agent has closed the connection.
+  void drain();
+  /// Sends no more.
+  void shutDown() const;
   /// The process that listens.
   pid_t agent() const;
 

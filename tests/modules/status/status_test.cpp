@@ -2,6 +2,7 @@
 #include <qovpub/qov_version.h>
 
 #include "tests/modules/status/status_fixture.h"
+#include "tests/support/process_end.h"
 
 namespace qov::test {
 namespace {
@@ -57,6 +58,19 @@ TEST_F(StatusTest, ListsTheModules) {
   const json list = client().ask({{"request", "modules"}});
   EXPECT_EQ(list["modules"].size(), 2u);
   EXPECT_EQ(moduleWithId(list, 1)["name"], "chatter");
+}
+
+/// While its destructor waits, for which everybody waits.
+TEST_F(StatusTest, ListsAModuleThatHangsInItsEndAsStopping) {
+  startsWith({"chatter", "stuck"});
+  agent.send(SIGTERM);
+  ASSERT_TRUE(agent.waitForFile("lingering"));
+  const json list = client().ask({{"request", "modules"}});
+  EXPECT_EQ(moduleWithId(list, 43)["state"], "stopping");
+  EXPECT_EQ(moduleWithId(list, 250)["state"], "idle");
+  EXPECT_EQ(list["modules"].size(), 2u) << list;
+  agent.makeFile("go");
+  hasEndedInOrder(agent.waitForEnd());
 }
 
 TEST_F(StatusTest, TellsThatTheConfigurationHasChangedSinceTheStart) {
@@ -125,7 +139,7 @@ TEST_F(StatusTest, AKeyThatItDoesNotKnowIsToldInTheLog) {
 TEST_F(StatusTest, ItsThreadHasAName) {
   configure("ModuleId=77\n");
   startsWith();
-  EXPECT_EQ(agent.threadNames().count("m77-status"), 1u);
+  EXPECT_TRUE(waitUntil([&] { return agent.threadNames().count("m77-status") == 1; }));
 }
 
 TEST_F(StatusTest, AUserThatThereIsNotIsRefused) {

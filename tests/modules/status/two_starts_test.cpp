@@ -1,10 +1,13 @@
 // Agents that begin at one moment with one path.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <qovpub/qov_exception.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <optional>
 
 #include "modules/status/listening_socket.h"
 #include "tests/support/child.h"
@@ -13,7 +16,7 @@
 namespace qov::status {
 namespace {
 
-constexpr int kRounds = 100;
+constexpr int kRounds = 50;
 
 /// A process that makes the socket as soon as it may, and keeps it until its end.
 class Starter {
@@ -58,23 +61,53 @@ class Starter {
   pid_t child_ = -1;
 };
 
-TEST(StatusSocket, OfTwoThatBeginAtOnceOneHasIt) {
-  const test::TemporaryDirectory folder;
-  Settings settings;
-  settings.socket = folder.file("s");
-  for (int round = 0; round < kRounds; ++round) {
+/// How many of two that begin at once, round after round, say that they have the socket.
+class StatusStarts : public ::testing::Test {
+ protected:
+  StatusStarts() { settings_.socket = folder_.file("s"); }
+
+  int startsTwo() {
     std::array<int, 2> go{};
-    ASSERT_EQ(::pipe(go.data()), 0);
-    const Starter one(settings, go);
-    const Starter other(settings, go);
+    EXPECT_EQ(::pipe(go.data()), 0);
+    const Starter one(settings_, go);
+    const Starter other(settings_, go);
     ::close(go[0]);
     ::close(go[1]);
     const int have = (one.hasTheSocket() ? 1 : 0) + (other.hasTheSocket() ? 1 : 0);
     one.end();
     other.end();
-    ASSERT_EQ(have, 1) << "in round " << round;
-    ::unlink(settings.socket.c_str());
+    return have;
   }
+
+  const test::TemporaryDirectory folder_;
+  Settings settings_;
+};
+
+TEST_F(StatusStarts, OfTwoThatBeginAtOnceOneHasIt) {
+  for (int round = 0; round < kRounds; ++round) {
+    ASSERT_EQ(startsTwo(), 1) << "in round " << round;
+    ::unlink(settings_.socket.c_str());
+  }
+}
+
+/// What the one before has left, who was killed.
+TEST_F(StatusStarts, OfTwoThatFindAStaleFileOneHasIt) {
+  for (int round = 0; round < kRounds; ++round) {
+    ASSERT_EQ(startsTwo(), 1) << "in round " << round;
+    ASSERT_EQ(::access(settings_.socket.c_str(), F_OK), 0);
+  }
+}
+
+TEST_F(StatusStarts, WhileAnotherOneMakesItNobodyElseDoes) {
+  const std::string file = settings_.socket + ".lock";
+  std::optional<Descriptor> other(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  ASSERT_EQ(::flock(other->get(), LOCK_EX), 0);
+  EXPECT_THROW(const ListeningSocket socket(settings_), CQOV_Exception);
+  EXPECT_EQ(::access(file.c_str(), F_OK), 0);
+  // What a killed one has left is nobody's.
+  other.reset();
+  EXPECT_NO_THROW(const ListeningSocket socket(settings_));
+  EXPECT_NE(::access(file.c_str(), F_OK), 0);
 }
 
 TEST(StatusSocket, IsNotKeptByAHelperThatOutlivesItsAgent) {

@@ -1,0 +1,68 @@
+#include "tools/qovctl/secrets.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+
+namespace qov::ctl {
+namespace {
+
+constexpr std::array<std::string_view, 19> kWords{
+    "pass",      "pw",  "secret", "token", "key",  "priv", "cred",  "auth",    "cookie",  "bearer",
+    "community", "psk", "ssk",    "jwt",   "hash", "salt", "login", "session", "kennwort"};
+
+bool isInName(unsigned char c) {
+  return std::isalnum(c) != 0 || c == '_' || c == '-' || c == '.';
+}
+
+}  // namespace
+
+bool looksSecret(std::string_view text) {
+  std::string lower(text);
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return std::any_of(kWords.begin(), kWords.end(),
+                     [&](std::string_view word) { return lower.find(word) != std::string::npos; });
+}
+
+std::string eachLine(std::string_view text,
+                     const std::function<std::string(std::string_view)>& of) {
+  std::string all;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find('\n', at), text.size());
+    all += of(text.substr(at, end - at));
+    all += text.substr(end, 1);
+    at = end + 1;
+  }
+  return all;
+}
+
+std::string withoutUser(std::string_view text) {
+  return eachLine(text, [](std::string_view line) {
+    constexpr std::string_view kScheme = "://";
+    const std::size_t at = line.rfind('@');
+    if (at == std::string_view::npos) {
+      return std::string(line);
+    }
+    const std::size_t scheme = line.find(kScheme);
+    const std::size_t begin = scheme < at ? scheme + kScheme.size() : 0;
+    return std::string(line.substr(0, begin)).append(kBlank).append(line.substr(at));
+  });
+}
+
+std::string blanked(std::string_view text) {
+  return eachLine(text, [](std::string_view line) {
+    const std::size_t begin = line.find_first_not_of(kBlanks);
+    if (begin == std::string_view::npos) {
+      return std::string(line);
+    }
+    const char* const end = line.back() == '\r' ? "\r" : "";
+    return std::string(line.substr(0, begin)).append(kBlank).append(end);
+  });
+}
+
+bool isName(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](unsigned char c) { return isInName(c); });
+}
+
+}  // namespace qov::ctl

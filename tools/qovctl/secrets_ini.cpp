@@ -1,0 +1,107 @@
+#include "tools/qovctl/secrets.h"
+
+namespace qov::ctl {
+namespace {
+
+constexpr std::size_t kNone = std::string_view::npos;
+
+std::string_view trimmed(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(kBlanks);
+  return first == kNone ? std::string_view()
+                        : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+/// Of a value in several lines: they are indented, and the last one is filled up with "=".
+bool isEndOfBase64(std::string_view line, std::string_view behindEquals) {
+  const std::string_view text = trimmed(behindEquals);
+  const bool isIndented = line.find_first_of(" \t") == 0;
+  return text == "=" || (text.empty() && isIndented);
+}
+
+/// Goes through a file line by line.
+class IniLines {
+ public:
+  std::string read(std::string_view line) {
+    const std::string_view text = trimmed(line);
+    if (isInBlock_ || text.find("-----BEGIN") != kNone) {
+      isInBlock_ = text.find("-----END") == kNone;
+      return blanked(line);
+    }
+    if (text.empty()) {
+      return std::string(line);
+    }
+    switch (text.front()) {
+      case ';':
+      case '#':
+        return comment(line);
+      case '[':
+        return header(line);
+      default:
+        return value(line, isSecretSection_);
+    }
+  }
+
+ private:
+  std::string comment(std::string_view line) {
+    const std::size_t begin = line.find_first_not_of(" \t;#");
+    if (begin == kNone) {
+      return std::string(line);
+    }
+    const std::string_view text = line.substr(begin);
+    std::string sign(line.substr(0, begin));
+    if (text.front() == '[') {
+      isSecretComment_ = looksSecret(text);
+    }
+    const bool isSecretPlace = isSecretSection_ || isSecretComment_;
+    const std::size_t equals = text.find('=');
+    if (equals != kNone && isName(trimmed(text.substr(0, equals)))) {
+      return sign + value(text, isSecretPlace);
+    }
+    return sign + (isSecretPlace || looksSecret(text) ? blanked(text) : withoutUser(text));
+  }
+
+  std::string header(std::string_view line) {
+    const std::size_t end = line.find(']');
+    if (end == kNone) {
+      isSecretSection_ = isSecretSection_ || looksSecret(line);  // it begins no section
+      return blanked(line);
+    }
+    const std::string_view name = line.substr(0, end + 1);
+    if (trimmed(name) != "[]") {
+      isSecretSection_ = looksSecret(line);
+      isSecretComment_ = false;
+    }
+    return withoutUser(name) + blanked(line.substr(end + 1));
+  }
+
+  static std::string value(std::string_view line, bool isSecretPlace) {
+    const std::size_t equals = line.find('=');
+    const std::string_view key = line.substr(0, equals);
+    if (equals == kNone || !isName(trimmed(key))) {
+      return blanked(line);
+    }
+    const std::string_view behind = line.substr(equals + 1);
+    if (isEndOfBase64(line, behind)) {
+      return blanked(line);
+    }
+    const bool isSecret = isSecretPlace || looksSecret(line);
+    return std::string(key) + "=" + (isSecret ? blanked(behind) : withoutUser(behind));
+  }
+
+  bool isSecretSection_ = false;
+  bool isSecretComment_ = false;  ///< a section that is commented out has such a name
+  bool isInBlock_ = false;
+};
+
+}  // namespace
+
+std::string withoutSecretsOfIni(std::string_view text) {
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
+    return std::string(kByteOrderMark) + withoutSecretsOfIni(text.substr(kByteOrderMark.size()));
+  }
+  IniLines lines;
+  return eachLine(text, [&lines](std::string_view line) { return lines.read(line); });
+}
+
+}  // namespace qov::ctl
