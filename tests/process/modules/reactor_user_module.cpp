@@ -41,6 +41,10 @@ class Module : public CQOV_TaskMgr {
     if (again_.joinable()) {
       again_.join();
     }
+    // What the loop did not come to would be looked at when the reactor is closed, after this
+    // module has left memory.
+    ACE_Reactor::instance()->purge_pending_notifications(&called_);
+    ACE_Reactor::instance()->purge_pending_notifications(&calledAgain_);
   }
   CQOV_Task* createTask() override { return nullptr; }
 
