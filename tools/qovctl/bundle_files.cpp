@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "modules/delivered_sections.h"
 #include "tools/common/controls.h"
 #include "tools/qovctl/bundle_folders.h"
 #include "tools/qovctl/bundle_parts.h"
@@ -50,7 +51,9 @@ std::string shownFinding(QOVFinding finding, const std::vector<ArchivedFile>& fi
 
 std::string findingsOf(const std::string& process, const std::vector<ArchivedFile>& files) {
   std::string all;
-  for (const QOVFinding& finding : QOV_Check(process)) {
+  QOVCheckOptions how;
+  how.sections = deliveredSections();
+  for (const QOVFinding& finding : QOV_Check(process, how)) {
     all += shownFinding(finding, files);
   }
   return all.empty() ? "nothing to complain of\n" : all;
