@@ -2,6 +2,7 @@
 
 #include "tools/common/controls.h"
 #include "tools/common/json_object.h"
+#include "tools/qovctl/each_line.h"
 
 namespace qov::ctl {
 namespace {
@@ -87,6 +88,10 @@ std::string modulesText(const Json::Value& list) {
     rows.push_back({text(module, "id"), text(module, "name"), text(module, "state")});
   }
   return lines(rows);
+}
+
+std::string metricsText(const Json::Value& answer) {
+  return eachLine(tools::textAt(answer["metrics"], "metrics"), &tools::withoutControls);
 }
 
 }  // namespace qov::ctl

@@ -1,3 +1,4 @@
+#include "tools/qovctl/each_line.h"
 #include "tools/qovctl/secrets.h"
 
 namespace qov::ctl {
