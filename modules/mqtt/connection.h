@@ -55,7 +55,7 @@ class Connection {
  public:
   static constexpr std::size_t kMostPending = 1024;  ///< messages that publish() keeps
   static constexpr std::size_t kMostPendingBytes = std::size_t{16} << 20U;  ///< of their payloads
-  static constexpr std::size_t kMostReceived = std::size_t{2} << 20U;  ///< bytes of one packet
+  static constexpr std::size_t kMostReceived = std::size_t{2} << 20U;       ///< bytes of one packet
 
   struct Handlers {
     /// The connection stands; or stands no more.
