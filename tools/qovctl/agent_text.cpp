@@ -1,7 +1,7 @@
 #include "tools/qovctl/agent_text.h"
 
-#include "tools/common/controls.h"
-#include "tools/common/json_object.h"
+#include "modules/common/controls.h"
+#include "modules/common/json_object.h"
 
 namespace qov::ctl {
 namespace {
@@ -11,7 +11,7 @@ std::string counts(const Json::Value& object) {
   std::string all;
   for (const std::string& key : object.getMemberNames()) {
     if (const std::string count = text(object, key.c_str()); count != "0") {
-      all += (all.empty() ? "" : ", ") + tools::withoutControls(key) + " " + count;
+      all += (all.empty() ? "" : ", ") + common::withoutControls(key) + " " + count;
     }
   }
   return all.empty() ? "-" : all;
@@ -35,7 +35,7 @@ Row moduleRow(const Json::Value& module) {
 }
 
 const Json::Value& modulesOf(const Json::Value& document) {
-  return tools::arrayAt(member(document, "modules"), "modules");
+  return common::arrayAt(member(document, "modules"), "modules");
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "tools/common/controls.h"
+#include "modules/common/controls.h"
 #include "tools/qovctl/bundle_folders.h"
 #include "tools/qovctl/bundle_parts.h"
 #include "tools/qovctl/numbers.h"
@@ -45,7 +45,7 @@ std::string shownFinding(QOVFinding finding, const std::vector<ArchivedFile>& fi
   if (shown != files.end()) {
     finding.what = mayQuote(finding, *shown) ? std::string(kBlank) : withoutUser(finding.what);
   }
-  return tools::withoutControls(finding.text()) + "\n";
+  return common::withoutControls(finding.text()) + "\n";
 }
 
 std::string findingsOf(const std::string& process, const std::vector<ArchivedFile>& files) {

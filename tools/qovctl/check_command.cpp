@@ -11,7 +11,7 @@
 #include <system_error>
 #include <vector>
 
-#include "tools/common/controls.h"
+#include "modules/common/controls.h"
 #include "tools/qovctl/failure.h"
 
 namespace qov::ctl {
@@ -25,7 +25,7 @@ struct Count {
 
   void tell(const QOVFinding& finding) {
     ++(finding.isWarning ? warnings : problems);
-    std::fprintf(stderr, "%s\n", tools::withoutControls(finding.text()).c_str());
+    std::fprintf(stderr, "%s\n", common::withoutControls(finding.text()).c_str());
   }
 };
 
