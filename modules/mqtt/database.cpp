@@ -52,8 +52,7 @@ Database::Database(const std::string& file) : database_(nullptr, sqlite3_close_v
 }
 
 void Database::execute(const char* sql) {
-  if (const int result = sqlite3_exec(get(), sql, nullptr, nullptr, nullptr);
-      result != SQLITE_OK) {
+  if (const int result = sqlite3_exec(get(), sql, nullptr, nullptr, nullptr); result != SQLITE_OK) {
     fail(get(), result);
   }
 }
@@ -84,8 +83,8 @@ Statement& Statement::with(std::uint64_t value) {
 }
 
 Statement& Statement::with(const std::string& value) {
-  check(sqlite3_bind_blob64(statement_.get(), ++values_, value.data(), value.size(),
-                            SQLITE_STATIC));
+  check(
+      sqlite3_bind_blob64(statement_.get(), ++values_, value.data(), value.size(), SQLITE_STATIC));
   return *this;
 }
 

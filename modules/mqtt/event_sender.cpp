@@ -40,6 +40,11 @@ EventSender::EventSender(const Settings& settings, const Topics& topics)
 
 EventSender::~EventSender() {
   stop();
+  // What the connection has brought to the broker at its own end need not be sent again.
+  settle(settled_);
+  if (!taken_.empty()) {
+    commit({});
+  }
 }
 
 void EventSender::open() {
@@ -89,9 +94,10 @@ void EventSender::accept(Event&& event, Receipt receipt) {
   const std::size_t size = event.payload.size();
   if (size > kMostEventBytes) {
     QOV_GUARD(guard, kit_);
-    QOV_WARN(guard, log_id::kEventTooLarge,
-             "Failed to take an event of module %u, operation %llu: it has %zu bytes, more than %zu",
-             event.module, static_cast<unsigned long long>(event.opc), size, kMostEventBytes);
+    QOV_WARN(
+        guard, log_id::kEventTooLarge,
+        "Failed to take an event of module %u, operation %llu: it has %zu bytes, more than %zu",
+        event.module, static_cast<unsigned long long>(event.opc), size, kMostEventBytes);
     ++counts_.dropped;
     if (receipt) {
       receipt(false);

@@ -22,6 +22,7 @@ enum : std::uint64_t {
   kEventTooLarge = 66215,
   kRequestUnanswerable = 66221,
   kAnswerLost = 66222,
+  kRequestCounts = 66223,
 };
 
 }  // namespace qov::mqtt::log_id

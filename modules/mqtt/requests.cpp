@@ -103,6 +103,24 @@ void Requests::take(Incoming&& message) {
   }
 }
 
+void Requests::logCounts() const {
+  std::string refused;
+  for (std::size_t i = 0; i < kRequestErrors; ++i) {
+    if (const std::uint64_t count = counts_.refused[i]; count > 0) {
+      refused +=
+          std::string(", ") + nameOf(static_cast<RequestError>(i)) + " " + std::to_string(count);
+    }
+  }
+  QOV_GUARD(guard, sender_.taskMgr()->moduleId());
+  QOV_INFO(guard, log_id::kRequestCounts,
+           "Requests from the broker: %llu have come, %llu answered, %llu dropped without an "
+           "answer, %llu answers lost%s",
+           static_cast<unsigned long long>(counts_.received),
+           static_cast<unsigned long long>(counts_.answered),
+           static_cast<unsigned long long>(counts_.unanswerable),
+           static_cast<unsigned long long>(counts_.lost), refused.c_str());
+}
+
 bool Requests::mayAnswerOn(const std::string& topic) const {
   return topic.size() <= kMostTopic && topic.compare(0, responses_.size(), responses_) == 0 &&
          topic.find_first_of("+#") == std::string::npos && common::isUtf8(topic);
@@ -165,10 +183,10 @@ std::chrono::milliseconds Requests::timeoutOf(const Incoming& message) const {
   }
   using Count = std::chrono::milliseconds::rep;
   Count count = 0;
-  if (!isNumber(said->second, Count{1}, kLongestTimeout.count(), count)) {
+  if (!isNumber(said->second, Count{1}, kLongestRequest.count(), count)) {
     throw RequestRefusal{RequestError::kBadTimeout, quoted(said->second) +
                                                         " is no number of milliseconds from 1 to " +
-                                                        std::to_string(kLongestTimeout.count())};
+                                                        std::to_string(kLongestRequest.count())};
   }
   return std::chrono::milliseconds(count);
 }

@@ -15,17 +15,10 @@
 #include <string>
 
 #include "modules/mqtt/connection.h"
-#include "modules/mqtt/operation_list.h"
 #include "modules/mqtt/request_refusal.h"
+#include "modules/mqtt/settings.h"
 
 namespace qov::mqtt {
-
-/// The keys of section "MQTT" that are about requests.
-struct RequestSettings {
-  OperationList allowed;
-  std::chrono::milliseconds timeout{5000};  ///< of a request that says none
-  std::size_t pending = 256;                ///< at once, at most QOVRequest::kMostLater
-};
 
 /// Brings requests from the broker to the modules of the agent, and their answers back. Every
 /// request whose answer has a place to go to gets one, maybe a refusal; docs/mqtt.md lists them.
@@ -40,7 +33,6 @@ class Requests {
   static constexpr std::size_t kMostPendingBytes = std::size_t{8} << 20U;  ///< of payloads
   static constexpr std::size_t kMostCorrelation = 1024;
   static constexpr std::size_t kMostTopic = 1024;  ///< bytes of a response topic
-  static constexpr std::chrono::milliseconds kLongestTimeout{600000};
 
   /// False, and the message as it was, if there is no room for it.
   using Publish = std::function<bool(Outgoing&&)>;
@@ -58,6 +50,9 @@ class Requests {
            Publish publish);
 
   void take(Incoming&& message);
+
+  /// What has come of all so far, as one record.
+  void logCounts() const;
 
   const Counts& counts() const { return counts_; }
 

@@ -97,9 +97,9 @@ void Requester::send(const Question& question) {
                                              value.c_str()),
           "user property");
   }
-  const int result = mosquitto_publish_v5(
-      client_, nullptr, question.topic.c_str(), static_cast<int>(question.payload.size()),
-      question.payload.data(), kQos, question.retain, list);
+  const int result = mosquitto_publish_v5(client_, nullptr, question.topic.c_str(),
+                                          static_cast<int>(question.payload.size()),
+                                          question.payload.data(), kQos, question.retain, list);
   mosquitto_property_free_all(&list);
   check(result, "publish");
 }

@@ -31,7 +31,7 @@ class MqttRequests : public MqttTest {
  protected:
   void startsAllowing(const std::string& allowed, const std::string& more = "") {
     configure("Tls=0\n" + (allowed.empty() ? "" : "AllowRequests=" + allowed + "\n") + more);
-    startsWith({"asked"});
+    startsWith({"answerer"});
     ASSERT_TRUE(waitUntil([&] {
       return broker.log().find("Sending SUBACK to qov-qov_test_agent-7") != std::string::npos;
     })) << agent.log();
@@ -43,7 +43,12 @@ class MqttRequests : public MqttTest {
   }
 
   static Question question(std::uint64_t opc, const std::string& correlation = "c") {
-    return {std::string(kRequests) + "41", document(opc), kResponses, correlation};
+    Question asked;
+    asked.topic = std::string(kRequests) + "41";
+    asked.payload = document(opc);
+    asked.responseTopic = kResponses;
+    asked.correlation = correlation;
+    return asked;
   }
 
   /// The code of the error that the question is answered with, or what else it is answered with.
@@ -90,7 +95,7 @@ TEST_F(MqttRequests, ToldWhyThereIsNoAnswer) {
   Question asked = question(kRepeat);
   asked.topic = std::string(kRequests) + "99";
   EXPECT_EQ(codeOf(requester.ask(asked)), "no-module");
-  asked.topic = std::string(kRequests) + "asked";
+  asked.topic = std::string(kRequests) + "answerer";
   EXPECT_EQ(codeOf(requester.ask(asked)), "no-module");
   asked = question(kIgnore);
   asked.properties = {{"timeout", "50"}};
@@ -118,7 +123,8 @@ TEST_F(MqttRequests, ToldWhatIsWrongWithBadInput) {
   Requester requester(broker, kResponses);
   for (const std::string& payload :
        {std::string(), std::string("{"), std::string(kMebibyte, '['), std::string("{\"\xff\":1}"),
-        std::string("\xc3("), std::string("{}\0", 3), "{\"" + std::string(kMebibyte - 10, 'k') + "\":1}"}) {
+        std::string("\xc3("), std::string("{}\0", 3),
+        "{\"" + std::string(kMebibyte - 10, 'k') + "\":1}"}) {
     Question asked = question(kRepeat);
     asked.payload = payload;
     EXPECT_EQ(codeOf(requester.ask(asked)), "bad-message");
@@ -158,8 +164,8 @@ TEST_F(MqttRequests, NotAnsweredOutsideOfTheAgentsTree) {
   for (const std::string& topic :
        {std::string(), std::string("qov/7/qov_test_agent/status"),
         std::string("qov/8/qov_test_agent/response/me"), std::string("elsewhere"),
-        std::string("qov/7/qov_test_agent/response/+"), std::string("qov/7/qov_test_agent/response/#"),
-        longTopic}) {
+        std::string("qov/7/qov_test_agent/response/+"),
+        std::string("qov/7/qov_test_agent/response/#"), longTopic}) {
     Question asked = question(kRepeat);
     asked.responseTopic = topic;
     everything.send(asked);

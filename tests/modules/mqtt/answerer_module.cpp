@@ -26,13 +26,13 @@ class Worker : public QOVHandlers<Worker> {
   int refuse(CQOV_MsgPackage&, CQOV_MsgPackage&) { return 5; }
 };
 
-class Asked : public CQOV_TaskMgr {
+class Answerer : public CQOV_TaskMgr {
  public:
-  Asked() : CQOV_TaskMgr(kId, 2, "asked") {}
+  Answerer() : CQOV_TaskMgr(kId, 2, "answerer") {}
 
   CQOV_Task* createTask() override { return new Worker(this); }
 };
 
 }  // namespace
 
-QOV_MODULE(Asked)
+QOV_MODULE(Answerer)
