@@ -284,10 +284,10 @@ std::optional<Cause> Client::publish(const Outgoing& message, bool retain, int& 
   if (properties.result() != MOSQ_ERR_SUCCESS) {
     return causeOf(properties.result());
   }
-  constexpr int kQos = 1;
+  const int qos = message.atMostOnce ? 0 : 1;
   const int result = mosquitto_publish_v5(client_.get(), &id, message.topic.c_str(),
                                           static_cast<int>(message.payload.size()),
-                                          message.payload.data(), kQos, retain, *properties.list());
+                                          message.payload.data(), qos, retain, *properties.list());
   return isTaken(result) ? std::nullopt : causeOf(result);
 }
 

@@ -54,7 +54,7 @@ class Client {
   /// Closes the connection. With `orderly` the broker forgets the last will.
   void disconnect(bool orderly);
 
-  /// Publishes with QoS 1; sets `id`, which onPublished() gets. The cause if it is not taken over.
+  /// Sets `id`, which onPublished() gets. The cause if it is not taken over.
   std::optional<Cause> publish(const Outgoing& message, bool retain, int& id);
   std::optional<Cause> subscribe(const std::string& filter, int& id);
 

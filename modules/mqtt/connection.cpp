@@ -99,7 +99,7 @@ class Connection::Loop : private Client::Listener {
       }
       ++pending_;
       pendingBytes_ = bytes;
-      queue_.push_back(std::move(message));
+      (message.atMostOnce ? answers_ : queue_).push_back(std::move(message));
     }
     bell_.ring();
     return true;
@@ -125,6 +125,7 @@ class Connection::Loop : private Client::Listener {
       }
       if (state_ == State::kOnline) {
         publishPresence();
+        publishAnswers();
         publishQueue();
       }
       wait(isStopping() ? Clock::now() : nextTurn());
@@ -145,14 +146,24 @@ class Connection::Loop : private Client::Listener {
   void wait(Clock::time_point until) {
     const auto span = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
     const int socket = client_.socket();
-    const short wanted = client_.wantsToWrite() ? POLLIN | POLLOUT : POLLIN;
-    pollfd descriptors[]{{bell_.descriptor(), POLLIN, 0}, {socket, wanted, 0}};
-    ::poll(descriptors, 2, span > 0 ? static_cast<int>(span) : 0);
+    const bool holdsBack = manyAnswersWait();
+    const short reading = holdsBack ? 0 : POLLIN;
+    const short writing = client_.wantsToWrite() ? POLLOUT : 0;
+    pollfd descriptors[]{{bell_.descriptor(), POLLIN, 0},
+                         {socket, static_cast<short>(reading | writing), 0}};
+    const int ready = ::poll(descriptors, 2, span > 0 ? static_cast<int>(span) : 0);
     bell_.hush();
     if (state_ != State::kWaiting) {
       const short found = descriptors[1].revents;
-      serve((found & ~POLLOUT) != 0, (found & POLLOUT) != 0);
+      // A broker that takes nothing may wait until what it has sent is read.
+      const bool isStuck = holdsBack && ready == 0;
+      serve((found & ~POLLOUT) != 0 || isStuck, (found & POLLOUT) != 0);
     }
+  }
+
+  bool manyAnswersWait() {
+    const std::lock_guard lock(lock_);
+    return state_ == State::kOnline && answers_.size() >= kMostPending / 2;
   }
 
   void serve(bool canRead, bool canWrite) {
@@ -275,17 +286,39 @@ class Connection::Loop : private Client::Listener {
     }
   }
 
+  std::optional<Outgoing> takeFrom(std::deque<Outgoing>& queue) {
+    const std::lock_guard lock(lock_);
+    if (queue.empty()) {
+      return std::nullopt;
+    }
+    std::optional<Outgoing> message(std::move(queue.front()));
+    queue.pop_front();
+    return message;
+  }
+
+  /// As many as the socket takes.
+  void publishAnswers() {
+    while (!client_.wantsToWrite()) {
+      const auto message = takeFrom(answers_);
+      if (!message) {
+        return;
+      }
+      int id = 0;
+      const auto cause = client_.publish(*message, false, id);
+      if (cause) {
+        tellRefusal(message->topic, *cause);
+      }
+      settle({message->number, message->payload.size(), message->topic}, cause ? kFirstRefusal : 0);
+    }
+  }
+
   void publishQueue() {
     while (given_.size() < kMostGiven) {
-      Outgoing message;
-      {
-        const std::lock_guard lock(lock_);
-        if (queue_.empty()) {
-          return;
-        }
-        message = std::move(queue_.front());
-        queue_.pop_front();
+      auto taken = takeFrom(queue_);
+      if (!taken) {
+        return;
       }
+      Outgoing& message = *taken;
       int id = 0;
       const auto cause = client_.publish(message, false, id);
       Given given{message.number, message.payload.size(), std::move(message.topic)};
@@ -329,6 +362,7 @@ class Connection::Loop : private Client::Listener {
   /// given to it before.
   void sayGoodbye() {
     if (state_ == State::kOnline) {
+      publishAnswers();
       publishQueue();
       publishDocument(presence_.offline());
       const Clock::time_point until = Clock::now() + kPatienceAtEnd;
@@ -362,7 +396,8 @@ class Connection::Loop : private Client::Listener {
   std::mutex lock_;
   // Guarded by lock_.
   std::deque<Outgoing> queue_;    ///< not given to libmosquitto yet
-  std::size_t pending_ = 0;       ///< of the queue and of given_
+  std::deque<Outgoing> answers_;  ///< the same of those that go at most once
+  std::size_t pending_ = 0;       ///< of both and of given_
   std::size_t pendingBytes_ = 0;  ///< of their payloads
   bool stopping_ = false;
 

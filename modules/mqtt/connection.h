@@ -33,6 +33,7 @@ struct Outgoing {
   std::string correlation;  ///< none if empty; at most 65535 bytes
   std::vector<std::pair<std::string, std::string>> properties;  ///< of the user
   std::uint64_t number = 0;  ///< for Handlers::settled; 0: nobody is told
+  bool atMostOnce = false;   ///< QoS 0: lost if the connection breaks while it is on its way
 };
 
 /// What others are told about this agent, on one topic, retained.
@@ -48,6 +49,8 @@ struct Presence {
 ///
 /// What is published goes out at least once while this object lives: it waits for a connection, and
 /// what the broker has not acknowledged when the connection breaks goes out again on the next one.
+/// While answers, which go at most once, cannot leave, nothing is received: so requests come no
+/// faster than their answers go.
 ///
 /// Thread: has one, on which the handlers and Presence's functions are called: they do not wait.
 ///         publish(), isOnline() and counts() from any thread, handlers included.
@@ -84,7 +87,7 @@ class Connection {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  /// Publishes `message` with QoS 1, now or when the connection stands. False, and `message` as it
+  /// Publishes `message`, now or when the connection stands. False, and `message` as it
   /// was, while there are kMostPending, or kMostPendingBytes, that the broker has not acknowledged.
   bool publish(Outgoing&& message);
 

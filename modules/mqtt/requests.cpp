@@ -237,6 +237,7 @@ void Requests::publish(const Asked& asked, std::string payload, bool isJson) {
   message.contentType = isJson ? kJson : kBytes;
   message.isText = isJson;
   message.correlation = asked.correlation;
+  message.atMostOnce = true;
   if (publish_(std::move(message))) {
     return;
   }
