@@ -215,9 +215,8 @@ class Connection::Loop : private Client::Listener {
     subscriptions_.clear();
     for (const std::string& filter : filters_) {
       int id = 0;
-      if (!client_.subscribe(filter, id)) {
-        subscriptions_.emplace(id, filter);
-      }
+      client_.subscribe(filter, id);
+      subscriptions_.emplace(id, filter);
     }
     ++counts_.connections;
     isOnline_ = true;
@@ -247,9 +246,9 @@ class Connection::Loop : private Client::Listener {
     const Given message = std::move(found->second);
     given_.erase(found);
     if (reason >= kFirstRefusal) {
-      tellRefusal(message.topic, causeOfReason(reason));
+      tellRefusal(message.topic, reason);
     } else {
-      lastRefusal_.clear();
+      lastRefusal_ = 0;
     }
     settle(message, reason);
   }
@@ -266,12 +265,11 @@ class Connection::Loop : private Client::Listener {
     }
   }
 
-  void tellRefusal(const std::string& topic, const Cause& cause) {
-    if (cause.text() != lastRefusal_) {
+  void tellRefusal(const std::string& topic, int reason) {
+    if (std::exchange(lastRefusal_, reason) != reason) {
       QOV_GUARD(guard, kit_);
       QOV_WARN(guard, log_id::kMessageRefused, "The broker %s refuses a message: %s: %s",
-               broker_.c_str(), topic.c_str(), cause.text().c_str());
-      lastRefusal_ = cause.text();
+               broker_.c_str(), topic.c_str(), causeOfReason(reason).text().c_str());
     }
   }
 
@@ -287,11 +285,11 @@ class Connection::Loop : private Client::Listener {
         queue_.pop_front();
       }
       int id = 0;
-      const auto cause = client_.publish(message, false, id);
+      const int refusal = client_.publish(message, false, id);
       Given given{message.number, message.payload.size(), std::move(message.topic)};
-      if (cause) {
-        tellRefusal(given.topic, *cause);
-        settle(given, kFirstRefusal);
+      if (refusal != 0) {
+        tellRefusal(given.topic, refusal);
+        settle(given, refusal);
       } else {
         given_.emplace(id, std::move(given));
       }
@@ -314,8 +312,8 @@ class Connection::Loop : private Client::Listener {
     message.contentType = "application/json";
     message.isText = true;
     int id = 0;
-    if (const auto cause = client_.publish(message, true, id); cause) {
-      tellRefusal(presence_.topic, *cause);
+    if (const int refusal = client_.publish(message, true, id); refusal != 0) {
+      tellRefusal(presence_.topic, refusal);
       return;
     }
     {
@@ -379,7 +377,7 @@ class Connection::Loop : private Client::Listener {
   std::map<int, std::string> subscriptions_;
   std::string document_;     ///< of the presence, as published on this connection
   std::string lastFailure_;  ///< as logged; empty since the last success
-  std::string lastRefusal_;  ///< the same of messages
+  int lastRefusal_ = 0;      ///< of a message, as logged; 0 since the last that was taken
 
   std::thread thread_;
 };

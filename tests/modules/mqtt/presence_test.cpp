@@ -21,7 +21,7 @@ TEST_F(MqttPresence, ToldWithVersionAndModules) {
   EXPECT_FALSE(status["version"].get<std::string>().empty());
   EXPECT_THAT(status["since"], ::testing::MatchesRegex("....-..-..T..:..:..Z"));
   EXPECT_EQ(watcher.seen("/status").back().topic, kStatusTopic);
-  EXPECT_EQ(watcher.seen("/status").back().properties["content-type"], "application/json");
+  EXPECT_EQ(watcher.seen("/status").back().contentType, "application/json");
 }
 
 TEST_F(MqttPresence, RetainedForThoseWhoComeLater) {
