@@ -121,7 +121,7 @@ class EventSender {
   bool isRefused_ = false;            ///< the broker does not take them now; see nextTry_
   BackOff backOff_;
   Clock::time_point nextTry_;
-  std::string lastFailure_;    ///< as logged; empty since the last success
+  std::string lastFailure_;  ///< as logged; empty since the last success
   std::uint64_t droppedTold_ = 0;
   Clock::time_point droppedToldAt_;
 
