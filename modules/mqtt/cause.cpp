@@ -61,9 +61,9 @@ const char* whatToDoAboutResult(int result) {
     case MOSQ_ERR_CONN_LOST:
     case MOSQ_ERR_KEEPALIVE:
       return "look whether the broker runs and what its log says";
-    case MOSQ_ERR_OVERSIZE_PACKET:
-    case MOSQ_ERR_PAYLOAD_SIZE:
-      return whatToDoAbout(MQTT_RC_PACKET_TOO_LARGE);
+    case MOSQ_ERR_PROTOCOL:
+      return "look whether an MQTT broker listens there, with or without TLS as Tls says, and what "
+             "its log says";
     default:
       return "look whether the broker runs at Host and Port, and whether the network leads there";
   }
@@ -80,6 +80,9 @@ Cause causeOfResult(int result, int system, const std::string& library) {
   std::string why = mosquitto_strerror(result);
   if (result == MOSQ_ERR_ERRNO) {
     why = std::generic_category().message(system);
+  }
+  if (!why.empty() && why.back() == '.') {
+    why.pop_back();
   }
   if (!library.empty()) {
     why += " (" + library + ")";

@@ -92,19 +92,24 @@ Incoming incoming(const mosquitto_message& message, const mosquitto_property* pr
   return made;
 }
 
-/// What finds the connection broken is kept for the next one.
-bool isTaken(int result) {
+/// What the broker would say to a message that libmosquitto does not take; else 0. What finds the
+/// connection broken is kept for the next one.
+int reasonOf(int result) {
   switch (result) {
     case MOSQ_ERR_NOMEM:
+      return MQTT_RC_UNSPECIFIED;
     case MOSQ_ERR_INVAL:
     case MOSQ_ERR_MALFORMED_UTF8:
+      return MQTT_RC_TOPIC_NAME_INVALID;
     case MOSQ_ERR_PAYLOAD_SIZE:
     case MOSQ_ERR_OVERSIZE_PACKET:
+      return MQTT_RC_PACKET_TOO_LARGE;
     case MOSQ_ERR_QOS_NOT_SUPPORTED:
+      return MQTT_RC_QOS_NOT_SUPPORTED;
     case MOSQ_ERR_RETAIN_NOT_SUPPORTED:
-      return false;
+      return MQTT_RC_RETAIN_NOT_SUPPORTED;
     default:
-      return true;
+      return 0;
   }
 }
 
@@ -264,8 +269,7 @@ void Client::disconnect(bool orderly) {
   serve(false, true);
 }
 
-std::optional<Cause> Client::publish(const Outgoing& message, bool retain, int& id) {
-  libraryError_.clear();
+int Client::publish(const Outgoing& message, bool retain, int& id) {
   Properties properties;
   if (message.isText) {
     properties.add(
@@ -282,20 +286,19 @@ std::optional<Cause> Client::publish(const Outgoing& message, bool retain, int& 
                                                       name.c_str(), value.c_str()));
   }
   if (properties.result() != MOSQ_ERR_SUCCESS) {
-    return causeOf(properties.result());
+    return reasonOf(properties.result());
   }
   const int qos = message.atMostOnce ? 0 : 1;
   const int result = mosquitto_publish_v5(client_.get(), &id, message.topic.c_str(),
                                           static_cast<int>(message.payload.size()),
                                           message.payload.data(), qos, retain, *properties.list());
-  return isTaken(result) ? std::nullopt : causeOf(result);
+  return reasonOf(result);
 }
 
-std::optional<Cause> Client::subscribe(const std::string& filter, int& id) {
-  libraryError_.clear();
+void Client::subscribe(const std::string& filter, int& id) {
   constexpr int kQos = 1;
-  return causeOf(mosquitto_subscribe_v5(client_.get(), &id, filter.c_str(), kQos,
-                                        MQTT_SUB_OPT_SEND_RETAIN_NEVER, nullptr));
+  mosquitto_subscribe_v5(client_.get(), &id, filter.c_str(), kQos, MQTT_SUB_OPT_SEND_RETAIN_NEVER,
+                         nullptr);
 }
 
 }  // namespace qov::mqtt

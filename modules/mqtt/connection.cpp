@@ -226,9 +226,8 @@ class Connection::Loop : private Client::Listener {
     subscriptions_.clear();
     for (const std::string& filter : filters_) {
       int id = 0;
-      if (!client_.subscribe(filter, id)) {
-        subscriptions_.emplace(id, filter);
-      }
+      client_.subscribe(filter, id);
+      subscriptions_.emplace(id, filter);
     }
     ++counts_.connections;
     isOnline_ = true;
@@ -258,9 +257,9 @@ class Connection::Loop : private Client::Listener {
     const Given message = std::move(found->second);
     given_.erase(found);
     if (reason >= kFirstRefusal) {
-      tellRefusal(message.topic, causeOfReason(reason));
+      tellRefusal(message.topic, reason);
     } else {
-      lastRefusal_.clear();
+      lastRefusal_ = 0;
     }
     settle(message, reason);
   }
@@ -277,12 +276,11 @@ class Connection::Loop : private Client::Listener {
     }
   }
 
-  void tellRefusal(const std::string& topic, const Cause& cause) {
-    if (cause.text() != lastRefusal_) {
+  void tellRefusal(const std::string& topic, int reason) {
+    if (std::exchange(lastRefusal_, reason) != reason) {
       QOV_GUARD(guard, kit_);
       QOV_WARN(guard, log_id::kMessageRefused, "The broker %s refuses a message: %s: %s",
-               broker_.c_str(), topic.c_str(), cause.text().c_str());
-      lastRefusal_ = cause.text();
+               broker_.c_str(), topic.c_str(), causeOfReason(reason).text().c_str());
     }
   }
 
@@ -304,11 +302,11 @@ class Connection::Loop : private Client::Listener {
         return;
       }
       int id = 0;
-      const auto cause = client_.publish(*message, false, id);
-      if (cause) {
-        tellRefusal(message->topic, *cause);
+      const int refusal = client_.publish(*message, false, id);
+      if (refusal != 0) {
+        tellRefusal(message->topic, refusal);
       }
-      settle({message->number, message->payload.size(), message->topic}, cause ? kFirstRefusal : 0);
+      settle({message->number, message->payload.size(), message->topic}, refusal);
     }
   }
 
@@ -320,11 +318,11 @@ class Connection::Loop : private Client::Listener {
       }
       Outgoing& message = *taken;
       int id = 0;
-      const auto cause = client_.publish(message, false, id);
+      const int refusal = client_.publish(message, false, id);
       Given given{message.number, message.payload.size(), std::move(message.topic)};
-      if (cause) {
-        tellRefusal(given.topic, *cause);
-        settle(given, kFirstRefusal);
+      if (refusal != 0) {
+        tellRefusal(given.topic, refusal);
+        settle(given, refusal);
       } else {
         given_.emplace(id, std::move(given));
       }
@@ -347,8 +345,8 @@ class Connection::Loop : private Client::Listener {
     message.contentType = "application/json";
     message.isText = true;
     int id = 0;
-    if (const auto cause = client_.publish(message, true, id); cause) {
-      tellRefusal(presence_.topic, *cause);
+    if (const int refusal = client_.publish(message, true, id); refusal != 0) {
+      tellRefusal(presence_.topic, refusal);
       return;
     }
     {
@@ -414,7 +412,7 @@ class Connection::Loop : private Client::Listener {
   std::map<int, std::string> subscriptions_;
   std::string document_;     ///< of the presence, as published on this connection
   std::string lastFailure_;  ///< as logged; empty since the last success
-  std::string lastRefusal_;  ///< the same of messages
+  int lastRefusal_ = 0;      ///< of a message, as logged; 0 since the last that was taken
 
   std::thread thread_;
 };

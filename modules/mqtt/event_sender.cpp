@@ -1,5 +1,6 @@
 #include "modules/mqtt/event_sender.h"
 
+#include <mqtt_protocol.h>
 #include <pthread.h>
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_log.h>
@@ -22,6 +23,12 @@ constexpr std::chrono::seconds kRetry{1};
 constexpr std::chrono::seconds kLongestRetry{60};
 constexpr std::chrono::seconds kBetweenDropRecords{60};
 constexpr int kFirstRefusal = 128;
+
+/// Whether the broker will never take such a message.
+bool isForGood(int reason) {
+  return reason == MQTT_RC_TOPIC_NAME_INVALID || reason == MQTT_RC_PACKET_TOO_LARGE ||
+         reason == MQTT_RC_PAYLOAD_FORMAT_INVALID;
+}
 
 }  // namespace
 
@@ -127,7 +134,7 @@ void EventSender::accept(Event&& event, Receipt receipt) {
 void EventSender::settled(std::uint64_t token, int reason) {
   {
     const std::lock_guard lock(lock_);
-    settled_.push_back({token, reason < kFirstRefusal});
+    settled_.push_back({token, reason});
   }
   changed_.notify_one();
 }
@@ -173,11 +180,15 @@ void EventSender::settle(const std::vector<Settled>& settled) {
     if (found == inFlight_.end()) {
       continue;  // of an outbox that is gone
     }
-    if (one.isTaken) {
+    if (one.reason >= kFirstRefusal && !isForGood(one.reason)) {
+      // In time the broker may take it, and those behind it.
+      if (!std::exchange(isRefused_, true)) {
+        nextTry_ = Clock::now() + backOff_.next();
+      }
+    } else {
       taken_.push_back(found->second);
+      counts_.dropped += one.reason >= kFirstRefusal ? 1 : 0;
       backOff_.reset();
-    } else if (!std::exchange(isRefused_, true)) {
-      nextTry_ = Clock::now() + backOff_.next();
     }
     inFlight_.erase(found);
   }
@@ -248,7 +259,10 @@ void EventSender::publishMore() {
   if (outbox_ == nullptr) {
     return;
   }
-  if (isRefused_ && inFlight_.empty() && taken_.empty() && Clock::now() >= nextTry_) {
+  if (isRefused_) {
+    if (!inFlight_.empty() || !taken_.empty() || Clock::now() < nextTry_) {
+      return;
+    }
     isRefused_ = false;
     published_ = 0;
     hasMore_ = true;
@@ -291,9 +305,11 @@ void EventSender::tellDropped() {
     return;
   }
   QOV_GUARD(guard, kit_);
-  QOV_WARN(guard, log_id::kEventsDropped,
-           "Events are dropped, %llu since the start: the outbox %s is full, or too slow",
-           static_cast<unsigned long long>(dropped), file_.c_str());
+  QOV_WARN(
+      guard, log_id::kEventsDropped,
+      "Events are dropped, %llu since the start: the outbox %s is full or too slow, or they are "
+      "too large",
+      static_cast<unsigned long long>(dropped), file_.c_str());
   droppedTold_ = dropped;
   droppedToldAt_ = Clock::now();
 }

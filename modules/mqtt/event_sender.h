@@ -41,7 +41,7 @@ class EventSender {
 
   struct Counts {
     std::atomic<std::uint64_t> stored{0};
-    std::atomic<std::uint64_t> dropped{0};  ///< for lack of room, or too large
+    std::atomic<std::uint64_t> dropped{0};  ///< for lack of room, or as they are too large
   };
 
   /// Opens the outbox. One that is damaged is set aside.
@@ -72,7 +72,7 @@ class EventSender {
   };
   struct Settled {
     std::uint64_t token;
-    bool isTaken;
+    int reason;
   };
   /// What there is to do.
   struct Work {
@@ -118,10 +118,10 @@ class EventSender {
   std::vector<std::uint64_t> taken_;  ///< numbers that the broker has, still in the outbox
   std::uint64_t published_ = 0;       ///< up to this number all are in flight or have been
   bool hasMore_ = true;               ///< there may be some beyond
-  bool isRefused_ = false;            ///< there are some before that the broker has refused
+  bool isRefused_ = false;            ///< the broker does not take them now; see nextTry_
   BackOff backOff_;
-  Clock::time_point nextTry_;  ///< of those that were refused
-  std::string lastFailure_;    ///< as logged; empty since the last success
+  Clock::time_point nextTry_;
+  std::string lastFailure_;  ///< as logged; empty since the last success
   std::uint64_t droppedTold_ = 0;
   Clock::time_point droppedToldAt_;
 

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -48,14 +49,14 @@ class Broker {
 /// A message that the watcher has got.
 struct Seen {
   std::string topic;
-  nlohmann::json payload;
-  nlohmann::json properties;
   bool retained = false;
+  std::string contentType;
+  bool isText = false;  ///< by the payload format indicator
+  std::uint64_t number = 0;
+  std::string outbox;
+  std::string payload;
 
-  std::uint64_t number() const {
-    return std::stoull(properties["user-properties"]["number"].get<std::string>());
-  }
-  std::string outbox() const { return properties["user-properties"]["outbox"]; }
+  nlohmann::json json() const { return nlohmann::json::parse(payload); }
 };
 
 /// A client that gets all that is published below qov/, over restarts of the broker. Its session
@@ -68,7 +69,7 @@ class Watcher {
   Watcher(const Watcher&) = delete;
   Watcher& operator=(const Watcher&) = delete;
 
-  /// All so far whose topics end with, or have, `part`.
+  /// All so far whose topics have `part` in them.
   std::vector<Seen> seen(const std::string& part) const;
   bool waitFor(const std::string& part, std::size_t count = 1) const;
   /// The last payload on a topic that ends with "/status".
