@@ -92,7 +92,7 @@ class Connection::Loop : private Client::Listener {
   bool publish(Outgoing&& message) {
     {
       const std::lock_guard lock(lock_);
-      const std::size_t bytes = pendingBytes_ + message.payload.size();
+      const std::size_t bytes = pendingBytes_ + message.size();
       if (pending_ >= kMostPending || bytes > kMostPendingBytes) {
         ++counts_.noRoom;
         return false;
@@ -306,7 +306,7 @@ class Connection::Loop : private Client::Listener {
       if (refusal != 0) {
         tellRefusal(message->topic, refusal);
       }
-      settle({message->number, message->payload.size(), message->topic}, refusal);
+      settle({message->number, message->size(), message->topic}, refusal);
     }
   }
 
@@ -319,7 +319,7 @@ class Connection::Loop : private Client::Listener {
       Outgoing& message = *taken;
       int id = 0;
       const int refusal = client_.publish(message, false, id);
-      Given given{message.number, message.payload.size(), std::move(message.topic)};
+      Given given{message.number, message.size(), std::move(message.topic)};
       if (refusal != 0) {
         tellRefusal(given.topic, refusal);
         settle(given, refusal);
@@ -396,7 +396,7 @@ class Connection::Loop : private Client::Listener {
   std::deque<Outgoing> queue_;    ///< not given to libmosquitto yet
   std::deque<Outgoing> answers_;  ///< the same of those that go at most once
   std::size_t pending_ = 0;       ///< of both and of given_
-  std::size_t pendingBytes_ = 0;  ///< of their payloads
+  std::size_t pendingBytes_ = 0;  ///< of their payloads and correlation data
   bool stopping_ = false;
 
   // The thread's own.

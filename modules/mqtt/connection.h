@@ -34,6 +34,8 @@ struct Outgoing {
   std::vector<std::pair<std::string, std::string>> properties;  ///< of the user
   std::uint64_t number = 0;  ///< for Handlers::settled; 0: nobody is told
   bool atMostOnce = false;   ///< QoS 0: lost if the connection breaks while it is on its way
+
+  std::size_t size() const { return payload.size() + correlation.size(); }
 };
 
 /// What others are told about this agent, on one topic, retained.
@@ -58,8 +60,9 @@ struct Presence {
 class Connection {
  public:
   static constexpr std::size_t kMostPending = 1024;  ///< messages that publish() keeps
-  static constexpr std::size_t kMostPendingBytes = std::size_t{16} << 20U;  ///< of their payloads
-  static constexpr std::size_t kMostReceived = std::size_t{2} << 20U;       ///< bytes of one packet
+  static constexpr std::size_t kMostPendingBytes =
+      std::size_t{16} << 20U;  ///< of their payloads and correlation data
+  static constexpr std::size_t kMostReceived = std::size_t{2} << 20U;  ///< bytes of one packet
 
   struct Handlers {
     /// The connection stands; or stands no more.
