@@ -54,8 +54,8 @@ class Client {
   /// Closes the connection. With `orderly` the broker forgets the last will.
   void disconnect(bool orderly);
 
-  /// Sets `id`, which onPublished() gets. Returns 0, or the reason for which the broker would refuse
-  /// it: it is not taken over then.
+  /// Sets `id`, which onPublished() gets. Returns 0, or the reason for which the broker would
+  /// refuse it: it is not taken over then.
   int publish(const Outgoing& message, bool retain, int& id);
   /// Sets `id`, which onSubscribed() gets. A connection that breaks makes it fail.
   void subscribe(const std::string& filter, int& id);

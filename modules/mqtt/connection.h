@@ -60,8 +60,8 @@ struct Presence {
 class Connection {
  public:
   static constexpr std::size_t kMostPending = 1024;  ///< messages that publish() keeps
-  static constexpr std::size_t kMostPendingBytes =
-      std::size_t{16} << 20U;  ///< of their payloads and correlation data
+  /// Of their payloads and correlation data.
+  static constexpr std::size_t kMostPendingBytes = std::size_t{16} << 20U;
   static constexpr std::size_t kMostReceived = std::size_t{2} << 20U;  ///< bytes of one packet
 
   struct Handlers {

@@ -1,5 +1,5 @@
-// The module `qovmqtt`: brings the agent's events to an MQTT broker and tells there that it lives, and brings
-// requests from there to the modules.
+// The module `qovmqtt`: brings the agent's events to an MQTT broker, and requests from there to its
+// modules, and tells there that the agent lives.
 #include <qovpub/qov_handlers.h>
 #include <qovpub/qov_log.h>
 #include <qovpub/qov_module.h>
