@@ -34,7 +34,6 @@ constexpr std::chrono::seconds kPatienceAtEnd{2};
 constexpr std::chrono::seconds kTurn{1};
 /// As many as may be unacknowledged, and as many again to go on with.
 constexpr std::size_t kMostGiven = 128;
-constexpr int kFirstRefusal = 128;
 
 /// Ends a poll().
 class Bell {
@@ -90,6 +89,7 @@ class Connection::Loop : private Client::Listener {
   }
 
   bool publish(Outgoing&& message) {
+    bool isAwaited = false;
     {
       const std::lock_guard lock(lock_);
       const std::size_t bytes = pendingBytes_ + message.size();
@@ -99,9 +99,14 @@ class Connection::Loop : private Client::Listener {
       }
       ++pending_;
       pendingBytes_ = bytes;
-      (message.atMostOnce ? answers_ : queue_).push_back(std::move(message));
+      std::deque<Outgoing>& queue = message.atMostOnce ? answers_ : queue_;
+      // What stands before it has rung, or waits for acknowledgements or the socket.
+      isAwaited = queue.empty();
+      queue.push_back(std::move(message));
     }
-    bell_.ring();
+    if (isAwaited) {
+      bell_.ring();
+    }
     return true;
   }
 
@@ -152,7 +157,9 @@ class Connection::Loop : private Client::Listener {
     pollfd descriptors[]{{bell_.descriptor(), POLLIN, 0},
                          {socket, static_cast<short>(reading | writing), 0}};
     const int ready = ::poll(descriptors, 2, span > 0 ? static_cast<int>(span) : 0);
-    bell_.hush();
+    if (descriptors[0].revents != 0) {
+      bell_.hush();
+    }
     if (state_ != State::kWaiting) {
       const short found = descriptors[1].revents;
       // A broker that takes nothing may wait until what it has sent is read.
@@ -175,7 +182,7 @@ class Connection::Loop : private Client::Listener {
     }
     if (cause || client_.socket() < 0) {
       fail(reason_ ? causeOfReason(*reason_)
-                   : cause.value_or(Cause{"it has been closed", "nothing"}));
+                   : cause.value_or(Cause{"it has been closed", "look into the broker's log"}));
     }
   }
 
@@ -223,6 +230,7 @@ class Connection::Loop : private Client::Listener {
     onlineSince_ = Clock::now();
     lastFailure_.clear();
     document_.clear();
+    nextPresence_ = onlineSince_;
     subscriptions_.clear();
     for (const std::string& filter : filters_) {
       int id = 0;
@@ -331,6 +339,10 @@ class Connection::Loop : private Client::Listener {
 
   /// If it has changed.
   void publishPresence() {
+    if (Clock::now() < nextPresence_) {
+      return;
+    }
+    nextPresence_ = Clock::now() + kTurn;
     std::string document = presence_.online();
     if (document != document_) {
       publishDocument(document);
@@ -407,6 +419,7 @@ class Connection::Loop : private Client::Listener {
   Clock::time_point nextTry_ = Clock::now();
   Clock::time_point answerUntil_;
   Clock::time_point onlineSince_;
+  Clock::time_point nextPresence_;
   std::optional<int> reason_;   ///< for which the broker ends this connection
   std::map<int, Given> given_;  ///< by libmosquitto's number
   std::map<int, std::string> subscriptions_;

@@ -5,7 +5,7 @@
 
 namespace qov::mqtt::log_id {
 
-/// docs/mqtt.md has a row for each.
+/// docs/mqtt.md has a row for each, docs/mqtt-requests.md for those of requests.
 enum : std::uint64_t {
   kNotStarted = 66201,
   kUnknownKey = 66202,
