@@ -4,9 +4,9 @@
 
 #include <regex>
 
+#include "modules/common/json_object.h"
 #include "tests/msg/bytes.h"
 #include "tests/vectors/vector_file.h"
-#include "tools/common/json_object.h"
 #include "tools/qovctl/fault_text.h"
 #include "tools/qovctl/message.h"
 
@@ -32,7 +32,7 @@ class QovctlDamage : public ::testing::Test {
       return false;
     }
     EXPECT_LE(*size, bytes.size());
-    EXPECT_EQ(tools::parseJson(tools::jsonText(message.json())), message.json());
+    EXPECT_EQ(common::parseJson(common::jsonText(message.json())), message.json());
     EXPECT_FALSE(message.dump().empty());
     return true;
   }

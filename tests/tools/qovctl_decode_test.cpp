@@ -4,12 +4,12 @@
 
 #include <sstream>
 
+#include "modules/common/json_object.h"
+#include "modules/common/octets.h"
 #include "tests/msg/bytes.h"
 #include "tests/support/sanitizers.h"
 #include "tests/tools/qovctl_fixture.h"
 #include "tests/vectors/vector_file.h"
-#include "tools/common/json_object.h"
-#include "tools/common/octets.h"
 
 using namespace std::string_literals;
 
@@ -62,7 +62,7 @@ const std::string kEmptyMessage = "55555555 03000000 00000000 ffffffff fdffffff 
 class QovctlDecode : public QovctlTest {
  protected:
   /// The JSON document that a run prints.
-  static Json::Value documentOf(const QovctlRun& run) { return tools::parseJson(run.out); }
+  static Json::Value documentOf(const QovctlRun& run) { return common::parseJson(run.out); }
 
   QovctlRun decode(const std::vector<unsigned char>& bytes,
                    const std::vector<std::string>& arguments = {}) {
@@ -164,7 +164,7 @@ TEST_F(QovctlDecode, PrintsADocumentForEachRowOfMessagesOfOneKind) {
   std::vector<std::string> kinds;
   std::string rest = shown.out;
   for (std::size_t end = rest.find("\n}\n"); end != std::string::npos; end = rest.find("\n}\n")) {
-    const Json::Value document = tools::parseJson(rest.substr(0, end + 2));
+    const Json::Value document = common::parseJson(rest.substr(0, end + 2));
     kinds.push_back(document["kind"].asString() + std::to_string(document["messages"].size()));
     rest.erase(0, end + 3);
   }

@@ -13,12 +13,12 @@
 #include <ctime>
 #include <new>
 
+#include "modules/common/json_object.h"
+#include "modules/common/octets.h"
 #include "tests/link/scripted_peer.h"
 #include "tests/support/failing_allocations.h"
 #include "tests/support/latch.h"
 #include "tests/support/sleeping_thread.h"
-#include "tools/common/json_object.h"
-#include "tools/common/octets.h"
 #include "tools/qovctl/decode_command.h"
 #include "tools/qovctl/endpoint_commands.h"
 #include "tools/qovctl/streams.h"
@@ -132,14 +132,14 @@ TEST_F(QovctlInside, EndsTheJsonOfAWalkThatMemoryFails) {
   }
   ctl::finishOutput();
   const std::string printed = testing::internal::GetCapturedStdout();
-  EXPECT_EQ(tools::parseJson(printed)["messages"].size(), 1U);
+  EXPECT_EQ(common::parseJson(printed)["messages"].size(), 1U);
 }
 
 TEST_F(QovctlInside, EndsTheJsonOfMessagesWhereverMemoryFails) {
   const Message request = Bytes().headV3(0).data();
   const Message message = answerTo(request, rowOf(3, 1));
   const std::string hex =
-      tools::hexText({reinterpret_cast<const char*>(message.data()), message.size()});
+      common::hexText({reinterpret_cast<const char*>(message.data()), message.size()});
   ctl::DecodeOptions options;
   options.text = hex + hex;
   options.json = true;
@@ -159,7 +159,7 @@ TEST_F(QovctlInside, EndsTheJsonOfMessagesWhereverMemoryFails) {
     const std::string printed = testing::internal::GetCapturedStdout();
     if (!printed.empty()) {
       begun = begun || failed;
-      ASSERT_LE(tools::parseJson(printed)["messages"].size(), 2U) << count;
+      ASSERT_LE(common::parseJson(printed)["messages"].size(), 2U) << count;
     }
   }
   EXPECT_TRUE(begun);

@@ -1,8 +1,8 @@
 #include <unistd.h>
 
+#include "modules/common/json_object.h"
 #include "tests/tools/endpoint_client.h"
 #include "tests/tools/qovctl_with_endpoint.h"
-#include "tools/common/json_object.h"
 
 using ::testing::ContainsRegex;
 
@@ -60,8 +60,8 @@ TEST_F(QovctlRealEndpoint, SendsWhatItPrints) {
   const QovctlRun got = ask({"get", "--json", "--table", "7", "2"});
   const QovctlRun sent = ask({"send", "--json", "-"}, got.out);
   EXPECT_EQ(sent.status, 0) << sent.err;
-  EXPECT_EQ(tools::parseJson(sent.out)["messages"][0]["records"],
-            tools::parseJson(got.out)["messages"][0]["records"]);
+  EXPECT_EQ(common::parseJson(sent.out)["messages"][0]["records"],
+            common::parseJson(got.out)["messages"][0]["records"]);
 }
 
 TEST_F(QovctlRealEndpoint, ReadsTheCounts) {

@@ -1,7 +1,7 @@
 #include <filesystem>
 
+#include "modules/common/json_object.h"
 #include "tests/tools/qovctl_endpoint_fixture.h"
-#include "tools/common/json_object.h"
 
 using ::testing::Not;
 
@@ -63,7 +63,7 @@ TEST_F(QovctlRequest, SendsAMessageGivenByOptions) {
            "2:Int:-2", "--cell", "5:Uint:0x0100", "--command", "7", "--command=get-next/mounts",
            "--cell=3:Octet:0aFF", "--cell", "4:Json:{\"a\":[]}"});
   EXPECT_EQ(sent.status, 0) << sent.err;
-  EXPECT_EQ(tools::parseJson(sent.out)["messages"][0]["head"]["ser"], 1);
+  EXPECT_EQ(common::parseJson(sent.out)["messages"][0]["head"]["ser"], 1);
   Bytes records;
   records.record(kStore + 0x1000, 22).cell(1, kString, 7).text("a:b, c").u8(0);
   records.cell(2, 4, 1).u8(0xFE).cell(5, kUint, 2).u16(0x100).record(7, 0);

@@ -1,5 +1,5 @@
+#include "modules/common/json_object.h"
 #include "tests/tools/qovctl_with_endpoint.h"
-#include "tools/common/json_object.h"
 
 namespace qov::test {
 namespace {
@@ -62,7 +62,7 @@ TEST_F(QovctlRows, AreGotByAllTheirKeys) {
 TEST_F(QovctlRows, AreOneDocumentWhateverTheirNumber) {
   const QovctlRun got = ask({"get", "--json", "--table", "things", "2", "3", "300"});
   EXPECT_EQ(got.status, 5);
-  EXPECT_EQ(tools::parseJson(got.out)["messages"].size(), 2U);
+  EXPECT_EQ(common::parseJson(got.out)["messages"].size(), 2U);
 }
 
 TEST_F(QovctlRows, ThatAreRefusedKeepNoneOfTheOthers) {

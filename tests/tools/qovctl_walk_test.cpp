@@ -1,6 +1,6 @@
+#include "modules/common/json_object.h"
 #include "tests/support/latch.h"
 #include "tests/tools/qovctl_endpoint_fixture.h"
-#include "tools/common/json_object.h"
 
 using ::testing::Not;
 
@@ -46,7 +46,7 @@ TEST_F(QovctlWalk, PrintsRowsAsJson) {
     link.answer(row("eth0", 2));
     link.answer(endOfWalk());
   }});
-  const Json::Value document = tools::parseJson(walk({"--json"}).out);
+  const Json::Value document = common::parseJson(walk({"--json"}).out);
   EXPECT_EQ(document["kind"], "v3");
   // A message for each row, without the one that ends the walk.
   ASSERT_EQ(document["messages"].size(), 2U);
@@ -61,7 +61,7 @@ TEST_F(QovctlWalk, PrintsRowsAsJson) {
 
 TEST_F(QovctlWalk, PrintsATableWithoutRowsAsJson) {
   plays({[](PeerConnection& link) { link.answer(endOfWalk()); }});
-  const Json::Value document = tools::parseJson(walk({"--json"}).out);
+  const Json::Value document = common::parseJson(walk({"--json"}).out);
   EXPECT_EQ(document["kind"], "v3");
   EXPECT_EQ(document["messages"], Json::Value(Json::arrayValue));
 }
@@ -73,7 +73,7 @@ TEST_F(QovctlWalk, EndsTheJsonOfAWalkThatFails) {
   }});
   const QovctlRun failed = walk({"--json"});
   EXPECT_EQ(failed.status, 5);
-  EXPECT_EQ(tools::parseJson(failed.out)["messages"].size(), 1U);
+  EXPECT_EQ(common::parseJson(failed.out)["messages"].size(), 1U);
 }
 
 TEST_F(QovctlWalk, PrintsTheRepliesOfAWalkAsTheLogsHaveThem) {

@@ -10,8 +10,8 @@
 #include <cstring>
 #include <functional>
 
+#include "modules/common/json_object.h"
 #include "tests/support/files.h"
-#include "tools/common/json_object.h"
 
 namespace qov::test {
 namespace {
@@ -50,9 +50,9 @@ int exitStatus(pid_t child) {
 
 bool parse(const std::string& text, Json::Value& value) try {
   // As deep as the library reads it.
-  value = tools::parseJson(text, 1000);
+  value = common::parseJson(text, 1000);
   return true;
-} catch (const tools::BadJson&) {
+} catch (const common::BadJson&) {
   return false;
 }
 

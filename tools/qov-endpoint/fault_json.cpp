@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "tools/common/json_object.h"
+#include "modules/common/json_object.h"
 
 namespace qov::endpoint {
 namespace {
 
-using qov::tools::JsonObject;
+using qov::common::JsonObject;
 
 constexpr std::int64_t kInt32Min = INT32_MIN;
 constexpr std::int64_t kUint32Max = UINT32_MAX;
@@ -87,7 +87,7 @@ void checkKeys(const Rule& rule, const JsonObject& json) {
 
 std::int64_t numberOf(const JsonObject& json, const char* key, std::int64_t least,
                       std::int64_t most) {
-  return qov::tools::signedAt(json.get(key), json.place(key), least, most);
+  return qov::common::signedAt(json.get(key), json.place(key), least, most);
 }
 
 std::optional<std::uint64_t> ordinalOf(const JsonObject& json, const char* key,

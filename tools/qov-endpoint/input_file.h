@@ -4,8 +4,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "modules/common/json_object.h"
 #include "tools/common/input.h"
-#include "tools/common/json_object.h"
 
 namespace qov::endpoint {
 
@@ -18,7 +18,7 @@ void readInputFile(const std::string& path, Read read) {
     if (text.empty()) {
       throw std::runtime_error("empty");
     }
-    read(qov::tools::parseJson(text));
+    read(qov::common::parseJson(text));
   } catch (const std::exception& wrong) {
     throw std::runtime_error(path + ": " + wrong.what());
   }

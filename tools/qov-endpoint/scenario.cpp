@@ -10,7 +10,7 @@ namespace {
 
 /// A value is written as in JSON.
 Json::Value valueOf(const std::string& text) {
-  Json::Value value = qov::tools::parseJson(text);
+  Json::Value value = qov::common::parseJson(text);
   if (!value.isNumeric() && !value.isBool()) {
     throw std::runtime_error(text + " is neither a number nor true nor false");
   }
@@ -51,10 +51,10 @@ bool meets(const Fault& fault, std::uint64_t connection, std::uint64_t request) 
 
 void Scenario::load(const std::string& path) {
   readInputFile(path, [&](const Json::Value& json) {
-    const qov::tools::JsonObject root(json, "", {"faults"});
+    const qov::common::JsonObject root(json, "", {"faults"});
     const Json::Value& faults = root.array("faults");
     for (Json::ArrayIndex i = 0; i < faults.size(); ++i) {
-      faults_.push_back(faultOf(faults[i], qov::tools::elementPlace("faults", i)));
+      faults_.push_back(faultOf(faults[i], qov::common::elementPlace("faults", i)));
     }
   });
 }

@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "tools/common/controls.h"
+#include "modules/common/controls.h"
 
 namespace qov::endpoint {
 namespace {
@@ -61,7 +61,7 @@ void tell(const std::string& line) {
 }
 
 void complain(const std::string& why) {
-  tell("qov-endpoint: " + tools::withoutControls(why));
+  tell("qov-endpoint: " + common::withoutControls(why));
 }
 
 AceLog::AceLog(bool tells) {

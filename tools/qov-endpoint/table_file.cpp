@@ -2,18 +2,18 @@
 
 #include <qovpub/qov_exception.h>
 
-#include "tools/common/cell_json.h"
+#include "modules/common/cell_json.h"
 #include "tools/qov-endpoint/input_file.h"
 
 namespace qov::endpoint {
 namespace {
 
-using qov::tools::BadJson;
-using qov::tools::elementPlace;
-using qov::tools::JsonObject;
+using qov::common::BadJson;
+using qov::common::elementPlace;
+using qov::common::JsonObject;
 
 void readCell(const Json::Value& json, const std::string& place, CTLVRecordV3& row) {
-  const CTLVCell cell = qov::tools::cellFromJson(json, place);
+  const CTLVCell cell = qov::common::cellFromJson(json, place);
   if (isReservedTag(cell.tag())) {
     throw BadJson(place, "tag " + std::to_string(cell.tag()) + " is the endpoint's own");
   }

@@ -1,7 +1,7 @@
 #include <map>
 
-#include "tools/common/controls.h"
-#include "tools/common/json_object.h"
+#include "modules/common/controls.h"
+#include "modules/common/json_object.h"
 #include "tools/qovctl/agent_text.h"
 
 namespace qov::ctl {
@@ -11,7 +11,7 @@ namespace {
 class ModuleNames {
  public:
   explicit ModuleNames(const Json::Value& document) {
-    for (const Json::Value& module : tools::arrayAt(member(document, "modules"), "modules")) {
+    for (const Json::Value& module : common::arrayAt(member(document, "modules"), "modules")) {
       names_[text(module, "id")] = text(module, "name");
     }
   }
@@ -64,7 +64,7 @@ std::string moreText(const Json::Value& pending, const char* key) {
 std::vector<Row> requestTable(const Json::Value& pending) {
   const ModuleNames names(pending);
   std::vector<Row> rows{{"request", "from", "thread", "to", "for", "time-out", "handled by"}};
-  for (const Json::Value& request : tools::arrayAt(member(pending, "requests"), "requests")) {
+  for (const Json::Value& request : common::arrayAt(member(pending, "requests"), "requests")) {
     rows.push_back({text(request, "operation"), names.of(request, "module"),
                     threadOf(request, "thread"), names.of(part(request, "receiver"), "module"),
                     spanText(seconds(request, "waiting")), spanText(seconds(request, "timeout")),
@@ -76,7 +76,7 @@ std::vector<Row> requestTable(const Json::Value& pending) {
 std::vector<Row> handlerTable(const Json::Value& pending) {
   const ModuleNames names(pending);
   std::vector<Row> rows{{"handler", "in", "thread", "from", "for", "waits for"}};
-  for (const Json::Value& handler : tools::arrayAt(member(pending, "handlers"), "handlers")) {
+  for (const Json::Value& handler : common::arrayAt(member(pending, "handlers"), "handlers")) {
     rows.push_back({operationText(handler), names.of(handler, "module"),
                     threadOf(handler, "thread"), names.of(part(handler, "sender"), "module"),
                     spanText(seconds(handler, "running")), waitText(handler, names)});
@@ -87,10 +87,10 @@ std::vector<Row> handlerTable(const Json::Value& pending) {
 std::vector<std::string> circles(const Json::Value& pending) {
   const ModuleNames names(pending);
   std::vector<std::string> ways;
-  for (const Json::Value& circle : tools::arrayAt(member(pending, "circles"), "circles")) {
+  for (const Json::Value& circle : common::arrayAt(member(pending, "circles"), "circles")) {
     std::string way;
-    for (const Json::Value& module : tools::arrayAt(circle, "circles")) {
-      way += (way.empty() ? "" : " -> ") + names.whole(tools::withoutControls(module.asString()));
+    for (const Json::Value& module : common::arrayAt(circle, "circles")) {
+      way += (way.empty() ? "" : " -> ") + names.whole(common::withoutControls(module.asString()));
     }
     ways.push_back(way);
   }
@@ -101,7 +101,7 @@ std::vector<std::string> leftOut(const Json::Value& pending, const char* key) {
   const ModuleNames names(pending);
   std::vector<std::string> all;
   if (const Json::Value& more = member(pending, key); !more.isNull()) {
-    for (const Json::Value& rest : tools::arrayAt(more, key)) {
+    for (const Json::Value& rest : common::arrayAt(more, key)) {
       all.push_back("and " + text(rest, "count") + " more of " + names.of(rest, "module"));
     }
   }
@@ -111,7 +111,7 @@ std::vector<std::string> leftOut(const Json::Value& pending, const char* key) {
 std::vector<Row> slowTable(const Json::Value& slow) {
   const ModuleNames names(slow);
   std::vector<Row> rows{{"handler", "in", "count", "mean", "half within", "99% within", "longest"}};
-  for (const Json::Value& handler : tools::arrayAt(member(slow, "handlers"), "handlers")) {
+  for (const Json::Value& handler : common::arrayAt(member(slow, "handlers"), "handlers")) {
     const bool isOthers = member(handler, "operation").isNull();
     rows.push_back({isOthers ? "others" : operationText(handler), names.of(handler, "module"),
                     text(handler, "count"), spanText(seconds(handler, "mean")),

@@ -6,7 +6,7 @@
 #include <csignal>
 #include <cstdlib>
 
-#include "tools/common/controls.h"
+#include "modules/common/controls.h"
 #include "tools/qovctl/bundle_parts.h"
 #include "tools/qovctl/failure.h"
 #include "tools/qovctl/option_checks.h"
@@ -28,7 +28,7 @@ For example:
   qovctl agent --root /opt/agent bundle -o agent.tar.gz)";
 
 std::string lineOf(const std::string& text) {
-  return tools::withoutControls(text) + "\n";
+  return common::withoutControls(text) + "\n";
 }
 
 void addFiles(Bundle& bundle, const AgentTarget& target, const std::string& process,

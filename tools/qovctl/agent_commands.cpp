@@ -2,7 +2,7 @@
 
 #include <qovpub/qov_utility.h>
 
-#include "tools/common/json_object.h"
+#include "modules/common/json_object.h"
 #include "tools/qovctl/agent_text.h"
 #include "tools/qovctl/failure.h"
 #include "tools/qovctl/streams.h"
@@ -90,7 +90,7 @@ CLI::App* AgentCommands::add(CLI::App& to, const std::string& name, const std::s
 
 void AgentCommands::show(const char* request, std::string (*text)(const Json::Value&)) const {
   const Json::Value answer = askAgent(target_, requestFor(request));
-  print(json_ ? tools::jsonText(answer) : text(answer));
+  print(json_ ? common::jsonText(answer) : text(answer));
 }
 
 void AgentCommands::showStatus() const {
@@ -123,8 +123,8 @@ void AgentCommands::logLevel() const {
     request["level"] = level_;
   }
   const Json::Value answer = askAgent(target_, request);
-  print(json_ ? tools::jsonText(answer)
-              : std::to_string(tools::unsignedAt(answer["level"], "level", 5)) + "\n");
+  print(json_ ? common::jsonText(answer)
+              : std::to_string(common::unsignedAt(answer["level"], "level", 5)) + "\n");
 }
 
 void AgentCommands::bundle() const {
@@ -141,7 +141,7 @@ void AgentCommands::trace() const {
 void AgentCommands::reload() const {
   const Json::Value answer = askAgent(target_, requestFor("reload"));
   if (json_) {
-    print(tools::jsonText(answer));
+    print(common::jsonText(answer));
   }
 }
 

@@ -4,8 +4,8 @@
 #include <array>
 #include <cstdio>
 
-#include "tools/common/controls.h"
-#include "tools/common/json_object.h"
+#include "modules/common/controls.h"
+#include "modules/common/json_object.h"
 
 namespace qov::ctl {
 namespace {
@@ -20,7 +20,7 @@ std::string format(const char* pattern, long long first, long long second) {
 
 const Json::Value& member(const Json::Value& object, const char* key) {
   if (!object.isObject()) {
-    throw tools::BadJson(key, "is to be a member of an object");
+    throw common::BadJson(key, "is to be a member of an object");
   }
   return object[key];
 }
@@ -30,7 +30,7 @@ std::string text(const Json::Value& object, const char* key) {
   if (value.isNull() || value.isObject() || value.isArray()) {
     return "-";
   }
-  return tools::withoutControls(value.asString());
+  return common::withoutControls(value.asString());
 }
 
 Json::Value part(const Json::Value& object, const char* key) {

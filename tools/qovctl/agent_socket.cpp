@@ -15,8 +15,8 @@
 #include <system_error>
 #include <vector>
 
+#include "modules/common/json_object.h"
 #include "modules/status/socket_path.h"
-#include "tools/common/json_object.h"
 #include "tools/qovctl/failure.h"
 
 namespace fs = std::filesystem;
@@ -104,18 +104,18 @@ AgentConnection::AgentConnection(const AgentTarget& target)
 }
 
 Json::Value AgentConnection::ask(const Json::Value& request) {
-  std::string line = tools::jsonText(request);
+  std::string line = common::jsonText(request);
   std::replace(line.begin(), line.end() - 1, '\n', ' ');
   // A line is less than what a socket takes at once.
   if (::send(socket_.get(), line.data(), line.size(), MSG_NOSIGNAL) < 0) {
     lost(path_);
   }
-  Json::Value answer = tools::parseJson(receiveLine());
+  Json::Value answer = common::parseJson(receiveLine());
   if (!answer.isObject()) {
     fail(kBadData, path_, "the answer is no JSON object");
   }
   if (answer.isMember("error")) {
-    fail(kEndpointError, path_, tools::textAt(answer["error"], "error"));
+    fail(kEndpointError, path_, common::textAt(answer["error"], "error"));
   }
   return answer;
 }

@@ -1,7 +1,7 @@
 #include "tools/qovctl/agent_text.h"
 
-#include "tools/common/controls.h"
-#include "tools/common/json_object.h"
+#include "modules/common/controls.h"
+#include "modules/common/json_object.h"
 #include "tools/qovctl/each_line.h"
 
 namespace qov::ctl {
@@ -12,7 +12,7 @@ std::string counts(const Json::Value& object) {
   std::string all;
   for (const std::string& key : object.getMemberNames()) {
     if (const std::string count = text(object, key.c_str()); count != "0") {
-      all += (all.empty() ? "" : ", ") + tools::withoutControls(key) + " " + count;
+      all += (all.empty() ? "" : ", ") + common::withoutControls(key) + " " + count;
     }
   }
   return all.empty() ? "-" : all;
@@ -36,7 +36,7 @@ Row moduleRow(const Json::Value& module) {
 }
 
 const Json::Value& modulesOf(const Json::Value& document) {
-  return tools::arrayAt(member(document, "modules"), "modules");
+  return common::arrayAt(member(document, "modules"), "modules");
 }
 
 }  // namespace
@@ -91,7 +91,7 @@ std::string modulesText(const Json::Value& list) {
 }
 
 std::string metricsText(const Json::Value& answer) {
-  return eachLine(tools::textAt(answer["metrics"], "metrics"), &tools::withoutControls);
+  return eachLine(common::textAt(answer["metrics"], "metrics"), &common::withoutControls);
 }
 
 }  // namespace qov::ctl

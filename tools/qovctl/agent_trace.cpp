@@ -11,7 +11,7 @@
 #include <limits>
 #include <system_error>
 
-#include "tools/common/json_object.h"
+#include "modules/common/json_object.h"
 #include "tools/qovctl/failure.h"
 #include "tools/qovctl/option_checks.h"
 #include "tools/qovctl/streams.h"
@@ -102,7 +102,7 @@ void record(TraceLog& log, AgentConnection& agent, double seconds, const WishToE
   const Json::Value stopped = agent.ask(requestFor("trace-stop"));
   while (readInto(log, agent)) {
   }
-  log.endAt(tools::signedAt(stopped["time"], "time", 0, std::numeric_limits<std::int64_t>::max()));
+  log.endAt(common::signedAt(stopped["time"], "time", 0, std::numeric_limits<std::int64_t>::max()));
 }
 
 Json::Value startRequest(const TraceOptions& options) {

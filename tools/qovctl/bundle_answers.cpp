@@ -1,6 +1,6 @@
 #include <array>
 
-#include "tools/common/json_object.h"
+#include "modules/common/json_object.h"
 #include "tools/qovctl/agent_text.h"
 #include "tools/qovctl/bundle_parts.h"
 #include "tools/qovctl/failure.h"
@@ -23,7 +23,7 @@ Json::Value ask(Bundle& bundle, const AgentTarget& target, const Question& quest
   Json::Value answer = askAgent(target, requestFor(question.name));
   const std::string name = std::string("agent/") + question.name;
   if (question.hasJson) {
-    bundle.add(name + ".json", tools::jsonText(answer));
+    bundle.add(name + ".json", common::jsonText(answer));
   }
   bundle.add(name + ".txt", question.text(answer));
   return answer;
@@ -34,7 +34,7 @@ bool take(Bundle& bundle, const AgentTarget& target, const Question& question,
           Json::Value& answer) try {
   answer = ask(bundle, target, question);
   return true;
-} catch (const tools::BadJson& bad) {
+} catch (const common::BadJson& bad) {
   bundle.miss(std::string("the agent's ") + question.name + ": " + bad.what());
   return true;
 } catch (const Failure& failure) {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "modules/delivered_sections.h"
-#include "tools/common/controls.h"
+#include "modules/common/controls.h"
 #include "tools/qovctl/bundle_folders.h"
 #include "tools/qovctl/bundle_parts.h"
 #include "tools/qovctl/numbers.h"
@@ -51,7 +51,7 @@ std::string shownFinding(QOVFinding finding, const std::vector<ArchivedFile>& fi
     const std::string* const text = shown == files.end() ? nullptr : &shown->content;
     finding.what = mayQuote(finding, isIni, text) ? std::string(kBlank) : withoutUser(finding.what);
   }
-  return tools::withoutControls(finding.text()) + "\n";
+  return common::withoutControls(finding.text()) + "\n";
 }
 
 std::string findingsOf(const std::string& process, const std::vector<ArchivedFile>& files) {

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "tools/common/controls.h"
+#include "modules/common/controls.h"
 #include "tools/qovctl/agent_parts.h"
 #include "tools/qovctl/bundle.h"
 
@@ -34,7 +34,7 @@ std::string kindText(mode_t mode) {
 std::string targetText(const fs::path& path) {
   std::error_code error;
   const fs::path target = fs::read_symlink(path, error);
-  return error ? "" : " -> " + tools::withoutControls(target.string());
+  return error ? "" : " -> " + common::withoutControls(target.string());
 }
 
 }  // namespace
@@ -55,13 +55,13 @@ std::string listing(const std::string& folder) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) {
       const std::string why = std::generic_category().message(errno);
-      rows.push_back({"-", "-", "-", "-", tools::withoutControls(name) + ": " + why});
+      rows.push_back({"-", "-", "-", "-", common::withoutControls(name) + ": " + why});
     } else {
       rows.push_back({kindText(status.st_mode),
                       std::to_string(status.st_uid) + ":" + std::to_string(status.st_gid),
                       std::to_string(status.st_size),
                       utcText(status.st_mtime, "%Y-%m-%dT%H:%M:%SZ"),
-                      tools::withoutControls(name) + targetText(path)});
+                      common::withoutControls(name) + targetText(path)});
     }
   }
   return lines(rows);

@@ -5,21 +5,21 @@
 #include <optional>
 #include <string_view>
 
-#include "tools/common/cell_json.h"
-#include "tools/common/json_object.h"
+#include "modules/common/cell_json.h"
+#include "modules/common/json_object.h"
 #include "tools/qovctl/failure.h"
 #include "tools/qovctl/numbers.h"
 
 namespace qov::ctl {
 namespace {
 
-using tools::BadJson;
+using common::BadJson;
 
 /// As numbers are elsewhere on the command line, and with a minus in front.
 std::optional<Json::Value> signedNumberOf(std::string_view text) {
   if (text.substr(0, 1) != "-") {
     const auto number = numberOf(text, std::numeric_limits<std::uint64_t>::max());
-    return number ? std::optional(tools::jsonNumber(*number)) : std::nullopt;
+    return number ? std::optional(common::jsonNumber(*number)) : std::nullopt;
   }
   const auto number = numberOf(text.substr(1), std::uint64_t{1} << 63);
   return number ? std::optional(Json::Value(static_cast<Json::Int64>(0 - *number))) : std::nullopt;
@@ -33,7 +33,7 @@ Json::Value valueOf(CTLVCell::ETLVType type, const std::string& text) {
       return text;
     case CTLVCell::TLV_ARRAY:
     case CTLVCell::TLV_JSON:
-      return tools::parseJson(text);
+      return common::parseJson(text);
     default:
       break;
   }
@@ -51,10 +51,10 @@ Json::Value valueOf(CTLVCell::ETLVType type, const std::string& text) {
 
 CTLVCell cellOf(std::uint64_t tag, CTLVCell::ETLVType type, const std::string& value) {
   Json::Value json(Json::objectValue);
-  json["tag"] = tools::jsonNumber(tag);
+  json["tag"] = common::jsonNumber(tag);
   json["type"] = CTLVCell::typeName(type);
   json["value"] = valueOf(type, value);
-  return tools::cellFromJson(json, "");
+  return common::cellFromJson(json, "");
 }
 
 /// What stands in front of the next colon, which is taken off `text` with it; nothing without one.
@@ -95,7 +95,7 @@ CTLVCell cellOfText(const std::string& text, const Table* table) {
   if (!type) {
     throw BadJson("", "not TAG:TYPE:VALUE");
   }
-  return cellOf(*tag, tools::typeFromName(*type, "type"), rest);
+  return cellOf(*tag, common::typeFromName(*type, "type"), rest);
 }
 
 }  // namespace qov::ctl

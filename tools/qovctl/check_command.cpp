@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "modules/delivered_sections.h"
-#include "tools/common/controls.h"
+#include "modules/common/controls.h"
 #include "tools/qovctl/failure.h"
 
 namespace qov::ctl {
@@ -26,7 +26,7 @@ struct Count {
 
   void tell(const QOVFinding& finding) {
     ++(finding.isWarning ? warnings : problems);
-    std::fprintf(stderr, "%s\n", tools::withoutControls(finding.text()).c_str());
+    std::fprintf(stderr, "%s\n", common::withoutControls(finding.text()).c_str());
   }
 };
 

@@ -3,7 +3,8 @@
 
 #include <stdexcept>
 #include <string>
-#include <string_view>
+
+#include "modules/common/controls.h"
 
 namespace qov::ctl {
 
@@ -35,8 +36,7 @@ class Failure : public std::runtime_error {
 /// from input, in hexadecimal form.
 void complain(const std::string& text);
 
-/// The start of a text that may be long, for a complaint.
-std::string shortened(std::string_view text);
+using common::shortened;
 
 }  // namespace qov::ctl
 

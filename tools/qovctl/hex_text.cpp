@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "tools/common/octets.h"
+#include "modules/common/octets.h"
 #include "tools/qovctl/failure.h"
 
 namespace qov::ctl {
@@ -28,7 +28,7 @@ std::string_view nextGroup(std::string_view& line) {
 
 std::string bytesOfGroup(std::string_view group, unsigned long line) {
   const bool prefixed = group.size() > 2 && group[0] == '0' && (group[1] == 'x' || group[1] == 'X');
-  const auto bytes = tools::bytesOfHex(prefixed ? group.substr(2) : group);
+  const auto bytes = common::bytesOfHex(prefixed ? group.substr(2) : group);
   if (!bytes) {
     throw Failure(kBadData, "hexadecimal text, line " + std::to_string(line) + ": \"" +
                                 shortened(group) + "\" is not pairs of hexadecimal digits");

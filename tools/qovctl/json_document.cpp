@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "tools/common/json_object.h"
+#include "modules/common/json_object.h"
 #include "tools/qovctl/streams.h"
 
 namespace qov::ctl {
@@ -28,7 +28,7 @@ JsonDocument::JsonDocument(Kind kind) : kind_(kind) {
 }
 
 void JsonDocument::add(const Json::Value& message) {
-  print((empty_ ? "" : ",") + indented(tools::jsonText(message)));
+  print((empty_ ? "" : ",") + indented(common::jsonText(message)));
   empty_ = false;
 }
 

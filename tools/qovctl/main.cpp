@@ -1,7 +1,7 @@
 #include <exception>
 #include <new>
 
-#include "tools/common/json_object.h"
+#include "modules/common/json_object.h"
 #include "tools/common/standard_streams.h"
 #include "tools/qovctl/command_line.h"
 #include "tools/qovctl/failure.h"
@@ -23,7 +23,7 @@ int runCommand(int argc, char** argv) try {
 } catch (const Failure& failure) {
   complain(failure.what());
   return failure.code();
-} catch (const tools::BadJson& e) {
+} catch (const common::BadJson& e) {
   complain(std::string("bad data: ") + e.what());
   return kBadData;
 } catch (const std::bad_alloc&) {

@@ -7,7 +7,7 @@
 #include <limits>
 #include <sstream>
 
-#include "tools/common/message_json.h"
+#include "modules/common/message_json.h"
 
 namespace qov::ctl {
 namespace {
@@ -109,7 +109,7 @@ std::string Message::dump() const {
 }
 
 Json::Value Message::json() const {
-  return std::visit([](const auto& package) { return tools::toJson(*package); }, package_);
+  return std::visit([](const auto& package) { return common::toJson(*package); }, package_);
 }
 
 }  // namespace qov::ctl

@@ -1,6 +1,6 @@
 #include "tools/qovctl/reply_output.h"
 
-#include "tools/common/message_json.h"
+#include "modules/common/message_json.h"
 #include "tools/qovctl/message.h"
 #include "tools/qovctl/streams.h"
 
@@ -15,7 +15,7 @@ void ReplyOutput::add(const CT7QPackageV3& reply) {
       ctl::print(dumpOf(reply));
       break;
     case Format::kJson:
-      document().add(tools::toJson(reply));
+      document().add(common::toJson(reply));
       break;
   }
   // Whoever waits for the next one sees this one.

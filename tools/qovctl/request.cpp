@@ -2,10 +2,10 @@
 
 #include <qovpub/qov_exception.h>
 
-#include "tools/common/cell_json.h"
+#include "modules/common/cell_json.h"
+#include "modules/common/json_object.h"
+#include "modules/common/message_json.h"
 #include "tools/common/endpoint_protocol.h"
-#include "tools/common/json_object.h"
-#include "tools/common/message_json.h"
 #include "tools/qovctl/cell_text.h"
 #include "tools/qovctl/failure.h"
 #include "tools/qovctl/message.h"
@@ -13,7 +13,7 @@
 namespace qov::ctl {
 namespace {
 
-using tools::BadJson;
+using common::BadJson;
 
 void addPart(const RequestPart& part, const Tables& tables, CT7QPackageV3& request) {
   if (!part.isCell) {
@@ -34,12 +34,12 @@ void addPart(const RequestPart& part, const Tables& tables, CT7QPackageV3& reque
 }  // namespace
 
 void requestFromJson(const std::string& text, CT7QPackageV3& request) {
-  const Json::Value json = tools::parseJson(text);
+  const Json::Value json = common::parseJson(text);
   if (!json.isObject() || !json.isMember("messages")) {
-    tools::fromJson(json, "", request);
+    common::fromJson(json, "", request);
     return;
   }
-  const tools::JsonObject document(json, "", {"kind", "messages"});
+  const common::JsonObject document(json, "", {"kind", "messages"});
   if (document.text("kind") != nameOf(Kind::kV3)) {
     document.refuse("kind", "not \"v3\": an endpoint speaks nothing else");
   }
@@ -47,7 +47,7 @@ void requestFromJson(const std::string& text, CT7QPackageV3& request) {
   if (messages.size() != 1) {
     document.refuse("messages", std::to_string(messages.size()) + " messages; one can be sent");
   }
-  tools::fromJson(messages[0], "messages[0]", request);
+  common::fromJson(messages[0], "messages[0]", request);
 }
 
 void requestFromParts(const std::vector<RequestPart>& parts, const Tables& tables,
@@ -60,7 +60,7 @@ void requestFromParts(const std::vector<RequestPart>& parts, const Tables& table
     } catch (const BadJson& e) {
       throw Failure(kUsage, place + e.what());
     } catch (const CQOV_Exception& e) {
-      throw Failure(kUsage, place + tools::reasonOf(e));
+      throw Failure(kUsage, place + common::reasonOf(e));
     }
   }
 }

@@ -5,14 +5,14 @@
 #include <utility>
 #include <vector>
 
-#include "tools/common/controls.h"
-#include "tools/common/octets.h"
+#include "modules/common/controls.h"
+#include "modules/common/octets.h"
 
 namespace qov::ctl {
 namespace {
 
 std::string printable(std::string_view text) {
-  return tools::isUtf8(text) ? tools::withoutControls(text) : "0x" + tools::hexText(text);
+  return common::isUtf8(text) ? common::withoutControls(text) : "0x" + common::hexText(text);
 }
 
 /// Characters of UTF-8 text.
@@ -62,7 +62,7 @@ std::string valueText(const CTLVCell& cell) {
   switch (cell.type()) {
     case CTLVCell::TLV_INVALID:
     case CTLVCell::TLV_OCTET:
-      return tools::hexText({reinterpret_cast<const char*>(cell.value()), cell.length()});
+      return common::hexText({reinterpret_cast<const char*>(cell.value()), cell.length()});
     case CTLVCell::TLV_STRING:
     case CTLVCell::TLV_ARRAY:
     case CTLVCell::TLV_JSON:

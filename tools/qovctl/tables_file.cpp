@@ -7,18 +7,18 @@
 #include <system_error>
 #include <utility>
 
-#include "tools/common/cell_json.h"
+#include "modules/common/cell_json.h"
+#include "modules/common/json_object.h"
 #include "tools/common/input.h"
-#include "tools/common/json_object.h"
 #include "tools/qovctl/environment.h"
 #include "tools/qovctl/failure.h"
 
 namespace qov::ctl {
 namespace {
 
-using tools::BadJson;
-using tools::elementPlace;
-using tools::JsonObject;
+using common::BadJson;
+using common::elementPlace;
+using common::JsonObject;
 
 /// So that a name is no number, and commas, colons and slashes end it on the command line.
 bool isName(std::string_view text) {
@@ -60,7 +60,7 @@ void addColumn(const Json::Value& json, const std::string& place, Table& table) 
   if (const Column* other = columnOf(&table, name)) {
     object.refuse("name", "the column with tag " + std::to_string(other->tag) + " has this name");
   }
-  const auto type = tools::typeFromName(object.text("type"), object.place("type"));
+  const auto type = common::typeFromName(object.text("type"), object.place("type"));
   table.columns.push_back({tag, name, type});
 }
 
@@ -85,7 +85,7 @@ void addTable(const Json::Value& json, const std::string& place, std::vector<Tab
 
 std::vector<Table> tablesOfText(const std::string& text) {
   std::vector<Table> tables;
-  const Json::Value json = tools::parseJson(text);
+  const Json::Value json = common::parseJson(text);
   readList(JsonObject(json, "", {"tables"}), "tables",
            [&](const Json::Value& table, const std::string& at) { addTable(table, at, tables); });
   return tables;
@@ -120,7 +120,7 @@ Tables readTablesFile(const std::string& file) {
   }
   try {
     return Tables(tablesOfText(text));
-  } catch (const tools::NotJson& wrong) {
+  } catch (const common::NotJson& wrong) {
     throw Failure(kBadData, file + ":" + std::to_string(wrong.line()) + ": " + wrong.what());
   } catch (const BadJson& wrong) {
     throw Failure(kBadData, file + ": " + wrong.what());

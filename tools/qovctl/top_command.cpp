@@ -5,7 +5,7 @@
 #include <thread>
 #include <utility>
 
-#include "tools/common/json_object.h"
+#include "modules/common/json_object.h"
 #include "tools/qovctl/failure.h"
 #include "tools/qovctl/streams.h"
 #include "tools/qovctl/terminal.h"
@@ -125,7 +125,7 @@ void printOnce(const AgentTarget& target, double interval, bool json) {
   std::this_thread::sleep_for(durationOf(interval));
   const Json::Value document = documentOf(target, before);
   if (json) {
-    print(tools::jsonText(document));
+    print(common::jsonText(document));
     return;
   }
   for (const ScreenLine& line : topScreen(document, TopOrder::kId, kWholeScreen)) {

@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "tools/common/json_object.h"
+#include "modules/common/json_object.h"
 #include "tools/qovctl/agent_parts.h"
 
 namespace qov::ctl {
@@ -17,7 +17,7 @@ double handledBy(const Json::Value& module) {
 /// By the modules' ids.
 std::map<std::string, double> handledIn(const Json::Value& status) {
   std::map<std::string, double> handled;
-  for (const Json::Value& module : tools::arrayAt(member(status, "modules"), "modules")) {
+  for (const Json::Value& module : common::arrayAt(member(status, "modules"), "modules")) {
     handled[text(module, "id")] = handledBy(module);
   }
   return handled;

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "tools/common/json_object.h"
+#include "modules/common/json_object.h"
 #include "tools/qovctl/agent_parts.h"
 #include "tools/qovctl/agent_text.h"
 #include "tools/qovctl/top_table.h"
@@ -42,7 +42,7 @@ double figureOf(const Json::Value& module, TopOrder order) {
 /// Those with the highest figures first, in the member array `key`.
 template <class Figure>
 void sort(Json::Value& object, const char* key, const Figure& figure) {
-  const Json::Value& array = tools::arrayAt(object[key], key);
+  const Json::Value& array = common::arrayAt(object[key], key);
   std::vector<Json::Value> all(array.begin(), array.end());
   std::stable_sort(all.begin(), all.end(), [&](const Json::Value& a, const Json::Value& b) {
     return figure(a) > figure(b);
@@ -117,7 +117,7 @@ std::vector<std::vector<Row>> tablesOf(const Json::Value& document, TopOrder ord
 
 /// Of all modules together.
 std::string sumsOf(const Json::Value& status) {
-  const Json::Value& modules = tools::arrayAt(member(status, "modules"), "modules");
+  const Json::Value& modules = common::arrayAt(member(status, "modules"), "modules");
   const auto sum = [&](const auto& figure) {
     double all = 0;
     for (const Json::Value& module : modules) {

@@ -5,8 +5,8 @@
 #include <limits>
 #include <string_view>
 
-#include "tools/common/controls.h"
-#include "tools/common/json_object.h"
+#include "modules/common/controls.h"
+#include "modules/common/json_object.h"
 #include "tools/qovctl/numbers.h"
 
 namespace qov::ctl {
@@ -24,10 +24,10 @@ constexpr std::array<std::string_view, 10> kFields{"time", "thread", "step", "mo
                                                    "type", "from",   "to",   "serial", "operation"};
 
 TraceStep::Kind kindOf(const Json::Value& json, const std::string& place) {
-  const std::string name = tools::textAt(json, place);
+  const std::string name = common::textAt(json, place);
   const auto* const found = std::find(kKinds.begin(), kKinds.end(), name);
   if (found == kKinds.end()) {
-    throw tools::BadJson(place, "no step of a message");
+    throw common::BadJson(place, "no step of a message");
   }
   return static_cast<TraceStep::Kind>(found - kKinds.begin());
 }
@@ -36,20 +36,20 @@ TraceStep::Kind kindOf(const Json::Value& json, const std::string& place) {
 class Values {
  public:
   Values(const Json::Value& json, std::string place)
-      : json_(tools::arrayAt(json, place)), place_(std::move(place)) {
+      : json_(common::arrayAt(json, place)), place_(std::move(place)) {
     if (json_.size() < kFields.size()) {
-      throw tools::BadJson(place_, "too few values");
+      throw common::BadJson(place_, "too few values");
     }
   }
 
   const Json::Value& next() { return json_[index_++]; }
-  std::int64_t time() { return tools::signedAt(next(), place_, 0, kHighest); }
+  std::int64_t time() { return common::signedAt(next(), place_, 0, kHighest); }
   TraceStep::Kind kind() { return kindOf(next(), place_); }
   std::string reason() {
     const Json::Value& value = next();
-    return value.isNull() ? "" : tools::withoutControls(tools::textAt(value, place_));
+    return value.isNull() ? "" : common::withoutControls(common::textAt(value, place_));
   }
-  std::uint64_t number(std::uint64_t max) { return tools::unsignedAt(next(), place_, max); }
+  std::uint64_t number(std::uint64_t max) { return common::unsignedAt(next(), place_, max); }
   unsigned int byte() { return static_cast<unsigned int>(number(kHighestModule)); }
 
  private:
@@ -76,10 +76,10 @@ TraceStep stepOf(const Json::Value& json, const std::string& place) {
 }
 
 void checkFields(const Json::Value& fields) {
-  const Json::Value& names = tools::arrayAt(fields, "fields");
+  const Json::Value& names = common::arrayAt(fields, "fields");
   for (std::size_t i = 0; i < kFields.size(); ++i) {
     if (names[static_cast<Json::ArrayIndex>(i)] != std::string(kFields[i])) {
-      throw tools::BadJson("fields", "those of an agent of another version");
+      throw common::BadJson("fields", "those of an agent of another version");
     }
   }
 }
@@ -87,22 +87,22 @@ void checkFields(const Json::Value& fields) {
 }  // namespace
 
 TraceLog::TraceLog(const Json::Value& start)
-    : process_(tools::withoutControls(tools::textAt(start["process"], "process"))),
-      pid_(tools::signedAt(start["pid"], "pid", 0, kHighest)) {
-  for (const Json::Value& module : tools::arrayAt(start["modules"], "modules")) {
+    : process_(common::withoutControls(common::textAt(start["process"], "process"))),
+      pid_(common::signedAt(start["pid"], "pid", 0, kHighest)) {
+  for (const Json::Value& module : common::arrayAt(start["modules"], "modules")) {
     const auto id =
-        static_cast<unsigned int>(tools::unsignedAt(module["id"], "id", kHighestModule));
-    modules_[id] = tools::withoutControls(tools::textAt(module["name"], "name"));
+        static_cast<unsigned int>(common::unsignedAt(module["id"], "id", kHighestModule));
+    modules_[id] = common::withoutControls(common::textAt(module["name"], "name"));
   }
 }
 
 void TraceLog::add(const Json::Value& part) {
   checkFields(part["fields"]);
   const std::uint64_t lost =
-      tools::unsignedAt(part["lost"], "lost", std::numeric_limits<std::uint64_t>::max());
+      common::unsignedAt(part["lost"], "lost", std::numeric_limits<std::uint64_t>::max());
   lost_ += lost;
   gap_ = gap_ || lost > 0;
-  addSteps(tools::arrayAt(part["steps"], "steps"));
+  addSteps(common::arrayAt(part["steps"], "steps"));
   // What never gets on is no agent.
   more_ = part["more"] == true && !part["steps"].empty();
   const Json::Value& threads = part["threads"];
@@ -111,14 +111,14 @@ void TraceLog::add(const Json::Value& part) {
     const auto number = numberOf(id, static_cast<std::uint64_t>(kHighest));
     if (number) {
       threads_.emplace(static_cast<std::int64_t>(*number),
-                       tools::withoutControls(tools::textAt(threads[id], "threads")));
+                       common::withoutControls(common::textAt(threads[id], "threads")));
     }
   }
 }
 
 void TraceLog::addSteps(const Json::Value& steps) {
   for (Json::ArrayIndex i = 0; i < steps.size(); ++i) {
-    TraceStep step = stepOf(steps[i], tools::elementPlace("steps", i));
+    TraceStep step = stepOf(steps[i], common::elementPlace("steps", i));
     if (sections_.empty() || gap_) {
       sections_.push_back({step.time, step.time});
       gap_ = false;

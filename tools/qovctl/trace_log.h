@@ -40,7 +40,7 @@ struct TraceStep {
 /// What an agent has told of its messages' steps.
 ///
 /// Thread: one.
-/// Errors: tools::BadJson for what is no answer of an agent.
+/// Errors: common::BadJson for what is no answer of an agent.
 class TraceLog {
  public:
   /// A span of time in which no step was lost: steps were lost between one and the next.

@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tools/common/json_object.h"
+#include "modules/common/json_object.h"
 #include "tools/qovctl/agent_parts.h"
 
 namespace qov::ctl {
@@ -14,7 +14,7 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 
 TEST(AgentText, HasTheLinksOfTheAgent) {
-  const Json::Value status = tools::parseJson(R"({"modules": [], "links": [
+  const Json::Value status = common::parseJson(R"({"modules": [], "links": [
       {"endpoint": "mmt:19001", "connected": false, "since": 4.25, "connections": 2,
        "lastError": "Connection refused"},
       {"endpoint": "mmt:19002", "connected": true, "since": 61, "connections": 1,
@@ -27,35 +27,35 @@ mmt:19002  connected      1m 01s  1            -
 }
 
 TEST(AgentText, HasWhyMessagesWereDropped) {
-  const Json::Value status = tools::parseJson(
+  const Json::Value status = common::parseJson(
       R"({"modules": [{"id": 1, "dropped": {"noRoom": 2, "stopped": 0, "invalid": 1}}]})");
   EXPECT_THAT(statusText(status), HasSubstr("invalid 1, noRoom 2\n"));
 }
 
 TEST(AgentText, HasHowManyMessagesWereRefused) {
-  const Json::Value status = tools::parseJson(
+  const Json::Value status = common::parseJson(
       R"({"modules": [{"timedOut": 1, "refused": 34, "dropped": {"stopped": 5}}]})");
   EXPECT_THAT(statusText(status), HasSubstr("timed out  refused  dropped\n"));
   EXPECT_THAT(statusText(status), HasSubstr("1          34       stopped 5\n"));
 }
 
 TEST(AgentText, HasTheConfigurationThatIsInForceAndWhatCameAfter) {
-  EXPECT_THAT(statusText(tools::parseJson(R"({"modules": [], "configuration": {"file": "/a.cfg",
+  EXPECT_THAT(statusText(common::parseJson(R"({"modules": [], "configuration": {"file": "/a.cfg",
       "inForce": "1", "modified": "1", "changedSinceStart": false}})")),
               HasSubstr("configuration  /a.cfg of 1\n"));
-  EXPECT_THAT(statusText(tools::parseJson(R"({"modules": [], "configuration": {"file": "/a.cfg",
+  EXPECT_THAT(statusText(common::parseJson(R"({"modules": [], "configuration": {"file": "/a.cfg",
       "inForce": "1", "modified": "2", "changedSinceStart": true}})")),
               HasSubstr("configuration  /a.cfg of 1; changed since the start, at 2\n"));
 }
 
 TEST(AgentText, OfMetricsHasLinesAndNoOtherControlCharacter) {
   const Json::Value answer =
-      tools::parseJson(R"({"metrics": "# HELP a \u001b[2J\u007f\nb 1\r\n# EOF\n"})");
+      common::parseJson(R"({"metrics": "# HELP a \u001b[2J\u007f\nb 1\r\n# EOF\n"})");
   EXPECT_EQ(metricsText(answer), "# HELP a \\x1b[2J\\x7f\nb 1\\x0d\n# EOF\n");
 }
 
 TEST(AgentText, HasWhoWaitsForWhom) {
-  const Json::Value pending = tools::parseJson(R"({
+  const Json::Value pending = common::parseJson(R"({
       "modules": [{"id": 20, "name": "inventory"}, {"id": 21, "name": "collector"}],
       "requests": [{"module": 20, "thread": {"id": 5, "name": "m20-worker-1"},
                     "receiver": {"process": 7, "module": 21}, "operation": 9, "serial": 1,
@@ -85,7 +85,7 @@ modules wait for each other: 20 inventory -> 21 collector -> 20 inventory
 }
 
 TEST(AgentText, HasHowManyMoreWait) {
-  EXPECT_EQ(pendingText(tools::parseJson(R"({
+  EXPECT_EQ(pendingText(common::parseJson(R"({
       "modules": [{"id": 20, "name": "inventory"}],
       "requests": [{"module": 20, "thread": null, "receiver": {"process": 7, "module": 21},
                     "operation": 9, "serial": 1, "waiting": 4.25, "timeout": 30,
@@ -103,13 +103,13 @@ and 3 more of 20 inventory
 }
 
 TEST(AgentText, SaysThatNobodyWaits) {
-  EXPECT_EQ(pendingText(tools::parseJson(
+  EXPECT_EQ(pendingText(common::parseJson(
                 R"({"modules": [], "requests": [], "handlers": [], "circles": []})")),
             "no request waits\n\nno handler runs\n");
 }
 
 TEST(AgentText, HasHowLongHandlersTake) {
-  EXPECT_EQ(slowText(tools::parseJson(R"({
+  EXPECT_EQ(slowText(common::parseJson(R"({
       "modules": [{"id": 20, "name": "inventory"}],
       "handlers": [{"module": 20, "operation": 7, "continuation": false, "count": 1200,
                     "mean": 0.0042, "median": 0.004, "percentile99": 0.2, "longest": 4.25},
@@ -124,26 +124,26 @@ TEST(AgentText, HasHowLongHandlersTake) {
 7 later  20 inventory  3      10us   10us         10us        10us
 others   21            9      500ns  500ns        1us         1us
 )");
-  EXPECT_EQ(slowText(tools::parseJson(R"({"modules": [], "handlers": []})")),
+  EXPECT_EQ(slowText(common::parseJson(R"({"modules": [], "handlers": []})")),
             "no handler has run\n");
 }
 
 TEST(AgentText, LeavesOutWhatTheAgentDoesNotTell) {
-  EXPECT_THAT(statusText(tools::parseJson(R"({"modules": [{}]})")),
+  EXPECT_THAT(statusText(common::parseJson(R"({"modules": [{}]})")),
               HasSubstr("version        -\n"));
-  EXPECT_THAT(statusText(tools::parseJson(R"({"modules": []})")), Not(HasSubstr("link")));
+  EXPECT_THAT(statusText(common::parseJson(R"({"modules": []})")), Not(HasSubstr("link")));
 }
 
 TEST(AgentText, ShowsControlCharactersInHexadecimal) {
   const Json::Value list =
-      tools::parseJson(R"({"modules": [{"id": 1, "name": "a\u001b[2J", "state": "idle"}]})");
+      common::parseJson(R"({"modules": [{"id": 1, "name": "a\u001b[2J", "state": "idle"}]})");
   EXPECT_THAT(modulesText(list), HasSubstr(R"(a\x1b[2J)"));
 }
 
 TEST(AgentText, RefusesWhatIsOfAnotherType) {
-  EXPECT_THROW(modulesText(tools::parseJson("{}")), tools::BadJson);
-  EXPECT_THROW(modulesText(tools::parseJson(R"({"modules": 7})")), tools::BadJson);
-  EXPECT_THROW(modulesText(tools::parseJson(R"({"modules": [7]})")), tools::BadJson);
+  EXPECT_THROW(modulesText(common::parseJson("{}")), common::BadJson);
+  EXPECT_THROW(modulesText(common::parseJson(R"({"modules": 7})")), common::BadJson);
+  EXPECT_THROW(modulesText(common::parseJson(R"({"modules": [7]})")), common::BadJson);
 }
 
 TEST(AgentText, HasSpansInTwoUnits) {

@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tools/common/json_object.h"
+#include "modules/common/json_object.h"
 #include "tools/qovctl/top_document.h"
 #include "tools/qovctl/top_table.h"
 
@@ -20,12 +20,12 @@ using ::testing::SizeIs;
 constexpr ScreenSize kLarge{1000, 1000};
 
 Json::Value moduleOf(int id, const char* more = "{}") {
-  Json::Value module = tools::parseJson(R"({"name": "inventory", "state": "idle",
+  Json::Value module = common::parseJson(R"({"name": "inventory", "state": "idle",
       "queue": {"blocks": 0, "highestBlocks": 7}, "workers": 4, "busy": 1,
       "handled": {"count": 100}, "timedOut": 2, "dropped": {"noRoom": 0},
       "pending": {"count": 0, "oldest": 0}})");
   module["id"] = id;
-  const Json::Value changes = tools::parseJson(more);
+  const Json::Value changes = common::parseJson(more);
   for (const std::string& key : changes.getMemberNames()) {
     module[key] = changes[key];
   }
@@ -33,7 +33,7 @@ Json::Value moduleOf(int id, const char* more = "{}") {
 }
 
 Json::Value statusOf(const std::vector<Json::Value>& modules) {
-  Json::Value status = tools::parseJson(R"({"process": "devagent", "pid": 4711, "version": "1.0.0",
+  Json::Value status = common::parseJson(R"({"process": "devagent", "pid": 4711, "version": "1.0.0",
       "uptime": 61, "log": {"level": 2}, "modules": [], "links": []})");
   for (const Json::Value& module : modules) {
     status["modules"].append(module);
@@ -42,11 +42,11 @@ Json::Value statusOf(const std::vector<Json::Value>& modules) {
 }
 
 Json::Value nothingPends() {
-  return tools::parseJson(R"({"modules": [], "requests": [], "handlers": [], "circles": []})");
+  return common::parseJson(R"({"modules": [], "requests": [], "handlers": [], "circles": []})");
 }
 
 Json::Value nothingIsSlow() {
-  return tools::parseJson(R"({"modules": [], "handlers": []})");
+  return common::parseJson(R"({"modules": [], "handlers": []})");
 }
 
 Json::Value documentOf(const std::vector<Json::Value>& modules) {
@@ -60,11 +60,11 @@ Json::Value busyDocument(int modules = 2) {
     all.push_back(moduleOf(id));
   }
   Json::Value status = statusOf(all);
-  status["configuration"] = tools::parseJson(R"({"file": "/a.cfg", "changedSinceStart": true})");
+  status["configuration"] = common::parseJson(R"({"file": "/a.cfg", "changedSinceStart": true})");
   status["links"] =
-      tools::parseJson(R"([{"endpoint": "mmt:19001", "connected": false, "since": 4.25,
+      common::parseJson(R"([{"endpoint": "mmt:19001", "connected": false, "since": 4.25,
       "connections": 2, "lastError": "Connection refused"}])");
-  const Json::Value pending = tools::parseJson(R"({
+  const Json::Value pending = common::parseJson(R"({
       "modules": [{"id": 1, "name": "inventory"}, {"id": 2, "name": "collector"}],
       "requests": [{"module": 1, "thread": {"name": "m1-worker-1"}, "receiver": {"module": 2},
                     "operation": 9, "waiting": 4.25, "timeout": 30,
@@ -75,7 +75,7 @@ Json::Value busyDocument(int modules = 2) {
                     "sender": {"module": 1}, "continuation": false, "running": 4.25,
                     "waitsFor": null}],
       "circles": [[1, 2, 1]]})");
-  const Json::Value slow = tools::parseJson(R"({"modules": [{"id": 1, "name": "inventory"}],
+  const Json::Value slow = common::parseJson(R"({"modules": [{"id": 1, "name": "inventory"}],
       "handlers": [{"module": 1, "operation": 7, "continuation": false, "count": 1200,
                     "mean": 0.0042, "median": 0.004, "percentile99": 0.2, "longest": 4.25}]})");
   return topDocument(status, pending, slow, {});
@@ -133,8 +133,8 @@ TEST(TopDocument, HasTheThreeAnswers) {
 }
 
 TEST(TopDocument, RefusesWhatIsOfAnotherType) {
-  EXPECT_THROW(topDocument(tools::parseJson("{}"), {}, {}, {}), tools::BadJson);
-  EXPECT_THROW(topDocument(tools::parseJson(R"({"modules": [7]})"), {}, {}, {}), tools::BadJson);
+  EXPECT_THROW(topDocument(common::parseJson("{}"), {}, {}, {}), common::BadJson);
+  EXPECT_THROW(topDocument(common::parseJson(R"({"modules": [7]})"), {}, {}, {}), common::BadJson);
 }
 
 TEST(TopScreen, HasAllTablesWhereThereIsRoom) {
@@ -198,8 +198,8 @@ mmt:19001  not connected  4.2s     2            Connection refused
 
 TEST(TopScreen, TellsWhatTheAgentHasLeftOut) {
   Json::Value document = busyDocument();
-  document["pending"]["moreRequests"] = tools::parseJson(R"([{"module": 1, "count": 12}])");
-  document["pending"]["moreHandlers"] = tools::parseJson(R"([{"module": 3, "count": 4}])");
+  document["pending"]["moreRequests"] = common::parseJson(R"([{"module": 1, "count": 12}])");
+  document["pending"]["moreHandlers"] = common::parseJson(R"([{"module": 3, "count": 4}])");
   EXPECT_THAT(shown(document), HasSubstr(R"(
 left out by the agent
 requests: and 12 more of 1 inventory
@@ -323,16 +323,16 @@ TEST(TopScreen, BreaksALongNotice) {
 
 TEST(TopScreen, LeavesOutWhatTheAgentDoesNotTell) {
   const std::string text = shown(
-      topDocument(tools::parseJson(R"({"modules": [{}]})"), nothingPends(), nothingIsSlow(), {}));
+      topDocument(common::parseJson(R"({"modules": [{}]})"), nothingPends(), nothingIsSlow(), {}));
   EXPECT_THAT(text, HasSubstr("-  pid -  version -"));
   EXPECT_THAT(text, Not(HasSubstr("link")));
 }
 
 TEST(TopScreen, RefusesWhatIsOfAnotherType) {
-  EXPECT_THROW(shown(tools::parseJson("{}")), tools::BadJson);
+  EXPECT_THROW(shown(common::parseJson("{}")), common::BadJson);
   Json::Value document = busyDocument();
   document["pending"]["requests"] = 7;
-  EXPECT_THROW(shown(document), tools::BadJson);
+  EXPECT_THROW(shown(document), common::BadJson);
 }
 
 TEST(TopTable, EachTableHasARowBeforeOneHasMore) {

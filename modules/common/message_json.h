@@ -1,16 +1,17 @@
-#ifndef QOV_TOOLS_COMMON_MESSAGE_JSON_H
-#define QOV_TOOLS_COMMON_MESSAGE_JSON_H
+#ifndef QOV_MODULES_COMMON_MESSAGE_JSON_H
+#define QOV_MODULES_COMMON_MESSAGE_JSON_H
 
 #include <json/value.h>
 #include <qovpub/qov_message_package.h>
 #include <qovpub/qov_om_message_package.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
-#include "tools/common/cell_json.h"
+#include "modules/common/cell_json.h"
 
-namespace qov::tools {
+namespace qov::common {
 
 // Records and messages as JSON.
 //
@@ -32,6 +33,12 @@ Json::Value toJson(const CT7QPackageV3& message);
 Json::Value toJson(const CQOV_MsgPackage& message);
 Json::Value toJson(const CQOV_OM_MsgPackage& message);
 
+/// @{
+/// Bytes of the records on the wire.
+std::uint32_t bodyLength(const CT7QPackageV3& message);
+std::uint32_t bodyLength(const CQOV_MsgPackage& message);
+/// @}
+
 /// A record of the JSON at `place`.
 std::unique_ptr<CTLVRecordV3> recordFromJson(const Json::Value& json, const std::string& place);
 
@@ -40,6 +47,6 @@ void fromJson(const Json::Value& json, const std::string& place, CT7QPackageV3& 
 void fromJson(const Json::Value& json, const std::string& place, CQOV_MsgPackage& message);
 void fromJson(const Json::Value& json, const std::string& place, CQOV_OM_MsgPackage& message);
 
-}  // namespace qov::tools
+}  // namespace qov::common
 
 #endif

@@ -1,10 +1,10 @@
-#include "tools/common/controls.h"
+#include "modules/common/controls.h"
 
 #include <algorithm>
 
-#include "tools/common/octets.h"
+#include "modules/common/octets.h"
 
-namespace qov::tools {
+namespace qov::common {
 namespace {
 
 unsigned char byteAt(std::string_view text, std::size_t at) {
@@ -49,4 +49,16 @@ std::string withoutControls(std::string_view text) {
   return shown;
 }
 
-}  // namespace qov::tools
+std::string shortened(std::string_view text) {
+  constexpr std::size_t kShown = 60;
+  if (text.size() <= kShown) {
+    return std::string(text);
+  }
+  std::size_t end = kShown;
+  while (end > 0 && (byteAt(text, end) & 0xC0U) == 0x80) {
+    --end;
+  }
+  return std::string(text.substr(0, end)) + "...";
+}
+
+}  // namespace qov::common

@@ -1,9 +1,9 @@
-#include "tools/common/octets.h"
+#include "modules/common/octets.h"
 
 #include <cstddef>
 #include <cstdint>
 
-namespace qov::tools {
+namespace qov::common {
 namespace {
 
 struct Lead {
@@ -102,4 +102,4 @@ bool isUtf8(std::string_view bytes) {
   return true;
 }
 
-}  // namespace qov::tools
+}  // namespace qov::common

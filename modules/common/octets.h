@@ -1,11 +1,11 @@
-#ifndef QOV_TOOLS_COMMON_OCTETS_H
-#define QOV_TOOLS_COMMON_OCTETS_H
+#ifndef QOV_MODULES_COMMON_OCTETS_H
+#define QOV_MODULES_COMMON_OCTETS_H
 
 #include <optional>
 #include <string>
 #include <string_view>
 
-namespace qov::tools {
+namespace qov::common {
 
 /// The bytes in lower-case hexadecimal digits, two each.
 std::string hexText(std::string_view bytes);
@@ -19,6 +19,6 @@ std::optional<std::string> bytesOfHex(std::string_view text);
 /// Whether the bytes are UTF-8: no surrogates, no longer form than needed, nothing above 0x10FFFF.
 bool isUtf8(std::string_view bytes);
 
-}  // namespace qov::tools
+}  // namespace qov::common
 
 #endif

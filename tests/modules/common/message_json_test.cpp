@@ -1,4 +1,4 @@
-#include "tools/common/message_json.h"
+#include "modules/common/message_json.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "modules/common/json_object.h"
 #include "tests/msg/bytes.h"
-#include "tools/common/json_object.h"
 
 using namespace std::string_literals;
 using ::testing::AllOf;
@@ -19,7 +19,7 @@ using ::testing::Lt;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
 
-namespace qov::tools {
+namespace qov::common {
 namespace {
 
 using tests::Bytes;
@@ -543,4 +543,4 @@ TEST(StrictJson, RefusesNestingThatWouldExhaustTheStack) {
 }
 
 }  // namespace
-}  // namespace qov::tools
+}  // namespace qov::common

@@ -1,4 +1,4 @@
-#include "tools/common/json_object.h"
+#include "modules/common/json_object.h"
 
 #include <json/writer.h>
 
@@ -9,10 +9,10 @@
 #include <utility>
 #include <vector>
 
-#include "tools/common/controls.h"
-#include "tools/common/octets.h"
+#include "modules/common/controls.h"
+#include "modules/common/octets.h"
 
-namespace qov::tools {
+namespace qov::common {
 namespace {
 
 [[noreturn]] void refuseRange(const Json::Value& json, const std::string& place,
@@ -148,6 +148,13 @@ std::string jsonText(const Json::Value& json) {
   return withEscapedControls(Json::writeString(builder, json)) + "\n";
 }
 
+std::string jsonLine(const Json::Value& json) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["emitUTF8"] = true;
+  return withEscapedControls(Json::writeString(builder, json));
+}
+
 Json::Value jsonNumber(std::uint64_t number) {
   return number <= static_cast<std::uint64_t>(Json::Value::maxInt64)
              ? Json::Value(static_cast<Json::Int64>(number))
@@ -205,7 +212,7 @@ JsonObject::JsonObject(const Json::Value& json, std::string place,
   }
   for (const std::string& key : json.getMemberNames()) {
     if (std::find(keys.begin(), keys.end(), key) == keys.end()) {
-      throw BadJson(memberPlace(place_, key), "unknown key");
+      throw BadJson(memberPlace(place_, shortened(key)), "unknown key");
     }
   }
 }
@@ -217,4 +224,4 @@ const Json::Value& JsonObject::get(const char* key) const {
   return json_[key];
 }
 
-}  // namespace qov::tools
+}  // namespace qov::common

@@ -1,5 +1,5 @@
-#ifndef QOV_TOOLS_COMMON_CELL_JSON_H
-#define QOV_TOOLS_COMMON_CELL_JSON_H
+#ifndef QOV_MODULES_COMMON_CELL_JSON_H
+#define QOV_MODULES_COMMON_CELL_JSON_H
 
 #include <json/value.h>
 #include <qovpub/qov_exception.h>
@@ -7,7 +7,7 @@
 
 #include <string>
 
-namespace qov::tools {
+namespace qov::common {
 
 // A cell as JSON: {"tag":n,"type":T,"length":n,"value":v}, where T is the type's name in dumps.
 //
@@ -42,6 +42,6 @@ std::string reasonOf(const CQOV_Exception& refusal);
 /// The type of that name; throws BadJson for another text.
 CTLVCell::ETLVType typeFromName(const std::string& name, const std::string& place);
 
-}  // namespace qov::tools
+}  // namespace qov::common
 
 #endif

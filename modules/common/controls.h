@@ -1,11 +1,11 @@
-#ifndef QOV_TOOLS_COMMON_CONTROLS_H
-#define QOV_TOOLS_COMMON_CONTROLS_H
+#ifndef QOV_MODULES_COMMON_CONTROLS_H
+#define QOV_MODULES_COMMON_CONTROLS_H
 
 #include <cstddef>
 #include <string>
 #include <string_view>
 
-namespace qov::tools {
+namespace qov::common {
 
 // Texts from outside may hold control characters. With C0, DEL and C1 they could steer a terminal;
 // with those that set the direction of writing (U+061C, U+200E, U+200F, U+202A to U+202E, U+2066 to
@@ -24,6 +24,9 @@ Control controlAt(std::string_view text, std::size_t at);
 /// beyond ASCII as well.
 std::string withoutControls(std::string_view text);
 
-}  // namespace qov::tools
+/// The start of a text that may be long, for a complaint; whole characters.
+std::string shortened(std::string_view text);
+
+}  // namespace qov::common
 
 #endif

@@ -1,10 +1,10 @@
-#include "tools/common/message_json.h"
+#include "modules/common/message_json.h"
 
 #include <qovpub/qov_exception.h>
 
-#include "tools/common/json_object.h"
+#include "modules/common/json_object.h"
 
-namespace qov::tools {
+namespace qov::common {
 namespace {
 
 constexpr std::uint8_t kMaxType = 4;
@@ -86,16 +86,6 @@ void readHead(const JsonObject& json, QOVMsgHead& head) {
   head.opc_ = json.numberOr<std::uint64_t>("opc", head.opc_);
 }
 
-/// Bytes of the records on the wire.
-template <class Package>
-std::uint32_t bodyLength(const Package& message) {
-  unsigned long length = 0;
-  for (unsigned long i = 0; i < message.count(); ++i) {
-    length += MIN_RECORD_SIZE + message[i].length();
-  }
-  return static_cast<std::uint32_t>(length);
-}
-
 template <class Package>
 Json::Value packageJson(const Package& message) {
   Json::Value json(Json::objectValue);
@@ -142,7 +132,24 @@ void readPackage(const Json::Value& json, const std::string& place, Package& mes
   }
 }
 
+template <class Package>
+std::uint32_t lengthOfRecords(const Package& message) {
+  unsigned long length = 0;
+  for (const CTLVRecordV3& record : message) {
+    length += MIN_RECORD_SIZE + record.length();
+  }
+  return static_cast<std::uint32_t>(length);
+}
+
 }  // namespace
+
+std::uint32_t bodyLength(const CT7QPackageV3& message) {
+  return lengthOfRecords(message);
+}
+
+std::uint32_t bodyLength(const CQOV_MsgPackage& message) {
+  return lengthOfRecords(message);
+}
 
 Json::Value toJson(const CTLVRecordV3& record) {
   Json::Value json(Json::objectValue);
@@ -212,4 +219,4 @@ void fromJson(const Json::Value& json, const std::string& place, CQOV_OM_MsgPack
   message.set(inner.release());
 }
 
-}  // namespace qov::tools
+}  // namespace qov::common

@@ -1,4 +1,4 @@
-#include "tools/common/cell_json.h"
+#include "modules/common/cell_json.h"
 
 #include <json/writer.h>
 #include <qovpub/qov_exception.h>
@@ -8,10 +8,11 @@
 #include <limits>
 #include <string_view>
 
-#include "tools/common/json_object.h"
-#include "tools/common/octets.h"
+#include "modules/common/controls.h"
+#include "modules/common/json_object.h"
+#include "modules/common/octets.h"
 
-namespace qov::tools {
+namespace qov::common {
 namespace {
 
 constexpr const char* kOctets = "octets";
@@ -235,7 +236,7 @@ CTLVCell::ETLVType typeFromName(const std::string& name, const std::string& plac
       return static_cast<CTLVCell::ETLVType>(type);
     }
   }
-  throw BadJson(place, "\"" + name + "\" is no type");
+  throw BadJson(place, "\"" + shortened(name) + "\" is no type");
 }
 
 CTLVCell cellFromJson(const Json::Value& json, const std::string& place) {
@@ -245,4 +246,4 @@ CTLVCell cellFromJson(const Json::Value& json, const std::string& place) {
   return cellOfDescription({type, tag, object.get("value"), object.place("value"), object});
 }
 
-}  // namespace qov::tools
+}  // namespace qov::common

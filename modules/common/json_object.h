@@ -1,5 +1,5 @@
-#ifndef QOV_TOOLS_COMMON_JSON_OBJECT_H
-#define QOV_TOOLS_COMMON_JSON_OBJECT_H
+#ifndef QOV_MODULES_COMMON_JSON_OBJECT_H
+#define QOV_MODULES_COMMON_JSON_OBJECT_H
 
 #include <json/value.h>
 
@@ -12,7 +12,7 @@
 #include <string_view>
 #include <type_traits>
 
-namespace qov::tools {
+namespace qov::common {
 
 /// JSON that is not what it should be. what() begins with the place, unless that is the whole text:
 /// "records[1].cells[0].value: 300 does not fit in 1 byte".
@@ -45,6 +45,9 @@ Json::Value parseJson(std::string_view text, std::size_t maxDepth = kMaxJsonDept
 
 /// The text of `json`, in indented lines, with a newline at the end.
 std::string jsonText(const Json::Value& json);
+
+/// The same in one line, with neither blanks nor an end.
+std::string jsonLine(const Json::Value& json);
 
 /// The number in the form that parseJson() gives it: JsonCpp takes numbers of two forms for
 /// unequal.
@@ -108,6 +111,6 @@ class JsonObject {
   const std::string place_;
 };
 
-}  // namespace qov::tools
+}  // namespace qov::common
 
 #endif

@@ -1,0 +1,84 @@
+#ifndef QOV_MODULES_MQTT_CLIENT_H
+#define QOV_MODULES_MQTT_CLIENT_H
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "modules/mqtt/cause.h"
+#include "modules/mqtt/connection.h"
+
+struct mosquitto;
+
+namespace qov::mqtt {
+
+/// libmosquitto's client, MQTT 5, without a thread of its own.
+///
+/// What it was given to publish it keeps until the broker has acknowledged it, and publishes it
+/// anew on the next connection.
+///
+/// Thread: one.
+/// Errors: the constructor throws CQOV_Exception.
+class Client {
+ public:
+  /// Is told what has happened by serve(). What the broker calls a reason is 128 or more where it
+  /// refuses.
+  class Listener {
+   public:
+    virtual ~Listener() = default;
+    /// `hadSession`: the broker knew this client from before.
+    virtual void onAnswer(int reason, bool hadSession) = 0;
+    virtual void onPublished(int id, int reason) = 0;
+    virtual void onSubscribed(int id, int reason) = 0;
+    virtual void onReceived(Incoming&& message) = 0;
+    /// The broker ends the connection for that reason.
+    virtual void onEnd(int reason) = 0;
+  };
+
+  Client(const Settings& settings, const std::string& clientId, Listener& listener);
+  ~Client();
+
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+
+  /// Begins to connect, with `will` as the last will on `topic`, retained. The answer comes to the
+  /// listener. Waits for the name server, and for nothing else.
+  std::optional<Cause> connect(const std::string& topic, const std::string& will);
+
+  /// -1 while there is no connection.
+  int socket() const;
+  bool wantsToWrite() const;
+  /// Reads and writes what can be, and keeps the connection alive: to be called at least once a
+  /// second. The cause if the connection has broken.
+  std::optional<Cause> serve(bool canRead, bool canWrite);
+  /// Closes the connection. With `orderly` the broker forgets the last will.
+  void disconnect(bool orderly);
+
+  /// Sets `id`, which onPublished() gets. Returns 0, or the reason for which the broker would
+  /// refuse it: it is not taken over then.
+  int publish(const Outgoing& message, bool retain, int& id);
+  /// Sets `id`, which onSubscribed() gets. A connection that breaks makes it fail.
+  void subscribe(const std::string& filter, int& id);
+
+ private:
+  struct Callbacks;
+
+  void configureTls(const Settings& settings);
+  std::optional<Cause> setPassword();
+  std::optional<Cause> causeOf(int result) const;
+
+  // Constant after construction.
+  const std::string host_;
+  const int port_;
+  const int keepAlive_;
+  const std::string user_;
+  const std::string passwordFile_;
+  Listener& listener_;
+
+  std::unique_ptr<mosquitto, void (*)(mosquitto*)> client_;
+  std::string libraryError_;  ///< of the call that is being made
+};
+
+}  // namespace qov::mqtt
+
+#endif

@@ -1,0 +1,323 @@
+#include "modules/mqtt/event_sender.h"
+
+#include <mqtt_protocol.h>
+#include <pthread.h>
+#include <qovpub/qov_exception.h>
+#include <qovpub/qov_log.h>
+
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "modules/mqtt/log_ids.h"
+
+namespace qov::mqtt {
+namespace {
+
+/// Handed to the connection at a time: enough for it never to run dry.
+constexpr std::size_t kMostInFlight = 256;
+/// Removed from the outbox together. After a crash that many may be sent again.
+constexpr std::size_t kMostTaken = 256;
+/// So many acknowledgements are worth waking up for; fewer wait for kIdle.
+constexpr std::size_t kMostSettled = 64;
+constexpr std::chrono::milliseconds kIdle{200};
+constexpr std::chrono::seconds kRetry{1};
+constexpr std::chrono::seconds kLongestRetry{60};
+constexpr std::chrono::seconds kBetweenDropRecords{60};
+
+/// Whether the broker will never take such a message.
+bool isForGood(int reason) {
+  return reason == MQTT_RC_TOPIC_NAME_INVALID || reason == MQTT_RC_PACKET_TOO_LARGE ||
+         reason == MQTT_RC_PAYLOAD_FORMAT_INVALID;
+}
+
+}  // namespace
+
+EventSender::EventSender(const Settings& settings, const Topics& topics)
+    : kit_(settings.moduleId),
+      topics_(topics),
+      file_(settings.outbox),
+      limits_{settings.outboxRows, settings.outboxBytes},
+      backOff_(kLongestRetry) {
+  try {
+    open();
+  } catch (const DatabaseError& failure) {
+    throw CQOV_Exception("Failed to open the outbox of MQTT: " + file_ + ": " + failure.what());
+  }
+}
+
+EventSender::~EventSender() {
+  stop();
+  // What the connection has brought to the broker at its own end need not be sent again.
+  settle(settled_);
+  if (!taken_.empty()) {
+    commit({});
+  }
+}
+
+void EventSender::open() {
+  inFlight_.clear();
+  taken_.clear();
+  published_ = 0;
+  hasMore_ = true;
+  isRefused_ = false;
+  std::error_code ignored;
+  std::filesystem::create_directories(std::filesystem::path(file_).parent_path(), ignored);
+  try {
+    outbox_ = std::make_unique<Outbox>(file_, limits_);
+  } catch (const DatabaseError& error) {
+    if (!error.isCorrupt()) {
+      throw;
+    }
+    const std::string aside = setOutboxAside(file_);
+    outbox_ = std::make_unique<Outbox>(file_, limits_);
+    QOV_GUARD(guard, kit_);
+    QOV_ERROR(guard, log_id::kOutboxSetAside,
+              "The outbox %s is damaged: %s; it is now %s, and what it held is not sent",
+              file_.c_str(), error.what(), aside.c_str());
+  }
+}
+
+void EventSender::start(Publish publish) {
+  publish_ = std::move(publish);
+  thread_ = std::thread([this] {
+    ::pthread_setname_np(::pthread_self(), ("m" + std::to_string(kit_) + "-outbox").c_str());
+    run();
+  });
+}
+
+void EventSender::stop() {
+  if (!thread_.joinable()) {
+    return;
+  }
+  {
+    const std::lock_guard lock(lock_);
+    stopping_ = true;
+  }
+  changed_.notify_one();
+  thread_.join();
+}
+
+void EventSender::accept(Event&& event, Receipt receipt) {
+  const std::size_t size = event.payload.size();
+  if (size > kMostEventBytes) {
+    QOV_GUARD(guard, kit_);
+    QOV_WARN(
+        guard, log_id::kEventTooLarge,
+        "Failed to take an event of module %u, operation %llu: it has %zu bytes, more than %zu",
+        event.module, static_cast<unsigned long long>(event.opc), size, kMostEventBytes);
+    ++counts_.dropped;
+    if (receipt) {
+      receipt(false);
+    }
+    return;
+  }
+  std::deque<Waiting> dropped;
+  {
+    const std::lock_guard lock(lock_);
+    waiting_.push_back({std::move(event), std::move(receipt)});
+    waitingBytes_ += size;
+    while (waiting_.size() > kMostWaiting || waitingBytes_ > kMostWaitingBytes) {
+      waitingBytes_ -= waiting_.front().event.payload.size();
+      dropped.push_back(std::move(waiting_.front()));
+      waiting_.pop_front();
+    }
+  }
+  changed_.notify_one();
+  counts_.dropped += dropped.size();
+  for (const Waiting& one : dropped) {
+    if (one.receipt) {
+      one.receipt(false);
+    }
+  }
+}
+
+void EventSender::settled(std::uint64_t token, int reason) {
+  bool areEnough = false;
+  {
+    const std::lock_guard lock(lock_);
+    settled_.push_back({token, reason});
+    areEnough = settled_.size() == kMostSettled;
+  }
+  if (areEnough) {
+    changed_.notify_one();
+  }
+}
+
+void EventSender::run() {
+  publishMore();
+  for (bool stopping = false; !stopping;) {
+    Work work = takeWork();
+    stopping = work.stopping;
+    settle(work.settled);
+    const bool removes = taken_.size() >= kMostTaken || work.isIdle || stopping;
+    if (!work.events.empty() || (removes && !taken_.empty()) || !lastFailure_.empty()) {
+      store(std::move(work.events));
+    }
+    if (!stopping) {
+      publishMore();
+    }
+    tellDropped();
+  }
+}
+
+/// Waits until there is some, or until what has failed can be tried again.
+EventSender::Work EventSender::takeWork() {
+  const bool isFailing = !lastFailure_.empty();
+  std::unique_lock lock(lock_);
+  const auto hasWork = [&] {
+    return stopping_ || settled_.size() >= kMostSettled || (!waiting_.empty() && !isFailing);
+  };
+  bool isIdle = false;
+  if (isFailing || isRefused_ || (hasMore_ && inFlight_.size() < kMostInFlight)) {
+    isIdle = !changed_.wait_for(lock, kRetry, hasWork);
+  } else if (!taken_.empty() || !inFlight_.empty()) {
+    isIdle = !changed_.wait_for(lock, kIdle, hasWork);
+  } else {
+    changed_.wait(lock, hasWork);
+  }
+  waitingBytes_ = 0;
+  return {std::exchange(waiting_, {}), std::exchange(settled_, {}), isIdle, stopping_};
+}
+
+void EventSender::settle(const std::vector<Settled>& settled) {
+  for (const Settled& one : settled) {
+    const auto found = inFlight_.find(one.token);
+    if (found == inFlight_.end()) {
+      continue;  // of an outbox that is gone
+    }
+    if (one.reason >= Connection::kFirstRefusal && !isForGood(one.reason)) {
+      // In time the broker may take it, and those behind it.
+      if (!std::exchange(isRefused_, true)) {
+        nextTry_ = Clock::now() + backOff_.next();
+      }
+    } else {
+      taken_.push_back(found->second);
+      counts_.dropped += one.reason >= Connection::kFirstRefusal ? 1 : 0;
+      backOff_.reset();
+    }
+    inFlight_.erase(found);
+  }
+}
+
+void EventSender::store(std::deque<Waiting>&& events) {
+  std::vector<Event> stored;
+  stored.reserve(events.size());
+  for (Waiting& one : events) {
+    stored.push_back(std::move(one.event));
+  }
+  const bool done = commit(stored);
+  std::vector<Event> again;
+  for (std::size_t i = 0; i < events.size(); ++i) {
+    if (events[i].receipt) {
+      events[i].receipt(done);
+    } else if (!done) {
+      again.push_back(std::move(stored[i]));
+    }
+  }
+  putBack(std::move(again));
+}
+
+bool EventSender::commit(const std::vector<Event>& events) {
+  try {
+    if (outbox_ == nullptr) {
+      open();
+    }
+    counts_.dropped += outbox_->commit(events, taken_);
+  } catch (const DatabaseError& failure) {
+    fail(failure);
+    return false;
+  }
+  taken_.clear();
+  hasMore_ = hasMore_ || !events.empty();
+  counts_.stored += events.size();
+  if (!lastFailure_.empty()) {
+    QOV_GUARD(guard, kit_);
+    QOV_INFO(guard, log_id::kOutboxGoesOn, "The outbox %s takes events again", file_.c_str());
+    lastFailure_.clear();
+  }
+  return true;
+}
+
+/// What could not be stored is the oldest of what waits.
+void EventSender::putBack(std::vector<Event>&& events) {
+  const std::lock_guard lock(lock_);
+  for (auto event = events.rbegin(); event != events.rend(); ++event) {
+    waitingBytes_ += event->payload.size();
+    waiting_.push_front({std::move(*event), {}});
+  }
+}
+
+void EventSender::fail(const DatabaseError& failure) {
+  if (failure.isCorrupt()) {
+    outbox_.reset();  // to be opened anew, which sets it aside
+  }
+  if (failure.what() != lastFailure_) {
+    QOV_GUARD(guard, kit_);
+    QOV_ERROR(guard, log_id::kOutboxFails,
+              "Failed to use the outbox %s: %s; events wait in memory, up to %zu", file_.c_str(),
+              failure.what(), kMostWaiting);
+    lastFailure_ = failure.what();
+  }
+}
+
+void EventSender::publishMore() {
+  if (outbox_ == nullptr) {
+    return;
+  }
+  if (isRefused_) {
+    if (!inFlight_.empty() || !taken_.empty() || Clock::now() < nextTry_) {
+      return;
+    }
+    isRefused_ = false;
+    published_ = 0;
+    hasMore_ = true;
+  }
+  try {
+    while (hasMore_ && inFlight_.size() < kMostInFlight) {
+      auto stored = outbox_->next(published_);
+      hasMore_ = stored.has_value();
+      if (stored && !publish(std::move(*stored))) {
+        return;
+      }
+    }
+  } catch (const DatabaseError& failure) {
+    fail(failure);
+  }
+}
+
+bool EventSender::publish(StoredEvent&& stored) {
+  Event& event = stored.event;
+  Outgoing message;
+  message.topic = topics_.event(event.module, event.opc);
+  message.payload = std::move(event.payload);
+  message.contentType = event.isText ? "application/json" : "application/vnd.qov.message";
+  message.isText = event.isText;
+  message.properties = {{"number", std::to_string(stored.number)}, {"outbox", outbox_->id()}};
+  message.number = ++lastToken_;
+  if (!publish_(std::move(message))) {
+    return false;
+  }
+  inFlight_.emplace(lastToken_, stored.number);
+  published_ = stored.number;
+  return true;
+}
+
+void EventSender::tellDropped() {
+  const std::uint64_t dropped = counts_.dropped;
+  const bool isFirst = droppedTold_ == 0;
+  if (dropped == droppedTold_ ||
+      (!isFirst && Clock::now() < droppedToldAt_ + kBetweenDropRecords)) {
+    return;
+  }
+  QOV_GUARD(guard, kit_);
+  QOV_WARN(
+      guard, log_id::kEventsDropped,
+      "Events are dropped, %llu since the start: the outbox %s is full or too slow, or they are "
+      "too large",
+      static_cast<unsigned long long>(dropped), file_.c_str());
+  droppedTold_ = dropped;
+  droppedToldAt_ = Clock::now();
+}
+
+}  // namespace qov::mqtt

@@ -1,0 +1,133 @@
+#ifndef QOV_MODULES_MQTT_EVENT_SENDER_H
+#define QOV_MODULES_MQTT_EVENT_SENDER_H
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "modules/mqtt/back_off.h"
+#include "modules/mqtt/connection.h"
+#include "modules/mqtt/outbox.h"
+#include "modules/mqtt/settings.h"
+#include "modules/mqtt/topics.h"
+
+namespace qov::mqtt {
+
+/// Brings events to the broker by way of the outbox, which it alone uses, on a thread of its own: a
+/// slow disk holds up nobody else.
+///
+/// Thread: accept(), settled() and counts() from any thread; the rest from one.
+/// Errors: the constructor throws CQOV_Exception. All else is logged: docs/mqtt.md.
+class EventSender {
+ public:
+  /// Events that wait for the disk; the oldest are dropped beyond that.
+  static constexpr std::size_t kMostWaiting = 10000;
+  static constexpr std::size_t kMostWaitingBytes = std::size_t{8} << 20U;
+  static constexpr std::size_t kMostEventBytes = std::size_t{1} << 20U;
+
+  using Publish = std::function<bool(Outgoing&&)>;
+  /// Whether the event is in the outbox, on the disk. Told once; not if this object goes before.
+  using Receipt = std::function<void(bool)>;
+
+  struct Counts {
+    std::atomic<std::uint64_t> stored{0};
+    std::atomic<std::uint64_t> dropped{0};  ///< for lack of room, or as they are too large
+  };
+
+  /// Opens the outbox. One that is damaged is set aside.
+  EventSender(const Settings& settings, const Topics& topics);
+  ~EventSender();
+
+  EventSender(const EventSender&) = delete;
+  EventSender& operator=(const EventSender&) = delete;
+
+  /// Begins to store, and to publish by `publish`, which is as Connection::publish().
+  void start(Publish publish);
+  /// Stores what it has, and publishes no more.
+  void stop();
+
+  /// Takes an event; never waits.
+  void accept(Event&& event, Receipt receipt = {});
+  /// As Connection::Handlers::settled.
+  void settled(std::uint64_t token, int reason);
+
+  const Counts& counts() const { return counts_; }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  struct Waiting {
+    Event event;
+    Receipt receipt;
+  };
+  struct Settled {
+    std::uint64_t token;
+    int reason;
+  };
+  /// What there is to do.
+  struct Work {
+    std::deque<Waiting> events;
+    std::vector<Settled> settled;
+    bool isIdle = false;  ///< nothing has come for a while
+    bool stopping = false;
+  };
+
+  void open();
+  void run();
+  Work takeWork();
+  void settle(const std::vector<Settled>& settled);
+  void store(std::deque<Waiting>&& events);
+  bool commit(const std::vector<Event>& events);
+  void putBack(std::vector<Event>&& events);
+  void publishMore();
+  bool publish(StoredEvent&& stored);
+  void fail(const DatabaseError& failure);
+  void tellDropped();
+
+  // Constant after start().
+  const unsigned int kit_;
+  const Topics topics_;
+  const std::string file_;
+  const Outbox::Limits limits_;
+  Publish publish_;
+
+  Counts counts_;
+
+  std::mutex lock_;
+  std::condition_variable changed_;
+  // Guarded by lock_.
+  std::deque<Waiting> waiting_;
+  std::size_t waitingBytes_ = 0;
+  std::vector<Settled> settled_;
+  bool stopping_ = false;
+
+  // The thread's own.
+  std::unique_ptr<Outbox> outbox_;
+  std::map<std::uint64_t, std::uint64_t> inFlight_;  ///< numbers by the connection's tokens
+  std::uint64_t lastToken_ = 0;
+  std::vector<std::uint64_t> taken_;  ///< numbers that the broker has, still in the outbox
+  std::uint64_t published_ = 0;       ///< up to this number all are in flight or have been
+  bool hasMore_ = true;               ///< there may be some beyond
+  bool isRefused_ = false;            ///< the broker does not take them now; see nextTry_
+  BackOff backOff_;
+  Clock::time_point nextTry_;
+  std::string lastFailure_;  ///< as logged; empty since the last success
+  std::uint64_t droppedTold_ = 0;
+  Clock::time_point droppedToldAt_;
+
+  std::thread thread_;
+};
+
+}  // namespace qov::mqtt
+
+#endif

@@ -1,0 +1,160 @@
+#include "modules/mqtt/outbox.h"
+
+#include <sqlite3.h>
+
+#include <array>
+#include <filesystem>
+#include <random>
+#include <sstream>
+#include <system_error>
+
+namespace qov::mqtt {
+namespace {
+
+/// Takes back what was begun unless it is finished.
+class Transaction {
+ public:
+  explicit Transaction(Database& database) : database_(database) { database.execute("BEGIN"); }
+  ~Transaction() {
+    if (!finished_) {
+      sqlite3_exec(database_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+    }
+  }
+  Transaction(const Transaction&) = delete;
+  Transaction& operator=(const Transaction&) = delete;
+
+  void finish() {
+    database_.execute("COMMIT");
+    finished_ = true;
+  }
+
+ private:
+  Database& database_;
+  bool finished_ = false;
+};
+
+std::string randomId() {
+  std::random_device random;
+  std::ostringstream id;
+  id << std::hex;
+  for (int i = 0; i < 4; ++i) {
+    id.width(8);
+    id.fill('0');
+    id << random();
+  }
+  return id.str();
+}
+
+}  // namespace
+
+Outbox::Outbox(const std::string& file, const Limits& limits)
+    : limits_(limits),
+      database_(opened(file)),
+      id_(readId()),
+      size_(readSize()),
+      insert_(database_, "INSERT INTO events(module, opc, text, payload) VALUES(?, ?, ?, ?)"),
+      remove_(database_, "DELETE FROM events WHERE number = ? RETURNING length(payload)"),
+      removeOldest_(database_,
+                    "DELETE FROM events WHERE number = (SELECT min(number) FROM events) "
+                    "RETURNING length(payload)"),
+      next_(database_,
+            "SELECT number, module, opc, text, payload FROM events WHERE number > ? "
+            "ORDER BY number LIMIT 1") {}
+
+Database Outbox::opened(const std::string& file) {
+  Database database(file);
+  Statement check(database, "PRAGMA quick_check(1)");
+  if (check.begin().step() && check.bytes(0) != "ok") {
+    throw DatabaseError(SQLITE_CORRUPT, check.bytes(0));
+  }
+  // AUTOINCREMENT: the number of a row that is gone does not come again.
+  database.execute(
+      "CREATE TABLE IF NOT EXISTS events(number INTEGER PRIMARY KEY AUTOINCREMENT,"
+      " module INTEGER NOT NULL, opc INTEGER NOT NULL, text INTEGER NOT NULL,"
+      " payload BLOB NOT NULL);"
+      "CREATE TABLE IF NOT EXISTS outbox(id TEXT NOT NULL)");
+  return database;
+}
+
+std::string Outbox::readId() const {
+  Statement insert(database_, "INSERT INTO outbox SELECT ? WHERE NOT EXISTS(SELECT * FROM outbox)");
+  const std::string fresh = randomId();
+  insert.begin().with(fresh).step();
+  Statement select(database_, "SELECT id FROM outbox");
+  select.begin().step();
+  return select.bytes(0);
+}
+
+Outbox::Limits Outbox::readSize() const {
+  Statement select(database_, "SELECT count(*), total(length(payload)) FROM events");
+  select.begin().step();
+  const std::uint64_t rows = select.number(0);
+  return {rows, select.number(1) + rows * kRowBytes};
+}
+
+std::uint64_t Outbox::remove(Statement& statement) {
+  std::uint64_t removed = 0;
+  for (; statement.step(); ++removed) {
+    --size_.rows;
+    size_.bytes -= statement.number(0) + kRowBytes;
+  }
+  return removed;
+}
+
+std::uint64_t Outbox::commit(const std::vector<Event>& events,
+                             const std::vector<std::uint64_t>& taken) {
+  const Limits before = size_;
+  try {
+    Transaction transaction(database_);
+    for (const std::uint64_t number : taken) {
+      remove(remove_.begin().with(number));
+    }
+    for (const Event& event : events) {
+      insert_.begin().with(event.module).with(event.opc).with(std::uint64_t{event.isText});
+      insert_.with(event.payload).step();
+      ++size_.rows;
+      size_.bytes += event.payload.size() + kRowBytes;
+    }
+    std::uint64_t dropped = 0;
+    while (size_.rows > limits_.rows || size_.bytes > limits_.bytes) {
+      dropped += remove(removeOldest_.begin());
+    }
+    transaction.finish();
+    return dropped;
+  } catch (...) {
+    size_ = before;
+    throw;
+  }
+}
+
+std::optional<StoredEvent> Outbox::next(std::uint64_t number) {
+  if (!next_.begin().with(number).step()) {
+    return std::nullopt;
+  }
+  StoredEvent stored;
+  stored.number = next_.number(0);
+  stored.event.module = static_cast<unsigned int>(next_.number(1));
+  stored.event.opc = next_.number(2);
+  stored.event.isText = next_.number(3) != 0;
+  stored.event.payload = next_.bytes(4);
+  next_.begin();
+  return stored;
+}
+
+std::string setOutboxAside(const std::string& file) {
+  const std::string aside = file + ".damaged";
+  std::error_code failure;
+  std::filesystem::rename(file, aside, failure);
+  if (failure) {
+    throw DatabaseError(SQLITE_CANTOPEN, "cannot be set aside: " + failure.message());
+  }
+  // What was not in the file itself yet belongs to it, not to the next one.
+  constexpr std::array<const char*, 2> kParts{"-wal", "-shm"};
+  for (const char* const part : kParts) {
+    std::filesystem::remove(aside + part, failure);
+    std::filesystem::rename(file + part, aside + part, failure);
+  }
+  return aside;
+}
+
+}  // namespace qov::mqtt

@@ -1,0 +1,87 @@
+// What an agent's status at the broker says.
+#include <csignal>
+
+#include "tests/modules/mqtt/mqtt_fixture.h"
+
+namespace qov::test {
+namespace {
+
+using ::testing::HasSubstr;
+
+using MqttPresence = MqttTest;
+
+TEST_F(MqttPresence, ToldWithVersionAndModules) {
+  const Watcher watcher(broker);
+  startsWith({"chatter"});
+  ASSERT_TRUE(isSeen(watcher, true)) << agent.log();
+  EXPECT_TRUE(waitUntil([&] { return watcher.status()["modules"].size() == 2; }));
+  const nlohmann::json status = watcher.status();
+  EXPECT_EQ(status["modules"][0], (nlohmann::json{{"id", 1}, {"name", "chatter"}}));
+  EXPECT_EQ(status["modules"][1], (nlohmann::json{{"id", 251}, {"name", "mqtt"}}));
+  EXPECT_FALSE(status["version"].get<std::string>().empty());
+  EXPECT_THAT(status["since"], ::testing::MatchesRegex("....-..-..T..:..:..Z"));
+  EXPECT_EQ(watcher.seen("/status").back().topic, kStatusTopic);
+  EXPECT_EQ(watcher.seen("/status").back().contentType, "application/json");
+}
+
+TEST_F(MqttPresence, BelowTheNodeThatThePlatformTells) {
+  configure("Tls=0\nNode=\n");
+  agent.setEnvironment("PXOS_NODE_ID", "12");
+  const Watcher watcher(broker);
+  startsWith();
+  EXPECT_TRUE(watcher.waitFor("qov/12/qov_test_agent/status"));
+}
+
+TEST_F(MqttPresence, RetainedForThoseWhoComeLater) {
+  startsWith();
+  ASSERT_TRUE(waitUntil([&] { return broker.log().find("Sending PUBACK") != std::string::npos; }));
+  const Watcher watcher(broker);
+  ASSERT_TRUE(isSeen(watcher, true));
+  EXPECT_TRUE(watcher.seen(kStatusTopic).front().retained);
+}
+
+TEST_F(MqttPresence, OfflineAfterAnOrderlyStop) {
+  const Watcher watcher(broker);
+  startsWith();
+  ASSERT_TRUE(isSeen(watcher, true));
+  stopsInOrder();
+  EXPECT_TRUE(isSeen(watcher, false));
+  EXPECT_THAT(broker.log(), HasSubstr("Received DISCONNECT from qov-qov_test_agent-7"));
+}
+
+TEST_F(MqttPresence, OfflineByTheLastWillOfAnAgentThatIsKilled) {
+  const Watcher watcher(broker);
+  startsWith();
+  ASSERT_TRUE(isSeen(watcher, true));
+  agent.send(SIGKILL);
+  EXPECT_TRUE(isSeen(watcher, false));
+}
+
+TEST_F(MqttPresence, ToldAgainToABrokerThatWasKilled) {
+  startsWith();
+  ASSERT_TRUE(agent.waitForLog("Connected to the broker"));
+  broker.stop(SIGKILL);
+  ASSERT_TRUE(agent.waitForLog("Lost the connection to the broker"));
+  ASSERT_TRUE(agent.waitForLog("Failed to connect to the broker"));
+  broker.start();
+  const Watcher watcher(broker);
+  EXPECT_TRUE(isSeen(watcher, true));
+}
+
+TEST_F(MqttPresence, AnAgentStartsAndStopsWithoutABroker) {
+  broker.stop(SIGTERM);
+  startsWith();
+  EXPECT_TRUE(agent.waitForLog("Failed to connect to the broker")) << agent.log();
+  EXPECT_THAT(agent.log(), HasSubstr("Connection refused; look whether the broker runs"));
+  stopsInOrder();
+}
+
+TEST_F(MqttPresence, TheSessionOutlivesAConnection) {
+  startsWith();
+  ASSERT_TRUE(agent.waitForLog(", a new session"));
+  isKilledAndStartsAgain();
+  EXPECT_TRUE(agent.waitForLog(", its former session"));
+}
+
+}  // namespace
+}  // namespace qov::test
