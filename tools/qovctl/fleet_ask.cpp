@@ -1,15 +1,12 @@
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <list>
 
-#include "modules/common/controls.h"
 #include "modules/common/json_object.h"
 #include "modules/common/message_payload.h"
 #include "tools/qovctl/agent_parts.h"
 #include "tools/qovctl/fleet_agents.h"
+#include "tools/qovctl/fleet_answers.h"
 #include "tools/qovctl/fleet_message.h"
-#include "tools/qovctl/streams.h"
 
 namespace qov::ctl {
 namespace {
@@ -18,110 +15,6 @@ using Clock = Broker::Clock;
 
 /// Agents that are asked at the same time: a request that waits behind thousands would look slow.
 constexpr std::size_t kAtOnce = 100;
-/// Characters of an answer in a table of several.
-constexpr std::size_t kMostOfAnswer = 200;
-
-/// What came of asking one agent.
-struct Outcome {
-  std::string agent;
-  const char* result;  ///< one of kResults
-  double milliseconds = -1;
-  std::string text;     ///< the answer in one line, or why there is none
-  Json::Value message;  ///< null without one
-};
-
-constexpr const char* kAnswered = "answered";
-constexpr const char* kRefused = "refused";
-constexpr const char* kBad = "bad answer";
-constexpr const char* kNotDelivered = "not delivered";
-constexpr const char* kNoAnswer = "no answer";
-constexpr const char* kOffline = "offline";
-constexpr std::array kResults{kAnswered, kRefused, kBad, kNotDelivered, kNoAnswer, kOffline};
-
-std::string millisecondsText(double milliseconds) {
-  std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%.1f", milliseconds);
-  return milliseconds < 0 ? "-" : text.data();
-}
-
-/// The start of UTF-8 text, with "..." behind it if there is more.
-std::string startOf(const std::string& text) {
-  std::size_t end = std::min(text.size(), kMostOfAnswer);
-  while (end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80) {
-    --end;
-  }
-  return text.substr(0, end) + (end < text.size() ? "..." : "");
-}
-
-/// Prints the outcomes: as JSON each as it comes, as a table when all have come.
-class Answers {
- public:
-  Answers(bool json, bool several) : json_(json), several_(several) {}
-
-  void add(const Outcome& outcome) {
-    ++counts_[outcome.result];
-    ++agents_;
-    if (json_) {
-      printJson(outcome);
-      return;
-    }
-    const std::string text = common::withoutControls(outcome.text);
-    rows_[outcome.agent] = {common::withoutControls(outcome.agent), outcome.result,
-                            millisecondsText(outcome.milliseconds),
-                            several_ ? startOf(text) : text};
-  }
-
-  /// Prints the table, and throws if somebody has not answered.
-  void end() {
-    if (!json_) {
-      printTable();
-    }
-    const std::size_t missing = agents_ - counts_[kAnswered];
-    if (missing > 0) {
-      throw Failure(kIncomplete, std::to_string(missing) + " of " + std::to_string(agents_) +
-                                     " agents have not answered");
-    }
-  }
-
- private:
-  static void printJson(const Outcome& outcome) {
-    Json::Value json(Json::objectValue);
-    json["agent"] = outcome.agent;
-    json["result"] = outcome.result;
-    if (outcome.milliseconds >= 0) {
-      json["ms"] = outcome.milliseconds;
-    }
-    if (!outcome.message.isNull()) {
-      json["message"] = outcome.message;
-    } else if (!outcome.text.empty()) {
-      json["fault"] = outcome.text;
-    }
-    print(common::jsonLine(json) + "\n");
-    finishOutput();
-  }
-
-  void printTable() {
-    std::vector<Row> table{{"agent", "result", "ms", "answer"}};
-    for (const auto& [agent, row] : rows_) {
-      table.push_back(row);
-    }
-    std::string summary = std::to_string(agents_) + (agents_ == 1 ? " agent: " : " agents: ");
-    const char* between = "";
-    for (const char* const result : kResults) {
-      if (counts_[result] > 0) {
-        summary += between + std::to_string(counts_[result]) + " " + result;
-        between = ", ";
-      }
-    }
-    print(lines(table) + summary + "\n");
-  }
-
-  const bool json_;
-  const bool several_;
-  std::map<std::string, Row> rows_;
-  std::map<std::string, std::size_t> counts_;
-  std::size_t agents_ = 0;
-};
 
 /// Asks agents, some at the same time.
 class Asking {
@@ -187,15 +80,15 @@ class Asking {
   }
 
   static Outcome outcomeOf(const Delivery& delivery) {
-    Outcome outcome{"", kBad, -1, "", Json::Value()};
+    Outcome outcome{"", Outcome::kBad, -1, "", Json::Value()};
     try {
       if (const std::string error = errorIn(delivery); !error.empty()) {
-        outcome.result = kRefused;
+        outcome.result = Outcome::kRefused;
         outcome.text = error;
         return outcome;
       }
       const auto message = messageOf(delivery);
-      outcome.result = kAnswered;
+      outcome.result = Outcome::kAnswered;
       outcome.text = recordsLine(*message);
       outcome.message = jsonOf(*message);
     } catch (const std::runtime_error& bad) {
@@ -221,7 +114,7 @@ class Asking {
       const auto found = std::find_if(asked_.begin(), asked_.end(),
                                       [id = id](const Asked& each) { return each.id == id; });
       if (found != asked_.end()) {
-        answers_.add({found->agent, kNotDelivered, -1, why, Json::Value()});
+        answers_.add({found->agent, Outcome::kNotDelivered, -1, why, Json::Value()});
         asked_.erase(found);
       }
     }
@@ -230,7 +123,7 @@ class Asking {
   /// They are in the order of their time-outs.
   void giveUp() {
     while (!asked_.empty() && asked_.front().end <= Clock::now()) {
-      answers_.add({asked_.front().agent, kNoAnswer, -1, "", Json::Value()});
+      answers_.add({asked_.front().agent, Outcome::kNoAnswer, -1, "", Json::Value()});
       asked_.pop_front();
     }
   }
@@ -259,12 +152,18 @@ void askFleet(const FleetOptions& options, std::uint8_t module, const CQOV_MsgPa
     if (status.online || !status.fault.empty()) {
       online.push_back(agent);
     } else {
-      answers.add({agent, kOffline, -1, status.since.empty() ? "" : "since " + status.since,
-                   Json::Value()});
+      answers.add({agent, Outcome::kOffline, -1,
+                   status.since.empty() ? "" : "since " + status.since, Json::Value()});
     }
   }
-  Asking(broker, options, module, common::jsonOfMessage(request), answers).ask(online);
-  answers.end();
+  try {
+    Asking(broker, options, module, common::jsonOfMessage(request), answers).ask(online);
+  } catch (...) {
+    answers.printTable();
+    throw;
+  }
+  answers.printTable();
+  answers.check();
 }
 
 }  // namespace qov::ctl

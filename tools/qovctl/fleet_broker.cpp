@@ -11,11 +11,11 @@
 #include <cerrno>
 #include <cmath>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 
 #include "modules/common/octets.h"
+#include "tools/qovctl/fleet_properties.h"
 #include "tools/qovctl/streams.h"
 
 namespace qov::ctl {
@@ -26,6 +26,8 @@ constexpr int kTlsPort = 8883;
 /// Reasons from here on are refusals.
 constexpr int kRefusal = 128;
 constexpr int kKeepAlive = 60;
+/// Seconds. Agents refuse a request that asks for more.
+constexpr double kLongestOfAgents = 600;
 /// Bytes that may come before the broker answers a subscription.
 constexpr std::size_t kMostWaiting = std::size_t{256} << 20U;
 
@@ -55,6 +57,29 @@ const char* readable(const std::string& file) {
   return file.c_str();
 }
 
+/// What the library writes to a broker that is gone raises no SIGPIPE while this lives. Otherwise the
+/// signal ends the program as before, when nobody reads its output.
+class NoPipeSignal {
+ public:
+  NoPipeSignal() {
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    ::sigaction(SIGPIPE, &ignore, &before_);
+  }
+  ~NoPipeSignal() { ::sigaction(SIGPIPE, &before_, nullptr); }
+  NoPipeSignal(const NoPipeSignal&) = delete;
+  NoPipeSignal& operator=(const NoPipeSignal&) = delete;
+
+ private:
+  struct sigaction before_ {};
+};
+
+/// With the signal that it ignores as it was.
+mosquitto* newClient(const std::string& id, void* broker) {
+  const NoPipeSignal asBefore;
+  return mosquitto_new(id.c_str(), true, broker);
+}
+
 /// The library connects to one of the host's addresses after the other, for minutes where nobody
 /// answers. While this lives, each attempt is broken off after its time.
 class ConnectLimit {
@@ -81,78 +106,6 @@ class ConnectLimit {
   struct sigaction before_ {};
 };
 
-/// A message's properties, to be sent.
-class PropertyList {
- public:
-  PropertyList() = default;
-  ~PropertyList() { mosquitto_property_free_all(&list_); }
-  PropertyList(const PropertyList&) = delete;
-  PropertyList& operator=(const PropertyList&) = delete;
-
-  void addNumber(int id, std::uint32_t value) {
-    check(mosquitto_property_add_int32(&list_, id, value));
-  }
-  void addText(int id, const std::string& value) {
-    check(mosquitto_property_add_string(&list_, id, value.c_str()));
-  }
-  void addBytes(int id, const std::string& value) {
-    check(mosquitto_property_add_binary(&list_, id, value.data(),
-                                        static_cast<std::uint16_t>(value.size())));
-  }
-  void addUser(const char* name, const std::string& value) {
-    check(mosquitto_property_add_string_pair(&list_, MQTT_PROP_USER_PROPERTY, name, value.c_str()));
-  }
-  const mosquitto_property* get() const { return list_; }
-
- private:
-  static void check(int result) {
-    if (result == MOSQ_ERR_NOMEM) {
-      throw std::bad_alloc();
-    }
-  }
-
-  mosquitto_property* list_ = nullptr;
-};
-
-struct FreeMemory {
-  void operator()(void* memory) const { std::free(memory); }
-};
-using Text = std::unique_ptr<char, FreeMemory>;
-
-std::string textProperty(const mosquitto_property* list, int id) {
-  char* text = nullptr;
-  mosquitto_property_read_string(list, id, &text, false);
-  const Text owned(text);
-  return text != nullptr ? text : "";
-}
-
-std::string bytesProperty(const mosquitto_property* list, int id) {
-  void* bytes = nullptr;
-  std::uint16_t size = 0;
-  mosquitto_property_read_binary(list, id, &bytes, &size, false);
-  const std::unique_ptr<void, FreeMemory> owned(bytes);
-  return bytes != nullptr ? std::string(static_cast<const char*>(bytes), size) : "";
-}
-
-void readUserProperties(const mosquitto_property* list, Delivery& delivery) {
-  char* name = nullptr;
-  char* value = nullptr;
-  bool again = false;
-  for (const mosquitto_property* at = list;
-       (at = mosquitto_property_read_string_pair(at, MQTT_PROP_USER_PROPERTY, &name, &value,
-                                                 again)) != nullptr;
-       again = true) {
-    const Text ownedName(name);
-    const Text ownedValue(value);
-    const std::string_view key = name != nullptr ? name : "";
-    if (key == "number") {
-      delivery.number = value;
-    } else if (key == "outbox") {
-      delivery.outbox = value;
-    }
-  }
-}
-
 }  // namespace
 
 Broker::Library::Library() {
@@ -171,7 +124,7 @@ Broker::Broker(const BrokerTarget& target)
     : name_(target.address),
       timeout_(target.timeout),
       clientId_("qovctl-" + randomText()),
-      client_(mosquitto_new(clientId_.c_str(), true, this)) {
+      client_(newClient(clientId_, this)) {
   if (client_ == nullptr) {
     throw std::bad_alloc();
   }
@@ -185,6 +138,7 @@ Broker::Broker(const BrokerTarget& target)
 
 Broker::~Broker() {
   // Nobody waits for the broker's word on this.
+  const NoPipeSignal quiet;
   mosquitto_disconnect(client_.get());
 }
 
@@ -226,6 +180,7 @@ void Broker::connect() {
   int error = 0;
   {
     const ConnectLimit limit(timeout_);
+    const NoPipeSignal quiet;
     result = mosquitto_connect_bind_v5(client_.get(), host_.c_str(), port_, kKeepAlive, nullptr,
                                        properties.get());
     error = errno;
@@ -258,6 +213,7 @@ void Broker::failConnection(ExitCode code, const std::string& why) const {
 }
 
 void Broker::subscribe(const std::string& filter, int qos) {
+  const NoPipeSignal quiet;
   subscribed_.reset();
   check(mosquitto_subscribe_v5(client_.get(), nullptr, filter.c_str(), qos, 0, nullptr),
         "subscription to " + filter);
@@ -275,7 +231,9 @@ int Broker::publish(const Question& question) {
   properties.addBytes(MQTT_PROP_CORRELATION_DATA, question.correlation);
   properties.addNumber(MQTT_PROP_MESSAGE_EXPIRY_INTERVAL,
                        static_cast<std::uint32_t>(std::ceil(question.timeout)));
-  properties.addUser("timeout", std::to_string(std::lround(question.timeout * 1000)));
+  properties.addUser(
+      "timeout", std::to_string(std::lround(std::min(question.timeout, kLongestOfAgents) * 1000)));
+  const NoPipeSignal quiet;
   int id = 0;
   check(mosquitto_publish_v5(client_.get(), &id, question.topic.c_str(),
                              static_cast<int>(question.payload.size()), question.payload.data(), 1,
@@ -296,6 +254,7 @@ void Broker::loop(Clock::time_point time) {
   constexpr std::chrono::milliseconds kLongest{1000};
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(
       std::max(time - Clock::now(), Clock::duration::zero()));
+  const NoPipeSignal quiet;
   const int result =
       mosquitto_loop(client_.get(), static_cast<int>(std::min(left, kLongest).count()), 1);
   if (result == MOSQ_ERR_NOMEM) {
@@ -372,9 +331,7 @@ void Broker::onMessage(mosquitto*, void* broker, const mosquitto_message* messag
   delivery.payload.assign(static_cast<const char*>(message->payload),
                           static_cast<std::size_t>(message->payloadlen));
   delivery.retained = message->retain;
-  delivery.contentType = textProperty(properties, MQTT_PROP_CONTENT_TYPE);
-  delivery.correlation = bytesProperty(properties, MQTT_PROP_CORRELATION_DATA);
-  readUserProperties(properties, delivery);
+  readProperties(properties, delivery);
   auto& self = *static_cast<Broker*>(broker);
   self.waitingBytes_ += sizeOf(delivery);
   self.deliveries_.push_back(std::move(delivery));
