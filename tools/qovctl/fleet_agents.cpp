@@ -125,7 +125,10 @@ AgentStatus agentStatusOf(std::string_view document) {
 }
 
 std::map<std::string, AgentStatus> knownAgents(Broker& broker, const FleetOptions& options) {
-  broker.subscribe(filterFor(options.agents, "status"), 1);
+  // Of messages that it has to see acknowledged a broker keeps a thousand for a client, and drops
+  // the rest; others it just writes.
+  constexpr int kAtMostOnce = 0;
+  broker.subscribe(filterFor(options.agents, "status"), kAtMostOnce);
   const bool isOne = !hasWildcards(options.agents);
   const auto quiet =
       std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.quiet));
