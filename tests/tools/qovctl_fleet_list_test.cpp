@@ -1,3 +1,8 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <csignal>
 
 #include "tests/link/scripted_peer.h"
@@ -101,6 +106,19 @@ TEST_F(QovctlFleetList, ShowsNoControlCharacters) {
   const QovctlRun json = fleet("list", {"--json"});
   EXPECT_THAT(json.out, HasSubstr(R"("version":"\u001b[2J")"));
   EXPECT_THAT(json.out, HasSubstr(R"(\u202enow)"));
+}
+
+TEST_F(QovctlFleetList, EndsQuietlyWhenNobodyReadsIt) {
+  startBroker();
+  const std::string pipe = file("pipe", "") + ".fifo";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  writesTo(pipe);
+  startFleet("list");
+  ::close(reader);
+  const QovctlRun ended = finish();
+  EXPECT_EQ(ended.signal, SIGPIPE);
+  EXPECT_EQ(ended.err, "");
 }
 
 TEST_F(QovctlFleetList, TakesTheBrokerOfTheEnvironment) {

@@ -57,8 +57,8 @@ const char* readable(const std::string& file) {
   return file.c_str();
 }
 
-/// What the library writes to a broker that is gone raises no SIGPIPE while this lives. Otherwise the
-/// signal ends the program as before, when nobody reads its output.
+/// While this lives, what the library writes to a broker that is gone raises no SIGPIPE. Otherwise
+/// the signal ends the program when nobody reads its output.
 class NoPipeSignal {
  public:
   NoPipeSignal() {
