@@ -1,4 +1,4 @@
-#include <algorithm>
+#include <csignal>
 
 #include "modules/common/message_payload.h"
 #include "tests/tools/qovctl_fleet_test.h"
@@ -79,8 +79,8 @@ TEST_F(QovctlFleetAsk, TellsOfEachAgentWhatCameOfIt) {
                 ? Answer{common::bytesOfMessage(message), "application/vnd.qov.message"}
                 : Answer{answerWith("fine")}};
   });
-  const QovctlRun asked =
-      run({"fleet", "ask", "e/*", "20", "--opc", "1", "--broker", broker().address()});
+  const QovctlRun asked = run({"fleet", "ask", "e/*", "20", "--opc", "1", "--broker",
+                               broker().address(), "--timeout", "10"});
   EXPECT_EQ(asked.status, 7);
   EXPECT_EQ(asked.err, "qovctl: 4 of 7 agents have not answered\n");
   EXPECT_THAT(
@@ -164,6 +164,21 @@ TEST_F(QovctlFleetAsk, SaysThatTheBrokerRefusesTheRequest) {
   const QovctlRun asked = fleet("ask", {"e/a", "20", "--opc", "1"});
   EXPECT_EQ(asked.status, 7);
   EXPECT_THAT(asked.out, HasSubstr("e/a    not delivered  -   Not authorized\n"));
+}
+
+TEST_F(QovctlFleetAsk, SaysThatItsBrokerIsGone) {
+  haveOnline({"e/a", "e/silent"});
+  agents().serve([](const Request& request) -> std::vector<Answer> {
+    return agentOf(request) == "e/silent" ? std::vector<Answer>()
+                                          : std::vector<Answer>{{answerWith("fine")}};
+  });
+  startFleet("ask", {"e/*", "20", "--opc", "1", "--json"});
+  EXPECT_TRUE(waitForOutput("fine"));
+  broker().stop(SIGKILL);
+  const QovctlRun asked = finish();
+  EXPECT_EQ(asked.status, 3);
+  EXPECT_THAT(asked.err,
+              StartsWith("qovctl: the connection to " + broker().address() + " is lost: "));
 }
 
 TEST_F(QovctlFleetAsk, SaysThatThereIsNoSuchAgent) {

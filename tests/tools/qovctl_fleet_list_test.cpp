@@ -96,6 +96,29 @@ TEST_F(QovctlFleetList, SaysWhichDocumentsAreNone) {
   EXPECT_LT(listed.err.size(), 3000U);
 }
 
+TEST_F(QovctlFleetList, CutsLongValues) {
+  startBroker();
+  const std::string version(36, 'v');
+  agents().tell("a/b", R"({"online":true,"version":")" + version + "1234\"}");
+  agents().tell("a/c", R"({"online":true,"version":")" + version + "12345\"}");
+  agents().tell("a/d", R"({"online":true,"version":")" + version + "123\u00e4\"}");
+  agents().tell(std::string(101, 'n') + "/b", "{}");
+  const std::string out = fleet("list").out;
+  EXPECT_THAT(out, HasSubstr(" " + version + "1234  "));
+  EXPECT_THAT(out, HasSubstr(" " + version + "1234... "));
+  EXPECT_THAT(out, HasSubstr(" " + version + "123... "));
+  EXPECT_THAT(out, HasSubstr("\n" + std::string(100, 'n') + "...  unknown "));
+}
+
+TEST_F(QovctlFleetList, GetsNoMessageOfMoreThan4Mib) {
+  startBroker();
+  agents().tell("a/fits", std::string((std::size_t{4} << 20U) - 100, ' '));
+  agents().tell("a/longer", std::string(std::size_t{4} << 20U, ' '));
+  const QovctlRun listed = fleet("list");
+  EXPECT_THAT(listed.err, HasSubstr("a/fits: bad status document: 4194204 bytes; 262144 at most"));
+  EXPECT_THAT(listed.out, Not(HasSubstr("a/longer")));
+}
+
 TEST_F(QovctlFleetList, ShowsNoControlCharacters) {
   startBroker();
   agents().tell("edge/a", R"({"online":true,"version":"\u001b[2J","since":"\u202enow","modules":)"

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <csignal>
 
 #include "modules/common/message_payload.h"

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "modules/common/controls.h"
 #include "modules/common/json_object.h"
 
 namespace qov::ctl {
@@ -145,6 +146,19 @@ std::map<std::string, AgentStatus> knownAgents(Broker& broker, const FleetOption
     }
   }
   return std::move(documents.agents());
+}
+
+std::string startOf(const std::string& text, std::size_t most) {
+  std::size_t end = std::min(text.size(), most);
+  while (end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80) {
+    --end;
+  }
+  return text.substr(0, end) + (end < text.size() ? "..." : "");
+}
+
+std::string agentText(const std::string& agent) {
+  constexpr std::size_t kMost = 100;
+  return startOf(common::withoutControls(agent), kMost);
 }
 
 }  // namespace qov::ctl

@@ -1,6 +1,7 @@
 #ifndef QOV_TOOLS_QOVCTL_FLEET_AGENTS_H
 #define QOV_TOOLS_QOVCTL_FLEET_AGENTS_H
 
+#include <cstddef>
 #include <map>
 #include <optional>
 #include <string>
@@ -43,6 +44,13 @@ AgentStatus agentStatusOf(std::string_view document);
 /// The agents that options.agents names and the broker knows, by their names. Of one that is named
 /// in full no more than its document is waited for.
 std::map<std::string, AgentStatus> knownAgents(Broker& broker, const FleetOptions& options);
+
+// For tables, in which one long value would widen all lines.
+
+/// The first `most` bytes of UTF-8 text, without half a character; "..." behind it if there is more.
+std::string startOf(const std::string& text, std::size_t most);
+/// The agent's name, control characters in hexadecimal form.
+std::string agentText(const std::string& agent);
 
 }  // namespace qov::ctl
 

@@ -1,12 +1,12 @@
 #include "tools/qovctl/fleet_answers.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
 
 #include "modules/common/controls.h"
 #include "modules/common/json_object.h"
 #include "tools/qovctl/failure.h"
+#include "tools/qovctl/fleet_agents.h"
 #include "tools/qovctl/streams.h"
 
 namespace qov::ctl {
@@ -22,15 +22,6 @@ std::string millisecondsText(double milliseconds) {
   std::array<char, 32> text{};
   std::snprintf(text.data(), text.size(), "%.1f", milliseconds);
   return milliseconds < 0 ? "-" : text.data();
-}
-
-/// The start of UTF-8 text, with "..." behind it if there is more.
-std::string startOf(const std::string& text) {
-  std::size_t end = std::min(text.size(), kMostOfAnswer);
-  while (end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80) {
-    --end;
-  }
-  return text.substr(0, end) + (end < text.size() ? "..." : "");
 }
 
 void printJson(const Outcome& outcome) {
@@ -59,8 +50,9 @@ void Answers::add(const Outcome& outcome) {
     return;
   }
   const std::string text = common::withoutControls(outcome.text);
-  rows_[outcome.agent] = {common::withoutControls(outcome.agent), outcome.result,
-                          millisecondsText(outcome.milliseconds), several_ ? startOf(text) : text};
+  rows_[outcome.agent] = {agentText(outcome.agent), outcome.result,
+                          millisecondsText(outcome.milliseconds),
+                          several_ ? startOf(text, kMostOfAnswer) : text};
 }
 
 void Answers::printTable() const {

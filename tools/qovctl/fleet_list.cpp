@@ -15,8 +15,8 @@ std::string modulesOf(const AgentStatus& status) {
   return all;
 }
 
-std::string orDash(const std::string& text) {
-  return text.empty() ? "-" : common::withoutControls(text);
+std::string cellText(const std::string& text, std::size_t most) {
+  return text.empty() ? "-" : startOf(common::withoutControls(text), most);
 }
 
 std::string stateOf(const AgentStatus& status) {
@@ -29,8 +29,8 @@ std::string stateOf(const AgentStatus& status) {
 void printTable(const std::map<std::string, AgentStatus>& agents) {
   std::vector<Row> rows{{"agent", "state", "since", "version", "modules"}};
   for (const auto& [agent, status] : agents) {
-    rows.push_back({common::withoutControls(agent), stateOf(status), orDash(status.since),
-                    orDash(status.version), orDash(modulesOf(status))});
+    rows.push_back({agentText(agent), stateOf(status), cellText(status.since, 40),
+                    cellText(status.version, 40), cellText(modulesOf(status), 1000)});
   }
   print(lines(rows));
 }
