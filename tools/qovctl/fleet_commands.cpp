@@ -19,7 +19,8 @@ constexpr const char* kFleetText = R"(
 The agents have the module qovmqtt and speak with the same MQTT 5 broker. AGENTS is NODE/PROCESS, in
 which *, ? and [...] stand for other characters than "/", as in a shell's pattern: put it in quotes.
 Environment:
-  QOVCTL_BROKER  the broker if there is no --broker)";
+  QOVCTL_BROKER  the broker if there is no --broker
+  QOVCTL_TABLES  the file if there is no --tables)";
 
 constexpr const char* kListText = R"(
 An agent that ended, orderly or not, is offline since the time that is shown. --json prints a line
@@ -134,10 +135,9 @@ CLI::App* FleetCommands::add(CLI::App& to, const std::string& name,
   return command;
 }
 
-void FleetCommands::addAgents(CLI::App& command) {
-  command.add_option("AGENTS", options_.agents, "Which agents: NODE/PROCESS, a pattern")
-      ->check(checkAgents)
-      ->capture_default_str();
+CLI::Option* FleetCommands::addAgents(CLI::App& command) {
+  return command.add_option("AGENTS", options_.agents, "Which agents: NODE/PROCESS, a pattern")
+      ->check(checkAgents);
 }
 
 void FleetCommands::addQuiet(CLI::App& command) {
@@ -151,7 +151,7 @@ void FleetCommands::addQuiet(CLI::App& command) {
 
 void FleetCommands::addList(CLI::App& fleet) {
   CLI::App* const command = add(fleet, "list", "Print the agents: whether alive, since when");
-  addAgents(*command);
+  addAgents(*command)->capture_default_str();
   addQuiet(*command);
   command->footer(std::string(kListText) + "\n" + kFleetText + "\n" + ending_);
   command->callback([this] {
@@ -164,7 +164,7 @@ void FleetCommands::addList(CLI::App& fleet) {
 
 void FleetCommands::addWatch(CLI::App& fleet) {
   CLI::App* const command = add(fleet, "watch", "Print the agents' events as they come");
-  addAgents(*command);
+  addAgents(*command)->capture_default_str();
   command->add_option("--seconds", seconds_, "How long (0.001 to 86400); until ^C if left out")
       ->check(checkTimeout);
   command->footer(std::string(kWatchText) + "\n" + kFleetText + "\n" + ending_);
@@ -178,8 +178,7 @@ void FleetCommands::addWatch(CLI::App& fleet) {
 
 void FleetCommands::addAsk(CLI::App& fleet) {
   CLI::App* const command = add(fleet, "ask", "Send a request to agents and print their answers");
-  addAgents(*command);
-  command->get_option("AGENTS")->required();
+  addAgents(*command)->required();
   addNumber<std::uint8_t>(command, "MODULE", 255, module_, "Id of the module that is asked");
   command->get_option("MODULE")->required();
   addNumber(command, "--opc", std::numeric_limits<std::uint64_t>::max(), opc_,

@@ -29,7 +29,7 @@ class FleetCommands {
   void addList(CLI::App& fleet);
   void addWatch(CLI::App& fleet);
   void addAsk(CLI::App& fleet);
-  void addAgents(CLI::App& command);
+  CLI::Option* addAgents(CLI::App& command);
   void addQuiet(CLI::App& command);
   void checkTarget() const;
   void ask(const CLI::App& command) const;
