@@ -302,30 +302,29 @@ void Broker::waitFor(const Condition& condition, const std::string& what) {
   }
 }
 
-// The library is C: an exception does not come through it. The only one is that of missing memory,
-// and ends the program.
+// The library is C, which no exception comes through: missing memory ends the program here.
 
-void Broker::onConnect(mosquitto*, void* broker, int reason, int, const Properties*) {
+void Broker::onConnect(mosquitto*, void* broker, int reason, int, const Properties*) noexcept {
   static_cast<Broker*>(broker)->connected_ = reason;
 }
 
-void Broker::onDisconnect(mosquitto*, void* broker, int reason, const Properties*) {
+void Broker::onDisconnect(mosquitto*, void* broker, int reason, const Properties*) noexcept {
   static_cast<Broker*>(broker)->disconnected_ = reason;
 }
 
 void Broker::onSubscribe(mosquitto*, void* broker, int, int count, const int* granted,
-                         const Properties*) {
+                         const Properties*) noexcept {
   static_cast<Broker*>(broker)->subscribed_ = count > 0 ? granted[0] : kRefusal;
 }
 
-void Broker::onPublish(mosquitto*, void* broker, int id, int reason, const Properties*) {
+void Broker::onPublish(mosquitto*, void* broker, int id, int reason, const Properties*) noexcept {
   if (reason >= kRefusal || reason == MQTT_RC_NO_MATCHING_SUBSCRIBERS) {
     static_cast<Broker*>(broker)->refused_.emplace_back(id, mosquitto_reason_string(reason));
   }
 }
 
 void Broker::onMessage(mosquitto*, void* broker, const mosquitto_message* message,
-                       const Properties* properties) {
+                       const Properties* properties) noexcept {
   Delivery delivery;
   delivery.topic = message->topic;
   delivery.payload.assign(static_cast<const char*>(message->payload),
@@ -337,7 +336,7 @@ void Broker::onMessage(mosquitto*, void* broker, const mosquitto_message* messag
   self.deliveries_.push_back(std::move(delivery));
 }
 
-void Broker::onLog(mosquitto*, void* broker, int level, const char* text) {
+void Broker::onLog(mosquitto*, void* broker, int level, const char* text) noexcept {
   if (level == MOSQ_LOG_ERR) {
     static_cast<Broker*>(broker)->lastError_ = text;
   }

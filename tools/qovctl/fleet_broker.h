@@ -98,14 +98,16 @@ class Broker {
   void waitFor(const Condition& condition, const std::string& what);
 
   // The broker's answers, from within wait().
-  static void onConnect(mosquitto* client, void* broker, int reason, int flags, const Properties*);
-  static void onDisconnect(mosquitto* client, void* broker, int reason, const Properties*);
+  static void onConnect(mosquitto* client, void* broker, int reason, int flags,
+                        const Properties*) noexcept;
+  static void onDisconnect(mosquitto* client, void* broker, int reason, const Properties*) noexcept;
   static void onSubscribe(mosquitto* client, void* broker, int id, int count, const int* granted,
-                          const Properties*);
-  static void onPublish(mosquitto* client, void* broker, int id, int reason, const Properties*);
+                          const Properties*) noexcept;
+  static void onPublish(mosquitto* client, void* broker, int id, int reason,
+                        const Properties*) noexcept;
   static void onMessage(mosquitto* client, void* broker, const mosquitto_message* message,
-                        const Properties* properties);
-  static void onLog(mosquitto* client, void* broker, int level, const char* text);
+                        const Properties* properties) noexcept;
+  static void onLog(mosquitto* client, void* broker, int level, const char* text) noexcept;
 
   const std::string name_;  ///< of the broker, for complaints
   const double timeout_;

@@ -35,7 +35,7 @@ void printTable(const std::map<std::string, AgentStatus>& agents) {
   print(lines(rows));
 }
 
-Json::Value jsonOf(const std::string& agent, const AgentStatus& status) {
+Json::Value agentJson(const std::string& agent, const AgentStatus& status) {
   Json::Value json(Json::objectValue);
   json["agent"] = agent;
   json["state"] = stateOf(status);
@@ -62,7 +62,7 @@ void listFleet(const FleetOptions& options) {
   const auto agents = knownAgents(broker, options);
   if (options.json) {
     for (const auto& [agent, status] : agents) {
-      print(common::jsonLine(jsonOf(agent, status)) + "\n");
+      print(common::jsonLine(agentJson(agent, status)) + "\n");
     }
   } else {
     printTable(agents);
