@@ -34,9 +34,12 @@ int freePort() {
   bound.sin_family = AF_INET;
   bound.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t size = sizeof bound;
-  ::bind(descriptor, reinterpret_cast<const sockaddr*>(&bound), size);
-  ::getsockname(descriptor, reinterpret_cast<sockaddr*>(&bound), &size);
+  const bool isBound = ::bind(descriptor, reinterpret_cast<const sockaddr*>(&bound), size) == 0 &&
+                       ::getsockname(descriptor, reinterpret_cast<sockaddr*>(&bound), &size) == 0;
   ::close(descriptor);
+  if (!isBound) {
+    throw std::runtime_error("no free port");
+  }
   return ntohs(bound.sin_port);
 }
 

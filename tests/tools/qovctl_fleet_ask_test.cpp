@@ -6,7 +6,6 @@
 namespace qov::test {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::MatchesRegex;
 using ::testing::Not;
 

@@ -16,6 +16,9 @@ using Clock = Broker::Clock;
 /// Agents that are asked at the same time: a request that waits behind thousands would look slow.
 constexpr std::size_t kAtOnce = 100;
 
+/// After its time-out an agent tells that its module has not answered.
+constexpr std::chrono::seconds kLonger{1};
+
 /// Asks agents, some at the same time.
 class Asking {
  public:
@@ -57,9 +60,10 @@ class Asking {
     const auto start = Clock::now();
     const int id = broker_.publish({"qov/" + agent + requestTopic_, request_,
                                     "qov/" + agent + responseTopic_, correlation, timeout_});
-    asked_.push_back({agent, correlation, id, start,
-                      start + std::chrono::duration_cast<Clock::duration>(
-                                  std::chrono::duration<double>(timeout_))});
+    asked_.push_back(
+        {agent, correlation, id, start,
+         start + kLonger +
+             std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(timeout_))});
   }
 
   void takeAnswer() {

@@ -145,6 +145,8 @@ Broker::~Broker() {
 void Broker::setUp(const BrokerTarget& target) {
   mosquitto* const client = client_.get();
   mosquitto_int_option(client, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
+  // A request does not wait until the broker has confirmed the bytes before it.
+  mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
   if (!target.user.empty()) {
     const std::string password =
         target.passwordFile.empty() ? std::string() : passwordIn(target.passwordFile);
