@@ -47,7 +47,8 @@ std::map<std::string, AgentStatus> knownAgents(Broker& broker, const FleetOption
 
 // For tables, in which one long value would widen all lines.
 
-/// The first `most` bytes of UTF-8 text, without half a character; "..." behind it if there is more.
+/// The first `most` bytes of UTF-8 text, without half a character; "..." behind it if there is
+/// more.
 std::string startOf(const std::string& text, std::size_t most);
 /// The agent's name, control characters in hexadecimal form.
 std::string agentText(const std::string& agent);
