@@ -1,19 +1,26 @@
 #include "module/crash_report.h"
 
 #include <ace/Thread_Hook.h>
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <link.h>
+#include <poll.h>
+#include <pthread.h>
 #include <sys/mman.h>
+#include <sys/uio.h>
 #include <ucontext.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <climits>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <string_view>
 
 #include <qovpub/qov_utility.h>
@@ -41,8 +48,11 @@ constexpr std::array<Fault, 6> kFaults{{{SIGSEGV, "SIGSEGV"},
                                         {SIGSYS, "SIGSYS"},
                                         {SIGABRT, "SIGABRT"}}};
 
-/// The log file's path, for the handler.
+// What the handler needs.
 std::array<char, PATH_MAX> logFile;
+pid_t agent = 0;
+/// The thread that tells; the others that crash meanwhile wait for it.
+std::atomic<pid_t> teller{0};
 
 /// A text on the stack; what finds no room is left out.
 class Text {
@@ -63,108 +73,67 @@ class Text {
   size_t size_ = 0;
 };
 
+/// 0 on processors that are not known here.
 struct Registers {
-  std::uintptr_t code = 0;  ///< 0 on processors that are not known here
+  std::uintptr_t code = 0;
   std::uintptr_t stack = 0;
+  std::uintptr_t link = 0;  ///< where the processor has the address to return to
 };
 
 Registers registersOf(const ucontext_t& context) {
 #if defined(__x86_64__)
   return {static_cast<std::uintptr_t>(context.uc_mcontext.gregs[REG_RIP]),
-          static_cast<std::uintptr_t>(context.uc_mcontext.gregs[REG_RSP])};
+          static_cast<std::uintptr_t>(context.uc_mcontext.gregs[REG_RSP]), 0};
 #elif defined(__aarch64__)
-  return {context.uc_mcontext.pc, context.uc_mcontext.sp};
+  return {context.uc_mcontext.pc, context.uc_mcontext.sp, context.uc_mcontext.regs[30]};
 #elif defined(__arm__)
-  return {context.uc_mcontext.arm_pc, context.uc_mcontext.arm_sp};
+  return {context.uc_mcontext.arm_pc, context.uc_mcontext.arm_sp, context.uc_mcontext.arm_lr};
 #else
   static_cast<void>(context);
   return {};
 #endif
 }
 
-/// Reads the lines of a file, each up to the room for it.
-class Lines {
- public:
-  explicit Lines(const char* file) : file_(::open(file, O_RDONLY | O_CLOEXEC)) {}
-  ~Lines() {
-    if (file_ >= 0) {
-      ::close(file_);
-    }
+/// The address that the code at `registers` returns to, where that is no code: a call through a
+/// bad pointer. 0: unknown.
+std::uintptr_t callerOf(const Registers& registers) {
+  std::uintptr_t caller = 0;
+#if defined(__x86_64__)
+  const iovec here{&caller, sizeof caller};
+  const iovec top{reinterpret_cast<void*>(registers.stack), sizeof caller};
+  if (::process_vm_readv(::getpid(), &here, 1, &top, 1, 0) != sizeof caller) {
+    caller = 0;
   }
-  Lines(const Lines&) = delete;
-  Lines& operator=(const Lines&) = delete;
+#elif defined(__aarch64__) || defined(__arm__)
+  caller = registers.link;
+#endif
+  return caller;
+}
 
-  bool next() {
-    size_ = 0;
-    for (char c = 0; take(c);) {
-      if (c == '\n') {
-        return true;
-      }
-      if (size_ < line_.size()) {
-        line_[size_++] = c;
-      }
-    }
+/// The library or program that has the code at `address`; false: none has.
+bool addFile(Text& text, std::string_view word, std::uintptr_t address) {
+  dl_find_object object;
+  if (::_dl_find_object(reinterpret_cast<void*>(address), &object) != 0) {
     return false;
   }
-  std::string_view line() const { return {line_.data(), size_}; }
-
- private:
-  bool take(char& c) {
-    if (at_ == end_) {
-      const ssize_t got = file_ < 0 ? -1 : ::read(file_, buffer_.data(), buffer_.size());
-      if (got <= 0) {
-        return false;
-      }
-      at_ = 0;
-      end_ = static_cast<size_t>(got);
-    }
-    c = buffer_[at_++];
-    return true;
+  const link_map& library = *object.dlfo_link_map;
+  text << word;
+  if (*library.l_name != '\0') {
+    text << library.l_name;
+  } else {
+    std::array<char, 512> program;
+    const ssize_t size = ::readlink("/proc/self/exe", program.data(), program.size());
+    text << (size < 0 ? "the program"
+                      : std::string_view(program.data(), static_cast<size_t>(size)));
   }
+  (text << "+0x").add(address - library.l_addr, 16);
+  return true;
+}
 
-  const int file_;
-  std::array<char, 1024> buffer_;
-  size_t at_ = 0;
-  size_t end_ = 0;
-  std::array<char, 512> line_;
-  size_t size_ = 0;
-};
-
-/// A line of /proc/self/maps: "7f00-7f08 r-xp 00001000 08:01 1234    /usr/lib/x.so".
-struct Mapping {
-  explicit Mapping(std::string_view line) {
-    const char* const last = line.data() + line.size();
-    const auto from = std::from_chars(line.data(), last, begin, 16);
-    if (from.ptr != last) {
-      std::from_chars(from.ptr + 1, last, end, 16);
-    }
-    const size_t path = line.find('/');
-    if (path != std::string_view::npos) {
-      file = line.substr(path);
-    }
-  }
-
-  std::uintptr_t begin = 0;
-  std::uintptr_t end = 0;
-  std::string_view file;  ///< empty: of none
-};
-
-/// The file that `address` is mapped from, and how far from the file's first mapping.
-void addPlace(Text& text, std::uintptr_t address) {
-  Lines maps("/proc/self/maps");
-  Text file;
-  std::uintptr_t base = 0;
-  while (maps.next()) {
-    const Mapping mapping(maps.line());
-    if (mapping.file != file.view()) {
-      file = Text();
-      file << mapping.file;
-      base = mapping.begin;
-    }
-    if (address >= mapping.begin && address < mapping.end && !mapping.file.empty()) {
-      (text << ", in " << mapping.file << "+0x").add(address - base, 16);
-      return;
-    }
+void addPlace(Text& text, const Registers& registers) {
+  if (registers.code == 0 || !addFile(text, ", in ", registers.code)) {
+    (text << ", in no code: 0x").add(registers.code, 16);
+    addFile(text, ", called from ", callerOf(registers));
   }
 }
 
@@ -172,6 +141,14 @@ void addThread(Text& text) {
   std::array<char, 16> name{};
   ::pthread_getname_np(::pthread_self(), name.data(), name.size());
   text << name.data();
+  if (::getpid() != agent) {
+    (text << " of the child process ").add(static_cast<std::uintptr_t>(::getpid()), 10);
+  }
+}
+
+/// By kill(), abort() and the like.
+bool isSent(const siginfo_t& info) {
+  return info.si_code <= 0;
 }
 
 void addCause(Text& text, const siginfo_t& info, const Registers& registers) {
@@ -179,16 +156,24 @@ void addCause(Text& text, const siginfo_t& info, const Registers& registers) {
     return known.signum == info.si_signo;
   });
   text << fault->name;
-  if (info.si_code <= 0) {  // sent, not met
+  if (isSent(info)) {
     if (info.si_pid != ::getpid()) {
       (text << " from process ").add(static_cast<std::uintptr_t>(info.si_pid), 10);
     }
     return;
   }
+  if (info.si_signo == SIGSYS) {
+    (text << " at system call ").add(static_cast<std::uintptr_t>(info.si_syscall), 10);
+    return;
+  }
+  if (info.si_code == SI_KERNEL) {
+    text << " at an address that no pointer may have";
+    return;
+  }
   constexpr std::uintptr_t kNear = 65536;
   const auto address = reinterpret_cast<std::uintptr_t>(info.si_addr);
   (text << " at address 0x").add(address, 16);
-  if (info.si_signo == SIGSEGV && address + kNear > registers.stack &&
+  if (info.si_signo == SIGSEGV && registers.stack != 0 && address + kNear > registers.stack &&
       address < registers.stack + kNear) {
     text << ", an overflow of the stack";
   }
@@ -222,36 +207,66 @@ void tell(const siginfo_t& info, const ucontext_t& context) {
   addThread(text);
   text << ": ";
   addCause(text, info, registers);
-  addPlace(text, registers.code);
+  addPlace(text, registers);
 
   ShortRecord record("QOVPUBLIC", log_id::kCrashed, kError.tag, __FUNCTION__, __LINE__,
                      LogForm::now());
   record.add(text.view());
   record.finish();
   writeWhole(openLogFile(), record.line());
-  // Last: a reader of it who does not read holds the process up.
   text << "\n";
-  writeWhole(STDERR_FILENO, text.view());
+  // A pipe takes the line whole, or nobody reads it.
+  constexpr int kReaderMs = 500;
+  pollfd reader{STDERR_FILENO, POLLOUT, 0};
+  if (::poll(&reader, 1, kReaderMs) == 1 && (reader.revents & POLLOUT) != 0) {
+    writeWhole(STDERR_FILENO, text.view());
+  }
+}
+
+/// False if another thread tells; then it has had its time.
+bool mayTell() {
+  pid_t nobody = 0;
+  if (teller.compare_exchange_strong(nobody, ::gettid())) {
+    return true;
+  }
+  if (nobody != ::gettid()) {  // else telling has crashed
+    constexpr timespec kItsTime{2, 0};
+    ::nanosleep(&kItsTime, nullptr);
+  }
+  return false;
+}
+
+/// Whether what the thread goes on with does not bring the signal again.
+bool isOver(const siginfo_t& info) {
+  return isSent(info) || info.si_signo == SIGSYS ||
+         (info.si_signo == SIGBUS && info.si_code == BUS_MCEERR_AO);
 }
 
 void onFault(int signum, siginfo_t* info, void* context) {
+  ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
   const int reason = errno;
-  if (!lastWordsAreTold()) {
+  if (!lastWordsAreTold() && mayTell()) {
     keepUtcOffset();
     tell(*info, *static_cast<const ucontext_t*>(context));
   }
-  if (info->si_code <= 0) {
-    ::raise(signum);  // once this returns; a fault is met again by itself
+  ::signal(signum, SIG_DFL);
+  if (isOver(*info)) {
+    ::raise(signum);  // comes once this returns
   }
   errno = reason;
 }
 
-/// A stack for signals of the calling thread, whose own one may be full.
+/// A stack for signals of the calling thread, whose own one may be full. One that it has stays.
 class SignalStack {
  public:
-  SignalStack()
-      : memory_(::mmap(nullptr, kSize, PROT_READ | PROT_WRITE,
-                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0)) {
+  SignalStack() {
+    stack_t before{};
+    ::sigaltstack(nullptr, &before);
+    if ((before.ss_flags & SS_DISABLE) == 0) {
+      return;
+    }
+    memory_ = ::mmap(nullptr, kSize, PROT_READ | PROT_WRITE,
+                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
     if (memory_ != MAP_FAILED) {
       const stack_t stack{memory_, 0, kSize};
       ::sigaltstack(&stack, nullptr);
@@ -270,7 +285,7 @@ class SignalStack {
  private:
   /// The handler's texts, and what the processor's registers take.
   static constexpr size_t kSize = 65536;
-  void* const memory_;
+  void* memory_ = MAP_FAILED;
 };
 
 class ThreadsWithSignalStack : public ACE_Thread_Hook {
@@ -285,20 +300,26 @@ class ThreadsWithSignalStack : public ACE_Thread_Hook {
 
 void tellCrashes() {
   logFile[QOV_Utility::getProcessLogFileName().copy(logFile.data(), logFile.size() - 1)] = '\0';
+  agent = ::getpid();
+  // The first record of a process takes memory for its name, and notes the offset from UTC.
+  const ShortRecord first("QOVPUBLIC", log_id::kCrashed, kError.tag, __FUNCTION__, __LINE__,
+                          LogForm::now());
   bool installed = false;
   for (const Fault& fault : kFaults) {
     struct sigaction action {};
     ::sigaction(fault.signum, nullptr, &action);
     if ((action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_DFL) {
       action.sa_sigaction = &onFault;
-      action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_RESETHAND;
+      action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+      sigfillset(&action.sa_mask);
       ::sigaction(fault.signum, &action, nullptr);
       installed = true;
     }
   }
   if (installed && ACE_Thread_Hook::thread_hook() == nullptr) {
-    static ThreadsWithSignalStack hook;
-    ACE_Thread_Hook::thread_hook(&hook);
+    static const SignalStack ofThisThread;
+    // For good: threads begin until the very end.
+    ACE_Thread_Hook::thread_hook(new ThreadsWithSignalStack);
   }
 }
 

@@ -76,6 +76,7 @@ void tellOnStandardError(const Lines& lines) {
 }
 
 void tellLastWords(unsigned long long logId, const Lines& lines) {
+  told = true;
   tellOnStandardError(lines);
   try {
     if (!appendToLogFile(logId, lines)) {
@@ -84,7 +85,6 @@ void tellLastWords(unsigned long long logId, const Lines& lines) {
   } catch (const CQOV_Exception&) {
     // A process without a configuration, which has no log.
   }
-  told = true;
 }
 
 bool lastWordsAreTold() {

@@ -1,3 +1,8 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <ctime>
+
 #include "tests/process/agent_test.h"
 
 namespace qov::test {
@@ -80,6 +85,54 @@ TEST_F(AgentCrash, ByTheStacksEndSaysSo) {
   crashes("worker", "recursion", {"-n"});
   endsBy(SIGSEGV, "m50-worker-1: SIGSEGV at address 0x[0-9a-f]+, an overflow of the stack" +
                       place("libqovp_crashing\\.so"));
+}
+
+TEST_F(AgentCrash, ByACallToNowhereNamesTheCaller) {
+  crashes("worker", "call", {"-n"});
+  endsBy(SIGSEGV,
+         "m50-worker-1: SIGSEGV at address 0x0, in no code: 0x0, called from "
+         "/[^ ]*/libqovp_crashing\\.so\\+0x[0-9a-f]+");
+}
+
+TEST_F(AgentCrash, OfAThreadThatIsToBeCancelledEndsTheProcess) {
+  crashes("worker", "cancelled", {"-n"});
+  endsBy(SIGSEGV, "m50-worker-1" + write());
+}
+
+TEST_F(AgentCrash, OfAMainThreadByTheStacksEndSaysSo) {
+  crashes("main", "recursion", {"-n"});
+  endsBy(SIGSEGV, "[^ ]+: SIGSEGV at address 0x[0-9a-f]+, an overflow of the stack" +
+                      place("libqovp_crashing\\.so"));
+}
+
+TEST_F(AgentCrash, IsToldInLocalTimeByAnAgentThatHasLoggedNothing) {
+  agent.root().writeConfig(5);
+  agent.setEnvironment("TZ", "EAST-5:30");
+  crashes("worker", "write", {"-n"});
+  endsBy(SIGSEGV, "m50-worker-1" + write());
+  const time_t now = ::time(nullptr);
+  const std::string hour = agent.log().substr(12, 2);
+  const auto isHourOf = [&hour](time_t second) {
+    return std::stol(hour) == (second + 19800) / 3600 % 24;
+  };
+  EXPECT_TRUE(isHourOf(now) || isHourOf(now - 3600)) << agent.log();
+}
+
+TEST_F(AgentCrash, EndsAProcessWhoseStandardErrorNobodyReads) {
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+  const char byte = 'x';
+  while (::write(ends[1], &byte, 1) == 1) {
+  }
+  ::fcntl(ends[1], F_SETFL, 0);  // the agent's shall block
+  agent.prepareChild([end = ends[1]] { ::dup2(end, STDERR_FILENO); });
+  agent.root().writeConfig(5);
+  crashes("worker", "write", {"-n"});
+  const Ending ending = agent.waitForEnd();
+  EXPECT_TRUE(ending.ended) << "hangs";
+  EXPECT_EQ(ending.signal, SIGSEGV);
+  ::close(ends[0]);
+  ::close(ends[1]);
 }
 
 TEST_F(AgentCrash, ByAbortNamesTheThread) {

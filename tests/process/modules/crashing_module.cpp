@@ -1,7 +1,7 @@
 // A module that crashes once there is the file "go". QOV_TEST_CRASH says on which of its threads:
 // "worker", "static", "leader" or "own" (one that the module has made itself); or "main", in the
-// module's start. QOV_TEST_CRASH_HOW says how: "write" to page 1 of the address space, "recursion"
-// or "abort".
+// module's start. QOV_TEST_CRASH_HOW says how: "write" to page 1 of the address space, "recursion",
+// "call" through a null pointer, "abort", or, in a thread that is to be cancelled, "cancelled".
 #include <pthread.h>
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
@@ -34,8 +34,14 @@ void crash() {
   } else if (how == "recursion") {
     volatile int deeper = 1;
     recurse(&deeper);
-  } else {
+  } else if (how == "call") {
+    void (*volatile nowhere)() = nullptr;
+    nowhere();
+  } else if (how == "abort") {
     std::abort();
+  } else {
+    ::pthread_cancel(::pthread_self());
+    *reinterpret_cast<volatile char*>(address) = 1;
   }
 }
 
