@@ -124,6 +124,10 @@ void Broker::stop(int signal) {
   waitForEndOf(pid_);
 }
 
+void Broker::freeze() const {
+  ::kill(pid_, SIGSTOP);
+}
+
 void Broker::saveSessions() {
   ::kill(pid_, SIGUSR1);
   waitUntil([&] { return !readFile(file("mosquitto.db")).empty(); });
