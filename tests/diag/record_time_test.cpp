@@ -52,7 +52,8 @@ TEST_F(RecordTime, KeepsTheOffsetOfTheForkInAChildAndItsChildren) {
   setZone("EAST-2");
   EXPECT_TRUE(qov::test::holdsInChild([] {
     setZone("WEST+3");
-    return qov::test::holdsInChild([] { return qov::recordTime(kDay).view() == "1970/01/02 02:00:00"; });
+    return qov::test::holdsInChild(
+        [] { return qov::recordTime(kDay).view() == "1970/01/02 02:00:00"; });
   }));
   setZone("WEST+3");
   EXPECT_EQ(qov::recordTime(kDay).view(), "1970/01/01 21:00:00") << "the parent goes by its zone";
