@@ -68,8 +68,8 @@ class Connection {
   struct Handlers {
     /// The connection stands; or stands no more.
     std::function<void(bool)> online = [](bool) {};
-    /// The broker took the message with that number, or `reason` (kFirstRefusal or more) says why it
-    /// did not.
+    /// The broker took the message with that number, or `reason`, kFirstRefusal or more, says why
+    /// it did not.
     std::function<void(std::uint64_t number, int reason)> settled = [](std::uint64_t, int) {};
     std::function<void(Incoming&&)> received = [](Incoming&&) {};
   };

@@ -9,7 +9,7 @@
 
 namespace qov::mqtt {
 
-/// Why a request from the broker gets no answer of a module. docs/mqtt-requests.md has a row for each.
+/// Why a request from the broker gets no answer of a module: docs/mqtt-requests.md.
 enum class RequestError : std::uint8_t {
   kTooLong,
   kContentType,

@@ -21,10 +21,10 @@
 namespace qov::mqtt {
 
 /// Brings requests from the broker to the modules of the agent, and their answers back. Every
-/// request whose answer has a place to go to gets one, maybe a refusal; docs/mqtt-requests.md lists them.
+/// request whose answer has a place to go to gets one, maybe a refusal: docs/mqtt-requests.md.
 ///
-/// Thread: take() on one thread at a time; it waits for nothing but room in the own module. Answers are published on workers of
-///         the sender's module. counts() from any thread.
+/// Thread: take() on one thread at a time; it waits for nothing but room in the sender's module.
+///         Answers are published on workers of that module. counts() from any thread.
 /// Owns:   nothing. The sender is borrowed; this object outlives the stop of its module.
 /// Errors: std::bad_alloc.
 class Requests {

@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "modules/delivered_sections.h"
 #include "modules/common/controls.h"
+#include "modules/delivered_sections.h"
 #include "tools/qovctl/bundle_folders.h"
 #include "tools/qovctl/bundle_parts.h"
 #include "tools/qovctl/numbers.h"

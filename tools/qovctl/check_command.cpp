@@ -11,8 +11,8 @@
 #include <system_error>
 #include <vector>
 
-#include "modules/delivered_sections.h"
 #include "modules/common/controls.h"
+#include "modules/delivered_sections.h"
 #include "tools/qovctl/failure.h"
 
 namespace qov::ctl {
