@@ -4,42 +4,19 @@
 #include <qovpub/qov_ini_operator.h>
 #include <qovpub/qov_request.h>
 #include <qovpub/qov_utility.h>
-#include <strings.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <charconv>
-#include <list>
 #include <optional>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 
+#include "modules/delivered_sections.h"
+
 namespace qov::mqtt {
 namespace {
-
-constexpr std::array<const char*, 20> kKeys{"ModuleId",
-                                            "Host",
-                                            "Port",
-                                            "Tls",
-                                            "CaFile",
-                                            "CertFile",
-                                            "KeyFile",
-                                            "User",
-                                            "PasswordFile",
-                                            "Node",
-                                            "KeepAliveSeconds",
-                                            "SessionSeconds",
-                                            "ReconnectSeconds",
-                                            "EventForm",
-                                            "Outbox",
-                                            "OutboxRows",
-                                            "OutboxKilobytes",
-                                            "AllowRequests",
-                                            "RequestMilliseconds",
-                                            "RequestsPending"};
 
 class Section {
  public:
@@ -81,19 +58,7 @@ class Section {
     return value;
   }
 
-  std::vector<std::string> unknownKeys() {
-    std::list<std::pair<std::string, std::string>> items;
-    configuration_.enumerateSections(kSection, items);
-    std::vector<std::string> unknown;
-    for (const auto& [key, value] : items) {
-      if (std::none_of(kKeys.begin(), kKeys.end(), [&, &name = key](const char* known) {
-            return ::strcasecmp(known, name.c_str()) == 0;
-          })) {
-        unknown.push_back(key);
-      }
-    }
-    return unknown;
-  }
+  std::vector<std::string> unknownKeys() { return qov::unknownKeys(configuration_, "qovmqtt"); }
 
   [[noreturn]] static void refuse(const char* key, const std::string& value,
                                   const std::string& why) {
