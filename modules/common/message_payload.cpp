@@ -30,17 +30,6 @@ bool saysOm(const QOVMsgHead& head) {
   return (head.flags_ & QOVMsgHead::kFlagOm) != 0;
 }
 
-/// Bytes of the message, 0 for an OM message without one inside.
-std::size_t sizeOf(const CQOV_MsgPackage& message) {
-  if (const auto* const om = dynamic_cast<const CQOV_OM_MsgPackage*>(&message); om != nullptr) {
-    const CT7QPackageV3* const inner = om->get();
-    return inner == nullptr
-               ? 0
-               : sizeof(QOVMsgHead) + sizeof(TLVMsgHeadV3) + std::size_t{bodyLength(*inner)};
-  }
-  return sizeof(QOVMsgHead) + std::size_t{bodyLength(message)};
-}
-
 }  // namespace
 
 std::string jsonOfMessage(const CQOV_MsgPackage& message) {
@@ -57,8 +46,18 @@ std::unique_ptr<CQOV_MsgPackage> messageOfJson(std::string_view text) {
   return message;
 }
 
+std::size_t sizeOfMessage(const CQOV_MsgPackage& message) {
+  if (const auto* const om = dynamic_cast<const CQOV_OM_MsgPackage*>(&message); om != nullptr) {
+    const CT7QPackageV3* const inner = om->get();
+    return inner == nullptr
+               ? 0
+               : sizeof(QOVMsgHead) + sizeof(TLVMsgHeadV3) + std::size_t{bodyLength(*inner)};
+  }
+  return sizeof(QOVMsgHead) + std::size_t{bodyLength(message)};
+}
+
 std::string bytesOfMessage(CQOV_MsgPackage& message) {
-  const std::size_t size = sizeOf(message);
+  const std::size_t size = sizeOfMessage(message);
   if (size > std::numeric_limits<unsigned int>::max()) {
     return "";
   }

@@ -3,6 +3,7 @@
 
 #include <qovpub/qov_message_package.h>
 
+#include <cstddef>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -26,6 +27,9 @@ std::string jsonOfMessage(const CQOV_MsgPackage& message);
 /// The message that the whole of `text` describes: an OM message if there is an "inner" one. Throws
 /// NotJson and BadJson.
 std::unique_ptr<CQOV_MsgPackage> messageOfJson(std::string_view text);
+
+/// How many bytes the message has; 0 for an OM message without a message inside.
+std::size_t sizeOfMessage(const CQOV_MsgPackage& message);
 
 /// The bytes of the message, whose header gets its length. Empty when it has none: an OM message
 /// without a message inside, or with records that are too long.

@@ -64,6 +64,22 @@ std::string bytesIn(const mosquitto_property* properties, int name) {
   return copy;
 }
 
+std::vector<std::pair<std::string, std::string>> userPropertiesIn(
+    const mosquitto_property* properties) {
+  std::vector<std::pair<std::string, std::string>> all;
+  char* name = nullptr;
+  char* value = nullptr;
+  for (bool again = false;
+       (properties = mosquitto_property_read_string_pair(properties, MQTT_PROP_USER_PROPERTY, &name,
+                                                         &value, again)) != nullptr;
+       again = true) {
+    all.emplace_back(name, value);
+    std::free(name);
+    std::free(value);
+  }
+  return all;
+}
+
 Incoming incoming(const mosquitto_message& message, const mosquitto_property* properties) {
   Incoming made;
   made.topic = message.topic;
@@ -72,6 +88,7 @@ Incoming incoming(const mosquitto_message& message, const mosquitto_property* pr
   made.contentType = textIn(properties, MQTT_PROP_CONTENT_TYPE);
   made.responseTopic = textIn(properties, MQTT_PROP_RESPONSE_TOPIC);
   made.correlation = bytesIn(properties, MQTT_PROP_CORRELATION_DATA);
+  made.properties = userPropertiesIn(properties);
   return made;
 }
 

@@ -21,6 +21,7 @@ struct Incoming {
   std::string contentType;    ///< empty without one, as are the next two
   std::string responseTopic;  ///< where the sender wants an answer; any topic at all
   std::string correlation;    ///< bytes that the answer carries, too
+  std::vector<std::pair<std::string, std::string>> properties;  ///< of the user
 };
 
 /// A message for the broker.

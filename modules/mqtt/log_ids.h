@@ -20,6 +20,9 @@ enum : std::uint64_t {
   kOutboxGoesOn = 66213,
   kEventsDropped = 66214,
   kEventTooLarge = 66215,
+  kRequestUnanswerable = 66221,
+  kAnswerLost = 66222,
+  kRequestCounts = 66223,
 };
 
 }  // namespace qov::mqtt::log_id

@@ -1,4 +1,5 @@
-// The module `qovmqtt`: brings the agent's events to an MQTT broker and tells there that it lives.
+// The module `qovmqtt`: brings the agent's events to an MQTT broker and tells there that it lives, and brings
+// requests from there to the modules.
 #include <qovpub/qov_handlers.h>
 #include <qovpub/qov_log.h>
 #include <qovpub/qov_module.h>
@@ -6,15 +7,19 @@
 #include <qovpub/qov_utility.h>
 
 #include <exception>
+#include <future>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "modules/common/message_payload.h"
 #include "modules/mqtt/connection.h"
 #include "modules/mqtt/event_sender.h"
 #include "modules/mqtt/log_ids.h"
 #include "modules/mqtt/presence.h"
+#include "modules/mqtt/requests.h"
 #include "modules/mqtt/settings.h"
 #include "modules/mqtt/topics.h"
 
@@ -63,6 +68,10 @@ class MqttModule : public CQOV_TaskMgr {
   ~MqttModule() override {
     stop();
     sender_.stop();
+    connection_.reset();
+    if (requests_ && requests_->counts().received > 0) {
+      requests_->logCounts();
+    }
   }
 
   CQOV_Task* createTask() override {
@@ -75,8 +84,19 @@ class MqttModule : public CQOV_TaskMgr {
     handlers.settled = [&sender = sender_](std::uint64_t token, int reason) {
       sender.settled(token, reason);
     };
+    // The first requests may come before its constructor has ended.
+    std::promise<Connection*> made;
+    requests_.emplace(answering_, settings_.requests, topics_.responses(),
+                      [connection = made.get_future().share()](Outgoing&& message) {
+                        return connection.get()->publish(std::move(message));
+                      });
+    handlers.received = [&requests = *requests_](Incoming&& message) {
+      requests.take(std::move(message));
+    };
     connection_ = std::make_unique<Connection>(
-        settings_, topics_.clientId(), presenceOfAgent(topics_.status()), std::move(handlers));
+        settings_, topics_.clientId(), presenceOfAgent(topics_.status()), std::move(handlers),
+        std::vector<std::string>{topics_.requests()});
+    made.set_value(connection_.get());
     sender_.start([&connection = *connection_](Outgoing&& message) {
       return connection.publish(std::move(message));
     });
@@ -110,6 +130,7 @@ class MqttModule : public CQOV_TaskMgr {
   const Topics topics_;
   EventSender sender_;
   CQOV_Task answering_;
+  std::optional<Requests> requests_;
   std::unique_ptr<Connection> connection_;
 };
 

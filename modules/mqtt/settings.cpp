@@ -2,6 +2,7 @@
 
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_ini_operator.h>
+#include <qovpub/qov_request.h>
 #include <qovpub/qov_utility.h>
 #include <strings.h>
 #include <unistd.h>
@@ -12,13 +13,14 @@
 #include <charconv>
 #include <list>
 #include <optional>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
 namespace qov::mqtt {
 namespace {
 
-constexpr std::array<const char*, 17> kKeys{"ModuleId",
+constexpr std::array<const char*, 20> kKeys{"ModuleId",
                                             "Host",
                                             "Port",
                                             "Tls",
@@ -34,7 +36,10 @@ constexpr std::array<const char*, 17> kKeys{"ModuleId",
                                             "EventForm",
                                             "Outbox",
                                             "OutboxRows",
-                                            "OutboxKilobytes"};
+                                            "OutboxKilobytes",
+                                            "AllowRequests",
+                                            "RequestMilliseconds",
+                                            "RequestsPending"};
 
 class Section {
  public:
@@ -158,6 +163,20 @@ void readOutbox(Section& section, Settings& settings) {
                                                 settings.outboxBytes / kKilobyte);
 }
 
+void readRequests(Section& section, RequestSettings& settings) {
+  const std::string allowed = section.text("AllowRequests");
+  try {
+    settings.allowed = OperationList(allowed);
+  } catch (const std::invalid_argument& bad) {
+    Section::refuse("AllowRequests", allowed, bad.what());
+  }
+  using Count = std::chrono::milliseconds::rep;
+  settings.timeout = std::chrono::milliseconds(section.number<Count>(
+      "RequestMilliseconds", 1, kLongestRequest.count(), settings.timeout.count()));
+  settings.pending =
+      section.number<std::size_t>("RequestsPending", 1, QOVRequest::kMostLater, settings.pending);
+}
+
 /// Without the key, what the platform says.
 std::string nodeOf(Section& section) {
   std::string node = section.text("Node");
@@ -181,6 +200,7 @@ Settings readSettings() {
   settings.node = nodeOf(section);
   settings.eventForm = eventForm(section);
   readOutbox(section, settings);
+  readRequests(section, settings.requests);
   settings.unknownKeys = section.unknownKeys();
   return settings;
 }

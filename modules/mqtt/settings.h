@@ -7,12 +7,22 @@
 #include <string>
 #include <vector>
 
+#include "modules/mqtt/operation_list.h"
+
 namespace qov::mqtt {
 
 inline constexpr const char* kSection = "MQTT";
 
 /// What an event's payload is.
 enum class EventForm { kJson, kBytes };
+
+/// What is about requests from the broker.
+struct RequestSettings {
+  OperationList allowed;
+  std::chrono::milliseconds timeout{5000};  ///< of a request that says none
+  std::size_t pending = 256;                ///< at once
+};
+constexpr std::chrono::milliseconds kLongestRequest{600000};
 
 /// Section "MQTT" of the process configuration file; docs/mqtt.md explains the keys.
 struct Settings {
@@ -35,6 +45,8 @@ struct Settings {
   std::string outbox;
   std::uint64_t outboxRows = 100000;
   std::uint64_t outboxBytes = std::uint64_t{64} << 20U;
+
+  RequestSettings requests;
 
   std::vector<std::string> unknownKeys;
 };

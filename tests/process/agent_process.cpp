@@ -111,6 +111,13 @@ bool AgentProcess::isIn(const std::string& mask, int signum) const {
          (std::stoull(status.substr(place + mask.size()), nullptr, 16) >> (signum - 1) & 1U) != 0;
 }
 
+std::size_t AgentProcess::peakKilobytes() const {
+  const std::string status = readFile("/proc/" + std::to_string(started_) + "/status");
+  const std::string key = "VmHWM:";
+  const std::size_t place = status.find(key);
+  return place == std::string::npos ? 0 : std::stoull(status.substr(place + key.size()));
+}
+
 std::multiset<std::string> AgentProcess::threadNames() const {
   std::multiset<std::string> names;
   const std::filesystem::path tasks = "/proc/" + std::to_string(started_) + "/task";

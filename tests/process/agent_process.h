@@ -52,6 +52,8 @@ class AgentProcess {
   /// The names of the threads of the process that was started, and its main thread's.
   std::multiset<std::string> threadNames() const;
   std::string mainThreadName() const;
+  /// The most memory that the process that was started has had so far, in kilobytes.
+  std::size_t peakKilobytes() const;
   /// How often the thread of that name has waited for something so far; 0 when there is none.
   long waitsOf(const std::string& threadName) const;
 
