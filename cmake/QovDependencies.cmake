@@ -8,6 +8,8 @@ pkg_check_modules(SAFEC REQUIRED IMPORTED_TARGET libsafec)
 pkg_check_modules(TINYXML REQUIRED IMPORTED_TARGET tinyxml)
 # Debian's library has its functions on std::string, which the headers show only with this.
 set_property(TARGET PkgConfig::TINYXML APPEND PROPERTY INTERFACE_COMPILE_DEFINITIONS TIXML_USE_STL)
+# Optional: what speaks with an MQTT broker is built where it is there.
+pkg_check_modules(MOSQUITTO IMPORTED_TARGET libmosquitto>=2.0)
 if(QOV_BUILD_TOOLS)
   find_package(CLI11 REQUIRED)
   find_package(LibArchive REQUIRED)

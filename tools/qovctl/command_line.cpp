@@ -15,13 +15,13 @@ Exit status:
   0  done
   1  a file, the output or memory failed
   2  the command line is not understood; of check: there are problems
-  3  no connection to the endpoint or agent, or it was lost before the reply was there
+  3  no connection to the endpoint, agent or broker, or it was lost before the reply was there
   4  no reply in time
   5  the endpoint refused the request (RET, which is printed) or ended a walk with a status; the
-     agent refused it
+     agent or broker refused it
   6  bad data: the input, or a reply, is not what it should be
   7  a walk stopped after 10000 rows; its table may have more;
-     something is missing in a bundle
+     something is missing in a bundle; agents of a fleet have not answered
 What went wrong is one line on standard error. When nobody reads its output any more the program
 ends by SIGPIPE, as others do.)";
 
@@ -60,7 +60,7 @@ void setLibraryLog(bool on) {
 CommandLine::CommandLine()
     : app_(
           "Speaks with a management endpoint, shows what its messages hold, checks the set-up of "
-          "agents, and asks running ones. Only the last needs an agent.",
+          "agents, and asks running ones, also through an MQTT broker. Only that needs an agent.",
           "qovctl"),
       endpoint_(app_, command_, kEnding) {
   app_.require_subcommand(0, 1);
@@ -70,6 +70,7 @@ CommandLine::CommandLine()
   addDecode();
   addCheck();
   agent_.addTo(app_, command_);
+  fleet_.addTo(app_, command_, kEnding);
 }
 
 void CommandLine::addDecode() {
@@ -121,8 +122,8 @@ void CommandLine::parse(int argc, char** argv) try {
   app_.parse(argc, argv);
   if (!command_) {
     throw Failure(kUsage,
-                  "a command is required: get, walk, send, tables, decode, check or agent (--help "
-                  "says more)");
+                  "a command is required: get, walk, send, tables, decode, check, agent or fleet "
+                  "(--help says more)");
   }
 } catch (const CLI::CallForHelp&) {
   command_ = [this] { print(app_.help()); };

@@ -10,6 +10,7 @@
 #include "tools/qovctl/check_command.h"
 #include "tools/qovctl/decode_command.h"
 #include "tools/qovctl/endpoint_command_line.h"
+#include "tools/qovctl/fleet_commands.h"
 
 namespace qov::ctl {
 
@@ -34,6 +35,7 @@ class CommandLine {
   std::function<void()> command_;
 
   AgentCommands agent_;
+  FleetCommands fleet_;
 
   DecodeOptions decode_;
   std::string kind_ = "auto";

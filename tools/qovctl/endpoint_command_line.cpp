@@ -210,7 +210,7 @@ void EndpointCommandLine::addSend() {
 void EndpointCommandLine::runSend(const CLI::App& send) {
   const Tables tables = tablesInForce(tablesFile_);
   if (file_.empty()) {
-    sendParts(options(), tables, requestParts(send));
+    sendParts(options(), tables, partsInOrder(send, commands_, cells_));
   } else {
     sendFile(options(), tables, file_);
   }
@@ -235,20 +235,6 @@ EndpointOptions EndpointCommandLine::options() const {
 
 Columns EndpointCommandLine::columnsOf(const Table* table) const {
   return columns_.empty() ? Columns(table) : Columns(table, columns_);
-}
-
-std::vector<RequestPart> EndpointCommandLine::requestParts(const CLI::App& send) const {
-  std::vector<RequestPart> parts;
-  auto command = commands_.begin();
-  auto cell = cells_.begin();
-  for (const CLI::Option* option : send.parse_order()) {
-    if (option->check_name("--command")) {
-      parts.push_back({false, *command++});
-    } else if (option->check_name("--cell")) {
-      parts.push_back({true, *cell++});
-    }
-  }
-  return parts;
 }
 
 }  // namespace qov::ctl

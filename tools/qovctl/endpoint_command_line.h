@@ -47,7 +47,6 @@ class EndpointCommandLine {
   void runSend(const CLI::App& send);
   EndpointOptions options() const;
   Columns columnsOf(const Table* table) const;
-  std::vector<RequestPart> requestParts(const CLI::App& send) const;
 
   CLI::App& app_;
   std::function<void()>& command_;

@@ -53,20 +53,20 @@ _qovctl() {
       mapfile -t COMPREPLY < <(compgen -d -- "$word")
       return
       ;;
-    *' --tables' | *' -o' | *' --output')
+    *' --tables' | *' -o' | *' --output' | *' --cafile' | *' --cert' | *' --key' | *' --password-file')
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -f -- "$word")
       return
       ;;
-    *' --ssk' | *' --nid' | *' --bid' | *' --retries' | *' --endpoint' | *' --socket' | *' --timeout' | *' --process' | *' --after' | *' --command' | *' --cell' | *' --text' | *' --log-mib' | *' --interval' | *' --seconds' | *' --module' | *' --sn') return ;;
+    *' --ssk' | *' --nid' | *' --bid' | *' --retries' | *' --endpoint' | *' --socket' | *' --timeout' | *' --process' | *' --after' | *' --command' | *' --cell' | *' --text' | *' --log-mib' | *' --interval' | *' --seconds' | *' --module' | *' --sn' | *' --broker' | *' --user' | *' --quiet' | *' --opc') return ;;
     *)
       case "$command $word" in
         *' -'*)
           words="$(_qovctl_options "$program" "$command")"
           # Behind these there are more of them.
-          for deeper in bundle top trace; do
-            [[ "${COMP_WORDS[*]}" != *' agent '*"$deeper "* ]] ||
-              words+=" $(_qovctl_options "$program" agent "$deeper")"
+          for deeper in bundle top trace list watch ask; do
+            [[ "${COMP_WORDS[*]}" != *" $command "*"$deeper "* ]] ||
+              words+=" $(_qovctl_options "$program" "$command" "$deeper")"
           done
           ;;
         'get '*) words=counts ;;
@@ -77,6 +77,7 @@ _qovctl() {
           # shellcheck disable=SC2086 # one or two words
           words="$(_qovctl_commands "$program" $command)"
           ;;
+        'fleet '*) [ "$COMP_CWORD" -ne 2 ] || words="$(_qovctl_commands "$program" fleet)" ;;
         'send '* | 'decode '*)
           compopt -o filenames 2>/dev/null
           mapfile -t COMPREPLY < <(compgen -f -- "$word")

@@ -15,7 +15,8 @@ namespace {
 
 using common::BadJson;
 
-void addPart(const RequestPart& part, const Tables& tables, CT7QPackageV3& request) {
+template <class Package>
+void addPart(const RequestPart& part, const Tables& tables, Package& request) {
   if (!part.isCell) {
     const auto command = tables.commandOfText(part.text);
     if (!command) {
@@ -29,6 +30,21 @@ void addPart(const RequestPart& part, const Tables& tables, CT7QPackageV3& reque
   }
   CTLVRecordV3& record = request[request.count() - 1];
   record.add(cellOfText(part.text, tables.find(endpoint::tableOf(record.cmd()))));
+}
+
+template <class Package>
+void addParts(const std::vector<RequestPart>& parts, const Tables& tables, Package& request) {
+  for (const RequestPart& part : parts) {
+    const std::string place =
+        (part.isCell ? "--cell \"" : "--command \"") + shortened(part.text) + "\": ";
+    try {
+      addPart(part, tables, request);
+    } catch (const BadJson& e) {
+      throw Failure(kUsage, place + e.what());
+    } catch (const CQOV_Exception& e) {
+      throw Failure(kUsage, place + common::reasonOf(e));
+    }
+  }
 }
 
 }  // namespace
@@ -50,19 +66,30 @@ void requestFromJson(const std::string& text, CT7QPackageV3& request) {
   common::fromJson(messages[0], "messages[0]", request);
 }
 
-void requestFromParts(const std::vector<RequestPart>& parts, const Tables& tables,
-                      CT7QPackageV3& request) {
-  for (const RequestPart& part : parts) {
-    const std::string place =
-        (part.isCell ? "--cell \"" : "--command \"") + shortened(part.text) + "\": ";
-    try {
-      addPart(part, tables, request);
-    } catch (const BadJson& e) {
-      throw Failure(kUsage, place + e.what());
-    } catch (const CQOV_Exception& e) {
-      throw Failure(kUsage, place + common::reasonOf(e));
+std::vector<RequestPart> partsInOrder(const CLI::App& line,
+                                      const std::vector<std::string>& commands,
+                                      const std::vector<std::string>& cells) {
+  std::vector<RequestPart> parts;
+  auto command = commands.begin();
+  auto cell = cells.begin();
+  for (const CLI::Option* option : line.parse_order()) {
+    if (option->check_name("--command")) {
+      parts.push_back({false, *command++});
+    } else if (option->check_name("--cell")) {
+      parts.push_back({true, *cell++});
     }
   }
+  return parts;
+}
+
+void requestFromParts(const std::vector<RequestPart>& parts, const Tables& tables,
+                      CT7QPackageV3& request) {
+  addParts(parts, tables, request);
+}
+
+void requestFromParts(const std::vector<RequestPart>& parts, const Tables& tables,
+                      CQOV_MsgPackage& request) {
+  addParts(parts, tables, request);
 }
 
 }  // namespace qov::ctl

@@ -3,8 +3,9 @@
 
 #include <qovpub/qov_message_package.h>
 
+#include <CLI/CLI.hpp>
+
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tools/qovctl/tables.h"
@@ -20,9 +21,19 @@ struct RequestPart {
   std::string text;  ///< as cellOfText() or Tables::commandOfText() has it
 };
 
+/// The parts that the command line has as values of --command and --cell, which `commands` and
+/// `cells` are, each by itself.
+std::vector<RequestPart> partsInOrder(const CLI::App& line,
+                                      const std::vector<std::string>& commands,
+                                      const std::vector<std::string>& cells);
+
+/// @{
 /// Throws Failure with the part that is none, and for a cell without a record.
 void requestFromParts(const std::vector<RequestPart>& parts, const Tables& tables,
                       CT7QPackageV3& request);
+void requestFromParts(const std::vector<RequestPart>& parts, const Tables& tables,
+                      CQOV_MsgPackage& request);
+/// @}
 
 }  // namespace qov::ctl
 
