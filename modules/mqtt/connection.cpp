@@ -90,6 +90,7 @@ class Connection::Loop : private Client::Listener {
   }
 
   bool publish(Outgoing&& message) {
+    bool isFirst = false;
     {
       const std::lock_guard lock(lock_);
       const std::size_t bytes = pendingBytes_ + message.payload.size();
@@ -99,9 +100,13 @@ class Connection::Loop : private Client::Listener {
       }
       ++pending_;
       pendingBytes_ = bytes;
+      isFirst = queue_.empty();
       queue_.push_back(std::move(message));
     }
-    bell_.ring();
+    // The thread empties the queue, or goes on with it when the broker has acknowledged some.
+    if (isFirst) {
+      bell_.ring();
+    }
     return true;
   }
 
@@ -212,6 +217,7 @@ class Connection::Loop : private Client::Listener {
     onlineSince_ = Clock::now();
     lastFailure_.clear();
     document_.clear();
+    nextPresence_ = Clock::now();
     subscriptions_.clear();
     for (const std::string& filter : filters_) {
       int id = 0;
@@ -296,8 +302,12 @@ class Connection::Loop : private Client::Listener {
     }
   }
 
-  /// If it has changed.
+  /// If it has changed; looks once a turn, not for each message.
   void publishPresence() {
+    if (Clock::now() < nextPresence_) {
+      return;
+    }
+    nextPresence_ = Clock::now() + kTurn;
     std::string document = presence_.online();
     if (document != document_) {
       publishDocument(document);
@@ -372,6 +382,7 @@ class Connection::Loop : private Client::Listener {
   Clock::time_point nextTry_ = Clock::now();
   Clock::time_point answerUntil_;
   Clock::time_point onlineSince_;
+  Clock::time_point nextPresence_;
   std::optional<int> reason_;   ///< for which the broker ends this connection
   std::map<int, Given> given_;  ///< by libmosquitto's number
   std::map<int, std::string> subscriptions_;

@@ -5,6 +5,7 @@
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_log.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -15,7 +16,7 @@ namespace qov::mqtt {
 namespace {
 
 /// Handed to the connection at a time: enough for it never to run dry.
-constexpr std::size_t kMostInFlight = 256;
+constexpr std::size_t kMostInFlight = 512;
 /// Removed from the outbox together. After a crash that many may be sent again.
 constexpr std::size_t kMostTaken = 256;
 constexpr std::chrono::milliseconds kIdle{200};
@@ -132,11 +133,11 @@ void EventSender::accept(Event&& event, Receipt receipt) {
 }
 
 void EventSender::settled(std::uint64_t token, int reason) {
-  {
-    const std::lock_guard lock(lock_);
-    settled_.push_back({token, reason});
+  const std::lock_guard lock(lock_);
+  settled_.push_back({token, reason});
+  if (settled_.size() == settledWanted_) {
+    changed_.notify_one();
   }
-  changed_.notify_one();
 }
 
 void EventSender::run() {
@@ -160,8 +161,10 @@ EventSender::Work EventSender::takeWork() {
   const bool isFailing = !lastFailure_.empty();
   std::unique_lock lock(lock_);
   const auto hasWork = [&] {
-    return stopping_ || !settled_.empty() || (!waiting_.empty() && !isFailing);
+    return stopping_ || settled_.size() >= settledWanted_ || (!waiting_.empty() && !isFailing);
   };
+  // Woken for each one it would do one at a time. The connection has the other half to go on with.
+  settledWanted_ = std::max<std::size_t>(1, hasMore_ ? inFlight_.size() / 2 : inFlight_.size());
   bool isIdle = false;
   if (isFailing || isRefused_ || (hasMore_ && inFlight_.size() < kMostInFlight)) {
     isIdle = !changed_.wait_for(lock, kRetry, hasWork);

@@ -109,6 +109,7 @@ class EventSender {
   std::deque<Waiting> waiting_;
   std::size_t waitingBytes_ = 0;
   std::vector<Settled> settled_;
+  std::size_t settledWanted_ = 1;  ///< so many that the thread takes them
   bool stopping_ = false;
 
   // The thread's own.
