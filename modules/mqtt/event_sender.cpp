@@ -16,7 +16,7 @@ namespace qov::mqtt {
 namespace {
 
 /// Handed to the connection at a time: enough for it never to run dry.
-constexpr std::size_t kMostInFlight = 512;
+constexpr std::size_t kMostInFlight = 256;
 /// Removed from the outbox together. After a crash that many may be sent again.
 constexpr std::size_t kMostTaken = 256;
 constexpr std::chrono::milliseconds kIdle{200};
