@@ -45,6 +45,7 @@ enum : unsigned long long {
   kModuleLoading = 65730,
   kStopHangs = 65750,
   kUncaught = 65752,
+  kCrashed = 65753,
   kForeignClass = 65810,
 
   // module: messages between modules

@@ -249,5 +249,5 @@ void CQOVDebugKit::makeLog(std::ostringstream& out, unsigned long long logId, co
 }
 
 std::string CQOVDebugKit::makeLogTime() const {
-  return qov::recordTime(time(nullptr));
+  return std::string(qov::recordTime(time(nullptr)).view());
 }

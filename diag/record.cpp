@@ -46,7 +46,7 @@ struct KeptTime {
   std::array<char, 40> text;
 
   bool isEmpty() const { return size == 0; }
-  void keep(const std::string& part) { size = part.copy(text.data(), text.size()); }
+  void add(std::string_view part) { size += part.copy(text.data() + size, text.size() - size); }
   std::string_view view() const { return {text.data(), size}; }
 };
 
@@ -58,7 +58,11 @@ struct KeptTime {
   thread_local long zone;
   const time_t now = time(nullptr);
   if (kept.isEmpty() || now != second || zone != ::timezone) {
-    kept.keep("[" + recordTime(now) + "][" + recordOffset(now));
+    kept.size = 0;
+    kept.add("[");
+    kept.add(recordTime(now).view());
+    kept.add("][");
+    kept.add(recordOffset(now).view());
     second = now;
     zone = ::timezone;
   }

@@ -2,7 +2,9 @@
 
 #include <qovpub/qov_utility.h>
 
-#include <array>
+#include <algorithm>
+#include <atomic>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 
@@ -10,12 +12,12 @@ namespace qov {
 
 namespace {
 
-long utcOffset = 0;  // seconds east of UTC
-bool isKept = false;
+std::atomic<long> utcOffset{0};  // seconds east of UTC
+std::atomic<bool> isKept{false};
 
 /// By hand: gmtime_r() takes the lock, too. Years begin in March here, so that a leap day is the
 /// last of its year, and a cycle of 400 years ends with one.
-std::string textOfLocal(time_t local) {
+TimeText textOfLocal(time_t local) {
   constexpr long kSecondsPerDay = 86400;
   constexpr long kDaysPerCycle = 146097;
   constexpr long kDaysBefore1970 = 719468;  // since the March of the year 0
@@ -29,25 +31,32 @@ std::string textOfLocal(time_t local) {
   const long month = monthFromMarch < 10 ? monthFromMarch + 3 : monthFromMarch - 9;
   const long year = days / kDaysPerCycle * 400 + yearOfCycle + (month < 3 ? 1 : 0);
   const long second = local % kSecondsPerDay;
-  std::array<char, 64> text;
-  std::snprintf(text.data(), text.size(), "%04ld/%02ld/%02ld %02ld:%02ld:%02ld", year, month, day,
-                second / 3600, second / 60 % 60, second % 60);
-  return text.data();
+  return TimeText("%04ld/%02ld/%02ld %02ld:%02ld:%02ld", year, month, day, second / 3600,
+                  second / 60 % 60, second % 60);
 }
 
 }  // namespace
 
-std::string recordTime(time_t second) {
-  return isKept ? textOfLocal(second + utcOffset) : UtcTimeToLocalTimeStr(second, "/");
+TimeText::TimeText(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  const int length = std::vsnprintf(text_.data(), text_.size(), format, args);
+  va_end(args);
+  size_ = std::min(static_cast<size_t>(length), text_.size() - 1);
 }
 
-std::string recordOffset(time_t second) {
-  const long east = isKept ? utcOffset : UtcTimeToLocalTime(second).tm_gmtoff;
+TimeText recordTime(time_t second) {
+  return isKept ? textOfLocal(second + utcOffset)
+                : TimeText("%s", UtcTimeToLocalTimeStr(second, "/").c_str());
+}
+
+TimeText recordOffset(time_t second) {
+  if (!isKept) {
+    utcOffset = UtcTimeToLocalTime(second).tm_gmtoff;
+  }
+  const long east = utcOffset;
   const long minutes = std::abs(east) / 60;
-  std::array<char, 32> text;
-  std::snprintf(text.data(), text.size(), "%c%02ld:%02ld", east < 0 ? '-' : '+', minutes / 60,
-                minutes % 60);
-  return text.data();
+  return TimeText("%c%02ld:%02ld", east < 0 ? '-' : '+', minutes / 60, minutes % 60);
 }
 
 void noteUtcOffset() {

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <string_view>
 
 #include <qovpub/qov_common_debugkit.h>
@@ -21,6 +22,8 @@ namespace qov {
 namespace {
 
 using Lines = std::vector<std::string>;
+
+std::atomic<bool> told{false};
 
 void writeAll(int descriptor, std::string_view text) {
   while (!text.empty()) {
@@ -81,6 +84,11 @@ void tellLastWords(unsigned long long logId, const Lines& lines) {
   } catch (const CQOV_Exception&) {
     // A process without a configuration, which has no log.
   }
+  told = true;
+}
+
+bool lastWordsAreTold() {
+  return told;
 }
 
 Lines withThreads(const std::string& reason) {

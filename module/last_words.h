@@ -17,6 +17,9 @@ namespace qov {
 /// Thread: any but in signal context. Errors: throws std::bad_alloc.
 void tellLastWords(unsigned long long logId, const std::vector<std::string>& lines);
 
+/// Whether they have been told. Async-signal-safe.
+bool lastWordsAreTold();
+
 /// Writes the lines on standard error, past its lock. What takes nothing for half a second, such as
 /// a pipe that nobody reads, loses the rest.
 void tellOnStandardError(const std::vector<std::string>& lines);

@@ -20,6 +20,13 @@ tells() {
   sed 's/^./  &/' <<<"$answer"
 }
 
+# The file that the trace has written, which https://ui.perfetto.dev opens.
+show_trace() {
+  local slices
+  slices="$(grep -c '"ph":"X"' -- "$root/trace.json")" || fail "the trace has no slices"
+  printf '  %s slices of time are in %s/trace.json\n' "$slices" "$root"
+}
+
 drill() {
   local link="^127\.0\.0\.1:$port +"
   tells 'What runs here and since when, by which configuration; what its modules do; its link:' \
@@ -28,6 +35,11 @@ drill() {
     slow '^16385 +50 drill +1 '
   tells 'Now drill and its partner ask each other, and neither has a worker left that could answer:' \
     pending '^modules wait for each other: 50 drill -> 60 partner -> 50 drill$'
+  tells 'All this on one screen, which is live without --once:' \
+    'top --once' '^50 drill -> 60 partner -> 50 drill$' "$link"'connected '
+  tells 'Where the time of the slowest of the requests of module collector goes:' \
+    "trace --seconds 1 --module 20 -o $root/trace.json --text" '^ +title: request ' '^ +P[0-9]+->>P[0-9]+: '
+  show_trace
   printf '\n  killing the endpoint at %s\n' "$(address_of 1)"
   end_endpoint KILL 137
   tells 'The endpoint is away, as the last line says:' \

@@ -32,6 +32,7 @@
 #include "frame/app/start_report.h"
 #include "frame/env/current_step.h"
 #include "frame/env/env_failure.h"
+#include "module/crash_report.h"
 #include "module/module_shutdown.h"
 #include "module/shutdown_watch.h"
 #include "module/uncaught.h"
@@ -178,6 +179,7 @@ int CQOVapp::start(int argc, char** argv) {
   }
   logStrategy_->initLogStrategy(cfgFile.c_str(), logFile.c_str());
   qov::logStart();
+  qov::tellCrashes();
   qov::ServiceManager::process().find();
   CQOV_Plugins::instance();
   modulesLoaded_ = true;

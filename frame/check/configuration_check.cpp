@@ -4,7 +4,6 @@
 
 #include "diag/log_failures.h"
 #include "diag/log_value.h"
-#include "frame/check/configuration_places.h"
 #include "frame/env/env_failure.h"
 #include "link/endpoint_address.h"
 
@@ -19,14 +18,14 @@ class ConfigurationCheck {
     static_cast<void>(ini_.open(files.configuration.c_str()));
   }
 
-  void run(const std::string& procName) {
+  void run(const std::string& procName, const SectionReaders& readers) {
     checkProcPid(procName);
     checkLog();
     std::string endpoint;
     if (ini_.getConfigItem("MMT", "MMT_ADDR", endpoint) == 0) {
       addOdd("MMT/MMT_ADDR", whyNoHostPort(endpoint));
     }
-    places_.addIgnored(findings_);
+    places_.addIgnored(readers, findings_);
   }
 
  private:
@@ -95,10 +94,10 @@ QOVFinding findingOf(const Failure& failure, bool isWarning) {
 }
 
 void checkConfiguration(const ProcFiles& files, const std::string& procName,
-                        std::vector<QOVFinding>& findings) {
+                        const SectionReaders& readers, std::vector<QOVFinding>& findings) {
   CQOV_Ini_Operator ini;
   if (ini.open(files.configuration.c_str()) == 0) {
-    ConfigurationCheck(files, findings).run(procName);
+    ConfigurationCheck(files, findings).run(procName, readers);
     return;
   }
   try {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "frame/check/configuration_places.h"
 #include "frame/env/env_proc_files.h"
 #include "frame/env/failure.h"
 
@@ -15,9 +16,9 @@ namespace qov {
 QOVFinding findingOf(const Failure& failure, bool isWarning = false);
 
 /// Appends what is wrong with the configuration file of the process `procName`, whose paths are
-/// `files`, and with the place of its log.
+/// `files` and whose sections have these readers, and with the place of its log.
 void checkConfiguration(const ProcFiles& files, const std::string& procName,
-                        std::vector<QOVFinding>& findings);
+                        const SectionReaders& readers, std::vector<QOVFinding>& findings);
 
 }  // namespace qov
 

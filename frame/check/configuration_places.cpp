@@ -3,29 +3,11 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <map>
 
 #include "diag/log_value.h"
 
 namespace qov {
 namespace {
-
-using Keys = std::vector<std::string>;
-
-/// The library's own sections. Others belong to modules.
-const std::map<std::string, Keys>& knownSections() {
-  static const std::map<std::string, Keys> known = [] {
-    std::map<std::string, Keys> sections{{"QOV_GLOBAL", {"PROC_PID"}}, {"MMT", {"MMT_ADDR"}}};
-    for (const LogKey& key : kLogKeys) {
-      sections["LOG_CFG"].emplace_back(key.name);
-    }
-    for (const LogFormKey& key : kLogFormKeys) {
-      sections["LOG_CFG"].emplace_back(key.name);
-    }
-    return sections;
-  }();
-  return known;
-}
 
 bool isSame(const std::string& one, const std::string& other) {
   return ::strcasecmp(one.c_str(), other.c_str()) == 0;
@@ -36,17 +18,45 @@ std::string withoutBlanks(std::string text) {
   return text;
 }
 
-/// Of a section that is none of the library's.
-std::string whyOtherSection(const std::string& section) {
-  for (const auto& known : knownSections()) {
-    if (isSame(withoutBlanks(section), known.first)) {
-      return "section [" + section + "] is ignored; the name is " + known.first;
+/// Of a section that nobody reads, as far as is known.
+std::string whyOtherSection(const std::string& section, const SectionReaders& readers) {
+  for (const auto& [name, reader] : readers) {
+    if (reader.missingModule.empty() && isSame(withoutBlanks(section), name)) {
+      return "section [" + section + "] is ignored; the name is " + name;
     }
   }
   return {};
 }
 
+/// Of a key in a section of that reader.
+std::string whyUnread(const std::string& key, const SectionReader& reader) {
+  const bool isKnown = std::any_of(reader.keys.begin(), reader.keys.end(),
+                                   [&](const std::string& known) { return isSame(known, key); });
+  if (reader.missingModule.empty()) {
+    return isKnown ? "" : "unknown key";
+  }
+  // Another module may have a section of that name, and keys of its own there.
+  return isKnown ? "ignored, since there is no " + reader.missingModule + ".mod" : "";
+}
+
 }  // namespace
+
+SectionReaders sectionReaders(const std::vector<QOVModuleSection>& sections,
+                              const std::list<std::string>& modules) {
+  SectionReaders readers{{"QOV_GLOBAL", {{"PROC_PID"}, ""}}, {"MMT", {{"MMT_ADDR"}, ""}}};
+  for (const LogKey& key : kLogKeys) {
+    readers["LOG_CFG"].keys.emplace_back(key.name);
+  }
+  for (const LogFormKey& key : kLogFormKeys) {
+    readers["LOG_CFG"].keys.emplace_back(key.name);
+  }
+  for (const QOVModuleSection& section : sections) {
+    const bool isLoaded =
+        std::find(modules.begin(), modules.end(), section.module) != modules.end();
+    readers[section.name] = {section.keys, isLoaded ? "" : section.module};
+  }
+  return readers;
+}
 
 unsigned ConfigurationPlaces::lineOf(const std::string& path) const {
   const std::size_t slash = path.find('/');
@@ -64,24 +74,25 @@ unsigned ConfigurationPlaces::lineOf(const std::string& path) const {
   return found;
 }
 
-void ConfigurationPlaces::addIgnored(std::vector<QOVFinding>& findings) const {
+void ConfigurationPlaces::addIgnored(const SectionReaders& readers,
+                                     std::vector<QOVFinding>& findings) const {
   for (const IniLine& line : lines_) {
-    if (const std::string why = whyIgnored(line); !why.empty()) {
+    if (const std::string why = whyIgnored(line, readers); !why.empty()) {
       findings.push_back({true, file_, line.number, why});
     }
   }
 }
 
-std::string ConfigurationPlaces::whyIgnored(const IniLine& line) const {
-  const auto section = knownSections().find(line.section);
+std::string ConfigurationPlaces::whyIgnored(const IniLine& line,
+                                            const SectionReaders& readers) const {
+  const auto reader = readers.find(line.section);
   if (line.key.empty()) {
-    return section == knownSections().end() ? whyOtherSection(line.section) : "";
+    return reader == readers.end() ? whyOtherSection(line.section, readers) : "";
   }
   const std::string key = line.section + "/" + line.key;
-  if (section != knownSections().end() &&
-      std::none_of(section->second.begin(), section->second.end(),
-                   [&](const std::string& known) { return isSame(known, line.key); })) {
-    return key + ": unknown key";
+  const std::string unread = reader == readers.end() ? "" : whyUnread(line.key, reader->second);
+  if (!unread.empty()) {
+    return key + ": " + unread;
   }
   const unsigned last = lineOf(key);
   return last != line.number

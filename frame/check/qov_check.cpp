@@ -23,9 +23,8 @@ void checkDevices(const std::string& file, std::vector<QOVFinding>& findings) {
   }
 }
 
-void checkModules(const std::string& directory, const std::string& process,
+void checkModules(const ModuleList& list, const std::string& directory, const std::string& process,
                   const QOVCheckOptions& how, std::vector<QOVFinding>& findings) {
-  const ModuleList list = modulesOf(directory);
   for (const Failure& ignored : list.ignored) {
     findings.push_back(findingOf(ignored, true));
   }
@@ -47,9 +46,11 @@ std::string QOVFinding::text() const {
 
 std::vector<QOVFinding> QOV_Check(const std::string& process, const QOVCheckOptions& how) {
   const qov::ProcFiles files = qov::procFilesOf(process);
+  const qov::ModuleList modules = qov::modulesOf(files.directory);
   std::vector<QOVFinding> findings;
-  qov::checkConfiguration(files, process, findings);
+  qov::checkConfiguration(files, process, qov::sectionReaders(how.sections, modules.names),
+                          findings);
   qov::checkDevices(files.directory + process + ".xml", findings);
-  qov::checkModules(files.directory, process, how, findings);
+  qov::checkModules(modules, files.directory, process, how, findings);
   return findings;
 }

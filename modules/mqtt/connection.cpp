@@ -34,7 +34,6 @@ constexpr std::chrono::seconds kPatienceAtEnd{2};
 constexpr std::chrono::seconds kTurn{1};
 /// As many as may be unacknowledged, and as many again to go on with.
 constexpr std::size_t kMostGiven = 128;
-constexpr int kFirstRefusal = 128;
 
 /// Ends a poll().
 class Bell {
@@ -90,7 +89,7 @@ class Connection::Loop : private Client::Listener {
   }
 
   bool publish(Outgoing&& message) {
-    bool isFirst = false;
+    bool isAwaited = false;
     {
       const std::lock_guard lock(lock_);
       const std::size_t bytes = pendingBytes_ + message.payload.size();
@@ -100,11 +99,11 @@ class Connection::Loop : private Client::Listener {
       }
       ++pending_;
       pendingBytes_ = bytes;
-      isFirst = queue_.empty();
+      // What stands before it has rung, or waits for acknowledgements.
+      isAwaited = queue_.empty();
       queue_.push_back(std::move(message));
     }
-    // The thread empties the queue, or goes on with it when the broker has acknowledged some.
-    if (isFirst) {
+    if (isAwaited) {
       bell_.ring();
     }
     return true;
@@ -153,7 +152,9 @@ class Connection::Loop : private Client::Listener {
     const short wanted = client_.wantsToWrite() ? POLLIN | POLLOUT : POLLIN;
     pollfd descriptors[]{{bell_.descriptor(), POLLIN, 0}, {socket, wanted, 0}};
     ::poll(descriptors, 2, span > 0 ? static_cast<int>(span) : 0);
-    bell_.hush();
+    if (descriptors[0].revents != 0) {
+      bell_.hush();
+    }
     if (state_ != State::kWaiting) {
       const short found = descriptors[1].revents;
       serve((found & ~POLLOUT) != 0, (found & POLLOUT) != 0);
@@ -169,7 +170,7 @@ class Connection::Loop : private Client::Listener {
     }
     if (cause || client_.socket() < 0) {
       fail(reason_ ? causeOfReason(*reason_)
-                   : cause.value_or(Cause{"it has been closed", "nothing"}));
+                   : cause.value_or(Cause{"it has been closed", "look into the broker's log"}));
     }
   }
 
@@ -217,7 +218,7 @@ class Connection::Loop : private Client::Listener {
     onlineSince_ = Clock::now();
     lastFailure_.clear();
     document_.clear();
-    nextPresence_ = Clock::now();
+    nextPresence_ = onlineSince_;
     subscriptions_.clear();
     for (const std::string& filter : filters_) {
       int id = 0;
@@ -302,7 +303,7 @@ class Connection::Loop : private Client::Listener {
     }
   }
 
-  /// If it has changed; looks once a turn, not for each message.
+  /// If it has changed.
   void publishPresence() {
     if (Clock::now() < nextPresence_) {
       return;

@@ -57,11 +57,13 @@ class Connection {
   static constexpr std::size_t kMostPending = 1024;  ///< messages that publish() keeps
   static constexpr std::size_t kMostPendingBytes = std::size_t{16} << 20U;  ///< of their payloads
   static constexpr std::size_t kMostReceived = std::size_t{2} << 20U;       ///< bytes of one packet
+  static constexpr int kFirstRefusal = 128;  ///< reasons from here on say that something failed
 
   struct Handlers {
     /// The connection stands; or stands no more.
     std::function<void(bool)> online = [](bool) {};
-    /// The broker took the message with that number, or `reason` (128 or more) says why it did not.
+    /// The broker took the message with that number, or `reason`, kFirstRefusal or more, says why
+    /// it did not.
     std::function<void(std::uint64_t number, int reason)> settled = [](std::uint64_t, int) {};
     std::function<void(Incoming&&)> received = [](Incoming&&) {};
   };

@@ -5,7 +5,6 @@
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_log.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -19,11 +18,12 @@ namespace {
 constexpr std::size_t kMostInFlight = 256;
 /// Removed from the outbox together. After a crash that many may be sent again.
 constexpr std::size_t kMostTaken = 256;
+/// So many acknowledgements are worth waking up for; fewer wait for kIdle.
+constexpr std::size_t kMostSettled = 64;
 constexpr std::chrono::milliseconds kIdle{200};
 constexpr std::chrono::seconds kRetry{1};
 constexpr std::chrono::seconds kLongestRetry{60};
 constexpr std::chrono::seconds kBetweenDropRecords{60};
-constexpr int kFirstRefusal = 128;
 
 /// Whether the broker will never take such a message.
 bool isForGood(int reason) {
@@ -133,9 +133,13 @@ void EventSender::accept(Event&& event, Receipt receipt) {
 }
 
 void EventSender::settled(std::uint64_t token, int reason) {
-  const std::lock_guard lock(lock_);
-  settled_.push_back({token, reason});
-  if (settled_.size() == settledWanted_) {
+  bool areEnough = false;
+  {
+    const std::lock_guard lock(lock_);
+    settled_.push_back({token, reason});
+    areEnough = settled_.size() == kMostSettled;
+  }
+  if (areEnough) {
     changed_.notify_one();
   }
 }
@@ -146,7 +150,8 @@ void EventSender::run() {
     Work work = takeWork();
     stopping = work.stopping;
     settle(work.settled);
-    if (!work.events.empty() || work.isIdle || stopping || taken_.size() >= kMostTaken) {
+    const bool removes = taken_.size() >= kMostTaken || work.isIdle || stopping;
+    if (!work.events.empty() || (removes && !taken_.empty()) || !lastFailure_.empty()) {
       store(std::move(work.events));
     }
     if (!stopping) {
@@ -161,14 +166,12 @@ EventSender::Work EventSender::takeWork() {
   const bool isFailing = !lastFailure_.empty();
   std::unique_lock lock(lock_);
   const auto hasWork = [&] {
-    return stopping_ || settled_.size() >= settledWanted_ || (!waiting_.empty() && !isFailing);
+    return stopping_ || settled_.size() >= kMostSettled || (!waiting_.empty() && !isFailing);
   };
-  // Woken for each one it would do one at a time. The connection has the other half to go on with.
-  settledWanted_ = std::max<std::size_t>(1, hasMore_ ? inFlight_.size() / 2 : inFlight_.size());
   bool isIdle = false;
   if (isFailing || isRefused_ || (hasMore_ && inFlight_.size() < kMostInFlight)) {
     isIdle = !changed_.wait_for(lock, kRetry, hasWork);
-  } else if (!taken_.empty()) {
+  } else if (!taken_.empty() || !inFlight_.empty()) {
     isIdle = !changed_.wait_for(lock, kIdle, hasWork);
   } else {
     changed_.wait(lock, hasWork);
@@ -183,14 +186,14 @@ void EventSender::settle(const std::vector<Settled>& settled) {
     if (found == inFlight_.end()) {
       continue;  // of an outbox that is gone
     }
-    if (one.reason >= kFirstRefusal && !isForGood(one.reason)) {
+    if (one.reason >= Connection::kFirstRefusal && !isForGood(one.reason)) {
       // In time the broker may take it, and those behind it.
       if (!std::exchange(isRefused_, true)) {
         nextTry_ = Clock::now() + backOff_.next();
       }
     } else {
       taken_.push_back(found->second);
-      counts_.dropped += one.reason >= kFirstRefusal ? 1 : 0;
+      counts_.dropped += one.reason >= Connection::kFirstRefusal ? 1 : 0;
       backOff_.reset();
     }
     inFlight_.erase(found);

@@ -109,7 +109,6 @@ class EventSender {
   std::deque<Waiting> waiting_;
   std::size_t waitingBytes_ = 0;
   std::vector<Settled> settled_;
-  std::size_t settledWanted_ = 1;  ///< so many that the thread takes them
   bool stopping_ = false;
 
   // The thread's own.
@@ -122,7 +121,7 @@ class EventSender {
   bool isRefused_ = false;            ///< the broker does not take them now; see nextTry_
   BackOff backOff_;
   Clock::time_point nextTry_;
-  std::string lastFailure_;    ///< as logged; empty since the last success
+  std::string lastFailure_;  ///< as logged; empty since the last success
   std::uint64_t droppedTold_ = 0;
   Clock::time_point droppedToldAt_;
 

@@ -26,8 +26,8 @@
 namespace qov::mqtt {
 namespace {
 
-/// Takes the messages that modules send here for events. Whoever sends a request is told whether the
-/// event is in the outbox.
+/// Takes the messages that modules send here for events. Whoever sends a request is told whether
+/// the event is in the outbox.
 class EventTask : public CQOV_CommonTask {
  public:
   /// `answering` sends the answers: it outlives the pool's workers.

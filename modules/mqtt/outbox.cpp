@@ -145,7 +145,7 @@ std::optional<StoredEvent> Outbox::next(std::uint64_t number) {
 }
 
 std::string setOutboxAside(const std::string& file) {
-  const std::string aside = file + ".damaged";
+  std::string aside = file + ".damaged";
   std::error_code failure;
   std::filesystem::rename(file, aside, failure);
   if (failure) {

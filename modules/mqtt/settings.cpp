@@ -74,7 +74,7 @@ class Section {
 
   /// Of a file that can be read; empty without the key.
   std::string file(const char* key) {
-    const std::string value = text(key);
+    std::string value = text(key);
     if (!value.empty() && ::access(value.c_str(), R_OK) != 0) {
       refuse(key, value, "cannot be read: " + std::generic_category().message(errno));
     }

@@ -38,6 +38,7 @@ Client::State Client::advance(const Answer& answer) {
   }
   input_.erase(0, end + 1);
   output_ = std::move(*reply);
+  deadline_ = Clock::now() + patience_;
   return flush();
 }
 

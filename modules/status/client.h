@@ -1,6 +1,8 @@
 #ifndef QOV_MODULES_STATUS_CLIENT_H
 #define QOV_MODULES_STATUS_CLIENT_H
 
+#include <poll.h>
+
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -36,18 +38,24 @@ class Client {
   /// Without the end of the line.
   static constexpr std::size_t kLongestRequest = 4096;
 
-  /// `patience` is how long a request and the sending of its answer may take together.
+  /// `patience` is how long a request may take to come whole, and how long its answer to be taken.
   Client(Descriptor socket, Clock::duration patience);
 
   int descriptor() const { return socket_.get(); }
   /// What to wait for, as poll() takes it.
   short events() const;
-  /// When it has lost the patience, unless an answer has been taken by then.
+  /// When it has lost the patience, unless a request has come or an answer has been taken by then.
   Clock::time_point deadline() const { return deadline_; }
 
   Kept& kept() { return kept_; }
 
-  /// Whether the next request is here already: advance() need not wait for events().
+  /// What poll() has told of it.
+  void note(short events) { noted_ = events; }
+  bool hasHungUp() const { return (noted_ & POLLHUP) != 0; }
+  /// Whether advance() has something to do: events(), or a request that is here already.
+  bool canAdvance() const { return noted_ != 0 || isReady(); }
+
+  /// Whether the next request is here already, so that events() need not be waited for.
   bool isReady() const { return output_.empty() && hasRequest(); }
 
   /// Takes what has come and sends what the other end takes. One request at a time, however many
@@ -66,6 +74,7 @@ class Client {
   std::string output_;
   std::size_t sent_ = 0;  ///< of output_
   Kept kept_;
+  short noted_ = 0;
 };
 
 }  // namespace qov::status

@@ -64,17 +64,18 @@ bool Server::turn() {
   if (waits[kStop].revents != 0) {
     return false;
   }
-  // From the back, so that the places in front stay those of `waits`.
-  for (std::size_t i = clients_.size(); i-- > 0;) {
-    const bool goesOn = waits[kFirstClient + i].revents != 0 || clients_[i].isReady();
-    if (goesOn && !advance(clients_[i])) {
-      clients_.erase(clients_.begin() + static_cast<std::ptrdiff_t>(i));
-    }
+  // Who sends in time is not late, however long others' answers take from here on.
+  const Clock::time_point now = Clock::now();
+  for (std::size_t i = 0; i < clients_.size(); ++i) {
+    clients_[i].note(waits[kFirstClient + i].revents);
   }
+  // Who has gone leaves the trace to those who ask for it in the same turn.
+  advanceThose(true);
+  advanceThose(false);
   if (waits[kListener].revents != 0) {
     acceptOne();
   }
-  dropSlowClients();
+  dropSlowClients(now);
   return true;
 }
 
@@ -94,6 +95,13 @@ int Server::millisecondsToWait() const {
   return static_cast<int>(std::max(span.count(), std::chrono::milliseconds::rep{0}));
 }
 
+void Server::advanceThose(bool hungUp) {
+  const auto hasEnded = [this, hungUp](Client& client) {
+    return client.hasHungUp() == hungUp && client.canAdvance() && !advance(client);
+  };
+  clients_.erase(std::remove_if(clients_.begin(), clients_.end(), hasEnded), clients_.end());
+}
+
 bool Server::advance(Client& client) {
   const Client::State state = client.advance([this, &client](std::string_view request) {
     return answer_(request, counts_, client.kept());
@@ -103,10 +111,8 @@ bool Server::advance(Client& client) {
   return state == Client::State::kGoesOn;
 }
 
-void Server::dropSlowClients() {
-  const auto isLate = [now = Clock::now()](const Client& client) {
-    return client.deadline() <= now;
-  };
+void Server::dropSlowClients(Clock::time_point now) {
+  const auto isLate = [now](const Client& client) { return client.deadline() <= now; };
   const auto late = std::remove_if(clients_.begin(), clients_.end(), isLate);
   counts_.tooSlow += static_cast<std::uint64_t>(clients_.end() - late);
   clients_.erase(late, clients_.end());

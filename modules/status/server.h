@@ -53,8 +53,10 @@ class Server {
   /// Returns false when stop() has been called.
   bool turn();
   int millisecondsToWait() const;
+  /// Of all clients, those that have hung up or the others.
+  void advanceThose(bool hungUp);
   bool advance(Client& client);
-  void dropSlowClients();
+  void dropSlowClients(Clock::time_point now);
   void acceptOne();
 
   // Constant after construction.

@@ -6,30 +6,16 @@
 #include <qovpub/qov_ini_operator.h>
 #include <qovpub/qov_utility.h>
 
-#include <strings.h>
-
-#include <algorithm>
-#include <array>
 #include <charconv>
-#include <list>
-#include <utility>
 #include <vector>
 
+#include "modules/delivered_sections.h"
 #include "modules/status/socket_path.h"
 
 namespace qov::status {
 namespace {
 
 constexpr std::size_t kEntrySize = 65536;
-
-constexpr std::array<const char*, 8> kKeys{"ModuleId",    "Socket",        "Mode",
-                                           "Owner",       "Group",         "ClientSeconds",
-                                           "MetricsFile", "MetricsSeconds"};
-
-bool isKnown(const std::string& key) {
-  return std::any_of(kKeys.begin(), kKeys.end(),
-                     [&](const char* known) { return ::strcasecmp(known, key.c_str()) == 0; });
-}
 
 std::optional<unsigned int> numberOf(const std::string& text, int base) {
   unsigned int number = 0;
@@ -100,18 +86,6 @@ class Section {
     return value;
   }
 
-  std::vector<std::string> unknownKeys() const {
-    std::list<std::pair<std::string, std::string>> items;
-    configuration_.enumerateSections(kSection, items);
-    std::vector<std::string> unknown;
-    for (const auto& [key, value] : items) {
-      if (!isKnown(key)) {
-        unknown.push_back(key);
-      }
-    }
-    return unknown;
-  }
-
  private:
   [[noreturn]] static void refuse(const char* key, const std::string& value, const char* why) {
     throw CQOV_Exception("Failed to read the settings of the status socket: " +
@@ -140,7 +114,7 @@ Settings readSettings() {
     settings.metricsFile = section.path("MetricsFile", *file);
   }
   settings.metricsPeriod = std::chrono::seconds(section.number("MetricsSeconds", 10, 1, 3600, 15));
-  settings.unknownKeys = section.unknownKeys();
+  settings.unknownKeys = unknownKeys(configuration, "qovstatus");
   return settings;
 }
 

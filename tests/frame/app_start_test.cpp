@@ -135,7 +135,8 @@ TEST_F(AppStart, WhoseMemoryRunsOutSaysWhy) {
       }
       return refused;
     });
-    EXPECT_NE(::testing::internal::GetCapturedStderr(), "") << "after " << count;
+    const std::string told = ::testing::internal::GetCapturedStderr();
+    EXPECT_NE(told, "") << "after " << count << ", status " << status;
     failed = !WIFEXITED(status) || WEXITSTATUS(status) != kComplete;
     if (WIFSIGNALED(status)) {
       EXPECT_EQ(WTERMSIG(status), SIGABRT) << "after " << count;

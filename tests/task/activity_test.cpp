@@ -73,6 +73,12 @@ class ActivityTest : public TaskTest {
     });
   }
 
+  void isSwitchedOnWithNothingNoted() {
+    activity_.emplace();
+    EXPECT_TRUE(activity_->handlers().empty());
+    EXPECT_TRUE(activity_->requests().empty());
+  }
+
   std::optional<QOVActivity> activity_{std::in_place};
 };
 
@@ -156,9 +162,7 @@ TEST_F(ActivityTest, WhatBeganBeforeItIsSwitchedOffEndsInOrder) {
   module.open();
   module.stop();
   asking.join();
-  activity_.emplace();
-  EXPECT_TRUE(activity_->handlers().empty());
-  EXPECT_TRUE(activity_->requests().empty());
+  isSwitchedOnWithNothingNoted();
 }
 
 TEST_F(ActivityTest, CountsTheTimeOfAHandlerThatBeganBeforeItIsSwitchedOff) {
@@ -229,9 +233,7 @@ TEST_F(ActivityTest, CanBeSwitchedWhileHandlersRunAndRequestsWait) {
   enough = true;
   switching.join();
   module.stop();
-  activity_.emplace();
-  EXPECT_TRUE(activity_->handlers().empty());
-  EXPECT_TRUE(activity_->requests().empty());
+  isSwitchedOnWithNothingNoted();
 }
 
 TEST_F(ActivityTest, AModuleMayEndWhileItIsListed) {

@@ -320,15 +320,7 @@ TEST_F(TaskNoMemoryTest, AStaticTaskThatCannotBeToldToEndStillWaitsForItsRespons
 }
 
 TEST_F(TaskNoMemoryTest, ASchedulerThatCannotBeToldToEndStillWaitsForItsWorkers) {
-  Latch release;
-  Latch handled;
-  TestModule module(
-      [&](CQOV_Task&, CQOV_MsgPackage&) {
-        EXPECT_TRUE(release.waitFor());
-        handled.count();
-        return 0;
-      },
-      1, kModule + 1);
+  PatientModule module(kModule + 1);
   ASSERT_TRUE(module.init());
   {
     const FailingAllocations fail(0, 1);
@@ -338,8 +330,8 @@ TEST_F(TaskNoMemoryTest, ASchedulerThatCannotBeToldToEndStillWaitsForItsWorkers)
   for (int i = 0; i < 3; ++i) {
     EXPECT_LT(0, module.putq(makeBlock(makeMessage(3, 1, kModule + 1, kModule + 1)), nullptr));
   }
-  release.count();
-  EXPECT_TRUE(handled.waitFor(3));
+  module.release_.count();
+  EXPECT_TRUE(module.handled_.waitFor(3));
 }
 
 TEST_F(TaskNoMemoryTest, ATaskIsNotStartedWithoutRoomForItsThreadsId) {

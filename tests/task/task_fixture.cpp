@@ -60,6 +60,20 @@ TestModule::TestModule(FunctionWorker::Handler handler, unsigned int pool, unsig
                        const char* name)
     : CQOV_TaskMgr(id, pool, name), handler_(std::move(handler)) {}
 
+PatientModule::PatientModule(unsigned int id)
+    : TestModule(
+          [this](CQOV_Task&, CQOV_MsgPackage&) {
+            EXPECT_TRUE(release_.waitFor());
+            handled_.count();
+            return 0;
+          },
+          1, id) {}
+
+PatientModule::~PatientModule() {
+  release_.count();
+  stop();
+}
+
 FunctionStaticTask::FunctionStaticTask(CQOV_TaskMgr* mgr, std::list<unsigned long long> opcs,
                                        FunctionWorker::Handler handler)
     : CQOV_StaticSchecheduledTask(mgr), opcs_(std::move(opcs)), handler_(std::move(handler)) {}

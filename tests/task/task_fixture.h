@@ -80,6 +80,16 @@ class TestModule : public CQOV_TaskMgr {
   FunctionWorker::Handler handler_;
 };
 
+/// A module with one worker, which waits for the release before it is done with a message.
+class PatientModule : public TestModule {
+ public:
+  explicit PatientModule(unsigned int id = kModule);
+  ~PatientModule() override;
+
+  Latch release_;
+  Latch handled_;
+};
+
 /// A static scheduled task that runs a function.
 class FunctionStaticTask : public CQOV_StaticSchecheduledTask {
  public:

@@ -164,44 +164,28 @@ TEST_F(TaskSchedulerTest, AFactoryThatThrowsIsOneThatFails) {
 }
 
 TEST_F(TaskSchedulerTest, WaitsForAnIdleWorkerAndDropsNothing) {
-  Latch handled;
-  Latch release;
-  TestModule module(
-      [&](CQOV_Task&, CQOV_MsgPackage&) {
-        EXPECT_TRUE(release.waitFor());
-        handled.count();
-        return 0;
-      },
-      1);
+  PatientModule module;
   ASSERT_TRUE(module.init());
   constexpr int kMessages = 50;
   for (int i = 0; i < kMessages; ++i) {
     send(module);
   }
-  EXPECT_EQ(0, handled.counted());
-  release.count();
-  EXPECT_TRUE(handled.waitFor(kMessages));
+  EXPECT_EQ(0, module.handled_.counted());
+  module.release_.count();
+  EXPECT_TRUE(module.handled_.waitFor(kMessages));
 }
 
 TEST_F(TaskSchedulerTest, NotesTheFirstWaitForAnIdleWorker) {
   CQOV_TaskScheduler::oAtomicSerialNum_ = 0;
-  Latch release;
-  Latch handled;
-  TestModule module(
-      [&](CQOV_Task&, CQOV_MsgPackage&) {
-        EXPECT_TRUE(release.waitFor());
-        handled.count();
-        return 0;
-      },
-      1);
+  PatientModule module;
   ACE_Log_Msg& ace = *ACE_Log_Msg::instance();
   ace.priority_mask(ace.priority_mask(ACE_Log_Msg::PROCESS) | LM_DEBUG, ACE_Log_Msg::PROCESS);
   ASSERT_TRUE(module.init());
   send(module);
   send(module);
   ASSERT_TRUE(log_.waitFor("wait worker thread is empty begin num(0), time("));
-  release.count();
-  ASSERT_TRUE(handled.waitFor(2));
+  module.release_.count();
+  ASSERT_TRUE(module.handled_.waitFor(2));
   EXPECT_TRUE(log_.waitFor("wait worker thread is empty end wait num(0), time("));
   EXPECT_TRUE(log_.waitFor("[INFO][QOVPUBLIC][endWait"));
 }

@@ -101,6 +101,7 @@ TEST(SecretsOfIni, AreLinesThatAreNone) {
           {"me:hunter2@host = x\n", "***\n"},
           {"x=1\n  hunter2\n  hunter2==\n  hunter2=\nhunter2==\n",
            "x=1\n  ***\n  ***\n  ***\n***\n"},
+          {"x=hun\nter2\nhunter2=\ny=\n", "x=hun\n***\n***\ny=\n"},
           {std::string("h\0u\0n\0=\0\0x\0", 11), "***"},
           {"hunter2", "***"},
           {"", ""},

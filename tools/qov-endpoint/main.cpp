@@ -59,12 +59,7 @@ int runTelling(int statusOfFailure, Body body) {
   }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  qov::tools::keepStandardStreams();
-  // A reader of our output that goes away is no reason to end.
-  ::signal(SIGPIPE, SIG_IGN);
+int run(int argc, char** argv) {
   int exitStatus = kStopped;
   const std::optional<Options> options = readOptions(argc, argv, exitStatus);
   if (!options) {
@@ -72,9 +67,16 @@ int main(int argc, char** argv) {
   }
   // The codec tells through ACE what it refuses.
   const AceLog codec(options->level != Log::Level::kQuiet);
-  return runTelling(kUsage, [&] {
-    Tables tables = makeTables(*options);
-    Scenario scenario = makeScenario(*options);
-    return runTelling(kFailed, [&] { return serve(*options, tables, scenario); });
-  });
+  Tables tables = makeTables(*options);
+  Scenario scenario = makeScenario(*options);
+  return runTelling(kFailed, [&] { return serve(*options, tables, scenario); });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  qov::tools::keepStandardStreams();
+  // A reader of our output that goes away is no reason to end.
+  ::signal(SIGPIPE, SIG_IGN);
+  return runTelling(kUsage, [&] { return run(argc, argv); });
 }

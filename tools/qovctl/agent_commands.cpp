@@ -114,8 +114,7 @@ void AgentCommands::showModules() const {
 }
 
 void AgentCommands::showMetrics() const {
-  const Json::Value answer = askAgent(target_, requestFor("metrics"));
-  print(json_ ? common::jsonText(answer) : common::textAt(answer["metrics"], "metrics"));
+  show("metrics", &metricsText);
 }
 
 void AgentCommands::logLevel() const {

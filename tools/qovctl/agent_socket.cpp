@@ -87,6 +87,7 @@ AgentConnection::AgentConnection(const AgentTarget& target)
     : path_(pathOf(target)),
       timeout_(target.timeout),
       interrupt_(target.interrupt),
+      grace_(target.grace),
       socket_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -119,25 +120,31 @@ Json::Value AgentConnection::ask(const Json::Value& request) {
   return answer;
 }
 
-void AgentConnection::awaitBytes(std::chrono::steady_clock::time_point end) const {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
-  std::array<pollfd, 2> waits{{{socket_.get(), POLLIN, 0}, {interrupt_, POLLIN, 0}}};
-  if (::poll(waits.data(), waits.size(), static_cast<int>(std::max<decltype(left)>(left, 0))) ==
-      0) {
-    fail(kTimedOut, path_, "no answer in time");
-  }
-  if (waits[0].revents == 0) {
-    throw Interrupted();
-  }
+void AgentConnection::awaitBytes(Wait& wait) const {
+  std::array<pollfd, 2> waits{{{socket_.get(), POLLIN, 0}, {-1, POLLIN, 0}}};
+  do {
+    waits[1].fd = wait.isInterrupted ? -1 : interrupt_;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(wait.end - Clock::now()).count();
+    if (::poll(waits.data(), waits.size(), static_cast<int>(std::max<decltype(left)>(left, 0))) ==
+        0) {
+      if (wait.isInterrupted) {
+        throw Interrupted(path_);
+      }
+      fail(kTimedOut, path_, "no answer in time");
+    }
+    if (waits[1].revents != 0) {
+      wait = {std::min(wait.end, Clock::now() + grace_), true};
+    }
+  } while (waits[0].revents == 0);
 }
 
 std::string AgentConnection::receiveLine() {
-  const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                      std::chrono::duration<double>(timeout_));
+  Wait wait{Clock::now() +
+            std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(timeout_))};
   std::string line;
   std::array<char, 65536> bytes;
   while (line.empty() || line.back() != '\n') {
-    awaitBytes(end);
+    awaitBytes(wait);
     const ssize_t count = ::recv(socket_.get(), bytes.data(), bytes.size(), 0);
     if (count <= 0) {
       lost(path_);

@@ -4,24 +4,29 @@
 #include <json/value.h>
 
 #include <chrono>
-#include <exception>
 #include <string>
 
 #include "modules/status/descriptor.h"
+#include "tools/qovctl/failure.h"
 
 namespace qov::ctl {
 
 /// Which agent is asked.
 struct AgentTarget {
-  std::string root;     ///< "QOV_ROOT" of the agent
-  std::string process;  ///< empty: the only one that is configured there
-  std::string socket;   ///< if not empty, in place of both
-  double timeout = 5;   ///< seconds
-  int interrupt = -1;   ///< a descriptor, or none: once it can be read, nothing is waited for
+  std::string root;                    ///< "QOV_ROOT" of the agent
+  std::string process;                 ///< empty: the only one that is configured there
+  std::string socket;                  ///< if not empty, in place of both
+  double timeout = 5;                  ///< seconds
+  int interrupt = -1;                  ///< a descriptor, or none: once it can be read ...
+  std::chrono::milliseconds grace{0};  ///< ... an answer has so much time left at most
 };
 
-/// No answer has come before AgentTarget::interrupt could be read.
-class Interrupted : public std::exception {};
+/// No answer has come before AgentTarget::interrupt could be read, and its grace was over.
+class Interrupted : public Failure {
+ public:
+  explicit Interrupted(const std::string& path)
+      : Failure(kTimedOut, path + ": no answer before the interrupt") {}
+};
 
 /// A connection to the agent's status socket.
 ///
@@ -35,13 +40,20 @@ class AgentConnection {
   Json::Value ask(const Json::Value& request);
 
  private:
+  /// For an answer.
+  struct Wait {
+    std::chrono::steady_clock::time_point end;
+    bool isInterrupted = false;
+  };
+
   std::string receiveLine();
   /// Waits until there is something to receive.
-  void awaitBytes(std::chrono::steady_clock::time_point end) const;
+  void awaitBytes(Wait& wait) const;
 
   const std::string path_;
   const double timeout_;
   const int interrupt_;
+  const std::chrono::milliseconds grace_;
   const status::Descriptor socket_;
 };
 

@@ -2,6 +2,7 @@
 
 #include "modules/common/controls.h"
 #include "modules/common/json_object.h"
+#include "tools/qovctl/each_line.h"
 
 namespace qov::ctl {
 namespace {
@@ -87,6 +88,10 @@ std::string modulesText(const Json::Value& list) {
     rows.push_back({text(module, "id"), text(module, "name"), text(module, "state")});
   }
   return lines(rows);
+}
+
+std::string metricsText(const Json::Value& answer) {
+  return eachLine(common::textAt(answer["metrics"], "metrics"), &common::withoutControls);
 }
 
 }  // namespace qov::ctl

@@ -18,6 +18,7 @@ std::string statusText(const Json::Value& status);
 std::string pendingText(const Json::Value& pending);
 std::string slowText(const Json::Value& slow);
 std::string modulesText(const Json::Value& list);
+std::string metricsText(const Json::Value& answer);
 
 // The tables of these texts; the first row has the headings.
 

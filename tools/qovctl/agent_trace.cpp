@@ -1,9 +1,15 @@
 #include "tools/qovctl/agent_trace.h"
 
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <limits>
+#include <system_error>
 
 #include "modules/common/json_object.h"
 #include "tools/qovctl/failure.h"
@@ -21,6 +27,8 @@ using Clock = std::chrono::steady_clock;
 
 /// Between one reading and the next. The agent keeps 65536 steps meanwhile.
 constexpr std::chrono::milliseconds kPause{50};
+/// For an answer that is on its way when the trace is to end: its steps belong to the trace.
+constexpr std::chrono::milliseconds kGrace{1000};
 /// What viewers still open: some 300 MB of JSON.
 constexpr std::size_t kMostSteps = 500000;
 
@@ -35,19 +43,26 @@ For example:
 class WishToEnd {
  public:
   WishToEnd() {
-    sigemptyset(&signals_);
-    sigaddset(&signals_, SIGINT);
-    sigaddset(&signals_, SIGTERM);
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
     // nohup has it ignored.
     struct sigaction hangUp {};
     if (::sigaction(SIGHUP, nullptr, &hangUp) == 0 && hangUp.sa_handler != SIG_IGN) {
-      sigaddset(&signals_, SIGHUP);
+      sigaddset(&signals, SIGHUP);
     }
-    ::sigprocmask(SIG_BLOCK, &signals_, &before_);
+    ::sigprocmask(SIG_BLOCK, &signals, &before_);
+    signals_ = status::Descriptor(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (signals_.get() < 0) {
+      throw Failure(kFailed,
+                    "signals cannot be waited for: " + std::generic_category().message(errno));
+    }
   }
   ~WishToEnd() {
-    // A second wish, or one that came when the time was over, has been granted, too.
-    while (comesWithin(Clock::duration::zero())) {
+    // Every wish has been granted, also one that came when the time was over.
+    signalfd_siginfo signal{};
+    while (::read(signals_.get(), &signal, sizeof signal) > 0) {
     }
     ::sigprocmask(SIG_SETMASK, &before_, nullptr);
   }
@@ -55,14 +70,17 @@ class WishToEnd {
   WishToEnd(const WishToEnd&) = delete;
   WishToEnd& operator=(const WishToEnd&) = delete;
 
+  /// Can be read once the wish is there.
+  int descriptor() const { return signals_.get(); }
+
   bool comesWithin(std::chrono::nanoseconds time) const {
-    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
-    const timespec span{seconds.count(), (time - seconds).count()};
-    return ::sigtimedwait(&signals_, nullptr, &span) > 0;
+    pollfd wish{signals_.get(), POLLIN, 0};
+    const auto span = std::chrono::ceil<std::chrono::milliseconds>(time);
+    return ::poll(&wish, 1, static_cast<int>(span.count())) > 0;
   }
 
  private:
-  sigset_t signals_{};
+  status::Descriptor signals_;
   sigset_t before_{};
 };
 
@@ -117,9 +135,11 @@ void sayWhatIsMissing(const TraceLog& log) {
 
 /// What was recorded until the end, or until the agent has failed, which `broken` is then. It is in
 /// the file when this returns, if one is wanted.
-TraceLog recordToFile(const AgentTarget& target, const TraceOptions& options,
+TraceLog recordToFile(AgentTarget target, const TraceOptions& options,
                       std::optional<Failure>& broken) {
   const WishToEnd wish;
+  target.interrupt = wish.descriptor();
+  target.grace = kGrace;
   std::optional<WholeFile> file;
   if (!options.file.empty()) {
     file.emplace(options.file);

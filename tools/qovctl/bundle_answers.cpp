@@ -14,10 +14,6 @@ struct Question {
   bool hasJson;
 };
 
-std::string metricsText(const Json::Value& answer) {
-  return common::textAt(answer["metrics"], "metrics");
-}
-
 constexpr std::array<Question, 4> kQuestions{{{"status", &statusText, true},
                                               {"pending", &pendingText, true},
                                               {"slow", &slowText, true},

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "modules/common/controls.h"
+#include "modules/delivered_sections.h"
 #include "tools/qovctl/bundle_folders.h"
 #include "tools/qovctl/bundle_parts.h"
 #include "tools/qovctl/numbers.h"
@@ -19,38 +20,45 @@
 namespace qov::ctl {
 namespace {
 
-bool hasBlank(const std::string& text, unsigned line) {
+/// Whether something is blanked in the line, or it is not there: the text may be cut.
+bool lacks(const std::string& text, unsigned line) {
   std::size_t begin = 0;
   for (unsigned at = 1; at < line && begin < text.size(); ++at) {
     begin = std::min(text.find('\n', begin), text.size() - 1) + 1;
   }
-  return text.substr(begin, text.find('\n', begin) - begin).find(kBlank) != std::string::npos;
+  const std::string_view shown = std::string_view(text).substr(begin);
+  return shown.empty() || shown.substr(0, shown.find('\n')).find(kBlank) != std::string_view::npos;
 }
 
-/// Whether what is said of the file that is shown as `shown` may quote what is blanked in it.
-bool mayQuote(const QOVFinding& finding, const ArchivedFile& shown) {
-  if (finding.line > 0 && hasBlank(shown.content, finding.line)) {
+/// Whether what is said of a configuration file may quote what nobody is to see. `shown` is its
+/// text in the bundle; null without, as of a symbolic link, which the check follows.
+bool mayQuote(const QOVFinding& finding, bool isIni, const std::string* shown) {
+  const bool isLineShown = shown != nullptr && finding.line > 0;
+  if (isLineShown && lacks(*shown, finding.line)) {
     return true;
   }
   // An element of the device configuration may stand in several lines.
-  const bool hasOneLine =
-      finding.line > 0 && std::filesystem::path(shown.name).extension() == ".cfg";
-  return !hasOneLine && looksSecret(finding.what);
+  return !(isLineShown && isIni) && looksSecret(finding.what);
 }
 
 std::string shownFinding(QOVFinding finding, const std::vector<ArchivedFile>& files) {
-  const std::string name = "conf/" + std::filesystem::path(finding.file).filename().string();
-  const auto shown = std::find_if(files.begin(), files.end(),
-                                  [&](const ArchivedFile& file) { return file.name == name; });
-  if (shown != files.end()) {
-    finding.what = mayQuote(finding, *shown) ? std::string(kBlank) : withoutUser(finding.what);
+  const std::filesystem::path path = finding.file;
+  const bool isIni = path.extension() == ".cfg";
+  if (isIni || path.extension() == ".xml") {
+    const auto shown = std::find_if(files.begin(), files.end(), [&](const ArchivedFile& file) {
+      return file.name == "conf/" + path.filename().string();
+    });
+    const std::string* const text = shown == files.end() ? nullptr : &shown->content;
+    finding.what = mayQuote(finding, isIni, text) ? std::string(kBlank) : withoutUser(finding.what);
   }
   return common::withoutControls(finding.text()) + "\n";
 }
 
 std::string findingsOf(const std::string& process, const std::vector<ArchivedFile>& files) {
   std::string all;
-  for (const QOVFinding& finding : QOV_Check(process)) {
+  QOVCheckOptions how;
+  how.sections = deliveredSections();
+  for (const QOVFinding& finding : QOV_Check(process, how)) {
     all += shownFinding(finding, files);
   }
   return all.empty() ? "nothing to complain of\n" : all;

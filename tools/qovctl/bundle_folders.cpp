@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
@@ -52,7 +53,10 @@ std::string listing(const std::string& folder) {
   for (const std::string& name : namesIn(folder)) {
     const fs::path path = fs::path(folder) / name;
     struct stat status {};
-    if (::lstat(path.c_str(), &status) == 0) {
+    if (::lstat(path.c_str(), &status) != 0) {
+      const std::string why = std::generic_category().message(errno);
+      rows.push_back({"-", "-", "-", "-", common::withoutControls(name) + ": " + why});
+    } else {
       rows.push_back({kindText(status.st_mode),
                       std::to_string(status.st_uid) + ":" + std::to_string(status.st_gid),
                       std::to_string(status.st_size),

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "modules/common/controls.h"
+#include "modules/delivered_sections.h"
 #include "tools/qovctl/failure.h"
 
 namespace qov::ctl {
@@ -72,6 +73,7 @@ void check(const CheckOptions& options) {
   how.perLibrary = std::chrono::duration_cast<std::chrono::milliseconds>(
       std::chrono::duration<double>(options.timeout));
   how.creates = options.create;
+  how.sections = deliveredSections();
   for (const std::string& process : processes) {
     for (const QOVFinding& finding : QOV_Check(process, how)) {
       count.tell(finding);

@@ -4,6 +4,8 @@
 #include <array>
 #include <cctype>
 
+#include "tools/qovctl/each_line.h"
+
 namespace qov::ctl {
 namespace {
 
@@ -23,18 +25,6 @@ bool looksSecret(std::string_view text) {
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   return std::any_of(kWords.begin(), kWords.end(),
                      [&](std::string_view word) { return lower.find(word) != std::string::npos; });
-}
-
-std::string eachLine(std::string_view text,
-                     const std::function<std::string(std::string_view)>& of) {
-  std::string all;
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t end = std::min(text.find('\n', at), text.size());
-    all += of(text.substr(at, end - at));
-    all += text.substr(end, 1);
-    at = end + 1;
-  }
-  return all;
 }
 
 std::string withoutUser(std::string_view text) {

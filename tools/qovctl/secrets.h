@@ -1,7 +1,6 @@
 #ifndef QOV_TOOLS_QOVCTL_SECRETS_H
 #define QOV_TOOLS_QOVCTL_SECRETS_H
 
-#include <functional>
 #include <string>
 #include <string_view>
 
@@ -38,9 +37,6 @@ std::string withoutSecretsOfXml(std::string_view text);
 // What both are made of.
 
 inline constexpr std::string_view kBlanks = " \t\r\n\v\f";
-
-/// The text that `of` makes of each line.
-std::string eachLine(std::string_view text, const std::function<std::string(std::string_view)>& of);
 
 /// Each line of `text` blanked, but for its indent; not a line of blanks alone.
 std::string blanked(std::string_view text);

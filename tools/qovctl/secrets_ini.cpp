@@ -1,3 +1,6 @@
+#include <utility>
+
+#include "tools/qovctl/each_line.h"
 #include "tools/qovctl/secrets.h"
 
 namespace qov::ctl {
@@ -9,13 +12,6 @@ std::string_view trimmed(std::string_view text) {
   const std::size_t first = text.find_first_not_of(kBlanks);
   return first == kNone ? std::string_view()
                         : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
-
-/// Of a value in several lines: they are indented, and the last one is filled up with "=".
-bool isEndOfBase64(std::string_view line, std::string_view behindEquals) {
-  const std::string_view text = trimmed(behindEquals);
-  const bool isIndented = line.find_first_of(" \t") == 0;
-  return text == "=" || (text.empty() && isIndented);
 }
 
 /// Goes through a file line by line.
@@ -30,6 +26,7 @@ class IniLines {
     if (text.empty()) {
       return std::string(line);
     }
+    const bool goesOn = std::exchange(isInValue_, false);
     switch (text.front()) {
       case ';':
       case '#':
@@ -37,7 +34,8 @@ class IniLines {
       case '[':
         return header(line);
       default:
-        return value(line, isSecretSection_);
+        isInValue_ = text.find('=') == kNone;
+        return value(line, isSecretSection_, goesOn || line.find_first_of(" \t") == 0);
     }
   }
 
@@ -55,7 +53,7 @@ class IniLines {
     const bool isSecretPlace = isSecretSection_ || isSecretComment_;
     const std::size_t equals = text.find('=');
     if (equals != kNone && isName(trimmed(text.substr(0, equals)))) {
-      return sign + value(text, isSecretPlace);
+      return sign + value(text, isSecretPlace, false);
     }
     return sign + (isSecretPlace || looksSecret(text) ? blanked(text) : withoutUser(text));
   }
@@ -74,14 +72,17 @@ class IniLines {
     return withoutUser(name) + blanked(line.substr(end + 1));
   }
 
-  static std::string value(std::string_view line, bool isSecretPlace) {
+  /// `mayGoOn`: the line may belong to a value in several lines.
+  static std::string value(std::string_view line, bool isSecretPlace, bool mayGoOn) {
     const std::size_t equals = line.find('=');
     const std::string_view key = line.substr(0, equals);
     if (equals == kNone || !isName(trimmed(key))) {
       return blanked(line);
     }
     const std::string_view behind = line.substr(equals + 1);
-    if (isEndOfBase64(line, behind)) {
+    const std::string_view text = trimmed(behind);
+    // Base64 fills up its last line with "=", so that it passes for a key without a value.
+    if (text == "=" || (text.empty() && mayGoOn)) {
       return blanked(line);
     }
     const bool isSecret = isSecretPlace || looksSecret(line);
@@ -91,6 +92,7 @@ class IniLines {
   bool isSecretSection_ = false;
   bool isSecretComment_ = false;  ///< a section that is commented out has such a name
   bool isInBlock_ = false;
+  bool isInValue_ = false;  ///< the line before has no key: it may be one of several of a value
 };
 
 }  // namespace

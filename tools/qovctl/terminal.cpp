@@ -25,8 +25,9 @@ namespace {
   throw Failure(kFailed, std::string(what) + ": " + std::generic_category().message(errno));
 }
 
-/// What waits at the descriptor stays blocked. The handler never runs: where there is one ncurses
-/// installs none, whose own for SIGTSTP loses a signal that comes while the screen is written.
+/// The signals wait at the descriptor and stay blocked, so the handlers never run. They are there
+/// since ncurses then installs none of its own: its handler of SIGTSTP loses a signal that comes
+/// while the screen is written.
 int takeSignals() {
   sigset_t signals;
   ::sigemptyset(&signals);

@@ -33,7 +33,9 @@ int freePort() {
   const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in address = loopback(0);
   socklen_t length = sizeof address;
-  ::bind(socket, reinterpret_cast<const sockaddr*>(&address), length);
+  if (::bind(socket, reinterpret_cast<const sockaddr*>(&address), length) != 0) {
+    throw std::runtime_error("no free port");
+  }
   ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length);
   ::close(socket);
   return ntohs(address.sin_port);
@@ -122,6 +124,10 @@ void Broker::start() {
 void Broker::stop(int signal) {
   ::kill(pid_, signal);
   waitForEndOf(pid_);
+}
+
+void Broker::freeze() const {
+  ::kill(pid_, SIGSTOP);
 }
 
 void Broker::saveSessions() {

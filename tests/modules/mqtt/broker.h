@@ -28,6 +28,8 @@ class Broker {
   /// Until it listens.
   void start();
   void stop(int signal);
+  /// It acknowledges nothing any more, and what it is sent dies with it.
+  void freeze() const;
   /// Has it write its sessions to the disk, which a kill leaves as they are.
   void saveSessions();
   /// Reads its accounts and access list again.

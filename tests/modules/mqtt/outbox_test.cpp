@@ -161,7 +161,7 @@ TEST_F(MqttOutbox, StartsAnewBesideOneThatWasSetAside) {
 
 TEST_F(MqttOutbox, SaysWhyItCannotBeOpened) {
   try {
-    Outbox(folder.file("none/events"), {1, 1});
+    const Outbox refused(folder.file("none/events"), {1, 1});
     FAIL() << "opened";
   } catch (const DatabaseError& error) {
     EXPECT_FALSE(error.isCorrupt());

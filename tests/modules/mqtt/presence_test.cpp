@@ -24,12 +24,20 @@ TEST_F(MqttPresence, ToldWithVersionAndModules) {
   EXPECT_EQ(watcher.seen("/status").back().contentType, "application/json");
 }
 
+TEST_F(MqttPresence, BelowTheNodeThatThePlatformTells) {
+  configure("Tls=0\nNode=\n");
+  agent.setEnvironment("PXOS_NODE_ID", "12");
+  const Watcher watcher(broker);
+  startsWith();
+  EXPECT_TRUE(watcher.waitFor("qov/12/qov_test_agent/status"));
+}
+
 TEST_F(MqttPresence, RetainedForThoseWhoComeLater) {
   startsWith();
-  ASSERT_TRUE(agent.waitForLog("Connected to the broker"));
+  ASSERT_TRUE(waitUntil([&] { return broker.log().find("Sending PUBACK") != std::string::npos; }));
   const Watcher watcher(broker);
   ASSERT_TRUE(isSeen(watcher, true));
-  EXPECT_TRUE(waitUntil([&] { return broker.log().find(kStatusTopic) != std::string::npos; }));
+  EXPECT_TRUE(watcher.seen(kStatusTopic).front().retained);
 }
 
 TEST_F(MqttPresence, OfflineAfterAnOrderlyStop) {

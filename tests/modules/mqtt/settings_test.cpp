@@ -62,10 +62,5 @@ TEST_F(MqttSettings, NeedANodeThatThePlatformDoesNotTell) {
   refuses("Host=h\nNode=\n", "Node=: the platform does not tell the node's id; give one here");
 }
 
-TEST_F(MqttSettings, TakeTheNodeFromThePlatform) {
-  agent.setEnvironment("PXOS_NODE_ID", "a");
-  refuses("Host=h\nNode=\n", "Node=: the platform");
-}
-
 }  // namespace
 }  // namespace qov::test

@@ -295,6 +295,18 @@ TEST_F(AgentBundle, SaysNothingOfWhatItHasBlanked) {
   EXPECT_THAT(in("conf/qov_test_agent.cfg"), HasSubstr("MMT_ADDR=***@host:x\n"));
 }
 
+TEST_F(AgentBundle, SaysNothingSecretOfAConfigurationThatIsLeftOut) {
+  const fs::path cfg = agent.root().cfgFile();
+  const fs::path elsewhere = agent.root().path() / "elsewhere";
+  writeFile(elsewhere, readFile(cfg) + "[MMT]\nMMT_ADDR=me:hunter2@host:x\nSecret_hunter2=\n");
+  fs::remove(cfg);
+  fs::create_symlink(elsewhere, cfg);
+  misses(bundles(7, {"--process", "qov_test_agent"}), "it is a symbolic link");
+  EXPECT_THAT(in("check.txt"), HasSubstr("qov_test_agent.cfg:10: ***@host:x"));
+  EXPECT_THAT(in("check.txt"), HasSubstr("qov_test_agent.cfg:11: warning: ***\n"));
+  EXPECT_THAT(in("check.txt"), Not(HasSubstr("hunter2")));
+}
+
 TEST_F(AgentBundle, RefusesANameThatIsAPath) {
   Qovctl qovctl;
   const QovctlRun ran = runWith(qovctl, {"--process", "../qov_test_agent", "bundle", "-o", file_});

@@ -27,6 +27,17 @@ class AgentCommands : public StatusTest {
     words.insert(words.end(), {"--root", agent.root().path()});
     return run(words);
   }
+  /// What a check says is `text`, or of a problem has it.
+  void check(int exitStatus, const std::string& text, std::vector<std::string> options = {}) {
+    options.insert(options.begin(), {"check", "--root", agent.root().path()});
+    agent.run(QOVCTL, options);
+    hasExited(agent.waitForEnd(), exitStatus);
+    if (exitStatus == 0) {
+      EXPECT_EQ(agent.errors(), text);
+    } else {
+      EXPECT_THAT(agent.errors(), HasSubstr(text));
+    }
+  }
   json runJson(std::vector<std::string> words) {
     words.emplace_back("--json");
     const QovctlRun ran = runHere(words);
@@ -156,13 +167,32 @@ TEST_F(AgentCommands, PrintTheMetrics) {
 
 TEST_F(AgentCommands, ACheckThatMakesTheModulesFindsWhatTheirKeysCannotMean) {
   configure("MetricsFile=/there/agent.prom\nMetricsSeconds=3600\n");
-  const std::vector<std::string> check{"check", "--create", "--root", agent.root().path()};
-  agent.run(QOVCTL, check);
-  hasExited(agent.waitForEnd(), 0);
+  check(0, "", {"--create"});
   configure("MetricsFile=/there/agent.prom\nMetricsSeconds=3601\n");
-  agent.run(QOVCTL, check);
-  hasExited(agent.waitForEnd(), 2);
-  EXPECT_THAT(agent.errors(), HasSubstr("MetricsSeconds=3601: no number in range"));
+  check(2, "MetricsSeconds=3601: no number in range", {"--create"});
+}
+
+TEST_F(AgentCommands, ACheckKnowsTheKeysOfTheModule) {
+  configure(
+      "ModuleId=250\nsocket=/there/s\nMode=0660\nOwner=0\nGroup=0\nClientSeconds=10\n"
+      "MetricsFile=/there/agent.prom\nMetricsSeconds=15\n");
+  check(0, "");
+}
+
+TEST_F(AgentCommands, ACheckWarnsOfWhatTheModuleIgnores) {
+  configure("Sokcet=/there/s\nMode=0600\nmode=0660\n[status ]\nMode=0600\n");
+  const std::string file = agent.root().cfgFile().string() + ":";
+  check(0, file + "10: warning: STATUS/Sokcet: unknown key\n" + file +
+               "11: warning: STATUS/Mode: ignored, since line 12 has the key, too\n" + file +
+               "13: warning: section [status ] is ignored; the name is STATUS\n");
+}
+
+TEST_F(AgentCommands, ACheckWarnsOfKeysThatNoLoadedModuleReads) {
+  std::filesystem::remove(agent.root().confDirectory() / "qovstatus.mod");
+  agent.useModules({"state"});
+  configure("Mode=0600\nAnother=1\n[status ]\nMode=0600\n");
+  check(0, agent.root().cfgFile().string() +
+               ":10: warning: STATUS/Mode: ignored, since there is no qovstatus.mod\n");
 }
 
 TEST_F(AgentCommands, WithoutAnAgentThereIsNoConnection) {

@@ -48,6 +48,12 @@ TEST(AgentText, HasTheConfigurationThatIsInForceAndWhatCameAfter) {
               HasSubstr("configuration  /a.cfg of 1; changed since the start, at 2\n"));
 }
 
+TEST(AgentText, OfMetricsHasLinesAndNoOtherControlCharacter) {
+  const Json::Value answer =
+      common::parseJson(R"({"metrics": "# HELP a \u001b[2J\u007f\nb 1\r\n# EOF\n"})");
+  EXPECT_EQ(metricsText(answer), "# HELP a \\x1b[2J\\x7f\nb 1\\x0d\n# EOF\n");
+}
+
 TEST(AgentText, HasWhoWaitsForWhom) {
   const Json::Value pending = common::parseJson(R"({
       "modules": [{"id": 20, "name": "inventory"}, {"id": 21, "name": "collector"}],

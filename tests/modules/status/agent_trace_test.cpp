@@ -1,15 +1,9 @@
 // qovctl records the messages of an agent.
-#include <sys/socket.h>
-#include <sys/un.h>
-
-#include <array>
-#include <stdexcept>
+#include <atomic>
 #include <string>
-#include <string_view>
-#include <thread>
 #include <utility>
 
-#include "modules/status/descriptor.h"
+#include "tests/modules/status/scripted_agent.h"
 #include "tests/modules/status/status_fixture.h"
 #include "tests/modules/status/trace_file.h"
 #include "tests/tools/qovctl_fixture.h"
@@ -19,55 +13,17 @@ namespace {
 
 using nlohmann::json;
 
-/// An agent that has lost so many steps before the first that is read, and tells of none.
-class LosingAgent {
- public:
-  LosingAgent(std::string path, int lost) : path_(std::move(path)), lost_(lost) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path_.copy(address.sun_path, sizeof address.sun_path - 1);
-    if (::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(socket_.get(), 1) != 0) {
-      throw std::runtime_error("no socket " + path_);
-    }
-    thread_ = std::thread([this] { serve(); });
+/// What an agent answers that has lost so many steps, and tells of none.
+std::string answerOfALosingAgent(const std::string& request, int lost) {
+  json answer{{"process", "losing"}, {"pid", 1}, {"modules", json::array()}, {"time", 1}};
+  if (request.find("trace-read") != std::string::npos) {
+    answer["fields"] = {"time", "thread", "step", "module", "reason",
+                        "type", "from",   "to",   "serial", "operation"};
+    answer["steps"] = json::array();
+    answer["lost"] = lost;
   }
-  ~LosingAgent() {
-    ::shutdown(socket_.get(), SHUT_RDWR);
-    thread_.join();
-  }
-  LosingAgent(const LosingAgent&) = delete;
-  LosingAgent& operator=(const LosingAgent&) = delete;
-
-  const std::string& path() const { return path_; }
-
- private:
-  void serve() {
-    const status::Descriptor client(::accept(socket_.get(), nullptr, nullptr));
-    std::array<char, 4096> request;
-    for (ssize_t size = 0; (size = ::recv(client.get(), request.data(), request.size(), 0)) > 0;) {
-      const std::string answer = answerTo({request.data(), static_cast<std::size_t>(size)});
-      static_cast<void>(::send(client.get(), answer.data(), answer.size(), MSG_NOSIGNAL));
-    }
-  }
-
-  /// The next answers tell of no loss.
-  std::string answerTo(std::string_view request) {
-    json answer{{"process", "losing"}, {"pid", 1}, {"modules", json::array()}, {"time", 1}};
-    if (request.find("trace-read") != std::string_view::npos) {
-      answer["fields"] = {"time", "thread", "step", "module", "reason",
-                          "type", "from",   "to",   "serial", "operation"};
-      answer["steps"] = json::array();
-      answer["lost"] = std::exchange(lost_, 0);
-    }
-    return answer.dump() + "\n";
-  }
-
-  const std::string path_;
-  int lost_;
-  const status::Descriptor socket_{::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
-  std::thread thread_;
-};
+  return answer.dump();
+}
 
 class AgentTrace : public StatusTest {
  protected:
@@ -106,12 +62,27 @@ class AgentTrace : public StatusTest {
     return waitUntil([this] { return isOn(); });
   }
 
+  /// Ends the trace with a signal when the agent has gone so many times through all that the
+  /// modules "tracing" and "traced" do.
+  QovctlRun endsAfter(int rounds) {
+    const json before = status()["modules"];
+    EXPECT_TRUE(waitUntil([&] {
+      const json now = status()["modules"];
+      return now[0]["timedOut"] >= before[0]["timedOut"].get<int>() + rounds &&
+             now[1]["dropped"]["noReceiver"] >=
+                 before[1]["dropped"]["noReceiver"].get<int>() + rounds;
+    }));
+    qovctl.send(SIGINT);
+    return qovctl.finish();
+  }
+
   Qovctl qovctl;
 };
 
 TEST_F(AgentTrace, AFileHasTheWayOfMessagesTimeOutsAndDrops) {
   startsWith({"tracing", "traced"});
-  const QovctlRun ran = run({"--seconds", "1", "-o", output()});
+  ASSERT_TRUE(beginsALongOne());
+  const QovctlRun ran = endsAfter(4);
   ASSERT_EQ(ran.status, 0) << ran.err;
   EXPECT_EQ(ran.out, "");
   EXPECT_EQ(filesOfTrace(), 1U);
@@ -139,7 +110,8 @@ TEST_F(AgentTrace, AFileHasTheWayOfMessagesTimeOutsAndDrops) {
 
 TEST_F(AgentTrace, ADiagramShowsARequestWithWhatItCaused) {
   startsWith({"tracing", "traced"});
-  const QovctlRun ran = run({"--seconds", "1", "--module", "61", "--text"});
+  ASSERT_TRUE(beginsALongOne({"--module", "61", "--text"}));
+  const QovctlRun ran = endsAfter(2);
   ASSERT_EQ(ran.status, 0) << ran.err;
   inOrder(ran.out,
           {"sequenceDiagram\n", "title: request 700, SN 0x", "participant P1 as asker",
@@ -178,12 +150,47 @@ TEST_F(AgentTrace, ASecondInterruptCostsNotTheFile) {
 }
 
 TEST_F(AgentTrace, TellsHowManyStepsWereLost) {
-  const LosingAgent losing(agent.root().path() / "losing.sock", 4711);
-  const QovctlRun ran = qovctl.run({"agent", "--socket", losing.path(), "--timeout", "60", "trace",
+  const std::string path = agent.root().path() / "losing.sock";
+  int lost = 4711;
+  const ScriptedAgent losing(path, [&](const std::string& request) {
+    const bool isRead = request.find("trace-read") != std::string::npos;
+    return answerOfALosingAgent(request, isRead ? std::exchange(lost, 0) : 0);
+  });
+  const QovctlRun ran = qovctl.run({"agent", "--socket", path, "--timeout", "60", "trace",
                                     "--seconds", "0.001", "-o", output()});
   EXPECT_EQ(ran.status, 0) << ran.err;
   EXPECT_THAT(ran.err, HasSubstr("4711 steps of messages were lost: they came faster than"));
   EXPECT_EQ(TraceFile(readFile(output())).about()["lost"], 4711);
+}
+
+TEST_F(AgentTrace, AnInterruptEndsItAlsoWhereTheAgentDoesNotAnswer) {
+  const std::string path = agent.root().path() / "silent.sock";
+  std::atomic<bool> isRead{false};
+  ScriptedAgent silent(path, [&](const std::string& request) {
+    isRead = isRead || request.find("trace-read") != std::string::npos;
+    return answerOfALosingAgent(request, 0);
+  });
+  qovctl.start({"agent", "--socket", path, "--timeout", "3600", "trace", "--seconds", "3600", "-o",
+                output()});
+  ASSERT_TRUE(waitUntil([&] { return isRead.load(); }));
+  silent.standStill();
+  ASSERT_TRUE(waitUntil([&] { return silent.isAskedInVain(); }));
+  qovctl.send(SIGINT);
+  const QovctlRun ran = qovctl.finish();
+  EXPECT_EQ(ran.status, 4);
+  EXPECT_EQ(ran.err, "qovctl: " + path + ": no answer before the interrupt\n");
+  EXPECT_EQ(TraceFile(readFile(output())).about()["process"], "losing");
+}
+
+TEST_F(AgentTrace, AnInterruptBeforeItIsOnLeavesNoFile) {
+  const std::string path = agent.root().path() / "silent.sock";
+  ScriptedAgent silent(path, [](const std::string&) { return ""; });
+  silent.standStill();
+  qovctl.start({"agent", "--socket", path, "--timeout", "3600", "trace", "-o", output()});
+  ASSERT_TRUE(waitUntil([&] { return silent.isAskedInVain(); }));
+  qovctl.send(SIGINT);
+  EXPECT_EQ(qovctl.finish().status, 4);
+  EXPECT_EQ(filesOfTrace(), 0U);
 }
 
 TEST_F(AgentTrace, AKilledOneLeavesTheTraceToOthers) {

@@ -2,11 +2,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <mutex>
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/modules/status/served_socket.h"
 #include "tests/support/latch.h"
+#include "tests/support/process_end.h"
 
 namespace qov::test {
 namespace {
@@ -42,6 +48,77 @@ TEST(StatusServer, AClientThatSendsManyRequestsAtOnceDoesNotDelayAnotherOne) {
   }
   EXPECT_EQ(served.size(), kMany + 1);
   EXPECT_LT(std::find(served.begin(), served.end(), 'o') - served.begin(), kFew);
+}
+
+/// A server that the answer to "busy" keeps from all others: what comes meanwhile is there in one
+/// turn.
+class BusyServer : public ::testing::Test {
+ protected:
+  std::optional<std::string> answer(std::string_view request, status::Kept& kept) {
+    if (request == "hold") {
+      kept = std::make_shared<int>();
+      held_ = kept;
+    } else if (request == "busy") {
+      begun_.count();
+      EXPECT_TRUE(goOn_.waitFor());
+    } else if (request == "is it free") {
+      isFree_ = held_.expired();
+    }
+    return "{}\n";
+  }
+
+  /// Whether what `holder` has held until its end is free for `asker`.
+  bool isFreeFor(StatusClient asker, StatusClient holder) {
+    serve(asker, "hello");
+    serve(holder, "hold");
+    const StatusClient busy = socket_.client();
+    busy.send("busy\n");
+    EXPECT_TRUE(begun_.waitFor());
+    { const StatusClient gone = std::move(holder); }
+    asker.send("is it free\n");
+    goOn_.count();
+    asker.receive();
+    return isFree_;
+  }
+
+  static void serve(StatusClient& client, const std::string& request) {
+    client.send(request + "\n");
+    client.receive();
+  }
+
+  static constexpr std::chrono::seconds kPatience{2};
+
+  Latch begun_;
+  Latch goOn_;
+  status::Kept::weak_type held_;
+  std::atomic<bool> isFree_{false};
+  const ServedSocket socket_{[this](std::string_view request, const status::ClientCounts&,
+                                    status::Kept& kept) { return answer(request, kept); },
+                             kPatience};
+};
+
+TEST_F(BusyServer, WhoHasGoneHoldsNothingForWhoWasThereBefore) {
+  StatusClient first = socket_.client();
+  EXPECT_TRUE(isFreeFor(std::move(first), socket_.client()));
+}
+
+TEST_F(BusyServer, WhoHasGoneHoldsNothingForWhoCameLater) {
+  StatusClient first = socket_.client();
+  EXPECT_TRUE(isFreeFor(socket_.client(), std::move(first)));
+}
+
+TEST_F(BusyServer, WhatCameDuringALongAnswerIsNotTooLate) {
+  StatusClient other = socket_.client();
+  serve(other, "hello");
+  const StatusClient busy = socket_.client();
+  busy.send("busy\n");
+  ASSERT_TRUE(begun_.waitFor());
+  const auto late = std::chrono::steady_clock::now() + kPatience;
+  other.send("hello\n");
+  ASSERT_TRUE(waitUntil([&] { return std::chrono::steady_clock::now() > late; }));
+  goOn_.count();
+  other.receive();
+  EXPECT_EQ(socket_.counts().tooSlow, 0U);
 }
 
 }  // namespace

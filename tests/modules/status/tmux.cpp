@@ -45,7 +45,8 @@ Tmux::Tmux(int columns, int rows) {
 
 Tmux::~Tmux() {
   try {
-    end();
+    // Without a server, which a test may have ended, it fails.
+    runTmux({"-S", folder_.file("server"), "kill-server"}, folder_.file("output"));
   } catch (const std::exception& e) {
     ADD_FAILURE() << "tmux goes on: " << e.what();
   }
@@ -65,7 +66,9 @@ bool Tmux::shows(const std::string& text) const {
 
 std::string Tmux::run(std::vector<std::string> command) const {
   command.insert(command.begin(), {"-S", folder_.file("server"), "-f", folder_.file("tmux.conf")});
-  runTmux(command, folder_.file("output"));
+  const std::string output = folder_.file("output");
+  EXPECT_EQ(runTmux(command, output), 0)
+      << "tmux " << command[4] << ": " << readFile(output + ".err");
   return readFile(folder_.path() / "output");
 }
 

@@ -9,6 +9,7 @@
 namespace qov::test {
 
 /// A terminal with an interactive shell in it, whose folder is folder(). It goes with the object.
+/// What tmux does not do is a failure of the test.
 class Tmux {
  public:
   /// Whether there is one.

@@ -20,12 +20,21 @@ struct QOV_EXPORT QOVFinding {
   std::string text() const;
 };
 
+/// A section of the configuration file that one module reads.
+struct QOV_EXPORT QOVModuleSection {
+  std::string module;             ///< as its marker's name has it
+  std::string name;               ///< of the section
+  std::vector<std::string> keys;  ///< all that the module reads
+};
+
 /// How QOV_Check() goes about it.
 struct QOV_EXPORT QOVCheckOptions {
   /// What a library may take.
   std::chrono::milliseconds perLibrary{10000};
   /// Also has each module's object made, as a start does, for its faults and its gid.
   bool creates = false;
+  /// Modules' sections of which all keys are known: others there are told, as in the library's.
+  std::vector<QOVModuleSection> sections;
 };
 
 /// Looks for what a start of the process named `process` would complain of, under

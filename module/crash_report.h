@@ -1,0 +1,20 @@
+#ifndef QOV_MODULE_CRASH_REPORT_H
+#define QOV_MODULE_CRASH_REPORT_H
+
+namespace qov {
+
+/// From now on SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGSYS and SIGABRT end the process with one line on
+/// standard error and in the log file. It names the thread, the signal, the address, and the
+/// library and the place in it as addr2line takes it. Then the signal does what it does by itself:
+/// it ends the process, with a core file where those are on. A signal that the program handles, or
+/// a sanitizer, is left to them. No line after last words, which have told the cause.
+///
+/// An overflow of the stack is told of the threads that ACE starts from now on, which are all of a
+/// module but those that it makes itself.
+///
+/// Thread: one. Errors: none.
+void tellCrashes();
+
+}  // namespace qov
+
+#endif

@@ -1,0 +1,110 @@
+#include "tests/process/agent_test.h"
+
+namespace qov::test {
+namespace {
+
+using ::testing::MatchesRegex;
+
+class AgentCrash : public AgentTest {
+ protected:
+  AgentCrash() {
+    // Sanitizers leave the signals to the agent.
+    constexpr const char* kOthers =
+        "handle_segv=0:handle_abort=0:use_sigaltstack=0:allow_user_segv_handler=1";
+    for (const char* const options : {"ASAN_OPTIONS", "TSAN_OPTIONS"}) {
+      agent.setEnvironment(options, kOthers);
+    }
+  }
+
+  void crashes(const char* thread, const char* how, const std::vector<std::string>& arguments) {
+    agent.setEnvironment("QOV_TEST_CRASH", thread);
+    agent.setEnvironment("QOV_TEST_CRASH_HOW", how);
+    agent.useModules({"crashing"});
+    agent.makeFile("go");
+    agent.start(arguments);
+  }
+
+  /// With one line, which is in the log, too, and stands for `text` there.
+  void endsBy(int signum, const std::string& text) {
+    const Ending ending = agent.waitForEnd();
+    EXPECT_TRUE(ending.ended) << "hangs";
+    EXPECT_EQ(ending.signal, signum) << agent.errors();
+    const std::string told = agent.errors();
+    EXPECT_THAT(told, MatchesRegex("Failed to go on in thread " + text + "\n"));
+    EXPECT_THAT(agent.log(), ::testing::HasSubstr("] " + told));
+    EXPECT_THAT(agent.log(), ::testing::ContainsRegex(
+                                 "\\[[0-9/]+ [0-9:]+\\]\\[65753\\]\\[ERR\\]\\[QOVPUBLIC\\]"));
+  }
+
+  static std::string place(const std::string& library) {
+    return ", in /[^ ]*/" + library + "\\+0x[0-9a-f]+";
+  }
+
+  static std::string write() {
+    return ": SIGSEGV at address 0x1008" + place("libqovp_crashing\\.so");
+  }
+};
+
+TEST_F(AgentCrash, OfAWorkerNamesThreadAddressAndLibrary) {
+  crashes("worker", "write", {"-n"});
+  endsBy(SIGSEGV, "m50-worker-1" + write());
+}
+
+TEST_F(AgentCrash, OfAStaticTaskNamesIt) {
+  crashes("static", "write", {"-n"});
+  endsBy(SIGSEGV, "m50-static" + write());
+}
+
+TEST_F(AgentCrash, OfALeaderNamesIt) {
+  crashes("leader", "write", {"-n"});
+  endsBy(SIGSEGV, "m50-leader" + write());
+}
+
+TEST_F(AgentCrash, OfAThreadOfTheModulesOwnNamesIt) {
+  crashes("own", "write", {"-n"});
+  endsBy(SIGSEGV, "m50-own" + write());
+}
+
+TEST_F(AgentCrash, OfAStartNamesTheMainThread) {
+  crashes("main", "write", {"-n"});
+  endsBy(SIGSEGV, "[^ ]+" + write());
+}
+
+TEST_F(AgentCrash, OfADaemonIsInItsLog) {
+  crashes("worker", "write", {});
+  EXPECT_TRUE(
+      agent.waitForLog("Failed to go on in thread m50-worker-1: SIGSEGV at address 0x1008"));
+}
+
+TEST_F(AgentCrash, ByTheStacksEndSaysSo) {
+  crashes("worker", "recursion", {"-n"});
+  endsBy(SIGSEGV, "m50-worker-1: SIGSEGV at address 0x[0-9a-f]+, an overflow of the stack" +
+                      place("libqovp_crashing\\.so"));
+}
+
+TEST_F(AgentCrash, ByAbortNamesTheThread) {
+  crashes("worker", "abort", {"-n"});
+  endsBy(SIGABRT, "m50-worker-1: SIGABRT" + place("libc\\.so\\.6"));
+}
+
+TEST_F(AgentCrash, ThatAnotherProcessSentNamesThat) {
+  starts({"state"});
+  agent.send(SIGSEGV);
+  endsBy(SIGSEGV, "[^ ]+: SIGSEGV from process " + std::to_string(::getpid()) + ", in .*");
+}
+
+TEST_F(AgentCrash, IsAJsonObjectInALogOfThose) {
+  agent.root().writeConfig();
+  const std::string file = agent.root().cfgFile().string();
+  AgentRoot::write(file, readFile(file) + "LogJson=1\n");
+  crashes("worker", "write", {"-n"});
+  const Ending ending = agent.waitForEnd();
+  EXPECT_EQ(ending.signal, SIGSEGV);
+  EXPECT_THAT(agent.log(),
+              ::testing::ContainsRegex(
+                  "\\{\"time\":\"[^\"]+\",\"id\":65753,\"level\":\"ERR\".*"
+                  "\"message\":\"Failed to go on in thread m50-worker-1: SIGSEGV [^\"]+\"\\}\n"));
+}
+
+}  // namespace
+}  // namespace qov::test
