@@ -1,5 +1,5 @@
-// Fleets of light agents in one process, each with what the module qovmqtt is made of, at a broker of
-// its own, against as many bare clients of libmosquitto.
+// Fleets of light agents in one process, each with what the module qovmqtt is made of, at a broker
+// of their own, against as many bare clients of libmosquitto.
 //
 //   fleet_bench [agents]...
 //
@@ -48,13 +48,13 @@ void printRow(const std::string& what, std::vector<double> rounds, const char* w
   std::fflush(stdout);
 }
 
-// Events on their way: so few that none is dropped, so many that nobody runs dry. Storing takes them in
-// batches.
+// Events on their way: so few that none is dropped, so many that nobody runs dry. Storing takes
+// them in batches.
 constexpr std::uint64_t kWindow = 1000;
 constexpr std::uint64_t kStoredWindow = 8000;
 
-/// libmosquitto's own thread waits with select(), which knows descriptors below 1024, and each client
-/// has three.
+/// libmosquitto's own thread waits with select(), which knows descriptors below 1024, and each
+/// client has three.
 constexpr int kMostBare = 300;
 
 /// Of what this process has in memory.

@@ -49,7 +49,8 @@ class FleetClient {
 constexpr int kAnsweringModule = 31;
 
 /// An agent's part at the broker: what the module qovmqtt is made of.
-/// With `outbox`, the path of a file, events go through it. With `sender` requests go to the modules.
+/// With `outbox`, the path of a file, events go through it. With `sender` requests go to the
+/// modules.
 std::unique_ptr<FleetClient> makeAgent(Fleet& fleet, int node, const std::string& outbox,
                                        CQOV_Task* sender);
 

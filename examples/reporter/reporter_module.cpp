@@ -1,5 +1,5 @@
-// The module `reporter`: sends an event to the MQTT module again and again, and logs which of them are
-// stored there. A report names the process that has sent it, so that none is like another.
+// The module `reporter`: sends an event to the MQTT module again and again, and logs which of them
+// are stored there. A report names the process that has sent it, so that none is like another.
 #include <qovpub/qov_log.h>
 #include <qovpub/qov_module.h>
 #include <qovpub/qov_periodic_task.h>
