@@ -17,6 +17,8 @@ enum Module : std::uint8_t {
   kUplink = 40,
   kDrill = 50,
   kPartner = 60,
+  kReporter = 70,
+  kMqtt = 251,  ///< qovmqtt, which comes with the library
 };
 
 /// Operation codes.
@@ -43,6 +45,9 @@ enum Operation : std::uint64_t {
   // To the drill and its partner, without records; nobody answers.
   kSleep = 0x4001,    ///< the handler sleeps
   kAskBack = 0x4002,  ///< the handler asks the other of the two the same
+
+  /// Request to the MQTT module: publish one kReportRecord.
+  kReport = 0x5001,
 };
 
 /// Command codes of records, each followed by the tags of its cells.
@@ -52,6 +57,7 @@ enum Record : std::uint64_t {
   kFileSystemRecord = 3,
   kTallyRecord = 4,
   kEntryRecord = 5,
+  kReportRecord = 6,
 };
 
 enum HostTag : unsigned short {
@@ -93,6 +99,8 @@ enum TallyTag : unsigned short {
 };
 
 enum EntryTag : unsigned short { kEntryText = 1 };  // String
+
+enum ReportTag : unsigned short { kReportName = 1 };  // String
 
 /// Makes the journal write `text`.
 inline void writeEntry(CQOV_Task& sender, QOVMsgHead::Type type, std::string_view text) {

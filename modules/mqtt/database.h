@@ -23,7 +23,8 @@ class DatabaseError : public std::runtime_error {
   const int code_;
 };
 
-/// A SQLite file that this process has for itself. A commit is on the disk when it returns.
+/// A SQLite file that this process has for itself. A commit is on the disk when it
+/// returns, unless a pragma says otherwise.
 ///
 /// Thread: one at a time.
 /// Errors: every operation throws DatabaseError.
