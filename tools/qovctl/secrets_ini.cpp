@@ -26,7 +26,6 @@ class IniLines {
     if (text.empty()) {
       return std::string(line);
     }
-    const bool goesOn = std::exchange(isInValue_, false);
     switch (text.front()) {
       case ';':
       case '#':
@@ -34,7 +33,7 @@ class IniLines {
       case '[':
         return header(line);
       default:
-        isInValue_ = text.find('=') == kNone;
+        const bool goesOn = std::exchange(isInValue_, text.find('=') == kNone);
         return value(line, isSecretSection_, goesOn || line.find_first_of(" \t") == 0);
     }
   }
@@ -53,7 +52,7 @@ class IniLines {
     const bool isSecretPlace = isSecretSection_ || isSecretComment_;
     const std::size_t equals = text.find('=');
     if (equals != kNone && isName(trimmed(text.substr(0, equals)))) {
-      return sign + value(text, isSecretPlace, false);
+      return sign + value(text, isSecretPlace, isInValue_);
     }
     return sign + (isSecretPlace || looksSecret(text) ? blanked(text) : withoutUser(text));
   }
@@ -68,12 +67,13 @@ class IniLines {
     if (trimmed(name) != "[]") {
       isSecretSection_ = looksSecret(line);
       isSecretComment_ = false;
+      isInValue_ = false;
     }
     return withoutUser(name) + blanked(line.substr(end + 1));
   }
 
   /// `mayGoOn`: the line may belong to a value in several lines.
-  static std::string value(std::string_view line, bool isSecretPlace, bool mayGoOn) {
+  std::string value(std::string_view line, bool isSecretPlace, bool mayGoOn) {
     const std::size_t equals = line.find('=');
     const std::string_view key = line.substr(0, equals);
     if (equals == kNone || !isName(trimmed(key))) {
@@ -86,13 +86,15 @@ class IniLines {
       return blanked(line);
     }
     const bool isSecret = isSecretPlace || looksSecret(line);
+    isInValue_ = isInValue_ || (isSecret && !text.empty());
     return std::string(key) + "=" + (isSecret ? blanked(behind) : withoutUser(behind));
   }
 
   bool isSecretSection_ = false;
   bool isSecretComment_ = false;  ///< a section that is commented out has such a name
   bool isInBlock_ = false;
-  bool isInValue_ = false;  ///< the line before has no key: it may be one of several of a value
+  /// A value in several lines may go on: the line before, comments apart, has no key, or a secret.
+  bool isInValue_ = false;
 };
 
 }  // namespace
