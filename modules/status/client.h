@@ -44,7 +44,7 @@ class Client {
   int descriptor() const { return socket_.get(); }
   /// What to wait for, as poll() takes it.
   short events() const;
-  /// When it has lost the patience, unless a request has come or an answer has been taken by then.
+  /// When the client is dropped, unless a request has come or an answer has been taken by then.
   Clock::time_point deadline() const { return deadline_; }
 
   Kept& kept() { return kept_; }

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -69,7 +70,7 @@ bool Server::turn() {
   for (std::size_t i = 0; i < clients_.size(); ++i) {
     clients_[i].note(waits[kFirstClient + i].revents);
   }
-  // Who has gone leaves the trace to those who ask for it in the same turn.
+  // First those who have gone: what they held is free for those who ask for it in the same turn.
   advanceThose(true);
   advanceThose(false);
   if (waits[kListener].revents != 0) {
@@ -96,10 +97,10 @@ int Server::millisecondsToWait() const {
 }
 
 void Server::advanceThose(bool hungUp) {
-  const auto hasEnded = [this, hungUp](Client& client) {
-    return client.hasHungUp() == hungUp && client.canAdvance() && !advance(client);
-  };
-  clients_.erase(std::remove_if(clients_.begin(), clients_.end(), hasEnded), clients_.end());
+  for (auto client = clients_.begin(); client != clients_.end();) {
+    const bool isOne = client->hasHungUp() == hungUp && client->canAdvance();
+    client = isOne && !advance(*client) ? clients_.erase(client) : std::next(client);
+  }
 }
 
 bool Server::advance(Client& client) {
