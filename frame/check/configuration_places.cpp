@@ -36,7 +36,7 @@ std::string whyUnread(const std::string& key, const SectionReader& reader) {
     return isKnown ? "" : "unknown key";
   }
   // Another module may have a section of that name, and keys of its own there.
-  return isKnown ? "ignored, since there is no " + reader.missingModule + ".mod" : "";
+  return isKnown ? "not read by " + reader.missingModule + ", which has no marker" : "";
 }
 
 }  // namespace

@@ -48,8 +48,10 @@ std::vector<QOVFinding> QOV_Check(const std::string& process, const QOVCheckOpti
   const qov::ProcFiles files = qov::procFilesOf(process);
   const qov::ModuleList modules = qov::modulesOf(files.directory);
   std::vector<QOVFinding> findings;
-  qov::checkConfiguration(files, process, qov::sectionReaders(how.sections, modules.names),
-                          findings);
+  // Without the list of modules nobody knows whose sections are read.
+  const std::vector<QOVModuleSection> none;
+  const std::vector<QOVModuleSection>& sections = modules.isOpen ? how.sections : none;
+  qov::checkConfiguration(files, process, qov::sectionReaders(sections, modules.names), findings);
   qov::checkDevices(files.directory + process + ".xml", findings);
   qov::checkModules(modules, files.directory, process, how, findings);
   return findings;

@@ -1,4 +1,8 @@
 // qovctl asks an agent.
+#include <unistd.h>
+
+#include <filesystem>
+
 #include "tests/modules/status/status_fixture.h"
 #include "tests/tools/qovctl_fixture.h"
 
@@ -192,7 +196,22 @@ TEST_F(AgentCommands, ACheckWarnsOfKeysThatNoLoadedModuleReads) {
   agent.useModules({"state"});
   configure("Mode=0600\nAnother=1\n[status ]\nMode=0600\n");
   check(0, agent.root().cfgFile().string() +
-               ":10: warning: STATUS/Mode: ignored, since there is no qovstatus.mod\n");
+               ":10: warning: STATUS/Mode: not read by qovstatus, which has no marker\n");
+}
+
+TEST_F(AgentCommands, ACheckThatCannotSeeTheModulesDoesNotKnowWhatTheyRead) {
+  if (::geteuid() == 0) {
+    GTEST_SKIP() << "root may do everything";
+  }
+  namespace fs = std::filesystem;
+  const fs::path folder = agent.root().confDirectory();
+  configure("Mode=0600\n");
+  fs::permissions(folder, fs::perms::owner_exec);
+  agent.run(QOVCTL, {"check", "--root", agent.root().path(), "--process", "qov_test_agent"});
+  hasExited(agent.waitForEnd(), 2);
+  fs::permissions(folder, fs::perms::owner_all);
+  EXPECT_EQ(agent.errors(),
+            folder.string() + "/: Permission denied\nqovctl: 1 problem and 0 warnings\n");
 }
 
 TEST_F(AgentCommands, WithoutAnAgentThereIsNoConnection) {
