@@ -37,7 +37,8 @@ bool mayQuote(const QOVFinding& finding, bool isIni, const std::string* shown) {
   if (isLineShown && lacks(*shown, finding.line)) {
     return true;
   }
-  // An element of the device configuration may stand in several lines.
+  // An element of the device configuration may stand in several lines. "Unknown key" looks secret,
+  // too: such a key may be the end of a value.
   return !(isLineShown && isIni) && looksSecret(finding.what);
 }
 

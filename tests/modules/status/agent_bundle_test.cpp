@@ -298,12 +298,15 @@ TEST_F(AgentBundle, SaysNothingOfWhatItHasBlanked) {
 TEST_F(AgentBundle, SaysNothingSecretOfAConfigurationThatIsLeftOut) {
   const fs::path cfg = agent.root().cfgFile();
   const fs::path elsewhere = agent.root().path() / "elsewhere";
-  writeFile(elsewhere, readFile(cfg) + "[MMT]\nMMT_ADDR=me:hunter2@host:x\nSecret_hunter2=\n");
+  writeFile(elsewhere, readFile(cfg) +
+                           "[MMT]\nMMT_ADDR=me:hunter2@host:x\nSecret_hunter2=\n"
+                           "Password=hun\nhunter2=\n");
   fs::remove(cfg);
   fs::create_symlink(elsewhere, cfg);
   misses(bundles(7, {"--process", "qov_test_agent"}), "it is a symbolic link");
   EXPECT_THAT(in("check.txt"), HasSubstr("qov_test_agent.cfg:10: ***@host:x"));
   EXPECT_THAT(in("check.txt"), HasSubstr("qov_test_agent.cfg:11: warning: ***\n"));
+  EXPECT_THAT(in("check.txt"), HasSubstr("qov_test_agent.cfg:13: warning: ***\n"));
   EXPECT_THAT(in("check.txt"), Not(HasSubstr("hunter2")));
 }
 
