@@ -17,15 +17,15 @@ struct AgentTarget {
   std::string process;                 ///< empty: the only one that is configured there
   std::string socket;                  ///< if not empty, in place of both
   double timeout = 5;                  ///< seconds
-  int interrupt = -1;                  ///< a descriptor, or none: once it can be read ...
-  std::chrono::milliseconds grace{0};  ///< ... an answer has so much time left at most
+  int interrupt = -1;                  ///< a descriptor, or -1; `grace` begins once it can be read
+  std::chrono::milliseconds grace{0};  ///< what each answer may still take from then on
 };
 
-/// No answer has come before AgentTarget::interrupt could be read, and its grace was over.
+/// No answer has come in the grace that AgentTarget::interrupt has begun.
 class Interrupted : public Failure {
  public:
   explicit Interrupted(const std::string& path)
-      : Failure(kTimedOut, path + ": no answer before the interrupt") {}
+      : Failure(kTimedOut, path + ": no answer in time after the interrupt") {}
 };
 
 /// A connection to the agent's status socket.

@@ -178,7 +178,7 @@ TEST_F(AgentTrace, AnInterruptEndsItAlsoWhereTheAgentDoesNotAnswer) {
   qovctl.send(SIGINT);
   const QovctlRun ran = qovctl.finish();
   EXPECT_EQ(ran.status, 4);
-  EXPECT_EQ(ran.err, "qovctl: " + path + ": no answer before the interrupt\n");
+  EXPECT_EQ(ran.err, "qovctl: " + path + ": no answer in time after the interrupt\n");
   EXPECT_EQ(TraceFile(readFile(output())).about()["process"], "losing");
 }
 
