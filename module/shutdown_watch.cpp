@@ -42,7 +42,7 @@ static_assert(std::atomic<unsigned>::is_always_lock_free, "a signal handler must
 
 std::mutex making;
 // Guarded by making.
-pid_t process = 0;  ///< whose threads they are
+pid_t watched = 0;  ///< whose threads they are
 bool tells = false;
 bool counts = false;
 bool lackTold = false;
@@ -111,7 +111,7 @@ bool makeThread(void* (*body)(void*), const char* name) {
 
 /// What a forked child has of its parent's is of no use there.
 void beginAnew() {
-  process = ::getpid();
+  watched = ::getpid();
   tells = false;
   counts = false;
   lackTold = false;
@@ -129,7 +129,7 @@ void tellUnwatched() {
 
 void ShutdownWatch::prepare() {
   const std::lock_guard<std::mutex> held(making);
-  if (process != ::getpid()) {
+  if (watched != ::getpid()) {
     beginAnew();
   }
   if (counts) {
