@@ -319,7 +319,8 @@ void tellCrashes() {
   if (installed && ACE_Thread_Hook::thread_hook() == nullptr) {
     static const SignalStack ofThisThread;
     // For good: threads begin until the very end.
-    ACE_Thread_Hook::thread_hook(new ThreadsWithSignalStack);
+    static auto* const hook = new ThreadsWithSignalStack;
+    ACE_Thread_Hook::thread_hook(hook);
   }
 }
 
