@@ -5,6 +5,7 @@
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_log.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -187,14 +188,13 @@ void EventSender::settle(const std::vector<Settled>& settled) {
       continue;  // of an outbox that is gone
     }
     if (one.reason >= Connection::kFirstRefusal && !isForGood(one.reason)) {
-      // In time the broker may take it, and those behind it.
+      // In time the broker may take it. Those behind it need not wait for that.
       if (!std::exchange(isRefused_, true)) {
         nextTry_ = Clock::now() + backOff_.next();
       }
     } else {
       taken_.push_back(found->second);
       counts_.dropped += one.reason >= Connection::kFirstRefusal ? 1 : 0;
-      backOff_.reset();
     }
     inFlight_.erase(found);
   }
@@ -265,25 +265,40 @@ void EventSender::publishMore() {
   if (outbox_ == nullptr) {
     return;
   }
-  if (isRefused_) {
-    if (!inFlight_.empty() || !taken_.empty() || Clock::now() < nextTry_) {
-      return;
-    }
-    isRefused_ = false;
-    published_ = 0;
-    hasMore_ = true;
+  if (!hasMore_ && inFlight_.empty() && !isRefused_) {
+    backOff_.reset();
   }
   try {
-    while (hasMore_ && inFlight_.size() < kMostInFlight) {
+    while (inFlight_.size() < kMostInFlight && (hasMore_ || startsAgain())) {
       auto stored = outbox_->next(published_);
       hasMore_ = stored.has_value();
-      if (stored && !publish(std::move(*stored))) {
-        return;
+      if (stored) {
+        const std::uint64_t number = stored->number;
+        if (!isUnderWay(number) && !publish(std::move(*stored))) {
+          return;
+        }
+        published_ = number;
       }
     }
   } catch (const DatabaseError& failure) {
     fail(failure);
   }
+}
+
+bool EventSender::startsAgain() {
+  if (!isRefused_ || Clock::now() < nextTry_) {
+    return false;
+  }
+  isRefused_ = false;
+  published_ = 0;
+  hasMore_ = true;
+  return true;
+}
+
+bool EventSender::isUnderWay(std::uint64_t number) const {
+  return std::find(taken_.begin(), taken_.end(), number) != taken_.end() ||
+         std::any_of(inFlight_.begin(), inFlight_.end(),
+                     [number](const auto& one) { return one.second == number; });
 }
 
 bool EventSender::publish(StoredEvent&& stored) {
@@ -299,7 +314,6 @@ bool EventSender::publish(StoredEvent&& stored) {
     return false;
   }
   inFlight_.emplace(lastToken_, stored.number);
-  published_ = stored.number;
   return true;
 }
 

@@ -90,6 +90,10 @@ class EventSender {
   bool commit(const std::vector<Event>& events);
   void putBack(std::vector<Event>&& events);
   void publishMore();
+  /// True if it is time to go through the outbox again for what the broker has refused.
+  bool startsAgain();
+  /// Whether the broker is about to take it, or has it.
+  bool isUnderWay(std::uint64_t number) const;
   bool publish(StoredEvent&& stored);
   void fail(const DatabaseError& failure);
   void tellDropped();
@@ -118,7 +122,7 @@ class EventSender {
   std::vector<std::uint64_t> taken_;  ///< numbers that the broker has, still in the outbox
   std::uint64_t published_ = 0;       ///< up to this number all are in flight or have been
   bool hasMore_ = true;               ///< there may be some beyond
-  bool isRefused_ = false;            ///< the broker does not take them now; see nextTry_
+  bool isRefused_ = false;            ///< some the broker does not take now; see nextTry_
   BackOff backOff_;
   Clock::time_point nextTry_;
   std::string lastFailure_;  ///< as logged; empty since the last success

@@ -158,6 +158,25 @@ TEST_F(MqttEventSender, SendsAgainWhatTheBrokerForbids) {
   EXPECT_THAT(payloads(), ElementsAre("a", "a"));
 }
 
+TEST_F(MqttEventSender, GoesOnPastAllThatTheBrokerForbids) {
+  constexpr std::size_t kMany = 600;
+  constexpr int kNotAuthorized = 135;
+  for (std::size_t i = 0; i < kMany; ++i) {
+    accept("forbidden");
+  }
+  accept("allowed");
+  start();
+  for (std::size_t i = 0; i < kMany; ++i) {
+    ASSERT_TRUE(publishes(i + 1));
+    sender->settled(token(i), kNotAuthorized);
+  }
+  ASSERT_TRUE(publishes(kMany + 1));
+  EXPECT_EQ(payloads().at(kMany), "allowed");
+  // Which the broker has not taken yet, while those before it go out again.
+  ASSERT_TRUE(publishes(kMany + 2));
+  EXPECT_EQ(payloads().at(kMany + 1), "forbidden");
+}
+
 TEST_F(MqttEventSender, DropsWhatNoBrokerTakes) {
   constexpr int kTooLarge = 149;
   start();
