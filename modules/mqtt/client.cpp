@@ -9,8 +9,6 @@
 #include <fstream>
 #include <limits>
 
-#include "modules/mqtt/settings.h"
-
 namespace qov::mqtt {
 namespace {
 
@@ -92,6 +90,19 @@ Incoming incoming(const mosquitto_message& message, const mosquitto_property* pr
   return made;
 }
 
+/// The most bytes that its packet can have. libmosquitto's own check is some bytes short, and its
+/// second one ends the process.
+std::size_t mostBytesOf(const Outgoing& message) {
+  // The fixed header, the lengths, the packet's number and the properties without a text.
+  constexpr std::size_t kHeader = 32;
+  constexpr std::size_t kPairHeader = 5;
+  std::size_t bytes = kHeader + message.topic.size() + message.contentType.size() + message.size();
+  for (const auto& [name, value] : message.properties) {
+    bytes += kPairHeader + name.size() + value.size();
+  }
+  return bytes;
+}
+
 /// What the broker would say to a message that libmosquitto does not take; else 0. What finds the
 /// connection broken is kept for the next one.
 int reasonOf(int result) {
@@ -120,10 +131,13 @@ struct Client::Callbacks {
   static Client& of(void* client) { return *static_cast<Client*>(client); }
 
   static void set(mosquitto* client) {
-    mosquitto_connect_v5_callback_set(
-        client, [](mosquitto*, void* self, int reason, int flags, const mosquitto_property*) {
-          of(self).listener_.onAnswer(reason, (flags & 1) != 0);
-        });
+    mosquitto_connect_v5_callback_set(client, [](mosquitto*, void* self, int reason, int flags,
+                                                 const mosquitto_property* properties) {
+      of(self).largestPacket_ = std::numeric_limits<std::uint32_t>::max();
+      mosquitto_property_read_int32(properties, MQTT_PROP_MAXIMUM_PACKET_SIZE,
+                                    &of(self).largestPacket_, false);
+      of(self).listener_.onAnswer(reason, (flags & 1) != 0);
+    });
     mosquitto_disconnect_v5_callback_set(
         client, [](mosquitto*, void* self, int reason, const mosquitto_property*) {
           // Below are libmosquitto's own results, which its calls return, too.
@@ -152,34 +166,15 @@ struct Client::Callbacks {
 };
 
 Client::Client(const Settings& settings, const std::string& clientId, Listener& listener)
-    : host_(settings.host),
-      port_(settings.port),
-      keepAlive_(static_cast<int>(settings.keepAlive.count())),
-      user_(settings.user),
-      passwordFile_(settings.passwordFile),
+    : settings_(settings),
+      clientId_(clientId),
       listener_(listener),
       client_(nullptr, mosquitto_destroy) {
   mosquitto_lib_init();
-  constexpr bool kCleanStart = false;
-  client_.reset(mosquitto_new(clientId.c_str(), kCleanStart, this));
-  if (client_ == nullptr) {
-    throw CQOV_Exception("Failed to make the MQTT client " + clientId + ": " +
-                         causeOfResult(MOSQ_ERR_ERRNO, errno, "").why);
+  if (const auto cause = make(); cause) {
+    throw CQOV_Exception("Failed to prepare the client of the broker " + settings_.host + ": " +
+                         cause->why);
   }
-  Callbacks::set(client_.get());
-  mosquitto_int_option(client_.get(), MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
-  mosquitto_int_option(client_.get(), MOSQ_OPT_SEND_MAXIMUM, kMostUnacknowledged);
-  mosquitto_int_option(client_.get(), MOSQ_OPT_TCP_NODELAY, 1);
-  if (settings.tls) {
-    configureTls(settings);
-  }
-  Properties properties;
-  properties.addNumber(MQTT_PROP_SESSION_EXPIRY_INTERVAL,
-                       static_cast<std::uint32_t>(settings.session.count()));
-  properties.addNumber(MQTT_PROP_MAXIMUM_PACKET_SIZE, Connection::kMostReceived);
-  // The call that does not wait takes no properties. It takes those of this one, which keeps them
-  // although it fails, as there is no host.
-  mosquitto_connect_bind_v5(client_.get(), nullptr, port_, keepAlive_, nullptr, *properties.list());
 }
 
 Client::~Client() {
@@ -187,36 +182,62 @@ Client::~Client() {
   mosquitto_lib_cleanup();
 }
 
-void Client::configureTls(const Settings& settings) {
+std::optional<Cause> Client::make() {
+  constexpr bool kCleanStart = false;
+  client_.reset(mosquitto_new(clientId_.c_str(), kCleanStart, this));
+  if (client_ == nullptr) {
+    return causeOf(MOSQ_ERR_ERRNO);
+  }
+  Callbacks::set(client_.get());
+  mosquitto_int_option(client_.get(), MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
+  mosquitto_int_option(client_.get(), MOSQ_OPT_SEND_MAXIMUM, kMostUnacknowledged);
+  mosquitto_int_option(client_.get(), MOSQ_OPT_TCP_NODELAY, 1);
+  if (const int result = settings_.tls ? configureTls() : MOSQ_ERR_SUCCESS; result != 0) {
+    return causeOf(result);
+  }
+  Properties properties;
+  properties.addNumber(MQTT_PROP_SESSION_EXPIRY_INTERVAL,
+                       static_cast<std::uint32_t>(settings_.session.count()));
+  properties.addNumber(MQTT_PROP_MAXIMUM_PACKET_SIZE, Connection::kMostReceived);
+  // The call that does not wait takes no properties. It takes those of this one, which keeps them
+  // although it fails, as there is no host.
+  mosquitto_connect_bind_v5(client_.get(), nullptr, settings_.port, keepAlive(), nullptr,
+                            *properties.list());
+  return std::nullopt;
+}
+
+int Client::keepAlive() const {
+  return static_cast<int>(settings_.keepAlive.count());
+}
+
+int Client::configureTls() {
   const auto orNull = [](const std::string& text) { return text.empty() ? nullptr : text.c_str(); };
-  int result = MOSQ_ERR_SUCCESS;
-  if (settings.caFile.empty()) {
-    result = mosquitto_int_option(client_.get(), MOSQ_OPT_TLS_USE_OS_CERTS, 1);
+  if (settings_.caFile.empty()) {
+    const int result = mosquitto_int_option(client_.get(), MOSQ_OPT_TLS_USE_OS_CERTS, 1);
+    if (result != MOSQ_ERR_SUCCESS) {
+      return result;
+    }
   }
-  if (result == MOSQ_ERR_SUCCESS) {
-    result = mosquitto_tls_set(client_.get(), orNull(settings.caFile), nullptr,
-                               orNull(settings.certFile), orNull(settings.keyFile), nullptr);
-  }
-  if (result != MOSQ_ERR_SUCCESS) {
-    throw CQOV_Exception("Failed to prepare TLS for the broker " + host_ + ": " +
-                         causeOfResult(result, errno, libraryError_).why);
-  }
+  return mosquitto_tls_set(client_.get(), orNull(settings_.caFile), nullptr,
+                           orNull(settings_.certFile), orNull(settings_.keyFile), nullptr);
 }
 
 /// The file is read for each connection, so that a new password needs no restart.
 std::optional<Cause> Client::setPassword() {
-  if (user_.empty()) {
+  if (settings_.user.empty()) {
     return std::nullopt;
   }
   std::string password;
-  if (!passwordFile_.empty()) {
-    std::ifstream file(passwordFile_);
+  if (!settings_.passwordFile.empty()) {
+    std::ifstream file(settings_.passwordFile);
     if (!std::getline(file, password)) {
-      return Cause{passwordFile_ + " has no password", "write it into the file's first line"};
+      return Cause{settings_.passwordFile + " has no password",
+                   "write it into the file's first line"};
     }
   }
-  return causeOf(mosquitto_username_pw_set(client_.get(), user_.c_str(),
-                                           passwordFile_.empty() ? nullptr : password.c_str()));
+  return causeOf(
+      mosquitto_username_pw_set(client_.get(), settings_.user.c_str(),
+                                settings_.passwordFile.empty() ? nullptr : password.c_str()));
 }
 
 std::optional<Cause> Client::causeOf(int result) const {
@@ -228,14 +249,17 @@ std::optional<Cause> Client::causeOf(int result) const {
 
 std::optional<Cause> Client::connect(const std::string& topic, const std::string& will) {
   libraryError_.clear();
+  if (auto cause = make(); cause) {
+    return cause;
+  }
   if (auto cause = setPassword(); cause) {
     return cause;
   }
   constexpr int kQos = 1;
   mosquitto_will_set(client_.get(), topic.c_str(), static_cast<int>(will.size()), will.data(), kQos,
                      true);
-  return causeOf(
-      mosquitto_connect_bind_async(client_.get(), host_.c_str(), port_, keepAlive_, nullptr));
+  return causeOf(mosquitto_connect_bind_async(client_.get(), settings_.host.c_str(), settings_.port,
+                                              keepAlive(), nullptr));
 }
 
 int Client::socket() const {
@@ -270,6 +294,9 @@ void Client::disconnect(bool orderly) {
 }
 
 int Client::publish(const Outgoing& message, bool retain, int& id) {
+  if (mostBytesOf(message) > largestPacket_) {
+    return MQTT_RC_PACKET_TOO_LARGE;
+  }
   Properties properties;
   if (message.isText) {
     properties.add(

@@ -1,12 +1,14 @@
 #ifndef QOV_MODULES_MQTT_CLIENT_H
 #define QOV_MODULES_MQTT_CLIENT_H
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "modules/mqtt/cause.h"
 #include "modules/mqtt/connection.h"
+#include "modules/mqtt/settings.h"
 
 struct mosquitto;
 
@@ -14,8 +16,8 @@ namespace qov::mqtt {
 
 /// libmosquitto's client, MQTT 5, without a thread of its own.
 ///
-/// What it was given to publish it keeps until the broker has acknowledged it, and publishes it
-/// anew on the next connection.
+/// Each connection has a `mosquitto` of its own: one that is used again keeps the former broker's
+/// limits. So what it was given to publish is forgotten with the connection.
 ///
 /// Thread: one.
 /// Errors: the constructor throws CQOV_Exception.
@@ -63,20 +65,19 @@ class Client {
  private:
   struct Callbacks;
 
-  void configureTls(const Settings& settings);
+  std::optional<Cause> make();
+  int configureTls();
+  int keepAlive() const;
   std::optional<Cause> setPassword();
   std::optional<Cause> causeOf(int result) const;
 
-  // Constant after construction.
-  const std::string host_;
-  const int port_;
-  const int keepAlive_;
-  const std::string user_;
-  const std::string passwordFile_;
+  const Settings settings_;
+  const std::string clientId_;
   Listener& listener_;
 
   std::unique_ptr<mosquitto, void (*)(mosquitto*)> client_;
-  std::string libraryError_;  ///< of the call that is being made
+  std::uint32_t largestPacket_ = 0;  ///< that the broker takes
+  std::string libraryError_;         ///< of the call that is being made
 };
 
 }  // namespace qov::mqtt

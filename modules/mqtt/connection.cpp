@@ -7,6 +7,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <deque>
@@ -116,11 +117,11 @@ class Connection::Loop : private Client::Listener {
  private:
   enum class State { kWaiting, kConnecting, kOnline };
 
-  /// Of a message that the broker has not acknowledged.
+  /// A message that the broker has not acknowledged.
   struct Given {
-    std::uint64_t number;
-    std::size_t bytes;
-    std::string topic;
+    int id;  ///< libmosquitto's
+    Outgoing message;
+    bool isPresence;
   };
 
   void run() {
@@ -200,6 +201,7 @@ class Connection::Loop : private Client::Listener {
     QOV_GUARD(guard, kit_);
     const bool wasOnline = state_ == State::kOnline;
     state_ = State::kWaiting;
+    takeBack();
     if (wasOnline) {
       isOnline_ = false;
       handlers_.online(false);
@@ -216,6 +218,20 @@ class Connection::Loop : private Client::Listener {
     }
     lastWait_ = backOff_.next();
     nextTry_ = Clock::now() + lastWait_;
+  }
+
+  /// What the broker has not acknowledged goes out first on the next connection; the presence is
+  /// made anew there.
+  void takeBack() {
+    const std::lock_guard lock(lock_);
+    for (auto given = given_.rbegin(); given != given_.rend(); ++given) {
+      if (given->isPresence) {
+        --pending_;
+      } else {
+        queue_.push_front(std::move(given->message));
+      }
+    }
+    given_.clear();
   }
 
   void onAnswer(int reason, bool hadSession) override {
@@ -258,26 +274,28 @@ class Connection::Loop : private Client::Listener {
   }
 
   void onPublished(int id, int reason) override {
-    const auto found = given_.find(id);
+    const auto found = std::find_if(given_.begin(), given_.end(),
+                                    [id](const Given& given) { return given.id == id; });
     if (found == given_.end()) {
       return;
     }
-    const Given message = std::move(found->second);
+    const Given given = std::move(*found);
+    const Outgoing& message = given.message;
     given_.erase(found);
     if (reason >= kFirstRefusal) {
       tellRefusal(message.topic, reason);
     } else {
       lastRefusal_ = 0;
     }
-    settle(message, reason);
+    settle(message, given.isPresence ? 0 : message.size(), reason);
   }
 
-  void settle(const Given& message, int reason) {
+  void settle(const Outgoing& message, std::size_t bytes, int reason) {
     ++(reason >= kFirstRefusal ? counts_.refused : counts_.published);
     {
       const std::lock_guard lock(lock_);
       --pending_;
-      pendingBytes_ -= message.bytes;
+      pendingBytes_ -= bytes;
     }
     if (message.number != 0) {
       handlers_.settled(message.number, reason);
@@ -314,7 +332,7 @@ class Connection::Loop : private Client::Listener {
       if (refusal != 0) {
         tellRefusal(message->topic, refusal);
       }
-      settle({message->number, message->size(), message->topic}, refusal);
+      settle(*message, message->size(), refusal);
     }
   }
 
@@ -327,12 +345,11 @@ class Connection::Loop : private Client::Listener {
       Outgoing& message = *taken;
       int id = 0;
       const int refusal = client_.publish(message, false, id);
-      Given given{message.number, message.size(), std::move(message.topic)};
       if (refusal != 0) {
-        tellRefusal(given.topic, refusal);
-        settle(given, refusal);
+        tellRefusal(message.topic, refusal);
+        settle(message, message.size(), refusal);
       } else {
-        given_.emplace(id, std::move(given));
+        given_.push_back({id, std::move(message), false});
       }
     }
   }
@@ -365,7 +382,7 @@ class Connection::Loop : private Client::Listener {
       const std::lock_guard lock(lock_);
       ++pending_;
     }
-    given_.emplace(id, Given{0, 0, presence_.topic});
+    given_.push_back({id, std::move(message), true});
   }
 
   /// The broker learns that the agent is offline by its own will, and has acknowledged all that was
@@ -420,8 +437,8 @@ class Connection::Loop : private Client::Listener {
   Clock::time_point answerUntil_;
   Clock::time_point onlineSince_;
   Clock::time_point nextPresence_;
-  std::optional<int> reason_;   ///< for which the broker ends this connection
-  std::map<int, Given> given_;  ///< by libmosquitto's number
+  std::optional<int> reason_;  ///< for which the broker ends this connection
+  std::deque<Given> given_;    ///< the oldest first
   std::map<int, std::string> subscriptions_;
   std::string document_;     ///< of the presence, as published on this connection
   std::string lastFailure_;  ///< as logged; empty since the last success

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/files.h"
@@ -25,6 +26,8 @@ class Broker {
   Broker(const Broker&) = delete;
   Broker& operator=(const Broker&) = delete;
 
+  /// For the next start.
+  void set(std::string settings) { settings_ = std::move(settings); }
   /// Until it listens.
   void start();
   void stop(int signal);
@@ -43,7 +46,7 @@ class Broker {
   void writeConfiguration() const;
 
   const TemporaryDirectory folder_;
-  const std::string settings_;
+  std::string settings_;
   int port_ = 0;
   pid_t pid_ = -1;
 };

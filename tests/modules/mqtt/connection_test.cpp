@@ -1,0 +1,138 @@
+// What the connection does with a broker's limits, and with messages that it has not acknowledged.
+#include "modules/mqtt/connection.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <memory>
+#include <mutex>
+
+#include "modules/mqtt/settings.h"
+#include "tests/modules/mqtt/broker.h"
+#include "tests/support/process_end.h"
+
+namespace qov::test {
+namespace {
+
+using mqtt::Connection;
+using mqtt::Outgoing;
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::IsSupersetOf;
+
+constexpr int kTooLarge = 149;
+
+class MqttConnection : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!Broker::isInstalled()) {
+      GTEST_SKIP() << "no broker; install it with: apt-get install mosquitto mosquitto-clients";
+    }
+  }
+  void TearDown() override { connection.reset(); }
+
+  void startAt(Broker& broker) {
+    broker.start();
+    mqtt::Settings settings;
+    settings.host = "127.0.0.1";
+    settings.port = broker.port();
+    settings.tls = false;
+    settings.longestWait = std::chrono::seconds(1);
+    Connection::Handlers handlers;
+    handlers.settled = [this](std::uint64_t, int reason) {
+      const std::lock_guard lock(mutex);
+      reasons.push_back(reason < Connection::kFirstRefusal ? 0 : reason);
+    };
+    const auto document = [] { return std::string("{}"); };
+    connection = std::make_unique<Connection>(
+        settings, "client", mqtt::Presence{"qov/7/status", document, document}, handlers);
+    ASSERT_TRUE(isOnline());
+  }
+  bool isOnline() {
+    return waitUntil([&] { return connection->isOnline(); });
+  }
+  void publish(const std::string& payload) {
+    Outgoing message;
+    message.topic = "qov/7/event";
+    message.payload = payload;
+    message.contentType = "text/plain";
+    message.isText = true;
+    message.properties = {{"number", "1"}, {"outbox", "abc"}};
+    message.number = 1;
+    ASSERT_TRUE(connection->publish(std::move(message)));
+  }
+  std::vector<int> settled() {
+    const std::lock_guard lock(mutex);
+    return reasons;
+  }
+  bool settles(std::size_t count) {
+    return waitUntil([&] { return settled().size() >= count; });
+  }
+
+  std::mutex mutex;
+  std::vector<int> reasons;
+  std::unique_ptr<Connection> connection;
+};
+
+TEST_F(MqttConnection, RefusesEveryMessageThatIsLargerThanTheBrokerTakes) {
+  constexpr std::size_t kLargest = 300;
+  Broker broker("allow_anonymous true\nmax_packet_size " + std::to_string(kLargest) + "\n");
+  startAt(broker);
+  for (std::size_t size = 1; size <= kLargest; ++size) {
+    publish(std::string(size, 'a'));
+  }
+  ASSERT_TRUE(settles(kLargest));
+  EXPECT_THAT(settled(), IsSupersetOf({0, kTooLarge}));
+  EXPECT_EQ(connection->counts().connections, 1U);
+}
+
+TEST_F(MqttConnection, RefusesWhatABrokerWithASmallerLimitDoesNotTakeAgain) {
+  Broker broker;
+  startAt(broker);
+  broker.freeze();
+  publish(std::string(1000, 'a'));
+  publish("b");
+  broker.stop(SIGKILL);
+  broker.set("allow_anonymous true\nmax_packet_size 500\n");
+  broker.start();
+  ASSERT_TRUE(settles(2));
+  EXPECT_THAT(settled(), ElementsAre(kTooLarge, 0));
+}
+
+TEST_F(MqttConnection, TakesMoreWhenTheBrokerDoes) {
+  Broker broker("allow_anonymous true\nmax_packet_size 500\n");
+  startAt(broker);
+  broker.stop(SIGTERM);
+  broker.set("allow_anonymous true\n");
+  broker.start();
+  ASSERT_TRUE(waitUntil([&] { return connection->counts().connections == 2; }));
+  publish(std::string(1000, 'a'));
+  ASSERT_TRUE(settles(1));
+  EXPECT_THAT(settled(), Each(0));
+}
+
+TEST_F(MqttConnection, PublishesInTheirOrderWhatWasNotAcknowledged) {
+  constexpr std::size_t kCount = 200;
+  Broker broker;
+  startAt(broker);
+  const Watcher watcher(broker);
+  broker.saveSessions();
+  broker.freeze();
+  std::vector<std::string> payloads;
+  for (std::size_t i = 0; i < kCount; ++i) {
+    payloads.push_back(std::to_string(i));
+    publish(payloads.back());
+  }
+  broker.stop(SIGKILL);
+  broker.start();
+  ASSERT_TRUE(watcher.waitFor("/event", kCount));
+  std::vector<std::string> seen;
+  for (const Seen& message : watcher.seen("/event")) {
+    seen.push_back(message.payload);
+  }
+  EXPECT_EQ(seen, payloads);
+}
+
+}  // namespace
+}  // namespace qov::test
