@@ -367,7 +367,8 @@ class Connection::Loop : private Client::Listener {
     }
   }
 
-  void publishDocument(const std::string& document) {
+  /// False if the broker would not take it.
+  bool publishDocument(const std::string& document) {
     Outgoing message;
     message.topic = presence_.topic;
     message.payload = document;
@@ -376,22 +377,23 @@ class Connection::Loop : private Client::Listener {
     int id = 0;
     if (const int refusal = client_.publish(message, true, id); refusal != 0) {
       tellRefusal(presence_.topic, refusal);
-      return;
+      return false;
     }
     {
       const std::lock_guard lock(lock_);
       ++pending_;
     }
     given_.push_back({id, std::move(message), true});
+    return true;
   }
 
-  /// The broker learns that the agent is offline by its own will, and has acknowledged all that was
-  /// given to it before.
+  /// The broker learns that the agent is offline by its own will, and has time to acknowledge all
+  /// that was given to it before. Otherwise it publishes the last will.
   void sayGoodbye() {
+    bool isTold = false;
     if (state_ == State::kOnline) {
       publishAnswers();
-      publishQueue();
-      publishDocument(presence_.offline());
+      isTold = publishDocument(presence_.offline());
       const Clock::time_point until = Clock::now() + kPatienceAtEnd;
       while (state_ == State::kOnline && !given_.empty() && Clock::now() < until) {
         wait(until);
@@ -404,7 +406,7 @@ class Connection::Loop : private Client::Listener {
       }
     }
     if (state_ != State::kWaiting) {
-      client_.disconnect(true);
+      client_.disconnect(isTold && given_.empty());
     }
   }
 
