@@ -207,10 +207,13 @@ void EventSender::store(std::deque<Waiting>&& events) {
     stored.push_back(std::move(one.event));
   }
   const bool done = commit(stored);
+  // A full outbox keeps the newest.
+  const std::size_t first =
+      done && outbox_->rows() < events.size() ? events.size() - outbox_->rows() : 0;
   std::vector<Event> again;
   for (std::size_t i = 0; i < events.size(); ++i) {
     if (events[i].receipt) {
-      events[i].receipt(done);
+      events[i].receipt(done && i >= first);
     } else if (!done) {
       again.push_back(std::move(stored[i]));
     }

@@ -6,6 +6,7 @@
 #include <qovpub/qov_exception.h>
 #include <sys/resource.h>
 
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <memory>
@@ -114,6 +115,23 @@ TEST_F(MqttEventSender, TellsThatAnEventIsStored) {
   EXPECT_TRUE(waitUntil([&] { return told >= 0; }));
   EXPECT_EQ(told, 1);
   EXPECT_EQ(sender->counts().stored, 1U);
+}
+
+TEST_F(MqttEventSender, TellsWhichEventsAFullOutboxDropsAtOnce) {
+  settings.outboxRows = 2;
+  make();
+  std::array<std::atomic<int>, 4> told{-1, -1, -1, -1};
+  for (std::atomic<int>& one : told) {
+    accept("a", [&one](bool stored) { one = stored; });
+  }
+  setRoom(false);
+  start();
+  ASSERT_TRUE(waitUntil([&] { return told[3] >= 0; }));
+  EXPECT_EQ(told[0], 0);
+  EXPECT_EQ(told[1], 0);
+  EXPECT_EQ(told[2], 1);
+  EXPECT_EQ(told[3], 1);
+  EXPECT_EQ(sender->counts().dropped, 2U);
 }
 
 TEST_F(MqttEventSender, SendsAgainWhatWasNotAcknowledged) {
