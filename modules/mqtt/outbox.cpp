@@ -92,6 +92,18 @@ Outbox::Limits Outbox::readSize() const {
   return {rows, select.number(1) + rows * kRowBytes};
 }
 
+/// A file that was damaged or copied may have lost its write-ahead log, and with it the last numbers
+/// that it has given.
+void Outbox::raiseNumbers() {
+  static_assert(kNumberStep == 1U << 20U);
+  database_.execute(
+      "PRAGMA synchronous=FULL;"
+      "UPDATE sqlite_sequence SET seq = seq + (1 << 20) WHERE name = 'events';"
+      "INSERT INTO sqlite_sequence SELECT 'events', 0"
+      " WHERE NOT EXISTS(SELECT * FROM sqlite_sequence WHERE name = 'events');"
+      "PRAGMA wal_checkpoint(TRUNCATE)");
+}
+
 std::uint64_t Outbox::remove(Statement& statement) {
   std::uint64_t removed = 0;
   for (; statement.step(); ++removed) {
@@ -105,6 +117,10 @@ std::uint64_t Outbox::commit(const std::vector<Event>& events,
                              const std::vector<std::uint64_t>& taken) {
   const Limits before = size_;
   try {
+    if (!events.empty() && !isRaised_) {
+      raiseNumbers();
+      isRaised_ = true;
+    }
     // A removal that a power failure undoes only makes events go out again: it is worth no wait for
     // the disk.
     database_.execute(events.empty() ? "PRAGMA synchronous=NORMAL" : "PRAGMA synchronous=FULL");
@@ -119,8 +135,10 @@ std::uint64_t Outbox::commit(const std::vector<Event>& events,
       size_.bytes += event.payload.size() + kRowBytes;
     }
     std::uint64_t dropped = 0;
-    while (size_.rows > limits_.rows || size_.bytes > limits_.bytes) {
-      dropped += remove(removeOldest_.begin());
+    for (std::uint64_t removed = 1;
+         removed != 0 && (size_.rows > limits_.rows || size_.bytes > limits_.bytes);) {
+      removed = remove(removeOldest_.begin());
+      dropped += removed;
     }
     transaction.finish();
     return dropped;

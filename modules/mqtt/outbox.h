@@ -31,6 +31,8 @@ class Outbox {
  public:
   /// What an event takes beside its payload, about.
   static constexpr std::uint64_t kRowBytes = 64;
+  /// So many numbers are left out after each opening.
+  static constexpr std::uint64_t kNumberStep = std::uint64_t{1} << 20U;
 
   struct Limits {
     std::uint64_t rows;
@@ -57,6 +59,7 @@ class Outbox {
   static Database opened(const std::string& file);
   std::string readId() const;
   Limits readSize() const;
+  void raiseNumbers();
   /// Runs a statement that removes rows and returns the length of each payload.
   std::uint64_t remove(Statement& statement);
 
@@ -64,6 +67,7 @@ class Outbox {
   Database database_;
   const std::string id_;
   Limits size_;
+  bool isRaised_ = false;  ///< the numbers, since the file was opened
   Statement insert_;
   Statement remove_;
   Statement removeOldest_;

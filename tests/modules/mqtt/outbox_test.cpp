@@ -37,6 +37,10 @@ class MqttOutbox : public ::testing::Test {
                       const std::vector<std::uint64_t>& taken = {}) {
     return outbox->commit(events(payloads), taken);
   }
+  /// The number after so many others, and openings.
+  static std::string afterReopen(std::uint64_t number, std::uint64_t times = 1) {
+    return std::to_string(times * Outbox::kNumberStep + number);
+  }
   std::vector<std::string> held() const {
     std::vector<std::string> all;
     std::uint64_t last = 0;
@@ -96,7 +100,20 @@ TEST_F(MqttOutbox, GivesNoNumberTwice) {
   store({}, {1, 2});
   open();
   store({"c"});
-  EXPECT_THAT(held(), ElementsAre("3c"));
+  EXPECT_THAT(held(), ElementsAre(afterReopen(3) + "c"));
+}
+
+TEST_F(MqttOutbox, GivesNoNumberTwiceWithoutItsWriteAheadLog) {
+  store({"a"});
+  open();
+  store({"b"});
+  const std::string lost = readFile(file());
+  EXPECT_THAT(held(), ElementsAre("1a", afterReopen(2) + "b"));
+  outbox.reset();
+  writeFile(file(), lost);
+  open();
+  store({"c"});
+  EXPECT_THAT(held(), ElementsAre("1a", afterReopen(2, 2) + "c"));
 }
 
 TEST_F(MqttOutbox, DropsTheOldestBeyondItsRows) {
@@ -118,7 +135,7 @@ TEST_F(MqttOutbox, KeepsToSmallerLimitsAfterAReopen) {
   store({"a", "b", "c"});
   open({1, 1000000});
   EXPECT_EQ(store({"d"}), 3U);
-  EXPECT_THAT(held(), ElementsAre("4d"));
+  EXPECT_THAT(held(), ElementsAre(afterReopen(4) + "d"));
 }
 
 TEST_F(MqttOutbox, IsForOneProcessAndItsOwner) {
