@@ -151,7 +151,8 @@ class Connection::Loop : private Client::Listener {
   /// For the socket, the bell or the time; and serves the socket.
   void wait(Clock::time_point until) {
     const auto span = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
-    const int socket = client_.socket();
+    // That of a connection that has failed may still be open, and nobody serves it.
+    const int socket = state_ == State::kWaiting ? -1 : client_.socket();
     const bool holdsBack = manyAnswersWait();
     const short reading = holdsBack ? 0 : POLLIN;
     const short writing = client_.wantsToWrite() ? POLLOUT : 0;
