@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <limits>
+#include <system_error>
 
 namespace qov::mqtt {
 namespace {
@@ -136,7 +137,9 @@ struct Client::Callbacks {
       of(self).largestPacket_ = std::numeric_limits<std::uint32_t>::max();
       mosquitto_property_read_int32(properties, MQTT_PROP_MAXIMUM_PACKET_SIZE,
                                     &of(self).largestPacket_, false);
-      of(self).listener_.onAnswer(reason, (flags & 1) != 0);
+      std::uint8_t retains = 1;
+      mosquitto_property_read_byte(properties, MQTT_PROP_RETAIN_AVAILABLE, &retains, false);
+      of(self).listener_.onAnswer(reason, (flags & 1) != 0, retains != 0);
     });
     mosquitto_disconnect_v5_callback_set(
         client, [](mosquitto*, void* self, int reason, const mosquitto_property*) {
@@ -149,9 +152,11 @@ struct Client::Callbacks {
         client, [](mosquitto*, void* self, int id, int reason, const mosquitto_property*) {
           of(self).listener_.onPublished(id, reason);
         });
-    mosquitto_subscribe_v5_callback_set(
-        client, [](mosquitto*, void* self, int id, int, const int* reasons,
-                   const mosquitto_property*) { of(self).listener_.onSubscribed(id, *reasons); });
+    mosquitto_subscribe_v5_callback_set(client, [](mosquitto*, void* self, int id, int count,
+                                                   const int* reasons, const mosquitto_property*) {
+      // One without a reason is no refusal.
+      of(self).listener_.onSubscribed(id, count > 0 ? *reasons : 0);
+    });
     mosquitto_message_v5_callback_set(
         client, [](mosquitto*, void* self, const mosquitto_message* message,
                    const mosquitto_property* properties) {
@@ -218,8 +223,10 @@ int Client::configureTls() {
       return result;
     }
   }
+  // Otherwise OpenSSL would ask for it on the terminal.
+  const auto noPassword = [](char*, int, int, void*) { return 0; };
   return mosquitto_tls_set(client_.get(), orNull(settings_.caFile), nullptr,
-                           orNull(settings_.certFile), orNull(settings_.keyFile), nullptr);
+                           orNull(settings_.certFile), orNull(settings_.keyFile), noPassword);
 }
 
 /// The file is read for each connection, so that a new password needs no restart.
@@ -229,10 +236,19 @@ std::optional<Cause> Client::setPassword() {
   }
   std::string password;
   if (!settings_.passwordFile.empty()) {
+    errno = 0;
     std::ifstream file(settings_.passwordFile);
     if (!std::getline(file, password)) {
+      if (errno != 0) {
+        return Cause{
+            settings_.passwordFile + " cannot be read: " + std::generic_category().message(errno),
+            "let the agent's user read it"};
+      }
       return Cause{settings_.passwordFile + " has no password",
                    "write it into the file's first line"};
+    }
+    if (!password.empty() && password.back() == '\r') {
+      password.pop_back();
     }
   }
   return causeOf(
@@ -322,10 +338,10 @@ int Client::publish(const Outgoing& message, bool retain, int& id) {
   return reasonOf(result);
 }
 
-void Client::subscribe(const std::string& filter, int& id) {
+std::optional<Cause> Client::subscribe(const std::string& filter, int& id) {
   constexpr int kQos = 1;
-  mosquitto_subscribe_v5(client_.get(), &id, filter.c_str(), kQos, MQTT_SUB_OPT_SEND_RETAIN_NEVER,
-                         nullptr);
+  return causeOf(mosquitto_subscribe_v5(client_.get(), &id, filter.c_str(), kQos,
+                                        MQTT_SUB_OPT_SEND_RETAIN_NEVER, nullptr));
 }
 
 }  // namespace qov::mqtt

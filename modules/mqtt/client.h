@@ -28,8 +28,9 @@ class Client {
   class Listener {
    public:
     virtual ~Listener() = default;
-    /// `hadSession`: the broker knew this client from before.
-    virtual void onAnswer(int reason, bool hadSession) = 0;
+    /// `hadSession`: the broker knew this client from before. `retains`: it keeps messages for those
+    /// who come later.
+    virtual void onAnswer(int reason, bool hadSession, bool retains) = 0;
     virtual void onPublished(int id, int reason) = 0;
     virtual void onSubscribed(int id, int reason) = 0;
     virtual void onReceived(Incoming&& message) = 0;
@@ -59,8 +60,8 @@ class Client {
   /// Sets `id`, which onPublished() gets. Returns 0, or the reason for which the broker would
   /// refuse it: it is not taken over then.
   int publish(const Outgoing& message, bool retain, int& id);
-  /// Sets `id`, which onSubscribed() gets. A connection that breaks makes it fail.
-  void subscribe(const std::string& filter, int& id);
+  /// Sets `id`, which onSubscribed() gets. The cause if nothing was sent.
+  std::optional<Cause> subscribe(const std::string& filter, int& id);
 
  private:
   struct Callbacks;

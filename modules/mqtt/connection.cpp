@@ -1,5 +1,6 @@
 #include "modules/mqtt/connection.h"
 
+#include <mqtt_protocol.h>
 #include <poll.h>
 #include <pthread.h>
 #include <qovpub/qov_exception.h>
@@ -235,7 +236,7 @@ class Connection::Loop : private Client::Listener {
     given_.clear();
   }
 
-  void onAnswer(int reason, bool hadSession) override {
+  void onAnswer(int reason, bool hadSession, bool retains) override {
     if (reason != 0) {
       reason_ = reason;
       return;
@@ -243,6 +244,10 @@ class Connection::Loop : private Client::Listener {
     QOV_GUARD(guard, kit_);
     QOV_INFO(guard, log_id::kConnected, "Connected to the broker %s as %s, %s session",
              broker_.c_str(), clientId_.c_str(), hadSession ? "its former" : "a new");
+    // libmosquitto publishes the status without it, and says nothing.
+    if (!retains && !std::exchange(retainTold_, true)) {
+      tellRefusal(presence_.topic, MQTT_RC_RETAIN_NOT_SUPPORTED);
+    }
     state_ = State::kOnline;
     onlineSince_ = Clock::now();
     lastFailure_.clear();
@@ -251,7 +256,9 @@ class Connection::Loop : private Client::Listener {
     subscriptions_.clear();
     for (const std::string& filter : filters_) {
       int id = 0;
-      client_.subscribe(filter, id);
+      if (const auto cause = client_.subscribe(filter, id); cause) {
+        tellSubscription(filter, *cause);
+      }
       subscriptions_.emplace(id, filter);
     }
     ++counts_.connections;
@@ -263,10 +270,14 @@ class Connection::Loop : private Client::Listener {
 
   void onSubscribed(int id, int reason) override {
     if (reason >= kFirstRefusal) {
-      QOV_GUARD(guard, kit_);
-      QOV_WARN(guard, log_id::kSubscriptionRefused, "The broker %s refuses a subscription: %s: %s",
-               broker_.c_str(), subscriptions_[id].c_str(), causeOfReason(reason).text().c_str());
+      tellSubscription(subscriptions_[id], causeOfReason(reason));
     }
+  }
+
+  void tellSubscription(const std::string& filter, const Cause& cause) {
+    QOV_GUARD(guard, kit_);
+    QOV_WARN(guard, log_id::kSubscriptionRefused, "The broker %s refuses a subscription: %s: %s",
+             broker_.c_str(), filter.c_str(), cause.text().c_str());
   }
 
   void onReceived(Incoming&& message) override {
@@ -443,6 +454,7 @@ class Connection::Loop : private Client::Listener {
   std::optional<int> reason_;  ///< for which the broker ends this connection
   std::deque<Given> given_;    ///< the oldest first
   std::map<int, std::string> subscriptions_;
+  bool retainTold_ = false;
   std::string document_;     ///< of the presence, as published on this connection
   std::string lastFailure_;  ///< as logged; empty since the last success
   int lastRefusal_ = 0;      ///< of a message, as logged; 0 since the last that was taken

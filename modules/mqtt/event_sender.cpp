@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_log.h>
+#include <sqlite3.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -62,8 +63,11 @@ void EventSender::open() {
   published_ = 0;
   hasMore_ = true;
   isRefused_ = false;
-  std::error_code ignored;
-  std::filesystem::create_directories(std::filesystem::path(file_).parent_path(), ignored);
+  std::error_code failure;
+  std::filesystem::create_directories(std::filesystem::path(file_).parent_path(), failure);
+  if (failure) {
+    throw DatabaseError(SQLITE_CANTOPEN, "its folder cannot be made: " + failure.message());
+  }
   try {
     outbox_ = std::make_unique<Outbox>(file_, limits_);
   } catch (const DatabaseError& error) {

@@ -145,6 +145,13 @@ TEST_F(MqttAccounts, ConnectsWithItsPassword) {
   EXPECT_TRUE(logs("Connected to the broker"));
 }
 
+TEST_F(MqttAccounts, ConnectsWithAPasswordFromAFileOfAnotherSystem) {
+  Broker broker(accounts());
+  password("right\r");
+  startsAt(broker, user());
+  EXPECT_TRUE(logs("Connected to the broker"));
+}
+
 TEST_F(MqttAccounts, SaysOnceThatTheBrokerRefusesIt) {
   Broker broker(accounts());
   password("wrong");

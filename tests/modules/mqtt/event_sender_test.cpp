@@ -274,8 +274,9 @@ TEST_F(MqttEventSender, SaysWhyItHasNoOutbox) {
     make();
     FAIL() << "made";
   } catch (const CQOV_Exception& failure) {
-    EXPECT_THAT(failure.what(), ::testing::HasSubstr("Failed to open the outbox of MQTT: " +
-                                                     settings.outbox + ": Not a directory"));
+    EXPECT_THAT(failure.what(),
+                ::testing::HasSubstr("Failed to open the outbox of MQTT: " + settings.outbox +
+                                     ": its folder cannot be made: Not a directory"));
   }
 }
 
