@@ -28,8 +28,8 @@ class Client {
   class Listener {
    public:
     virtual ~Listener() = default;
-    /// `hadSession`: the broker knew this client from before. `retains`: it keeps messages for those
-    /// who come later.
+    /// `hadSession`: the broker knew this client from before. `retains`: it keeps messages for
+    /// those who come later.
     virtual void onAnswer(int reason, bool hadSession, bool retains) = 0;
     virtual void onPublished(int id, int reason) = 0;
     virtual void onSubscribed(int id, int reason) = 0;

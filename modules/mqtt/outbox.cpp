@@ -92,8 +92,7 @@ Outbox::Limits Outbox::readSize() const {
   return {rows, select.number(1) + rows * kRowBytes};
 }
 
-/// A file that was damaged or copied may have lost its write-ahead log, and with it the last numbers
-/// that it has given.
+/// The file may have lost its write-ahead log, and with it the last numbers that it has given.
 void Outbox::raiseNumbers() {
   static_assert(kNumberStep == 1U << 20U);
   database_.execute(
