@@ -20,7 +20,9 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <ctime>
+#include <new>
 #include <string_view>
 
 #include <qovpub/qov_utility.h>
@@ -94,13 +96,20 @@ Registers registersOf(const ucontext_t& context) {
 #endif
 }
 
+/// Not to be followed: it may lead nowhere.
+void* pointerTo(std::uintptr_t address) {
+  void* pointer = nullptr;
+  std::memcpy(&pointer, &address, sizeof pointer);
+  return pointer;
+}
+
 /// The address that the code at `registers` returns to, where that is no code: a call through a
 /// bad pointer. 0: unknown.
 std::uintptr_t callerOf(const Registers& registers) {
   std::uintptr_t caller = 0;
 #if defined(__x86_64__)
   const iovec here{&caller, sizeof caller};
-  const iovec top{reinterpret_cast<void*>(registers.stack), sizeof caller};
+  const iovec top{pointerTo(registers.stack), sizeof caller};
   if (::process_vm_readv(::getpid(), &here, 1, &top, 1, 0) != sizeof caller) {
     caller = 0;
   }
@@ -113,7 +122,7 @@ std::uintptr_t callerOf(const Registers& registers) {
 /// The library or program that has the code at `address`; false: none has.
 bool addFile(Text& text, std::string_view word, std::uintptr_t address) {
   dl_find_object object;
-  if (::_dl_find_object(reinterpret_cast<void*>(address), &object) != 0) {
+  if (::_dl_find_object(pointerTo(address), &object) != 0) {
     return false;
   }
   const link_map& library = *object.dlfo_link_map;
@@ -319,8 +328,8 @@ void tellCrashes() {
   if (installed && ACE_Thread_Hook::thread_hook() == nullptr) {
     static const SignalStack ofThisThread;
     // For good: threads begin until the very end.
-    static auto* const hook = new ThreadsWithSignalStack;
-    ACE_Thread_Hook::thread_hook(hook);
+    alignas(ThreadsWithSignalStack) static std::byte room[sizeof(ThreadsWithSignalStack)];
+    ACE_Thread_Hook::thread_hook(new (room) ThreadsWithSignalStack);
   }
 }
 

@@ -44,6 +44,7 @@ inline pid_t spawn(const std::string& program, const std::vector<std::string>& a
   std::vector<std::string> words{program};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
   for (std::string& word : words) {
     pointers.push_back(word.data());
   }
