@@ -76,7 +76,7 @@ FakeFleet::FakeFleet(int port)
 
 FakeFleet::~FakeFleet() {
   mosquitto_disconnect(client_.get());
-  mosquitto_loop_stop(client_.get(), true);
+  mosquitto_loop_stop(client_.get(), false);
 }
 
 bool FakeFleet::waitFor(int id) const {

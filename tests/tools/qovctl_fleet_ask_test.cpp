@@ -144,7 +144,7 @@ TEST_F(QovctlFleetAsk, TakesTheAnswerOfTheAgentThatItHasAsked) {
 TEST_F(QovctlFleetAsk, CutsLongAnswersOfSeveralAgents) {
   haveOnline({"e/a"});
   const std::string text = std::string(195, 'x') + "\u00e4\u00e4\u00e4\u00e4";
-  agents().serve([&](const Request&) { return std::vector<Answer>{{answerWith(text)}}; });
+  agents().serve([text](const Request&) { return std::vector<Answer>{{answerWith(text)}}; });
   EXPECT_THAT(fleet("ask", {"e/a", "20", "--opc", "1"}).out, HasSubstr(text + "\n"));
   EXPECT_THAT(fleet("ask", {"e/*", "20", "--opc", "1"}).out,
               HasSubstr("7 1:" + std::string(195, 'x') + "...\n"));
