@@ -10,7 +10,7 @@
 #include "bench/stopwatch.h"
 #include "bench/table.h"
 #include "bench/table_server.h"
-#ifdef QOV_SNMPD
+#ifdef QOV_BENCH_SNMP
 #include "bench/snmp_agent.h"
 #endif
 
@@ -151,7 +151,7 @@ void walk(benchmark::State& state, int processors) {
   reportRate(state, ours, theirs);
 }
 
-#ifdef QOV_SNMPD
+#ifdef QOV_BENCH_SNMP
 /// Rows that a walk reads while a daemon that is installed answers GETNEXT for one value.
 void walkAgainstSnmp(benchmark::State& state) {
   if (!useProcessors(state, 1)) {
@@ -188,7 +188,7 @@ int main(int argc, char** argv) {
       Content::kIsCoded);
   row("walk, rows per raw trip, one CPU", ">= 0.92", walk, 1);
   row("walk, rows per raw trip, two CPUs", "", walk, 2);
-#ifdef QOV_SNMPD
+#ifdef QOV_BENCH_SNMP
   row("walk, rows per GETNEXT, one CPU", "", walkAgainstSnmp);
 #endif
   return runTable(argc, argv);

@@ -21,6 +21,8 @@
 
 namespace {
 
+/// Debian's.
+constexpr const char* kSnmpd = "/usr/sbin/snmpd";
 constexpr oid kSystem[] = {1, 3, 6, 1, 2, 1, 1};
 constexpr std::size_t kSystemLength = sizeof kSystem / sizeof kSystem[0];
 
@@ -31,7 +33,7 @@ std::uint16_t freeUdpPort() {
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t size = sizeof address;
-  ::bind(socket, reinterpret_cast<sockaddr*>(&address), size);
+  (void)::bind(socket, reinterpret_cast<sockaddr*>(&address), size);
   ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size);
   ::close(socket);
   return ntohs(address.sin_port);
@@ -43,7 +45,7 @@ pid_t startAgent(const std::string& configuration, const std::string& address) {
   if (child == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() == parent) {
-      ::execl(QOV_SNMPD, QOV_SNMPD, "-f", "-Ln", "-r", "-C", "-c", configuration.c_str(), "-I",
+      ::execl(kSnmpd, kSnmpd, "-f", "-Ln", "-r", "-C", "-c", configuration.c_str(), "-I",
               "system_mib,sysORTable", address.c_str(), static_cast<char*>(nullptr));
     }
     ::_exit(1);
