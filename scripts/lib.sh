@@ -41,3 +41,15 @@ build_preset() {
   cmake --build --preset "$preset" -j "$(jobs_here)" "${targets[@]}" ||
     fail "building preset $preset failed"
 }
+
+# for_preset <preset> <command>...: runs what a preset has built, or what runs that. Newer kernels spread
+# mappings further than the sanitizers' shadow layout of this compiler allows ("unexpected memory
+# mapping"); without address randomisation they always fit.
+for_preset() {
+  local preset="$1" wrapper=()
+  shift
+  if [ "$preset" != release ] && setarch "$(uname -m)" -R true 2>/dev/null; then
+    wrapper=(setarch "$(uname -m)" -R)
+  fi
+  "${wrapper[@]}" "$@"
+}

@@ -1,0 +1,61 @@
+#include "endure/campaign.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <iostream>
+
+namespace qov::endure {
+
+Campaign::Campaign(int argc, char** argv) {
+  CLI::App options;
+  std::int64_t seconds = 0;
+  options.add_option("--seconds", seconds)->required()->check(CLI::PositiveNumber);
+  options.add_option("--seed", seed_)->required();
+  options.add_option("--folder", folder_)->required()->check(CLI::ExistingDirectory);
+  try {
+    options.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    std::exit(options.exit(error) == 0 ? 0 : 2);
+  }
+  duration_ = std::chrono::seconds(seconds);
+  random_.seed(seed_);
+}
+
+Figure& Campaign::figure(const std::string& name) {
+  figures_.emplace_back();
+  figures_.back().name = name;
+  return figures_.back().value;
+}
+
+bool Campaign::goesOn() {
+  const Clock::time_point now = Clock::now();
+  if (now >= next_line_) {
+    printFigures();
+    next_line_ += std::chrono::minutes(1);
+  }
+  return !failed_ && now < start_ + duration_;
+}
+
+void Campaign::fail(const std::string& what) {
+  failed_ = true;
+  const std::lock_guard<std::mutex> lock(output_);
+  std::cout << "FAILED: " << what << std::endl;
+}
+
+int Campaign::end() {
+  printFigures();
+  return failed_ ? 1 : 0;
+}
+
+void Campaign::printFigures() {
+  const std::lock_guard<std::mutex> lock(output_);
+  const auto seconds =
+      std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start_).count();
+  std::cout << "seconds=" << seconds;
+  for (const NamedFigure& figure : figures_) {
+    std::cout << ' ' << figure.name << '=' << figure.value;
+  }
+  std::cout << std::endl;
+}
+
+}  // namespace qov::endure
