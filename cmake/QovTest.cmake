@@ -27,7 +27,7 @@ endfunction()
 
 # Without ccache, what most tests include is compiled once for all of them. The owner of the result is
 # a program, since the compiler takes it only where it has the same options. An include that a test
-# forgets is still found: clang-tidy reads each file by itself.
+# forgets is found by a build with ccache alone.
 option(QOV_PRECOMPILE_TESTS "Precompile what most tests include" OFF)
 if(QOV_PRECOMPILE_TESTS)
   file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/test_headers.cpp" CONTENT "")
