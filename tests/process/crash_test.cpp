@@ -42,7 +42,7 @@ class AgentCrash : public AgentTest {
   }
 
   static std::string place(const std::string& library) {
-    return ", in /[^ ]*/" + library + "\\+0x[0-9a-f]+";
+    return ", in /[^\n]*/" + library + "\\+0x[0-9a-f]+";
   }
 
   static std::string write() {
@@ -91,7 +91,7 @@ TEST_F(AgentCrash, ByACallToNowhereNamesTheCaller) {
   crashes("worker", "call", {"-n"});
   endsBy(SIGSEGV,
          "m50-worker-1: SIGSEGV at address 0x0, in no code: 0x0, called from "
-         "/[^ ]*/libqovp_crashing\\.so\\+0x[0-9a-f]+");
+         "/[^\n]*/libqovp_crashing\\.so\\+0x[0-9a-f]+");
 }
 
 TEST_F(AgentCrash, OfAThreadThatIsToBeCancelledEndsTheProcess) {
