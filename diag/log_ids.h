@@ -55,6 +55,7 @@ enum : unsigned long long {
   kRouteAllNull = 65583,
   kRouteAllRefused = 65584,
   kRouteAllNotCopied = 65585,
+  kCopyLost = 65586,
 
   // module: plug-ins
   kPluginNullName = 65590,

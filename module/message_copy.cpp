@@ -3,12 +3,14 @@
 #include <ace/Message_Block.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <new>
 #include <typeinfo>
 
 #include <qovpub/qov_om_message_package.h>
+#include <qovpub/qov_utility.h>
 
 #include "task/message_block.h"
 
@@ -61,6 +63,18 @@ BlockPtr copyPackageBlock(const ACE_Message_Block& mb, const CQOV_MsgPackage& pa
 ACE_Message_Block* copyMessage(const ACE_Message_Block& mb) {
   const CQOV_MsgPackage* const package = packageOf(mb);
   return package == nullptr ? mb.clone() : copyPackageBlock(mb, *package).release();
+}
+
+ACE_Message_Block* copyMessageFor(unsigned int gid, const ACE_Message_Block& mb) {
+  ACE_Message_Block* const copy = copyMessage(mb);
+  CQOV_MsgPackage* const package = copy != nullptr ? packageOf(*copy) : nullptr;
+  if (package != nullptr) {
+    // Known since the first module was made.
+    package->head().rpid_ = static_cast<std::uint8_t>(QOV_Utility::getProcPID() & 0xFFU);
+    package->head().rmid_ = static_cast<std::uint8_t>(gid);
+    markUnawaited(*copy);
+  }
+  return copy;
 }
 
 }  // namespace qov

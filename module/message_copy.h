@@ -15,6 +15,10 @@ namespace qov {
 /// be another message.
 ACE_Message_Block* copyMessage(const ACE_Message_Block& mb);
 
+/// The same, and the package in the copy, if there is one, is addressed to module `gid` of this
+/// process. Nobody waits for an answer to it.
+ACE_Message_Block* copyMessageFor(unsigned int gid, const ACE_Message_Block& mb);
+
 }  // namespace qov
 
 #endif

@@ -9,13 +9,18 @@
 #include <bitset>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include <qovpub/qov_module_loader.h>
 #include <qovpub/qov_task_mgr.h>
+
+#include "task/copy_choice.h"
 
 class CQOVDebugKitGuard;
 
@@ -30,6 +35,7 @@ class __attribute__((visibility("hidden"))) CQOV_Module_Loader::ModuleTable {
   static constexpr std::size_t kGids = 256;
 
   enum class Delivery;
+  class Copies;
 
   ModuleTable() = default;
   ModuleTable(const ModuleTable&) = delete;
@@ -37,7 +43,8 @@ class __attribute__((visibility("hidden"))) CQOV_Module_Loader::ModuleTable {
 
   bool load(const std::list<std::string>& names, CQOVDebugKitGuard& guard);
   void unload(CQOVDebugKitGuard& guard);
-  Delivery deliver(u_short pid, ACE_Message_Block* mb);
+  /// Leaves `copies` empty where nobody takes any: a message costs no more then.
+  Delivery deliver(u_short pid, ACE_Message_Block* mb, std::optional<Copies>& copies);
   /// False, with errno set, when no copy can be made; `refused` holds who had no room.
   bool copyToAll(const ACE_Message_Block& mb, std::bitset<kGids>& refused);
   void stopLeftovers();
@@ -46,6 +53,9 @@ class __attribute__((visibility("hidden"))) CQOV_Module_Loader::ModuleTable {
   static void endInterruptedLoad();
 
  private:
+  /// putq() takes it for an absolute time, so that a full queue refuses at once.
+  static constexpr time_t kPutSeconds = 1;
+
   class TableReader;
   class TableWriter;
   struct Loading;
@@ -59,6 +69,7 @@ class __attribute__((visibility("hidden"))) CQOV_Module_Loader::ModuleTable {
     void end();
 
     ManagerPtr taskMgr;
+    qov::CopyChoice copies;
     /// Belongs to ACE's DLL manager, which keeps handle and name even after the library is closed.
     ACE_DLL_Handle* dll = nullptr;
   };
@@ -80,6 +91,8 @@ class __attribute__((visibility("hidden"))) CQOV_Module_Loader::ModuleTable {
   ACE_RW_Thread_Mutex lock_;
   /// Guarded by lock_; a null pointer is a free gid.
   std::array<std::unique_ptr<Entry>, kGids> modules_;
+  /// Those among them that take copies; guarded by lock_.
+  std::vector<std::uint8_t> takers_;
 
   /// How many threads wait to write the table; lowered under entrance_.
   std::atomic<int> waitingWriters_{0};

@@ -1,5 +1,6 @@
 #include <qovpub/qov_module_loader.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <mutex>
@@ -175,6 +176,10 @@ bool CQOV_Module_Loader::ModuleTable::loadModule(const std::string& name, Manage
   if (entry == nullptr) {
     throw std::bad_alloc();  // load() tells
   }
+  entry->copies = std::move(qov::ModuleContext::of(*manager).copies_);
+  if (entry->copies.any()) {
+    takers_.push_back(static_cast<std::uint8_t>(gid));
+  }
   entry->taskMgr = std::move(manager);
   entry->dll = dll;
   modules_[gid] = std::move(entry);
@@ -269,12 +274,14 @@ bool CQOV_Module_Loader::ModuleTable::unloadFirst(CQOVDebugKitGuard& guard) {
 std::unique_ptr<CQOV_Module_Loader::ModuleTable::Entry>
 CQOV_Module_Loader::ModuleTable::takeFirst() {
   const TableWriter table(*this);
-  for (std::unique_ptr<Entry>& slot : modules_) {
-    if (slot != nullptr) {
-      return std::move(slot);
-    }
+  const auto first = std::find_if(modules_.begin(), modules_.end(),
+                                  [](const auto& slot) { return slot != nullptr; });
+  if (first == modules_.end()) {
+    return nullptr;
   }
-  return nullptr;
+  takers_.erase(std::remove(takers_.begin(), takers_.end(), first - modules_.begin()),
+                takers_.end());
+  return std::move(*first);
 }
 
 void CQOV_Module_Loader::ModuleTable::abandonModules() {
@@ -283,6 +290,7 @@ void CQOV_Module_Loader::ModuleTable::abandonModules() {
   if (!qov::ModuleShutdown::isForkedChild()) {
     table.emplace(*this);
   }
+  takers_.clear();
   for (std::unique_ptr<Entry>& slot : modules_) {
     if (slot != nullptr) {
       static_cast<void>(slot->taskMgr.release());

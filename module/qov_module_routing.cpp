@@ -2,36 +2,19 @@
 #include <ace/Time_Value.h>
 
 #include <cerrno>
-#include <cstdint>
 #include <cstring>
+#include <optional>
 
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_module_loader.h>
 #include <qovpub/qov_task_mgr.h>
-#include <qovpub/qov_utility.h>
 
 #include "diag/log_ids.h"
 #include "module/message_copy.h"
 #include "module/module_table.h"
+#include "module/table_copies.h"
 #include "module/table_guards.h"
 #include "task/message_block.h"
-
-namespace {
-
-/// putq() takes it for an absolute time, so that a full queue refuses at once.
-constexpr time_t kPutSeconds = 1;
-
-/// Makes the package in `copy`, if there is one, a message to module `gid` of this process.
-void readdress(ACE_Message_Block& copy, unsigned int gid) {
-  if (CQOV_MsgPackage* const package = qov::packageOf(copy)) {
-    // Known since the first module was made.
-    package->head().rpid_ = static_cast<std::uint8_t>(QOV_Utility::getProcPID() & 0xFFU);
-    package->head().rmid_ = static_cast<std::uint8_t>(gid);
-    qov::markUnawaited(copy);
-  }
-}
-
-}  // namespace
 
 enum class CQOV_Module_Loader::ModuleTable::Delivery { kDone, kNobody, kNoManager, kRefused };
 
@@ -45,7 +28,8 @@ int CQOV_Module_Loader::sendMsg(u_short pid, ACE_Message_Block* mb) {
     return -1;
   }
   using Delivery = ModuleTable::Delivery;
-  const Delivery delivery = table_->deliver(pid, mb);
+  std::optional<ModuleTable::Copies> copies;
+  const Delivery delivery = table_->deliver(pid, mb, copies);
   if (delivery == Delivery::kNobody) {
     guard.warn(qov::log_id::kRouteNoModule, __FUNCTION__, __LINE__, "Pid %u is invalid!",
                unsigned{pid});
@@ -53,11 +37,17 @@ int CQOV_Module_Loader::sendMsg(u_short pid, ACE_Message_Block* mb) {
     guard.error(qov::log_id::kRouteRefused, __FUNCTION__, __LINE__,
                 "Failed to send message to pid %u.", unsigned{pid});
   }
-  return delivery == Delivery::kDone ? 0 : -1;
+  if (delivery != Delivery::kDone) {
+    return -1;
+  }
+  if (copies) {
+    copies->tellLost(guard);
+  }
+  return 0;
 }
 
 CQOV_Module_Loader::ModuleTable::Delivery CQOV_Module_Loader::ModuleTable::deliver(
-    u_short pid, ACE_Message_Block* mb) {
+    u_short pid, ACE_Message_Block* mb, std::optional<Copies>& copies) {
   const TableReader table(*this);
   const bool known = pid < modules_.size() && modules_[pid] != nullptr;
   if (!known || modules_[pid]->taskMgr == nullptr) {
@@ -67,8 +57,18 @@ CQOV_Module_Loader::ModuleTable::Delivery CQOV_Module_Loader::ModuleTable::deliv
     }
     return known ? Delivery::kNoManager : Delivery::kNobody;
   }
+  if (!takers_.empty()) {
+    copies.emplace();
+    copies->make(*this, *mb, pid);
+  }
   ACE_Time_Value timeout(kPutSeconds);
-  return modules_[pid]->taskMgr->putq(mb, &timeout) < 0 ? Delivery::kRefused : Delivery::kDone;
+  if (modules_[pid]->taskMgr->putq(mb, &timeout) < 0) {
+    return Delivery::kRefused;
+  }
+  if (copies) {
+    copies->put(*this);
+  }
+  return Delivery::kDone;
 }
 
 void CQOV_Module_Loader::sendMsg2All(ACE_Message_Block* mb) {
@@ -101,11 +101,10 @@ bool CQOV_Module_Loader::ModuleTable::copyToAll(const ACE_Message_Block& mb,
     if (modules_[gid] == nullptr) {
       continue;
     }
-    ACE_Message_Block* const copy = qov::copyMessage(mb);
+    ACE_Message_Block* const copy = qov::copyMessageFor(gid, mb);
     if (copy == nullptr) {
       return false;
     }
-    readdress(*copy, gid);
     ACE_Time_Value timeout(kPutSeconds);
     // Unlike for sendMsg(), a result of 0 is a failure; both are kept.
     if (modules_[gid]->taskMgr->putq(copy, &timeout) <= 0) {

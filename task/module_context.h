@@ -8,6 +8,7 @@
 #include <atomic>
 #include <memory>
 
+#include "task/copy_choice.h"
 #include "task/module_counters.h"
 #include "task/started_tasks.h"
 
@@ -29,6 +30,9 @@ struct ModuleContext {
   const std::shared_ptr<StartedTasks> startedTasks_ = std::make_shared<StartedTasks>();
   ModuleCounters counters_;
   std::unique_ptr<CQOV_Leader_Task> leader_{};
+
+  // The loading thread's, which moves it into the loader's table.
+  CopyChoice copies_{};
 
   // The library that the loader opened; null without a loader, or when it has told of a class that
   // comes from elsewhere.

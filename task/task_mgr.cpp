@@ -139,6 +139,10 @@ void CQOV_TaskMgr::handlerLimit(std::chrono::milliseconds limit) {
   }
 }
 
+void CQOV_TaskMgr::takeCopiesOf(std::uint8_t sender, std::optional<std::uint64_t> opc) {
+  context_->copies_.add(sender, opc);
+}
+
 CQOV_Leader_Task* CQOV_TaskMgr::leader() const {
   return context_ != nullptr ? context_->leader_.get() : nullptr;
 }

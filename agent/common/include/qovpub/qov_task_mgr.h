@@ -6,7 +6,9 @@
 #include <qovpub/qov_export.h>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 class CQOVDebugKit;
@@ -139,6 +141,28 @@ class QOV_EXPORT CQOV_TaskMgr {
   ///
   /// Thread: any, from the constructor on.
   void handlerLimit(std::chrono::milliseconds limit);
+
+  /// Has this module get copies of the asynchronous messages (types 3 and 4) with operation code
+  /// `opc`, or with any, that module `sender` sends to other modules. Each call adds to what is
+  /// chosen. For the constructor and initEnv(): the module loader looks when it takes the module in
+  /// and not again, so a later call has no effect. Throws std::bad_alloc.
+  ///
+  /// A copy is a message to this module, in its queue and for its handlers, that shares nothing
+  /// with the first one. RPID and RMID name this module; all else is as it was sent. It comes when
+  /// the receiver has taken the message into its queue, which the receiver may have handled by
+  /// then; messages that find no receiver, or no room there, are not copied. Copies of what a
+  /// module's tasks send come in the order in which they were sent.
+  ///
+  /// Not copied are messages that this module sends or gets, broadcasts among them, those from
+  /// other processes, and copies: a copy makes no copies, whatever this module does with it.
+  ///
+  /// No code of this module runs in the sender's, and the sender waits for nothing: a copy that
+  /// finds no room here, or no memory, or whose package is of a class of its own, is dropped with a
+  /// record (WARN, 65586), and the message goes its way. Each module that takes copies gets its
+  /// own. The last one is in the queue before the stop of this module begins. What making a copy
+  /// takes is spent in the sender's module; a message that nobody takes copies of costs a look at
+  /// whether there is anybody.
+  void takeCopiesOf(std::uint8_t sender, std::optional<std::uint64_t> opc = std::nullopt);
 
  protected:
   /// Null when it could not be made.
