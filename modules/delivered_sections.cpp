@@ -31,6 +31,7 @@ const std::vector<QOVModuleSection>& deliveredSections() {
         "SessionSeconds",
         "ReconnectSeconds",
         "EventForm",
+        "CopyMessages",
         "Outbox",
         "OutboxRows",
         "OutboxKilobytes",

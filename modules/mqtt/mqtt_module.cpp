@@ -6,6 +6,7 @@
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_utility.h>
 
+#include <cstdint>
 #include <exception>
 #include <future>
 #include <memory>
@@ -26,8 +27,8 @@
 namespace qov::mqtt {
 namespace {
 
-/// Takes the messages that modules send here for events. Whoever sends a request is told whether
-/// the event is in the outbox.
+/// Takes the messages that modules send here for events, and the copies of what they send to
+/// others. Whoever sends a request is told whether the event is in the outbox.
 class EventTask : public CQOV_CommonTask {
  public:
   /// `answering` sends the answers: it outlives the pool's workers.
@@ -116,7 +117,11 @@ class MqttModule : public CQOV_TaskMgr {
         settings_(settings),
         topics_(settings.node, QOV_Utility::getProcessName()),
         sender_(settings_, topics_),
-        answering_(this) {}
+        answering_(this) {
+    settings_.copied.each([this](std::uint8_t module, std::optional<std::uint64_t> opc) {
+      takeCopiesOf(module, opc);
+    });
+  }
 
   void warnOfUnknownKeys() const {
     QOV_GUARD(guard, settings_.moduleId);

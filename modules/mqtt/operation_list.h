@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -20,6 +21,20 @@ class OperationList {
   /// Whether any operation of the module is listed.
   bool hasModule(std::uint8_t module) const { return modules_.count(module) != 0; }
   bool has(std::uint8_t module, std::uint64_t opc) const;
+
+  /// Calls `use(module, code)` for each operation, without a code for all of a module's.
+  template <class Use>
+  void each(Use use) const {
+    for (const auto& [module, operations] : modules_) {
+      if (operations.all) {
+        use(module, std::optional<std::uint64_t>());
+        continue;
+      }
+      for (const std::uint64_t code : operations.codes) {
+        use(module, std::optional(code));
+      }
+    }
+  }
 
  private:
   struct Operations {

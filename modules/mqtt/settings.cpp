@@ -58,6 +58,15 @@ class Section {
     return value;
   }
 
+  OperationList operations(const char* key) {
+    const std::string value = text(key);
+    try {
+      return OperationList(value);
+    } catch (const std::invalid_argument& bad) {
+      refuse(key, value, bad.what());
+    }
+  }
+
   std::vector<std::string> unknownKeys() { return qov::unknownKeys(configuration_, "qovmqtt"); }
 
   [[noreturn]] static void refuse(const char* key, const std::string& value,
@@ -110,6 +119,15 @@ EventForm eventForm(Section& section) {
   return EventForm::kBytes;
 }
 
+void readEvents(Section& section, Settings& settings) {
+  settings.eventForm = eventForm(section);
+  settings.copied = section.operations("CopyMessages");
+  if (settings.copied.hasModule(static_cast<std::uint8_t>(settings.moduleId))) {
+    Section::refuse("CopyMessages", section.text("CopyMessages"),
+                    std::to_string(settings.moduleId) + " is this module's own id");
+  }
+}
+
 void readOutbox(Section& section, Settings& settings) {
   settings.outbox = section.text("Outbox");
   if (settings.outbox.empty()) {
@@ -129,12 +147,7 @@ void readOutbox(Section& section, Settings& settings) {
 }
 
 void readRequests(Section& section, RequestSettings& settings) {
-  const std::string allowed = section.text("AllowRequests");
-  try {
-    settings.allowed = OperationList(allowed);
-  } catch (const std::invalid_argument& bad) {
-    Section::refuse("AllowRequests", allowed, bad.what());
-  }
+  settings.allowed = section.operations("AllowRequests");
   using Count = std::chrono::milliseconds::rep;
   settings.timeout = std::chrono::milliseconds(section.number<Count>(
       "RequestMilliseconds", 1, kLongestRequest.count(), settings.timeout.count()));
@@ -163,7 +176,7 @@ Settings readSettings() {
   settings.moduleId = section.number("ModuleId", 0U, 255U, settings.moduleId);
   readConnection(section, settings);
   settings.node = nodeOf(section);
-  settings.eventForm = eventForm(section);
+  readEvents(section, settings);
   readOutbox(section, settings);
   readRequests(section, settings.requests);
   settings.unknownKeys = section.unknownKeys();

@@ -42,6 +42,7 @@ struct Settings {
   std::chrono::seconds longestWait{60};  ///< between two tries to connect
 
   EventForm eventForm = EventForm::kJson;
+  OperationList copied;  ///< whose messages to other modules are events, too
   std::string outbox;
   std::uint64_t outboxRows = 100000;
   std::uint64_t outboxBytes = std::uint64_t{64} << 20U;

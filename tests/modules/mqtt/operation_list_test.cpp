@@ -1,9 +1,14 @@
 #include "modules/mqtt/operation_list.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace qov::mqtt {
 namespace {
@@ -42,6 +47,16 @@ TEST(OperationList, HasAllCodesOfAModuleWithAStar) {
   EXPECT_TRUE(list.has(255, 0));
   EXPECT_TRUE(list.has(255, 0xFFFFFFFFFFFFFFFF));
   EXPECT_FALSE(list.has(3, 2));
+}
+
+TEST(OperationList, TellsEachOperationAndAllOfAModuleAtOnce) {
+  std::vector<std::pair<int, std::optional<std::uint64_t>>> told;
+  OperationList("10:7,1 3:2,1 3:*")
+      .each([&](std::uint8_t module, std::optional<std::uint64_t> code) {
+        told.emplace_back(module, code);
+      });
+  EXPECT_THAT(told, ::testing::ElementsAre(std::pair(3, std::nullopt), std::pair(10, 1U),
+                                           std::pair(10, 7U)));
 }
 
 TEST(OperationList, RefusesWhatIsNoListWithThePart) {

@@ -51,6 +51,13 @@ TEST_F(MqttSettings, RefuseWhatIsNotKnown) {
   refuses("Host=h\nOutbox=here\n", "Outbox=here: no absolute path");
 }
 
+TEST_F(MqttSettings, RefuseWhatCannotBeCopied) {
+  refuses("Host=h\nCopyMessages=10\n",
+          "CopyMessages=10: \"10\": not MODULE:CODE,CODE... or MODULE:*");
+  refuses("Host=h\nCopyMessages=10:* 251:1\n",
+          "CopyMessages=10:* 251:1: 251 is this module's own id");
+}
+
 TEST_F(MqttSettings, WarnOfUnknownKeys) {
   configure("Host=127.0.0.1\nPort=1\nTls=0\nhots=a\n");
   starts({});
