@@ -322,5 +322,10 @@ pid_t IniCampaign::fork(const std::function<void()>& work) const {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  return qov::endure::IniCampaign(argc, argv).run();
+  try {
+    return qov::endure::IniCampaign(argc, argv).run();
+  } catch (const std::exception& error) {
+    std::cout << "FAILED: " << error.what() << std::endl;
+    return 1;
+  }
 }

@@ -10,10 +10,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <list>
 #include <map>
 #include <random>
+#include <thread>
 #include <utility>
 
 namespace qov::endure {
@@ -205,6 +207,10 @@ void readIniFiles(const IniRound& round, IniShared& shared) {
     }
     last[found.writer] = found.number;
     ++shared.reads;
+    if (round.isWrittenOver) {
+      // A saver asks for the lock now and then; readers that never let go would keep it away.
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
   }
 }
 

@@ -72,12 +72,14 @@ class LinkCampaign {
  private:
   void runLanes() {
     std::vector<std::unique_ptr<LinkLane>> lanes;
+    lanes.reserve(kPatientLanes + kHastyLanes);
     for (int i = 0; i < kPatientLanes + kHastyLanes; ++i) {
       lanes.push_back(std::make_unique<LinkLane>(campaign_, figures_, endpoint_.port(),
                                                  i >= kPatientLanes, campaign_.random()()));
     }
     std::atomic<bool> goesOn{true};
     std::vector<std::thread> threads;
+    threads.reserve(lanes.size());
     for (const auto& lane : lanes) {
       threads.emplace_back([&lane, &goesOn] { lane->run(goesOn); });
     }
@@ -123,5 +125,10 @@ class LinkCampaign {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  return qov::endure::LinkCampaign(argc, argv).run();
+  try {
+    return qov::endure::LinkCampaign(argc, argv).run();
+  } catch (const std::exception& error) {
+    std::cout << "FAILED: " << error.what() << std::endl;
+    return 1;
+  }
 }

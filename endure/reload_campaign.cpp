@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -323,10 +324,15 @@ void ReloadRun::fail(const std::string& what) {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  qov::endure::Campaign campaign(argc, argv);
-  qov::endure::ReloadFigures figures(campaign);
-  while (campaign.goesOn()) {
-    qov::endure::ReloadRun(campaign, figures).run();
+  try {
+    qov::endure::Campaign campaign(argc, argv);
+    qov::endure::ReloadFigures figures(campaign);
+    while (campaign.goesOn()) {
+      qov::endure::ReloadRun(campaign, figures).run();
+    }
+    return campaign.end();
+  } catch (const std::exception& error) {
+    std::cout << "FAILED: " << error.what() << std::endl;
+    return 1;
   }
-  return campaign.end();
 }
