@@ -72,7 +72,7 @@ std::string LoudLog::complaint(const Promise& promise) const {
     }
   }
   // What was refused went to standard error, and was lost if nobody read that.
-  if (promise.loses_errors && missing + on_errors_ > refused_) {
+  if (!promise.has_terminal && missing + on_errors_ > refused_) {
     return std::to_string(missing) + " records are missing and " + std::to_string(on_errors_) +
            " on standard error, but only " + std::to_string(refused_) + " were counted";
   }

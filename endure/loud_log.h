@@ -24,6 +24,7 @@ class LoudLog {
     int greatest_level = 5;                          ///< "LogLevel" that has been in force
     bool keeps_all = true;                           ///< no rotated file was removed
     bool loses_errors = false;  ///< standard error was without a reader for a while
+    bool has_terminal = false;  ///< records went to standard error by "SendTerminal", too
   };
 
   void addFile(const std::filesystem::path& file) { add(file, true); }

@@ -91,7 +91,6 @@ class ReloadRun {
   LoudLog::Promise promise_;
   const bool hasDiskFaults_;
   const bool hasFolderFaults_;
-  const bool hasTerminal_;
   test::AgentProcess agent_;
   pid_t pid_ = -1;  ///< the agent's, as it says itself
   pid_t reader_ = -1;
@@ -104,12 +103,12 @@ class ReloadRun {
 ReloadRun::ReloadRun(Campaign& campaign, ReloadFigures& figures)
     : campaign_(campaign),
       figures_(figures),
-      promise_{{}, static_cast<int>(campaign.between(2, 5)), !draws(5), false},
-      hasDiskFaults_(promise_.keeps_all && draws(2)),
-      hasFolderFaults_(promise_.keeps_all && draws(2)),
-      hasTerminal_(promise_.keeps_all && draws(3)) {
+      promise_{{}, static_cast<int>(campaign.between(2, 5)), !draws(5), false, false},
+      hasDiskFaults_(promise_.keeps_all && !draws(3)),
+      hasFolderFaults_(promise_.keeps_all && draws(2)) {
+  promise_.has_terminal = promise_.keeps_all && draws(4);
   // Without a reader only that is counted what the file has refused.
-  promise_.loses_errors = hasDiskFaults_ && !hasTerminal_ && draws(2);
+  promise_.loses_errors = hasDiskFaults_ && !promise_.has_terminal && draws(2);
   if (draws(2)) {
     agent_.setEnvironment("QOV_ENDURE_CLOCK", "1");
   }
@@ -118,7 +117,7 @@ ReloadRun::ReloadRun(Campaign& campaign, ReloadFigures& figures)
 
 void ReloadRun::run() {
   if (starts()) {
-    for (std::int64_t more = campaign_.between(100, 400); more > 0 && campaign_.goesOn(); --more) {
+    for (std::int64_t more = campaign_.between(50, 150); more > 0 && campaign_.goesOn(); --more) {
       disturb();
       applyRandomSettings();
       std::this_thread::sleep_for(std::chrono::microseconds(campaign_.between(0, 8000)));
@@ -178,7 +177,7 @@ void ReloadRun::disturb() {
 
 void ReloadRun::applyRandomSettings() {
   Settings settings;
-  settings.terminal = hasTerminal_ && draws(4) ? 1 : 0;
+  settings.terminal = promise_.has_terminal && draws(4) ? 1 : 0;
   settings.interval = campaign_.between(0, 3);
   settings.size = draws(10) ? 0 : campaign_.between(1, 64);
   // One rotation for each signal, and some by the clock, are all kept.
@@ -315,7 +314,7 @@ void ReloadRun::fail(const std::string& what) {
   std::ostringstream text;
   text << what << "; levels to " << promise_.greatest_level
        << (promise_.keeps_all ? "" : ", few files") << (hasDiskFaults_ ? ", disk" : "")
-       << (hasFolderFaults_ ? ", folder" : "") << (hasTerminal_ ? ", terminal" : "")
+       << (hasFolderFaults_ ? ", folder" : "") << (promise_.has_terminal ? ", terminal" : "")
        << (promise_.loses_errors ? ", readers" : "");
   campaign_.fail(text.str());
 }
