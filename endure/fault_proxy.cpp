@@ -225,6 +225,11 @@ void FaultProxy::waitUntilAway() {
   }
 }
 
+bool FaultProxy::isAway() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return presence_ == Presence::kAway;
+}
+
 void FaultProxy::comeBack() {
   setPresence(Presence::kReturning);
   std::unique_lock<std::mutex> lock(mutex_);

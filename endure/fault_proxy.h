@@ -43,6 +43,7 @@ class FaultProxy {
   void plan(Plan next);
   /// With kRefuse or kQuiet planned: until nobody can connect any more.
   void waitUntilAway();
+  bool isAway() const;
   /// Lets the link connect again; returns when it can.
   void comeBack();
 
