@@ -1,6 +1,6 @@
-// Agents whose threads log all the time, while SIGUSR1 comes again and again with other settings and
-// the log's files, folder, disk, standard error and time of day suffer what they may. Each record
-// has to be there once, in its thread's order, or be counted as one that the disk refused.
+// Agents whose threads log all the time, while SIGUSR1 comes again and again with other settings,
+// and the log's files, folder, disk, standard error and time of day suffer what they may. Each
+// record has to be there once, in its thread's order, or be counted as one that the disk refused.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
