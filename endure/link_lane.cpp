@@ -94,6 +94,7 @@ std::chrono::seconds LinkLane::busyFor() const {
 
 void LinkLane::run(const std::atomic<bool>& goesOn) {
   try {
+    expectAnswer();
     while (goesOn) {
       std::shuffle(kinds_.begin(), kinds_.end(), random_);
       for (const std::size_t kind : kinds_) {

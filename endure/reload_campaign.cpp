@@ -130,6 +130,7 @@ void ReloadRun::run() {
   }
   if (campaign_.failed()) {
     std::error_code ignored;
+    fs::remove(path("fifo"), ignored);  // which cannot be copied
     fs::copy(agent_.root().path(), campaign_.folder(), fs::copy_options::recursive, ignored);
   }
 }
