@@ -204,8 +204,8 @@ bool LogFile::putAside(int predecessors) const {
     ++oldest;
   }
   for (int number = oldest; number > 1; --number) {
-    if (std::rename(numbered(number - 1).c_str(), numbered(number).c_str()) != 0 &&
-        errno != ENOENT) {
+    // Also when it is not there: with the directory back, the next one would be put over another.
+    if (std::rename(numbered(number - 1).c_str(), numbered(number).c_str()) != 0) {
       return false;
     }
   }

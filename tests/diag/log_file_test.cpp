@@ -7,13 +7,31 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "tests/support/child.h"
 #include "tests/support/files.h"
+
+namespace {
+
+/// Which of the next renamings finds the log's directory away; 0: none.
+int renamingWithoutDirectory = 0;
+
+}  // namespace
+
+// In the place of the system's, so that it can be made to fail.
+extern "C" int rename(const char* from, const char* to) noexcept {
+  if (renamingWithoutDirectory > 0 && --renamingWithoutDirectory == 0) {
+    errno = ENOENT;
+    return -1;
+  }
+  return ::renameat(AT_FDCWD, from, AT_FDCWD, to);
+}
 
 namespace {
 
@@ -298,6 +316,22 @@ TEST_F(LogFileTest, GoesOnGrowingWhenAPredecessorCannotBeShifted) {
   write("bb");
   EXPECT_EQ(readFile(path_ + ".1"), "earlier");
   EXPECT_EQ(readFile(path_), "aabb");
+}
+
+TEST_F(LogFileTest, LosesNoPredecessorWhenItsDirectoryIsAwayForAMoment) {
+  for (const char* const number : {"1", "2", "3"}) {
+    writeFile(path_ + "." + number, number);
+  }
+  file_.open(path_);
+  write("now");
+  renamingWithoutDirectory = 2;
+  file_.check(1, 5);
+  EXPECT_EQ(readFile(path_), "now");
+  file_.check(1, 5);
+  EXPECT_EQ(readFile(path_ + ".1"), "now");
+  EXPECT_EQ(readFile(path_ + ".2"), "1");
+  EXPECT_EQ(readFile(path_ + ".3"), "2");
+  EXPECT_EQ(readFile(path_ + ".4"), "3");
 }
 
 TEST_F(LogFileTest, GivesTheNewFileTheOwnerOfTheOld) {
