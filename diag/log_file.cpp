@@ -36,6 +36,19 @@ void closeToOthers(int fd, const struct stat& status) {
   }
 }
 
+/// A directory that was away for a moment may have hidden a file that is in the way.
+bool renameFile(const std::string& from, const std::string& to, bool mayReplace) {
+  if (!mayReplace) {
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
+      return true;
+    }
+    if (errno != EINVAL && errno != ENOSYS) {  // what file systems say that cannot tell
+      return false;
+    }
+  }
+  return std::rename(from.c_str(), to.c_str()) == 0;
+}
+
 /// Writes all of `text` unless that fails (a full disk); returns how many bytes it wrote.
 size_t writeAll(int fd, std::string_view text) {
   size_t written = 0;
@@ -204,12 +217,11 @@ bool LogFile::putAside(int predecessors) const {
     ++oldest;
   }
   for (int number = oldest; number > 1; --number) {
-    if (std::rename(numbered(number - 1).c_str(), numbered(number).c_str()) != 0 &&
-        errno != ENOENT) {
+    if (!renameFile(numbered(number - 1), numbered(number), number == predecessors)) {
       return false;
     }
   }
-  return std::rename(path_.c_str(), numbered(1).c_str()) == 0;
+  return renameFile(path_, numbered(1), predecessors == 1);
 }
 
 void LogFile::removeFrom(int number) const {

@@ -5,8 +5,10 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <string>
@@ -14,6 +16,42 @@
 
 #include "tests/support/child.h"
 #include "tests/support/files.h"
+
+namespace {
+
+/// Which of the next looks for a file, and which of the next renamings, finds the log's directory
+/// away; 0: none.
+int lookWithoutDirectory = 0;
+int renamingWithoutDirectory = 0;
+/// What renameat2() fails with; 0: it works.
+int errorOfRenaming = 0;
+
+bool isAway(int& call) {
+  if (call > 0 && --call == 0) {
+    errno = ENOENT;
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+// In the place of the system's, so that they can be made to fail.
+extern "C" {
+int lstat(const char* path, struct stat* status) noexcept {
+  return isAway(lookWithoutDirectory) ? -1 : ::fstatat(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
+}
+
+int renameat2(int from, const char* old, int to, const char* path, unsigned flags) noexcept {
+  if (errorOfRenaming != 0) {
+    errno = errorOfRenaming;
+    return -1;
+  }
+  return isAway(renamingWithoutDirectory)
+             ? -1
+             : static_cast<int>(::syscall(SYS_renameat2, from, old, to, path, flags));
+}
+}
 
 namespace {
 
@@ -298,6 +336,46 @@ TEST_F(LogFileTest, GoesOnGrowingWhenAPredecessorCannotBeShifted) {
   write("bb");
   EXPECT_EQ(readFile(path_ + ".1"), "earlier");
   EXPECT_EQ(readFile(path_), "aabb");
+}
+
+/// Three predecessors, and a directory that is away for a moment of the rotation.
+class LogFileWithPredecessors : public LogFileTest {
+ protected:
+  LogFileWithPredecessors() {
+    for (const char* const number : {"1", "2", "3"}) {
+      writeFile(path_ + "." + number, number);
+    }
+    file_.open(path_);
+    write("now");
+  }
+
+  void rotates() {
+    file_.check(1, 5);
+    EXPECT_EQ(readFile(path_ + ".1"), "now");
+    EXPECT_EQ(readFile(path_ + ".2"), "1");
+    EXPECT_EQ(readFile(path_ + ".3"), "2");
+    EXPECT_EQ(readFile(path_ + ".4"), "3");
+  }
+};
+
+TEST_F(LogFileWithPredecessors, LosesNoneWhenTheDirectoryIsAwayForARenaming) {
+  renamingWithoutDirectory = 2;
+  file_.check(1, 5);
+  EXPECT_EQ(readFile(path_), "now");
+  rotates();
+}
+
+TEST_F(LogFileWithPredecessors, LosesNoneWhenTheDirectoryIsAwayForALook) {
+  lookWithoutDirectory = 1;
+  file_.check(1, 5);
+  EXPECT_EQ(readFile(path_), "now");
+  rotates();
+}
+
+TEST_F(LogFileWithPredecessors, ShiftsThemWhereTheFileSystemCannotTellWhatIsInTheWay) {
+  errorOfRenaming = EINVAL;
+  rotates();
+  errorOfRenaming = 0;
 }
 
 TEST_F(LogFileTest, GivesTheNewFileTheOwnerOfTheOld) {

@@ -1,0 +1,224 @@
+#include "endure/ini_round.h"
+
+#include <fcntl.h>
+#include <qovpub/qov_ini_operator.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <list>
+#include <map>
+#include <random>
+#include <thread>
+#include <utility>
+
+namespace qov::endure {
+namespace {
+
+constexpr const char* kSection = "FILE";
+constexpr int kKeys = 24;
+
+using Items = std::list<std::pair<std::string, std::string>>;
+
+/// All values of the file `number` of `writer`: with small ones and long ones, so that a file has
+/// one to sixty thousand bytes.
+Items itemsOf(std::size_t writer, std::uint64_t number) {
+  std::minstd_rand random(static_cast<std::minstd_rand::result_type>(number * 4 + writer + 1));
+  // Any limit lets the first one through.
+  const std::size_t longest = writer == kBeginner ? 8 : 1U << (3 + random() % 10);
+  Items items{{"writer", std::to_string(writer)}, {"number", std::to_string(number)}};
+  for (int i = 0; i < kKeys; ++i) {
+    std::string value(random() % longest % 2500, static_cast<char>('a' + random() % 26));
+    items.emplace_back("key" + std::to_string(i), value + std::to_string(random()));
+  }
+  return items;
+}
+
+std::map<std::string, std::string> sorted(const Items& items) {
+  return {items.begin(), items.end()};
+}
+
+/// A shared lock of the file that stands there now, while it lives.
+class Reading {
+ public:
+  explicit Reading(const IniRound& round)
+      : handle_(round.isWrittenOver ? ::open(round.file.c_str(), O_RDONLY | O_CLOEXEC) : -1) {
+    if (handle_ >= 0) {
+      ::flock(handle_, LOCK_SH);
+    }
+  }
+  ~Reading() {
+    if (handle_ >= 0) {
+      ::close(handle_);
+    }
+  }
+  Reading(const Reading&) = delete;
+  Reading& operator=(const Reading&) = delete;
+
+ private:
+  const int handle_;
+};
+
+struct Found {
+  std::size_t writer = 0;
+  std::uint64_t number = 0;
+};
+
+std::string describe(const Items& items) {
+  std::string text;
+  for (const auto& [key, value] : items) {
+    text += key + "=" + value.substr(0, 10) + " ";
+  }
+  return text;
+}
+
+/// Reads the file, which has to be whole and one that was written.
+bool find(const IniRound& round, IniShared& shared, Found& found) {
+  CQOV_Ini_Operator ini;
+  Items items;
+  int opened = -1;
+  {
+    const Reading reading(round);
+    opened = ini.open(round.file.c_str());
+  }
+  if (opened != 0 || ini.enumerateSections(kSection, items) != 0) {
+    shared.fail("a reader finds no whole file: open() gives " + std::to_string(opened));
+    return false;
+  }
+  const auto values = sorted(items);
+  const auto writer = values.find("writer");
+  const auto number = values.find("number");
+  if (writer == values.end() || number == values.end()) {
+    shared.fail("a reader finds a part of a file: " + describe(items));
+    return false;
+  }
+  found.writer = std::stoul(writer->second);
+  found.number = std::stoull(number->second);
+  if (found.writer > kBeginner || found.number > shared.begun[found.writer]) {
+    shared.fail("a reader finds a file that nobody has written: " + describe(items));
+    return false;
+  }
+  if (values != sorted(itemsOf(found.writer, found.number))) {
+    shared.fail("a reader finds parts of several files: " + describe(items));
+    return false;
+  }
+  return true;
+}
+
+bool mayFailWith(const IniRound& round, int error) {
+  return (error == EFBIG && round.limit != 0) || (error == ENOSPC && round.diskIsSmall) ||
+         (error == EWOULDBLOCK && round.isLockedLong);
+}
+
+void becomeSaver(const IniRound& round) {
+  if (round.saver != 0 && (::setgid(round.saver) != 0 || ::setuid(round.saver) != 0)) {
+    std::abort();
+  }
+  // Another user's processes have lost that.
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (round.limit != 0) {
+    ::signal(SIGXFSZ, round.limitKills ? SIG_DFL : SIG_IGN);
+    const rlimit noCore{};
+    ::setrlimit(RLIMIT_CORE, &noCore);
+    const rlimit size{round.limit, round.limit};
+    ::setrlimit(RLIMIT_FSIZE, &size);
+  }
+}
+
+/// False when the round is lost.
+bool saveOne(const IniRound& round, CQOV_Ini_Operator& ini, std::size_t writer, IniShared& shared) {
+  const std::uint64_t number = ++shared.begun[writer];
+  if (ini.setConfigItem(kSection, itemsOf(writer, number)) == 0) {
+    shared.saved[writer] = number;
+    ++shared.saves;
+    return true;
+  }
+  const int error = errno;
+  ++shared.refused;
+  if (!mayFailWith(round, error)) {
+    shared.fail(std::string("a save fails without a reason: ") + std::strerror(error));
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+void IniShared::fail(const std::string& what) {
+  if (!failed.exchange(true)) {
+    what.copy(why.data(), why.size() - 1);
+    told = true;
+  }
+}
+
+bool beginIniFile(const IniRound& round, IniShared& shared) {
+  const int handle = ::open(round.file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  const std::string section = std::string("[") + kSection + "]\n";
+  if (handle < 0 || ::write(handle, section.data(), section.size()) < 0) {
+    shared.fail(std::string("the first file cannot be made: ") + std::strerror(errno));
+    return false;
+  }
+  ::close(handle);
+  CQOV_Ini_Operator ini;
+  return ini.open(round.file.c_str()) == 0 && saveOne(round, ini, kBeginner, shared);
+}
+
+void saveIniFiles(const IniRound& round, std::size_t writer, IniShared& shared) {
+  becomeSaver(round);
+  while (!shared.stop && !shared.failed) {
+    CQOV_Ini_Operator ini;
+    int opened = -1;
+    {
+      const Reading reading(round);
+      opened = ini.open(round.file.c_str());
+    }
+    if (opened != 0) {
+      shared.fail("a saver finds no whole file");
+      return;
+    }
+    // As often as not the same operator saves again.
+    for (std::uint64_t more = shared.begun[writer] % 3; more > 0 && !shared.stop; --more) {
+      if (!saveOne(round, ini, writer, shared)) {
+        return;
+      }
+    }
+    if (!saveOne(round, ini, writer, shared)) {
+      return;
+    }
+  }
+}
+
+void readIniFiles(const IniRound& round, IniShared& shared) {
+  std::array<std::uint64_t, kSavers + 1> last{};
+  while (!shared.stop && !shared.failed) {
+    Found found;
+    if (!find(round, shared, found)) {
+      return;
+    }
+    if (found.number < last[found.writer]) {
+      shared.fail("a reader finds a file that was replaced before");
+      return;
+    }
+    last[found.writer] = found.number;
+    ++shared.reads;
+    if (round.isWrittenOver) {
+      // A saver asks for the lock now and then; readers that never let go would keep it away.
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+  }
+}
+
+void readLastIniFile(const IniRound& round, IniShared& shared) {
+  Found found;
+  if (find(round, shared, found) && found.number < shared.saved[found.writer]) {
+    shared.fail("the last file is not the one that was saved last");
+  }
+}
+
+}  // namespace qov::endure

@@ -1,0 +1,134 @@
+// Links whose endpoint, a qov-endpoint, is behind proxies that do harm in every way that a network
+// and a faulty endpoint have. Every exchange has to end with its documented result, the one behind
+// the fault has to work, and no request may ever get another one's answer.
+#include <ace/Log_Msg.h>
+
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "endure/campaign.h"
+#include "endure/link_lane.h"
+#include "tests/tools/endpoint_process.h"
+
+namespace qov::endure {
+namespace {
+
+constexpr int kPatientLanes = 2;
+/// They mostly wait.
+constexpr int kHastyLanes = 6;
+
+std::string tables() {
+  std::ostringstream text;
+  text << R"({"tables": [{"name": "rows", "number": )" << kTable << R"(, "rows": [)";
+  for (std::uint64_t key = 1; key <= kRows; ++key) {
+    text << (key == 1 ? "" : ",") << "\n"
+         << R"({"key": )" << key << R"(, "cells": [{"tag": 1, "type": "String", "value": ")"
+         << std::string(lengthOfRow(key), 'x') << R"("}]})";
+  }
+  text << "]}]}";
+  return text.str();
+}
+
+long descriptorsOf(const std::string& process) {
+  const std::filesystem::directory_iterator all("/proc/" + process + "/fd");
+  return std::distance(begin(all), end(all));
+}
+
+class LinkCampaign {
+ public:
+  LinkCampaign(int argc, char** argv) : campaign_(argc, argv), figures_(campaign_) {}
+
+  int run() {
+    // Records are made, and thrown away.
+    ACE_Log_Msg::instance()->priority_mask(LM_ERROR | LM_WARNING, ACE_Log_Msg::PROCESS);
+    ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::STDERR);
+    if (!endpoint_.start({"--quiet", "--tables", endpoint_.file("tables.json", tables())})) {
+      campaign_.fail("the endpoint does not start: " + endpoint_.errors());
+      return campaign_.end();
+    }
+    const std::string endpoint = std::to_string(endpoint_.pid());
+    const long own = descriptorsOf("self");
+    const long endpoints = descriptorsOf(endpoint);
+    runLanes();
+    if (const long left = descriptorsOf("self") - own; left != 0) {
+      campaign_.fail(std::to_string(left) + " descriptors are left");
+    }
+    if (!test::waitUntil([&] { return descriptorsOf(endpoint) == endpoints; })) {
+      campaign_.fail("the endpoint keeps descriptors of connections that are gone");
+    }
+    const test::Ending ending = endpoint_.end(SIGTERM);
+    if (!ending.ended || ending.exitStatus != 0) {
+      campaign_.fail("the endpoint does not end in order: " + endpoint_.errors());
+    }
+    return end();
+  }
+
+ private:
+  void runLanes() {
+    std::vector<std::unique_ptr<LinkLane>> lanes;
+    lanes.reserve(kPatientLanes + kHastyLanes);
+    for (int i = 0; i < kPatientLanes + kHastyLanes; ++i) {
+      lanes.push_back(std::make_unique<LinkLane>(campaign_, figures_, endpoint_.port(),
+                                                 i >= kPatientLanes, campaign_.random()()));
+    }
+    std::atomic<bool> goesOn{true};
+    std::vector<std::thread> threads;
+    threads.reserve(lanes.size());
+    for (const auto& lane : lanes) {
+      threads.emplace_back([&lane, &goesOn] { lane->run(goesOn); });
+    }
+    while (campaign_.goesOn()) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      figures_.updateRarest();
+      giveUpIfOneHangs(lanes);
+    }
+    goesOn = false;
+    for (std::thread& thread : threads) {
+      thread.join();
+    }
+  }
+
+  /// A lane that hangs cannot be joined.
+  void giveUpIfOneHangs(const std::vector<std::unique_ptr<LinkLane>>& lanes) {
+    constexpr std::chrono::seconds kLongest(90);
+    for (const auto& lane : lanes) {
+      if (lane->busyFor() > kLongest) {
+        campaign_.fail("an exchange hangs: " + lane->now());
+        endpoint_.send(SIGKILL);
+        std::_Exit(end());
+      }
+    }
+  }
+
+  int end() {
+    figures_.updateRarest();
+    std::cout << "kinds:";
+    for (std::size_t i = 0; i < kFaultKinds.size(); ++i) {
+      std::cout << ' ' << kFaultKinds[i].name << ' ' << figures_.of_kind[i];
+    }
+    std::cout << std::endl;
+    return campaign_.end();
+  }
+
+  Campaign campaign_;
+  LinkFigures figures_;
+  test::EndpointProcess endpoint_;
+};
+
+}  // namespace
+}  // namespace qov::endure
+
+int main(int argc, char** argv) {
+  try {
+    return qov::endure::LinkCampaign(argc, argv).run();
+  } catch (const std::exception& error) {
+    std::cout << "FAILED: " << error.what() << std::endl;
+    return 1;
+  }
+}

@@ -1,0 +1,287 @@
+#include "endure/link_lane.h"
+
+#include <algorithm>
+#include <sstream>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+#include "tools/common/endpoint_protocol.h"
+
+namespace qov::endure {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+/// Short enough for thousands of silences, long enough for nearly all answers on a busy machine.
+constexpr milliseconds kShort(150);
+/// No exchange takes as long, whatever else the machine does.
+constexpr milliseconds kHangs(30000);
+constexpr int kMostSlowInARow = 20;
+constexpr unsigned short kFillTag = 2;
+
+template <class Limits>
+Limits limitsOf(bool hasty) {
+  Limits limits;
+  if (hasty) {
+    limits.connect = limits.reply = ACE_Time_Value(0, kShort.count() * 1000);
+  }
+  return limits;
+}
+
+void raise(Figure& figure, std::int64_t value) {
+  for (std::int64_t now = figure; now < value && !figure.compare_exchange_weak(now, value);) {
+  }
+}
+
+std::vector<std::size_t> kindsFor(bool hasty) {
+  std::vector<std::size_t> kinds;
+  for (std::size_t i = 0; i < kFaultKinds.size(); ++i) {
+    if (kFaultKinds[i].needsTimeOut == hasty) {
+      kinds.push_back(i);
+    }
+  }
+  return kinds;
+}
+
+/// Whether `package` is the row with that key: not the request, and no other one's answer.
+bool isRow(const CT7QPackageV3& package, std::uint64_t key) {
+  if (package.count() != 1) {
+    return false;
+  }
+  const CTLVRecordV3& record = package[0];
+  const CTLVCell* const text = record.find(1);
+  const CTLVCell* const cursor = record.find(endpoint::kCursorTag);
+  return record.cmd() == endpoint::command(endpoint::kGet, kTable) && text != nullptr &&
+         cursor != nullptr && cursor->getUnsigned() == key &&
+         text->getString().size() == lengthOfRow(key);
+}
+
+}  // namespace
+
+std::size_t lengthOfRow(std::uint64_t key) {
+  return key % 10 == 0 ? key * 16 : key % 200;
+}
+
+LinkFigures::LinkFigures(Campaign& campaign)
+    : exchanges(campaign.figure("exchanges")),
+      faults(campaign.figure("faults")),
+      answered(campaign.figure("answered")),
+      failed(campaign.figure("failed")),
+      bad(campaign.figure("bad")),
+      slow(campaign.figure("slow")),
+      longest_ms(campaign.figure("longest_ms")),
+      rarest(campaign.figure("rarest")) {}
+
+void LinkFigures::updateRarest() {
+  rarest = std::min_element(of_kind.begin(), of_kind.end())->load();
+}
+
+LinkLane::LinkLane(Campaign& campaign, LinkFigures& figures, std::uint16_t endpoint, bool hasty,
+                   std::uint64_t seed)
+    : campaign_(campaign),
+      figures_(figures),
+      random_(seed),
+      hasty_(hasty),
+      kinds_(kindsFor(hasty)),
+      proxy_(endpoint),
+      link_(proxy_.port(), limitsOf<Link::Limits>(hasty)) {}
+
+std::chrono::seconds LinkLane::busyFor() const {
+  return std::chrono::duration_cast<std::chrono::seconds>(steady_clock::now() - since_.load());
+}
+
+void LinkLane::run(const std::atomic<bool>& goesOn) {
+  try {
+    expectAnswer();
+    while (goesOn) {
+      std::shuffle(kinds_.begin(), kinds_.end(), random_);
+      for (const std::size_t kind : kinds_) {
+        if (!goesOn || campaign_.failed()) {
+          return;
+        }
+        kind_ = kind;
+        meet(kFaultKinds[kind]);
+        ++figures_.faults;
+        ++figures_.of_kind[kind];
+      }
+    }
+  } catch (const std::exception& error) {
+    campaign_.fail(std::string(now()) + ": " + error.what() + " " + proxy_.failure());
+  }
+}
+
+void LinkLane::meet(const FaultKind& kind) {
+  const bool isRepeated = kind.course == Course::kFails || kind.course == Course::kUnwelcome;
+  const FaultProxy::Plan plan{kind.fault, isRepeated ? static_cast<int>(draw(1, 2)) : 1,
+                              draw(0, UINT64_MAX), [this] { link_.interrupt(); }};
+  proxy_.plan(plan);
+  follow(kind, plan);
+  expectAnswer();
+}
+
+void LinkLane::follow(const FaultKind& kind, const FaultProxy::Plan& plan) {
+  switch (kind.course) {
+    case Course::kAnswered:
+      expectAnswer();
+      break;
+    case Course::kFails:
+      if (plan.times == 1) {
+        expectAnswer();
+      } else {
+        expectFailure();
+      }
+      break;
+    case Course::kInterrupted:
+      followInterruption();
+      break;
+    case Course::kBad:
+      expectBadReply();
+      break;
+    case Course::kMayBeBad: {
+      const Outcome outcome = exchange();
+      require(outcome.result == 0 || outcome.result == CQOVLongSocket::kBadReply, outcome,
+              "an answer or a bad reply");
+      break;
+    }
+    case Course::kError: {
+      const Outcome outcome = exchange();
+      require(outcome.result == 1 + plan.draw % 1000000 && outcome.answers, outcome,
+              "the answer with its result");
+      break;
+    }
+    case Course::kLate:
+      expectAnswer();
+      followLate();
+      break;
+    case Course::kShifted:
+      if (kind.fault == Fault::kBannerText || kind.fault == Fault::kTrailingBytes) {
+        // A second attempt meets the banner already.
+        const Outcome outcome = expectNoOther();
+        require(outcome.answers || outcome.time >= kShort, outcome, "the answer");
+      }
+      followShifted();
+      break;
+    case Course::kAway:
+      expectAnswer();
+      followAway(static_cast<int>(draw(1, 2)));
+      break;
+    case Course::kUnwelcome:
+      expectAnswer();
+      expectFailure();
+      break;
+  }
+}
+
+void LinkLane::followInterruption() {
+  expectFailure();
+  expectFailure();
+  link_.resume();
+}
+
+/// Each answer is the one to the request before, until the endpoint closes the connection.
+void LinkLane::followLate() {
+  for (std::uint64_t more = draw(1, 3); more > 0; --more) {
+    expectBadReply();
+  }
+  // The proxy may be a request behind, so this one is late or the first on a new connection.
+  proxy_.plan({Fault::kCutAfterRequest, 1, 0, {}});
+  const Outcome outcome = exchange();
+  require(outcome.result == CQOVLongSocket::kBadReply || (outcome.result == 0 && outcome.answers),
+          outcome, "a bad reply or the answer");
+}
+
+/// The link takes at least a header out of what it was sent, so it comes to the end of that.
+void LinkLane::followShifted() {
+  for (std::uint64_t more = draw(1, 3); more > 0; --more) {
+    expectNoOther();
+  }
+  proxy_.plan({Fault::kCutAfterRequest, 1, 0, {}});
+  const std::size_t mostTries = 4 + proxy_.sent() / sizeof(TLVMsgHeadV3);
+  Outcome outcome = expectNoOther();
+  for (std::size_t tries = 1; !outcome.answers && !campaign_.failed(); ++tries) {
+    require(tries <= mostTries || isSlow(outcome), outcome, "an end of what has come too much");
+    outcome = expectNoOther();
+  }
+}
+
+void LinkLane::followAway(int exchanges) {
+  proxy_.waitUntilAway();
+  while (exchanges-- > 0) {
+    expectFailure();
+  }
+  proxy_.comeBack();
+}
+
+LinkLane::Outcome LinkLane::exchange() {
+  static const std::string fill(3000, '\xFF');
+  number_ = number_ % kRows + 1;
+  CT7QPackageV3 package;
+  package.addRecord(endpoint::command(endpoint::kGet, kTable))
+      .addUnsigned(endpoint::kCursorTag, number_)
+      .addOctets(kFillTag, fill.data(), draw(0, fill.size()));
+  const auto begin = steady_clock::now();
+  since_ = begin;
+  const unsigned int result = link_.sendMsg(&package);
+  const auto time = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
+  ++figures_.exchanges;
+  ++(result == 0                           ? figures_.answered
+     : result == CQOVLongSocket::kBadReply ? figures_.bad
+                                           : figures_.failed);
+  raise(figures_.longest_ms, time.count());
+  const Outcome outcome{result, isRow(package, number_), package.count(), time};
+  require(time < kHangs, outcome, "an end");
+  return outcome;
+}
+
+/// No answer within the short time-out, which may be the machine's fault.
+bool LinkLane::isSlow(const Outcome& outcome) const {
+  return hasty_ && outcome.result == CQOVLongSocket::kSocketFailed && outcome.time >= kShort;
+}
+
+void LinkLane::expectAnswer() {
+  Outcome outcome = exchange();
+  // An answer that was too slow is behind the endpoint when that has gone.
+  for (int tries = 0; isSlow(outcome) && !proxy_.isAway() && tries < kMostSlowInARow; ++tries) {
+    ++figures_.slow;
+    outcome = exchange();
+  }
+  require((outcome.result == 0 && outcome.answers) || (isSlow(outcome) && proxy_.isAway()), outcome,
+          "the answer");
+}
+
+void LinkLane::expectFailure() {
+  const Outcome outcome = exchange();
+  // That result of the endpoint's own has its records.
+  const bool mayAnswer = kFaultKinds[kind_].fault == Fault::kResultOfLink;
+  require(outcome.result == CQOVLongSocket::kSocketFailed && (mayAnswer || !outcome.answers),
+          outcome, "a failure of the socket");
+}
+
+void LinkLane::expectBadReply() {
+  const Outcome outcome = exchange();
+  require(outcome.result == CQOVLongSocket::kBadReply && outcome.count == 0, outcome,
+          "a bad reply");
+}
+
+LinkLane::Outcome LinkLane::expectNoOther() {
+  const Outcome outcome = exchange();
+  require(outcome.result != 0 || outcome.answers || outcome.count == 0, outcome,
+          "no other request's answer");
+  return outcome;
+}
+
+void LinkLane::require(bool holds, const Outcome& outcome, const char* expected) {
+  if (holds || campaign_.failed()) {
+    return;
+  }
+  std::ostringstream what;
+  what << now() << ": expected " << expected << "; result " << outcome.result << ", "
+       << outcome.count << " records, " << (outcome.answers ? "the" : "not the")
+       << " answer, request " << number_ << ", after " << outcome.time.count() << " ms. "
+       << proxy_.failure();
+  campaign_.fail(what.str());
+}
+
+}  // namespace qov::endure

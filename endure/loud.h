@@ -1,0 +1,46 @@
+#ifndef QOV_ENDURE_LOUD_H
+#define QOV_ENDURE_LOUD_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+/// What the module "loud" logs and the campaign "reload" looks for.
+namespace qov::endure {
+
+inline constexpr std::size_t kLoudThreads = 4;
+
+enum class LoudLevel { kDebug, kInfo, kWarn, kError };
+
+inline LoudLevel loudLevelOf(std::uint64_t number) {
+  constexpr LoudLevel kLevels[] = {LoudLevel::kError, LoudLevel::kInfo, LoudLevel::kWarn,
+                                   LoudLevel::kInfo,  LoudLevel::kInfo, LoudLevel::kDebug,
+                                   LoudLevel::kWarn,  LoudLevel::kInfo};
+  return kLevels[number % 8];
+}
+
+/// The greatest "LogLevel" that shows records of `level`.
+inline int shownUpTo(LoudLevel level) {
+  switch (level) {
+    case LoudLevel::kDebug:
+      return 1;
+    case LoudLevel::kInfo:
+      return 3;
+    case LoudLevel::kWarn:
+      return 4;
+    default:
+      return 5;
+  }
+}
+
+inline constexpr const char* kLoudBegin = "loud:";
+
+/// "loud:2:17:2:17;". It says everything twice, so that parts of two records do not pass for one.
+inline std::string loudText(std::size_t thread, std::uint64_t number) {
+  const std::string both = std::to_string(thread) + ":" + std::to_string(number);
+  return kLoudBegin + both + ":" + both + ";";
+}
+
+}  // namespace qov::endure
+
+#endif

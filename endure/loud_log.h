@@ -1,0 +1,64 @@
+#ifndef QOV_ENDURE_LOUD_LOG_H
+#define QOV_ENDURE_LOUD_LOG_H
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "endure/loud.h"
+
+namespace qov::endure {
+
+/// What an agent with the module "loud" has logged, in the files of its log and on standard error.
+///
+/// Thread: a value.
+/// Owns:   the numbers that it has found.
+/// Errors: complaint() has what is wrong.
+class LoudLog {
+ public:
+  /// What is known of the agent.
+  struct Promise {
+    std::array<std::uint64_t, kLoudThreads> last{};  ///< each thread's last number
+    int greatest_level = 5;                          ///< "LogLevel" that has been in force
+    bool keeps_all = true;                           ///< no rotated file was removed
+    bool loses_errors = false;  ///< standard error was without a reader for a while
+    bool has_terminal = false;  ///< records went to standard error by "SendTerminal", too
+  };
+
+  void addFile(const std::filesystem::path& file) { add(file, true); }
+  /// What standard error has.
+  void addErrors(const std::filesystem::path& file) { add(file, false); }
+
+  std::int64_t records() const { return records_; }
+  std::int64_t reloads() const { return reloads_; }
+  /// Of records that the files did not take, as the log tells it.
+  std::int64_t refused() const { return refused_; }
+
+  /// Empty when each record of each thread is there once and in order, or counted.
+  std::string complaint(const Promise& promise) const;
+
+ private:
+  /// The numbers of one thread in one file, in their order.
+  struct Part {
+    std::string file;
+    bool is_log;
+    std::vector<std::uint64_t> numbers;
+  };
+  using Parts = std::vector<Part>;
+
+  void add(const std::filesystem::path& file, bool isLog);
+  static std::string whyNotInOrder(const Parts& parts);
+  std::string whyNotOnce(std::size_t thread, const Promise& promise, std::int64_t& missing) const;
+
+  std::array<Parts, kLoudThreads> parts_;
+  std::int64_t records_ = 0;
+  std::int64_t on_errors_ = 0;
+  std::int64_t reloads_ = 0;
+  std::int64_t refused_ = 0;
+};
+
+}  // namespace qov::endure
+
+#endif

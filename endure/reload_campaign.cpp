@@ -1,0 +1,338 @@
+// Agents whose threads log all the time, while SIGUSR1 comes again and again with other settings,
+// and the log's files, folder, disk, standard error and time of day suffer what they may. Each
+// record has to be there once, in its thread's order, or be counted as one that the disk refused.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "endure/campaign.h"
+#include "endure/handle.h"
+#include "endure/loud_log.h"
+#include "tests/process/agent_process.h"
+#include "tests/support/spawn.h"
+
+namespace qov::endure {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct ReloadFigures {
+  explicit ReloadFigures(Campaign& campaign)
+      : agents(campaign.figure("agents")),
+        signals(campaign.figure("signals")),
+        reloads(campaign.figure("reloads")),
+        records(campaign.figure("records")),
+        files(campaign.figure("files")),
+        refused(campaign.figure("refused")),
+        away(campaign.figure("folder_away")),
+        readers(campaign.figure("readers_killed")) {}
+
+  Figure& agents;
+  Figure& signals;
+  Figure& reloads;  ///< that the log tells of: at levels up to 3
+  Figure& records;
+  Figure& files;
+  Figure& refused;
+  Figure& away;
+  Figure& readers;
+};
+
+/// One agent from its start to its end.
+class ReloadRun {
+ public:
+  ReloadRun(Campaign& campaign, ReloadFigures& figures);
+  ~ReloadRun() { test::killChild(reader_); }
+  ReloadRun(const ReloadRun&) = delete;
+  ReloadRun& operator=(const ReloadRun&) = delete;
+
+  void run();
+
+ private:
+  struct Settings {
+    int terminal = 0;
+    std::int64_t interval = 600;
+    std::int64_t size = 10240;
+    std::int64_t count = 1000;
+    std::int64_t level = 2;
+    int form = 0;
+  };
+
+  bool starts();
+  void disturb();
+  void applyRandomSettings();
+  void calmDown();
+  void ends();
+  void look();
+  void addFolder(LoudLog& log, const fs::path& folder);
+
+  void apply(const Settings& settings);
+  void fillDisk(bool full);
+  void moveFolder();
+  void moveFile();
+  void startReader();
+  void killReader();
+  fs::path path(const std::string& name) { return agent_.root().path() / name; }
+  fs::path logFolder() { return path("log"); }
+  bool draws(int oneOf) { return campaign_.between(1, oneOf) == 1; }
+  void fail(const std::string& what);
+
+  Campaign& campaign_;
+  ReloadFigures& figures_;
+  LoudLog::Promise promise_;
+  const bool hasDiskFaults_;
+  const bool hasFolderFaults_;
+  test::AgentProcess agent_;
+  pid_t pid_ = -1;  ///< the agent's, as it says itself
+  pid_t reader_ = -1;
+  bool isDiskFull_ = false;
+  fs::path away_;  ///< where the log's folder is while it is away
+  int moved_ = 0;
+  int read_ = 0;
+};
+
+ReloadRun::ReloadRun(Campaign& campaign, ReloadFigures& figures)
+    : campaign_(campaign),
+      figures_(figures),
+      promise_{{}, static_cast<int>(campaign.between(2, 5)), !draws(5), false, false},
+      hasDiskFaults_(promise_.keeps_all && !draws(3)),
+      hasFolderFaults_(promise_.keeps_all && draws(2)) {
+  promise_.has_terminal = promise_.keeps_all && draws(4);
+  // Without a reader only that is counted what the file has refused.
+  promise_.loses_errors = hasDiskFaults_ && !promise_.has_terminal && draws(2);
+  if (draws(2)) {
+    agent_.setEnvironment("QOV_ENDURE_CLOCK", "1");
+  }
+  agent_.root().addModule("qove_loud");
+}
+
+void ReloadRun::run() {
+  if (starts()) {
+    for (std::int64_t more = campaign_.between(50, 150); more > 0 && campaign_.goesOn(); --more) {
+      disturb();
+      applyRandomSettings();
+      std::this_thread::sleep_for(std::chrono::microseconds(campaign_.between(0, 8000)));
+    }
+    calmDown();
+    ends();
+  }
+  if (!campaign_.failed()) {
+    look();
+  }
+  if (campaign_.failed()) {
+    std::error_code ignored;
+    fs::remove(path("fifo"), ignored);  // which cannot be copied
+    fs::copy(agent_.root().path(), campaign_.folder(), fs::copy_options::recursive, ignored);
+  }
+}
+
+bool ReloadRun::starts() {
+  const std::string fifo = path("fifo");
+  if (::mkfifo(fifo.c_str(), 0600) != 0) {
+    fail("there is no pipe for standard error");
+    return false;
+  }
+  const Handle held(::open(fifo.c_str(), O_RDWR | O_CLOEXEC));  // until the agent has it
+  startReader();
+  agent_.prepareChild([fifo] {
+    ::dup2(::open(fifo.c_str(), O_WRONLY | O_CLOEXEC), STDERR_FILENO);
+    ::signal(SIGXFSZ, SIG_IGN);
+  });
+  agent_.root().writeConfig(2);
+  agent_.start({"-n"});
+  if (!agent_.waitForLog("Successed to init /") || !agent_.waitForFile("loud_pid")) {
+    fail("the agent does not start: " + agent_.log());
+    return false;
+  }
+  pid_ = static_cast<pid_t>(std::stol(test::readFile(path("loud_pid"))));
+  return true;
+}
+
+void ReloadRun::disturb() {
+  if (hasDiskFaults_ && draws(10)) {
+    fillDisk(!isDiskFull_);
+  }
+  if (hasFolderFaults_ && draws(10)) {
+    moveFolder();
+  }
+  if (hasFolderFaults_ && away_.empty() && draws(20)) {
+    moveFile();
+  }
+  if (promise_.loses_errors && draws(20)) {
+    if (reader_ > 0) {
+      killReader();
+    } else {
+      startReader();
+    }
+  }
+}
+
+void ReloadRun::applyRandomSettings() {
+  Settings settings;
+  settings.terminal = promise_.has_terminal && draws(4) ? 1 : 0;
+  settings.interval = campaign_.between(0, 3);
+  settings.size = draws(10) ? 0 : campaign_.between(1, 64);
+  // One rotation for each signal, and some by the clock, are all kept.
+  settings.count = promise_.keeps_all ? campaign_.between(500, 1000) : campaign_.between(1, 3);
+  settings.level = campaign_.between(0, promise_.greatest_level);
+  settings.form = static_cast<int>(campaign_.between(0, 7));
+  apply(settings);
+}
+
+void ReloadRun::apply(const Settings& settings) {
+  std::ostringstream text;
+  text << "[QOV_GLOBAL]\nPROC_PID=7\n[LOG_CFG]\nSendTerminal=" << settings.terminal
+       << "\nChkInterval=" << settings.interval << "\nLogFileMaxSize=" << settings.size
+       << "\nLogFileMaxCnt=" << settings.count << "\nLogLevel=" << settings.level
+       << "\nLogFold=" << (settings.form & 1) << "\nLogJson=" << (settings.form >> 1 & 1)
+       << "\nLogEscape=" << (settings.form >> 2) << "\n";
+  AgentRoot::write(agent_.root().cfgFile(), text.str());
+  agent_.send(SIGUSR1);
+  ++figures_.signals;
+}
+
+/// All is well again, and the log says so.
+void ReloadRun::calmDown() {
+  fillDisk(false);
+  if (!away_.empty()) {
+    moveFolder();
+  }
+  if (reader_ < 0) {
+    startReader();
+  }
+  Settings last;
+  last.interval = 7777;  // no other one has that
+  last.count = promise_.keeps_all ? 1000 : 3;
+  apply(last);
+  if (!agent_.waitForLog("ChkInterval 7777 s")) {
+    fail("the last settings are not applied: " + agent_.errors());
+  }
+}
+
+void ReloadRun::ends() {
+  agent_.send(SIGINT);
+  const test::Ending ending = agent_.waitForEnd();
+  if (!ending.ended || ending.exitStatus != 0) {
+    fail("the agent does not end in order: status " + std::to_string(ending.exitStatus) +
+         ", signal " + std::to_string(ending.signal));
+  }
+  if (!test::waitForEndOf(reader_).ended) {
+    fail("the reader of standard error does not end");
+  }
+}
+
+void ReloadRun::look() {
+  std::istringstream lasts(test::readFile(path("loud")));
+  for (std::uint64_t& last : promise_.last) {
+    lasts >> last;
+  }
+  if (!lasts) {
+    fail("the module has not told what it has logged");
+    return;
+  }
+  LoudLog log;
+  for (const auto& entry : fs::directory_iterator(agent_.root().path())) {
+    const std::string name = entry.path().filename();
+    if (name.compare(0, 7, "errors_") == 0) {
+      log.addErrors(entry.path());
+    } else if (name.compare(0, 3, "log") == 0) {
+      addFolder(log, entry.path());
+    }
+  }
+  ++figures_.agents;
+  figures_.reloads += log.reloads();
+  figures_.records += log.records();
+  figures_.refused += log.refused();
+  if (const std::string complaint = log.complaint(promise_); !complaint.empty()) {
+    fail(complaint);
+  }
+}
+
+void ReloadRun::addFolder(LoudLog& log, const fs::path& folder) {
+  for (const auto& file : fs::directory_iterator(folder)) {
+    log.addFile(file.path());
+    ++figures_.files;
+  }
+}
+
+/// Files that have as much or more take nothing then, others until they have.
+void ReloadRun::fillDisk(bool full) {
+  isDiskFull_ = full;
+  const rlimit limit{full ? static_cast<rlim_t>(campaign_.between(0, 100000)) : RLIM_INFINITY,
+                     RLIM_INFINITY};
+  if (::prlimit(pid_, RLIMIT_FSIZE, &limit, nullptr) != 0) {
+    fail("the agent's files cannot be limited");
+  }
+}
+
+/// Away, or back: the same folder, or a new one.
+void ReloadRun::moveFolder() {
+  if (away_.empty()) {
+    away_ = path("log_" + std::to_string(++moved_));
+    fs::rename(logFolder(), away_);
+    ++figures_.away;
+    return;
+  }
+  if (draws(2)) {
+    fs::rename(away_, logFolder());
+  } else {
+    fs::create_directory(logFolder());
+  }
+  away_.clear();
+}
+
+void ReloadRun::moveFile() {
+  std::error_code gone;  // a rotation may be under way
+  fs::rename(agent_.root().logFile(), logFolder() / ("moved_" + std::to_string(++moved_)), gone);
+}
+
+/// The pipe has a writer meanwhile, or opening it would wait for one.
+void ReloadRun::startReader() {
+  const std::string fifo = path("fifo");
+  const Handle held(::open(fifo.c_str(), O_RDWR | O_CLOEXEC));
+  test::BeforeProgram before;
+  before.readFrom(STDIN_FILENO, fifo);
+  before.writeTo(STDOUT_FILENO, path("errors_" + std::to_string(++read_)));
+  reader_ = test::spawn("/bin/cat", {}, before);
+}
+
+void ReloadRun::killReader() {
+  test::killChild(reader_);
+  reader_ = -1;
+  ++figures_.readers;
+}
+
+void ReloadRun::fail(const std::string& what) {
+  std::ostringstream text;
+  text << what << "; levels to " << promise_.greatest_level
+       << (promise_.keeps_all ? "" : ", few files") << (hasDiskFaults_ ? ", disk" : "")
+       << (hasFolderFaults_ ? ", folder" : "") << (promise_.has_terminal ? ", terminal" : "")
+       << (promise_.loses_errors ? ", readers" : "");
+  campaign_.fail(text.str());
+}
+
+}  // namespace
+}  // namespace qov::endure
+
+int main(int argc, char** argv) {
+  try {
+    qov::endure::Campaign campaign(argc, argv);
+    qov::endure::ReloadFigures figures(campaign);
+    while (campaign.goesOn()) {
+      qov::endure::ReloadRun(campaign, figures).run();
+    }
+    return campaign.end();
+  } catch (const std::exception& error) {
+    std::cout << "FAILED: " << error.what() << std::endl;
+    return 1;
+  }
+}
