@@ -16,9 +16,11 @@ namespace {
 
 using Items = std::list<std::pair<std::string, std::string>>;
 
+/// In an order of their own: that of a file changes when it is read.
 Items itemsOf(CQOV_Ini_Operator& ini, const std::string& section) {
   Items items;
   ini.enumerateSections(section.c_str(), items);
+  items.sort();
   return items;
 }
 
