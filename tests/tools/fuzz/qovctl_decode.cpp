@@ -92,7 +92,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string text = output.take();
   if (options.json && options.kind && !text.empty()) {
     std::size_t bytes = 0;
-    for (const Json::Value& message : common::parseJson(text)["messages"]) {
+    const Json::Value document = common::parseJson(text);
+    for (const Json::Value& message : document["messages"]) {
       bytes += sizeBack(message, *options.kind);
     }
     const std::string read = options.hex && isWhole ? ctl::bytesOfHexText(input) : input;
