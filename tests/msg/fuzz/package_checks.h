@@ -86,8 +86,8 @@ void checkMessage<CQOV_OM_MsgPackage>(const MessageBytes& bytes);
 /// The bytes as a record, and what may stand behind it.
 void checkRecordAlone(const MessageBytes& bytes);
 
-/// The same bytes with a LEN that fits in the header at `at`, if there is one: few inputs have it by
-/// themselves.
+/// The same bytes with a LEN that fits in the header at `at`, if there is one: few inputs have it
+/// by themselves.
 template <class Head>
 MessageBytes withLength(MessageBytes bytes, std::size_t at = 0) {
   if (bytes.size() >= at + sizeof(Head)) {
