@@ -9,8 +9,8 @@
 namespace qov::test {
 namespace {
 
-constexpr std::size_t kHeadSize = 28;
-constexpr std::size_t kLengthAt = 24;
+constexpr std::size_t kBytesOfHead = 28;
+constexpr std::size_t kPlaceOfLength = 24;
 
 }  // namespace
 
@@ -32,8 +32,8 @@ std::string Mutations::next() {
   for (std::size_t changes = below(5); changes > 0; --changes) {
     change(bytes);
   }
-  if (below(4) != 0 && bytes.size() >= kHeadSize) {
-    bytes.replace(kLengthAt, 4, le(bytes.size() - kHeadSize, 4));
+  if (below(4) != 0 && bytes.size() >= kBytesOfHead) {
+    bytes.replace(kPlaceOfLength, 4, le(bytes.size() - kBytesOfHead, 4));
   }
   if (below(8) == 0) {
     bytes += any();
