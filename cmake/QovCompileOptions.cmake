@@ -5,7 +5,8 @@ target_compile_options(
                                 -fno-omit-frame-pointer)
 if(CMAKE_UNITY_BUILD)
   # Sources that are compiled together see each other's names; each by itself is the release's.
-  target_compile_options(qov_compile_options INTERFACE -Wno-shadow -Wno-subobject-linkage)
+  target_compile_options(qov_compile_options INTERFACE
+                         -Wno-shadow $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
 endif()
 if(QOV_WARNINGS_ARE_ERRORS)
   target_compile_options(qov_compile_options INTERFACE -Werror)
@@ -15,9 +16,13 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(qov_compile_options INTERFACE -fno-semantic-interposition)
 endif()
 
+if(QOV_FUZZ)
+  set(QOV_SANITIZE "fuzzer-no-link,address,undefined")
+endif()
 if(QOV_SANITIZE)
   add_compile_options(-fsanitize=${QOV_SANITIZE} -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${QOV_SANITIZE})
   # GCC takes the sanitizers' own bookkeeping for uninitialised values, in the standard library too.
-  target_compile_options(qov_compile_options INTERFACE -Wno-maybe-uninitialized)
+  target_compile_options(qov_compile_options INTERFACE
+                         $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 endif()

@@ -70,7 +70,9 @@ TestRouter::~TestRouter() {
 
 const TestRouter::Entry& TestRouter::entryFor(const QOVMsgHead& head) const {
   static const Entry nobody;
-  const auto found = table_.find({head.rmid_, head.opc_});
+  // A copy: the key takes references, and the header is packed.
+  const std::uint64_t opc = head.opc_;
+  const auto found = table_.find({head.rmid_, opc});
   return head.rpid_ == QOVTestProcess::kId && found != table_.end() ? found->second : nobody;
 }
 

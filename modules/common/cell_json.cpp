@@ -1,6 +1,5 @@
 #include "modules/common/cell_json.h"
 
-#include <json/writer.h>
 #include <qovpub/qov_exception.h>
 
 #include <algorithm>
@@ -45,8 +44,9 @@ Json::Value parsedValue(const CTLVCell& cell) try {
   // As deep as the library reads it.
   constexpr std::size_t kDepth = 1000;
   Json::Value value = parseJson(cell.text(), kDepth);
-  const bool fits = value.isArray() == (cell.type() == CTLVCell::TLV_ARRAY);
-  return isText(cell) && fits && !isOctetsObject(value) ? value : octetsObject(cell);
+  const bool isShown = isText(cell) && value.isArray() == (cell.type() == CTLVCell::TLV_ARRAY) &&
+                       !isOctetsObject(value) && shortestJson(value).size() < cell.length();
+  return isShown ? value : octetsObject(cell);
 } catch (const BadJson&) {
   return octetsObject(cell);
 }
@@ -146,17 +146,11 @@ CTLVCell cellOfText(const Description& cell) {
   return cellOfBytes(cell, {text.c_str(), text.size() + 1});
 }
 
-/// The text as the library writes it, or with all characters as they are.
-std::string compactText(const Json::Value& value, bool utf8) {
-  if (!utf8) {
-    CTLVCell cell;
-    cell.set(0, value);
-    return std::string(cell.text());
-  }
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  builder["emitUTF8"] = true;
-  return Json::writeString(builder, value);
+/// The text as the library writes it.
+std::string compactText(const Json::Value& value) {
+  CTLVCell cell;
+  cell.set(0, value);
+  return std::string(cell.text());
 }
 
 CTLVCell cellOfJson(const Description& cell) {
@@ -164,9 +158,9 @@ CTLVCell cellOfJson(const Description& cell) {
   if (cell.value.isArray() != array) {
     refuse(cell, array ? "not an array" : "an array, which is a value of type Array");
   }
-  std::string text = compactText(cell.value, false);
+  std::string text = compactText(cell.value);
   if (cell.hasLength() && cell.length() <= text.size()) {
-    text = compactText(cell.value, true);
+    text = shortestJson(cell.value);
   }
   if (cell.hasLength() && cell.length() > text.size()) {
     text.resize(cell.length() - std::size_t{1}, ' ');

@@ -20,7 +20,8 @@ namespace qov::common {
 // What is read may have true and false for the Bool values 1 and 0.
 //
 // Bytes that are not that are shown as {"octets":"<hexadecimal digits>"}: text that is not UTF-8,
-// has no NUL or more behind its first one, or is not JSON of its type. A value that is an object
+// has no NUL or more behind its first one, or is not JSON of its type; and JSON with a number in
+// fewer characters than it would be written with, such as 1e5. A value that is an object
 // with just the key "octets" is shown so, too.
 
 Json::Value toJson(const CTLVCell& cell);

@@ -24,6 +24,13 @@ bool isInteger(const Json::Value& json) {
   return json.type() == Json::intValue || json.type() == Json::uintValue;
 }
 
+std::string textOfJsonCpp(const Json::Value& json) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["emitUTF8"] = true;
+  return Json::writeString(builder, json);
+}
+
 /// JsonCpp escapes only those below the blank. The others stand nowhere but in strings.
 std::string withEscapedControls(const std::string& json) {
   std::string escaped;
@@ -149,10 +156,12 @@ std::string jsonText(const Json::Value& json) {
 }
 
 std::string jsonLine(const Json::Value& json) {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  builder["emitUTF8"] = true;
-  return withEscapedControls(Json::writeString(builder, json));
+  return withEscapedControls(textOfJsonCpp(json));
+}
+
+std::string shortestJson(const Json::Value& json) {
+  // JsonCpp writes 17 digits of every number that is no integer: 0.10000000000000001.
+  return nlohmann::json::parse(textOfJsonCpp(json)).dump();
 }
 
 Json::Value jsonNumber(std::uint64_t number) {

@@ -11,6 +11,7 @@
 
 #include "tests/diag/log_capture.h"
 #include "tests/msg/bytes.h"
+#include "tests/msg/fuzz/package_checks.h"
 #include "tests/msg/log_lines.h"
 #include "tests/msg/vector_meaning.h"
 #include "tests/vectors/vector_file.h"
@@ -231,7 +232,6 @@ class Vectors : public testing::TestWithParam<std::string> {
         << hexOf(expected.data(), expected.size());
   }
 
- private:
   const Vector vector_;
 };
 
@@ -241,6 +241,13 @@ TEST_P(Vectors, AreReadAsTheyAreMeant) {
 
 TEST_P(Vectors, AreWhatTheirMeaningIsWrittenAs) {
   forItsKind([this](auto* kind) { writes<std::remove_pointer_t<decltype(kind)>>(); });
+}
+
+TEST_P(Vectors, AreReadAsASecondDecoderDoes) {
+  const LogCapture log;
+  forItsKind([this](auto* kind) {
+    test::checkMessage<std::remove_pointer_t<decltype(kind)>>(vector_.bytes);
+  });
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Vectors, testing::ValuesIn(vectorNames(".hex")),

@@ -1,19 +1,51 @@
-// Two decoders that share nothing, the library's in qovctl and the dissector, read the same bytes.
+// Two decoders that share nothing, the library's and the dissector, read the same bytes.
+//   QOV_MUTATIONS        how many mutations of what the fuzzer keeps; 300 without
+//   QOV_MUTATIONS_SEED   of these; 1 without
 
 #include <gtest/gtest.h>
+#include <qovpub/qov_message_package.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <iterator>
 
+#include "modules/common/decode_fault.h"
+#include "modules/common/message_json.h"
+#include "modules/common/octets.h"
+#include "tests/diag/log_capture.h"
 #include "tests/support/files.h"
 #include "tests/wireshark/capture.h"
 #include "tests/wireshark/messages.h"
+#include "tests/wireshark/mutations.h"
 #include "tests/wireshark/qovctl_decode.h"
 #include "tests/wireshark/tshark.h"
 #include "tests/wireshark/vectors.h"
 
 namespace qov::test {
 namespace {
+
+// Without a process for each, which would take longer than all else.
+Decoded decodeWithLibrary(const std::string& bytes) {
+  const auto* const begin = reinterpret_cast<const unsigned char*>(bytes.data());
+  Decoded decoded;
+  for (std::size_t at = 0; at < bytes.size();) {
+    CT7QPackageV3 message;
+    const unsigned int body =
+        message.decode(begin + at, static_cast<unsigned int>(bytes.size() - at));
+    if (body == CT7QPackageV3::kFailed) {
+      decoded.refused = ": " + common::textOf(message.decodeFault());
+      break;
+    }
+    decoded.messages.push_back(common::toJson(message));
+    at += sizeof(TLVMsgHeadV3) + body;
+  }
+  return decoded;
+}
+
+std::uint64_t numberIn(const char* name, std::uint64_t otherwise) {
+  const char* const text = std::getenv(name);
+  return text != nullptr ? std::strtoull(text, nullptr, 0) : otherwise;
+}
 
 // The bytes as the only ones of a stream, one segment each, and what both make of them.
 class WiresharkAgreement : public ::testing::Test {
@@ -24,14 +56,14 @@ class WiresharkAgreement : public ::testing::Test {
     inputs_.push_back({name, bytes, connection.clientPort()});
   }
 
-  void compareAll() {
+  void compareAll(Decoded (*decode)(const std::string&) = decodeWithQovctl) {
     const std::vector<Shown> shown = Tshark().messages(capture_.file());
     for (const Input& input : inputs_) {
       SCOPED_TRACE(input.name);
       std::vector<Shown> mine;
       std::copy_if(shown.begin(), shown.end(), std::back_inserter(mine),
                    [&](const Shown& one) { return one.clientPort == input.clientPort; });
-      expectAgreement(mine, decodeWithQovctl(input.bytes));
+      expectAgreement(mine, decode(input.bytes));
     }
   }
 
@@ -87,6 +119,16 @@ TEST_F(WiresharkAgreement, OfQovctlAndTheDissectorOnDamagedVectors) {
     first = (first + 5) % kStep;
   }
   compareAll();
+}
+
+TEST_F(WiresharkAgreement, OfTheLibraryAndTheDissectorOnMutations) {
+  Mutations mutations(QOV_FUZZED_V3, numberIn("QOV_MUTATIONS_SEED", 1));
+  for (std::uint64_t left = numberIn("QOV_MUTATIONS", 300); left > 0; --left) {
+    const std::string bytes = mutations.next();
+    add(common::hexText(bytes), bytes);
+  }
+  const LogCapture log;
+  compareAll(decodeWithLibrary);
 }
 
 }  // namespace

@@ -121,9 +121,11 @@ Json::Value textValue(const Json::Value& cell, const std::string& type) {
   const std::string text =
       cell[type == "Array" ? "qov.v3.cell.array" : "qov.v3.cell.json"].asString();
   Json::Value value;
-  // An object that looks like octets itself is told as what it is made of.
+  // An object that looks like octets itself is told as what it is made of, and so is what would be
+  // longer when it is written again.
   const bool shown = parse(text, value) && value.isArray() == (type == "Array") &&
-                     !(value.isObject() && value.size() == 1 && value.isMember("octets"));
+                     !(value.isObject() && value.size() == 1 && value.isMember("octets")) &&
+                     common::shortestJson(value).size() <= text.size();
   return shown ? value : octets(hexOf(text) + "00");
 }
 

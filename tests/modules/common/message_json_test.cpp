@@ -206,10 +206,21 @@ TEST(CellJson, ShowsTheBytesOfWhatIsNoJsonOfItsType) {
 
 TEST(CellJson, ShowsJsonThatTheLibraryWouldWriteOtherwise) {
   EXPECT_EQ(shown(CTLVCell::TLV_JSON, "{ \"b\" : 1,\n\"a\":[ ] }\0"s), json("{'a':[],'b':1}"));
-  EXPECT_EQ(shown(CTLVCell::TLV_JSON, "1e3\0"s), 1000.0);
   EXPECT_EQ(kept(CTLVCell::TLV_JSON, "\"\\u00fc\"\0"s), "\xc3\xbc");
   EXPECT_EQ(kept(CTLVCell::TLV_JSON, "\"\xc3\xbc\"\0"s), "\xc3\xbc");
   EXPECT_EQ(kept(CTLVCell::TLV_ARRAY, "[]   \0"s), json("[]"));
+}
+
+TEST(CellJson, KeepsNumbersOfAsManyDigitsAsTheyHave) {
+  EXPECT_EQ(kept(CTLVCell::TLV_JSON, "0.1\0"s), 0.1);
+  EXPECT_EQ(kept(CTLVCell::TLV_ARRAY, "[5e-324,1e+22,-0.0]\0"s), json("[5e-324,1e22,-0.0]"));
+}
+
+TEST(CellJson, ShowsTheBytesOfANumberThatIsShorterThanItWouldBeWritten) {
+  for (const std::string& text : {"1e3"s, "{\"a\":1e-7}"s, "18446744073709551616"s}) {
+    EXPECT_TRUE(kept(CTLVCell::TLV_JSON, text + "\0"s).isMember("octets")) << text;
+  }
+  EXPECT_EQ(shown(CTLVCell::TLV_JSON, "1e3   \0"s), 1000.0);
 }
 
 TEST(CellJson, FillsJsonUpToTheLengthThatItIsTold) {

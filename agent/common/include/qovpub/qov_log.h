@@ -16,7 +16,8 @@
 
 /// Makes `guard`, a CQOVDebugKitGuard of the kit `kitId` (a module's kit has the module's id), with
 /// the signature of the function it stands in as this compiler writes it. It costs no string.
-#define QOV_GUARD(guard, kitId) CQOVDebugKitGuard guard(kitId, __PRETTY_FUNCTION__)
+#define QOV_GUARD(guard, kitId) \
+  CQOVDebugKitGuard guard(static_cast<int>(kitId), __PRETTY_FUNCTION__)
 
 /// @{
 /// A record of `guard` with log id `logId`, from this function and line. What follows is printf's

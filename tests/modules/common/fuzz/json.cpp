@@ -1,0 +1,77 @@
+// The input is a message in JSON, of any kind.
+#include <qovpub/qov_message_package.h>
+
+#include <memory>
+
+#include "modules/common/json_object.h"
+#include "modules/common/message_json.h"
+#include "modules/common/message_payload.h"
+#include "tests/support/fuzz.h"
+
+using namespace qov;
+using test::require;
+
+namespace {
+
+std::unique_ptr<CT7QPackageV3> v3OfJson(const std::string& text) {
+  auto message = std::make_unique<CT7QPackageV3>();
+  common::fromJson(common::parseJson(text), "", *message);
+  return message;
+}
+
+std::string jsonOfV3(const CT7QPackageV3& message) {
+  return common::jsonLine(common::toJson(message));
+}
+
+std::string bytesOfV3(CT7QPackageV3& message) {
+  std::string bytes(sizeof(TLVMsgHeadV3) + common::bodyLength(message), '\0');
+  const unsigned int size = message.encode(reinterpret_cast<unsigned char*>(bytes.data()),
+                                           static_cast<unsigned int>(bytes.size()));
+  require(size == bytes.size(), "a message in JSON can be encoded");
+  return bytes;
+}
+
+std::unique_ptr<CT7QPackageV3> v3OfBytes(const std::string& bytes) {
+  auto message = std::make_unique<CT7QPackageV3>();
+  const unsigned int body = message->decode(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                            static_cast<unsigned int>(bytes.size()));
+  require(body != CT7QPackageV3::kFailed, "a message in JSON can be decoded");
+  return message;
+}
+
+/// What is written of a message is read and gives the same message.
+template <class Message, class OfJson, class ToJson>
+void checkWritten(const Message& message, OfJson ofJson, ToJson toJson) {
+  const std::string written = toJson(message);
+  require(toJson(*ofJson(written)) == written, "a message that is read back is written as before");
+}
+
+/// From text to message, back, and to bytes and back. `ofJson` refuses with BadJson what is no
+/// message; of what `toJson` has written it must not.
+template <class OfJson, class ToJson, class ToBytes, class OfBytes>
+void check(const std::string& text, OfJson ofJson, ToJson toJson, ToBytes toBytes,
+           OfBytes ofBytes) {
+  decltype(ofJson(text)) message;
+  try {
+    message = ofJson(text);
+  } catch (const common::BadJson&) {
+    return;
+  }
+  checkWritten(*message, ofJson, toJson);
+  const std::string bytes = toBytes(*message);
+  const auto decoded = ofBytes(bytes);
+  checkWritten(*decoded, ofJson, toJson);
+  require(toBytes(*ofJson(toJson(*decoded))).size() == bytes.size(),
+          "a message that is read back has as many bytes");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  test::silence();
+  const std::string text = test::textOf(data, size);
+  check(text, common::messageOfJson, common::jsonOfMessage, common::bytesOfMessage,
+        common::messageOfBytes);
+  check(text, v3OfJson, jsonOfV3, bytesOfV3, v3OfBytes);
+  return 0;
+}
