@@ -74,6 +74,13 @@ void warnOfNoKey(CQOV_Ini_Operator& ini, const std::string& key) {
   warnOfNothingRead(whyNoLogKey(ini, QOV_Utility::getProcessCfgFileName(), key));
 }
 
+void warnOfNoMemory() noexcept {
+  if (const CQOVDebugKit* const kit = KitRegistry::find(0)) {
+    kit->warn(log_id::kLogNotConfigured, kApplying, __LINE__,
+              "Failed to configure the log: Cannot allocate memory; the log stays as it is");
+  }
+}
+
 std::string describeOddValue(const char* key, const std::string& why) {
   return textOf({"take a value as it stands", QOV_Utility::getProcessCfgFileName(), 0,
                  std::string("LOG_CFG/") + key, why});

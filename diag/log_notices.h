@@ -16,6 +16,9 @@ void warnOfNoConfig();
 /// Section "LOG_CFG" of `ini` lacks `key`, or is not there.
 void warnOfNoKey(CQOV_Ini_Operator& ini, const std::string& key);
 
+/// There was no memory to read or to apply it. Takes none itself.
+void warnOfNoMemory() noexcept;
+
 /// What warnOfOddValue() is to say of `key`, for the `why` of whyOdd().
 std::string describeOddValue(const char* key, const std::string& why);
 void warnOfOddValue(const std::string& description) noexcept;

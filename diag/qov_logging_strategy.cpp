@@ -173,6 +173,7 @@ int CQOV_Logging_Strategy::read_log_config(const char* /*cfgFile*/, CLogging_Cfg
   formRead = readForm(ini, oddValues_);
   return 0;
 } catch (const std::bad_alloc&) {
+  qov::warnOfNoMemory();
   errno = ENOMEM;
   return -1;
 }
@@ -206,6 +207,7 @@ int CQOV_Logging_Strategy::initLogStrategy(const CLogging_Cfg_Param& param) {
     }
     return give(param.logFile_, owner);
   } catch (const std::bad_alloc&) {
+    qov::warnOfNoMemory();
     errno = ENOMEM;
     return -1;
   }

@@ -18,11 +18,13 @@ namespace qov {
 namespace {
 
 // Exit handlers are kept for each library, and all of a library's are run and forgotten when it
-// goes. This token stands for a library that has nothing but this one handler: to let it go is the
-// only way to take a handler back. An exit() on another thread that comes between taking back and
-// registering again finds no handler. The loader's own end, among ACE's singletons, stops the
-// modules then, when the static objects that are younger than ACE have gone.
-char token;
+// goes. Each token stands for a library that has nothing but this one handler: to let it go is the
+// only way to take a handler back. There are two, so that a later registration stands before the
+// former one is taken back: an exit() on another thread always finds one.
+char tokens[2];
+
+/// Of the last registration; guarded by `registration`.
+int current = 0;
 
 std::mutex registration;
 
@@ -32,7 +34,7 @@ thread_local bool takingBack = false;
 /// That of the last registration; 0 before the first one.
 std::atomic<pid_t> process{0};
 
-void takeBack() {
+void takeBack(char& token) {
   takingBack = true;
   abi::__cxa_finalize(&token);
   takingBack = false;
@@ -85,15 +87,17 @@ void ModuleShutdown::end(void*) {
 void ModuleShutdown::stopAtExit() {
   const std::lock_guard<std::mutex> held(registration);
   process = ::getpid();
-  takeBack();
-  // A registration that fails leaves the frame's own call.
-  static_cast<void>(abi::__cxa_atexit(&end, nullptr, &token));
+  // One that fails leaves the former one.
+  if (abi::__cxa_atexit(&end, nullptr, &tokens[1 - current]) == 0) {
+    takeBack(tokens[current]);
+    current = 1 - current;
+  }
 }
 
 void ModuleShutdown::forgetWhenIdle() {
   const std::lock_guard<std::mutex> held(registration);
   if (!RunningManagers::any()) {
-    takeBack();
+    takeBack(tokens[current]);
   }
 }
 

@@ -17,6 +17,11 @@ namespace {
 std::string configDirectory(CQOVDebugKitGuard& guard) {
   try {
     return QOV_Utility::getProcessCfgPath();
+  } catch (const std::bad_alloc&) {
+    guard.error(qov::log_id::kListNoMemory, __FUNCTION__, __LINE__,
+                "Failed to list modules: Cannot allocate memory");
+    errno = ENOMEM;
+    return {};
   } catch (const std::exception& e) {
     guard.error(qov::log_id::kListNoConfiguration, __FUNCTION__, __LINE__, "%s", e.what());
     return {};

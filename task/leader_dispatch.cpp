@@ -1,5 +1,4 @@
 #include <ace/Guard_T.h>
-#include <ace/Singleton.h>
 #include <qovplatform/platform_guard.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_module_loader.h>
@@ -7,6 +6,7 @@
 #include <cerrno>
 
 #include "diag/log_ids.h"
+#include "module/process_loader.h"
 #include "task/dispatcher.h"
 #include "task/later_answer.h"
 #include "task/message_block.h"
@@ -232,8 +232,7 @@ int CQOV_Leader_Task::Dispatcher::forwordMessage(const QOVMsgHead* head, ACE_Mes
 }
 
 int CQOV_Leader_Task::Dispatcher::passOn(std::uint8_t moduleId, ACE_Message_Block* mb) {
-  const int result =
-      ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance()->sendMsg(moduleId, mb);
+  const int result = qov::processLoader().sendMsg(moduleId, mb);
   if (result == 0) {
     counters_.out_.add();
   } else {

@@ -3,7 +3,6 @@
 #include <ace/Get_Opt.h>
 #include <ace/Reactor.h>
 #include <ace/Reactor_Impl.h>
-#include <ace/Singleton.h>
 #include <ace/Thread.h>
 #include <ace/Thread_Manager.h>
 #include <malloc.h>
@@ -34,14 +33,11 @@
 #include "frame/env/env_failure.h"
 #include "module/crash_report.h"
 #include "module/module_shutdown.h"
+#include "module/process_loader.h"
 #include "module/shutdown_watch.h"
 #include "module/uncaught.h"
 
 namespace {
-
-CQOV_Module_Loader& moduleLoader() {
-  return *ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance();
-}
 
 /// Long-running agents do not hold freed memory: larger blocks are mappings of their own and small
 /// ones are merged at once.
@@ -115,6 +111,7 @@ void CQOVapp::dropLogStrategy() {
 }
 
 int CQOVapp::init(int argc, char** argv) {
+  qov::tellUncaught();
   parse_args(argc, argv);
   const qov::SignalMask block(SIG_BLOCK, qov::loopSignals());
   qov::ignoreBrokenPipes();
@@ -160,7 +157,6 @@ bool CQOVapp::splitOffDaemon(qov::StartReport& report) {
 
 int CQOVapp::start(int argc, char** argv) {
   const qov::StartWatch watch;
-  qov::tellUncaught();
   // Before the modules, one of whose threads may wait in the dynamic loader.
   qov::ShutdownWatch::prepare();
   // Not before: a daemon has lost the descriptors of an earlier reactor. Not later: a module's
@@ -184,9 +180,9 @@ int CQOVapp::start(int argc, char** argv) {
   CQOV_Plugins::instance();
   modulesLoaded_ = true;
   errno = 0;
-  if (!moduleLoader().load()) {
+  if (!qov::processLoader().load()) {
     const int reason = errno;
-    moduleLoader().unload();
+    qov::processLoader().unload();
     dropLogStrategy();
     errno = reason;
     return -1;
@@ -222,7 +218,7 @@ void CQOVapp::event_loop_done() {
     runReactor();
     watch.emplace();
     qov::ServiceManager::process().tellStopping();
-    moduleLoader().unload();
+    qov::processLoader().unload();
     closePlugins();
     waitForOtherThreads();
     guard.info(qov::log_id::kShutDown, __FUNCTION__, __LINE__, "%s had shutdown.",

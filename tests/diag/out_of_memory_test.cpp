@@ -218,6 +218,31 @@ TEST_F(OutOfMemory, IsNoExceptionOfTheReadingOfSettings) {
   }
 }
 
+TEST_F(OutOfMemory, OfAReloadIsToldInTheLogAsItWas) {
+  ProcessRoot::configure(
+      "SendTerminal=0\nChkInterval=600\nLogFileMaxSize=1\nLogFileMaxCnt=1\nLogLevel=2\n");
+  constexpr int kComplete = 2;
+  bool isOver = false;
+  for (int granted = 0; !isOver; ++granted) {
+    const std::string file = std::to_string(granted) + ".log";
+    const int status = qov::test::endOfChild([&]() noexcept {
+      strategy_.initLogStrategy(settings(file));
+      const std::string next = directory_.file("next.log");
+      const FailingAllocations one(granted, 1);
+      errno = 0;
+      const int result = strategy_.reloadLogStrategy(nullptr, next.c_str());
+      if (!one.hasFailed()) {
+        ::_exit(kComplete);
+      }
+      return result != -1 || errno != ENOMEM ||
+             testing::Value(logged(file), HasSubstr("; the log stays as it is\n"));
+    });
+    // Of what is too late to refuse, a missing piece of memory ends the process.
+    isOver = WIFEXITED(status) && WEXITSTATUS(status) == kComplete;
+    EXPECT_FALSE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << granted;
+  }
+}
+
 TEST_F(OutOfMemory, ReportsThatThereIsNoStrategy) {
   const CLogging_Cfg_Param param = settings("x.log");
   errno = 0;

@@ -1,9 +1,12 @@
+#include <ace/Singleton.h>
+#include <ace/Thread_Mutex.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <qovpub/qov_app.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_logging_strategy.h>
+#include <qovpub/qov_module_loader.h>
 #include <qovpub/qov_utility.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,6 +14,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <exception>
 #include <memory>
 #include <new>
 
@@ -109,6 +113,48 @@ TEST_F(AppStart, WithoutMemoryForTheLoggingStrategyFails) {
 }
 
 #if !QOV_TEST_TSAN  // which bears no new threads in a child of several
+/// The process has no loader yet.
+struct ForgetsLoader : ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex> {
+  static void forget() { singleton_ = nullptr; }
+};
+
+TEST_F(AppStart, WithoutMemoryForTheLoaderSaysWhy) {
+  root.writeConfig();
+  {
+    CQOVapp first;
+    EXPECT_EQ(init(first), -1);
+  }
+  ::testing::internal::CaptureStderr();
+  EXPECT_TRUE(qov::test::holdsInChild([] {
+    ForgetsLoader::forget();
+    CQOVapp app;
+    const auto failing =
+        qov::test::FailingAllocations::ofObjectsThatGiveNull(sizeof(ForgetsLoader));
+    try {
+      init(app);
+    } catch (const std::bad_alloc&) {
+      return failing.hasFailed();
+    }
+    return false;
+  }));
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), ::testing::EndsWith(kNoMemory));
+}
+
+TEST_F(AppStart, WhoseFirstAllocationFailsNamesTheThread) {
+  root.writeConfig();
+  ::testing::internal::CaptureStderr();
+  const int status = qov::test::endOfChild([]() noexcept {
+    std::set_terminate(&__gnu_cxx::__verbose_terminate_handler);  // as a process begins
+    CQOVapp app;
+    const auto failing = qov::test::FailingAllocations::ofThoseThatThrow(0);
+    init(app);
+    return true;
+  });
+  EXPECT_TRUE(WIFSIGNALED(status)) << WEXITSTATUS(status);
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+              ::testing::ContainsRegex("Failed to go on in thread .+: Cannot allocate memory\n"));
+}
+
 TEST_F(AppStart, WhoseMemoryRunsOutSaysWhy) {
   root.writeConfig();
   root.addModule("qovp_that_is_nowhere");

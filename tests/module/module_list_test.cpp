@@ -90,6 +90,21 @@ TEST_F(ModuleList, IsNotBegunWithoutMemoryForItsNames) {
                                            thisProcess().confDirectory().string() + "/"));
 }
 
+TEST_F(ModuleList, WithoutMemoryForTheDirectorysNameIsLoggedAndEmpty) {
+  addFile("a.mod");
+  list();  // The process configuration is read once.
+  std::list<std::string> names;
+  {
+    const FailingAllocations failing(0, 1);
+    errno = 0;
+    loader().getModuleList(names);
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_TRUE(failing.hasFailed());
+  }
+  EXPECT_TRUE(names.empty());
+  EXPECT_THAT(messages("ERR"), ElementsAre("Failed to list modules: Cannot allocate memory"));
+}
+
 TEST_F(ModuleList, OfAMissingDirectoryIsLoggedAndEmpty) {
   const std::filesystem::path conf = thisProcess().confDirectory();
   const std::filesystem::path aside = conf.string() + "_aside";

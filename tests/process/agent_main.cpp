@@ -8,6 +8,7 @@
 //   before      before init() has another thread that calls exit(3) as above
 //   fork        once there is the file "fork", has a child call exit(3) and ends by exit() with the
 //               status of that
+//   handles     has a handler of its own for SIGSEGV, which ends the process with status 5
 //   leak        returns without destroying its frame
 //   twice       runs the whole life of a frame two times
 //   again       initialises its frame two times
@@ -182,9 +183,15 @@ void greet(const char* greeting) {
   std::cout << greeting;
 }
 
+void handleSegv() {
+  std::signal(SIGSEGV, [](int) { ::_exit(5); });
+}
+
 int live(CQOVapp& app, int argc, char** argv) {
   if (mode() == "before") {
     exitOnAnotherThread();
+  } else if (mode() == "handles") {
+    handleSegv();
   }
   const int result = app.init(argc, argv);
   if (mode() == "again") {

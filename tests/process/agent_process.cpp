@@ -166,8 +166,8 @@ void AgentProcess::makeFile(const std::string& name) {
   AgentRoot::write(root_.path() / name, "");
 }
 
-Ending AgentProcess::waitForEnd() {
-  return waitForEndOf(started_);
+Ending AgentProcess::waitForEnd(std::chrono::seconds most) {
+  return waitForEndOf(started_, most);
 }
 
 bool AgentProcess::findDaemon() {

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <set>
@@ -64,7 +65,7 @@ class AgentProcess {
   void makeFile(const std::string& name);
 
   /// The end of the process that was started.
-  Ending waitForEnd();
+  Ending waitForEnd(std::chrono::seconds most = kGenerous);
 
   /// Learns the daemon's process id from the module "state".
   bool findDaemon();

@@ -1,7 +1,9 @@
 #include <fcntl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <ctime>
+#include <sstream>
 
 #include "tests/process/agent_test.h"
 
@@ -144,6 +146,42 @@ TEST_F(AgentCrash, ThatAnotherProcessSentNamesThat) {
   starts({"state"});
   agent.send(SIGSEGV);
   endsBy(SIGSEGV, "[^ ]+: SIGSEGV from process " + std::to_string(::getpid()) + ", in .*");
+}
+
+TEST_F(AgentCrash, OfTwoThreadsAtOnceIsToldOfOne) {
+  crashes("two", "write", {"-n"});
+  endsBy(SIGSEGV, "m50-(worker-1|own)" + write());
+  const std::string log = agent.log();
+  EXPECT_EQ(log.find("[65753]"), log.rfind("[65753]")) << log;
+}
+
+TEST_F(AgentCrash, ByARefusedSystemCallNamesIt) {
+  crashes("worker", "refused", {"-n"});
+  endsBy(SIGSYS, "m50-worker-1: SIGSYS at system call " + std::to_string(SYS_acct) +
+                     place("libc\\.so\\.6"));
+}
+
+TEST_F(AgentCrash, OfAForkedChildNamesItAndLeavesTheAgentAlone) {
+  crashes("worker", "child", {"-n"});
+  ASSERT_TRUE(agent.waitForFile("child")) << agent.log();
+  std::istringstream child(readFile(agent.root().path() / "child"));
+  std::string pid;
+  int signum = 0;
+  child >> pid >> signum;
+  EXPECT_EQ(signum, SIGSEGV);
+  EXPECT_THAT(agent.errors(), MatchesRegex("Failed to go on in thread m50-worker-1 of the child "
+                                           "process " +
+                                           pid + write() + "\n"));
+  EXPECT_THAT(agent.log(), ::testing::HasSubstr("] " + agent.errors()));
+  stopsInOrder();
+}
+
+TEST_F(AgentCrash, ThatTheProgramHandlesIsLeftToIt) {
+  agent.setEnvironment("QOV_TEST_MAIN", "handles");
+  crashes("worker", "write", {"-n"});
+  hasExited(agent.waitForEnd(), 5);
+  EXPECT_EQ(agent.errors(), "");
+  EXPECT_THAT(agent.log(), ::testing::Not(::testing::HasSubstr("[65753]")));
 }
 
 TEST_F(AgentCrash, IsAJsonObjectInALogOfThose) {

@@ -10,11 +10,12 @@
 
 namespace qov::test {
 
-/// Waits until `condition` holds; false after a generous limit.
+constexpr std::chrono::seconds kGenerous{90};
+
+/// Waits until `condition` holds; false after `most`.
 template <class Condition>
-bool waitUntil(const Condition& condition) {
-  constexpr std::chrono::seconds kLimit{90};
-  const auto limit = std::chrono::steady_clock::now() + kLimit;
+bool waitUntil(const Condition& condition, std::chrono::seconds most = kGenerous) {
+  const auto limit = std::chrono::steady_clock::now() + most;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > limit) {
       return false;
@@ -26,19 +27,19 @@ bool waitUntil(const Condition& condition) {
 
 /// How a process ended.
 struct Ending {
-  bool ended = false;  ///< false when it was still there after a generous limit
+  bool ended = false;  ///< false when it was still there after the limit
   int exitStatus = -1;
   int signal = 0;
 };
 
 /// Collects a child. `pid` becomes -1 when it has ended.
-inline Ending waitForEndOf(pid_t& pid) {
+inline Ending waitForEndOf(pid_t& pid, std::chrono::seconds most = kGenerous) {
   Ending ending;
   int status = 0;
   if (pid <= 0) {
     return ending;
   }
-  ending.ended = waitUntil([&] { return ::waitpid(pid, &status, WNOHANG) == pid; });
+  ending.ended = waitUntil([&] { return ::waitpid(pid, &status, WNOHANG) == pid; }, most);
   if (ending.ended) {
     pid = -1;
     ending.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;

@@ -1,11 +1,21 @@
 // A module that crashes once there is the file "go". QOV_TEST_CRASH says on which of its threads:
-// "worker", "static", "leader" or "own" (one that the module has made itself); or "main", in the
-// module's start. QOV_TEST_CRASH_HOW says how: "write" to page 1 of the address space, "recursion",
-// "call" through a null pointer, "abort", or, in a thread that is to be cancelled, "cancelled".
+// "worker", "static", "leader" or "own" (one that the module has made itself); "main", in the
+// module's start; or "two", a worker and its own, at once. QOV_TEST_CRASH_HOW says how: "write" to
+// page 1 of the address space, "recursion", "call" through a null pointer, "abort", a system call
+// that is "refused", in a thread that is to be cancelled ("cancelled"), or in a "child" that the
+// thread forks; the file "child" says by which signal that ended.
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <pthread.h>
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <list>
@@ -25,12 +35,41 @@ constexpr int kGid = 50;
   return *deeper == 0 ? 0 : recurse(here) + here[0];
 }
 
+/// Also of two threads at once, which ThreadSanitizer would tell as a race.
+[[gnu::no_sanitize("thread")]] void writeToPageOne() {
+  volatile std::uintptr_t address = 0x1008;
+  *reinterpret_cast<volatile char*>(address) = 1;
+}
+
+/// This thread's acct() becomes a SIGSYS.
+void callWhatIsRefused() {
+  sock_filter steps[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_acct, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_TRAP),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  const sock_fprog filter{4, steps};
+  ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+  ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter);
+  ::syscall(SYS_acct, nullptr);
+}
+
+void crashInAChild() {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    writeToPageOne();
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  qov::test::makeFile("child", std::to_string(child) + " " + std::to_string(WTERMSIG(status)));
+}
+
 void crash() {
   qov::test::waitForFile("go");
   const std::string how = std::getenv("QOV_TEST_CRASH_HOW");
-  volatile std::uintptr_t address = 0x1008;
   if (how == "write") {
-    *reinterpret_cast<volatile char*>(address) = 1;
+    writeToPageOne();
   } else if (how == "recursion") {
     volatile int deeper = 1;
     recurse(&deeper);
@@ -39,14 +78,24 @@ void crash() {
     nowhere();
   } else if (how == "abort") {
     std::abort();
+  } else if (how == "refused") {
+    callWhatIsRefused();
+  } else if (how == "child") {
+    crashInAChild();
   } else {
     ::pthread_cancel(::pthread_self());
-    *reinterpret_cast<volatile char*>(address) = 1;
+    writeToPageOne();
   }
 }
 
 void crashIfAt(const std::string& thread) {
-  if (thread == std::getenv("QOV_TEST_CRASH")) {
+  const std::string crashing = std::getenv("QOV_TEST_CRASH");
+  if (crashing == "two" && (thread == "worker" || thread == "own")) {
+    static std::atomic<int> here{0};
+    for (++here; here < 2;) {
+    }
+    crash();
+  } else if (thread == crashing) {
     crash();
   }
 }
@@ -73,7 +122,8 @@ class Static : public CQOV_StaticSchecheduledTask {
     return 0;
   }
   void getOpcList(std::list<unsigned long long>& codes) override {
-    if (std::string(std::getenv("QOV_TEST_CRASH")) != "worker") {
+    const std::string crashing = std::getenv("QOV_TEST_CRASH");
+    if (crashing != "worker" && crashing != "two") {
       codes.push_back(0);
     }
   }

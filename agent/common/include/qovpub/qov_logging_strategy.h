@@ -88,8 +88,8 @@ class QOV_EXPORT CQOV_Logging_Strategy {
   /// Applies `param`, rotates the file at once if it is too large, and gives it to the user
   /// "daemon" (its user id is also taken for the group). Returns 0; -1 when that user is unknown or
   /// the owner cannot be changed, with the settings in force all the same; -1 with errno ENOMEM and
-  /// logging left as it was when there is no memory. An error record says why the file cannot be
-  /// opened.
+  /// logging left as it was when there is no memory, which a warning tells. An error record says
+  /// why the file cannot be opened.
   ///
   /// The process reactor's timers go by ACE's high resolution clock afterwards; timers that stood
   /// there before keep the time that was left to them.

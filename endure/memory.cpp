@@ -1,0 +1,139 @@
+// Campaign "memory": each allocation of an agent's start, of a request between two modules, of an
+// exchange with the management endpoint, of a reload and of the stop fails once, in an agent of its
+// own (memory_agent.cpp). The agent goes on, or ends with the documented result: no other end, no
+// hang; and no leak, in a build with AddressSanitizer.
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "endure/campaign.h"
+#include "tests/process/agent_process.h"
+#include "tests/tools/endpoint_process.h"
+
+namespace qov::endure {
+namespace {
+
+using test::AgentProcess;
+using test::Ending;
+
+struct Refusal {
+  const char* phase;
+  long number;  ///< 0: none
+};
+
+class Memory {
+ public:
+  explicit Memory(Campaign& campaign) : campaign_(campaign) {
+    if (!endpoint_.start({"--quiet"})) {
+      campaign_.fail("qov-endpoint does not start: " + endpoint_.errors());
+    }
+  }
+
+  /// All of them, in an order of the seed's, or as many as there is time for.
+  void run() {
+    std::vector<Refusal> refusals;
+    for (const char* const phase : {"start", "request", "exchange", "reload", "stop"}) {
+      const long count = allocationsOf(phase);
+      campaign_.figure(std::string("of_") + phase) = count;
+      for (long number = 1; number <= count; ++number) {
+        refusals.push_back({phase, number});
+      }
+    }
+    std::shuffle(refusals.begin(), refusals.end(), campaign_.random());
+    for (const Refusal& refusal : refusals) {
+      if (!campaign_.goesOn()) {
+        return;
+      }
+      refuse(refusal);
+    }
+  }
+
+ private:
+  /// How many allocations the phase has. Threads let it differ a little from run to run.
+  long allocationsOf(const char* phase) {
+    AgentProcess agent(QOV_ENDURE_MEMORY_AGENT);
+    const Ending ending = live(agent, {phase, 0});
+    const std::string counted = test::readFile(agent.root().path() / "counted");
+    if (ending.exitStatus != 0 || counted.empty()) {
+      lost(agent, {phase, 0}, "did not end in order");
+      return 0;
+    }
+    return std::stol(counted);
+  }
+
+  Ending live(AgentProcess& agent, const Refusal& refusal) {
+    agent.setEnvironment("QOV_ENDURE_PHASE", refusal.phase);
+    agent.setEnvironment("QOV_ENDURE_REFUSED", std::to_string(refusal.number));
+    agent.root().addModule("qove_memory_asking");
+    agent.root().addModule("qove_memory_answering");
+    AgentRoot::write(agent.root().cfgFile(),
+                     test::readFile(agent.root().cfgFile()) +
+                         "[MMT]\nMMT_ADDR=127.0.0.1:" + std::to_string(endpoint_.port()) + "\n");
+    agent.start({"-n"});
+    return agent.waitForEnd(std::chrono::seconds(10));
+  }
+
+  void refuse(const Refusal& refusal) {
+    AgentProcess agent(QOV_ENDURE_MEMORY_AGENT);
+    const Ending ending = live(agent, refusal);
+    if (test::readFile(agent.root().path() / "refused").empty() && ending.exitStatus == 0) {
+      ++notReached_;
+    } else if (!ending.ended) {
+      lost(agent, refusal, "hangs");
+    } else if (ending.exitStatus == 0) {
+      ++wentOn_;
+    } else if (ending.signal == SIGABRT && endsWith(agent, kUncaught)) {
+      ++ended_;
+    } else if (ending.exitStatus == 1 && std::string(refusal.phase) == "start" &&
+               endsWith(agent, kRefusedStart)) {
+      ++didNotStart_;
+    } else if (ending.exitStatus == 9 && std::regex_search(agent.log(), kNoWorker)) {
+      ++noWorker_;  // so that nobody serves the requests that follow
+    } else {
+      lost(agent, refusal,
+           ending.signal != 0 ? "ended by signal " + std::to_string(ending.signal)
+                              : "exit status " + std::to_string(ending.exitStatus));
+    }
+  }
+
+  /// Whether that is the last that the agent has said.
+  static bool endsWith(const AgentProcess& agent, const std::regex& line) {
+    return std::regex_search(agent.errors(), line);
+  }
+
+  void lost(AgentProcess& agent, const Refusal& refusal, const std::string& how) {
+    campaign_.fail(how + ", with allocation " + std::to_string(refusal.number) + " of " +
+                   refusal.phase + " refused to\n" +
+                   test::readFile(agent.root().path() / "refused") + "standard error:\n" +
+                   agent.errors() + "log:\n" + agent.log());
+  }
+
+  const std::regex kUncaught{"Failed to go on in thread [^\n]+: Cannot allocate memory\n$"};
+  const std::regex kRefusedStart{"Failed to [^\n]+\n$"};
+  const std::regex kNoWorker{"Failed to (create task|start a worker thread) in module "};
+
+  Campaign& campaign_;
+  test::EndpointProcess endpoint_;
+  Figure& wentOn_ = campaign_.figure("went_on");
+  Figure& didNotStart_ = campaign_.figure("did_not_start");
+  Figure& noWorker_ = campaign_.figure("without_worker");
+  Figure& ended_ = campaign_.figure("ended_with_a_line");
+  Figure& notReached_ = campaign_.figure("not_reached");
+};
+
+}  // namespace
+}  // namespace qov::endure
+
+int main(int argc, char** argv) {
+  qov::endure::Campaign campaign(argc, argv);
+  ::setenv("TMPDIR", campaign.folder().c_str(), 1);
+  {
+    qov::endure::Memory memory(campaign);
+    memory.run();
+  }
+  return campaign.end();
+}

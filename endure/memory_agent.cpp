@@ -1,0 +1,188 @@
+// The agent of campaign "memory". In one phase of its life one allocation fails; what it does in
+// that phase, but for start and stop, it then does once more, and that must succeed.
+//   QOV_ENDURE_PHASE    start, request, exchange, reload or stop
+//   QOV_ENDURE_REFUSED  which allocation of the phase fails: 1 for the first, 0 for none
+// How many allocations the phase had stands in the file "counted" of its root directory when it
+// ends in order, who asked for the one that failed in the file "refused". Exit status 9: what came
+// after it did not succeed; standard error says what.
+#include <ace/Singleton.h>
+#include <ace/Thread_Mutex.h>
+#include <fcntl.h>
+#include <qovpub/qov_app.h>
+#include <qovpub/qov_exception.h>
+#include <qovpub/qov_long_socket.h>
+#include <qovpub/qov_utility.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "endure/memory_agent.h"
+#include "endure/one_refusal.h"
+#include "tests/process/modules/agent_files.h"
+#include "tests/process/modules/own_message.h"
+#include "tests/support/files.h"
+#include "tools/common/endpoint_protocol.h"
+
+namespace {
+
+using qov::endure::OneRefusal;
+
+const std::string kPhase = std::getenv("QOV_ENDURE_PHASE");
+constexpr const char* kReloaded = "Log settings in force";
+constexpr const char* kNotReloaded = "; the log stays as it is";
+constexpr std::chrono::seconds kLost{3};
+
+/// The part of the life in which an allocation fails, if it is that one.
+class Phase {
+ public:
+  explicit Phase(const std::string& name) : isIt_(name == kPhase) {
+    if (isIt_) {
+      constexpr int kFlags = O_WRONLY | O_CREAT | O_CLOEXEC;
+      OneRefusal::begin(std::atol(std::getenv("QOV_ENDURE_REFUSED")),
+                        ::open(qov::test::agentFile("refused").c_str(), kFlags, 0600));
+    }
+  }
+  ~Phase() {
+    if (isIt_) {
+      const long count = OneRefusal::end();
+      qov::test::makeFile("counted", std::to_string(count));
+    }
+  }
+  Phase(const Phase&) = delete;
+  Phase& operator=(const Phase&) = delete;
+
+ private:
+  const bool isIt_;
+};
+
+std::mutex mutex;
+std::condition_variable hasAsked;
+std::optional<bool> answered;
+
+/// False also for a message that gets lost on its way to the one that asks.
+bool request() {
+  {
+    const std::lock_guard<std::mutex> lock(mutex);
+    answered.reset();
+  }
+  auto message = qov::test::aMessageTo(qov::endure::kAskingModule);
+  message->head().opc_ = qov::endure::kGoAndAsk;
+  const CQOV_MsgPackage* const pointer = message.get();
+  ACE_Message_Block* const block = new ACE_Message_Block(sizeof pointer);
+  block->copy(reinterpret_cast<const char*>(&pointer), sizeof pointer);
+  CQOV_Module_Loader& loader = *ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance();
+  if (loader.sendMsg(qov::endure::kAskingModule, block) != 0) {
+    block->release();
+    return false;
+  }
+  static_cast<void>(message.release());
+  std::unique_lock<std::mutex> lock(mutex);
+  hasAsked.wait_for(lock, kLost, [] { return answered.has_value(); });
+  return answered.value_or(false);
+}
+
+bool exchange(CQOVLongSocket& link) {
+  using namespace qov::endpoint;
+  CT7QPackageV3 message;
+  message.addRecord(command(kGetNext, kInterfaces));
+  return link.sendMsg(&message) == 0;
+}
+
+int records(const char* text) {
+  const std::string log = qov::test::readFile(QOV_Utility::getProcessLogFileName());
+  int count = 0;
+  for (std::size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+/// Whether the settings are in force; what came of it has to be told in any case.
+bool reload() {
+  const OneRefusal::Exempt exempt;
+  const int reloaded = records(kReloaded);
+  const int notReloaded = records(kNotReloaded);
+  ::kill(::getpid(), SIGUSR1);
+  const auto limit = std::chrono::steady_clock::now() + kLost;
+  while (std::chrono::steady_clock::now() < limit) {
+    if (records(kReloaded) > reloaded) {
+      return true;
+    }
+    if (records(kNotReloaded) > notReloaded) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  std::cerr << "No record says what came of a reload" << std::endl;
+  std::_Exit(9);
+}
+
+template <class Work>
+void inPhase(const std::string& name, const Work& work) {
+  {
+    const Phase phase(name);
+    try {
+      work();
+    } catch (const std::bad_alloc&) {
+      // What an exchange may give.
+    }
+  }
+  if (!work()) {
+    std::cerr << "Failed to do this once more after the phase: " << name << std::endl;
+    std::_Exit(9);
+  }
+}
+
+void live() {
+  {
+    const OneRefusal::Exempt exempt;  // of the director, not of the modules
+    inPhase("request", [] { return request(); });
+  }
+  CQOVLongSocket link;
+  inPhase("exchange", [&link] { return exchange(link); });
+  inPhase("reload", [] { return reload(); });
+}
+
+int run(int argc, char** argv) {
+  std::optional<Phase> stopping;  // to the end of the frame
+  std::optional<Phase> starting(std::in_place, "start");
+  CQOVapp app;
+  if (app.init(argc, argv) != 0) {
+    return 1;
+  }
+  starting.reset();
+  std::thread director([&stopping] {
+    live();
+    stopping.emplace("stop");
+    ::kill(::getpid(), SIGTERM);
+  });
+  app.event_loop_done();
+  director.join();
+  return 0;
+}
+
+}  // namespace
+
+extern "C" void qov_endure_asked(bool isAnswered) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  answered = isAnswered;
+  hasAsked.notify_one();
+}
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const CQOV_Exception& e) {
+    std::cerr << e.what() << '\n';
+    return 1;
+  }
+}

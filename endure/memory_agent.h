@@ -1,0 +1,19 @@
+#ifndef QOV_ENDURE_MEMORY_AGENT_H
+#define QOV_ENDURE_MEMORY_AGENT_H
+
+#include <cstdint>
+
+/// What the agent of campaign "memory" and its two modules agree on.
+namespace qov::endure {
+
+constexpr std::uint8_t kAskingModule = 70;
+constexpr std::uint8_t kAnsweringModule = 71;
+constexpr std::uint64_t kGoAndAsk = 1;  ///< to the asking one, which then asks the other one
+constexpr std::uint64_t kQuestion = 2;
+
+}  // namespace qov::endure
+
+/// The program's, for the asking module: whether its request was answered.
+extern "C" void qov_endure_asked(bool answered);
+
+#endif

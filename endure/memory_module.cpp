@@ -1,0 +1,57 @@
+// One of the two modules of campaign "memory".
+//   QOV_ENDURE_GID  its gid
+#include <qovpub/qov_handlers.h>
+#include <qovpub/qov_module.h>
+#include <qovpub/qov_request.h>
+
+#include <chrono>
+#include <string>
+
+#include "endure/memory_agent.h"
+
+namespace {
+
+constexpr std::uint64_t kCommand = 7;
+constexpr std::uint16_t kName = 1;
+const std::string kLongName(100, 'n');
+
+/// Tells the program how the request ended, whatever way the handler is left.
+class Result {
+ public:
+  ~Result() { qov_endure_asked(answered_); }
+  void set(bool answered) { answered_ = answered; }
+
+ private:
+  bool answered_ = false;
+};
+
+class Worker : public QOVHandlers<Worker> {
+ public:
+  explicit Worker(CQOV_TaskMgr* module)
+      : QOVHandlers(module, {{qov::endure::kGoAndAsk, &Worker::ask},
+                             {qov::endure::kQuestion, &Worker::answer}}) {}
+
+ private:
+  int ask(CQOV_MsgPackage&) {
+    Result result;
+    QOVRequest request(*this, qov::endure::kAnsweringModule, qov::endure::kQuestion);
+    request.addRecord(kCommand).addString(kName, kLongName);
+    result.set(static_cast<bool>(request.ask(std::chrono::seconds(1))));
+    return 0;
+  }
+
+  int answer(CQOV_MsgPackage& request, CQOV_MsgPackage& answer) {
+    answer.addRecord(kCommand).addString(kName, std::string(request[0].getString(kName)));
+    return 0;
+  }
+};
+
+class Module : public CQOV_TaskMgr {
+ public:
+  Module() : CQOV_TaskMgr(QOV_ENDURE_GID, 1, "memory") {}
+  CQOV_Task* createTask() override { return new Worker(this); }
+};
+
+}  // namespace
+
+QOV_MODULE(Module)
