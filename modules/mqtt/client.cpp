@@ -140,8 +140,10 @@ struct Client::Callbacks {
   static Client& of(void* client) { return *static_cast<Client*>(client); }
 
   static void set(mosquitto* client) {
-    mosquitto_connect_v5_callback_set(client, [](mosquitto*, void* self, int reason, int flags,
-                                                 const mosquitto_property* properties) {
+    mosquitto_connect_v5_callback_set(client, [](mosquitto* connected, void* self, int reason,
+                                                 int flags, const mosquitto_property* properties) {
+      // It writes a line for each packet from here on; its errors tell of what went before.
+      mosquitto_log_callback_set(connected, nullptr);
       of(self).largestPacket_ = std::numeric_limits<std::uint32_t>::max();
       mosquitto_property_read_int32(properties, MQTT_PROP_MAXIMUM_PACKET_SIZE,
                                     &of(self).largestPacket_, false);
