@@ -1,9 +1,14 @@
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
+#include <thread>
 
 #include "bench/fleet_clients.h"
 
@@ -11,6 +16,7 @@ namespace {
 
 constexpr int kKeepAlive = 60;
 constexpr int kQos = 1;
+constexpr int kAnswerQos = 0;  ///< as the module's answers
 constexpr const char* kAskersTopic = "/response/asker";
 
 void check(int result, const char* what) {
@@ -45,19 +51,76 @@ void end(mosquitto* client) {
   mosquitto_lib_cleanup();
 }
 
-void publishJson(mosquitto* client, const std::string& topic, const std::string& payload,
+void publishJson(mosquitto* client, const std::string& topic, const std::string& payload, int qos,
                  mosquitto_property* properties) {
   mosquitto_property_add_byte(&properties, MQTT_PROP_PAYLOAD_FORMAT_INDICATOR, 1);
   mosquitto_property_add_string(&properties, MQTT_PROP_CONTENT_TYPE, "application/json");
   check(mosquitto_publish_v5(client, nullptr, topic.c_str(), static_cast<int>(payload.size()),
-                             payload.data(), kQos, false, properties),
+                             payload.data(), qos, false, properties),
         "publish");
   mosquitto_property_free_all(&properties);
 }
 
+/// A thread that works for a client as mosquitto_loop_start()'s does, but waits with poll().
+class PollingThread {
+ public:
+  explicit PollingThread(mosquitto* client)
+      : client_(client), bell_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+    mosquitto_threaded_set(client, true);
+  }
+  ~PollingThread() { ::close(bell_); }
+  PollingThread(const PollingThread&) = delete;
+  PollingThread& operator=(const PollingThread&) = delete;
+
+  void start() {
+    thread_ = std::thread([this] { run(); });
+  }
+  void stop() {
+    stopping_ = true;
+    ring();
+    thread_.join();
+  }
+  /// There is something to write.
+  void ring() {
+    if (!hasRung_.exchange(true)) {
+      ::eventfd_write(bell_, 1);
+    }
+  }
+
+ private:
+  void run() {
+    constexpr int kOneSecond = 1000;
+    constexpr int kPackets = 1;
+    while (!stopping_ || mosquitto_want_write(client_)) {
+      const short writing = mosquitto_want_write(client_) ? POLLOUT : 0;
+      pollfd waits[]{{bell_, POLLIN, 0},
+                     {mosquitto_socket(client_), static_cast<short>(POLLIN | writing), 0}};
+      ::poll(waits, 2, kOneSecond);
+      if (waits[0].revents != 0) {
+        eventfd_t count = 0;
+        ::eventfd_read(bell_, &count);
+        hasRung_ = false;
+      }
+      if ((waits[1].revents & ~POLLOUT) != 0) {
+        check(mosquitto_loop_read(client_, kPackets), "read");
+      }
+      if (mosquitto_want_write(client_)) {
+        check(mosquitto_loop_write(client_, kPackets), "write");
+      }
+      mosquitto_loop_misc(client_);
+    }
+  }
+
+  mosquitto* const client_;
+  const int bell_;
+  std::atomic<bool> hasRung_{false};
+  std::atomic<bool> stopping_{false};
+  std::thread thread_;
+};
+
 class BareClient : public FleetClient {
  public:
-  BareClient(Fleet& fleet, int node)
+  BareClient(Fleet& fleet, int node, bool polls)
       : fleet_(fleet),
         root_(rootOf(fleet.name, node)),
         eventTopic_(root_ + "/event/40/4097"),
@@ -69,12 +132,29 @@ class BareClient : public FleetClient {
         client_,
         [](mosquitto*, void* self, const mosquitto_message* message,
            const mosquitto_property* properties) { of(self).answer(*message, properties); });
-    start(client_, fleet.port);
+    if (!polls) {
+      start(client_, fleet.port);
+      return;
+    }
+    polling_.emplace(client_);
+    check(mosquitto_connect_async(client_, "127.0.0.1", fleet.port, kKeepAlive), "connect");
+    polling_->start();
   }
-  ~BareClient() override { end(client_); }
+  ~BareClient() override {
+    if (!polling_) {
+      end(client_);
+      return;
+    }
+    polling_->stop();
+    mosquitto_destroy(client_);
+    mosquitto_lib_cleanup();
+  }
 
   void publish(const std::string& payload) override {
-    publishJson(client_, eventTopic_, payload, nullptr);
+    publishJson(client_, eventTopic_, payload, kQos, nullptr);
+    if (polling_) {
+      polling_->ring();
+    }
   }
 
  private:
@@ -98,7 +178,7 @@ class BareClient : public FleetClient {
     publishJson(client_, topic,
                 std::string(static_cast<const char*>(message.payload),
                             static_cast<std::size_t>(message.payloadlen)),
-                answering);
+                kAnswerQos, answering);
     std::free(topic);
     std::free(correlation);
   }
@@ -107,6 +187,7 @@ class BareClient : public FleetClient {
   const std::string root_;
   const std::string eventTopic_;
   mosquitto* const client_;
+  std::optional<PollingThread> polling_;
 };
 
 }  // namespace
@@ -122,8 +203,8 @@ void Progress::waitFor(std::uint64_t count) {
   }
 }
 
-std::unique_ptr<FleetClient> makeBareClient(Fleet& fleet, int node) {
-  return std::make_unique<BareClient>(fleet, node);
+std::unique_ptr<FleetClient> makeBareClient(Fleet& fleet, int node, bool polls) {
+  return std::make_unique<BareClient>(fleet, node, polls);
 }
 
 Asker::Asker(int port) : client_(makeClient("asker", this)) {
@@ -183,7 +264,8 @@ bool Asker::askOnce(const std::string& root, const std::string& payload) {
                                 (root + kAskersTopic).c_str());
   mosquitto_property_add_binary(&properties, MQTT_PROP_CORRELATION_DATA, number.data(),
                                 static_cast<std::uint16_t>(number.size()));
-  publishJson(client_, root + "/request/" + std::to_string(kAnsweringModule), payload, properties);
+  publishJson(client_, root + "/request/" + std::to_string(kAnsweringModule), payload, kQos,
+              properties);
   lock.lock();
   return changed_.wait_for(lock, kLongest, [this] { return answered_ == asked_; });
 }

@@ -53,9 +53,11 @@ void printRow(const std::string& what, std::vector<double> rounds, const char* w
 constexpr std::uint64_t kWindow = 1000;
 constexpr std::uint64_t kStoredWindow = 8000;
 
-/// libmosquitto's own thread waits with select(), which knows descriptors below 1024, and each
-/// client has three.
-constexpr int kMostBare = 300;
+/// Of bare clients with libmosquitto's own threads: each has three descriptors, and those threads
+/// know 1024.
+constexpr int kMostOwnThreads = 300;
+
+constexpr double kMicro = 1e6;
 
 /// Of what this process has in memory.
 double kilobytes() {
@@ -64,6 +66,12 @@ double kilobytes() {
   constexpr double kKilobyte = 1024;
   return pages * static_cast<double>(::sysconf(_SC_PAGESIZE)) / kKilobyte;
 }
+
+/// How events went.
+struct Speed {
+  double perSecond;
+  double microseconds;  ///< of the processors, for each, without the broker's
+};
 
 /// A fleet that has come online.
 class RunningFleet {
@@ -86,12 +94,12 @@ class RunningFleet {
   double kilobytesEach() const { return kilobytesEach_; }
   const Fleet& fleet() const { return fleet_; }
 
-  /// Each client by turns sends one, until there are `events`; returns how many the broker takes in
-  /// a second.
-  double eventsPerSecond(int events, std::uint64_t window) {
+  /// Each client by turns sends one, until there are `events`, and the broker has taken all.
+  Speed speedOf(int events, std::uint64_t window) {
     window = std::max<std::uint64_t>(window, 16 * clients_.size());
     const std::uint64_t before = fleet_.acknowledged.count();
     const Stopwatch watch;
+    const Stopwatch processors(CLOCK_PROCESS_CPUTIME_ID);
     for (int i = 0; i < events; ++i) {
       if (sent_ - before >= window && fleet_.acknowledged.count() + window <= sent_) {
         fleet_.acknowledged.waitFor(sent_ - window / 2);
@@ -99,7 +107,7 @@ class RunningFleet {
       clients_[sent_++ % clients_.size()]->publish(kEvent);
     }
     fleet_.acknowledged.waitFor(sent_);
-    return events / watch.seconds();
+    return {events / watch.seconds(), kMicro * processors.seconds() / events};
   }
 
   /// Of one request at a time, to each client by turns.
@@ -120,12 +128,43 @@ class RunningFleet {
   double kilobytesEach_ = 0;
 };
 
+/// The rounds of one fleet's events.
+class Rounds {
+ public:
+  explicit Rounds(std::string title) : title_(std::move(title)) {}
+
+  void add(const Speed& speed) {
+    perSecond_.push_back(speed.perSecond);
+    microseconds_.push_back(speed.microseconds);
+  }
+  void print() const {
+    printRow(title_ + ": events per second", perSecond_);
+    printRow(title_ + ": microseconds of the processors for an event", microseconds_);
+  }
+  /// Round by round.
+  void printAgainst(const Rounds& bare, const std::string& bareTitle, const char* wanted) const {
+    std::vector<double> ratios;
+    std::vector<double> costs;
+    for (std::size_t i = 0; i < perSecond_.size(); ++i) {
+      ratios.push_back(perSecond_[i] / bare.perSecond_[i]);
+      costs.push_back(microseconds_[i] / bare.microseconds_[i]);
+    }
+    printRow(title_ + ": events per second, against " + bareTitle, ratios, wanted);
+    printRow(title_ + ": processors' time, against " + bareTitle, costs);
+  }
+
+ private:
+  const std::string title_;
+  std::vector<double> perSecond_;
+  std::vector<double> microseconds_;
+};
+
 /// All that is measured with fleets of one size.
 class Measurement {
  public:
   explicit Measurement(int size)
       : size_(size),
-        bareSize_(std::min(size, kMostBare)),
+        bareTitle_(size > kMostOwnThreads ? "bare clients with poll()" : "bare clients"),
         title_("fleet of " + std::to_string(size) + ": "),
         rounds_(isShort() ? 1 : 9),
         events_(isShort() ? 10 * size : std::max(20000, 20 * size)),
@@ -147,9 +186,15 @@ class Measurement {
     return (root_.path() / "data" / (std::to_string(node) + ".outbox")).string();
   }
 
+  Make makeBare() const {
+    return [polls = size_ > kMostOwnThreads](Fleet& fleet, int node) {
+      return makeBareClient(fleet, node, polls);
+    };
+  }
+
   void measureRunning() {
     Asker asker(broker_.port());
-    RunningFleet bare("bare", broker_.port(), bareSize_, makeBareClient);
+    RunningFleet bare("bare", broker_.port(), size_, makeBare());
     RunningFleet agents("agent", broker_.port(), size_, [this](Fleet& fleet, int node) {
       return makeAgent(fleet, node, "", task_.get());
     });
@@ -172,44 +217,39 @@ class Measurement {
     std::vector<double> ratios;
     for (int i = 0; i < std::min(rounds_, 5); ++i) {
       theirs.push_back(
-          RunningFleet("bare", broker_.port(), bareSize_, makeBareClient).secondsUntilOnline());
+          RunningFleet("bare", broker_.port(), size_, makeBare()).secondsUntilOnline());
       ours.push_back(RunningFleet("agent", broker_.port(), size_, [](Fleet& fleet, int node) {
                        return makeAgent(fleet, node, "", nullptr);
                      }).secondsUntilOnline());
-      ratios.push_back(ours.back() / size_ / (theirs.back() / bareSize_));
+      ratios.push_back(ours.back() / theirs.back());
     }
     printRow(title_ + "seconds until all are online", ours);
-    printRow(title_ + "the same of " + std::to_string(bareSize_) + " bare clients", theirs);
-    printRow(title_ + "until one more is online, against bare clients", ratios);
+    printRow(title_ + "the same of " + bareTitle_, theirs);
+    printRow(title_ + "until all are online, against " + bareTitle_, ratios);
   }
 
   void measureEvents(RunningFleet& bare, RunningFleet& agents, RunningFleet& stored) const {
-    std::vector<double> theirs;
-    std::vector<double> without;
-    std::vector<double> with;
-    std::vector<double> ratioWithout;
-    std::vector<double> ratioWith;
+    Rounds theirs(title_ + bareTitle_);
+    Rounds without(title_ + "without outbox");
+    Rounds with(title_ + "with outbox");
     for (int i = 0; i < rounds_; ++i) {
-      theirs.push_back(bare.eventsPerSecond(events_, kWindow));
-      without.push_back(agents.eventsPerSecond(events_, kWindow));
-      with.push_back(stored.eventsPerSecond(events_, kStoredWindow));
-      ratioWithout.push_back(without.back() / theirs.back());
-      ratioWith.push_back(with.back() / theirs.back());
+      theirs.add(bare.speedOf(events_, kWindow));
+      without.add(agents.speedOf(events_, kWindow));
+      with.add(stored.speedOf(events_, kStoredWindow));
     }
-    printRow(title_ + "events per second of bare clients", theirs);
-    printRow(title_ + "events per second without outbox", without);
-    printRow(title_ + "events per second with outbox", with);
-    printRow(title_ + "events without outbox, against bare clients", ratioWithout, ">= 0.9");
-    printRow(title_ + "events with outbox, against bare clients", ratioWith, ">= 0.6");
+    for (const Rounds* const rounds : {&theirs, &without, &with}) {
+      rounds->print();
+    }
+    without.printAgainst(theirs, bareTitle_, ">= 0.9");
+    with.printAgainst(theirs, bareTitle_, ">= 0.6");
   }
 
   void measureRequests(Asker& asker, const RunningFleet& bare, const RunningFleet& agents) const {
     agents.secondsOfRequest(asker, size_);
-    bare.secondsOfRequest(asker, bareSize_);
+    bare.secondsOfRequest(asker, size_);
     std::vector<double> theirs;
     std::vector<double> ours;
     std::vector<double> ratios;
-    constexpr double kMicro = 1e6;
     for (int i = 0; i < rounds_; ++i) {
       theirs.push_back(kMicro * bare.secondsOfRequest(asker, requests_));
       ours.push_back(kMicro * agents.secondsOfRequest(asker, requests_));
@@ -221,7 +261,7 @@ class Measurement {
   }
 
   const int size_;
-  const int bareSize_;
+  const std::string bareTitle_;
   const std::string title_;
   const int rounds_;
   const int events_;

@@ -54,8 +54,9 @@ constexpr int kAnsweringModule = 31;
 std::unique_ptr<FleetClient> makeAgent(Fleet& fleet, int node, const std::string& outbox,
                                        CQOV_Task* sender);
 
-/// libmosquitto with its own thread, and as little around it as can be.
-std::unique_ptr<FleetClient> makeBareClient(Fleet& fleet, int node);
+/// libmosquitto with its own thread, and as little around it as can be. With `polls` the thread is
+/// ours: that library's waits with select(), which knows descriptors below 1024.
+std::unique_ptr<FleetClient> makeBareClient(Fleet& fleet, int node, bool polls);
 
 struct mosquitto;
 

@@ -2,7 +2,10 @@
 
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <qovpub/qov_exception.h>
+#include <sys/socket.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -104,6 +107,11 @@ std::size_t mostBytesOf(const Outgoing& message) {
   return bytes;
 }
 
+void setOption(int socket, int option) {
+  constexpr int kOn = 1;
+  ::setsockopt(socket, IPPROTO_TCP, option, &kOn, sizeof kOn);
+}
+
 /// What the broker would say to a message that libmosquitto does not take; else 0. What finds the
 /// connection broken is kept for the next one.
 int reasonOf(int result) {
@@ -132,8 +140,10 @@ struct Client::Callbacks {
   static Client& of(void* client) { return *static_cast<Client*>(client); }
 
   static void set(mosquitto* client) {
-    mosquitto_connect_v5_callback_set(client, [](mosquitto*, void* self, int reason, int flags,
-                                                 const mosquitto_property* properties) {
+    mosquitto_connect_v5_callback_set(client, [](mosquitto* connected, void* self, int reason,
+                                                 int flags, const mosquitto_property* properties) {
+      // It writes a line for each packet from here on; its errors tell of what went before.
+      mosquitto_log_callback_set(connected, nullptr);
       of(self).largestPacket_ = std::numeric_limits<std::uint32_t>::max();
       mosquitto_property_read_int32(properties, MQTT_PROP_MAXIMUM_PACKET_SIZE,
                                     &of(self).largestPacket_, false);
@@ -196,7 +206,6 @@ std::optional<Cause> Client::make() {
   Callbacks::set(client_.get());
   mosquitto_int_option(client_.get(), MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
   mosquitto_int_option(client_.get(), MOSQ_OPT_SEND_MAXIMUM, kMostUnacknowledged);
-  mosquitto_int_option(client_.get(), MOSQ_OPT_TCP_NODELAY, 1);
   if (const int result = settings_.tls ? configureTls() : MOSQ_ERR_SUCCESS; result != 0) {
     return causeOf(result);
   }
@@ -274,8 +283,12 @@ std::optional<Cause> Client::connect(const std::string& topic, const std::string
   constexpr int kQos = 1;
   mosquitto_will_set(client_.get(), topic.c_str(), static_cast<int>(will.size()), will.data(), kQos,
                      true);
-  return causeOf(mosquitto_connect_bind_async(client_.get(), settings_.host.c_str(), settings_.port,
-                                              keepAlive(), nullptr));
+  const int result = mosquitto_connect_bind_async(client_.get(), settings_.host.c_str(),
+                                                  settings_.port, keepAlive(), nullptr);
+  if (result == MOSQ_ERR_SUCCESS) {
+    setOption(socket(), TCP_CORK);
+  }
+  return causeOf(result);
 }
 
 int Client::socket() const {
@@ -300,6 +313,11 @@ std::optional<Cause> Client::serve(bool canRead, bool canWrite) {
     result = mosquitto_loop_misc(client_.get());
   }
   return causeOf(result);
+}
+
+void Client::flush() const {
+  // Beside TCP_CORK this sends what there is now, and no more.
+  setOption(socket(), TCP_NODELAY);
 }
 
 void Client::disconnect(bool orderly) {

@@ -54,6 +54,8 @@ class Client {
   /// Reads and writes what can be, and keeps the connection alive: to be called at least once a
   /// second. The cause if the connection has broken.
   std::optional<Cause> serve(bool canRead, bool canWrite);
+  /// Sends what publish() and serve() have written. Small packets wait for it and go together.
+  void flush() const;
   /// Closes the connection. With `orderly` the broker forgets the last will.
   void disconnect(bool orderly);
 

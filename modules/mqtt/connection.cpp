@@ -154,6 +154,9 @@ class Connection::Loop : private Client::Listener {
     const auto span = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
     // That of a connection that has failed may still be open, and nobody serves it.
     const int socket = state_ == State::kWaiting ? -1 : client_.socket();
+    if (socket >= 0) {
+      client_.flush();
+    }
     const bool holdsBack = manyAnswersWait();
     const short reading = holdsBack ? 0 : POLLIN;
     const short writing = client_.wantsToWrite() ? POLLOUT : 0;

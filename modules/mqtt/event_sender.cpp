@@ -61,6 +61,7 @@ void EventSender::open() {
   inFlight_.clear();
   taken_.clear();
   published_ = 0;
+  newest_ = 0;
   hasMore_ = true;
   isRefused_ = false;
   std::error_code failure;
@@ -285,6 +286,7 @@ void EventSender::publishMore() {
           return;
         }
         published_ = number;
+        newest_ = std::max(newest_, number);
       }
     }
   } catch (const DatabaseError& failure) {
@@ -303,6 +305,9 @@ bool EventSender::startsAgain() {
 }
 
 bool EventSender::isUnderWay(std::uint64_t number) const {
+  if (number > newest_) {
+    return false;
+  }
   return std::find(taken_.begin(), taken_.end(), number) != taken_.end() ||
          std::any_of(inFlight_.begin(), inFlight_.end(),
                      [number](const auto& one) { return one.second == number; });

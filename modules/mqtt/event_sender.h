@@ -121,6 +121,7 @@ class EventSender {
   std::uint64_t lastToken_ = 0;
   std::vector<std::uint64_t> taken_;  ///< numbers that the broker has, still in the outbox
   std::uint64_t published_ = 0;       ///< up to this number all are in flight or have been
+  std::uint64_t newest_ = 0;          ///< beyond this number none was ever
   bool hasMore_ = true;               ///< there may be some beyond
   bool isRefused_ = false;            ///< some the broker does not take now; see nextTry_
   BackOff backOff_;

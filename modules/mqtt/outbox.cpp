@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <random>
@@ -53,13 +54,13 @@ Outbox::Outbox(const std::string& file, const Limits& limits)
       id_(readId()),
       size_(readSize()),
       insert_(database_, "INSERT INTO events(module, opc, text, payload) VALUES(?, ?, ?, ?)"),
-      remove_(database_, "DELETE FROM events WHERE number = ? RETURNING length(payload)"),
-      removeOldest_(database_,
-                    "DELETE FROM events WHERE number = (SELECT min(number) FROM events) "
-                    "RETURNING length(payload)"),
+      measure_(database_,
+               "SELECT count(*), total(length(payload)) FROM events WHERE number BETWEEN ? AND ?"),
+      remove_(database_, "DELETE FROM events WHERE number BETWEEN ? AND ?"),
+      oldest_(database_, "SELECT min(number) FROM events"),
       next_(database_,
             "SELECT number, module, opc, text, payload FROM events WHERE number > ? "
-            "ORDER BY number LIMIT 1") {}
+            "ORDER BY number") {}
 
 Database Outbox::opened(const std::string& file) {
   Database database(file);
@@ -103,18 +104,41 @@ void Outbox::raiseNumbers() {
       "PRAGMA wal_checkpoint(TRUNCATE)");
 }
 
-std::uint64_t Outbox::remove(Statement& statement) {
-  std::uint64_t removed = 0;
-  for (; statement.step(); ++removed) {
-    --size_.rows;
-    size_.bytes -= statement.number(0) + kRowBytes;
+/// The broker acknowledges them about in their order: what stands together goes together.
+void Outbox::remove(std::vector<std::uint64_t> numbers) {
+  std::sort(numbers.begin(), numbers.end());
+  for (auto first = numbers.begin(); first != numbers.end();) {
+    auto end = first + 1;
+    while (end != numbers.end() && *end == *(end - 1) + 1) {
+      ++end;
+    }
+    remove(*first, *(end - 1));
+    first = end;
   }
-  return removed;
+}
+
+void Outbox::remove(std::uint64_t first, std::uint64_t last) {
+  measure_.begin().with(first).with(last).step();
+  const std::uint64_t rows = measure_.number(0);
+  size_.rows -= rows;
+  size_.bytes -= measure_.number(1) + rows * kRowBytes;
+  measure_.begin();
+  remove_.begin().with(first).with(last).step();
+}
+
+void Outbox::removeOldest() {
+  oldest_.begin().step();
+  const std::uint64_t number = oldest_.number(0);
+  oldest_.begin();
+  remove(number, number);
 }
 
 std::uint64_t Outbox::commit(const std::vector<Event>& events,
                              const std::vector<std::uint64_t>& taken) {
   const Limits before = size_;
+  // It reads what was there before.
+  reached_ = 0;
+  next_.begin();
   try {
     if (!events.empty() && !isRaised_) {
       raiseNumbers();
@@ -124,9 +148,7 @@ std::uint64_t Outbox::commit(const std::vector<Event>& events,
     // the disk.
     database_.execute(events.empty() ? "PRAGMA synchronous=NORMAL" : "PRAGMA synchronous=FULL");
     Transaction transaction(database_);
-    for (const std::uint64_t number : taken) {
-      remove(remove_.begin().with(number));
-    }
+    remove(taken);
     for (const Event& event : events) {
       insert_.begin().with(event.module).with(event.opc).with(std::uint64_t{event.isText});
       insert_.with(event.payload).step();
@@ -134,10 +156,9 @@ std::uint64_t Outbox::commit(const std::vector<Event>& events,
       size_.bytes += event.payload.size() + kRowBytes;
     }
     std::uint64_t dropped = 0;
-    for (std::uint64_t removed = 1;
-         removed != 0 && (size_.rows > limits_.rows || size_.bytes > limits_.bytes);) {
-      removed = remove(removeOldest_.begin());
-      dropped += removed;
+    while (size_.rows > limits_.rows || size_.bytes > limits_.bytes) {
+      removeOldest();
+      ++dropped;
     }
     transaction.finish();
     return dropped;
@@ -148,7 +169,12 @@ std::uint64_t Outbox::commit(const std::vector<Event>& events,
 }
 
 std::optional<StoredEvent> Outbox::next(std::uint64_t number) {
-  if (!next_.begin().with(number).step()) {
+  if (number == 0 || number != reached_) {
+    next_.begin().with(number);
+  }
+  reached_ = 0;
+  if (!next_.step()) {
+    next_.begin();
     return std::nullopt;
   }
   StoredEvent stored;
@@ -157,7 +183,7 @@ std::optional<StoredEvent> Outbox::next(std::uint64_t number) {
   stored.event.opc = next_.number(2);
   stored.event.isText = next_.number(3) != 0;
   stored.event.payload = next_.bytes(4);
-  next_.begin();
+  reached_ = stored.number;
   return stored;
 }
 

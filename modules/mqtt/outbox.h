@@ -49,7 +49,7 @@ class Outbox {
   /// nothing. Returns how many it has dropped.
   std::uint64_t commit(const std::vector<Event>& events, const std::vector<std::uint64_t>& taken);
 
-  /// The oldest one with a number above `number`.
+  /// The oldest one with a number above `number`. It is cheap when that is the one of before.
   std::optional<StoredEvent> next(std::uint64_t number);
 
   std::uint64_t rows() const { return size_.rows; }
@@ -58,19 +58,24 @@ class Outbox {
  private:
   static Database opened(const std::string& file);
   std::string readId() const;
+  /// Of all.
   Limits readSize() const;
   void raiseNumbers();
-  /// Runs a statement that removes rows and returns the length of each payload.
-  std::uint64_t remove(Statement& statement);
+  void remove(std::vector<std::uint64_t> numbers);
+  /// Those from `first` to `last`.
+  void remove(std::uint64_t first, std::uint64_t last);
+  void removeOldest();
 
   const Limits limits_;
   Database database_;
   const std::string id_;
   Limits size_;
-  bool isRaised_ = false;  ///< the numbers, since the file was opened
+  bool isRaised_ = false;      ///< the numbers, since the file was opened
+  std::uint64_t reached_ = 0;  ///< where next_ stands; 0 for nowhere
   Statement insert_;
+  Statement measure_;
   Statement remove_;
-  Statement removeOldest_;
+  Statement oldest_;
   Statement next_;
 };
 

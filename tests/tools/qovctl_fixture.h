@@ -45,8 +45,9 @@ class QovctlTest : public ::testing::Test {
   }
 
   bool waitForOutput(const std::string& text) const {
-    return waitUntil([&] { return readFile(outputFile_).find(text) != std::string::npos; });
+    return waitUntil([&] { return output().find(text) != std::string::npos; });
   }
+  std::string output() const { return readFile(outputFile_); }
 
   /// For the next starts: the name two.test has the addresses ::1 and 127.0.0.1, in this order.
   void knowsTwo() { program_ = QOVCTL_KNOWING_TWO; }

@@ -39,9 +39,12 @@ class Asking {
         publishTo(*next);
       }
       broker_.wait(asked_.front().end);
-      takeAnswer();
+      const bool hasTaken = takeAnswer();
       takeRefusals();
-      giveUp();
+      // While this program waited for whoever reads it, answers have come in time.
+      if (!hasTaken) {
+        giveUp();
+      }
     }
   }
 
@@ -66,21 +69,23 @@ class Asking {
              std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(timeout_))});
   }
 
-  void takeAnswer() {
+  /// False if there was none.
+  bool takeAnswer() {
     const auto delivery = broker_.take();
     const auto topic = delivery ? agentTopicOf(delivery->topic) : std::nullopt;
     const auto found = std::find_if(asked_.begin(), asked_.end(), [&](const Asked& each) {
       return topic && each.agent == topic->agent && each.correlation == delivery->correlation;
     });
     if (found == asked_.end()) {
-      return;
+      return false;
     }
     Outcome outcome = outcomeOf(*delivery);
     outcome.agent = found->agent;
     outcome.milliseconds =
-        std::chrono::duration<double, std::milli>(Clock::now() - found->start).count();
+        std::chrono::duration<double, std::milli>(delivery->time - found->start).count();
     asked_.erase(found);
     answers_.add(outcome);
+    return true;
   }
 
   static Outcome outcomeOf(const Delivery& delivery) {

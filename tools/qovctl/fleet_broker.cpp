@@ -209,6 +209,14 @@ void Broker::check(int result, const std::string& what) const {
   }
 }
 
+/// What finds the connection broken is no fault of what was to be sent.
+void Broker::checkSent(int result, const std::string& what) const {
+  if (result == MOSQ_ERR_NO_CONN || result == MOSQ_ERR_CONN_LOST || result == MOSQ_ERR_ERRNO) {
+    failLoop(result);
+  }
+  check(result, what);
+}
+
 void Broker::failConnection(ExitCode code, const std::string& why) const {
   throw Failure(code, "no connection to " + name_ + ": " + why +
                           (lastError_.empty() ? "" : " " + lastError_));
@@ -217,8 +225,8 @@ void Broker::failConnection(ExitCode code, const std::string& why) const {
 void Broker::subscribe(const std::string& filter, int qos) {
   const NoPipeSignal quiet;
   subscribed_.reset();
-  check(mosquitto_subscribe_v5(client_.get(), nullptr, filter.c_str(), qos, 0, nullptr),
-        "subscription to " + filter);
+  checkSent(mosquitto_subscribe_v5(client_.get(), nullptr, filter.c_str(), qos, 0, nullptr),
+            "subscription to " + filter);
   waitFor([this] { return subscribed_.has_value(); }, "no answer to the subscription to " + filter);
   if (*subscribed_ >= kRefusal) {
     throw Failure(kEndpointError, name_ + " refuses the subscription to " + filter + ": " +
@@ -237,10 +245,10 @@ int Broker::publish(const Question& question) {
       "timeout", std::to_string(std::lround(std::min(question.timeout, kLongestOfAgents) * 1000)));
   const NoPipeSignal quiet;
   int id = 0;
-  check(mosquitto_publish_v5(client_.get(), &id, question.topic.c_str(),
-                             static_cast<int>(question.payload.size()), question.payload.data(), 1,
-                             false, properties.get()),
-        "request to " + question.topic);
+  checkSent(mosquitto_publish_v5(client_.get(), &id, question.topic.c_str(),
+                                 static_cast<int>(question.payload.size()), question.payload.data(),
+                                 1, false, properties.get()),
+            "request to " + question.topic);
   return id;
 }
 
@@ -331,6 +339,7 @@ void Broker::onMessage(mosquitto*, void* broker, const mosquitto_message* messag
   delivery.topic = message->topic;
   delivery.payload.assign(static_cast<const char*>(message->payload),
                           static_cast<std::size_t>(message->payloadlen));
+  delivery.time = Clock::now();
   delivery.retained = message->retain;
   readProperties(properties, delivery);
   auto& self = *static_cast<Broker*>(broker);

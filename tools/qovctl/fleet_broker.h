@@ -23,6 +23,7 @@ namespace qov::ctl {
 struct Delivery {
   std::string topic;
   std::string payload;
+  std::chrono::steady_clock::time_point time;
   bool retained = false;    ///< it was there before the subscription
   std::string contentType;  ///< empty without one, as are the next three
   std::string correlation;
@@ -91,6 +92,7 @@ class Broker {
   void setCallbacks();
   void connect();
   void check(int result, const std::string& what) const;
+  void checkSent(int result, const std::string& what) const;
   [[noreturn]] void failConnection(ExitCode code, const std::string& why) const;
   [[noreturn]] void failLoop(int result) const;
   void loop(Clock::time_point time);

@@ -84,6 +84,29 @@ TEST_F(MqttOutbox, ForgetsWhatWasTaken) {
   EXPECT_EQ(outbox->bytes(), 2 * (Outbox::kRowBytes + 1));
 }
 
+TEST_F(MqttOutbox, ForgetsWhatWasTakenInAnyOrder) {
+  store({"a", "b", "c", "d", "e"});
+  store({}, {5, 2, 3, 3, 9, 1});
+  EXPECT_THAT(held(), ElementsAre("4d"));
+  EXPECT_EQ(outbox->rows(), 1U);
+  EXPECT_EQ(outbox->bytes(), Outbox::kRowBytes + 1);
+}
+
+TEST_F(MqttOutbox, IsReadOnAsItChanges) {
+  store({"a", "b", "c"});
+  open();
+  EXPECT_EQ(outbox->next(0)->event.payload, "a");
+  store({"d"}, {2});
+  EXPECT_EQ(outbox->next(1)->event.payload, "c");
+  const auto last = outbox->next(3);
+  ASSERT_TRUE(last);
+  EXPECT_EQ(last->event.payload, "d");
+  EXPECT_FALSE(outbox->next(last->number));
+  store({"e"});
+  EXPECT_EQ(outbox->next(last->number)->event.payload, "e");
+  EXPECT_EQ(outbox->next(0)->event.payload, "a");
+}
+
 TEST_F(MqttOutbox, IsAsItWasAfterAReopen) {
   store({"a", "bc"}, {});
   const std::string id = outbox->id();
