@@ -1,0 +1,69 @@
+#include "endure/own_process.h"
+
+#include <malloc.h>
+#include <qovpub/qov_utility.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+#include "tests/support/sanitizers.h"
+
+namespace qov::endure {
+namespace {
+
+constexpr std::int64_t kKilobyte = 1024;
+
+void writeText(const std::filesystem::path& file, const std::string& text) {
+  std::ofstream(file) << text;
+}
+
+}  // namespace
+
+void makeRoot(const std::filesystem::path& root, const std::string& log,
+              const std::vector<std::string>& modules) {
+  ::setenv("QOV_ROOT", root.c_str(), 1);
+  std::string process;
+  CProcInfo::getProcName(process);
+  const std::filesystem::path conf = root / "conf" / process;
+  std::filesystem::create_directories(conf);
+  std::filesystem::create_directories(root / "log");
+  writeText(conf / (process + ".cfg"), "[QOV_GLOBAL]\nPROC_PID=7\n[LOG_CFG]\n" + log);
+  for (const std::string& module : modules) {
+    writeText(conf / (module + ".mod"), "");
+  }
+}
+
+std::size_t ownThreads() {
+  const std::filesystem::directory_iterator threads("/proc/self/task");
+  return static_cast<std::size_t>(std::distance(begin(threads), end(threads)));
+}
+
+OwnMemory ownMemory() {
+  ::malloc_trim(0);
+  OwnMemory memory;
+  std::int64_t pages = 0;
+  std::ifstream("/proc/self/statm") >> pages >> pages;
+  memory.resident_ = pages * ::sysconf(_SC_PAGESIZE) / kKilobyte;
+  const struct mallinfo2 heap = ::mallinfo2();
+  memory.heap_ = static_cast<std::int64_t>(heap.uordblks + heap.hblkhd) / kKilobyte;
+  return memory;
+}
+
+bool memoryIsMeasured() {
+  return QOV_TEST_ASAN == 0 && QOV_TEST_TSAN == 0;
+}
+
+std::int64_t Flatness::growth() const {
+  constexpr std::ptrdiff_t kQuarters = 4;
+  const std::ptrdiff_t quarter = static_cast<std::ptrdiff_t>(values_.size()) / kQuarters;
+  if (quarter == 0) {
+    return 0;
+  }
+  const auto last = values_.end() - quarter;
+  return *std::max_element(last, values_.end()) - *std::max_element(last - quarter, last);
+}
+
+}  // namespace qov::endure
