@@ -2,12 +2,15 @@
 // when it looks at the size of the log file.
 #include <chrono>
 #include <csignal>
+#include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "endure/campaign.h"
 #include "tests/process/agent_process.h"

@@ -6,10 +6,14 @@
 #include <qovpub/qov_module_loader.h>
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "endure/campaign.h"
+#include "endure/flatness.h"
 #include "endure/own_process.h"
 #include "endure/traffic.h"
 
@@ -75,7 +79,8 @@ class MessagesCampaign {
 
  private:
   void live(CQOVapp& app) {
-    Traffic traffic(campaign_, lateness_);
+    Traffic traffic(campaign_.random()(), lateness_,
+                    [this](const std::string& what) { campaign_.fail(what); });
     if (begin(app)) {
       traffic.feed();
       flow();

@@ -4,12 +4,9 @@
 #include <qovpub/qov_utility.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-
-#include "tests/support/sanitizers.h"
 
 namespace qov::endure {
 namespace {
@@ -50,20 +47,6 @@ OwnMemory ownMemory() {
   const struct mallinfo2 heap = ::mallinfo2();
   memory.heap_ = static_cast<std::int64_t>(heap.uordblks + heap.hblkhd) / kKilobyte;
   return memory;
-}
-
-bool memoryIsMeasured() {
-  return QOV_TEST_ASAN == 0 && QOV_TEST_TSAN == 0;
-}
-
-std::int64_t Flatness::growth() const {
-  constexpr std::ptrdiff_t kQuarters = 4;
-  const std::ptrdiff_t quarter = static_cast<std::ptrdiff_t>(values_.size()) / kQuarters;
-  if (quarter == 0) {
-    return 0;
-  }
-  const auto last = values_.end() - quarter;
-  return *std::max_element(last, values_.end()) - *std::max_element(last - quarter, last);
 }
 
 }  // namespace qov::endure

@@ -24,22 +24,6 @@ struct OwnMemory {
 };
 OwnMemory ownMemory();
 
-/// Whether those figures tell something: a sanitizer keeps what was freed.
-bool memoryIsMeasured();
-
-/// Numbers that are to stay flat over the last half of a campaign.
-class Flatness {
- public:
-  void add(std::int64_t value) { values_.push_back(value); }
-
-  /// By how much the highest value of the last quarter is above the highest of the quarter before;
-  /// 0 while there are too few to tell.
-  std::int64_t growth() const;
-
- private:
-  std::vector<std::int64_t> values_;
-};
-
 }  // namespace qov::endure
 
 #endif

@@ -5,7 +5,9 @@
 
 #include <cassert>
 #include <memory>
+#include <random>
 #include <stdexcept>
+#include <utility>
 
 #include "endure/traffic_sender.h"
 
@@ -195,11 +197,13 @@ void feedFrom(Traffic& traffic, CQOV_TaskMgr& module) {
 
 std::atomic<std::uint64_t> Traffic::lastSerial_{0};
 
-Traffic::Traffic(Campaign& campaign, Lateness& lateness)
-    : campaign_(campaign), lateness_(lateness), seed_(campaign.random()()) {
-  constexpr std::int64_t kMostWorkers = 8;
+Traffic::Traffic(std::uint64_t seed, Lateness& lateness,
+                 std::function<void(const std::string&)> wrong)
+    : seed_(seed), lateness_(lateness), wrong_(std::move(wrong)) {
+  constexpr unsigned int kMostWorkers = 8;
+  std::mt19937_64 random(seed);
   for (unsigned int& size : poolSizes_) {
-    size = static_cast<unsigned int>(campaign.between(1, kMostWorkers));
+    size = std::uniform_int_distribution<unsigned int>(1, kMostWorkers)(random);
   }
   currentTraffic = this;
 }

@@ -7,11 +7,11 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "endure/campaign.h"
 #include "endure/lateness.h"
 #include "endure/traffic_counts.h"
 
@@ -31,7 +31,8 @@ namespace qov::endure {
 class Traffic {
  public:
   /// Modules that are loaded from now on, until the next one is made, take part in this one.
-  Traffic(Campaign& campaign, Lateness& lateness);
+  /// What is random comes from `seed`. `wrong` is called, by any thread, with what must not be.
+  Traffic(std::uint64_t seed, Lateness& lateness, std::function<void(const std::string&)> wrong);
   ~Traffic();
 
   Traffic(const Traffic&) = delete;
@@ -56,14 +57,14 @@ class Traffic {
   void join(CQOV_TaskMgr& module) { modules_.push_back(&module); }
 
   /// Something that must not be.
-  void wrong(const std::string& what) { campaign_.fail(what); }
+  void wrong(const std::string& what) const { wrong_(what); }
 
   static Traffic& current();
 
  private:
-  Campaign& campaign_;
-  Lateness& lateness_;
   const std::uint64_t seed_;
+  Lateness& lateness_;
+  const std::function<void(const std::string&)> wrong_;
   std::array<unsigned int, kTrafficModules> poolSizes_{};
   CountsOfAll counts_;
   std::atomic<bool> flows_{true};

@@ -1,5 +1,8 @@
 #include "endure/traffic_counts.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace qov::endure {
 namespace {
 
@@ -102,8 +105,12 @@ std::uint64_t lostNotices(const CountsOfAll& counts, std::size_t place) {
   return counts[place].told_ - ofAll(counts, &TrafficCounts::noticesOf_, place);
 }
 
-std::vector<std::string> differences(const CountsOfAll& counts,
-                                     const std::vector<QOVModuleStats>& stats) {
+std::vector<std::string> differences(const CountsOfAll& counts, std::vector<QOVModuleStats> stats) {
+  const auto isOther = [](const QOVModuleStats& module) {
+    return module.moduleId_ < kFirstTrafficModule ||
+           module.moduleId_ >= kFirstTrafficModule + kTrafficModules;
+  };
+  stats.erase(std::remove_if(stats.begin(), stats.end(), isOther), stats.end());
   if (stats.size() != kTrafficModules) {
     return {std::to_string(stats.size()) + " modules have figures"};
   }
