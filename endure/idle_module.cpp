@@ -53,7 +53,7 @@ class HourlyTask : public QOVPeriodicTask {
 class IdleModule : public CQOV_TaskMgr {
  public:
   IdleModule() : CQOV_TaskMgr(ownId(), kWorkers, nullptr), hourly_(this), beginning_(this) {
-    handlerLimit(std::chrono::seconds(10));
+    handlerLimit(std::chrono::seconds(1));
   }
 
   CQOV_Task* createTask() override { return new IdleWorker(this); }
