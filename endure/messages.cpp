@@ -64,16 +64,15 @@ class MessagesCampaign {
   void run() {
     makeRoot(campaign_.folder(), kLog,
              {"qov_endure_traffic_40", "qov_endure_traffic_41", "qov_endure_traffic_42"});
-    const std::size_t threads = ownThreads();
     {
       CQOVapp app;
       do {
         live(app);
-        endsWith(threads);
+        hasNoThreadLeft();
         measure();
       } while (campaign_.goesOn());
     }
-    endsWith(threads);
+    hasNoThreadLeft();
     judge();
   }
 
@@ -148,11 +147,17 @@ class MessagesCampaign {
 
   static void add(Figure& figure, std::uint64_t more) { figure += static_cast<std::int64_t>(more); }
 
-  void endsWith(std::size_t threads) {
-    if (!comesTrue([&] { return ownThreads() <= threads; })) {
-      campaign_.fail(std::to_string(ownThreads()) + " threads are left, not " +
-                     std::to_string(threads));
+  /// The frame's own, which watch over the stop, stay from the first life on.
+  void hasNoThreadLeft() {
+    const auto none = [this] {
+      const OwnThreads threads = ownThreads();
+      return threads.modules_ == 0 && (frameThreads_ == 0 || threads.all_ == frameThreads_);
+    };
+    if (!comesTrue(none)) {
+      campaign_.fail("there are " + std::to_string(ownThreads().all_) + " threads, not " +
+                     std::to_string(frameThreads_));
     }
+    frameThreads_ = ownThreads().all_;
   }
 
   void measure() {
@@ -180,6 +185,7 @@ class MessagesCampaign {
 
   Campaign& campaign_;
   Lateness lateness_;
+  std::size_t frameThreads_ = 0;
   Flatness resident_;
   Flatness heap_;
   Figure& lives_ = campaign_.figure("lives");

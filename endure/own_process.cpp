@@ -6,7 +6,7 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
+#include <string>
 
 namespace qov::endure {
 namespace {
@@ -33,9 +33,15 @@ void makeRoot(const std::filesystem::path& root, const std::string& log,
   }
 }
 
-std::size_t ownThreads() {
-  const std::filesystem::directory_iterator threads("/proc/self/task");
-  return static_cast<std::size_t>(std::distance(begin(threads), end(threads)));
+OwnThreads ownThreads() {
+  OwnThreads threads;
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::string name;
+    std::getline(std::ifstream(thread.path() / "comm"), name);
+    ++threads.all_;
+    threads.modules_ += name[0] == 'm' && name.find('-') != std::string::npos ? 1 : 0;
+  }
+  return threads;
 }
 
 OwnMemory ownMemory() {

@@ -14,8 +14,12 @@ namespace qov::endure {
 void makeRoot(const std::filesystem::path& root, const std::string& log,
               const std::vector<std::string>& modules);
 
-/// How many threads this process has.
-std::size_t ownThreads();
+/// How many threads this process has, and how many of them have a module's name.
+struct OwnThreads {
+  std::size_t all_ = 0;
+  std::size_t modules_ = 0;
+};
+OwnThreads ownThreads();
 
 /// What this process holds in memory, in kilobytes, after what it has freed was given back.
 struct OwnMemory {

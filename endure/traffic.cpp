@@ -24,6 +24,9 @@ constexpr unsigned int kFirstTask = 1;
 constexpr unsigned int kTasks = 2;
 constexpr unsigned int kFirstWorker = kFirstTask + kTasks;
 
+/// Of notices. With more, most workers wait for workers that wait, and most requests time out.
+constexpr std::uint32_t kWorkOneIn = 8;
+
 /// What the handlers of a task have in common.
 class TrafficReceiver {
  public:
@@ -130,7 +133,7 @@ class TrafficTask : public QOVStaticHandlers<TrafficTask, QOVPeriodicTask> {
     } else if (sender_.oneIn(2)) {
       sender_.askLater();
     } else {
-      sender_.tell(sender_.oneIn(2) ? kWork : kNote, &limit);
+      sender_.tell(sender_.oneIn(kWorkOneIn) ? kWork : kNote, &limit);
     }
   }
 
@@ -188,7 +191,7 @@ void feedFrom(Traffic& traffic, CQOV_TaskMgr& module) {
       }
     }
     for (std::uint32_t left = sender.between(0, 10); left > 0; --left) {
-      sender.tell(sender.oneIn(2) ? kWork : kNote, &kAtOnce);
+      sender.tell(sender.oneIn(kWorkOneIn) ? kWork : kNote, &kAtOnce);
     }
   }
 }
