@@ -1,5 +1,5 @@
-// A module that works once, when it has begun, and never again. The last two digits of its library's
-// name are its id, so that there may be many of them.
+// A module that works once, when it has begun, and never again. The last two digits of the name of
+// its library are its id, so that there may be many of them.
 #include <dlfcn.h>
 #include <qovpub/qov_handlers.h>
 #include <qovpub/qov_module.h>

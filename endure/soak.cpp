@@ -1,6 +1,6 @@
 // An agent as it runs in the field, for as long as it takes: a daemon with traffic between its
-// modules, the status module that is asked, the MQTT module with a broker that comes and goes, and a
-// log whose settings change.
+// modules, the status module that is asked, the MQTT module with a broker that comes and goes, and
+// a log whose settings change.
 #include <sys/types.h>
 
 #include <chrono>

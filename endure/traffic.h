@@ -17,14 +17,14 @@
 
 namespace qov::endure {
 
-/// The traffic of one life of the modules: everything that they send each other, at random, from the
-/// moment they are loaded until dryUp().
+/// The traffic of one life of the modules: everything that they send each other, at random, from
+/// the moment they are loaded until dryUp().
 ///
 ///   from                 what
 ///   threads of no task   notices, one by one and more at once than a module has room for
 ///   static tasks         each tick: notices, requests with a continuation, waits for its own pool
-///   workers              whatever a notice asks for: requests that they wait for, by QOVRequest and
-///                        by CQOV_Task::send(), requests with a continuation, notices
+///   workers              whatever a notice asks for: requests that they wait for, by QOVRequest
+///                        and by CQOV_Task::send(), requests with a continuation, notices
 ///   continuations        notices
 ///
 /// Thread: the main thread's; the modules' tasks use of(), flows(), serial() and wrong().

@@ -58,7 +58,8 @@ using CountsOfAll = std::array<TrafficCounts, kTrafficModules>;
 std::uint64_t lostNotices(const CountsOfAll& counts, std::size_t place);
 
 /// What is still under way, or does not add up between what the modules' tasks and what the library
-/// have counted in `stats`, of whichever modules, a line for each; none when traffic has ended and all adds up.
+/// have counted in `stats`, of whichever modules, a line for each; none when traffic has ended and
+/// all adds up.
 ///
 /// Every message is accounted for: a request is answered, or whoever asked is told why not; a
 /// notice is handled, or counted as dropped; an answer that came too late is counted as such.
