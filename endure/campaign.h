@@ -31,6 +31,7 @@ class Campaign {
   Campaign(const Campaign&) = delete;
   Campaign& operator=(const Campaign&) = delete;
 
+  std::chrono::seconds duration() const { return duration_; }
   std::uint64_t seed() const { return seed_; }
   std::mt19937_64& random() { return random_; }
   /// A number from `least` to `most`.

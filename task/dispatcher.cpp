@@ -39,6 +39,7 @@ CQOV_Leader_Task::Dispatcher::Dispatcher(CQOV_Leader_Task& leader, unsigned int 
       opcTasks_(kBuckets) {
   TaskContext::of(*scheduler_).queue_->countInto(queue_.admission());
   queue_.admission()->ledBy(turn_);
+  counters_.handlers_.wakeBy([this] { wakeOwnThread(); });
   queue_.notification_strategy(&notification_);
 }
 

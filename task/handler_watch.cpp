@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <new>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -36,7 +37,7 @@ HandlerWatch::~HandlerWatch() {
 }
 
 void HandlerWatch::follow() {
-  if (handlers_.limitHasChanged()) {
+  if (handlers_.hasChanged()) {
     stop();
     look();
   }
@@ -59,10 +60,11 @@ void HandlerWatch::look() {
   while (const auto late = handlers_.takeLate(now)) {
     tell(*late, now);
   }
-  if (handlers_.hasLimit()) {
+  const auto next = handlers_.hasLimit() ? handlers_.nextLate() : std::nullopt;
+  if (next) {
     // Behind the end of the limit: a handler that is just at it does not outlast it yet.
-    const auto left = std::chrono::floor<std::chrono::milliseconds>(handlers_.nextLate(now) - now) +
-                      std::chrono::milliseconds(1);
+    const auto left =
+        std::chrono::floor<std::chrono::milliseconds>(*next - now) + std::chrono::milliseconds(1);
     timerId_ = reactor_.schedule_timer(this, nullptr, ACE_Time_Value(left));
     if (timerId_ == kNoTimer) {
       throw std::bad_alloc();

@@ -12,7 +12,8 @@ class PendingRequests;
 
 /// Tells in the log of the handlers of a module that outlast the module's limit, while they run.
 /// Looks when the next one may do so, by a timer of the leader: no thread of its own, and a handler
-/// that hangs does not keep it from looking.
+/// that hangs does not keep it from looking. Where none runs there is no timer: the leader of a
+/// module that has nothing to do sleeps.
 ///
 /// Thread: who has the leader's turn; constructor and destructor while nobody has.
 /// Owns:   its timer. All else is borrowed.
@@ -23,7 +24,7 @@ class HandlerWatch final : public ACE_Event_Handler {
                const PendingRequests& pending);
   ~HandlerWatch() override;
 
-  /// Begins, goes on or ends as the limit says, if that has changed.
+  /// Begins, goes on or ends as the limit says, if that has changed or the first handler has begun.
   void follow();
 
   int handle_timeout(const ACE_Time_Value& now, const void* act) override;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 #include "task/activity_switch.h"
 #include "task/age_list_copy.h"
@@ -45,8 +46,16 @@ void RunningHandlers::limit(Duration limit) {
 }
 
 void RunningHandlers::add(Entry& entry) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  entries_.add(entry);
+  bool wakes = false;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    entries_.add(entry);
+    wakes = entry.hasLimit_ && std::exchange(isUnwatched_, false);
+  }
+  if (wakes) {
+    changed_ = true;
+    wake_();
+  }
 }
 
 void RunningHandlers::remove(Entry& entry) noexcept {
@@ -91,10 +100,11 @@ std::optional<RunningHandler> RunningHandlers::takeLate(Clock::time_point now) {
   return oldest->handler_;
 }
 
-RunningHandlers::Clock::time_point RunningHandlers::nextLate(Clock::time_point now) {
+std::optional<RunningHandlers::Clock::time_point> RunningHandlers::nextLate() {
   const std::lock_guard<std::mutex> lock(mutex_);
   const Entry* const oldest = oldestUntold();
-  return (oldest != nullptr ? oldest->begin() : now) + limit();
+  isUnwatched_ = oldest == nullptr;
+  return isUnwatched_ ? std::nullopt : std::optional(oldest->begin() + limit());
 }
 
 void RunningHandlers::list(unsigned int moduleId, std::vector<QOVRunningHandler>& handlers) const {

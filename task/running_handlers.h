@@ -7,9 +7,11 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "task/age_list.h"
@@ -82,14 +84,19 @@ class RunningHandlers {
   Duration limit() const { return limit_.load(std::memory_order_relaxed); }
   bool hasLimit() const { return limit() > Duration::zero(); }
 
-  /// Whether limit() was set since this was asked last.
-  bool limitHasChanged() { return changed_ && changed_.exchange(false); }
+  /// Called when somebody has to look again: a handler begins that the limit is for, and
+  /// nextLate() has said that there was none. On the handler's thread; set before the first one.
+  void wakeBy(std::function<void()> wake) { wake_ = std::move(wake); }
+
+  /// Whether limit() was set, or somebody woken to look again, since this was asked last.
+  bool hasChanged() { return changed_ && changed_.exchange(false); }
 
   /// A handler that has outlasted the limit at `now`, each once, the longest first.
   std::optional<RunningHandler> takeLate(Clock::time_point now);
 
-  /// No handler outlasts the limit earlier than this, by what is known at `now`. Only with a limit.
-  Clock::time_point nextLate(Clock::time_point now);
+  /// No handler that runs outlasts the limit earlier than this. Without one there is nothing to
+  /// look at until the next begins, which wakes who looks. Only with a limit.
+  std::optional<Clock::time_point> nextLate();
 
   // For QOVActivity: append what was noted for it, as of `moduleId`.
   void list(unsigned int moduleId, std::vector<QOVRunningHandler>& handlers) const;
@@ -106,10 +113,14 @@ class RunningHandlers {
   std::atomic<Duration> limit_{Duration::zero()};
   // Set after the limit.
   std::atomic<bool> changed_{false};
+  // Constant while handlers run.
+  std::function<void()> wake_;
 
   mutable std::mutex mutex_;
   // Guarded by mutex_.
   AgeList<Entry> entries_;
+  /// Nobody looks before the next one begins.
+  bool isUnwatched_ = false;
   /// Made for the first handler that somebody wants to know of, and then there to the end.
   std::unique_ptr<HandlerTimes> times_;
 };

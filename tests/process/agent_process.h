@@ -30,6 +30,8 @@ class AgentProcess {
 
   AgentRoot& root() { return root_; }
   const std::string& program() const { return program_; }
+  /// Of the process that was started.
+  pid_t pid() const { return started_; }
 
   /// For the next start.
   void setEnvironment(const std::string& name, const std::string& value);

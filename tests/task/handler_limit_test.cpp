@@ -231,7 +231,10 @@ class RunningHandlersTest : public ::testing::Test {
  protected:
   using Clock = qov::RunningHandlers::Clock;
 
-  RunningHandlersTest() { all_.limit(seconds(10)); }
+  RunningHandlersTest() {
+    all_.limit(seconds(10));
+    all_.wakeBy([this] { ++wakes_; });
+  }
 
   /// One that begins `offset` after the test.
   qov::RunningHandler beganAt(Clock::duration offset, std::uint64_t opc = 1) {
@@ -246,12 +249,15 @@ class RunningHandlersTest : public ::testing::Test {
     return late ? late->message_.opc_ : 0;
   }
 
-  Clock::duration nextLateAfter(Clock::duration elapsed) {
-    return all_.nextLate(begin_ + elapsed) - begin_;
+  /// When the next one is late, by the test's beginning; 0 when none runs.
+  Clock::duration nextLate() {
+    const auto next = all_.nextLate();
+    return next ? *next - begin_ : Clock::duration::zero();
   }
 
   CQOV_Task task_{nullptr};
   qov::RunningHandlers all_;
+  int wakes_ = 0;
   const Clock::time_point begin_ = Clock::now();
 };
 
@@ -268,7 +274,7 @@ TEST_F(RunningHandlersTest, NoneIsLateWithinTheLongestLimit) {
   all_.limit(milliseconds::max());
   const qov::RunningHandlers::Entry handler(all_, beganAt(seconds(0)));
   EXPECT_EQ(0U, lateAfter(hours(24)));
-  EXPECT_LT(hours(24), nextLateAfter(hours(24)));
+  EXPECT_LT(hours(24), nextLate());
 }
 
 TEST_F(RunningHandlersTest, OneThatHasEndedIsNotLate) {
@@ -293,18 +299,29 @@ TEST_F(RunningHandlersTest, ThoseInTheMiddleMayEndInAnyOrder) {
   second.reset();
   EXPECT_EQ(1U, lateAfter(seconds(100)));
   first.reset();
-  EXPECT_EQ(seconds(13), nextLateAfter(seconds(3)));
+  EXPECT_EQ(seconds(13), nextLate());
   EXPECT_EQ(3U, lateAfter(seconds(100)));
   third.reset();
-  EXPECT_EQ(seconds(30), nextLateAfter(seconds(20)));
+  EXPECT_EQ(seconds(0), nextLate());
 }
 
 TEST_F(RunningHandlersTest, KnowsWhenTheNextOneMayBeLate) {
-  EXPECT_EQ(seconds(15), nextLateAfter(seconds(5)));
+  EXPECT_EQ(seconds(0), nextLate());
   const qov::RunningHandlers::Entry handler(all_, beganAt(seconds(1)));
-  EXPECT_EQ(seconds(11), nextLateAfter(seconds(5)));
+  EXPECT_EQ(seconds(11), nextLate());
   EXPECT_EQ(1U, lateAfter(seconds(12)));
-  EXPECT_EQ(seconds(22), nextLateAfter(seconds(12)));
+  EXPECT_EQ(seconds(0), nextLate());
+}
+
+TEST_F(RunningHandlersTest, TheFirstToBeginWakesWhoHasFoundNone) {
+  { const qov::RunningHandlers::Entry unwatchedYet(all_, beganAt(seconds(0))); }
+  EXPECT_TRUE(all_.hasChanged());
+  EXPECT_EQ(0, wakes_);
+  EXPECT_EQ(seconds(0), nextLate());
+  const qov::RunningHandlers::Entry first(all_, beganAt(seconds(1)));
+  const qov::RunningHandlers::Entry second(all_, beganAt(seconds(2)));
+  EXPECT_EQ(1, wakes_);
+  EXPECT_TRUE(all_.hasChanged());
 }
 
 TEST_F(RunningHandlersTest, WithoutALimitNothingIsNoted) {
@@ -315,23 +332,51 @@ TEST_F(RunningHandlersTest, WithoutALimitNothingIsNoted) {
 }
 
 TEST_F(RunningHandlersTest, TellsOnceThatTheLimitHasChanged) {
-  EXPECT_TRUE(all_.limitHasChanged());
-  EXPECT_FALSE(all_.limitHasChanged());
+  EXPECT_TRUE(all_.hasChanged());
+  EXPECT_FALSE(all_.hasChanged());
   all_.limit(seconds(0));
-  EXPECT_TRUE(all_.limitHasChanged());
+  EXPECT_TRUE(all_.hasChanged());
 }
 
-TEST(HandlerWatch, EndsItsTimer) {
-  CQOV_Task task(nullptr);
-  qov::ModuleCounters counters(kModule);
-  qov::RunningHandlers handlers;
-  ACE_Reactor reactor;
-  const qov::PendingRequests pending(reactor, task, counters);
-  {
-    qov::HandlerWatch watch(kModule, reactor, handlers, pending);
-    handlers.limit(hours(1));
-    watch.follow();
-    EXPECT_FALSE(reactor.timer_queue()->is_empty());
+namespace {
+
+class HandlerWatchTest : public ::testing::Test {
+ protected:
+  HandlerWatchTest() : watch_(std::in_place, kModule, reactor_, handlers_, pending_) {
+    handlers_.wakeBy([this] { watch_->follow(); });
+    handlers_.limit(hours(1));
+    watch_->follow();
   }
-  EXPECT_TRUE(reactor.timer_queue()->is_empty());
+
+  bool hasTimer() { return !reactor_.timer_queue()->is_empty(); }
+
+  CQOV_Task task_{nullptr};
+  qov::ModuleCounters counters_{kModule};
+  qov::RunningHandlers handlers_;
+  ACE_Reactor reactor_;
+  const qov::PendingRequests pending_{reactor_, task_, counters_};
+  std::optional<qov::HandlerWatch> watch_;
+};
+
+}  // namespace
+
+TEST_F(HandlerWatchTest, HasNoTimerWhileNoHandlerRuns) {
+  EXPECT_FALSE(hasTimer());
+  {
+    const qov::RunningHandlers::Entry handler(
+        handlers_, {QOVMsgHead(), &task_, qov::RunningHandlers::Clock::now()});
+    EXPECT_TRUE(hasTimer());
+  }
+  // It looks again when nothing runs any more.
+  handlers_.limit(hours(1));
+  watch_->follow();
+  EXPECT_FALSE(hasTimer());
+}
+
+TEST_F(HandlerWatchTest, EndsItsTimer) {
+  const qov::RunningHandlers::Entry handler(
+      handlers_, {QOVMsgHead(), &task_, qov::RunningHandlers::Clock::now()});
+  EXPECT_TRUE(hasTimer());
+  watch_.reset();
+  EXPECT_FALSE(hasTimer());
 }

@@ -131,9 +131,10 @@ class QOV_EXPORT CQOV_TaskMgr {
   /// locks.
   ///
   /// A `limit` of 0 or less is none, as at the beginning, and costs nothing; more than 100 years
-  /// count as 100 years. A limit costs two locks of the module's own for each message. It takes the
-  /// place of the former one, also for handlers that run already; those that have begun while there
-  /// was no limit are not told of.
+  /// count as 100 years. A limit costs two locks of the module's own for each message and,
+  /// while there are any, wakes its leader up to twice in that time. It takes the place of the
+  /// former one, also for handlers that run already; those that have begun while there was no limit
+  /// are not told of.
   ///
   /// Handlers are those of workers and static scheduled tasks, and the continuations of
   /// QOVRequest::askLater(). From the stop of the module on none is told of. Without a leader

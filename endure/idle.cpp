@@ -1,0 +1,203 @@
+// An agent with many modules that nobody sends anything: no thread of it runs, but for the main one
+// when it looks at the size of the log file.
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "endure/campaign.h"
+#include "tests/process/agent_process.h"
+#include "tests/support/sanitizers.h"
+
+namespace qov::endure {
+namespace {
+
+using test::AgentProcess;
+using test::Ending;
+using test::readFile;
+using test::waitUntil;
+using Clock = std::chrono::steady_clock;
+using std::chrono::seconds;
+
+constexpr int kModules = QOV_ENDURE_MODULES;
+constexpr seconds kLogCheck(5);
+/// Of the main thread for one look at the log file: it wakes, and may wait for the disk.
+constexpr long kMostWaits = 2;
+/// In kilobytes. The first look at the log file touches pages that nobody has touched before.
+constexpr long kMostGrowth = 256;
+
+/// How often each thread of a process has waited for something: one that has not since the last
+/// look, and waits, has not run, so it has made no system call.
+struct Standstill {
+  std::map<int, long> waits_;
+  bool allWait_ = true;
+};
+
+long numberBehind(const std::string& text, const std::string& key) {
+  const std::size_t place = text.find(key);
+  return place == std::string::npos ? 0 : std::stol(text.substr(place + key.size()));
+}
+
+Standstill lookAt(pid_t process) {
+  Standstill found;
+  const std::filesystem::path folder = "/proc/" + std::to_string(process);
+  const std::string name = readFile(folder / "comm");
+  for (const auto& thread : std::filesystem::directory_iterator(folder / "task")) {
+    const int id = std::stoi(thread.path().filename());
+    const std::string status = readFile(thread.path() / "status");
+    // The agent's threads have names of their own; ThreadSanitizer's has the program's.
+    if (id != process && QOV_TEST_TSAN != 0 && readFile(thread.path() / "comm") == name) {
+      continue;
+    }
+    found.waits_[id] = numberBehind(status, "\nvoluntary_ctxt_switches:") +
+                       numberBehind(status, "\nnonvoluntary_ctxt_switches:");
+    found.allWait_ = found.allWait_ && status.find("\nState:\tS") != std::string::npos;
+  }
+  return found;
+}
+
+long residentOf(pid_t process) {
+  return numberBehind(readFile("/proc/" + std::to_string(process) + "/smaps_rollup"), "\nRss:");
+}
+
+class IdleCampaign {
+ public:
+  explicit IdleCampaign(Campaign& campaign)
+      : campaign_(campaign), libraries_(campaign.folder() / "lib") {}
+
+  void run() {
+    copyModules();
+    AgentProcess agent(QOV_ENDURE_AGENT);
+    const std::string before = std::getenv("LD_LIBRARY_PATH") != nullptr
+                                   ? ":" + std::string(std::getenv("LD_LIBRARY_PATH"))
+                                   : "";
+    agent.setEnvironment("LD_LIBRARY_PATH", libraries_.string() + before);
+    configure(agent);
+    agent.start({"-n"});
+    if (agent.waitForLog("Successed to init /") && standsStill(agent.pid())) {
+      watch(agent.pid());
+      end(agent);
+    } else {
+      campaign_.fail("the agent does not come to rest");
+    }
+    std::ofstream(campaign_.folder() / "agent.log") << agent.log() << agent.errors();
+  }
+
+ private:
+  static std::string nameOf(int module) {
+    return "idle" + std::string(module < 10 ? "0" : "") + std::to_string(module);
+  }
+
+  /// Copies: each has its own code and data, as modules have.
+  void copyModules() const {
+    std::filesystem::create_directories(libraries_);
+    for (int module = 0; module < kModules; ++module) {
+      std::filesystem::copy_file(QOV_ENDURE_IDLE_MODULE,
+                                 libraries_ / ("libqovp_" + nameOf(module) + ".so"));
+    }
+  }
+
+  static void configure(AgentProcess& agent) {
+    AgentRoot::write(agent.root().cfgFile(),
+                     "[QOV_GLOBAL]\nPROC_PID=7\n[LOG_CFG]\nSendTerminal=0\nChkInterval=" +
+                         std::to_string(kLogCheck.count()) +
+                         "\nLogFileMaxSize=10240\nLogFileMaxCnt=3\nLogLevel=2\n");
+    std::vector<std::string> modules;
+    for (int module = 0; module < kModules; ++module) {
+      modules.push_back(nameOf(module));
+    }
+    agent.useModules(modules);
+  }
+
+  /// Until every thread but the main one has stood still for two seconds: what the modules have
+  /// sent at their start is handled, and the time-outs that were set for that are over.
+  static bool standsStill(pid_t process) {
+    Standstill last;
+    return waitUntil([&] {
+      std::this_thread::sleep_for(seconds(2));
+      Standstill now = lookAt(process);
+      now.waits_.erase(process);
+      std::swap(last, now);
+      return last.allWait_ && last.waits_ == now.waits_ && !last.waits_.empty();
+    });
+  }
+
+  void watch(pid_t process) {
+    const Clock::time_point begin = Clock::now();
+    const Standstill first = lookAt(process);
+    threads_ = static_cast<std::int64_t>(first.waits_.size());
+    const long resident = residentOf(process);
+    while (campaign_.goesOn()) {
+      std::this_thread::sleep_for(seconds(1));
+      compare(first, lookAt(process), process);
+      const long looks = std::chrono::duration_cast<seconds>(Clock::now() - begin) / kLogCheck + 1;
+      if (mainWaits_ > looks * kMostWaits) {
+        campaign_.fail("the main thread has run " + std::to_string(mainWaits_) + " times in the " +
+                       "time of " + std::to_string(looks) + " looks at the log file");
+      }
+      resident_ = residentOf(process);
+      growth_ = resident_ - resident;
+      if (growth_ > kMostGrowth) {
+        campaign_.fail("memory has grown by " + std::to_string(growth_) + " KiB");
+      }
+    }
+  }
+
+  void compare(const Standstill& first, const Standstill& now, pid_t process) {
+    if (now.waits_.size() != first.waits_.size()) {
+      campaign_.fail("there are " + std::to_string(now.waits_.size()) + " threads");
+      return;
+    }
+    std::int64_t others = 0;
+    for (const auto& [thread, waits] : now.waits_) {
+      const auto before = first.waits_.find(thread);
+      const long more = before != first.waits_.end() ? waits - before->second : 1;
+      if (thread == process) {
+        mainWaits_ = more;
+      } else if (more != 0) {
+        others += more;
+        campaign_.fail("thread " + name(process, thread) + " has run " + std::to_string(more) +
+                       " times");
+      }
+    }
+    otherWaits_ = others;
+  }
+
+  static std::string name(pid_t process, int thread) {
+    std::string text =
+        readFile("/proc/" + std::to_string(process) + "/task/" + std::to_string(thread) + "/comm");
+    return text.substr(0, text.find('\n'));
+  }
+
+  void end(AgentProcess& agent) {
+    agent.send(SIGINT);
+    const Ending ending = agent.waitForEnd();
+    if (!ending.ended || ending.exitStatus != 0) {
+      campaign_.fail("the agent has not ended as it should");
+    }
+  }
+
+  Campaign& campaign_;
+  const std::filesystem::path libraries_;
+  Figure& threads_ = campaign_.figure("threads");
+  Figure& mainWaits_ = campaign_.figure("main_wakes");
+  Figure& otherWaits_ = campaign_.figure("other_wakes");
+  Figure& resident_ = campaign_.figure("rss_kb");
+  Figure& growth_ = campaign_.figure("rss_growth_kb");
+};
+
+}  // namespace
+}  // namespace qov::endure
+
+int main(int argc, char** argv) {
+  qov::endure::Campaign campaign(argc, argv);
+  qov::endure::IdleCampaign(campaign).run();
+  return campaign.end();
+}

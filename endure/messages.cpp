@@ -1,0 +1,230 @@
+// Three modules that send each other whatever modules can send, for as long as it takes: life after
+// life of a few seconds, each with pools of other sizes.
+#include <ace/DLL_Manager.h>
+#include <ace/Reactor.h>
+#include <ace/Time_Value.h>
+#include <qovpub/qov_app.h>
+#include <qovpub/qov_module_loader.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "endure/campaign.h"
+#include "endure/flatness.h"
+#include "endure/own_process.h"
+#include "endure/traffic.h"
+#include "tests/support/sanitizers.h"
+
+namespace qov::endure {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::seconds;
+
+/// Records of WARNING and ERROR, of which there are many; files that rotate all the time.
+constexpr const char* kLog =
+    "SendTerminal=0\nChkInterval=1\nLogFileMaxSize=2048\nLogFileMaxCnt=3\nLogLevel=4\n";
+
+constexpr const char* kTrafficLibraries[] = {"qov_endure_traffic_40", "qov_endure_traffic_41",
+                                             "qov_endure_traffic_42"};
+
+/// How late all but one time-out in a thousand may be, and for how long a run must last that a
+/// machine that is busy with something else does not decide it.
+constexpr std::chrono::milliseconds kMostLate(250);
+constexpr seconds kLongRun(60);
+
+/// How much memory may grow over the last half of the campaign, in kilobytes. What is allocated
+/// is the same after each life but for a few buffers that have grown once (of the log, of threads).
+/// What is resident may differ by the pages that the allocator cannot give back.
+constexpr std::int64_t kMostHeapGrowth = 64;
+constexpr std::int64_t kMostResidentGrowth = 4096;
+
+/// Long enough for a machine that is busy with something else.
+constexpr seconds kSettles(60);
+
+CQOV_Module_Loader& moduleLoader() {
+  return *ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance();
+}
+
+template <class Condition>
+bool comesTrue(const Condition& condition) {
+  const Clock::time_point limit = Clock::now() + kSettles;
+  while (!condition()) {
+    if (Clock::now() > limit) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return true;
+}
+
+class MessagesCampaign {
+ public:
+  explicit MessagesCampaign(Campaign& campaign) : campaign_(campaign) {}
+
+  void run() {
+    makeRoot(campaign_.folder(), kLog,
+             {std::begin(kTrafficLibraries), std::end(kTrafficLibraries)});
+    {
+      CQOVapp app;
+      do {
+        live(app);
+        hasNoThreadLeft();
+        measure();
+      } while (campaign_.goesOn());
+    }
+    hasNoThreadLeft();
+    judge();
+  }
+
+ private:
+  void live(CQOVapp& app) {
+    Traffic traffic(campaign_.random()(), lateness_,
+                    [this](const std::string& what) { campaign_.fail(what); });
+    if (begin(app)) {
+      traffic.feed();
+      flow();
+      traffic.dryUp();
+      settle(traffic);
+      note(traffic.counts());
+    }
+    moduleLoader().unload();
+    ++lives_;
+  }
+
+  /// The frame loads the modules of the first life.
+  bool begin(CQOVapp& app) {
+    char program[] = "endure_messages";
+    char foreground[] = "-n";
+    char* words[] = {program, foreground, nullptr};
+    const bool begun = lives_ == 0 ? app.init(2, words) == 0 : moduleLoader().load();
+    if (!begun) {
+      campaign_.fail("the modules were not loaded");
+    }
+    if (QOV_TEST_TSAN != 0 && lives_ == 0) {
+      keepLibraries();
+    }
+    return begun;
+  }
+
+  /// ThreadSanitizer reports the order of two locks of ACE's where a library goes for good.
+  static void keepLibraries() {
+    for (const char* const module : kTrafficLibraries) {
+      ACE_DLL_Manager::instance()->open_dll(module, RTLD_LAZY, ACE_SHLIB_INVALID_HANDLE);
+    }
+  }
+
+  /// What event_loop_done() does meanwhile.
+  void flow() {
+    const Clock::time_point end =
+        Clock::now() + std::chrono::milliseconds(campaign_.between(1000, 3000));
+    while (Clock::now() < end && campaign_.goesOn()) {
+      ACE_Time_Value most(0, 100000);
+      ACE_Reactor::instance()->handle_events(most);
+    }
+  }
+
+  void settle(Traffic& traffic) {
+    std::vector<std::string> open;
+    const auto settled = [&] {
+      open = differences(traffic.counts(), getModuleStats());
+      return open.empty();
+    };
+    if (!comesTrue(settled)) {
+      for (const std::string& difference : open) {
+        campaign_.fail(difference);
+      }
+    }
+  }
+
+  void note(const CountsOfAll& counts) {
+    for (std::size_t place = 0; place < kTrafficModules; ++place) {
+      const TrafficCounts& own = counts[place];
+      std::uint64_t answers = 0;
+      for (const TrafficCounts& other : counts) {
+        answers += other.answersTo_[place];
+      }
+      add(requests_, own.asked_);
+      add(answered_, own.answered_ + own.refused_);
+      add(timedOut_, own.timedOut_);
+      add(lateAnswers_, answers - own.answered_ - own.refused_);
+      add(noReceiver_, own.noReceiver_ + own.toldNobody_);
+      add(noRoom_, own.noRoom_ + own.noRoomLater_ + own.askNotTaken_ + own.tellNotTaken_);
+      add(notices_, own.told_);
+      add(lostNotices_, lostNotices(counts, place));
+    }
+    latest_ = lateness_.allButOneIn(1000).count();
+  }
+
+  static void add(Figure& figure, std::uint64_t more) { figure += static_cast<std::int64_t>(more); }
+
+  /// The frame's own, which watch over the stop, stay from the first life on.
+  void hasNoThreadLeft() {
+    const auto none = [this] {
+      const OwnThreads threads = ownThreads();
+      return threads.modules_ == 0 && (frameThreads_ == 0 || threads.all_ == frameThreads_);
+    };
+    if (!comesTrue(none)) {
+      campaign_.fail("there are " + std::to_string(ownThreads().all_) + " threads, not " +
+                     std::to_string(frameThreads_));
+    }
+    frameThreads_ = ownThreads().all_;
+  }
+
+  void measure() {
+    const OwnMemory memory = ownMemory();
+    residentNow_ = memory.resident_;
+    heapNow_ = memory.heap_;
+    resident_.add(memory.resident_);
+    heap_.add(memory.heap_);
+  }
+
+  void judge() {
+    residentGrowth_ = resident_.growth();
+    heapGrowth_ = heap_.growth();
+    if (memoryIsMeasured() &&
+        (residentGrowth_ > kMostResidentGrowth || heapGrowth_ > kMostHeapGrowth)) {
+      campaign_.fail("memory has grown over the last half: resident by " +
+                     std::to_string(residentGrowth_) + " KiB, allocated by " +
+                     std::to_string(heapGrowth_) + " KiB");
+    }
+    if (campaign_.duration() >= kLongRun && latest_ > kMostLate.count()) {
+      campaign_.fail("one time-out in a thousand was " + std::to_string(latest_) +
+                     " ms late or more");
+    }
+  }
+
+  Campaign& campaign_;
+  Lateness lateness_;
+  std::size_t frameThreads_ = 0;
+  Flatness resident_;
+  Flatness heap_;
+  Figure& lives_ = campaign_.figure("lives");
+  Figure& requests_ = campaign_.figure("requests");
+  Figure& answered_ = campaign_.figure("answered");
+  Figure& timedOut_ = campaign_.figure("timed_out");
+  Figure& lateAnswers_ = campaign_.figure("late_answers");
+  Figure& noReceiver_ = campaign_.figure("no_receiver");
+  Figure& noRoom_ = campaign_.figure("no_room");
+  Figure& notices_ = campaign_.figure("notices");
+  Figure& lostNotices_ = campaign_.figure("lost_notices");
+  Figure& latest_ = campaign_.figure("late_p999_ms");
+  Figure& residentNow_ = campaign_.figure("rss_kb");
+  Figure& residentGrowth_ = campaign_.figure("rss_growth_kb");
+  Figure& heapNow_ = campaign_.figure("heap_kb");
+  Figure& heapGrowth_ = campaign_.figure("heap_growth_kb");
+};
+
+}  // namespace
+}  // namespace qov::endure
+
+int main(int argc, char** argv) {
+  qov::endure::Campaign campaign(argc, argv);
+  qov::endure::MessagesCampaign(campaign).run();
+  return campaign.end();
+}

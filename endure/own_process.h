@@ -1,0 +1,33 @@
+#ifndef QOV_ENDURE_OWN_PROCESS_H
+#define QOV_ENDURE_OWN_PROCESS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace qov::endure {
+
+/// Makes `root` what "QOV_ROOT" names for this process: a configuration with `log`, the lines of
+/// "LOG_CFG", and a marker for each of `modules`. Before the library is used.
+void makeRoot(const std::filesystem::path& root, const std::string& log,
+              const std::vector<std::string>& modules);
+
+/// How many threads this process has, and how many of them have a module's name.
+struct OwnThreads {
+  std::size_t all_ = 0;
+  std::size_t modules_ = 0;
+};
+OwnThreads ownThreads();
+
+/// What this process holds in memory, in kilobytes, after what it has freed was given back.
+struct OwnMemory {
+  std::int64_t resident_ = 0;
+  std::int64_t heap_ = 0;  ///< allocated and not freed
+};
+OwnMemory ownMemory();
+
+}  // namespace qov::endure
+
+#endif

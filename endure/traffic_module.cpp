@@ -1,0 +1,10 @@
+// One of the modules of the campaign "messages", whose code is in the program.
+//   QOV_ENDURE_GID  its id
+#include <qovpub/qov_export.h>
+
+#include "endure/traffic.h"
+
+extern "C" QOV_EXPORT CQOV_TaskMgr* QOV_CreateModule();
+extern "C" QOV_EXPORT CQOV_TaskMgr* QOV_CreateModule() {
+  return qov::endure::makeTrafficModule(QOV_ENDURE_GID);
+}
