@@ -9,7 +9,7 @@
 #include <mutex>
 
 #include "modules/mqtt/settings.h"
-#include "tests/modules/mqtt/broker.h"
+#include "tests/modules/mqtt/watcher.h"
 #include "tests/support/process_end.h"
 
 namespace qov::test {
@@ -26,14 +26,13 @@ constexpr int kTooLarge = 149;
 class MqttConnection : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (!Broker::isInstalled()) {
-      GTEST_SKIP() << "no broker; install it with: apt-get install mosquitto mosquitto-clients";
+    if (const std::string why = whyNoBroker(); !why.empty()) {
+      GTEST_SKIP() << why;
     }
   }
   void TearDown() override { connection.reset(); }
 
-  void startAt(Broker& broker) {
-    broker.start();
+  void startAt(const MqttBroker& broker) {
     mqtt::Settings settings;
     settings.host = "127.0.0.1";
     settings.port = broker.port();
@@ -77,7 +76,7 @@ class MqttConnection : public ::testing::Test {
 
 TEST_F(MqttConnection, RefusesEveryMessageThatIsLargerThanTheBrokerTakes) {
   constexpr std::size_t kLargest = 300;
-  Broker broker("allow_anonymous true\nmax_packet_size " + std::to_string(kLargest) + "\n");
+  const MqttBroker broker("max_packet_size " + std::to_string(kLargest) + "\n");
   startAt(broker);
   for (std::size_t size = 1; size <= kLargest; ++size) {
     publish(std::string(size, 'a'));
@@ -88,24 +87,22 @@ TEST_F(MqttConnection, RefusesEveryMessageThatIsLargerThanTheBrokerTakes) {
 }
 
 TEST_F(MqttConnection, RefusesWhatABrokerWithASmallerLimitDoesNotTakeAgain) {
-  Broker broker;
+  MqttBroker broker;
   startAt(broker);
   broker.freeze();
   publish(std::string(1000, 'a'));
   publish("b");
   broker.stop(SIGKILL);
-  broker.set("allow_anonymous true\nmax_packet_size 500\n");
-  broker.start();
+  broker.startWith("max_packet_size 500\n");
   ASSERT_TRUE(settles(2));
   EXPECT_THAT(settled(), ElementsAre(kTooLarge, 0));
 }
 
 TEST_F(MqttConnection, TakesMoreWhenTheBrokerDoes) {
-  Broker broker("allow_anonymous true\nmax_packet_size 500\n");
+  MqttBroker broker("max_packet_size 500\n");
   startAt(broker);
   broker.stop(SIGTERM);
-  broker.set("allow_anonymous true\n");
-  broker.start();
+  broker.startWith("");
   ASSERT_TRUE(waitUntil([&] { return connection->counts().connections == 2; }));
   publish(std::string(1000, 'a'));
   ASSERT_TRUE(settles(1));
@@ -114,7 +111,7 @@ TEST_F(MqttConnection, TakesMoreWhenTheBrokerDoes) {
 
 TEST_F(MqttConnection, PublishesInTheirOrderWhatWasNotAcknowledged) {
   constexpr std::size_t kCount = 200;
-  Broker broker;
+  MqttBroker broker(kKeepsAll);
   startAt(broker);
   const Watcher watcher(broker);
   broker.saveSessions();

@@ -54,7 +54,7 @@ struct Requester::Callbacks {
   }
 };
 
-Requester::Requester(const Broker& broker, const std::string& responses)
+Requester::Requester(const MqttBroker& broker, const std::string& responses)
     : client_((mosquitto_lib_init(), mosquitto_new(nullptr, true, this))) {
   mosquitto_int_option(client_, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
   mosquitto_int_option(client_, MOSQ_OPT_SEND_MAXIMUM, 1000);
