@@ -2,6 +2,7 @@
 
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <openssl/ssl.h>
 #include <qovpub/qov_exception.h>
 
 #include <cerrno>
@@ -284,6 +285,11 @@ int Client::socket() const {
 
 bool Client::wantsToWrite() const {
   return mosquitto_want_write(client_.get());
+}
+
+bool Client::hasUnread() const {
+  const auto* const tls = static_cast<const SSL*>(mosquitto_ssl_get(client_.get()));
+  return tls != nullptr && SSL_pending(tls) > 0;
 }
 
 std::optional<Cause> Client::serve(bool canRead, bool canWrite) {

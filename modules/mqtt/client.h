@@ -51,6 +51,8 @@ class Client {
   /// -1 while there is no connection.
   int socket() const;
   bool wantsToWrite() const;
+  /// Whether TLS holds something to read that does not make the socket readable any more.
+  bool hasUnread() const;
   /// Reads and writes what can be, and keeps the connection alive: to be called at least once a
   /// second. The cause if the connection has broken.
   std::optional<Cause> serve(bool canRead, bool canWrite);

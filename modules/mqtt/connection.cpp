@@ -155,19 +155,23 @@ class Connection::Loop : private Client::Listener {
     // That of a connection that has failed may still be open, and nobody serves it.
     const int socket = state_ == State::kWaiting ? -1 : client_.socket();
     const bool holdsBack = manyAnswersWait();
+    const bool hasUnread = state_ != State::kWaiting && !holdsBack && client_.hasUnread();
     const short reading = holdsBack ? 0 : POLLIN;
     const short writing = client_.wantsToWrite() ? POLLOUT : 0;
     pollfd descriptors[]{{bell_.descriptor(), POLLIN, 0},
                          {socket, static_cast<short>(reading | writing), 0}};
-    const int ready = ::poll(descriptors, 2, span > 0 ? static_cast<int>(span) : 0);
+    ::poll(descriptors, 2, span > 0 && !hasUnread ? static_cast<int>(span) : 0);
     if (descriptors[0].revents != 0) {
       bell_.hush();
     }
     if (state_ != State::kWaiting) {
       const short found = descriptors[1].revents;
       // A broker that takes nothing may wait until what it has sent is read.
-      const bool isStuck = holdsBack && ready == 0;
-      serve((found & ~POLLOUT) != 0 || isStuck, (found & POLLOUT) != 0);
+      const bool isStuck = holdsBack && Clock::now() >= lastMove_ + kTurn;
+      if (found != 0 || isStuck) {
+        lastMove_ = Clock::now();
+      }
+      serve((found & ~POLLOUT) != 0 || hasUnread || isStuck, (found & POLLOUT) != 0);
     }
   }
 
@@ -451,8 +455,9 @@ class Connection::Loop : private Client::Listener {
   Clock::time_point answerUntil_;
   Clock::time_point onlineSince_;
   Clock::time_point nextPresence_;
-  std::optional<int> reason_;  ///< for which the broker ends this connection
-  std::deque<Given> given_;    ///< the oldest first
+  Clock::time_point lastMove_;  ///< of the socket
+  std::optional<int> reason_;   ///< for which the broker ends this connection
+  std::deque<Given> given_;     ///< the oldest first
   std::map<int, std::string> subscriptions_;
   bool retainTold_ = false;
   std::string document_;     ///< of the presence, as published on this connection

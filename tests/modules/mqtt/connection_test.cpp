@@ -4,11 +4,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <memory>
 #include <mutex>
 
 #include "modules/mqtt/settings.h"
+#include "tests/modules/mqtt/scripted_broker.h"
 #include "tests/modules/mqtt/watcher.h"
 #include "tests/support/process_end.h"
 
@@ -32,13 +35,9 @@ class MqttConnection : public ::testing::Test {
   }
   void TearDown() override { connection.reset(); }
 
-  void startAt(const MqttBroker& broker) {
-    mqtt::Settings settings;
-    settings.host = "127.0.0.1";
-    settings.port = broker.port();
-    settings.tls = false;
+  void connectTo(int port) {
+    settings.port = port;
     settings.longestWait = std::chrono::seconds(1);
-    Connection::Handlers handlers;
     handlers.settled = [this](std::uint64_t, int reason) {
       const std::lock_guard lock(mutex);
       reasons.push_back(reason < Connection::kFirstRefusal ? 0 : reason);
@@ -46,12 +45,15 @@ class MqttConnection : public ::testing::Test {
     const auto document = [] { return std::string("{}"); };
     connection = std::make_unique<Connection>(
         settings, "client", mqtt::Presence{"qov/7/status", document, document}, handlers);
+  }
+  void startAt(const MqttBroker& broker) {
+    connectTo(broker.port());
     ASSERT_TRUE(isOnline());
   }
   bool isOnline() {
     return waitUntil([&] { return connection->isOnline(); });
   }
-  void publish(const std::string& payload) {
+  static Outgoing messageOf(const std::string& payload) {
     Outgoing message;
     message.topic = "qov/7/event";
     message.payload = payload;
@@ -59,8 +61,9 @@ class MqttConnection : public ::testing::Test {
     message.isText = true;
     message.properties = {{"number", "1"}, {"outbox", "abc"}};
     message.number = 1;
-    ASSERT_TRUE(connection->publish(std::move(message)));
+    return message;
   }
+  void publish(const std::string& payload) { ASSERT_TRUE(connection->publish(messageOf(payload))); }
   std::vector<int> settled() {
     const std::lock_guard lock(mutex);
     return reasons;
@@ -69,6 +72,16 @@ class MqttConnection : public ::testing::Test {
     return waitUntil([&] { return settled().size() >= count; });
   }
 
+  static mqtt::Settings plain() {
+    mqtt::Settings settings;
+    settings.host = "127.0.0.1";
+    settings.tls = false;
+    return settings;
+  }
+
+  mqtt::Settings settings = plain();
+  Connection::Handlers handlers;
+  std::atomic<int> received{0};
   std::mutex mutex;
   std::vector<int> reasons;
   std::unique_ptr<Connection> connection;
@@ -129,6 +142,34 @@ TEST_F(MqttConnection, PublishesInTheirOrderWhatWasNotAcknowledged) {
     seen.push_back(message.payload);
   }
   EXPECT_EQ(seen, payloads);
+}
+
+TEST_F(MqttConnection, ReadsAllThatComesInOneRecordOfTls) {
+  const MqttBroker certificates(MqttBroker::Security::kTls);
+  settings.tls = true;
+  settings.caFile = certificates.file("ca.crt");
+  handlers.received = [this](mqtt::Incoming&&) {
+    ++received;
+    // As a call leaves it that finds no room; libmosquitto takes it for the end of what has come.
+    errno = EWOULDBLOCK;
+  };
+  ScriptedBroker broker(certificates.file("broker.crt"), certificates.file("broker.key"));
+  connectTo(broker.port());
+  broker.takeClient();
+  broker.send(connack() + publishOf() + publishOf() + publishOf());
+  EXPECT_TRUE(waitUntil([&] { return received == 3; })) << received;
+  broker.hangUp();
+}
+
+TEST_F(MqttConnection, NoticesABrokerThatHangsWhileMessagesComeOn) {
+  settings.keepAlive = std::chrono::seconds(5);
+  const MqttBroker broker;
+  startAt(broker);
+  broker.freeze();
+  EXPECT_TRUE(waitUntil([&] {
+    static_cast<void>(connection->publish(messageOf("a")));
+    return !connection->isOnline();
+  }));
 }
 
 }  // namespace
