@@ -9,6 +9,7 @@ namespace qov::mqtt {
 struct Cause {
   std::string why;
   std::string whatToDo;
+  bool isBadPacket = false;  ///< what the broker has sent cannot be read
 
   std::string text() const { return why + "; " + whatToDo; }
 };

@@ -177,7 +177,7 @@ Client::Client(const Settings& settings, const std::string& clientId, Listener& 
       listener_(listener),
       client_(nullptr, mosquitto_destroy) {
   mosquitto_lib_init();
-  if (const auto cause = make(); cause) {
+  if (const auto cause = make(false); cause) {
     throw CQOV_Exception("Failed to prepare the client of the broker " + settings_.host + ": " +
                          cause->why);
   }
@@ -188,9 +188,8 @@ Client::~Client() {
   mosquitto_lib_cleanup();
 }
 
-std::optional<Cause> Client::make() {
-  constexpr bool kCleanStart = false;
-  client_.reset(mosquitto_new(clientId_.c_str(), kCleanStart, this));
+std::optional<Cause> Client::make(bool cleanStart) {
+  client_.reset(mosquitto_new(clientId_.c_str(), cleanStart, this));
   if (client_ == nullptr) {
     return causeOf(MOSQ_ERR_ERRNO);
   }
@@ -264,9 +263,10 @@ std::optional<Cause> Client::causeOf(int result) const {
   return causeOfResult(result, errno, libraryError_);
 }
 
-std::optional<Cause> Client::connect(const std::string& topic, const std::string& will) {
+std::optional<Cause> Client::connect(const std::string& topic, const std::string& will,
+                                     bool forgets) {
   libraryError_.clear();
-  if (auto cause = make(); cause) {
+  if (auto cause = make(forgets); cause) {
     return cause;
   }
   if (auto cause = setPassword(); cause) {

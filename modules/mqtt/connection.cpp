@@ -36,6 +36,9 @@ constexpr std::chrono::seconds kPatienceAtEnd{2};
 constexpr std::chrono::seconds kTurn{1};
 /// As many as may be unacknowledged, and as many again to go on with.
 constexpr std::size_t kMostGiven = 128;
+/// So many connections in turn may end with a packet that cannot be read. It waits in the session
+/// then, and the broker would send it again on every one.
+constexpr int kMostBadPackets = 3;
 
 /// Ends a poll().
 class Bell {
@@ -197,7 +200,7 @@ class Connection::Loop : private Client::Listener {
     state_ = State::kConnecting;
     answerUntil_ = Clock::now() + kPatience;
     reason_.reset();
-    if (const auto cause = client_.connect(presence_.topic, presence_.offline()); cause) {
+    if (const auto cause = client_.connect(presence_.topic, presence_.offline(), forgets_); cause) {
       fail(*cause);
     }
   }
@@ -213,6 +216,15 @@ class Connection::Loop : private Client::Listener {
       handlers_.online(false);
       QOV_WARN(guard, log_id::kConnectionLost, "Lost the connection to the broker %s: %s",
                broker_.c_str(), cause.text().c_str());
+      badPackets_ = cause.isBadPacket ? badPackets_ + 1 : 0;
+      if (badPackets_ == kMostBadPackets) {
+        forgets_ = true;
+        QOV_WARN(
+            guard, log_id::kSessionGivenUp,
+            "The broker %s has sent what cannot be read on %d connections in turn: its session "
+            "is begun anew, and requests that wait there are lost",
+            broker_.c_str(), badPackets_);
+      }
       // One that breaks again and again is no success.
       if (Clock::now() - onlineSince_ > lastWait_) {
         backOff_.reset();
@@ -251,6 +263,9 @@ class Connection::Loop : private Client::Listener {
     // libmosquitto publishes the status without it, and says nothing.
     if (!retains && !std::exchange(retainTold_, true)) {
       tellRefusal(presence_.topic, MQTT_RC_RETAIN_NOT_SUPPORTED);
+    }
+    if (std::exchange(forgets_, false)) {
+      badPackets_ = 0;
     }
     state_ = State::kOnline;
     onlineSince_ = Clock::now();
@@ -459,6 +474,8 @@ class Connection::Loop : private Client::Listener {
   std::optional<int> reason_;   ///< for which the broker ends this connection
   std::deque<Given> given_;     ///< the oldest first
   std::map<int, std::string> subscriptions_;
+  int badPackets_ = 0;    ///< connections in turn that have ended with one
+  bool forgets_ = false;  ///< the next connection begins a new session
   bool retainTold_ = false;
   std::string document_;     ///< of the presence, as published on this connection
   std::string lastFailure_;  ///< as logged; empty since the last success

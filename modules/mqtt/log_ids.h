@@ -15,6 +15,7 @@ enum : std::uint64_t {
   kMessageRefused = 66206,
   kSubscriptionRefused = 66207,
   kNotOffline = 66208,
+  kSessionGivenUp = 66209,
   kOutboxSetAside = 66211,
   kOutboxFails = 66212,
   kOutboxGoesOn = 66213,

@@ -161,6 +161,25 @@ TEST_F(MqttConnection, ReadsAllThatComesInOneRecordOfTls) {
   broker.hangUp();
 }
 
+TEST_F(MqttConnection, BeginsANewSessionIfWhatWaitsInItsOwnCannotBeRead) {
+  constexpr unsigned char kCleanStart = 2;
+  // A response topic with a control character, which another broker may let through.
+  const std::string poison = publishOf(std::string{'\x08', '\0', '\1', '\1'});
+  ScriptedBroker broker;
+  connectTo(broker.port());
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(broker.takeClient() & kCleanStart, 0) << i;
+    broker.send(connack(true) + poison);
+    EXPECT_TRUE(broker.isLeft());
+  }
+  EXPECT_EQ(broker.takeClient() & kCleanStart, kCleanStart);
+  broker.send(connack());
+  ASSERT_TRUE(isOnline());
+  broker.hangUp();
+  EXPECT_EQ(broker.takeClient() & kCleanStart, 0);
+  broker.hangUp();
+}
+
 TEST_F(MqttConnection, NoticesABrokerThatHangsWhileMessagesComeOn) {
   settings.keepAlive = std::chrono::seconds(5);
   const MqttBroker broker;
