@@ -2,14 +2,17 @@
 
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <netdb.h>
 #include <openssl/ssl.h>
 #include <qovpub/qov_exception.h>
+#include <sys/socket.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
 #include <limits>
 #include <system_error>
+#include <utility>
 
 namespace qov::mqtt {
 namespace {
@@ -135,6 +138,7 @@ struct Client::Callbacks {
   static void set(mosquitto* client) {
     mosquitto_connect_v5_callback_set(client, [](mosquitto*, void* self, int reason, int flags,
                                                  const mosquitto_property* properties) {
+      of(self).hasAnswer_ = true;
       of(self).largestPacket_ = std::numeric_limits<std::uint32_t>::max();
       mosquitto_property_read_int32(properties, MQTT_PROP_MAXIMUM_PACKET_SIZE,
                                     &of(self).largestPacket_, false);
@@ -272,11 +276,37 @@ std::optional<Cause> Client::connect(const std::string& topic, const std::string
   if (auto cause = setPassword(); cause) {
     return cause;
   }
+  // One that did not work is followed by one with the other kind of addresses.
+  if (!std::exchange(hasAnswer_, false)) {
+    takesOtherKind_ = !takesOtherKind_;
+  }
   constexpr int kQos = 1;
   mosquitto_will_set(client_.get(), topic.c_str(), static_cast<int>(will.size()), will.data(), kQos,
                      true);
   return causeOf(mosquitto_connect_bind_async(client_.get(), settings_.host.c_str(), settings_.port,
-                                              keepAlive(), nullptr));
+                                              keepAlive(), addressToComeFrom()));
+}
+
+/// libmosquitto tries the first address of a host, and others only if there is no way to that one.
+/// So a broker that is not at the host's address of IPv6 would not be looked for at that of IPv4.
+/// An address to come from decides between both kinds.
+const char* Client::addressToComeFrom() const {
+  if (!takesOtherKind_) {
+    return nullptr;
+  }
+  addrinfo hints{};
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  if (::getaddrinfo(settings_.host.c_str(), nullptr, &hints, &found) != 0) {
+    return nullptr;  // libmosquitto says why
+  }
+  const std::unique_ptr<addrinfo, void (*)(addrinfo*)> first(found, ::freeaddrinfo);
+  for (const addrinfo* each = found; each != nullptr; each = each->ai_next) {
+    if (each->ai_family != first->ai_family) {
+      return first->ai_family == AF_INET6 ? "0.0.0.0" : "::";
+    }
+  }
+  return nullptr;
 }
 
 int Client::socket() const {

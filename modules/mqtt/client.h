@@ -73,6 +73,7 @@ class Client {
   int configureTls();
   int keepAlive() const;
   std::optional<Cause> setPassword();
+  const char* addressToComeFrom() const;
   std::optional<Cause> causeOf(int result) const;
 
   const Settings settings_;
@@ -81,6 +82,8 @@ class Client {
 
   std::unique_ptr<mosquitto, void (*)(mosquitto*)> client_;
   std::uint32_t largestPacket_ = 0;  ///< that the broker takes
+  bool hasAnswer_ = true;            ///< the broker has answered the last try to connect
+  bool takesOtherKind_ = false;      ///< of addresses; see addressToComeFrom()
   std::string libraryError_;         ///< of the call that is being made
 };
 

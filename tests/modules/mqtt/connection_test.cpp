@@ -180,6 +180,13 @@ TEST_F(MqttConnection, BeginsANewSessionIfWhatWaitsInItsOwnCannotBeRead) {
   broker.hangUp();
 }
 
+TEST_F(MqttConnection, LooksForTheBrokerAtTheHostsOtherKindOfAddress) {
+  settings.host = "two.test";
+  const MqttBroker broker;
+  connectTo(broker.port());
+  EXPECT_TRUE(isOnline());
+}
+
 TEST_F(MqttConnection, NoticesABrokerThatHangsWhileMessagesComeOn) {
   settings.keepAlive = std::chrono::seconds(5);
   const MqttBroker broker;
