@@ -105,6 +105,7 @@ class Connection::Loop : private Client::Listener {
       ++pending_;
       pendingBytes_ = bytes;
       std::deque<Outgoing>& queue = message.atMostOnce ? answers_ : queue_;
+      answerBytes_ += message.atMostOnce ? message.size() : 0;
       // What stands before it has rung, or waits for acknowledgements or the socket.
       isAwaited = queue.empty();
       queue.push_back(std::move(message));
@@ -180,7 +181,8 @@ class Connection::Loop : private Client::Listener {
 
   bool manyAnswersWait() {
     const std::lock_guard lock(lock_);
-    return state_ == State::kOnline && answers_.size() >= kMostPending / 2;
+    return state_ == State::kOnline &&
+           (answers_.size() >= kMostPending / 2 || answerBytes_ >= kMostPendingBytes / 2);
   }
 
   void serve(bool canRead, bool canWrite) {
@@ -348,13 +350,14 @@ class Connection::Loop : private Client::Listener {
     }
     std::optional<Outgoing> message(std::move(queue.front()));
     queue.pop_front();
+    answerBytes_ -= message->atMostOnce ? message->size() : 0;
     return message;
   }
 
   /// As many as the socket takes.
   void publishAnswers() {
     while (!client_.wantsToWrite()) {
-      const auto message = takeFrom(answers_);
+      auto message = takeFrom(answers_);
       if (!message) {
         return;
       }
@@ -364,6 +367,9 @@ class Connection::Loop : private Client::Listener {
         tellRefusal(message->topic, refusal);
       }
       settle(*message, message->size(), refusal);
+      if (refusal == MQTT_RC_PACKET_TOO_LARGE) {
+        handlers_.tooLarge(std::move(*message));
+      }
     }
   }
 
@@ -459,6 +465,7 @@ class Connection::Loop : private Client::Listener {
   std::deque<Outgoing> answers_;  ///< the same of those that go at most once
   std::size_t pending_ = 0;       ///< of both and of given_
   std::size_t pendingBytes_ = 0;  ///< of their payloads and correlation data
+  std::size_t answerBytes_ = 0;   ///< of those of answers_ among them
   bool stopping_ = false;
 
   // The thread's own.

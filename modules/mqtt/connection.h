@@ -72,6 +72,8 @@ class Connection {
     /// it did not.
     std::function<void(std::uint64_t number, int reason)> settled = [](std::uint64_t, int) {};
     std::function<void(Incoming&&)> received = [](Incoming&&) {};
+    /// A message with atMostOnce is larger than the broker takes.
+    std::function<void(Outgoing&&)> tooLarge = [](Outgoing&&) {};
   };
 
   struct Counts {

@@ -94,6 +94,9 @@ class MqttModule : public CQOV_TaskMgr {
     handlers.received = [&requests = *requests_](Incoming&& message) {
       requests.take(std::move(message));
     };
+    handlers.tooLarge = [&requests = *requests_](Outgoing&& answer) {
+      requests.tellTooLarge(std::move(answer));
+    };
     connection_ = std::make_unique<Connection>(
         settings_, topics_.clientId(), presenceOfAgent(topics_.status()), std::move(handlers),
         std::vector<std::string>{topics_.requests()});

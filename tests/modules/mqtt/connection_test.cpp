@@ -84,6 +84,7 @@ class MqttConnection : public ::testing::Test {
   std::atomic<int> received{0};
   std::mutex mutex;
   std::vector<int> reasons;
+  std::string handedBack;
   std::unique_ptr<Connection> connection;
 };
 
@@ -97,6 +98,22 @@ TEST_F(MqttConnection, RefusesEveryMessageThatIsLargerThanTheBrokerTakes) {
   ASSERT_TRUE(settles(kLargest));
   EXPECT_THAT(settled(), IsSupersetOf({0, kTooLarge}));
   EXPECT_EQ(connection->counts().connections, 1U);
+}
+
+TEST_F(MqttConnection, HandsBackAnAnswerThatIsLargerThanTheBrokerTakes) {
+  const MqttBroker broker("max_packet_size 300\n");
+  handlers.tooLarge = [this](Outgoing&& answer) {
+    const std::lock_guard lock(mutex);
+    handedBack = answer.payload;
+  };
+  startAt(broker);
+  Outgoing answer = messageOf(std::string(400, 'a'));
+  answer.atMostOnce = true;
+  ASSERT_TRUE(connection->publish(std::move(answer)));
+  EXPECT_TRUE(waitUntil([&] {
+    const std::lock_guard lock(mutex);
+    return handedBack == std::string(400, 'a');
+  }));
 }
 
 TEST_F(MqttConnection, RefusesWhatABrokerWithASmallerLimitDoesNotTakeAgain) {
