@@ -356,7 +356,7 @@ class Connection::Loop : private Client::Listener {
 
   /// As many as the socket takes.
   void publishAnswers() {
-    while (!client_.wantsToWrite()) {
+    while (state_ == State::kOnline && !client_.wantsToWrite()) {
       auto message = takeFrom(answers_);
       if (!message) {
         return;
@@ -424,26 +424,37 @@ class Connection::Loop : private Client::Listener {
     return true;
   }
 
-  /// The broker learns that the agent is offline by its own will, and has time to acknowledge all
-  /// that was given to it before. Otherwise it publishes the last will.
+  /// The broker learns that the agent is offline by its own will, and has time to take the answers
+  /// and to acknowledge all that was given to it. Otherwise it publishes the last will.
   void sayGoodbye() {
-    bool isTold = false;
-    if (state_ == State::kOnline) {
+    const bool isTold = state_ == State::kOnline && publishDocument(presence_.offline());
+    const Clock::time_point until = Clock::now() + kPatienceAtEnd;
+    publishAnswers();
+    while (state_ == State::kOnline && !isAllTaken() && Clock::now() < until) {
+      wait(until);
       publishAnswers();
-      isTold = publishDocument(presence_.offline());
-      const Clock::time_point until = Clock::now() + kPatienceAtEnd;
-      while (state_ == State::kOnline && !given_.empty() && Clock::now() < until) {
-        wait(until);
-      }
-      if (state_ == State::kOnline && !given_.empty()) {
-        QOV_GUARD(guard, kit_);
-        QOV_WARN(guard, log_id::kNotOffline,
-                 "The broker %s has not acknowledged all messages at the end: %zu are left",
-                 broker_.c_str(), given_.size());
-      }
     }
+    tellLeft();
     if (state_ != State::kWaiting) {
       client_.disconnect(isTold && given_.empty());
+    }
+  }
+
+  bool isAllTaken() { return given_.empty() && !client_.wantsToWrite() && answersLeft() == 0; }
+
+  std::size_t answersLeft() {
+    const std::lock_guard lock(lock_);
+    return answers_.size();
+  }
+
+  void tellLeft() {
+    const std::size_t answers = answersLeft();
+    if (!given_.empty() || answers > 0) {
+      QOV_GUARD(guard, kit_);
+      QOV_WARN(guard, log_id::kNotOffline,
+               "The broker %s has not acknowledged all messages at the end: %zu are left; %zu "
+               "answers are lost",
+               broker_.c_str(), given_.size(), answers);
     }
   }
 

@@ -25,6 +25,7 @@ constexpr std::size_t kMostSettled = 64;
 constexpr std::chrono::milliseconds kIdle{200};
 constexpr std::chrono::seconds kRetry{1};
 constexpr std::chrono::seconds kLongestRetry{60};
+constexpr std::chrono::seconds kPatienceAtEnd{5};
 constexpr std::chrono::seconds kBetweenDropRecords{60};
 
 /// Whether the broker will never take such a message.
@@ -88,6 +89,7 @@ void EventSender::start(Publish publish) {
   thread_ = std::thread([this] {
     ::pthread_setname_np(::pthread_self(), ("m" + std::to_string(kit_) + "-outbox").c_str());
     run();
+    ended_.set_value();
   });
 }
 
@@ -100,7 +102,25 @@ void EventSender::stop() {
     stopping_ = true;
   }
   changed_.notify_one();
+  if (ended_.get_future().wait_for(kPatienceAtEnd) != std::future_status::ready) {
+    tellHeldUp();
+  }
   thread_.join();
+}
+
+/// The library ends a process whose stop takes too long. Nothing else ends a call that waits for
+/// the disk.
+void EventSender::tellHeldUp() {
+  std::size_t count = 0;
+  {
+    const std::lock_guard lock(lock_);
+    count = waiting_.size() + inHand_;
+  }
+  QOV_GUARD(guard, kit_);
+  QOV_WARN(guard, log_id::kOutboxHoldsUp,
+           "The outbox %s holds up the stop: its disk has not answered for %lld s, and %zu events "
+           "are not stored",
+           file_.c_str(), static_cast<long long>(kPatienceAtEnd.count()), count);
 }
 
 void EventSender::accept(Event&& event, Receipt receipt) {
@@ -182,6 +202,7 @@ EventSender::Work EventSender::takeWork() {
     changed_.wait(lock, hasWork);
   }
   waitingBytes_ = 0;
+  inHand_ = waiting_.size();
   return {std::exchange(waiting_, {}), std::exchange(settled_, {}), isIdle, stopping_};
 }
 

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -53,7 +54,8 @@ class EventSender {
 
   /// Begins to store, and to publish by `publish`, which is as Connection::publish().
   void start(Publish publish);
-  /// Stores what it has, and publishes no more.
+  /// Stores what it has, and publishes no more. Waits for the disk; if that takes long, the log
+  /// tells what is not stored.
   void stop();
 
   /// Takes an event; never waits.
@@ -97,6 +99,7 @@ class EventSender {
   bool publish(StoredEvent&& stored);
   void fail(const DatabaseError& failure);
   void tellDropped();
+  void tellHeldUp();
 
   // Constant after start().
   const unsigned int kit_;
@@ -113,6 +116,7 @@ class EventSender {
   std::deque<Waiting> waiting_;
   std::size_t waitingBytes_ = 0;
   std::vector<Settled> settled_;
+  std::size_t inHand_ = 0;  ///< of those that the thread has taken to store them
   bool stopping_ = false;
 
   // The thread's own.
@@ -129,6 +133,7 @@ class EventSender {
   std::uint64_t droppedTold_ = 0;
   Clock::time_point droppedToldAt_;
 
+  std::promise<void> ended_;
   std::thread thread_;
 };
 

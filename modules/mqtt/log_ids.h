@@ -21,6 +21,7 @@ enum : std::uint64_t {
   kOutboxGoesOn = 66213,
   kEventsDropped = 66214,
   kEventTooLarge = 66215,
+  kOutboxHoldsUp = 66216,
   kRequestUnanswerable = 66221,
   kAnswerLost = 66222,
   kRequestCounts = 66223,

@@ -11,9 +11,12 @@
 #include <csignal>
 #include <memory>
 #include <mutex>
+#include <thread>
 
+#include "tests/modules/mqtt/slow_disk.h"
 #include "tests/support/files.h"
 #include "tests/support/process_end.h"
+#include "tests/support/stderr_capture.h"
 
 namespace qov::test {
 namespace {
@@ -254,6 +257,23 @@ TEST_F(MqttEventSender, KeepsEventsWhileTheDiskIsFull) {
   EXPECT_TRUE(publishes(2));
   EXPECT_EQ(payloads().front(), "kept");
   EXPECT_EQ(sender->counts().dropped, 0U);
+}
+
+TEST_F(MqttEventSender, SaysAtTheEndWhatADiskThatHangsHasNotStored) {
+  StderrCapture log;
+  start();
+  std::thread stopping;
+  {
+    const SlowDisk slow;
+    accept("a");
+    EXPECT_TRUE(SlowDisk::isWaitedFor());
+    accept("b");
+    stopping = std::thread([this] { sender->stop(); });
+    EXPECT_TRUE(log.waitFor("and 2 events are not stored"));
+    EXPECT_EQ(log.count("The outbox " + settings.outbox + " holds up the stop"), 1);
+  }
+  stopping.join();
+  EXPECT_EQ(sender->counts().stored, 2U);
 }
 
 TEST_F(MqttEventSender, SetsADamagedOutboxAside) {
