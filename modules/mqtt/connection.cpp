@@ -22,6 +22,7 @@
 #include "modules/mqtt/cause.h"
 #include "modules/mqtt/client.h"
 #include "modules/mqtt/log_ids.h"
+#include "modules/mqtt/seldom.h"
 #include "modules/mqtt/settings.h"
 
 namespace qov::mqtt {
@@ -317,8 +318,6 @@ class Connection::Loop : private Client::Listener {
     given_.erase(found);
     if (reason >= kFirstRefusal) {
       tellRefusal(message.topic, reason);
-    } else {
-      lastRefusal_ = 0;
     }
     settle(message, given.isPresence ? 0 : message.size(), reason);
   }
@@ -336,10 +335,12 @@ class Connection::Loop : private Client::Listener {
   }
 
   void tellRefusal(const std::string& topic, int reason) {
-    if (std::exchange(lastRefusal_, reason) != reason) {
+    if (const std::uint64_t count = refusals_[reason].add(); count > 0) {
       QOV_GUARD(guard, kit_);
-      QOV_WARN(guard, log_id::kMessageRefused, "The broker %s refuses a message: %s: %s",
-               broker_.c_str(), topic.c_str(), causeOfReason(reason).text().c_str());
+      QOV_WARN(guard, log_id::kMessageRefused,
+               "The broker %s refuses a message: %s: %s; %llu for that so far", broker_.c_str(),
+               topic.c_str(), causeOfReason(reason).text().c_str(),
+               static_cast<unsigned long long>(count));
     }
   }
 
@@ -495,9 +496,9 @@ class Connection::Loop : private Client::Listener {
   int badPackets_ = 0;    ///< connections in turn that have ended with one
   bool forgets_ = false;  ///< the next connection begins a new session
   bool retainTold_ = false;
-  std::string document_;     ///< of the presence, as published on this connection
-  std::string lastFailure_;  ///< as logged; empty since the last success
-  int lastRefusal_ = 0;      ///< of a message, as logged; 0 since the last that was taken
+  std::string document_;            ///< of the presence, as published on this connection
+  std::string lastFailure_;         ///< as logged; empty since the last success
+  std::map<int, Seldom> refusals_;  ///< of messages, by reason
 
   std::thread thread_;
 };

@@ -125,13 +125,10 @@ void EventSender::tellHeldUp() {
 
 void EventSender::accept(Event&& event, Receipt receipt) {
   const std::size_t size = event.payload.size();
-  if (size > kMostEventBytes) {
-    QOV_GUARD(guard, kit_);
-    QOV_WARN(
-        guard, log_id::kEventTooLarge,
-        "Failed to take an event of module %u, operation %llu: it has %zu bytes, more than %zu",
-        event.module, static_cast<unsigned long long>(event.opc), size, kMostEventBytes);
-    ++counts_.dropped;
+  if (size == 0 || size > kMostEventBytes) {
+    refuse(event, size == 0 ? std::string("it cannot be written in bytes")
+                            : "it has " + std::to_string(size) + " bytes, more than " +
+                                  std::to_string(kMostEventBytes));
     if (receipt) {
       receipt(false);
     }
@@ -154,6 +151,22 @@ void EventSender::accept(Event&& event, Receipt receipt) {
     if (one.receipt) {
       one.receipt(false);
     }
+  }
+}
+
+void EventSender::refuse(const Event& event, const std::string& why) {
+  ++counts_.dropped;
+  std::uint64_t count = 0;
+  {
+    const std::lock_guard lock(lock_);
+    count = badEvents_.add();
+  }
+  if (count > 0) {
+    QOV_GUARD(guard, kit_);
+    QOV_WARN(guard, log_id::kEventRefused,
+             "Failed to take an event of module %u, operation %llu: %s; %llu so far", event.module,
+             static_cast<unsigned long long>(event.opc), why.c_str(),
+             static_cast<unsigned long long>(count));
   }
 }
 
@@ -260,9 +273,12 @@ bool EventSender::commit(const std::vector<Event>& events) {
   hasMore_ = hasMore_ || !events.empty();
   counts_.stored += events.size();
   if (!lastFailure_.empty()) {
-    QOV_GUARD(guard, kit_);
-    QOV_INFO(guard, log_id::kOutboxGoesOn, "The outbox %s takes events again", file_.c_str());
     lastFailure_.clear();
+    if (!toldFailure_.empty()) {
+      QOV_GUARD(guard, kit_);
+      QOV_INFO(guard, log_id::kOutboxGoesOn, "The outbox %s takes events again", file_.c_str());
+      toldFailure_.clear();
+    }
   }
   return true;
 }
@@ -280,12 +296,14 @@ void EventSender::fail(const DatabaseError& failure) {
   if (failure.isCorrupt()) {
     outbox_.reset();  // to be opened anew, which sets it aside
   }
-  if (failure.what() != lastFailure_) {
+  lastFailure_ = failure.what();
+  // A disk that fails and recovers in turn must not fill itself with that.
+  if (lastFailure_ != toldFailure_ && failures_.add() > 0) {
     QOV_GUARD(guard, kit_);
     QOV_ERROR(guard, log_id::kOutboxFails,
               "Failed to use the outbox %s: %s; events wait in memory, up to %zu", file_.c_str(),
               failure.what(), kMostWaiting);
-    lastFailure_ = failure.what();
+    toldFailure_ = lastFailure_;
   }
 }
 
@@ -353,11 +371,10 @@ void EventSender::tellDropped() {
     return;
   }
   QOV_GUARD(guard, kit_);
-  QOV_WARN(
-      guard, log_id::kEventsDropped,
-      "Events are dropped, %llu since the start: the outbox %s is full or too slow, or they are "
-      "too large",
-      static_cast<unsigned long long>(dropped), file_.c_str());
+  QOV_WARN(guard, log_id::kEventsDropped,
+           "Events are dropped, %llu since the start: the outbox %s is full or too slow, or they "
+           "cannot be sent",
+           static_cast<unsigned long long>(dropped), file_.c_str());
   droppedTold_ = dropped;
   droppedToldAt_ = Clock::now();
 }

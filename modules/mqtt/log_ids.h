@@ -20,7 +20,7 @@ enum : std::uint64_t {
   kOutboxFails = 66212,
   kOutboxGoesOn = 66213,
   kEventsDropped = 66214,
-  kEventTooLarge = 66215,
+  kEventRefused = 66215,
   kOutboxHoldsUp = 66216,
   kRequestUnanswerable = 66221,
   kAnswerLost = 66222,

@@ -54,7 +54,6 @@ class EventTask : public CQOV_CommonTask {
 
  private:
   static constexpr int kNotStored = 1;
-  static constexpr int kFailed = -1;
 
   CQOV_Task& answering_;
   const EventForm form_;

@@ -222,6 +222,43 @@ TEST_F(MqttEventSender, RefusesAnEventThatIsTooLarge) {
   EXPECT_TRUE(publishes(1));
 }
 
+TEST_F(MqttEventSender, RefusesAnEventThatCannotBeWritten) {
+  int told = -1;
+  accept("", [&](bool stored) { told = stored; });
+  EXPECT_EQ(told, 0);
+  EXPECT_EQ(sender->counts().dropped, 1U);
+}
+
+TEST_F(MqttEventSender, TellsOfManyEventsThatAreTooLargeOnce) {
+  StderrCapture log;
+  for (int i = 0; i < 100; ++i) {
+    accept(std::string(EventSender::kMostEventBytes + 1, 'a'));
+  }
+  EXPECT_EQ(sender->counts().dropped, 100U);
+  EXPECT_EQ(log.count("it has 1048577 bytes, more than 1048576; 1 so far"), 1);
+}
+
+TEST_F(MqttEventSender, TellsOnceOfADiskThatFailsInTurn) {
+  StderrCapture log;
+  start();
+  for (int i = 0; i < 3; ++i) {
+    std::atomic<int> told{-1};
+    {
+      const SmallFiles full;
+      accept(std::string(200000, 'a'), [&](bool stored) { told = stored; });
+      EXPECT_TRUE(waitUntil([&] { return told >= 0; }));
+    }
+    EXPECT_EQ(told, 0);
+    EXPECT_TRUE(waitUntil([&] {
+      told = -1;
+      accept("small", [&](bool stored) { told = stored; });
+      return waitUntil([&] { return told >= 0; }) && told == 1;
+    }));
+  }
+  EXPECT_EQ(log.count("Failed to use the outbox"), 1);
+  EXPECT_EQ(log.count("takes events again"), 1);
+}
+
 TEST_F(MqttEventSender, DropsTheOldestThatWaitForTheDisk) {
   int refused = 0;
   accept("first", [&](bool stored) { refused += stored ? 0 : 1; });
