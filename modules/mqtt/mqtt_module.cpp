@@ -97,8 +97,8 @@ class MqttModule : public CQOV_TaskMgr {
       requests.tellTooLarge(std::move(answer));
     };
     connection_ = std::make_unique<Connection>(
-        settings_, topics_.clientId(), presenceOfAgent(topics_.status()), std::move(handlers),
-        std::vector<std::string>{topics_.requests()});
+        settings_, topics_.clientId(), presenceOfAgent(topics_.status(), &requests_->counts()),
+        std::move(handlers), std::vector<std::string>{topics_.requests()});
     made.set_value(connection_.get());
     sender_.start([&connection = *connection_](Outgoing&& message) {
       return connection.publish(std::move(message));

@@ -83,6 +83,21 @@ TEST_F(MqttAccess, SaysThatTheBrokerWantsACertificate) {
   EXPECT_TRUE(logs("Failed to connect to the broker"));
 }
 
+TEST_F(MqttAccess, SaysThatItsKeyNeedsAPassword) {
+  const MqttBroker broker(Security::kTlsWithClients);
+  BeforeProgram before;
+  before.writeTo(STDERR_FILENO, broker.file("errors"));
+  pid_t pid = spawn("/usr/bin/openssl",
+                    {"ec", "-aes128", "-passout", "pass:secret", "-in", broker.file("client.key"),
+                     "-out", broker.file("locked.key")},
+                    before);
+  ASSERT_EQ(waitForEndOf(pid).exitStatus, 0) << readFile(broker.file("errors"));
+  startsAt(broker, caOf(broker) + "CertFile=" + broker.file("client.crt") +
+                       "\nKeyFile=" + broker.file("locked.key") + "\n");
+  EXPECT_TRUE(logs("Unable to load client key file"));
+  stopsInOrder();
+}
+
 class MqttAccounts : public MqttAccess {
  protected:
   void SetUp() override {
@@ -146,6 +161,20 @@ TEST_F(MqttAccounts, ConnectsWithANewPasswordWithoutARestart) {
   EXPECT_TRUE(logs("reason 135"));
   password("right");
   EXPECT_TRUE(logs("Connected to the broker"));
+}
+
+TEST_F(MqttAccounts, SaysThatItsPasswordIsNotThere) {
+  MqttBroker broker(accounts());
+  startsAt(broker, user());
+  EXPECT_TRUE(logs("Connected to the broker"));
+  std::filesystem::remove(folder.file("password"));
+  broker.stop(SIGTERM);
+  broker.start();
+  EXPECT_TRUE(logs(folder.file("password") + " cannot be read: No such file or directory"));
+  writeFile(folder.file("password"), "");
+  EXPECT_TRUE(logs(folder.file("password") + " has no password; write it into"));
+  password("right");
+  EXPECT_TRUE(logsAnew("Connected to the broker"));
 }
 
 TEST_F(MqttAccounts, KeepsEventsThatTheAccessListForbidsUntilItAllowsThem) {

@@ -14,6 +14,7 @@
 #include "tests/modules/mqtt/scripted_broker.h"
 #include "tests/modules/mqtt/watcher.h"
 #include "tests/support/process_end.h"
+#include "tests/support/stderr_capture.h"
 
 namespace qov::test {
 namespace {
@@ -44,7 +45,7 @@ class MqttConnection : public ::testing::Test {
     };
     const auto document = [] { return std::string("{}"); };
     connection = std::make_unique<Connection>(
-        settings, "client", mqtt::Presence{"qov/7/status", document, document}, handlers);
+        settings, "client", mqtt::Presence{"qov/7/status", document, document}, handlers, filters);
   }
   void startAt(const MqttBroker& broker) {
     connectTo(broker.port());
@@ -81,6 +82,7 @@ class MqttConnection : public ::testing::Test {
 
   mqtt::Settings settings = plain();
   Connection::Handlers handlers;
+  std::vector<std::string> filters;
   std::atomic<int> received{0};
   std::mutex mutex;
   std::vector<int> reasons;
@@ -195,6 +197,56 @@ TEST_F(MqttConnection, BeginsANewSessionIfWhatWaitsInItsOwnCannotBeRead) {
   broker.hangUp();
   EXPECT_EQ(broker.takeClient() & kCleanStart, 0);
   broker.hangUp();
+}
+
+TEST_F(MqttConnection, SaysThatTheBrokerRetainsNothing) {
+  StderrCapture log;
+  ScriptedBroker broker;
+  connectTo(broker.port());
+  broker.takeClient();
+  broker.send(connack(false, std::string{'\x25', '\0'}));
+  EXPECT_TRUE(log.waitFor("refuses a message: qov/7/status: Retain not supported (reason 154)"));
+  broker.hangUp();
+}
+
+TEST_F(MqttConnection, SaysThatTheBrokerRefusesASubscription) {
+  constexpr unsigned char kSubscribe = 0x82;
+  constexpr unsigned char kSuback = 0x90;
+  handlers.received = [this](mqtt::Incoming&&) { ++received; };
+  filters = {"qov/7/request/+"};
+  StderrCapture log;
+  ScriptedBroker broker;
+  connectTo(broker.port());
+  const auto answer = [&](const std::string& codes) {
+    const std::string asked = broker.readUntil(kSubscribe);
+    const char noProperties = '\0';
+    broker.send(packetOf(kSuback, asked.substr(2, 2) + noProperties + codes) + publishOf());
+  };
+  broker.takeClient();
+  broker.send(connack());
+  answer("");
+  EXPECT_TRUE(waitUntil([&] { return received == 1; }));
+  EXPECT_EQ(log.count("refuses a subscription"), 0);
+  broker.takeClient();
+  broker.send(connack());
+  answer("\x87");
+  EXPECT_TRUE(waitUntil([&] { return received == 2; }));
+  EXPECT_EQ(log.count("refuses a subscription: qov/7/request/+: Not authorized (reason 135)"), 1);
+  broker.hangUp();
+}
+
+TEST_F(MqttConnection, PublishesTheAnswersThatWaitAtItsEnd) {
+  constexpr std::size_t kCount = 20;
+  const MqttBroker broker(kKeepsAll);
+  startAt(broker);
+  const Watcher watcher(broker);
+  for (std::size_t i = 0; i < kCount; ++i) {
+    Outgoing answer = messageOf(std::string(100000, 'a'));
+    answer.atMostOnce = true;
+    ASSERT_TRUE(connection->publish(std::move(answer)));
+  }
+  connection.reset();
+  EXPECT_TRUE(watcher.waitFor("/event", kCount));
 }
 
 TEST_F(MqttConnection, LooksForTheBrokerAtTheHostsOtherKindOfAddress) {

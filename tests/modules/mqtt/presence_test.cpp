@@ -1,5 +1,9 @@
 // What an agent's status at the broker says.
+#include <unistd.h>
+
 #include <csignal>
+#include <iterator>
+#include <regex>
 
 #include "tests/modules/mqtt/mqtt_fixture.h"
 
@@ -48,6 +52,32 @@ TEST_F(MqttPresence, OfflineAfterAnOrderlyStop) {
   stopsInOrder();
   EXPECT_TRUE(isSeen(watcher, false));
   EXPECT_THAT(broker().log(), HasSubstr("Received DISCONNECT from qov-qov_test_agent-7"));
+}
+
+TEST_F(MqttPresence, AnAgentStopsAtABrokerThatHangs) {
+  startsWith();
+  ASSERT_TRUE(agent.waitForLog("Connected to the broker"));
+  broker().freeze();
+  stopsInOrder();
+  EXPECT_THAT(agent.log(), HasSubstr("has not acknowledged all messages at the end: "));
+}
+
+TEST_F(MqttPresence, RestsBetweenTheSignsOfLife) {
+  configure("Tls=0\nKeepAliveSeconds=5\n");
+  startsWith();
+  const auto hasSigns = [this](int count) {
+    const std::regex sign("Received PINGREQ");
+    const std::string log = broker().log();
+    return std::distance(std::sregex_iterator(log.begin(), log.end(), sign), {}) >= count;
+  };
+  ASSERT_TRUE(waitUntil([&] { return hasSigns(1); }));
+  const long waits = agent.waitsOf("m251-mqtt");
+  const long ticks = agent.ticksOf("m251-mqtt");
+  EXPECT_GT(waits, 0);
+  ASSERT_TRUE(waitUntil([&] { return hasSigns(2); }));
+  // One turn a second, and few for the sign itself; hardly any time.
+  EXPECT_LT(agent.waitsOf("m251-mqtt") - waits, 50);
+  EXPECT_LT(agent.ticksOf("m251-mqtt") - ticks, ::sysconf(_SC_CLK_TCK));
 }
 
 TEST_F(MqttPresence, OfflineByTheLastWillOfAnAgentThatIsKilled) {

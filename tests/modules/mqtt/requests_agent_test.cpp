@@ -219,6 +219,33 @@ TEST_F(MqttRequests, AllAnsweredWhenTenThousandComeAtOnce) {
   EXPECT_THAT(agent.log(), HasSubstr(", busy " + std::to_string(codes["busy"])));
 }
 
+TEST_F(MqttRequests, CountedInTheStatus) {
+  const Watcher watcher(broker());
+  startsAllowing("41:1");
+  Requester requester(broker(), kResponses);
+  isWell(requester);
+  EXPECT_TRUE(waitUntil([&] { return watcher.status()["requests"]["received"] == 1; }));
+  EXPECT_EQ(codeOf(requester.ask(question(kUnlisted))), "not-allowed");
+  Question unanswerable = question(kRepeat);
+  unanswerable.responseTopic = "elsewhere";
+  requester.send(unanswerable);
+  isWell(requester);
+  stopsInOrder();
+  ASSERT_TRUE(isSeen(watcher, false));
+  EXPECT_EQ(watcher.status()["requests"], nlohmann::json::parse(R"({"received":4,"answered":2,
+      "dropped":1,"lost":0,"refused":{"not-allowed":1}})"));
+}
+
+TEST_F(MqttRequests, ThatWaitedForTheAgentAreAnsweredByModulesThatAreStillLoaded) {
+  startsAllowing("41:1");
+  stopsInOrder();
+  Requester requester(broker(), kResponses);
+  requester.send(question(kRepeat, "early"));
+  agent.start({"-n"});
+  ASSERT_TRUE(requester.waitFor(1));
+  EXPECT_THAT(requester.takeAll().front().payload, HasSubstr(R"("value":17)"));
+}
+
 TEST_F(MqttRequests, HeldInBoundedMemory) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "the sanitizer's own memory is larger than what is measured";
