@@ -123,11 +123,10 @@ void Requests::take(Incoming&& message) {
 
 void Requests::tellTooLarge(Outgoing&& answer) {
   const RequestRefusal refusal{RequestError::kBadAnswer,
-                               "the answer has " + std::to_string(answer.payload.size()) +
-                                   " bytes, more than the broker takes in one message"};
+                               "the answer is larger than the broker takes in one message"};
   std::string text = refusal.json();
   if (answer.payload.size() <= text.size()) {
-    ++counts_.lost;  // It is as short as an answer can be.
+    ++counts_.lost;  // That is what has been told.
     return;
   }
   --counts_.answered;
