@@ -168,7 +168,8 @@ struct Client::Callbacks {
           of(self).listener_.onReceived(incoming(*message, properties));
         });
     mosquitto_log_callback_set(client, [](mosquitto*, void* self, int level, const char* text) {
-      if (level == MOSQ_LOG_ERR) {
+      // What follows the first one says less of it.
+      if (level == MOSQ_LOG_ERR && of(self).libraryError_.empty()) {
         of(self).libraryError_ = text;
       }
     });

@@ -84,7 +84,7 @@ class Client {
   std::uint32_t largestPacket_ = 0;  ///< that the broker takes
   bool hasAnswer_ = true;            ///< the broker has answered the last try to connect
   bool takesOtherKind_ = false;      ///< of addresses; see addressToComeFrom()
-  std::string libraryError_;         ///< of the call that is being made
+  std::string libraryError_;         ///< the first one of the call that is being made
 };
 
 }  // namespace qov::mqtt
