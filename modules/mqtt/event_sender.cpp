@@ -25,7 +25,7 @@ constexpr std::size_t kMostSettled = 64;
 constexpr std::chrono::milliseconds kIdle{200};
 constexpr std::chrono::seconds kRetry{1};
 constexpr std::chrono::seconds kLongestRetry{60};
-constexpr std::chrono::seconds kPatienceAtEnd{5};
+constexpr std::chrono::seconds kStopPatience{5};
 constexpr std::chrono::seconds kBetweenDropRecords{60};
 
 /// Whether the broker will never take such a message.
@@ -102,7 +102,7 @@ void EventSender::stop() {
     stopping_ = true;
   }
   changed_.notify_one();
-  if (ended_.get_future().wait_for(kPatienceAtEnd) != std::future_status::ready) {
+  if (ended_.get_future().wait_for(kStopPatience) != std::future_status::ready) {
     tellHeldUp();
   }
   thread_.join();
@@ -120,7 +120,7 @@ void EventSender::tellHeldUp() {
   QOV_WARN(guard, log_id::kOutboxHoldsUp,
            "The outbox %s holds up the stop: its disk has not answered for %lld s, and %zu events "
            "are not stored",
-           file_.c_str(), static_cast<long long>(kPatienceAtEnd.count()), count);
+           file_.c_str(), static_cast<long long>(kStopPatience.count()), count);
 }
 
 void EventSender::accept(Event&& event, Receipt receipt) {

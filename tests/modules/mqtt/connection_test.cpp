@@ -7,8 +7,10 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <iterator>
 #include <memory>
 #include <mutex>
+#include <regex>
 
 #include "modules/mqtt/settings.h"
 #include "tests/modules/mqtt/scripted_broker.h"
@@ -243,17 +245,21 @@ TEST_F(MqttConnection, EndsAConnectionWithAnAnswerToNoSubscription) {
 }
 
 TEST_F(MqttConnection, PublishesTheAnswersThatWaitAtItsEnd) {
-  constexpr std::size_t kCount = 20;
-  const MqttBroker broker(kKeepsAll);
+  // More than the sockets hold.
+  constexpr std::size_t kCount = 60;
+  const MqttBroker broker("log_type all\n");
   startAt(broker);
-  const Watcher watcher(broker);
   for (std::size_t i = 0; i < kCount; ++i) {
-    Outgoing answer = messageOf(std::string(100000, 'a'));
+    Outgoing answer = messageOf(std::string(200000, 'a'));
     answer.atMostOnce = true;
     ASSERT_TRUE(connection->publish(std::move(answer)));
   }
   connection.reset();
-  EXPECT_TRUE(watcher.waitFor("/event", kCount));
+  EXPECT_TRUE(waitUntil([&] {
+    const std::regex answer("Received PUBLISH from client \\(d0, q0");
+    const std::string log = broker.log();
+    return std::distance(std::sregex_iterator(log.begin(), log.end(), answer), {}) == kCount;
+  })) << broker.log();
 }
 
 TEST_F(MqttConnection, LooksForTheBrokerAtTheHostsOtherKindOfAddress) {
