@@ -44,9 +44,9 @@ class Client {
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
 
-  /// Begins to connect, with `will` as the last will on `topic`, retained. With `forgets` the broker
-  /// drops the session that it has, with what waits there. The answer comes to the listener. Waits
-  /// for the name server, and for nothing else.
+  /// Begins to connect, with `will` as the last will on `topic`, retained. With `forgets` the
+  /// broker drops the session that it has, with what waits there. The answer comes to the listener.
+  /// Waits for the name server, and for nothing else.
   std::optional<Cause> connect(const std::string& topic, const std::string& will, bool forgets);
 
   /// -1 while there is no connection.
