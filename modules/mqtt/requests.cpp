@@ -278,6 +278,7 @@ void Requests::publish(const Asked& asked, std::string payload, bool isJson) {
 }
 
 void Requests::publish(Outgoing&& message) {
+  const std::string topic = message.topic;
   if (publish_(std::move(message))) {
     return;
   }
@@ -287,8 +288,7 @@ void Requests::publish(Outgoing&& message) {
     QOV_GUARD(guard, kit);
     QOV_WARN(guard, log_id::kAnswerLost,
              "Dropped an answer for %s: too many wait for the broker; %llu since the start",
-             common::withoutControls(message.topic).c_str(),
-             static_cast<unsigned long long>(count));
+             common::withoutControls(topic).c_str(), static_cast<unsigned long long>(count));
   }
 }
 
