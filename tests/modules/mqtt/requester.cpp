@@ -10,7 +10,7 @@
 namespace qov::test {
 namespace {
 
-constexpr std::chrono::seconds kPatience{60};
+constexpr std::chrono::seconds kPatience{180};
 constexpr int kQos = 1;
 
 void check(int result, const char* what) {
