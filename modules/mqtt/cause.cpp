@@ -69,6 +69,12 @@ const char* whatToDoAboutResult(int result) {
   }
 }
 
+bool isBadPacket(int result) {
+  return result == MOSQ_ERR_PROTOCOL || result == MOSQ_ERR_MALFORMED_PACKET ||
+         result == MOSQ_ERR_MALFORMED_UTF8 || result == MOSQ_ERR_DUPLICATE_PROPERTY ||
+         result == MOSQ_ERR_INVAL;
+}
+
 }  // namespace
 
 Cause causeOfReason(int reason) {
@@ -87,7 +93,7 @@ Cause causeOfResult(int result, int system, const std::string& library) {
   if (!library.empty()) {
     why += " (" + library + ")";
   }
-  return {why, whatToDoAboutResult(result)};
+  return {why, whatToDoAboutResult(result), isBadPacket(result)};
 }
 
 }  // namespace qov::mqtt

@@ -9,6 +9,7 @@ namespace qov::mqtt {
 struct Cause {
   std::string why;
   std::string whatToDo;
+  bool isBadPacket = false;  ///< what the broker has sent cannot be read
 
   std::string text() const { return why + "; " + whatToDo; }
 };
@@ -16,8 +17,8 @@ struct Cause {
 /// Of an MQTT reason code, 128 or more.
 Cause causeOfReason(int reason);
 
-/// Of a result of libmosquitto. `system` is errno of the call, `library` the error that it has
-/// logged last, or empty.
+/// Of a result of libmosquitto. `system` is errno of the call, `library` the first error
+/// that it has logged, or empty.
 Cause causeOfResult(int result, int system, const std::string& library);
 
 }  // namespace qov::mqtt

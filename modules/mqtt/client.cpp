@@ -2,8 +2,10 @@
 
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <openssl/ssl.h>
 #include <qovpub/qov_exception.h>
 #include <sys/socket.h>
 
@@ -12,6 +14,7 @@
 #include <fstream>
 #include <limits>
 #include <system_error>
+#include <utility>
 
 namespace qov::mqtt {
 namespace {
@@ -144,6 +147,7 @@ struct Client::Callbacks {
                                                  int flags, const mosquitto_property* properties) {
       // It writes a line for each packet from here on; its errors tell of what went before.
       mosquitto_log_callback_set(connected, nullptr);
+      of(self).hasAnswer_ = true;
       of(self).largestPacket_ = std::numeric_limits<std::uint32_t>::max();
       mosquitto_property_read_int32(properties, MQTT_PROP_MAXIMUM_PACKET_SIZE,
                                     &of(self).largestPacket_, false);
@@ -173,7 +177,8 @@ struct Client::Callbacks {
           of(self).listener_.onReceived(incoming(*message, properties));
         });
     mosquitto_log_callback_set(client, [](mosquitto*, void* self, int level, const char* text) {
-      if (level == MOSQ_LOG_ERR) {
+      // What follows the first one says less of it.
+      if (level == MOSQ_LOG_ERR && of(self).libraryError_.empty()) {
         of(self).libraryError_ = text;
       }
     });
@@ -186,7 +191,7 @@ Client::Client(const Settings& settings, const std::string& clientId, Listener& 
       listener_(listener),
       client_(nullptr, mosquitto_destroy) {
   mosquitto_lib_init();
-  if (const auto cause = make(); cause) {
+  if (const auto cause = make(false); cause) {
     throw CQOV_Exception("Failed to prepare the client of the broker " + settings_.host + ": " +
                          cause->why);
   }
@@ -197,9 +202,8 @@ Client::~Client() {
   mosquitto_lib_cleanup();
 }
 
-std::optional<Cause> Client::make() {
-  constexpr bool kCleanStart = false;
-  client_.reset(mosquitto_new(clientId_.c_str(), kCleanStart, this));
+std::optional<Cause> Client::make(bool cleanStart) {
+  client_.reset(mosquitto_new(clientId_.c_str(), cleanStart, this));
   if (client_ == nullptr) {
     return causeOf(MOSQ_ERR_ERRNO);
   }
@@ -272,23 +276,50 @@ std::optional<Cause> Client::causeOf(int result) const {
   return causeOfResult(result, errno, libraryError_);
 }
 
-std::optional<Cause> Client::connect(const std::string& topic, const std::string& will) {
+std::optional<Cause> Client::connect(const std::string& topic, const std::string& will,
+                                     bool forgets) {
   libraryError_.clear();
-  if (auto cause = make(); cause) {
+  if (auto cause = make(forgets); cause) {
     return cause;
   }
   if (auto cause = setPassword(); cause) {
     return cause;
   }
+  // One that did not work is followed by one with the other kind of addresses.
+  if (!std::exchange(hasAnswer_, false)) {
+    takesOtherKind_ = !takesOtherKind_;
+  }
   constexpr int kQos = 1;
   mosquitto_will_set(client_.get(), topic.c_str(), static_cast<int>(will.size()), will.data(), kQos,
                      true);
   const int result = mosquitto_connect_bind_async(client_.get(), settings_.host.c_str(),
-                                                  settings_.port, keepAlive(), nullptr);
+                                                  settings_.port, keepAlive(), addressToComeFrom());
   if (result == MOSQ_ERR_SUCCESS) {
     setOption(socket(), TCP_CORK);
   }
   return causeOf(result);
+}
+
+/// libmosquitto tries the first address of a host, and others only if there is no way to that one.
+/// So a broker that is not at the host's address of IPv6 would not be looked for at that of IPv4.
+/// An address to come from decides between both kinds.
+const char* Client::addressToComeFrom() const {
+  if (!takesOtherKind_) {
+    return nullptr;
+  }
+  addrinfo hints{};
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  if (::getaddrinfo(settings_.host.c_str(), nullptr, &hints, &found) != 0) {
+    return nullptr;  // libmosquitto says why
+  }
+  const std::unique_ptr<addrinfo, void (*)(addrinfo*)> first(found, ::freeaddrinfo);
+  for (const addrinfo* each = found; each != nullptr; each = each->ai_next) {
+    if (each->ai_family != first->ai_family) {
+      return first->ai_family == AF_INET6 ? "0.0.0.0" : "::";
+    }
+  }
+  return nullptr;
 }
 
 int Client::socket() const {
@@ -297,6 +328,11 @@ int Client::socket() const {
 
 bool Client::wantsToWrite() const {
   return mosquitto_want_write(client_.get());
+}
+
+bool Client::hasUnread() const {
+  const auto* const tls = static_cast<const SSL*>(mosquitto_ssl_get(client_.get()));
+  return tls != nullptr && SSL_pending(tls) > 0;
 }
 
 std::optional<Cause> Client::serve(bool canRead, bool canWrite) {

@@ -44,13 +44,16 @@ class Client {
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
 
-  /// Begins to connect, with `will` as the last will on `topic`, retained. The answer comes to the
-  /// listener. Waits for the name server, and for nothing else.
-  std::optional<Cause> connect(const std::string& topic, const std::string& will);
+  /// Begins to connect, with `will` as the last will on `topic`, retained. With `forgets` the
+  /// broker drops the session that it has, with what waits there. The answer comes to the listener.
+  /// Waits for the name server, and for nothing else.
+  std::optional<Cause> connect(const std::string& topic, const std::string& will, bool forgets);
 
   /// -1 while there is no connection.
   int socket() const;
   bool wantsToWrite() const;
+  /// Whether TLS holds something to read that does not make the socket readable any more.
+  bool hasUnread() const;
   /// Reads and writes what can be, and keeps the connection alive: to be called at least once a
   /// second. The cause if the connection has broken.
   std::optional<Cause> serve(bool canRead, bool canWrite);
@@ -68,10 +71,11 @@ class Client {
  private:
   struct Callbacks;
 
-  std::optional<Cause> make();
+  std::optional<Cause> make(bool cleanStart);
   int configureTls();
   int keepAlive() const;
   std::optional<Cause> setPassword();
+  const char* addressToComeFrom() const;
   std::optional<Cause> causeOf(int result) const;
 
   const Settings settings_;
@@ -80,7 +84,9 @@ class Client {
 
   std::unique_ptr<mosquitto, void (*)(mosquitto*)> client_;
   std::uint32_t largestPacket_ = 0;  ///< that the broker takes
-  std::string libraryError_;         ///< of the call that is being made
+  bool hasAnswer_ = true;            ///< the broker has answered the last try to connect
+  bool takesOtherKind_ = false;      ///< of addresses; see addressToComeFrom()
+  std::string libraryError_;         ///< the first one of the call that is being made
 };
 
 }  // namespace qov::mqtt

@@ -22,6 +22,7 @@
 #include "modules/mqtt/cause.h"
 #include "modules/mqtt/client.h"
 #include "modules/mqtt/log_ids.h"
+#include "modules/mqtt/seldom.h"
 #include "modules/mqtt/settings.h"
 
 namespace qov::mqtt {
@@ -36,6 +37,9 @@ constexpr std::chrono::seconds kPatienceAtEnd{2};
 constexpr std::chrono::seconds kTurn{1};
 /// As many as may be unacknowledged, and as many again to go on with.
 constexpr std::size_t kMostGiven = 128;
+/// So many connections in turn may end with a packet that cannot be read. It waits in the session
+/// then, and the broker would send it again on every one.
+constexpr int kMostBadPackets = 3;
 
 /// Ends a poll().
 class Bell {
@@ -102,6 +106,7 @@ class Connection::Loop : private Client::Listener {
       ++pending_;
       pendingBytes_ = bytes;
       std::deque<Outgoing>& queue = message.atMostOnce ? answers_ : queue_;
+      answerBytes_ += message.atMostOnce ? message.size() : 0;
       // What stands before it has rung, or waits for acknowledgements or the socket.
       isAwaited = queue.empty();
       queue.push_back(std::move(message));
@@ -158,25 +163,30 @@ class Connection::Loop : private Client::Listener {
       client_.flush();
     }
     const bool holdsBack = manyAnswersWait();
+    const bool hasUnread = state_ != State::kWaiting && !holdsBack && client_.hasUnread();
     const short reading = holdsBack ? 0 : POLLIN;
     const short writing = client_.wantsToWrite() ? POLLOUT : 0;
     pollfd descriptors[]{{bell_.descriptor(), POLLIN, 0},
                          {socket, static_cast<short>(reading | writing), 0}};
-    const int ready = ::poll(descriptors, 2, span > 0 ? static_cast<int>(span) : 0);
+    ::poll(descriptors, 2, span > 0 && !hasUnread ? static_cast<int>(span) : 0);
     if (descriptors[0].revents != 0) {
       bell_.hush();
     }
     if (state_ != State::kWaiting) {
       const short found = descriptors[1].revents;
       // A broker that takes nothing may wait until what it has sent is read.
-      const bool isStuck = holdsBack && ready == 0;
-      serve((found & ~POLLOUT) != 0 || isStuck, (found & POLLOUT) != 0);
+      const bool isStuck = holdsBack && Clock::now() >= lastMove_ + kTurn;
+      if (found != 0 || isStuck) {
+        lastMove_ = Clock::now();
+      }
+      serve((found & ~POLLOUT) != 0 || hasUnread || isStuck, (found & POLLOUT) != 0);
     }
   }
 
   bool manyAnswersWait() {
     const std::lock_guard lock(lock_);
-    return state_ == State::kOnline && answers_.size() >= kMostPending / 2;
+    return state_ == State::kOnline &&
+           (answers_.size() >= kMostPending / 2 || answerBytes_ >= kMostPendingBytes / 2);
   }
 
   void serve(bool canRead, bool canWrite) {
@@ -196,7 +206,7 @@ class Connection::Loop : private Client::Listener {
     state_ = State::kConnecting;
     answerUntil_ = Clock::now() + kPatience;
     reason_.reset();
-    if (const auto cause = client_.connect(presence_.topic, presence_.offline()); cause) {
+    if (const auto cause = client_.connect(presence_.topic, presence_.offline(), forgets_); cause) {
       fail(*cause);
     }
   }
@@ -212,6 +222,15 @@ class Connection::Loop : private Client::Listener {
       handlers_.online(false);
       QOV_WARN(guard, log_id::kConnectionLost, "Lost the connection to the broker %s: %s",
                broker_.c_str(), cause.text().c_str());
+      badPackets_ = cause.isBadPacket ? badPackets_ + 1 : 0;
+      if (badPackets_ == kMostBadPackets) {
+        forgets_ = true;
+        QOV_WARN(
+            guard, log_id::kSessionGivenUp,
+            "The broker %s has sent what cannot be read on %d connections in turn: its session "
+            "is begun anew, and requests that wait there are lost",
+            broker_.c_str(), badPackets_);
+      }
       // One that breaks again and again is no success.
       if (Clock::now() - onlineSince_ > lastWait_) {
         backOff_.reset();
@@ -250,6 +269,9 @@ class Connection::Loop : private Client::Listener {
     // libmosquitto publishes the status without it, and says nothing.
     if (!retains && !std::exchange(retainTold_, true)) {
       tellRefusal(presence_.topic, MQTT_RC_RETAIN_NOT_SUPPORTED);
+    }
+    if (std::exchange(forgets_, false)) {
+      badPackets_ = 0;
     }
     state_ = State::kOnline;
     onlineSince_ = Clock::now();
@@ -299,8 +321,6 @@ class Connection::Loop : private Client::Listener {
     given_.erase(found);
     if (reason >= kFirstRefusal) {
       tellRefusal(message.topic, reason);
-    } else {
-      lastRefusal_ = 0;
     }
     settle(message, given.isPresence ? 0 : message.size(), reason);
   }
@@ -318,10 +338,12 @@ class Connection::Loop : private Client::Listener {
   }
 
   void tellRefusal(const std::string& topic, int reason) {
-    if (std::exchange(lastRefusal_, reason) != reason) {
+    if (const std::uint64_t count = refusals_[reason].add(); count > 0) {
       QOV_GUARD(guard, kit_);
-      QOV_WARN(guard, log_id::kMessageRefused, "The broker %s refuses a message: %s: %s",
-               broker_.c_str(), topic.c_str(), causeOfReason(reason).text().c_str());
+      QOV_WARN(guard, log_id::kMessageRefused,
+               "The broker %s refuses a message: %s: %s; %llu for that so far", broker_.c_str(),
+               topic.c_str(), causeOfReason(reason).text().c_str(),
+               static_cast<unsigned long long>(count));
     }
   }
 
@@ -332,13 +354,14 @@ class Connection::Loop : private Client::Listener {
     }
     std::optional<Outgoing> message(std::move(queue.front()));
     queue.pop_front();
+    answerBytes_ -= message->atMostOnce ? message->size() : 0;
     return message;
   }
 
   /// As many as the socket takes.
   void publishAnswers() {
-    while (!client_.wantsToWrite()) {
-      const auto message = takeFrom(answers_);
+    while (state_ == State::kOnline && !client_.wantsToWrite()) {
+      auto message = takeFrom(answers_);
       if (!message) {
         return;
       }
@@ -348,6 +371,9 @@ class Connection::Loop : private Client::Listener {
         tellRefusal(message->topic, refusal);
       }
       settle(*message, message->size(), refusal);
+      if (refusal == MQTT_RC_PACKET_TOO_LARGE) {
+        handlers_.tooLarge(std::move(*message));
+      }
     }
   }
 
@@ -402,26 +428,37 @@ class Connection::Loop : private Client::Listener {
     return true;
   }
 
-  /// The broker learns that the agent is offline by its own will, and has time to acknowledge all
-  /// that was given to it before. Otherwise it publishes the last will.
+  /// The broker learns that the agent is offline by its own will, and has time to take the answers
+  /// and to acknowledge all that was given to it. Otherwise it publishes the last will.
   void sayGoodbye() {
-    bool isTold = false;
-    if (state_ == State::kOnline) {
+    const bool isTold = state_ == State::kOnline && publishDocument(presence_.offline());
+    const Clock::time_point until = Clock::now() + kPatienceAtEnd;
+    publishAnswers();
+    while (state_ == State::kOnline && !isAllTaken() && Clock::now() < until) {
+      wait(until);
       publishAnswers();
-      isTold = publishDocument(presence_.offline());
-      const Clock::time_point until = Clock::now() + kPatienceAtEnd;
-      while (state_ == State::kOnline && !given_.empty() && Clock::now() < until) {
-        wait(until);
-      }
-      if (state_ == State::kOnline && !given_.empty()) {
-        QOV_GUARD(guard, kit_);
-        QOV_WARN(guard, log_id::kNotOffline,
-                 "The broker %s has not acknowledged all messages at the end: %zu are left",
-                 broker_.c_str(), given_.size());
-      }
     }
+    tellLeft();
     if (state_ != State::kWaiting) {
       client_.disconnect(isTold && given_.empty());
+    }
+  }
+
+  bool isAllTaken() { return given_.empty() && !client_.wantsToWrite() && answersLeft() == 0; }
+
+  std::size_t answersLeft() {
+    const std::lock_guard lock(lock_);
+    return answers_.size();
+  }
+
+  void tellLeft() {
+    const std::size_t answers = answersLeft();
+    if (!given_.empty() || answers > 0) {
+      QOV_GUARD(guard, kit_);
+      QOV_WARN(guard, log_id::kNotOffline,
+               "The broker %s has not acknowledged all messages at the end: %zu are left; %zu "
+               "answers are lost",
+               broker_.c_str(), given_.size(), answers);
     }
   }
 
@@ -443,6 +480,7 @@ class Connection::Loop : private Client::Listener {
   std::deque<Outgoing> answers_;  ///< the same of those that go at most once
   std::size_t pending_ = 0;       ///< of both and of given_
   std::size_t pendingBytes_ = 0;  ///< of their payloads and correlation data
+  std::size_t answerBytes_ = 0;   ///< of those of answers_ among them
   bool stopping_ = false;
 
   // The thread's own.
@@ -454,13 +492,16 @@ class Connection::Loop : private Client::Listener {
   Clock::time_point answerUntil_;
   Clock::time_point onlineSince_;
   Clock::time_point nextPresence_;
-  std::optional<int> reason_;  ///< for which the broker ends this connection
-  std::deque<Given> given_;    ///< the oldest first
+  Clock::time_point lastMove_;  ///< of the socket
+  std::optional<int> reason_;   ///< for which the broker ends this connection
+  std::deque<Given> given_;     ///< the oldest first
   std::map<int, std::string> subscriptions_;
+  int badPackets_ = 0;    ///< connections in turn that have ended with one
+  bool forgets_ = false;  ///< the next connection begins a new session
   bool retainTold_ = false;
-  std::string document_;     ///< of the presence, as published on this connection
-  std::string lastFailure_;  ///< as logged; empty since the last success
-  int lastRefusal_ = 0;      ///< of a message, as logged; 0 since the last that was taken
+  std::string document_;            ///< of the presence, as published on this connection
+  std::string lastFailure_;         ///< as logged; empty since the last success
+  std::map<int, Seldom> refusals_;  ///< of messages, by reason
 
   std::thread thread_;
 };

@@ -72,6 +72,8 @@ class Connection {
     /// it did not.
     std::function<void(std::uint64_t number, int reason)> settled = [](std::uint64_t, int) {};
     std::function<void(Incoming&&)> received = [](Incoming&&) {};
+    /// A message with atMostOnce is larger than the broker takes.
+    std::function<void(Outgoing&&)> tooLarge = [](Outgoing&&) {};
   };
 
   struct Counts {
@@ -86,8 +88,9 @@ class Connection {
   /// not delivered.
   Connection(const Settings& settings, const std::string& clientId, Presence presence,
              Handlers handlers, const std::vector<std::string>& filters = {});
-  /// Publishes that the agent is offline, or has the broker do so if that does not answer within
-  /// two seconds, and ends. QoS 1 messages that were not on their way yet are forgotten.
+  /// Publishes the answers that wait and that the agent is offline, or has the broker do so if that
+  /// does not take them within two seconds, and ends. QoS 1 messages that were not on their way yet
+  /// are forgotten.
   ~Connection();
 
   Connection(const Connection&) = delete;

@@ -25,6 +25,7 @@ constexpr std::size_t kMostSettled = 64;
 constexpr std::chrono::milliseconds kIdle{200};
 constexpr std::chrono::seconds kRetry{1};
 constexpr std::chrono::seconds kLongestRetry{60};
+constexpr std::chrono::seconds kStopPatience{5};
 constexpr std::chrono::seconds kBetweenDropRecords{60};
 
 /// Whether the broker will never take such a message.
@@ -89,6 +90,7 @@ void EventSender::start(Publish publish) {
   thread_ = std::thread([this] {
     ::pthread_setname_np(::pthread_self(), ("m" + std::to_string(kit_) + "-outbox").c_str());
     run();
+    ended_.set_value();
   });
 }
 
@@ -101,18 +103,33 @@ void EventSender::stop() {
     stopping_ = true;
   }
   changed_.notify_one();
+  if (ended_.get_future().wait_for(kStopPatience) != std::future_status::ready) {
+    tellHeldUp();
+  }
   thread_.join();
+}
+
+/// The library ends a process whose stop takes too long. Nothing else ends a call that waits for
+/// the disk.
+void EventSender::tellHeldUp() {
+  std::size_t count = 0;
+  {
+    const std::lock_guard lock(lock_);
+    count = waiting_.size() + inHand_;
+  }
+  QOV_GUARD(guard, kit_);
+  QOV_WARN(guard, log_id::kOutboxHoldsUp,
+           "The outbox %s holds up the stop: its disk has not answered for %lld s, and %zu events "
+           "are not stored",
+           file_.c_str(), static_cast<long long>(kStopPatience.count()), count);
 }
 
 void EventSender::accept(Event&& event, Receipt receipt) {
   const std::size_t size = event.payload.size();
-  if (size > kMostEventBytes) {
-    QOV_GUARD(guard, kit_);
-    QOV_WARN(
-        guard, log_id::kEventTooLarge,
-        "Failed to take an event of module %u, operation %llu: it has %zu bytes, more than %zu",
-        event.module, static_cast<unsigned long long>(event.opc), size, kMostEventBytes);
-    ++counts_.dropped;
+  if (size == 0 || size > kMostEventBytes) {
+    refuse(event, size == 0 ? std::string("it cannot be written in bytes")
+                            : "it has " + std::to_string(size) + " bytes, more than " +
+                                  std::to_string(kMostEventBytes));
     if (receipt) {
       receipt(false);
     }
@@ -135,6 +152,22 @@ void EventSender::accept(Event&& event, Receipt receipt) {
     if (one.receipt) {
       one.receipt(false);
     }
+  }
+}
+
+void EventSender::refuse(const Event& event, const std::string& why) {
+  ++counts_.dropped;
+  std::uint64_t count = 0;
+  {
+    const std::lock_guard lock(lock_);
+    count = badEvents_.add();
+  }
+  if (count > 0) {
+    QOV_GUARD(guard, kit_);
+    QOV_WARN(guard, log_id::kEventRefused,
+             "Failed to take an event of module %u, operation %llu: %s; %llu so far", event.module,
+             static_cast<unsigned long long>(event.opc), why.c_str(),
+             static_cast<unsigned long long>(count));
   }
 }
 
@@ -183,6 +216,7 @@ EventSender::Work EventSender::takeWork() {
     changed_.wait(lock, hasWork);
   }
   waitingBytes_ = 0;
+  inHand_ = waiting_.size();
   return {std::exchange(waiting_, {}), std::exchange(settled_, {}), isIdle, stopping_};
 }
 
@@ -240,9 +274,12 @@ bool EventSender::commit(const std::vector<Event>& events) {
   hasMore_ = hasMore_ || !events.empty();
   counts_.stored += events.size();
   if (!lastFailure_.empty()) {
-    QOV_GUARD(guard, kit_);
-    QOV_INFO(guard, log_id::kOutboxGoesOn, "The outbox %s takes events again", file_.c_str());
     lastFailure_.clear();
+    if (!toldFailure_.empty()) {
+      QOV_GUARD(guard, kit_);
+      QOV_INFO(guard, log_id::kOutboxGoesOn, "The outbox %s takes events again", file_.c_str());
+      toldFailure_.clear();
+    }
   }
   return true;
 }
@@ -260,12 +297,14 @@ void EventSender::fail(const DatabaseError& failure) {
   if (failure.isCorrupt()) {
     outbox_.reset();  // to be opened anew, which sets it aside
   }
-  if (failure.what() != lastFailure_) {
+  lastFailure_ = failure.what();
+  // A disk that fails and recovers in turn must not fill itself with that.
+  if (lastFailure_ != toldFailure_ && failures_.add() > 0) {
     QOV_GUARD(guard, kit_);
     QOV_ERROR(guard, log_id::kOutboxFails,
               "Failed to use the outbox %s: %s; events wait in memory, up to %zu", file_.c_str(),
               failure.what(), kMostWaiting);
-    lastFailure_ = failure.what();
+    toldFailure_ = lastFailure_;
   }
 }
 
@@ -337,11 +376,10 @@ void EventSender::tellDropped() {
     return;
   }
   QOV_GUARD(guard, kit_);
-  QOV_WARN(
-      guard, log_id::kEventsDropped,
-      "Events are dropped, %llu since the start: the outbox %s is full or too slow, or they are "
-      "too large",
-      static_cast<unsigned long long>(dropped), file_.c_str());
+  QOV_WARN(guard, log_id::kEventsDropped,
+           "Events are dropped, %llu since the start: the outbox %s is full or too slow, or they "
+           "cannot be sent",
+           static_cast<unsigned long long>(dropped), file_.c_str());
   droppedTold_ = dropped;
   droppedToldAt_ = Clock::now();
 }

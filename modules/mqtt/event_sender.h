@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -18,6 +19,7 @@
 #include "modules/mqtt/back_off.h"
 #include "modules/mqtt/connection.h"
 #include "modules/mqtt/outbox.h"
+#include "modules/mqtt/seldom.h"
 #include "modules/mqtt/settings.h"
 #include "modules/mqtt/topics.h"
 
@@ -41,7 +43,7 @@ class EventSender {
 
   struct Counts {
     std::atomic<std::uint64_t> stored{0};
-    std::atomic<std::uint64_t> dropped{0};  ///< for lack of room, or as they are too large
+    std::atomic<std::uint64_t> dropped{0};  ///< for lack of room, or as they cannot be sent
   };
 
   /// Opens the outbox. One that is damaged is set aside.
@@ -53,10 +55,12 @@ class EventSender {
 
   /// Begins to store, and to publish by `publish`, which is as Connection::publish().
   void start(Publish publish);
-  /// Stores what it has, and publishes no more.
+  /// Stores what it has, and publishes no more. Waits for the disk; if that takes long, the log
+  /// tells what is not stored.
   void stop();
 
-  /// Takes an event; never waits.
+  /// Takes an event, whose payload is empty if it has none in the form that the settings want;
+  /// never waits.
   void accept(Event&& event, Receipt receipt = {});
   /// As Connection::Handlers::settled.
   void settled(std::uint64_t token, int reason);
@@ -96,7 +100,9 @@ class EventSender {
   bool isUnderWay(std::uint64_t number) const;
   bool publish(StoredEvent&& stored);
   void fail(const DatabaseError& failure);
+  void refuse(const Event& event, const std::string& why);
   void tellDropped();
+  void tellHeldUp();
 
   // Constant after start().
   const unsigned int kit_;
@@ -113,6 +119,8 @@ class EventSender {
   std::deque<Waiting> waiting_;
   std::size_t waitingBytes_ = 0;
   std::vector<Settled> settled_;
+  Seldom badEvents_;
+  std::size_t inHand_ = 0;  ///< of those that the thread has taken to store them
   bool stopping_ = false;
 
   // The thread's own.
@@ -126,10 +134,13 @@ class EventSender {
   bool isRefused_ = false;            ///< some the broker does not take now; see nextTry_
   BackOff backOff_;
   Clock::time_point nextTry_;
-  std::string lastFailure_;  ///< as logged; empty since the last success
+  std::string lastFailure_;  ///< empty since the last success
+  std::string toldFailure_;  ///< the one of them that was logged last; empty for none
+  Seldom failures_;
   std::uint64_t droppedTold_ = 0;
   Clock::time_point droppedToldAt_;
 
+  std::promise<void> ended_;
   std::thread thread_;
 };
 

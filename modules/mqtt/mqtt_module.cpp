@@ -54,7 +54,6 @@ class EventTask : public CQOV_CommonTask {
 
  private:
   static constexpr int kNotStored = 1;
-  static constexpr int kFailed = -1;
 
   CQOV_Task& answering_;
   const EventForm form_;
@@ -94,9 +93,12 @@ class MqttModule : public CQOV_TaskMgr {
     handlers.received = [&requests = *requests_](Incoming&& message) {
       requests.take(std::move(message));
     };
+    handlers.tooLarge = [&requests = *requests_](Outgoing&& answer) {
+      requests.tellTooLarge(std::move(answer));
+    };
     connection_ = std::make_unique<Connection>(
-        settings_, topics_.clientId(), presenceOfAgent(topics_.status()), std::move(handlers),
-        std::vector<std::string>{topics_.requests()});
+        settings_, topics_.clientId(), presenceOfAgent(topics_.status(), &requests_->counts()),
+        std::move(handlers), std::vector<std::string>{topics_.requests()});
     made.set_value(connection_.get());
     sender_.start([&connection = *connection_](Outgoing&& message) {
       return connection.publish(std::move(message));

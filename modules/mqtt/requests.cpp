@@ -1,6 +1,7 @@
 #include "modules/mqtt/requests.h"
 
 #include <qovpub/qov_log.h>
+#include <qovpub/qov_om_message_package.h>
 #include <qovpub/qov_task_mgr.h>
 
 #include <algorithm>
@@ -73,6 +74,23 @@ std::unique_ptr<CQOV_MsgPackage> requestIn(const std::string& payload, bool isJs
   throw RequestRefusal{RequestError::kBadMessage, bad.what()};
 }
 
+template <class Package>
+std::size_t memoryOfRecords(const Package& message) {
+  std::size_t bytes = sizeof message;
+  for (const CTLVRecordV3& record : message) {
+    bytes += sizeof record + record.count() * sizeof(CTLVCell);
+  }
+  return bytes;
+}
+
+/// Of what is decoded, about: small cells take more than on their way.
+std::size_t memoryOf(const CQOV_MsgPackage& message) {
+  const auto* const om = dynamic_cast<const CQOV_OM_MsgPackage*>(&message);
+  const std::size_t inner =
+      om != nullptr && om->get() != nullptr ? memoryOfRecords(*om->get()) : std::size_t{0};
+  return common::sizeOfMessage(message) + memoryOfRecords(message) + inner;
+}
+
 /// Which of very many are logged.
 bool isLogged(std::uint64_t number) {
   return (number & (number - 1)) == 0;
@@ -101,6 +119,22 @@ void Requests::take(Incoming&& message) {
   } catch (const RequestRefusal& refusal) {
     refuse(asked, refusal);
   }
+}
+
+void Requests::tellTooLarge(Outgoing&& answer) {
+  const RequestRefusal refusal{RequestError::kBadAnswer,
+                               "the answer is larger than the broker takes in one message"};
+  std::string text = refusal.json();
+  if (answer.payload.size() <= text.size()) {
+    ++counts_.lost;  // That is what has been told.
+    return;
+  }
+  --counts_.answered;
+  ++counts_.refused[static_cast<std::size_t>(refusal.error)];
+  answer.payload = std::move(text);
+  answer.contentType = kJson;
+  answer.isText = true;
+  publish(std::move(answer));
 }
 
 void Requests::logCounts() const {
@@ -163,7 +197,7 @@ void Requests::pass(const Incoming& message, Asked& asked) {
   asked.serial = head.sn_;
   head.sn_ = QOVMsgHead().sn_;
   head.mst_ = 0;
-  asked.bytes = message.payload.size();
+  asked.bytes = std::max(message.payload.size(), memoryOf(*request));
   reserve(asked.bytes);
   const QOVReason reason =
       QOVRequest(sender_, asked.module, opc, std::move(request))
@@ -192,7 +226,9 @@ std::chrono::milliseconds Requests::timeoutOf(const Incoming& message) const {
 }
 
 void Requests::reserve(std::size_t bytes) {
-  if (pending_ >= settings_.pending || pendingBytes_ + bytes > kMostPendingBytes) {
+  // One alone may have more, or it would never be carried out.
+  if (pending_ >= settings_.pending ||
+      (pending_ > 0 && pendingBytes_ + bytes > kMostPendingBytes)) {
     throw RequestRefusal{RequestError::kBusy, std::to_string(pending_) + " requests are pending"};
   }
   ++pending_;
@@ -238,6 +274,11 @@ void Requests::publish(const Asked& asked, std::string payload, bool isJson) {
   message.isText = isJson;
   message.correlation = asked.correlation;
   message.atMostOnce = true;
+  publish(std::move(message));
+}
+
+void Requests::publish(Outgoing&& message) {
+  const std::string topic = message.topic;
   if (publish_(std::move(message))) {
     return;
   }
@@ -247,7 +288,7 @@ void Requests::publish(const Asked& asked, std::string payload, bool isJson) {
     QOV_GUARD(guard, kit);
     QOV_WARN(guard, log_id::kAnswerLost,
              "Dropped an answer for %s: too many wait for the broker; %llu since the start",
-             common::withoutControls(asked.topic).c_str(), static_cast<unsigned long long>(count));
+             common::withoutControls(topic).c_str(), static_cast<unsigned long long>(count));
   }
 }
 

@@ -29,8 +29,8 @@ namespace qov::mqtt {
 /// Errors: std::bad_alloc.
 class Requests {
  public:
-  static constexpr std::size_t kMostPayload = std::size_t{1} << 20U;       ///< bytes, in and out
-  static constexpr std::size_t kMostPendingBytes = std::size_t{8} << 20U;  ///< of payloads
+  static constexpr std::size_t kMostPayload = std::size_t{1} << 20U;  ///< bytes, in and out
+  static constexpr std::size_t kMostPendingBytes = std::size_t{8} << 20U;
   static constexpr std::size_t kMostCorrelation = 1024;
   static constexpr std::size_t kMostTopic = 1024;  ///< bytes of a response topic
 
@@ -50,6 +50,8 @@ class Requests {
            Publish publish);
 
   void take(Incoming&& message);
+  /// Tells the sender in place of an answer that it is larger than the broker takes.
+  void tellTooLarge(Outgoing&& answer);
 
   /// What has come of all so far, as one record.
   void logCounts() const;
@@ -64,7 +66,7 @@ class Requests {
     bool isJson = true;
     std::uint8_t module = 0;
     std::uint32_t serial = 0;  ///< as the request had it
-    std::size_t bytes = 0;     ///< of its payload
+    std::size_t bytes = 0;     ///< as it came or in memory, whichever is more
   };
 
   bool mayAnswerOn(const std::string& topic) const;
@@ -78,6 +80,7 @@ class Requests {
   void finish(const Asked& asked, QOVAnswer answer);
   void refuse(const Asked& asked, const RequestRefusal& refusal);
   void publish(const Asked& asked, std::string payload, bool isJson);
+  void publish(Outgoing&& message);
 
   // Constant after construction.
   CQOV_Task& sender_;
@@ -86,7 +89,7 @@ class Requests {
   const Publish publish_;
 
   std::atomic<std::size_t> pending_{0};
-  std::atomic<std::size_t> pendingBytes_{0};  ///< of their payloads
+  std::atomic<std::size_t> pendingBytes_{0};
   Counts counts_;
 };
 

@@ -144,6 +144,26 @@ long AgentProcess::waitsOf(const std::string& threadName) const {
   return 0;
 }
 
+long AgentProcess::ticksOf(const std::string& threadName) const {
+  const std::filesystem::path tasks = "/proc/" + std::to_string(started_) + "/task";
+  for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+    if (firstLineOf(task.path() / "comm") == threadName) {
+      const std::string stat = readFile(task.path() / "stat");
+      // The 14th and 15th field; the second one, the name, ends with ")".
+      std::istringstream fields(stat.substr(stat.rfind(')') + 1));
+      std::string skipped;
+      for (int i = 3; i < 14; ++i) {
+        fields >> skipped;
+      }
+      long user = 0;
+      long system = 0;
+      fields >> user >> system;
+      return user + system;
+    }
+  }
+  return 0;
+}
+
 bool AgentProcess::waitForStop() const {
   const std::filesystem::path tasks = "/proc/" + std::to_string(started_) + "/task";
   return waitUntil([&] {

@@ -59,6 +59,8 @@ class AgentProcess {
   std::size_t peakKilobytes() const;
   /// How often the thread of that name has waited for something so far; 0 when there is none.
   long waitsOf(const std::string& threadName) const;
+  /// For how long it has run so far, in the system's clock ticks; 0 when there is none.
+  long ticksOf(const std::string& threadName) const;
 
   /// Until every thread of the process that was started stands still, after a SIGSTOP.
   bool waitForStop() const;

@@ -119,10 +119,29 @@ void MqttBroker::start() {
   }
 }
 
+void MqttBroker::startWith(const std::string& more) {
+  more_ = withDirectory(more, directory_.path().string());
+  start();
+}
+
+void MqttBroker::freeze() const {
+  ::kill(pid_, SIGSTOP);
+}
+
+void MqttBroker::saveSessions() const {
+  ::kill(pid_, SIGUSR1);
+  waitUntil([&] { return !readFile(file("mosquitto.db")).empty(); });
+}
+
+void MqttBroker::reload() const {
+  ::kill(pid_, SIGHUP);
+}
+
 bool MqttBroker::startOn(int port) {
   std::string configuration = "listener " + std::to_string(port) +
                               " 127.0.0.1\nlog_dest stderr\n"
-                              // Started by root it would become another user.
+                              // Started by root it would become another user, who may not read
+                              // the directory.
                               "user root\n";
   if (more_.find("allow_anonymous") == std::string::npos) {
     configuration += "allow_anonymous true\n";

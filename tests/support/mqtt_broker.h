@@ -28,6 +28,7 @@ class MqttBroker {
   /// Starts one that lets everybody do everything, but for what `more`, lines of its configuration,
   /// says. `%d` in `more` is the directory.
   explicit MqttBroker(Security security = Security::kNone, const std::string& more = {});
+  explicit MqttBroker(const std::string& more) : MqttBroker(Security::kNone, more) {}
   ~MqttBroker();
   MqttBroker(const MqttBroker&) = delete;
   MqttBroker& operator=(const MqttBroker&) = delete;
@@ -43,15 +44,24 @@ class MqttBroker {
 
   /// Ends it with `signum`. Without persistence in its configuration it forgets what it had.
   void stop(int signum);
-  /// Starts it again, on the same port.
+  /// Starts it again, on the same port. Its log begins anew.
   void start();
+  /// The same with other lines.
+  void startWith(const std::string& more);
+  /// It acknowledges nothing any more, and what it is sent dies with it.
+  void freeze() const;
+  /// Has it write its sessions to the file mosquitto.db of its directory, which a kill leaves as
+  /// they are. With persistence there.
+  void saveSessions() const;
+  /// Reads its accounts and access list again.
+  void reload() const;
 
  private:
   bool startOn(int port);
 
   const TemporaryDirectory directory_;
   const Security security_;
-  const std::string more_;
+  std::string more_;
   int port_ = 0;
   pid_t pid_ = -1;
 };

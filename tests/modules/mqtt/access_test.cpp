@@ -10,54 +10,19 @@ namespace {
 
 using ::testing::HasSubstr;
 
-/// A CA, a certificate for the broker, one for another name, and one for a client.
-class Certificates {
- public:
-  Certificates() {
-    const std::string commands =
-        "set -e; cd " + folder_.path().string() +
-        "; key='-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2'\n"
-        "ca() { openssl req -x509 $key -subj /CN=$1 -keyout $1.key -out $1.pem; }\n"
-        "signed() { openssl req -x509 $key -subj /CN=$1 -addext subjectAltName=$2"
-        " -addext basicConstraints=CA:FALSE -CA ca.pem -CAkey ca.key -keyout $1.key -out $1.pem; "
-        "}\n"
-        "ca ca; ca stranger\n"
-        "signed broker IP:127.0.0.1; signed other DNS:other.example; signed client DNS:client\n"
-        "chmod a+r *; chmod a+x .\n";
-    BeforeProgram before;
-    before.writeTo(STDERR_FILENO, folder_.file("openssl.log"));
-    pid_t pid = spawn("/bin/sh", {"-c", commands}, before);
-    if (waitForEndOf(pid).exitStatus != 0) {
-      throw std::runtime_error("no certificates: " + readFile(folder_.file("openssl.log")));
-    }
-  }
-
-  std::string file(const std::string& name) const { return folder_.file(name); }
-
- private:
-  TemporaryDirectory folder_;
-};
+using Security = MqttBroker::Security;
 
 class MqttAccess : public AgentTest {
  protected:
-  static void SetUpTestSuite() { certificates = std::make_unique<Certificates>(); }
-  static void TearDownTestSuite() { certificates.reset(); }
-  static std::string file(const std::string& name) { return certificates->file(name); }
-
   void SetUp() override {
-    if (!Broker::isInstalled()) {
-      GTEST_SKIP() << "no broker; install it with: apt-get install mosquitto mosquitto-clients";
+    if (const std::string why = whyNoBroker(); !why.empty()) {
+      GTEST_SKIP() << why;
     }
     agent.root().addModule("qovmqtt");
   }
 
-  static std::string tlsOf(const std::string& certificate, const std::string& more = "") {
-    return "allow_anonymous true\ncafile " + file("ca.pem") + "\ncertfile " +
-           file(certificate + ".pem") + "\nkeyfile " + file(certificate + ".key") + "\n" + more;
-  }
   /// Starts an agent at the broker, with these lines in its section.
-  void startsAt(Broker& broker, const std::string& lines) {
-    broker.start();
+  void startsAt(const MqttBroker& broker, const std::string& lines) {
     agent.root().writeConfig(1);
     const std::filesystem::path cfg = agent.root().cfgFile();
     AgentRoot::write(cfg, readFile(cfg) +
@@ -65,52 +30,73 @@ class MqttAccess : public AgentTest {
                               "\nNode=7\nReconnectSeconds=1\n" + lines);
     starts({"events"});
   }
-  std::string brokersCa() { return "CaFile=" + file("ca.pem") + "\n"; }
+  static std::string caOf(const MqttBroker& broker) {
+    return "CaFile=" + broker.file("ca.crt") + "\n";
+  }
+  static std::string certificateOf(const MqttBroker& broker) {
+    return "CertFile=" + broker.file("client.crt") + "\nKeyFile=" + broker.file("client.key") +
+           "\n";
+  }
   bool logs(const std::string& text) {
     return agent.waitForLog(text) || (ADD_FAILURE() << agent.log(), false);
   }
-
-  static inline std::unique_ptr<Certificates> certificates;
 };
 
 TEST_F(MqttAccess, ConnectsWithTlsToTheBrokerThatItsCaKnows) {
-  Broker broker(tlsOf("broker"));
-  startsAt(broker, brokersCa());
+  const MqttBroker broker(Security::kTls);
+  startsAt(broker, caOf(broker));
   EXPECT_TRUE(logs("Connected to the broker"));
 }
 
 TEST_F(MqttAccess, DoesNotConnectToABrokerOfAnotherCa) {
-  Broker broker(tlsOf("broker"));
-  startsAt(broker, "CaFile=" + file("stranger.pem") + "\n");
+  const MqttBroker broker(Security::kTls);
+  const MqttBroker stranger(Security::kTls);
+  startsAt(broker, caOf(stranger));
   EXPECT_TRUE(logs("certificate verify failed"));
   EXPECT_TRUE(logs("; compare CaFile, CertFile, KeyFile and the name in Host"));
 }
 
 TEST_F(MqttAccess, DoesNotConnectToABrokerOfAnotherName) {
-  Broker broker(tlsOf("other"));
-  startsAt(broker, brokersCa());
+  const MqttBroker broker(Security::kTlsForAnother);
+  startsAt(broker, caOf(broker));
+  EXPECT_TRUE(logs("host name verification failed"));
   EXPECT_TRUE(logs("; compare CaFile, CertFile, KeyFile and the name in Host"));
   EXPECT_EQ(agent.log().find("Connected to"), std::string::npos);
 }
 
 TEST_F(MqttAccess, DoesNotConnectWithTlsToABrokerWithout) {
-  Broker broker;
-  startsAt(broker, brokersCa());
+  const MqttBroker broker;
+  const MqttBroker other(Security::kTls);
+  startsAt(broker, caOf(other));
   EXPECT_TRUE(logs("Failed to connect to the broker"));
 }
 
 TEST_F(MqttAccess, ShowsItsCertificate) {
-  Broker broker(tlsOf("broker", "require_certificate true\nuse_identity_as_username true\n"));
-  startsAt(broker, brokersCa() + "CertFile=" + file("client.pem") +
-                       "\nKeyFile=" + file("client.key") + "\n");
+  const MqttBroker broker(Security::kTlsWithClients, "use_identity_as_username true\n");
+  startsAt(broker, caOf(broker) + certificateOf(broker));
   EXPECT_TRUE(logs("Connected to the broker"));
   EXPECT_THAT(broker.log(), HasSubstr("u'client'"));
 }
 
 TEST_F(MqttAccess, SaysThatTheBrokerWantsACertificate) {
-  Broker broker(tlsOf("broker", "require_certificate true\n"));
-  startsAt(broker, brokersCa());
+  const MqttBroker broker(Security::kTlsWithClients);
+  startsAt(broker, caOf(broker));
   EXPECT_TRUE(logs("Failed to connect to the broker"));
+}
+
+TEST_F(MqttAccess, SaysThatItsKeyNeedsAPassword) {
+  const MqttBroker broker(Security::kTlsWithClients);
+  BeforeProgram before;
+  before.writeTo(STDERR_FILENO, broker.file("errors"));
+  pid_t pid = spawn("/usr/bin/openssl",
+                    {"ec", "-aes128", "-passout", "pass:secret", "-in", broker.file("client.key"),
+                     "-out", broker.file("locked.key")},
+                    before);
+  ASSERT_EQ(waitForEndOf(pid).exitStatus, 0) << readFile(broker.file("errors"));
+  startsAt(broker, caOf(broker) + "CertFile=" + broker.file("client.crt") +
+                       "\nKeyFile=" + broker.file("locked.key") + "\n");
+  EXPECT_TRUE(logs("Unable to load client key file"));
+  stopsInOrder();
 }
 
 class MqttAccounts : public MqttAccess {
@@ -132,7 +118,8 @@ class MqttAccounts : public MqttAccess {
 
   void password(const std::string& word) { writeFile(folder.file("password"), word + "\n"); }
   std::string accounts(const std::string& more = "") {
-    return "allow_anonymous false\npassword_file " + folder.file("accounts") + "\n" + more;
+    return "allow_anonymous false\nlog_type all\npassword_file " + folder.file("accounts") + "\n" +
+           more;
   }
   std::string user() { return "Tls=0\nUser=agent\nPasswordFile=" + folder.file("password") + "\n"; }
 
@@ -140,20 +127,20 @@ class MqttAccounts : public MqttAccess {
 };
 
 TEST_F(MqttAccounts, ConnectsWithItsPassword) {
-  Broker broker(accounts());
+  const MqttBroker broker(accounts());
   startsAt(broker, user());
   EXPECT_TRUE(logs("Connected to the broker"));
 }
 
 TEST_F(MqttAccounts, ConnectsWithAPasswordFromAFileOfAnotherSystem) {
-  Broker broker(accounts());
+  const MqttBroker broker(accounts());
   password("right\r");
   startsAt(broker, user());
   EXPECT_TRUE(logs("Connected to the broker"));
 }
 
 TEST_F(MqttAccounts, SaysOnceThatTheBrokerRefusesIt) {
-  Broker broker(accounts());
+  const MqttBroker broker(accounts());
   password("wrong");
   startsAt(broker, user());
   EXPECT_TRUE(logs("Not authorized (reason 135); compare User, PasswordFile and CertFile"));
@@ -169,7 +156,7 @@ TEST_F(MqttAccounts, SaysOnceThatTheBrokerRefusesIt) {
 }
 
 TEST_F(MqttAccounts, ConnectsWithANewPasswordWithoutARestart) {
-  Broker broker(accounts());
+  const MqttBroker broker(accounts());
   password("wrong");
   startsAt(broker, user());
   EXPECT_TRUE(logs("reason 135"));
@@ -177,8 +164,22 @@ TEST_F(MqttAccounts, ConnectsWithANewPasswordWithoutARestart) {
   EXPECT_TRUE(logs("Connected to the broker"));
 }
 
+TEST_F(MqttAccounts, SaysThatItsPasswordIsNotThere) {
+  MqttBroker broker(accounts());
+  startsAt(broker, user());
+  EXPECT_TRUE(logs("Connected to the broker"));
+  std::filesystem::remove(folder.file("password"));
+  broker.stop(SIGTERM);
+  broker.start();
+  EXPECT_TRUE(logs(folder.file("password") + " cannot be read: No such file or directory"));
+  writeFile(folder.file("password"), "");
+  EXPECT_TRUE(logs(folder.file("password") + " has no password; write it into"));
+  password("right");
+  EXPECT_TRUE(logsAnew("Connected to the broker"));
+}
+
 TEST_F(MqttAccounts, KeepsEventsThatTheAccessListForbidsUntilItAllowsThem) {
-  Broker broker(accounts("acl_file " + folder.file("list") + "\n"));
+  const MqttBroker broker(accounts("acl_file " + folder.file("list") + "\n"));
   startsAt(broker, user());
   writeFile(agent.root().path() / "wanted", "1");
   EXPECT_TRUE(logs("refuses a message: qov/7/qov_test_agent/event/40/4097: Not authorized"));

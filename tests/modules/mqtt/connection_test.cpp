@@ -4,13 +4,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cerrno>
 #include <csignal>
+#include <iterator>
 #include <memory>
 #include <mutex>
+#include <regex>
 
 #include "modules/mqtt/settings.h"
-#include "tests/modules/mqtt/broker.h"
+#include "tests/modules/mqtt/scripted_broker.h"
+#include "tests/modules/mqtt/watcher.h"
 #include "tests/support/process_end.h"
+#include "tests/support/stderr_capture.h"
 
 namespace qov::test {
 namespace {
@@ -26,33 +32,31 @@ constexpr int kTooLarge = 149;
 class MqttConnection : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (!Broker::isInstalled()) {
-      GTEST_SKIP() << "no broker; install it with: apt-get install mosquitto mosquitto-clients";
+    if (const std::string why = whyNoBroker(); !why.empty()) {
+      GTEST_SKIP() << why;
     }
   }
   void TearDown() override { connection.reset(); }
 
-  void startAt(Broker& broker) {
-    broker.start();
-    mqtt::Settings settings;
-    settings.host = "127.0.0.1";
-    settings.port = broker.port();
-    settings.tls = false;
+  void connectTo(int port) {
+    settings.port = port;
     settings.longestWait = std::chrono::seconds(1);
-    Connection::Handlers handlers;
     handlers.settled = [this](std::uint64_t, int reason) {
       const std::lock_guard lock(mutex);
       reasons.push_back(reason < Connection::kFirstRefusal ? 0 : reason);
     };
     const auto document = [] { return std::string("{}"); };
     connection = std::make_unique<Connection>(
-        settings, "client", mqtt::Presence{"qov/7/status", document, document}, handlers);
+        settings, "client", mqtt::Presence{"qov/7/status", document, document}, handlers, filters);
+  }
+  void startAt(const MqttBroker& broker) {
+    connectTo(broker.port());
     ASSERT_TRUE(isOnline());
   }
   bool isOnline() {
     return waitUntil([&] { return connection->isOnline(); });
   }
-  void publish(const std::string& payload) {
+  static Outgoing messageOf(const std::string& payload) {
     Outgoing message;
     message.topic = "qov/7/event";
     message.payload = payload;
@@ -60,8 +64,9 @@ class MqttConnection : public ::testing::Test {
     message.isText = true;
     message.properties = {{"number", "1"}, {"outbox", "abc"}};
     message.number = 1;
-    ASSERT_TRUE(connection->publish(std::move(message)));
+    return message;
   }
+  void publish(const std::string& payload) { ASSERT_TRUE(connection->publish(messageOf(payload))); }
   std::vector<int> settled() {
     const std::lock_guard lock(mutex);
     return reasons;
@@ -70,14 +75,26 @@ class MqttConnection : public ::testing::Test {
     return waitUntil([&] { return settled().size() >= count; });
   }
 
+  static mqtt::Settings plain() {
+    mqtt::Settings settings;
+    settings.host = "127.0.0.1";
+    settings.tls = false;
+    return settings;
+  }
+
+  mqtt::Settings settings = plain();
+  Connection::Handlers handlers;
+  std::vector<std::string> filters;
+  std::atomic<int> received{0};
   std::mutex mutex;
   std::vector<int> reasons;
+  std::string handedBack;
   std::unique_ptr<Connection> connection;
 };
 
 TEST_F(MqttConnection, RefusesEveryMessageThatIsLargerThanTheBrokerTakes) {
   constexpr std::size_t kLargest = 300;
-  Broker broker("allow_anonymous true\nmax_packet_size " + std::to_string(kLargest) + "\n");
+  const MqttBroker broker("max_packet_size " + std::to_string(kLargest) + "\n");
   startAt(broker);
   for (std::size_t size = 1; size <= kLargest; ++size) {
     publish(std::string(size, 'a'));
@@ -87,25 +104,39 @@ TEST_F(MqttConnection, RefusesEveryMessageThatIsLargerThanTheBrokerTakes) {
   EXPECT_EQ(connection->counts().connections, 1U);
 }
 
+TEST_F(MqttConnection, HandsBackAnAnswerThatIsLargerThanTheBrokerTakes) {
+  const MqttBroker broker("max_packet_size 300\n");
+  handlers.tooLarge = [this](Outgoing&& answer) {
+    const std::lock_guard lock(mutex);
+    handedBack = answer.payload;
+  };
+  startAt(broker);
+  Outgoing answer = messageOf(std::string(400, 'a'));
+  answer.atMostOnce = true;
+  ASSERT_TRUE(connection->publish(std::move(answer)));
+  EXPECT_TRUE(waitUntil([&] {
+    const std::lock_guard lock(mutex);
+    return handedBack == std::string(400, 'a');
+  }));
+}
+
 TEST_F(MqttConnection, RefusesWhatABrokerWithASmallerLimitDoesNotTakeAgain) {
-  Broker broker;
+  MqttBroker broker;
   startAt(broker);
   broker.freeze();
   publish(std::string(1000, 'a'));
   publish("b");
   broker.stop(SIGKILL);
-  broker.set("allow_anonymous true\nmax_packet_size 500\n");
-  broker.start();
+  broker.startWith("max_packet_size 500\n");
   ASSERT_TRUE(settles(2));
   EXPECT_THAT(settled(), ElementsAre(kTooLarge, 0));
 }
 
 TEST_F(MqttConnection, TakesMoreWhenTheBrokerDoes) {
-  Broker broker("allow_anonymous true\nmax_packet_size 500\n");
+  MqttBroker broker("max_packet_size 500\n");
   startAt(broker);
   broker.stop(SIGTERM);
-  broker.set("allow_anonymous true\n");
-  broker.start();
+  broker.startWith("");
   ASSERT_TRUE(waitUntil([&] { return connection->counts().connections == 2; }));
   publish(std::string(1000, 'a'));
   ASSERT_TRUE(settles(1));
@@ -114,7 +145,7 @@ TEST_F(MqttConnection, TakesMoreWhenTheBrokerDoes) {
 
 TEST_F(MqttConnection, PublishesInTheirOrderWhatWasNotAcknowledged) {
   constexpr std::size_t kCount = 200;
-  Broker broker;
+  MqttBroker broker(kKeepsAll);
   startAt(broker);
   const Watcher watcher(broker);
   broker.saveSessions();
@@ -132,6 +163,121 @@ TEST_F(MqttConnection, PublishesInTheirOrderWhatWasNotAcknowledged) {
     seen.push_back(message.payload);
   }
   EXPECT_EQ(seen, payloads);
+}
+
+TEST_F(MqttConnection, ReadsAllThatComesInOneRecordOfTls) {
+  const MqttBroker certificates(MqttBroker::Security::kTls);
+  settings.tls = true;
+  settings.caFile = certificates.file("ca.crt");
+  handlers.received = [this](mqtt::Incoming&&) {
+    ++received;
+    // As a call leaves it that finds no room; libmosquitto takes it for the end of what has come.
+    errno = EWOULDBLOCK;
+  };
+  ScriptedBroker broker(certificates.file("broker.crt"), certificates.file("broker.key"));
+  connectTo(broker.port());
+  broker.takeClient();
+  broker.send(connack() + publishOf() + publishOf() + publishOf());
+  EXPECT_TRUE(waitUntil([&] { return received == 3; })) << received;
+  broker.hangUp();
+}
+
+TEST_F(MqttConnection, BeginsANewSessionIfWhatWaitsInItsOwnCannotBeRead) {
+  constexpr unsigned char kCleanStart = 2;
+  // A response topic with a control character, which another broker may let through.
+  const std::string poison = publishOf(std::string{'\x08', '\0', '\1', '\1'});
+  ScriptedBroker broker;
+  connectTo(broker.port());
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(broker.takeClient() & kCleanStart, 0) << i;
+    broker.send(connack(true) + poison);
+    EXPECT_TRUE(broker.isLeft());
+  }
+  EXPECT_EQ(broker.takeClient() & kCleanStart, kCleanStart);
+  broker.send(connack());
+  ASSERT_TRUE(isOnline());
+  broker.hangUp();
+  EXPECT_EQ(broker.takeClient() & kCleanStart, 0);
+  broker.hangUp();
+}
+
+TEST_F(MqttConnection, SaysThatTheBrokerRetainsNothing) {
+  StderrCapture log;
+  ScriptedBroker broker;
+  connectTo(broker.port());
+  broker.takeClient();
+  broker.send(connack(false, std::string{'\x25', '\0'}));
+  EXPECT_TRUE(log.waitFor("refuses a message: qov/7/status: Retain not supported (reason 154)"));
+  broker.hangUp();
+}
+
+TEST_F(MqttConnection, SaysThatTheBrokerRefusesASubscription) {
+  constexpr unsigned char kSubscribe = 0x82;
+  constexpr unsigned char kSuback = 0x90;
+  handlers.received = [this](mqtt::Incoming&&) { ++received; };
+  filters = {"qov/7/request/+"};
+  StderrCapture log;
+  ScriptedBroker broker;
+  connectTo(broker.port());
+  broker.takeClient();
+  broker.send(connack());
+  const std::string asked = broker.readUntil(kSubscribe);
+  const char noProperties = '\0';
+  broker.send(packetOf(kSuback, asked.substr(2, 2) + noProperties + "\x87") + publishOf());
+  // All else goes on.
+  EXPECT_TRUE(waitUntil([&] { return received == 1; }));
+  EXPECT_EQ(log.count("refuses a subscription: qov/7/request/+: Not authorized (reason 135)"), 1);
+  broker.hangUp();
+}
+
+TEST_F(MqttConnection, EndsAConnectionWithAnAnswerToNoSubscription) {
+  constexpr unsigned char kSubscribe = 0x82;
+  constexpr unsigned char kSuback = 0x90;
+  filters = {"qov/7/request/+"};
+  ScriptedBroker broker;
+  connectTo(broker.port());
+  broker.takeClient();
+  broker.send(connack());
+  const std::string asked = broker.readUntil(kSubscribe);
+  const char noProperties = '\0';
+  broker.send(packetOf(kSuback, asked.substr(2, 2) + noProperties));
+  EXPECT_TRUE(broker.isLeft());
+}
+
+TEST_F(MqttConnection, PublishesTheAnswersThatWaitAtItsEnd) {
+  // More than the sockets hold.
+  constexpr std::size_t kCount = 60;
+  const MqttBroker broker("log_type all\n");
+  startAt(broker);
+  for (std::size_t i = 0; i < kCount; ++i) {
+    Outgoing answer = messageOf(std::string(200000, 'a'));
+    answer.atMostOnce = true;
+    ASSERT_TRUE(connection->publish(std::move(answer)));
+  }
+  connection.reset();
+  EXPECT_TRUE(waitUntil([&] {
+    const std::regex answer("Received PUBLISH from client \\(d0, q0");
+    const std::string log = broker.log();
+    return std::distance(std::sregex_iterator(log.begin(), log.end(), answer), {}) == kCount;
+  })) << broker.log();
+}
+
+TEST_F(MqttConnection, LooksForTheBrokerAtTheHostsOtherKindOfAddress) {
+  settings.host = "two.test";
+  const MqttBroker broker;
+  connectTo(broker.port());
+  EXPECT_TRUE(isOnline());
+}
+
+TEST_F(MqttConnection, NoticesABrokerThatHangsWhileMessagesComeOn) {
+  settings.keepAlive = std::chrono::seconds(5);
+  const MqttBroker broker;
+  startAt(broker);
+  broker.freeze();
+  EXPECT_TRUE(waitUntil([&] {
+    static_cast<void>(connection->publish(messageOf("a")));
+    return !connection->isOnline();
+  }));
 }
 
 }  // namespace

@@ -38,7 +38,7 @@ class MqttCopies : public MqttTest {
 };
 
 TEST_F(MqttCopies, ArePublishedByTheirSenderInTheirOrder) {
-  const Watcher watcher(broker);
+  const Watcher watcher(broker());
   startsCopying("42:*");
   tells();
   ASSERT_TRUE(watcher.waitFor("event/42/4097", kTold)) << agent.log();
@@ -52,7 +52,7 @@ TEST_F(MqttCopies, ArePublishedByTheirSenderInTheirOrder) {
 }
 
 TEST_F(MqttCopies, AreOfTheListedOperationsAlone) {
-  const Watcher watcher(broker);
+  const Watcher watcher(broker());
   startsCopying("42:0x1002 1:4097");
   tells();
   ASSERT_TRUE(watcher.waitFor("event/42/4098", kTold)) << agent.log();
@@ -62,12 +62,12 @@ TEST_F(MqttCopies, AreOfTheListedOperationsAlone) {
 }
 
 TEST_F(MqttCopies, WaitForABrokerThatComesLater) {
-  broker.stop(SIGTERM);
+  broker().stop(SIGTERM);
   startsCopying("42:4097");
   tells();
   stopsInOrder();
-  broker.start();
-  const Watcher watcher(broker);
+  broker().start();
+  const Watcher watcher(broker());
   agent.start({"-n"});
   ASSERT_TRUE(watcher.waitFor("event/42/4097", kTold)) << agent.log();
   EXPECT_THAT(serials(watcher, "event/42/4097"), ElementsAreArray(allSerials()));

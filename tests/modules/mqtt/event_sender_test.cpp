@@ -11,9 +11,12 @@
 #include <csignal>
 #include <memory>
 #include <mutex>
+#include <thread>
 
+#include "tests/modules/mqtt/slow_disk.h"
 #include "tests/support/files.h"
 #include "tests/support/process_end.h"
+#include "tests/support/stderr_capture.h"
 
 namespace qov::test {
 namespace {
@@ -219,6 +222,43 @@ TEST_F(MqttEventSender, RefusesAnEventThatIsTooLarge) {
   EXPECT_TRUE(publishes(1));
 }
 
+TEST_F(MqttEventSender, RefusesAnEventThatCannotBeWritten) {
+  int told = -1;
+  accept("", [&](bool stored) { told = stored; });
+  EXPECT_EQ(told, 0);
+  EXPECT_EQ(sender->counts().dropped, 1U);
+}
+
+TEST_F(MqttEventSender, TellsOfManyEventsThatAreTooLargeOnce) {
+  StderrCapture log;
+  for (int i = 0; i < 100; ++i) {
+    accept(std::string(EventSender::kMostEventBytes + 1, 'a'));
+  }
+  EXPECT_EQ(sender->counts().dropped, 100U);
+  EXPECT_EQ(log.count("it has 1048577 bytes, more than 1048576; 1 so far"), 1);
+}
+
+TEST_F(MqttEventSender, TellsOnceOfADiskThatFailsInTurn) {
+  StderrCapture log;
+  start();
+  for (int i = 0; i < 3; ++i) {
+    std::atomic<int> told{-1};
+    {
+      const SmallFiles full;
+      accept(std::string(200000, 'a'), [&](bool stored) { told = stored; });
+      EXPECT_TRUE(waitUntil([&] { return told >= 0; }));
+    }
+    EXPECT_EQ(told, 0);
+    EXPECT_TRUE(waitUntil([&] {
+      told = -1;
+      accept("small", [&](bool stored) { told = stored; });
+      return waitUntil([&] { return told >= 0; }) && told == 1;
+    }));
+  }
+  EXPECT_EQ(log.count("Failed to use the outbox"), 1);
+  EXPECT_EQ(log.count("takes events again"), 1);
+}
+
 TEST_F(MqttEventSender, DropsTheOldestThatWaitForTheDisk) {
   int refused = 0;
   accept("first", [&](bool stored) { refused += stored ? 0 : 1; });
@@ -254,6 +294,23 @@ TEST_F(MqttEventSender, KeepsEventsWhileTheDiskIsFull) {
   EXPECT_TRUE(publishes(2));
   EXPECT_EQ(payloads().front(), "kept");
   EXPECT_EQ(sender->counts().dropped, 0U);
+}
+
+TEST_F(MqttEventSender, SaysAtTheEndWhatADiskThatHangsHasNotStored) {
+  StderrCapture log;
+  start();
+  std::thread stopping;
+  {
+    const SlowDisk slow;
+    accept("a");
+    EXPECT_TRUE(SlowDisk::isWaitedFor());
+    accept("b");
+    stopping = std::thread([this] { sender->stop(); });
+    EXPECT_TRUE(log.waitFor("and 2 events are not stored"));
+    EXPECT_EQ(log.count("The outbox " + settings.outbox + " holds up the stop"), 1);
+  }
+  stopping.join();
+  EXPECT_EQ(sender->counts().stored, 2U);
 }
 
 TEST_F(MqttEventSender, SetsADamagedOutboxAside) {

@@ -6,11 +6,11 @@
 namespace qov::test {
 
 void MqttTest::SetUp() {
-  if (!Broker::isInstalled()) {
-    GTEST_SKIP() << "no broker; install it with: apt-get install mosquitto mosquitto-clients";
+  if (const std::string why = whyNoBroker(); !why.empty()) {
+    GTEST_SKIP() << why;
   }
   agent.root().addModule("qovmqtt");
-  broker.start();
+  broker_.emplace(kKeepsAll);
   configure();
 }
 
@@ -18,7 +18,7 @@ void MqttTest::configure(const std::string& lines) {
   agent.root().writeConfig(1);
   const std::filesystem::path file = agent.root().cfgFile();
   AgentRoot::write(file, readFile(file) +
-                             "[MQTT]\nHost=127.0.0.1\nPort=" + std::to_string(broker.port()) +
+                             "[MQTT]\nHost=127.0.0.1\nPort=" + std::to_string(broker().port()) +
                              "\nNode=7\nReconnectSeconds=1\n" + lines);
 }
 

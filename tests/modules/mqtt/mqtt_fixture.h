@@ -1,10 +1,11 @@
 #ifndef QOV_TESTS_MODULES_MQTT_MQTT_FIXTURE_H
 #define QOV_TESTS_MODULES_MQTT_MQTT_FIXTURE_H
 
-#include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
-#include "tests/modules/mqtt/broker.h"
+#include "tests/modules/mqtt/watcher.h"
 #include "tests/process/agent_test.h"
 
 namespace qov::test {
@@ -28,7 +29,10 @@ class MqttTest : public AgentTest {
   /// The agent is killed and started again.
   void isKilledAndStartsAgain();
 
-  Broker broker;
+  MqttBroker& broker() { return *broker_; }
+
+ private:
+  std::optional<MqttBroker> broker_;
 };
 
 constexpr const char* kStatusTopic = "qov/7/qov_test_agent/status";

@@ -1,5 +1,9 @@
 // What an agent's status at the broker says.
+#include <unistd.h>
+
 #include <csignal>
+#include <iterator>
+#include <regex>
 
 #include "tests/modules/mqtt/mqtt_fixture.h"
 
@@ -11,7 +15,7 @@ using ::testing::HasSubstr;
 using MqttPresence = MqttTest;
 
 TEST_F(MqttPresence, ToldWithVersionAndModules) {
-  const Watcher watcher(broker);
+  const Watcher watcher(broker());
   startsWith({"chatter"});
   ASSERT_TRUE(isSeen(watcher, true)) << agent.log();
   EXPECT_TRUE(waitUntil([&] { return watcher.status()["modules"].size() == 2; }));
@@ -27,30 +31,57 @@ TEST_F(MqttPresence, ToldWithVersionAndModules) {
 TEST_F(MqttPresence, BelowTheNodeThatThePlatformTells) {
   configure("Tls=0\nNode=\n");
   agent.setEnvironment("PXOS_NODE_ID", "12");
-  const Watcher watcher(broker);
+  const Watcher watcher(broker());
   startsWith();
   EXPECT_TRUE(watcher.waitFor("qov/12/qov_test_agent/status"));
 }
 
 TEST_F(MqttPresence, RetainedForThoseWhoComeLater) {
   startsWith();
-  ASSERT_TRUE(waitUntil([&] { return broker.log().find("Sending PUBACK") != std::string::npos; }));
-  const Watcher watcher(broker);
+  ASSERT_TRUE(
+      waitUntil([&] { return broker().log().find("Sending PUBACK") != std::string::npos; }));
+  const Watcher watcher(broker());
   ASSERT_TRUE(isSeen(watcher, true));
   EXPECT_TRUE(watcher.seen(kStatusTopic).front().retained);
 }
 
 TEST_F(MqttPresence, OfflineAfterAnOrderlyStop) {
-  const Watcher watcher(broker);
+  const Watcher watcher(broker());
   startsWith();
   ASSERT_TRUE(isSeen(watcher, true));
   stopsInOrder();
   EXPECT_TRUE(isSeen(watcher, false));
-  EXPECT_THAT(broker.log(), HasSubstr("Received DISCONNECT from qov-qov_test_agent-7"));
+  EXPECT_THAT(broker().log(), HasSubstr("Received DISCONNECT from qov-qov_test_agent-7"));
+}
+
+TEST_F(MqttPresence, AnAgentStopsAtABrokerThatHangs) {
+  startsWith();
+  ASSERT_TRUE(agent.waitForLog("Connected to the broker"));
+  broker().freeze();
+  stopsInOrder();
+  EXPECT_THAT(agent.log(), HasSubstr("has not acknowledged all messages at the end: "));
+}
+
+TEST_F(MqttPresence, RestsBetweenTheSignsOfLife) {
+  configure("Tls=0\nKeepAliveSeconds=5\n");
+  startsWith();
+  const auto hasSigns = [this](int count) {
+    const std::regex sign("Received PINGREQ");
+    const std::string log = broker().log();
+    return std::distance(std::sregex_iterator(log.begin(), log.end(), sign), {}) >= count;
+  };
+  ASSERT_TRUE(waitUntil([&] { return hasSigns(1); }));
+  const long waits = agent.waitsOf("m251-mqtt");
+  const long ticks = agent.ticksOf("m251-mqtt");
+  EXPECT_GT(waits, 0);
+  ASSERT_TRUE(waitUntil([&] { return hasSigns(2); }));
+  // One turn a second, and few for the sign itself; hardly any time.
+  EXPECT_LT(agent.waitsOf("m251-mqtt") - waits, 50);
+  EXPECT_LT(agent.ticksOf("m251-mqtt") - ticks, ::sysconf(_SC_CLK_TCK));
 }
 
 TEST_F(MqttPresence, OfflineByTheLastWillOfAnAgentThatIsKilled) {
-  const Watcher watcher(broker);
+  const Watcher watcher(broker());
   startsWith();
   ASSERT_TRUE(isSeen(watcher, true));
   agent.send(SIGKILL);
@@ -60,16 +91,16 @@ TEST_F(MqttPresence, OfflineByTheLastWillOfAnAgentThatIsKilled) {
 TEST_F(MqttPresence, ToldAgainToABrokerThatWasKilled) {
   startsWith();
   ASSERT_TRUE(agent.waitForLog("Connected to the broker"));
-  broker.stop(SIGKILL);
+  broker().stop(SIGKILL);
   ASSERT_TRUE(agent.waitForLog("Lost the connection to the broker"));
   ASSERT_TRUE(agent.waitForLog("Failed to connect to the broker"));
-  broker.start();
-  const Watcher watcher(broker);
+  broker().start();
+  const Watcher watcher(broker());
   EXPECT_TRUE(isSeen(watcher, true));
 }
 
 TEST_F(MqttPresence, AnAgentStartsAndStopsWithoutABroker) {
-  broker.stop(SIGTERM);
+  broker().stop(SIGTERM);
   startsWith();
   EXPECT_TRUE(agent.waitForLog("Failed to connect to the broker")) << agent.log();
   EXPECT_THAT(agent.log(), HasSubstr("Connection refused; look whether the broker runs"));

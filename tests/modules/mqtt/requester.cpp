@@ -10,7 +10,7 @@
 namespace qov::test {
 namespace {
 
-constexpr std::chrono::seconds kPatience{60};
+constexpr std::chrono::seconds kPatience{180};
 constexpr int kQos = 1;
 
 void check(int result, const char* what) {
@@ -54,7 +54,7 @@ struct Requester::Callbacks {
   }
 };
 
-Requester::Requester(const Broker& broker, const std::string& responses)
+Requester::Requester(const MqttBroker& broker, const std::string& responses)
     : client_((mosquitto_lib_init(), mosquitto_new(nullptr, true, this))) {
   mosquitto_int_option(client_, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
   mosquitto_int_option(client_, MOSQ_OPT_SEND_MAXIMUM, 1000);

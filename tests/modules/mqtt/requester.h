@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/modules/mqtt/broker.h"
+#include "tests/support/mqtt_broker.h"
 
 struct mosquitto;
 
@@ -36,7 +36,7 @@ struct Told {
 /// Throws std::runtime_error when something fails that should not.
 class Requester {
  public:
-  Requester(const Broker& broker, const std::string& responses);
+  Requester(const MqttBroker& broker, const std::string& responses);
   ~Requester();
 
   Requester(const Requester&) = delete;

@@ -33,7 +33,7 @@ class MqttRequests : public MqttTest {
     configure("Tls=0\n" + (allowed.empty() ? "" : "AllowRequests=" + allowed + "\n") + more);
     startsWith({"answerer"});
     ASSERT_TRUE(waitUntil([&] {
-      return broker.log().find("Sending SUBACK to qov-qov_test_agent-7") != std::string::npos;
+      return broker().log().find("Sending SUBACK to qov-qov_test_agent-7") != std::string::npos;
     })) << agent.log();
   }
 
@@ -72,7 +72,7 @@ class MqttRequests : public MqttTest {
 
 TEST_F(MqttRequests, AnsweredInTheFormOfTheRequest) {
   startsAllowing("41:1");
-  Requester requester(broker, kResponses);
+  Requester requester(broker(), kResponses);
   const Told text = requester.ask(question(kRepeat, std::string("\0\xff", 2)));
   EXPECT_EQ(text.contentType, "application/json");
   EXPECT_EQ(text.correlation, std::string("\0\xff", 2));
@@ -90,7 +90,7 @@ TEST_F(MqttRequests, AnsweredInTheFormOfTheRequest) {
 
 TEST_F(MqttRequests, ToldWhyThereIsNoAnswer) {
   startsAllowing("41:1,2,3 99:*");
-  Requester requester(broker, kResponses);
+  Requester requester(broker(), kResponses);
   EXPECT_EQ(codeOf(requester.ask(question(kUnlisted))), "not-allowed");
   Question asked = question(kRepeat);
   asked.topic = std::string(kRequests) + "99";
@@ -114,13 +114,13 @@ TEST_F(MqttRequests, ToldWhyThereIsNoAnswer) {
 
 TEST_F(MqttRequests, RefusedByDefault) {
   startsAllowing("");
-  Requester requester(broker, kResponses);
+  Requester requester(broker(), kResponses);
   EXPECT_EQ(codeOf(requester.ask(question(kRepeat))), "not-allowed");
 }
 
 TEST_F(MqttRequests, ToldWhatIsWrongWithBadInput) {
   startsAllowing("41:*");
-  Requester requester(broker, kResponses);
+  Requester requester(broker(), kResponses);
   for (const std::string& payload :
        {std::string(), std::string("{"), std::string(kMebibyte, '['), std::string("{\"\xff\":1}"),
         std::string("\xc3("), std::string("{}\0", 3),
@@ -136,7 +136,7 @@ TEST_F(MqttRequests, ToldWhatIsWrongWithBadInput) {
 
 TEST_F(MqttRequests, RefusedIfTheyAreTooLong) {
   startsAllowing("41:*");
-  Requester requester(broker, kResponses);
+  Requester requester(broker(), kResponses);
   Question asked = question(kRepeat);
   asked.payload = padded(document(kRepeat), kMebibyte);
   EXPECT_THAT(requester.ask(asked).payload, HasSubstr(R"("value":17)"));
@@ -159,7 +159,7 @@ TEST_F(MqttRequests, RefusedIfTheyAreTooLong) {
 
 TEST_F(MqttRequests, NotAnsweredOutsideOfTheAgentsTree) {
   startsAllowing("41:*");
-  Requester everything(broker, "#");
+  Requester everything(broker(), "#");
   const std::string longTopic = "qov/7/qov_test_agent/response/" + std::string(2000, 'x');
   for (const std::string& topic :
        {std::string(), std::string("qov/7/qov_test_agent/status"),
@@ -172,7 +172,7 @@ TEST_F(MqttRequests, NotAnsweredOutsideOfTheAgentsTree) {
   }
   ASSERT_TRUE(agent.waitForLog("; 4 since the start"));
   EXPECT_THAT(agent.log(), HasSubstr("Dropped a request on qov/7/qov_test_agent/request/41"));
-  Requester requester(broker, kResponses);
+  Requester requester(broker(), kResponses);
   isWell(requester);
   // The agent's status, seven questions and the last one with its answer.
   ASSERT_TRUE(everything.waitFor(10));
@@ -184,7 +184,7 @@ TEST_F(MqttRequests, NotAnsweredOutsideOfTheAgentsTree) {
 }
 
 TEST_F(MqttRequests, NotCarriedOutIfTheyAreRetained) {
-  Requester requester(broker, kResponses);
+  Requester requester(broker(), kResponses);
   Question asked = question(kRepeat, "old");
   asked.retain = true;
   requester.send(asked);
@@ -196,7 +196,7 @@ TEST_F(MqttRequests, AllAnsweredWhenTenThousandComeAtOnce) {
   constexpr std::size_t kMany = 10000;
   constexpr std::size_t kPending = 64;
   startsAllowing("41:*", "RequestsPending=64\nRequestMilliseconds=3000\n");
-  Requester requester(broker, kResponses);
+  Requester requester(broker(), kResponses);
   Question asked = question(kIgnore);
   asked.payload = padded(asked.payload, 4096);
   for (std::size_t i = 0; i < kMany; ++i) {
@@ -219,13 +219,40 @@ TEST_F(MqttRequests, AllAnsweredWhenTenThousandComeAtOnce) {
   EXPECT_THAT(agent.log(), HasSubstr(", busy " + std::to_string(codes["busy"])));
 }
 
+TEST_F(MqttRequests, CountedInTheStatus) {
+  const Watcher watcher(broker());
+  startsAllowing("41:1");
+  Requester requester(broker(), kResponses);
+  isWell(requester);
+  EXPECT_TRUE(waitUntil([&] { return watcher.status()["requests"]["received"] == 1; }));
+  EXPECT_EQ(codeOf(requester.ask(question(kUnlisted))), "not-allowed");
+  Question unanswerable = question(kRepeat);
+  unanswerable.responseTopic = "elsewhere";
+  requester.send(unanswerable);
+  isWell(requester);
+  stopsInOrder();
+  ASSERT_TRUE(isSeen(watcher, false));
+  EXPECT_EQ(watcher.status()["requests"], nlohmann::json::parse(R"({"received":4,"answered":2,
+      "dropped":1,"lost":0,"refused":{"not-allowed":1}})"));
+}
+
+TEST_F(MqttRequests, ThatWaitedForTheAgentAreAnsweredByModulesThatAreStillLoaded) {
+  startsAllowing("41:1");
+  stopsInOrder();
+  Requester requester(broker(), kResponses);
+  requester.send(question(kRepeat, "early"));
+  agent.start({"-n"});
+  ASSERT_TRUE(requester.waitFor(1));
+  EXPECT_THAT(requester.takeAll().front().payload, HasSubstr(R"("value":17)"));
+}
+
 TEST_F(MqttRequests, HeldInBoundedMemory) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "the sanitizer's own memory is larger than what is measured";
 #else
   constexpr std::size_t kMany = 300;
   startsAllowing("41:*", "RequestMilliseconds=600000\n");
-  Requester requester(broker, kResponses);
+  Requester requester(broker(), kResponses);
   isWell(requester);
   const std::size_t before = agent.peakKilobytes();
   Question asked = question(kIgnore);

@@ -334,6 +334,24 @@ TEST_F(RequestsTest, HoldsNoMoreBytesOfPendingRequestsThanItSays) {
   EXPECT_EQ(error(request(document(kSlow)))["code"], "busy");
 }
 
+TEST_F(RequestsTest, HoldsNoMoreMemoryOfSmallCellsThanItSays) {
+  constexpr std::size_t kMany = 100;
+  CQOV_MsgPackage asked;
+  asked.head().type_ = QOVMsgHead::kRequest;
+  asked.head().opc_ = kSlow;
+  for (std::uint64_t i = 0; i < 10000; ++i) {
+    CTLVRecordV3& record = i % 1000 == 0 ? asked.addRecord(1) : asked[asked.count() - 1];
+    record.addUnsigned(1, 1);
+  }
+  Incoming message = request(common::bytesOfMessage(asked));
+  message.contentType = kBytes;
+  ASSERT_LT(kMany * message.payload.size(), Requests::kMostPendingBytes);
+  for (std::size_t i = 0; i < kMany; ++i) {
+    send(message);
+  }
+  EXPECT_GT(refusals(RequestError::kBusy), 0U);
+}
+
 TEST_F(RequestsTest, RefusesWhatIsTooLong) {
   std::string large = document(kRead);
   large.resize(Requests::kMostPayload, ' ');
@@ -365,6 +383,22 @@ TEST_F(RequestsTest, TellsInPlaceOfAnAnswerThatItIsTooLong) {
   EXPECT_THAT(answer().payload, SizeIs(::testing::Gt(1000000U)));
   answerWith(18);
   EXPECT_EQ(error(request(document(kRead)))["code"], "bad-answer");
+}
+
+TEST_F(RequestsTest, TellsInPlaceOfAnAnswerThatTheBrokerDoesNotTakeIt) {
+  kit_.answer(kReader, kRead, [](const CQOV_MsgPackage&, CQOV_MsgPackage& answer) {
+    answer.addRecord(1).addString(1, std::string(1000, 'a'));
+  });
+  send(request(document(kRead)));
+  requests_->tellTooLarge(answer());
+  Outgoing told = answer();
+  EXPECT_EQ(errorIn(told, request("").correlation)["code"], "bad-answer");
+  EXPECT_EQ(requests_->counts().answered, 0U);
+  EXPECT_EQ(refusals(RequestError::kBadAnswer), 1U);
+  // That is too large as well.
+  requests_->tellTooLarge(std::move(told));
+  EXPECT_THAT(answers_, IsEmpty());
+  EXPECT_EQ(requests_->counts().lost, 1U);
 }
 
 TEST_F(RequestsTest, AnswersNothingOutsideOfItsOwnTree) {
