@@ -75,9 +75,8 @@ class IdleCampaign {
   void run() {
     copyModules();
     AgentProcess agent(QOV_ENDURE_AGENT);
-    const std::string before = std::getenv("LD_LIBRARY_PATH") != nullptr
-                                   ? ":" + std::string(std::getenv("LD_LIBRARY_PATH"))
-                                   : "";
+    const char* const others = std::getenv("LD_LIBRARY_PATH");
+    const std::string before = others != nullptr ? std::string(":") + others : "";
     agent.setEnvironment("LD_LIBRARY_PATH", libraries_.string() + before);
     configure(agent);
     agent.start({"-n"});
@@ -110,6 +109,7 @@ class IdleCampaign {
                          std::to_string(kLogCheck.count()) +
                          "\nLogFileMaxSize=10240\nLogFileMaxCnt=3\nLogLevel=2\n");
     std::vector<std::string> modules;
+    modules.reserve(kModules);
     for (int module = 0; module < kModules; ++module) {
       modules.push_back(nameOf(module));
     }

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -182,6 +183,10 @@ class SoakCampaign {
 
 int main(int argc, char** argv) {
   qov::endure::Campaign campaign(argc, argv);
-  qov::endure::SoakCampaign(campaign).run();
+  try {
+    qov::endure::SoakCampaign(campaign).run();
+  } catch (const std::exception& error) {
+    campaign.fail(error.what());
+  }
   return campaign.end();
 }
