@@ -10,6 +10,7 @@
 #include <thread>
 #include <utility>
 
+#include "task/copy_choice.h"
 #include "tests/module/module_fixture.h"
 #include "tests/support/failing_allocations.h"
 #include "tests/support/latch.h"
@@ -274,9 +275,9 @@ TEST_F(ModuleLoader, TakesAnInitialisationThatThrowsForAFailedOne) {
 
 TEST_F(ModuleLoader, DeletesAModuleThatItHasNoMemoryToKeep) {
   mark({"alpha"});
-  CQOVDebugKitMgr::instance();  // is of that size, too
-  // What the table keeps of a module: its manager and its library.
-  const auto failing = FailingAllocations::ofObjectsThatGiveNull(2 * sizeof(void*));
+  // What the table keeps of a module: its manager, its library and what it takes copies of.
+  const auto failing =
+      FailingAllocations::ofObjectsThatGiveNull(2 * sizeof(void*) + sizeof(qov::CopyChoice));
   errno = 0;
   EXPECT_FALSE(loader().load());
   EXPECT_EQ(errno, ENOMEM);

@@ -394,6 +394,8 @@ TEST_F(TaskNoMemoryTest, OfAWatchOverHandlersThatCannotGoOnComesThrough) {
   qov::RunningHandlers handlers;
   qov::HandlerWatch watch(kModule, reactor, handlers, pending);
   handlers.limit(std::chrono::hours(1));
+  const qov::RunningHandlers::Entry running(
+      handlers, {QOVMsgHead(), nullptr, qov::RunningHandlers::Clock::now()});
   // The timer wheel keeps timers in reserve.
   for (bool failed = false; !failed;) {
     const auto fail = FailingAllocations::ofSize(kTimerSize);
