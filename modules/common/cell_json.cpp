@@ -40,12 +40,17 @@ Json::Value textValue(const CTLVCell& cell) {
   return isText(cell) ? Json::Value(text.data(), text.data() + text.size()) : octetsObject(cell);
 }
 
+/// Whether it can be written in a cell of that length. Seldom not at once.
+bool fits(const Json::Value& value, std::size_t length) {
+  return jsonLine(value).size() < length || shortestJson(value).size() < length;
+}
+
 Json::Value parsedValue(const CTLVCell& cell) try {
   // As deep as the library reads it.
   constexpr std::size_t kDepth = 1000;
   Json::Value value = parseJson(cell.text(), kDepth);
   const bool isShown = isText(cell) && value.isArray() == (cell.type() == CTLVCell::TLV_ARRAY) &&
-                       !isOctetsObject(value) && shortestJson(value).size() < cell.length();
+                       !isOctetsObject(value) && fits(value, cell.length());
   return isShown ? value : octetsObject(cell);
 } catch (const BadJson&) {
   return octetsObject(cell);

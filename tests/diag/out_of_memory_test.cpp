@@ -228,7 +228,7 @@ TEST_F(OutOfMemory, OfAReloadIsToldInTheLogAsItWas) {
     const int status = qov::test::endOfChild([&]() noexcept {
       strategy_.initLogStrategy(settings(file));
       const std::string next = directory_.file("next.log");
-      const FailingAllocations one(granted, 1);
+      const auto one = FailingAllocations::ofThoseThatThrow(granted, 1);
       errno = 0;
       const int result = strategy_.reloadLogStrategy(nullptr, next.c_str());
       if (!one.hasFailed()) {

@@ -124,8 +124,8 @@ FailingAllocations FailingAllocations::ofSize(std::size_t size, long count, long
   return {size, count, failures, kAnyForm};
 }
 
-FailingAllocations FailingAllocations::ofThoseThatThrow(long count) {
-  return {0, count, kAllFurther, kThrowing};
+FailingAllocations FailingAllocations::ofThoseThatThrow(long count, long failures) {
+  return {0, count, failures, kThrowing};
 }
 
 FailingAllocations FailingAllocations::ofObjectsThatGiveNull(std::size_t size) {

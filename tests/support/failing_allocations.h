@@ -24,7 +24,7 @@ class FailingAllocations {
 
   /// Leaves alone the allocations that give null instead of throwing: some places in ACE do not
   /// look at what they were given.
-  static FailingAllocations ofThoseThatThrow(long count);
+  static FailingAllocations ofThoseThatThrow(long count, long failures = kAllFurther);
 
   /// Fails the single objects of exactly `size` bytes whose allocation gives null.
   static FailingAllocations ofObjectsThatGiveNull(std::size_t size);
