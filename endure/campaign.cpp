@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
+#include <exception>
 #include <iostream>
 
 namespace qov::endure {
@@ -56,6 +57,19 @@ void Campaign::printFigures() {
     std::cout << ' ' << figure.name << '=' << figure.value;
   }
   std::cout << std::endl;
+}
+
+int runCampaign(int argc, char** argv, const std::function<void(Campaign&)>& run) noexcept try {
+  Campaign campaign(argc, argv);
+  try {
+    run(campaign);
+  } catch (const std::exception& error) {
+    campaign.fail(error.what());
+  }
+  return campaign.end();
+} catch (...) {
+  std::cout << "FAILED: an exception that is no std::exception, or no memory" << std::endl;
+  return 1;
 }
 
 }  // namespace qov::endure

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <filesystem>
+#include <functional>
 #include <mutex>
 #include <random>
 #include <string>
@@ -74,6 +75,9 @@ class Campaign {
   std::mutex output_;
   std::atomic<bool> failed_{false};
 };
+
+/// What main() of a campaign does: what `run` throws is a failure of the campaign, too.
+int runCampaign(int argc, char** argv, const std::function<void(Campaign&)>& run) noexcept;
 
 }  // namespace qov::endure
 

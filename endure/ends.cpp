@@ -119,8 +119,10 @@ class Ends {
 
     bool waitForStart() { return agent_.waitForLog(kStarted); }
 
-    /// Up to four signals, and maybe the call of exit(), within that time.
+    /// Up to four signals, or signals that end nothing and the call of exit(), within that time.
+    /// Not both: the C library does not bear an exit() while main() returns.
     void disturb(Nanoseconds length) {
+      const bool exits = life_.file != nullptr && ends_.campaign_.between(0, 1) == 0;
       std::vector<Clock::time_point> instants(
           static_cast<std::size_t>(ends_.campaign_.between(1, 4)));
       for (Clock::time_point& instant : instants) {
@@ -128,16 +130,17 @@ class Ends {
       }
       std::sort(instants.begin(), instants.end());
       for (const Clock::time_point instant : instants) {
-        const bool mayExit = life_.file != nullptr && ends_.campaign_.between(0, 1) == 0;
         const int signum = std::vector<int>{
             SIGTERM, SIGINT, SIGUSR1}[static_cast<std::size_t>(ends_.campaign_.between(0, 2))];
         sleepUntil(instant);
-        // Before that the main thread uses what exit() destroys, which nobody promises to bear.
-        if (mayExit && agent_.log().find(kLoading) != std::string::npos) {
+        if (!exits) {
+          send(signum);
+        } else if (signum == SIGUSR1) {
+          send(SIGUSR1);
+        } else if (agent_.log().find(kLoading) != std::string::npos) {
+          // Before that the main thread uses what exit() destroys, which nobody promises to bear.
           agent_.makeFile(life_.file);
           isToEnd_ = true;
-        } else {
-          send(signum);
         }
       }
     }
@@ -259,13 +262,11 @@ class Ends {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  qov::endure::Campaign campaign(argc, argv);
-  ::setenv("TMPDIR", campaign.folder().c_str(), 1);
-  {
+  return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
+    ::setenv("TMPDIR", campaign.folder().c_str(), 1);
     qov::endure::Ends ends(campaign);
     while (campaign.goesOn()) {
       ends.live();
     }
-  }
-  return campaign.end();
+  });
 }

@@ -197,7 +197,7 @@ class IdleCampaign {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  qov::endure::Campaign campaign(argc, argv);
-  qov::endure::IdleCampaign(campaign).run();
-  return campaign.end();
+  return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
+    qov::endure::IdleCampaign(campaign).run();
+  });
 }

@@ -304,14 +304,12 @@ class Life {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  qov::endure::Campaign campaign(argc, argv);
-  ::setenv("TMPDIR", campaign.folder().c_str(), 1);
-  {
+  return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
+    ::setenv("TMPDIR", campaign.folder().c_str(), 1);
     qov::endure::Life life(campaign);
     while (campaign.goesOn()) {
       life.live();
     }
     life.compareHeap();
-  }
-  return campaign.end();
+  });
 }

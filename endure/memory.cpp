@@ -129,11 +129,8 @@ class Memory {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  qov::endure::Campaign campaign(argc, argv);
-  ::setenv("TMPDIR", campaign.folder().c_str(), 1);
-  {
-    qov::endure::Memory memory(campaign);
-    memory.run();
-  }
-  return campaign.end();
+  return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
+    ::setenv("TMPDIR", campaign.folder().c_str(), 1);
+    qov::endure::Memory(campaign).run();
+  });
 }

@@ -224,7 +224,7 @@ class MessagesCampaign {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  qov::endure::Campaign campaign(argc, argv);
-  qov::endure::MessagesCampaign(campaign).run();
-  return campaign.end();
+  return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
+    qov::endure::MessagesCampaign(campaign).run();
+  });
 }

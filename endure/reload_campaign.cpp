@@ -324,15 +324,10 @@ void ReloadRun::fail(const std::string& what) {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  try {
-    qov::endure::Campaign campaign(argc, argv);
+  return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
     qov::endure::ReloadFigures figures(campaign);
     while (campaign.goesOn()) {
       qov::endure::ReloadRun(campaign, figures).run();
     }
-    return campaign.end();
-  } catch (const std::exception& error) {
-    std::cout << "FAILED: " << error.what() << std::endl;
-    return 1;
-  }
+  });
 }

@@ -182,11 +182,7 @@ class SoakCampaign {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  qov::endure::Campaign campaign(argc, argv);
-  try {
+  return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
     qov::endure::SoakCampaign(campaign).run();
-  } catch (const std::exception& error) {
-    campaign.fail(error.what());
-  }
-  return campaign.end();
+  });
 }

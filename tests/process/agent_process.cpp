@@ -25,6 +25,7 @@ std::string firstLineOf(const std::filesystem::path& file) {
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<char*> result;
+  result.reserve(texts.size() + 1);
   for (std::string& text : texts) {
     result.push_back(text.data());
   }
