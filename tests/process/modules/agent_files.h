@@ -14,7 +14,8 @@
 namespace qov::test {
 
 inline std::string agentFile(const std::string& name) {
-  return std::string(std::getenv("QOV_ROOT")) + "/" + name;
+  const char* const root = std::getenv("QOV_ROOT");  // as AgentProcess sets it
+  return (root != nullptr ? root : "") + ("/" + name);
 }
 
 /// False when it was there already.
