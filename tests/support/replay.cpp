@@ -4,6 +4,7 @@
 // ends the program, if one does.
 
 #include <algorithm>
+#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -42,7 +43,7 @@ bool replay(const fs::path& folder) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   const std::vector<std::string> arguments(argv + 1, argv + argc);
   for (const std::string& argument : arguments) {
     if (argument.front() != '-' && !replay(argument)) {
@@ -51,4 +52,7 @@ int main(int argc, char** argv) {
     }
   }
   return 0;
+} catch (const std::exception& error) {
+  std::cerr << error.what() << std::endl;
+  return 1;
 }

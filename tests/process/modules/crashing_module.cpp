@@ -36,7 +36,7 @@ constexpr int kGid = 50;
 }
 
 /// Also of two threads at once, which ThreadSanitizer would tell as a race.
-[[gnu::no_sanitize("thread")]] void writeToPageOne() {
+__attribute__((no_sanitize("thread"))) void writeToPageOne() {
   volatile std::uintptr_t address = 0x1008;
   *reinterpret_cast<volatile char*>(address) = 1;
 }
