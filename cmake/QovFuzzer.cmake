@@ -1,11 +1,12 @@
 # qov_fuzzer(<name> [INSIDE] SOURCES <file>... [LIBRARIES <target>...])
 #
 # The program fuzz_<name>, of sources with one LLVMFuzzerTestOneInput(), and the test fuzz.<name>:
-# it gives the program all inputs below fuzz/<name> of the calling folder, in corpus and regressions.
-# INSIDE is as for qov_test().
+# it gives the program all inputs below fuzz/<name> of the calling folder, in corpus and regressions,
+# and with AddressSanitizer two seconds of altered ones, the same each time. INSIDE is as for
+# qov_test().
 #
 # With QOV_FUZZ it is libFuzzer's program, and the whole tree is compiled for it. Without, any
-# compiler makes one that does the replaying alone.
+# compiler makes one with tests/support/replay.cpp in its place.
 if(QOV_FUZZ AND NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   message(FATAL_ERROR "QOV_FUZZ needs clang, and the compiler is ${CMAKE_CXX_COMPILER}")
 endif()
@@ -32,6 +33,10 @@ function(qov_fuzzer name)
     target_sources(${program} PRIVATE "${PROJECT_SOURCE_DIR}/tests/support/replay.cpp")
   endif()
   add_dependencies(fuzzers ${program})
-  add_test(NAME fuzz.${name} COMMAND ${program} -runs=0 "${CMAKE_CURRENT_SOURCE_DIR}/fuzz/${name}")
+  set(options -runs=0)
+  if(QOV_SANITIZE MATCHES "address")
+    set(options -max_total_time=2 -seed=1)
+  endif()
+  add_test(NAME fuzz.${name} COMMAND ${program} ${options} "${CMAKE_CURRENT_SOURCE_DIR}/fuzz/${name}")
   set_tests_properties(fuzz.${name} PROPERTIES TIMEOUT 120 ${QOV_SANITIZER_FIXTURE})
 endfunction()
