@@ -6,6 +6,7 @@
 #include <new>
 
 #include "diag/folding.h"
+#include "diag/log_notices.h"
 #include "diag/log_sink.h"
 #include "diag/timer_clock.h"
 #include "diag/uncancelled.h"
@@ -50,9 +51,17 @@ int FileStrategy::handle_timeout(const ACE_Time_Value&, const void* act) noexcep
     tellDueCounts();
   } else {
     tellAllCounts();
-    LogSink::process().checkFile(maxBytes_, predecessors_);
+    checkFile();
   }
   return 0;
+}
+
+void FileStrategy::checkFile() {
+  const Failure failure = LogSink::process().checkFile(maxBytes_, predecessors_);
+  if (!failure.cause.empty() && failure.cause != whyNotRotated_) {
+    tellNotRotated(failure);
+  }
+  whyNotRotated_ = failure.cause;
 }
 
 // ACE_Logging_Strategy's own would arm a timer that rotates in ACE's way.

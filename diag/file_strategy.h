@@ -3,6 +3,8 @@
 
 #include <ace/Logging_Strategy.h>
 
+#include <string>
+
 namespace qov {
 
 /// ACE's logging strategy with a file of ours: it parses the options, sets masks and flags, and its
@@ -33,10 +35,12 @@ class FileStrategy : public ACE_Logging_Strategy {
 
  private:
   void schedule(int seconds, const void* act);
+  void checkFile();
 
   bool armed_ = false;  ///< the reactor has our timers, so it tells us when it goes
   const long long maxBytes_;
   const int predecessors_;
+  std::string whyNotRotated_;  ///< what the log has told last of a file that cannot be rotated
 };
 
 }  // namespace qov

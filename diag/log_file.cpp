@@ -186,17 +186,22 @@ void LogFile::takeBack(size_t written) const {
   }
 }
 
-void LogFile::check(long long maxBytes, int predecessors) {
+bool LogFile::check(long long maxBytes, int predecessors) {
   lastLook_ = kNever;  // whatever comes of this, the next record sees for itself
   struct stat own {};
   if (!statOwn(own)) {
     begin(nullptr);
-    return;
+    return true;
   }
   const bool isTooLarge = maxBytes > 0 && own.st_size > maxBytes;
-  if (isMoved(own) || (isTooLarge && putAside(predecessors))) {
-    begin(&own);
+  if (!isMoved(own) && !isTooLarge) {
+    return true;
   }
+  if (!isMoved(own) && !putAside(predecessors)) {
+    return false;
+  }
+  begin(&own);
+  return true;
 }
 
 bool LogFile::isMoved(const struct stat& own) const {
@@ -205,9 +210,7 @@ bool LogFile::isMoved(const struct stat& own) const {
          there.st_ino != own.st_ino;
 }
 
-/// Frees path_ for a new file. False when that is not possible (a directory without the right to
-/// write): the file goes on growing then, which is better than losing what it or a predecessor
-/// holds.
+/// Frees path_ for a new file. False when that is not possible.
 bool LogFile::putAside(int predecessors) const {
   if (predecessors < 1) {
     return ::unlink(path_.c_str()) == 0;

@@ -35,8 +35,10 @@ class LogFile {
   bool write(std::string_view record);
 
   /// Begins the file anew when its path no longer leads to it, then rotates it when it has more
-  /// than `maxBytes` (0: no limit): path -> path.1 -> path.2 and so on up to `predecessors`.
-  void check(long long maxBytes, int predecessors);
+  /// than `maxBytes` (0: no limit): path -> path.1 -> path.2 and so on up to `predecessors`. False
+  /// when it should be rotated and cannot be (a directory without the right to write): it goes on
+  /// growing then, which is better than losing what it or a predecessor holds.
+  bool check(long long maxBytes, int predecessors);
 
   /// In a forked child: opens the file anew before the next record. Until then it shares its
   /// position with the parent's, and either could take a record of the other's for its own.
@@ -46,6 +48,8 @@ class LogFile {
   /// is left when fewer files are kept than before. Rotation leaves no gap; what comes after one is
   /// somebody else's. Without a path it removes nothing.
   void removeFrom(int number) const;
+
+  const std::string& path() const { return path_; }
 
  private:
   bool begin(const struct stat* predecessor);

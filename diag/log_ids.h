@@ -22,6 +22,7 @@ enum : unsigned long long {
   kLogNotConfigured = 65720,
   kLogNotOpened = 65721,
   kLogPathCut = 65722,
+  kLogNotRotated = 65772,
   kLogOddValue = 65770,
   kLogSettings = 65771,
   kRepeats = 66050,

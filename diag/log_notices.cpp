@@ -100,6 +100,13 @@ void tellNoFile(const char* file, int error) noexcept {
   }
 }
 
+void tellNotRotated(Failure failure) {
+  if (const CQOVDebugKit* const kit = KitRegistry::find(0)) {
+    failure.cause += "; it grows on";
+    kit->error(log_id::kLogNotRotated, "checkFile", __LINE__, textOf(failure));
+  }
+}
+
 void tellSettings(const CLogging_Cfg_Param& param, bool isOpen) noexcept {
   if (const CQOVDebugKit* const kit = KitRegistry::find(0)) {
     kit->info(log_id::kLogSettings, "reloadLogStrategy", __LINE__, describe(param, isOpen));

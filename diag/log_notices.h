@@ -6,6 +6,8 @@
 
 #include <string>
 
+#include "frame/env/failure.h"
+
 namespace qov {
 
 // What the log says of its own settings, in records of the public kit. Those that are noexcept come
@@ -27,6 +29,8 @@ void warnOfOddValue(const std::string& description) noexcept;
 void warnOfCutName(const char* logFile, const char* cut) noexcept;
 /// The log file cannot be opened, `error` is why. An error, which every "LogLevel" lets through.
 void tellNoFile(const char* file, int error) noexcept;
+/// A file that should be rotated cannot be. An error for the same reason.
+void tellNotRotated(Failure failure);
 /// `param` is in force; `isOpen` if its file is open.
 void tellSettings(const CLogging_Cfg_Param& param, bool isOpen) noexcept;
 

@@ -88,9 +88,12 @@ void LogSink::reportLost() {
   }
 }
 
-void LogSink::checkFile(long long maxBytes, int predecessors) {
+Failure LogSink::checkFile(long long maxBytes, int predecessors) {
   const Lock lock;
-  file_.check(maxBytes, predecessors);
+  if (file_.check(maxBytes, predecessors)) {
+    return {};
+  }
+  return {"rotate the log", file_.path(), 0, {}, errnoText(errno)};
 }
 
 void LogSink::removeFilesFrom(int number) {

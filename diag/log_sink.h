@@ -12,6 +12,7 @@
 
 #include "diag/log_file.h"
 #include "diag/log_form.h"
+#include "frame/env/failure.h"
 
 namespace qov {
 
@@ -68,8 +69,9 @@ class LogSink : private std::streambuf, private ACE_Log_Msg_Backend {
   /// Writes one record. False if standard error has taken it instead.
   bool write(std::string_view record);
 
-  /// Looks after the file's size, see LogFile::check().
-  void checkFile(long long maxBytes, int predecessors);
+  /// Looks after the file's size, see LogFile::check(). What failed, with an empty cause when
+  /// nothing has.
+  Failure checkFile(long long maxBytes, int predecessors);
   /// Removes rotated files, see LogFile::removeFrom().
   void removeFilesFrom(int number);
   /// In a forked child, which has no other thread, see LogFile::openAnew().

@@ -152,8 +152,12 @@ void CQOV_Logging_Strategy::warnOfOddValues() {
 
 int CQOV_Logging_Strategy::read_log_config(const char* /*cfgFile*/, CLogging_Cfg_Param& param) try {
   CQOV_Ini_Operator ini;
+  errno = 0;
   const int opened = ini.open(nullptr);
   if (opened != 0) {
+    if (errno == ENOMEM) {
+      throw std::bad_alloc();
+    }
     qov::warnOfNoConfig();
     return opened;
   }

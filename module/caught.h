@@ -1,8 +1,12 @@
 #ifndef QOV_MODULE_CAUGHT_H
 #define QOV_MODULE_CAUGHT_H
 
+#include <cerrno>
 #include <exception>
+#include <new>
 #include <string>
+
+#include "frame/env/failure.h"
 
 namespace qov {
 
@@ -10,6 +14,8 @@ namespace qov {
 inline std::string caughtText() {
   try {
     throw;
+  } catch (const std::bad_alloc&) {
+    return errnoText(ENOMEM);
   } catch (const std::exception& e) {
     return e.what();
   } catch (...) {

@@ -87,7 +87,8 @@ void ModuleShutdown::end(void*) {
 void ModuleShutdown::stopAtExit() {
   const std::lock_guard<std::mutex> held(registration);
   process = ::getpid();
-  // One that fails leaves the former one.
+  // Without memory the former one stays, if there is one: then modules still end, but after the
+  // static objects of libraries that were opened since.
   if (abi::__cxa_atexit(&end, nullptr, &tokens[1 - current]) == 0) {
     takeBack(tokens[current]);
     current = 1 - current;

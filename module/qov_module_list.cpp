@@ -54,8 +54,8 @@ void CQOV_Module_Loader::getModuleList(std::list<std::string>& names) const {
     }
     names.splice(names.end(), list.names);
   } catch (const std::bad_alloc&) {
-    guard.error(qov::log_id::kListNoMemory, __FUNCTION__, __LINE__, "Failed to list modules of %s",
-                directory.c_str());
+    guard.error(qov::log_id::kListNoMemory, __FUNCTION__, __LINE__,
+                "Failed to list modules of %s: Cannot allocate memory", directory.c_str());
     errno = ENOMEM;
   }
 }

@@ -145,8 +145,8 @@ class LeadingScope {
   static void leaveRest();
 
  private:
-  /// Two for a message: the sender's leader, and the one that it passes the message on to. What
-  /// else these have to pass on may take the rest; whoever finds no place is woken.
+  /// Two for a message: the sender's leader, and the one that it passes the message on to. Copies
+  /// and what else these have to pass on take the rest; the leader that finds no place is woken.
   static constexpr std::size_t kMostLeaders = 4;
   /// How many messages a sender dispatches before it goes on with its own affairs.
   static constexpr std::size_t kMostMessages = 64;

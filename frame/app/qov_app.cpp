@@ -178,11 +178,12 @@ int CQOVapp::start(int argc, char** argv) {
   qov::tellCrashes();
   qov::ServiceManager::process().find();
   CQOV_Plugins::instance();
+  CQOV_Module_Loader& loader = qov::processLoader();
   modulesLoaded_ = true;
   errno = 0;
-  if (!qov::processLoader().load()) {
+  if (!loader.load()) {
     const int reason = errno;
-    qov::processLoader().unload();
+    loader.unload();
     dropLogStrategy();
     errno = reason;
     return -1;

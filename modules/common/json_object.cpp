@@ -160,8 +160,11 @@ std::string jsonLine(const Json::Value& json) {
 }
 
 std::string shortestJson(const Json::Value& json) {
-  // JsonCpp writes 17 digits of every number that is no integer: 0.10000000000000001.
-  return nlohmann::json::parse(textOfJsonCpp(json)).dump();
+  std::string text = textOfJsonCpp(json);
+  // JsonCpp writes 17 digits of every number that is no integer: 0.10000000000000001. The other
+  // one writes large ones with an exponent: 1.2345678901234565e+15.
+  std::string other = nlohmann::json::parse(text).dump();
+  return other.size() < text.size() ? other : text;
 }
 
 Json::Value jsonNumber(std::uint64_t number) {

@@ -49,8 +49,8 @@ std::string jsonText(const Json::Value& json);
 /// The same in one line, with neither blanks nor an end.
 std::string jsonLine(const Json::Value& json);
 
-/// The shortest text that is read as `json`: all characters as they are, and of numbers no more
-/// digits than they need.
+/// A short text that is read as `json`: all characters as they are, and all numbers with 17 digits,
+/// or all with as many as they need, whichever is shorter.
 std::string shortestJson(const Json::Value& json);
 
 /// The number in the form that parseJson() gives it: JsonCpp takes numbers of two forms for

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "diag/file_strategy.h"
 #include "tests/diag/log_in_file.h"
 #include "tests/diag/process_root.h"
 #include "tests/diag/reactor_timers.h"
@@ -23,6 +24,7 @@ namespace {
 namespace fs = std::filesystem;
 using qov::test::readFile;
 using qov::test::writeFile;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -215,6 +217,30 @@ TEST_F(LoggingStrategy, RotatesAFileThatIsTooLargeAtOnce) {
   strategy_.initLogStrategy(param_);
   EXPECT_EQ(readFile(path_ + ".1"), std::string(1025, 'x'));
   EXPECT_EQ(logged(), "");
+}
+
+TEST_F(LoggingStrategy, SaysOnceWhyAFileThatIsTooLargeIsNotRotated) {
+  strategy_.initLogStrategy(param_);
+  const std::string line =
+      "] Failed to rotate the log: " + path_ + ": Is a directory; it grows on\n";
+  qov::FileStrategy check(1, 1);
+  const auto look = [&] {
+    check.handle_timeout(ACE_Time_Value::zero, nullptr);
+    return logged();
+  };
+  const auto occupy = [this] { writeFile(fs::path(path_ + ".1") / "occupied", ""); };
+  occupy();
+  log("kept");
+  const std::string told = look();
+  EXPECT_THAT(told, AllOf(HasSubstr("] kept\n"), HasSubstr("][65772]"), EndsWith(line)));
+  EXPECT_EQ(look(), told) << "the same again";
+  fs::remove_all(path_ + ".1");
+  EXPECT_EQ(look(), "");
+  EXPECT_EQ(readFile(path_ + ".1"), told);
+  fs::remove(path_ + ".1");
+  occupy();
+  log("next");
+  EXPECT_THAT(look(), AllOf(HasSubstr("] next\n"), EndsWith(line)));
 }
 
 TEST_F(LoggingStrategy, RotatesWhileTheReactorRuns) {

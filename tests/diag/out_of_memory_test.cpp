@@ -1,3 +1,4 @@
+#include <ace/Configuration_Import_Export.h>
 #include <ace/Hash_Map_Manager_T.h>
 #include <ace/Singleton.h>
 #include <ace/Timer_Queue_T.h>
@@ -241,6 +242,20 @@ TEST_F(OutOfMemory, OfAReloadIsToldInTheLogAsItWas) {
     isOver = WIFEXITED(status) && WEXITSTATUS(status) == kComplete;
     EXPECT_FALSE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << granted;
   }
+}
+
+TEST_F(OutOfMemory, OfAReloadIsToldWhereACEGivesNothing) {
+  ProcessRoot::configure(
+      "SendTerminal=0\nChkInterval=600\nLogFileMaxSize=1\nLogFileMaxCnt=1\nLogLevel=2\n");
+  strategy_.initLogStrategy(settings("x.log"));
+  {
+    const auto none = FailingAllocations::ofObjectsThatGiveNull(sizeof(ACE_Ini_ImpExp));
+    EXPECT_EQ(strategy_.reloadLogStrategy(nullptr, directory_.file("next.log").c_str()), -1);
+    EXPECT_TRUE(none.hasFailed());
+  }
+  EXPECT_THAT(logged("x.log"),
+              EndsWith("] Failed to configure the log: Cannot allocate memory; the log stays as it "
+                       "is\n"));
 }
 
 TEST_F(OutOfMemory, ReportsThatThereIsNoStrategy) {

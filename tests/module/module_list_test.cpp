@@ -86,8 +86,9 @@ TEST_F(ModuleList, IsNotBegunWithoutMemoryForItsNames) {
     EXPECT_TRUE(failing.hasFailed());
   }
   EXPECT_THAT(names, ElementsAre("before"));
-  EXPECT_THAT(messages("ERR"), ElementsAre("Failed to list modules of " +
-                                           thisProcess().confDirectory().string() + "/"));
+  EXPECT_THAT(messages("ERR"),
+              ElementsAre("Failed to list modules of " + thisProcess().confDirectory().string() +
+                          "/: Cannot allocate memory"));
 }
 
 TEST_F(ModuleList, WithoutMemoryForTheDirectorysNameIsLoggedAndEmpty) {

@@ -273,6 +273,12 @@ TEST_F(ModuleLoader, TakesAnInitialisationThatThrowsForAFailedOne) {
   EXPECT_THAT(events(), Contains("throwing_init deleted"));
 }
 
+TEST_F(ModuleLoader, SaysOfAnInitialisationWithoutMemoryWhatItLacks) {
+  mark({"init_without_memory"});
+  EXPECT_FALSE(loader().load());
+  EXPECT_THAT(messages("ERR"), Contains(EndsWith(": Cannot allocate memory")));
+}
+
 TEST_F(ModuleLoader, DeletesAModuleThatItHasNoMemoryToKeep) {
   mark({"alpha"});
   // What the table keeps of a module: its manager, its library and what it takes copies of.

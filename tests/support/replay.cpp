@@ -1,8 +1,8 @@
-// Gives inputs to a fuzz target where libFuzzer is not there to do it: each file of the folders once,
-// then, for a while, files that are altered at random:
+// Gives inputs to a fuzz target where libFuzzer is not there to do it: each file of the folders
+// once, then, for a while, files that are altered at random:
 //   <program> [-max_total_time=<seconds>] [-seed=<number>] <folder>...
-// Standard error names the file that is given; a program that ends early has named it last. An altered
-// one lies in the working folder then, as <program>.input.
+// Standard error names the file that is given; a program that ends early has named it last. An
+// altered one lies in the working folder then, as <program>.input.
 
 #include <algorithm>
 #include <chrono>
@@ -120,8 +120,8 @@ void mutate(const std::vector<Input>& inputs, unsigned long seed, std::chrono::s
   fs::remove(kept);
 }
 
-/// The value of "-<name>=<value>" among the arguments, 0 without it. Options of libFuzzer's that this
-/// program has no use for are left alone.
+/// The value of "-<name>=<value>" among the arguments, 0 without it. Options of libFuzzer's that
+/// this program has no use for are left alone.
 unsigned long option(const std::vector<std::string>& arguments, const std::string& name) {
   const std::string start = "-" + name + "=";
   for (const std::string& argument : arguments) {

@@ -214,6 +214,8 @@ TEST(CellJson, ShowsJsonThatTheLibraryWouldWriteOtherwise) {
 TEST(CellJson, KeepsNumbersOfAsManyDigitsAsTheyHave) {
   EXPECT_EQ(kept(CTLVCell::TLV_JSON, "0.1\0"s), 0.1);
   EXPECT_EQ(kept(CTLVCell::TLV_ARRAY, "[5e-324,1e+22,-0.0]\0"s), json("[5e-324,1e22,-0.0]"));
+  EXPECT_EQ(kept(CTLVCell::TLV_ARRAY, "[\"\xc3\xa9\",1234567890123456.5]\0"s),
+            json("['\xc3\xa9',1234567890123456.5]"));
 }
 
 TEST(CellJson, ShowsTheBytesOfANumberThatIsShorterThanItWouldBeWritten) {

@@ -131,8 +131,8 @@ class QOV_EXPORT CQOV_TaskMgr {
   /// locks.
   ///
   /// A `limit` of 0 or less is none, as at the beginning, and costs nothing; more than 100 years
-  /// count as 100 years. A limit costs two locks of the module's own for each message and,
-  /// while there are any, wakes its leader up to twice in that time. It takes the place of the
+  /// count as 100 years. A limit costs two locks of the module's own for each message and, while
+  /// there are any, wakes its leader up to twice in the time of a limit. It takes the place of the
   /// former one, also for handlers that run already; those that have begun while there was no limit
   /// are not told of.
   ///
@@ -144,9 +144,8 @@ class QOV_EXPORT CQOV_TaskMgr {
   void handlerLimit(std::chrono::milliseconds limit);
 
   /// Has this module get copies of the asynchronous messages (types 3 and 4) with operation code
-  /// `opc`, or with any, that module `sender` sends to other modules. Each call adds to what is
-  /// chosen. For the constructor and initEnv(): the module loader looks when it takes the module in
-  /// and not again, so a later call has no effect. Throws std::bad_alloc.
+  /// `opc`, or with any, whose SMID is `sender` and that go to other modules. Each call adds to
+  /// what is chosen. Throws std::bad_alloc.
   ///
   /// A copy is a message to this module, in its queue and for its handlers, that shares nothing
   /// with the first one. RPID and RMID name this module; all else is as it was sent. It comes when
@@ -155,14 +154,19 @@ class QOV_EXPORT CQOV_TaskMgr {
   /// module's tasks send come in the order in which they were sent.
   ///
   /// Not copied are messages that this module sends or gets, broadcasts among them, those from
-  /// other processes, and copies: a copy makes no copies, whatever this module does with it.
+  /// other processes, and copies. Whoever sends a message or a copy of it on has to set its own
+  /// module as SMID, as QOVRequest does: with the first sender's left in it, it is copied again.
   ///
-  /// No code of this module runs in the sender's, and the sender waits for nothing: a copy that
+  /// No handler of this module runs on the sender's thread, and the sender waits for nothing (but
+  /// for an override of a task's putMsg(), see CQOV_Task::wakeup()): a copy that
   /// finds no room here, or no memory, or whose package is of a class of its own, is dropped with a
   /// record (WARN, 65586), and the message goes its way. Each module that takes copies gets its
   /// own. The last one is in the queue before the stop of this module begins. What making a copy
   /// takes is spent in the sender's module; a message that nobody takes copies of costs a look at
   /// whether there is anybody.
+  ///
+  /// Thread: the one that loads the module, in the constructor or in initEnv(). The module loader
+  /// looks when it takes the module in, and not again.
   void takeCopiesOf(std::uint8_t sender, std::optional<std::uint64_t> opc = std::nullopt);
 
  protected:
