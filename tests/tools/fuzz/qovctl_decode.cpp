@@ -1,10 +1,10 @@
 // The first byte of the input says how `qovctl decode` is called, the rest is what it reads.
-#include <fcntl.h>
-#include <unistd.h>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
 
 #include "modules/common/json_object.h"
 #include "modules/common/message_json.h"
-#include "tests/support/files.h"
 #include "tests/support/fuzz.h"
 #include "tools/qovctl/decode_command.h"
 #include "tools/qovctl/failure.h"
@@ -16,20 +16,34 @@ using test::require;
 
 namespace {
 
-/// Standard output, in memory.
-class Output {
+/// Standard input and output, in memory.
+class Streams {
  public:
-  Output() { require(::dup2(::open(file_.path().c_str(), O_RDWR), 1) == 1, "output is caught"); }
+  explicit Streams(std::string_view input) : input_(stdin), output_(stdout) {
+    // What it reads is not changed.
+    stdin = ::fmemopen(const_cast<char*>(input.data()), input.size(), "r");
+    stdout = ::open_memstream(&text_, &size_);
+  }
+  ~Streams() {
+    std::fclose(stdin);
+    std::fclose(stdout);
+    std::free(text_);
+    stdin = input_;
+    stdout = output_;
+  }
+  Streams(const Streams&) = delete;
+  Streams& operator=(const Streams&) = delete;
 
-  std::string take() {
+  std::string_view printed() const {
     ctl::finishOutput();
-    std::string text = test::readFile(file_.path());
-    require(::ftruncate(1, 0) == 0 && ::lseek(1, 0, SEEK_SET) == 0, "output starts anew");
-    return text;
+    return {text_, size_};
   }
 
  private:
-  const test::MemoryFile file_{""};
+  std::FILE* const input_;
+  std::FILE* const output_;
+  char* text_ = nullptr;
+  std::size_t size_ = 0;
 };
 
 std::size_t sizeOf(const CT7QPackageV3& message) {
@@ -46,8 +60,7 @@ std::size_t sizeOf(const CQOV_OM_MsgPackage& message) {
 template <class Package>
 std::size_t sizeBack(const Json::Value& json, Package message) {
   common::fromJson(json, "", message);
-  require(common::jsonLine(common::toJson(message)) == common::jsonLine(json),
-          "a message that is read back is shown as before");
+  require(common::toJson(message) == json, "a message that is read back is shown as before");
   return sizeOf(message);
 }
 
@@ -77,19 +90,18 @@ bool decodes(const ctl::DecodeOptions& options) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   test::silence();
-  static Output output;
   const unsigned int choice = size == 0 ? 0U : *data;
   const std::string input = size == 0 ? "" : test::textOf(data + 1, size - 1);
-  const test::MemoryFile file(input);
+  const Streams streams(input);
   ctl::DecodeOptions options;
-  options.file = file.path();
+  options.file = "-";
   options.json = (choice & 1U) != 0;
   options.hex = (choice & 2U) != 0;
   if (const unsigned int kind = choice >> 2U & 3U; kind != 3) {
     options.kind = static_cast<ctl::Kind>(kind);
   }
   const bool isWhole = decodes(options);
-  const std::string text = output.take();
+  const std::string_view text = streams.printed();
   if (options.json && options.kind && !text.empty()) {
     std::size_t bytes = 0;
     const Json::Value document = common::parseJson(text);

@@ -5,6 +5,8 @@
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <functional>
+#include <string_view>
 
 #include "modules/common/json_object.h"
 #include "modules/status/answers.h"
@@ -30,20 +32,31 @@ status::Answers& answers() {
 }
 
 void takeAll(int socket, std::string& text) {
-  std::array<char, 65536> bytes;
+  static std::array<char, 65536> bytes;
   for (ssize_t size = 1; size > 0; text.append(bytes.data(), static_cast<std::size_t>(size))) {
     size = std::max<ssize_t>(::recv(socket, bytes.data(), bytes.size(), 0), 0);
   }
 }
 
-void checkLines(std::string lines, std::size_t count) {
+void checkLine(std::string_view line) {
+  // To parse a long one takes longer than all else.
+  constexpr std::size_t kShort = 300;
+  if (line.size() > kShort && std::hash<std::string_view>()(line) % 16 != 0) {
+    return;
+  }
+  try {
+    common::parseJson(line);
+  } catch (const common::BadJson&) {
+    require(false, "an answer is JSON");
+  }
+}
+
+void checkLines(std::string_view lines, std::size_t count) {
   for (; !lines.empty(); --count) {
-    require(lines.find('\n') != std::string::npos && count > 0, "each request has one line");
-    try {
-      common::parseJson(test::takeLine(lines));
-    } catch (const common::BadJson&) {
-      require(false, "an answer is JSON");
-    }
+    const std::size_t end = lines.find('\n');
+    require(end != std::string_view::npos && count > 0, "each request has one line");
+    checkLine(lines.substr(0, end));
+    lines.remove_prefix(end + 1);
   }
   require(count == 0, "each request has a line");
 }
@@ -52,8 +65,9 @@ void checkLines(std::string lines, std::size_t count) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const status::ClientCounts counts;
-  static const int level = (answers(), status::logLevel());
-  test::silence();
+  // Requests set the level of the log, which is written to nothing.
+  ACE_LOG_MSG->clr_flags(ACE_Log_Msg::STDERR);
+  status::setLogLevel(status::kHighestLevel);
   std::array<int, 2> ends{};
   require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends.data()) == 0,
           "there is a pair of sockets");
@@ -70,13 +84,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       answered += line ? 1 : 0;
       return line;
     });
-    takeAll(far.get(), replies);
+    if (client.events() == POLLOUT) {
+      takeAll(far.get(), replies);
+    }
   }
+  takeAll(far.get(), replies);
   checkLines(replies, answered);
   const auto lines = static_cast<std::size_t>(std::count(data, data + size, '\n'));
   const bool allTaken = answered == lines && (size == 0 || data[size - 1] == '\n');
   require((state == Client::State::kGone) == allTaken,
           "who is answered every line is gone at last");
-  status::setLogLevel(level);
   return 0;
 }
