@@ -34,7 +34,7 @@ class Streams {
   Streams(const Streams&) = delete;
   Streams& operator=(const Streams&) = delete;
 
-  std::string_view printed() const {
+  std::string printed() const {
     ctl::finishOutput();
     return {text_, size_};
   }
@@ -75,15 +75,39 @@ std::size_t sizeBack(const Json::Value& json, ctl::Kind kind) {
   }
 }
 
-/// Whether all of the input was decoded.
-bool decodes(const ctl::DecodeOptions& options) {
+/// The bytes of the messages of documents, each of which has a row of messages of one kind.
+std::size_t sizeBack(std::string_view documents) {
+  constexpr std::string_view kEnd = "\n}\n";
+  std::size_t bytes = 0;
+  while (!documents.empty()) {
+    const std::size_t end = documents.find(kEnd);
+    require(end != std::string_view::npos, "a document ends");
+    const Json::Value document = common::parseJson(documents.substr(0, end + kEnd.size()));
+    documents.remove_prefix(end + kEnd.size());
+    const auto kind = ctl::kindOf(document["kind"].asString());
+    require(kind.has_value(), "a document has a kind");
+    for (const Json::Value& message : document["messages"]) {
+      bytes += sizeBack(message, *kind);
+    }
+  }
+  return bytes;
+}
+
+struct Outcome {
+  bool isWhole;  ///< all of the input was decoded
+  std::string text;
+};
+
+Outcome decoded(const std::string& input, const ctl::DecodeOptions& options) {
+  const Streams streams(input);
+  bool isWhole = true;
   try {
     ctl::decode(options);
-    return true;
   } catch (const ctl::Failure& failure) {
     require(failure.code() == ctl::kBadData, "only bad data is refused");
-    return false;
+    isWhole = false;
   }
+  return {isWhole, streams.printed()};
 }
 
 }  // namespace
@@ -92,24 +116,24 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   test::silence();
   const unsigned int choice = size == 0 ? 0U : *data;
   const std::string input = size == 0 ? "" : test::textOf(data + 1, size - 1);
-  const Streams streams(input);
   ctl::DecodeOptions options;
   options.file = "-";
-  options.json = (choice & 1U) != 0;
   options.hex = (choice & 2U) != 0;
   if (const unsigned int kind = choice >> 2U & 3U; kind != 3) {
     options.kind = static_cast<ctl::Kind>(kind);
   }
-  const bool isWhole = decodes(options);
-  const std::string_view text = streams.printed();
-  if (options.json && options.kind && !text.empty()) {
-    std::size_t bytes = 0;
-    const Json::Value document = common::parseJson(text);
-    for (const Json::Value& message : document["messages"]) {
-      bytes += sizeBack(message, *options.kind);
-    }
-    const std::string read = options.hex && isWhole ? ctl::bytesOfHexText(input) : input;
-    require(!isWhole || bytes == read.size(), "the messages are all of the input");
+  options.json = true;
+  const Outcome json = decoded(input, options);
+  const std::size_t bytes = sizeBack(json.text);
+  if (json.isWhole) {
+    require(bytes == (options.hex ? ctl::bytesOfHexText(input) : input).size(),
+            "the messages are all of the input");
+  }
+  if ((choice & 1U) == 0) {
+    options.json = false;
+    const Outcome text = decoded(input, options);
+    require(text.isWhole == json.isWhole && text.text.empty() == (bytes == 0),
+            "text has the messages that JSON has");
   }
   return 0;
 }
