@@ -2,7 +2,9 @@
 #define QOV_TESTS_CONFIG_FUZZ_INI_CONTENT_H
 
 #include <ace/Configuration.h>
+#include <strings.h>
 
+#include <algorithm>
 #include <map>
 #include <string>
 
@@ -10,9 +12,26 @@
 
 namespace qov::test {
 
+/// "LogLevel" and "loglevel" are one key; so it is with sections.
+struct IgnoresCase {
+  bool operator()(const std::string& one, const std::string& other) const {
+    return ::strcasecmp(one.c_str(), other.c_str()) < 0;
+  }
+};
+
 /// Sections and values of an INI file by their paths, whose parts are apart by line breaks: no name
 /// has one.
-using IniContent = std::map<std::string, std::string>;
+using IniContent = std::map<std::string, std::string, IgnoresCase>;
+
+/// Whether both have the same values, whatever the case of their names.
+inline bool haveSameValues(const IniContent& one, const IniContent& other) {
+  return std::equal(one.begin(), one.end(), other.begin(), other.end(),
+                    [](const auto& mine, const auto& its) {
+                      const IgnoresCase less;
+                      return !less(mine.first, its.first) && !less(its.first, mine.first) &&
+                             mine.second == its.second;
+                    });
+}
 
 inline std::string pathOfValue(const std::string& section, const std::string& key) {
   return section + "\nvalue " + key;
