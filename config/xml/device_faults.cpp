@@ -2,8 +2,11 @@
 
 #include <tinyxml.h>
 
+#include <algorithm>
+#include <initializer_list>
 #include <map>
 #include <set>
+#include <string_view>
 
 #include "config/xml/qov_xml_file.h"
 
@@ -19,7 +22,7 @@ class DeviceWalk {
   void look(const TiXmlElement& device);
   void lookAtItem(const std::string& deviceDesc, const TiXmlElement& item);
   /// Attributes of `element` whose names are not among `known`.
-  void lookForOthers(const TiXmlElement& element, const std::set<std::string>& known);
+  void lookForOthers(const TiXmlElement& element, std::initializer_list<std::string_view> known);
   void ignore(const TiXmlBase& place, const std::string& cause) {
     faults_.push_back({static_cast<unsigned>(place.Row()), cause, true});
   }
@@ -76,10 +79,11 @@ void DeviceWalk::lookAtItem(const std::string& deviceDesc, const TiXmlElement& i
   }
 }
 
-void DeviceWalk::lookForOthers(const TiXmlElement& element, const std::set<std::string>& known) {
+void DeviceWalk::lookForOthers(const TiXmlElement& element,
+                               std::initializer_list<std::string_view> known) {
   for (const TiXmlAttribute* attribute = element.FirstAttribute(); attribute != nullptr;
        attribute = attribute->Next()) {
-    if (known.count(attribute->Name()) == 0) {
+    if (std::find(known.begin(), known.end(), attribute->Name()) == known.end()) {
       ignore(*attribute, std::string("unknown attribute ") + attribute->Name() + " is ignored");
     }
   }

@@ -98,22 +98,23 @@ std::string whatIsWrong(int result, const std::string& line) {
 /// ACE does not tell the line, so the shortest beginning of whole lines is looked for that it
 /// refuses.
 void findFaultyLine(const std::string& text, Failure& failure) {
+  const auto resultUpTo = [&](std::size_t end) {
+    ACE_Configuration_Heap heap;
+    return importIniText(heap, text.substr(0, end));
+  };
+  if (resultUpTo(text.size()) == 0) {
+    return;
+  }
   std::vector<std::size_t> ends;
   for (std::size_t start = 0; start < text.size(); start = ends.back()) {
     const std::size_t end = text.find('\n', start);
     ends.push_back(end == std::string::npos ? text.size() : end + 1);
   }
-  const auto resultUpTo = [&](std::size_t end) {
-    ACE_Configuration_Heap heap;
-    return importIniText(heap, text.substr(0, end));
-  };
   const auto faulty = std::partition_point(ends.begin(), ends.end(),
                                            [&](std::size_t end) { return resultUpTo(end) == 0; });
-  if (faulty != ends.end()) {
-    const std::size_t start = faulty == ends.begin() ? 0 : *(faulty - 1);
-    failure.line = static_cast<unsigned>(faulty - ends.begin()) + 1;
-    failure.cause = whatIsWrong(resultUpTo(*faulty), text.substr(start, *faulty - start));
-  }
+  const std::size_t start = faulty == ends.begin() ? 0 : *(faulty - 1);
+  failure.line = static_cast<unsigned>(faulty - ends.begin()) + 1;
+  failure.cause = whatIsWrong(resultUpTo(*faulty), text.substr(start, *faulty - start));
 }
 
 /// A file without a name.

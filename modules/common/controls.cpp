@@ -20,6 +20,9 @@ bool setsDirection(unsigned int code) {
 
 Control controlAt(std::string_view text, std::size_t at) {
   const unsigned char byte = byteAt(text, at);
+  if (byte >= 0x20 && byte < 0x7F) {
+    return {0, 0};  // most of them
+  }
   const unsigned char second = byteAt(text, at + 1);
   const unsigned char third = byteAt(text, at + 2);
   if (byte < 0x20 || byte == 0x7F) {

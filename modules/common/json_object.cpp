@@ -25,10 +25,13 @@ bool isInteger(const Json::Value& json) {
 }
 
 std::string textOfJsonCpp(const Json::Value& json) {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  builder["emitUTF8"] = true;
-  return Json::writeString(builder, json);
+  static const Json::StreamWriterBuilder writer = [] {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    return builder;
+  }();
+  return Json::writeString(writer, json);
 }
 
 /// JsonCpp escapes only those below the blank. The others stand nowhere but in strings.

@@ -2,8 +2,6 @@
 #define QOV_TESTS_SUPPORT_FUZZ_H
 
 #include <ace/Log_Msg.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -11,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <string_view>
 
 /// What a fuzz target has: libFuzzer, or tests/support/replay.cpp, calls it with each input.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
@@ -27,10 +24,13 @@ inline void require(bool holds, const char* what, const char* file = __builtin_F
   }
 }
 
-/// Nothing is logged from now on: most of the time would go into it.
+/// Nothing is logged from the first call on: most of the time would go into it.
 inline void silence() {
-  ACE_LOG_MSG->priority_mask(0, ACE_Log_Msg::PROCESS);
-  ACE_LOG_MSG->priority_mask(0, ACE_Log_Msg::THREAD);
+  [[maybe_unused]] static const bool done = [] {
+    ACE_LOG_MSG->priority_mask(0, ACE_Log_Msg::PROCESS);
+    ACE_LOG_MSG->priority_mask(0, ACE_Log_Msg::THREAD);
+    return true;
+  }();
 }
 
 inline std::string textOf(const std::uint8_t* data, std::size_t size) {
@@ -44,25 +44,6 @@ inline std::string takeLine(std::string& text) {
   text.erase(0, end + 1);
   return line;
 }
-
-/// A file with that content, for what reads files by name.
-class MemoryFile {
- public:
-  explicit MemoryFile(std::string_view content)
-      : descriptor_(::memfd_create("input", MFD_CLOEXEC)) {
-    require(::write(descriptor_, content.data(), content.size()) ==
-                static_cast<ssize_t>(content.size()),
-            "a file in memory takes the input");
-  }
-  ~MemoryFile() { ::close(descriptor_); }
-  MemoryFile(const MemoryFile&) = delete;
-  MemoryFile& operator=(const MemoryFile&) = delete;
-
-  std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
-
- private:
-  const int descriptor_;
-};
 
 }  // namespace qov::test
 

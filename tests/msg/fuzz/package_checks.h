@@ -32,6 +32,11 @@ void checkRecords(const Package& package, const PlainReader& plain) {
   }
 }
 
+/// Whether that message is copied and dumped, too. It takes as long as all else.
+inline bool isCopied(const MessageBytes& bytes) {
+  return bytes.size() % 4 == 0;
+}
+
 /// The package is dumped, and its copy and what that is moved to are encoded as `bytes`, too.
 template <class Package>
 void checkCopies(const Package& package, const std::string& bytes) {
@@ -63,7 +68,8 @@ template <class Package>
 void checkMessage(const MessageBytes& bytes) {
   using Head = HeadOf<Package>;
   PlainReader plain(bytes);
-  const bool isGood = plain.readMessage<Head>(0);
+  const bool isGood =
+      plain.readMessage(std::is_same_v<Head, QOVMsgHead> ? kInternalHead : kV3Head, 0);
   Package package;
   const unsigned int result = package.decode(bytes.data(), static_cast<unsigned int>(bytes.size()));
   checkFault(package.decodeFault(), plain.fault());
@@ -77,7 +83,9 @@ void checkMessage(const MessageBytes& bytes) {
   const std::string expected(bytes.begin(), bytes.begin() + sizeof(Head));
   const std::string encoded = encodedBy(package);
   require(encoded == expected + plain.encoded(), "what is encoded is what was decoded");
-  checkCopies(package, encoded);
+  if (isCopied(bytes)) {
+    checkCopies(package, encoded);
+  }
 }
 
 template <>

@@ -25,6 +25,42 @@ std::uint64_t PlainReader::number(unsigned int at, unsigned int bytes) const {
   return value;
 }
 
+bool PlainReader::readHead(const PlainHead& head, unsigned int at) {
+  if (size() - at < head.size) {
+    return refuse(Kind::kHeadShort, at, size() - at, head.size);
+  }
+  if (const unsigned int magic = number4(at); magic != head.magic) {
+    return refuse(Kind::kMagic, at, magic, head.magic);
+  }
+  const auto version = static_cast<unsigned int>(number(at + 4, head.bytesOfVersion));
+  if (version != head.version) {
+    return refuse(Kind::kVersion, at + 4, version, head.version);
+  }
+  if (const unsigned int type = bytes_[at + 5]; head.hasType && (type < 1 || type > 4)) {
+    return refuse(Kind::kType, at + 5, type, 4);
+  }
+  // Every header ends with LEN.
+  length_ = number4(at + head.size - 4);
+  return true;
+}
+
+bool PlainReader::readMessage(const PlainHead& head, unsigned int at) {
+  if (!readHead(head, at)) {
+    return false;
+  }
+  unsigned int pos = at + head.size;
+  if (length_ > size() - pos) {
+    return refuse(Kind::kLength, pos - 4, length_, size() - pos);
+  }
+  const unsigned int end = pos + length_;
+  while (pos != end) {
+    if (!readRecord(pos, end)) {
+      return false;
+    }
+  }
+  return true;
+}
+
 bool PlainReader::readRecord(unsigned int& pos, unsigned int end) {
   if (end - pos < kRecordHead) {
     return refuse(Kind::kRecordShort, pos, end - pos, kRecordHead);
@@ -60,8 +96,8 @@ bool PlainReader::readCell(unsigned int& pos, unsigned int recordEnd, unsigned i
     return refuse(Kind::kCellLength, pos + 2, length, left < kCellHead ? 0 : left - kCellHead);
   }
   pos += kCellHead;
-  const auto value = bytes_.begin() + pos;
-  records_.back().cells.push_back({length == 0 ? kNoTypeTag : typeTag, {value, value + length}});
+  const auto* const value = reinterpret_cast<const char*>(bytes_.data()) + pos;
+  records_.back().cells.push_back({length == 0 ? kNoTypeTag : typeTag, {value, length}});
   pos += length;
   return true;
 }

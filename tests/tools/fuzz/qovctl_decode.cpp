@@ -1,10 +1,10 @@
 // The first byte of the input says how `qovctl decode` is called, the rest is what it reads.
-#include <fcntl.h>
-#include <unistd.h>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
 
 #include "modules/common/json_object.h"
 #include "modules/common/message_json.h"
-#include "tests/support/files.h"
 #include "tests/support/fuzz.h"
 #include "tools/qovctl/decode_command.h"
 #include "tools/qovctl/failure.h"
@@ -16,20 +16,34 @@ using test::require;
 
 namespace {
 
-/// Standard output, in memory.
-class Output {
+/// Standard input and output, in memory.
+class Streams {
  public:
-  Output() { require(::dup2(::open(file_.path().c_str(), O_RDWR), 1) == 1, "output is caught"); }
+  explicit Streams(std::string_view input) : input_(stdin), output_(stdout) {
+    // What it reads is not changed.
+    stdin = ::fmemopen(const_cast<char*>(input.data()), input.size(), "r");
+    stdout = ::open_memstream(&text_, &size_);
+  }
+  ~Streams() {
+    std::fclose(stdin);
+    std::fclose(stdout);
+    std::free(text_);
+    stdin = input_;
+    stdout = output_;
+  }
+  Streams(const Streams&) = delete;
+  Streams& operator=(const Streams&) = delete;
 
-  std::string take() {
+  std::string printed() const {
     ctl::finishOutput();
-    std::string text = test::readFile(file_.path());
-    require(::ftruncate(1, 0) == 0 && ::lseek(1, 0, SEEK_SET) == 0, "output starts anew");
-    return text;
+    return {text_, size_};
   }
 
  private:
-  const test::MemoryFile file_{""};
+  std::FILE* const input_;
+  std::FILE* const output_;
+  char* text_ = nullptr;
+  std::size_t size_ = 0;
 };
 
 std::size_t sizeOf(const CT7QPackageV3& message) {
@@ -46,8 +60,7 @@ std::size_t sizeOf(const CQOV_OM_MsgPackage& message) {
 template <class Package>
 std::size_t sizeBack(const Json::Value& json, Package message) {
   common::fromJson(json, "", message);
-  require(common::jsonLine(common::toJson(message)) == common::jsonLine(json),
-          "a message that is read back is shown as before");
+  require(common::toJson(message) == json, "a message that is read back is shown as before");
   return sizeOf(message);
 }
 
@@ -62,42 +75,65 @@ std::size_t sizeBack(const Json::Value& json, ctl::Kind kind) {
   }
 }
 
-/// Whether all of the input was decoded.
-bool decodes(const ctl::DecodeOptions& options) {
+/// The bytes of the messages of documents, each of which has a row of messages of one kind.
+std::size_t sizeBack(std::string_view documents) {
+  constexpr std::string_view kEnd = "\n}\n";
+  std::size_t bytes = 0;
+  while (!documents.empty()) {
+    const std::size_t end = documents.find(kEnd);
+    require(end != std::string_view::npos, "a document ends");
+    const Json::Value document = common::parseJson(documents.substr(0, end + kEnd.size()));
+    documents.remove_prefix(end + kEnd.size());
+    const auto kind = ctl::kindOf(document["kind"].asString());
+    require(kind.has_value(), "a document has a kind");
+    for (const Json::Value& message : document["messages"]) {
+      bytes += sizeBack(message, *kind);
+    }
+  }
+  return bytes;
+}
+
+struct Outcome {
+  bool isWhole;  ///< all of the input was decoded
+  std::string text;
+};
+
+Outcome decoded(const std::string& input, const ctl::DecodeOptions& options) {
+  const Streams streams(input);
+  bool isWhole = true;
   try {
     ctl::decode(options);
-    return true;
   } catch (const ctl::Failure& failure) {
     require(failure.code() == ctl::kBadData, "only bad data is refused");
-    return false;
+    isWhole = false;
   }
+  return {isWhole, streams.printed()};
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   test::silence();
-  static Output output;
   const unsigned int choice = size == 0 ? 0U : *data;
   const std::string input = size == 0 ? "" : test::textOf(data + 1, size - 1);
-  const test::MemoryFile file(input);
   ctl::DecodeOptions options;
-  options.file = file.path();
-  options.json = (choice & 1U) != 0;
+  options.file = "-";
   options.hex = (choice & 2U) != 0;
   if (const unsigned int kind = choice >> 2U & 3U; kind != 3) {
     options.kind = static_cast<ctl::Kind>(kind);
   }
-  const bool isWhole = decodes(options);
-  const std::string text = output.take();
-  if (options.json && options.kind && !text.empty()) {
-    std::size_t bytes = 0;
-    const Json::Value document = common::parseJson(text);
-    for (const Json::Value& message : document["messages"]) {
-      bytes += sizeBack(message, *options.kind);
-    }
-    const std::string read = options.hex && isWhole ? ctl::bytesOfHexText(input) : input;
-    require(!isWhole || bytes == read.size(), "the messages are all of the input");
+  options.json = true;
+  const Outcome json = decoded(input, options);
+  const std::size_t bytes = sizeBack(json.text);
+  if (json.isWhole) {
+    require(bytes == (options.hex ? ctl::bytesOfHexText(input) : input).size(),
+            "the messages are all of the input");
+  }
+  if ((choice & 1U) == 0) {
+    options.json = false;
+    const Outcome text = decoded(input, options);
+    require(text.isWhole == json.isWhole && text.text.empty() == (bytes == 0),
+            "text has the messages that JSON has");
   }
   return 0;
 }

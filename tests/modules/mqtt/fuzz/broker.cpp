@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "modules/common/json_object.h"
+#include "modules/common/message_json.h"
 #include "modules/common/message_payload.h"
 #include "modules/mqtt/requests.h"
 #include "tests/support/fuzz.h"
@@ -50,10 +51,10 @@ class Agent {
   }
 
   /// What is published, one message or, if nobody may be told, none.
-  std::vector<Outgoing> take(const Incoming& message) {
+  std::vector<Outgoing> take(Incoming&& message) {
     const std::uint64_t before = requests_->counts().unanswerable;
     told_.clear();
-    requests_->take(Incoming(message));
+    requests_->take(std::move(message));
     kit_.advance(std::chrono::milliseconds(0));
     kit_.takeSent();
     const bool isUnanswerable = requests_->counts().unanswerable != before;
@@ -68,16 +69,40 @@ class Agent {
   std::unique_ptr<Requests> requests_;
 };
 
-void checkAnswer(const Outgoing& answer, const Incoming& asked) {
-  require(answer.topic == asked.responseTopic && answer.correlation == asked.correlation,
+/// What a request has to be known for when its answer comes.
+struct Asked {
+  std::string topic;
+  std::string correlation;
+  std::string payload;
+};
+
+Json::Value recordsOf(const CQOV_MsgPackage& message) {
+  Json::Value records(Json::arrayValue);
+  for (const CTLVRecordV3& record : message) {
+    records.append(common::toJson(record));
+  }
+  return records;
+}
+
+/// Of what is no refusal.
+void checkRecords(const Outgoing& answer, const Asked& asked) {
+  const auto read = [&](const std::string& payload) {
+    return answer.isText ? common::messageOfJson(payload) : common::messageOfBytes(payload);
+  };
+  const auto request = read(asked.payload);
+  require(recordsOf(*read(answer.payload)) == recordsOf(*request) ||
+              dynamic_cast<CQOV_OM_MsgPackage*>(request.get()) != nullptr,
+          "an answer has what its module has said");
+}
+
+void checkAnswer(const Outgoing& answer, const Asked& asked) {
+  require(answer.topic == asked.topic && answer.correlation == asked.correlation,
           "an answer goes where its request says");
   require(answer.topic.rfind(kResponses, 0) == 0, "an answer goes to a topic of answers");
   require(answer.payload.size() <= Requests::kMostPayload, "an answer is not too long");
   try {
-    if (answer.isText) {
-      common::parseJson(answer.payload);
-    } else {
-      common::messageOfBytes(answer.payload);
+    if (!answer.isText || !common::parseJson(answer.payload).isMember("error")) {
+      checkRecords(answer, asked);
     }
   } catch (const std::runtime_error&) {
     require(false, "an answer is what its type says");
@@ -98,8 +123,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string name = test::takeLine(text);
   message.properties = {{name, test::takeLine(text)}};
   message.payload = text;
-  for (const Outgoing& answer : agent.take(message)) {
-    checkAnswer(answer, message);
+  const Asked asked{message.responseTopic, message.correlation, text};
+  for (const Outgoing& answer : agent.take(std::move(message))) {
+    checkAnswer(answer, asked);
   }
   return 0;
 }
