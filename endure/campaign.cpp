@@ -20,6 +20,7 @@ Campaign::Campaign(int argc, char** argv) {
   }
   duration_ = std::chrono::seconds(seconds);
   random_.seed(seed_);
+  ::setenv("TMPDIR", folder_.c_str(), 1);
 }
 
 Figure& Campaign::figure(const std::string& name) {

@@ -21,7 +21,8 @@ using Figure = std::atomic<std::int64_t>;
 ///   <program> --seconds N --seed S --folder DIR
 ///
 /// What is random comes from the seed alone, so that a failure can be repeated with it. DIR is an
-/// empty folder of the run's own, where it leaves what tells how it failed.
+/// empty folder of the run's own, where it leaves what tells how it failed. Temporary directories
+/// are made there, too.
 ///
 /// Thread: the main thread's, but for figures, which any thread changes, and fail().
 class Campaign {

@@ -305,7 +305,6 @@ class Life {
 
 int main(int argc, char** argv) {
   return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
-    ::setenv("TMPDIR", campaign.folder().c_str(), 1);
     qov::endure::Life life(campaign);
     while (campaign.goesOn()) {
       life.live();

@@ -130,7 +130,6 @@ class Memory {
 
 int main(int argc, char** argv) {
   return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
-    ::setenv("TMPDIR", campaign.folder().c_str(), 1);
     qov::endure::Memory(campaign).run();
   });
 }
