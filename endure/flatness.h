@@ -17,11 +17,14 @@ class Flatness {
   /// What is resident, and what is allocated and not freed, both in bytes.
   void add(std::int64_t resident, std::int64_t heap);
 
-  /// At the end: fails the campaign if one of them has grown. Nothing is said of less than 8 rests,
-  /// nor with a sanitizer, which keeps what was freed.
+  /// At the end: fails the campaign if one of them has grown. Not watched are fewer than 16 rests,
+  /// and builds with a sanitizer, which keeps what was freed.
   void judge();
 
  private:
+  void judge(const char* what, const std::vector<std::int64_t>& values, double most,
+             Figure& growth);
+
   Campaign& campaign_;
   std::vector<std::int64_t> residents_;
   std::vector<std::int64_t> heaps_;

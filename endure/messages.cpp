@@ -35,9 +35,10 @@ constexpr const char* kTrafficLibraries[] = {"qov_endure_traffic_40", "qov_endur
                                              "qov_endure_traffic_42"};
 
 /// How late all but one time-out in a thousand may be, on a machine that is busy with nothing else.
-/// A time-out has two threads run, the leader's and the one that waits.
+/// On one that is, four threads in turn wait for a processor: the one that asks, the leader for the
+/// request and for its time-out, and the one that has asked.
 constexpr std::chrono::milliseconds kMostLate(250);
-constexpr int kThreadsOfTimeOut = 2;
+constexpr int kThreadsOfTimeOut = 4;
 
 CQOV_Module_Loader& moduleLoader() {
   return *ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance();

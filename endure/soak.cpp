@@ -99,7 +99,7 @@ class SoakCampaign {
   }
 
   void flow() {
-    for (std::int64_t left = campaign_.between(1, 4); left > 0 && !campaign_.failed(); --left) {
+    for (std::int64_t left = campaign_.between(1, 2); left > 0 && !campaign_.failed(); --left) {
       std::this_thread::sleep_for(seconds(1));
       look();
       if (campaign_.between(1, 3) == 1) {
