@@ -134,7 +134,7 @@ class TrafficTask : public QOVStaticHandlers<TrafficTask, QOVPeriodicTask> {
   /// Not a request to another module that it waits for: if that has no room, a static task waits
   /// until the stop.
   void sendSomething() {
-    constexpr std::uint32_t kEventOneIn = 100;
+    constexpr std::uint32_t kEventOneIn = 20;
     const QOVRequest::Duration limit = milliseconds(sender_.between(0, 20));
     if (traffic_.sendsEvents() && sender_.oneIn(kEventOneIn)) {
       sender_.tellMqtt();
