@@ -58,8 +58,8 @@ Standstill lookAt(pid_t process) {
     }
     found.waits_[id] = numberBehind(status, "\nvoluntary_ctxt_switches:") +
                        numberBehind(status, "\nnonvoluntary_ctxt_switches:");
-    found.othersWait_ = found.othersWait_ &&
-                        (id == process || status.find("\nState:\tS") != std::string::npos);
+    found.othersWait_ =
+        found.othersWait_ && (id == process || status.find("\nState:\tS") != std::string::npos);
   }
   return found;
 }

@@ -194,7 +194,8 @@ class Life {
     const bool fails = campaign_.between(0, 1) == 1;
     if (fails) {
       modules.push_back(kBad[static_cast<std::size_t>(campaign_.between(0, kBad.size() - 1))]);
-      if (modules.back() == std::string_view(kTwin) && modules.front() != std::string_view(kGood[0])) {
+      if (modules.back() == std::string_view(kTwin) &&
+          modules.front() != std::string_view(kGood[0])) {
         modules.push_back(kGood[0]);
       }
     } else if (modules.empty()) {

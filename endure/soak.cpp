@@ -59,8 +59,8 @@ class SoakCampaign {
 
  private:
   void configure() {
-    for (const char* const module : {"qov_endure_traffic_40", "qov_endure_traffic_41",
-                                     "qov_endure_traffic_42", "qovstatus"}) {
+    for (const char* const module :
+         {"qov_endure_traffic_40", "qov_endure_traffic_41", "qov_endure_traffic_42", "qovstatus"}) {
       agent_.root().addModule(module);
     }
     if (broker_) {
@@ -156,8 +156,8 @@ class SoakCampaign {
       }
       return static_cast<std::int64_t>(seen.size()) >= events_;
     };
-    if (watcher_ && (!waitUntil(allSeen) ||
-                     std::accumulate(seen.begin(), seen.end(), std::int64_t{0}) != told("serials"))) {
+    if (watcher_ && (!waitUntil(allSeen) || std::accumulate(seen.begin(), seen.end(),
+                                                            std::int64_t{0}) != told("serials"))) {
       campaign_.fail("the watcher has " + std::to_string(seen.size()) + " events, not the " +
                      std::to_string(events_) + " that were sent");
     }
@@ -214,7 +214,8 @@ class SoakCampaign {
     // Its log begins anew.
     const auto areBack = [this] {
       const std::string log = broker_->log();
-      return log.find("as qov-") != std::string::npos && log.find("as watcher") != std::string::npos;
+      return log.find("as qov-") != std::string::npos &&
+             log.find("as watcher") != std::string::npos;
     };
     if (!waitUntil(areBack)) {
       campaign_.fail("the agent or the watcher does not come back to the broker");

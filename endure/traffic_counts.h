@@ -40,10 +40,10 @@ struct TrafficCounts {
   Count laterPending_{0};  ///< continuations that have not run yet
 
   // Notices that this module has taken.
-  Count told_{0};        ///< for a module that is there
-  Count toldNobody_{0};  ///< for one that is not
-  Count ofNoType_{0};    ///< of no valid type
-  Count events_{0};      ///< for the MQTT module
+  Count told_{0};          ///< for a module that is there
+  Count toldNobody_{0};    ///< for one that is not
+  Count ofNoType_{0};      ///< of no valid type
+  Count events_{0};        ///< for the MQTT module
   Count eventSerials_{0};  ///< the sum of their serials
   /// Notices that found no room in this module.
   Count tellNotTaken_{0};
