@@ -20,12 +20,19 @@ Campaign::Campaign(int argc, char** argv) {
   }
   duration_ = std::chrono::seconds(seconds);
   random_.seed(seed_);
+  ::setenv("TMPDIR", folder_.c_str(), 1);
+  beginTime();
 }
 
 Figure& Campaign::figure(const std::string& name) {
   figures_.emplace_back();
   figures_.back().name = name;
   return figures_.back().value;
+}
+
+void Campaign::beginTime() {
+  start_ = Clock::now();
+  next_line_ = start_ + std::chrono::minutes(1);
 }
 
 bool Campaign::goesOn() {
@@ -56,7 +63,7 @@ void Campaign::printFigures() {
   for (const NamedFigure& figure : figures_) {
     std::cout << ' ' << figure.name << '=' << figure.value;
   }
-  std::cout << std::endl;
+  std::cout << notWatched_ << std::endl;
 }
 
 int runCampaign(int argc, char** argv, const std::function<void(Campaign&)>& run) noexcept try {

@@ -21,7 +21,8 @@ using Figure = std::atomic<std::int64_t>;
 ///   <program> --seconds N --seed S --folder DIR
 ///
 /// What is random comes from the seed alone, so that a failure can be repeated with it. DIR is an
-/// empty folder of the run's own, where it leaves what tells how it failed.
+/// empty folder of the run's own, where it leaves what tells how it failed. Temporary directories
+/// are made there, too.
 ///
 /// Thread: the main thread's, but for figures, which any thread changes, and fail().
 class Campaign {
@@ -45,6 +46,9 @@ class Campaign {
   /// of figures in the order in which they were made.
   Figure& figure(const std::string& name);
 
+  /// The time begins now and not when the campaign was made.
+  void beginTime();
+
   /// Whether there is time left and nothing has failed. Prints the line of figures once a minute:
   /// to be called at least every few seconds.
   bool goesOn();
@@ -52,6 +56,9 @@ class Campaign {
   /// Says what must not be; the campaign is lost.
   void fail(const std::string& what);
   bool failed() const { return failed_; }
+
+  /// Says what this machine has no means for; it stands behind the figures, which hold without it.
+  void notWatched(const std::string& what) { notWatched_ += " not watched: " + what; }
 
   /// Prints the last line of figures; the result is the process's exit status.
   int end();
@@ -70,8 +77,9 @@ class Campaign {
   std::filesystem::path folder_;
   std::mt19937_64 random_;
   std::deque<NamedFigure> figures_;
-  const Clock::time_point start_ = Clock::now();
-  Clock::time_point next_line_ = start_ + std::chrono::minutes(1);
+  std::string notWatched_;
+  Clock::time_point start_;
+  Clock::time_point next_line_;
   std::mutex output_;
   std::atomic<bool> failed_{false};
 };

@@ -1,40 +1,38 @@
 #ifndef QOV_ENDURE_FLATNESS_H
 #define QOV_ENDURE_FLATNESS_H
 
-#include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <vector>
 
-#include "tests/support/sanitizers.h"
+#include "endure/campaign.h"
 
 namespace qov::endure {
 
-/// A number that is to stay flat over the last half of a campaign.
+/// The memory of a process each time that it is at rest: it is to stay flat over the last half of a
+/// campaign.
 class Flatness {
  public:
-  void add(std::int64_t value) { values_.push_back(value); }
+  explicit Flatness(Campaign& campaign) : campaign_(campaign) {}
 
-  /// By how much the highest value of the last quarter is above the highest of the quarter before;
-  /// 0 while there are too few to tell.
-  std::int64_t growth() const {
-    constexpr std::ptrdiff_t kQuarters = 4;
-    const std::ptrdiff_t quarter = static_cast<std::ptrdiff_t>(values_.size()) / kQuarters;
-    if (quarter == 0) {
-      return 0;
-    }
-    const auto last = values_.end() - quarter;
-    return *std::max_element(last, values_.end()) - *std::max_element(last - quarter, last);
-  }
+  /// What is resident, and what is allocated and not freed, both in bytes.
+  void add(std::int64_t resident, std::int64_t heap);
+
+  /// At the end: fails the campaign if one of them has grown. Not watched are fewer than 16 rests,
+  /// and builds with a sanitizer, which keeps what was freed.
+  void judge();
 
  private:
-  std::vector<std::int64_t> values_;
-};
+  void judge(const char* what, const std::vector<std::int64_t>& values, double most,
+             Figure& growth);
 
-/// Whether figures of memory tell something: a sanitizer keeps what was freed.
-inline constexpr bool memoryIsMeasured() {
-  return QOV_TEST_ASAN == 0 && QOV_TEST_TSAN == 0;
-}
+  Campaign& campaign_;
+  std::vector<std::int64_t> residents_;
+  std::vector<std::int64_t> heaps_;
+  Figure& resident_ = campaign_.figure("rss_kb");
+  Figure& residentGrowth_ = campaign_.figure("rss_growth_per_rest");
+  Figure& heap_ = campaign_.figure("heap_kb");
+  Figure& heapGrowth_ = campaign_.figure("heap_growth_per_rest");
+};
 
 }  // namespace qov::endure
 

@@ -42,6 +42,13 @@ class Lateness {
   std::array<std::atomic<std::uint64_t>, kMost + 1> counts_{};
 };
 
+/// How late requests ended, and how late the machine lets a thread go on that waits for time alone.
+struct LatenessOfAll {
+  Lateness asked_;       ///< of requests that a task has waited for
+  Lateness askedLater_;  ///< of continuations, which wait for a worker, too
+  Lateness thread_;
+};
+
 }  // namespace qov::endure
 
 #endif

@@ -6,7 +6,6 @@
 #include <ace/Message_Block.h>
 #include <ace/Singleton.h>
 #include <ace/Thread_Mutex.h>
-#include <malloc.h>
 #include <qovpub/qov_logging_strategy.h>
 #include <qovpub/qov_module_loader.h>
 #include <sys/prctl.h>
@@ -27,12 +26,15 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "endure/campaign.h"
+#include "endure/flatness.h"
 #include "endure/life_module.h"
+#include "endure/own_process.h"
 #include "tests/process/modules/own_message.h"
 #include "tests/support/agent_root.h"
 #include "tests/support/process_end.h"
@@ -180,8 +182,6 @@ class Life {
       live();
     }
     before_.emplace();
-    heapBefore_ = heap();
-    cyclesBefore_ = cycles_;
   }
 
   void live() {
@@ -194,7 +194,8 @@ class Life {
     const bool fails = campaign_.between(0, 1) == 1;
     if (fails) {
       modules.push_back(kBad[static_cast<std::size_t>(campaign_.between(0, kBad.size() - 1))]);
-      if (modules.back() == kTwin && modules.front() != kGood[0]) {
+      if (modules.back() == std::string_view(kTwin) &&
+          modules.front() != std::string_view(kGood[0])) {
         modules.push_back(kGood[0]);
       }
     } else if (modules.empty()) {
@@ -205,32 +206,22 @@ class Life {
     ++cycles_;
     if (before_) {
       compare();
+      if (cycles_ % kCyclesOfRest == 0) {
+        const OwnMemory memory = ownMemory();
+        memory_.add(memory.resident_, memory.heap_);
+      }
     }
   }
 
   /// At the end of the campaign.
-  void compareHeap() {
-    if (QOV_TEST_ASAN || QOV_TEST_TSAN) {
-      return;  // has an allocator of its own, which does not tell
-    }
-    // What grows by itself, whatever the number of cycles, and a bit of rounding for each.
-    const std::int64_t slack = 65536 + 8 * (cycles_ - cyclesBefore_);
-    heapGrowth_ = heap() - heapBefore_;
-    if (heapGrowth_ > slack) {
-      campaign_.fail("the heap has grown by " + std::to_string(heapGrowth_) + " bytes in " +
-                     std::to_string(cycles_ - cyclesBefore_) + " cycles");
-    }
-  }
+  void judge() { memory_.judge(); }
 
  private:
   static constexpr int kWarmUp = 100;
+  /// Cycles from one look at the memory to the next.
+  static constexpr int kCyclesOfRest = 100;
   /// What the C library keeps of stacks and heaps differs by some.
   static constexpr long kAnonymousSlack = 100;
-
-  static std::int64_t heap() {
-    const struct mallinfo2 info = ::mallinfo2();
-    return static_cast<std::int64_t>(info.uordblks + info.hblkhd);
-  }
 
   void load(const std::vector<const char*>& modules, bool succeeds) {
     root_.removeModules();
@@ -291,13 +282,11 @@ class Life {
   Figure& cycles_ = campaign_.figure("cycles");
   Figure& good_ = campaign_.figure("good_loads");
   Figure& failing_ = campaign_.figure("failing_loads");
-  Figure& heapGrowth_ = campaign_.figure("heap_growth");
+  Flatness memory_{campaign_};
   AgentRoot root_{"endure_life"};
   CQOV_Logging_Strategy log_;
   Traffic traffic_{campaign_.figure("sent")};
   std::optional<Left> before_;
-  std::int64_t heapBefore_ = 0;
-  std::int64_t cyclesBefore_ = 0;
 };
 
 }  // namespace
@@ -305,11 +294,10 @@ class Life {
 
 int main(int argc, char** argv) {
   return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
-    ::setenv("TMPDIR", campaign.folder().c_str(), 1);
     qov::endure::Life life(campaign);
     while (campaign.goesOn()) {
       life.live();
     }
-    life.compareHeap();
+    life.judge();
   });
 }

@@ -129,8 +129,6 @@ class Memory {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
-    ::setenv("TMPDIR", campaign.folder().c_str(), 1);
-    qov::endure::Memory(campaign).run();
-  });
+  return qov::endure::runCampaign(
+      argc, argv, [](qov::endure::Campaign& campaign) { qov::endure::Memory(campaign).run(); });
 }

@@ -11,8 +11,6 @@
 namespace qov::endure {
 namespace {
 
-constexpr std::int64_t kKilobyte = 1024;
-
 void writeText(const std::filesystem::path& file, const std::string& text) {
   std::ofstream(file) << text;
 }
@@ -49,9 +47,9 @@ OwnMemory ownMemory() {
   OwnMemory memory;
   std::int64_t pages = 0;
   std::ifstream("/proc/self/statm") >> pages >> pages;
-  memory.resident_ = pages * ::sysconf(_SC_PAGESIZE) / kKilobyte;
+  memory.resident_ = pages * ::sysconf(_SC_PAGESIZE);
   const struct mallinfo2 heap = ::mallinfo2();
-  memory.heap_ = static_cast<std::int64_t>(heap.uordblks + heap.hblkhd) / kKilobyte;
+  memory.heap_ = static_cast<std::int64_t>(heap.uordblks + heap.hblkhd);
   return memory;
 }
 

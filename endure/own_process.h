@@ -21,7 +21,7 @@ struct OwnThreads {
 };
 OwnThreads ownThreads();
 
-/// What this process holds in memory, in kilobytes, after what it has freed was given back.
+/// What this process holds in memory, in bytes, after what it has freed was given back.
 struct OwnMemory {
   std::int64_t resident_ = 0;
   std::int64_t heap_ = 0;  ///< allocated and not freed

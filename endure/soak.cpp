@@ -1,50 +1,52 @@
 // An agent as it runs in the field, for as long as it takes: a daemon with traffic between its
-// modules, the status module that is asked, the MQTT module with a broker that comes and goes, and
-// a log whose settings change.
+// modules, the status module that is asked, the MQTT module with a broker that comes and goes and
+// gets events, and a log whose settings change.
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
 #include <cstdint>
-#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
+#include <numeric>
+#include <optional>
+#include <set>
 #include <string>
 #include <thread>
 
 #include "endure/campaign.h"
 #include "endure/flatness.h"
+#include "tests/modules/mqtt/watcher.h"
 #include "tests/process/agent_process.h"
-#include "tests/support/mqtt_broker.h"
 #include "tests/support/spawn.h"
 
 namespace qov::endure {
 namespace {
 
+namespace fs = std::filesystem;
 using std::chrono::seconds;
 using test::AgentProcess;
 using test::MqttBroker;
 using test::readFile;
 using test::waitUntil;
 
-/// In kilobytes, over the last half: what waits in queues and what handlers hold, a few messages of
-/// up to 1 MiB among it, differs from moment to moment.
-constexpr std::int64_t kMostGrowth = 16384;
-/// A client of the status module, a file that rotates and a connection that is made anew.
-constexpr std::int64_t kMoreDescriptors = 4;
-
 class SoakCampaign {
  public:
   explicit SoakCampaign(Campaign& campaign) : campaign_(campaign) {}
 
   void run() {
-    if (MqttBroker::whyNot().empty()) {
-      broker_ = std::make_unique<MqttBroker>();
+    if (const std::string why = test::whyNoBroker(); why.empty()) {
+      broker_.emplace(test::kKeepsAll);
+      watcher_.emplace(*broker_);
+      broker_->saveSessions();
+    } else {
+      campaign_.notWatched("events at an MQTT broker: " + why);
     }
     configure();
     agent_.setEnvironment("QOV_ENDURE_SEED", std::to_string(campaign_.seed()));
+    agent_.setEnvironment("QOV_ENDURE_CAMPAIGN", std::to_string(::getpid()));
     agent_.start({});
     if (agent_.waitForEnd().exitStatus == 0 && agent_.waitForFile("state") && agent_.findDaemon()) {
       soak();
@@ -57,16 +59,18 @@ class SoakCampaign {
 
  private:
   void configure() {
-    for (const char* const module : {"qov_endure_traffic_40", "qov_endure_traffic_41",
-                                     "qov_endure_traffic_42", "qovstatus", "qovmqtt"}) {
+    for (const char* const module :
+         {"qov_endure_traffic_40", "qov_endure_traffic_41", "qov_endure_traffic_42", "qovstatus"}) {
       agent_.root().addModule(module);
+    }
+    if (broker_) {
+      agent_.root().addModule("qovmqtt");
     }
     changeLog();
   }
 
-  /// Other settings of the log; the sections of the modules stay.
+  /// Other settings of the log; the section of the MQTT module stays.
   void changeLog() {
-    const int port = broker_ != nullptr ? broker_->port() : 1;
     AgentRoot::write(agent_.root().cfgFile(),
                      "[QOV_GLOBAL]\nPROC_PID=7\n[LOG_CFG]\nSendTerminal=0\nChkInterval=" +
                          std::to_string(campaign_.between(1, 5)) +
@@ -74,11 +78,28 @@ class SoakCampaign {
                          "\nLogFileMaxCnt=" + std::to_string(campaign_.between(1, 5)) +
                          "\nLogLevel=" + std::to_string(campaign_.between(2, 5)) +
                          "\n[MQTT]\nTls=0\nHost=127.0.0.1\nNode=7\nReconnectSeconds=1\nPort=" +
-                         std::to_string(port) + "\n");
+                         std::to_string(broker_ ? broker_->port() : 1) + "\n");
   }
 
+  /// Traffic flows and rests in turn, for at rest nothing may be left of it.
   void soak() {
-    while (campaign_.goesOn()) {
+    for (;;) {
+      flow();
+      rest();
+      if (!campaign_.goesOn()) {
+        return;
+      }
+      if (broker_ && campaign_.between(1, 3) == 1) {
+        broker_->freeze();
+        isFrozen_ = true;
+      }
+      fs::remove(agent_.root().path() / "balance");
+      fs::remove(agent_.root().path() / "dry");
+    }
+  }
+
+  void flow() {
+    for (std::int64_t left = campaign_.between(1, 2); left > 0 && !campaign_.failed(); --left) {
       std::this_thread::sleep_for(seconds(1));
       look();
       if (campaign_.between(1, 3) == 1) {
@@ -89,30 +110,82 @@ class SoakCampaign {
       if (campaign_.between(1, 3) == 1) {
         askStatus();
       }
-      if (broker_ != nullptr && campaign_.between(1, 10) == 1) {
+      if (broker_ && campaign_.between(1, 10) == 1) {
         restartBroker();
       }
+    }
+    if (isFrozen_) {
+      restartBroker();
     }
   }
 
   void look() {
-    const std::filesystem::path process = "/proc/" + agent_.state("pid");
     if (!agent_.daemonIsThere()) {
       campaign_.fail("the agent is gone");
-      return;
     }
     const std::string wrong = readFile(agent_.root().path() / "wrong");
     if (!wrong.empty()) {
       campaign_.fail(wrong);
     }
-    std::int64_t pages = 0;
-    std::ifstream(process / "statm") >> pages >> pages;
-    constexpr std::int64_t kPageKilobytes = 4;
-    residentNow_ = pages * kPageKilobytes;
-    resident_.add(residentNow_);
-    const std::filesystem::directory_iterator all(process / "fd");
-    descriptorsNow_ = std::distance(begin(all), end(all));
-    descriptors_.add(descriptorsNow_);
+  }
+
+  void rest() {
+    agent_.makeFile("dry");
+    if (!agent_.waitForFile("balance")) {
+      campaign_.fail("traffic does not come to its end");
+      return;
+    }
+    look();
+    const std::string balance = readFile(agent_.root().path() / "balance");
+    if (!balance.empty()) {
+      campaign_.fail(balance);
+    }
+    seeEvents();
+    measure();
+  }
+
+  std::int64_t told(const char* key) const { return std::stoll(agent_.state(key)); }
+
+  /// All that the MQTT module has taken; some may have come twice.
+  void seeEvents() {
+    events_ = told("events");
+    std::set<std::int64_t> seen;
+    const auto allSeen = [&] {
+      for (const test::Seen& event : watcher_->seen("/event/")) {
+        seen.insert(std::stoll(event.topic.substr(event.topic.rfind('/') + 1)));
+      }
+      return static_cast<std::int64_t>(seen.size()) >= events_;
+    };
+    if (watcher_ && (!waitUntil(allSeen) || std::accumulate(seen.begin(), seen.end(),
+                                                            std::int64_t{0}) != told("serials"))) {
+      campaign_.fail("the watcher has " + std::to_string(seen.size()) + " events, not the " +
+                     std::to_string(events_) + " that were sent");
+    }
+  }
+
+  void measure() {
+    memory_.add(told("resident"), told("heap"));
+    const auto same = [this] {
+      descriptorsNow_ = entriesOf("fd");
+      threadsNow_ = entriesOf("task");
+      return descriptorsNow_ == descriptors_ && threadsNow_ == threads_;
+    };
+    if (rests_++ == 0) {
+      // A client of the status module may still be leaving.
+      std::this_thread::sleep_for(seconds(1));
+      descriptors_ = entriesOf("fd");
+      threads_ = entriesOf("task");
+    }
+    if (!waitUntil(same)) {
+      campaign_.fail("at rest there are " + std::to_string(descriptorsNow_) + " descriptors and " +
+                     std::to_string(threadsNow_) + " threads, not " + std::to_string(descriptors_) +
+                     " and " + std::to_string(threads_));
+    }
+  }
+
+  std::int64_t entriesOf(const char* folder) const {
+    const fs::directory_iterator all("/proc/" + agent_.state("pid") + "/" + folder);
+    return std::distance(begin(all), end(all));
   }
 
   void askStatus() {
@@ -131,51 +204,48 @@ class SoakCampaign {
     ++answers_;
   }
 
+  /// Kills it only if it was frozen before any traffic: what it has acknowledged and nobody has
+  /// fetched would be lost with it.
   void restartBroker() {
-    broker_->stop(campaign_.between(0, 1) == 0 ? SIGKILL : SIGTERM);
+    broker_->stop(isFrozen_ ? SIGKILL : SIGTERM);
+    isFrozen_ = false;
     broker_->start();
     ++brokers_;
     // Its log begins anew.
-    if (!waitUntil([&] { return broker_->log().find("as qov-") != std::string::npos; })) {
-      campaign_.fail("the agent does not come back to its broker");
+    const auto areBack = [this] {
+      const std::string log = broker_->log();
+      return log.find("as qov-") != std::string::npos &&
+             log.find("as watcher") != std::string::npos;
+    };
+    if (!waitUntil(areBack)) {
+      campaign_.fail("the agent or the watcher does not come back to the broker");
     }
   }
 
   void finish() {
-    agent_.makeFile("dry");
-    if (!agent_.waitForFile("balance")) {
-      campaign_.fail("traffic does not come to its end");
-    }
-    const std::string balance = readFile(agent_.root().path() / "balance");
-    if (!balance.empty()) {
-      campaign_.fail(balance);
-    }
     agent_.send(SIGTERM);
     const test::Ending ending = agent_.waitForDaemonEnd();
     if (!ending.ended || ending.exitStatus != 0) {
       campaign_.fail("the agent has not ended as it should");
     }
-    growth_ = resident_.growth();
-    if (memoryIsMeasured() && growth_ > kMostGrowth) {
-      campaign_.fail("memory has grown over the last half by " + std::to_string(growth_) + " KiB");
-    }
-    if (descriptors_.growth() > kMoreDescriptors) {
-      campaign_.fail("there are " + std::to_string(descriptors_.growth()) +
-                     " descriptors more than before");
-    }
+    memory_.judge();
   }
 
   Campaign& campaign_;
-  std::unique_ptr<MqttBroker> broker_;
+  std::optional<MqttBroker> broker_;
+  std::optional<test::Watcher> watcher_;
+  bool isFrozen_ = false;
   AgentProcess agent_{QOV_ENDURE_SOAK_AGENT};
-  Flatness resident_;
-  Flatness descriptors_;
+  std::int64_t descriptors_ = 0;
+  std::int64_t threads_ = 0;
+  Figure& rests_ = campaign_.figure("rests");
   Figure& reloads_ = campaign_.figure("reloads");
   Figure& answers_ = campaign_.figure("status_answers");
   Figure& brokers_ = campaign_.figure("broker_restarts");
-  Figure& residentNow_ = campaign_.figure("rss_kb");
-  Figure& growth_ = campaign_.figure("rss_growth_kb");
+  Figure& events_ = campaign_.figure("events");
+  Flatness memory_{campaign_};
   Figure& descriptorsNow_ = campaign_.figure("descriptors");
+  Figure& threadsNow_ = campaign_.figure("threads");
 };
 
 }  // namespace

@@ -1,22 +1,28 @@
-// The agent of the campaign "soak": traffic between its modules until there is a file "dry" in its
-// root. Then the file "balance" tells what does not add up, nothing if all does. What must not be
-// stands in the file "wrong" at once, and its process id in "state".
-//   QOV_ENDURE_SEED  of what is random
+// The agent of the campaign "soak": traffic between its modules while there is no file "dry" in its
+// root. When there is, and all has ended, the file "balance" tells what does not add up, nothing if
+// all does, and "state" has figures. What must not be stands in the file "wrong" at once.
+//   QOV_ENDURE_SEED      of what is random
+//   QOV_ENDURE_CAMPAIGN  the process without which it ends
 #include <qovpub/qov_app.h>
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_utility.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "endure/own_process.h"
 #include "endure/traffic.h"
 
 namespace {
@@ -25,6 +31,17 @@ using qov::endure::Traffic;
 
 std::string fileNamed(const std::string& name) {
   return QOV_Utility::getQOVRootEnv() + "/" + name;
+}
+
+std::string environment(const char* name) {
+  const char* const value = std::getenv(name);
+  return value != nullptr ? value : "1";
+}
+
+bool hasModule(unsigned int id) {
+  const std::vector<QOVModuleStats> all = getModuleStats();
+  return std::any_of(all.begin(), all.end(),
+                     [id](const QOVModuleStats& each) { return each.moduleId_ == id; });
 }
 
 /// Readers never see half of it.
@@ -53,30 +70,59 @@ std::vector<std::string> settle(Traffic& traffic) {
   return open;
 }
 
-void untilDry(Traffic& traffic) {
-  while (!std::filesystem::exists(fileNamed("dry"))) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+template <class Condition>
+void waitUntil(const Condition& condition) {
+  static const auto campaign = static_cast<pid_t>(std::stol(environment("QOV_ENDURE_CAMPAIGN")));
+  while (!condition()) {
+    if (::kill(campaign, 0) != 0) {
+      std::_Exit(1);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
-  traffic.dryUp();
-  std::string balance;
-  for (const std::string& difference : settle(traffic)) {
-    balance += difference + '\n';
+}
+
+void writeState(const Traffic& traffic) {
+  using qov::endure::TrafficCounts;
+  const qov::endure::OwnMemory memory = qov::endure::ownMemory();
+  std::ostringstream text;
+  text << "pid " << ::getpid() << "\nresident " << memory.resident_ << "\nheap " << memory.heap_
+       << "\nevents " << sumOf(&TrafficCounts::events_, traffic.counts()) << "\nserials "
+       << sumOf(&TrafficCounts::eventSerials_, traffic.counts()) << '\n';
+  writeWhole("state", text.str());
+}
+
+/// Until the frame stops, which is at rest.
+void conduct(Traffic& traffic, const std::atomic<bool>& hasStopped) {
+  const auto isDry = [] { return std::filesystem::exists(fileNamed("dry")); };
+  while (!hasStopped) {
+    traffic.feed();
+    waitUntil(isDry);
+    traffic.dryUp();
+    std::string balance;
+    for (const std::string& difference : settle(traffic)) {
+      balance += difference + '\n';
+    }
+    writeState(traffic);
+    writeWhole("balance", balance);
+    waitUntil([&] { return hasStopped || !isDry(); });
   }
-  writeWhole("balance", balance);
 }
 
 int run(int argc, char** argv) {
-  const char* const seed = std::getenv("QOV_ENDURE_SEED");
-  qov::endure::Lateness lateness;
-  Traffic traffic(std::strtoull(seed != nullptr ? seed : "1", nullptr, 10), lateness, tellWrong);
+  qov::endure::LatenessOfAll lateness;
+  Traffic traffic(std::stoull(environment("QOV_ENDURE_SEED")), lateness, tellWrong);
   CQOVapp app;
   if (app.init(argc, argv) != 0) {
     return 1;
   }
-  traffic.feed();
-  writeWhole("state", "pid " + std::to_string(::getpid()) + "\n");
-  std::thread conductor([&traffic] { untilDry(traffic); });
+  if (hasModule(qov::endure::kMqttModule)) {
+    traffic.sendEvents();
+  }
+  writeState(traffic);
+  std::atomic<bool> hasStopped{false};
+  std::thread conductor([&] { conduct(traffic, hasStopped); });
   app.event_loop_done();
+  hasStopped = true;
   conductor.join();
   return 0;
 }

@@ -53,7 +53,14 @@ class TrafficReceiver {
  private:
   Order take(const CQOV_MsgPackage& message, CountOfEach& counts) {
     ++counts[placeOf(message.head().smid_)];
-    const Order order = read(message);
+    Order order;
+    try {
+      order = read(message);
+    } catch (const CQOV_Exception& error) {
+      traffic_.wrong(std::string("a message does not say what it is: ") + error.what());
+      return order;
+    }
+    traffic_.handled(order.serial_);
     if (!hasPayloadOf(message, order)) {
       traffic_.wrong("message " + std::to_string(order.serial_) + " has another payload");
     }
@@ -127,8 +134,11 @@ class TrafficTask : public QOVStaticHandlers<TrafficTask, QOVPeriodicTask> {
   /// Not a request to another module that it waits for: if that has no room, a static task waits
   /// until the stop.
   void sendSomething() {
+    constexpr std::uint32_t kEventOneIn = 20;
     const QOVRequest::Duration limit = milliseconds(sender_.between(0, 20));
-    if (sender_.oneIn(8)) {
+    if (traffic_.sendsEvents() && sender_.oneIn(kEventOneIn)) {
+      sender_.tellMqtt();
+    } else if (sender_.oneIn(8)) {
       sender_.askOwnPool();
     } else if (sender_.oneIn(2)) {
       sender_.askLater();
@@ -200,7 +210,9 @@ void feedFrom(Traffic& traffic, CQOV_TaskMgr& module) {
 
 std::atomic<std::uint64_t> Traffic::lastSerial_{0};
 
-Traffic::Traffic(std::uint64_t seed, Lateness& lateness,
+std::array<std::atomic<std::uint64_t>, 1U << 15U> Traffic::handled_{};
+
+Traffic::Traffic(std::uint64_t seed, LatenessOfAll& lateness,
                  std::function<void(const std::string&)> wrong)
     : seed_(seed), lateness_(lateness), wrong_(std::move(wrong)) {
   constexpr unsigned int kMostWorkers = 8;
@@ -216,6 +228,7 @@ Traffic::~Traffic() {
 }
 
 void Traffic::feed() {
+  flows_ = true;
   for (CQOV_TaskMgr* const module : modules_) {
     feeders_.emplace_back([this, module] { feedFrom(*this, *module); });
   }
@@ -227,6 +240,12 @@ void Traffic::dryUp() {
     feeder.join();
   }
   feeders_.clear();
+}
+
+void Traffic::handled(std::uint64_t serial) {
+  if (handled_[serial % handled_.size()].exchange(serial) == serial) {
+    wrong("message " + std::to_string(serial) + " was handled twice");
+  }
 }
 
 std::uint64_t Traffic::seedOf(std::uint8_t module, unsigned int part) const {

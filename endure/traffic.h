@@ -32,24 +32,29 @@ class Traffic {
  public:
   /// Modules that are loaded from now on, until the next one is made, take part in this one.
   /// What is random comes from `seed`. `wrong` is called, by any thread, with what must not be.
-  Traffic(std::uint64_t seed, Lateness& lateness, std::function<void(const std::string&)> wrong);
+  Traffic(std::uint64_t seed, LatenessOfAll& lateness,
+          std::function<void(const std::string&)> wrong);
   ~Traffic();
 
   Traffic(const Traffic&) = delete;
   Traffic& operator=(const Traffic&) = delete;
 
-  /// Starts the threads of no task. The modules are loaded.
+  /// From now on static tasks send events to the MQTT module, too.
+  void sendEvents() { sendsEvents_ = true; }
+  bool sendsEvents() const { return sendsEvents_; }
+  /// Starts the threads of no task, also again behind dryUp(). The modules are loaded.
   void feed();
   /// Nobody sends anything new; returns when the threads have ended.
   void dryUp();
   bool flows() const { return flows_; }
 
-  CountsOfAll& counts() { return counts_; }
+  const CountsOfAll& counts() const { return counts_; }
   TrafficCounts& of(std::uint8_t module) { return counts_[placeOf(module)]; }
-  /// How late time-outs of requests came that a task has waited for.
-  Lateness& lateness() { return lateness_; }
+  LatenessOfAll& lateness() const { return lateness_; }
 
   std::uint64_t serial() { return ++lastSerial_; }
+  /// A handler has got the message with that serial: wrong if it is one that a handler has had.
+  void handled(std::uint64_t serial);
   /// Of what is random in the part of that number of a module.
   std::uint64_t seedOf(std::uint8_t module, unsigned int part) const;
   unsigned int poolSizeOf(std::uint8_t module) const { return poolSizes_[placeOf(module)]; }
@@ -63,14 +68,17 @@ class Traffic {
 
  private:
   const std::uint64_t seed_;
-  Lateness& lateness_;
+  LatenessOfAll& lateness_;
   const std::function<void(const std::string&)> wrong_;
   std::array<unsigned int, kTrafficModules> poolSizes_{};
   CountsOfAll counts_;
   std::atomic<bool> flows_{true};
   std::vector<CQOV_TaskMgr*> modules_;
   std::vector<std::thread> feeders_;
+  std::atomic<bool> sendsEvents_{false};
   static std::atomic<std::uint64_t> lastSerial_;
+  /// What handlers have got of late, each in the place of its serial: far more than can wait.
+  static std::array<std::atomic<std::uint64_t>, 1U << 15U> handled_;
 };
 
 /// What the entry functions of the module libraries return.

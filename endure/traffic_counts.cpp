@@ -67,7 +67,8 @@ void compareModule(Comparison& module, const CountsOfAll& counts, std::size_t pl
   const std::uint64_t handledByOthers = ofAll(counts, &TrafficCounts::requestsOf_, place) +
                                         ofAll(counts, &TrafficCounts::noticesOf_, place) -
                                         own.requestsOf_[place] - own.noticesOf_[place];
-  module.equal("out_", stats.out_, handledByOthers + sum(own.answersTo_) - own.answersTo_[place]);
+  module.equal("out_", stats.out_,
+               handledByOthers + sum(own.answersTo_) - own.answersTo_[place] + own.events_);
   module.equal("timedOut_", stats.timedOut_, own.timedOut_);
 
   module.equal("dropped: no receiver", stats.dropped(QOVDropReason::kNoReceiver),
@@ -105,7 +106,27 @@ std::uint64_t lostNotices(const CountsOfAll& counts, std::size_t place) {
   return counts[place].told_ - ofAll(counts, &TrafficCounts::noticesOf_, place);
 }
 
+std::uint64_t sumOf(Count TrafficCounts::*part, const CountsOfAll& counts) {
+  std::uint64_t total = 0;
+  for (const TrafficCounts& each : counts) {
+    total += each.*part;
+  }
+  return total;
+}
+
 std::vector<std::string> differences(const CountsOfAll& counts, std::vector<QOVModuleStats> stats) {
+  std::vector<std::string> found;
+  const auto add = [&found](std::vector<std::string> more) {
+    found.insert(found.end(), more.begin(), more.end());
+  };
+  for (const QOVModuleStats& each : stats) {
+    if (each.moduleId_ == kMqttModule) {
+      Comparison mqtt("the MQTT module");
+      mqtt.equal("in_", each.in_, sumOf(&TrafficCounts::events_, counts));
+      mqtt.equal("waiting_", each.waiting_, 0);
+      add(mqtt.take());
+    }
+  }
   const auto isOther = [](const QOVModuleStats& module) {
     return module.moduleId_ < kFirstTrafficModule ||
            module.moduleId_ >= kFirstTrafficModule + kTrafficModules;
@@ -114,10 +135,6 @@ std::vector<std::string> differences(const CountsOfAll& counts, std::vector<QOVM
   if (stats.size() != kTrafficModules) {
     return {std::to_string(stats.size()) + " modules have figures"};
   }
-  std::vector<std::string> found;
-  const auto add = [&found](std::vector<std::string> more) {
-    found.insert(found.end(), more.begin(), more.end());
-  };
   for (std::size_t place = 0; place < kTrafficModules; ++place) {
     Comparison module("module " + std::to_string(stats[place].moduleId_));
     compareModule(module, counts, place, stats[place]);

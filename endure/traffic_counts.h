@@ -15,6 +15,8 @@ namespace qov::endure {
 inline constexpr std::size_t kTrafficModules = 3;
 /// The id of the first of them; the others follow.
 inline constexpr std::uint8_t kFirstTrafficModule = 40;
+/// Of the MQTT module, where there is one.
+inline constexpr std::uint8_t kMqttModule = 251;
 
 /// Where `module` stands among them.
 inline std::size_t placeOf(std::uint8_t module) {
@@ -38,9 +40,11 @@ struct TrafficCounts {
   Count laterPending_{0};  ///< continuations that have not run yet
 
   // Notices that this module has taken.
-  Count told_{0};        ///< for a module that is there
-  Count toldNobody_{0};  ///< for one that is not
-  Count ofNoType_{0};    ///< of no valid type
+  Count told_{0};          ///< for a module that is there
+  Count toldNobody_{0};    ///< for one that is not
+  Count ofNoType_{0};      ///< of no valid type
+  Count events_{0};        ///< for the MQTT module
+  Count eventSerials_{0};  ///< the sum of their serials
   /// Notices that found no room in this module.
   Count tellNotTaken_{0};
 
@@ -53,6 +57,9 @@ struct TrafficCounts {
 };
 
 using CountsOfAll = std::array<TrafficCounts, kTrafficModules>;
+
+/// The sum of that count of all modules.
+std::uint64_t sumOf(Count TrafficCounts::*part, const CountsOfAll& counts);
 
 /// Notices of the module at `place` that it has taken and that no handler of `counts` has got.
 std::uint64_t lostNotices(const CountsOfAll& counts, std::size_t place);

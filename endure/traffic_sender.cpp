@@ -67,6 +67,19 @@ void conclude(Traffic& traffic, TrafficCounts& counts, const Order& order, const
   }
 }
 
+/// Notes how long after its `limit` a request has ended. A time-out does not end it before.
+void noteTime(const Traffic& traffic, Lateness& lateness, Clock::time_point limit,
+              const QOVAnswer& answer) {
+  const Clock::duration late = Clock::now() - limit;
+  const bool timedOut = answer.reason() == QOVReason::kTimedOut;
+  if (timedOut && late < -kTooEarly) {
+    traffic.wrong("a time-out came too early");
+  }
+  if (timedOut || late > Clock::duration::zero()) {
+    lateness.note(std::chrono::duration_cast<std::chrono::microseconds>(late));
+  }
+}
+
 QOVReason reasonOf(int cause) {
   switch (cause) {
     case ETIMEDOUT:
@@ -110,13 +123,7 @@ void TrafficSender::askOf(std::uint8_t receiver, std::uint64_t operation, const 
   const QOVAnswer answer =
       byHand ? send(std::make_unique<CQOV_MsgPackage>(std::move(request.message())), timeout)
              : request.ask(timeout);
-  const Clock::duration late = Clock::now() - begin - timeout;
-  if (answer.reason() == QOVReason::kTimedOut) {
-    traffic_.lateness().note(std::chrono::duration_cast<std::chrono::microseconds>(late));
-    if (late < -kTooEarly) {
-      traffic_.wrong("a time-out came too early");
-    }
-  }
+  noteTime(traffic_, traffic_.lateness().asked_, begin + timeout, answer);
   conclude(traffic_, counts_, order, answer, counts_.noRoom_);
 }
 
@@ -143,9 +150,12 @@ void TrafficSender::askLater() {
   ++counts_.laterPending_;
   Traffic& traffic = traffic_;
   TrafficCounts& counts = counts_;
-  const auto conclusion = [&traffic, &counts, order, module = module_](const QOVAnswer& answer) {
+  const Duration timeout = anyTimeout();
+  const auto conclusion = [&traffic, &counts, order, module = module_,
+                           limit = Clock::now() + timeout](const QOVAnswer& answer) {
     --counts.laterPending_;
     ++counts.continuations_;
+    noteTime(traffic, traffic.lateness().askedLater_, limit, answer);
     conclude(traffic, counts, order, answer, counts.noRoomLater_);
     constexpr std::uint64_t kTellsOneIn = 16;
     if (traffic.flows() && order.serial_ % kTellsOneIn == 0) {
@@ -153,7 +163,7 @@ void TrafficSender::askLater() {
           .tellShortly(module);
     }
   };
-  const QOVReason reason = request.askLater(anyTimeout(), conclusion);
+  const QOVReason reason = request.askLater(timeout, conclusion);
   if (reason == QOVReason::kNone) {
     return;
   }
@@ -180,9 +190,19 @@ void TrafficSender::tellShortly(std::uint8_t module) {
   told(notice.tell(Duration::zero()), module);
 }
 
+void TrafficSender::tellMqtt() {
+  const std::uint64_t serial = traffic_.serial();
+  QOVRequest event(task_, kMqttModule, serial);
+  const QOVReason reason = event.tell(Duration::zero(), QOVMsgHead::kEvent);
+  told(reason, kMqttModule);
+  counts_.eventSerials_ += reason == QOVReason::kNone ? serial : 0;
+}
+
 void TrafficSender::told(QOVReason reason, std::uint8_t receiver) {
   if (reason == QOVReason::kNone) {
-    ++(receiver == kNobody ? counts_.toldNobody_ : counts_.told_);
+    ++(receiver == kNobody       ? counts_.toldNobody_
+       : receiver == kMqttModule ? counts_.events_
+                                 : counts_.told_);
     return;
   }
   ++counts_.tellNotTaken_;

@@ -45,6 +45,8 @@ class TrafficSender {
   void tell(TrafficOperation operation, const QOVRequest::Duration* limit);
   /// The same without a payload, for `module`.
   void tellShortly(std::uint8_t module);
+  /// An event for the MQTT module, whose operation is its serial.
+  void tellMqtt();
   /// A message of a type that there is not.
   void sendOfNoType();
   /// Any of these, as a worker may.

@@ -205,7 +205,10 @@ Ending AgentProcess::waitForDaemonEnd() {
 }
 
 bool AgentProcess::daemonIsThere() const {
-  return daemon_ > 0 && ::kill(daemon_, 0) == 0;
+  siginfo_t ended{};
+  return daemon_ > 0 &&
+         ::waitid(P_PID, static_cast<id_t>(daemon_), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+         ended.si_pid == 0;
 }
 
 std::string AgentProcess::state(const std::string& key) const {

@@ -74,6 +74,7 @@ class AgentProcess {
   /// Learns the daemon's process id from the module "state".
   bool findDaemon();
   Ending waitForDaemonEnd();
+  /// Whether it has not ended; one that has not been collected has.
   bool daemonIsThere() const;
 
   /// The value of `key` in what the module "state" has written.

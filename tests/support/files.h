@@ -11,12 +11,13 @@
 namespace qov::test {
 
 /// A directory of its own, gone with everything in it at the end. Its path has no dot, which would
-/// end the process name of a program that runs from there.
+/// end the process name of a program that runs from there, and leaves room for the path of a socket.
 class TemporaryDirectory {
  public:
   TemporaryDirectory() {
     std::string name = (std::filesystem::temp_directory_path() / "qovtestXXXXXX").string();
-    if (name.find('.') != std::string::npos) {
+    constexpr std::size_t kLongest = 70;
+    if (name.find('.') != std::string::npos || name.size() > kLongest) {
       name = "/tmp/qovtestXXXXXX";
     }
     if (::mkdtemp(name.data()) == nullptr) {

@@ -155,6 +155,7 @@ bool MqttBroker::startOn(int port) {
   }
   writeFile(directory_.path() / "broker.conf", configuration + more_);
   BeforeProgram before;
+  before.writeTo(STDOUT_FILENO, file("log"));
   before.writeTo(STDERR_FILENO, file("log"));
   pid_ = spawn(brokerProgram(), {"-c", file("broker.conf")}, before);
   const bool told = waitUntil([&] {
