@@ -3,6 +3,7 @@
 // record has to be there once, in its thread's order, or be counted as one that the disk refused.
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -103,15 +104,18 @@ class ReloadRun {
 ReloadRun::ReloadRun(Campaign& campaign, ReloadFigures& figures)
     : campaign_(campaign),
       figures_(figures),
-      promise_{{}, static_cast<int>(campaign.between(2, 5)), !draws(5), false, false},
+      promise_{{}, static_cast<int>(campaign.between(2, 5)), !draws(5), false, false, false},
       hasDiskFaults_(promise_.keeps_all && !draws(3)),
       hasFolderFaults_(promise_.keeps_all && draws(2)) {
   promise_.has_terminal = promise_.keeps_all && draws(4);
+  promise_.is_disturbed = hasDiskFaults_ || hasFolderFaults_;
   // Without a reader only that is counted what the file has refused.
   promise_.loses_errors = hasDiskFaults_ && !promise_.has_terminal && draws(2);
   if (draws(2)) {
     agent_.setEnvironment("QOV_ENDURE_CLOCK", "1");
   }
+  agent_.setEnvironment("QOV_ENDURE_SEED", std::to_string(campaign.random()()));
+  agent_.setEnvironment("TZ", "UTC");
   agent_.root().addModule("qove_loud");
 }
 
@@ -144,6 +148,7 @@ bool ReloadRun::starts() {
   const Handle held(::open(fifo.c_str(), O_RDWR | O_CLOEXEC));  // until the agent has it
   startReader();
   agent_.prepareChild([fifo] {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     ::dup2(::open(fifo.c_str(), O_WRONLY | O_CLOEXEC), STDERR_FILENO);
     ::signal(SIGXFSZ, SIG_IGN);
   });
@@ -302,6 +307,8 @@ void ReloadRun::startReader() {
   test::BeforeProgram before;
   before.readFrom(STDIN_FILENO, fifo);
   before.writeTo(STDOUT_FILENO, path("errors_" + std::to_string(++read_)));
+  // Its own would outlive a campaign that crashes.
+  before.writeTo(STDERR_FILENO, "/dev/null");
   reader_ = test::spawn("/bin/cat", {}, before);
 }
 
