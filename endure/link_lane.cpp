@@ -252,7 +252,7 @@ LinkLane::Outcome LinkLane::exchange() {
   raise(figures_.longest_ms, time.count());
   const Outcome outcome{result, isRow(package, number_), isRequest(package, number_),
                         package.count(), time};
-  require(time < kTooLong, outcome, "an end");
+  require(time < kTooLong, outcome, "an end within 5 seconds");
   require(holdsWhatIsDocumented(outcome), outcome, "what is documented in the package");
   return outcome;
 }

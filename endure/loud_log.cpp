@@ -110,6 +110,10 @@ std::string LoudLog::complaint(const Promise& promise) const {
   if (!torn_.empty() || (!torn_on_errors_.empty() && !promise.loses_errors)) {
     return torn_ + torn_on_errors_;
   }
+  if (!promise.is_disturbed && refused_ + (promise.has_terminal ? 0 : on_errors_) > 0) {
+    return std::to_string(refused_) + " records were refused and " + std::to_string(on_errors_) +
+           " are on standard error, for no reason";
+  }
   std::int64_t missing = 0;
   for (std::size_t thread = 0; thread < kLoudThreads; ++thread) {
     std::string why = whyNotInOrder(parts_[thread]);
@@ -119,10 +123,6 @@ std::string LoudLog::complaint(const Promise& promise) const {
     if (!why.empty()) {
       return why;
     }
-  }
-  if (!promise.is_disturbed && refused_ + (promise.has_terminal ? 0 : on_errors_) > 0) {
-    return std::to_string(refused_) + " records were refused and " + std::to_string(on_errors_) +
-           " are on standard error, for no reason";
   }
   // What was refused went to standard error, and was lost if nobody read that.
   if (!promise.has_terminal && missing + on_errors_ > refused_) {
