@@ -10,13 +10,15 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
-#include <iostream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <thread>
 
 #include "endure/campaign.h"
+#include "endure/flatness.h"
 #include "endure/handle.h"
 #include "endure/loud_log.h"
 #include "tests/process/agent_process.h"
@@ -26,6 +28,11 @@ namespace qov::endure {
 namespace {
 
 namespace fs = std::filesystem;
+
+/// The most files of the log where most are removed.
+constexpr int kFewFiles = 3;
+/// In kilobytes: how much more memory an agent may have at its end. It mostly has 150.
+constexpr std::int64_t kMostMore = 1024;
 
 struct ReloadFigures {
   explicit ReloadFigures(Campaign& campaign)
@@ -74,7 +81,9 @@ class ReloadRun {
   void calmDown();
   void ends();
   void look();
-  void addFolder(LoudLog& log, const fs::path& folder);
+  int addFolder(LoudLog& log, const fs::path& folder);
+  std::ptrdiff_t descriptors() const;
+  std::int64_t kilobytes() const;
 
   void apply(const Settings& settings);
   void fillDisk(bool full);
@@ -93,7 +102,9 @@ class ReloadRun {
   const bool hasDiskFaults_;
   const bool hasFolderFaults_;
   test::AgentProcess agent_;
-  pid_t pid_ = -1;  ///< the agent's, as it says itself
+  pid_t pid_ = -1;                  ///< the agent's, as it says itself
+  std::ptrdiff_t descriptors_ = 0;  ///< that it had when it had started
+  std::int64_t kilobytes_ = 0;      ///< of memory that no file has, likewise
   pid_t reader_ = -1;
   bool isDiskFull_ = false;
   fs::path away_;  ///< where the log's folder is while it is away
@@ -159,6 +170,8 @@ bool ReloadRun::starts() {
     return false;
   }
   pid_ = static_cast<pid_t>(std::stol(test::readFile(path("loud_pid"))));
+  descriptors_ = descriptors();
+  kilobytes_ = kilobytes();
   return true;
 }
 
@@ -187,7 +200,8 @@ void ReloadRun::applyRandomSettings() {
   settings.interval = campaign_.between(0, 3);
   settings.size = draws(10) ? 0 : campaign_.between(1, 64);
   // One rotation for each signal, and some by the clock, are all kept.
-  settings.count = promise_.keeps_all ? campaign_.between(500, 1000) : campaign_.between(1, 3);
+  settings.count =
+      promise_.keeps_all ? campaign_.between(500, 1000) : campaign_.between(1, kFewFiles);
   settings.level = campaign_.between(0, promise_.greatest_level);
   settings.form = static_cast<int>(campaign_.between(0, 7));
   apply(settings);
@@ -216,10 +230,18 @@ void ReloadRun::calmDown() {
   }
   Settings last;
   last.interval = 7777;  // no other one has that
-  last.count = promise_.keeps_all ? 1000 : 3;
+  last.count = promise_.keeps_all ? 1000 : kFewFiles;
   apply(last);
   if (!agent_.waitForLog("ChkInterval 7777 s")) {
     fail("the last settings are not applied: " + agent_.errors());
+  }
+  // A log that is opened anew has two for a moment.
+  if (!test::waitUntil([this] { return descriptors() <= descriptors_; })) {
+    fail("the agent had " + std::to_string(descriptors_) + " descriptors and has " +
+         std::to_string(descriptors()));
+  }
+  if (const std::int64_t more = kilobytes() - kilobytes_; memoryIsMeasured() && more > kMostMore) {
+    fail("the agent has " + std::to_string(more) + " KiB more memory than at its start");
   }
 }
 
@@ -245,13 +267,17 @@ void ReloadRun::look() {
     return;
   }
   LoudLog log;
+  int files = 0;
   for (const auto& entry : fs::directory_iterator(agent_.root().path())) {
     const std::string name = entry.path().filename();
     if (name.compare(0, 7, "errors_") == 0) {
       log.addErrors(entry.path());
     } else if (name.compare(0, 3, "log") == 0) {
-      addFolder(log, entry.path());
+      files += addFolder(log, entry.path());
     }
+  }
+  if (!promise_.keeps_all && files > kFewFiles) {
+    fail(std::to_string(files) + " files are left of the log");
   }
   ++figures_.agents;
   figures_.reloads += log.reloads();
@@ -262,11 +288,25 @@ void ReloadRun::look() {
   }
 }
 
-void ReloadRun::addFolder(LoudLog& log, const fs::path& folder) {
+/// Returns how many files it has.
+int ReloadRun::addFolder(LoudLog& log, const fs::path& folder) {
+  int files = 0;
   for (const auto& file : fs::directory_iterator(folder)) {
     log.addFile(file.path());
-    ++figures_.files;
+    ++files;
   }
+  figures_.files += files;
+  return files;
+}
+
+std::ptrdiff_t ReloadRun::descriptors() const {
+  const fs::directory_iterator all("/proc/" + std::to_string(pid_) + "/fd");
+  return std::distance(begin(all), end(all));
+}
+
+std::int64_t ReloadRun::kilobytes() const {
+  const std::string status = test::readFile("/proc/" + std::to_string(pid_) + "/status");
+  return std::stoll(status.substr(status.find("RssAnon:") + std::strlen("RssAnon:")));
 }
 
 /// Files that have as much or more take nothing then, others until they have.
