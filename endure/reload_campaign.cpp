@@ -236,7 +236,8 @@ void ReloadRun::calmDown() {
     fail("the last settings are not applied: " + agent_.errors());
   }
   // A log that is opened anew has two for a moment.
-  if (!test::waitUntil([this] { return descriptors() <= descriptors_; })) {
+  if (!test::waitUntil([this] { return descriptors() <= descriptors_; },
+                       std::chrono::seconds(30))) {
     fail("the agent had " + std::to_string(descriptors_) + " descriptors and has " +
          std::to_string(descriptors()));
   }
