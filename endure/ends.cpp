@@ -1,8 +1,9 @@
-// Campaign "ends": agents get stop signals, SIGUSR1 and exit() at instants that are drawn to the
+// Agents get stop signals, SIGUSR1 and exit() at instants that are drawn to the
 // nanosecond over the whole of their lives, from the first instruction to the last. Each ends
 // within ten seconds, as documented: in order with status 0 and the record that says so; with the
 // status that exit() was given; by the signal where it has come before the frame has begun, or to a
-// start that fails. None crashes, and none leaves a process behind.
+// start that fails. Modules that have started stop first. None crashes, and none leaves a process
+// behind.
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -33,15 +34,16 @@ constexpr const char* kLoading = "Loading module ";
 constexpr const char* kStarted = "Successed to init /";
 constexpr const char* kStopped = " had shutdown.";
 constexpr std::chrono::seconds kHang{10};
-/// What another thread calls exit() with, and a module in its initialisation.
-constexpr int kExitStatus = 3;
+constexpr int kSignals[] = {SIGTERM, SIGINT, SIGUSR1};
+constexpr const char* kModuleStarted = "Successed to init module ";
+constexpr const char* kModuleStopped = "Unload module ";
 
 struct Life {
   const char* name;
   std::vector<std::string> modules;
   std::map<std::string, std::string> environment;
   std::vector<std::string> arguments;
-  bool starts;  ///< else a module refuses to
+  bool starts;  ///< else a module refuses to, or ends the process
   /// How it ends when it is left alone; the frame's own end is 0.
   int exitStatus;
   bool endsByItself;
@@ -81,6 +83,14 @@ std::vector<pid_t> children() {
   return pids;
 }
 
+int timesOf(const std::string& what, const std::string& text) {
+  int times = 0;
+  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
+    ++times;
+  }
+  return times;
+}
+
 void sleepUntil(Clock::time_point instant) {
   const auto since = std::chrono::duration_cast<Nanoseconds>(instant.time_since_epoch()).count();
   const timespec time{since / 1'000'000'000, since % 1'000'000'000};
@@ -113,6 +123,17 @@ class Ends {
       for (const auto& [name, value] : life.environment) {
         agent_.setEnvironment(name, value);
       }
+      if (life.file != nullptr) {
+        // Its own thread, which there is before the frame has begun, must not take signals.
+        agent_.prepareChild([] {
+          sigset_t signals;
+          sigemptyset(&signals);
+          for (const int signum : kSignals) {
+            sigaddset(&signals, signum);
+          }
+          ::sigprocmask(SIG_BLOCK, &signals, nullptr);
+        });
+      }
       agent_.useModules(life.modules);
       agent_.start(life.arguments);
     }
@@ -130,8 +151,7 @@ class Ends {
       }
       std::sort(instants.begin(), instants.end());
       for (const Clock::time_point instant : instants) {
-        const int signum = std::vector<int>{
-            SIGTERM, SIGINT, SIGUSR1}[static_cast<std::size_t>(ends_.campaign_.between(0, 2))];
+        const int signum = kSignals[ends_.campaign_.between(0, 2)];
         sleepUntil(instant);
         if (!exits) {
           send(signum);
@@ -192,12 +212,16 @@ class Ends {
 
     void judge() {
       const std::string log = agent_.log();
+      const bool hasBegun = log.find(kLoading) != std::string::npos;
       const bool hasStarted = log.find(kStarted) != std::string::npos;
       const bool hasStopped = log.find(kStopped) != std::string::npos;
+      if (life_.starts && timesOf(kModuleStarted, log) != timesOf(kModuleStopped, log)) {
+        lost("ended without stopping its modules");
+      }
       for (const int status : statuses_) {
         if (WIFSIGNALED(status)) {
           // Before the frame has begun, or by what a start that fails gives back.
-          if (sent_.count(WTERMSIG(status)) == 0 || hasStarted) {
+          if (sent_.count(WTERMSIG(status)) == 0 || (life_.starts && hasBegun)) {
             lost("ended by signal " + std::to_string(WTERMSIG(status)));
           }
         } else if (!mayEndWith(WEXITSTATUS(status), hasStarted, hasStopped)) {

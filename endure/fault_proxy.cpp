@@ -395,8 +395,9 @@ bool FaultProxy::answer(const Message& whole, const Plan& plan) {
     default:
       break;
   }
-  if (!send(answer, 0, answer.size())) {
-    return false;
+  const bool isSent = send(answer, 0, answer.size());
+  if (isSent) {
+    noteAnswer();
   }
   switch (plan.fault) {
     case Fault::kResetBehind:
@@ -416,7 +417,15 @@ bool FaultProxy::answer(const Message& whole, const Plan& plan) {
     case Fault::kBannerMessage:
       return false;
     default:
-      return true;
+      return isSent;
+  }
+}
+
+/// A link that has closed its connection meanwhile has not got the answer.
+void FaultProxy::noteAnswer() {
+  const auto now = std::chrono::steady_clock::now();
+  if (!wait(link_.get(), POLLRDHUP, 0)) {
+    answered_ = now;
   }
 }
 

@@ -2,6 +2,7 @@
 #define QOV_ENDURE_FAULT_PROXY_H
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -47,6 +48,8 @@ class FaultProxy {
   /// Lets the link connect again; returns when it can.
   void comeBack();
 
+  /// When the link was last sent a whole answer that it still waited for.
+  std::chrono::steady_clock::time_point answered() const { return answered_; }
   /// How many bytes the link was sent on the connection that it has.
   std::size_t sent() const { return sent_; }
   /// Empty unless the endpoint has failed.
@@ -64,6 +67,7 @@ class FaultProxy {
   bool answer(const Message& answer, const Plan& plan);
   bool answerInPart(const Message& answer, const Plan& plan);
   bool beAway(Fault fault);
+  void noteAnswer();
   void setPresence(Presence presence);
   Message ask(const Message& request, const Plan& plan);
   Message answerOfEndpoint();
@@ -95,6 +99,7 @@ class FaultProxy {
   std::string failure_;
 
   std::atomic<std::size_t> sent_{0};
+  std::atomic<std::chrono::steady_clock::time_point> answered_{};
 
   // The thread's.
   Handle listener_;

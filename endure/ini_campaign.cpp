@@ -17,6 +17,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <functional>
 #include <iostream>
@@ -72,15 +73,17 @@ class SmallDisk {
 
 class IniCampaign {
  public:
-  IniCampaign(int argc, char** argv);
+  explicit IniCampaign(Campaign& campaign);
+  ~IniCampaign();
+  IniCampaign(const IniCampaign&) = delete;
+  IniCampaign& operator=(const IniCampaign&) = delete;
 
-  int run();
+  void runRound();
 
  private:
-  void runRound();
   IniRound drawRound();
   void disturb(const IniRound& round);
-  void killOne(const IniRound& round);
+  void killOne(const IniRound& round, pid_t& saver);
   void lockFile(const IniRound& round, milliseconds time) const;
   void fillDisk();
   void replaceDead(const IniRound& round);
@@ -91,7 +94,7 @@ class IniCampaign {
   pid_t fork(const std::function<void()>& work) const;
   bool draws(int oneOf) { return campaign_.between(1, oneOf) == 1; }
 
-  Campaign campaign_;
+  Campaign& campaign_;
   Figure& rounds_;
   Figure& saves_;
   Figure& refused_;
@@ -108,8 +111,8 @@ class IniCampaign {
   int killed_ = 0;  ///< in this round
 };
 
-IniCampaign::IniCampaign(int argc, char** argv)
-    : campaign_(argc, argv),
+IniCampaign::IniCampaign(Campaign& campaign)
+    : campaign_(campaign),
       rounds_(campaign_.figure("rounds")),
       saves_(campaign_.figure("saves")),
       refused_(campaign_.figure("refused")),
@@ -127,19 +130,15 @@ IniCampaign::IniCampaign(int argc, char** argv)
   shared_ = static_cast<IniShared*>(memory);
 }
 
-int IniCampaign::run() {
-  while (campaign_.goesOn()) {
-    runRound();
-    ++rounds_;
-  }
-  if (campaign_.failed()) {
+IniCampaign::~IniCampaign() {
+  if (campaign_.failed() || std::uncaught_exceptions() > 0) {
     std::error_code ignored;
     fs::copy(directory_.path(), campaign_.folder(), fs::copy_options::recursive, ignored);
   }
-  return campaign_.end();
 }
 
 void IniCampaign::runRound() {
+  ++rounds_;
   new (shared_) IniShared;
   const IniRound round = drawRound();
   const fs::path folder = fs::path(round.file).parent_path();
@@ -155,7 +154,7 @@ void IniCampaign::runRound() {
     disturb(round);
     endAll(round);
     setWritable(folder, true);
-    readLastIniFile(round, *shared_);
+    readIniFiles(round, *shared_);
   }
   countWhatIsLeft(round);
   saves_ += shared_->saves;
@@ -179,14 +178,14 @@ IniRound IniCampaign::drawRound() {
   round.limit = draws(3) ? static_cast<std::size_t>(campaign_.between(5000, 40000)) : 0;
   // A saver that dies while it writes over the file leaves parts of two.
   round.limitKills = round.limit != 0 && !round.isWrittenOver && draws(2);
-  round.isLockedLong = round.isWrittenOver && draws(50);
   return round;
 }
 
 /// For about a second.
 void IniCampaign::disturb(const IniRound& round) {
   constexpr int kMostKilled = 20;
-  if (round.isLockedLong) {
+  if (round.isWrittenOver && draws(50)) {
+    // Longer than a save waits.
     lockFile(round, milliseconds(6000));
   }
   for (std::int64_t more = campaign_.between(10, 40); more > 0 && !shared_->failed; --more) {
@@ -197,18 +196,15 @@ void IniCampaign::disturb(const IniRound& round) {
     if (round.diskIsSmall) {
       fillDisk();
     }
-    if (!round.isWrittenOver && killed_ < kMostKilled && draws(2)) {
-      killOne(round);
+    pid_t& saver = savers_[static_cast<std::size_t>(campaign_.between(0, kSavers - 1))];
+    if (!round.isWrittenOver && draws(2) && killed_ < kMostKilled && saver > 0) {
+      killOne(round, saver);
     }
     replaceDead(round);
   }
 }
 
-void IniCampaign::killOne(const IniRound& round) {
-  pid_t& saver = savers_[static_cast<std::size_t>(campaign_.between(0, kSavers - 1))];
-  if (saver <= 0) {
-    return;  // those numbers would be every process there is
-  }
+void IniCampaign::killOne(const IniRound& round, pid_t& saver) {
   int status = 0;
   ::kill(saver, SIGKILL);
   ::waitpid(saver, &status, 0);
@@ -322,10 +318,10 @@ pid_t IniCampaign::fork(const std::function<void()>& work) const {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  try {
-    return qov::endure::IniCampaign(argc, argv).run();
-  } catch (const std::exception& error) {
-    std::cout << "FAILED: " << error.what() << std::endl;
-    return 1;
-  }
+  return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
+    qov::endure::IniCampaign ini(campaign);
+    while (campaign.goesOn()) {
+      ini.runRound();
+    }
+  });
 }

@@ -24,11 +24,15 @@ namespace {
 constexpr const char* kSection = "FILE";
 constexpr int kKeys = 24;
 
+/// So long a save waits for the lock of a file that it writes over.
+constexpr std::chrono::seconds kLongestLock(5);
+
+using Clock = std::chrono::steady_clock;
 using Items = std::list<std::pair<std::string, std::string>>;
 
 /// All values of the file `number` of `writer`: with small ones and long ones, so that a file has
 /// one to sixty thousand bytes.
-Items itemsOf(std::size_t writer, std::uint64_t number) {
+Items itemsOf(std::size_t writer, std::uint32_t number) {
   std::minstd_rand random(static_cast<std::minstd_rand::result_type>(number * 4 + writer + 1));
   // Any limit lets the first one through.
   const std::size_t longest = writer == kBeginner ? 8 : 1U << (3 + random() % 10);
@@ -67,7 +71,7 @@ class Reading {
 
 struct Found {
   std::size_t writer = 0;
-  std::uint64_t number = 0;
+  std::uint32_t number = 0;
 };
 
 std::string describe(const Items& items) {
@@ -78,8 +82,22 @@ std::string describe(const Items& items) {
   return text;
 }
 
-/// Reads the file, which has to be whole and one that was written.
+using Saves = std::array<IniSave, kSavers + 1>;
+
+/// Whether `saves`, of each writer the last one that had ended before it was read, have replaced
+/// it.
+bool wasReplaced(const Found& found, const Saves& saves) {
+  const IniSave own = saves[found.writer];
+  return found.number < own.begin ||
+         (found.number == own.begin &&
+          std::any_of(saves.begin(), saves.end(),
+                      [&](const IniSave& other) { return other.begin > own.end; }));
+}
+
+/// Reads the file, which has to be whole, one that was written, and not one of before.
 bool find(const IniRound& round, IniShared& shared, Found& found) {
+  Saves saves;
+  std::copy(shared.saved.begin(), shared.saved.end(), saves.begin());
   CQOV_Ini_Operator ini;
   Items items;
   int opened = -1;
@@ -99,7 +117,7 @@ bool find(const IniRound& round, IniShared& shared, Found& found) {
     return false;
   }
   found.writer = std::stoul(writer->second);
-  found.number = std::stoull(number->second);
+  found.number = static_cast<std::uint32_t>(std::stoul(number->second));
   if (found.writer > kBeginner || found.number > shared.begun[found.writer]) {
     shared.fail("a reader finds a file that nobody has written: " + describe(items));
     return false;
@@ -108,12 +126,16 @@ bool find(const IniRound& round, IniShared& shared, Found& found) {
     shared.fail("a reader finds parts of several files: " + describe(items));
     return false;
   }
+  if (wasReplaced(found, saves)) {
+    shared.fail("a reader finds a file that was replaced before: " + describe(items));
+    return false;
+  }
   return true;
 }
 
-bool mayFailWith(const IniRound& round, int error) {
+bool mayFailWith(const IniRound& round, int error, Clock::duration time) {
   return (error == EFBIG && round.limit != 0) || (error == ENOSPC && round.diskIsSmall) ||
-         (error == EWOULDBLOCK && round.isLockedLong);
+         (error == EWOULDBLOCK && round.isWrittenOver && time >= kLongestLock);
 }
 
 void becomeSaver(const IniRound& round) {
@@ -133,15 +155,17 @@ void becomeSaver(const IniRound& round) {
 
 /// False when the round is lost.
 bool saveOne(const IniRound& round, CQOV_Ini_Operator& ini, std::size_t writer, IniShared& shared) {
-  const std::uint64_t number = ++shared.begun[writer];
+  const auto begin = Clock::now();
+  const std::uint32_t number = ++shared.ticks;
+  shared.begun[writer] = number;
   if (ini.setConfigItem(kSection, itemsOf(writer, number)) == 0) {
-    shared.saved[writer] = number;
+    shared.saved[writer] = IniSave{number, ++shared.ticks};
     ++shared.saves;
     return true;
   }
   const int error = errno;
   ++shared.refused;
-  if (!mayFailWith(round, error)) {
+  if (!mayFailWith(round, error, Clock::now() - begin)) {
     shared.fail(std::string("a save fails without a reason: ") + std::strerror(error));
     return false;
   }
@@ -195,29 +219,24 @@ void saveIniFiles(const IniRound& round, std::size_t writer, IniShared& shared) 
 }
 
 void readIniFiles(const IniRound& round, IniShared& shared) {
-  std::array<std::uint64_t, kSavers + 1> last{};
-  while (!shared.stop && !shared.failed) {
+  std::array<std::uint32_t, kSavers + 1> last{};
+  bool isLast = false;
+  while (!isLast && !shared.failed) {
+    isLast = shared.stop;
     Found found;
     if (!find(round, shared, found)) {
       return;
     }
     if (found.number < last[found.writer]) {
-      shared.fail("a reader finds a file that was replaced before");
+      shared.fail("a reader finds a file that it has found replaced");
       return;
     }
     last[found.writer] = found.number;
     ++shared.reads;
-    if (round.isWrittenOver) {
+    if (round.isWrittenOver && !isLast) {
       // A saver asks for the lock now and then; readers that never let go would keep it away.
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-  }
-}
-
-void readLastIniFile(const IniRound& round, IniShared& shared) {
-  Found found;
-  if (find(round, shared, found) && found.number < shared.saved[found.writer]) {
-    shared.fail("the last file is not the one that was saved last");
   }
 }
 

@@ -16,12 +16,20 @@ inline constexpr std::size_t kReaders = 2;
 /// Who has written the file that a round begins with.
 inline constexpr std::size_t kBeginner = kSavers;
 
+struct IniSave {
+  std::uint32_t begin = 0;
+  std::uint32_t end = 0;
+};
+
 /// What the processes of a round share, in memory of all of them.
 struct IniShared {
   std::atomic<bool> stop{false};
-  /// Of each writer: the number of the file that it has last begun to save, and last saved.
-  std::array<std::atomic<std::uint64_t>, kSavers + 1> begun{};
-  std::array<std::atomic<std::uint64_t>, kSavers + 1> saved{};
+  /// Counts on with each beginning and each end of a save; a file has the number of its beginning.
+  std::atomic<std::uint32_t> ticks{0};
+  /// Of each writer: the number of the file that it has last begun to save, and the save that it
+  /// has last ended.
+  std::array<std::atomic<std::uint32_t>, kSavers + 1> begun{};
+  std::array<std::atomic<IniSave>, kSavers + 1> saved{};
   std::atomic<std::int64_t> saves{0};
   std::atomic<std::int64_t> refused{0};
   std::atomic<std::int64_t> reads{0};
@@ -45,18 +53,14 @@ struct IniRound {
   /// Savers run as this user; 0: as this process does.
   uid_t saver = 0;
   bool diskIsSmall = false;
-  /// Someone keeps the file locked for longer than a save waits.
-  bool isLockedLong = false;
 };
 
 /// Writes the first file of a round; false with the reason told.
 bool beginIniFile(const IniRound& round, IniShared& shared);
 /// Saves one file after the other until the round stops.
 void saveIniFiles(const IniRound& round, std::size_t writer, IniShared& shared);
-/// Reads one file after the other until the round stops.
+/// Reads one file after the other until the round stops, and once more.
 void readIniFiles(const IniRound& round, IniShared& shared);
-/// Looks at what is left when nobody saves any more.
-void readLastIniFile(const IniRound& round, IniShared& shared);
 
 }  // namespace qov::endure
 

@@ -21,7 +21,7 @@ namespace {
 
 constexpr int kPatientLanes = 2;
 /// They mostly wait.
-constexpr int kHastyLanes = 6;
+constexpr int kHastyLanes = 10;
 
 std::string tables() {
   std::ostringstream text;
@@ -42,15 +42,18 @@ long descriptorsOf(const std::string& process) {
 
 class LinkCampaign {
  public:
-  LinkCampaign(int argc, char** argv) : campaign_(argc, argv), figures_(campaign_) {}
+  explicit LinkCampaign(Campaign& campaign) : campaign_(campaign), figures_(campaign) {}
+  ~LinkCampaign() { tellKinds(); }
+  LinkCampaign(const LinkCampaign&) = delete;
+  LinkCampaign& operator=(const LinkCampaign&) = delete;
 
-  int run() {
+  void run() {
     // Records are made, and thrown away.
     ACE_Log_Msg::instance()->priority_mask(LM_ERROR | LM_WARNING, ACE_Log_Msg::PROCESS);
     ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::STDERR);
     if (!endpoint_.start({"--quiet", "--tables", endpoint_.file("tables.json", tables())})) {
       campaign_.fail("the endpoint does not start: " + endpoint_.errors());
-      return campaign_.end();
+      return;
     }
     const std::string endpoint = std::to_string(endpoint_.pid());
     const long own = descriptorsOf("self");
@@ -66,7 +69,6 @@ class LinkCampaign {
     if (!ending.ended || ending.exitStatus != 0) {
       campaign_.fail("the endpoint does not end in order: " + endpoint_.errors());
     }
-    return end();
   }
 
  private:
@@ -101,22 +103,22 @@ class LinkCampaign {
       if (lane->busyFor() > kLongest) {
         campaign_.fail("an exchange hangs: " + lane->now());
         endpoint_.send(SIGKILL);
-        std::_Exit(end());
+        tellKinds();
+        std::_Exit(campaign_.end());
       }
     }
   }
 
-  int end() {
+  void tellKinds() {
     figures_.updateRarest();
     std::cout << "kinds:";
     for (std::size_t i = 0; i < kFaultKinds.size(); ++i) {
       std::cout << ' ' << kFaultKinds[i].name << ' ' << figures_.of_kind[i];
     }
     std::cout << std::endl;
-    return campaign_.end();
   }
 
-  Campaign campaign_;
+  Campaign& campaign_;
   LinkFigures figures_;
   test::EndpointProcess endpoint_;
 };
@@ -125,10 +127,7 @@ class LinkCampaign {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  try {
-    return qov::endure::LinkCampaign(argc, argv).run();
-  } catch (const std::exception& error) {
-    std::cout << "FAILED: " << error.what() << std::endl;
-    return 1;
-  }
+  return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
+    qov::endure::LinkCampaign(campaign).run();
+  });
 }

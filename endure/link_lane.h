@@ -42,7 +42,7 @@ struct LinkFigures {
 
 /// One link with the proxy between it and the endpoint.
 ///
-/// Thread: the one that runs it; busySince() any.
+/// Thread: the one that runs it; busyFor() and now() any.
 /// Owns:   the link and the proxy.
 /// Errors: told to the campaign.
 class LinkLane {
@@ -66,10 +66,17 @@ class LinkLane {
     Link(std::uint16_t port, const Limits& limits)
         : CQOVLongSocket(ACE_INET_Addr(port, "127.0.0.1"), limits) {}
     virtual ~Link() = default;
+
+    unsigned int sendMsg_i(const unsigned char* data, unsigned int length) override;
+
+    /// How often the request of this exchange was sent, and when last.
+    int sent = 0;
+    std::chrono::steady_clock::time_point sentAt;
   };
   struct Outcome {
     unsigned int result;
     bool answers;         ///< the package has the answer to the request
+    bool asks;            ///< it has the request
     unsigned long count;  ///< of its records
     std::chrono::milliseconds time;
   };
@@ -79,10 +86,11 @@ class LinkLane {
   void followInterruption();
   void followLate();
   void followShifted();
-  void followAway(int exchanges);
+  void followAway();
 
   Outcome exchange();
   bool isSlow(const Outcome& outcome) const;
+  bool holdsWhatIsDocumented(const Outcome& outcome) const;
   void expectAnswer();
   void expectFailure();
   void expectBadReply();

@@ -33,12 +33,20 @@ inline int shownUpTo(LoudLevel level) {
   }
 }
 
+/// As records show it.
+inline const char* nameOf(LoudLevel level) {
+  constexpr const char* kNames[] = {"DBG", "INFO", "WARN", "ERR"};
+  return kNames[static_cast<std::size_t>(level)];
+}
+
 inline constexpr const char* kLoudBegin = "loud:";
 
-/// "loud:2:17:2:17;". It says everything twice, so that parts of two records do not pass for one.
-inline std::string loudText(std::size_t thread, std::uint64_t number) {
-  const std::string both = std::to_string(thread) + ":" + std::to_string(number);
-  return kLoudBegin + both + ":" + both + ";";
+/// "loud:2:17:3;...;2:17;" with `length` dots. Its end says again whose it is, so that parts of two
+/// records do not pass for one.
+inline std::string loudText(std::size_t thread, std::uint64_t number, std::size_t length) {
+  const std::string whose = std::to_string(thread) + ":" + std::to_string(number);
+  return kLoudBegin + whose + ":" + std::to_string(length) + ";" + std::string(length, '.') + ";" +
+         whose + ";";
 }
 
 }  // namespace qov::endure

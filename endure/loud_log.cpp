@@ -32,6 +32,27 @@ std::uint64_t takeNumber(const char*& text, char end) {
   return number;
 }
 
+/// The fields of a record of the module's, with 0 in place of each number.
+std::string headOf(LoudLevel level, bool isJson) {
+  const std::string name = nameOf(level);
+  return isJson ? R"({"time":"0-0-0T0:0:0+0:0","id":0,"level":")" + name +
+                      R"(","kit":"QOVPUBLIC","function":"beLoud","line":0,)"
+                      R"("process":"endure_reload_agent","thread":0,"message":")"
+                : "[0/0/0 0:0:0][0][" + name + "][QOVPUBLIC][beLoud,0][][endure_reload_agent:0] ";
+}
+
+std::string withoutNumbers(std::string_view text) {
+  std::string rest;
+  for (const char each : text) {
+    if (each < '0' || each > '9') {
+      rest += each;
+    } else if (rest.empty() || rest.back() != '0') {
+      rest += '0';
+    }
+  }
+  return rest;
+}
+
 std::string record(std::size_t thread, std::uint64_t number) {
   return "record " + std::to_string(number) + " of thread " + std::to_string(thread);
 }
@@ -40,19 +61,22 @@ std::string record(std::size_t thread, std::uint64_t number) {
 
 void LoudLog::add(const std::filesystem::path& file, bool isLog) {
   const std::string text = test::readFile(file);
-  std::array<std::vector<std::uint64_t>, kLoudThreads> numbers;
-  eachPlace(text, kLoudBegin, [&](const char* rest) {
-    const std::uint64_t thread = takeNumber(rest, ':');
-    const std::uint64_t number = takeNumber(rest, ':');
-    if (thread < kLoudThreads && takeNumber(rest, ':') == thread && number != 0 &&
-        takeNumber(rest, ';') == number) {
-      numbers[thread].push_back(number);
-      ++records_;
-      on_errors_ += isLog ? 0 : 1;
+  Numbers numbers;
+  std::size_t begin = 0;
+  while (begin < text.size()) {
+    const std::size_t end = text.find('\n', begin);
+    const std::string_view line = std::string_view(text).substr(begin, end - begin);
+    begin = std::min(end, text.size() - 1) + 1;
+    std::string& torn = isLog ? torn_ : torn_on_errors_;
+    if ((end == std::string::npos || !isWhole(line, numbers)) && torn.empty()) {
+      torn = file.string() + " has a record that is not whole: " + std::string(line);
     }
-  });
+  }
   for (std::size_t thread = 0; thread < kLoudThreads; ++thread) {
     if (!numbers[thread].empty()) {
+      const auto count = static_cast<std::int64_t>(numbers[thread].size());
+      records_ += count;
+      on_errors_ += isLog ? 0 : count;
       parts_[thread].push_back({file.string(), isLog, std::move(numbers[thread])});
     }
   }
@@ -60,7 +84,36 @@ void LoudLog::add(const std::filesystem::path& file, bool isLog) {
   eachPlace(text, kRefused, [&](const char* rest) { refused_ += std::atoll(rest); });
 }
 
+/// Whether it is one record, from its first field to its last character. One of the module's has to
+/// be as it was logged, and adds its number.
+bool LoudLog::isWhole(std::string_view line, Numbers& numbers) {
+  const bool isJson = line.substr(0, 1) == "{";
+  const std::size_t place = line.find(kLoudBegin);
+  if (place == std::string_view::npos) {
+    return isJson ? line.substr(line.size() - 2) == "\"}" : line.substr(0, 1) == "[";
+  }
+  const char* rest = line.data() + place + std::string_view(kLoudBegin).size();
+  const std::uint64_t thread = takeNumber(rest, ':');
+  const std::uint64_t number = takeNumber(rest, ':');
+  const std::uint64_t length = takeNumber(rest, ';');
+  if (thread >= kLoudThreads || number == 0 || length > line.size() ||
+      withoutNumbers(line.substr(0, place)) != headOf(loudLevelOf(number), isJson) ||
+      line.substr(place) != loudText(thread, number, length) + (isJson ? "\"}" : "")) {
+    return false;
+  }
+  numbers[thread].push_back(number);
+  return true;
+}
+
 std::string LoudLog::complaint(const Promise& promise) const {
+  // Of what was on its way to a reader that was killed, a part may be there.
+  if (!torn_.empty() || (!torn_on_errors_.empty() && !promise.loses_errors)) {
+    return torn_ + torn_on_errors_;
+  }
+  if (!promise.is_disturbed && refused_ + (promise.has_terminal ? 0 : on_errors_) > 0) {
+    return std::to_string(refused_) + " records were refused and " + std::to_string(on_errors_) +
+           " are on standard error, for no reason";
+  }
   std::int64_t missing = 0;
   for (std::size_t thread = 0; thread < kLoudThreads; ++thread) {
     std::string why = whyNotInOrder(parts_[thread]);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "endure/loud.h"
@@ -25,6 +26,7 @@ class LoudLog {
     bool keeps_all = true;                           ///< no rotated file was removed
     bool loses_errors = false;  ///< standard error was without a reader for a while
     bool has_terminal = false;  ///< records went to standard error by "SendTerminal", too
+    bool is_disturbed = false;  ///< the disk was full for a while, or files and folder moved
   };
 
   void addFile(const std::filesystem::path& file) { add(file, true); }
@@ -48,7 +50,10 @@ class LoudLog {
   };
   using Parts = std::vector<Part>;
 
+  using Numbers = std::array<std::vector<std::uint64_t>, kLoudThreads>;
+
   void add(const std::filesystem::path& file, bool isLog);
+  static bool isWhole(std::string_view line, Numbers& numbers);
   static std::string whyNotInOrder(const Parts& parts);
   std::string whyNotOnce(std::size_t thread, const Promise& promise, std::int64_t& missing) const;
 
@@ -57,6 +62,8 @@ class LoudLog {
   std::int64_t on_errors_ = 0;
   std::int64_t reloads_ = 0;
   std::int64_t refused_ = 0;
+  std::string torn_;            ///< the first line of a log that is not whole, and its file
+  std::string torn_on_errors_;  ///< the same of standard error
 };
 
 }  // namespace qov::endure

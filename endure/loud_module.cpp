@@ -1,7 +1,7 @@
 // The module of the campaign "reload": threads of the three kinds that a module may have log
-// numbered records as fast as QOV_ENDURE_PAUSE_US lets them, at all levels in turn. With
-// QOV_ENDURE_CLOCK somebody sets the time of day all the while. The file "loud_pid" has the
-// process's number; when the module is gone, the file "loud" has each thread's last number.
+// numbered records at all levels in turn, and with QOV_ENDURE_CLOCK somebody sets the time of day
+// all the while. What is random comes from QOV_ENDURE_SEED. The file "loud_pid" has the process's
+// number; when the module is gone, the file "loud" has each thread's last number.
 #include <ace/Thread.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_module.h>
@@ -25,6 +25,12 @@ namespace {
 
 using qov::endure::kLoudThreads;
 using qov::endure::LoudLevel;
+
+/// Each thread has numbers of its own.
+std::mt19937_64 randomOf(std::size_t thread) {
+  const char* const seed = std::getenv("QOV_ENDURE_SEED");
+  return std::mt19937_64((seed == nullptr ? 0 : std::strtoull(seed, nullptr, 10)) + thread);
+}
 
 class Module : public CQOV_TaskMgr {
  public:
@@ -97,14 +103,12 @@ ACE_THR_FUNC_RETURN Module::runAceThread(void* loud) {
 }
 
 void Module::beLoud(Loud& loud) const {
-  const char* const text = std::getenv("QOV_ENDURE_PAUSE_US");
-  const std::chrono::microseconds pause(text == nullptr ? 1000 : std::atol(text));
-  std::minstd_rand random(static_cast<std::minstd_rand::result_type>(loud.thread + 1));
+  std::mt19937_64 random = randomOf(loud.thread);
   while (!stop_) {
     const CQOVDebugKit& kit = *CQOVDebugKitMgr::instance()->find(0);
     const std::uint64_t number = ++loud.last;
-    const std::string message = qov::endure::loudText(loud.thread, number) +
-                                std::string(random() % 64 == 0 ? 5000 : random() % 100, '.');
+    const std::string message =
+        qov::endure::loudText(loud.thread, number, random() % 64 == 0 ? 5000 : random() % 100);
     switch (qov::endure::loudLevelOf(number)) {
       case LoudLevel::kDebug:
         kit.debug(1, __FUNCTION__, __LINE__, message);
@@ -120,14 +124,14 @@ void Module::beLoud(Loud& loud) const {
         break;
     }
     if (random() % 16 == 0) {
-      std::this_thread::sleep_for(pause * 16);
+      std::this_thread::sleep_for(std::chrono::milliseconds(16));
     }
   }
 }
 
 /// Forwards and backwards, by less than a second up to days.
 void Module::setTheClock() const {
-  std::minstd_rand random(1);
+  std::mt19937_64 random = randomOf(kLoudThreads);
   qov::test::StandingTimeOfDay clock(std::time(nullptr));
   while (!stop_) {
     const auto furthest = static_cast<time_t>(1) << random() % 20;

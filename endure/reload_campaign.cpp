@@ -3,19 +3,22 @@
 // record has to be there once, in its thread's order, or be counted as one that the disk refused.
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
-#include <iostream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <thread>
 
 #include "endure/campaign.h"
+#include "endure/flatness.h"
 #include "endure/handle.h"
 #include "endure/loud_log.h"
 #include "tests/process/agent_process.h"
@@ -25,6 +28,11 @@ namespace qov::endure {
 namespace {
 
 namespace fs = std::filesystem;
+
+/// The most files of the log where most are removed.
+constexpr int kFewFiles = 3;
+/// In kilobytes: how much more memory an agent may have at its end. It mostly has 150.
+constexpr std::int64_t kMostMore = 1024;
 
 struct ReloadFigures {
   explicit ReloadFigures(Campaign& campaign)
@@ -73,7 +81,9 @@ class ReloadRun {
   void calmDown();
   void ends();
   void look();
-  void addFolder(LoudLog& log, const fs::path& folder);
+  int addFolder(LoudLog& log, const fs::path& folder);
+  std::ptrdiff_t descriptors() const;
+  std::int64_t kilobytes() const;
 
   void apply(const Settings& settings);
   void fillDisk(bool full);
@@ -92,7 +102,9 @@ class ReloadRun {
   const bool hasDiskFaults_;
   const bool hasFolderFaults_;
   test::AgentProcess agent_;
-  pid_t pid_ = -1;  ///< the agent's, as it says itself
+  pid_t pid_ = -1;                  ///< the agent's, as it says itself
+  std::ptrdiff_t descriptors_ = 0;  ///< that it had when it had started
+  std::int64_t kilobytes_ = 0;      ///< of memory that no file has, likewise
   pid_t reader_ = -1;
   bool isDiskFull_ = false;
   fs::path away_;  ///< where the log's folder is while it is away
@@ -103,15 +115,18 @@ class ReloadRun {
 ReloadRun::ReloadRun(Campaign& campaign, ReloadFigures& figures)
     : campaign_(campaign),
       figures_(figures),
-      promise_{{}, static_cast<int>(campaign.between(2, 5)), !draws(5), false, false},
+      promise_{{}, static_cast<int>(campaign.between(2, 5)), !draws(5), false, false, false},
       hasDiskFaults_(promise_.keeps_all && !draws(3)),
       hasFolderFaults_(promise_.keeps_all && draws(2)) {
   promise_.has_terminal = promise_.keeps_all && draws(4);
+  promise_.is_disturbed = hasDiskFaults_ || hasFolderFaults_;
   // Without a reader only that is counted what the file has refused.
   promise_.loses_errors = hasDiskFaults_ && !promise_.has_terminal && draws(2);
   if (draws(2)) {
     agent_.setEnvironment("QOV_ENDURE_CLOCK", "1");
   }
+  agent_.setEnvironment("QOV_ENDURE_SEED", std::to_string(campaign.random()()));
+  agent_.setEnvironment("TZ", "UTC");
   agent_.root().addModule("qove_loud");
 }
 
@@ -144,6 +159,7 @@ bool ReloadRun::starts() {
   const Handle held(::open(fifo.c_str(), O_RDWR | O_CLOEXEC));  // until the agent has it
   startReader();
   agent_.prepareChild([fifo] {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     ::dup2(::open(fifo.c_str(), O_WRONLY | O_CLOEXEC), STDERR_FILENO);
     ::signal(SIGXFSZ, SIG_IGN);
   });
@@ -154,6 +170,8 @@ bool ReloadRun::starts() {
     return false;
   }
   pid_ = static_cast<pid_t>(std::stol(test::readFile(path("loud_pid"))));
+  descriptors_ = descriptors();
+  kilobytes_ = kilobytes();
   return true;
 }
 
@@ -182,7 +200,8 @@ void ReloadRun::applyRandomSettings() {
   settings.interval = campaign_.between(0, 3);
   settings.size = draws(10) ? 0 : campaign_.between(1, 64);
   // One rotation for each signal, and some by the clock, are all kept.
-  settings.count = promise_.keeps_all ? campaign_.between(500, 1000) : campaign_.between(1, 3);
+  settings.count =
+      promise_.keeps_all ? campaign_.between(500, 1000) : campaign_.between(1, kFewFiles);
   settings.level = campaign_.between(0, promise_.greatest_level);
   settings.form = static_cast<int>(campaign_.between(0, 7));
   apply(settings);
@@ -211,10 +230,19 @@ void ReloadRun::calmDown() {
   }
   Settings last;
   last.interval = 7777;  // no other one has that
-  last.count = promise_.keeps_all ? 1000 : 3;
+  last.count = promise_.keeps_all ? 1000 : kFewFiles;
   apply(last);
   if (!agent_.waitForLog("ChkInterval 7777 s")) {
     fail("the last settings are not applied: " + agent_.errors());
+  }
+  // A log that is opened anew has two for a moment.
+  if (!test::waitUntil([this] { return descriptors() <= descriptors_; },
+                       std::chrono::seconds(30))) {
+    fail("the agent had " + std::to_string(descriptors_) + " descriptors and has " +
+         std::to_string(descriptors()));
+  }
+  if (const std::int64_t more = kilobytes() - kilobytes_; memoryIsMeasured() && more > kMostMore) {
+    fail("the agent has " + std::to_string(more) + " KiB more memory than at its start");
   }
 }
 
@@ -240,13 +268,17 @@ void ReloadRun::look() {
     return;
   }
   LoudLog log;
+  int files = 0;
   for (const auto& entry : fs::directory_iterator(agent_.root().path())) {
     const std::string name = entry.path().filename();
     if (name.compare(0, 7, "errors_") == 0) {
       log.addErrors(entry.path());
     } else if (name.compare(0, 3, "log") == 0) {
-      addFolder(log, entry.path());
+      files += addFolder(log, entry.path());
     }
+  }
+  if (!promise_.keeps_all && files > kFewFiles) {
+    fail(std::to_string(files) + " files are left of the log");
   }
   ++figures_.agents;
   figures_.reloads += log.reloads();
@@ -257,11 +289,25 @@ void ReloadRun::look() {
   }
 }
 
-void ReloadRun::addFolder(LoudLog& log, const fs::path& folder) {
+/// Returns how many files it has.
+int ReloadRun::addFolder(LoudLog& log, const fs::path& folder) {
+  int files = 0;
   for (const auto& file : fs::directory_iterator(folder)) {
     log.addFile(file.path());
-    ++figures_.files;
+    ++files;
   }
+  figures_.files += files;
+  return files;
+}
+
+std::ptrdiff_t ReloadRun::descriptors() const {
+  const fs::directory_iterator all("/proc/" + std::to_string(pid_) + "/fd");
+  return std::distance(begin(all), end(all));
+}
+
+std::int64_t ReloadRun::kilobytes() const {
+  const std::string status = test::readFile("/proc/" + std::to_string(pid_) + "/status");
+  return std::stoll(status.substr(status.find("RssAnon:") + std::strlen("RssAnon:")));
 }
 
 /// Files that have as much or more take nothing then, others until they have.
@@ -302,6 +348,8 @@ void ReloadRun::startReader() {
   test::BeforeProgram before;
   before.readFrom(STDIN_FILENO, fifo);
   before.writeTo(STDOUT_FILENO, path("errors_" + std::to_string(++read_)));
+  // Its own would outlive a campaign that crashes.
+  before.writeTo(STDERR_FILENO, "/dev/null");
   reader_ = test::spawn("/bin/cat", {}, before);
 }
 
