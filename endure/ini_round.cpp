@@ -33,7 +33,8 @@ using Items = std::list<std::pair<std::string, std::string>>;
 /// All values of the file `number` of `writer`: with small ones and long ones, so that a file has
 /// one to sixty thousand bytes.
 Items itemsOf(std::size_t writer, std::uint32_t number) {
-  std::minstd_rand random(static_cast<std::minstd_rand::result_type>(number * 4 + writer + 1));
+  std::minstd_rand random(
+      static_cast<std::minstd_rand::result_type>(std::uint64_t{number} * 4 + writer + 1));
   // Any limit lets the first one through.
   const std::size_t longest = writer == kBeginner ? 8 : 1U << (3 + random() % 10);
   Items items{{"writer", std::to_string(writer)}, {"number", std::to_string(number)}};
