@@ -194,7 +194,8 @@ class SoakCampaign {
     before.writeTo(STDOUT_FILENO, answer);
     before.writeTo(STDERR_FILENO, answer + ".errors");
     pid_t asking = test::spawn(
-        QOV_ENDURE_QOVCTL, {"agent", "--root", agent_.root().path().string(), "status"}, before);
+        QOV_ENDURE_QOVCTL,
+        {"agent", "--root", agent_.root().path().string(), "--timeout", "60", "status"}, before);
     const test::Ending ending = test::waitForEndOf(asking);
     if (!ending.ended || ending.exitStatus != 0 ||
         readFile(answer).find("traffic41") == std::string::npos) {
