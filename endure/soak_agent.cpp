@@ -56,20 +56,6 @@ void tellWrong(const std::string& what) {
   std::ofstream(fileNamed("wrong"), std::ios::app) << what << '\n';
 }
 
-/// What does not add up when it should, after a while.
-std::vector<std::string> settle(Traffic& traffic) {
-  constexpr int kLooks = 600;
-  std::vector<std::string> open;
-  for (int look = 0; look < kLooks; ++look) {
-    open = differences(traffic.counts(), getModuleStats());
-    if (open.empty()) {
-      return {};
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  }
-  return open;
-}
-
 template <class Condition>
 void waitUntil(const Condition& condition) {
   static const auto campaign = static_cast<pid_t>(std::stol(environment("QOV_ENDURE_CAMPAIGN")));
@@ -99,7 +85,7 @@ void conduct(Traffic& traffic, const std::atomic<bool>& hasStopped) {
     waitUntil(isDry);
     traffic.dryUp();
     std::string balance;
-    for (const std::string& difference : settle(traffic)) {
+    for (const std::string& difference : settle(traffic.counts())) {
       balance += difference + '\n';
     }
     writeState(traffic);
