@@ -21,10 +21,10 @@ namespace {
 using test::AgentProcess;
 using test::Ending;
 
-/// A part of the agent's life, and how many of its allocations may end the agent: some more than do.
+/// A part of the agent's life.
 struct Phase {
   const char* name;
-  int mayEnd;
+  int mayEnd;  ///< how many of its allocations may end the agent: some more than do
   int ended = 0;
 };
 
