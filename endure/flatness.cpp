@@ -14,7 +14,7 @@ constexpr std::int64_t kKilobyte = 1024;
 /// In bytes, from one rest to the next: pages that the allocator cannot give back, and buffers that
 /// grow once.
 constexpr double kMostResident = 65536;
-constexpr double kMostHeap = 256;
+constexpr double kMostHeap = 512;
 
 /// The line that is nearest to the last half of `values`, by least squares.
 struct Line {

@@ -3,9 +3,10 @@
 // own (memory_agent.cpp). The agent goes on, or ends with the documented result: no other end, no
 // hang; and no leak, in a build with AddressSanitizer.
 #include <algorithm>
-#include <chrono>
+#include <array>
 #include <csignal>
-#include <cstdlib>
+#include <cstdint>
+#include <random>
 #include <regex>
 #include <string>
 #include <vector>
@@ -20,9 +21,17 @@ namespace {
 using test::AgentProcess;
 using test::Ending;
 
+/// A part of the agent's life.
+struct Phase {
+  const char* name;
+  int mayEnd;  ///< how many of its allocations may end the agent: some more than do
+  int ended = 0;
+};
+
 struct Refusal {
-  const char* phase;
-  long number;  ///< 0: none
+  Phase* phase;
+  long number;         ///< 0: none
+  std::uint64_t turn;  ///< in this order
 };
 
 class Memory {
@@ -36,37 +45,43 @@ class Memory {
   /// All of them, in an order of the seed's, or as many as there is time for.
   void run() {
     std::vector<Refusal> refusals;
-    for (const char* const phase : {"start", "request", "exchange", "reload", "stop"}) {
+    for (Phase& phase : phases_) {
       const long count = allocationsOf(phase);
-      campaign_.figure(std::string("of_") + phase) = count;
+      campaign_.figure(std::string("of_") + phase.name) = count;
+      // Whatever the number of allocations, which threads let differ.
+      std::mt19937_64 random(campaign_.random()());
       for (long number = 1; number <= count; ++number) {
-        refusals.push_back({phase, number});
+        refusals.push_back({&phase, number, random()});
       }
     }
-    std::shuffle(refusals.begin(), refusals.end(), campaign_.random());
+    std::sort(refusals.begin(), refusals.end(),
+              [](const Refusal& one, const Refusal& other) { return one.turn < other.turn; });
+    left_ = static_cast<std::int64_t>(refusals.size());
     for (const Refusal& refusal : refusals) {
       if (!campaign_.goesOn()) {
         return;
       }
       refuse(refusal);
+      --left_;
     }
   }
 
  private:
   /// How many allocations the phase has. Threads let it differ a little from run to run.
-  long allocationsOf(const char* phase) {
+  long allocationsOf(Phase& phase) {
     AgentProcess agent(QOV_ENDURE_MEMORY_AGENT);
-    const Ending ending = live(agent, {phase, 0});
+    const Refusal none{&phase, 0, 0};
+    const Ending ending = live(agent, none);
     const std::string counted = test::readFile(agent.root().path() / "counted");
     if (ending.exitStatus != 0 || counted.empty()) {
-      lost(agent, {phase, 0}, "did not end in order");
+      lost(agent, none, "did not end in order");
       return 0;
     }
     return std::stol(counted);
   }
 
   Ending live(AgentProcess& agent, const Refusal& refusal) {
-    agent.setEnvironment("QOV_ENDURE_PHASE", refusal.phase);
+    agent.setEnvironment("QOV_ENDURE_PHASE", refusal.phase->name);
     agent.setEnvironment("QOV_ENDURE_REFUSED", std::to_string(refusal.number));
     agent.root().addModule("qove_memory_asking");
     agent.root().addModule("qove_memory_answering");
@@ -74,24 +89,28 @@ class Memory {
                      test::readFile(agent.root().cfgFile()) +
                          "[MMT]\nMMT_ADDR=127.0.0.1:" + std::to_string(endpoint_.port()) + "\n");
     agent.start({"-n"});
-    return agent.waitForEnd(std::chrono::seconds(10));
+    return agent.waitForEnd();
   }
 
   void refuse(const Refusal& refusal) {
     AgentProcess agent(QOV_ENDURE_MEMORY_AGENT);
     const Ending ending = live(agent, refusal);
+    const bool isStart = refusal.phase == &phases_.front();
     if (test::readFile(agent.root().path() / "refused").empty() && ending.exitStatus == 0) {
       ++notReached_;
     } else if (!ending.ended) {
       lost(agent, refusal, "hangs");
     } else if (ending.exitStatus == 0) {
       ++wentOn_;
+      failedOnce_ += test::readFile(agent.root().path() / "failed").empty() ? 0 : 1;
     } else if (ending.signal == SIGABRT && endsWith(agent, kUncaught)) {
       ++ended_;
-    } else if (ending.exitStatus == 1 && std::string(refusal.phase) == "start" &&
-               endsWith(agent, kRefusedStart)) {
+      if (++refusal.phase->ended > refusal.phase->mayEnd) {
+        lost(agent, refusal, "ended as too many others of this phase");
+      }
+    } else if (ending.exitStatus == 1 && isStart && endsWith(agent, kRefusedStart)) {
       ++didNotStart_;
-    } else if (ending.exitStatus == 9 && std::regex_search(agent.log(), kNoWorker)) {
+    } else if (ending.exitStatus == 9 && isStart && std::regex_search(agent.log(), kNoWorker)) {
       ++noWorker_;  // so that nobody serves the requests that follow
     } else {
       lost(agent, refusal,
@@ -107,7 +126,7 @@ class Memory {
 
   void lost(AgentProcess& agent, const Refusal& refusal, const std::string& how) {
     campaign_.fail(how + ", with allocation " + std::to_string(refusal.number) + " of " +
-                   refusal.phase + " refused to\n" +
+                   refusal.phase->name + " refused to\n" +
                    test::readFile(agent.root().path() / "refused") + "standard error:\n" +
                    agent.errors() + "log:\n" + agent.log());
   }
@@ -116,13 +135,18 @@ class Memory {
   const std::regex kRefusedStart{"Failed to [^\n]+\n$"};
   const std::regex kNoWorker{"Failed to (create task|start a worker thread) in module "};
 
+  std::array<Phase, 5> phases_{
+      {{"start", 70}, {"request", 0}, {"exchange", 0}, {"reload", 12}, {"stop", 12}}};
+
   Campaign& campaign_;
   test::EndpointProcess endpoint_;
   Figure& wentOn_ = campaign_.figure("went_on");
+  Figure& failedOnce_ = campaign_.figure("failed_once");
   Figure& didNotStart_ = campaign_.figure("did_not_start");
   Figure& noWorker_ = campaign_.figure("without_worker");
   Figure& ended_ = campaign_.figure("ended_with_a_line");
   Figure& notReached_ = campaign_.figure("not_reached");
+  Figure& left_ = campaign_.figure("left");
 };
 
 }  // namespace

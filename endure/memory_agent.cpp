@@ -3,7 +3,8 @@
 //   QOV_ENDURE_PHASE    start, request, exchange, reload or stop
 //   QOV_ENDURE_REFUSED  which allocation of the phase fails: 1 for the first, 0 for none
 // How many allocations the phase had stands in the file "counted" of its root directory when it
-// ends in order, who asked for the one that failed in the file "refused". Exit status 9: what came
+// ends in order, who asked for the one that failed in the file "refused", and there is a file
+// "failed" if what the phase does did not succeed. Exit status 9: what came
 // after it did not succeed; standard error says what.
 #include <ace/Singleton.h>
 #include <ace/Thread_Mutex.h>
@@ -39,7 +40,7 @@ using qov::endure::OneRefusal;
 const std::string kPhase = std::getenv("QOV_ENDURE_PHASE");
 constexpr const char* kReloaded = "Log settings in force";
 constexpr const char* kNotReloaded = "; the log stays as it is";
-constexpr std::chrono::seconds kLost{3};
+constexpr std::chrono::seconds kLost{15};
 
 /// The part of the life in which an allocation fails, if it is that one.
 class Phase {
@@ -128,13 +129,17 @@ bool reload() {
 
 template <class Work>
 void inPhase(const std::string& name, const Work& work) {
+  bool done = false;
   {
     const Phase phase(name);
     try {
-      work();
+      done = work();
     } catch (const std::bad_alloc&) {
       // What an exchange may give.
     }
+  }
+  if (!done) {
+    qov::test::makeFile("failed", name);
   }
   if (!work()) {
     std::cerr << "Failed to do this once more after the phase: " << name << std::endl;

@@ -36,7 +36,7 @@ class Worker : public QOVHandlers<Worker> {
     Result result;
     QOVRequest request(*this, qov::endure::kAnsweringModule, qov::endure::kQuestion);
     request.addRecord(kCommand).addString(kName, kLongName);
-    result.set(static_cast<bool>(request.ask(std::chrono::seconds(1))));
+    result.set(static_cast<bool>(request.ask(std::chrono::seconds(10))));
     return 0;
   }
 

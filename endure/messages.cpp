@@ -95,7 +95,9 @@ class MessagesCampaign {
       traffic.feed();
       flow();
       traffic.dryUp();
-      settle(traffic);
+      for (const std::string& difference : settle(traffic.counts())) {
+        campaign_.fail(difference);
+      }
       note(traffic.counts());
     }
     moduleLoader().unload();
@@ -131,19 +133,6 @@ class MessagesCampaign {
     while (Clock::now() < end && campaign_.goesOn()) {
       ACE_Time_Value most(0, 100000);
       ACE_Reactor::instance()->handle_events(most);
-    }
-  }
-
-  void settle(Traffic& traffic) {
-    std::vector<std::string> open;
-    const auto settled = [&] {
-      open = differences(traffic.counts(), getModuleStats());
-      return open.empty();
-    };
-    if (!test::waitUntil(settled)) {
-      for (const std::string& difference : open) {
-        campaign_.fail(difference);
-      }
     }
   }
 

@@ -1,6 +1,7 @@
 // An agent as it runs in the field, for as long as it takes: a daemon with traffic between its
 // modules, the status module that is asked, the MQTT module with a broker that comes and goes and
-// gets events, and a log whose settings change.
+// gets events, exchanges with a management endpoint, a file that is saved, and a log whose settings
+// change.
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -21,6 +22,7 @@
 #include "tests/modules/mqtt/watcher.h"
 #include "tests/process/agent_process.h"
 #include "tests/support/spawn.h"
+#include "tests/tools/endpoint_process.h"
 
 namespace qov::endure {
 namespace {
@@ -43,6 +45,9 @@ class SoakCampaign {
       broker_->saveSessions();
     } else {
       campaign_.notWatched("events at an MQTT broker: " + why);
+    }
+    if (!endpoint_.start({"--quiet"})) {
+      campaign_.fail("qov-endpoint does not start: " + endpoint_.errors());
     }
     configure();
     agent_.setEnvironment("QOV_ENDURE_SEED", std::to_string(campaign_.seed()));
@@ -69,7 +74,7 @@ class SoakCampaign {
     changeLog();
   }
 
-  /// Other settings of the log; the section of the MQTT module stays.
+  /// Other settings of the log; the other sections stay.
   void changeLog() {
     AgentRoot::write(agent_.root().cfgFile(),
                      "[QOV_GLOBAL]\nPROC_PID=7\n[LOG_CFG]\nSendTerminal=0\nChkInterval=" +
@@ -78,7 +83,8 @@ class SoakCampaign {
                          "\nLogFileMaxCnt=" + std::to_string(campaign_.between(1, 5)) +
                          "\nLogLevel=" + std::to_string(campaign_.between(2, 5)) +
                          "\n[MQTT]\nTls=0\nHost=127.0.0.1\nNode=7\nReconnectSeconds=1\nPort=" +
-                         std::to_string(broker_ ? broker_->port() : 1) + "\n");
+                         std::to_string(broker_ ? broker_->port() : 1) +
+                         "\n[MMT]\nMMT_ADDR=127.0.0.1:" + std::to_string(endpoint_.port()) + "\n");
   }
 
   /// Traffic flows and rests in turn, for at rest nothing may be left of it.
@@ -164,6 +170,7 @@ class SoakCampaign {
   }
 
   void measure() {
+    turns_ = told("turns");
     memory_.add(told("resident"), told("heap"));
     const auto same = [this] {
       descriptorsNow_ = entriesOf("fd");
@@ -194,7 +201,8 @@ class SoakCampaign {
     before.writeTo(STDOUT_FILENO, answer);
     before.writeTo(STDERR_FILENO, answer + ".errors");
     pid_t asking = test::spawn(
-        QOV_ENDURE_QOVCTL, {"agent", "--root", agent_.root().path().string(), "status"}, before);
+        QOV_ENDURE_QOVCTL,
+        {"agent", "--root", agent_.root().path().string(), "--timeout", "60", "status"}, before);
     const test::Ending ending = test::waitForEndOf(asking);
     if (!ending.ended || ending.exitStatus != 0 ||
         readFile(answer).find("traffic41") == std::string::npos) {
@@ -235,6 +243,7 @@ class SoakCampaign {
   std::optional<MqttBroker> broker_;
   std::optional<test::Watcher> watcher_;
   bool isFrozen_ = false;
+  test::EndpointProcess endpoint_;
   AgentProcess agent_{QOV_ENDURE_SOAK_AGENT};
   std::int64_t descriptors_ = 0;
   std::int64_t threads_ = 0;
@@ -243,6 +252,7 @@ class SoakCampaign {
   Figure& answers_ = campaign_.figure("status_answers");
   Figure& brokers_ = campaign_.figure("broker_restarts");
   Figure& events_ = campaign_.figure("events");
+  Figure& turns_ = campaign_.figure("exchanges_and_saves");
   Flatness memory_{campaign_};
   Figure& descriptorsNow_ = campaign_.figure("descriptors");
   Figure& threadsNow_ = campaign_.figure("threads");

@@ -5,6 +5,8 @@
 //   QOV_ENDURE_CAMPAIGN  the process without which it ends
 #include <qovpub/qov_app.h>
 #include <qovpub/qov_exception.h>
+#include <qovpub/qov_ini_operator.h>
+#include <qovpub/qov_long_socket.h>
 #include <qovpub/qov_utility.h>
 #include <unistd.h>
 
@@ -24,6 +26,7 @@
 
 #include "endure/own_process.h"
 #include "endure/traffic.h"
+#include "tools/common/endpoint_protocol.h"
 
 namespace {
 
@@ -32,6 +35,9 @@ using qov::endure::Traffic;
 std::string fileNamed(const std::string& name) {
   return QOV_Utility::getQOVRootEnv() + "/" + name;
 }
+
+/// Exchanges and saves so far.
+std::atomic<int> turns{0};
 
 std::string environment(const char* name) {
   const char* const value = std::getenv(name);
@@ -56,20 +62,6 @@ void tellWrong(const std::string& what) {
   std::ofstream(fileNamed("wrong"), std::ios::app) << what << '\n';
 }
 
-/// What does not add up when it should, after a while.
-std::vector<std::string> settle(Traffic& traffic) {
-  constexpr int kLooks = 600;
-  std::vector<std::string> open;
-  for (int look = 0; look < kLooks; ++look) {
-    open = differences(traffic.counts(), getModuleStats());
-    if (open.empty()) {
-      return {};
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  }
-  return open;
-}
-
 template <class Condition>
 void waitUntil(const Condition& condition) {
   static const auto campaign = static_cast<pid_t>(std::stol(environment("QOV_ENDURE_CAMPAIGN")));
@@ -87,8 +79,34 @@ void writeState(const Traffic& traffic) {
   std::ostringstream text;
   text << "pid " << ::getpid() << "\nresident " << memory.resident_ << "\nheap " << memory.heap_
        << "\nevents " << sumOf(&TrafficCounts::events_, traffic.counts()) << "\nserials "
-       << sumOf(&TrafficCounts::eventSerials_, traffic.counts()) << '\n';
+       << sumOf(&TrafficCounts::eventSerials_, traffic.counts()) << "\nturns " << turns << '\n';
   writeWhole("state", text.str());
+}
+
+/// What an agent does beside its messages: it exchanges some with the management endpoint and saves
+/// a file, and both succeed.
+void workBeside(const Traffic& traffic) {
+  CQOVLongSocket link;
+  const std::string file = fileNamed("saved.ini");
+  std::ofstream(file) << "[SOAK]\n";
+  for (int turn = 0; traffic.flows(); ++turn) {
+    CT7QPackageV3 message;
+    message.addRecord(qov::endpoint::command(qov::endpoint::kGetNext, qov::endpoint::kInterfaces));
+    if (link.sendMsg(&message) != 0) {
+      tellWrong("an exchange with the management endpoint fails");
+    }
+    CQOV_Ini_Operator saver;
+    CQOV_Ini_Operator reader;
+    std::string value;
+    if (saver.open(file.c_str()) != 0 ||
+        saver.setConfigItem("SOAK", "turn", std::to_string(turn)) != 0 ||
+        reader.open(file.c_str()) != 0 || reader.getConfigItem("SOAK", "turn", value) != 0 ||
+        value != std::to_string(turn)) {
+      tellWrong("turn " + std::to_string(turn) + " was not saved");
+    }
+    ++turns;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
 }
 
 /// Until the frame stops, which is at rest.
@@ -96,10 +114,12 @@ void conduct(Traffic& traffic, const std::atomic<bool>& hasStopped) {
   const auto isDry = [] { return std::filesystem::exists(fileNamed("dry")); };
   while (!hasStopped) {
     traffic.feed();
+    std::thread beside([&traffic] { workBeside(traffic); });
     waitUntil(isDry);
     traffic.dryUp();
+    beside.join();
     std::string balance;
-    for (const std::string& difference : settle(traffic)) {
+    for (const std::string& difference : settle(traffic.counts())) {
       balance += difference + '\n';
     }
     writeState(traffic);

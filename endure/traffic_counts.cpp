@@ -1,7 +1,10 @@
 #include "endure/traffic_counts.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
+
+#include "tests/support/process_end.h"
 
 namespace qov::endure {
 namespace {
@@ -144,6 +147,17 @@ std::vector<std::string> differences(const CountsOfAll& counts, std::vector<QOVM
   compareRefusals(all, counts, stats);
   add(all.take());
   return found;
+}
+
+std::vector<std::string> settle(const CountsOfAll& counts) {
+  std::vector<std::string> open;
+  test::waitUntil(
+      [&] {
+        open = differences(counts, getModuleStats());
+        return open.empty();
+      },
+      std::chrono::seconds(60));
+  return open;
 }
 
 }  // namespace qov::endure

@@ -72,6 +72,9 @@ std::uint64_t lostNotices(const CountsOfAll& counts, std::size_t place);
 /// notice is handled, or counted as dropped; an answer that came too late is counted as such.
 std::vector<std::string> differences(const CountsOfAll& counts, std::vector<QOVModuleStats> stats);
 
+/// Waits, a minute at most, until all adds up: what does not then.
+std::vector<std::string> settle(const CountsOfAll& counts);
+
 }  // namespace qov::endure
 
 #endif

@@ -11,7 +11,7 @@
 namespace qov::test {
 
 /// A directory of its own, gone with everything in it at the end. Its path has no dot, which would
-/// end the process name of a program that runs from there, and leaves room for the path of a socket.
+/// end the process name of a program that runs from there, and it is short enough for a socket.
 class TemporaryDirectory {
  public:
   TemporaryDirectory() {
