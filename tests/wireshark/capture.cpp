@@ -83,24 +83,30 @@ void Capture::writeFrame(const std::string& frame) {
   putLowFirst(head, now % 1000 * 1000, 4);
   putLowFirst(head, kept, 4);
   putLowFirst(head, frame.size(), 4);
-  stream_ << head << frame.substr(0, kept) << std::flush;
-  if (!stream_) {
+  stream_ << head << frame.substr(0, kept);
+}
+
+const std::string& Capture::file() {
+  if (!stream_.flush()) {
     throw std::runtime_error("cannot write " + file_);
   }
+  return file_;
 }
 
 Connection::Connection(Capture& capture, std::uint16_t serverPort, Network network,
-                       std::uint16_t clientPort)
+                       std::uint16_t clientPort, Handshake handshake)
     : capture_(capture),
       clientPort_(clientPort != 0 ? clientPort : capture.nextClientPort()),
       serverPort_(serverPort),
       network_(network),
       client_{0xFFFFF000 + capture.countConnection() % 0x800, 0},
       server_{client_.first + 0x2000, 0} {
-  // The handshake takes one number of each stream.
-  writeSegment(Side::kClient, static_cast<std::uint32_t>(-1), kSyn, "");
-  writeSegment(Side::kServer, static_cast<std::uint32_t>(-1), kSyn | kAck, "");
-  writeSegment(Side::kClient, 0, kAck, "");
+  if (handshake == Handshake::kSeen) {
+    // It takes one number of each stream.
+    writeSegment(Side::kClient, static_cast<std::uint32_t>(-1), kSyn, "");
+    writeSegment(Side::kServer, static_cast<std::uint32_t>(-1), kSyn | kAck, "");
+    writeSegment(Side::kClient, 0, kAck, "");
+  }
 }
 
 void Connection::send(Side from, const std::string& payload) {

@@ -13,7 +13,8 @@ class Capture {
  public:
   explicit Capture(const std::string& file);
 
-  const std::string& file() const { return file_; }
+  /// Its name. All frames that were written are in it.
+  const std::string& file();
   /// How many frames were written: the number of the last one, as tshark counts.
   unsigned int frames() const { return frames_; }
   /// The next frame comes so much later, or earlier if that is below 0.
@@ -38,16 +39,19 @@ class Capture {
 
 enum class Network { kIpv4, kIpv6 };
 enum class Side { kClient, kServer };
+/// Whether the capture has a connection's handshake.
+enum class Handshake { kSeen, kMissed };
 
 inline constexpr std::uint16_t kEndpointPort = 19001;
 
-/// One connection of a capture, from its handshake on. Every call writes one frame.
+/// One connection of a capture. Every call writes one frame.
 class Connection {
  public:
   /// `clientPort` is 0 for one that no other connection of the capture has. With the port of an
   /// earlier one this is another connection between the same addresses and ports.
   explicit Connection(Capture& capture, std::uint16_t serverPort = kEndpointPort,
-                      Network network = Network::kIpv4, std::uint16_t clientPort = 0);
+                      Network network = Network::kIpv4, std::uint16_t clientPort = 0,
+                      Handshake handshake = Handshake::kSeen);
 
   /// What tells this connection's frames from those of the capture's other connections.
   std::uint16_t clientPort() const { return clientPort_; }

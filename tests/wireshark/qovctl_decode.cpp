@@ -48,7 +48,7 @@ void expectAgreement(const std::vector<Shown>& shown, const Decoded& decoded) {
         << decoded.refused << ::testing::PrintToString(experts);
   }
   for (std::size_t i = 0; i < good; ++i) {
-    ASSERT_EQ(meaningOf(shown[i].tree), asRead(decoded.messages[i])) << "message " << i;
+    ASSERT_EQ(meaningOf(shown[i].tree), decoded.messages[i]) << "message " << i;
   }
 }
 

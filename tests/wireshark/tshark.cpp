@@ -78,7 +78,7 @@ std::uint16_t portOf(const Json::Value& tcp, const char* name) {
 }
 
 Json::Value number(const Json::Value& text) {
-  return Json::UInt64(std::strtoull(text.asCString(), nullptr, 0));
+  return common::jsonNumber(std::strtoull(text.asCString(), nullptr, 0));
 }
 
 std::string withoutColons(std::string text) {
@@ -272,9 +272,10 @@ std::vector<Shown> Tshark::messages(const std::string& capture) const {
     // Clients of captures have the higher port.
     shown.fromClient = from > to;
     shown.clientPort = shown.fromClient ? from : to;
-    for (const Json::Value& tree : all(layers, "qov.v3")) {
-      shown.tree = tree;
+    std::vector<Json::Value> trees = all(layers, "qov.v3");
+    for (Json::Value& tree : trees) {
       messages.push_back(shown);
+      messages.back().tree.swap(tree);
     }
   }
   return messages;
@@ -315,13 +316,7 @@ Json::Value meaningOf(const Json::Value& tree) {
   for (const Json::Value& record : all(tree, "qov.v3.record")) {
     meaning["records"].append(recordMeaning(record));
   }
-  return asRead(meaning);
-}
-
-Json::Value asRead(const Json::Value& value) {
-  Json::Value read;
-  EXPECT_TRUE(parse(Json::writeString(Json::StreamWriterBuilder(), value), read));
-  return read;
+  return meaning;
 }
 
 }  // namespace qov::test

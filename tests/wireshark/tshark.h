@@ -69,9 +69,6 @@ std::vector<Json::Value> all(const Json::Value& tree, const std::string& name);
 /// The message's meaning, in the form in which the vectors tell it.
 Json::Value meaningOf(const Json::Value& tree);
 
-/// The same value with every number in the type that reading it from text gives.
-Json::Value asRead(const Json::Value& value);
-
 }  // namespace qov::test
 
 #endif
