@@ -69,8 +69,8 @@ void checkLookUps(const CTLVRecordV3& record) {
   }
 }
 
-/// What a package with a V3 message allocates when it is encoded: the outer header before itself, with
-/// the inner LEN, in place of all else.
+/// What a package with a V3 message allocates when it is encoded: the outer header before itself,
+/// with the inner LEN, in place of all else.
 std::string withTwoHeads(const MessageBytes& message, std::uint32_t inner, std::size_t size) {
   std::string bytes(message.begin(), message.begin() + kOuterHead);
   bytes += bytes;
