@@ -80,7 +80,7 @@ void CQOV_Module_Loader::ModuleTable::Copies::tellLost(CQOVDebugKitGuard& guard)
     if (losers_[taker]) {
       guard.warn(qov::log_id::kCopyLost, __FUNCTION__, __LINE__,
                  "Module(%u) gets no copy of a message: SMID=%u,OPC=%llu: %s.", taker,
-                 unsigned{sender_}, static_cast<unsigned long long>(opc_), whyLost(lastError_));
+                 unsigned{sender_}, static_cast<unsigned long long>(opc_), whyLost(errors_[taker]));
     }
   }
 }
@@ -94,5 +94,5 @@ ACE_Message_Block* CQOV_Module_Loader::ModuleTable::Copies::takeFirst() {
 
 void CQOV_Module_Loader::ModuleTable::Copies::lose(unsigned int taker, int error) {
   losers_.set(taker);
-  lastError_ = error;
+  errors_[taker] = error;
 }

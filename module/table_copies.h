@@ -3,6 +3,7 @@
 
 #include <ace/Message_Block.h>
 
+#include <array>
 #include <bitset>
 #include <cstdint>
 
@@ -39,7 +40,7 @@ class CQOV_Module_Loader::ModuleTable::Copies {
   std::uint64_t opc_ = 0;
 
   std::bitset<kGids> losers_;
-  int lastError_ = 0;
+  std::array<int, kGids> errors_{};  ///< of losers_
 };
 
 #endif

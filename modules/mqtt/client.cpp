@@ -145,7 +145,8 @@ struct Client::Callbacks {
   static void set(mosquitto* client) {
     mosquitto_connect_v5_callback_set(client, [](mosquitto* connected, void* self, int reason,
                                                  int flags, const mosquitto_property* properties) {
-      // It writes a line for each packet from here on; its errors tell of what went before.
+      // libmosquitto would write a line for each packet, which nobody reads. Its errors matter
+      // until the connection stands.
       mosquitto_log_callback_set(connected, nullptr);
       of(self).hasAnswer_ = true;
       of(self).largestPacket_ = std::numeric_limits<std::uint32_t>::max();

@@ -15,6 +15,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <system_error>
 #include <thread>
 
@@ -98,15 +99,15 @@ class Connection::Loop : private Client::Listener {
     bool isAwaited = false;
     {
       const std::lock_guard lock(lock_);
-      const std::size_t bytes = pendingBytes_ + message.size();
-      if (pending_ >= kMostPending || bytes > kMostPendingBytes) {
+      const std::size_t pending = message.atMostOnce ? answers_.size() : pending_;
+      std::size_t& bytes = message.atMostOnce ? answerBytes_ : pendingBytes_;
+      if (pending >= kMostPending || bytes + message.size() > kMostPendingBytes) {
         ++counts_.noRoom;
         return false;
       }
-      ++pending_;
-      pendingBytes_ = bytes;
+      pending_ += message.atMostOnce ? 0 : 1;
+      bytes += message.size();
       std::deque<Outgoing>& queue = message.atMostOnce ? answers_ : queue_;
-      answerBytes_ += message.atMostOnce ? message.size() : 0;
       // What stands before it has rung, or waits for acknowledgements or the socket.
       isAwaited = queue.empty();
       queue.push_back(std::move(message));
@@ -165,7 +166,7 @@ class Connection::Loop : private Client::Listener {
     const bool holdsBack = manyAnswersWait();
     const bool hasUnread = state_ != State::kWaiting && !holdsBack && client_.hasUnread();
     const short reading = holdsBack ? 0 : POLLIN;
-    const short writing = client_.wantsToWrite() ? POLLOUT : 0;
+    const short writing = socket >= 0 && client_.wantsToWrite() ? POLLOUT : 0;
     pollfd descriptors[]{{bell_.descriptor(), POLLIN, 0},
                          {socket, static_cast<short>(reading | writing), 0}};
     ::poll(descriptors, 2, span > 0 && !hasUnread ? static_cast<int>(span) : 0);
@@ -235,10 +236,9 @@ class Connection::Loop : private Client::Listener {
       if (Clock::now() - onlineSince_ > lastWait_) {
         backOff_.reset();
       }
-    } else if (cause.text() != lastFailure_) {
+    } else if (toldFailures_.insert(cause.text()).second) {
       QOV_WARN(guard, log_id::kNotConnected, "Failed to connect to the broker %s: %s",
                broker_.c_str(), cause.text().c_str());
-      lastFailure_ = cause.text();
     }
     lastWait_ = backOff_.next();
     nextTry_ = Clock::now() + lastWait_;
@@ -275,7 +275,7 @@ class Connection::Loop : private Client::Listener {
     }
     state_ = State::kOnline;
     onlineSince_ = Clock::now();
-    lastFailure_.clear();
+    toldFailures_.clear();
     document_.clear();
     nextPresence_ = onlineSince_;
     subscriptions_.clear();
@@ -308,6 +308,10 @@ class Connection::Loop : private Client::Listener {
   void onReceived(Incoming&& message) override {
     ++counts_.received;
     handlers_.received(std::move(message));
+    if (manyAnswersWait()) {
+      // libmosquitto would read on while TLS holds something. It takes this for the end of it.
+      errno = EAGAIN;
+    }
   }
 
   void onPublished(int id, int reason) override {
@@ -327,7 +331,7 @@ class Connection::Loop : private Client::Listener {
 
   void settle(const Outgoing& message, std::size_t bytes, int reason) {
     ++(reason >= kFirstRefusal ? counts_.refused : counts_.published);
-    {
+    if (!message.atMostOnce) {
       const std::lock_guard lock(lock_);
       --pending_;
       pendingBytes_ -= bytes;
@@ -478,9 +482,9 @@ class Connection::Loop : private Client::Listener {
   // Guarded by lock_.
   std::deque<Outgoing> queue_;    ///< not given to libmosquitto yet
   std::deque<Outgoing> answers_;  ///< the same of those that go at most once
-  std::size_t pending_ = 0;       ///< of both and of given_
+  std::size_t pending_ = 0;       ///< of queue_ and of given_
   std::size_t pendingBytes_ = 0;  ///< of their payloads and correlation data
-  std::size_t answerBytes_ = 0;   ///< of those of answers_ among them
+  std::size_t answerBytes_ = 0;   ///< the same of answers_
   bool stopping_ = false;
 
   // The thread's own.
@@ -499,9 +503,9 @@ class Connection::Loop : private Client::Listener {
   int badPackets_ = 0;    ///< connections in turn that have ended with one
   bool forgets_ = false;  ///< the next connection begins a new session
   bool retainTold_ = false;
-  std::string document_;            ///< of the presence, as published on this connection
-  std::string lastFailure_;         ///< as logged; empty since the last success
-  std::map<int, Seldom> refusals_;  ///< of messages, by reason
+  std::string document_;                ///< of the presence, as published on this connection
+  std::set<std::string> toldFailures_;  ///< since the last success; addresses fail in turn
+  std::map<int, Seldom> refusals_;      ///< of messages, by reason
 
   std::thread thread_;
 };

@@ -59,7 +59,8 @@ struct Presence {
 /// Errors: the constructor throws CQOV_Exception. All else is logged: docs/mqtt.md.
 class Connection {
  public:
-  static constexpr std::size_t kMostPending = 1024;  ///< messages that publish() keeps
+  /// Messages that publish() keeps, and as many answers.
+  static constexpr std::size_t kMostPending = 1024;
   /// Of their payloads and correlation data.
   static constexpr std::size_t kMostPendingBytes = std::size_t{16} << 20U;
   static constexpr std::size_t kMostReceived = std::size_t{2} << 20U;  ///< bytes of one packet
@@ -97,7 +98,8 @@ class Connection {
   Connection& operator=(const Connection&) = delete;
 
   /// Publishes `message`, now or when the connection stands. False, and `message` as it
-  /// was, while there are kMostPending, or kMostPendingBytes, that the broker has not acknowledged.
+  /// was, while there are kMostPending, or kMostPendingBytes, that the broker has not acknowledged,
+  /// or of answers that have not left.
   bool publish(Outgoing&& message);
 
   bool isOnline() const;

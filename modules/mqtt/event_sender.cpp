@@ -26,6 +26,7 @@ constexpr std::chrono::milliseconds kIdle{200};
 constexpr std::chrono::seconds kRetry{1};
 constexpr std::chrono::seconds kLongestRetry{60};
 constexpr std::chrono::seconds kStopPatience{5};
+/// Also the longest wait of the thread, so that the last ones are told, too.
 constexpr std::chrono::seconds kBetweenDropRecords{60};
 
 /// Whether the broker will never take such a message.
@@ -124,15 +125,26 @@ void EventSender::tellHeldUp() {
            file_.c_str(), static_cast<long long>(kStopPatience.count()), count);
 }
 
+/// What waits at the end, as the outbox has failed.
+void EventSender::tellLost() {
+  std::size_t count = 0;
+  {
+    const std::lock_guard lock(lock_);
+    count = waiting_.size();
+  }
+  if (count > 0) {
+    counts_.dropped += count;
+    QOV_GUARD(guard, kit_);
+    QOV_ERROR(guard, log_id::kEventsLost,
+              "%zu events are lost at the stop: the outbox %s could not be used: %s", count,
+              file_.c_str(), lastFailure_.c_str());
+  }
+}
+
 void EventSender::accept(Event&& event, Receipt receipt) {
   const std::size_t size = event.payload.size();
   if (size == 0 || size > kMostEventBytes) {
-    refuse(event, size == 0 ? std::string("it cannot be written in bytes")
-                            : "it has " + std::to_string(size) + " bytes, more than " +
-                                  std::to_string(kMostEventBytes));
-    if (receipt) {
-      receipt(false);
-    }
+    refuse(event, size, receipt);
     return;
   }
   std::deque<Waiting> dropped;
@@ -155,19 +167,20 @@ void EventSender::accept(Event&& event, Receipt receipt) {
   }
 }
 
-void EventSender::refuse(const Event& event, const std::string& why) {
+void EventSender::refuse(const Event& event, std::size_t size, const Receipt& receipt) {
   ++counts_.dropped;
-  std::uint64_t count = 0;
-  {
-    const std::lock_guard lock(lock_);
-    count = badEvents_.add();
-  }
-  if (count > 0) {
+  if (const std::uint64_t count = badEvents_.add(); count > 0) {
+    const std::string why = size == 0 ? std::string("it cannot be written in bytes")
+                                      : "it has " + std::to_string(size) + " bytes, more than " +
+                                            std::to_string(kMostEventBytes);
     QOV_GUARD(guard, kit_);
     QOV_WARN(guard, log_id::kEventRefused,
              "Failed to take an event of module %u, operation %llu: %s; %llu so far", event.module,
              static_cast<unsigned long long>(event.opc), why.c_str(),
              static_cast<unsigned long long>(count));
+  }
+  if (receipt) {
+    receipt(false);
   }
 }
 
@@ -176,7 +189,7 @@ void EventSender::settled(std::uint64_t token, int reason) {
   {
     const std::lock_guard lock(lock_);
     settled_.push_back({token, reason});
-    areEnough = settled_.size() == kMostSettled;
+    areEnough = settled_.size() == 1 || settled_.size() == kMostSettled;
   }
   if (areEnough) {
     changed_.notify_one();
@@ -190,31 +203,37 @@ void EventSender::run() {
     stopping = work.stopping;
     settle(work.settled);
     const bool removes = taken_.size() >= kMostTaken || work.isIdle || stopping;
+    bool works = true;
     if (!work.events.empty() || (removes && !taken_.empty()) || !lastFailure_.empty()) {
-      store(std::move(work.events));
+      works = store(std::move(work.events));
     }
     if (!stopping) {
-      publishMore();
+      works = publishMore() && works;
     }
-    tellDropped();
+    if (works) {
+      recover();
+    }
+    tellDropped(stopping);
   }
+  tellLost();
 }
 
 /// Waits until there is some, or until what has failed can be tried again.
 EventSender::Work EventSender::takeWork() {
   const bool isFailing = !lastFailure_.empty();
   std::unique_lock lock(lock_);
+  // The first acknowledgement begins the wait for others.
+  const std::size_t enough = taken_.empty() ? 1 : kMostSettled;
   const auto hasWork = [&] {
-    return stopping_ || settled_.size() >= kMostSettled || (!waiting_.empty() && !isFailing);
+    return stopping_ || settled_.size() >= enough || (!waiting_.empty() && !isFailing);
   };
-  bool isIdle = false;
+  std::chrono::milliseconds longest = kBetweenDropRecords;
   if (isFailing || isRefused_ || (hasMore_ && inFlight_.size() < kMostInFlight)) {
-    isIdle = !changed_.wait_for(lock, kRetry, hasWork);
-  } else if (!taken_.empty() || !inFlight_.empty()) {
-    isIdle = !changed_.wait_for(lock, kIdle, hasWork);
-  } else {
-    changed_.wait(lock, hasWork);
+    longest = kRetry;
+  } else if (!taken_.empty()) {
+    longest = kIdle;
   }
+  const bool isIdle = !changed_.wait_for(lock, longest, hasWork);
   waitingBytes_ = 0;
   inHand_ = waiting_.size();
   return {std::exchange(waiting_, {}), std::exchange(settled_, {}), isIdle, stopping_};
@@ -239,7 +258,7 @@ void EventSender::settle(const std::vector<Settled>& settled) {
   }
 }
 
-void EventSender::store(std::deque<Waiting>&& events) {
+bool EventSender::store(std::deque<Waiting>&& events) {
   std::vector<Event> stored;
   stored.reserve(events.size());
   for (Waiting& one : events) {
@@ -258,6 +277,7 @@ void EventSender::store(std::deque<Waiting>&& events) {
     }
   }
   putBack(std::move(again));
+  return done;
 }
 
 bool EventSender::commit(const std::vector<Event>& events) {
@@ -273,20 +293,13 @@ bool EventSender::commit(const std::vector<Event>& events) {
   taken_.clear();
   hasMore_ = hasMore_ || !events.empty();
   counts_.stored += events.size();
-  if (!lastFailure_.empty()) {
-    lastFailure_.clear();
-    if (!toldFailure_.empty()) {
-      QOV_GUARD(guard, kit_);
-      QOV_INFO(guard, log_id::kOutboxGoesOn, "The outbox %s takes events again", file_.c_str());
-      toldFailure_.clear();
-    }
-  }
   return true;
 }
 
-/// What could not be stored is the oldest of what waits.
+/// What could not be stored is the oldest of what waits. The rest is done with.
 void EventSender::putBack(std::vector<Event>&& events) {
   const std::lock_guard lock(lock_);
+  inHand_ = 0;
   for (auto event = events.rbegin(); event != events.rend(); ++event) {
     waitingBytes_ += event->payload.size();
     waiting_.push_front({std::move(*event), {}});
@@ -308,9 +321,19 @@ void EventSender::fail(const DatabaseError& failure) {
   }
 }
 
-void EventSender::publishMore() {
+/// All that is to be done has been done without a failure.
+void EventSender::recover() {
+  lastFailure_.clear();
+  if (!toldFailure_.empty()) {
+    QOV_GUARD(guard, kit_);
+    QOV_INFO(guard, log_id::kOutboxGoesOn, "The outbox %s takes events again", file_.c_str());
+    toldFailure_.clear();
+  }
+}
+
+bool EventSender::publishMore() {
   if (outbox_ == nullptr) {
-    return;
+    return false;
   }
   if (!hasMore_ && inFlight_.empty() && !isRefused_) {
     backOff_.reset();
@@ -322,14 +345,16 @@ void EventSender::publishMore() {
       if (stored) {
         const std::uint64_t number = stored->number;
         if (!isUnderWay(number) && !publish(std::move(*stored))) {
-          return;
+          return true;
         }
         published_ = number;
         newest_ = std::max(newest_, number);
       }
     }
+    return true;
   } catch (const DatabaseError& failure) {
     fail(failure);
+    return false;
   }
 }
 
@@ -368,11 +393,11 @@ bool EventSender::publish(StoredEvent&& stored) {
   return true;
 }
 
-void EventSender::tellDropped() {
+void EventSender::tellDropped(bool isLast) {
   const std::uint64_t dropped = counts_.dropped;
   const bool isFirst = droppedTold_ == 0;
   if (dropped == droppedTold_ ||
-      (!isFirst && Clock::now() < droppedToldAt_ + kBetweenDropRecords)) {
+      (!isFirst && !isLast && Clock::now() < droppedToldAt_ + kBetweenDropRecords)) {
     return;
   }
   QOV_GUARD(guard, kit_);

@@ -28,7 +28,7 @@ namespace qov::mqtt {
 /// Brings events to the broker by way of the outbox, which it alone uses, on a thread of its own: a
 /// slow disk holds up nobody else.
 ///
-/// Thread: accept(), settled() and counts() from any thread; the rest from one.
+/// Thread: accept(), refuse(), settled() and counts() from any thread; the rest from one.
 /// Errors: the constructor throws CQOV_Exception. All else is logged: docs/mqtt.md.
 class EventSender {
  public:
@@ -62,6 +62,9 @@ class EventSender {
   /// Takes an event, whose payload is empty if it has none in the form that the settings want;
   /// never waits.
   void accept(Event&& event, Receipt receipt = {});
+  /// Counts and logs an event that cannot be taken: it has `size` bytes, too many, or 0 if it
+  /// cannot be written.
+  void refuse(const Event& event, std::size_t size, const Receipt& receipt);
   /// As Connection::Handlers::settled.
   void settled(std::uint64_t token, int reason);
 
@@ -90,19 +93,21 @@ class EventSender {
   void run();
   Work takeWork();
   void settle(const std::vector<Settled>& settled);
-  void store(std::deque<Waiting>&& events);
+  // These return false where the outbox has failed.
+  bool store(std::deque<Waiting>&& events);
   bool commit(const std::vector<Event>& events);
+  bool publishMore();
   void putBack(std::vector<Event>&& events);
-  void publishMore();
   /// True if it is time to go through the outbox again for what the broker has refused.
   bool startsAgain();
   /// Whether the broker is about to take it, or has it.
   bool isUnderWay(std::uint64_t number) const;
   bool publish(StoredEvent&& stored);
   void fail(const DatabaseError& failure);
-  void refuse(const Event& event, const std::string& why);
-  void tellDropped();
+  void recover();
+  void tellDropped(bool isLast);
   void tellHeldUp();
+  void tellLost();
 
   // Constant after start().
   const unsigned int kit_;
@@ -112,6 +117,7 @@ class EventSender {
   Publish publish_;
 
   Counts counts_;
+  Seldom badEvents_;
 
   std::mutex lock_;
   std::condition_variable changed_;
@@ -119,8 +125,7 @@ class EventSender {
   std::deque<Waiting> waiting_;
   std::size_t waitingBytes_ = 0;
   std::vector<Settled> settled_;
-  Seldom badEvents_;
-  std::size_t inHand_ = 0;  ///< of those that the thread has taken to store them
+  std::size_t inHand_ = 0;  ///< how many events the thread has taken and not stored so far
   bool stopping_ = false;
 
   // The thread's own.

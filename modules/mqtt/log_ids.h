@@ -22,6 +22,7 @@ enum : std::uint64_t {
   kEventsDropped = 66214,
   kEventRefused = 66215,
   kOutboxHoldsUp = 66216,
+  kEventsLost = 66217,
   kRequestUnanswerable = 66221,
   kAnswerLost = 66222,
   kRequestCounts = 66223,

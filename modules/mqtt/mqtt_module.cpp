@@ -6,6 +6,7 @@
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_utility.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <future>
@@ -41,13 +42,19 @@ class EventTask : public CQOV_CommonTask {
     event.module = head.smid_;
     event.opc = head.opc_;
     event.isText = form_ == EventForm::kJson;
-    event.payload = event.isText ? common::jsonOfMessage(message) : common::bytesOfMessage(message);
     EventSender::Receipt receipt;
     if (head.type_ == QOVMsgHead::kRequest) {
       receipt = [&answering = answering_, head](bool stored) {
         QOV_Answer(answering, head, nullptr, stored ? 0 : kNotStored);
       };
     }
+    // Of a large message JSON would take many times its bytes.
+    if (const std::size_t size = common::sizeOfMessage(message);
+        size > EventSender::kMostEventBytes) {
+      sender_.refuse(event, size, receipt);
+      return 0;
+    }
+    event.payload = event.isText ? common::jsonOfMessage(message) : common::bytesOfMessage(message);
     sender_.accept(std::move(event), std::move(receipt));
     return 0;
   }

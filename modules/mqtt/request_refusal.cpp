@@ -26,6 +26,10 @@ std::string RequestRefusal::json() const {
   return common::jsonLine(document);
 }
 
+bool isRefusal(const std::string& payload) {
+  return payload.rfind(R"({"error":)", 0) == 0;
+}
+
 RequestRefusal refusalOf(QOVReason reason, std::uint8_t result, std::uint8_t module) {
   const std::string name = "module " + std::to_string(module);
   switch (reason) {

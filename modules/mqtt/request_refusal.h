@@ -38,6 +38,9 @@ struct RequestRefusal {
   std::string json() const;
 };
 
+/// Whether that is the json() of one, and no message's.
+bool isRefusal(const std::string& payload);
+
 /// For the reason, not kNone, why `module` has not answered.
 RequestRefusal refusalOf(QOVReason reason, std::uint8_t result, std::uint8_t module);
 

@@ -91,11 +91,6 @@ std::size_t memoryOf(const CQOV_MsgPackage& message) {
   return common::sizeOfMessage(message) + memoryOfRecords(message) + inner;
 }
 
-/// Which of very many are logged.
-bool isLogged(std::uint64_t number) {
-  return (number & (number - 1)) == 0;
-}
-
 }  // namespace
 
 Requests::Requests(CQOV_Task& sender, const RequestSettings& settings, std::string responses,
@@ -122,16 +117,15 @@ void Requests::take(Incoming&& message) {
 }
 
 void Requests::tellTooLarge(Outgoing&& answer) {
-  const RequestRefusal refusal{RequestError::kBadAnswer,
-                               "the answer is larger than the broker takes in one message"};
-  std::string text = refusal.json();
-  if (answer.payload.size() <= text.size()) {
-    ++counts_.lost;  // That is what has been told.
+  if (isRefusal(answer.payload)) {
+    ++counts_.lost;
     return;
   }
+  const RequestRefusal refusal{RequestError::kBadAnswer,
+                               "the answer is larger than the broker takes in one message"};
   --counts_.answered;
   ++counts_.refused[static_cast<std::size_t>(refusal.error)];
-  answer.payload = std::move(text);
+  answer.payload = refusal.json();
   answer.contentType = kJson;
   answer.isText = true;
   publish(std::move(answer));
@@ -161,8 +155,8 @@ bool Requests::mayAnswerOn(const std::string& topic) const {
 }
 
 void Requests::tellUnanswerable(const Incoming& message) {
-  const std::uint64_t count = ++counts_.unanswerable;
-  if (isLogged(count)) {
+  ++counts_.unanswerable;
+  if (const std::uint64_t count = unanswerable_.add(); count > 0) {
     const unsigned int kit = sender_.taskMgr()->moduleId();
     QOV_GUARD(guard, kit);
     QOV_WARN(guard, log_id::kRequestUnanswerable,
@@ -282,8 +276,8 @@ void Requests::publish(Outgoing&& message) {
   if (publish_(std::move(message))) {
     return;
   }
-  const std::uint64_t count = ++counts_.lost;
-  if (isLogged(count)) {
+  ++counts_.lost;
+  if (const std::uint64_t count = lost_.add(); count > 0) {
     const unsigned int kit = sender_.taskMgr()->moduleId();
     QOV_GUARD(guard, kit);
     QOV_WARN(guard, log_id::kAnswerLost,

@@ -16,6 +16,7 @@
 
 #include "modules/mqtt/connection.h"
 #include "modules/mqtt/request_refusal.h"
+#include "modules/mqtt/seldom.h"
 #include "modules/mqtt/settings.h"
 
 namespace qov::mqtt {
@@ -41,7 +42,7 @@ class Requests {
     std::atomic<std::uint64_t> received{0};
     std::atomic<std::uint64_t> answered{0};      ///< by a module
     std::atomic<std::uint64_t> unanswerable{0};  ///< nobody may be told anything
-    std::atomic<std::uint64_t> lost{0};          ///< answers, for which there was no room
+    std::atomic<std::uint64_t> lost{0};          ///< answers that could not leave
     std::array<std::atomic<std::uint64_t>, kRequestErrors> refused{};  ///< by RequestError
   };
 
@@ -91,6 +92,8 @@ class Requests {
   std::atomic<std::size_t> pending_{0};
   std::atomic<std::size_t> pendingBytes_{0};
   Counts counts_;
+  Seldom unanswerable_;
+  Seldom lost_;
 };
 
 }  // namespace qov::mqtt

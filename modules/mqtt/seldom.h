@@ -3,11 +3,14 @@
 
 #include <chrono>
 #include <cstdint>
+#include <mutex>
 #include <optional>
 
 namespace qov::mqtt {
 
 /// Counts what may happen very often, and says when the log is to tell of it.
+///
+/// Thread: any.
 class Seldom {
  public:
   using Clock = std::chrono::steady_clock;
@@ -16,6 +19,7 @@ class Seldom {
 
   /// One more. How many there are so far if it is to be told, else 0.
   std::uint64_t add(Clock::time_point now = Clock::now()) {
+    const std::lock_guard lock(lock_);
     ++count_;
     if (toldAt_ && now < *toldAt_ + kSpan) {
       return 0;
@@ -25,6 +29,7 @@ class Seldom {
   }
 
  private:
+  std::mutex lock_;
   std::uint64_t count_ = 0;
   std::optional<Clock::time_point> toldAt_;
 };

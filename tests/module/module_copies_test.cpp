@@ -205,6 +205,23 @@ TEST_F(ModuleCopies, ThatFindNoRoomAreDroppedAndHoldNobodyUp) {
   EXPECT_TRUE(waitForEvent("beta got 50 with 1 records", told));
 }
 
+TEST_F(ModuleCopies, ThatAreNotTakenAreToldEachWithItsCause) {
+  loads({"taker", "alpha", "beta", "other_taker"});
+  {
+    const PutqHook hook([](const CQOV_TaskMgr& to, ACE_Message_Block*, const ACE_Time_Value*) {
+      if (to.moduleId() == kBeta) {
+        return std::optional<int>();
+      }
+      errno = to.moduleId() == kTaker ? EWOULDBLOCK : ESHUTDOWN;
+      return std::optional<int>(-1);
+    });
+    EXPECT_TRUE(tells(kAlpha, kBeta, 50));
+  }
+  const std::string before = " gets no copy of a message: SMID=3,OPC=50: ";
+  EXPECT_THAT(warnings(), ElementsAre("Module(1)" + before + "there is no room for more messages.",
+                                      "Module(200)" + before + "a module stops."));
+}
+
 /// The sizes of what a copy needs memory for.
 class ModuleCopiesWithoutMemory : public ModuleCopies,
                                   public ::testing::WithParamInterface<std::size_t> {};

@@ -128,6 +128,10 @@ void MqttBroker::freeze() const {
   ::kill(pid_, SIGSTOP);
 }
 
+void MqttBroker::goOn() const {
+  ::kill(pid_, SIGCONT);
+}
+
 void MqttBroker::saveSessions() const {
   ::kill(pid_, SIGUSR1);
   waitUntil([&] { return !readFile(file("mosquitto.db")).empty(); });

@@ -48,8 +48,9 @@ class MqttBroker {
   void start();
   /// The same with other lines.
   void startWith(const std::string& more);
-  /// It acknowledges nothing any more, and what it is sent dies with it.
+  /// It acknowledges nothing any more, and what it is sent dies with it if it does not go on.
   void freeze() const;
+  void goOn() const;
   /// Has it write its sessions to the file mosquitto.db of its directory, which a kill leaves as
   /// they are. With persistence there.
   void saveSessions() const;

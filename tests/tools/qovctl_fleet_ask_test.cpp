@@ -1,6 +1,14 @@
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
 #include <csignal>
 
 #include "modules/common/message_payload.h"
+#include "tests/support/spawn.h"
 #include "tests/tools/qovctl_fleet_test.h"
 
 namespace qov::test {
@@ -31,7 +39,27 @@ class QovctlFleetAsk : public QovctlFleet {
       this->agents().tell(agent, online());
     }
   }
+
+  std::vector<std::string> askFor(const std::string& agents) {
+    return {"fleet",     "ask", agents,  "20", "--opc", "1", "--broker", broker().address(),
+            "--timeout", "5",   "--json"};
+  }
+  /// Until a time-out that begins now is over: that of an agent that says nothing.
+  void outlastATimeout() {
+    BeforeProgram before;
+    before.writeTo(STDOUT_FILENO, "/dev/null");
+    before.writeTo(STDERR_FILENO, "/dev/null");
+    pid_t pid = spawn(QOVCTL, askFor("e/silent"), before);
+    EXPECT_EQ(waitForEndOf(pid).exitStatus, 7);
+  }
 };
+
+/// A change of its status stands before the agent's answer.
+std::vector<Answer> answerBehindAStatus(const Request& request) {
+  Answer status{online()};
+  status.topic = "qov/" + agentOf(request) + "/status";
+  return {status, {answerWith("fine")}};
+}
 
 TEST_F(QovctlFleetAsk, PrintsWhatOneAgentAnswers) {
   haveOnline({"edge-1/devagent", "edge-2/devagent"});
@@ -141,6 +169,66 @@ TEST_F(QovctlFleetAsk, TakesTheAnswerOfTheAgentThatItHasAsked) {
   EXPECT_THAT(asked.out, EndsWith("\n2 agents: 2 answered\n"));
 }
 
+TEST_F(QovctlFleetAsk, TakesAllThatHaveAnsweredWhileNobodyReadItsOutput) {
+  haveOnline({"e/a", "e/b", "e/c", "e/silent"});
+  agents().serve([](const Request& request) -> std::vector<Answer> {
+    const std::string agent = agentOf(request);
+    if (agent == "e/silent") {
+      return {};
+    }
+    if (agent == "e/a") {
+      CQOV_MsgPackage large;
+      large.head().type_ = QOVMsgHead::kResponse;
+      large.addRecord(7).addString(1, std::string(60000, 'x'));
+      large.addRecord(7).addString(1, std::string(60000, 'x'));
+      return {{common::jsonOfMessage(large)}};
+    }
+    return answerBehindAStatus(request);
+  });
+  const std::string pipe = workingDirectory() / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  writesTo(pipe);
+  start(askFor("e/?"));
+  const int room = ::fcntl(reader, F_GETPIPE_SZ);
+  EXPECT_TRUE(waitUntil([&] {
+    int bytes = 0;
+    return ::ioctl(reader, FIONREAD, &bytes) == 0 && bytes == room;
+  }));
+  outlastATimeout();
+  ::fcntl(reader, F_SETFL, 0);
+  std::string out;
+  std::array<char, 4096> part{};
+  for (ssize_t got = 0; (got = ::read(reader, part.data(), part.size())) > 0;) {
+    out.append(part.data(), static_cast<std::size_t>(got));
+  }
+  ::close(reader);
+  EXPECT_EQ(finish().status, 0);
+  EXPECT_THAT(out, HasSubstr(R"({"agent":"e/b",)"));
+  EXPECT_THAT(out, Not(HasSubstr("no answer")));
+}
+
+TEST_F(QovctlFleetAsk, TakesAllThatHaveAnsweredWhileItWasStopped) {
+  haveOnline({"e/a", "e/b", "e/silent"});
+  std::atomic<bool> isStopped{false};
+  agents().serve([&](const Request& request) -> std::vector<Answer> {
+    if (agentOf(request) == "e/silent") {
+      return {};
+    }
+    EXPECT_TRUE(waitUntil([&] { return isStopped.load(); }));
+    return answerBehindAStatus(request);
+  });
+  start(askFor("e/?"));
+  EXPECT_TRUE(waitUntil([&] { return !agents().requests().empty(); }));
+  send(SIGSTOP);
+  isStopped = true;
+  outlastATimeout();
+  send(SIGCONT);
+  const QovctlRun asked = finish();
+  EXPECT_EQ(asked.status, 0) << asked.err;
+  EXPECT_THAT(asked.out, Not(HasSubstr("no answer")));
+}
+
 TEST_F(QovctlFleetAsk, CutsLongAnswersOfSeveralAgents) {
   haveOnline({"e/a"});
   const std::string text = std::string(195, 'x') + "\u00e4\u00e4\u00e4\u00e4";
@@ -184,8 +272,9 @@ TEST_F(QovctlFleetAsk, SaysThatThereIsNoSuchAgent) {
   haveOnline({"e/a"});
   const QovctlRun asked = fleet("ask", {"e/b", "20", "--opc", "1"});
   EXPECT_EQ(asked.status, 3);
-  EXPECT_EQ(asked.err, "qovctl: no agent of " + broker().address() + " is e/b\n");
+  EXPECT_EQ(asked.err, "qovctl: no agent e/b is known to the broker " + broker().address() + "\n");
   EXPECT_EQ(asked.out, "");
+  EXPECT_EQ(fleet("ask", {"f/*", "20", "--opc", "1"}).status, 3);
 }
 
 }  // namespace

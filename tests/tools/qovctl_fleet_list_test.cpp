@@ -56,7 +56,22 @@ TEST_F(QovctlFleetList, ShowsTheAgentsThatThePatternNames) {
   EXPECT_THAT(some, HasSubstr("edge-2/a  "));
   EXPECT_THAT(some, Not(HasSubstr("edge-2/b")));
   EXPECT_THAT(some, Not(HasSubstr("core/a")));
-  EXPECT_EQ(fleet("list", {"nobody/*"}).out, "agent  state  since  version  modules\n");
+  const QovctlRun none = fleet("list", {"nobody/*"});
+  EXPECT_EQ(none.status, 0);
+  EXPECT_EQ(none.out, "agent  state  since  version  modules\n");
+}
+
+TEST_F(QovctlFleetList, SaysThatThereIsNoSuchAgent) {
+  startBroker();
+  agents().tell("edge-1/a", online());
+  for (const std::vector<std::string>& options :
+       std::vector<std::vector<std::string>>{{"edge-2/a"}, {"edge-2/a", "--json"}}) {
+    const QovctlRun listed = fleet("list", options);
+    EXPECT_EQ(listed.status, 3);
+    EXPECT_EQ(listed.err,
+              "qovctl: no agent edge-2/a is known to the broker " + broker().address() + "\n");
+    EXPECT_EQ(listed.out, "");
+  }
 }
 
 TEST_F(QovctlFleetList, KnowsMoreAgentsThanABrokerQueuesForAClient) {
@@ -149,7 +164,7 @@ TEST_F(QovctlFleetList, EndsQuietlyWhenNobodyReadsIt) {
 TEST_F(QovctlFleetList, TakesTheBrokerOfTheEnvironment) {
   startBroker();
   sets({"QOVCTL_BROKER=" + broker().address()});
-  const QovctlRun listed = run({"fleet", "list", "nobody/none"});
+  const QovctlRun listed = run({"fleet", "list", "nobody/*"});
   EXPECT_EQ(listed.status, 0) << listed.err;
   sets({"QOVCTL_BROKER=host:0"});
   EXPECT_EQ(run({"fleet", "list"}).err,

@@ -15,7 +15,8 @@ Exit status:
   0  done
   1  a file, the output or memory failed
   2  the command line is not understood; of check: there are problems
-  3  no connection to the endpoint, agent or broker, or it was lost before the reply was there
+  3  no connection to the endpoint, agent or broker, or it was lost before the reply was there;
+     the broker does not know the agents
   4  no reply in time
   5  the endpoint refused the request (RET, which is printed) or ended a walk with a status; the
      agent or broker refused it

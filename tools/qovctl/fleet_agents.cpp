@@ -129,7 +129,8 @@ std::map<std::string, AgentStatus> knownAgents(Broker& broker, const FleetOption
   // Of messages that it has to see acknowledged a broker keeps a thousand for a client, and drops
   // the rest; others it just writes.
   constexpr int kAtMostOnce = 0;
-  broker.subscribe(filterFor(options.agents, "status"), kAtMostOnce);
+  const std::string filter = filterFor(options.agents, "status");
+  broker.subscribe(filter, kAtMostOnce);
   const bool isOne = !hasWildcards(options.agents);
   const auto quiet =
       std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.quiet));
@@ -145,7 +146,13 @@ std::map<std::string, AgentStatus> knownAgents(Broker& broker, const FleetOption
       }
     }
   }
+  broker.unsubscribe(filter);
   return std::move(documents.agents());
+}
+
+Failure unknownAgents(const FleetOptions& options) {
+  return {kNoConnection,
+          "no agent " + options.agents + " is known to the broker " + options.broker.address};
 }
 
 std::string startOf(const std::string& text, std::size_t most) {

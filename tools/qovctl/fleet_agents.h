@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/qovctl/failure.h"
 #include "tools/qovctl/fleet_broker.h"
 #include "tools/qovctl/fleet_options.h"
 
@@ -44,6 +45,8 @@ AgentStatus agentStatusOf(std::string_view document);
 /// The agents that options.agents names and the broker knows, by their names. Of one that is named
 /// in full no more than its document is waited for.
 std::map<std::string, AgentStatus> knownAgents(Broker& broker, const FleetOptions& options);
+/// What to say when there are none.
+Failure unknownAgents(const FleetOptions& options);
 
 // For tables, in which one long value would widen all lines.
 

@@ -38,13 +38,10 @@ class Asking {
       for (; next != agents.end() && asked_.size() < kAtOnce; ++next) {
         publishTo(*next);
       }
-      broker_.wait(asked_.front().end);
-      const bool hasTaken = takeAnswer();
+      wait();
+      takeAnswer();
       takeRefusals();
-      // While this program waited for whoever reads it, answers have come in time.
-      if (!hasTaken) {
-        giveUp();
-      }
+      giveUp();
     }
   }
 
@@ -55,7 +52,7 @@ class Asking {
     std::string correlation;
     int id;
     Clock::time_point start;
-    Clock::time_point end;
+    Clock::duration end;  ///< of waited_
   };
 
   void publishTo(const std::string& agent) {
@@ -65,19 +62,26 @@ class Asking {
                                     "qov/" + agent + responseTopic_, correlation, timeout_});
     asked_.push_back(
         {agent, correlation, id, start,
-         start + kLonger +
+         waited_ + kLonger +
              std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(timeout_))});
   }
 
-  /// False if there was none.
-  bool takeAnswer() {
+  /// Time that this program does not wait for the broker does not count: it may stand still, as
+  /// nobody reads its output or as it is stopped, and answers come meanwhile.
+  void wait() {
+    const auto before = Clock::now();
+    broker_.wait(before + asked_.front().end - waited_);
+    waited_ += std::min<Clock::duration>(Clock::now() - before, Broker::kLongestWait);
+  }
+
+  void takeAnswer() {
     const auto delivery = broker_.take();
     const auto topic = delivery ? agentTopicOf(delivery->topic) : std::nullopt;
     const auto found = std::find_if(asked_.begin(), asked_.end(), [&](const Asked& each) {
       return topic && each.agent == topic->agent && each.correlation == delivery->correlation;
     });
     if (found == asked_.end()) {
-      return false;
+      return;
     }
     Outcome outcome = outcomeOf(*delivery);
     outcome.agent = found->agent;
@@ -85,7 +89,6 @@ class Asking {
         std::chrono::duration<double, std::milli>(delivery->time - found->start).count();
     asked_.erase(found);
     answers_.add(outcome);
-    return true;
   }
 
   static Outcome outcomeOf(const Delivery& delivery) {
@@ -131,7 +134,7 @@ class Asking {
 
   /// They are in the order of their time-outs.
   void giveUp() {
-    while (!asked_.empty() && asked_.front().end <= Clock::now()) {
+    while (!asked_.empty() && asked_.front().end <= waited_) {
       answers_.add({asked_.front().agent, Outcome::kNoAnswer, -1, "", Json::Value()});
       asked_.pop_front();
     }
@@ -144,6 +147,7 @@ class Asking {
   const std::string request_;
   Answers& answers_;
   std::list<Asked> asked_;
+  Clock::duration waited_{0};  ///< for the broker
   std::uint64_t last_ = 0;
 };
 
@@ -153,7 +157,7 @@ void askFleet(const FleetOptions& options, std::uint8_t module, const CQOV_MsgPa
   Broker broker(options.broker);
   const auto agents = knownAgents(broker, options);
   if (agents.empty()) {
-    throw Failure(kNoConnection, "no agent of " + options.broker.address + " is " + options.agents);
+    throw unknownAgents(options);
   }
   Answers answers(options.json, hasWildcards(options.agents));
   std::vector<std::string> online;

@@ -234,6 +234,12 @@ void Broker::subscribe(const std::string& filter, int qos) {
   }
 }
 
+void Broker::unsubscribe(const std::string& filter) {
+  const NoPipeSignal quiet;
+  checkSent(mosquitto_unsubscribe(client_.get(), nullptr, filter.c_str()),
+            "end of the subscription to " + filter);
+}
+
 int Broker::publish(const Question& question) {
   PropertyList properties;
   properties.addText(MQTT_PROP_CONTENT_TYPE, "application/json");
@@ -260,13 +266,12 @@ void Broker::wait(Clock::time_point time) {
 
 /// Lets the library work until something has come, or it is `time`.
 void Broker::loop(Clock::time_point time) {
-  // The library keeps the connection alive in between.
-  constexpr std::chrono::milliseconds kLongest{1000};
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(
       std::max(time - Clock::now(), Clock::duration::zero()));
   const NoPipeSignal quiet;
-  const int result =
-      mosquitto_loop(client_.get(), static_cast<int>(std::min(left, kLongest).count()), 1);
+  // The library keeps the connection alive in between.
+  const auto longest = std::min<std::chrono::milliseconds>(left, kLongestWait);
+  const int result = mosquitto_loop(client_.get(), static_cast<int>(longest.count()), 1);
   if (result == MOSQ_ERR_NOMEM) {
     throw std::bad_alloc();
   }

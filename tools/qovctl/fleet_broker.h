@@ -63,6 +63,8 @@ class Broker {
 
   /// Waits until the broker has taken the subscription.
   void subscribe(const std::string& filter, int qos);
+  /// Deliveries of it may still come.
+  void unsubscribe(const std::string& filter);
 
   /// The question's number.
   int publish(const Question& question);
@@ -70,7 +72,8 @@ class Broker {
   /// each once.
   std::vector<std::pair<int, std::string>> takeRefused() { return std::exchange(refused_, {}); }
 
-  /// Waits until something has come, `time` at the latest.
+  static constexpr std::chrono::seconds kLongestWait{1};
+  /// Waits until something has come, `time` at the latest, and no longer than kLongestWait.
   void wait(Clock::time_point time);
   /// The next delivery that has come; nothing if there is none.
   std::optional<Delivery> take();

@@ -24,7 +24,7 @@ Environment:
 
 constexpr const char* kListText = R"(
 An agent that ended, orderly or not, is offline since the time that is shown. --json prints a line
-with an object for each.
+with an object for each. The status is 3 when AGENTS is one agent and the broker does not know it.
 For example:
   qovctl fleet list --broker mqtt.example.com --cafile ca.crt
   qovctl fleet list 'edge-*/devagent')";
@@ -39,7 +39,8 @@ constexpr const char* kAskText = R"(
 Each agent's module gets the same request. What may be asked the agent's configuration says.
 --command begins a record, and --cell adds to the record before it, as "qovctl send --help" has it.
 Up to 100 agents are asked at the same time. --json prints a line with an object for each, as they
-answer. The status is 0 when all have answered, and otherwise 7.
+answer. The status is 0 when all have answered, 3 when the broker knows none of them, and otherwise
+7.
 For example:
   qovctl fleet ask edge-1/devagent 20 --opc 4096
   qovctl fleet ask '*/*' 20 --opc 4097 --command 1 --cell 1:String:eth0)";

@@ -60,6 +60,9 @@ Json::Value agentJson(const std::string& agent, const AgentStatus& status) {
 void listFleet(const FleetOptions& options) {
   Broker broker(options.broker);
   const auto agents = knownAgents(broker, options);
+  if (agents.empty() && !hasWildcards(options.agents)) {
+    throw unknownAgents(options);
+  }
   if (options.json) {
     for (const auto& [agent, status] : agents) {
       print(common::jsonLine(agentJson(agent, status)) + "\n");

@@ -7,12 +7,15 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <future>
 #include <iterator>
 #include <memory>
 #include <mutex>
 #include <regex>
+#include <thread>
 
 #include "modules/mqtt/settings.h"
+#include "tests/modules/mqtt/no_new_clients.h"
 #include "tests/modules/mqtt/scripted_broker.h"
 #include "tests/modules/mqtt/watcher.h"
 #include "tests/support/process_end.h"
@@ -45,9 +48,13 @@ class MqttConnection : public ::testing::Test {
       const std::lock_guard lock(mutex);
       reasons.push_back(reason < Connection::kFirstRefusal ? 0 : reason);
     };
-    const auto document = [] { return std::string("{}"); };
+    const auto online = [] { return std::string("{}"); };
+    const auto offline = [this] {
+      ++offlineAsked;
+      return std::string("{}");
+    };
     connection = std::make_unique<Connection>(
-        settings, "client", mqtt::Presence{"qov/7/status", document, document}, handlers, filters);
+        settings, "client", mqtt::Presence{"qov/7/status", online, offline}, handlers, filters);
   }
   void startAt(const MqttBroker& broker) {
     connectTo(broker.port());
@@ -65,6 +72,11 @@ class MqttConnection : public ::testing::Test {
     message.properties = {{"number", "1"}, {"outbox", "abc"}};
     message.number = 1;
     return message;
+  }
+  static Outgoing answerOf(const std::string& payload) {
+    Outgoing answer = messageOf(payload);
+    answer.atMostOnce = true;
+    return answer;
   }
   void publish(const std::string& payload) { ASSERT_TRUE(connection->publish(messageOf(payload))); }
   std::vector<int> settled() {
@@ -86,6 +98,7 @@ class MqttConnection : public ::testing::Test {
   Connection::Handlers handlers;
   std::vector<std::string> filters;
   std::atomic<int> received{0};
+  std::atomic<int> offlineAsked{0};
   std::mutex mutex;
   std::vector<int> reasons;
   std::string handedBack;
@@ -111,9 +124,7 @@ TEST_F(MqttConnection, HandsBackAnAnswerThatIsLargerThanTheBrokerTakes) {
     handedBack = answer.payload;
   };
   startAt(broker);
-  Outgoing answer = messageOf(std::string(400, 'a'));
-  answer.atMostOnce = true;
-  ASSERT_TRUE(connection->publish(std::move(answer)));
+  ASSERT_TRUE(connection->publish(answerOf(std::string(400, 'a'))));
   EXPECT_TRUE(waitUntil([&] {
     const std::lock_guard lock(mutex);
     return handedBack == std::string(400, 'a');
@@ -234,6 +245,8 @@ TEST_F(MqttConnection, EndsAConnectionWithAnAnswerToNoSubscription) {
   constexpr unsigned char kSubscribe = 0x82;
   constexpr unsigned char kSuback = 0x90;
   filters = {"qov/7/request/+"};
+  // Not as the broker is silent.
+  settings.keepAlive = std::chrono::hours(1);
   ScriptedBroker broker;
   connectTo(broker.port());
   broker.takeClient();
@@ -245,21 +258,96 @@ TEST_F(MqttConnection, EndsAConnectionWithAnAnswerToNoSubscription) {
 }
 
 TEST_F(MqttConnection, PublishesTheAnswersThatWaitAtItsEnd) {
-  // More than the sockets hold.
-  constexpr std::size_t kCount = 60;
+  constexpr std::size_t kMoreThanTheSocketsHold = 6000000;
+  constexpr std::size_t kCount = 10;
   const MqttBroker broker("log_type all\n");
   startAt(broker);
-  for (std::size_t i = 0; i < kCount; ++i) {
-    Outgoing answer = messageOf(std::string(200000, 'a'));
-    answer.atMostOnce = true;
-    ASSERT_TRUE(connection->publish(std::move(answer)));
+  broker.freeze();
+  ASSERT_TRUE(connection->publish(answerOf(std::string(kMoreThanTheSocketsHold, 'a'))));
+  for (std::size_t i = 1; i < kCount; ++i) {
+    ASSERT_TRUE(connection->publish(answerOf("b")));
   }
-  connection.reset();
+  const int askedBefore = offlineAsked;
+  std::thread ending([this] { connection.reset(); });
+  EXPECT_TRUE(waitUntil([&] { return offlineAsked > askedBefore; }));
+  broker.goOn();
+  ending.join();
   EXPECT_TRUE(waitUntil([&] {
     const std::regex answer("Received PUBLISH from client \\(d0, q0");
     const std::string log = broker.log();
     return std::distance(std::sregex_iterator(log.begin(), log.end(), answer), {}) == kCount;
   })) << broker.log();
+}
+
+TEST_F(MqttConnection, KeepsRoomForAnswersBesideAllOtherMessagesThatWait) {
+  const ScriptedBroker silent;
+  connectTo(silent.port());
+  for (std::size_t i = 0; i < Connection::kMostPending; ++i) {
+    publish("a");
+  }
+  EXPECT_FALSE(connection->publish(messageOf("a")));
+  for (std::size_t i = 0; i < Connection::kMostPending; ++i) {
+    ASSERT_TRUE(connection->publish(answerOf("b"))) << i;
+  }
+  EXPECT_FALSE(connection->publish(answerOf("b")));
+}
+
+TEST_F(MqttConnection, HoldsNoMoreBytesOfAnswersThanItSays) {
+  const ScriptedBroker silent;
+  connectTo(silent.port());
+  EXPECT_TRUE(connection->publish(answerOf(std::string(Connection::kMostPendingBytes, 'a'))));
+  EXPECT_FALSE(connection->publish(answerOf("b")));
+  EXPECT_TRUE(connection->publish(messageOf("c")));
+}
+
+TEST_F(MqttConnection, TakesNoMoreRequestsOverTlsThanTheirAnswersHaveRoom) {
+  constexpr int kRequests = 2000;
+  const MqttBroker certificates(MqttBroker::Security::kTls);
+  settings.tls = true;
+  settings.caFile = certificates.file("ca.crt");
+  std::promise<Connection*> made;
+  handlers.received = [this, connected = made.get_future().share()](mqtt::Incoming&&) {
+    static_cast<void>(connected.get()->publish(answerOf("a")));
+    ++received;
+  };
+  ScriptedBroker broker(certificates.file("broker.crt"), certificates.file("broker.key"));
+  connectTo(broker.port());
+  made.set_value(connection.get());
+  broker.takeClient();
+  std::string all = connack();
+  for (int i = 0; i < kRequests; ++i) {
+    all += publishOf();
+  }
+  broker.send(all);
+  EXPECT_TRUE(waitUntil([&] { return received == kRequests; })) << received;
+  EXPECT_EQ(connection->counts().noRoom, 0U);
+  broker.hangUp();
+}
+
+TEST_F(MqttConnection, TellsOnceOfEachOfTwoAddressesThatFailInTurn) {
+  settings.host = "two.test";
+  StderrCapture log;
+  ScriptedBroker broker;
+  connectTo(broker.port());
+  for (int i = 0; i < 3; ++i) {
+    broker.takeClient();
+    broker.hangUp();
+  }
+  EXPECT_TRUE(log.waitFor("Failed to connect to the broker two.test"));
+  EXPECT_EQ(log.count("Failed to connect"), 2);
+}
+
+TEST_F(MqttConnection, GoesOnWhenThereWasNoMemoryForAConnection) {
+  StderrCapture log;
+  MqttBroker broker;
+  startAt(broker);
+  {
+    const NoNewClients noMemory;
+    broker.stop(SIGKILL);
+    EXPECT_TRUE(log.waitFor("Failed to connect to the broker"));
+  }
+  broker.start();
+  EXPECT_TRUE(waitUntil([&] { return connection->counts().connections == 2; }));
 }
 
 TEST_F(MqttConnection, LooksForTheBrokerAtTheHostsOtherKindOfAddress) {

@@ -313,6 +313,70 @@ TEST_F(MqttEventSender, SaysAtTheEndWhatADiskThatHangsHasNotStored) {
   EXPECT_EQ(sender->counts().stored, 2U);
 }
 
+TEST_F(MqttEventSender, CountsNoneThatIsStoredAsNotStoredAtTheEnd) {
+  StderrCapture log;
+  std::atomic<bool> isHeldUp{false};
+  std::atomic<bool> goesOn{false};
+  sender->start([&](Outgoing&&) {
+    isHeldUp = true;
+    return waitUntil([&] { return goesOn.load(); });
+  });
+  accept("a");
+  EXPECT_TRUE(waitUntil([&] { return isHeldUp.load(); }));
+  std::thread stopping([this] { sender->stop(); });
+  EXPECT_TRUE(log.waitFor("holds up the stop"));
+  EXPECT_EQ(log.count("and 0 events are not stored"), 1);
+  goesOn = true;
+  stopping.join();
+}
+
+TEST_F(MqttEventSender, SaysAtTheEndWhatAFullDiskHasLost) {
+  StderrCapture log;
+  start();
+  const SmallFiles full;
+  accept(std::string(200000, 'a'));
+  accept("b");
+  EXPECT_TRUE(log.waitFor("Failed to use the outbox"));
+  sender->stop();
+  EXPECT_EQ(log.count("2 events are lost at the stop: the outbox " + settings.outbox +
+                      " could not be used: "),
+            1);
+  EXPECT_EQ(sender->counts().dropped, 2U);
+}
+
+TEST_F(MqttEventSender, SaysAtTheEndHowManyItHasDropped) {
+  StderrCapture log;
+  start();
+  accept("");
+  accept("a");
+  EXPECT_TRUE(log.waitFor("Events are dropped, 1 since the start"));
+  accept("");
+  sender->stop();
+  EXPECT_EQ(log.count("Events are dropped, 2 since the start"), 1);
+}
+
+TEST_F(MqttEventSender, GoesOnOnlyWhenItCanReadItsOutboxAgain) {
+  constexpr std::size_t kMoreThanSqliteKeeps = 4;
+  StderrCapture log;
+  setRoom(false);
+  start();
+  for (std::size_t i = 0; i < kMoreThanSqliteKeeps; ++i) {
+    accept(std::string(EventSender::kMostEventBytes, 'a'));
+  }
+  ASSERT_TRUE(waitUntil([&] { return sender->counts().stored == kMoreThanSqliteKeeps; }));
+  make();
+  setRoom(true);
+  {
+    const UnreadableDisk unreadable;
+    start();
+    EXPECT_TRUE(UnreadableDisk::isTried(3));
+    EXPECT_EQ(log.count("Failed to use the outbox"), 1);
+    EXPECT_EQ(log.count("takes events again"), 0);
+  }
+  EXPECT_TRUE(publishes(kMoreThanSqliteKeeps));
+  EXPECT_TRUE(log.waitFor("takes events again"));
+}
+
 TEST_F(MqttEventSender, SetsADamagedOutboxAside) {
   sender.reset();
   writeFile(settings.outbox, std::string(5000, 'x'));

@@ -1,6 +1,7 @@
 // A module, id 40, that sends events to the module 251 until there are as many as the file "wanted"
 // says, and the same again after a restart. Each is a request: when it is answered the event is
 // stored, and the file "stored" gets a line. Each request is followed by a notice, operation 4098.
+// With a file "large" it begins with a notice, operation 4099, of 1.2 MB.
 #include <fcntl.h>
 #include <qovpub/qov_module.h>
 #include <qovpub/qov_request.h>
@@ -23,6 +24,7 @@ constexpr int kId = 40;
 constexpr std::uint8_t kMqtt = 251;
 constexpr std::uint64_t kStored = 4097;
 constexpr std::uint64_t kNotice = 4098;
+constexpr std::uint64_t kLarge = 4099;
 constexpr std::uint64_t kCommand = 1;
 constexpr int kSerial = 1;
 
@@ -45,6 +47,13 @@ class Events : public CQOV_TaskMgr {
 
  private:
   void sendAll() {
+    if (std::ifstream(qov::test::agentFile("large")).good()) {
+      QOVRequest notice(telling_, kMqtt, kLarge);
+      for (int i = 0; i < 20; ++i) {
+        notice.addRecord(kCommand).addString(kSerial, std::string(60000, '\n'));
+      }
+      static_cast<void>(notice.tell());
+    }
     std::ifstream before(qov::test::agentFile("stored"));
     auto sent =
         static_cast<std::uint32_t>(std::count(std::istreambuf_iterator<char>(before), {}, '\n'));

@@ -5,6 +5,7 @@
 #include <map>
 #include <set>
 
+#include "modules/common/message_payload.h"
 #include "tests/modules/mqtt/mqtt_fixture.h"
 
 namespace qov::test {
@@ -135,6 +136,19 @@ TEST_F(MqttEvents, AFullOutboxDropsTheOldestAndSaysSo) {
   ASSERT_TRUE(watcher.waitFor("event/40/4098"));
   EXPECT_TRUE(waitUntil([&] { return serials(watcher).count(kCount) == 1; }));
   EXPECT_EQ(serials(watcher).count(1), 0U);
+}
+
+TEST_F(MqttEvents, OneThatIsTooLargeIsRefusedByTheSizeOfItsBytes) {
+  CQOV_MsgPackage large;
+  for (int i = 0; i < 20; ++i) {
+    large.addRecord(1).addString(1, std::string(60000, '\n'));
+  }
+  writeFile(agent.root().path() / "large", "");
+  startsWith({"events"});
+  EXPECT_TRUE(agent.waitForLog("module 40, operation 4099: it has " +
+                               std::to_string(common::sizeOfMessage(large)) +
+                               " bytes, more than 1048576; 1 so far"))
+      << agent.log();
 }
 
 TEST_F(MqttEvents, ADamagedOutboxIsSetAside) {

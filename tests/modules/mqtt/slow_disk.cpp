@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 
 #include "tests/support/process_end.h"
 
@@ -11,6 +12,8 @@ namespace {
 
 std::atomic<bool> isSlow{false};
 std::atomic<int> waiting{0};
+std::atomic<bool> isUnreadable{false};
+std::atomic<int> refused{0};
 
 using Sync = int (*)(int);
 
@@ -35,6 +38,16 @@ extern "C" int fdatasync(int descriptor) {
   return syncWith(next, descriptor);
 }
 
+extern "C" ssize_t pread64(int descriptor, void* to, size_t count, off64_t from) {
+  static const auto next = reinterpret_cast<decltype(&pread64)>(::dlsym(RTLD_NEXT, "pread64"));
+  if (isUnreadable) {
+    ++refused;
+    errno = ENODEV;  // EIO would be a damaged database
+    return -1;
+  }
+  return next(descriptor, to, count, from);
+}
+
 namespace qov::test {
 
 SlowDisk::SlowDisk() {
@@ -46,6 +59,18 @@ SlowDisk::~SlowDisk() {
 
 bool SlowDisk::isWaitedFor() {
   return waitUntil([] { return waiting > 0; });
+}
+
+UnreadableDisk::UnreadableDisk() {
+  refused = 0;
+  isUnreadable = true;
+}
+UnreadableDisk::~UnreadableDisk() {
+  isUnreadable = false;
+}
+
+bool UnreadableDisk::isTried(int times) {
+  return waitUntil([=] { return refused >= times; });
 }
 
 }  // namespace qov::test

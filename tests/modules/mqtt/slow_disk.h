@@ -15,6 +15,18 @@ class SlowDisk {
   static bool isWaitedFor();
 };
 
+/// While it lives, nothing of a database can be read from the disk. One at a time.
+class UnreadableDisk {
+ public:
+  UnreadableDisk();
+  ~UnreadableDisk();
+  UnreadableDisk(const UnreadableDisk&) = delete;
+  UnreadableDisk& operator=(const UnreadableDisk&) = delete;
+
+  /// Until so many times somebody has tried.
+  static bool isTried(int times);
+};
+
 }  // namespace qov::test
 
 #endif
