@@ -25,13 +25,10 @@ bool isInteger(const Json::Value& json) {
 }
 
 std::string textOfJsonCpp(const Json::Value& json) {
-  static const Json::StreamWriterBuilder writer = [] {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    builder["emitUTF8"] = true;
-    return builder;
-  }();
-  return Json::writeString(writer, json);
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["emitUTF8"] = true;
+  return Json::writeString(builder, json);
 }
 
 /// JsonCpp escapes only those below the blank. The others stand nowhere but in strings.

@@ -21,23 +21,17 @@ namespace {
 constexpr int kDeepest = 16;
 
 std::string lineOf(const Json::Value& document) {
-  static const Json::StreamWriterBuilder writer = [] {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return builder;
-  }();
+  Json::StreamWriterBuilder writer;
+  writer["indentation"] = "";
   return Json::writeString(writer, document) + "\n";
 }
 
 /// Null for what is no JSON.
 Json::Value parse(std::string_view text) {
-  static const Json::CharReaderBuilder strict = [] {
-    Json::CharReaderBuilder builder;
-    Json::CharReaderBuilder::strictMode(&builder.settings_);
-    builder["stackLimit"] = kDeepest;
-    return builder;
-  }();
-  const std::unique_ptr<Json::CharReader> reader(strict.newCharReader());
+  Json::CharReaderBuilder builder;
+  Json::CharReaderBuilder::strictMode(&builder.settings_);
+  builder["stackLimit"] = kDeepest;
+  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
   Json::Value parsed;
   try {
     const bool good = reader->parse(text.data(), text.data() + text.size(), &parsed, nullptr);
