@@ -5,8 +5,6 @@
 #include <numeric>
 #include <string>
 
-#include "tests/support/sanitizers.h"
-
 namespace qov::endure {
 namespace {
 
@@ -53,7 +51,7 @@ void Flatness::add(std::int64_t resident, std::int64_t heap) {
 
 void Flatness::judge() {
   constexpr std::size_t kFewest = 16;
-  if (QOV_TEST_ASAN != 0 || QOV_TEST_TSAN != 0 || heaps_.size() < kFewest) {
+  if (!memoryIsMeasured() || heaps_.size() < kFewest) {
     campaign_.notWatched("memory, of fewer than 16 rests or with a sanitizer");
     return;
   }

@@ -5,8 +5,14 @@
 #include <vector>
 
 #include "endure/campaign.h"
+#include "tests/support/sanitizers.h"
 
 namespace qov::endure {
+
+/// Whether figures of memory tell something: a sanitizer keeps what was freed.
+constexpr bool memoryIsMeasured() {
+  return QOV_TEST_ASAN == 0 && QOV_TEST_TSAN == 0;
+}
 
 /// The memory of a process each time that it is at rest: it is to stay flat over the last half of a
 /// campaign.
