@@ -79,6 +79,7 @@ class LinkLane {
     bool asks;            ///< it has the request
     unsigned long count;  ///< of its records
     std::chrono::milliseconds time;
+    std::chrono::nanoseconds keptWaiting;  ///< of that, for a processor
   };
 
   void meet(const FaultKind& kind);

@@ -247,7 +247,8 @@ TEST_F(OutOfMemory, OfAReloadIsToldInTheLogAsItWas) {
 TEST_F(OutOfMemory, OfAReloadIsToldWhereACEGivesNothing) {
   ProcessRoot::configure(
       "SendTerminal=0\nChkInterval=600\nLogFileMaxSize=1\nLogFileMaxCnt=1\nLogLevel=2\n");
-  strategy_.initLogStrategy(settings("x.log"));
+  // It makes the kit of such records, once for the process.
+  strategy_.reloadLogStrategy(nullptr, directory_.file("x.log").c_str());
   {
     const auto none = FailingAllocations::ofObjectsThatGiveNull(sizeof(ACE_Ini_ImpExp));
     EXPECT_EQ(strategy_.reloadLogStrategy(nullptr, directory_.file("next.log").c_str()), -1);
