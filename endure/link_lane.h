@@ -35,6 +35,7 @@ struct LinkFigures {
   Figure& failed;
   Figure& bad;
   Figure& slow;        ///< without a fault, but beyond the short time-out: the machine's business
+  Figure& missed;      ///< the same, though the answer was sent in time
   Figure& longest_ms;  ///< of one exchange
   Figure& rarest;      ///< how often the kind was met that was met the least
   std::array<Figure, kFaultKinds.size()> of_kind{};
@@ -79,7 +80,6 @@ class LinkLane {
     bool asks;            ///< it has the request
     unsigned long count;  ///< of its records
     std::chrono::milliseconds time;
-    std::chrono::nanoseconds keptWaiting;  ///< of that, for a processor
   };
 
   void meet(const FaultKind& kind);
@@ -90,7 +90,7 @@ class LinkLane {
   void followAway();
 
   Outcome exchange();
-  bool isSlow(const Outcome& outcome) const;
+  bool isSlow(const Outcome& outcome);
   bool holdsWhatIsDocumented(const Outcome& outcome) const;
   void expectAnswer();
   void expectFailure();
