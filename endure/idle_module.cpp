@@ -42,17 +42,17 @@ class IdleWorker : public QOVHandlers<IdleWorker> {
   int answer(CQOV_MsgPackage&, CQOV_MsgPackage&) { return 0; }
 };
 
-class HourlyTask : public QOVPeriodicTask {
+class DailyTask : public QOVPeriodicTask {
  public:
-  explicit HourlyTask(CQOV_TaskMgr* module) : QOVPeriodicTask(module) {
-    every(std::chrono::hours(1));
+  explicit DailyTask(CQOV_TaskMgr* module) : QOVPeriodicTask(module) {
+    every(std::chrono::hours(24));  // longer than any campaign
   }
   void tick() override {}
 };
 
 class IdleModule : public CQOV_TaskMgr {
  public:
-  IdleModule() : CQOV_TaskMgr(ownId(), kWorkers, nullptr), hourly_(this), beginning_(this) {
+  IdleModule() : CQOV_TaskMgr(ownId(), kWorkers, nullptr), daily_(this), beginning_(this) {
     handlerLimit(std::chrono::seconds(1));
   }
 
@@ -60,11 +60,11 @@ class IdleModule : public CQOV_TaskMgr {
 
   bool initEnv() override {
     QOVRequest begin(beginning_, static_cast<std::uint8_t>(moduleId()), kBegin);
-    return insertStaticScheduledTask(&hourly_) == 0 && begin.tell() == QOVReason::kNone;
+    return insertStaticScheduledTask(&daily_) == 0 && begin.tell() == QOVReason::kNone;
   }
 
  private:
-  HourlyTask hourly_;
+  DailyTask daily_;
   CQOV_Task beginning_;
 };
 

@@ -89,6 +89,7 @@ void LinkFigures::updateRarest() {
 
 unsigned int LinkLane::Link::sendMsg_i(const unsigned char* data, unsigned int length) {
   const auto now = steady_clock::now();
+  ++tries;
   const unsigned int result = CQOVLongSocket::sendMsg_i(data, length);
   if (result == 0) {
     ++sent;
@@ -243,7 +244,7 @@ LinkLane::Outcome LinkLane::exchange() {
       .addOctets(kFillTag, fill.data(), draw(0, fill.size()));
   const auto begin = steady_clock::now();
   since_ = begin;
-  link_.sent = 0;
+  link_.sent = link_.tries = 0;
   const unsigned int result = link_.sendMsg(&package);
   const auto time = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
   ++figures_.exchanges;
@@ -265,7 +266,7 @@ bool LinkLane::isSlow(const Outcome& outcome) {
   constexpr std::int64_t kFew = 10;
   constexpr std::int64_t kVeryMany = 10000;
   if (!hasty_ || outcome.result != CQOVLongSocket::kSocketFailed || outcome.time < kShort ||
-      (link_.sent != 2 && !proxy_.isAway())) {
+      (link_.tries != 2 && !proxy_.isAway())) {
     return false;
   }
   const auto answered = proxy_.answered();

@@ -72,6 +72,7 @@ class LinkLane {
 
     /// How often the request of this exchange was sent, and when last.
     int sent = 0;
+    int tries = 0;  ///< to send it
     std::chrono::steady_clock::time_point sentAt;
   };
   struct Outcome {
