@@ -319,6 +319,8 @@ pid_t IniCampaign::fork(const std::function<void()>& work) const {
 
 int main(int argc, char** argv) {
   return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
+    // Savers of another user have to get there, which a folder below a home may refuse them.
+    ::unsetenv("TMPDIR");
     qov::endure::IniCampaign ini(campaign);
     while (campaign.goesOn()) {
       ini.runRound();
