@@ -287,7 +287,6 @@ class Ends {
 
 int main(int argc, char** argv) {
   return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
-    ::setenv("TMPDIR", campaign.folder().c_str(), 1);
     qov::endure::Ends ends(campaign);
     while (campaign.goesOn()) {
       ends.live();
