@@ -1,7 +1,9 @@
 // An agent without a module loader that ends by exit(3) in a task's putMsg(), which runs on
 // whatever thread does the leader's work: "leader" on the leader's own, "sender" on main's, which
 // sends. With "fork" a child exits there, on main's thread, and the agent ends as the child does.
+// Before, its other threads have begun: one that ACE still starts does not bear the end of ACE.
 #include <ace/Log_Msg.h>
+#include <ace/Semaphore.h>
 #include <qovpub/qov_task.h>
 #include <qovpub/qov_task_mgr.h>
 #include <sys/wait.h>
@@ -25,10 +27,16 @@ constexpr std::uint8_t kRequestType = 1;
 constexpr std::uint8_t kAsyncType = 3;
 constexpr int kStatus = 3;
 
+ACE_Semaphore begun(0);
+
 class Manager : public CQOV_TaskMgr {
  public:
-  Manager() : CQOV_TaskMgr(kGid, 0, "exiting") {}
-  CQOV_Task* createTask() override { return nullptr; }
+  Manager() : CQOV_TaskMgr(kGid, 1, "exiting") {}
+  /// On the scheduler's thread.
+  CQOV_Task* createTask() override {
+    begun.release();
+    return nullptr;
+  }
 };
 
 [[noreturn]] void exitInChild() {
@@ -45,6 +53,11 @@ class Exiting : public CQOV_StaticSchecheduledTask {
  public:
   Exiting(CQOV_TaskMgr* mgr, std::string where)
       : CQOV_StaticSchecheduledTask(mgr), where_(std::move(where)) {}
+
+  int svc() override {
+    begun.release();
+    return CQOV_StaticSchecheduledTask::svc();
+  }
 
   int putMsg(int type, ACE_Message_Block* mb, ACE_Time_Value* timeout) override {
     const bool onMain = std::this_thread::get_id() == main_;
@@ -87,6 +100,8 @@ int main(int, char** arguments) {
   if (!manager.init() || manager.insertStaticScheduledTask(&exiting) != 0) {
     return 1;
   }
+  begun.acquire();
+  begun.acquire();
   // Again where the other one was at the leader's work.
   for (CQOV_Task requester(&manager);;) {
     requester.send(makeMessage(kAsyncType).release(), nullptr, true);
