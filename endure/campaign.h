@@ -21,8 +21,8 @@ using Figure = std::atomic<std::int64_t>;
 ///   <program> --seconds N --seed S --folder DIR
 ///
 /// What is random comes from the seed alone, so that a failure can be repeated with it. DIR is an
-/// empty folder of the run's own, where it leaves what tells how it failed. Temporary directories
-/// are made there, too.
+/// empty folder of the run's own, where it leaves what tells how it failed. Most temporary
+/// directories are made there, too.
 ///
 /// Thread: the main thread's, but for figures, which any thread changes, and fail().
 class Campaign {
@@ -57,7 +57,7 @@ class Campaign {
   void fail(const std::string& what);
   bool failed() const { return failed_; }
 
-  /// Says what this machine has no means for; it stands behind the figures, which hold without it.
+  /// Says what this run has not looked at, behind the figures. It does not fail for that.
   void notWatched(const std::string& what) { notWatched_ += " not watched: " + what; }
 
   /// Prints the last line of figures; the result is the process's exit status.

@@ -46,14 +46,14 @@ constexpr const char* kHog = "hog";
 /// A file system of few bytes, for this process and its children alone. Only root can have one.
 class SmallDisk {
  public:
-  explicit SmallDisk(const fs::path& folder) : folder_(folder) {
+  SmallDisk(const fs::path& folder, Campaign& campaign) : folder_(folder) {
     fs::create_directory(folder);
     const std::string size = "mode=0755,size=" + std::to_string(kSmallDisk);
     isThere_ = ::unshare(CLONE_NEWNS) == 0 &&
                ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
                ::mount("none", folder.c_str(), "tmpfs", 0, size.c_str()) == 0;
     if (!isThere_) {
-      std::cout << "no small disk: " << std::strerror(errno) << std::endl;
+      campaign.notWatched(std::string("a full disk: ") + std::strerror(errno));
     }
   }
   ~SmallDisk() {
@@ -119,7 +119,7 @@ IniCampaign::IniCampaign(Campaign& campaign)
       reads_(campaign_.figure("reads")),
       kills_(campaign_.figure("kills")),
       left_(campaign_.figure("left_by_killed")),
-      smallDisk_(small_) {
+      smallDisk_(small_, campaign) {
   fs::permissions(directory_.path(), fs::perms(0755));
   fs::create_directory(disk_);
   void* const memory =
@@ -308,7 +308,11 @@ pid_t IniCampaign::fork(const std::function<void()>& work) const {
   }
   if (child == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    work();
+    try {
+      work();
+    } catch (const std::exception& error) {
+      shared_->fail(error.what());
+    }
     std::exit(0);
   }
   return child;

@@ -30,8 +30,12 @@ class Lateness {
     }
     left /= n;
     std::size_t late = counts_.size() - 1;
-    while (late > 0 && counts_[late] <= left) {
-      left -= counts_[late--];
+    for (; late > 0; --late) {
+      const std::uint64_t here = counts_[late];  // once: others note meanwhile
+      if (here > left) {
+        break;
+      }
+      left -= here;
     }
     return Milliseconds(late);
   }

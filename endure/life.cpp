@@ -215,7 +215,12 @@ class Life {
   }
 
   /// At the end of the campaign.
-  void judge() { memory_.judge(); }
+  void judge() {
+    memory_.judge();
+    if (sent_ == 0) {
+      campaign_.fail("no message reached a module");
+    }
+  }
 
  private:
   static constexpr int kWarmUp = 100;
@@ -286,7 +291,8 @@ class Life {
   Flatness memory_{campaign_};
   AgentRoot root_{"endure_life"};
   CQOV_Logging_Strategy log_;
-  Traffic traffic_{campaign_.figure("sent")};
+  Figure& sent_ = campaign_.figure("sent");
+  Traffic traffic_{sent_};
   std::optional<Left> before_;
 };
 

@@ -211,7 +211,7 @@ void LinkLane::followLate() {
           outcome, "a bad reply or the answer");
 }
 
-/// The link takes at least a header out of what it was sent, so it comes to the end of that.
+/// Each exchange takes at least the bytes of a header, so what has come too much is used up at last.
 void LinkLane::followShifted() {
   for (std::uint64_t more = draw(1, 3); more > 0; --more) {
     expectNoOther();
@@ -309,7 +309,7 @@ void LinkLane::expectBadReply() {
 
 LinkLane::Outcome LinkLane::expectNoOther() {
   const Outcome outcome = exchange();
-  require(outcome.result != 0 || outcome.answers || outcome.count == 0, outcome,
+  require(outcome.answers || outcome.asks || outcome.count == 0, outcome,
           "no other request's answer");
   return outcome;
 }

@@ -70,10 +70,10 @@ class LinkLane {
 
     unsigned int sendMsg_i(const unsigned char* data, unsigned int length) override;
 
-    /// How often the request of this exchange was sent, and when last.
-    int sent = 0;
-    int tries = 0;  ///< to send it
-    std::chrono::steady_clock::time_point sentAt;
+    // Of this exchange's request.
+    int sent = 0;                                  ///< how often it was sent
+    int tries = 0;                                 ///< how often the link tried to
+    std::chrono::steady_clock::time_point sentAt;  ///< the last time
   };
   struct Outcome {
     unsigned int result;

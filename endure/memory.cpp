@@ -25,7 +25,9 @@ using test::Ending;
 struct Phase {
   const char* name;
   int mayEnd;  ///< how many of its allocations may end the agent: some more than do
-  int ended = 0;
+  Figure* ended = nullptr;
+  int tried = 0;
+  int notReached = 0;  ///< refusals that had nothing to refuse
 };
 
 struct Refusal {
@@ -48,6 +50,7 @@ class Memory {
     for (Phase& phase : phases_) {
       const long count = allocationsOf(phase);
       campaign_.figure(std::string("of_") + phase.name) = count;
+      phase.ended = &campaign_.figure(std::string("ended_of_") + phase.name);
       // Whatever the number of allocations, which threads let differ.
       std::mt19937_64 random(campaign_.random()());
       for (long number = 1; number <= count; ++number) {
@@ -73,11 +76,11 @@ class Memory {
     const Refusal none{&phase, 0, 0};
     const Ending ending = live(agent, none);
     const std::string counted = test::readFile(agent.root().path() / "counted");
-    if (ending.exitStatus != 0 || counted.empty()) {
-      lost(agent, none, "did not end in order");
-      return 0;
+    const long count = ending.exitStatus != 0 || counted.empty() ? 0 : std::stol(counted);
+    if (count == 0) {
+      lost(agent, none, "did not end in order, or counted nothing");
     }
-    return std::stol(counted);
+    return count;
   }
 
   Ending live(AgentProcess& agent, const Refusal& refusal) {
@@ -95,17 +98,26 @@ class Memory {
   void refuse(const Refusal& refusal) {
     AgentProcess agent(QOV_ENDURE_MEMORY_AGENT);
     const Ending ending = live(agent, refusal);
-    const bool isStart = refusal.phase == &phases_.front();
+    Phase& phase = *refusal.phase;
+    const bool isStart = &phase == &phases_.front();
+    ++phase.tried;
     if (test::readFile(agent.root().path() / "refused").empty() && ending.exitStatus == 0) {
       ++notReached_;
+      // Threads let the number differ by some.
+      if (++phase.notReached > kFewNotReached + phase.tried / 20) {
+        lost(agent, refusal, "refused nothing, as too many others of this phase");
+      }
     } else if (!ending.ended) {
       lost(agent, refusal, "hangs");
     } else if (ending.exitStatus == 0) {
       ++wentOn_;
-      failedOnce_ += test::readFile(agent.root().path() / "failed").empty() ? 0 : 1;
+      const std::string failed = test::readFile(agent.root().path() / "failed");
+      failedOnce_ += failed.empty() ? 0 : 1;
+      if (!failed.empty() && !std::regex_search(failed + agent.log() + agent.errors(), kReason)) {
+        lost(agent, refusal, "did not say why it failed (" + failed + ")");
+      }
     } else if (ending.signal == SIGABRT && endsWith(agent, kUncaught)) {
-      ++ended_;
-      if (++refusal.phase->ended > refusal.phase->mayEnd) {
+      if (++*phase.ended > phase.mayEnd) {
         lost(agent, refusal, "ended as too many others of this phase");
       }
     } else if (ending.exitStatus == 1 && isStart && endsWith(agent, kRefusedStart)) {
@@ -132,8 +144,11 @@ class Memory {
   }
 
   const std::regex kUncaught{"Failed to go on in thread [^\n]+: Cannot allocate memory\n$"};
+  const std::regex kReason{R"([Cc]annot allocate memory|no memory|\]\[ERR\]\[)"};
   const std::regex kRefusedStart{"Failed to [^\n]+\n$"};
   const std::regex kNoWorker{"Failed to (create task|start a worker thread) in module "};
+
+  static constexpr int kFewNotReached = 3;
 
   std::array<Phase, 5> phases_{
       {{"start", 70}, {"request", 0}, {"exchange", 0}, {"reload", 12}, {"stop", 12}}};
@@ -144,7 +159,6 @@ class Memory {
   Figure& failedOnce_ = campaign_.figure("failed_once");
   Figure& didNotStart_ = campaign_.figure("did_not_start");
   Figure& noWorker_ = campaign_.figure("without_worker");
-  Figure& ended_ = campaign_.figure("ended_with_a_line");
   Figure& notReached_ = campaign_.figure("not_reached");
   Figure& left_ = campaign_.figure("left");
 };

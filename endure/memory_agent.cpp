@@ -4,14 +4,15 @@
 //   QOV_ENDURE_REFUSED  which allocation of the phase fails: 1 for the first, 0 for none
 // How many allocations the phase had stands in the file "counted" of its root directory when it
 // ends in order, who asked for the one that failed in the file "refused", and there is a file
-// "failed" if what the phase does did not succeed. Exit status 9: what came
-// after it did not succeed; standard error says what.
+// "failed" if what the phase does did not succeed, which says how its request ended. Exit status 9: what came after it did not
+// succeed; standard error says what.
 #include <ace/Singleton.h>
 #include <ace/Thread_Mutex.h>
 #include <fcntl.h>
 #include <qovpub/qov_app.h>
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_long_socket.h>
+#include <qovpub/qov_request.h>
 #include <qovpub/qov_utility.h>
 #include <unistd.h>
 
@@ -24,6 +25,7 @@
 #include <new>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "endure/memory_agent.h"
@@ -67,13 +69,13 @@ class Phase {
 
 std::mutex mutex;
 std::condition_variable hasAsked;
-std::optional<bool> answered;
+const char* ended = nullptr;  ///< how the last request has; null: not yet
 
 /// False also for a message that gets lost on its way to the one that asks.
 bool request() {
   {
     const std::lock_guard<std::mutex> lock(mutex);
-    answered.reset();
+    ended = nullptr;
   }
   auto message = qov::test::aMessageTo(qov::endure::kAskingModule);
   message->head().opc_ = qov::endure::kGoAndAsk;
@@ -87,8 +89,8 @@ bool request() {
   }
   static_cast<void>(message.release());
   std::unique_lock<std::mutex> lock(mutex);
-  hasAsked.wait_for(lock, kLost, [] { return answered.has_value(); });
-  return answered.value_or(false);
+  hasAsked.wait_for(lock, kLost, [] { return ended != nullptr; });
+  return ended != nullptr && std::string_view(ended) == QOV_TextOf(QOVReason::kNone);
 }
 
 bool exchange(CQOVLongSocket& link) {
@@ -139,7 +141,8 @@ void inPhase(const std::string& name, const Work& work) {
     }
   }
   if (!done) {
-    qov::test::makeFile("failed", name);
+    const std::lock_guard<std::mutex> lock(mutex);
+    qov::test::makeFile("failed", name + (ended != nullptr ? std::string(": ") + ended : ""));
   }
   if (!work()) {
     std::cerr << "Failed to do this once more after the phase: " << name << std::endl;
@@ -177,9 +180,9 @@ int run(int argc, char** argv) {
 
 }  // namespace
 
-extern "C" void qov_endure_asked(bool isAnswered) {
+extern "C" void qov_endure_asked(const char* how) {
   const std::lock_guard<std::mutex> lock(mutex);
-  answered = isAnswered;
+  ended = how;
   hasAsked.notify_one();
 }
 

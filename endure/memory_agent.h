@@ -13,7 +13,7 @@ constexpr std::uint64_t kQuestion = 2;
 
 }  // namespace qov::endure
 
-/// The program's, for the asking module: whether its request was answered.
-extern "C" void qov_endure_asked(bool answered);
+/// The program's, for the asking module: how its request has ended, as QOVAnswer::text() says it.
+extern "C" void qov_endure_asked(const char* how);
 
 #endif

@@ -18,11 +18,11 @@ const std::string kLongName(100, 'n');
 /// Tells the program how the request ended, whatever way the handler is left.
 class Result {
  public:
-  ~Result() { qov_endure_asked(answered_); }
-  void set(bool answered) { answered_ = answered; }
+  ~Result() { qov_endure_asked(how_); }
+  void set(const QOVAnswer& answer) { how_ = answer.text(); }
 
  private:
-  bool answered_ = false;
+  const char* how_ = "not asked";
 };
 
 class Worker : public QOVHandlers<Worker> {
@@ -36,7 +36,7 @@ class Worker : public QOVHandlers<Worker> {
     Result result;
     QOVRequest request(*this, qov::endure::kAnsweringModule, qov::endure::kQuestion);
     request.addRecord(kCommand).addString(kName, kLongName);
-    result.set(static_cast<bool>(request.ask(std::chrono::seconds(10))));
+    result.set(request.ask(std::chrono::seconds(10)));
     return 0;
   }
 

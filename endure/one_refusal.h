@@ -9,7 +9,7 @@ namespace qov::endure {
 /// code asks for by the operators that give null: some of its places do not look at what they were
 /// given.
 ///
-/// Thread: begin() and end() on one thread.
+/// Thread: any; begin() and end() one after the other.
 class OneRefusal {
  public:
   /// The `number`th allocation from now on is refused; none with 0. Who asked for it is told on

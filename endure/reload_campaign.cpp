@@ -32,7 +32,7 @@ namespace fs = std::filesystem;
 /// The most files of the log where most are removed.
 constexpr int kFewFiles = 3;
 /// In kilobytes: how much more memory an agent may have at its end. It mostly has 150.
-constexpr std::int64_t kMostMore = 1024;
+constexpr std::int64_t kMostMore = 512;
 
 struct ReloadFigures {
   explicit ReloadFigures(Campaign& campaign)

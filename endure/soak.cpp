@@ -178,10 +178,13 @@ class SoakCampaign {
       return descriptorsNow_ == descriptors_ && threadsNow_ == threads_;
     };
     if (rests_++ == 0) {
-      // A client of the status module may still be leaving.
-      std::this_thread::sleep_for(seconds(1));
-      descriptors_ = entriesOf("fd");
-      threads_ = entriesOf("task");
+      // A client of the status module may still be leaving: the first two looks that are alike count.
+      waitUntil([&] {
+        const bool areAlike = same();
+        descriptors_ = descriptorsNow_;
+        threads_ = threadsNow_;
+        return areAlike;
+      });
     }
     if (!waitUntil(same)) {
       campaign_.fail("at rest there are " + std::to_string(descriptorsNow_) + " descriptors and " +
@@ -237,6 +240,9 @@ class SoakCampaign {
       campaign_.fail("the agent has not ended as it should");
     }
     memory_.judge();
+    if (broker_ && events_ == 0) {
+      campaign_.fail("the MQTT module has taken no event");
+    }
   }
 
   Campaign& campaign_;

@@ -1,4 +1,4 @@
-// One of the modules of the campaign "messages", whose code is in the program.
+// One of the modules of the campaigns "messages" and "soak", whose code is in their programs.
 //   QOV_ENDURE_GID  its id
 #include <qovpub/qov_export.h>
 

@@ -23,7 +23,7 @@ constexpr std::uint32_t kFailure = 255;
 /// Fewer than QOVRequest::kMostLater, so that a refusal has but one reason.
 constexpr std::uint64_t kMostLater = 500;
 /// Clocks that are read in another order than the library reads them.
-constexpr milliseconds kTooEarly(20);
+constexpr milliseconds kTooEarly(2);
 
 bool isAnswerTo(const CQOV_MsgPackage& answer, const Order& order) {
   try {

@@ -28,21 +28,6 @@ std::string brokerProgram() {
   return {};
 }
 
-int freePort() {
-  const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in bound{};
-  bound.sin_family = AF_INET;
-  bound.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof bound;
-  const bool isBound = ::bind(descriptor, reinterpret_cast<const sockaddr*>(&bound), size) == 0 &&
-                       ::getsockname(descriptor, reinterpret_cast<sockaddr*>(&bound), &size) == 0;
-  ::close(descriptor);
-  if (!isBound) {
-    throw std::runtime_error("no free port");
-  }
-  return ntohs(bound.sin_port);
-}
-
 void runOpenSsl(const TemporaryDirectory& directory, const std::vector<std::string>& arguments) {
   BeforeProgram before;
   before.changeDirectory(directory.path().string());
@@ -78,6 +63,25 @@ std::string withDirectory(std::string text, const std::string& directory) {
 
 }  // namespace
 
+ReservedPort::ReservedPort() : descriptor_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  const int on = 1;
+  ::setsockopt(descriptor_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  sockaddr_in bound{};
+  bound.sin_family = AF_INET;
+  bound.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof bound;
+  if (::bind(descriptor_, reinterpret_cast<const sockaddr*>(&bound), size) != 0 ||
+      ::getsockname(descriptor_, reinterpret_cast<sockaddr*>(&bound), &size) != 0) {
+    ::close(descriptor_);
+    throw std::runtime_error("no free port");
+  }
+  number_ = ntohs(bound.sin_port);
+}
+
+ReservedPort::~ReservedPort() {
+  ::close(descriptor_);
+}
+
 std::string MqttBroker::whyNot() {
   if (brokerProgram().empty()) {
     return "mosquitto is not installed";
@@ -94,14 +98,7 @@ MqttBroker::MqttBroker(Security security, const std::string& more)
                     security_ == Security::kTlsForAnother ? "DNS:elsewhere.test"
                                                           : "IP:127.0.0.1,DNS:localhost");
   }
-  // Another process may take a port that was free.
-  for (int attempt = 0; attempt < 10 && port_ == 0; ++attempt) {
-    const int port = freePort();
-    port_ = startOn(port) ? port : 0;
-  }
-  if (port_ == 0) {
-    throw std::runtime_error("mosquitto does not start: " + log());
-  }
+  start();
 }
 
 MqttBroker::~MqttBroker() {
@@ -114,8 +111,8 @@ void MqttBroker::stop(int signum) {
 }
 
 void MqttBroker::start() {
-  if (!startOn(port_)) {
-    throw std::runtime_error("mosquitto does not start again: " + log());
+  if (!runs()) {
+    throw std::runtime_error("mosquitto does not start: " + log());
   }
 }
 
@@ -141,8 +138,9 @@ void MqttBroker::reload() const {
   ::kill(pid_, SIGHUP);
 }
 
-bool MqttBroker::startOn(int port) {
-  std::string configuration = "listener " + std::to_string(port) +
+/// Starts it, and waits until it listens.
+bool MqttBroker::runs() {
+  std::string configuration = "listener " + std::to_string(port()) +
                               " 127.0.0.1\nlog_dest stderr\n"
                               // Started by root it would become another user, who may not read
                               // the directory.
@@ -167,11 +165,11 @@ bool MqttBroker::startOn(int port) {
            ::waitpid(pid_, nullptr, WNOHANG) == pid_;
   });
   // It says so once it listens.
-  const bool runs = told && log().find(" running\n") != std::string::npos;
-  if (!runs) {
+  const bool listens = told && log().find(" running\n") != std::string::npos;
+  if (!listens) {
     killChild(std::exchange(pid_, -1));
   }
-  return runs;
+  return listens;
 }
 
 }  // namespace qov::test

@@ -9,6 +9,22 @@
 
 namespace qov::test {
 
+/// A free port of 127.0.0.1 that nobody else gets while it lives, but who listens on it with
+/// SO_REUSEADDR.
+class ReservedPort {
+ public:
+  ReservedPort();
+  ~ReservedPort();
+  ReservedPort(const ReservedPort&) = delete;
+  ReservedPort& operator=(const ReservedPort&) = delete;
+
+  int number() const { return number_; }
+
+ private:
+  const int descriptor_;
+  int number_ = 0;
+};
+
 /// A real broker, mosquitto, on a free port of 127.0.0.1; gone at the end.
 ///
 /// Thread: one.
@@ -33,8 +49,8 @@ class MqttBroker {
   MqttBroker(const MqttBroker&) = delete;
   MqttBroker& operator=(const MqttBroker&) = delete;
 
-  int port() const { return port_; }
-  std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
+  int port() const { return port_.number(); }
+  std::string address() const { return "127.0.0.1:" + std::to_string(port()); }
 
   /// The path of a file in its directory. With TLS there are ca.crt, and client.crt and client.key,
   /// which ca.crt vouches for.
@@ -58,12 +74,12 @@ class MqttBroker {
   void reload() const;
 
  private:
-  bool startOn(int port);
+  bool runs();
 
   const TemporaryDirectory directory_;
   const Security security_;
   std::string more_;
-  int port_ = 0;
+  const ReservedPort port_;  // also while the broker is stopped
   pid_t pid_ = -1;
 };
 

@@ -1,5 +1,5 @@
 // Two decoders that share nothing, the library's and the dissector, read the same bytes.
-//   QOV_MUTATIONS        how many mutations of what the fuzzer keeps; 300 without
+//   QOV_MUTATIONS        how many mutations of the fuzz corpus; 300 without
 //   QOV_MUTATIONS_SEED   of these; 1 without
 
 #include <gtest/gtest.h>

@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   write(file, text);
   CQOV_Ini_Operator ini;
   const bool isIni = ini.open(file.c_str()) == 0;
-  // Of good files it reads every line.
+  // It reads every line of a good file, which takes long.
   if (!isIni || size % 8 == 0) {
     require(whyNoIniFile(file).cause.empty() == isIni, "a reason is there if a file is refused");
   }

@@ -333,7 +333,7 @@ TEST_F(MqttConnection, TellsOnceOfEachOfTwoAddressesThatFailInTurn) {
     broker.takeClient();
     broker.hangUp();
   }
-  EXPECT_TRUE(log.waitFor("Failed to connect to the broker two.test"));
+  broker.takeClient();  // by now the third failure is behind it
   EXPECT_EQ(log.count("Failed to connect"), 2);
 }
 
@@ -344,7 +344,7 @@ TEST_F(MqttConnection, GoesOnWhenThereWasNoMemoryForAConnection) {
   {
     const NoNewClients noMemory;
     broker.stop(SIGKILL);
-    EXPECT_TRUE(log.waitFor("Failed to connect to the broker"));
+    EXPECT_TRUE(log.waitFor("Cannot allocate memory"));
   }
   broker.start();
   EXPECT_TRUE(waitUntil([&] { return connection->counts().connections == 2; }));

@@ -99,7 +99,7 @@ void checkRecord(const CTLVRecordV3& record, const PlainRecord& plain) {
     ++next;
   }
   require(record.length() == length, "a record has its length");
-  // Of the long ones some will do.
+  // In long records it takes longer than all else, so only some of them are looked at.
   if (record.count() <= 32 || record.count() % 4 == 0) {
     checkLookUps(record);
   }
