@@ -3,10 +3,12 @@ add_library(qov_compile_options INTERFACE)
 target_compile_options(
   qov_compile_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
                                 -fno-omit-frame-pointer)
+# Sources that are compiled together see each other's names; each by itself is the release's.
+add_library(qov_unity_options INTERFACE)
+target_compile_options(qov_unity_options INTERFACE
+                       -Wno-shadow $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
 if(CMAKE_UNITY_BUILD)
-  # Sources that are compiled together see each other's names; each by itself is the release's.
-  target_compile_options(qov_compile_options INTERFACE
-                         -Wno-shadow $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+  target_link_libraries(qov_compile_options INTERFACE qov_unity_options)
 endif()
 if(QOV_WARNINGS_ARE_ERRORS)
   target_compile_options(qov_compile_options INTERFACE -Werror)

@@ -13,23 +13,22 @@ if(QOV_SANITIZE)
   set(QOV_SANITIZER_FIXTURE FIXTURES_REQUIRED sanitizer_reports)
 endif()
 
-# Test code is not optimised as the library is: that would take longer to compile than all else, most
-# of all with the sanitizers' instrumentation in it.
+# Test code is not optimised: that would take longer to compile than all else, most of all with the
+# sanitizers' instrumentation in it.
 function(qov_test_options name)
-  set(level -O1)
-  if(QOV_SANITIZE)
-    set(level -O0)
-  endif()
-  target_compile_options(${name} PRIVATE "$<$<CONFIG:RelWithDebInfo>:${level};-g1>")
+  target_compile_options(${name} PRIVATE "$<$<CONFIG:RelWithDebInfo>:-O0;-g1>")
   target_link_libraries(${name} PRIVATE qov_compile_options GTest::gmock GTest::gtest
                                         GTest::gtest_main)
+  if(QOV_TESTS_AT_ONCE)
+    target_link_libraries(${name} PRIVATE qov_unity_options)
+  endif()
 endfunction()
 
-# Without ccache, what most tests include is compiled once for all of them. The owner of the result is
-# a program, since the compiler takes it only where it has the same options. An include that a test
-# forgets is found by a build with ccache alone.
-option(QOV_PRECOMPILE_TESTS "Precompile what most tests include" OFF)
-if(QOV_PRECOMPILE_TESTS)
+# For a build from nothing: tests are compiled several files at a time, and what most of them include
+# once for all. The owner of that is a program, since the compiler takes it only where it has the same
+# options. An include that a test forgets is found by a build without this alone.
+option(QOV_TESTS_AT_ONCE "Compile tests in batches, with precompiled headers" OFF)
+if(QOV_TESTS_AT_ONCE)
   file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/test_headers.cpp" CONTENT "")
   add_executable(qov_test_headers EXCLUDE_FROM_ALL "${PROJECT_BINARY_DIR}/test_headers.cpp")
   qov_test_options(qov_test_headers)
@@ -57,8 +56,9 @@ function(qov_test name)
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
   target_link_libraries(${name} PRIVATE ${library} ${ARG_LIBRARIES})
   qov_test_options(${name})
-  if(QOV_PRECOMPILE_TESTS)
+  if(QOV_TESTS_AT_ONCE)
     target_precompile_headers(${name} REUSE_FROM qov_test_headers)
+    set_target_properties(${name} PROPERTIES UNITY_BUILD ON)
   endif()
   gtest_discover_tests(
     ${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60

@@ -26,14 +26,14 @@ jobs_here() {
 
 # build_preset <preset> [<target>...]: configures and builds a preset of CMakePresets.json.
 build_preset() {
-  local preset="$1" speed=(-DQOV_PRECOMPILE_TESTS=ON) targets=()
+  local preset="$1" speed=(-DQOV_TESTS_AT_ONCE=ON) targets=()
   shift
   if [ "$#" -gt 0 ]; then
     targets=(--target "$@")
   fi
   if command -v ccache >/dev/null; then
     # Which cannot keep what was compiled with precompiled headers.
-    speed=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DQOV_PRECOMPILE_TESTS=OFF)
+    speed=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DQOV_TESTS_AT_ONCE=OFF)
   fi
   say "configure $preset"
   cmake --preset "$preset" "${speed[@]}" || fail "configuring preset $preset failed"

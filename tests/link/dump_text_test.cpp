@@ -27,14 +27,14 @@ struct Text {
 
 TEST(DumpText, IsWholeWhenARecordTakesIt) {
   for (const bool atOnce : {true, false}) {
-    EXPECT_EQ(dumpOf(Text{0, atOnce}), "");
-    EXPECT_EQ(dumpOf(Text{kMost, atOnce}), std::string(kMost, 'x'));
+    EXPECT_EQ(qov::dumpOf(Text{0, atOnce}), "");
+    EXPECT_EQ(qov::dumpOf(Text{kMost, atOnce}), std::string(kMost, 'x'));
   }
 }
 
 TEST(DumpText, EndsWithWhatARecordTakes) {
   for (const bool atOnce : {true, false}) {
-    EXPECT_EQ(dumpOf(Text{kMost + 1, atOnce}), std::string(kMost, 'x'));
+    EXPECT_EQ(qov::dumpOf(Text{kMost + 1, atOnce}), std::string(kMost, 'x'));
   }
 }
 
@@ -48,12 +48,12 @@ struct Spoiling {
 };
 
 TEST(DumpText, EndsWhereTheStreamIsSpoilt) {
-  EXPECT_EQ(dumpOf(Spoiling()), "before");
+  EXPECT_EQ(qov::dumpOf(Spoiling()), "before");
 }
 
 TEST(DumpText, IsNotMadeAnyFurther) {
   const Text longer{100 * kMost, false};
-  dumpOf(longer);
+  qov::dumpOf(longer);
   EXPECT_EQ(longer.tried, kMost);
 }
 

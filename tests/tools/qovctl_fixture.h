@@ -76,6 +76,19 @@ class QovctlTest : public ::testing::Test {
   pid_t pid_ = -1;
 };
 
+/// qovctl beside what another fixture starts.
+class Qovctl : public QovctlTest {
+ public:
+  using QovctlTest::finish;
+  using QovctlTest::run;
+  using QovctlTest::send;
+  using QovctlTest::start;
+  using QovctlTest::writesTo;
+
+ private:
+  void TestBody() override {}
+};
+
 }  // namespace qov::test
 
 #endif

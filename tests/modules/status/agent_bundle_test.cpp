@@ -21,16 +21,6 @@ namespace fs = std::filesystem;
 using nlohmann::json;
 using ::testing::Not;
 
-/// Runs qovctl beside an agent.
-class Qovctl : public QovctlTest {
- public:
-  using QovctlTest::run;
-  using QovctlTest::writesTo;
-
- private:
-  void TestBody() override {}
-};
-
 class AgentBundle : public StatusTest {
  protected:
   AgentBundle() {

@@ -11,15 +11,6 @@ namespace {
 
 using nlohmann::json;
 
-/// Runs qovctl beside an agent.
-class Qovctl : public QovctlTest {
- public:
-  using QovctlTest::run;
-
- private:
-  void TestBody() override {}
-};
-
 class AgentCommands : public StatusTest {
  protected:
   QovctlRun run(std::vector<std::string> words) {

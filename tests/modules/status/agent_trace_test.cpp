@@ -27,17 +27,6 @@ std::string answerOfALosingAgent(const std::string& request, int lost) {
 
 class AgentTrace : public StatusTest {
  protected:
-  class Qovctl : public QovctlTest {
-   public:
-    using QovctlTest::finish;
-    using QovctlTest::run;
-    using QovctlTest::send;
-    using QovctlTest::start;
-
-   private:
-    void TestBody() override {}
-  };
-
   std::vector<std::string> words(const std::vector<std::string>& more) {
     std::vector<std::string> all{"agent", "trace", "--socket", socket(), "--timeout", "60"};
     all.insert(all.end(), more.begin(), more.end());
