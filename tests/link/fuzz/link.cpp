@@ -18,12 +18,14 @@ using Kind = LinkEvent::Kind;
 
 namespace {
 
+/// One for all runs: most of the time would go into the memory of new ones.
 class FuzzedLink : public CQOVLongSocket {
  public:
-  /// `elsewhere`: it receives in memory of its own, and waits in poll().
-  explicit FuzzedLink(bool elsewhere)
-      : CQOVLongSocket(address(), Limits()), elsewhere_(elsewhere) {}
+  FuzzedLink() : CQOVLongSocket(ACE_INET_Addr(9, "127.0.0.1"), Limits()) {}
   virtual ~FuzzedLink() = default;
+
+  /// Whether it receives in memory of its own, and waits in poll().
+  void receiveElsewhere(bool elsewhere) { elsewhere_ = elsewhere; }
 
   unsigned int receiveMsg(CT7QPackageV3* package) override {
     if (!elsewhere_) {
@@ -37,12 +39,7 @@ class FuzzedLink : public CQOVLongSocket {
   }
 
  private:
-  static const ACE_INET_Addr& address() {
-    static const ACE_INET_Addr nobody(9, "127.0.0.1");
-    return nobody;
-  }
-
-  const bool elsewhere_;
+  bool elsewhere_ = false;
 };
 
 std::string bytesOf(const CT7QPackageV3& package) {
@@ -63,6 +60,7 @@ std::uint16_t serialIn(const std::string& message) {
 /// What a link has to do, told from what it did to its endpoint and what came of that.
 class PlainLink {
  public:
+  /// Connects.
   explicit PlainLink(std::deque<LinkEvent>& events) : events_(events) { connect(); }
 
   bool isConnected() const { return isConnected_; }
@@ -207,6 +205,21 @@ void ask(FuzzedLink& link, PlainLink& plain, bool walks) {
   require(bytesOf(package) == bytesOf(expected), "the package holds what has come");
 }
 
+/// The bits of `walks` say which of its questions are walks.
+void play(FuzzedLink& link, unsigned int walks, std::string script) {
+  constexpr unsigned int kMost = 7;
+  PlayedEndpoint endpoint(std::move(script));
+  link.setupConnection();
+  PlainLink plain(endpoint.events());
+  unsigned int asked = 0;
+  do {
+    ask(link, plain, (walks >> asked & 1U) != 0);
+    require(endpoint.events().empty(), "the link does no more than it has to");
+    require(getLinkStats().front().connected_ == plain.isConnected(),
+            "the link tells whether it is connected");
+  } while (++asked < kMost && !endpoint.isOver());
+}
+
 int lowestFreeDescriptor() {
   const int descriptor = ::dup(0);
   ::close(descriptor);
@@ -217,21 +230,12 @@ int lowestFreeDescriptor() {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   test::silence();
-  const unsigned int how = size == 0 ? 0U : *data;
+  static FuzzedLink link;
   const int free = lowestFreeDescriptor();
-  PlayedEndpoint endpoint(size == 0 ? "" : test::textOf(data + 1, size - 1));
-  {
-    FuzzedLink link((how & 1U) != 0);
-    PlainLink plain(endpoint.events());
-    constexpr unsigned int kMost = 7;
-    unsigned int asked = 0;
-    do {
-      ask(link, plain, (how >> ++asked & 1U) != 0);
-      require(endpoint.events().empty(), "the link does no more than it has to");
-      require(getLinkStats().front().connected_ == plain.isConnected(),
-              "the link tells whether it is connected");
-    } while (asked < kMost && !endpoint.isOver());
-  }
+  const unsigned int how = size == 0 ? 0U : *data;
+  link.receiveElsewhere((how & 1U) != 0);
+  play(link, how >> 1U, size == 0 ? "" : test::textOf(data + 1, size - 1));
+  link.setupConnection();  // to nobody
   require(lowestFreeDescriptor() == free, "no descriptor is left");
   return 0;
 }

@@ -185,7 +185,7 @@ int PlayedEndpoint::poll(pollfd& entry, int timeout) {
 using qov::test::playing;
 
 extern "C" int connect(int, const sockaddr*, socklen_t) {
-  return playing->connect();
+  return playing != nullptr ? playing->connect() : qov::test::failed(ECONNREFUSED);
 }
 
 extern "C" ssize_t send(int, const void* data, std::size_t length, int) {

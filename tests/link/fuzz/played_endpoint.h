@@ -23,7 +23,8 @@ struct LinkEvent {
 };
 
 /// Plays an endpoint to the links of the program: its connect(), send(), recv(), poll() and the
-/// clock of deadlines are this one's. So a run needs no thread, and time-outs take no time.
+/// clock of deadlines are this one's. So a run needs no thread, and time-outs take no time. While
+/// none is there nobody listens.
 ///
 /// The script is a row of steps. Each is a byte that says what happens (played_endpoint.cpp), a
 /// byte with the number of bytes that the endpoint sends, and these.

@@ -65,6 +65,11 @@ void PlayedBroker::unsubscribe() {
   hasUnsubscribed_ = true;
 }
 
+int PlayedBroker::publish() {
+  unanswered_.insert(++published_);
+  return published_;
+}
+
 int PlayedBroker::loop(mosquitto& client, int timeout) {
   if (std::exchange(isConnecting_, false)) {
     client.onConnect(&client, client.user, 0, 0, nullptr);
@@ -98,8 +103,9 @@ int PlayedBroker::loop(mosquitto& client, int timeout) {
   message.payload = part.substr(0, part.size() - (part.empty() ? 0 : 1));
   message.retained = has('r');
   if (has('n')) {
-    client.onPublish(&client, client.user, std::atoi(message.topic.c_str()),
-                     MQTT_RC_NO_MATCHING_SUBSCRIBERS, nullptr);
+    if (const int id = std::atoi(message.topic.c_str()); unanswered_.erase(id) > 0) {
+      client.onPublish(&client, client.user, id, MQTT_RC_NO_MATCHING_SUBSCRIBERS, nullptr);
+    }
   } else if (!message.topic.empty() && isText(message.topic)) {
     deliver(client, message);
   }
@@ -110,15 +116,17 @@ void PlayedBroker::deliver(mosquitto& client, const BrokerMessage& message) {
   delivered_.push_back(message);
   BrokerMessage& sent = delivered_.back();
   mosquitto_property* properties = nullptr;
-  // Empty texts come, too.
+  if (!isText(sent.contentType)) {
+    sent.contentType.clear();
+  }
   mosquitto_property_add_string(&properties, MQTT_PROP_CONTENT_TYPE, sent.contentType.c_str());
   mosquitto_property_add_binary(&properties, MQTT_PROP_CORRELATION_DATA, sent.correlation.data(),
                                 static_cast<std::uint16_t>(sent.correlation.size()));
   for (const auto& [name, value] : {std::pair("number", &sent.number), {"outbox", &sent.outbox}}) {
-    if (mosquitto_property_add_string_pair(&properties, MQTT_PROP_USER_PROPERTY, name,
-                                           value->c_str()) != MOSQ_ERR_SUCCESS) {
+    if (!isText(*value)) {
       value->clear();
     }
+    mosquitto_property_add_string_pair(&properties, MQTT_PROP_USER_PROPERTY, name, value->c_str());
   }
   mosquitto_message given{};
   given.topic = sent.topic.data();

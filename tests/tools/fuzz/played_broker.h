@@ -4,6 +4,7 @@
 #include <mosquitto.h>
 
 #include <cstddef>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -44,7 +45,7 @@ class PlayedBroker {
   int loop(mosquitto& client, int timeout);
   void subscribe() { isSubscribing_ = true; }
   void unsubscribe();
-  int publish() { return ++published_; }
+  int publish();
 
  private:
   void deliver(mosquitto& client, const BrokerMessage& message);
@@ -54,6 +55,7 @@ class PlayedBroker {
   bool isSubscribing_ = false;
   bool hasLost_ = false;
   int published_ = 0;
+  std::set<int> unanswered_;  ///< the numbers of requests that may still be refused
   std::vector<BrokerMessage> delivered_;
   std::size_t first_ = 0;
   bool hasUnsubscribed_ = false;

@@ -115,8 +115,9 @@ void checkLines(const std::string& file, const std::string& shown) {
 
 /// By a reader of its own.
 void checkValues(const std::string& file, const Secrets& secrets) {
+  const std::size_t begin = file.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;
   std::string section;
-  for (const std::string& line : linesOf(file)) {
+  for (const std::string& line : linesOf(file.substr(begin))) {
     std::string text = trimmed(line);
     if (text.compare(0, 1, "[") == 0) {
       const std::string name = text.substr(1, std::min(text.rfind(']'), text.size()) - 1);
@@ -143,7 +144,8 @@ bool isHarmless(const std::string& line) {
     return true;
   }
   const bool isSection = line.front() == '[' && line.find(']') == line.size() - 1;
-  return isSection || isName(line.substr(0, line.find('=')).substr(0, line.size() - 1));
+  const std::size_t equals = line.find('=');
+  return isSection || (equals != std::string::npos && isName(line.substr(0, equals)));
 }
 
 void checkIni(const std::string& file) {
@@ -188,9 +190,11 @@ void checkNodes(const TiXmlNode& in, bool isInSecret, const Secrets& secrets) {
     const std::string& text = node->ValueStr();
     if (const TiXmlElement* const element = node->ToElement()) {
       checkNodes(*node, checkAttributes(*element, isInSecret, secrets), secrets);
-    } else if (node->ToText() != nullptr ||
-               (node->ToComment() != nullptr && text.find('<') == std::string::npos &&
-                (isInSecret || mayBeSecret(text)))) {
+    } else if (const TiXmlText* const between = node->ToText()) {
+      // Behind a byte that begins a character of UTF-8 it takes a "<" for part of that.
+      secrets.checkWords(between->CDATA() ? text : text.substr(0, text.find('<')));
+    } else if (node->ToComment() != nullptr && text.find('<') == std::string::npos &&
+               (isInSecret || mayBeSecret(text))) {
       secrets.checkWords(text);
     }
   }
