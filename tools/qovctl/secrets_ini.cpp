@@ -64,7 +64,8 @@ class IniLines {
       return blanked(line);
     }
     const std::string_view name = line.substr(0, end + 1);
-    if (trimmed(name) != "[]") {
+    // To ACE the name ends at the last "]".
+    if (trimmed(line.substr(0, line.rfind(']') + 1)) != "[]") {
       isSecretSection_ = looksSecret(line);
       isSecretComment_ = false;
       isInValue_ = false;

@@ -161,7 +161,9 @@ class XmlText {
   bool isInSecret() const { return !open_.empty() && open_.back().isSecret; }
 
   bool takeDeclaration(std::size_t begin) {
-    if (mayBeSecret(in_.takeUntil("?>")) || !in_.take("?>")) {
+    const std::string_view text = in_.takeUntil("?>");
+    // To TinyXML it ends at the first ">".
+    if (mayBeSecret(text) || text.find('>') != std::string_view::npos || !in_.take("?>")) {
       return false;
     }
     out_ += withoutUser(in_.part(begin, in_.at()));

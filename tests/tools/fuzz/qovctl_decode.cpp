@@ -1,49 +1,36 @@
 // The first byte of the input says how `qovctl decode` is called, the rest is what it reads.
 #include <cstdio>
-#include <cstdlib>
 #include <string_view>
 
 #include "modules/common/json_object.h"
 #include "modules/common/message_json.h"
 #include "tests/support/fuzz.h"
+#include "tests/tools/fuzz/captured_stream.h"
 #include "tools/qovctl/decode_command.h"
 #include "tools/qovctl/failure.h"
 #include "tools/qovctl/hex_text.h"
-#include "tools/qovctl/streams.h"
 
 using namespace qov;
 using test::require;
 
 namespace {
 
-/// Standard input and output, in memory.
-class Streams {
+/// Standard input, in memory.
+class Input {
  public:
-  explicit Streams(std::string_view input) : input_(stdin), output_(stdout) {
+  explicit Input(std::string_view input) : before_(stdin) {
     // What it reads is not changed.
     stdin = ::fmemopen(const_cast<char*>(input.data()), input.size(), "r");
-    stdout = ::open_memstream(&text_, &size_);
   }
-  ~Streams() {
+  ~Input() {
     std::fclose(stdin);
-    std::fclose(stdout);
-    std::free(text_);
-    stdin = input_;
-    stdout = output_;
+    stdin = before_;
   }
-  Streams(const Streams&) = delete;
-  Streams& operator=(const Streams&) = delete;
-
-  std::string printed() const {
-    ctl::finishOutput();
-    return {text_, size_};
-  }
+  Input(const Input&) = delete;
+  Input& operator=(const Input&) = delete;
 
  private:
-  std::FILE* const input_;
-  std::FILE* const output_;
-  char* text_ = nullptr;
-  std::size_t size_ = 0;
+  std::FILE* const before_;
 };
 
 std::size_t sizeOf(const CT7QPackageV3& message) {
@@ -99,7 +86,8 @@ struct Outcome {
 };
 
 Outcome decoded(const std::string& input, const ctl::DecodeOptions& options) {
-  const Streams streams(input);
+  const Input standard(input);
+  const test::CapturedStream output(stdout);
   bool isWhole = true;
   try {
     ctl::decode(options);
@@ -107,7 +95,7 @@ Outcome decoded(const std::string& input, const ctl::DecodeOptions& options) {
     require(failure.code() == ctl::kBadData, "only bad data is refused");
     isWhole = false;
   }
-  return {isWhole, streams.printed()};
+  return {isWhole, output.text()};
 }
 
 }  // namespace

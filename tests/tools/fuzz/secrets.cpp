@@ -1,0 +1,258 @@
+// The first byte of the input chooses the kind of a configuration file, the rest is its content.
+#include "tools/qovctl/secrets.h"
+
+#include <tinyxml.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "modules/common/octets.h"
+#include "tests/support/fuzz.h"
+
+using namespace qov;
+using test::require;
+
+namespace {
+
+constexpr const char* kBlanks = " \t\r\n\v\f";
+
+bool looksSecret(std::string_view text) {
+  constexpr std::array<std::string_view, 19> kWords{
+      "pass", "pw",     "secret",  "token",    "key",      "priv", "cred",
+      "auth", "cookie", "bearer",  "psk",      "ssk",      "jwt",  "hash",
+      "salt", "login",  "session", "kennwort", "community"};
+  const auto isSame = [](unsigned char one, unsigned char other) {
+    return std::tolower(one) == other;
+  };
+  return std::any_of(kWords.begin(), kWords.end(), [&](std::string_view word) {
+    return std::search(text.begin(), text.end(), word.begin(), word.end(), isSame) != text.end();
+  });
+}
+
+bool isName(std::string_view text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char character) {
+    return std::isalnum(character) != 0 || character == '_' || character == '-' || character == '.';
+  });
+}
+
+std::string trimmed(const std::string& text) {
+  const std::size_t begin = text.find_first_not_of(kBlanks);
+  return begin == std::string::npos
+             ? ""
+             : text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
+}
+
+std::vector<std::string> linesOf(std::string text) {
+  std::vector<std::string> lines;
+  while (!text.empty()) {
+    lines.push_back(test::takeLine(text));
+  }
+  return lines;
+}
+
+/// The values are in a file, and what counts as a secret must not be in what is shown of it. One
+/// that stands there twice may be no secret in the other place.
+class Secrets {
+ public:
+  Secrets(const std::string& file, const std::string& shown) : file_(file), shown_(shown) {}
+
+  void check(const std::string& value) const {
+    const std::size_t at = file_.find(value);
+    const bool isOnce = at != std::string::npos && file_.find(value, at + 1) == std::string::npos;
+    require(value.empty() || value.find('*') != std::string::npos || !isOnce ||
+                shown_.find(value) == std::string::npos,
+            "no secret is shown");
+  }
+  /// Of a text that TinyXML gives with other blanks.
+  void checkWords(const std::string& text) const {
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+      check(word);
+    }
+  }
+
+ private:
+  const std::string& file_;
+  const std::string& shown_;
+};
+
+/// "***" stands for parts of the line, and nothing else is changed.
+void checkLine(std::string_view line, std::string_view shown) {
+  constexpr std::string_view kBlank = "***";
+  for (bool isFirst = true;; isFirst = false) {
+    const std::size_t end = shown.find(kBlank);
+    const std::string_view part = shown.substr(0, end);
+    const bool isLast = end == std::string_view::npos;
+    const std::size_t last = line.size() - std::min(line.size(), part.size());
+    const std::size_t at = isFirst ? 0 : isLast ? last : line.find(part);
+    require(at != std::string_view::npos && line.substr(at, part.size()) == part &&
+                (!isLast || at == last),
+            "what is no secret stays as it is");
+    if (isLast) {
+      return;
+    }
+    line.remove_prefix(at + part.size());
+    shown.remove_prefix(end + kBlank.size());
+  }
+}
+
+void checkLines(const std::string& file, const std::string& shown) {
+  const std::vector<std::string> lines = linesOf(file);
+  const std::vector<std::string> shownLines = linesOf(shown);
+  require(lines.size() == shownLines.size() && std::count(file.begin(), file.end(), '\n') ==
+                                                   std::count(shown.begin(), shown.end(), '\n'),
+          "a line stays a line");
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    checkLine(lines[i], shownLines[i]);
+  }
+}
+
+// INI files.
+
+/// By a reader of its own.
+void checkValues(const std::string& file, const Secrets& secrets) {
+  const std::size_t begin = file.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;
+  std::string section;
+  for (const std::string& line : linesOf(file.substr(begin))) {
+    std::string text = trimmed(line);
+    if (text.compare(0, 1, "[") == 0) {
+      const std::string name = text.substr(1, std::min(text.rfind(']'), text.size()) - 1);
+      section = text.find(']') == std::string::npos || name.empty() ? section : name;
+      continue;
+    }
+    // A value that is commented out is one all the same.
+    text.erase(0, text.find_first_not_of(";# \t"));
+    const std::size_t equals = text.find('=');
+    if (equals != std::string::npos && (looksSecret(section) || looksSecret(text))) {
+      secrets.check(trimmed(text.substr(equals + 1)));
+    }
+  }
+}
+
+/// Whether the line can be nothing but what it looks like, and has no secret.
+bool isHarmless(const std::string& line) {
+  const std::string text = trimmed(line);
+  if (looksSecret(line) || line.find('@') != std::string::npos ||
+      line.find("-----BEGIN") != std::string::npos || line.find("==") != std::string::npos) {
+    return false;
+  }
+  if (text.empty() || text[0] == ';' || text[0] == '#') {
+    return true;
+  }
+  const bool isSection = line.front() == '[' && line.find(']') == line.size() - 1;
+  const std::size_t equals = line.find('=');
+  return isSection || (equals != std::string::npos && isName(line.substr(0, equals)));
+}
+
+void checkIni(const std::string& file) {
+  const std::string shown = ctl::withoutSecretsOfIni(file);
+  checkLines(file, shown);
+  checkValues(file, Secrets(file, shown));
+  const std::vector<std::string> lines = linesOf(file);
+  require(shown == file || !std::all_of(lines.begin(), lines.end(), isHarmless),
+          "a file without a secret is shown as it is");
+}
+
+// Device configurations.
+
+bool mayBeSecret(const std::string& text) {
+  return looksSecret(text) || text.find("&#") != std::string::npos;
+}
+
+/// Gives whether all in the element is secret, and checks its attributes.
+bool checkAttributes(const TiXmlElement& element, bool isSecret, const Secrets& secrets) {
+  const bool isItem = element.Attribute("Value") != nullptr;
+  const auto isItemsName = [&](const TiXmlAttribute& attribute) {
+    return isItem && attribute.NameTStr() == "Key";
+  };
+  isSecret = isSecret || mayBeSecret(element.ValueStr());
+  for (const auto* at = element.FirstAttribute(); at != nullptr; at = at->Next()) {
+    isSecret =
+        isSecret || mayBeSecret(at->ValueStr()) || (!isItemsName(*at) && mayBeSecret(at->Name()));
+  }
+  for (const auto* at = element.FirstAttribute(); isSecret && at != nullptr; at = at->Next()) {
+    const bool isKept =
+        isName(at->ValueStr()) && (isItemsName(*at) || at->NameTStr() == "DeviceDesc");
+    if (!isKept) {
+      secrets.check(at->ValueStr());
+    }
+  }
+  return isSecret;
+}
+
+/// What TinyXML, which agents read them with, finds there.
+void checkNodes(const TiXmlNode& in, bool isInSecret, const Secrets& secrets) {
+  for (const TiXmlNode* node = in.FirstChild(); node != nullptr; node = node->NextSibling()) {
+    const std::string& text = node->ValueStr();
+    if (const TiXmlElement* const element = node->ToElement()) {
+      checkNodes(*node, checkAttributes(*element, isInSecret, secrets), secrets);
+    } else if (node->ToText() != nullptr ||
+               (node->ToComment() != nullptr && text.find('<') == std::string::npos &&
+                (isInSecret || mayBeSecret(text)))) {
+      secrets.checkWords(text);
+    }
+  }
+}
+
+/// `Key="..."` of items is no secret's name.
+std::string withoutItemNames(std::string text) {
+  constexpr std::string_view kName = " Key=\"";
+  for (std::size_t at = 0; (at = text.find(kName, at)) != std::string::npos;) {
+    text.erase(at, kName.size());
+  }
+  return text;
+}
+
+/// Whether what TinyXML writes of it has nothing but elements of plain names, and plain comments.
+bool isPlain(const TiXmlNode& in) {
+  for (const TiXmlNode* node = in.FirstChild(); node != nullptr; node = node->NextSibling()) {
+    const bool isElement = node->ToElement() != nullptr && isName(node->ValueStr());
+    const bool isComment =
+        node->ToComment() != nullptr && node->ValueStr().find_first_of("<-") == std::string::npos;
+    if ((!isElement && !isComment) || !isPlain(*node)) {
+      return false;
+    }
+    for (const auto* at = isElement ? node->ToElement()->FirstAttribute() : nullptr; at != nullptr;
+         at = at->Next()) {
+      const bool isKeyAlone =
+          at->NameTStr() == "Key" && node->ToElement()->Attribute("Value") == nullptr;
+      if (!isName(at->Name()) || isKeyAlone) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+void checkXml(const std::string& file) {
+  const std::string shown = ctl::withoutSecretsOfXml(file);
+  checkLines(file, shown);
+  // TinyXML ends at a NUL, and takes a quote or "<" behind half a character for a part of that.
+  if (!common::isUtf8(file) || file.find('\0') != std::string::npos) {
+    return;
+  }
+  TiXmlDocument document;
+  document.Parse(file.c_str());
+  checkNodes(document, false, Secrets(file, shown));
+  TiXmlPrinter printer;
+  document.Accept(&printer);
+  const std::string& text = printer.Str();
+  if (!document.Error() && isPlain(document) && text.find('@') == std::string::npos &&
+      !mayBeSecret(withoutItemNames(text))) {
+    require(ctl::withoutSecretsOfXml(text) == text, "a file without a secret is shown as it is");
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const bool isXml = size > 0 && *data % 2 != 0;
+  const std::string file = size == 0 ? "" : test::textOf(data + 1, size - 1);
+  isXml ? checkXml(file) : checkIni(file);
+  return 0;
+}
