@@ -195,6 +195,10 @@ FaultProxy::Plan FaultProxy::takeForRequest() {
   if (requests_ == 0) {
     return {};
   }
+  if (plan_.after > 0) {
+    --plan_.after;
+    return {};
+  }
   --requests_;
   return plan_;
 }

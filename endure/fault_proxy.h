@@ -31,6 +31,7 @@ class FaultProxy {
     int times = 1;           ///< for so many attempts, or connections
     std::uint64_t draw = 0;  ///< where, how much and which bytes
     std::function<void()> interrupt;
+    std::uint64_t after = 0;  ///< so many requests are answered before
   };
 
   explicit FaultProxy(std::uint16_t endpoint);

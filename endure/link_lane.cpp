@@ -22,6 +22,8 @@ constexpr milliseconds kInTime(100);
 constexpr milliseconds kTooLong(5000);
 constexpr int kMostSlowInARow = 20;
 constexpr unsigned short kFillTag = 2;
+/// Rows of a walk.
+constexpr std::uint64_t kMostWalked = 8;
 
 template <class Limits>
 Limits limitsOf(bool hasty) {
@@ -47,23 +49,40 @@ std::vector<std::size_t> kindsFor(bool hasty) {
   return kinds;
 }
 
-/// Whether `package` has that key in its only record: the request, or its answer.
-bool isOf(const CT7QPackageV3& package, std::uint64_t key) {
-  if (package.count() != 1) {
-    return false;
-  }
-  const CTLVCell* const cursor = package[0].find(endpoint::kCursorTag);
-  return package[0].cmd() == endpoint::command(endpoint::kGet, kTable) && cursor != nullptr &&
+/// Whether `record` asks for the row of that key, or is that row.
+bool isOf(const CTLVRecordV3& record, endpoint::Operation operation, std::uint64_t key) {
+  const CTLVCell* const cursor = record.find(endpoint::kCursorTag);
+  return record.cmd() == endpoint::command(operation, kTable) && cursor != nullptr &&
          cursor->getUnsigned() == key;
 }
 
-bool isRow(const CT7QPackageV3& package, std::uint64_t key) {
-  const CTLVCell* const text = isOf(package, key) ? package[0].find(1) : nullptr;
+bool isRow(const CTLVRecordV3& record, endpoint::Operation operation, std::uint64_t key) {
+  const CTLVCell* const text = isOf(record, operation, key) ? record.find(1) : nullptr;
   return text != nullptr && text->getString().size() == lengthOfRow(key);
 }
 
+bool isAnswer(const CT7QPackageV3& package, std::uint64_t key) {
+  return package.count() == 1 && isRow(package[0], endpoint::kGet, key);
+}
+
 bool isRequest(const CT7QPackageV3& package, std::uint64_t key) {
-  return isOf(package, key) && package[0].find(kFillTag) != nullptr;
+  return package.count() == 1 && isOf(package[0], endpoint::kGet, key) &&
+         package[0].find(kFillTag) != nullptr;
+}
+
+/// How many of the last `walked` rows `package` has, from the first one on and nothing between.
+std::uint64_t rowsOf(const CT7QPackageV3& package, std::uint64_t walked) {
+  std::uint64_t rows = 0;
+  while (rows < std::min<std::uint64_t>(package.count(), walked) &&
+         isRow(package[rows], endpoint::kGetNext, kRows - walked + rows + 1)) {
+    ++rows;
+  }
+  return rows;
+}
+
+/// Whether the empty record that closes a walk stands behind `rows` rows.
+bool endsAt(const CT7QPackageV3& package, std::uint64_t rows) {
+  return package.count() == rows + 1 && package[rows].count() == 0;
 }
 
 }  // namespace
@@ -74,6 +93,7 @@ std::size_t lengthOfRow(std::uint64_t key) {
 
 LinkFigures::LinkFigures(Campaign& campaign)
     : exchanges(campaign.figure("exchanges")),
+      walks(campaign.figure("walks")),
       faults(campaign.figure("faults")),
       answered(campaign.figure("answered")),
       failed(campaign.figure("failed")),
@@ -134,8 +154,11 @@ void LinkLane::run(const std::atomic<bool>& goesOn) {
 
 void LinkLane::meet(const FaultKind& kind) {
   const bool isRepeated = kind.course == Course::kFails || kind.course == Course::kUnwelcome;
+  // A walk bears no answers too many. Those of hasty lanes would be judged by the time of one step.
+  const bool canWalk = kind.course <= Course::kBad && !hasty_;
+  walked_ = canWalk && draw(0, 1) == 1 ? draw(1, kMostWalked) : 0;
   const FaultProxy::Plan plan{kind.fault, isRepeated ? static_cast<int>(draw(1, 2)) : 1,
-                              draw(0, UINT64_MAX), [this] { link_.interrupt(); }};
+                              draw(0, UINT64_MAX), [this] { link_.interrupt(); }, draw(0, walked_)};
   proxy_.plan(plan);
   follow(kind, plan);
   expectAnswer();
@@ -238,22 +261,30 @@ void LinkLane::followAway() {
 LinkLane::Outcome LinkLane::exchange() {
   static const std::string fill(3000, '\xFF');
   number_ = number_ % kRows + 1;
+  const bool walks = walked_ != 0;
   CT7QPackageV3 package;
-  package.addRecord(endpoint::command(endpoint::kGet, kTable))
-      .addUnsigned(endpoint::kCursorTag, number_)
+  package.addRecord(endpoint::command(walks ? endpoint::kGetNext : endpoint::kGet, kTable))
+      .addUnsigned(endpoint::kCursorTag, walks ? kRows - walked_ : number_)
       .addOctets(kFillTag, fill.data(), draw(0, fill.size()));
   const auto begin = steady_clock::now();
   since_ = begin;
   link_.sent = link_.tries = 0;
-  const unsigned int result = link_.sendMsg(&package);
+  const unsigned int result = walks ? link_.sendGetNextMsgV3(&package) : link_.sendMsg(&package);
   const auto time = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
   ++figures_.exchanges;
+  figures_.walks += walks ? 1 : 0;
   ++(result == 0                           ? figures_.answered
      : result == CQOVLongSocket::kBadReply ? figures_.bad
                                            : figures_.failed);
   raise(figures_.longest_ms, time.count());
-  const Outcome outcome{result, isRow(package, number_), isRequest(package, number_),
-                        package.count(), time};
+  const std::uint64_t rows = rowsOf(package, walked_);
+  const Outcome outcome{
+      result,
+      walks ? rows == walked_ && endsAt(package, rows) : isAnswer(package, number_),
+      isRequest(package, number_),
+      package.count(),
+      rows,
+      time};
   require(time < kTooLong, outcome, "an end within 5 seconds");
   require(holdsWhatIsDocumented(outcome), outcome, "what is documented in the package");
   return outcome;
@@ -275,6 +306,9 @@ bool LinkLane::isSlow(const Outcome& outcome) {
 }
 
 bool LinkLane::holdsWhatIsDocumented(const Outcome& outcome) const {
+  if (walked_ != 0) {
+    return outcome.result == 0 || outcome.rows == outcome.count;
+  }
   switch (outcome.result) {
     case CQOVLongSocket::kBadReply:
       return outcome.count == 0;
@@ -321,8 +355,8 @@ void LinkLane::require(bool holds, const Outcome& outcome, const char* expected)
   std::ostringstream what;
   what << now() << ": expected " << expected << "; result " << outcome.result << ", "
        << outcome.count << " records, " << (outcome.answers ? "the" : "not the")
-       << " answer, request " << number_ << ", after " << outcome.time.count() << " ms. "
-       << proxy_.failure();
+       << " answer, request " << number_ << ", walk of " << walked_ << ", after "
+       << outcome.time.count() << " ms. " << proxy_.failure();
   campaign_.fail(what.str());
 }
 

@@ -30,6 +30,7 @@ struct LinkFigures {
   void updateRarest();
 
   Figure& exchanges;
+  Figure& walks;  ///< of these
   Figure& faults;
   Figure& answered;
   Figure& failed;
@@ -80,6 +81,7 @@ class LinkLane {
     bool answers;         ///< the package has the answer to the request
     bool asks;            ///< it has the request
     unsigned long count;  ///< of its records
+    std::uint64_t rows;   ///< of a walk: those that it has, in their order
     std::chrono::milliseconds time;
   };
 
@@ -110,6 +112,7 @@ class LinkLane {
   FaultProxy proxy_;
   Link link_;
   std::uint64_t number_ = 0;  ///< of the last request
+  std::uint64_t walked_ = 0;  ///< not 0: exchanges are walks through so many last rows
   std::atomic<std::size_t> kind_{0};
   std::atomic<std::chrono::steady_clock::time_point> since_{std::chrono::steady_clock::now()};
 };
