@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-/// What the module "loud" logs and the campaign "reload" looks for.
+/// What the module "loud" logs and the campaigns "reload" and "soak" look for.
 namespace qov::endure {
 
 inline constexpr std::size_t kLoudThreads = 4;

@@ -33,12 +33,13 @@ std::uint64_t takeNumber(const char*& text, char end) {
 }
 
 /// The fields of a record of the module's, with 0 in place of each number.
-std::string headOf(LoudLevel level, bool isJson) {
+std::string headOf(const std::string& agent, LoudLevel level, bool isJson) {
   const std::string name = nameOf(level);
   return isJson ? R"({"time":"0-0-0T0:0:0+0:0","id":0,"level":")" + name +
                       R"(","kit":"QOVPUBLIC","function":"beLoud","line":0,)"
-                      R"("process":"endure_reload_agent","thread":0,"message":")"
-                : "[0/0/0 0:0:0][0][" + name + "][QOVPUBLIC][beLoud,0][][endure_reload_agent:0] ";
+                      R"("process":")" +
+                      agent + R"(","thread":0,"message":")"
+                : "[0/0/0 0:0:0][0][" + name + "][QOVPUBLIC][beLoud,0][][" + agent + ":0] ";
 }
 
 std::string withoutNumbers(std::string_view text) {
@@ -86,7 +87,7 @@ void LoudLog::add(const std::filesystem::path& file, bool isLog) {
 
 /// Whether it is one record, from its first field to its last character. One of the module's has to
 /// be as it was logged, and adds its number.
-bool LoudLog::isWhole(std::string_view line, Numbers& numbers) {
+bool LoudLog::isWhole(std::string_view line, Numbers& numbers) const {
   const bool isJson = line.substr(0, 1) == "{";
   const std::size_t place = line.find(kLoudBegin);
   if (place == std::string_view::npos) {
@@ -97,12 +98,22 @@ bool LoudLog::isWhole(std::string_view line, Numbers& numbers) {
   const std::uint64_t number = takeNumber(rest, ':');
   const std::uint64_t length = takeNumber(rest, ';');
   if (thread >= kLoudThreads || number == 0 || length > line.size() ||
-      withoutNumbers(line.substr(0, place)) != headOf(loudLevelOf(number), isJson) ||
+      withoutNumbers(line.substr(0, place)) != headOf(agent_, loudLevelOf(number), isJson) ||
       line.substr(place) != loudText(thread, number, length) + (isJson ? "\"}" : "")) {
     return false;
   }
   numbers[thread].push_back(number);
   return true;
+}
+
+LoudNumbers LoudLog::lasts() const {
+  LoudNumbers lasts{};
+  for (std::size_t thread = 0; thread < kLoudThreads; ++thread) {
+    for (const Part& part : parts_[thread]) {
+      lasts[thread] = std::max(lasts[thread], part.numbers.back());
+    }
+  }
+  return lasts;
 }
 
 std::string LoudLog::complaint(const Promise& promise) const {
@@ -162,16 +173,17 @@ std::string LoudLog::whyNotOnce(std::size_t thread, const Promise& promise,
                                 std::int64_t& missing) const {
   const std::uint64_t last = promise.last[thread];
   std::vector<int> times(last + 1);
-  std::uint64_t first = last + 1;
+  std::uint64_t first = promise.keeps_all ? promise.first[thread] : last + 1;
   for (const Part& part : parts_[thread]) {
     for (const std::uint64_t number : part.numbers) {
-      if (number > last || ++times[number] > 1) {
+      const bool isOld = promise.keeps_all && number < first;
+      if (isOld || number > last || ++times[number] > 1) {
         return record(thread, number) + " comes once too often, in " + part.file;
       }
     }
     first = std::min(first, part.numbers.front());
   }
-  for (std::uint64_t number = promise.keeps_all ? 1 : first; number <= last; ++number) {
+  for (std::uint64_t number = first; number <= last; ++number) {
     const bool isAlwaysShown = promise.greatest_level <= shownUpTo(loudLevelOf(number));
     if (times[number] == 0 && isAlwaysShown) {
       ++missing;

@@ -6,11 +6,14 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "endure/loud.h"
 
 namespace qov::endure {
+
+using LoudNumbers = std::array<std::uint64_t, kLoudThreads>;
 
 /// What an agent with the module "loud" has logged, in the files of its log and on standard error.
 ///
@@ -21,18 +24,24 @@ class LoudLog {
  public:
   /// What is known of the agent.
   struct Promise {
-    std::array<std::uint64_t, kLoudThreads> last{};  ///< each thread's last number
-    int greatest_level = 5;                          ///< "LogLevel" that has been in force
-    bool keeps_all = true;                           ///< no rotated file was removed
-    bool loses_errors = false;  ///< standard error was without a reader for a while
-    bool has_terminal = false;  ///< records went to standard error by "SendTerminal", too
-    bool is_disturbed = false;  ///< the disk was full for a while, or files and folder moved
+    LoudNumbers last{};             ///< each thread's
+    int greatest_level = 5;         ///< "LogLevel" that has been in force
+    bool keeps_all = true;          ///< no rotated file was removed
+    bool loses_errors = false;      ///< standard error was without a reader for a while
+    bool has_terminal = false;      ///< records went to standard error by "SendTerminal", too
+    bool is_disturbed = false;      ///< the disk was full for a while, or files and folder moved
+    LoudNumbers first{1, 1, 1, 1};  ///< each thread's, if no file was removed
   };
+
+  /// Of the agent of that name.
+  explicit LoudLog(std::string agent) : agent_(std::move(agent)) {}
 
   void addFile(const std::filesystem::path& file) { add(file, true); }
   /// What standard error has.
   void addErrors(const std::filesystem::path& file) { add(file, false); }
 
+  /// Of each thread the last number that there is; 0 for none.
+  LoudNumbers lasts() const;
   std::int64_t records() const { return records_; }
   std::int64_t reloads() const { return reloads_; }
   /// Of records that the files did not take, as the log tells it.
@@ -53,10 +62,11 @@ class LoudLog {
   using Numbers = std::array<std::vector<std::uint64_t>, kLoudThreads>;
 
   void add(const std::filesystem::path& file, bool isLog);
-  static bool isWhole(std::string_view line, Numbers& numbers);
+  bool isWhole(std::string_view line, Numbers& numbers) const;
   static std::string whyNotInOrder(const Parts& parts);
   std::string whyNotOnce(std::size_t thread, const Promise& promise, std::int64_t& missing) const;
 
+  const std::string agent_;
   std::array<Parts, kLoudThreads> parts_;
   std::int64_t records_ = 0;
   std::int64_t on_errors_ = 0;

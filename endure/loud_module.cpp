@@ -1,7 +1,7 @@
-// The module of the campaign "reload": threads of the three kinds that a module may have log
-// numbered records at all levels in turn, and with QOV_ENDURE_CLOCK somebody sets the time of day
-// all the while. What is random comes from QOV_ENDURE_SEED. The file "loud_pid" has the process's
-// number; when the module is gone, the file "loud" has each thread's last number.
+// The module of the campaigns "reload" and "soak": threads of the three kinds that a module may
+// have log numbered records at all levels in turn, and with QOV_ENDURE_CLOCK somebody sets the time
+// of day all the while. What is random comes from QOV_ENDURE_SEED. The file "loud_pid" has the
+// process's number; when the module is gone, the file "loud" has each thread's last number.
 #include <ace/Thread.h>
 #include <qovpub/qov_common_debugkit.h>
 #include <qovpub/qov_module.h>
@@ -34,7 +34,7 @@ std::mt19937_64 randomOf(std::size_t thread) {
 
 class Module : public CQOV_TaskMgr {
  public:
-  Module() : CQOV_TaskMgr(40, 0, "loud") {}
+  Module() : CQOV_TaskMgr(50, 0, "loud") {}
   ~Module() override;
 
   CQOV_Task* createTask() override { return nullptr; }

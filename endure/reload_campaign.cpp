@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,6 +19,7 @@
 #include "endure/campaign.h"
 #include "endure/flatness.h"
 #include "endure/handle.h"
+#include "endure/log_faults.h"
 #include "endure/loud_log.h"
 #include "tests/process/agent_process.h"
 #include "tests/support/spawn.h"
@@ -86,13 +86,10 @@ class ReloadRun {
   std::int64_t kilobytes() const;
 
   void apply(const Settings& settings);
-  void fillDisk(bool full);
   void moveFolder();
-  void moveFile();
   void startReader();
   void killReader();
   fs::path path(const std::string& name) { return agent_.root().path() / name; }
-  fs::path logFolder() { return path("log"); }
   bool draws(int oneOf) { return campaign_.between(1, oneOf) == 1; }
   void fail(const std::string& what);
 
@@ -102,13 +99,11 @@ class ReloadRun {
   const bool hasDiskFaults_;
   const bool hasFolderFaults_;
   test::AgentProcess agent_;
+  LogFaults faults_{campaign_, agent_.root().path()};
   pid_t pid_ = -1;                  ///< the agent's, as it says itself
   std::ptrdiff_t descriptors_ = 0;  ///< that it had when it had started
   std::int64_t kilobytes_ = 0;      ///< of memory that no file has, likewise
   pid_t reader_ = -1;
-  bool isDiskFull_ = false;
-  fs::path away_;  ///< where the log's folder is while it is away
-  int moved_ = 0;
   int read_ = 0;
 };
 
@@ -177,13 +172,17 @@ bool ReloadRun::starts() {
 
 void ReloadRun::disturb() {
   if (hasDiskFaults_ && draws(10)) {
-    fillDisk(!isDiskFull_);
+    if (faults_.isDiskFull()) {
+      faults_.freeDisk(pid_);
+    } else {
+      faults_.fillDisk(pid_, 0);
+    }
   }
   if (hasFolderFaults_ && draws(10)) {
     moveFolder();
   }
-  if (hasFolderFaults_ && away_.empty() && draws(20)) {
-    moveFile();
+  if (hasFolderFaults_ && !faults_.isFolderAway() && draws(20)) {
+    faults_.moveFile(agent_.root().logFile());
   }
   if (promise_.loses_errors && draws(20)) {
     if (reader_ > 0) {
@@ -221,8 +220,8 @@ void ReloadRun::apply(const Settings& settings) {
 
 /// All is well again, and the log says so.
 void ReloadRun::calmDown() {
-  fillDisk(false);
-  if (!away_.empty()) {
+  faults_.freeDisk(pid_);
+  if (faults_.isFolderAway()) {
     moveFolder();
   }
   if (reader_ < 0) {
@@ -267,7 +266,7 @@ void ReloadRun::look() {
     fail("the module has not told what it has logged");
     return;
   }
-  LoudLog log;
+  LoudLog log("endure_reload_agent");
   int files = 0;
   for (const auto& entry : fs::directory_iterator(agent_.root().path())) {
     const std::string name = entry.path().filename();
@@ -310,35 +309,14 @@ std::int64_t ReloadRun::kilobytes() const {
   return std::stoll(status.substr(status.find("RssAnon:") + std::strlen("RssAnon:")));
 }
 
-/// Files that have as much or more take nothing then, others until they have.
-void ReloadRun::fillDisk(bool full) {
-  isDiskFull_ = full;
-  const rlimit limit{full ? static_cast<rlim_t>(campaign_.between(0, 100000)) : RLIM_INFINITY,
-                     RLIM_INFINITY};
-  if (::prlimit(pid_, RLIMIT_FSIZE, &limit, nullptr) != 0) {
-    fail("the agent's files cannot be limited");
-  }
-}
-
-/// Away, or back: the same folder, or a new one.
+/// Away, or back.
 void ReloadRun::moveFolder() {
-  if (away_.empty()) {
-    away_ = path("log_" + std::to_string(++moved_));
-    fs::rename(logFolder(), away_);
-    ++figures_.away;
-    return;
-  }
-  if (draws(2)) {
-    fs::rename(away_, logFolder());
+  if (faults_.isFolderAway()) {
+    faults_.bringFolder(draws(2));
   } else {
-    fs::create_directory(logFolder());
+    faults_.takeFolder();
+    ++figures_.away;
   }
-  away_.clear();
-}
-
-void ReloadRun::moveFile() {
-  std::error_code gone;  // a rotation may be under way
-  fs::rename(agent_.root().logFile(), logFolder() / ("moved_" + std::to_string(++moved_)), gone);
 }
 
 /// The pipe has a writer meanwhile, or opening it would wait for one.

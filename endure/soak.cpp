@@ -1,12 +1,14 @@
 // An agent as it runs in the field, for as long as it takes: a daemon with traffic between its
 // modules, the status module that is asked, the MQTT module with a broker that comes and goes and
 // gets events, exchanges with a management endpoint, a file that is saved, and a log whose settings
-// change.
+// change, whose disk gets full and whose folder is away at times.
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -16,9 +18,13 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "endure/campaign.h"
 #include "endure/flatness.h"
+#include "endure/log_faults.h"
+#include "endure/loud_log.h"
 #include "tests/modules/mqtt/watcher.h"
 #include "tests/process/agent_process.h"
 #include "tests/support/spawn.h"
@@ -52,6 +58,8 @@ class SoakCampaign {
     configure();
     agent_.setEnvironment("QOV_ENDURE_SEED", std::to_string(campaign_.seed()));
     agent_.setEnvironment("QOV_ENDURE_CAMPAIGN", std::to_string(::getpid()));
+    agent_.setEnvironment("TZ", "UTC");
+    agent_.prepareChild([] { ::signal(SIGXFSZ, SIG_IGN); });
     agent_.start({});
     if (agent_.waitForEnd().exitStatus == 0 && agent_.waitForFile("state") && agent_.findDaemon()) {
       soak();
@@ -64,24 +72,27 @@ class SoakCampaign {
 
  private:
   void configure() {
-    for (const char* const module :
-         {"qov_endure_traffic_40", "qov_endure_traffic_41", "qov_endure_traffic_42", "qovstatus"}) {
+    for (const char* const module : {"qov_endure_traffic_40", "qov_endure_traffic_41",
+                                     "qov_endure_traffic_42", "qove_loud", "qovstatus"}) {
       agent_.root().addModule(module);
     }
     if (broker_) {
       agent_.root().addModule("qovmqtt");
     }
-    changeLog();
+    configureLog(2, 5);
   }
 
-  /// Other settings of the log; the other sections stay.
-  void changeLog() {
+  /// Other settings of the log; the other sections stay. A record is one line, of which none is
+  /// removed before lookAtLog().
+  void configureLog(std::int64_t level, std::int64_t interval) {
     AgentRoot::write(agent_.root().cfgFile(),
                      "[QOV_GLOBAL]\nPROC_PID=7\n[LOG_CFG]\nSendTerminal=0\nChkInterval=" +
-                         std::to_string(campaign_.between(1, 5)) +
-                         "\nLogFileMaxSize=" + std::to_string(campaign_.between(256, 4096)) +
-                         "\nLogFileMaxCnt=" + std::to_string(campaign_.between(1, 5)) +
-                         "\nLogLevel=" + std::to_string(campaign_.between(2, 5)) +
+                         std::to_string(interval) +
+                         "\nLogFileMaxSize=" + std::to_string(campaign_.between(64, 1024)) +
+                         "\nLogFileMaxCnt=1000\nLogEscape=1\nLogFold=" +
+                         std::to_string(campaign_.between(0, 1)) +
+                         "\nLogJson=" + std::to_string(campaign_.between(0, 1)) +
+                         "\nLogLevel=" + std::to_string(level) +
                          "\n[MQTT]\nTls=0\nHost=127.0.0.1\nNode=7\nReconnectSeconds=1\nPort=" +
                          std::to_string(broker_ ? broker_->port() : 1) +
                          "\n[MMT]\nMMT_ADDR=127.0.0.1:" + std::to_string(endpoint_.port()) + "\n");
@@ -106,13 +117,12 @@ class SoakCampaign {
 
   void flow() {
     for (std::int64_t left = campaign_.between(1, 2); left > 0 && !campaign_.failed(); --left) {
+      disturbLog();
       std::this_thread::sleep_for(seconds(1));
       look();
-      if (campaign_.between(1, 3) == 1) {
-        changeLog();
-        agent_.send(SIGUSR1);
-        ++reloads_;
-      }
+      configureLog(campaign_.between(2, 5), campaign_.between(1, 5));
+      agent_.send(SIGUSR1);
+      ++reloads_;
       if (campaign_.between(1, 3) == 1) {
         askStatus();
       }
@@ -123,6 +133,82 @@ class SoakCampaign {
     if (isFrozen_) {
       restartBroker();
     }
+    faults_.freeDisk(process());
+    if (faults_.isFolderAway()) {
+      faults_.bringFolder(true);
+    }
+  }
+
+  /// Events that the MQTT module cannot write meanwhile wait in its memory.
+  void disturbLog() {
+    if (campaign_.between(1, 3) == 1) {
+      // Of the files that this agent itself writes all are smaller.
+      faults_.fillDisk(process(), 8192);
+      diskWasFull_ = true;
+    } else if (faults_.isDiskFull()) {
+      faults_.freeDisk(process());
+    }
+    if (faults_.isFolderAway()) {
+      faults_.bringFolder(true);
+    } else if (campaign_.between(1, 3) == 1) {
+      faults_.takeFolder();
+    }
+  }
+
+  /// The log goes on in a new folder. Every record of the module "loud" is there, once and in its
+  /// thread's order, or was counted as refused.
+  void lookAtLog() {
+    renewLog();
+    faults_.takeFolder();
+    faults_.bringFolder(false);
+    renewLog();
+    // What the disk has refused is told before the next record, for which a thread may be slow.
+    promise_.loses_errors = promise_.loses_errors || diskWasFull_;
+    if (!std::exchange(diskWasFull_, false)) {
+      judgeLog();
+    }
+  }
+
+  /// Until the log's file is a new one, which tells what has come before.
+  void renewLog() {
+    const std::int64_t interval = 1000 + ++reloads_;
+    configureLog(2, interval);
+    agent_.send(SIGUSR1);
+    if (!agent_.waitForLog("ChkInterval " + std::to_string(interval) + " s")) {
+      campaign_.fail("the log's settings are not applied");
+    }
+  }
+
+  void judgeLog() {
+    LoudLog log("endure_soak_agent");
+    std::vector<fs::path> folders;
+    for (const auto& entry : fs::directory_iterator(agent_.root().path())) {
+      if (entry.path().filename().string().rfind("log_", 0) == 0) {
+        folders.push_back(entry.path());
+        for (const auto& file : fs::directory_iterator(entry.path())) {
+          log.addFile(file.path());
+        }
+      }
+    }
+    promise_.last = log.lasts();
+    promise_.is_disturbed = true;
+    records_ += log.records();
+    refused_ += log.refused();
+    const std::string complaint = log.complaint(promise_);
+    if (!complaint.empty()) {
+      campaign_.fail(complaint);
+    }
+    for (const fs::path& folder : folders) {
+      if (complaint.empty()) {
+        fs::remove_all(folder);
+      } else {
+        fs::rename(folder, campaign_.folder() / folder.filename());
+      }
+    }
+    for (std::size_t thread = 0; thread < kLoudThreads; ++thread) {
+      promise_.first[thread] = std::max(promise_.first[thread], promise_.last[thread] + 1);
+    }
+    promise_.loses_errors = false;
   }
 
   void look() {
@@ -147,9 +233,11 @@ class SoakCampaign {
       campaign_.fail(balance);
     }
     seeEvents();
+    lookAtLog();
     measure();
   }
 
+  pid_t process() const { return static_cast<pid_t>(told("pid")); }
   std::int64_t told(const char* key) const { return std::stoll(agent_.state(key)); }
 
   /// All that the MQTT module has taken; some may have come twice.
@@ -234,6 +322,7 @@ class SoakCampaign {
   }
 
   void finish() {
+    judgeLog();
     agent_.send(SIGTERM);
     const test::Ending ending = agent_.waitForDaemonEnd();
     if (!ending.ended || ending.exitStatus != 0) {
@@ -251,10 +340,15 @@ class SoakCampaign {
   bool isFrozen_ = false;
   test::EndpointProcess endpoint_;
   AgentProcess agent_{QOV_ENDURE_SOAK_AGENT};
+  LogFaults faults_{campaign_, agent_.root().path()};
+  bool diskWasFull_ = false;  ///< since the last look at the log
+  LoudLog::Promise promise_;  ///< of what was not judged yet
   std::int64_t descriptors_ = 0;
   std::int64_t threads_ = 0;
   Figure& rests_ = campaign_.figure("rests");
   Figure& reloads_ = campaign_.figure("reloads");
+  Figure& records_ = campaign_.figure("records");
+  Figure& refused_ = campaign_.figure("refused");
   Figure& answers_ = campaign_.figure("status_answers");
   Figure& brokers_ = campaign_.figure("broker_restarts");
   Figure& events_ = campaign_.figure("events");
