@@ -14,7 +14,6 @@
 
 #include "endure/campaign.h"
 #include "tests/process/agent_process.h"
-#include "tests/support/sanitizers.h"
 
 namespace qov::endure {
 namespace {
@@ -48,14 +47,9 @@ long numberBehind(const std::string& text, const std::string& key) {
 Standstill lookAt(pid_t process) {
   Standstill found;
   const std::filesystem::path folder = "/proc/" + std::to_string(process);
-  const std::string name = readFile(folder / "comm");
   for (const auto& thread : std::filesystem::directory_iterator(folder / "task")) {
     const int id = std::stoi(thread.path().filename());
     const std::string status = readFile(thread.path() / "status");
-    // The agent's threads have names of their own; ThreadSanitizer's has the program's.
-    if (id != process && QOV_TEST_TSAN != 0 && readFile(thread.path() / "comm") == name) {
-      continue;
-    }
     found.waits_[id] = numberBehind(status, "\nvoluntary_ctxt_switches:") +
                        numberBehind(status, "\nnonvoluntary_ctxt_switches:");
     found.othersWait_ =
