@@ -234,7 +234,7 @@ void LinkLane::followLate() {
           outcome, "a bad reply or the answer");
 }
 
-/// Each exchange takes at least the bytes of a header, so what has come too much is used up at last.
+/// Each exchange takes at least a header's bytes, so what has come too much is used up at last.
 void LinkLane::followShifted() {
   for (std::uint64_t more = draw(1, 3); more > 0; --more) {
     expectNoOther();

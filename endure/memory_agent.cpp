@@ -4,8 +4,8 @@
 //   QOV_ENDURE_REFUSED  which allocation of the phase fails: 1 for the first, 0 for none
 // How many allocations the phase had stands in the file "counted" of its root directory when it
 // ends in order, who asked for the one that failed in the file "refused", and there is a file
-// "failed" if what the phase does did not succeed, which says how its request ended. Exit status 9: what came after it did not
-// succeed; standard error says what.
+// "failed" if what the phase does did not succeed, which says how its request ended. Exit
+// status 9: what came after it did not succeed; standard error says what.
 #include <ace/Singleton.h>
 #include <ace/Thread_Mutex.h>
 #include <fcntl.h>

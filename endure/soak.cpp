@@ -266,7 +266,7 @@ class SoakCampaign {
       return descriptorsNow_ == descriptors_ && threadsNow_ == threads_;
     };
     if (rests_++ == 0) {
-      // A client of the status module may still be leaving: the first two looks that are alike count.
+      // A client of the status module may still be leaving: the first two equal looks count.
       waitUntil([&] {
         const bool areAlike = same();
         descriptors_ = descriptorsNow_;
