@@ -151,7 +151,7 @@ class Memory {
   static constexpr int kFewNotReached = 3;
 
   std::array<Phase, 5> phases_{
-      {{"start", 70}, {"request", 0}, {"exchange", 0}, {"reload", 12}, {"stop", 12}}};
+      {{"start", 70}, {"request", 0}, {"exchange", 0}, {"reload", 12}, {"stop", 5}}};
 
   Campaign& campaign_;
   test::EndpointProcess endpoint_;

@@ -27,6 +27,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 #include "endure/memory_agent.h"
 #include "endure/one_refusal.h"
@@ -132,17 +133,19 @@ bool reload() {
 template <class Work>
 void inPhase(const std::string& name, const Work& work) {
   bool done = false;
+  const char* why = nullptr;
   {
     const Phase phase(name);
     try {
       done = work();
+      const std::lock_guard<std::mutex> lock(mutex);
+      why = std::exchange(ended, nullptr);
     } catch (const std::bad_alloc&) {
-      // What an exchange may give.
+      why = QOV_TextOf(QOVReason::kNoMemory);  // what an exchange may give
     }
   }
   if (!done) {
-    const std::lock_guard<std::mutex> lock(mutex);
-    qov::test::makeFile("failed", name + (ended != nullptr ? std::string(": ") + ended : ""));
+    qov::test::makeFile("failed", name + (why != nullptr ? std::string(": ") + why : ""));
   }
   if (!work()) {
     std::cerr << "Failed to do this once more after the phase: " << name << std::endl;
