@@ -24,7 +24,7 @@ using test::Ending;
 /// A part of the agent's life.
 struct Phase {
   const char* name;
-  int mayEnd;  ///< how many of its allocations may end the agent: some more than do
+  int mayEnd;  ///< how many of its allocations may end the agent: some more than do, of a stop all
   Figure* ended = nullptr;
   int tried = 0;
   int notReached = 0;  ///< refusals that had nothing to refuse
@@ -151,7 +151,7 @@ class Memory {
   static constexpr int kFewNotReached = 3;
 
   std::array<Phase, 5> phases_{
-      {{"start", 70}, {"request", 0}, {"exchange", 0}, {"reload", 12}, {"stop", 5}}};
+      {{"start", 70}, {"request", 0}, {"exchange", 0}, {"reload", 12}, {"stop", 7}}};
 
   Campaign& campaign_;
   test::EndpointProcess endpoint_;
