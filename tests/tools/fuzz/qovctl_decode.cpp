@@ -16,18 +16,18 @@ using test::require;
 namespace {
 
 /// Standard input, in memory.
-class Input {
+class StandardInput {
  public:
-  explicit Input(std::string_view input) : before_(stdin) {
+  explicit StandardInput(std::string_view input) : before_(stdin) {
     // What it reads is not changed.
     stdin = ::fmemopen(const_cast<char*>(input.data()), input.size(), "r");
   }
-  ~Input() {
+  ~StandardInput() {
     std::fclose(stdin);
     stdin = before_;
   }
-  Input(const Input&) = delete;
-  Input& operator=(const Input&) = delete;
+  StandardInput(const StandardInput&) = delete;
+  StandardInput& operator=(const StandardInput&) = delete;
 
  private:
   std::FILE* const before_;
@@ -86,7 +86,7 @@ struct Outcome {
 };
 
 Outcome decoded(const std::string& input, const ctl::DecodeOptions& options) {
-  const Input standard(input);
+  const StandardInput standard(input);
   const test::CapturedStream output(stdout);
   bool isWhole = true;
   try {
