@@ -159,6 +159,7 @@ void LinkLane::meet(const FaultKind& kind) {
   walked_ = canWalk && draw(0, 1) == 1 ? draw(1, kMostWalked) : 0;
   const FaultProxy::Plan plan{kind.fault, isRepeated ? static_cast<int>(draw(1, 2)) : 1,
                               draw(0, UINT64_MAX), [this] { link_.interrupt(); }, draw(0, walked_)};
+  before_ = plan.after;
   proxy_.plan(plan);
   follow(kind, plan);
   expectAnswer();
@@ -218,6 +219,7 @@ void LinkLane::follow(const FaultKind& kind, const FaultProxy::Plan& plan) {
 
 void LinkLane::followInterruption() {
   expectFailure();
+  before_ = 0;  // nothing is sent any more
   expectFailure();
   link_.resume();
 }
@@ -307,7 +309,7 @@ bool LinkLane::isSlow(const Outcome& outcome) {
 
 bool LinkLane::holdsWhatIsDocumented(const Outcome& outcome) const {
   if (walked_ != 0) {
-    return outcome.result == 0 || outcome.rows == outcome.count;
+    return outcome.result == 0 || (outcome.rows == outcome.count && outcome.rows == before_);
   }
   switch (outcome.result) {
     case CQOVLongSocket::kBadReply:

@@ -113,6 +113,7 @@ class LinkLane {
   Link link_;
   std::uint64_t number_ = 0;  ///< of the last request
   std::uint64_t walked_ = 0;  ///< not 0: exchanges are walks through so many last rows
+  std::uint64_t before_ = 0;  ///< how many of them a walk has that meets the fault
   std::atomic<std::size_t> kind_{0};
   std::atomic<std::chrono::steady_clock::time_point> since_{std::chrono::steady_clock::now()};
 };

@@ -139,7 +139,7 @@ void inPhase(const std::string& name, const Work& work) {
     try {
       done = work();
       const std::lock_guard<std::mutex> lock(mutex);
-      why = std::exchange(ended, nullptr);
+      why = ended;
     } catch (const std::bad_alloc&) {
       why = QOV_TextOf(QOVReason::kNoMemory);  // what an exchange may give
     }
@@ -147,7 +147,12 @@ void inPhase(const std::string& name, const Work& work) {
   if (!done) {
     qov::test::makeFile("failed", name + (why != nullptr ? std::string(": ") + why : ""));
   }
-  if (!work()) {
+  const bool again = work();
+  {
+    const std::lock_guard<std::mutex> lock(mutex);
+    ended = nullptr;
+  }
+  if (!again) {
     std::cerr << "Failed to do this once more after the phase: " << name << std::endl;
     std::_Exit(9);
   }

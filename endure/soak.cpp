@@ -16,6 +16,7 @@
 #include <numeric>
 #include <optional>
 #include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -32,6 +33,9 @@
 
 namespace qov::endure {
 namespace {
+
+/// "LogLevel", up to which all records of the module "loud" are there, but those for debugging.
+constexpr int kGreatestLevel = 3;
 
 namespace fs = std::filesystem;
 using std::chrono::seconds;
@@ -67,8 +71,21 @@ class SoakCampaign {
     } else {
       campaign_.fail("the agent does not start");
     }
-    std::ofstream(campaign_.folder() / "agent.log") << agent_.log() << agent_.errors();
   }
+
+  ~SoakCampaign() {
+    if (campaign_.failed() || std::uncaught_exceptions() > 0) {
+      std::error_code ignored;
+      std::ofstream(campaign_.folder() / "errors") << agent_.errors();
+      // One by one, as sockets cannot be copied.
+      for (const auto& entry : fs::directory_iterator(agent_.root().path(), ignored)) {
+        fs::copy(entry, campaign_.folder() / entry.path().filename(), fs::copy_options::recursive,
+                 ignored);
+      }
+    }
+  }
+  SoakCampaign(const SoakCampaign&) = delete;
+  SoakCampaign& operator=(const SoakCampaign&) = delete;
 
  private:
   void configure() {
@@ -120,7 +137,7 @@ class SoakCampaign {
       disturbLog();
       std::this_thread::sleep_for(seconds(1));
       look();
-      configureLog(campaign_.between(2, 5), campaign_.between(1, 5));
+      configureLog(campaign_.between(2, kGreatestLevel), campaign_.between(1, 5));
       agent_.send(SIGUSR1);
       ++reloads_;
       if (campaign_.between(1, 3) == 1) {
@@ -179,7 +196,9 @@ class SoakCampaign {
     }
   }
 
-  void judgeLog() {
+  /// Of what the log's former folders have, and removes them. `lasts`: each thread's last number, if
+  /// it is known; what has come may be short of it.
+  void judgeLog(const std::optional<LoudNumbers>& lasts = {}) {
     LoudLog log("endure_soak_agent");
     std::vector<fs::path> folders;
     for (const auto& entry : fs::directory_iterator(agent_.root().path())) {
@@ -190,25 +209,39 @@ class SoakCampaign {
         }
       }
     }
-    promise_.last = log.lasts();
+    promise_.last = lasts ? *lasts : log.lasts();
     promise_.is_disturbed = true;
+    promise_.greatest_level = kGreatestLevel;
     records_ += log.records();
     refused_ += log.refused();
     const std::string complaint = log.complaint(promise_);
     if (!complaint.empty()) {
       campaign_.fail(complaint);
     }
-    for (const fs::path& folder : folders) {
-      if (complaint.empty()) {
+    if (!campaign_.failed()) {
+      for (const fs::path& folder : folders) {
         fs::remove_all(folder);
-      } else {
-        fs::rename(folder, campaign_.folder() / folder.filename());
       }
     }
     for (std::size_t thread = 0; thread < kLoudThreads; ++thread) {
       promise_.first[thread] = std::max(promise_.first[thread], promise_.last[thread] + 1);
     }
     promise_.loses_errors = false;
+  }
+
+  /// Of an agent that has ended, whose module has told its last numbers.
+  void lookAtLastLog() {
+    faults_.takeFolder();
+    LoudNumbers lasts{};
+    std::istringstream told(readFile(agent_.root().path() / "loud"));
+    for (std::uint64_t& last : lasts) {
+      told >> last;
+    }
+    if (!told) {
+      campaign_.fail("the module has not told what it has logged");
+      return;
+    }
+    judgeLog(lasts);
   }
 
   void look() {
@@ -233,8 +266,9 @@ class SoakCampaign {
       campaign_.fail(balance);
     }
     seeEvents();
+    // Where the disk was full, events may still wait for a place on it.
+    measure(!diskWasFull_);
     lookAtLog();
-    measure();
   }
 
   pid_t process() const { return static_cast<pid_t>(told("pid")); }
@@ -257,21 +291,26 @@ class SoakCampaign {
     }
   }
 
-  void measure() {
+  void measure(bool isCalm) {
     turns_ = told("turns");
-    memory_.add(told("resident"), told("heap"));
+    if (isCalm) {
+      memory_.add(told("resident"), told("heap"));
+    }
     const auto same = [this] {
       descriptorsNow_ = entriesOf("fd");
       threadsNow_ = entriesOf("task");
       return descriptorsNow_ == descriptors_ && threadsNow_ == threads_;
     };
     if (rests_++ == 0) {
-      // A client of the status module may still be leaving: the first two equal looks count.
+      // A client of the status module may still be leaving: what stays for a second counts.
+      auto since = std::chrono::steady_clock::now();
       waitUntil([&] {
-        const bool areAlike = same();
-        descriptors_ = descriptorsNow_;
-        threads_ = threadsNow_;
-        return areAlike;
+        if (!same()) {
+          descriptors_ = descriptorsNow_;
+          threads_ = threadsNow_;
+          since = std::chrono::steady_clock::now();
+        }
+        return std::chrono::steady_clock::now() - since > seconds(1);
       });
     }
     if (!waitUntil(same)) {
@@ -322,11 +361,12 @@ class SoakCampaign {
   }
 
   void finish() {
-    judgeLog();
     agent_.send(SIGTERM);
     const test::Ending ending = agent_.waitForDaemonEnd();
     if (!ending.ended || ending.exitStatus != 0) {
       campaign_.fail("the agent has not ended as it should");
+    } else {
+      lookAtLastLog();
     }
     memory_.judge();
     if (broker_ && events_ == 0) {

@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "tests/process/agent_test.h"
 #include "tests/support/sanitizers.h"
 
@@ -22,7 +24,12 @@ class AgentHangReport : public AgentTest {
   void startsStuck() {
     starts({"stuck", "named"});
     ASSERT_TRUE(agent.waitForLog("Module(255) thread inited"));
-    ASSERT_TRUE(waitUntil([&] { return agent.waitsOf("m255-leader") > 0; }));
+    // It may have waited for a lock before it began; this wait has no end of its own.
+    long waits = 0;
+    ASSERT_TRUE(waitUntil([&] {
+      const long before = std::exchange(waits, agent.waitsOf("m255-leader"));
+      return waits > 0 && waits == before;
+    }));
   }
 
   void isAborted() {

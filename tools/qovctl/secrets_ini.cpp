@@ -21,6 +21,9 @@ class IniLines {
     const std::string_view text = trimmed(line);
     if (isInBlock_ || text.find("-----BEGIN") != kNone) {
       isInBlock_ = text.find("-----END") == kNone;
+      if (!text.empty() && text.front() == '[') {
+        beginSection(text);
+      }
       return blanked(line);
     }
     if (text.empty()) {
@@ -58,19 +61,26 @@ class IniLines {
   }
 
   std::string header(std::string_view line) {
+    beginSection(line);
     const std::size_t end = line.find(']');
+    return end == kNone ? blanked(line)
+                        : withoutUser(line.substr(0, end + 1)) + blanked(line.substr(end + 1));
+  }
+
+  /// Where ACE does: it takes the name up to the last "]", and none where that has only separators.
+  void beginSection(std::string_view line) {
+    const std::string_view text = line.substr(0, line.find('\0'));
+    const std::size_t end = text.rfind(']');
     if (end == kNone) {
-      isSecretSection_ = isSecretSection_ || looksSecret(line);  // it begins no section
-      return blanked(line);
+      isSecretSection_ = isSecretSection_ || looksSecret(line);
+      return;
     }
-    const std::string_view name = line.substr(0, end + 1);
-    // To ACE the name ends at the last "]".
-    if (trimmed(line.substr(0, line.rfind(']') + 1)) != "[]") {
+    const std::size_t begin = text.find('[') + 1;
+    if (text.substr(begin, end - begin).find_first_not_of("/\\") != kNone) {
       isSecretSection_ = looksSecret(line);
       isSecretComment_ = false;
       isInValue_ = false;
     }
-    return withoutUser(name) + blanked(line.substr(end + 1));
   }
 
   /// `mayGoOn`: the line may belong to a value in several lines.

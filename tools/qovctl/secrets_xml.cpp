@@ -103,6 +103,19 @@ bool takeAttributes(Reader& from, std::vector<Attribute>& attributes) {
   return from.sees("/>") || from.sees(">");
 }
 
+/// Whether there are attributes behind the name, and nothing else.
+bool hasAttributesAlone(std::string_view declaration) {
+  Reader in(declaration);
+  takeName(in);
+  Attribute attribute;
+  while (in.skipBlanks() && !in.isAtEnd()) {
+    if (!takeAttribute(in, attribute)) {
+      return false;
+    }
+  }
+  return in.isAtEnd();
+}
+
 /// Goes through a file.
 class XmlText {
  public:
@@ -162,8 +175,9 @@ class XmlText {
 
   bool takeDeclaration(std::size_t begin) {
     const std::string_view text = in_.takeUntil("?>");
-    // To TinyXML it ends at the first ">".
-    if (mayBeSecret(text) || text.find('>') != std::string_view::npos || !in_.take("?>")) {
+    // To TinyXML it ends at the first ">" that is in no quotes.
+    if (isInSecret() || mayBeSecret(text) || text.find('>') != std::string_view::npos ||
+        !hasAttributesAlone(text) || !in_.take("?>")) {
       return false;
     }
     out_ += withoutUser(in_.part(begin, in_.at()));
