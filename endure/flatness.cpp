@@ -13,8 +13,9 @@ constexpr std::int64_t kKilobyte = 1024;
 // In bytes, over the last half of a campaign.
 /// Pages that the allocator cannot give back.
 constexpr double kMostResident = 1 << 20;
-/// What threads and buffers have had at most, which on a busy machine grows late. From eight minutes
-/// of campaign "life" on, 48 bytes lost in each load that fails in one of its nine ways are more.
+/// What threads and buffers have had at most, which on a busy machine grows late. From eight
+/// minutes of campaign "life" on, 48 bytes lost in each load that fails in one of its nine ways are
+/// more.
 constexpr double kMostHeap = 64 << 10;
 
 /// The line that is nearest to the last half of `values`, by least squares.

@@ -196,7 +196,7 @@ class SoakCampaign {
     }
   }
 
-  /// Of what the log's former folders have, and removes them. `lasts`: each thread's last number, if
+  /// What the log's former folders have, which are removed. `lasts`: each thread's last number, if
   /// it is known; what has come may be short of it.
   void judgeLog(const std::optional<LoudNumbers>& lasts = {}) {
     LoudLog log("endure_soak_agent");
