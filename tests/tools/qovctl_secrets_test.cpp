@@ -207,6 +207,8 @@ TEST(SecretsOfXml, AreAllBehindWhatIsNotWellFormed) {
           {"<!-- hunter2", "***"},
           {"<A/><![CDATA[\nhunter2]]>", "<A/>***\n***"},
           {"<?xml key=\"hunter2\"?><A/>", "***"},
+          {"<?xml version=\"?><a b=\"><x pass=\" hunter2=\"/>\" />", "***"},
+          {"<Auth><?hunter2?></Auth>", "<Auth>***"},
           {"<?xml version=\"1.0\">\n<A>hunter2</A><?a?>", "***\n***"},
           {"</A>hunter2", "***"},
           {"hunter2", "***"},
