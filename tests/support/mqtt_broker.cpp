@@ -111,7 +111,7 @@ void MqttBroker::stop(int signum) {
 }
 
 void MqttBroker::start() {
-  if (!runs()) {
+  if (!comesUp()) {
     throw std::runtime_error("mosquitto does not start: " + log());
   }
 }
@@ -139,7 +139,7 @@ void MqttBroker::reload() const {
 }
 
 /// Starts it, and waits until it listens.
-bool MqttBroker::runs() {
+bool MqttBroker::comesUp() {
   std::string configuration = "listener " + std::to_string(port()) +
                               " 127.0.0.1\nlog_dest stderr\n"
                               // Started by root it would become another user, who may not read

@@ -74,7 +74,7 @@ class MqttBroker {
   void reload() const;
 
  private:
-  bool runs();
+  bool comesUp();
 
   const TemporaryDirectory directory_;
   const Security security_;
