@@ -112,11 +112,11 @@ class IniLines {
 
 std::string withoutSecretsOfIni(std::string_view text) {
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-  if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
-    return std::string(kByteOrderMark) + withoutSecretsOfIni(text.substr(kByteOrderMark.size()));
-  }
+  const std::size_t begin =
+      text.substr(0, kByteOrderMark.size()) == kByteOrderMark ? kByteOrderMark.size() : 0;
   IniLines lines;
-  return eachLine(text, [&lines](std::string_view line) { return lines.read(line); });
+  return std::string(text.substr(0, begin)) +
+         eachLine(text.substr(begin), [&lines](std::string_view line) { return lines.read(line); });
 }
 
 }  // namespace qov::ctl
