@@ -13,8 +13,8 @@
 
 /// What a link has: its connection, and how far it is.
 ///
-/// Thread: with lock_ held, interruption_ and limits_ excepted: the one guards itself, the other is
-///         constant after construction.
+/// Thread: with lock_ held, the locks, interruption_ and limits_ excepted: interruption_ guards itself,
+///         limits_ is constant after construction.
 /// Owns:   the connection and the buffer.
 /// Errors: the constructor throws std::bad_alloc.
 ///
@@ -29,6 +29,7 @@ struct __attribute__((visibility("hidden"))) CQOVLongSocket::State {
   ACE_INET_Addr server_;  ///< tried last
   ACE_SOCK_Stream peer_;
   ACE_Thread_Mutex lock_;
+  ACE_Thread_Mutex next_;  ///< held by whoever waits for lock_ and has it next
   /// Of kMaxMessage bytes. Not zeroed: most of it is never used.
   const std::unique_ptr<unsigned char[]> buffer_{new unsigned char[kMaxMessage]};
   std::unique_ptr<qov::Endpoint> endpoint_;  ///< the configured one is read when it connects first

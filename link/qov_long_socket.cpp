@@ -199,7 +199,10 @@ class __attribute__((visibility("hidden"))) CQOVLongSocket::Exchange {
 };
 
 unsigned int CQOVLongSocket::Exchange::run() {
+  // A thread that takes the lock again at once, as a walk does, finds that another one is next.
+  ACE_Guard<ACE_Thread_Mutex> next(state_.next_);
   const ACE_Guard<ACE_Thread_Mutex> lock(state_.lock_);
+  next.release();
   try {
     const unsigned int result = attemptTwice();
     if (state_.cut_) {

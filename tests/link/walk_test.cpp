@@ -1,9 +1,12 @@
 #include <qovpub/qov_exception.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <sstream>
 #include <thread>
 
 #include "tests/link/link_fixture.h"
+#include "tests/support/sleeping_thread.h"
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
@@ -239,31 +242,31 @@ TEST_F(Walk, ReadsATableOfTenThousandRowsLessOne) {
   EXPECT_THAT(records(), IsEmpty());
 }
 
-TEST_F(Walk, LetsOtherExchangesInBetweenItsSteps) {
+TEST_F(Walk, LetsAnotherExchangeThatWaitsInBeforeItsNextStep) {
   unsigned int other = 1;
   plays({[&](PeerConnection& connection) {
     const Message first = connection.request();
+    std::atomic<pid_t> id{0};
     std::thread asking([&] {
       CT7QPackageV3 asked;
       asked.addRecord(99);
+      id = ::gettid();
       other = link->sendMsg(&asked);
     });
+    waitForThread([&id] { return id != 0 && sleeps(id); }, "waits for its turn");
     connection.send(answerTo(first, rowBytes(0)));
-    // The walk goes on until the other request is there.
-    for (bool came = false; !came;) {
-      const Message request = connection.request();
-      came = request[28] == 99;
-      connection.send(answerTo(request, rowBytes(1)));
-    }
-    asking.join();
+    const Message next = connection.request();
+    EXPECT_EQ(next[28], 99);
+    connection.send(answerTo(next, rowBytes(1)));
     connection.answer(recordBytes(8, 1));
+    asking.join();
   }});
   log.log().priority_mask(LM_ERROR, ACE_Log_Msg::PROCESS);
   connects();
   EXPECT_EQ(walks(), 0U);
   peer.join();
   EXPECT_EQ(other, 0U);
-  EXPECT_EQ(package[package.count() - 1].cmd(), 8U);
+  EXPECT_THAT(commands(), ElementsAre(7, 8));
 }
 
 TEST_F(Walk, TracesItself) {
