@@ -35,7 +35,7 @@ Failure whyNoLogKey(CQOV_Ini_Operator& ini, const std::string& file, const std::
   return failure;
 }
 
-Failure whyNoLogFile(const std::string& path, int error) {
+Failure whyNoLogFile(const std::string& path, int error, const std::string& place) {
   const std::string folder = folderOf(path);
   std::string cause = errnoText(error);
   if (error == ENOENT && errorOf(folder, F_OK) != 0) {
@@ -43,7 +43,8 @@ Failure whyNoLogFile(const std::string& path, int error) {
   } else if (error == ENXIO && isPipe(path)) {
     cause = "a pipe takes nothing while nobody reads it";
   }
-  return {"open the log", path, 0, {}, cause + "; records go to standard error"};
+  cause += "; records go to " + (place.empty() ? "standard error" : place);
+  return {"open the log", path, 0, {}, cause};
 }
 
 int errorOfLogFile(const std::string& path) {

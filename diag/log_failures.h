@@ -14,8 +14,9 @@ namespace qov {
 /// Section "LOG_CFG" of `ini`, which has read `file`, lacks `key` or is not there.
 Failure whyNoLogKey(CQOV_Ini_Operator& ini, const std::string& file, const std::string& key);
 
-/// The log file `path` cannot be opened, `error` is why.
-Failure whyNoLogFile(const std::string& path, int error);
+/// The log file `path` cannot be opened, `error` is why. Records go to the file `place`; empty:
+/// standard error.
+Failure whyNoLogFile(const std::string& path, int error, const std::string& place);
 
 /// 0, or why the log file `path` could not be opened by this process. Opens nothing, so a pipe is
 /// taken for one that nobody reads.

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
 
 namespace qov {
 
@@ -155,6 +157,14 @@ bool LogFile::follow() {
   }
   const bool isDeleted = own.st_nlink == 0;
   return begin(&own) || !isDeleted;  // rather in a file of another name than nowhere
+}
+
+std::string LogFile::otherPlace() const {
+  struct stat own {};
+  std::error_code error;
+  return statOwn(own) && own.st_nlink > 0
+             ? std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd_), error).string()
+             : std::string();
 }
 
 bool LogFile::write(std::string_view record) {

@@ -50,6 +50,9 @@ class LogFile {
   void removeFrom(int number) const;
 
   const std::string& path() const { return path_; }
+  /// Where someone has moved the file that records go to while path() cannot be opened; empty: they
+  /// go nowhere.
+  std::string otherPlace() const;
 
  private:
   bool begin(const struct stat* predecessor);

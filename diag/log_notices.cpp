@@ -51,7 +51,7 @@ std::string describe(LogForm form) {
   return text;
 }
 
-std::string describe(const CLogging_Cfg_Param& param, bool isOpen) {
+std::string describe(const CLogging_Cfg_Param& param, const std::string& place) {
   const std::string begin = "Log settings in force: ";
   const std::string end = describe(LogForm::now());
   if (param.sendTerminal_ != 0) {
@@ -59,7 +59,7 @@ std::string describe(const CLogging_Cfg_Param& param, bool isOpen) {
   }
   const auto shown = [](int value, int least) { return std::to_string(std::max(value, least)); };
   return begin + "LogLevel " + shown(param.logLevel_, 0) + ", " +
-         (isOpen ? std::string("file ") + param.logFile_ : "standard error") + ", LogFileMaxSize " +
+         (place.empty() ? "standard error" : "file " + place) + ", LogFileMaxSize " +
          shown(param.logFileMaxSize_, 0) + " KB, LogFileMaxCnt " + shown(param.logFileMaxCnt_, 1) +
          ", ChkInterval " + shown(param.chkInterval_, 0) + " s" + end;
 }
@@ -94,9 +94,10 @@ void warnOfCutName(const char* logFile, const char* cut) noexcept {
   warn(log_id::kLogPathCut, __LINE__, textOf(whyCutPath(logFile, cut)));
 }
 
-void tellNoFile(const char* file, int error) noexcept {
+void tellNoFile(const char* file, int error, const std::string& place) noexcept {
   if (const CQOVDebugKit* const kit = KitRegistry::find(0)) {
-    kit->error(log_id::kLogNotOpened, kApplying, __LINE__, textOf(whyNoLogFile(file, error)));
+    kit->error(log_id::kLogNotOpened, kApplying, __LINE__,
+               textOf(whyNoLogFile(file, error, place)));
   }
 }
 
@@ -107,9 +108,9 @@ void tellNotRotated(Failure failure) {
   }
 }
 
-void tellSettings(const CLogging_Cfg_Param& param, bool isOpen) noexcept {
+void tellSettings(const CLogging_Cfg_Param& param, const std::string& place) noexcept {
   if (const CQOVDebugKit* const kit = KitRegistry::find(0)) {
-    kit->info(log_id::kLogSettings, "reloadLogStrategy", __LINE__, describe(param, isOpen));
+    kit->info(log_id::kLogSettings, "reloadLogStrategy", __LINE__, describe(param, place));
   }
 }
 

@@ -27,12 +27,13 @@ void warnOfOddValue(const std::string& description) noexcept;
 
 /// `cut` is what could be taken of the path `logFile`.
 void warnOfCutName(const char* logFile, const char* cut) noexcept;
-/// The log file cannot be opened, `error` is why. An error, which every "LogLevel" lets through.
-void tellNoFile(const char* file, int error) noexcept;
+/// The log file cannot be opened, `error` is why. Records go to the file `place`; empty: standard
+/// error. An error, which every "LogLevel" lets through.
+void tellNoFile(const char* file, int error, const std::string& place) noexcept;
 /// A file that should be rotated cannot be. An error for the same reason.
 void tellNotRotated(Failure failure);
-/// `param` is in force; `isOpen` if its file is open.
-void tellSettings(const CLogging_Cfg_Param& param, bool isOpen) noexcept;
+/// `param` is in force. Records go to the file `place`; empty: standard error.
+void tellSettings(const CLogging_Cfg_Param& param, const std::string& place) noexcept;
 
 }  // namespace qov
 

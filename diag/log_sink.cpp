@@ -36,6 +36,11 @@ void LogSink::use(ACE_Log_Msg& log, const std::string& path, std::optional<uid_t
   log.msg_ostream(&stream_, false);
 }
 
+std::string LogSink::place() const {
+  const Lock lock;
+  return openError_ == 0 ? file_.path() : file_.otherPlace();
+}
+
 void LogSink::beBackend(ACE_Log_Msg& log) {
   if (!hasForeignBackend()) {
     ACE_Log_Msg::msg_backend(this);

@@ -66,7 +66,7 @@ class ConfigurationCheck {
       findings_.push_back(findingOf(whyCutPath(files_.log, path)));
     }
     if (const int error = errorOfLogFile(path); error != 0) {
-      findings_.push_back(findingOf(whyNoLogFile(path, error), isPipe(path)));
+      findings_.push_back(findingOf(whyNoLogFile(path, error, {}), isPipe(path)));
     }
   }
 

@@ -13,6 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -28,10 +29,11 @@ class LogLines : public LogInFile {
   void init() { strategy_.initLogStrategy(nullptr, path_.c_str()); }
   void reload() { strategy_.reloadLogStrategy(nullptr, path_.c_str()); }
 
-  /// Tag and message of each record, without their origin.
-  std::vector<std::string> records() const {
+  /// Tag and message of each record in the log, without their origin.
+  std::vector<std::string> records() const { return recordsIn(path_); }
+  static std::vector<std::string> recordsIn(const std::string& path) {
     std::vector<std::string> all;
-    std::ifstream file(path_);
+    std::ifstream file(path);
     for (std::string line; std::getline(file, line);) {
       const std::size_t tag = line.find("][", line.find("][") + 2) + 2;
       all.push_back(line.substr(tag, line.find(']', tag) - tag) + " " +
@@ -139,6 +141,38 @@ TEST_F(LogLines, NameStandardErrorInThePlaceOfAFileThatAReloadCannotOpen) {
                         "10240 KB, LogFileMaxCnt 3, ChkInterval 600 s\n"));
   reload();
   EXPECT_THAT(records().back(), HasSubstr("LogLevel 2, file " + path_));
+}
+
+TEST_F(LogLines, NameTheMovedFileThatRecordsGoOnToWhenAReloadCannotOpenTheLog) {
+  const std::string folder = directory_.file("logs");
+  const std::string file = folder + "/x.log";
+  const std::string moved = directory_.file("moved/x.log");
+  fs::create_directory(folder);
+  configure("");
+  strategy_.initLogStrategy(nullptr, file.c_str());
+  fs::rename(folder, directory_.file("moved"));
+  strategy_.reloadLogStrategy(nullptr, file.c_str());
+  EXPECT_THAT(recordsIn(moved),
+              ElementsAre("ERR Failed to open the log: " + file + ": there is no directory " +
+                              folder + "/; records go to " + moved,
+                          "INFO Log settings in force: LogLevel 2, file " + moved +
+                              ", LogFileMaxSize 10240 KB, LogFileMaxCnt 3, ChkInterval 600 s"));
+}
+
+TEST_F(LogLines, NameStandardErrorInThePlaceOfADeletedFileThatAReloadCannotOpenAnew) {
+  const std::string folder = directory_.file("logs");
+  const std::string file = folder + "/x.log";
+  fs::create_directory(folder);
+  configure("");
+  strategy_.initLogStrategy(nullptr, file.c_str());
+  fs::remove_all(folder);
+  testing::internal::CaptureStderr();
+  strategy_.reloadLogStrategy(nullptr, file.c_str());
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::AllOf(HasSubstr("/; records go to standard error\n"),
+                             HasSubstr(" in force: LogLevel 2, standard error, ")));
+  reload();
+  EXPECT_THAT(records(), testing::Contains(EndsWith("could not be written: 2")));
 }
 
 TEST_F(LogLines, SayWhyAReloadHasChangedNothing) {
