@@ -94,10 +94,10 @@ void warnOfCutName(const char* logFile, const char* cut) noexcept {
   warn(log_id::kLogPathCut, __LINE__, textOf(whyCutPath(logFile, cut)));
 }
 
-void tellNoFile(const char* file, int error, const std::string& place) noexcept {
+void tellNoFile(const char* file, const LogSink& sink) noexcept {
   if (const CQOVDebugKit* const kit = KitRegistry::find(0)) {
     kit->error(log_id::kLogNotOpened, kApplying, __LINE__,
-               textOf(whyNoLogFile(file, error, place)));
+               textOf(whyNoLogFile(file, sink.openError(), sink.place())));
   }
 }
 
@@ -108,9 +108,9 @@ void tellNotRotated(Failure failure) {
   }
 }
 
-void tellSettings(const CLogging_Cfg_Param& param, const std::string& place) noexcept {
+void tellSettings(const CLogging_Cfg_Param& param, const LogSink& sink) noexcept {
   if (const CQOVDebugKit* const kit = KitRegistry::find(0)) {
-    kit->info(log_id::kLogSettings, "reloadLogStrategy", __LINE__, describe(param, place));
+    kit->info(log_id::kLogSettings, "reloadLogStrategy", __LINE__, describe(param, sink.place()));
   }
 }
 

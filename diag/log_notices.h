@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "diag/log_sink.h"
 #include "frame/env/failure.h"
 
 namespace qov {
@@ -27,13 +28,12 @@ void warnOfOddValue(const std::string& description) noexcept;
 
 /// `cut` is what could be taken of the path `logFile`.
 void warnOfCutName(const char* logFile, const char* cut) noexcept;
-/// The log file cannot be opened, `error` is why. Records go to the file `place`; empty: standard
-/// error. An error, which every "LogLevel" lets through.
-void tellNoFile(const char* file, int error, const std::string& place) noexcept;
+/// `sink` cannot open the log file. An error, which every "LogLevel" lets through.
+void tellNoFile(const char* file, const LogSink& sink) noexcept;
 /// A file that should be rotated cannot be. An error for the same reason.
 void tellNotRotated(Failure failure);
-/// `param` is in force. Records go to the file `place`; empty: standard error.
-void tellSettings(const CLogging_Cfg_Param& param, const std::string& place) noexcept;
+/// `param` is in force, and records go to `sink`.
+void tellSettings(const CLogging_Cfg_Param& param, const LogSink& sink) noexcept;
 
 }  // namespace qov
 

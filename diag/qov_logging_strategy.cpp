@@ -93,7 +93,7 @@ void tidyUp(const CLogging_Cfg_Param& param) noexcept {
     sink.removeFilesFrom(param.logFileMaxCnt_);
   }
   if (sink.openError() != 0 && param.logFile_[0] != '\0') {
-    qov::tellNoFile(param.logFile_, sink.openError(), sink.place());
+    qov::tellNoFile(param.logFile_, sink);
   }
 }
 
@@ -138,7 +138,7 @@ int CQOV_Logging_Strategy::reloadLogStrategy(const char* cfgFile, const char* lo
   inForce_.reset();
   const int result = initLogStrategy(cfgFile, logFile);
   if (inForce_) {  // or else who met the reason has told it
-    qov::tellSettings(*inForce_, qov::LogSink::process().place());
+    qov::tellSettings(*inForce_, qov::LogSink::process());
   }
   return result;
 }
