@@ -18,10 +18,12 @@
 #include "tests/diag/process_root.h"
 #include "tests/diag/reactor_timers.h"
 #include "tests/support/child.h"
+#include "tests/support/counts.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using qov::test::entriesOf;
 using qov::test::readFile;
 using qov::test::writeFile;
 using testing::AllOf;
@@ -329,17 +331,14 @@ TEST_F(LoggingStrategy, GoesOnWritingAfterItsDestruction) {
 }
 
 TEST_F(LoggingStrategy, KeepsNoFurtherDescriptors) {
-  const auto descriptors = [] {
-    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
-  };
   param_.logFileMaxSize_ = 1;
   strategy_.initLogStrategy(param_);
-  const auto before = descriptors();
+  const auto before = entriesOf("/proc/self/fd");
   for (int round = 0; round < 100; ++round) {
     log(std::string(2000, 'x'));
     strategy_.initLogStrategy(param_);
   }
-  EXPECT_EQ(descriptors(), before);
+  EXPECT_EQ(entriesOf("/proc/self/fd"), before);
 }
 
 /// The number under which this process has `file` open; -1: not at all.

@@ -5,6 +5,8 @@
 #include <chrono>
 #include <sstream>
 
+#include "tests/support/counts.h"
+
 namespace qov::test {
 namespace {
 
@@ -12,14 +14,6 @@ constexpr std::chrono::seconds kLimit{60};
 
 ACE_Log_Msg& aceLog() {
   return *ACE_Log_Msg::instance();
-}
-
-int occurrences(const std::string& text, const std::string& part) {
-  int count = 0;
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-    ++count;
-  }
-  return count;
 }
 
 }  // namespace
@@ -66,7 +60,7 @@ void ProcessLog::Buffer::clear() {
 
 bool ProcessLog::Buffer::waitFor(const std::string& part, int count) const {
   std::unique_lock<std::mutex> lock(mutex_);
-  return grown_.wait_for(lock, kLimit, [&] { return occurrences(text_, part) >= count; });
+  return grown_.wait_for(lock, kLimit, [&] { return timesOf(part, text_) >= count; });
 }
 
 ProcessLog::Buffer::int_type ProcessLog::Buffer::overflow(int_type c) {

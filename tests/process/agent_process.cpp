@@ -9,6 +9,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "tests/support/counts.h"
+
 namespace qov::test {
 namespace {
 
@@ -21,6 +23,10 @@ void redirect(const std::filesystem::path& file, int descriptor) {
 std::string firstLineOf(const std::filesystem::path& file) {
   const std::string text = readFile(file);
   return text.substr(0, text.find('\n'));
+}
+
+std::filesystem::path procOf(pid_t process) {
+  return "/proc/" + std::to_string(process);
 }
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
@@ -106,48 +112,39 @@ bool AgentProcess::hasTaken(int signum) const {
 }
 
 bool AgentProcess::isIn(const std::string& mask, int signum) const {
-  const std::string status = readFile("/proc/" + std::to_string(started_) + "/status");
+  const std::string status = readFile(procOf(started_) / "status");
   const std::size_t place = status.find(mask);
   return place != std::string::npos &&
          (std::stoull(status.substr(place + mask.size()), nullptr, 16) >> (signum - 1) & 1U) != 0;
 }
 
 std::size_t AgentProcess::peakKilobytes() const {
-  const std::string status = readFile("/proc/" + std::to_string(started_) + "/status");
-  const std::string key = "VmHWM:";
-  const std::size_t place = status.find(key);
-  return place == std::string::npos ? 0 : std::stoull(status.substr(place + key.size()));
+  return static_cast<std::size_t>(numberBehind("VmHWM:", readFile(procOf(started_) / "status")));
 }
 
 std::multiset<std::string> AgentProcess::threadNames() const {
   std::multiset<std::string> names;
-  const std::filesystem::path tasks = "/proc/" + std::to_string(started_) + "/task";
-  for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+  for (const auto& task : std::filesystem::directory_iterator(procOf(started_) / "task")) {
     names.insert(firstLineOf(task.path() / "comm"));
   }
   return names;
 }
 
 std::string AgentProcess::mainThreadName() const {
-  return firstLineOf("/proc/" + std::to_string(started_) + "/comm");
+  return firstLineOf(procOf(started_) / "comm");
 }
 
 long AgentProcess::waitsOf(const std::string& threadName) const {
-  const std::filesystem::path tasks = "/proc/" + std::to_string(started_) + "/task";
-  const std::string key = "\nvoluntary_ctxt_switches:";
-  for (const auto& task : std::filesystem::directory_iterator(tasks)) {
-    const std::string status = readFile(task.path() / "status");
-    const std::size_t waits = status.find(key);
-    if (firstLineOf(task.path() / "comm") == threadName && waits != std::string::npos) {
-      return std::stol(status.substr(waits + key.size()));
+  for (const auto& task : std::filesystem::directory_iterator(procOf(started_) / "task")) {
+    if (firstLineOf(task.path() / "comm") == threadName) {
+      return numberBehind("\nvoluntary_ctxt_switches:", readFile(task.path() / "status"));
     }
   }
   return 0;
 }
 
 long AgentProcess::ticksOf(const std::string& threadName) const {
-  const std::filesystem::path tasks = "/proc/" + std::to_string(started_) + "/task";
-  for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+  for (const auto& task : std::filesystem::directory_iterator(procOf(started_) / "task")) {
     if (firstLineOf(task.path() / "comm") == threadName) {
       const std::string stat = readFile(task.path() / "stat");
       // The 14th and 15th field; the second one, the name, ends with ")".
@@ -166,9 +163,8 @@ long AgentProcess::ticksOf(const std::string& threadName) const {
 }
 
 bool AgentProcess::waitForStop() const {
-  const std::filesystem::path tasks = "/proc/" + std::to_string(started_) + "/task";
   return waitUntil([&] {
-    const std::filesystem::directory_iterator all(tasks);
+    const std::filesystem::directory_iterator all(procOf(started_) / "task");
     return std::all_of(begin(all), end(all), [](const std::filesystem::directory_entry& task) {
       return readFile(task.path() / "status").find("\nState:\tT") != std::string::npos;
     });

@@ -7,6 +7,7 @@
 
 #include "tests/process/agent_test.h"
 #include "tests/process/broken_set_ups.h"
+#include "tests/support/counts.h"
 #include "tests/support/sanitizers.h"
 
 using ::testing::HasSubstr;
@@ -17,14 +18,6 @@ namespace {
 class BrokenAgent : public AgentTest {
  protected:
   std::string filledIn(const std::string& text) { return test::filledIn(text, agent.root()); }
-
-  static std::size_t countOf(const std::string& text, const std::string& part) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-      ++count;
-    }
-    return count;
-  }
 
   bool hasStarted() {
     return waitUntil([&] { return !agent.state("pid").empty(); });
@@ -48,7 +41,7 @@ class BrokenSetUpTest : public BrokenAgent, public ::testing::WithParamInterface
 
   void saysAllOnce(const std::string& where) {
     for (const std::string& line : GetParam().says) {
-      EXPECT_EQ(countOf(where, filledIn(line)), 1U) << filledIn(line) << "\nis in\n" << where;
+      EXPECT_EQ(timesOf(filledIn(line), where), 1) << filledIn(line) << "\nis in\n" << where;
     }
   }
 

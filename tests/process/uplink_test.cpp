@@ -7,6 +7,7 @@
 #include <string>
 
 #include "tests/process/agent_test.h"
+#include "tests/support/counts.h"
 #include "tests/support/files.h"
 #include "tests/tools/endpoint_process.h"
 
@@ -79,15 +80,7 @@ class Uplink : public ::testing::Test {
   }
 
   /// How often the uplink has said what it did so far.
-  int rounds() const {
-    const std::string log = agent.log();
-    const std::string line = "notice from uplink: exchanges ";
-    int count = 0;
-    for (auto at = log.find(line); at != std::string::npos; at = log.find(line, at + 1)) {
-      ++count;
-    }
-    return count;
-  }
+  int rounds() const { return timesOf("notice from uplink: exchanges ", agent.log()); }
 
   TemporaryDirectory directory;
   AgentProcess agent{directory.file("devagent")};

@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <deque>
-#include <filesystem>
 #include <iostream>
 #include <optional>
 #include <random>
@@ -19,6 +18,7 @@
 #include "modules/status/answers.h"
 #include "modules/status/level.h"
 #include "tests/modules/status/served_socket.h"
+#include "tests/support/counts.h"
 #include "tests/support/process_end.h"
 #include "tests/support/this_process.h"
 
@@ -47,11 +47,6 @@ const std::array<std::string, 7> kRequests{R"({"request": "status"})",
 std::optional<std::uint64_t> numberIn(const char* name) {
   const char* const text = std::getenv(name);
   return text != nullptr ? std::optional(std::strtoull(text, nullptr, 0)) : std::nullopt;
-}
-
-std::size_t entriesOf(const char* folder) {
-  const std::filesystem::directory_iterator all(folder);
-  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
 }
 
 /// What comes is the same for the same seed.
@@ -287,7 +282,7 @@ class StatusOfHostileClients : public ::testing::Test {
   }
 
   /// A good client is served, and nothing of the others is left.
-  void isAsBefore(const ServedSocket& socket, std::size_t descriptors, std::size_t threads) {
+  void isAsBefore(const ServedSocket& socket, std::ptrdiff_t descriptors, std::ptrdiff_t threads) {
     EXPECT_TRUE(waitUntil([&] {
       try {
         return socket.client().ask({{"request", "modules"}}).contains("modules");
@@ -312,8 +307,8 @@ TEST_F(StatusOfHostileClients, EachEndsInOneCounter) {
       [&](std::string_view request, const ClientCounts& clients, auto&... more) {
         return answers.answer(request, clients, more...);
       });
-  const std::size_t descriptors = entriesOf("/proc/self/fd");
-  const std::size_t threads = entriesOf("/proc/self/task");
+  const std::ptrdiff_t descriptors = entriesOf("/proc/self/fd");
+  const std::ptrdiff_t threads = entriesOf("/proc/self/task");
   const std::optional<std::uint64_t> asked = numberIn("QOV_HOSTILE_CASES");
   const auto end = std::chrono::steady_clock::now() + kUsualTime;
   std::uint64_t done = 0;
@@ -332,8 +327,8 @@ TEST_F(StatusOfHostileClients, SlowOnesEndInOneCounterEach) {
   const std::string answer = R"({"modules": ")" + std::string(2000000, 'x') + "\"}\n";
   const ServedSocket socket([&](std::string_view, const auto&...) { return std::optional(answer); },
                             kShortPatience);
-  const std::size_t descriptors = entriesOf("/proc/self/fd");
-  const std::size_t threads = entriesOf("/proc/self/task");
+  const std::ptrdiff_t descriptors = entriesOf("/proc/self/fd");
+  const std::ptrdiff_t threads = entriesOf("/proc/self/task");
   const std::uint64_t cases = numberIn("QOV_HOSTILE_CASES").value_or(kUsualCases);
   for (std::uint64_t round = 0; round < cases / kCasesOfARound && !HasFailure(); ++round) {
     areSlow(socket);
