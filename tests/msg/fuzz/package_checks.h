@@ -105,6 +105,20 @@ MessageBytes withLength(MessageBytes bytes, std::size_t at = 0) {
   return bytes;
 }
 
+/// What a fuzz target does and returns: the input as a message of that kind, as it is and with a
+/// LEN that fits in the header at `at`.
+template <class Package, class Head = HeadOf<Package>>
+int checkInput(const std::uint8_t* data, std::size_t size, std::size_t at = 0) {
+  silence();
+  const MessageBytes bytes(data, data + size);
+  const MessageBytes fit = withLength<Head>(bytes, at);
+  checkMessage<Package>(fit);
+  if (fit != bytes) {
+    checkMessage<Package>(bytes);
+  }
+  return 0;
+}
+
 }  // namespace qov::test
 
 #endif
