@@ -4,16 +4,14 @@
 
 #include <iostream>
 
-int main(int argc, char** argv) {
-  try {
-    CQOVapp app;
-    if (app.init(argc, argv) != 0) {
-      return 1;
-    }
-    app.event_loop_done();
-    return 0;
-  } catch (const CQOV_Exception& e) {
-    std::cerr << e.what() << '\n';
+int main(int argc, char** argv) try {
+  CQOVapp app;
+  if (app.init(argc, argv) != 0) {
     return 1;
   }
+  app.event_loop_done();
+  return 0;
+} catch (const CQOV_Exception& e) {
+  std::cerr << e.what() << '\n';
+  return 1;
 }

@@ -50,6 +50,17 @@ void Campaign::fail(const std::string& what) {
   std::cout << "FAILED: " << what << std::endl;
 }
 
+void Campaign::keepIfLost(const std::filesystem::path& folder) const {
+  namespace fs = std::filesystem;
+  if (failed_ || std::uncaught_exceptions() > 0) {
+    std::error_code ignored;
+    // One by one, as sockets and pipes cannot be copied.
+    for (const auto& entry : fs::directory_iterator(folder, ignored)) {
+      fs::copy(entry, folder_ / entry.path().filename(), fs::copy_options::recursive, ignored);
+    }
+  }
+}
+
 int Campaign::end() {
   printFigures();
   return failed_ ? 1 : 0;

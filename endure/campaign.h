@@ -60,6 +60,9 @@ class Campaign {
   /// Says what this run has not looked at, behind the figures. It does not fail for that.
   void notWatched(const std::string& what) { notWatched_ += " not watched: " + what; }
 
+  /// If the campaign is lost: copies what `folder` has, but for sockets and pipes, to its own.
+  void keepIfLost(const std::filesystem::path& folder) const;
+
   /// Prints the last line of figures; the result is the process's exit status.
   int end();
 
@@ -86,6 +89,11 @@ class Campaign {
 
 /// What main() of a campaign does: what `run` throws is a failure of the campaign, too.
 int runCampaign(int argc, char** argv, const std::function<void(Campaign&)>& run) noexcept;
+/// The same with run() of a `Kind`, which is made of the campaign.
+template <class Kind>
+int runCampaign(int argc, char** argv) noexcept {
+  return runCampaign(argc, argv, [](Campaign& campaign) { Kind(campaign).run(); });
+}
 
 }  // namespace qov::endure
 

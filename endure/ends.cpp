@@ -22,6 +22,7 @@
 
 #include "endure/campaign.h"
 #include "tests/process/agent_process.h"
+#include "tests/support/counts.h"
 
 namespace qov::endure {
 namespace {
@@ -83,14 +84,6 @@ std::vector<pid_t> children() {
   return pids;
 }
 
-int timesOf(const std::string& what, const std::string& text) {
-  int times = 0;
-  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
-    ++times;
-  }
-  return times;
-}
-
 void sleepUntil(Clock::time_point instant) {
   const auto since = std::chrono::duration_cast<Nanoseconds>(instant.time_since_epoch()).count();
   const timespec time{since / 1'000'000'000, since % 1'000'000'000};
@@ -106,6 +99,13 @@ class Ends {
     }
   }
 
+  void run() {
+    while (campaign_.goesOn()) {
+      live();
+    }
+  }
+
+ private:
   void live() {
     const auto which = static_cast<std::size_t>(
         campaign_.between(0, static_cast<std::int64_t>(lives().size()) - 1));
@@ -115,7 +115,6 @@ class Ends {
     ++runs_;
   }
 
- private:
   /// One agent, from its start to the end of its last process.
   class Run {
    public:
@@ -215,7 +214,8 @@ class Ends {
       const bool hasBegun = log.find(kLoading) != std::string::npos;
       const bool hasStarted = log.find(kStarted) != std::string::npos;
       const bool hasStopped = log.find(kStopped) != std::string::npos;
-      if (life_.starts && timesOf(kModuleStarted, log) != timesOf(kModuleStopped, log)) {
+      if (life_.starts &&
+          test::timesOf(kModuleStarted, log) != test::timesOf(kModuleStopped, log)) {
         lost("ended without stopping its modules");
       }
       for (const int status : statuses_) {
@@ -286,10 +286,5 @@ class Ends {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
-    qov::endure::Ends ends(campaign);
-    while (campaign.goesOn()) {
-      ends.live();
-    }
-  });
+  return qov::endure::runCampaign<qov::endure::Ends>(argc, argv);
 }

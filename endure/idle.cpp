@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <string>
 #include <thread>
@@ -14,12 +13,13 @@
 
 #include "endure/campaign.h"
 #include "tests/process/agent_process.h"
+#include "tests/support/counts.h"
 
 namespace qov::endure {
 namespace {
 
 using test::AgentProcess;
-using test::Ending;
+using test::numberBehind;
 using test::readFile;
 using test::waitUntil;
 using Clock = std::chrono::steady_clock;
@@ -39,19 +39,14 @@ struct Standstill {
   bool othersWait_ = true;  ///< all but the main thread
 };
 
-long numberBehind(const std::string& text, const std::string& key) {
-  const std::size_t place = text.find(key);
-  return place == std::string::npos ? 0 : std::stol(text.substr(place + key.size()));
-}
-
 Standstill lookAt(pid_t process) {
   Standstill found;
   const std::filesystem::path folder = "/proc/" + std::to_string(process);
   for (const auto& thread : std::filesystem::directory_iterator(folder / "task")) {
     const int id = std::stoi(thread.path().filename());
     const std::string status = readFile(thread.path() / "status");
-    found.waits_[id] = numberBehind(status, "\nvoluntary_ctxt_switches:") +
-                       numberBehind(status, "\nnonvoluntary_ctxt_switches:");
+    found.waits_[id] = numberBehind("\nvoluntary_ctxt_switches:", status) +
+                       numberBehind("\nnonvoluntary_ctxt_switches:", status);
     found.othersWait_ =
         found.othersWait_ && (id == process || status.find("\nState:\tS") != std::string::npos);
   }
@@ -60,8 +55,8 @@ Standstill lookAt(pid_t process) {
 
 /// Without pages of files, which the system takes and gives as it likes.
 long residentOf(pid_t process) {
-  return numberBehind(readFile("/proc/" + std::to_string(process) + "/smaps_rollup"),
-                      "\nAnonymous:");
+  return numberBehind("\nAnonymous:",
+                      readFile("/proc/" + std::to_string(process) + "/smaps_rollup"));
 }
 
 class IdleCampaign {
@@ -83,7 +78,7 @@ class IdleCampaign {
     } else {
       campaign_.fail("the agent does not come to rest");
     }
-    std::ofstream(campaign_.folder() / "agent.log") << agent.log() << agent.errors();
+    campaign_.keepIfLost(agent.root().path());
   }
 
  private:
@@ -181,8 +176,7 @@ class IdleCampaign {
 
   void end(AgentProcess& agent) {
     agent.send(SIGINT);
-    const Ending ending = agent.waitForEnd();
-    if (!ending.ended || ending.exitStatus != 0) {
+    if (agent.waitForEnd().exitStatus != 0) {
       campaign_.fail("the agent has not ended as it should");
     }
   }
@@ -200,7 +194,5 @@ class IdleCampaign {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
-    qov::endure::IdleCampaign(campaign).run();
-  });
+  return qov::endure::runCampaign<qov::endure::IdleCampaign>(argc, argv);
 }

@@ -19,6 +19,7 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <iostream>
 #include <new>
@@ -28,6 +29,7 @@
 #include <vector>
 
 #include "endure/campaign.h"
+#include "endure/handle.h"
 #include "endure/ini_round.h"
 #include "tests/support/files.h"
 #include "tests/support/process_end.h"
@@ -74,13 +76,14 @@ class SmallDisk {
 class IniCampaign {
  public:
   explicit IniCampaign(Campaign& campaign);
-  ~IniCampaign();
+  ~IniCampaign() { campaign_.keepIfLost(directory_.path()); }
   IniCampaign(const IniCampaign&) = delete;
   IniCampaign& operator=(const IniCampaign&) = delete;
 
-  void runRound();
+  void run();
 
  private:
+  void runRound();
   IniRound drawRound();
   void disturb(const IniRound& round);
   void killOne(const IniRound& round, pid_t& saver);
@@ -95,12 +98,12 @@ class IniCampaign {
   bool draws(int oneOf) { return campaign_.between(1, oneOf) == 1; }
 
   Campaign& campaign_;
-  Figure& rounds_;
-  Figure& saves_;
-  Figure& refused_;
-  Figure& reads_;
-  Figure& kills_;
-  Figure& left_;
+  Figure& rounds_ = campaign_.figure("rounds");
+  Figure& saves_ = campaign_.figure("saves");
+  Figure& refused_ = campaign_.figure("refused");
+  Figure& reads_ = campaign_.figure("reads");
+  Figure& kills_ = campaign_.figure("kills");
+  Figure& left_ = campaign_.figure("left_by_killed");
   const test::TemporaryDirectory directory_;
   const fs::path disk_ = directory_.path() / "disk";
   const fs::path small_ = directory_.path() / "small";
@@ -111,15 +114,7 @@ class IniCampaign {
   int killed_ = 0;  ///< in this round
 };
 
-IniCampaign::IniCampaign(Campaign& campaign)
-    : campaign_(campaign),
-      rounds_(campaign_.figure("rounds")),
-      saves_(campaign_.figure("saves")),
-      refused_(campaign_.figure("refused")),
-      reads_(campaign_.figure("reads")),
-      kills_(campaign_.figure("kills")),
-      left_(campaign_.figure("left_by_killed")),
-      smallDisk_(small_, campaign) {
+IniCampaign::IniCampaign(Campaign& campaign) : campaign_(campaign), smallDisk_(small_, campaign) {
   fs::permissions(directory_.path(), fs::perms(0755));
   fs::create_directory(disk_);
   void* const memory =
@@ -130,10 +125,9 @@ IniCampaign::IniCampaign(Campaign& campaign)
   shared_ = static_cast<IniShared*>(memory);
 }
 
-IniCampaign::~IniCampaign() {
-  if (campaign_.failed() || std::uncaught_exceptions() > 0) {
-    std::error_code ignored;
-    fs::copy(directory_.path(), campaign_.folder(), fs::copy_options::recursive, ignored);
+void IniCampaign::run() {
+  while (campaign_.goesOn()) {
+    runRound();
   }
 }
 
@@ -223,21 +217,16 @@ void IniCampaign::noteEnd(const IniRound& round, int status) {
 }
 
 void IniCampaign::lockFile(const IniRound& round, milliseconds time) const {
-  const int handle = ::open(round.file.c_str(), O_RDONLY | O_CLOEXEC);
-  if (handle >= 0) {
-    ::flock(handle, LOCK_EX);
+  const Handle handle(::open(round.file.c_str(), O_RDONLY | O_CLOEXEC));
+  if (::flock(handle.get(), LOCK_EX) == 0) {
     std::this_thread::sleep_for(time);
-    ::close(handle);
   }
 }
 
 /// Leaves the small disk any amount of room.
 void IniCampaign::fillDisk() {
-  const int handle =
-      ::open((small_ / kHog).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  const std::string bytes(static_cast<std::size_t>(campaign_.between(0, kSmallDisk)), 'x');
-  [[maybe_unused]] const ssize_t written = ::write(handle, bytes.data(), bytes.size());
-  ::close(handle);
+  std::ofstream(small_ / kHog) << std::string(
+      static_cast<std::size_t>(campaign_.between(0, kSmallDisk)), 'x');
 }
 
 /// Collects processes that have ended before the round has, and starts others in their place.
@@ -325,9 +314,6 @@ int main(int argc, char** argv) {
   return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
     // Savers of another user have to get there, which a folder below a home may refuse them.
     ::unsetenv("TMPDIR");
-    qov::endure::IniCampaign ini(campaign);
-    while (campaign.goesOn()) {
-      ini.runRound();
-    }
+    qov::endure::IniCampaign(campaign).run();
   });
 }

@@ -12,11 +12,14 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <fstream>
 #include <list>
 #include <map>
 #include <random>
 #include <thread>
 #include <utility>
+
+#include "endure/handle.h"
 
 namespace qov::endure {
 namespace {
@@ -49,26 +52,15 @@ std::map<std::string, std::string> sorted(const Items& items) {
   return {items.begin(), items.end()};
 }
 
-/// A shared lock of the file that stands there now, while it lives.
-class Reading {
- public:
-  explicit Reading(const IniRound& round)
-      : handle_(round.isWrittenOver ? ::open(round.file.c_str(), O_RDONLY | O_CLOEXEC) : -1) {
-    if (handle_ >= 0) {
-      ::flock(handle_, LOCK_SH);
-    }
+/// Opens the file as the round's readers do: with a lock of it if it is written over.
+int openToRead(const IniRound& round, CQOV_Ini_Operator& ini) {
+  Handle lock;
+  if (round.isWrittenOver) {
+    lock = Handle(::open(round.file.c_str(), O_RDONLY | O_CLOEXEC));
+    ::flock(lock.get(), LOCK_SH);
   }
-  ~Reading() {
-    if (handle_ >= 0) {
-      ::close(handle_);
-    }
-  }
-  Reading(const Reading&) = delete;
-  Reading& operator=(const Reading&) = delete;
-
- private:
-  const int handle_;
-};
+  return ini.open(round.file.c_str());
+}
 
 struct Found {
   std::size_t writer = 0;
@@ -101,11 +93,7 @@ bool find(const IniRound& round, IniShared& shared, Found& found) {
   std::copy(shared.saved.begin(), shared.saved.end(), saves.begin());
   CQOV_Ini_Operator ini;
   Items items;
-  int opened = -1;
-  {
-    const Reading reading(round);
-    opened = ini.open(round.file.c_str());
-  }
+  const int opened = openToRead(round, ini);
   if (opened != 0 || ini.enumerateSections(kSection, items) != 0) {
     shared.fail("a reader finds no whole file: open() gives " + std::to_string(opened));
     return false;
@@ -183,39 +171,30 @@ void IniShared::fail(const std::string& what) {
 }
 
 bool beginIniFile(const IniRound& round, IniShared& shared) {
-  const int handle = ::open(round.file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  const std::string section = std::string("[") + kSection + "]\n";
-  if (handle < 0 || ::write(handle, section.data(), section.size()) < 0) {
-    shared.fail(std::string("the first file cannot be made: ") + std::strerror(errno));
+  std::ofstream(round.file) << '[' << kSection << "]\n";
+  CQOV_Ini_Operator ini;
+  if (ini.open(round.file.c_str()) != 0) {
+    shared.fail("the first file cannot be made");
     return false;
   }
-  ::close(handle);
-  CQOV_Ini_Operator ini;
-  return ini.open(round.file.c_str()) == 0 && saveOne(round, ini, kBeginner, shared);
+  return saveOne(round, ini, kBeginner, shared);
 }
 
 void saveIniFiles(const IniRound& round, std::size_t writer, IniShared& shared) {
   becomeSaver(round);
   while (!shared.stop && !shared.failed) {
     CQOV_Ini_Operator ini;
-    int opened = -1;
-    {
-      const Reading reading(round);
-      opened = ini.open(round.file.c_str());
-    }
-    if (opened != 0) {
+    if (openToRead(round, ini) != 0) {
       shared.fail("a saver finds no whole file");
       return;
     }
     // As often as not the same operator saves again.
-    for (std::uint64_t more = shared.begun[writer] % 3; more > 0 && !shared.stop; --more) {
+    std::uint64_t more = shared.begun[writer] % 3;
+    do {
       if (!saveOne(round, ini, writer, shared)) {
         return;
       }
-    }
-    if (!saveOne(round, ini, writer, shared)) {
-      return;
-    }
+    } while (more-- > 0 && !shared.stop);
   }
 }
 

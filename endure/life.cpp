@@ -3,7 +3,6 @@
 // them. Every other load or so is to fail, in each of the ways in which one can. Nothing hangs or
 // crashes, and once a set is gone it has left nothing: no thread, descriptor or mapping, and no
 // memory.
-#include <ace/Message_Block.h>
 #include <ace/Singleton.h>
 #include <ace/Thread_Mutex.h>
 #include <qovpub/qov_logging_strategy.h>
@@ -19,9 +18,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -37,6 +34,7 @@
 #include "endure/own_process.h"
 #include "tests/process/modules/own_message.h"
 #include "tests/support/agent_root.h"
+#include "tests/support/counts.h"
 #include "tests/support/process_end.h"
 #include "tests/support/sanitizers.h"
 
@@ -80,15 +78,10 @@ class Watch {
 };
 const char* Watch::step_ = nullptr;
 
-std::ptrdiff_t entriesOf(const char* directory) {
-  return std::distance(std::filesystem::directory_iterator(directory),
-                       std::filesystem::directory_iterator());
-}
-
 /// What of the process a module could leave behind.
 struct Left {
-  std::ptrdiff_t threads = entriesOf("/proc/self/task");
-  std::ptrdiff_t descriptors = entriesOf("/proc/self/fd");
+  std::ptrdiff_t threads = test::entriesOf("/proc/self/task");
+  std::ptrdiff_t descriptors = test::entriesOf("/proc/self/fd");
   long files = 0;      ///< mappings of libraries
   long anonymous = 0;  ///< other mappings: stacks, of which the C library keeps some, and heaps
   Left() {
@@ -106,21 +99,21 @@ struct Left {
 using ProcessLoader = ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>;
 
 /// Sends to the modules of a loader, from two threads, as long as there is one.
-class Traffic {
+class Sending {
  public:
-  explicit Traffic(Figure& sent) : sent_(sent) {
+  explicit Sending(Figure& sent) : sent_(sent) {
     for (std::thread& thread : threads_) {
       thread = std::thread([this] { send(); });
     }
   }
-  ~Traffic() {
+  ~Sending() {
     stop_ = true;
     for (std::thread& thread : threads_) {
       thread.join();
     }
   }
-  Traffic(const Traffic&) = delete;
-  Traffic& operator=(const Traffic&) = delete;
+  Sending(const Sending&) = delete;
+  Sending& operator=(const Sending&) = delete;
 
   /// Null for none. No thread is in the former one afterwards.
   void sendTo(CQOV_Module_Loader* loader) {
@@ -143,22 +136,14 @@ class Traffic {
 
   void sendOne(CQOV_Module_Loader& loader, unsigned turn) {
     const auto gid = static_cast<u_short>(kFirstGid + turn % kGids);
-    auto message = test::aMessageTo(gid);
-    message->head().opc_ = 1 + turn / kGids % kLastOfThem;
-    const CQOV_MsgPackage* const pointer = message.get();
-    ACE_Message_Block* const block =
-        new ACE_Message_Block(sizeof pointer, ACE_Message_Block::MB_DATA);
-    block->copy(reinterpret_cast<const char*>(&pointer), sizeof pointer);
-    const bool toAll = turn % 64 == 0;
-    if (toAll) {
-      loader.sendMsg2All(block);
-    }
-    if (toAll || loader.sendMsg(gid, block) == 0) {
-      static_cast<void>(message.release());
-      ++sent_;
-    } else {
-      block->release();
-    }
+    const auto put = [&](ACE_Message_Block* block) {
+      if (turn % 64 == 0) {
+        loader.sendMsg2All(block);
+        return true;
+      }
+      return loader.sendMsg(gid, block) == 0;
+    };
+    sent_ += test::putAMessageTo(gid, put, 1 + turn / kGids % kLastOfThem) ? 1 : 0;
   }
 
   Figure& sent_;
@@ -184,6 +169,27 @@ class Life {
     }
     before_.emplace();
   }
+
+  ~Life() { campaign_.keepIfLost(root_.path()); }
+  Life(const Life&) = delete;
+  Life& operator=(const Life&) = delete;
+
+  void run() {
+    while (campaign_.goesOn()) {
+      live();
+    }
+    memory_.judge();
+    if (sent_ == 0) {
+      campaign_.fail("no message reached a module");
+    }
+  }
+
+ private:
+  static constexpr int kWarmUp = 100;
+  /// Cycles from one look at the memory to the next.
+  static constexpr int kCyclesOfRest = 100;
+  /// What the C library keeps of stacks and heaps differs by some.
+  static constexpr long kAnonymousSlack = 100;
 
   void live() {
     std::vector<const char*> modules;
@@ -214,21 +220,6 @@ class Life {
     }
   }
 
-  /// At the end of the campaign.
-  void judge() {
-    memory_.judge();
-    if (sent_ == 0) {
-      campaign_.fail("no message reached a module");
-    }
-  }
-
- private:
-  static constexpr int kWarmUp = 100;
-  /// Cycles from one look at the memory to the next.
-  static constexpr int kCyclesOfRest = 100;
-  /// What the C library keeps of stacks and heaps differs by some.
-  static constexpr long kAnonymousSlack = 100;
-
   void load(const std::vector<const char*>& modules, bool succeeds) {
     root_.removeModules();
     for (const char* const module : modules) {
@@ -237,7 +228,7 @@ class Life {
     // What a failed load has loaded goes with the loader alone.
     auto own = std::make_unique<CQOV_Module_Loader>();
     CQOV_Module_Loader& loader = succeeds ? *ProcessLoader::instance() : *own;
-    traffic_.sendTo(&loader);
+    sending_.sendTo(&loader);
     bool loaded = false;
     {
       const Watch watch("a load");
@@ -254,7 +245,7 @@ class Life {
     {
       const Watch watch("an unload");
       loader.unload();
-      traffic_.sendTo(nullptr);
+      sending_.sendTo(nullptr);
     }
     const Watch watch("the end of a loader");
     own.reset();
@@ -292,7 +283,7 @@ class Life {
   AgentRoot root_{"endure_life"};
   CQOV_Logging_Strategy log_;
   Figure& sent_ = campaign_.figure("sent");
-  Traffic traffic_{sent_};
+  Sending sending_{sent_};
   std::optional<Left> before_;
 };
 
@@ -300,11 +291,5 @@ class Life {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
-    qov::endure::Life life(campaign);
-    while (campaign.goesOn()) {
-      life.live();
-    }
-    life.judge();
-  });
+  return qov::endure::runCampaign<qov::endure::Life>(argc, argv);
 }

@@ -4,9 +4,7 @@
 #include <ace/Log_Msg.h>
 
 #include <chrono>
-#include <filesystem>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <sstream>
 #include <thread>
@@ -14,6 +12,7 @@
 
 #include "endure/campaign.h"
 #include "endure/link_lane.h"
+#include "tests/support/counts.h"
 #include "tests/tools/endpoint_process.h"
 
 namespace qov::endure {
@@ -35,14 +34,9 @@ std::string tables() {
   return text.str();
 }
 
-long descriptorsOf(const std::string& process) {
-  const std::filesystem::directory_iterator all("/proc/" + process + "/fd");
-  return std::distance(begin(all), end(all));
-}
-
 class LinkCampaign {
  public:
-  explicit LinkCampaign(Campaign& campaign) : campaign_(campaign), figures_(campaign) {}
+  explicit LinkCampaign(Campaign& campaign) : campaign_(campaign) {}
   ~LinkCampaign() { tellKinds(); }
   LinkCampaign(const LinkCampaign&) = delete;
   LinkCampaign& operator=(const LinkCampaign&) = delete;
@@ -55,18 +49,18 @@ class LinkCampaign {
       campaign_.fail("the endpoint does not start: " + endpoint_.errors());
       return;
     }
-    const std::string endpoint = std::to_string(endpoint_.pid());
-    const long own = descriptorsOf("self");
-    const long endpoints = descriptorsOf(endpoint);
+    const std::string own = "/proc/self/fd";
+    const std::string endpoints = "/proc/" + std::to_string(endpoint_.pid()) + "/fd";
+    const std::ptrdiff_t ownBefore = test::entriesOf(own);
+    const std::ptrdiff_t endpointsBefore = test::entriesOf(endpoints);
     runLanes();
-    if (const long left = descriptorsOf("self") - own; left != 0) {
+    if (const std::ptrdiff_t left = test::entriesOf(own) - ownBefore; left != 0) {
       campaign_.fail(std::to_string(left) + " descriptors are left");
     }
-    if (!test::waitUntil([&] { return descriptorsOf(endpoint) == endpoints; })) {
+    if (!test::waitUntil([&] { return test::entriesOf(endpoints) == endpointsBefore; })) {
       campaign_.fail("the endpoint keeps descriptors of connections that are gone");
     }
-    const test::Ending ending = endpoint_.end(SIGTERM);
-    if (!ending.ended || ending.exitStatus != 0) {
+    if (endpoint_.end(SIGTERM).exitStatus != 0) {
       campaign_.fail("the endpoint does not end in order: " + endpoint_.errors());
     }
   }
@@ -119,7 +113,7 @@ class LinkCampaign {
   }
 
   Campaign& campaign_;
-  LinkFigures figures_;
+  LinkFigures figures_{campaign_};
   test::EndpointProcess endpoint_;
 };
 
@@ -127,7 +121,5 @@ class LinkCampaign {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
-    qov::endure::LinkCampaign(campaign).run();
-  });
+  return qov::endure::runCampaign<qov::endure::LinkCampaign>(argc, argv);
 }

@@ -91,18 +91,6 @@ std::size_t lengthOfRow(std::uint64_t key) {
   return key % 10 == 0 ? key * 16 : key % 200;
 }
 
-LinkFigures::LinkFigures(Campaign& campaign)
-    : exchanges(campaign.figure("exchanges")),
-      walks(campaign.figure("walks")),
-      faults(campaign.figure("faults")),
-      answered(campaign.figure("answered")),
-      failed(campaign.figure("failed")),
-      bad(campaign.figure("bad")),
-      slow(campaign.figure("slow")),
-      missed(campaign.figure("missed")),
-      longest_ms(campaign.figure("longest_ms")),
-      rarest(campaign.figure("rarest")) {}
-
 void LinkFigures::updateRarest() {
   rarest = std::min_element(of_kind.begin(), of_kind.end())->load();
 }

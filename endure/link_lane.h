@@ -24,21 +24,22 @@ std::size_t lengthOfRow(std::uint64_t key);
 
 /// What all lanes count together.
 struct LinkFigures {
-  explicit LinkFigures(Campaign& campaign);
-
   /// To be called before the figures are printed.
   void updateRarest();
 
-  Figure& exchanges;
-  Figure& walks;  ///< of these
-  Figure& faults;
-  Figure& answered;
-  Figure& failed;
-  Figure& bad;
-  Figure& slow;        ///< without a fault, but beyond the short time-out: the machine's business
-  Figure& missed;      ///< the same, though the answer was sent in time
-  Figure& longest_ms;  ///< of one exchange
-  Figure& rarest;      ///< how often the kind was met that was met the least
+  Campaign& campaign;
+  Figure& exchanges = campaign.figure("exchanges");
+  Figure& walks = campaign.figure("walks");  ///< of these
+  Figure& faults = campaign.figure("faults");
+  Figure& answered = campaign.figure("answered");
+  Figure& failed = campaign.figure("failed");
+  Figure& bad = campaign.figure("bad");
+  /// Without a fault, but beyond the short time-out: the machine's business.
+  Figure& slow = campaign.figure("slow");
+  Figure& missed = campaign.figure("missed");          ///< the same, though the answer was in time
+  Figure& longest_ms = campaign.figure("longest_ms");  ///< of one exchange
+  /// How often the kind was met that was met the least.
+  Figure& rarest = campaign.figure("rarest");
   std::array<Figure, kFaultKinds.size()> of_kind{};
 };
 

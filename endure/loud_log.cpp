@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <sstream>
+#include <stdexcept>
 #include <string_view>
 
+#include "tests/support/counts.h"
 #include "tests/support/files.h"
 
 namespace qov::endure {
@@ -11,15 +14,6 @@ namespace {
 
 constexpr std::string_view kReloaded = "Log settings in force";
 constexpr std::string_view kRefused = "since the log file could not be written: ";
-
-/// Calls `found` with the rest of `text` behind each place where `what` stands.
-template <class Found>
-void eachPlace(const std::string& text, std::string_view what, const Found& found) {
-  for (std::size_t place = text.find(what); place != std::string::npos;
-       place = text.find(what, place + 1)) {
-    found(text.c_str() + place + what.size());
-  }
-}
 
 /// The number at `text`, which is moved behind it and the character `end`; 0 if it is not there.
 std::uint64_t takeNumber(const char*& text, char end) {
@@ -60,6 +54,27 @@ std::string record(std::size_t thread, std::uint64_t number) {
 
 }  // namespace
 
+int LoudLog::addFolder(const std::filesystem::path& folder) {
+  int files = 0;
+  for (const auto& file : std::filesystem::directory_iterator(folder)) {
+    add(file.path(), true);
+    ++files;
+  }
+  return files;
+}
+
+LoudNumbers LoudLog::told(const std::filesystem::path& root) {
+  LoudNumbers lasts{};
+  std::istringstream text(test::readFile(root / "loud"));
+  for (std::uint64_t& last : lasts) {
+    text >> last;
+  }
+  if (!text) {
+    throw std::runtime_error("the module has not told what it has logged");
+  }
+  return lasts;
+}
+
 void LoudLog::add(const std::filesystem::path& file, bool isLog) {
   const std::string text = test::readFile(file);
   Numbers numbers;
@@ -81,8 +96,11 @@ void LoudLog::add(const std::filesystem::path& file, bool isLog) {
       parts_[thread].push_back({file.string(), isLog, std::move(numbers[thread])});
     }
   }
-  eachPlace(text, kReloaded, [&](const char*) { ++reloads_; });
-  eachPlace(text, kRefused, [&](const char* rest) { refused_ += std::atoll(rest); });
+  reloads_ += test::timesOf(kReloaded, text);
+  for (std::size_t at = 0; (at = text.find(kRefused, at)) != std::string::npos;) {
+    at += kRefused.size();
+    refused_ += std::atoll(text.c_str() + at);
+  }
 }
 
 /// Whether it is one record, from its first field to its last character. One of the module's has to
@@ -172,20 +190,22 @@ std::string LoudLog::whyNotInOrder(const Parts& parts) {
 std::string LoudLog::whyNotOnce(std::size_t thread, const Promise& promise,
                                 std::int64_t& missing) const {
   const std::uint64_t last = promise.last[thread];
-  std::vector<int> times(last + 1);
   std::uint64_t first = promise.keeps_all ? promise.first[thread] : last + 1;
   for (const Part& part : parts_[thread]) {
+    first = promise.keeps_all ? first : std::min(first, part.numbers.front());
+  }
+  std::vector<bool> isThere(std::max(first, last + 1) - first);  // from `first` on
+  for (const Part& part : parts_[thread]) {
     for (const std::uint64_t number : part.numbers) {
-      const bool isOld = promise.keeps_all && number < first;
-      if (isOld || number > last || ++times[number] > 1) {
+      if (number < first || number > last || isThere[number - first]) {
         return record(thread, number) + " comes once too often, in " + part.file;
       }
+      isThere[number - first] = true;
     }
-    first = std::min(first, part.numbers.front());
   }
   for (std::uint64_t number = first; number <= last; ++number) {
     const bool isAlwaysShown = promise.greatest_level <= shownUpTo(loudLevelOf(number));
-    if (times[number] == 0 && isAlwaysShown) {
+    if (!isThere[number - first] && isAlwaysShown) {
       ++missing;
       if (!promise.loses_errors) {
         return record(thread, number) + " of " + std::to_string(last) + " is missing";

@@ -19,7 +19,7 @@ using LoudNumbers = std::array<std::uint64_t, kLoudThreads>;
 ///
 /// Thread: a value.
 /// Owns:   the numbers that it has found.
-/// Errors: complaint() has what is wrong.
+/// Errors: complaint() has what is wrong, unless said otherwise.
 class LoudLog {
  public:
   /// What is known of the agent.
@@ -36,9 +36,14 @@ class LoudLog {
   /// Of the agent of that name.
   explicit LoudLog(std::string agent) : agent_(std::move(agent)) {}
 
-  void addFile(const std::filesystem::path& file) { add(file, true); }
+  /// The files of a folder of the log; returns how many there are.
+  int addFolder(const std::filesystem::path& folder);
   /// What standard error has.
   void addErrors(const std::filesystem::path& file) { add(file, false); }
+
+  /// Of each thread the last number, as the module in `root` told it at its end. Throws
+  /// std::runtime_error if it has not.
+  static LoudNumbers told(const std::filesystem::path& root);
 
   /// Of each thread the last number that there is; 0 for none.
   LoudNumbers lasts() const;

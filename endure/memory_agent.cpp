@@ -33,6 +33,7 @@
 #include "endure/one_refusal.h"
 #include "tests/process/modules/agent_files.h"
 #include "tests/process/modules/own_message.h"
+#include "tests/support/counts.h"
 #include "tests/support/files.h"
 #include "tools/common/endpoint_protocol.h"
 
@@ -78,17 +79,13 @@ bool request() {
     const std::lock_guard<std::mutex> lock(mutex);
     ended = nullptr;
   }
-  auto message = qov::test::aMessageTo(qov::endure::kAskingModule);
-  message->head().opc_ = qov::endure::kGoAndAsk;
-  const CQOV_MsgPackage* const pointer = message.get();
-  ACE_Message_Block* const block = new ACE_Message_Block(sizeof pointer);
-  block->copy(reinterpret_cast<const char*>(&pointer), sizeof pointer);
-  CQOV_Module_Loader& loader = *ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>::instance();
-  if (loader.sendMsg(qov::endure::kAskingModule, block) != 0) {
-    block->release();
+  const auto put = [](ACE_Message_Block* block) {
+    using Loader = ACE_Singleton<CQOV_Module_Loader, ACE_Thread_Mutex>;
+    return Loader::instance()->sendMsg(qov::endure::kAskingModule, block) == 0;
+  };
+  if (!qov::test::putAMessageTo(qov::endure::kAskingModule, put, qov::endure::kGoAndAsk)) {
     return false;
   }
-  static_cast<void>(message.release());
   std::unique_lock<std::mutex> lock(mutex);
   hasAsked.wait_for(lock, kLost, [] { return ended != nullptr; });
   return ended != nullptr && std::string_view(ended) == QOV_TextOf(QOVReason::kNone);
@@ -102,12 +99,7 @@ bool exchange(CQOVLongSocket& link) {
 }
 
 int records(const char* text) {
-  const std::string log = qov::test::readFile(QOV_Utility::getProcessLogFileName());
-  int count = 0;
-  for (std::size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) {
-    ++count;
-  }
-  return count;
+  return qov::test::timesOf(text, qov::test::readFile(QOV_Utility::getProcessLogFileName()));
 }
 
 /// Whether the settings are in force; what came of it has to be told in any case.
@@ -168,7 +160,15 @@ void live() {
   inPhase("reload", [] { return reload(); });
 }
 
-int run(int argc, char** argv) {
+}  // namespace
+
+extern "C" void qov_endure_asked(const char* how) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  ended = how;
+  hasAsked.notify_one();
+}
+
+int main(int argc, char** argv) try {
   std::optional<Phase> stopping;  // to the end of the frame
   std::optional<Phase> starting(std::in_place, "start");
   CQOVapp app;
@@ -184,21 +184,7 @@ int run(int argc, char** argv) {
   app.event_loop_done();
   director.join();
   return 0;
-}
-
-}  // namespace
-
-extern "C" void qov_endure_asked(const char* how) {
-  const std::lock_guard<std::mutex> lock(mutex);
-  ended = how;
-  hasAsked.notify_one();
-}
-
-int main(int argc, char** argv) {
-  try {
-    return run(argc, argv);
-  } catch (const CQOV_Exception& e) {
-    std::cerr << e.what() << '\n';
-    return 1;
-  }
+} catch (const CQOV_Exception& e) {
+  std::cerr << e.what() << '\n';
+  return 1;
 }

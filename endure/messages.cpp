@@ -10,7 +10,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
+#include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,6 +19,7 @@
 #include "endure/flatness.h"
 #include "endure/own_process.h"
 #include "endure/traffic.h"
+#include "tests/support/agent_root.h"
 #include "tests/support/process_end.h"
 #include "tests/support/sanitizers.h"
 
@@ -28,11 +29,12 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 /// Records of WARNING and ERROR, of which there are many; files that rotate all the time.
-constexpr const char* kLog =
-    "SendTerminal=0\nChkInterval=1\nLogFileMaxSize=2048\nLogFileMaxCnt=3\nLogLevel=4\n";
+constexpr const char* kConfiguration =
+    "[QOV_GLOBAL]\nPROC_PID=7\n"
+    "[LOG_CFG]\nSendTerminal=0\nChkInterval=1\nLogFileMaxSize=2048\nLogFileMaxCnt=3\nLogLevel=4\n";
 
-constexpr const char* kTrafficLibraries[] = {"qov_endure_traffic_40", "qov_endure_traffic_41",
-                                             "qov_endure_traffic_42"};
+constexpr const char* kTrafficLibraries[] = {"qove_traffic_40", "qove_traffic_41",
+                                             "qove_traffic_42"};
 
 /// How late all but one time-out in a thousand may be, on a machine that is busy with nothing else.
 /// On one that is, four threads in turn wait for a processor: the one that asks, the leader for the
@@ -73,10 +75,16 @@ class LateThread {
 class MessagesCampaign {
  public:
   explicit MessagesCampaign(Campaign& campaign) : campaign_(campaign) {}
+  ~MessagesCampaign() { campaign_.keepIfLost(root_.path()); }
+  MessagesCampaign(const MessagesCampaign&) = delete;
+  MessagesCampaign& operator=(const MessagesCampaign&) = delete;
 
   void run() {
-    makeRoot(campaign_.folder(), kLog,
-             {std::begin(kTrafficLibraries), std::end(kTrafficLibraries)});
+    ::setenv("QOV_ROOT", root_.path().c_str(), 1);
+    AgentRoot::write(root_.cfgFile(), kConfiguration);
+    for (const char* const module : kTrafficLibraries) {
+      root_.addModule(module);
+    }
     {
       CQOVapp app;
       do {
@@ -193,6 +201,7 @@ class MessagesCampaign {
   }
 
   Campaign& campaign_;
+  const AgentRoot root_{"endure_messages"};
   LatenessOfAll lateness_;
   const LateThread lateThread_{lateness_.thread_};
   std::size_t frameThreads_ = 0;
@@ -215,7 +224,5 @@ class MessagesCampaign {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
-    qov::endure::MessagesCampaign(campaign).run();
-  });
+  return qov::endure::runCampaign<qov::endure::MessagesCampaign>(argc, argv);
 }

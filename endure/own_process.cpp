@@ -1,35 +1,13 @@
 #include "endure/own_process.h"
 
 #include <malloc.h>
-#include <qovpub/qov_utility.h>
 #include <unistd.h>
 
-#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
 namespace qov::endure {
-namespace {
-
-void writeText(const std::filesystem::path& file, const std::string& text) {
-  std::ofstream(file) << text;
-}
-
-}  // namespace
-
-void makeRoot(const std::filesystem::path& root, const std::string& log,
-              const std::vector<std::string>& modules) {
-  ::setenv("QOV_ROOT", root.c_str(), 1);
-  std::string process;
-  CProcInfo::getProcName(process);
-  const std::filesystem::path conf = root / "conf" / process;
-  std::filesystem::create_directories(conf);
-  std::filesystem::create_directories(root / "log");
-  writeText(conf / (process + ".cfg"), "[QOV_GLOBAL]\nPROC_PID=7\n[LOG_CFG]\n" + log);
-  for (const std::string& module : modules) {
-    writeText(conf / (module + ".mod"), "");
-  }
-}
 
 OwnThreads ownThreads() {
   OwnThreads threads;

@@ -3,16 +3,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
-#include <string>
-#include <vector>
 
 namespace qov::endure {
-
-/// Makes `root` what "QOV_ROOT" names for this process: a configuration with `log`, the lines of
-/// "LOG_CFG", and a marker for each of `modules`. Before the library is used.
-void makeRoot(const std::filesystem::path& root, const std::string& log,
-              const std::vector<std::string>& modules);
 
 /// How many threads this process has, and how many of them have a module's name.
 struct OwnThreads {

@@ -9,9 +9,7 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -22,6 +20,7 @@
 #include "endure/log_faults.h"
 #include "endure/loud_log.h"
 #include "tests/process/agent_process.h"
+#include "tests/support/counts.h"
 #include "tests/support/spawn.h"
 
 namespace qov::endure {
@@ -35,31 +34,25 @@ constexpr int kFewFiles = 3;
 constexpr std::int64_t kMostMore = 512;
 
 struct ReloadFigures {
-  explicit ReloadFigures(Campaign& campaign)
-      : agents(campaign.figure("agents")),
-        signals(campaign.figure("signals")),
-        reloads(campaign.figure("reloads")),
-        records(campaign.figure("records")),
-        files(campaign.figure("files")),
-        refused(campaign.figure("refused")),
-        away(campaign.figure("folder_away")),
-        readers(campaign.figure("readers_killed")) {}
-
-  Figure& agents;
-  Figure& signals;
-  Figure& reloads;  ///< that the log tells of: at levels up to 3
-  Figure& records;
-  Figure& files;
-  Figure& refused;
-  Figure& away;
-  Figure& readers;
+  Campaign& campaign;
+  Figure& agents = campaign.figure("agents");
+  Figure& signals = campaign.figure("signals");
+  Figure& reloads = campaign.figure("reloads");  ///< that the log tells of: at levels up to 3
+  Figure& records = campaign.figure("records");
+  Figure& files = campaign.figure("files");
+  Figure& refused = campaign.figure("refused");
+  Figure& away = campaign.figure("folder_away");
+  Figure& readers = campaign.figure("readers_killed");
 };
 
 /// One agent from its start to its end.
 class ReloadRun {
  public:
-  ReloadRun(Campaign& campaign, ReloadFigures& figures);
-  ~ReloadRun() { test::killChild(reader_); }
+  explicit ReloadRun(ReloadFigures& figures);
+  ~ReloadRun() {
+    test::killChild(reader_);
+    campaign_.keepIfLost(agent_.root().path());
+  }
   ReloadRun(const ReloadRun&) = delete;
   ReloadRun& operator=(const ReloadRun&) = delete;
 
@@ -81,7 +74,6 @@ class ReloadRun {
   void calmDown();
   void ends();
   void look();
-  int addFolder(LoudLog& log, const fs::path& folder);
   std::ptrdiff_t descriptors() const;
   std::int64_t kilobytes() const;
 
@@ -107,10 +99,10 @@ class ReloadRun {
   int read_ = 0;
 };
 
-ReloadRun::ReloadRun(Campaign& campaign, ReloadFigures& figures)
-    : campaign_(campaign),
+ReloadRun::ReloadRun(ReloadFigures& figures)
+    : campaign_(figures.campaign),
       figures_(figures),
-      promise_{{}, static_cast<int>(campaign.between(2, 5)), !draws(5), false, false, false},
+      promise_{{}, static_cast<int>(campaign_.between(2, 5)), !draws(5), false, false, false},
       hasDiskFaults_(promise_.keeps_all && !draws(3)),
       hasFolderFaults_(promise_.keeps_all && draws(2)) {
   promise_.has_terminal = promise_.keeps_all && draws(4);
@@ -120,7 +112,7 @@ ReloadRun::ReloadRun(Campaign& campaign, ReloadFigures& figures)
   if (draws(2)) {
     agent_.setEnvironment("QOV_ENDURE_CLOCK", "1");
   }
-  agent_.setEnvironment("QOV_ENDURE_SEED", std::to_string(campaign.random()()));
+  agent_.setEnvironment("QOV_ENDURE_SEED", std::to_string(campaign_.random()()));
   agent_.setEnvironment("TZ", "UTC");
   agent_.root().addModule("qove_loud");
 }
@@ -137,11 +129,6 @@ void ReloadRun::run() {
   }
   if (!campaign_.failed()) {
     look();
-  }
-  if (campaign_.failed()) {
-    std::error_code ignored;
-    fs::remove(path("fifo"), ignored);  // which cannot be copied
-    fs::copy(agent_.root().path(), campaign_.folder(), fs::copy_options::recursive, ignored);
   }
 }
 
@@ -248,7 +235,7 @@ void ReloadRun::calmDown() {
 void ReloadRun::ends() {
   agent_.send(SIGINT);
   const test::Ending ending = agent_.waitForEnd();
-  if (!ending.ended || ending.exitStatus != 0) {
+  if (ending.exitStatus != 0) {
     fail("the agent does not end in order: status " + std::to_string(ending.exitStatus) +
          ", signal " + std::to_string(ending.signal));
   }
@@ -258,14 +245,7 @@ void ReloadRun::ends() {
 }
 
 void ReloadRun::look() {
-  std::istringstream lasts(test::readFile(path("loud")));
-  for (std::uint64_t& last : promise_.last) {
-    lasts >> last;
-  }
-  if (!lasts) {
-    fail("the module has not told what it has logged");
-    return;
-  }
+  promise_.last = LoudLog::told(agent_.root().path());
   LoudLog log("endure_reload_agent");
   int files = 0;
   for (const auto& entry : fs::directory_iterator(agent_.root().path())) {
@@ -273,13 +253,14 @@ void ReloadRun::look() {
     if (name.compare(0, 7, "errors_") == 0) {
       log.addErrors(entry.path());
     } else if (name.compare(0, 3, "log") == 0) {
-      files += addFolder(log, entry.path());
+      files += log.addFolder(entry.path());
     }
   }
   if (!promise_.keeps_all && files > kFewFiles) {
     fail(std::to_string(files) + " files are left of the log");
   }
   ++figures_.agents;
+  figures_.files += files;
   figures_.reloads += log.reloads();
   figures_.records += log.records();
   figures_.refused += log.refused();
@@ -288,25 +269,13 @@ void ReloadRun::look() {
   }
 }
 
-/// Returns how many files it has.
-int ReloadRun::addFolder(LoudLog& log, const fs::path& folder) {
-  int files = 0;
-  for (const auto& file : fs::directory_iterator(folder)) {
-    log.addFile(file.path());
-    ++files;
-  }
-  figures_.files += files;
-  return files;
-}
-
 std::ptrdiff_t ReloadRun::descriptors() const {
-  const fs::directory_iterator all("/proc/" + std::to_string(pid_) + "/fd");
-  return std::distance(begin(all), end(all));
+  return test::entriesOf("/proc/" + std::to_string(pid_) + "/fd");
 }
 
 std::int64_t ReloadRun::kilobytes() const {
-  const std::string status = test::readFile("/proc/" + std::to_string(pid_) + "/status");
-  return std::stoll(status.substr(status.find("RssAnon:") + std::strlen("RssAnon:")));
+  return test::numberBehind("RssAnon:",
+                            test::readFile("/proc/" + std::to_string(pid_) + "/status"));
 }
 
 /// Away, or back.
@@ -351,9 +320,9 @@ void ReloadRun::fail(const std::string& what) {
 
 int main(int argc, char** argv) {
   return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
-    qov::endure::ReloadFigures figures(campaign);
+    qov::endure::ReloadFigures figures{campaign};
     while (campaign.goesOn()) {
-      qov::endure::ReloadRun(campaign, figures).run();
+      qov::endure::ReloadRun(figures).run();
     }
   });
 }

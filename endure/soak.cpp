@@ -11,12 +11,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <numeric>
 #include <optional>
 #include <set>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -28,6 +25,7 @@
 #include "endure/loud_log.h"
 #include "tests/modules/mqtt/watcher.h"
 #include "tests/process/agent_process.h"
+#include "tests/support/counts.h"
 #include "tests/support/spawn.h"
 #include "tests/tools/endpoint_process.h"
 
@@ -73,24 +71,14 @@ class SoakCampaign {
     }
   }
 
-  ~SoakCampaign() {
-    if (campaign_.failed() || std::uncaught_exceptions() > 0) {
-      std::error_code ignored;
-      std::ofstream(campaign_.folder() / "errors") << agent_.errors();
-      // One by one, as sockets cannot be copied.
-      for (const auto& entry : fs::directory_iterator(agent_.root().path(), ignored)) {
-        fs::copy(entry, campaign_.folder() / entry.path().filename(), fs::copy_options::recursive,
-                 ignored);
-      }
-    }
-  }
+  ~SoakCampaign() { campaign_.keepIfLost(agent_.root().path()); }
   SoakCampaign(const SoakCampaign&) = delete;
   SoakCampaign& operator=(const SoakCampaign&) = delete;
 
  private:
   void configure() {
-    for (const char* const module : {"qov_endure_traffic_40", "qov_endure_traffic_41",
-                                     "qov_endure_traffic_42", "qove_loud", "qovstatus"}) {
+    for (const char* const module :
+         {"qove_traffic_40", "qove_traffic_41", "qove_traffic_42", "qove_loud", "qovstatus"}) {
       agent_.root().addModule(module);
     }
     if (broker_) {
@@ -204,9 +192,7 @@ class SoakCampaign {
     for (const auto& entry : fs::directory_iterator(agent_.root().path())) {
       if (entry.path().filename().string().rfind("log_", 0) == 0) {
         folders.push_back(entry.path());
-        for (const auto& file : fs::directory_iterator(entry.path())) {
-          log.addFile(file.path());
-        }
+        log.addFolder(entry.path());
       }
     }
     promise_.last = lasts ? *lasts : log.lasts();
@@ -227,21 +213,6 @@ class SoakCampaign {
       promise_.first[thread] = std::max(promise_.first[thread], promise_.last[thread] + 1);
     }
     promise_.loses_errors = false;
-  }
-
-  /// Of an agent that has ended, whose module has told its last numbers.
-  void lookAtLastLog() {
-    faults_.takeFolder();
-    LoudNumbers lasts{};
-    std::istringstream told(readFile(agent_.root().path() / "loud"));
-    for (std::uint64_t& last : lasts) {
-      told >> last;
-    }
-    if (!told) {
-      campaign_.fail("the module has not told what it has logged");
-      return;
-    }
-    judgeLog(lasts);
   }
 
   void look() {
@@ -296,9 +267,10 @@ class SoakCampaign {
     if (isCalm) {
       memory_.add(told("resident"), told("heap"));
     }
-    const auto same = [this] {
-      descriptorsNow_ = entriesOf("fd");
-      threadsNow_ = entriesOf("task");
+    const fs::path agent = "/proc/" + agent_.state("pid");
+    const auto same = [&] {
+      descriptorsNow_ = test::entriesOf(agent / "fd");
+      threadsNow_ = test::entriesOf(agent / "task");
       return descriptorsNow_ == descriptors_ && threadsNow_ == threads_;
     };
     if (rests_++ == 0) {
@@ -320,11 +292,6 @@ class SoakCampaign {
     }
   }
 
-  std::int64_t entriesOf(const char* folder) const {
-    const fs::directory_iterator all("/proc/" + agent_.state("pid") + "/" + folder);
-    return std::distance(begin(all), end(all));
-  }
-
   void askStatus() {
     test::BeforeProgram before;
     const std::string answer = campaign_.folder() / "status";
@@ -333,8 +300,7 @@ class SoakCampaign {
     pid_t asking = test::spawn(
         QOV_ENDURE_QOVCTL,
         {"agent", "--root", agent_.root().path().string(), "--timeout", "60", "status"}, before);
-    const test::Ending ending = test::waitForEndOf(asking);
-    if (!ending.ended || ending.exitStatus != 0 ||
+    if (test::waitForEndOf(asking).exitStatus != 0 ||
         readFile(answer).find("traffic41") == std::string::npos) {
       campaign_.fail("the status module does not answer: " + readFile(answer) +
                      readFile(answer + ".errors"));
@@ -362,11 +328,11 @@ class SoakCampaign {
 
   void finish() {
     agent_.send(SIGTERM);
-    const test::Ending ending = agent_.waitForDaemonEnd();
-    if (!ending.ended || ending.exitStatus != 0) {
+    if (agent_.waitForDaemonEnd().exitStatus != 0) {
       campaign_.fail("the agent has not ended as it should");
     } else {
-      lookAtLastLog();
+      faults_.takeFolder();
+      judgeLog(LoudLog::told(agent_.root().path()));
     }
     memory_.judge();
     if (broker_ && events_ == 0) {
@@ -402,7 +368,5 @@ class SoakCampaign {
 }  // namespace qov::endure
 
 int main(int argc, char** argv) {
-  return qov::endure::runCampaign(argc, argv, [](qov::endure::Campaign& campaign) {
-    qov::endure::SoakCampaign(campaign).run();
-  });
+  return qov::endure::runCampaign<qov::endure::SoakCampaign>(argc, argv);
 }

@@ -128,7 +128,9 @@ void conduct(Traffic& traffic, const std::atomic<bool>& hasStopped) {
   }
 }
 
-int run(int argc, char** argv) {
+}  // namespace
+
+int main(int argc, char** argv) try {
   qov::endure::LatenessOfAll lateness;
   Traffic traffic(std::stoull(environment("QOV_ENDURE_SEED")), lateness, tellWrong);
   CQOVapp app;
@@ -145,15 +147,7 @@ int run(int argc, char** argv) {
   hasStopped = true;
   conductor.join();
   return 0;
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-  try {
-    return run(argc, argv);
-  } catch (const CQOV_Exception& e) {
-    std::cerr << e.what() << '\n';
-    return 1;
-  }
+} catch (const CQOV_Exception& e) {
+  std::cerr << e.what() << '\n';
+  return 1;
 }

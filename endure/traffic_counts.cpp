@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <utility>
 
 #include "tests/support/process_end.h"
 
@@ -27,26 +26,20 @@ std::uint64_t ofAll(const CountsOfAll& counts, CountOfEach TrafficCounts::*part,
   return total;
 }
 
-/// Compares, and notes what differs.
-class Comparison {
- public:
-  explicit Comparison(std::string who) : who_(std::move(who)) {}
+/// Compares, and adds what differs to `differences`.
+struct Comparison {
+  const std::string who;
+  std::vector<std::string>& differences;
 
   void equal(const char* what, std::uint64_t counted, std::uint64_t expected) {
     if (counted != expected) {
-      differences_.push_back(who_ + ": " + what + " is " + std::to_string(counted) + ", not " +
-                             std::to_string(expected));
+      differences.push_back(who + ": " + what + " is " + std::to_string(counted) + ", not " +
+                            std::to_string(expected));
     }
   }
-
-  std::vector<std::string> take() { return std::move(differences_); }
-
- private:
-  const std::string who_;
-  std::vector<std::string> differences_;
 };
 
-void compareModule(Comparison& module, const CountsOfAll& counts, std::size_t place,
+void compareModule(Comparison module, const CountsOfAll& counts, std::size_t place,
                    const QOVModuleStats& stats) {
   const TrafficCounts& own = counts[place];
   module.equal("waiting_", stats.waiting_, 0);
@@ -86,7 +79,7 @@ void compareModule(Comparison& module, const CountsOfAll& counts, std::size_t pl
 
 /// A refusal is told to whoever sends, but for a notice that its module had taken. Who waits for an
 /// answer is not told which of two modules had no room, so this adds up for all modules alone.
-void compareRefusals(Comparison& all, const CountsOfAll& counts,
+void compareRefusals(Comparison all, const CountsOfAll& counts,
                      const std::vector<QOVModuleStats>& stats) {
   std::uint64_t refused = 0;
   std::uint64_t told = 0;
@@ -119,15 +112,11 @@ std::uint64_t sumOf(Count TrafficCounts::*part, const CountsOfAll& counts) {
 
 std::vector<std::string> differences(const CountsOfAll& counts, std::vector<QOVModuleStats> stats) {
   std::vector<std::string> found;
-  const auto add = [&found](std::vector<std::string> more) {
-    found.insert(found.end(), more.begin(), more.end());
-  };
   for (const QOVModuleStats& each : stats) {
     if (each.moduleId_ == kMqttModule) {
-      Comparison mqtt("the MQTT module");
+      Comparison mqtt{"the MQTT module", found};
       mqtt.equal("in_", each.in_, sumOf(&TrafficCounts::events_, counts));
       mqtt.equal("waiting_", each.waiting_, 0);
-      add(mqtt.take());
     }
   }
   const auto isOther = [](const QOVModuleStats& module) {
@@ -139,13 +128,10 @@ std::vector<std::string> differences(const CountsOfAll& counts, std::vector<QOVM
     return {std::to_string(stats.size()) + " modules have figures"};
   }
   for (std::size_t place = 0; place < kTrafficModules; ++place) {
-    Comparison module("module " + std::to_string(stats[place].moduleId_));
-    compareModule(module, counts, place, stats[place]);
-    add(module.take());
+    compareModule({"module " + std::to_string(stats[place].moduleId_), found}, counts, place,
+                  stats[place]);
   }
-  Comparison all("all modules");
-  compareRefusals(all, counts, stats);
-  add(all.take());
+  compareRefusals({"all modules", found}, counts, stats);
   return found;
 }
 

@@ -20,18 +20,22 @@ inline std::unique_ptr<CQOV_MsgPackage> aMessageTo(int gid) {
   return package;
 }
 
-/// Lets `put`, which takes a block and tells whether it has, have a message to module `gid`.
+/// Lets `put`, which takes a block and tells whether it has, have a message to module `gid`. The
+/// result is what `put` tells.
 template <class Put>
-void putAMessageTo(int gid, Put put) {
+bool putAMessageTo(int gid, Put put, std::uint64_t operation = 0) {
   auto package = aMessageTo(gid);
+  package->head().opc_ = operation;
   const CQOV_MsgPackage* const pointer = package.get();
   ACE_Message_Block* const block = new ACE_Message_Block(sizeof pointer);
   block->copy(reinterpret_cast<const char*>(&pointer), sizeof pointer);
-  if (put(block)) {
+  const bool isTaken = put(block);
+  if (isTaken) {
     static_cast<void>(package.release());
   } else {
     block->release();
   }
+  return isTaken;
 }
 
 /// Sends an asynchronous message to the workers of module `gid` of this process, from any thread.
