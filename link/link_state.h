@@ -13,8 +13,8 @@
 
 /// What a link has: its connection, and how far it is.
 ///
-/// Thread: with lock_ held, the locks, interruption_ and limits_ excepted: interruption_ guards itself,
-///         limits_ is constant after construction.
+/// Thread: with lock_ held, the locks, interruption_ and limits_ excepted: interruption_ guards
+///         itself, limits_ is constant after construction.
 /// Owns:   the connection and the buffer.
 /// Errors: the constructor throws std::bad_alloc.
 ///
