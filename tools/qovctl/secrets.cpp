@@ -35,7 +35,7 @@ std::string withoutUser(std::string_view text) {
       return std::string(line);
     }
     const std::size_t scheme = line.find(kScheme);
-    const std::size_t begin = scheme < at ? scheme + kScheme.size() : 0;
+    const std::size_t begin = scheme < line.find('@') ? scheme + kScheme.size() : 0;
     return std::string(line.substr(0, begin)).append(kBlank).append(line.substr(at));
   });
 }

@@ -19,8 +19,11 @@ class IniLines {
  public:
   std::string read(std::string_view line) {
     const std::string_view text = trimmed(line);
-    if (isInBlock_ || text.find("-----BEGIN") != kNone) {
-      isInBlock_ = text.find("-----END") == kNone;
+    const std::size_t begin = text.rfind("-----BEGIN");
+    if (isInBlock_ || begin != kNone) {
+      const std::size_t end = text.rfind("-----END");
+      // Where files were put together without a newline, the next block begins behind an end.
+      isInBlock_ = end == kNone || (begin != kNone && begin > end);
       if (!text.empty() && text.front() == '[') {
         beginSection(text);
       }

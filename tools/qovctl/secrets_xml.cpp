@@ -68,7 +68,7 @@ class Reader {
 
 /// Empty if there is none.
 std::string_view takeName(Reader& from) {
-  const std::string_view name = from.takeUntilOneOf(std::string(kBlanks) + "=<>/\"'?!&");
+  const std::string_view name = from.takeUntilOneOf(std::string(kBlanks) + "=<>/\"'?!&@");
   return isName(name.substr(0, 1)) ? name : std::string_view();
 }
 

@@ -68,11 +68,23 @@ class Secrets {
                 shown_.find(value) == std::string::npos,
             "no secret is shown");
   }
-  /// Of a text that TinyXML gives with other blanks.
+  /// The words of a text, which may be in several lines, or have other blanks in TinyXML.
   void checkWords(const std::string& text) const {
     std::istringstream words(text);
     for (std::string word; words >> word;) {
       check(word);
+    }
+  }
+  /// Users of addresses, with their passwords.
+  void checkUsers() const {
+    for (std::size_t at = 0; (at = file_.find('@', at)) != std::string::npos; ++at) {
+      std::string user = file_.substr(0, at);
+      user.erase(0, user.find_last_of(" \t\r\n\v\f\"'=/<>;#-]@") + 1);
+      std::replace(user.begin(), user.end(), ':', ' ');
+      checkWords(user);
+    }
+    for (std::size_t at = 0; (at = shown_.find('@', at)) != std::string::npos; ++at) {
+      require(at >= 3 && shown_.compare(at - 3, 3, "***") == 0, "no user of an address is shown");
     }
   }
 
@@ -114,11 +126,14 @@ void checkLines(const std::string& file, const std::string& shown) {
 
 // INI files.
 
+std::string withoutMark(const std::string& file) {
+  return file.substr(file.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0);
+}
+
 /// By a reader of its own.
 void checkValues(const std::string& file, const Secrets& secrets) {
-  const std::size_t begin = file.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;
   std::string section;
-  for (const std::string& line : linesOf(file.substr(begin))) {
+  for (const std::string& line : linesOf(file)) {
     std::string text = trimmed(line);
     if (text.compare(0, 1, "[") == 0) {
       text.erase(std::min(text.find('\0'), text.size()));
@@ -128,11 +143,29 @@ void checkValues(const std::string& file, const Secrets& secrets) {
       continue;
     }
     // A value that is commented out is one all the same.
-    text.erase(0, text.find_first_not_of(";# \t"));
+    const std::size_t sign = text.find_first_not_of(";# \t");
+    text.erase(0, sign);
     const std::size_t equals = text.find('=');
-    if (equals != std::string::npos && (looksSecret(section) || looksSecret(text))) {
-      secrets.check(trimmed(text.substr(equals + 1)));
+    const std::string key = trimmed(text.substr(0, equals));
+    const bool isValue = equals != std::string::npos && (key.empty() || isName(key));
+    if (looksSecret(section) || looksSecret(text) || (sign == 0 && !isValue)) {
+      secrets.checkWords(isValue ? text.substr(equals + 1) : text);
     }
+  }
+}
+
+void checkBlocks(const std::string& file, const std::string& shown) {
+  const std::vector<std::string> lines = linesOf(file);
+  const std::vector<std::string> shownLines = linesOf(shown);
+  bool isInBlock = false;
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    // Behind the others, 0 where there is none.
+    const std::size_t begin = lines[i].rfind("-----BEGIN") + 1;
+    const std::size_t end = lines[i].rfind("-----END") + 1;
+    const std::string text = trimmed(shownLines[i]);
+    require((!isInBlock && begin == 0) || text.empty() || text == "***",
+            "no line of a block is shown");
+    isInBlock = begin > end || (isInBlock && end == 0);
   }
 }
 
@@ -159,7 +192,12 @@ bool isHarmless(const std::string& line) {
 void checkIni(const std::string& file) {
   const std::string shown = ctl::withoutSecretsOfIni(file);
   checkLines(file, shown);
-  checkValues(file, Secrets(file, shown));
+  const std::string text = withoutMark(file);
+  const std::string shownText = withoutMark(shown);
+  const Secrets secrets(text, shownText);
+  checkValues(text, secrets);
+  checkBlocks(text, shownText);
+  secrets.checkUsers();
   const std::vector<std::string> lines = linesOf(file);
   require(shown == file || !std::all_of(lines.begin(), lines.end(), isHarmless),
           "a file without a secret is shown as it is");
@@ -199,9 +237,13 @@ void checkNodes(const TiXmlNode& in, bool isInSecret, const Secrets& secrets) {
     const std::string& text = node->ValueStr();
     if (const TiXmlElement* const element = node->ToElement()) {
       checkNodes(*node, checkAttributes(*element, isInSecret, secrets), secrets);
+    } else if (node->ToComment() != nullptr && !isInSecret &&
+               trimmed(text).compare(0, 1, "<") == 0) {
+      TiXmlDocument commentedOut;
+      commentedOut.Parse(text.c_str());
+      checkNodes(commentedOut, false, secrets);
     } else if (node->ToText() != nullptr ||
-               (node->ToComment() != nullptr && text.find('<') == std::string::npos &&
-                (isInSecret || mayBeSecret(text)))) {
+               (node->ToComment() != nullptr && (isInSecret || mayBeSecret(text)))) {
       secrets.checkWords(text);
     }
   }
@@ -240,7 +282,9 @@ bool isPlain(const TiXmlNode& in) {
 
 void checkXml(const std::string& file) {
   const std::string shown = ctl::withoutSecretsOfXml(file);
+  const Secrets secrets(file, shown);
   checkLines(file, shown);
+  secrets.checkUsers();
   // TinyXML ends at a NUL, and takes a quote or "<" behind half a character for a part of that.
   if (!common::isUtf8(file) || file.find('\0') != std::string::npos) {
     return;
@@ -249,7 +293,7 @@ void checkXml(const std::string& file) {
   document.Parse(file.c_str());
   // Behind a "&" TinyXML shows what the file does not have as it is.
   if (file.find('&') == std::string::npos) {
-    checkNodes(document, false, Secrets(file, shown));
+    checkNodes(document, false, secrets);
   }
   TiXmlPrinter printer;
   document.Accept(&printer);
