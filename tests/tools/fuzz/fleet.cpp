@@ -9,7 +9,9 @@
 #include <tuple>
 #include <vector>
 
+#include "modules/common/controls.h"
 #include "modules/common/json_object.h"
+#include "modules/common/message_payload.h"
 #include "modules/common/octets.h"
 #include "tests/support/fuzz.h"
 #include "tests/tools/fuzz/captured_stream.h"
@@ -62,9 +64,11 @@ std::vector<std::string> levelsOf(const std::string& topic) {
   return levels;
 }
 
-/// The agents that have told of themselves.
-std::set<std::string> agentsIn(const std::vector<BrokerMessage>& messages, const Pattern& pattern) {
-  std::set<std::string> agents;
+/// The agents that have told of themselves, with their last documents.
+using Agents = std::map<std::string, std::string>;
+
+Agents agentsIn(const std::vector<BrokerMessage>& messages, const Pattern& pattern) {
+  Agents agents;
   for (const BrokerMessage& message : messages) {
     const auto levels = levelsOf(message.topic);
     if (levels.size() != 2 || levels[1] != "status" || !pattern.has(levels[0])) {
@@ -73,10 +77,95 @@ std::set<std::string> agentsIn(const std::vector<BrokerMessage>& messages, const
     if (message.payload.empty()) {
       agents.erase(levels[0]);
     } else {
-      agents.insert(levels[0]);
+      agents[levels[0]] = message.payload;
     }
   }
   return agents;
+}
+
+/// Null for what is none.
+Json::Value jsonIn(const std::string& text) {
+  try {
+    return common::parseJson(text);
+  } catch (const common::BadJson&) {
+    return {};
+  }
+}
+
+bool mayHaveText(const Json::Value& object, const char* key) {
+  return !object.isMember(key) || object[key].isString();
+}
+
+/// By a reader of its own.
+const char* stateOf(const std::string& document) {
+  const Json::Value json = jsonIn(document);
+  if (!json.isObject() || !json["online"].isBool() || !mayHaveText(json, "version") ||
+      !mayHaveText(json, "since")) {
+    return "unknown";
+  }
+  const Json::Value modules = json.get("modules", Json::Value(Json::arrayValue));
+  const bool areModules =
+      modules.isArray() &&
+      std::all_of(modules.begin(), modules.end(), [](const Json::Value& module) {
+        constexpr unsigned int kMostId = 255;
+        return module.isObject() && module["id"].isUInt() &&
+               module["id"].type() != Json::realValue && module["id"].asUInt() <= kMostId &&
+               mayHaveText(module, "name");
+      });
+  return !areModules ? "unknown" : json["online"].asBool() ? "online" : "offline";
+}
+
+/// The parts of the line that shows it as JSON.
+Json::Value answerIn(const BrokerMessage& message) {
+  Json::Value answer;
+  const bool isBytes = message.contentType == "application/vnd.qov.message";
+  const Json::Value json = isBytes ? Json::Value() : jsonIn(message.payload);
+  const Json::Value error = json.isObject() ? json["error"] : Json::Value();
+  if (error.isObject() && !error.empty()) {
+    answer["result"] = "refused";
+    if (error["code"].isString() && error["text"].isString()) {
+      answer["fault"] = common::withoutControls(error["code"].asString()) + ": " +
+                        common::withoutControls(error["text"].asString());
+    }
+    return answer;
+  }
+  try {
+    const auto package =
+        isBytes ? common::messageOfBytes(message.payload) : common::messageOfJson(message.payload);
+    answer["result"] = "answered";
+    answer["message"] = common::parseJson(common::jsonOfMessage(*package));
+  } catch (const std::runtime_error&) {
+    answer["result"] = "bad answer";
+  }
+  return answer;
+}
+
+/// What comes of asking the agent: its first message with the correlation data of the request. No
+/// input has so many agents that some are asked later.
+Json::Value outcomeOf(const Agents::value_type& agent, const PlayedBroker& broker) {
+  Json::Value outcome;
+  const std::vector<std::string> levels{agent.first, "request", "20"};
+  const auto request =
+      std::find_if(broker.requests().begin(), broker.requests().end(),
+                   [&](const test::BrokerRequest& each) { return levelsOf(each.topic) == levels; });
+  const bool isAsked = request != broker.requests().end();
+  require(isAsked == (stateOf(agent.second) != std::string_view("offline")),
+          "all are asked but who is offline");
+  if (!isAsked) {
+    outcome["result"] = "offline";
+    return outcome;
+  }
+  const std::vector<BrokerMessage>& messages = broker.delivered();
+  const std::size_t end = request->refused.value_or(messages.size());
+  for (std::size_t i = request->begin; i < end; ++i) {
+    const auto from = levelsOf(messages[i].topic);
+    if (!from.empty() && from[0] == agent.first &&
+        messages[i].correlation == request->correlation) {
+      return answerIn(messages[i]);
+    }
+  }
+  outcome["result"] = request->refused ? "not delivered" : "no answer";
+  return outcome;
 }
 
 /// How many events there are, without those that came again.
@@ -147,6 +236,7 @@ Run run(const How& how) {
   std::optional<ctl::ExitCode> failure;
   std::string out;
   std::string err;
+  std::string thrown;
   {
     const test::CapturedStream output(stdout);
     const test::CapturedStream errors(stderr);
@@ -155,16 +245,33 @@ Run run(const How& how) {
     } catch (const ctl::Failure& why) {
       failure = why.code();
       ctl::complain(why.what());
+    } catch (const std::exception& other) {
+      thrown = other.what();
     }
     out = output.text();
     err = errors.text();
   }
+  require(thrown.empty(), thrown.c_str());
   return {linesOf(out), linesOf(err), failure};
 }
 
-/// Each agent has a line, and answers are those that it has sent.
-void checkJson(const Run& run, const How& how, const PlayedBroker& broker,
-               const std::set<std::string>& agents) {
+/// Of a message that leaves its number out each reader makes another one.
+Json::Value withoutNumber(Json::Value message) {
+  message["head"].removeMember("sn");
+  return message;
+}
+
+void checkAnswer(const Json::Value& line, const Json::Value& expected) {
+  require(line["result"] == expected["result"] &&
+              withoutNumber(line["message"]) == withoutNumber(expected["message"]) &&
+              (!expected.isMember("fault") || line["fault"] == expected["fault"]),
+          "an answer is the agent's own");
+  const std::string result = line["result"].asString();
+  const bool hasCome = result == "answered" || result == "refused" || result == "bad answer";
+  require(line.isMember("ms") == hasCome, "an answer has its time");
+}
+
+void checkJson(const Run& run, const How& how, const PlayedBroker& broker, const Agents& agents) {
   std::set<std::string> shown;
   for (const std::string& line : run.out) {
     const Json::Value json = common::parseJson(line);
@@ -174,22 +281,45 @@ void checkJson(const Run& run, const How& how, const PlayedBroker& broker,
               "an event is one of an agent that is watched, or why it is none");
       continue;
     }
-    require(agents.count(agent) > 0 && shown.insert(agent).second, "each agent comes once");
-    if (how.command == kAsk && json.isMember("ms")) {
-      const auto& messages = broker.delivered();
-      require(std::any_of(messages.begin(), messages.end(),
-                          [&](const BrokerMessage& message) {
-                            const auto levels = levelsOf(message.topic);
-                            return !levels.empty() && levels[0] == agent &&
-                                   !message.correlation.empty();
-                          }),
-              "an answer is the agent's own");
+    const auto found = agents.find(agent);
+    require(found != agents.end() && shown.insert(agent).second, "each agent comes once");
+    if (how.command == kAsk) {
+      checkAnswer(json, outcomeOf(*found, broker));
+    } else {
+      require(json["state"] == stateOf(found->second), "the state is that of the document");
     }
   }
 }
 
+std::size_t badDocumentsIn(const Agents& agents) {
+  return static_cast<std::size_t>(std::count_if(agents.begin(), agents.end(), [](const auto& each) {
+    return stateOf(each.second) == std::string_view("unknown");
+  }));
+}
+
+/// How the command has to end.
+std::optional<ctl::ExitCode> failureOf(const How& how, const PlayedBroker& broker,
+                                       const Agents& agents) {
+  const bool needsAgents =
+      how.command == kAsk || (how.command == kList && how.pattern.text == std::string_view("n1/a"));
+  if (broker.hasLost() || (needsAgents && agents.empty())) {
+    return ctl::kNoConnection;
+  }
+  if (how.command == kList && badDocumentsIn(agents) > 0) {
+    return ctl::kBadData;
+  }
+  const bool isIncomplete =
+      how.command == kAsk && !std::all_of(agents.begin(), agents.end(), [&](const auto& each) {
+        return outcomeOf(each, broker)["result"] == "answered";
+      });
+  return isIncomplete ? std::optional(ctl::kIncomplete) : std::nullopt;
+}
+
 void checkRun(const Run& run, const How& how, const PlayedBroker& broker) {
-  const std::set<std::string> agents = agentsIn(broker.firstDelivered(), how.pattern);
+  const Agents agents = agentsIn(broker.firstDelivered(), how.pattern);
+  require(run.failure == failureOf(how, broker, agents), "the status tells what has come");
+  const std::size_t bad = run.failure == ctl::kBadData ? badDocumentsIn(agents) : 0;
+  require(run.err.size() == bad + (run.failure ? 1 : 0), "what is wrong has a line each");
   if (how.json) {
     checkJson(run, how, broker, agents);
   }
@@ -199,24 +329,12 @@ void checkRun(const Run& run, const How& how, const PlayedBroker& broker) {
   if (how.command == kWatch) {
     most = eventsIn(broker.delivered(), how.pattern);
     require(run.out.size() == most, "each event has a line");
-  } else if (!how.json) {
+  } else if (!how.json && !(agents.empty() && run.failure == ctl::kNoConnection)) {
     more = how.command == kAsk ? 2 : 1;
   }
-  require(run.failure == ctl::kNoConnection || !broker.hasLost(), "a lost connection is told");
-  if (run.failure == ctl::kNoConnection) {
-    require(run.err.size() == 1, "what has failed has a line");
-    require(broker.hasLost() || (agents.empty() && run.out.empty()),
-            "agents that are there are known");
-    require(run.out.size() <= most + more, "what has come before has a line each");
-    return;
-  }
-  require(run.out.size() == most + more, "each event or agent has a line");
-  if (how.command == kList) {
-    require(run.err.empty() || (run.failure == ctl::kBadData && run.err.size() <= most + 1),
-            "a document that is none has a line");
-  } else {
-    require(run.failure.value_or(ctl::kIncomplete) == ctl::kIncomplete, "nothing else fails");
-  }
+  require(run.failure == ctl::kNoConnection ? run.out.size() <= most + more
+                                            : run.out.size() == most + more,
+          "each event or agent has a line");
 }
 
 }  // namespace

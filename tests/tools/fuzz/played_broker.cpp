@@ -65,9 +65,14 @@ void PlayedBroker::unsubscribe() {
   hasUnsubscribed_ = true;
 }
 
-int PlayedBroker::publish() {
-  unanswered_.insert(++published_);
-  return published_;
+int PlayedBroker::publish(const std::string& topic, const mosquitto_property* properties) {
+  void* correlation = nullptr;
+  std::uint16_t size = 0;
+  mosquitto_property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &correlation, &size,
+                                 false);
+  requests_.push_back({topic, {static_cast<char*>(correlation), size}, delivered_.size()});
+  std::free(correlation);
+  return static_cast<int>(requests_.size());
 }
 
 int PlayedBroker::loop(mosquitto& client, int timeout) {
@@ -103,7 +108,10 @@ int PlayedBroker::loop(mosquitto& client, int timeout) {
   message.payload = part.substr(0, part.size() - (part.empty() ? 0 : 1));
   message.retained = has('r');
   if (has('n')) {
-    if (const int id = std::atoi(message.topic.c_str()); unanswered_.erase(id) > 0) {
+    const int id = std::atoi(message.topic.c_str());
+    const auto index = static_cast<std::size_t>(id) - 1;
+    if (index < requests_.size() && !requests_[index].refused) {
+      requests_[index].refused = delivered_.size();
       client.onPublish(&client, client.user, id, MQTT_RC_NO_MATCHING_SUBSCRIBERS, nullptr);
     }
   } else if (!message.topic.empty() && isText(message.topic)) {
@@ -213,9 +221,9 @@ int mosquitto_unsubscribe(mosquitto*, int*, const char*) {
   return MOSQ_ERR_SUCCESS;
 }
 
-int mosquitto_publish_v5(mosquitto*, int* id, const char*, int, const void*, int, bool,
-                         const mosquitto_property*) {
-  *id = playing->publish();
+int mosquitto_publish_v5(mosquitto*, int* id, const char* topic, int, const void*, int, bool,
+                         const mosquitto_property* properties) {
+  *id = playing->publish(topic, properties);
   return MOSQ_ERR_SUCCESS;
 }
 

@@ -4,7 +4,7 @@
 #include <mosquitto.h>
 
 #include <cstddef>
-#include <set>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +19,14 @@ struct BrokerMessage {
   std::string outbox;
   std::string payload;
   bool retained = false;
+};
+
+/// A message of the program's client.
+struct BrokerRequest {
+  std::string topic;
+  std::string correlation;
+  std::size_t begin;                     ///< how much had been delivered before it
+  std::optional<std::size_t> refused{};  ///< and before the broker said that nobody gets it
 };
 
 /// Plays a broker to the program's clients: those functions of libmosquitto that connect, and the
@@ -39,13 +47,15 @@ class PlayedBroker {
   /// What has come so far, and as long as the client's first subscription went.
   const std::vector<BrokerMessage>& delivered() const { return delivered_; }
   std::vector<BrokerMessage> firstDelivered() const;
+  const std::vector<BrokerRequest>& requests() const { return requests_; }
   bool hasLost() const { return hasLost_; }
 
   // The library's functions.
   int loop(mosquitto& client, int timeout);
   void subscribe() { isSubscribing_ = true; }
   void unsubscribe();
-  int publish();
+  /// The request's number.
+  int publish(const std::string& topic, const mosquitto_property* properties);
 
  private:
   void deliver(mosquitto& client, const BrokerMessage& message);
@@ -54,8 +64,7 @@ class PlayedBroker {
   bool isConnecting_ = true;
   bool isSubscribing_ = false;
   bool hasLost_ = false;
-  int published_ = 0;
-  std::set<int> unanswered_;  ///< the numbers of requests that may still be refused
+  std::vector<BrokerRequest> requests_;
   std::vector<BrokerMessage> delivered_;
   std::size_t first_ = 0;
   bool hasUnsubscribed_ = false;
