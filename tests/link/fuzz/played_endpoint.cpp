@@ -29,6 +29,11 @@ constexpr unsigned int kResets = 1 << 4;  ///< in place of closing
 constexpr unsigned int kCuts = 1 << 5;    ///< the request's second half is not taken
 constexpr unsigned int kRefusesRequest = 1 << 6;
 constexpr unsigned int kRefusesConnection = 1 << 7;
+// Of the same bits, when a connection begins.
+constexpr unsigned int kConnectsLater = kResets;
+constexpr unsigned int kStaysConnecting = kCuts;  ///< in place of refusing it
+// And when a request that is not the connection's first one is sent.
+constexpr unsigned int kHasNoRoom = kRefusesConnection;  ///< at first, or never if it is refused
 
 constexpr std::size_t kHeadSize = sizeof(TLVMsgHeadV3);
 
@@ -86,16 +91,37 @@ int PlayedEndpoint::connect() {
   cuts_.clear();
   arrived_ = received_ = read_ = 0;
   end_ = -1;
-  if ((nextWhat() & kRefusesConnection) != 0) {
+  const unsigned int what = nextWhat();
+  const bool isRefused = (what & kRefusesConnection) != 0;
+  isConnecting_ = (what & kConnectsLater) != 0;
+  connectError_ = isRefused ? ECONNREFUSED : 0;
+  isFull_ = false;
+  isStuck_ = isRefused && (what & kStaysConnecting) != 0;
+  if (isRefused) {
     takeStep();
-    events_.push_back({LinkEvent::Kind::kRefused});
-    return failed(ECONNREFUSED);
   }
-  events_.push_back({LinkEvent::Kind::kConnected});
-  return 0;
+  events_.push_back({isRefused ? LinkEvent::Kind::kRefused : LinkEvent::Kind::kConnected});
+  const int error = isConnecting_ ? EINPROGRESS : connectError_;
+  return error == 0 ? 0 : failed(error);
+}
+
+int PlayedEndpoint::connectError() {
+  require(isConnecting_ && !isStuck_, "only a connection that has ended is asked how");
+  isConnecting_ = false;
+  return connectError_;
 }
 
 ssize_t PlayedEndpoint::send(const void* data, std::size_t length) {
+  require(!isConnecting_ && !isStuck_, "nothing is sent where it cannot be");
+  if (end_ <= 0 && (nextWhat() & kHasNoRoom) != 0 && !std::exchange(isFull_, true)) {
+    isStuck_ = (nextWhat() & kRefusesRequest) != 0;
+    if (isStuck_) {
+      takeStep();
+      events_.push_back({LinkEvent::Kind::kNotSent});
+    }
+    return failed(EAGAIN);
+  }
+  isFull_ = false;
   if (end_ > 0 || (nextWhat() & kRefusesRequest) != 0) {
     takeStep();
     events_.push_back({LinkEvent::Kind::kNotSent});
@@ -170,8 +196,9 @@ ssize_t PlayedEndpoint::receive(void* to, std::size_t length, bool maySleep) {
 
 int PlayedEndpoint::poll(pollfd& entry, int timeout) {
   require(timeout >= 0, "a wait has an end");
-  if (letArrive()) {
-    entry.revents = POLLIN;
+  const bool isForRoom = isConnecting_ || isFull_;
+  if (isForRoom ? !isStuck_ : letArrive()) {
+    entry.revents = isForRoom ? POLLOUT : POLLIN;
     return 1;
   }
   clockMilliseconds += timeout;
@@ -186,6 +213,14 @@ using qov::test::playing;
 
 extern "C" int connect(int, const sockaddr*, socklen_t) {
   return playing != nullptr ? playing->connect() : qov::test::failed(ECONNREFUSED);
+}
+
+extern "C" int getsockopt(int socket, int level, int name, void* value, socklen_t* size) noexcept {
+  if (playing == nullptr || level != SOL_SOCKET || name != SO_ERROR) {
+    return static_cast<int>(::syscall(SYS_getsockopt, socket, level, name, value, size));
+  }
+  *static_cast<int*>(value) = playing->connectError();
+  return 0;
 }
 
 extern "C" ssize_t send(int, const void* data, std::size_t length, int) {

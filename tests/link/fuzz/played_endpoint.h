@@ -41,6 +41,8 @@ class PlayedEndpoint {
 
   // The calls of the system. Each gives what the system would, with errno set.
   int connect();
+  /// How a connection that was in progress has ended.
+  int connectError();
   ssize_t send(const void* data, std::size_t length);
   ssize_t receive(void* to, std::size_t length, bool maySleep);
   int poll(pollfd& entry, int timeout);
@@ -60,6 +62,10 @@ class PlayedEndpoint {
   std::string script_;
   std::deque<LinkEvent> events_;
   // Of the connection.
+  bool isConnecting_ = false;
+  int connectError_ = 0;
+  bool isFull_ = false;   ///< there was no room for the request
+  bool isStuck_ = false;  ///< and there never is; or the connection stays in progress
   std::string sent_;
   std::vector<std::size_t> cuts_;  ///< behind these bytes the rest comes later
   std::size_t arrived_ = 0;
