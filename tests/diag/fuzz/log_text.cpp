@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "diag/record.h"
 #include "tests/support/fuzz.h"
@@ -31,10 +32,18 @@ unsigned int digitOf(char digit) {
   return static_cast<unsigned int>(digit <= '9' ? digit - '0' : digit - 'a' + 10);
 }
 
+bool beginsCharacter(const std::string& text, std::size_t at) {
+  const auto isUtf8 = [&](std::size_t size) {
+    return at + size <= text.size() && nlohmann::json::accept('"' + text.substr(at, size) + '"');
+  };
+  return isUtf8(2) || isUtf8(3) || isUtf8(4);
+}
+
 /// What the message was, by its escapes.
 std::string unescaped(std::string_view text, bool isJson) {
   const std::size_t zeros = isJson ? 2 : 0;
   std::string bytes;
+  std::vector<std::size_t> wide;  // from 80 on, and escaped
   for (std::size_t at = 0; at < text.size(); ++at) {
     if (text[at] != '\\') {
       bytes += text[at];
@@ -43,6 +52,9 @@ std::string unescaped(std::string_view text, bool isJson) {
     require(++at < text.size(), "an escape is whole");
     if (text[at] == (isJson ? 'u' : 'x')) {
       require(at + zeros + 2 < text.size(), "an escape is whole");
+      if (text[at + zeros + 1] > '7') {
+        wide.push_back(bytes.size());
+      }
       bytes +=
           static_cast<char>(digitOf(text[at + zeros + 1]) << 4U | digitOf(text[at + zeros + 2]));
       at += zeros + 2;
@@ -50,6 +62,9 @@ std::string unescaped(std::string_view text, bool isJson) {
       bytes += text[at] == 'n' ? '\n' : text[at] == 'r' ? '\r' : text[at];
     }
   }
+  require(std::none_of(wide.begin(), wide.end(),
+                       [&](std::size_t each) { return beginsCharacter(bytes, each); }),
+          "characters from U+0080 on are not escaped");
   return bytes;
 }
 
