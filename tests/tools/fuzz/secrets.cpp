@@ -61,13 +61,6 @@ class Secrets {
  public:
   Secrets(const std::string& file, const std::string& shown) : file_(file), shown_(shown) {}
 
-  void check(const std::string& value) const {
-    const std::size_t at = file_.find(value);
-    const bool isOnce = at != std::string::npos && file_.find(value, at + 1) == std::string::npos;
-    require(value.empty() || value.find('*') != std::string::npos || !isOnce ||
-                shown_.find(value) == std::string::npos,
-            "no secret is shown");
-  }
   /// The words of a text, which may be in several lines, or have other blanks in TinyXML.
   void checkWords(const std::string& text) const {
     std::istringstream words(text);
@@ -89,6 +82,14 @@ class Secrets {
   }
 
  private:
+  void check(const std::string& value) const {
+    const std::size_t at = file_.find(value);
+    const bool isOnce = at != std::string::npos && file_.find(value, at + 1) == std::string::npos;
+    require(value.empty() || value.find('*') != std::string::npos || !isOnce ||
+                shown_.find(value) == std::string::npos,
+            "no secret is shown");
+  }
+
   const std::string& file_;
   const std::string& shown_;
 };
@@ -225,7 +226,7 @@ bool checkAttributes(const TiXmlElement& element, bool isSecret, const Secrets& 
     const bool isKept =
         isName(at->ValueStr()) && (isItemsName(*at) || at->NameTStr() == "DeviceDesc");
     if (!isKept) {
-      secrets.check(at->ValueStr());
+      secrets.checkWords(at->ValueStr());
     }
   }
   return isSecret;
