@@ -162,7 +162,7 @@ bool LogFile::follow() {
 std::string LogFile::otherPlace() const {
   struct stat own {};
   std::error_code error;
-  return statOwn(own) && own.st_nlink > 0
+  return statOwn(own) && own.st_nlink > 0 && S_ISREG(own.st_mode)  // no pipe without a reader
              ? std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd_), error).string()
              : std::string();
 }

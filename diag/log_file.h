@@ -50,8 +50,8 @@ class LogFile {
   void removeFrom(int number) const;
 
   const std::string& path() const { return path_; }
-  /// Where someone has moved the file that records go to while path() cannot be opened; empty: they
-  /// go nowhere.
+  /// While path() cannot be opened: the name that the file so far has now, in which records go on;
+  /// empty: they go nowhere.
   std::string otherPlace() const;
 
  private:

@@ -54,7 +54,7 @@ class LogSink : private std::streambuf, private ACE_Log_Msg_Backend {
   void use(ACE_Log_Msg& log, const std::string& path, std::optional<uid_t> owner);
   /// Why the last use() could not open the file, an errno value; 0 when it could.
   int openError() const { return openError_; }
-  /// The file that records go to, which someone may have moved; empty: standard error.
+  /// The file that records go to; empty: standard error.
   std::string place() const;
 
   /// Makes the sink ACE's backend, unless the program has a backend of its own. ACE must not be

@@ -1,5 +1,9 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -144,13 +148,14 @@ TEST_F(LogLines, NameStandardErrorInThePlaceOfAFileThatAReloadCannotOpen) {
 }
 
 TEST_F(LogLines, NameTheMovedFileThatRecordsGoOnToWhenAReloadCannotOpenTheLog) {
-  const std::string folder = directory_.file("logs");
+  const fs::path place = fs::canonical(directory_.path());
+  const std::string folder = place / "logs";
   const std::string file = folder + "/x.log";
-  const std::string moved = directory_.file("moved/x.log");
+  const std::string moved = place / "moved/x.log";
   fs::create_directory(folder);
   configure("");
   strategy_.initLogStrategy(nullptr, file.c_str());
-  fs::rename(folder, directory_.file("moved"));
+  fs::rename(folder, place / "moved");
   strategy_.reloadLogStrategy(nullptr, file.c_str());
   EXPECT_THAT(recordsIn(moved),
               ElementsAre("ERR Failed to open the log: " + file + ": there is no directory " +
@@ -173,6 +178,23 @@ TEST_F(LogLines, NameStandardErrorInThePlaceOfADeletedFileThatAReloadCannotOpenA
                              HasSubstr(" in force: LogLevel 2, standard error, ")));
   reload();
   EXPECT_THAT(records(), testing::Contains(EndsWith("could not be written: 2")));
+}
+
+TEST_F(LogLines, NameStandardErrorInThePlaceOfAPipeThatNobodyReadsAnyMore) {
+  const std::string pipe = directory_.file("pipe");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  configure("");
+  const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  strategy_.initLogStrategy(nullptr, pipe.c_str());
+  ::close(reader);
+  auto* const before = ::signal(SIGPIPE, SIG_IGN);  // as agents do
+  testing::internal::CaptureStderr();
+  strategy_.reloadLogStrategy(nullptr, pipe.c_str());
+  ::signal(SIGPIPE, before);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::AllOf(HasSubstr("while nobody reads it; records go to standard error\n"),
+                             HasSubstr(" in force: LogLevel 2, standard error, ")));
+  reload();
 }
 
 TEST_F(LogLines, SayWhyAReloadHasChangedNothing) {
