@@ -34,8 +34,10 @@ std::string withoutUser(std::string_view text) {
     if (at == std::string_view::npos) {
       return std::string(line);
     }
-    const std::size_t scheme = line.find(kScheme);
-    const std::size_t begin = scheme < line.find('@') ? scheme + kScheme.size() : 0;
+    // What looks like one behind a ":" may be a part of the password.
+    const std::size_t scheme = line.find_first_of(":@");
+    const bool isScheme = line.substr(scheme, kScheme.size()) == kScheme;
+    const std::size_t begin = isScheme ? scheme + kScheme.size() : 0;
     return std::string(line.substr(0, begin)).append(kBlank).append(line.substr(at));
   });
 }

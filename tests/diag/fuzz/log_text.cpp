@@ -62,8 +62,9 @@ std::string unescaped(std::string_view text, bool isJson) {
       bytes += text[at] == 'n' ? '\n' : text[at] == 'r' ? '\r' : text[at];
     }
   }
-  require(std::none_of(wide.begin(), wide.end(),
-                       [&](std::size_t each) { return beginsCharacter(bytes, each); }),
+  require(isJson ? std::none_of(wide.begin(), wide.end(),
+                                [&](std::size_t each) { return beginsCharacter(bytes, each); })
+                 : wide.empty(),
           "characters from U+0080 on are not escaped");
   return bytes;
 }

@@ -197,6 +197,7 @@ ssize_t PlayedEndpoint::receive(void* to, std::size_t length, bool maySleep) {
 int PlayedEndpoint::poll(pollfd& entry, int timeout) {
   require(timeout >= 0, "a wait has an end");
   const bool isForRoom = isConnecting_ || isFull_;
+  require(entry.events == (isForRoom ? POLLOUT : POLLIN), "what is waited for is what is missing");
   if (isForRoom ? !isStuck_ : letArrive()) {
     entry.revents = isForRoom ? POLLOUT : POLLIN;
     return 1;
@@ -231,7 +232,9 @@ extern "C" ssize_t recv(int, void* to, std::size_t length, int flags) {
   return playing->receive(to, length, (flags & MSG_DONTWAIT) == 0);
 }
 
-extern "C" int poll(pollfd* entries, nfds_t, int timeout) {
+/// <poll.h> says of poll() that it does not read what it is given.
+extern "C" int playedPoll(pollfd* entries, nfds_t, int timeout) __asm__("poll");
+extern "C" int playedPoll(pollfd* entries, nfds_t, int timeout) {
   return playing->poll(*entries, timeout);
 }
 

@@ -140,8 +140,7 @@ Json::Value answerIn(const BrokerMessage& message) {
   return answer;
 }
 
-/// What comes of asking the agent: its first message with the correlation data of the request. No
-/// input has so many agents that some are asked later.
+/// What comes of asking the agent: its first message with the correlation data of the request.
 Json::Value outcomeOf(const Agents::value_type& agent, const PlayedBroker& broker) {
   Json::Value outcome;
   const std::vector<std::string> levels{agent.first, "request", "20"};
@@ -341,6 +340,10 @@ void checkRun(const Run& run, const How& how, const PlayedBroker& broker) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   test::silence();
+  constexpr std::size_t kMost = 2000;
+  if (size > kMost) {
+    return 0;  // so many agents that some are asked later
+  }
   const unsigned int choice = size == 0 ? 0U : *data;
   const How how{static_cast<Command>((choice & 3U) % 3), (choice & 4U) != 0,
                 kPatterns[(choice >> 3U) % kPatterns.size()]};

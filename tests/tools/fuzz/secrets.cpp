@@ -61,8 +61,9 @@ class Secrets {
  public:
   Secrets(const std::string& file, const std::string& shown) : file_(file), shown_(shown) {}
 
-  /// The words of a text, which may be in several lines, or have other blanks in TinyXML.
-  void checkWords(const std::string& text) const {
+  /// A text, and its words: it may be in several lines, or have other blanks in TinyXML.
+  void checkText(const std::string& text) const {
+    check(trimmed(text));
     std::istringstream words(text);
     for (std::string word; words >> word;) {
       check(word);
@@ -74,10 +75,16 @@ class Secrets {
       std::string user = file_.substr(0, at);
       user.erase(0, user.find_last_of(" \t\r\n\v\f\"'=/<>;#-]@") + 1);
       std::replace(user.begin(), user.end(), ':', ' ');
-      checkWords(user);
+      checkText(user);
     }
     for (std::size_t at = 0; (at = shown_.find('@', at)) != std::string::npos; ++at) {
-      require(at >= 3 && shown_.compare(at - 3, 3, "***") == 0, "no user of an address is shown");
+      const std::string before = shown_.substr(0, at);
+      const std::size_t begin = before.find_last_of("\n\"'=<>]") + 1;
+      const std::size_t user = before.size() - std::min<std::size_t>(before.size(), 3);
+      const std::size_t colon = std::min(before.find(':', begin), user);
+      require(before.substr(user) == "***" &&
+                  (colon == user || before.substr(colon, user - colon) == "://"),
+              "no user of an address is shown");
     }
   }
 
@@ -85,9 +92,10 @@ class Secrets {
   void check(const std::string& value) const {
     const std::size_t at = file_.find(value);
     const bool isOnce = at != std::string::npos && file_.find(value, at + 1) == std::string::npos;
-    require(
-        value.find('*') != std::string::npos || !isOnce || shown_.find(value) == std::string::npos,
-        "no secret is shown");
+    require(value.find_first_not_of(kBlanks) == std::string::npos ||
+                value.find('*') != std::string::npos || !isOnce ||
+                shown_.find(value) == std::string::npos,
+            "no secret is shown");
   }
 
   const std::string& file_;
@@ -150,7 +158,7 @@ void checkValues(const std::string& file, const Secrets& secrets) {
     const std::string key = trimmed(text.substr(0, equals));
     const bool isValue = equals != std::string::npos && (key.empty() || isName(key));
     if (looksSecret(section) || looksSecret(text) || (sign == 0 && !isValue)) {
-      secrets.checkWords(isValue ? text.substr(equals + 1) : text);
+      secrets.checkText(isValue ? text.substr(equals + 1) : text);
     }
   }
 }
@@ -226,7 +234,7 @@ bool checkAttributes(const TiXmlElement& element, bool isSecret, const Secrets& 
     const bool isKept =
         isName(at->ValueStr()) && (isItemsName(*at) || at->NameTStr() == "DeviceDesc");
     if (!isKept) {
-      secrets.checkWords(at->ValueStr());
+      secrets.checkText(at->ValueStr());
     }
   }
   return isSecret;
@@ -245,7 +253,7 @@ void checkNodes(const TiXmlNode& in, bool isInSecret, const Secrets& secrets) {
       checkNodes(commentedOut, false, secrets);
     } else if (node->ToText() != nullptr ||
                (node->ToComment() != nullptr && (isInSecret || mayBeSecret(text)))) {
-      secrets.checkWords(text);
+      secrets.checkText(text);
     }
   }
 }
