@@ -53,10 +53,14 @@ void Campaign::fail(const std::string& what) {
 void Campaign::keepIfLost(const std::filesystem::path& folder) const {
   namespace fs = std::filesystem;
   if (failed_ || std::uncaught_exceptions() > 0) {
-    std::error_code ignored;
-    // One by one, as sockets and pipes cannot be copied.
-    for (const auto& entry : fs::directory_iterator(folder, ignored)) {
-      fs::copy(entry, folder_ / entry.path().filename(), fs::copy_options::recursive, ignored);
+    std::error_code error;
+    for (const auto& entry : fs::recursive_directory_iterator(folder, error)) {
+      const fs::path copy = folder_ / fs::relative(entry, folder, error);
+      if (entry.is_directory(error)) {
+        fs::create_directories(copy, error);
+      } else if (entry.is_regular_file(error) && !fs::copy_file(entry, copy, error)) {
+        std::cout << "not kept: " << entry.path() << ": " << error.message() << std::endl;
+      }
     }
   }
 }

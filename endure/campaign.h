@@ -60,7 +60,7 @@ class Campaign {
   /// Says what this run has not looked at, behind the figures. It does not fail for that.
   void notWatched(const std::string& what) { notWatched_ += " not watched: " + what; }
 
-  /// If the campaign is lost: copies what `folder` has, but for sockets and pipes, to its own.
+  /// If the campaign is lost: copies folders and files from `folder` to its own.
   void keepIfLost(const std::filesystem::path& folder) const;
 
   /// Prints the last line of figures; the result is the process's exit status.

@@ -45,6 +45,9 @@ Standstill lookAt(pid_t process) {
   for (const auto& thread : std::filesystem::directory_iterator(folder / "task")) {
     const int id = std::stoi(thread.path().filename());
     const std::string status = readFile(thread.path() / "status");
+    if (status.empty()) {
+      continue;  // it has just ended
+    }
     found.waits_[id] = numberBehind("\nvoluntary_ctxt_switches:", status) +
                        numberBehind("\nnonvoluntary_ctxt_switches:", status);
     found.othersWait_ =
@@ -63,22 +66,23 @@ class IdleCampaign {
  public:
   explicit IdleCampaign(Campaign& campaign)
       : campaign_(campaign), libraries_(campaign.folder() / "lib") {}
+  ~IdleCampaign() { campaign_.keepIfLost(agent_.root().path()); }
+  IdleCampaign(const IdleCampaign&) = delete;
+  IdleCampaign& operator=(const IdleCampaign&) = delete;
 
   void run() {
     copyModules();
-    AgentProcess agent(QOV_ENDURE_AGENT);
     const char* const others = std::getenv("LD_LIBRARY_PATH");
     const std::string before = others != nullptr ? std::string(":") + others : "";
-    agent.setEnvironment("LD_LIBRARY_PATH", libraries_.string() + before);
-    configure(agent);
-    agent.start({"-n"});
-    if (agent.waitForLog("Successed to init /") && standsStill(agent.pid())) {
-      watch(agent.pid());
-      end(agent);
+    agent_.setEnvironment("LD_LIBRARY_PATH", libraries_.string() + before);
+    configure();
+    agent_.start({"-n"});
+    if (agent_.waitForLog("Successed to init /") && standsStill(agent_.pid())) {
+      watch(agent_.pid());
+      end();
     } else {
       campaign_.fail("the agent does not come to rest");
     }
-    campaign_.keepIfLost(agent.root().path());
   }
 
  private:
@@ -95,8 +99,8 @@ class IdleCampaign {
     }
   }
 
-  static void configure(AgentProcess& agent) {
-    AgentRoot::write(agent.root().cfgFile(),
+  void configure() {
+    AgentRoot::write(agent_.root().cfgFile(),
                      "[QOV_GLOBAL]\nPROC_PID=7\n[LOG_CFG]\nSendTerminal=0\nChkInterval=" +
                          std::to_string(kLogCheck.count()) +
                          "\nLogFileMaxSize=10240\nLogFileMaxCnt=3\nLogLevel=2\n");
@@ -105,7 +109,7 @@ class IdleCampaign {
     for (int module = 0; module < kModules; ++module) {
       modules.push_back(nameOf(module));
     }
-    agent.useModules(modules);
+    agent_.useModules(modules);
   }
 
   /// Until every thread but the main one has stood still for two seconds: what the modules have
@@ -174,15 +178,16 @@ class IdleCampaign {
     return text.substr(0, text.find('\n'));
   }
 
-  void end(AgentProcess& agent) {
-    agent.send(SIGINT);
-    if (agent.waitForEnd().exitStatus != 0) {
+  void end() {
+    agent_.send(SIGINT);
+    if (agent_.waitForEnd().exitStatus != 0) {
       campaign_.fail("the agent has not ended as it should");
     }
   }
 
   Campaign& campaign_;
   const std::filesystem::path libraries_;
+  AgentProcess agent_{QOV_ENDURE_AGENT};
   Figure& threads_ = campaign_.figure("threads");
   Figure& mainWaits_ = campaign_.figure("main_wakes");
   Figure& otherWaits_ = campaign_.figure("other_wakes");

@@ -171,10 +171,11 @@ void IniShared::fail(const std::string& what) {
 }
 
 bool beginIniFile(const IniRound& round, IniShared& shared) {
+  errno = 0;
   std::ofstream(round.file) << '[' << kSection << "]\n";
   CQOV_Ini_Operator ini;
   if (ini.open(round.file.c_str()) != 0) {
-    shared.fail("the first file cannot be made");
+    shared.fail(std::string("the first file cannot be made: ") + std::strerror(errno));
     return false;
   }
   return saveOne(round, ini, kBeginner, shared);

@@ -70,7 +70,8 @@ LoudNumbers LoudLog::told(const std::filesystem::path& root) {
     text >> last;
   }
   if (!text) {
-    throw std::runtime_error("the module has not told what it has logged");
+    throw std::runtime_error("the module has not told what it has logged in " +
+                             (root / "loud").string());
   }
   return lasts;
 }

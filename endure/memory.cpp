@@ -4,7 +4,6 @@
 // hang; and no leak, in a build with AddressSanitizer.
 #include <algorithm>
 #include <array>
-#include <climits>
 #include <csignal>
 #include <cstdint>
 #include <random>
@@ -25,9 +24,7 @@ using test::Ending;
 /// A part of the agent's life.
 struct Phase {
   const char* name;
-  /// How many of its allocations may end the agent, as documented: some more than do. Those of a
-  /// stop all do, so there may be any number.
-  int mayEnd;
+  int mayEnd;  ///< how many of its allocations may end the agent: some more than do
   Figure* ended = nullptr;
   int tried = 0;
   int notReached = 0;  ///< refusals that had nothing to refuse
@@ -154,7 +151,7 @@ class Memory {
   static constexpr int kFewNotReached = 3;
 
   std::array<Phase, 5> phases_{
-      {{"start", 70}, {"request", 0}, {"exchange", 0}, {"reload", 12}, {"stop", INT_MAX}}};
+      {{"start", 70}, {"request", 0}, {"exchange", 0}, {"reload", 12}, {"stop", 12}}};
 
   Campaign& campaign_;
   test::EndpointProcess endpoint_;

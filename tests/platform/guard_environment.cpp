@@ -12,6 +12,8 @@
 #include <ostream>
 #include <streambuf>
 
+#include "tests/support/counts.h"
+
 namespace qov::test {
 namespace {
 
@@ -20,12 +22,13 @@ class LogText : public std::streambuf {
  public:
   bool waitFor(const std::string& text) {
     std::unique_lock<std::mutex> held(lock_);
-    return changed_.wait_for(held, std::chrono::seconds(60), [&] { return count(text) > 0; });
+    return changed_.wait_for(held, std::chrono::seconds(60),
+                             [&] { return text_.find(text) != std::string::npos; });
   }
 
   int countLines(const std::string& text) {
     const std::lock_guard<std::mutex> held(lock_);
-    return count(text);
+    return timesOf(text, text_);
   }
 
  protected:
@@ -43,15 +46,6 @@ class LogText : public std::streambuf {
   }
 
  private:
-  int count(const std::string& text) const {
-    int found = 0;
-    for (std::size_t at = text_.find(text); at != std::string::npos;
-         at = text_.find(text, at + 1)) {
-      ++found;
-    }
-    return found;
-  }
-
   std::mutex lock_;
   std::condition_variable changed_;
   std::string text_;

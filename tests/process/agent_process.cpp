@@ -136,8 +136,9 @@ std::string AgentProcess::mainThreadName() const {
 
 long AgentProcess::waitsOf(const std::string& threadName) const {
   for (const auto& task : std::filesystem::directory_iterator(procOf(started_) / "task")) {
-    if (firstLineOf(task.path() / "comm") == threadName) {
-      return numberBehind("\nvoluntary_ctxt_switches:", readFile(task.path() / "status"));
+    const std::string status = readFile(task.path() / "status");
+    if (!status.empty() && firstLineOf(task.path() / "comm") == threadName) {
+      return numberBehind("\nvoluntary_ctxt_switches:", status);
     }
   }
   return 0;

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <iterator>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -25,10 +26,14 @@ inline int timesOf(std::string_view part, std::string_view text) {
   return times;
 }
 
-/// The number behind `key` in a file of /proc that says `text`; 0 without.
+/// The number behind `key` in a file of /proc that says `text`. Throws std::runtime_error if the
+/// key is not there, as in the file of a process that is gone.
 inline long numberBehind(const std::string& key, const std::string& text) {
   const std::size_t place = text.find(key);
-  return place == std::string::npos ? 0 : std::stol(text.substr(place + key.size()));
+  if (place == std::string::npos) {
+    throw std::runtime_error("there is no " + key + " in: " + text);
+  }
+  return std::stol(text.substr(place + key.size()));
 }
 
 }  // namespace qov::test

@@ -9,6 +9,7 @@
 #include <string>
 #include <thread>
 
+#include "tests/support/counts.h"
 #include "tests/support/files.h"
 
 namespace qov::test {
@@ -27,9 +28,7 @@ inline bool sleeps(pid_t id) {
 
 /// How often the thread with the directory `thread` in /proc has waited for something so far.
 inline long waitsOf(const std::filesystem::path& thread) {
-  const std::string status = readFile(thread / "status");
-  const std::string label = "\nvoluntary_ctxt_switches:";
-  return std::stol(status.substr(status.find(label) + label.size()));
+  return numberBehind("\nvoluntary_ctxt_switches:", readFile(thread / "status"));
 }
 
 /// Fails the test after a minute.

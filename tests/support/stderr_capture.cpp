@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "tests/support/counts.h"
+
 namespace {
 
 void writeAll(int fd, const char* data, std::size_t size) {
@@ -54,18 +56,10 @@ void StderrCapture::read() {
   }
 }
 
-int StderrCapture::countLocked(const std::string& text) const {
-  int found = 0;
-  for (std::size_t at = text_.find(text); at != std::string::npos;
-       at = text_.find(text, at + text.size())) {
-    ++found;
-  }
-  return found;
-}
-
 bool StderrCapture::waitFor(const std::string& text, int times) {
   std::unique_lock<std::mutex> lock(mutex_);
-  return changed_.wait_for(lock, kPatience, [&] { return countLocked(text) >= times; });
+  return changed_.wait_for(lock, kPatience,
+                           [&] { return qov::test::timesOf(text, text_) >= times; });
 }
 
 void StderrCapture::flush() {
@@ -84,5 +78,5 @@ std::string StderrCapture::text() {
 int StderrCapture::count(const std::string& text) {
   flush();
   const std::lock_guard<std::mutex> lock(mutex_);
-  return countLocked(text);
+  return qov::test::timesOf(text, text_);
 }

@@ -31,7 +31,6 @@ class StderrCapture {
  private:
   void read();
   void flush();
-  int countLocked(const std::string& text) const;
 
   int saved_;
   int pipe_[2];
