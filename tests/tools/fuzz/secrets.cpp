@@ -64,18 +64,16 @@ class Secrets {
   /// A text, and its words: it may be in several lines, or have other blanks in TinyXML.
   void checkText(const std::string& text) const {
     check(trimmed(text));
-    std::istringstream words(text);
-    for (std::string word; words >> word;) {
-      check(word);
-    }
+    checkWords(text);
   }
   /// Users of addresses, with their passwords.
   void checkUsers() const {
     for (std::size_t at = 0; (at = file_.find('@', at)) != std::string::npos; ++at) {
       std::string user = file_.substr(0, at);
       user.erase(0, user.find_last_of(" \t\r\n\v\f\"'=/<>;#-]@") + 1);
+      check(user);
       std::replace(user.begin(), user.end(), ':', ' ');
-      checkText(user);
+      checkWords(user);
     }
     for (std::size_t at = 0; (at = shown_.find('@', at)) != std::string::npos; ++at) {
       const std::string before = shown_.substr(0, at);
@@ -96,6 +94,12 @@ class Secrets {
                 value.find('*') != std::string::npos || !isOnce ||
                 shown_.find(value) == std::string::npos,
             "no secret is shown");
+  }
+  void checkWords(const std::string& text) const {
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+      check(word);
+    }
   }
 
   const std::string& file_;
