@@ -54,12 +54,14 @@ void Campaign::keepIfLost(const std::filesystem::path& folder) const {
   namespace fs = std::filesystem;
   if (failed_ || std::uncaught_exceptions() > 0) {
     std::error_code error;
-    for (const auto& entry : fs::recursive_directory_iterator(folder, error)) {
-      const fs::path copy = folder_ / fs::relative(entry, folder, error);
-      if (entry.is_directory(error)) {
+    // Called while an exception is on its way: nothing may throw.
+    for (fs::recursive_directory_iterator entry(folder, error), end; entry != end;
+         entry.increment(error)) {
+      const fs::path copy = folder_ / entry->path().lexically_relative(folder);
+      if (entry->is_directory(error)) {
         fs::create_directories(copy, error);
-      } else if (entry.is_regular_file(error) && !fs::copy_file(entry, copy, error)) {
-        std::cout << "not kept: " << entry.path() << ": " << error.message() << std::endl;
+      } else if (entry->is_regular_file(error) && !fs::copy_file(*entry, copy, error)) {
+        std::cout << "not kept: " << entry->path() << ": " << error.message() << std::endl;
       }
     }
   }
