@@ -1,6 +1,7 @@
 #include "diag/log_file.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -161,8 +162,11 @@ bool LogFile::follow() {
 
 std::string LogFile::otherPlace() const {
   struct stat own {};
+  pollfd room{fd_, POLLOUT, 0};
+  const bool takesRecords = statOwn(own) && own.st_nlink > 0 && ::poll(&room, 1, 0) >= 0 &&
+                            (room.revents & POLLERR) == 0;  // a pipe without a reader has it
   std::error_code error;
-  return statOwn(own) && own.st_nlink > 0 && S_ISREG(own.st_mode)  // no pipe without a reader
+  return takesRecords
              ? std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd_), error).string()
              : std::string();
 }

@@ -50,8 +50,8 @@ class LogFile {
   void removeFrom(int number) const;
 
   const std::string& path() const { return path_; }
-  /// While path() cannot be opened: the name that the file so far has now, in which records go on;
-  /// empty: they go nowhere.
+  /// While path() cannot be opened: the present name of the file that records still go to; empty if
+  /// they go to no file.
   std::string otherPlace() const;
 
  private:

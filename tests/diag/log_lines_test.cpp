@@ -180,6 +180,25 @@ TEST_F(LogLines, NameStandardErrorInThePlaceOfADeletedFileThatAReloadCannotOpenA
   EXPECT_THAT(records(), testing::Contains(EndsWith("could not be written: 2")));
 }
 
+TEST_F(LogLines, NameTheMovedPipeThatRecordsGoOnToWhenAReloadCannotOpenTheLog) {
+  const fs::path place = fs::canonical(directory_.path());
+  const std::string pipe = place / "pipes/x.log";
+  const std::string moved = place / "moved/x.log";
+  fs::create_directory(place / "pipes");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  configure("");
+  const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  strategy_.initLogStrategy(nullptr, pipe.c_str());
+  fs::rename(place / "pipes", place / "moved");
+  strategy_.reloadLogStrategy(nullptr, pipe.c_str());
+  std::string come(4096, '\0');
+  come.resize(static_cast<std::size_t>(std::max<ssize_t>(0, ::read(reader, come.data(), 4096))));
+  ::close(reader);
+  EXPECT_THAT(come, testing::AllOf(HasSubstr("; records go to " + moved + "\n"),
+                                   HasSubstr(" in force: LogLevel 2, file " + moved + ", ")));
+  reload();
+}
+
 TEST_F(LogLines, NameStandardErrorInThePlaceOfAPipeThatNobodyReadsAnyMore) {
   const std::string pipe = directory_.file("pipe");
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
