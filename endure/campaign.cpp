@@ -54,15 +54,19 @@ void Campaign::keepIfLost(const std::filesystem::path& folder) const {
   namespace fs = std::filesystem;
   if (failed_ || std::uncaught_exceptions() > 0) {
     std::error_code error;
-    // Called while an exception is on its way: nothing may throw.
-    for (fs::recursive_directory_iterator entry(folder, error), end; entry != end;
-         entry.increment(error)) {
+    std::error_code walk;
+    // Called while an exception is on its way: no failure of the disk may be another one.
+    for (fs::recursive_directory_iterator entry(folder, walk), end; entry != end;
+         entry.increment(walk)) {
       const fs::path copy = folder_ / entry->path().lexically_relative(folder);
       if (entry->is_directory(error)) {
         fs::create_directories(copy, error);
       } else if (entry->is_regular_file(error) && !fs::copy_file(*entry, copy, error)) {
         std::cout << "not kept: " << entry->path() << ": " << error.message() << std::endl;
       }
+    }
+    if (walk) {
+      std::cout << "not kept: the rest of " << folder << ": " << walk.message() << std::endl;
     }
   }
 }

@@ -60,7 +60,8 @@ class Campaign {
   /// Says what this run has not looked at, behind the figures. It does not fail for that.
   void notWatched(const std::string& what) { notWatched_ += " not watched: " + what; }
 
-  /// If the campaign is lost: copies folders and files from `folder` to its own.
+  /// If the campaign is lost: copies the folders and files in `folder` to folder(), and what links
+  /// to files lead to. Sockets and pipes are left out.
   void keepIfLost(const std::filesystem::path& folder) const;
 
   /// Prints the last line of figures; the result is the process's exit status.

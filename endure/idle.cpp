@@ -136,6 +136,9 @@ class IdleCampaign {
     while (campaign_.goesOn()) {
       std::this_thread::sleep_for(seconds(1));
       compare(first, lookAt(process), process);
+      if (campaign_.failed()) {
+        break;  // there may be no process to look at any more
+      }
       const long looks = std::chrono::duration_cast<seconds>(Clock::now() - begin) / kLogCheck + 1;
       if (mainWaits_ > looks * kMostWaits) {
         campaign_.fail("the main thread has run " + std::to_string(mainWaits_) + " times in the " +

@@ -171,11 +171,16 @@ void IniShared::fail(const std::string& what) {
 }
 
 bool beginIniFile(const IniRound& round, IniShared& shared) {
-  errno = 0;
-  std::ofstream(round.file) << '[' << kSection << "]\n";
+  std::ofstream first(round.file);
+  first << '[' << kSection << "]\n";
+  first.close();
+  if (!first) {
+    shared.fail(std::string("the first file cannot be written: ") + std::strerror(errno));
+    return false;
+  }
   CQOV_Ini_Operator ini;
   if (ini.open(round.file.c_str()) != 0) {
-    shared.fail(std::string("the first file cannot be made: ") + std::strerror(errno));
+    shared.fail("the first file cannot be read");
     return false;
   }
   return saveOne(round, ini, kBeginner, shared);

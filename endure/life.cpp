@@ -160,6 +160,13 @@ class Life {
     root_.writeConfig(5);
     ::setenv("QOV_ROOT", root_.path().c_str(), 1);
     log_.initLogStrategy(root_.cfgFile().c_str(), root_.logFile().c_str());
+  }
+
+  ~Life() { campaign_.keepIfLost(root_.path()); }
+  Life(const Life&) = delete;
+  Life& operator=(const Life&) = delete;
+
+  void run() {
     // Each once, for what the process makes once and keeps: a library that has failed stays open.
     for (const char* const bad : kBad) {
       load({kGood[0], bad}, false);
@@ -168,13 +175,6 @@ class Life {
       live();
     }
     before_.emplace();
-  }
-
-  ~Life() { campaign_.keepIfLost(root_.path()); }
-  Life(const Life&) = delete;
-  Life& operator=(const Life&) = delete;
-
-  void run() {
     while (campaign_.goesOn()) {
       live();
     }

@@ -31,7 +31,8 @@ inline int timesOf(std::string_view part, std::string_view text) {
 inline long numberBehind(const std::string& key, const std::string& text) {
   const std::size_t place = text.find(key);
   if (place == std::string::npos) {
-    throw std::runtime_error("there is no " + key + " in: " + text);
+    throw std::runtime_error("there is no " + key.substr(key.find_first_not_of('\n')) +
+                             " in: " + text);
   }
   return std::stol(text.substr(place + key.size()));
 }
