@@ -2,6 +2,7 @@
 // other clients of its broker send (played_broker.h).
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <map>
 #include <optional>
 #include <set>
@@ -115,11 +116,35 @@ const char* stateOf(const std::string& document) {
   return !areModules ? "unknown" : json["online"].asBool() ? "online" : "offline";
 }
 
+bool isBytes(const BrokerMessage& message) {
+  return message.contentType == "application/vnd.qov.message";
+}
+
+/// The message inside, without a number if it leaves that out: each reader makes another one. Null
+/// for what is none.
+Json::Value messageIn(const BrokerMessage& message) try {
+  const auto package = isBytes(message) ? common::messageOfBytes(message.payload)
+                                        : common::messageOfJson(message.payload);
+  Json::Value json = common::parseJson(common::jsonOfMessage(*package));
+  if (!isBytes(message) && !jsonIn(message.payload)["head"].isMember("sn")) {
+    json["head"].removeMember("sn");
+  }
+  return json;
+} catch (const std::runtime_error&) {
+  return {};
+}
+
+bool isSameMessage(Json::Value shown, const Json::Value& expected) {
+  if (!expected.isNull() && !expected["head"].isMember("sn")) {
+    shown["head"].removeMember("sn");
+  }
+  return shown == expected;
+}
+
 /// The parts of the line that shows it as JSON.
 Json::Value answerIn(const BrokerMessage& message) {
   Json::Value answer;
-  const bool isBytes = message.contentType == "application/vnd.qov.message";
-  const Json::Value json = isBytes ? Json::Value() : jsonIn(message.payload);
+  const Json::Value json = isBytes(message) ? Json::Value() : jsonIn(message.payload);
   const Json::Value error = json.isObject() ? json["error"] : Json::Value();
   if (error.isObject() && !error.empty()) {
     answer["result"] = "refused";
@@ -129,14 +154,8 @@ Json::Value answerIn(const BrokerMessage& message) {
     }
     return answer;
   }
-  try {
-    const auto package =
-        isBytes ? common::messageOfBytes(message.payload) : common::messageOfJson(message.payload);
-    answer["result"] = "answered";
-    answer["message"] = common::parseJson(common::jsonOfMessage(*package));
-  } catch (const std::runtime_error&) {
-    answer["result"] = "bad answer";
-  }
+  answer["message"] = messageIn(message);
+  answer["result"] = answer["message"].isNull() ? "bad answer" : "answered";
   return answer;
 }
 
@@ -167,9 +186,10 @@ Json::Value outcomeOf(const Agents::value_type& agent, const PlayedBroker& broke
   return outcome;
 }
 
-/// How many events there are, without those that came again.
-std::size_t eventsIn(const std::vector<BrokerMessage>& messages, const Pattern& pattern) {
-  std::size_t events = 0;
+/// The events in their order, without those that came again.
+std::vector<BrokerMessage> eventsIn(const std::vector<BrokerMessage>& messages,
+                                    const Pattern& pattern) {
+  std::vector<BrokerMessage> events;
   std::set<std::tuple<std::string, std::string, std::string>> seen;
   for (const BrokerMessage& message : messages) {
     const auto levels = levelsOf(message.topic);
@@ -177,7 +197,9 @@ std::size_t eventsIn(const std::vector<BrokerMessage>& messages, const Pattern& 
       continue;
     }
     const bool hasName = !message.number.empty() && !message.outbox.empty();
-    events += !hasName || seen.emplace(levels[0], message.number, message.outbox).second ? 1 : 0;
+    if (!hasName || seen.emplace(levels[0], message.number, message.outbox).second) {
+      events.push_back(message);
+    }
   }
   return events;
 }
@@ -235,7 +257,7 @@ Run run(const How& how) {
   std::optional<ctl::ExitCode> failure;
   std::string out;
   std::string err;
-  std::string thrown;
+  std::optional<std::string> thrown;
   {
     const test::CapturedStream output(stdout);
     const test::CapturedStream errors(stderr);
@@ -250,19 +272,50 @@ Run run(const How& how) {
     out = output.text();
     err = errors.text();
   }
-  require(thrown.empty(), thrown.c_str());
+  require(!thrown, ("a command fails by a Failure alone, not by: " + thrown.value_or("")).c_str());
   return {linesOf(out), linesOf(err), failure};
 }
 
-/// Of a message that leaves its number out each reader makes another one.
-Json::Value withoutNumber(Json::Value message) {
-  message["head"].removeMember("sn");
-  return message;
+/// Whether `shown` is the text, as a number where it is one.
+bool isNumberOf(const std::string& text, const Json::Value& shown) {
+  const int base = text.find_first_of("xX") == std::string::npos ? 10 : 16;
+  return shown.isUInt64() ? std::strtoull(text.c_str(), nullptr, base) == shown.asUInt64()
+                          : shown == text;
+}
+
+void checkEvent(const Json::Value& line, const BrokerMessage& event) {
+  const auto levels = levelsOf(event.topic);
+  require(line["agent"] == levels[0] && isNumberOf(levels[2], line["module"]) &&
+              isNumberOf(levels[3], line["opc"]) && isNumberOf(event.number, line["number"]) &&
+              line["outbox"] == event.outbox,
+          "an event is told of who has sent it");
+  const Json::Value message = messageIn(event);
+  require(line.isMember("fault") == message.isNull() && isSameMessage(line["message"], message),
+          "an event has its own message, or why it has none");
+}
+
+void checkState(const Json::Value& line, const std::string& document) {
+  const std::string state = stateOf(document);
+  require(line["state"] == state && line.isMember("fault") == (state == "unknown"),
+          "the state is that of the document");
+  if (state == "unknown") {
+    return;
+  }
+  const Json::Value json = jsonIn(document);
+  Json::Value modules(Json::arrayValue);
+  for (const Json::Value& module : json["modules"]) {
+    Json::Value& each = modules.append(Json::objectValue);
+    each["id"] = module["id"];
+    each["name"] = module.get("name", "");
+  }
+  require(line["since"] == json.get("since", "") && line["version"] == json.get("version", "") &&
+              line["modules"] == modules,
+          "an agent is as its document tells");
 }
 
 void checkAnswer(const Json::Value& line, const Json::Value& expected) {
   require(line["result"] == expected["result"] &&
-              withoutNumber(line["message"]) == withoutNumber(expected["message"]) &&
+              isSameMessage(line["message"], expected["message"]) &&
               (!expected.isMember("fault") || line["fault"] == expected["fault"]),
           "an answer is the agent's own");
   const std::string result = line["result"].asString();
@@ -271,21 +324,22 @@ void checkAnswer(const Json::Value& line, const Json::Value& expected) {
 }
 
 void checkJson(const Run& run, const How& how, const PlayedBroker& broker, const Agents& agents) {
+  const auto events = eventsIn(broker.delivered(), how.pattern);
+  auto event = events.begin();
   std::set<std::string> shown;
   for (const std::string& line : run.out) {
     const Json::Value json = common::parseJson(line);
-    const std::string agent = json["agent"].asString();
     if (how.command == kWatch) {
-      require(how.pattern.has(agent) && json.isMember("message") != json.isMember("fault"),
-              "an event is one of an agent that is watched, or why it is none");
+      checkEvent(json, *event++);
       continue;
     }
+    const std::string agent = json["agent"].asString();
     const auto found = agents.find(agent);
     require(found != agents.end() && shown.insert(agent).second, "each agent comes once");
     if (how.command == kAsk) {
       checkAnswer(json, outcomeOf(*found, broker));
     } else {
-      require(json["state"] == stateOf(found->second), "the state is that of the document");
+      checkState(json, found->second);
     }
   }
 }
@@ -319,14 +373,11 @@ void checkRun(const Run& run, const How& how, const PlayedBroker& broker) {
   require(run.failure == failureOf(how, broker, agents), "the status tells what has come");
   const std::size_t bad = run.failure == ctl::kBadData ? badDocumentsIn(agents) : 0;
   require(run.err.size() == bad + (run.failure ? 1 : 0), "what is wrong has a line each");
-  if (how.json) {
-    checkJson(run, how, broker, agents);
-  }
   // Beside those of events or agents.
   std::size_t more = 0;
   std::size_t most = agents.size();
   if (how.command == kWatch) {
-    most = eventsIn(broker.delivered(), how.pattern);
+    most = eventsIn(broker.delivered(), how.pattern).size();
     require(run.out.size() == most, "each event has a line");
   } else if (!how.json && !(agents.empty() && run.failure == ctl::kNoConnection)) {
     more = how.command == kAsk ? 2 : 1;
@@ -334,6 +385,9 @@ void checkRun(const Run& run, const How& how, const PlayedBroker& broker) {
   require(run.failure == ctl::kNoConnection ? run.out.size() <= most + more
                                             : run.out.size() == most + more,
           "each event or agent has a line");
+  if (how.json) {
+    checkJson(run, how, broker, agents);
+  }
 }
 
 }  // namespace
