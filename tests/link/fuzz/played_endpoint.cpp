@@ -33,7 +33,7 @@ constexpr unsigned int kRefusesConnection = 1 << 7;
 constexpr unsigned int kConnectsLater = kResets;
 constexpr unsigned int kStaysConnecting = kCuts;  ///< in place of refusing it
 // And when a request that is not the connection's first one is sent.
-constexpr unsigned int kHasNoRoom = kRefusesConnection;  ///< at first, or never if it is refused
+constexpr unsigned int kHasNoRoom = kRefusesConnection;  ///< at first; kRefusesRequest: for ever
 
 constexpr std::size_t kHeadSize = sizeof(TLVMsgHeadV3);
 
