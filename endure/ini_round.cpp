@@ -175,12 +175,12 @@ bool beginIniFile(const IniRound& round, IniShared& shared) {
   first << '[' << kSection << "]\n";
   first.close();
   if (!first) {
-    shared.fail(std::string("the first file cannot be written: ") + std::strerror(errno));
+    shared.fail(round.file + " cannot be written: " + std::strerror(errno));
     return false;
   }
   CQOV_Ini_Operator ini;
   if (ini.open(round.file.c_str()) != 0) {
-    shared.fail("the first file cannot be read");
+    shared.fail(round.file + " cannot be read");
     return false;
   }
   return saveOne(round, ini, kBeginner, shared);
