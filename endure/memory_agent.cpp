@@ -13,6 +13,7 @@
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_long_socket.h>
 #include <qovpub/qov_request.h>
+#include <qovpub/qov_task_scheduler.h>
 #include <qovpub/qov_utility.h>
 #include <unistd.h>
 
@@ -28,6 +29,7 @@
 #include <string_view>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "endure/memory_agent.h"
 #include "endure/one_refusal.h"
@@ -44,7 +46,7 @@ using qov::endure::OneRefusal;
 const std::string kPhase = std::getenv("QOV_ENDURE_PHASE");
 constexpr const char* kReloaded = "Log settings in force";
 constexpr const char* kNotReloaded = "; the log stays as it is";
-constexpr std::chrono::seconds kLost{15};
+constexpr std::chrono::duration<unsigned int> kLost{15};
 
 /// The part of the life in which an allocation fails, if it is that one.
 class Phase {
@@ -68,6 +70,18 @@ class Phase {
  private:
   const bool isIt_;
 };
+
+std::vector<CQOV_TaskScheduler*> schedulers;  ///< of the modules
+
+/// A module makes its workers on a thread of its own, which init() does not wait for.
+void waitForWorkers() {
+  for (CQOV_TaskScheduler* scheduler : schedulers) {
+    if (!scheduler->waitForPool(kLost.count())) {
+      std::cerr << "Failed to wait for the workers of a module" << std::endl;
+      std::_Exit(9);
+    }
+  }
+}
 
 std::mutex mutex;
 std::condition_variable hasAsked;
@@ -162,6 +176,11 @@ void live() {
 
 }  // namespace
 
+extern "C" void qov_endure_made(CQOV_TaskScheduler* scheduler) {
+  const OneRefusal::Exempt exempt;
+  schedulers.push_back(scheduler);
+}
+
 extern "C" void qov_endure_asked(const char* how) {
   const std::lock_guard<std::mutex> lock(mutex);
   ended = how;
@@ -175,6 +194,7 @@ int main(int argc, char** argv) try {
   if (app.init(argc, argv) != 0) {
     return 1;
   }
+  waitForWorkers();
   starting.reset();
   std::thread director([&stopping] {
     live();

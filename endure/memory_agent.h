@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+class CQOV_TaskScheduler;
+
 /// What the agent of campaign "memory" and its two modules agree on.
 namespace qov::endure {
 
@@ -12,6 +14,9 @@ constexpr std::uint64_t kGoAndAsk = 1;  ///< to the asking one, which then asks 
 constexpr std::uint64_t kQuestion = 2;
 
 }  // namespace qov::endure
+
+/// The program's, for a module that is initialised: the scheduler that makes its workers.
+extern "C" void qov_endure_made(CQOV_TaskScheduler* scheduler);
 
 /// The program's, for the asking module: how its request has ended, as QOVAnswer::text() says it.
 extern "C" void qov_endure_asked(const char* how);

@@ -1,6 +1,7 @@
 // One of the two modules of campaign "memory".
 //   QOV_ENDURE_GID  its gid
 #include <qovpub/qov_handlers.h>
+#include <qovpub/qov_leader_task.h>
 #include <qovpub/qov_module.h>
 #include <qovpub/qov_request.h>
 
@@ -49,6 +50,10 @@ class Worker : public QOVHandlers<Worker> {
 class Module : public CQOV_TaskMgr {
  public:
   Module() : CQOV_TaskMgr(QOV_ENDURE_GID, 1, "memory") {}
+  bool initEnv() override {
+    qov_endure_made(&leader()->scheduler());
+    return true;
+  }
   CQOV_Task* createTask() override { return new Worker(this); }
 };
 
