@@ -30,8 +30,8 @@ std::string withoutSecretsOfIni(std::string_view text);
 /// Of a device configuration: if an element's name, or a name or value of its attributes, look
 /// secret, or those of an element around it, all of its values are blanked but the names in
 /// DeviceDesc and, beside a Value, in Key. So are comments that look secret, all text between
-/// elements, and everything behind the first place that is not well-formed. What is left is
-/// withoutUser().
+/// elements, values in several lines with an "@", and everything behind the first place that is not
+/// well-formed. What is left is withoutUser().
 std::string withoutSecretsOfXml(std::string_view text);
 
 // What both are made of.

@@ -31,6 +31,10 @@ bool nameSecret(const std::vector<Attribute>& attributes) {
   });
 }
 
+bool mayHaveUserInSeveralLines(std::string_view value) {
+  return value.find('@') != std::string_view::npos && value.find('\n') != std::string_view::npos;
+}
+
 /// Goes through a text from one place to the next.
 class Reader {
  public:
@@ -220,7 +224,7 @@ class XmlText {
       const bool isKept =
           !isSecret ||
           (((name == "Key" && isItem(attributes)) || name == "DeviceDesc") && isName(value));
-      out_ += isKept ? withoutUser(value) : blanked(value);
+      out_ += isKept && !mayHaveUserInSeveralLines(value) ? withoutUser(value) : blanked(value);
       done = valueAt + value.size();
     }
     out_ += tag.substr(done);

@@ -241,6 +241,12 @@ bool checkAttributes(const TiXmlElement& element, bool isSecret, const Secrets& 
       secrets.checkText(at->ValueStr());
     }
   }
+  for (const auto* at = element.FirstAttribute(); at != nullptr; at = at->Next()) {
+    const std::string& value = at->ValueStr();
+    if (value.find('\n') != std::string::npos) {
+      secrets.checkText(value.substr(0, value.rfind('@') + 1));
+    }
+  }
   return isSecret;
 }
 
