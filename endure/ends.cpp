@@ -100,6 +100,7 @@ class Ends {
   }
 
   void run() {
+    campaign_.beginTime();
     while (campaign_.goesOn()) {
       live();
     }

@@ -51,8 +51,9 @@ Standstill lookAt(pid_t process) {
     if (status.empty()) {
       continue;  // it has just ended
     }
-    found.waits_[id] = numberBehind("\nvoluntary_ctxt_switches:", status) +
-                       numberBehind("\nnonvoluntary_ctxt_switches:", status);
+    // How often others take the processor from the main one as it runs says nothing of it.
+    const long taken = id == process ? 0 : numberBehind("\nnonvoluntary_ctxt_switches:", status);
+    found.waits_[id] = numberBehind("\nvoluntary_ctxt_switches:", status) + taken;
     found.othersWait_ =
         found.othersWait_ && (id == process || status.find("\nState:\tS") != std::string::npos);
   }

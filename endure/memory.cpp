@@ -60,6 +60,7 @@ class Memory {
     std::sort(refusals.begin(), refusals.end(),
               [](const Refusal& one, const Refusal& other) { return one.turn < other.turn; });
     left_ = static_cast<std::int64_t>(refusals.size());
+    campaign_.beginTime();
     for (const Refusal& refusal : refusals) {
       if (!campaign_.goesOn()) {
         return;
