@@ -28,18 +28,19 @@ bool looksSecret(std::string_view text) {
 }
 
 std::string withoutUser(std::string_view text) {
-  return eachLine(text, [](std::string_view line) {
-    constexpr std::string_view kScheme = "://";
-    const std::size_t at = line.rfind('@');
-    if (at == std::string_view::npos) {
-      return std::string(line);
-    }
-    // What looks like one behind a ":" may be a part of the password.
-    const std::size_t scheme = line.find_first_of(":@");
-    const bool isScheme = line.substr(scheme, kScheme.size()) == kScheme;
-    const std::size_t begin = isScheme ? scheme + kScheme.size() : 0;
-    return std::string(line.substr(0, begin)).append(kBlank).append(line.substr(at));
-  });
+  constexpr std::string_view kScheme = "://";
+  const std::size_t at = text.rfind('@');
+  if (at == std::string_view::npos) {
+    return std::string(text);
+  }
+  if (text.find('\n') != std::string_view::npos) {
+    return blanked(text);  // the user may begin lines before its "@"
+  }
+  // What looks like one behind a ":" may be a part of the password.
+  const std::size_t scheme = text.find_first_of(":@");
+  const bool isScheme = text.substr(scheme, kScheme.size()) == kScheme;
+  const std::size_t begin = isScheme ? scheme + kScheme.size() : 0;
+  return std::string(text.substr(0, begin)).append(kBlank).append(text.substr(at));
 }
 
 std::string blanked(std::string_view text) {

@@ -7,6 +7,7 @@ namespace qov::ctl {
 namespace {
 
 constexpr std::size_t kNone = std::string_view::npos;
+constexpr std::size_t kLongestLine = 4095;  ///< that an agent takes as one
 
 std::string_view trimmed(std::string_view text) {
   const std::size_t first = text.find_first_not_of(kBlanks);
@@ -14,10 +15,25 @@ std::string_view trimmed(std::string_view text) {
                         : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
+bool isKey(std::string_view text) {
+  const std::string_view key = trimmed(text);
+  return !key.empty() && isName(key);
+}
+
 /// Goes through a file line by line.
 class IniLines {
  public:
+  /// To an agent the rest of a line beyond kLongestLine is a line of its own, which may begin a
+  /// section, or go on in one.
   std::string read(std::string_view line) {
+    const bool mayBeSecret = isSecretSection_ || looksSecret(line);
+    std::string shown = readOne(line);
+    isSecretSection_ = isSecretSection_ || (line.size() > kLongestLine && mayBeSecret);
+    return shown;
+  }
+
+ private:
+  std::string readOne(std::string_view line) {
     const std::string_view text = trimmed(line);
     const std::size_t begin = text.rfind("-----BEGIN");
     if (isInBlock_ || begin != kNone) {
@@ -44,7 +60,6 @@ class IniLines {
     }
   }
 
- private:
   std::string comment(std::string_view line) {
     const std::size_t begin = line.find_first_not_of(" \t;#");
     if (begin == kNone) {
@@ -57,7 +72,7 @@ class IniLines {
     }
     const bool isSecretPlace = isSecretSection_ || isSecretComment_;
     const std::size_t equals = text.find('=');
-    if (equals != kNone && isName(trimmed(text.substr(0, equals)))) {
+    if (equals != kNone && isKey(text.substr(0, equals))) {
       return sign + value(text, isSecretPlace, isInValue_);
     }
     return sign + (isSecretPlace || looksSecret(text) ? blanked(text) : withoutUser(text));
@@ -90,7 +105,7 @@ class IniLines {
   std::string value(std::string_view line, bool isSecretPlace, bool mayGoOn) {
     const std::size_t equals = line.find('=');
     const std::string_view key = line.substr(0, equals);
-    if (equals == kNone || !isName(trimmed(key))) {
+    if (equals == kNone || !isKey(key)) {
       return blanked(line);
     }
     const std::string_view behind = line.substr(equals + 1);

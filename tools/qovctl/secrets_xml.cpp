@@ -1,15 +1,24 @@
 #include <algorithm>
+#include <cctype>
 #include <cstddef>
 #include <vector>
 
+#include "modules/common/octets.h"
 #include "tools/qovctl/secrets.h"
 
 namespace qov::ctl {
 namespace {
 
-/// A character may stand there by its number, which hides a word.
+/// A character that stands there by its number, or an "&" that TinyXML drops, hides a word.
 bool mayBeSecret(std::string_view text) {
-  return looksSecret(text) || text.find("&#") != std::string_view::npos;
+  return looksSecret(text) || text.find('&') != std::string_view::npos;
+}
+
+/// TinyXML reads on beyond the end of a text with "&#" without ";", or with half a character.
+bool endsForTinyXml(std::string_view text) {
+  const std::size_t number = text.rfind("&#");
+  return common::isUtf8(text) &&
+         (number == std::string_view::npos || text.find(';', number) != std::string_view::npos);
 }
 
 struct Attribute {
@@ -29,10 +38,6 @@ bool nameSecret(const std::vector<Attribute>& attributes) {
     const bool isItemsName = mayHaveKey && attribute.name == "Key";
     return (!isItemsName && mayBeSecret(attribute.name)) || mayBeSecret(attribute.value);
   });
-}
-
-bool mayHaveUserInSeveralLines(std::string_view value) {
-  return value.find('@') != std::string_view::npos && value.find('\n') != std::string_view::npos;
 }
 
 /// Goes through a text from one place to the next.
@@ -70,10 +75,12 @@ class Reader {
   std::size_t at_ = 0;
 };
 
-/// Empty if there is none.
+/// Empty if there is none. TinyXML makes something else of what begins with another character.
 std::string_view takeName(Reader& from) {
   const std::string_view name = from.takeUntilOneOf(std::string(kBlanks) + "=<>/\"'?!&@");
-  return isName(name.substr(0, 1)) ? name : std::string_view();
+  const bool isOne = !name.empty() && (name.front() == '_' ||
+                                       std::isalpha(static_cast<unsigned char>(name.front())) != 0);
+  return isOne ? name : std::string_view();
 }
 
 /// False if there is none that is well-formed. As TinyXML, takes values without quotes, too.
@@ -87,7 +94,7 @@ bool takeAttribute(Reader& from, Attribute& attribute) {
   for (const char* const quote : {"\"", "'"}) {
     if (from.take(quote)) {
       attribute.value = from.takeUntil(quote);
-      return from.take(quote);
+      return from.take(quote) && endsForTinyXml(attribute.value);
     }
   }
   attribute.value = from.takeUntilOneOf(std::string(kBlanks) + "/><\"'");
@@ -107,13 +114,14 @@ bool takeAttributes(Reader& from, std::vector<Attribute>& attributes) {
   return from.sees("/>") || from.sees(">");
 }
 
-/// Whether there are attributes behind the name, and nothing else.
-bool hasAttributesAlone(std::string_view declaration) {
+/// Whether there are attributes behind the name whose values are names, and nothing else: TinyXML
+/// takes "version=" within another value for the version, and ends at a ">".
+bool hasNamesAlone(std::string_view declaration) {
   Reader in(declaration);
   takeName(in);
   Attribute attribute;
   while (in.skipBlanks() && !in.isAtEnd()) {
-    if (!takeAttribute(in, attribute)) {
+    if (!takeAttribute(in, attribute) || !isName(attribute.value)) {
       return false;
     }
   }
@@ -127,9 +135,10 @@ class XmlText {
 
   std::string read() {
     while (!in_.isAtEnd()) {
-      out_ += blanked(in_.takeUntil("<"));
+      const std::string_view text = in_.takeUntil("<");
+      out_ += blanked(text);
       const std::size_t begin = in_.at();
-      if (!in_.isAtEnd() && !takeMarkup()) {
+      if (!in_.isAtEnd() && (!endsForTinyXml(text) || !takeMarkup())) {
         return out_ + blanked(in_.part(begin, size_));
       }
     }
@@ -179,12 +188,10 @@ class XmlText {
 
   bool takeDeclaration(std::size_t begin) {
     const std::string_view text = in_.takeUntil("?>");
-    // To TinyXML it ends at the first ">" that is in no quotes.
-    if (isInSecret() || mayBeSecret(text) || text.find('>') != std::string_view::npos ||
-        !hasAttributesAlone(text) || !in_.take("?>")) {
+    if (isInSecret() || mayBeSecret(text) || !hasNamesAlone(text) || !in_.take("?>")) {
       return false;
     }
-    out_ += withoutUser(in_.part(begin, in_.at()));
+    out_ += in_.part(begin, in_.at());
     return true;
   }
 
@@ -224,7 +231,7 @@ class XmlText {
       const bool isKept =
           !isSecret ||
           (((name == "Key" && isItem(attributes)) || name == "DeviceDesc") && isName(value));
-      out_ += isKept && !mayHaveUserInSeveralLines(value) ? withoutUser(value) : blanked(value);
+      out_ += isKept ? withoutUser(value) : blanked(value);
       done = valueAt + value.size();
     }
     out_ += tag.substr(done);
