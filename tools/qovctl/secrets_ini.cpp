@@ -26,9 +26,9 @@ class IniLines {
   /// To an agent the rest of a line beyond kLongestLine is a line of its own, which may begin a
   /// section, or go on in one.
   std::string read(std::string_view line) {
-    const bool mayBeSecret = isSecretSection_ || looksSecret(line);
+    const bool isSecretRest = line.size() > kLongestLine && (isSecretSection_ || looksSecret(line));
     std::string shown = readOne(line);
-    isSecretSection_ = isSecretSection_ || (line.size() > kLongestLine && mayBeSecret);
+    isSecretSection_ = isSecretSection_ || isSecretRest;
     return shown;
   }
 
@@ -55,7 +55,7 @@ class IniLines {
       case '[':
         return header(line);
       default:
-        const bool goesOn = std::exchange(isInValue_, text.find('=') == kNone);
+        const bool goesOn = std::exchange(isInValue_, false);
         return value(line, isSecretSection_, goesOn || line.find_first_of(" \t") == 0);
     }
   }
@@ -106,6 +106,7 @@ class IniLines {
     const std::size_t equals = line.find('=');
     const std::string_view key = line.substr(0, equals);
     if (equals == kNone || !isKey(key)) {
+      isInValue_ = true;
       return blanked(line);
     }
     const std::string_view behind = line.substr(equals + 1);
@@ -122,7 +123,7 @@ class IniLines {
   bool isSecretSection_ = false;
   bool isSecretComment_ = false;  ///< a section that is commented out has such a name
   bool isInBlock_ = false;
-  /// A value in several lines may go on: the line before, comments apart, has no key, or a secret.
+  /// A value in several lines may go on: the line before, comments apart, is none, or a secret.
   bool isInValue_ = false;
 };
 

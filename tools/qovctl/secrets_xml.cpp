@@ -1,23 +1,47 @@
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstddef>
 #include <vector>
 
-#include "modules/common/octets.h"
+#include "tools/qovctl/each_line.h"
 #include "tools/qovctl/secrets.h"
 
 namespace qov::ctl {
 namespace {
 
-/// A character that stands there by its number, or an "&" that TinyXML drops, hides a word.
-bool mayBeSecret(std::string_view text) {
-  return looksSecret(text) || text.find('&') != std::string_view::npos;
+/// Whether there is a "&" other than of "&lt;" and its like: a character that stands there by its
+/// number, or a "&" that TinyXML drops, hides a word.
+bool hidesWord(std::string_view text) {
+  constexpr std::array<std::string_view, 5> kNames{"&amp;", "&lt;", "&gt;", "&quot;", "&apos;"};
+  for (std::size_t at = text.find('&'); at != std::string_view::npos; at = text.find('&', at + 1)) {
+    if (std::none_of(kNames.begin(), kNames.end(),
+                     [&](std::string_view name) { return text.substr(at, name.size()) == name; })) {
+      return true;
+    }
+  }
+  return false;
 }
 
-/// TinyXML reads on beyond the end of a text with "&#" without ";", or with half a character.
+bool mayBeSecret(std::string_view text) {
+  return looksSecret(text) || hidesWord(text);
+}
+
+/// The bytes that TinyXML takes for one character, in UTF-8, by the first of them.
+std::size_t sizeOfCharacter(unsigned char first) {
+  const bool isFirstOfMany = first >= 0xC2 && first <= 0xF4;
+  return !isFirstOfMany ? 1 : first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+}
+
+/// TinyXML reads on beyond the end of a text with "&#" without ";", or with a character that is
+/// cut.
 bool endsForTinyXml(std::string_view text) {
   const std::size_t number = text.rfind("&#");
-  return common::isUtf8(text) &&
+  std::size_t at = 0;
+  while (at < text.size()) {
+    at += sizeOfCharacter(static_cast<unsigned char>(text[at]));
+  }
+  return at == text.size() &&
          (number == std::string_view::npos || text.find(';', number) != std::string_view::npos);
 }
 
@@ -36,7 +60,7 @@ bool nameSecret(const std::vector<Attribute>& attributes) {
   const bool mayHaveKey = isItem(attributes);
   return std::any_of(attributes.begin(), attributes.end(), [&](const Attribute& attribute) {
     const bool isItemsName = mayHaveKey && attribute.name == "Key";
-    return (!isItemsName && mayBeSecret(attribute.name)) || mayBeSecret(attribute.value);
+    return (!isItemsName && looksSecret(attribute.name)) || mayBeSecret(attribute.value);
   });
 }
 
@@ -114,14 +138,15 @@ bool takeAttributes(Reader& from, std::vector<Attribute>& attributes) {
   return from.sees("/>") || from.sees(">");
 }
 
-/// Whether there are attributes behind the name whose values are names, and nothing else: TinyXML
+/// Whether there are attributes behind the name whose values are words, and nothing else: TinyXML
 /// takes "version=" within another value for the version, and ends at a ">".
-bool hasNamesAlone(std::string_view declaration) {
+bool hasWordsAlone(std::string_view declaration) {
   Reader in(declaration);
   takeName(in);
   Attribute attribute;
   while (in.skipBlanks() && !in.isAtEnd()) {
-    if (!takeAttribute(in, attribute) || !isName(attribute.value)) {
+    if (!takeAttribute(in, attribute) ||
+        attribute.value.find_first_of(std::string(kBlanks) + ">@") != std::string_view::npos) {
       return false;
     }
   }
@@ -181,14 +206,14 @@ class XmlText {
     if (first != std::string_view::npos && text[first] == '<') {
       return withoutSecretsOfXml(text);
     }
-    return mayBeSecret(text) ? blanked(text) : withoutUser(text);
+    return looksSecret(text) ? blanked(text) : eachLine(text, withoutUser);
   }
 
   bool isInSecret() const { return !open_.empty() && open_.back().isSecret; }
 
   bool takeDeclaration(std::size_t begin) {
     const std::string_view text = in_.takeUntil("?>");
-    if (isInSecret() || mayBeSecret(text) || !hasNamesAlone(text) || !in_.take("?>")) {
+    if (isInSecret() || mayBeSecret(text) || !hasWordsAlone(text) || !in_.take("?>")) {
       return false;
     }
     out_ += in_.part(begin, in_.at());
@@ -212,7 +237,7 @@ class XmlText {
     if (name.empty() || !takeAttributes(in_, attributes)) {
       return false;
     }
-    const bool isSecret = isInSecret() || mayBeSecret(name) || nameSecret(attributes);
+    const bool isSecret = isInSecret() || looksSecret(name) || nameSecret(attributes);
     if (!in_.take("/>")) {
       in_.take(">");
       open_.push_back({name, isSecret});

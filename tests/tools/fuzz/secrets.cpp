@@ -218,9 +218,8 @@ void checkIni(const std::string& file) {
 
 // Device configurations.
 
-bool mayBeSecret(const std::string& text) {
-  return looksSecret(text) || text.find('&') != std::string::npos;
-}
+/// TinyXML may read over the end by what it lacks of a character.
+const std::string kPadding(4, '\0');
 
 /// Gives whether all in the element is secret, and checks its attributes.
 bool checkAttributes(const TiXmlElement& element, bool isSecret, const Secrets& secrets) {
@@ -229,10 +228,10 @@ bool checkAttributes(const TiXmlElement& element, bool isSecret, const Secrets& 
   const auto isItemsName = [&](const TiXmlAttribute& attribute) {
     return isItem && attribute.NameTStr() == "Key";
   };
-  isSecret = isSecret || mayBeSecret(element.ValueStr());
+  isSecret = isSecret || looksSecret(element.ValueStr());
   for (const auto* at = element.FirstAttribute(); at != nullptr; at = at->Next()) {
     isSecret =
-        isSecret || mayBeSecret(at->ValueStr()) || (!isItemsName(*at) && mayBeSecret(at->Name()));
+        isSecret || looksSecret(at->ValueStr()) || (!isItemsName(*at) && looksSecret(at->Name()));
   }
   for (const auto* at = element.FirstAttribute(); isSecret && at != nullptr; at = at->Next()) {
     const bool isKept =
@@ -259,10 +258,10 @@ void checkNodes(const TiXmlNode& in, bool isInSecret, const Secrets& secrets) {
     } else if (node->ToComment() != nullptr && !isInSecret &&
                trimmed(text).compare(0, 1, "<") == 0) {
       TiXmlDocument commentedOut;
-      commentedOut.Parse(text.c_str());
+      commentedOut.Parse((text + kPadding).c_str());
       checkNodes(commentedOut, false, secrets);
     } else if (node->ToText() != nullptr ||
-               (node->ToComment() != nullptr && (isInSecret || mayBeSecret(text)))) {
+               (node->ToComment() != nullptr && (isInSecret || looksSecret(text)))) {
       secrets.checkText(text);
     }
   }
@@ -276,14 +275,14 @@ bool isPlain(const TiXmlNode& in) {
     const bool isElement = element != nullptr && isName(text);
     const bool isComment =
         node->ToComment() != nullptr && text.find_first_of("<-") == std::string::npos;
-    if ((!isElement && !isComment) || mayBeSecret(text) || !isPlain(*node)) {
+    if ((!isElement && !isComment) || looksSecret(text) || !isPlain(*node)) {
       return false;
     }
     for (const auto* at = isElement ? element->FirstAttribute() : nullptr; at != nullptr;
          at = at->Next()) {
       const bool isItemsName = at->NameTStr() == "Key" && element->Attribute("Value") != nullptr;
-      if (!isName(at->Name()) || mayBeSecret(at->ValueStr()) ||
-          (!isItemsName && mayBeSecret(at->Name()))) {
+      if (!isName(at->Name()) || looksSecret(at->ValueStr()) ||
+          (!isItemsName && looksSecret(at->Name()))) {
         return false;
       }
     }
@@ -300,7 +299,7 @@ void checkXml(const std::string& file) {
     return;  // where TinyXML ends
   }
   TiXmlDocument document;
-  document.Parse(file.c_str());
+  document.Parse((file + kPadding).c_str());
   // Behind a "&" TinyXML shows what the file does not have as it is.
   if (file.find('&') == std::string::npos) {
     checkNodes(document, false, secrets);
