@@ -33,7 +33,7 @@ std::string withoutSecretsOfIni(std::string_view text);
 /// secret, or those of an element around it, all of its values are blanked but the names in
 /// DeviceDesc and, beside a Value, in Key. So are comments that look secret, all text between
 /// elements, and everything behind the first place that is not well-formed, or that TinyXML
-/// reads differently. What is left is withoutUser().
+/// reads differently. What is left is withoutUser(), of comments line by line.
 std::string withoutSecretsOfXml(std::string_view text);
 
 // What both are made of.

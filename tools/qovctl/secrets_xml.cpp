@@ -39,7 +39,11 @@ bool endsForTinyXml(std::string_view text) {
   const std::size_t number = text.rfind("&#");
   std::size_t at = 0;
   while (at < text.size()) {
-    at += sizeOfCharacter(static_cast<unsigned char>(text[at]));
+    const std::size_t size = sizeOfCharacter(static_cast<unsigned char>(text[at]));
+    if (text.substr(at + 1, size - 1).find('\r') != std::string_view::npos) {
+      return false;  // agents make one byte of CR LF first
+    }
+    at += size;
   }
   return at == text.size() &&
          (number == std::string_view::npos || text.find(';', number) != std::string_view::npos);
@@ -206,7 +210,8 @@ class XmlText {
     if (first != std::string_view::npos && text[first] == '<') {
       return withoutSecretsOfXml(text);
     }
-    return looksSecret(text) ? blanked(text) : eachLine(text, withoutUser);
+    const bool hasNumbers = text.find("&#") != std::string_view::npos;
+    return hasNumbers || looksSecret(text) ? blanked(text) : eachLine(text, withoutUser);
   }
 
   bool isInSecret() const { return !open_.empty() && open_.back().isSecret; }

@@ -218,8 +218,13 @@ void checkIni(const std::string& file) {
 
 // Device configurations.
 
-/// TinyXML may read over the end by what it lacks of a character.
-const std::string kPadding(4, '\0');
+/// As agents do it for TinyXML, which may read over the end by what it lacks of a character.
+std::string withPlainLineEnds(std::string text) {
+  for (std::size_t at = 0; (at = text.find('\r', at)) != std::string::npos;) {
+    text.replace(at, text.compare(at, 2, "\r\n") == 0 ? 2 : 1, "\n");
+  }
+  return text + std::string(4, '\0');
+}
 
 /// Gives whether all in the element is secret, and checks its attributes.
 bool checkAttributes(const TiXmlElement& element, bool isSecret, const Secrets& secrets) {
@@ -258,7 +263,7 @@ void checkNodes(const TiXmlNode& in, bool isInSecret, const Secrets& secrets) {
     } else if (node->ToComment() != nullptr && !isInSecret &&
                trimmed(text).compare(0, 1, "<") == 0) {
       TiXmlDocument commentedOut;
-      commentedOut.Parse((text + kPadding).c_str());
+      commentedOut.Parse(withPlainLineEnds(text).c_str());
       checkNodes(commentedOut, false, secrets);
     } else if (node->ToText() != nullptr ||
                (node->ToComment() != nullptr && (isInSecret || looksSecret(text)))) {
@@ -299,7 +304,7 @@ void checkXml(const std::string& file) {
     return;  // where TinyXML ends
   }
   TiXmlDocument document;
-  document.Parse((file + kPadding).c_str());
+  document.Parse(withPlainLineEnds(file).c_str());
   // Behind a "&" TinyXML shows what the file does not have as it is.
   if (file.find('&') == std::string::npos) {
     checkNodes(document, false, secrets);
