@@ -13,6 +13,7 @@
 #include <qovpub/qov_exception.h>
 #include <qovpub/qov_long_socket.h>
 #include <qovpub/qov_request.h>
+#include <qovpub/qov_task_mgr.h>
 #include <qovpub/qov_task_scheduler.h>
 #include <qovpub/qov_utility.h>
 #include <unistd.h>
@@ -46,7 +47,8 @@ using qov::endure::OneRefusal;
 const std::string kPhase = std::getenv("QOV_ENDURE_PHASE");
 constexpr const char* kReloaded = "Log settings in force";
 constexpr const char* kNotReloaded = "; the log stays as it is";
-constexpr std::chrono::duration<unsigned int> kLost{15};
+constexpr unsigned int kLostSeconds = 15;
+constexpr std::chrono::seconds kLost(kLostSeconds);
 
 /// The part of the life in which an allocation fails, if it is that one.
 class Phase {
@@ -73,11 +75,12 @@ class Phase {
 
 std::vector<CQOV_TaskScheduler*> schedulers;  ///< of the modules
 
-/// A module makes its workers on a thread of its own, which init() does not wait for.
+/// A module makes its workers on a thread of its own, which CQOVapp::init() does not wait for.
 void waitForWorkers() {
   for (CQOV_TaskScheduler* scheduler : schedulers) {
-    if (!scheduler->waitForPool(kLost.count())) {
-      std::cerr << "Failed to wait for the workers of a module" << std::endl;
+    if (!scheduler->waitForPool(kLostSeconds)) {
+      std::cerr << "Failed to make the workers of module " << scheduler->taskMgr()->moduleId()
+                << " within " << kLostSeconds << " s" << std::endl;
       std::_Exit(9);
     }
   }
@@ -176,7 +179,7 @@ void live() {
 
 }  // namespace
 
-extern "C" void qov_endure_made(CQOV_TaskScheduler* scheduler) {
+extern "C" void qov_endure_scheduler(CQOV_TaskScheduler* scheduler) {
   const OneRefusal::Exempt exempt;
   schedulers.push_back(scheduler);
 }

@@ -15,8 +15,8 @@ constexpr std::uint64_t kQuestion = 2;
 
 }  // namespace qov::endure
 
-/// The program's, for a module that is initialised: the scheduler that makes its workers.
-extern "C" void qov_endure_made(CQOV_TaskScheduler* scheduler);
+/// The program's: a module gives its scheduler in initEnv(), and the program waits for its workers.
+extern "C" void qov_endure_scheduler(CQOV_TaskScheduler* scheduler);
 
 /// The program's, for the asking module: how its request has ended, as QOVAnswer::text() says it.
 extern "C" void qov_endure_asked(const char* how);

@@ -51,7 +51,7 @@ class Module : public CQOV_TaskMgr {
  public:
   Module() : CQOV_TaskMgr(QOV_ENDURE_GID, 1, "memory") {}
   bool initEnv() override {
-    qov_endure_made(&leader()->scheduler());
+    qov_endure_scheduler(&leader()->scheduler());
     return true;
   }
   CQOV_Task* createTask() override { return new Worker(this); }
